@@ -1,0 +1,66 @@
+#include "library.h"
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <system_error>
+
+namespace tessel_host {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* library_name = "libtessel.so";
+
+std::string remedy(const std::string& library) {
+  std::error_code ignored;
+  const bool is_name = library.find('/') == std::string::npos;
+  if (is_name && fs::exists(library, ignored)) {
+    return "for the file in this folder write --library ./" + library;
+  }
+  if (is_name) return "name its path with --library FILE or set LD_LIBRARY_PATH";
+  return "check the path, and that the file is the library built for this machine";
+}
+
+std::string linker_complaint() {
+  const char* text = dlerror();
+  return text != nullptr ? text : "no reason given";
+}
+
+template <typename Function>
+Function resolve(void* handle, const std::string& library, const char* name) {
+  dlerror();
+  void* symbol = dlsym(handle, name);
+  if (symbol == nullptr) {
+    throw library_error("library '" + library + "' has no entry point '" + name +
+                        "'; it is no Tessel Checker library, name another with --library FILE");
+  }
+  return reinterpret_cast<Function>(symbol);
+}
+
+}  // namespace
+
+std::string choose_library(const std::optional<std::string>& asked_for) {
+  if (asked_for) return *asked_for;
+  std::error_code error;
+  const auto executable = fs::read_symlink("/proc/self/exe", error);
+  if (!error) {
+    const auto beside = executable.parent_path() / library_name;
+    if (fs::exists(beside, error)) return beside.string();
+  }
+  return library_name;
+}
+
+entry_points load_entry_points(const std::string& library) {
+  void* handle = dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) {
+    throw library_error("cannot load library '" + library + "': " + linker_complaint() + "; " +
+                        remedy(library));
+  }
+  return {resolve<decltype(&tessel_init)>(handle, library, "tessel_init"),
+          resolve<decltype(&tessel_run)>(handle, library, "tessel_run"),
+          resolve<decltype(&tessel_finalize)>(handle, library, "tessel_finalize")};
+}
+
+}  // namespace tessel_host

@@ -1,0 +1,33 @@
+// The shared object and its entry points, found by name.
+#pragma once
+
+#include "arguments.h"
+
+#include <tessel/tessel.h>
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace tessel_host {
+
+// One line: which library, what is wrong with it, what to do.
+class library_error : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+struct entry_points {
+  decltype(&tessel_init) init = nullptr;
+  decltype(&tessel_run) run = nullptr;
+  decltype(&tessel_finalize) finalize = nullptr;
+};
+
+// The library to load: the one asked for, else libtessel.so beside the executable, else that
+// name alone, for the dynamic linker to look up.
+[[nodiscard]] std::string choose_library(const std::optional<std::string>& asked_for);
+
+// Loads the library for the rest of the process's life (workers of an audit may outlive it) and
+// resolves the entry points. Throws `library_error` if it cannot.
+[[nodiscard]] entry_points load_entry_points(const std::string& library);
+
+}  // namespace tessel_host

@@ -1,0 +1,64 @@
+#include "arguments.h"
+#include "library.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace {
+
+using namespace tessel_host;
+
+int complain(const std::string& message, int status) {
+  std::fprintf(stderr, "tessel-host: %s\n", message.c_str());
+  return status;
+}
+
+int show(std::string_view text) {
+  const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  return written && std::fflush(stdout) == 0
+             ? 0
+             : complain("cannot write to standard output", status_output_failed);
+}
+
+// A completed audit ends the process from inside tessel_run; only the others come back.
+int audit(const host_arguments& arguments) {
+  const auto library = load_entry_points(choose_library(arguments.library));
+  library.init();
+  const auto result = library.run(static_cast<std::int32_t>(arguments.node_id));
+  library.finalize();
+  const auto returned = describe_returned_run(result);
+  return complain(returned.message, returned.status);
+}
+
+int act_on(const host_arguments& arguments) {
+  switch (arguments.action) {
+    case host_action::help:
+      return show(help_text());
+    case host_action::version:
+      return show("tessel-host " TESSEL_VERSION "\n");
+    case host_action::run:
+      break;
+  }
+  return audit(arguments);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    const std::span<const char* const> all(argv, static_cast<std::size_t>(argc));
+    return act_on(parse_arguments(all.empty() ? all : all.subspan(1)));
+  } catch (const usage_error& error) {
+    return complain(error.what(), status_usage);
+  } catch (const library_error& error) {
+    return complain(error.what(), status_library_unavailable);
+  } catch (const std::exception& error) {
+    return complain(std::string("cannot start the audit: ") + error.what(),
+                    status_library_unavailable);
+  }
+}

@@ -1,0 +1,55 @@
+/*
+ * tessel.h: the entry points of libtessel.so, for the host process that loads it.
+ *
+ *   tessel_init();
+ *   int32_t result = tessel_run(4096);    // does not return when the audit completed
+ *   tessel_finalize();
+ *
+ * All three are called once, in this order, from one thread of the host. The audit writes its
+ * phase lines and its result table on standard output and its findings in files
+ * "/var/log/tessel_*.log"; it starts the platform's tools through /bin/sh and waits for them.
+ */
+#ifndef TESSEL_TESSEL_H
+#define TESSEL_TESSEL_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* What tessel_run returns when it returns at all. */
+#define TESSEL_STOPPED_EARLY 0 /* ended before anything was collected; no result table */
+#define TESSEL_ABORTED (-2)    /* left by a failure; its traceback stands on standard error */
+
+/*
+ * Sets the run state to its defaults and `m` to it. Ends the process with a failed assertion if
+ * there is no memory for it.
+ */
+void tessel_init(void);
+
+/*
+ * Runs the audit. `node_id` is the platform's id of the route processor that the host runs on,
+ * 4096 or 4352 on most routers. A completed run, with or without findings, flushes standard
+ * output and ends the process with status 0 from inside this call. Returns one of the values
+ * above otherwise. Threads of the audit may still run after a return.
+ */
+int32_t tessel_run(int32_t node_id);
+
+/* Releases `m`. The state itself stays, for threads of the audit that may still run. */
+void tessel_finalize(void);
+
+/*
+ * The run driver by itself. Returns as tessel_run does, but a completed run comes back from here
+ * with TESSEL_ABORTED: what ended it stays pending for tessel_run to act on.
+ */
+int32_t run_tessel(uint32_t my_node_id);
+
+/* The run state between tessel_init and tessel_finalize, otherwise null. */
+extern void *m;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,189 @@
+#include "capture.h"
+
+#include <fmt/format.h>
+#include <toml++/toml.h>
+
+#include <algorithm>
+#include <cctype>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "router.h"
+
+namespace lab {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::int64_t manifest_format = 1;
+
+std::string escaped(std::string_view text) {
+  constexpr std::string_view plain = "._=:-";
+  std::string result;
+  for (const char c : text) {
+    if (std::isalnum(static_cast<unsigned char>(c)) != 0 || plain.find(c) != std::string_view::npos)
+      result += c;
+    else if (c == ' ')
+      result += '+';
+    else
+      result += fmt::format("%{:02X}", static_cast<unsigned char>(c));
+  }
+  return result;
+}
+
+std::string toml_text(std::string_view text) {
+  std::string result = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') result += '\\';
+    result += c;
+  }
+  return result + '"';
+}
+
+std::string manifest_of(const capture& c) {
+  std::string text = "# What the stand-in tools of this folder stand in for.\n";
+  text += fmt::format("format = {}\nrouter = {}\nhost_node_id = {}\nmissing_tools = [",
+                      manifest_format, toml_text(c.router), c.host_node_id);
+  for (std::size_t i = 0; i < c.missing_tools.size(); ++i)
+    text += (i == 0 ? "" : ", ") + toml_text(c.missing_tools[i]);
+  text += "]\n\n[nodes]\n";
+  for (const auto& [address, name] : c.nodes)
+    text += fmt::format("{} = {}\n", toml_text(address), toml_text(name));
+  return text;
+}
+
+void write_file(const fs::path& file, std::string_view text) {
+  std::ofstream out(file, std::ios::binary);
+  out.write(text.data(), static_cast<std::streamsize>(text.size()));
+  out.close();
+  if (!out) throw lab_error(fmt::format("{}: cannot be written", file.string()));
+}
+
+std::string read_text(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  if (!in) throw lab_error(fmt::format("{}: cannot be read", file.string()));
+  return text;
+}
+
+}  // namespace
+
+std::string file_name(std::string_view tool, const std::vector<std::string>& arguments) {
+  const std::size_t slash = tool.rfind('/');
+  std::string name = escaped(slash == std::string_view::npos ? tool : tool.substr(slash + 1));
+  for (const std::string& argument : arguments) name += "," + escaped(argument);
+  return name;
+}
+
+std::vector<std::string> words_of(std::string_view command_line) {
+  std::vector<std::string> words;
+  bool in_word = false;
+  bool in_quotes = false;
+  for (const char c : command_line) {
+    if (c == '"') {
+      in_quotes = !in_quotes;
+      if (!in_word) words.emplace_back();
+      in_word = true;
+    } else if (c == ' ' && !in_quotes) {
+      in_word = false;
+    } else {
+      if (!in_word) words.emplace_back();
+      in_word = true;
+      words.back() += c;
+    }
+  }
+  return words;
+}
+
+std::string file_name(std::string_view command_line) {
+  std::vector<std::string> words = words_of(command_line);
+  if (words.empty()) return {};
+  const std::string tool = words.front();
+  words.erase(words.begin());
+  return file_name(tool, words);
+}
+
+void answer(capture& c, std::string_view place, std::string_view command_line, std::string text) {
+  c.answers.insert_or_assign({std::string{place}, file_name(command_line)}, std::move(text));
+}
+
+std::string& answer_to(capture& c, std::string_view place, std::string_view command_line) {
+  const auto found = c.answers.find({std::string{place}, file_name(command_line)});
+  if (found == c.answers.end())
+    throw lab_error(fmt::format("{}: no answer to \"{}\" at {}", c.router, command_line, place));
+  return found->second;
+}
+
+void write_files(const capture& c, const fs::path& folder) {
+  std::string made;
+  for (const auto& [key, text] : c.answers) {
+    const fs::path place = folder / key.first;
+    if (key.first != made) fs::create_directories(place);
+    made = key.first;
+    write_file(place / key.second, text);
+  }
+  write_file(folder / "manifest", manifest_of(c));
+}
+
+void write_folder(const capture& c, const fs::path& out) {
+  if (fs::exists(out)) throw lab_error(fmt::format("{}: exists already", out.string()));
+  fs::path building = out;
+  building += ".tmp";
+  try {
+    fs::remove_all(building);
+    fs::create_directories(building);
+    write_files(c, building);
+    fs::rename(building, out);
+  } catch (const fs::filesystem_error& failure) {
+    std::error_code ignored;
+    fs::remove_all(building, ignored);
+    throw lab_error(fmt::format("{}: {}", out.string(), failure.code().message()));
+  } catch (const lab_error&) {
+    std::error_code ignored;
+    fs::remove_all(building, ignored);
+    throw;
+  }
+}
+
+bool is_capture_folder(const fs::path& folder) { return fs::is_regular_file(folder / "manifest"); }
+
+capture read_manifest(const fs::path& folder) {
+  const std::string file = (folder / "manifest").string();
+  toml::table table;
+  try {
+    table = toml::parse(read_text(file), file);
+  } catch (const toml::parse_error& failure) {
+    throw lab_error(
+        fmt::format("{}:{}: {}", file, failure.source().begin.line, failure.description()));
+  }
+  if (table["format"].value_or(std::int64_t{0}) != manifest_format)
+    throw lab_error(fmt::format("{}: format is not {}", file, manifest_format));
+  capture c;
+  c.router = table["router"].value_or(std::string{});
+  const auto id = table["host_node_id"].value<std::int64_t>();
+  if (!id || *id < 0 || *id > 0xffffffff)
+    throw lab_error(fmt::format("{}: host_node_id is no number of 32 bits", file));
+  c.host_node_id = static_cast<std::uint32_t>(*id);
+  if (const toml::array* tools = table["missing_tools"].as_array())
+    for (const toml::node& tool : *tools)
+      c.missing_tools.push_back(tool.value_or(std::string{}));
+  if (const toml::table* nodes = table["nodes"].as_table())
+    for (const auto& [address, name] : *nodes)
+      c.nodes.emplace_back(address.str(), name.value_or(std::string{}));
+  return c;
+}
+
+capture read_folder(const fs::path& folder) {
+  capture c = read_manifest(folder);
+  for (const auto& place : fs::directory_iterator(folder)) {
+    if (!place.is_directory()) continue;
+    for (const auto& file : fs::directory_iterator(place.path()))
+      c.answers.emplace(
+          std::pair{place.path().filename().string(), file.path().filename().string()},
+          read_text(file.path()));
+  }
+  return c;
+}
+
+}  // namespace lab

@@ -1,0 +1,62 @@
+// A capture: what every tool of a router printed, one file per command and node. It is the only
+// thing that the stand-in tools read.
+//
+//     birch-small/
+//       manifest                            what router, which nodes, where the host runs
+//       local/cfg_render,-c,-l,1,-t,1,-o,1
+//       local/asic_shell_show,-c,show+unit,-u,all,-n,A
+//       192.0.0.6/fwd_object_show,-t,lagport,-D
+//
+// The name of a file is the command line: the tool without its folder, then the arguments, commas
+// between them, '+' for a blank within an argument, %XX for whatever a file name or a shell would
+// stumble over.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace lab {
+
+inline constexpr std::string_view local_place = "local";
+
+// "/opt/nos/bin/node_id_convert", {"-I", "0/0/CPU0"} -> "node_id_convert,-I,0%2F0%2FCPU0".
+std::string file_name(std::string_view tool, const std::vector<std::string>& arguments);
+// The same for a command line as it stands in a document: words and double-quoted words.
+std::string file_name(std::string_view command_line);
+std::vector<std::string> words_of(std::string_view command_line);
+
+struct capture {
+  std::string router;
+  std::uint32_t host_node_id = 4096;
+  std::vector<std::pair<std::string, std::string>> nodes;  // address, node name
+  std::vector<std::string> missing_tools;                  // tools that the router does not have
+  // Place ("local" or an address) and file name to the whole output.
+  std::map<std::pair<std::string, std::string>, std::string> answers;
+};
+
+// Adds an answer; an answer of the same name is replaced.
+void answer(capture& c, std::string_view place, std::string_view command_line, std::string text);
+// Returns the answer to a command line. Throws `lab_error` if there is none.
+std::string& answer_to(capture& c, std::string_view place, std::string_view command_line);
+
+// Writes the files and the manifest into `folder`, which exists and is empty.
+void write_files(const capture& c, const std::filesystem::path& folder);
+
+// Writes a capture folder: built beside `out`, renamed at the end. Throws `lab_error` if `out`
+// exists or cannot be written; nothing half written stays.
+void write_folder(const capture& c, const std::filesystem::path& out);
+
+bool is_capture_folder(const std::filesystem::path& folder);
+
+// Reads the manifest alone: router, host, nodes and missing tools. Throws `lab_error`.
+capture read_manifest(const std::filesystem::path& folder);
+
+// Reads the answers as well. Throws `lab_error`.
+capture read_folder(const std::filesystem::path& folder);
+
+}  // namespace lab

@@ -1,0 +1,44 @@
+// Runs the host in a private mount namespace whose /opt, /var/log and /tmp are the lab's, so that
+// an audit finds its tools, writes its logs and removes its capture files without touching the
+// machine's own folders. In there:
+//
+//     /opt/nos/bin        every tool, a link to this program; first on the path
+//     /opt/nos/capture    what the tools answer
+//     /opt/nos/libexec    this program and the host
+//     /opt/nos/lib        the library
+//     /var/log            the folder for the logs
+//     /tmp                empty
+//
+// All of it goes with the namespace when the host ends.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "capture.h"
+
+namespace lab {
+
+inline constexpr int missing_privileges = 77;
+
+struct run_request {
+  capture answers;                          // if `folder` is empty; else only its manifest's part
+  std::filesystem::path folder;             // a capture folder
+  std::filesystem::path logs;               // exists
+  std::filesystem::path host;
+  std::filesystem::path library;
+  std::filesystem::path calls;              // where to list the tool calls, may be empty
+  std::filesystem::path lab;                // this program
+  std::vector<std::string> host_arguments;  // behind those that name the library and the node id
+};
+
+// Every tool that stands in the lab's bin folder.
+const std::vector<std::string>& tool_names();
+
+// Returns the host's exit status, 128 + n if signal n ended it, or `missing_privileges` with one
+// line on standard error that says what is missing. SIGINT, SIGTERM and SIGHUP end the host, too.
+// Call from a program with one thread. Throws `lab_error` for a file that cannot be opened.
+int run_in_namespace(const run_request& request);
+
+}  // namespace lab

@@ -1,0 +1,35 @@
+// The stand-in tools: one program under the names of all tools. It finds the one file that holds
+// the answer to its command line, and copies it to standard output.
+//
+//     asic_shell_show -c "show unit" -u all -n A
+//         -> local/asic_shell_show,-c,show+unit,-u,all,-n,A
+//     ssh -q -o StrictHostKeyChecking=no 192.0.0.6 /opt/nos/bin/fwd_object_show -t lagport -D
+//         -> 192.0.0.6/fwd_object_show,-t,lagport,-D
+//
+// TESSEL_LAB_CAPTURE names the capture folder (else /opt/nos/capture). If TESSEL_LAB_CALLS names a
+// file, every call adds its command line to it.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace lab {
+
+inline constexpr int unknown_command = 127;
+inline constexpr int ssh_failed = 255;
+
+struct call {
+  std::string place;    // folder of the answer
+  std::string file;     // its file
+  std::string problem;  // why there can be no answer, empty if there can
+};
+
+// `command` is the tool's name and its arguments.
+call resolve(const std::vector<std::string>& command);
+
+// Answers the command on standard output. Returns the status to exit with: 0, 127 for a command
+// line that the router does not know (which standard error names), 255 where ssh itself fails.
+int serve(const std::vector<std::string>& command);
+
+}  // namespace lab

@@ -1,0 +1,174 @@
+#include "base/command.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+#include "base/failure.h"
+#include "base/helpers.h"
+#include "base/log_file.h"
+#include "base/logs.h"
+#include "run/state.h"
+
+extern char** environ;
+
+namespace tessel {
+
+namespace {
+
+[[noreturn]] void cannot(std::string_view action, int cause) {
+  throw failure(fmt::format("cannot {}: {}", action, std::strerror(cause)));
+}
+
+class capture_file {
+ public:
+  // Born close-on-exec: other workers may be starting commands at this very moment.
+  explicit capture_file(std::string path)
+      : path_(std::move(path)),
+        descriptor_(::open(path_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)) {
+    if (descriptor_ < 0) cannot("open " + path_, errno);
+  }
+  ~capture_file() { ::close(descriptor_); }
+  capture_file(const capture_file&) = delete;
+  capture_file& operator=(const capture_file&) = delete;
+
+  int descriptor() const { return descriptor_; }
+
+  std::string read_all() const {
+    struct stat state {};
+    if (::fstat(descriptor_, &state) != 0) cannot("read " + path_, errno);
+    std::string text(static_cast<std::size_t>(state.st_size), '\0');
+    std::size_t filled = 0;
+    while (filled < text.size()) {
+      const ssize_t count = ::pread(descriptor_, text.data() + filled, text.size() - filled,
+                                    static_cast<off_t>(filled));
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) cannot("read " + path_, errno);
+      if (count == 0) break;
+      filled += static_cast<std::size_t>(count);
+    }
+    text.resize(filled);
+    return text;
+  }
+
+ private:
+  std::string path_;
+  int descriptor_;
+};
+
+// What a child gets for its three streams, and its signals as a shell expects them: the host may
+// have blocked or ignored some.
+class spawn_plan {
+ public:
+  spawn_plan() {
+    if (const int refused = posix_spawn_file_actions_init(&actions_)) cannot("spawn", refused);
+    if (const int refused = posix_spawnattr_init(&attributes_)) {
+      posix_spawn_file_actions_destroy(&actions_);
+      cannot("spawn", refused);
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    sigset_t reset;
+    sigemptyset(&reset);
+    for (const int number : {SIGINT, SIGQUIT, SIGPIPE, SIGCHLD, SIGTERM}) sigaddset(&reset, number);
+    posix_spawnattr_setsigmask(&attributes_, &none);
+    posix_spawnattr_setsigdefault(&attributes_, &reset);
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  }
+  ~spawn_plan() {
+    posix_spawn_file_actions_destroy(&actions_);
+    posix_spawnattr_destroy(&attributes_);
+  }
+  spawn_plan(const spawn_plan&) = delete;
+  spawn_plan& operator=(const spawn_plan&) = delete;
+
+  void use(int descriptor, int stream) {
+    check(posix_spawn_file_actions_adddup2(&actions_, descriptor, stream));
+  }
+  void open(const char* path, int flags, int stream) {
+    check(posix_spawn_file_actions_addopen(&actions_, stream, path, flags, 0));
+  }
+
+  pid_t shell(const std::string& cmd) {
+    std::string line = cmd;
+    std::string name = "sh";
+    std::string option = "-c";
+    char* arguments[] = {name.data(), option.data(), line.data(), nullptr};
+    pid_t child = 0;
+    const int refused = posix_spawn(&child, "/bin/sh", &actions_, &attributes_, arguments, environ);
+    if (refused != 0) cannot("start /bin/sh", refused);
+    return child;
+  }
+
+ private:
+  static void check(int refused) {
+    if (refused != 0) cannot("spawn", refused);
+  }
+  posix_spawn_file_actions_t actions_{};
+  posix_spawnattr_t attributes_{};
+};
+
+// Before the debug log is open the child's standard error is descriptor 0, like dl_fd itself.
+void plan_standard_error(spawn_plan& plan, const log_file* debug_log) {
+  if (debug_log != nullptr) {
+    plan.use(debug_log->descriptor(), STDERR_FILENO);
+  } else if (!st().dl_fd.opened_once() && ::fcntl(STDIN_FILENO, F_GETFD) >= 0) {
+    plan.use(STDIN_FILENO, STDERR_FILENO);
+  } else {
+    plan.open("/dev/null", O_WRONLY, STDERR_FILENO);
+  }
+}
+
+void wait_for(pid_t child) {
+  // The status is nobody's business. ECHILD: the host reaps children by itself, and the call has
+  // come back only after the child was gone.
+  while (::waitpid(child, nullptr, 0) < 0) {
+    if (errno == EINTR) continue;
+    if (errno == ECHILD) return;
+    cannot("wait for the command", errno);
+  }
+}
+
+}  // namespace
+
+value execute(std::string_view cmd, std::string_view suffix) {
+  try {
+    const capture_file capture(fmt::format("/tmp/tessel_{}.log", suffix));
+    const auto debug_log = st().dl_fd.get();
+    spawn_plan plan;
+    plan_standard_error(plan, debug_log.get());
+    plan.open("/dev/null", O_RDONLY, STDIN_FILENO);
+    plan.use(capture.descriptor(), STDOUT_FILENO);
+    wait_for(plan.shell(std::string(cmd)));
+    return capture.read_all();
+  } catch (const std::exception& error) {
+    ++st().exception;
+    logger(fmt::format("{}: execution failed for {}", error.what(), cmd), "exception", true);
+    return ERROR;
+  }
+}
+
+value execute_bcmd(std::string_view bcmd, const value& npu_id, const value& nodeid, const value&,
+                   std::string_view fname, std::string_view grep_opt) {
+  try {
+    const std::string npu = plain(npu_id);
+    const std::string node = plain(nodeid);
+    std::string cmd =
+        fmt::format("/opt/nos/bin/asic_shell_show -c \"{}\" -u {} -n {}", bcmd, npu, node);
+    if (grep_opt != DEFAULT) cmd = fmt::format("{} | grep {}", cmd, grep_opt);
+    return execute(cmd, fmt::format("{}_{}_{}", fname, npu, node));
+  } catch (const std::exception& error) {
+    ++st().exception;
+    logger(fmt::format("{}: execution failed for {}", error.what(), bcmd), "exception", true);
+    return ERROR;
+  }
+}
+
+}  // namespace tessel

@@ -1,0 +1,76 @@
+#include "base/log_file.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "base/failure.h"
+
+namespace tessel {
+
+namespace {
+
+[[noreturn]] void cannot(std::string_view action, const std::string& path) {
+  throw failure(fmt::format("cannot {} {}: {}", action, path, std::strerror(errno)));
+}
+
+}  // namespace
+
+log_file::log_file(std::string path, file_mode mode) : path_(std::move(path)) {
+  const int emptied = mode == file_mode::truncate ? O_TRUNC : 0;
+  descriptor_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | emptied, 0644);
+  if (descriptor_ < 0) cannot("open", path_);
+}
+
+log_file::~log_file() {
+  ::close(descriptor_);
+}
+
+void log_file::write(std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t done = ::write(descriptor_, text.data(), text.size());
+    if (done < 0 && errno == EINTR) continue;
+    if (done < 0) cannot("write", path_);
+    text.remove_prefix(static_cast<std::size_t>(done));
+  }
+}
+
+std::int64_t log_file::size() const {
+  struct stat state {};
+  if (::fstat(descriptor_, &state) != 0) cannot("read the size of", path_);
+  return state.st_size;
+}
+
+void log_file_slot::open(std::string_view path, file_mode mode) {
+  auto file = std::make_shared<log_file>(std::string(path), mode);
+  const std::lock_guard lock(mutex_);
+  file_ = std::move(file);
+  opened_once_ = true;
+}
+
+void log_file_slot::close() {
+  const std::lock_guard lock(mutex_);
+  file_.reset();
+}
+
+bool log_file_slot::opened_once() const {
+  const std::lock_guard lock(mutex_);
+  return opened_once_;
+}
+
+std::shared_ptr<log_file> log_file_slot::get() const {
+  const std::lock_guard lock(mutex_);
+  return file_;
+}
+
+std::shared_ptr<log_file> log_file_slot::require() const {
+  auto file = get();
+  if (!file) throw failure("the log file is not open");
+  return file;
+}
+
+}  // namespace tessel

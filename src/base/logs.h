@@ -1,0 +1,58 @@
+// The five log channels: "exception", "inconsistent", "programming_error", "delete_pending" and
+// "bundle_health". Each entry is a line "2026-11-21 07:38:53,123: message".
+//
+// `setup_logger` and `log_init` are called by the main thread before any worker starts; `logger`
+// from any thread at any time.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <source_location>
+#include <string>
+#include <string_view>
+
+#include "base/log_file.h"
+
+namespace tessel {
+
+enum class log_level { info, error };
+
+// One channel's file. It is opened again if something is written after it was closed, since a
+// worker may outlive the closing.
+class log_channel {
+ public:
+  // `limit` is the size that a rotating file never reaches; 0 for a file that does not rotate.
+  // Throws `failure` if the file cannot be opened.
+  log_channel(std::string path, file_mode mode, std::int64_t limit, log_level level);
+
+  // Adds an entry, rotating to the one backup ".1" first if the entry would make the file reach
+  // the limit. Throws `failure`. Calls from several threads keep entries whole.
+  void write(log_level level, std::string_view entry);
+  void close();
+
+ private:
+  void rotate();
+
+  const std::string path_;
+  const std::int64_t limit_;
+  const log_level level_;
+  std::mutex mutex_;
+  std::unique_ptr<log_file> file_;  // guarded by mutex_; null while closed
+};
+
+// Opens a channel and writes its start line. On any failure prints the fixed "Log ERROR" line and
+// throws `exit_request`.
+void setup_logger(std::string_view logger_name, std::string_view log_file_path,
+                  log_level level = log_level::info, file_mode mode = file_mode::append);
+
+// Writes one entry; with `exc_info`, at level ERROR and with the traceback of the failure that is
+// being handled behind it. Never throws `failure`: what goes wrong is printed as "Log ERROR". An
+// entry for a channel that is not open yet is kept and written when it is.
+void logger(std::string_view msg, std::string_view logger_name, bool exc_info = false,
+            std::source_location where = std::source_location::current());
+
+// Removes old capture files and opens the channels, the debug log and the stale-entry log. Returns
+// SUCCESS or ERROR.
+int log_init();
+
+}  // namespace tessel

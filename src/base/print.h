@@ -1,0 +1,24 @@
+// The only writers of standard output.
+//
+// A title leaves its line open, and whatever is printed next is preceded by one blank:
+//   print_title("Dumping Data");   // "Dumping Data............................"
+//   print("Done");                 // " Done\n"
+//
+// Each call is flushed, so that a person sees the phase that is running. May be called from any
+// thread. Each throws `failure` if standard output cannot be written.
+#pragma once
+
+#include <string_view>
+
+namespace tessel {
+
+// `text` and a line end.
+void print(std::string_view text);
+
+// `title` padded on the right with "." to DOTS characters, without a line end.
+void print_title(std::string_view title);
+
+// Ends a line that a title left open, if there is one.
+void end_open_line();
+
+}  // namespace tessel

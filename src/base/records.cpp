@@ -1,0 +1,99 @@
+#include "base/records.h"
+
+#include <fmt/format.h>
+
+#include "base/constants.h"
+#include "base/failure.h"
+
+namespace tessel {
+
+record::record(const record& other) {
+  const std::lock_guard lock(other.mutex_);
+  fields_ = other.fields_;
+}
+
+value& record::slot(std::string_view field, here where) {
+  for (auto& [name, content] : fields_) {
+    if (name == field) return content;
+  }
+  throw failure(fmt::format("no field {}", brief_text(field)), where);
+}
+
+value record::get(std::string_view field, here where) const {
+  const std::lock_guard lock(mutex_);
+  return const_cast<record*>(this)->slot(field, where);
+}
+
+void record::set(std::string_view field, value content) {
+  const std::lock_guard lock(mutex_);
+  for (auto& [name, old] : fields_) {
+    if (name != field) continue;
+    old = std::move(content);
+    return;
+  }
+  fields_.emplace_back(std::string(field), std::move(content));
+}
+
+std::optional<value> record::expect(std::string_view field, const value& reported, here where) {
+  return in_one_step(
+      field,
+      [&reported](value& held) -> std::optional<value> {
+        if (held == DEFAULT) held = reported;
+        if (held == reported) return std::nullopt;
+        return held;
+      },
+      where);
+}
+
+value record::fields_as_map() const {
+  value fields = make_ordered_map();
+  const std::lock_guard lock(mutex_);
+  for (const auto& [name, content] : fields_) fields.as_map().set(name, content);
+  return fields;
+}
+
+memberInfo::memberInfo()
+    : record({{"name", DEFAULT},
+              {"ifh", DEFAULT},
+              {"pp_port", DEFAULT},
+              {"npu_id", DEFAULT},
+              {"npu_core", DEFAULT},
+              {"voq", DEFAULT},
+              {"memid", DEFAULT},
+              {"nodename", DEFAULT},
+              {"mtu", DEFAULT},
+              {"vlan_domain", make_map()}}) {}
+
+subBundles::subBundles()
+    : record({{"ifh", DEFAULT},
+              {"lagid", DEFAULT},
+              {"llif", DEFAULT},
+              {"glif", DEFAULT},
+              {"rif", DEFAULT},
+              {"is_l2", DEFAULT},
+              {"delPending", DEFAULT},
+              {"encap", make_list()}}) {}
+
+// The nodes of a bundle report their VLAN domains side by side.
+Bundles::Bundles()
+    : record({{"ifh", DEFAULT},
+              {"lagid", DEFAULT},
+              {"llif", DEFAULT},
+              {"glif", DEFAULT},
+              {"rif", DEFAULT},
+              {"vlan_domain", make_shared_map()},
+              {"mac", DEFAULT},
+              {"mtu", DEFAULT},
+              {"is_l2", DEFAULT},
+              {"sub_bundles", make_map()},
+              {"members", make_map()},
+              {"delPending", DEFAULT},
+              {"untagged", DEFAULT}}) {}
+
+value Bundles::fields_as_map() const {
+  value wrapped = make_ordered_map();
+  wrapped.as_map().set(ODICT, record::fields_as_map());
+  return wrapped;
+}
+
+}  // namespace tessel

@@ -1,0 +1,86 @@
+// The three records that hold the configuration's view of a bundle.
+//
+//   auto bundle = std::make_shared<Bundles>();
+//   bundle->get("lagid");                    // "Not set"
+//   bundle->expect("lagid", "0x1");          // stored; agrees with itself from now on
+//   bundle->expect("lagid", "0x2");          // "0x1": what the record holds instead
+//   bundle->get("lag");                      // throws failure: no field 'lag'
+//
+// Threads: a record locks itself, and each operation is one step under its lock; any thread may
+// call any of them.
+#pragma once
+
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "base/value.h"
+
+namespace tessel {
+
+class record {
+ public:
+  virtual ~record() = default;
+  record& operator=(const record&) = delete;
+
+  // Throws `failure` naming the field if it was never declared or set.
+  value get(std::string_view field, here where = here::current()) const;
+  // Sets or adds a field.
+  void set(std::string_view field, value content);
+
+  // The expected-value rule in one step: a field that is not set takes `reported`; otherwise the
+  // two must be equal. Returns nothing if they agree, else what the record holds. Throws `failure`
+  // if there is no such field.
+  std::optional<value> expect(std::string_view field, const value& reported,
+                              here where = here::current());
+
+  // Calls `step` with the field, under the lock, so that a test and a write are one. Throws
+  // `failure` if there is no such field.
+  template <class Step>
+  auto in_one_step(std::string_view field, Step step, here where = here::current()) {
+    const std::lock_guard lock(mutex_);
+    return step(slot(field, where));
+  }
+
+  // The fields in declaration order, as they are serialised.
+  virtual value fields_as_map() const;
+
+ protected:
+  explicit record(std::vector<std::pair<std::string, value>> fields) : fields_(std::move(fields)) {}
+  record(const record& other);
+
+ private:
+  value& slot(std::string_view field, here where);
+
+  mutable std::mutex mutex_;
+  std::vector<std::pair<std::string, value>> fields_;  // guarded by mutex_
+};
+
+// One physical member port: name, ifh, pp_port, npu_id, npu_core, voq, memid, nodename, mtu,
+// vlan_domain. Copied when it enters a bundle, so that the store keeps what the forwarding object
+// said.
+class memberInfo : public record {
+ public:
+  memberInfo();
+  memberInfo(const memberInfo&) = default;
+};
+
+// One sub-interface of a bundle: ifh, lagid, llif, glif, rif, is_l2, delPending, encap.
+class subBundles : public record {
+ public:
+  subBundles();
+};
+
+// One main bundle: ifh, lagid, llif, glif, rif, vlan_domain, mac, mtu, is_l2, sub_bundles, members,
+// delPending, untagged. Serialised as one entry "Data" that holds the fields.
+class Bundles : public record {
+ public:
+  static constexpr std::string_view ODICT = "Data";
+  Bundles();
+  value fields_as_map() const override;
+};
+
+}  // namespace tessel

@@ -1,0 +1,354 @@
+#include "base/text.h"
+
+#define PCRE2_CODE_UNIT_WIDTH 8
+#include <fmt/format.h>
+#include <pcre2.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "base/failure.h"
+#include "base/value.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr std::string_view white_space = " \t\n\r\f\v";
+constexpr std::size_t longest_run = 32768;
+constexpr std::size_t first_jit_stack = 64 * 1024;
+constexpr std::size_t largest_jit_stack = 32 * 1024 * 1024;
+
+pcre2_code* compile(std::string_view expression, letter_case letters) {
+  const std::unique_ptr<pcre2_compile_context, decltype(&pcre2_compile_context_free)> context(
+      pcre2_compile_context_create(nullptr), &pcre2_compile_context_free);
+  if (!context) throw std::bad_alloc();
+  pcre2_set_newline(context.get(), PCRE2_NEWLINE_LF);
+  int error = 0;
+  PCRE2_SIZE position = 0;
+  pcre2_code* code = pcre2_compile(
+      reinterpret_cast<PCRE2_SPTR>(expression.data()), expression.size(),
+      letters == letter_case::ignored ? PCRE2_CASELESS : 0U, &error, &position, context.get());
+  if (code != nullptr) return code;
+  char why[256] = "";
+  pcre2_get_error_message(error, reinterpret_cast<PCRE2_UCHAR*>(why), sizeof why);
+  throw failure(fmt::format("pattern {}: {} at {}", brief_text(expression), why, position));
+}
+
+struct free_match_data {
+  void operator()(pcre2_match_data* data) const { pcre2_match_data_free(data); }
+};
+struct free_match_context {
+  void operator()(pcre2_match_context* context) const { pcre2_match_context_free(context); }
+};
+struct free_jit_stack {
+  void operator()(pcre2_jit_stack* stack) const { pcre2_jit_stack_free(stack); }
+};
+
+bool is_white_space(char c) {
+  return white_space.find(c) != std::string_view::npos;
+}
+
+template <class Belongs>
+void refuse_long_run(std::string_view text, std::string_view what, Belongs belongs,
+                     std::source_location where) {
+  std::size_t run = 0;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    run = belongs(text[at]) ? run + 1 : 0;
+    if (run <= longest_run) continue;
+    throw failure(fmt::format("the output has a {} of more than {} bytes, from byte {} of {}", what,
+                              longest_run, at - longest_run, text.size()),
+                  where);
+  }
+}
+
+}  // namespace
+
+// One left-to-right search of one text.
+class matcher {
+ public:
+  matcher(const pattern& what, std::string_view subject, std::source_location where)
+      : what_(what),
+        code_(static_cast<pcre2_code*>(what.code_)),
+        subject_(subject),
+        where_(where),
+        data_(pcre2_match_data_create_from_pattern(code_, nullptr)) {
+    if (!data_) throw std::bad_alloc();
+  }
+
+  std::uint32_t groups() const {
+    std::uint32_t count = 0;
+    pcre2_pattern_info(code_, PCRE2_INFO_CAPTURECOUNT, &count);
+    return count;
+  }
+
+  // Moves to the next match; false if there is none.
+  bool next() {
+    while (start_ <= subject_.size()) {
+      if (!match()) {
+        if (!after_empty_) return false;
+        // An empty match stood here and nothing longer does: go on one byte later.
+        after_empty_ = false;
+        ++start_;
+        continue;
+      }
+      const PCRE2_SIZE* ends = pcre2_get_ovector_pointer(data_.get());
+      begin_ = ends[0];
+      end_ = ends[1];
+      after_empty_ = begin_ == end_;
+      start_ = end_;
+      return true;
+    }
+    return false;
+  }
+
+  std::size_t begin() const { return begin_; }
+  std::size_t end() const { return end_; }
+
+  std::string_view group(std::uint32_t number) const {
+    const PCRE2_SIZE* ends = pcre2_get_ovector_pointer(data_.get());
+    if (ends[2 * number] == PCRE2_UNSET) return {};
+    return subject_.substr(ends[2 * number], ends[2 * number + 1] - ends[2 * number]);
+  }
+
+ private:
+  int attempt() {
+    const std::uint32_t options = after_empty_ ? PCRE2_NOTEMPTY_ATSTART | PCRE2_ANCHORED : 0U;
+    return pcre2_match(code_, reinterpret_cast<PCRE2_SPTR>(subject_.data()), subject_.size(),
+                       start_, options, data_.get(), context_.get());
+  }
+
+  // The machine stack serves nearly every match; a deep one gets memory of its own.
+  void grow_jit_stack() {
+    context_.reset(pcre2_match_context_create(nullptr));
+    stack_.reset(pcre2_jit_stack_create(first_jit_stack, largest_jit_stack, nullptr));
+    if (!context_ || !stack_) throw std::bad_alloc();
+    pcre2_jit_stack_assign(context_.get(), nullptr, stack_.get());
+  }
+
+  bool match() {
+    int result = attempt();
+    if (result == PCRE2_ERROR_JIT_STACKLIMIT && !stack_) {
+      grow_jit_stack();
+      result = attempt();
+    }
+    if (result == PCRE2_ERROR_NOMATCH) return false;
+    if (result >= 0) return true;
+    char why[256] = "";
+    pcre2_get_error_message(result, reinterpret_cast<PCRE2_UCHAR*>(why), sizeof why);
+    throw failure(fmt::format("searching {} in {} bytes: {}", brief_text(what_.expression()),
+                              subject_.size(), why),
+                  where_);
+  }
+
+  const pattern& what_;
+  pcre2_code* code_;
+  std::string_view subject_;
+  std::source_location where_;
+  std::unique_ptr<pcre2_match_data, free_match_data> data_;
+  std::unique_ptr<pcre2_jit_stack, free_jit_stack> stack_;
+  std::unique_ptr<pcre2_match_context, free_match_context> context_;
+  std::size_t start_ = 0;
+  std::size_t begin_ = 0;
+  std::size_t end_ = 0;
+  bool after_empty_ = false;
+};
+
+pattern::pattern(std::string_view expression, letter_case letters)
+    : expression_(expression), code_(compile(expression, letters)) {}
+
+pattern::~pattern() {
+  pcre2_code_free(static_cast<pcre2_code*>(code_));
+}
+
+const pattern& constant(std::string_view expression, letter_case letters) {
+  const auto* made = new pattern(expression, letters);
+  // Without machine code (no executable memory) the pattern is interpreted: slower, not different.
+  pcre2_jit_compile(static_cast<pcre2_code*>(made->code_), PCRE2_JIT_COMPLETE);
+  return *made;
+}
+
+matches findall(const pattern& what, std::string_view subject, std::source_location where) {
+  matcher search(what, subject, where);
+  const std::uint32_t groups = search.groups();
+  matches found;
+  found.width_ = std::max(groups, 1U);
+  while (search.next()) {
+    if (groups == 0) found.parts_.push_back(search.group(0));
+    for (std::uint32_t number = 1; number <= groups; ++number) {
+      found.parts_.push_back(search.group(number));
+    }
+  }
+  return found;
+}
+
+std::string sub(const pattern& what, std::string_view replacement, std::string_view subject,
+                std::source_location where) {
+  matcher search(what, subject, where);
+  std::string result;
+  std::size_t done = 0;
+  while (search.next()) {
+    result += subject.substr(done, search.begin() - done);
+    result += replacement;
+    done = search.end();
+  }
+  result += subject.substr(done);
+  return result;
+}
+
+std::vector<std::string_view> split(std::string_view subject, std::string_view separator) {
+  if (separator.empty()) throw failure("an empty separator");
+  std::vector<std::string_view> pieces;
+  std::size_t start = 0;
+  for (std::size_t at = subject.find(separator); at != std::string_view::npos;
+       at = subject.find(separator, start)) {
+    pieces.push_back(subject.substr(start, at - start));
+    start = at + separator.size();
+  }
+  pieces.push_back(subject.substr(start));
+  return pieces;
+}
+
+std::vector<std::string_view> split(std::string_view subject, const pattern& separator,
+                                    std::source_location where) {
+  matcher search(separator, subject, where);
+  std::vector<std::string_view> pieces;
+  std::size_t start = 0;
+  while (search.next()) {
+    pieces.push_back(subject.substr(start, search.begin() - start));
+    start = search.end();
+  }
+  pieces.push_back(subject.substr(start));
+  return pieces;
+}
+
+std::vector<std::string_view> split_words(std::string_view subject) {
+  std::vector<std::string_view> words;
+  std::size_t start = subject.find_first_not_of(white_space);
+  while (start != std::string_view::npos) {
+    const std::size_t end = std::min(subject.find_first_of(white_space, start), subject.size());
+    words.push_back(subject.substr(start, end - start));
+    start = subject.find_first_not_of(white_space, end);
+  }
+  return words;
+}
+
+std::string_view strip(std::string_view subject) {
+  return strip_set(subject, white_space);
+}
+
+std::string_view strip_set(std::string_view subject, std::string_view set) {
+  subject = strip_set_left(subject, set);
+  return subject.substr(0, subject.find_last_not_of(set) + 1);
+}
+
+std::string_view strip_set_left(std::string_view subject, std::string_view set) {
+  return subject.substr(std::min(subject.find_first_not_of(set), subject.size()));
+}
+
+std::string_view tail(std::string_view subject, std::size_t count) {
+  return subject.substr(subject.size() - std::min(count, subject.size()));
+}
+
+std::string replace_all(std::string_view subject, std::string_view what, std::string_view by) {
+  if (what.empty()) return std::string(subject);
+  std::string result;
+  result.reserve(subject.size());
+  std::size_t start = 0;
+  for (std::size_t at = subject.find(what); at != std::string_view::npos;
+       at = subject.find(what, start)) {
+    result += subject.substr(start, at - start);
+    result += by;
+    start = at + what.size();
+  }
+  result += subject.substr(start);
+  return result;
+}
+
+std::string fill(std::string_view form, std::initializer_list<std::string_view> values) {
+  std::string result;
+  auto next = values.begin();
+  std::size_t start = 0;
+  for (std::size_t at = form.find("{}"); at != std::string_view::npos && next != values.end();
+       at = form.find("{}", start)) {
+    result += form.substr(start, at - start);
+    result += *next++;
+    start = at + 2;
+  }
+  result += form.substr(start);
+  return result;
+}
+
+std::string quoted(std::string_view text) {
+  const bool single = text.find('\'') == text.npos || text.find('"') != text.npos;
+  const char quote = single ? '\'' : '"';
+  std::string result;
+  result.reserve(text.size() + 2);
+  result += quote;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (c == quote || c == '\\') {
+      result += '\\';
+      result += c;
+    } else if (c == '\n') {
+      result += "\\n";
+    } else if (c == '\r') {
+      result += "\\r";
+    } else if (c == '\t') {
+      result += "\\t";
+    } else if (byte < 0x20 || byte >= 0x7f) {
+      fmt::format_to(std::back_inserter(result), "\\x{:02x}", byte);
+    } else {
+      result += c;
+    }
+  }
+  result += quote;
+  return result;
+}
+
+std::string list_text(std::span<const std::string_view> entries) {
+  std::string result = "[";
+  for (const std::string_view entry : entries) {
+    if (result.size() > 1) result += ", ";
+    result += quoted(entry);
+  }
+  return result + "]";
+}
+
+std::string list_text(const matches& entries) {
+  std::string result = "[";
+  for (std::size_t at = 0; at < entries.size(); ++at) {
+    if (at > 0) result += ", ";
+    const auto parts = entries[at];
+    if (parts.size() == 1) {
+      result += quoted(parts[0]);
+      continue;
+    }
+    result += '(';
+    for (std::size_t part = 0; part < parts.size(); ++part) {
+      result += part > 0 ? ", " : "";
+      result += quoted(parts[part]);
+    }
+    result += ')';
+  }
+  return result + "]";
+}
+
+std::string_view readable(const value& output, std::source_location where) {
+  require_readable(output.as_text(where), where);
+  return output.as_text(where);
+}
+
+void require_readable(std::string_view text, std::source_location where) {
+  refuse_long_run(
+      text, "line", [](char c) { return c != '\n'; }, where);
+  refuse_long_run(text, "run of blanks", is_white_space, where);
+}
+
+std::string_view readable_blanks(const value& output, std::source_location where) {
+  const std::string_view text = output.as_text(where);
+  refuse_long_run(text, "run of blanks", is_white_space, where);
+  return text;
+}
+
+}  // namespace tessel

@@ -1,0 +1,74 @@
+#include "collect/dpa_dumps.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <string_view>
+
+#include "base/command.h"
+#include "base/failure.h"
+#include "base/logs.h"
+#include "base/text.h"
+#include "parse/dpa_objects.h"
+#include "run/state.h"
+
+namespace tessel {
+
+namespace {
+
+value parse_l1port(const value& output, std::string_view nodename) {
+  return parse_l1port_object_DPA(output, nodename);
+}
+
+struct object_type {
+  std::string_view name;
+  std::string_view grep_opt;
+  value (*parse)(const value& output, std::string_view nodename);
+  // Ports leave their effect in `voq_usage`; the others' maps are kept under their name.
+  bool is_kept;
+};
+
+// An l1port line counts even when its value is missing, so that filter alone keeps "not set".
+constexpr std::array<object_type, 5> object_types = {{
+    {"lagport",
+     "grep -Ea 'lagport|pending|lag_id|intf|mifh|npu_id|mtu|port_class|weight|max_member_count' | "
+     "grep -v -E 'not set'",
+     parse_lagport_object_DPA, true},
+    {"l1port", "grep -Ea 'port|intf|device|core|mtu|pending'", parse_l1port, false},
+    {"l2port", "grep -Ea 'l2port|bia_mac|intf|lif|rif' | grep -v -E 'not set'",
+     parse_l2port_object_DPA, true},
+    {"l2intf", "grep -Ea 'intf|lif|encap_id|vlan_domain' | grep -v -E 'not set'",
+     parse_l2intf_object_DPA, true},
+    {"l3intf", "grep -Ea 'intf' | grep -v -E 'not set'", parse_l3intf_object_DPA, true},
+}};
+
+value fetch(const object_type& type, const value& nodeip, std::string_view node_in_file_name) {
+  return execute(fmt::format("ssh  -q -o 'StrictHostKeyChecking=no' {} "
+                             "/opt/nos/bin/fwd_object_show -t {} -D | {}",
+                             nodeip.as_text(), type.name, type.grep_opt),
+                 fmt::format("{}_{}", type.name, node_in_file_name));
+}
+
+}  // namespace
+
+int dump_dpa_objects(const value&, const value& nodeip, const std::string& nodename) {
+  run_state& run = st();
+  try {
+    const value objects = make_shared_map(map::order::plain);
+    run.DPA.get().as_map().set(nodename, objects);
+    const std::string tmp = replace_all(nodename, "/", "_");
+    for (const object_type& type : object_types) {
+      if (type.name == "l1port" && run.standbynodeinfo == value(nodename)) continue;
+      const value parsed = type.parse(fetch(type, nodeip, tmp), nodename);
+      if (type.is_kept) objects.as_map().set(type.name, parsed);
+    }
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    logger(fmt::format("{}: dump_dpa_objects failed {}", error.what(), nodename), "exception",
+           true);
+    ++run.exception;
+    return ERROR;
+  }
+}
+
+}  // namespace tessel

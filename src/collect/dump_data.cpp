@@ -1,0 +1,172 @@
+#include "collect/dump_data.h"
+
+#include <fmt/format.h>
+
+#include "base/command.h"
+#include "base/failure.h"
+#include "base/helpers.h"
+#include "base/logs.h"
+#include "base/print.h"
+#include "base/text.h"
+#include "collect/dpa_dumps.h"
+#include "collect/hardware_dumps.h"
+#include "parse/bundle_pd.h"
+#include "parse/bundle_pi.h"
+#include "run/state.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr std::int64_t node_id_mask = 0xFFFFFF;
+constexpr int both_route_processors = 2;
+
+void dump_member_mtus() {
+  static const pattern& mtu =
+      constant("([0-9\\/]+)\\s+is\\s+[\\w+,\\s+[\\w\\s]*\n\\s+MTU\\s+(\\w+)");
+  const value output =
+      execute(R"(iface_show "-i" ".*" | grep "-E" "line protocol|MTU")", "showInterfaces");
+  const std::string interfaces = replace_all(readable(output), "Bundle-Ether", "BE");
+  value mtus = make_map();
+  const matches found = findall(mtu, interfaces);
+  for (std::size_t at = 0; at < found.size(); ++at) mtus.as_map().set(found[at][0], found[at][1]);
+  st().mbrInfoPI.set(mtus);
+}
+
+// Skips a node on a chassis whose two route processors both report to be active: they may run
+// different software. The probe's second id is text and the host's id a number, so the two differ
+// on every node that gets here.
+void skip_peer(const std::string& nodename, map& node, const matches& ids) {
+  run_state& run = st();
+  if (run.activenode_cnt != both_route_processors) return;
+  if (ids.size() < 2) {
+    throw failure(fmt::format("no second node id for {} among {}", nodename, ids.size()));
+  }
+  if (value(ids.text(1)) == run.my_node_id) return;
+  logger(fmt::format("INFO: Both RPs are in active mode & software may be different. Performed "
+                     "TESSEL check on current node, skipped {}",
+                     nodename),
+         "exception");
+  node.update("dump", 0);
+}
+
+void probe_node_id(const std::string& nodename, map& node) {
+  static const pattern& id = constant(R"(Node Id:(\w+))");
+  const value platform_info =
+      execute(fmt::format("ssh  -q -o 'StrictHostKeyChecking=no'  {} /opt/nos/bin/board_api_probe",
+                          node.at("nodeip").as_text()));
+  const matches tmp = findall(id, readable(platform_info));
+  if (!tmp.empty()) {
+    node.update("nodeid", to_integer(tmp.text(0)));
+  } else {
+    logger(fmt::format("ERROR: Not able to get node id for {}", nodename), "exception");
+    ++st().exception;
+    node.update("dump", 0);
+  }
+  skip_peer(nodename, node, tmp);
+}
+
+void convert_node_id(const std::string& nodename, map& node) {
+  const value output = execute(fmt::format("node_id_convert -I {}", nodename));
+  node.update("nodeid", to_integer(output) & node_id_mask);
+}
+
+void start_node(const std::string& nodename, const value& record_of_node) {
+  run_state& run = st();
+  map& node = record_of_node.as_map();
+  if (node.at("nodeip") == "None") return;
+  if (node.at("dump").truthy()) {
+    if (run.router == aspen) {
+      probe_node_id(nodename, node);
+    } else {
+      convert_node_id(nodename, node);
+    }
+  }
+  if (!node.at("dump").truthy()) return;
+  run.pid_list.append(
+      start_worker([nodename, record_of_node] { dump_task(nodename, record_of_node); }));
+}
+
+std::size_t offset_in(std::string_view text, std::string_view part) {
+  return static_cast<std::size_t>(part.data() - text.data());
+}
+
+}  // namespace
+
+int dump_data() {
+  run_state& run = st();
+  try {
+    print_title("Dumping Data");
+    dump_member_mtus();
+    for (const auto& [nodename, node] : run.nodeinfo.get().as_map().items()) {
+      start_node(nodename, node);
+    }
+    run.pid_list.append(start_worker([] { dump_parse_bundle_info_PD(); }));
+    run.pid_list.append(start_worker([] { dump_parse_bundle_info_PI(); }));
+    run.bdlSubPI.set(
+        execute("ifmgr_show database -l 0x1 -a | grep -E BE | grep -E LDP | sort | uniq", "IM_PI"));
+    dump_running_config();
+    // Node workers put their NPU workers into the list before they end, so the walk meets them.
+    run.pid_list.join_all();
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    logger(fmt::format("{}: dump data failed", error.what()), "exception", true);
+    ++run.exception;
+    return ERROR;
+  }
+}
+
+int dump_task(const std::string& nodename, const value& node) {
+  const value nodeid = node.at("nodeid");
+  const value nodeip = node.at("nodeip");
+  dump_dpa_objects(nodeid, nodeip, nodename);
+  if (st().nodeinfo.get().at(nodename).at("asic_supported").truthy()) {
+    dump_hw_tables(node.at("npu_list"), nodeid, nodeip, nodename);
+  }
+  return SUCCESS;
+}
+
+int dump_running_config() {
+  run_state& run = st();
+  try {
+    static const pattern& end_line = constant("\n\\bend\\b\n");
+    constexpr std::size_t line_feed_and_end = 4;
+    run.run_cfg.set(execute(" cfg_render -c -l 1 -t 1 -o 1 ", "running_cfg"));
+    const value output = run.run_cfg.get();
+    std::string_view text = output.as_text();
+    const std::size_t cfg_start = text.find("Tarmac OS Configuration");
+    if (cfg_start == std::string_view::npos) {
+      print("PARSE-ERROR: Not able to find the start of the running config");
+      return ERROR;
+    }
+    text = text.substr(cfg_start);
+    const matches cfg_end = findall(end_line, text);
+    if (cfg_end.empty()) {
+      run.run_cfg.set(text);
+      print("PARSE-ERROR: Not able to find the end of the running config");
+      return ERROR;
+    }
+    run.run_cfg.set(text.substr(0, offset_in(text, cfg_end.text(0)) + line_feed_and_end));
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    logger(fmt::format("{}: dump_running_config failed", error.what()), "exception", true);
+    ++run.exception;
+    return ERROR;
+  }
+}
+
+int dump_voq_usage() {
+  run_state& run = st();
+  try {
+    const value output = execute("qos_voq_show -v x -i 0x10 -n A -t n -p 0x0", "voq_usage");
+    const auto lines = split(output.as_text(), "\n");
+    run.voq_usage.set(make_list({lines.begin(), lines.end()}));
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    ++run.exception;
+    logger(fmt::format("{}: dump_voq_usage failed", error.what()), "exception", true);
+    return ERROR;
+  }
+}
+
+}  // namespace tessel

@@ -1,0 +1,25 @@
+// The switch chips' tables, one worker for each NPU. Jericho2 and the earlier families have
+// different commands, so there are two.
+#pragma once
+
+#include <string>
+
+#include "base/value.h"
+
+namespace tessel {
+
+// Makes `BCM[nodename]` and starts a worker for each unit of `npu_list` (list of texts), which it
+// does not wait for; they stand in `pid_list`. `nodeid` is a number, `nodeip` a text. Returns
+// SUCCESS, or ERROR after logging and counting a failure. The node's worker.
+int dump_hw_tables(const value& npu_list, const value& nodeid, const value& nodeip,
+                   const std::string& nodename);
+
+// Sends the family's commands to one NPU and stores the outcome, parsed or raw, as
+// `BCM[nodename][npu]`, which appears only once it is complete. Returns SUCCESS, or ERROR after
+// logging and counting a failure. The NPU's worker.
+int dump_tables_per_npu_j2(const value& npu, const value& nodeid, const value& nodeip,
+                           const std::string& nodename);
+int dump_tables_per_npu_non_j2(const value& npu, const value& nodeid, const value& nodeip,
+                               const std::string& nodename);
+
+}  // namespace tessel

@@ -1,0 +1,164 @@
+#include "consistency/consistency_pass.h"
+
+#include <fmt/format.h>
+
+#include <vector>
+
+#include "base/failure.h"
+#include "base/helpers.h"
+#include "base/logs.h"
+#include "base/print.h"
+#include "consistency/bcm_checks.h"
+#include "consistency/dpa_checks.h"
+#include "consistency/field_checks.h"
+#include "consistency/pi_pd_checks.h"
+#include "consistency/scale_check.h"
+#include "run/state.h"
+
+namespace tessel {
+
+namespace {
+
+// The nodes that take part, as the flag stands now.
+std::vector<std::string> dumped_nodes() {
+  std::vector<std::string> nodes;
+  for (const auto& [nodename, node] : st().nodeinfo.get().as_map().items()) {
+    if (node.at("dump").truthy()) nodes.push_back(nodename);
+  }
+  return nodes;
+}
+
+bool is_asic_supported(const std::string& nodename) {
+  return st().nodeinfo.get().at(nodename).at("asic_supported").truthy();
+}
+
+// Nobody waits for these before the stale entry check, and that only on a run without a finding.
+void start_bundle_level(const std::string& bundle) {
+  for (const std::string& nodename : dumped_nodes()) {
+    st().pid_list.append(start_worker([bundle, nodename] { check_bundles(bundle, nodename); }));
+  }
+}
+
+void run_member_level(const std::string& bundle) {
+  worker_list pid_list_members;
+  const value members = bundle_record(bundle).get("members");
+  for (const std::string& nodename : dumped_nodes()) {
+    if (!members.contains(nodename)) continue;
+    for (const std::string& member : members.at(nodename).as_map().keys()) {
+      pid_list_members.append(
+          start_worker([member, bundle, nodename] { check_members(member, bundle, nodename); }));
+    }
+  }
+  pid_list_members.join_all();
+}
+
+// Every node that takes part is examined, with members of the bundle or without.
+void run_sub_bundle_level(const std::string& bundle) {
+  worker_list pid_list_sub;
+  const value sub_bundles = bundle_record(bundle).get("sub_bundles");
+  for (const std::string& nodename : dumped_nodes()) {
+    for (const std::string& sub : sub_bundles.as_map().keys()) {
+      pid_list_sub.append(
+          start_worker([sub, bundle, nodename] { check_sub_bundles(sub, bundle, nodename); }));
+    }
+  }
+  pid_list_sub.join_all();
+}
+
+void check_one_bundle(const std::string& bundle) {
+  if (!check_bundles_PI(bundle)) return;
+  if (!check_sub_bundles_PI(bundle)) return;
+  start_bundle_level(bundle);
+  run_member_level(bundle);
+  run_sub_bundle_level(bundle);
+}
+
+}  // namespace
+
+int check_bundle_consistency() {
+  run_state& run = st();
+  try {
+    print_title("Bundle Consistency Check");
+    if (check_bundle_scale() == ERROR) {
+      ++run.exception;
+      logger("INFO: bundle scale check failed", "exception");
+    }
+    for (const std::string& bundle : run.tesselDb.as_map().keys()) {
+      if (bundle != "hqos") check_one_bundle(bundle);
+    }
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    logger(fmt::format("{}: Consistency check failed", error.what()), "exception", true);
+    ++run.exception;
+    return ERROR;
+  }
+}
+
+int check_bundles(const std::string& bundle, const std::string& nodename) {
+  try {
+    const record& element = bundle_record(bundle);
+    const std::string error_string =
+        fmt::format("{}({}), {}", bundle, plain(element.get("ifh")), nodename);
+    if (element.get("members").contains(nodename) &&
+        !check_bundles_PD(bundle, nodename, error_string)) {
+      return ERROR;
+    }
+    if (!check_bundles_DPA(bundle, nodename, error_string)) return ERROR;
+    if (is_asic_supported(nodename) && !check_bundles_BCM(bundle, nodename, error_string)) {
+      return ERROR;
+    }
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    logger(fmt::format("{}: Bundle consistency check failed for {}, {}", error.what(), bundle,
+                       nodename),
+           "exception", true);
+    ++st().exception;
+    return ERROR;
+  }
+}
+
+int check_members(const std::string& member, const std::string& bundle,
+                  const std::string& nodename) {
+  try {
+    const std::string error_string = fmt::format("{},{}({}), {}", member, bundle,
+                                                 plain(bundle_record(bundle).get("ifh")), nodename);
+    if (!check_members_PI(member, bundle, nodename, error_string)) return ERROR;
+    if (!check_members_PD(member, bundle, nodename, error_string)) return ERROR;
+    if (!check_members_DPA(member, bundle, nodename, error_string)) return ERROR;
+    if (is_asic_supported(nodename) && !check_members_BCM(member, bundle, nodename, error_string)) {
+      return ERROR;
+    }
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    logger(fmt::format("{}: Member consistency check failed for {} {}, {}", error.what(), member,
+                       bundle, nodename),
+           "exception", true);
+    ++st().exception;
+    return ERROR;
+  }
+}
+
+int check_sub_bundles(const std::string& sub_bdl, const std::string& bundle,
+                      const std::string& nodename) {
+  try {
+    const record& element = bundle_record(bundle).get("sub_bundles").at(sub_bdl).as_record();
+    const std::string error_string =
+        fmt::format("{}({}),{}", sub_bdl, plain(element.get("ifh")), nodename);
+    // Without hierarchical QoS sub-bundles have no LAG of their own.
+    if (!st().tesselDb.at("hqos").truthy()) return SUCCESS;
+    if (!check_sub_bundles_DPA(sub_bdl, bundle, nodename, error_string)) return ERROR;
+    if (is_asic_supported(nodename) &&
+        !check_sub_bundles_BCM(sub_bdl, bundle, nodename, error_string)) {
+      return ERROR;
+    }
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    logger(fmt::format("{}: Sub-Bundle consistency check failed for {} {}, {}", error.what(),
+                       sub_bdl, bundle, nodename),
+           "exception", true);
+    ++st().exception;
+    return ERROR;
+  }
+}
+
+}  // namespace tessel

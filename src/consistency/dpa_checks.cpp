@@ -1,0 +1,171 @@
+#include "consistency/dpa_checks.h"
+
+#include <fmt/format.h>
+
+#include <string>
+
+#include "base/failure.h"
+#include "base/helpers.h"
+#include "base/logs.h"
+#include "base/text.h"
+#include "consistency/field_checks.h"
+#include "consistency/findings.h"
+#include "consistency/pi_pd_checks.h"
+#include "run/state.h"
+
+namespace tessel {
+
+namespace {
+
+// The objects print a LIF in fixed width: 0x00012345 is 0x12345.
+std::string short_lif(const value& lif) {
+  return fmt::format("0x{}", strip_set_left(lif.as_text(), "0x"));
+}
+
+// Passes a check's verdict on; after a disagreement, tells whether the object is on its way out.
+bool agrees(int verdict, const record& element, std::string_view error_string) {
+  if (!verdict) check_delete_pending(element, error_string);
+  return verdict != ERROR;
+}
+
+void check_member_scale(const value& dpa) {
+  const value limit = dpa.at("max_member_count");
+  if (limit == DEFAULT) return;
+  const value weight = dpa.at("weight");
+  if (weight.as_integer() <= to_decimal(limit)) return;
+  inconsistency(
+      "Inconsistency {}: member scale limit exceeded due to weights of members ({}) being more "
+      "than allowed ({})",
+      plain(weight), plain(limit));
+}
+
+// The interface objects of a bundle on a node that holds members of it: LIF, RIF and MAC of the
+// l2port, then RIF of the l3intf or LIF of the l2intf. The layer text stays the l2port's.
+bool bundle_interfaces_agree(const value& objects, const std::string& ifh, record& element,
+                             std::string_view error_string) {
+  constexpr std::string_view layer = "DPA_Bundles_l2port";
+  const std::string lif_l2 = short_lif(objects.at("l2port").at(ifh).at("lif"));
+  if (!agrees(check_lif(lif_l2, element, error_string, layer), element, error_string)) return false;
+  const std::string rif_l2 = convert_to_hex(objects.at("l2port").at(ifh).at("rif"));
+  if (!agrees(check_rif(rif_l2, element, error_string, layer), element, error_string)) return false;
+  const value mac_l2 = objects.at("l2port").at(ifh).at("mac");
+  if (!agrees(check_mac(mac_l2, element, error_string, layer), element, error_string)) return false;
+  if (element.get("is_l2") == 0) {
+    const value rif_l3 = objects.at("l3intf").at(ifh).at("rif");
+    return agrees(check_rif(rif_l3, element, error_string, layer), element, error_string);
+  }
+  const std::string lif_intf = short_lif(objects.at("l2intf").at(ifh).at("lif"));
+  return agrees(check_lif(lif_intf, element, error_string, layer), element, error_string);
+}
+
+// The bundle's VLAN domain on each NPU, compared with the l2intf object's on a layer 2 bundle.
+value vlan_domains(const value& objects, const std::string& ifh, const record& element,
+                   std::string_view error_string) {
+  const value dpa = objects.at("lagport").at(ifh);
+  value vd = make_map();
+  for (const std::string& npu : dpa.at("members").as_map().keys()) {
+    const std::string domain = convert_to_hex(dpa.at("vlan_domain").at(npu));
+    vd.as_map().set(npu, domain);
+    if (!(element.get("is_l2") == 1)) continue;
+    const std::string l2intf_vd = convert_to_hex(objects.at("l2intf").at(ifh).at("vlan_domain"));
+    if (l2intf_vd == domain) continue;
+    inconsistency("Inconsistency {}:{} vlan_domain is not consistent in DPA_l2intf:{}, Expected:{}",
+                  error_string, l2intf_vd, domain);
+  }
+  return vd;
+}
+
+int failed(std::string_view what, const std::exception& error, std::string_view error_string,
+           std::source_location where = std::source_location::current()) {
+  logger(fmt::format("{}: DPA {} failed for {}", error.what(), what, error_string), "exception",
+         true, where);
+  ++st().exception;
+  return ERROR;
+}
+
+}  // namespace
+
+int check_bundles_DPA(std::string_view bundle, std::string_view nodename,
+                      std::string_view error_string) {
+  try {
+    const value DPA = st().DPA.get();
+    if (!is_node_present(nodename, DPA, "Bundle", "DPA")) return ERROR;
+    const value objects = DPA.at(nodename);
+    record& element = bundle_record(bundle);
+    const value handle = element.get("ifh");
+    if (!is_entry_present(handle, objects.at("lagport"), "DPA", error_string)) return ERROR;
+    const std::string& ifh = handle.as_text();
+    const value dpa = objects.at("lagport").at(ifh);
+    element.set("delPending", dpa.at("deletePending"));
+    check_member_scale(dpa);
+    // Alone of all disagreements a wrong LAG id does not end the check.
+    agrees(check_lagid(dpa.at("lagid"), element, error_string, "DPA_Bundles"), element,
+           error_string);
+    if (element.get("members").contains(nodename) &&
+        !bundle_interfaces_agree(objects, ifh, element, error_string)) {
+      return ERROR;
+    }
+    const value vd = vlan_domains(objects, ifh, element, error_string);
+    element.get("vlan_domain").as_map().set(nodename, vd);
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    return failed("bundle consistency check", error, error_string);
+  }
+}
+
+int check_members_DPA(std::string_view member, std::string_view bundle, std::string_view nodename,
+                      std::string_view error_string) {
+  try {
+    const value DPA = st().DPA.get();
+    if (!is_node_present(nodename, DPA, "Bundle", "DPA")) return ERROR;
+    record& element = bundle_record(bundle);
+    const value ifh = element.get("ifh");
+    const value lagport = DPA.at(nodename).at("lagport");
+    if (!is_entry_present(ifh, lagport, "DPA", error_string)) return ERROR;
+    record& port = element.get("members").at(nodename).at(member).as_record();
+    const value dpa = lagport.at(ifh.as_text()).at("members");
+    const value mifh = port.get("ifh");
+    const value mtu = st().voq_usage.get().at(member).as_record().get("mtu");
+    const value dpa_members = dpa.at(port.get("npu_id").as_text());
+    if (!is_entry_present(mifh, dpa_members, "DPA", error_string)) return ERROR;
+    const value memid = dpa_members.at(mifh.as_text()).at("memid");
+    if (!agrees(check_memid(memid, port, error_string, "DPA_Members"), element, error_string) ||
+        !agrees(check_mtu(mtu, port, error_string, "DPA_Members"), element, error_string)) {
+      return ERROR;
+    }
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    return failed("Member verification", error, error_string);
+  }
+}
+
+int check_sub_bundles_DPA(std::string_view sub, std::string_view bundle, std::string_view nodename,
+                          std::string_view error_string) {
+  try {
+    const record& main_bundle = bundle_record(bundle);
+    record& element = main_bundle.get("sub_bundles").at(sub).as_record();
+    const value handle = element.get("ifh");
+    const value objects = st().DPA.get().at(nodename);
+    if (!is_entry_present(handle, objects.at("lagport"), "DPA", error_string)) return ERROR;
+    const std::string& ifh = handle.as_text();
+    const value dpa = objects.at("lagport").at(ifh);
+    element.set("delPending", dpa.at("deletePending"));
+    const int lagid_verdict =
+        check_lagid(dpa.at("lagid"), element, error_string, "DPA_Sub_Bundles");
+    if (!agrees(lagid_verdict, element, error_string)) return ERROR;
+    if (!main_bundle.get("members").contains(nodename)) return SUCCESS;
+    const std::string lif_l2 = short_lif(objects.at("l2intf").at(ifh).at("lif"));
+    const int lif_verdict = check_lif(lif_l2, element, error_string, "DPA_Sub_Bundles_l2intf");
+    if (!agrees(lif_verdict, element, error_string)) return ERROR;
+    if (!(element.get("is_l2") == 0)) return SUCCESS;
+    // Through decimal, so that leading zeros go. The layer text is the bundle level's.
+    const std::string rif_l3 =
+        convert_to_hex(convert_hex_to_int(objects.at("l3intf").at(ifh).at("rif")));
+    const int rif_verdict = check_rif(rif_l3, element, error_string, "DPA_Bundles_l2port");
+    return agrees(rif_verdict, element, error_string) ? SUCCESS : ERROR;
+  } catch (const std::exception& error) {
+    return failed("Sub-Bundle verification", error, error_string);
+  }
+}
+
+}  // namespace tessel

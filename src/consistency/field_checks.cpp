@@ -1,0 +1,175 @@
+#include "consistency/field_checks.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+#include <string>
+
+#include "base/helpers.h"
+#include "base/logs.h"
+#include "base/text.h"
+#include "consistency/findings.h"
+#include "run/state.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr std::size_t compared_lif_digits = 4;
+constexpr std::size_t shortest_glif = 5;
+
+int failed(std::string_view message, std::source_location where = std::source_location::current()) {
+  logger(message, "exception", true, where);
+  ++st().exception;
+  return ERROR;
+}
+
+// What a reported LIF meets in a record.
+enum class lif_verdict { agrees, too_short, differs };
+
+}  // namespace
+
+record& bundle_record(std::string_view bundle, here where) {
+  return st().tesselDb.at(bundle, where).as_record(where);
+}
+
+int is_node_present(std::string_view nodename, const value& obj, std::string_view type,
+                    std::string_view layer) {
+  try {
+    if (obj.contains(nodename)) return SUCCESS;
+    return inconsistency("Inconsistency {}: {} has no {} entry in location {}", layer, type,
+                         nodename);
+  } catch (const std::exception& error) {
+    ++st().exception;
+    logger(
+        fmt::format("{}: is_node_present check failed for {} in {}", error.what(), nodename, layer),
+        "exception", true);
+    return ERROR;
+  }
+}
+
+int is_entry_present(const value& entry, const value& obj, std::string_view layer,
+                     std::string_view error_string) {
+  try {
+    if (entry == DEFAULT) return ERROR;
+    if (!obj.contains(entry.as_text())) {
+      return inconsistency("Inconsistency {}: {} has no entry for {}", layer, error_string);
+    }
+    obj.at(entry.as_text()).as_map().mark_visited();
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    ++st().exception;
+    logger(fmt::format("{}: is_entry_present verification failed for {} in {}", error.what(),
+                       error_string, layer),
+           "exception", true);
+    return ERROR;
+  }
+}
+
+int check_lagid(const value& lagid, record& element, std::string_view error_string,
+                std::string_view layer) {
+  try {
+    const auto held = element.expect("lagid", lagid);
+    if (!held) return SUCCESS;
+    return inconsistency("Inconsistency {}:{} Lag ID is not consistent in {}:{}, Expected:{}",
+                         error_string, layer, plain(*held), plain(lagid));
+  } catch (const std::exception& error) {
+    return failed(fmt::format("{}: lagid verification failed {}", error.what(), error_string));
+  }
+}
+
+int check_mtu(const value& mtu, record& element, std::string_view error_string,
+              std::string_view layer) {
+  try {
+    const auto held = element.expect("mtu", mtu);
+    if (!held) return SUCCESS;
+    return inconsistency("Inconsistency {}:{} MTU is not consistent in {}:{}, Expected:{}",
+                         error_string, layer, plain(*held), plain(mtu));
+  } catch (const std::exception& error) {
+    return failed(fmt::format("{}: mtu verification failed {}", error.what(), error_string));
+  }
+}
+
+int check_rif(const value& rif, record& element, std::string_view error_string,
+              std::string_view layer) {
+  try {
+    const auto held = element.expect("rif", rif);
+    if (!held) return SUCCESS;
+    return inconsistency("Inconsistency {}:{} RIF is not consistent in {}:{}, Expected:{}",
+                         error_string, layer, plain(rif), plain(*held));
+  } catch (const std::exception& error) {
+    return failed(fmt::format("{}: RIF verification failed for {}", error.what(), error_string));
+  }
+}
+
+int check_memid(const value& memid, record& element, std::string_view error_string,
+                std::string_view layer) {
+  try {
+    const auto held = element.expect("memid", memid);
+    if (!held) return SUCCESS;
+    return inconsistency("Inconsistency {}:{} Member ID is not consistent in {}:{}, Expected:{}",
+                         error_string, layer, plain(memid), plain(*held));
+  } catch (const std::exception& error) {
+    // The words stand for themselves: the object's name is not part of this message.
+    return failed(fmt::format("{}: Member ID verification failed for error_string", error.what()));
+  }
+}
+
+int check_lif(const value& lif, record& element, std::string_view error_string,
+              std::string_view layer) {
+  try {
+    const std::string& reported = lif.as_text();
+    std::string held;
+    const lif_verdict verdict = element.in_one_step("glif", [&](value& glif) {
+      if (glif == DEFAULT) {
+        if (reported.size() < shortest_glif) return lif_verdict::too_short;
+        glif = lif;
+        return lif_verdict::agrees;
+      }
+      held = glif.as_text();
+      return tail(held, compared_lif_digits) == tail(reported, compared_lif_digits)
+                 ? lif_verdict::agrees
+                 : lif_verdict::differs;
+    });
+    if (verdict == lif_verdict::agrees) return SUCCESS;
+    if (verdict == lif_verdict::too_short) {
+      return inconsistency("Inconsistency {}:{} GLIF is not consistent in {}:{},Expected:0xXX{}",
+                           error_string, layer, reported, strip_set(reported, "0x"));
+    }
+    return inconsistency("Inconsistency {}:{} GLIF is not consistent in {}:{},Expected:{}",
+                         error_string, layer, reported, held);
+  } catch (const std::exception& error) {
+    return failed(fmt::format("{}: LIF verification failed for {}", error.what(), error_string));
+  }
+}
+
+int check_mac(const value& mac, record& element, std::string_view error_string,
+              std::string_view layer) {
+  try {
+    const std::string held = element.get("mac").as_text();
+    const std::string ele_mac = replace_all(held, ".", "");
+    const std::string reported = replace_all(mac.as_text(), ":", "");
+    if (ele_mac == reported) return SUCCESS;
+    return inconsistency("Inconsistency {}:{} MAC is not consistent in {}:{}, Expected:{}",
+                         error_string, layer, reported, held);
+  } catch (const std::exception& error) {
+    return failed(fmt::format("{}: MAC verification failed for {}", error.what(), error_string));
+  }
+}
+
+int check_bundle_type(const value& is_l2, record& element, std::string_view error_string,
+                      std::string_view layer) {
+  try {
+    const value held = element.get("is_l2");
+    if (held == value(to_integer(is_l2))) return SUCCESS;
+    return inconsistency(
+        "Inconsistency {}:{} Bundle type (is_l2/l3) is not consistent in {}:{} & Running config: "
+        "{}",
+        error_string, layer, plain(is_l2), plain(held));
+  } catch (const std::exception& error) {
+    return failed(fmt::format("{}: bundle type (l2/l3) verification failed for {}", error.what(),
+                              error_string));
+  }
+}
+
+}  // namespace tessel

@@ -1,0 +1,62 @@
+#include "hygiene/bundle_health.h"
+
+#include <fmt/format.h>
+
+#include "base/command.h"
+#include "base/failure.h"
+#include "base/logs.h"
+#include "base/print.h"
+#include "base/text.h"
+#include "run/state.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr std::string_view bundle_word = "Bundle-Ether";
+
+// Bundle lines stand at the margin, all others behind three blanks.
+std::string indented(std::string_view text) {
+  std::string result;
+  for (const std::string_view line : split(text, "\n")) {
+    if (!result.empty()) result += '\n';
+    if (line.find(bundle_word) == std::string_view::npos) result += "   ";
+    result += strip_set_left(line, " \t\n\r\f\v");
+  }
+  return result;
+}
+
+}  // namespace
+
+int check_bundle_health() {
+  run_state& run = st();
+  try {
+    print_title("Bundle Health Check");
+    run.bdlHealthCheck =
+        execute(R"(lagmgr_health | grep "-v" "-E" "Checking|checking|Overall result")");
+    const auto [bdl_error, err_count] = parse_bundle_health(readable(run.bdlHealthCheck));
+    run.bdlHealthCheckCount = err_count;
+    logger(bdl_error, "bundle_health");
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    logger(fmt::format("{}: Bundle health check failed", error.what()), "exception", true);
+    ++run.exception;
+    return ERROR;
+  }
+}
+
+std::pair<std::string, std::int64_t> parse_bundle_health(std::string_view bdlHealthCheck) {
+  static const pattern& rule = constant("---*");
+  static const pattern& empty_lines = constant("\n\n\n*");
+  static const pattern& information_block =
+      constant("\\w+:\\s+\\d+\\s+[\\w 0-9\\/,.]+\n+\\s+[\\w 0-9\\/,.]+\n+\\s+[\\w 0-9\\/,.]+");
+  static const pattern& table_head = constant(R"(Process\s+Node\s+Result\s+\w+\s+[\w 0-9\/,.]+)");
+  const std::string report = sub(empty_lines, "\n", sub(rule, "", bdlHealthCheck));
+  const bool has_information = report.find("INFO:") != std::string::npos;
+  const std::string errors = sub(has_information ? information_block : table_head, "", report);
+  std::string output = indented(fmt::format("\n{}", strip(errors)));
+  const auto err_count = static_cast<std::int64_t>(split(output, bundle_word).size()) - 1;
+  return {std::move(output), err_count};
+}
+
+}  // namespace tessel

@@ -1,0 +1,24 @@
+// What the bundle manager thinks of itself.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace tessel {
+
+// Runs the bundle manager's health check, logs the cleaned report on the channel "bundle_health",
+// even an empty one, and keeps the number of bundles that it names. Returns SUCCESS, or ERROR after
+// logging and counting a failure. Main thread.
+int check_bundle_health();
+
+// The report without rules, table head and information blocks, bundle lines at the margin and
+// details indented by three; and how often it names a bundle. Throws `failure` if the report cannot
+// be searched. Any thread.
+//
+//   "--------\nBundle-Ether12\n  not distributing\n"  ->  {"   \nBundle-Ether12\n   not
+//   distributing", 1}
+std::pair<std::string, std::int64_t> parse_bundle_health(std::string_view bdlHealthCheck);
+
+}  // namespace tessel

@@ -1,0 +1,140 @@
+#include "parse/bcm_lag.h"
+
+#include <fmt/format.h>
+
+#include <string>
+
+#include "base/failure.h"
+#include "base/helpers.h"
+#include "base/logs.h"
+#include "base/text.h"
+#include "run/state.h"
+
+namespace tessel {
+
+namespace {
+
+// Where an NPU sits, for descriptions.
+struct npu_place {
+  std::string_view nodename;
+  std::string_view npu;
+};
+
+void take_chip_as_unusable(std::string_view nodename) {
+  run_state& run = st();
+  ++run.info;
+  logger(
+      fmt::format("INFO: BCM hardware dont have any bundle data/no bundle member from Location {}",
+                  nodename),
+      "exception");
+  run.nodeinfo.get().at(nodename).as_map().update("asic_supported", 0);
+}
+
+value diag_lag_members(std::string_view lag, std::string_view lagid, const npu_place& place) {
+  static const pattern& row = constant(R"(\d+\s+\|\s+\w+\s+\|\s+[YN])");
+  value mem = make_map();
+  const matches rows = findall(row, lag);
+  for (std::size_t at = 0; at < rows.size(); ++at) {
+    const auto cells = split(rows.text(at), "|");
+    if (cells.size() != 3) {
+      throw failure(fmt::format("{} cells in the row {}", cells.size(), quoted(rows.text(at))));
+    }
+    const std::string memid = convert_to_hex(cells[0]);
+    value member = make_map();
+    member.as_map().set("gport", strip(cells[1]));
+    member.as_map().set("is_active", strip(cells[2]));
+    member.as_map().set("Node Description", fmt::format("{}_npu{}_node{}_memid{}", lagid, place.npu,
+                                                        place.nodename, memid));
+    mem.as_map().set(memid, member);
+  }
+  return mem;
+}
+
+void add_diag_lag(std::string_view lag, const npu_place& place, map& bundle) {
+  static const pattern& id = constant(R"((?<=ID:\s)\d+)");
+  const matches ids = findall(id, lag);
+  if (ids.empty()) {
+    pprint(fmt::format("Data Not Found: Not able to get lag id from diag_lag output, Location {}, "
+                       "NPU {}",
+                       place.nodename, place.npu),
+           *st().dl_fd.require());
+    return;
+  }
+  const std::string lagid = "LAG " + convert_to_hex(ids.text(0));
+  const value mem = diag_lag_members(lag, lagid, place);
+  if (mem.truthy()) {
+    mem.as_map().set("Visited", 0);
+    mem.as_map().set("Node Description",
+                     fmt::format("{}_npu{}_node{}", lagid, place.npu, place.nodename));
+  }
+  bundle.set(lagid, mem);
+}
+
+// A LAG's rows may go on in the next piece, so `lag_id` stays from piece to piece.
+void add_tm_lag(std::string_view lag, const npu_place& place, std::string& lag_id, map& bundle) {
+  static const pattern& row =
+      constant("\\d*\\s+\\|\\s+(\\d*)\\s+\\|\\s+\\w*\\s+\\|\\s+(\\w*)\\s+\\|\\s+(\\w*)\\s+\\|\n");
+  const matches rows = findall(row, lag);
+  for (std::size_t at = 0; at < rows.size(); ++at) {
+    const std::string_view id = rows[at][0];
+    const std::string_view mem_gport = rows[at][1];
+    if (!id.empty()) {
+      lag_id = convert_to_hex(id);
+      value entry = make_map();
+      entry.as_map().set("members", make_list());
+      bundle.set(lag_id, entry);
+    }
+    if (!mem_gport.empty()) bundle.at(lag_id).at("members").as_list().emplace_back(mem_gport);
+  }
+  const value entry = bundle.at(lag_id);
+  if (entry.at("members").truthy()) {
+    entry.as_map().set("Visited", 0);
+    entry.as_map().set("Node Description",
+                       fmt::format("{}_npu{}_node{}", lag_id, place.npu, place.nodename));
+  }
+}
+
+int parser_failed(const std::exception& error, std::string_view command, const npu_place& place,
+                  std::source_location where = std::source_location::current()) {
+  ++st().exception;
+  logger(fmt::format("{}: parse {} output failed Location {}, NPU {}", error.what(), command,
+                     place.nodename, place.npu),
+         "exception", true, where);
+  return ERROR;
+}
+
+}  // namespace
+
+value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::string_view npu) {
+  const npu_place place{nodename, npu};
+  try {
+    value bundle = make_map();
+    const auto pieces = split(readable(diag_lag), "LAG");
+    for (std::size_t at = 1; at < pieces.size(); ++at) {
+      add_diag_lag(pieces[at], place, bundle.as_map());
+    }
+    if (!bundle.truthy()) take_chip_as_unusable(nodename);
+    return bundle;
+  } catch (const std::exception& error) {
+    return parser_failed(error, "diag_lag", place);
+  }
+}
+
+value parse_tm_lag(const value& tm_lag, std::string_view nodename, std::string_view npu) {
+  const npu_place place{nodename, npu};
+  try {
+    static const pattern& lag_start = constant(R"(\|\s+\d+\s+\|\s+\d+\s+\|)");
+    value bundle = make_map();
+    std::string lag_id;
+    const auto pieces = split(readable(tm_lag), lag_start);
+    for (std::size_t at = 1; at < pieces.size(); ++at) {
+      add_tm_lag(pieces[at], place, lag_id, bundle.as_map());
+    }
+    if (!bundle.truthy()) take_chip_as_unusable(nodename);
+    return bundle;
+  } catch (const std::exception& error) {
+    return parser_failed(error, "tm_lag", place);
+  }
+}
+
+}  // namespace tessel

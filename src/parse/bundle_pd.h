@@ -1,0 +1,19 @@
+// The bundle manager's agents' (PD) view: per bundle and node the LAG id, the global port and the
+// NPU mask, and the members with NPU, member id and system port.
+//
+//   Bundle-Ether12                              {"BE12": {
+//   (two header lines)                            "members": {"0/0/CPU0": {"0/0/0/1": {
+//   0/0/CPU0  0x1  0x4c000001  0x3                   "npu": "0", "memid": "0x0", "sysport": "0x21",
+//   Node: 0/0/CPU0                                   "Visited": 0, ...}}},
+//   (three header lines)                          "0/0/CPU0": {"lagid": "0x1", ...},
+//   0  0  0x21  Hu0/0/0/1                         "Visited": 0, "Node Description": ...}}
+#pragma once
+
+namespace tessel {
+
+// Runs the dump command and replaces `bdlInfoPD` by the map of bundles; until then, and after a
+// failure, it holds the command's text. Returns SUCCESS, or ERROR after counting and logging a
+// failure. A worker of collection.
+int dump_parse_bundle_info_PD();
+
+}  // namespace tessel

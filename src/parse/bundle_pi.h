@@ -1,0 +1,19 @@
+// The bundle manager's own (PI) database: which bundles exist, with handle, MAC, MTU and members.
+//
+//   Bundle-Ether12
+//   Bundle interface handle BE12 (0x3000120)          {"BE12": {"mtu": "1514",
+//   MAC address 0011.2233.4455                           "mac": "0011.2233.4455",
+//   Operational MTU 1514                                 "members": {"0/0/0/1": {"mifh": "0x60",
+//   Member interface Hu0/0/0/1 (0x60)                       "Visited": 0, ...}},
+//                                                        "Visited": 0, ..., "ifh": "0x3000120"}}
+#pragma once
+
+namespace tessel {
+
+// Runs the dump command and replaces `bdlInfoPI` by the map of bundles that have a member; until
+// then, and after a failure, it holds the command's text. Returns SUCCESS; ERROR, after logging and
+// counting, for a bundle without a MAC or MTU line and for any other failure. A worker of
+// collection.
+int dump_parse_bundle_info_PI();
+
+}  // namespace tessel

@@ -1,0 +1,58 @@
+#include "parse/vlan_domain_rows.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+#include "base/text.h"
+#include "base/value.h"
+#include "run/state.h"
+
+namespace tessel {
+
+namespace {
+
+// The first row of each core and port. A row may start inside the end of the one before it, so
+// what the definition has in front of "IHP" is looked back at, and what it has behind the port is
+// looked ahead at.
+class vlan_domain_rows {
+ public:
+  explicit vlan_domain_rows(std::string_view table) {
+    static const pattern& row =
+        constant(R"((?<=\w.)IHP((?:\w|-)*)\[((?:\w|-)*)\](?=:\s<\w+=\w+,VLAN_DOMAIN=(\w+),))");
+    const matches rows = findall(row, table);
+    for (std::size_t at = 0; at < rows.size(); ++at) {
+      domains_.try_emplace(key(rows[at][0], rows[at][1]), rows[at][2]);
+    }
+  }
+
+  std::optional<std::string> find(std::string_view core, std::string_view port) const {
+    const auto found = domains_.find(key(core, port));
+    return found == domains_.end() ? std::nullopt : std::optional<std::string>(found->second);
+  }
+
+ private:
+  static std::string key(std::string_view core, std::string_view port) {
+    return std::string(core).append(1, '[').append(port);
+  }
+  std::unordered_map<std::string, std::string_view> domains_;
+};
+
+bool is_plain(std::string_view name) {
+  return std::all_of(name.begin(), name.end(), [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
+           c == '-';
+  });
+}
+
+}  // namespace
+
+std::optional<std::string> vlan_domain_of(const std::shared_ptr<const std::string>& table,
+                                          std::string_view core, std::string_view port) {
+  if (is_plain(core) && is_plain(port)) {
+    return st().indexes.get<vlan_domain_rows>(table)->find(core, port);
+  }
+  const matches found = findall(pattern(fill(vlan_domain_definition, {core, port})), *table);
+  return found.empty() ? std::nullopt : std::optional<std::string>(found.text(0));
+}
+
+}  // namespace tessel

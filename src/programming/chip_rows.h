@@ -1,0 +1,35 @@
+// The raw chip tables that are searched once for every sub-bundle, node and NPU, each read once
+// into an index.
+//
+//   0  1005   Payload=0x00001234                              sem_payload_of(table, "1005")
+//   IHP_VSI_LOW_CFG_1.IHP0[5]: <A=0,B=1,MY_MAC=0x2bc>         vsi_mac_of(table, "5")
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tessel {
+
+using raw_table = std::shared_ptr<const std::string>;
+
+// What one search of a table means: the braces take the key, or the RIF in decimal. The key is not
+// anchored on the left: it may be the tail of a longer word.
+inline constexpr std::string_view sem_definition = R"({}\s+Payload=(\w+))";
+inline constexpr std::string_view vsi_definition =
+    R"(IHP\w+.IHP0\[{}\]: <\w+=\w+,\w+=\w+.*MY_MAC=0x(\w+))";
+
+// The payload in the first row of `key`, as printed; nothing if there is no such row. These throw
+// `failure` if the table cannot be searched. Any thread.
+std::optional<std::string> sem_payload_of(const raw_table& table, std::string_view key);
+
+// True if the table holds a row in braces, the only kind that a search for a given LIF can find:
+// its pattern keeps its braces as literal characters.
+bool has_braced_sem_row(const raw_table& table);
+
+// The field MY_MAC, hexadecimal digits, in the first row of `rif` (decimal text); nothing if there
+// is no such row.
+std::optional<std::string> vsi_mac_of(const raw_table& table, std::string_view rif);
+
+}  // namespace tessel

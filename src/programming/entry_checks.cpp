@@ -1,0 +1,135 @@
+#include "programming/entry_checks.h"
+
+#include <fmt/format.h>
+
+#include "base/command.h"
+#include "base/failure.h"
+#include "base/helpers.h"
+#include "base/logs.h"
+#include "base/text.h"
+#include "consistency/pi_pd_checks.h"
+#include "programming/chip_rows.h"
+#include "programming/findings.h"
+#include "run/state.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr std::size_t compared_mac_digits = 3;
+constexpr std::size_t glif_digits = 4;
+
+value table_of(std::string_view nodename, std::string_view npu, std::string_view key,
+               here where = here::current()) {
+  return st().BCM.get().at(nodename, where).at(npu, where).at(key, where);
+}
+
+std::int64_t low_bits_of_mac(const record& obj) {
+  const std::string mac = obj.get("mac").as_text();
+  return to_hexadecimal(tail(mac, compared_mac_digits)) & mask;
+}
+
+int failed(std::string_view message, std::source_location where = std::source_location::current()) {
+  logger(message, "exception", true, where);
+  ++st().exception;
+  return ERROR;
+}
+
+void report_rif_missing(const record& obj, std::string_view err) {
+  report_programming_error("Programming Error {}: DPA RIF {} not found in BCM for {}",
+                           plain(obj.get("rif")), err);
+}
+
+}  // namespace
+
+int verify_vlan_domain(const value& bundle_vd, const value& member_vd, const value& member,
+                       std::string_view err) {
+  try {
+    if (bundle_vd == member_vd) return SUCCESS;
+    return report_programming_error(
+        "Programming Error {}: {} Vlan Domain {} != Member {} Vlan Domain {}", err,
+        plain(bundle_vd), plain(member), plain(member_vd));
+  } catch (const std::exception& error) {
+    return failed(fmt::format("{}: vlan domain verification failed for {}", error.what(), err));
+  }
+}
+
+value verify_sem_entry(std::string_view llif, std::string_view nodename, std::string_view npu,
+                       std::string_view key) {
+  try {
+    for (const std::string_view name : {"SEMA", "SEMB"}) {
+      const raw_table table = table_of(nodename, npu, name).as_shared_text();
+      if (llif != any_llif) {
+        if (has_braced_sem_row(table)) return SUCCESS;
+      } else if (const auto payload = sem_payload_of(table, key)) {
+        return convert_to_hex(*payload);
+      }
+    }
+    return ERROR;
+  } catch (const std::exception& error) {
+    return failed(fmt::format("{}: SEM entry verification failed", error.what()));
+  }
+}
+
+int verify_sem_entry_j2(std::string_view, std::string_view nodename, std::string_view npu,
+                        std::string_view pp_port, std::string_view glif) {
+  try {
+    static const pattern& in_lif = constant(R"(\s+IN_LIF\s+(\d+))");
+    const value lif = table_of(nodename, npu, "lif").at(pp_port);
+    const std::string_view digits = tail(glif, glif_digits);
+    const value node = st().nodeinfo.get().at(nodename);
+    const value lif_map =
+        execute_bcmd(fmt::format("diag pp lif id=0x{} gl=1 type=in", digits), npu,
+                     node.at("nodeid"), node.at("nodeip"), fmt::format("glif{}", digits));
+    const matches found = findall(in_lif, readable(lif_map));
+    if (found.empty()) throw failure(fmt::format("no in-LIF for {}", digits));
+    return lif == found.text(0) ? SUCCESS : ERROR;
+  } catch (const std::exception& error) {
+    return failed(fmt::format("{}: SEM entry verification failed", error.what()));
+  }
+}
+
+int verify_rif_entry(const record& obj, std::string_view nodename, std::string_view npu,
+                     std::string_view err, int is_sub) {
+  try {
+    if (is_sub) return SUCCESS;
+    const std::string rif = std::to_string(to_integer(obj.get("rif")));
+    const auto bcmMac = vsi_mac_of(table_of(nodename, npu, "VSI").as_shared_text(), rif);
+    if (!bcmMac) {
+      report_rif_missing(obj, err);
+      return SUCCESS;
+    }
+    if (low_bits_of_mac(obj) != (to_hexadecimal(*bcmMac) & mask)) {
+      report_programming_error("Programming Error {}: BM PI MAC {} != BCM MAC MSB {} for {}",
+                               plain(obj.get("mac")), *bcmMac, err);
+      check_delete_pending(obj, err);
+    }
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    return failed(fmt::format("{}: RIF verification failed for {}", error.what(), err));
+  }
+}
+
+int verify_rif_entry_j2(const record& obj, std::string_view nodename, std::string_view npu,
+                        std::string_view err, int is_sub, const value& rif) {
+  try {
+    if (is_sub) return SUCCESS;
+    const std::string row = plain(convert_hex_to_int(rif));
+    const std::int64_t bcmMac = to_decimal(table_of(nodename, npu, "VSI").at(row));
+    if (bcmMac == 0) {
+      report_rif_missing(obj, err);
+      return SUCCESS;
+    }
+    if (low_bits_of_mac(obj) != bcmMac) {
+      // This family's MAC is a number, of which the message would quote a first element: the
+      // difference shows in the counter and in this function's failure.
+      ++st().programming_error;
+      throw failure(fmt::format("the chip's MAC {} has no first element", bcmMac));
+    }
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    return failed(fmt::format("{}: RIF verification failed for {}", error.what(), err));
+  }
+}
+
+}  // namespace tessel

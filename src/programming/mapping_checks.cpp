@@ -1,0 +1,140 @@
+#include "programming/mapping_checks.h"
+
+#include <fmt/format.h>
+
+#include <string>
+
+#include "base/command.h"
+#include "base/failure.h"
+#include "base/helpers.h"
+#include "base/logs.h"
+#include "base/text.h"
+#include "consistency/field_checks.h"
+#include "consistency/pi_pd_checks.h"
+#include "programming/entry_checks.h"
+#include "programming/findings.h"
+#include "run/state.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr std::size_t glif_digits = 4;
+
+int failed(std::string_view what, const std::exception& error, std::string_view err,
+           std::source_location where = std::source_location::current()) {
+  logger(fmt::format("{}: {} failed for {}", error.what(), what, err), "exception", true, where);
+  ++st().exception;
+  return ERROR;
+}
+
+bool has_rif_to_verify(const record& obj) {
+  return !obj.get("is_l2").truthy() && !(obj.get("rif") == DEFAULT);
+}
+
+void report_sem_missing(const record& obj, std::string_view err) {
+  report_programming_error("Programming Error {}: SEMA/B entry is not present for glif {},{}",
+                           plain(obj.get("glif")), err);
+  check_delete_pending(obj, err);
+}
+
+// The LIF next to `llif`. A LIF is held as text, to which no number can be added.
+std::string neighbour(const value& llif, std::int64_t distance) {
+  if (!llif.is_integer()) {
+    throw failure(fmt::format("cannot add {} to {}", distance, brief(llif)));
+  }
+  return std::to_string(llif.as_integer() + distance);
+}
+
+bool has_sem_entry(const record& obj, std::string_view nodename, std::string_view npu,
+                   std::string_view key) {
+  const auto trimmed = [](const std::string& llif) { return std::string(strip_set(llif, "0x")); };
+  const auto present = [&](const std::string& llif) {
+    return verify_sem_entry(llif, nodename, npu, key).truthy();
+  };
+  return present(trimmed(plain(obj.get("llif")))) ||
+         present(trimmed(neighbour(obj.get("llif"), 1))) ||
+         present(trimmed(neighbour(obj.get("llif"), -1)));
+}
+
+}  // namespace
+
+int get_glif_to_llif_vsi_mapping(std::string_view nodename, std::string_view npu, record& obj,
+                                 std::string_view err) {
+  try {
+    const std::string full_glif = obj.get("glif").as_text();
+    const std::string_view glif = tail(full_glif, glif_digits);
+    const value node = st().nodeinfo.get().at(nodename);
+    const value lif_map =
+        execute_bcmd(fmt::format("diag pp lif id=0x{} gl=1 type=in", glif), npu, node.at("nodeid"),
+                     node.at("nodeip"), fmt::format("glif{}", glif));
+    const pattern mapping(fill("{} -> \\w+ In_LIF:(0x\\w+).*\n.*\n.*vsid:\\s(\\d+)", {glif}));
+    const matches found = findall(mapping, readable(lif_map));
+    if (found.empty()) {
+      return report_programming_error(
+          "Programming Error {}: Not able to find GLIF {} to LLIF mapping for {}", full_glif, err);
+    }
+    obj.set("llif", convert_to_hex(found[0][0]));
+    if (!obj.get("is_l2").truthy()) {
+      check_rif(convert_to_hex(found[0][1]), obj, err, "BCM_LIF_TO_VSI_MAPPING");
+    }
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    return failed("get_glif_to_llif_vsi_mapping", error, err);
+  }
+}
+
+int verify_lif_rif_mac_mapping_key_llif(record& obj, std::string_view nodename,
+                                        std::string_view npu, std::string_view key,
+                                        std::string_view err, int is_sub) {
+  try {
+    if (obj.get("glif") == DEFAULT) {
+      // A note for support, neither counted nor told to the operator.
+      pprint(fmt::format("Programming Error {}: LIF/RIF verification failed for {}: GLIF {} is not "
+                         "valid",
+                         std::int64_t{st().programming_error}, err, plain(obj.get("glif"))),
+             *st().dl_fd.require());
+      return SUCCESS;
+    }
+    if (!get_glif_to_llif_vsi_mapping(nodename, npu, obj, err)) return SUCCESS;
+    if (!has_sem_entry(obj, nodename, npu, key)) report_sem_missing(obj, err);
+    if (has_rif_to_verify(obj)) verify_rif_entry(obj, nodename, npu, err, is_sub);
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    return failed("verify_lif_rif_mac_mapping_key_llif", error, err);
+  }
+}
+
+int verify_lif_rif_mac_mapping_key_vd(record& obj, std::string_view nodename, std::string_view npu,
+                                      std::string_view key, std::string_view err, int is_sub) {
+  try {
+    const value llif = verify_sem_entry(any_llif, nodename, npu, key);
+    if (llif == ERROR) {
+      report_sem_missing(obj, err);
+    } else {
+      obj.set("llif", llif);
+    }
+    if (has_rif_to_verify(obj)) verify_rif_entry(obj, nodename, npu, err, is_sub);
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    return failed("verify_lif_rif_mac_mapping_key_vd", error, err);
+  }
+}
+
+int verify_lif_rif_mac_mapping_key_vd_j2(record& obj, std::string_view nodename,
+                                         std::string_view npu, const value&, std::string_view err,
+                                         int is_sub) {
+  try {
+    // Read for its failure alone, should the record have no such field.
+    convert_hex_to_int(obj.get("lagid"));
+    if (has_rif_to_verify(obj)) {
+      verify_rif_entry_j2(obj, nodename, npu, err, is_sub, obj.get("rif"));
+    }
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    // The text is the earlier chips'.
+    return failed("verify_lif_rif_mac_mapping_key_vd", error, err);
+  }
+}
+
+}  // namespace tessel

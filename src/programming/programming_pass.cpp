@@ -1,0 +1,202 @@
+#include "programming/programming_pass.h"
+
+#include <fmt/format.h>
+
+#include <unordered_set>
+
+#include "base/failure.h"
+#include "base/helpers.h"
+#include "base/logs.h"
+#include "base/print.h"
+#include "base/text.h"
+#include "base/worker.h"
+#include "consistency/field_checks.h"
+#include "consistency/pi_pd_checks.h"
+#include "platform/router_type.h"
+#include "programming/entry_checks.h"
+#include "programming/findings.h"
+#include "programming/mapping_checks.h"
+#include "run/state.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr int of_bundle = 0;
+constexpr int of_sub_bundle = 1;
+
+int failed(std::string_view what, const std::exception& error, std::string_view object,
+           std::source_location where = std::source_location::current()) {
+  logger(fmt::format("{}: {} failed for {}", error.what(), what, object), "exception", true, where);
+  ++st().exception;
+  return ERROR;
+}
+
+// Names a bundle or sub-bundle on one NPU of a node.
+std::string object_on_npu(std::string_view name, const record& element, const value& npu,
+                          std::string_view nodename) {
+  return fmt::format("{}({}) NPU {},{}", name, plain(element.get("ifh")), plain(npu), nodename);
+}
+
+// Earlier findings explain a missing VLAN domain; otherwise it is one.
+void report_vlan_domain_missing(const std::string& bundle, const record& element,
+                                const std::string& nodename) {
+  if (st().exception != 0 || st().inconsistent != 0) return;
+  const std::string err = fmt::format("{}({}), {}", bundle, plain(element.get("ifh")), nodename);
+  report_programming_error("Programming Error{}:Not able to get vlan domain for {}", err);
+  check_delete_pending(element, err);
+}
+
+// Starts the work of each NPU at its first member whose VLAN domain agrees.
+void start_npus(const std::string& bundle, const std::string& nodename, worker_list& workers) {
+  const record& element = bundle_record(bundle);
+  const value members = element.get("members").at(nodename);
+  std::unordered_set<std::string> started;
+  for (const auto& [mName, mem] : members.as_map().items()) {
+    const record& port = mem.as_record();
+    const std::string npu = port.get("npu_id").as_text();
+    const std::string err = object_on_npu(bundle, element, npu, nodename);
+    const value bundle_vd = element.get("vlan_domain").at(nodename).at(npu);
+    const bool j2 = is_j2(nodename) != ERROR;
+    if (!j2 && !verify_vlan_domain(bundle_vd, port.get("vlan_domain").at(nodename),
+                                   port.get("name"), err)) {
+      check_delete_pending(element, err);
+      continue;
+    }
+    const std::string vd(strip_set(bundle_vd.as_text(), "0x"));
+    if (!started.insert(npu).second) continue;
+    const auto task = is_j2(nodename) ? check_bdl_prgm_task_j2 : check_bdl_prgm_task;
+    workers.append(start_worker([=, mem = mem] { task(bundle, nodename, mem, vd, err); }));
+  }
+}
+
+void check_one_bundle(const std::string& bundle) {
+  worker_list pid_list_prgm;
+  const record& element = bundle_record(bundle);
+  for (const auto& [nodename, node] : st().nodeinfo.get().as_map().items()) {
+    if (!node.at("asic_supported").truthy() || !node.at("dump").truthy()) continue;
+    if (!element.get("members").contains(nodename)) continue;
+    if (!element.get("vlan_domain").contains(nodename)) {
+      report_vlan_domain_missing(bundle, element, nodename);
+      continue;
+    }
+    start_npus(bundle, nodename, pid_list_prgm);
+  }
+  pid_list_prgm.join_all();
+}
+
+// Starts `check` for each sub-bundle, calls `check_bundle` meanwhile, and waits.
+template <class SubCheck, class BundleCheck>
+void check_with_sub_bundles(const std::string& bundle, const std::string& nodename,
+                            const value& npu, SubCheck check, BundleCheck check_bundle) {
+  worker_list pid_list_prgm;
+  const value sub_list = bundle_record(bundle).get("sub_bundles");
+  for (const auto& [sub, each] : sub_list.as_map().items()) {
+    const value sub_obj = each;
+    const std::string sub_err = object_on_npu(sub, sub_obj.as_record(), npu, nodename);
+    pid_list_prgm.append(
+        start_worker([check, sub_obj, sub_err] { check(sub_obj.as_record(), sub_err); }));
+  }
+  if (bundle_record(bundle).get("untagged") == 1) check_bundle(bundle_record(bundle));
+  pid_list_prgm.join_all();
+}
+
+// The key of a sub-bundle with two tags. Both fields of it are made of the outer tag.
+std::string two_tag_key(std::string_view vd, const value& outer) {
+  const std::int64_t first = to_decimal(outer);
+  std::int64_t tag = 0;
+  if (__builtin_mul_overflow(first, 2, &tag)) {
+    throw failure(fmt::format("{} is too large a VLAN", plain(outer)));
+  }
+  return fmt::format("{:03x}{}{:03x}", tag, vd, first);
+}
+
+}  // namespace
+
+int check_bundle_programming() {
+  run_state& run = st();
+  try {
+    print_title("Bundle Programming Check");
+    for (const std::string& bundle : run.tesselDb.as_map().keys()) {
+      if (bundle != "hqos") check_one_bundle(bundle);
+    }
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    logger(fmt::format("{}: Bundle programming verification failed", error.what()), "exception",
+           true);
+    ++run.exception;
+    return ERROR;
+  }
+}
+
+int check_bdl_prgm_task(const std::string& bundle, const std::string& nodename, const value& mem,
+                        const std::string& vd, const std::string& err) {
+  try {
+    const value npu = mem.as_record().get("npu_id");
+    check_with_sub_bundles(
+        bundle, nodename, npu,
+        [=](record& sub_obj, const std::string& sub_err) {
+          check_sub_bdl_prgm_task(sub_obj, nodename, vd, npu.as_text(), sub_err);
+        },
+        [&](record& element) {
+          verify_lif_rif_mac_mapping_key_vd(element, nodename, npu.as_text(), vd + "fff", err,
+                                            of_bundle);
+        });
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    return failed("Hardware data unavailable/check_bdl_prgm_task", error, bundle);
+  }
+}
+
+int check_bdl_prgm_task_j2(const std::string& bundle, const std::string& nodename, const value& mem,
+                           const std::string& vd, const std::string& err) {
+  try {
+    const value npu = mem.as_record().get("npu_id");
+    const value npu_core = mem.as_record().get("npu_core");
+    check_with_sub_bundles(
+        bundle, nodename, npu,
+        [=](record& sub_obj, const std::string& sub_err) {
+          check_sub_bdl_prgm_task_j2(sub_obj, nodename, vd, npu.as_text(), npu_core, sub_err);
+        },
+        [&](record& element) {
+          verify_lif_rif_mac_mapping_key_vd_j2(element, nodename, npu.as_text(), npu_core, err,
+                                               of_bundle);
+        });
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    // The text is the earlier chips'.
+    return failed("Hardware data unavailable/check_bdl_prgm_task", error, bundle);
+  }
+}
+
+int check_sub_bdl_prgm_task(record& sub_obj, std::string_view nodename, std::string_view vd,
+                            std::string_view npu, std::string_view err) {
+  try {
+    const value encap = sub_obj.get("encap");
+    const value_list& tags = encap.as_list();
+    if (tags.size() == 1 && !(tags[0] == "untagged")) {
+      const std::string key = fmt::format("{}{:03x}", vd, to_decimal(tags[0]));
+      verify_lif_rif_mac_mapping_key_vd(sub_obj, nodename, npu, key, err, of_sub_bundle);
+    } else if (tags.size() == 2) {
+      verify_lif_rif_mac_mapping_key_vd(sub_obj, nodename, npu, two_tag_key(vd, tags[0]), err,
+                                        of_sub_bundle);
+    } else {
+      verify_lif_rif_mac_mapping_key_llif(sub_obj, nodename, npu, vd, err, of_sub_bundle);
+    }
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    return failed("verify_lif_rif_mac_mapping", error, err);
+  }
+}
+
+int check_sub_bdl_prgm_task_j2(record& sub_obj, std::string_view nodename, std::string_view,
+                               std::string_view npu, const value& npu_core, std::string_view err) {
+  try {
+    verify_lif_rif_mac_mapping_key_vd_j2(sub_obj, nodename, npu, npu_core, err, of_sub_bundle);
+    return SUCCESS;
+  } catch (const std::exception& error) {
+    return failed("verify_lif_rif_mac_mapping", error, err);
+  }
+}
+
+}  // namespace tessel

@@ -1,0 +1,87 @@
+// The exported shell of the library.
+#include <cassert>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <exception>
+#include <string>
+
+#include "base/failure.h"
+#include "base/print.h"
+#include "run/run_tessel.h"
+#include "run/state.h"
+#include "tessel/tessel.h"
+
+#define TESSEL_EXPORT extern "C" __attribute__((visibility("default")))
+
+__attribute__((visibility("default"))) void* m = nullptr;
+
+namespace {
+
+// What ended run_tessel, until tessel_run acts on it. Only the host's thread touches it; never
+// destroyed, since the process may end while it is in use.
+std::exception_ptr& pending() {
+  static auto& kept = *new std::exception_ptr;
+  return kept;
+}
+
+void print_traceback(const std::exception& error, std::source_location where) {
+  try {
+    tessel::end_open_line();
+  } catch (const std::exception&) {
+    // Standard output may be what failed.
+  }
+  std::fputs(tessel::traceback_of(error, where).c_str(), stderr);
+}
+
+// An exit request ends the process, flushing what stdio holds. Workers that still run are not
+// waited for; nothing that they use is destroyed.
+void act_on_pending(std::source_location where = std::source_location::current()) {
+  const std::exception_ptr reason = std::exchange(pending(), nullptr);
+  if (!reason) return;
+  try {
+    std::rethrow_exception(reason);
+  } catch (const tessel::exit_request&) {
+    std::fflush(stdout);
+    std::exit(0);
+  } catch (const std::exception& error) {
+    print_traceback(error, where);
+  }
+}
+
+}  // namespace
+
+TESSEL_EXPORT void tessel_init(void) {
+  try {
+    m = &tessel::new_state();
+  } catch (const std::exception&) {
+    __assert_fail("0", __FILE__, __LINE__, "void tessel_init()");
+  }
+}
+
+TESSEL_EXPORT int32_t run_tessel(uint32_t my_node_id) {
+  if (m == nullptr) {
+    std::fputs("tessel: tessel_init has not been called\n", stderr);
+    return TESSEL_ABORTED;
+  }
+  try {
+    return tessel::run_tessel_with(std::int64_t{my_node_id});
+  } catch (const tessel::exit_request&) {
+    pending() = std::current_exception();
+  } catch (const std::exception&) {
+    pending() = std::current_exception();
+  }
+  return TESSEL_ABORTED;
+}
+
+TESSEL_EXPORT int32_t tessel_run(int32_t node_id) {
+  static_cast<void>(std::clock());
+  const int32_t result = run_tessel(static_cast<uint32_t>(node_id));
+  static_cast<void>(std::clock());
+  if (result == TESSEL_ABORTED) act_on_pending();
+  return result;
+}
+
+TESSEL_EXPORT void tessel_finalize(void) {
+  m = nullptr;
+}

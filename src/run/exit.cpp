@@ -1,0 +1,74 @@
+#include "run/exit.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include "base/command.h"
+#include "base/failure.h"
+#include "base/helpers.h"
+#include "base/logs.h"
+#include "base/print.h"
+#include "report/results.h"
+#include "run/state.h"
+
+namespace tessel {
+
+namespace {
+
+void print_summary() {
+  run_state& run = st();
+  const std::int64_t exception = run.exception;
+  print(fmt::format("\nTESSEL Stopped: Found {} info/exceptions/errors\n", exception));
+  if (exception == 0) return;
+  print_errors(exception);
+  print("Logs: \n/var/log/tessel_exception.log\n/var/log/tessel_debug.log");
+}
+
+}  // namespace
+
+void close_fd() {
+  run_state& run = st();
+  try {
+    for (const auto& [name, channel] : run.log_dictionary) channel->close();
+    run.stale_fd.close();
+    run.dl_fd.close();
+  } catch (const std::exception& error) {
+    print(fmt::format("\n{}: Cleanup task failed", error.what()));
+    ++run.exception;
+  }
+}
+
+void take_snapshot() {
+  run_state& run = st();
+  const std::array<std::pair<value, std::string_view>, 7> stores = {{
+      {run.tesselDb, "TESSELDB"},
+      {run.snapshot != 0 ? run.BCM.get() : value(), "BCM"},
+      {run.DPA.get(), "DPA"},
+      {run.bdlInfoPI.get(), "BM PI"},
+      {run.bdlInfoPD.get(), "BM PD"},
+      {run.voq_usage.get(), "Voq usage"},
+      {run.nodeinfo.get(), "VM information"},
+  }};
+  for (const auto& [store, label] : stores) {
+    if (store.kind() != value_kind::none) print_object(store, *run.dl_fd.require(), label);
+  }
+}
+
+void exit_handler() {
+  run_state& run = st();
+  try {
+    execute("rm /tmp/tessel_*");
+    run.exception += run.info;
+    if (run.printed_results == 0) print_summary();
+    take_snapshot();
+    close_fd();
+  } catch (const std::exception&) {
+    // The logs may be what failed: the run ends without another word.
+  }
+  throw exit_request();
+}
+
+}  // namespace tessel

@@ -1,0 +1,301 @@
+// The host's command line, what it says for each error, and how it ends.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "arguments.h"
+#include "library.h"
+
+namespace {
+
+using namespace tessel_host;
+
+host_arguments parse(const std::vector<const char*>& arguments) {
+  return parse_arguments(arguments);
+}
+
+std::string complaint_about(const std::vector<const char*>& arguments) {
+  try {
+    static_cast<void>(parse_arguments(arguments));
+  } catch (const usage_error& error) {
+    return error.what();
+  }
+  return "no complaint";
+}
+
+TEST(read_node_id, takes_decimal_and_hexadecimal_numbers_of_32_bits) {
+  struct row {
+    const char* why;
+    const char* text;
+    std::optional<std::uint32_t> expected;
+  };
+  const std::vector<row> rows = {
+      {"decimal", "4352", 4352},
+      {"zero", "0", 0},
+      {"hexadecimal", "0x1100", 4352},
+      {"capital prefix and digits", "0X1aF", 431},
+      {"a leading zero is decimal", "010", 10},
+      {"the largest", "4294967295", 4294967295U},
+      {"the largest in hexadecimal", "0xffffffff", 4294967295U},
+      {"one bit too many", "4294967296", std::nullopt},
+      {"hexadecimal with 33 bits", "0x100000000", std::nullopt},
+      {"far too long", "99999999999999999999999", std::nullopt},
+      {"empty", "", std::nullopt},
+      {"prefix alone", "0x", std::nullopt},
+      {"negative", "-1", std::nullopt},
+      {"negative hexadecimal", "0x-1", std::nullopt},
+      {"explicit plus", "+1", std::nullopt},
+      {"white space in front", " 1", std::nullopt},
+      {"white space behind", "1 ", std::nullopt},
+      {"something behind", "4096x", std::nullopt},
+      {"hexadecimal digits without prefix", "1f", std::nullopt},
+      {"a fraction", "1.0", std::nullopt},
+  };
+  for (const auto& row : rows) EXPECT_EQ(read_node_id(row.text), row.expected) << row.why;
+}
+
+TEST(parse_arguments, runs_with_node_id_4096_where_nothing_is_given) {
+  const auto parsed = parse({});
+  EXPECT_EQ(parsed.action, host_action::run);
+  EXPECT_EQ(parsed.node_id, 4096U);
+  EXPECT_EQ(parsed.library, std::nullopt);
+}
+
+TEST(parse_arguments, reads_values_behind_a_blank_or_an_equals_sign) {
+  const auto apart = parse({"--library", "/x/lib.so", "--node-id", "0x10"});
+  EXPECT_EQ(apart.library, "/x/lib.so");
+  EXPECT_EQ(apart.node_id, 16U);
+  const auto joined = parse({"--node-id=17", "--library=a=b.so"});
+  EXPECT_EQ(joined.library, "a=b.so");
+  EXPECT_EQ(joined.node_id, 17U);
+}
+
+TEST(parse_arguments, lets_the_last_of_equal_options_count) {
+  EXPECT_EQ(parse({"--node-id", "1", "--node-id", "2"}).node_id, 2U);
+}
+
+TEST(parse_arguments, shows_help_rather_than_the_version_or_a_run) {
+  EXPECT_EQ(parse({"--help"}).action, host_action::help);
+  EXPECT_EQ(parse({"-h"}).action, host_action::help);
+  EXPECT_EQ(parse({"--version"}).action, host_action::version);
+  EXPECT_EQ(parse({"--version", "--help"}).action, host_action::help);
+  EXPECT_EQ(parse({"--help", "--version"}).action, host_action::help);
+}
+
+TEST(parse_arguments, names_what_is_wrong) {
+  const std::string hint = "; 'tessel-host --help' shows the options";
+  EXPECT_EQ(complaint_about({"--verbose"}), "unknown option '--verbose'" + hint);
+  EXPECT_EQ(complaint_about({"--verbose=1"}), "unknown option '--verbose'" + hint);
+  EXPECT_EQ(complaint_about({"-n"}), "unknown option '-n'" + hint);
+  EXPECT_EQ(complaint_about({"4096"}), "unexpected argument '4096'" + hint);
+  EXPECT_EQ(complaint_about({""}), "unexpected argument ''" + hint);
+  EXPECT_EQ(complaint_about({"--library"}), "option '--library' needs a value" + hint);
+  EXPECT_EQ(complaint_about({"--node-id"}), "option '--node-id' needs a value" + hint);
+  EXPECT_EQ(complaint_about({"--library="}), "option '--library' has an empty value" + hint);
+  EXPECT_EQ(complaint_about({"--help=yes"}), "option '--help' takes no value" + hint);
+  EXPECT_EQ(complaint_about({"--version=2"}), "option '--version' takes no value" + hint);
+  EXPECT_EQ(complaint_about({"--node-id", "node"}),
+            "'node' is no node id: give a decimal number, or a hexadecimal one behind 0x, from 0 "
+            "to 4294967295" +
+                hint);
+}
+
+TEST(describe_returned_run, tells_an_early_stop_from_an_abort) {
+  EXPECT_EQ(describe_returned_run(0).status, 1);
+  EXPECT_EQ(describe_returned_run(0).message,
+            "the audit did not complete: it stopped before it collected anything; what it printed "
+            "above and /var/log/tessel_exception.log say why");
+  EXPECT_EQ(describe_returned_run(-2).status, 2);
+  EXPECT_EQ(describe_returned_run(-2).message,
+            "the audit did not complete: it was aborted by the failure in the traceback above");
+  EXPECT_EQ(describe_returned_run(7).status, 2);
+  EXPECT_EQ(describe_returned_run(7).message,
+            "the audit did not complete: tessel_run returned 7, which it never should");
+}
+
+TEST(choose_library, takes_what_is_asked_for_before_anything_else) {
+  EXPECT_EQ(choose_library("./mine.so"), "./mine.so");
+}
+
+// What a process left: standard output, standard error and exit status (128 + n for signal n).
+struct ended {
+  std::string out;
+  std::string err;
+  int status = 0;
+};
+
+std::string text_of(std::FILE* file) {
+  std::rewind(file);
+  std::string text;
+  std::array<char, 4096> block{};
+  for (std::size_t count = 0; (count = std::fread(block.data(), 1, block.size(), file)) > 0;) {
+    text.append(block.data(), count);
+  }
+  std::fclose(file);
+  return text;
+}
+
+ended run_shell(const std::string& line) {
+  std::FILE* err = std::tmpfile();
+  const std::string redirected = line + " 2>&" + std::to_string(fileno(err));
+  std::FILE* pipe = popen(redirected.c_str(), "r");
+  ended result;
+  for (int c = 0; (c = std::fgetc(pipe)) != EOF;) result.out += static_cast<char>(c);
+  const int status = pclose(pipe);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  result.err = text_of(err);
+  return result;
+}
+
+const std::string host = TESSEL_HOST;
+const std::string stand_ins = STAND_IN_FOLDER;
+
+void expect_one_line(const std::string& text) {
+  EXPECT_EQ(text.find('\n'), text.size() - 1) << text;
+  EXPECT_TRUE(text.starts_with("tessel-host: ")) << text;
+}
+
+ended run_with_library(const std::string& library, const std::string& more = "") {
+  return run_shell(host + " --library " + library + " " + more);
+}
+
+TEST(host, calls_the_entry_points_in_order_with_the_node_id) {
+  EXPECT_EQ(run_with_library(stand_ins + "/libstopped.so").out, "init\nrun 4096\nfinalize\n");
+  EXPECT_EQ(run_with_library(stand_ins + "/libstopped.so", "--node-id 0x1100").out,
+            "init\nrun 4352\nfinalize\n");
+  EXPECT_EQ(run_with_library(stand_ins + "/libstopped.so", "--node-id 4294967295").out,
+            "init\nrun 4294967295\nfinalize\n");
+}
+
+TEST(host, says_that_the_audit_stopped_early_and_ends_with_1) {
+  const auto result = run_with_library(stand_ins + "/libstopped.so");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "tessel-host: " + describe_returned_run(0).message + "\n");
+}
+
+TEST(host, says_that_the_audit_was_aborted_and_ends_with_2) {
+  const auto result = run_with_library(stand_ins + "/libaborted.so");
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err, "tessel-host: " + describe_returned_run(-2).message + "\n");
+}
+
+TEST(host, names_a_result_that_it_does_not_know) {
+  const auto result = run_with_library(stand_ins + "/libodd.so");
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err, "tessel-host: " + describe_returned_run(5).message + "\n");
+}
+
+TEST(host, names_a_library_that_is_not_there) {
+  const auto result = run_with_library("/nonexistent/libtessel.so");
+  EXPECT_EQ(result.status, status_library_unavailable);
+  expect_one_line(result.err);
+  EXPECT_NE(result.err.find("cannot load library '/nonexistent/libtessel.so'"), std::string::npos);
+  EXPECT_NE(result.err.find("check the path"), std::string::npos);
+}
+
+TEST(host, names_a_library_name_that_the_dynamic_linker_does_not_find) {
+  const auto result = run_with_library("libnowhere.so");
+  EXPECT_EQ(result.status, status_library_unavailable);
+  expect_one_line(result.err);
+  EXPECT_NE(result.err.find("LD_LIBRARY_PATH"), std::string::npos) << result.err;
+}
+
+TEST(host, tells_how_to_name_a_library_in_the_working_folder) {
+  const auto result = run_shell("cd " + stand_ins + " && " + host + " --library libstopped.so");
+  EXPECT_EQ(result.status, status_library_unavailable);
+  expect_one_line(result.err);
+  EXPECT_NE(result.err.find("write --library ./libstopped.so"), std::string::npos) << result.err;
+}
+
+TEST(host, finds_a_library_by_name_through_the_dynamic_linker) {
+  const auto result =
+      run_shell("LD_LIBRARY_PATH=" + stand_ins + " " + host + " --library libstopped.so");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "init\nrun 4096\nfinalize\n");
+}
+
+TEST(host, takes_the_library_beside_itself_where_none_is_named) {
+  const std::string folder = testing::TempDir() + "/host_beside_" + std::to_string(getpid());
+  std::filesystem::create_directories(folder);
+  const auto copy = std::filesystem::copy_options::overwrite_existing;
+  std::filesystem::copy_file(host, folder + "/tessel-host", copy);
+  std::filesystem::copy_file(stand_ins + "/libaborted.so", folder + "/libtessel.so", copy);
+  const auto beside = run_shell(folder + "/tessel-host");
+  EXPECT_EQ(beside.status, 2);
+  EXPECT_EQ(beside.out, "init\nrun 4096\nfinalize\n");
+
+  std::filesystem::remove(folder + "/libtessel.so");
+  const auto without = run_shell("LD_LIBRARY_PATH=/nonexistent " + folder + "/tessel-host");
+  std::filesystem::remove_all(folder);
+  EXPECT_EQ(without.status, status_library_unavailable);
+  EXPECT_NE(without.err.find("cannot load library 'libtessel.so'"), std::string::npos);
+}
+
+TEST(host, names_a_file_that_is_no_library) {
+  const auto result = run_with_library("/etc/passwd");
+  EXPECT_EQ(result.status, status_library_unavailable);
+  expect_one_line(result.err);
+}
+
+TEST(host, names_the_entry_point_that_a_library_lacks) {
+  const auto result = run_with_library(stand_ins + "/liblacking.so");
+  EXPECT_EQ(result.status, status_library_unavailable);
+  expect_one_line(result.err);
+  EXPECT_NE(result.err.find("has no entry point 'tessel_run'"), std::string::npos) << result.err;
+  EXPECT_EQ(result.out, "") << "nothing is called before all entry points are there";
+}
+
+TEST(host, ends_with_64_on_wrong_arguments) {
+  for (const char* wrong : {"--verbose", "4096", "--node-id", "--node-id 4294967296",
+                            "--node-id=0xg", "--library", "--help=1"}) {
+    const auto result = run_shell(host + " " + wrong);
+    EXPECT_EQ(result.status, status_usage) << wrong;
+    EXPECT_EQ(result.out, "") << wrong;
+    expect_one_line(result.err);
+  }
+}
+
+TEST(host, shows_help_and_version_on_standard_output) {
+  const auto help = run_shell(host + " --help");
+  EXPECT_EQ(help.status, 0);
+  EXPECT_EQ(help.out, help_text());
+  for (const char* option : {"--library", "--node-id", "--help", "--version"}) {
+    EXPECT_NE(help.out.find(option), std::string::npos) << option;
+  }
+  const auto version = run_shell(host + " --version");
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.out, "tessel-host " TESSEL_VERSION "\n");
+}
+
+TEST(host, says_that_standard_output_cannot_be_written) {
+  const auto result = run_shell("exec >/dev/full; " + host + " --help");
+  EXPECT_EQ(result.status, status_output_failed);
+  expect_one_line(result.err);
+}
+
+const std::string main_program = TESSEL_MAIN;
+
+TEST(main_program, fails_since_its_argument_is_a_text) {
+  const auto result = run_shell(main_program + " 4096");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_TRUE(result.err.starts_with("Traceback")) << result.err;
+  EXPECT_NE(result.err.find("an integer is required"), std::string::npos) << result.err;
+}
+
+TEST(main_program, fails_without_an_argument) {
+  const auto result = run_shell(main_program);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.err.find("list index out of range"), std::string::npos) << result.err;
+}
+
+}  // namespace

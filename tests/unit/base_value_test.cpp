@@ -1,0 +1,360 @@
+#include "base/value.h"
+
+#include <array>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/records.h"
+#include "support/fake_router.h"
+#include "support/together.h"
+
+namespace tessel {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using value_test = router_test;
+
+std::vector<std::string> keys_of(const value& entries) {
+  return entries.as_map().keys();
+}
+
+std::string numbered(int number) {
+  return "key " + std::to_string(number);
+}
+
+TEST_F(value_test, equality_is_by_kind_and_content) {
+  const value bundle = new_record<Bundles>();
+  struct row {
+    const char* why;
+    value left;
+    value right;
+    bool equal;
+  };
+  const std::array rows = {
+      row{"an integer never equals a text", 0, "0", false},
+      row{"an integer never equals the unset marker", 0, DEFAULT, false},
+      row{"the integer 0 is not nothing", 0, value(), false},
+      row{"nothing equals nothing", value(), value(), true},
+      row{"an empty text is not an empty list", "", list_of({}), false},
+      row{"an empty map is not an empty list", make_map(), list_of({}), false},
+      row{"same number", 4096, std::int64_t{4096}, true},
+      row{"numbers beyond 32 bits", std::int64_t{1} << 40, std::int64_t{1} << 40, true},
+      row{"only the high half differs", std::int64_t{1} << 40, 0, false},
+      row{"same text", "0x1", std::string("0x1"), true},
+      row{"case counts", "0xa", "0xA", false},
+      row{"a NUL byte counts", std::string("a\0b", 3), std::string("a\0c", 3), false},
+      row{"maps by content", map_of({{"a", 1}, {"b", 2}}), map_of({{"a", 1}, {"b", 2}}), true},
+      row{"order is no content", map_of({{"a", 1}, {"b", 2}}), map_of({{"b", 2}, {"a", 1}}), true},
+      row{"plain or ordered is no content", map_of({{"a", 1}}), ordered_map_of({{"a", 1}}), true},
+      row{"one key more", map_of({{"a", 1}}), map_of({{"a", 1}, {"b", 2}}), false},
+      row{"another key", map_of({{"a", 1}}), map_of({{"b", 1}}), false},
+      row{"a nested difference", map_of({{"a", map_of({{"b", 1}})}}),
+          map_of({{"a", map_of({{"b", "1"}})}}), false},
+      row{"lists by content", list_of({"0", "1"}), list_of({"0", "1"}), true},
+      row{"the order of a list", list_of({"0", "1"}), list_of({"1", "0"}), false},
+      row{"a record equals itself", bundle, bundle, true},
+      row{"and no other", bundle, new_record<Bundles>(), false},
+  };
+  for (const row& each : rows) {
+    SCOPED_TRACE(each.why);
+    EXPECT_EQ(each.left == each.right, each.equal);
+    EXPECT_EQ(each.right == each.left, each.equal);
+  }
+  EXPECT_TRUE(value(DEFAULT) == DEFAULT);
+  EXPECT_FALSE(value(0) == DEFAULT);
+  EXPECT_FALSE(value("1") == 1);
+  EXPECT_TRUE(value(1) == 1);
+}
+
+TEST_F(value_test, truth) {
+  EXPECT_FALSE(value().truthy());
+  EXPECT_FALSE(value(0).truthy());
+  EXPECT_FALSE(value("").truthy());
+  EXPECT_FALSE(make_map().truthy());
+  EXPECT_FALSE(make_list().truthy());
+  EXPECT_TRUE(value(-1).truthy());
+  EXPECT_TRUE(value(std::int64_t{1} << 32).truthy());
+  EXPECT_TRUE(value("0").truthy()) << "a text result counts as true";
+  EXPECT_TRUE(value(DEFAULT).truthy());
+  EXPECT_TRUE(map_of({{"a", 0}}).truthy());
+  EXPECT_TRUE(list_of({0}).truthy());
+  EXPECT_TRUE(new_record<memberInfo>().truthy());
+}
+
+TEST_F(value_test, a_wrong_kind_is_a_failure_that_names_what_was_found) {
+  struct row {
+    value found;
+    const char* text;
+  };
+  const std::array rows = {
+      row{0, "the integer 0"},
+      row{DEFAULT, "the text 'Not set'"},
+      row{value(), "nothing"},
+      row{map_of({{"a", 1}}), "a map of 1"},
+      row{list_of({1, 2}), "a list of 2"},
+      row{new_record<subBundles>(), "a record"},
+  };
+  for (const row& each : rows) {
+    SCOPED_TRACE(each.text);
+    const value& found = each.found;
+    int failures = 0;
+    const auto refused = [&](bool fits, const std::function<void()>& access) {
+      if (fits) return;
+      EXPECT_THAT(failure_of(access), HasSubstr(each.text));
+      ++failures;
+    };
+    refused(found.is_integer(), [&] { found.as_integer(); });
+    refused(found.is_text(), [&] { found.as_text(); });
+    refused(found.is_text(), [&] { found.as_shared_text(); });
+    refused(found.is_map(), [&] { found.as_map(); });
+    refused(found.is_list(), [&] { found.as_list(); });
+    refused(found.is_record(), [&] { found.as_record(); });
+    EXPECT_GE(failures, 4);
+  }
+}
+
+TEST_F(value_test, a_missing_key_is_a_failure_that_names_it) {
+  const value few = map_of({{"lagid", "0x1"}});
+  value many = make_map();
+  for (int number = 0; number < 100; ++number) many.as_map().set(numbered(number), number);
+  for (const value& entries : {few, many}) {
+    EXPECT_THAT(failure_of([&] { entries.at("mtu"); }), HasSubstr("'mtu'"));
+    EXPECT_THAT(failure_of([&] { entries.as_map().update("mtu", 1); }), HasSubstr("'mtu'"));
+    EXPECT_FALSE(entries.contains("mtu"));
+    EXPECT_EQ(entries.as_map().find("mtu"), value());
+  }
+}
+
+TEST_F(value_test, a_failure_remembers_where_the_look_up_stands) {
+  try {
+    map_of({}).at("mtu");
+    FAIL();
+  } catch (const failure& error) {
+    EXPECT_THAT(error.where().file_name(), HasSubstr("base_value_test.cpp"));
+  }
+}
+
+TEST_F(value_test, a_slot_of_DPA_can_hold_ERROR_and_a_reader_fails_on_it) {
+  const value node = ordered_map_of({{"lagport", ERROR}, {"l2port", "lagport"}});
+  EXPECT_THAT(failure_of([&] { node.at("lagport").at("0x10"); }), HasSubstr("the integer 0"));
+  EXPECT_THAT(failure_of([&] { node.at("lagport").as_map(); }), HasSubstr("the integer 0"));
+}
+
+TEST_F(value_test, a_presence_test_on_ERROR_or_a_text_is_a_failure_and_no_substring_test) {
+  for (const value& slot : {value(ERROR), value("0x10 lagport"), value(), list_of({"0x10"})}) {
+    EXPECT_THAT(failure_of([&] { static_cast<void>(slot.contains("0x10")); }), HasSubstr("'0x10'"));
+  }
+}
+
+TEST_F(value_test, a_map_keeps_insertion_order_at_any_size) {
+  for (const int size : {0, 1, 7, 8, 9, 10, 31, 32, 33, 1000, 20000}) {
+    SCOPED_TRACE(size);
+    value entries = make_map();
+    std::vector<std::string> expected;
+    for (int number = 0; number < size; ++number) {
+      // Neither sorted nor in the order of any hash.
+      const std::string key = numbered((number * 7919) % 20011);
+      entries.as_map().set(key, number);
+      expected.push_back(key);
+    }
+    EXPECT_EQ(entries.as_map().size(), expected.size());
+    EXPECT_EQ(keys_of(entries), expected);
+    for (int number = 0; number < size; ++number) {
+      ASSERT_EQ(entries.at(expected[static_cast<std::size_t>(number)]), number);
+    }
+    EXPECT_FALSE(entries.contains("key"));
+    EXPECT_FALSE(entries.contains(""));
+  }
+}
+
+TEST_F(value_test, replacing_keeps_the_place_and_erasing_closes_the_gap) {
+  for (const int size : {3, 9, 100}) {
+    SCOPED_TRACE(size);
+    value entries = make_ordered_map();
+    for (int number = 0; number < size; ++number) entries.as_map().set(numbered(number), number);
+    entries.as_map().set(numbered(1), "replaced");
+    EXPECT_EQ(keys_of(entries)[1], numbered(1));
+    EXPECT_EQ(entries.at(numbered(1)), "replaced");
+
+    for (int number = 0; number < size; number += 2) entries.as_map().erase(numbered(number));
+    entries.as_map().erase("never there");
+    EXPECT_EQ(entries.as_map().size(), static_cast<std::size_t>(size / 2));
+    for (int number = 0; number < size; ++number) {
+      EXPECT_EQ(entries.contains(numbered(number)), number % 2 == 1) << number;
+    }
+    entries.as_map().set(numbered(0), "again");
+    EXPECT_EQ(keys_of(entries).back(), numbered(0)) << "a key that comes back comes last";
+  }
+}
+
+TEST_F(value_test, a_map_knows_whether_it_is_ordered) {
+  EXPECT_FALSE(make_map().as_map().is_ordered());
+  EXPECT_TRUE(make_ordered_map().as_map().is_ordered());
+  EXPECT_TRUE(make_shared_map().as_map().is_ordered());
+  EXPECT_FALSE(make_shared_map(map::order::plain).as_map().is_ordered());
+}
+
+TEST_F(value_test, two_values_can_be_the_same_map) {
+  value active = make_map();
+  const value standby = active;
+  active.as_map().set("0/0/0/1", map_of({{"mtu", "1514"}}));
+  EXPECT_EQ(standby.as_map().size(), 1U);
+  standby.at("0/0/0/1").as_map().set("mtu", "9000");
+  EXPECT_EQ(active.at("0/0/0/1").at("mtu"), "9000");
+}
+
+TEST_F(value_test, what_at_returns_stays_when_the_entry_is_replaced) {
+  value entries = map_of({{"mtu", "1514"}, {"Visited", 0}});
+  const value mtu = entries.at("mtu");
+  const value visited = entries.at("Visited");
+  entries.as_map().set("mtu", "9000");
+  entries.as_map().mark_visited();
+  EXPECT_EQ(mtu, "1514");
+  EXPECT_EQ(visited, 0);
+}
+
+TEST_F(value_test, assignment_takes_over_kind_and_content) {
+  value held = "text";
+  held = 7;
+  EXPECT_EQ(held, 7);
+  held = list_of({1});
+  EXPECT_EQ(held, list_of({1}));
+  const value& same = held;
+  held = same;
+  EXPECT_EQ(held, list_of({1})) << "assigned to itself";
+  held = value();
+  EXPECT_EQ(held.kind(), value_kind::none);
+}
+
+TEST_F(value_test, update_overwrites_an_integer_and_nothing_else) {
+  value entries = map_of({{"dump", 0}, {"asic", DEFAULT}});
+  entries.as_map().update("dump", std::numeric_limits<std::int64_t>::min());
+  EXPECT_EQ(entries.at("dump"), std::numeric_limits<std::int64_t>::min());
+  EXPECT_THAT(failure_of([&] { entries.as_map().update("asic", 1); }), HasSubstr("'Not set'"));
+  EXPECT_EQ(entries.at("asic"), DEFAULT);
+}
+
+TEST_F(value_test, Visited_of_an_entry_that_no_check_reached_stays_the_integer_0) {
+  const value members =
+      map_of({{"0/0/0/1", map_of({{"Visited", 0}})}, {"0/0/0/2", map_of({{"Visited", 0}})}});
+  members.at("0/0/0/1").as_map().mark_visited();
+  EXPECT_EQ(members.at("0/0/0/1").at("Visited"), 1);
+  EXPECT_EQ(members.at("0/0/0/2").at("Visited"), 0);
+}
+
+TEST_F(value_test, a_mark_on_an_entry_without_one_becomes_its_last_key) {
+  for (const int size : {0, 3, 8, 9, 50}) {
+    SCOPED_TRACE(size);
+    value entry = make_map();
+    for (int number = 0; number < size; ++number) entry.as_map().set(numbered(number), number);
+    entry.as_map().mark_visited();
+    entry.as_map().mark_visited();
+    EXPECT_EQ(entry.at("Visited"), 1);
+    EXPECT_TRUE(entry.contains("Visited"));
+    EXPECT_EQ(entry.as_map().find("Visited"), 1);
+    EXPECT_EQ(entry.as_map().size(), static_cast<std::size_t>(size + 1));
+    EXPECT_EQ(keys_of(entry).back(), "Visited");
+    EXPECT_EQ(entry.as_map().items().back(), std::make_pair(std::string("Visited"), value(1)));
+    EXPECT_EQ(keys_of(entry).size(), static_cast<std::size_t>(size + 1));
+  }
+}
+
+TEST_F(value_test, a_mark_overwrites_a_Visited_of_another_kind) {
+  const value entry = map_of({{"Visited", "no"}, {"lagid", "0x1"}});
+  entry.as_map().mark_visited();
+  EXPECT_EQ(entry.at("Visited"), 1);
+  EXPECT_THAT(keys_of(entry), ElementsAre("Visited", "lagid"));
+  EXPECT_EQ(entry.as_map().items().front().second, 1);
+  EXPECT_TRUE(entry == map_of({{"lagid", "0x1"}, {"Visited", 1}}));
+}
+
+TEST_F(value_test, a_value_in_a_message_is_kept_short) {
+  EXPECT_EQ(brief_text("0x1"), "'0x1'");
+  EXPECT_EQ(brief_text(std::string(100, 'a')), "'" + std::string(100, 'a') + "'");
+  EXPECT_EQ(brief_text(std::string(101, 'a')), "'" + std::string(100, 'a') + "'... (101 bytes)");
+  EXPECT_EQ(brief_text("two\nlines"), "'two\\nlines'");
+  EXPECT_LT(brief(std::string(50'000'000, '\xff')).size(), 500U);
+}
+
+TEST_F(value_test, marks_are_set_by_many_threads_while_others_walk_the_map) {
+  constexpr int rounds = 200;
+  const value with = map_of({{"lagid", "0x1"}, {"Visited", 0}});
+  const value without = map_of({{"lagid", "0x1"}});
+  together(8, [&](int number) {
+    for (int round = 0; round < rounds; ++round) {
+      for (const value& entry : {with, without}) {
+        if (number % 2 == 0) {
+          entry.as_map().mark_visited();
+          continue;
+        }
+        for (const auto& [key, content] : entry.as_map().items()) {
+          EXPECT_TRUE(key != "Visited" || content == 0 || content == 1);
+        }
+        static_cast<void>(entry.as_map().size());
+        static_cast<void>(entry.as_map().keys());
+        static_cast<void>(entry == with);
+      }
+    }
+  });
+  EXPECT_EQ(with.at("Visited"), 1);
+  EXPECT_EQ(without.at("Visited"), 1);
+  EXPECT_EQ(without.as_map().size(), 2U);
+}
+
+TEST_F(value_test, an_integer_is_overwritten_by_many_threads_while_others_copy_it) {
+  const value node = map_of({{"dump", 1}});
+  together(6, [&](int number) {
+    for (int round = 0; round < 500; ++round) {
+      if (number < 3) {
+        node.as_map().update("dump", number);
+      } else {
+        const value copy = node.at("dump");
+        EXPECT_LT(copy.as_integer(), 3);
+      }
+    }
+  });
+}
+
+TEST_F(value_test, a_shared_map_takes_inserts_from_many_threads_while_it_is_walked) {
+  constexpr int threads = 8;
+  constexpr int each = 300;
+  const value store = make_shared_map();
+  together(threads, [&](int number) {
+    std::size_t seen = 0;
+    for (int round = 0; round < each; ++round) {
+      const std::string key = std::to_string(number) + "/" + std::to_string(round);
+      store.as_map().set(key, map_of({{"ifh", round}}));
+      EXPECT_EQ(store.at(key).at("ifh"), round);
+      if (round % 50 != 0) continue;
+      const std::size_t now = store.as_map().items().size();
+      EXPECT_GT(now, seen) << "nothing that was there is lost";
+      seen = now;
+    }
+  });
+  EXPECT_EQ(store.as_map().size(), static_cast<std::size_t>(threads * each));
+  for (int number = 0; number < threads; ++number) {
+    EXPECT_TRUE(store.contains(std::to_string(number) + "/" + std::to_string(each - 1)));
+  }
+}
+
+TEST_F(value_test, what_is_published_with_one_insert_is_read_without_a_lock) {
+  const value store = make_shared_map();
+  together(4, [&](int number) {
+    if (number == 0) {
+      value node = make_ordered_map();
+      for (int npu = 0; npu < 50; ++npu) node.as_map().set(std::to_string(npu), "table");
+      store.as_map().set("0/0/CPU0", node);
+      return;
+    }
+    while (!store.contains("0/0/CPU0")) std::this_thread::yield();
+    EXPECT_EQ(store.at("0/0/CPU0").as_map().size(), 50U);
+    EXPECT_EQ(store.at("0/0/CPU0").at("49"), "table");
+  });
+}
+
+}  // namespace
+}  // namespace tessel

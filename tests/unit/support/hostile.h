@@ -1,0 +1,96 @@
+// What a parser must stand: texts made of torn pieces of the real ones, outputs that are none, and
+// the look at how it reports them.
+//
+//   std::mt19937 random(seed);
+//   fragments(random, pieces, 40)                 // forty of them, in any order
+//   EXPECT_TRUE(counts_before_logging([] { parse_tm_lag(ERROR, "0/0/CPU0", "0"); }));
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <random>
+#include <span>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "support/fake_router.h"
+
+namespace tessel {
+
+inline std::string fragments(std::mt19937& random, std::span<const std::string_view> pieces,
+                             std::size_t count) {
+  std::uniform_int_distribution<std::size_t> any(0, pieces.size() - 1);
+  std::string text;
+  for (std::size_t number = 0; number < count; ++number) text += pieces[any(random)];
+  return text;
+}
+
+struct bad_output {
+  const char* why;
+  value output;
+};
+
+// Outputs in which no parser finds anything.
+inline std::vector<bad_output> meaningless_outputs() {
+  std::string bytes;
+  for (int round = 0; round < 100; ++round) {
+    for (int byte = 0; byte < 256; ++byte) bytes += static_cast<char>(byte);
+    bytes += '\n';
+  }
+  std::mt19937 random(1);
+  std::string noise;
+  while (noise.size() < 8U << 20) {
+    for (int at = 0; at < 99; ++at) noise += static_cast<char>(' ' + random() % 95);
+    noise += '\n';
+  }
+  std::string letters;
+  while (letters.size() < 1U << 20) letters += std::string(30000, 'a') + "\n";
+  return {{"binary bytes", bytes}, {"megabytes of noise", noise}, {"long words", letters}};
+}
+
+// Outputs that a parser refuses to search.
+inline std::vector<bad_output> unreadable_outputs() {
+  return {{"the command could not be run", ERROR},
+          {"an overlong line", std::string(8U << 20, 'x')},
+          {"an overlong run of blanks", std::string(1U << 20, ' ')},
+          {"an overlong run of empty lines", std::string(1U << 20, '\n')}};
+}
+
+// The messages for the channel "exception" of a run whose logs were never opened.
+inline std::vector<std::string> kept_messages() {
+  std::vector<std::string> found;
+  for (const waiting_entry& each : st().waiting_entries) {
+    constexpr std::size_t stamp = sizeof("2026-11-21 07:38:53,123: ") - 1;
+    EXPECT_EQ(each.channel, "exception");
+    found.push_back(each.entry.substr(stamp, each.entry.find('\n') - stamp));
+  }
+  return found;
+}
+
+// Parsers write one line for each thing that they count, and the other way round.
+inline void expect_every_message_counted() {
+  EXPECT_EQ(static_cast<std::int64_t>(st().waiting_entries.size()),
+            std::int64_t{st().exception} + std::int64_t{st().info});
+}
+
+// True if `failing` adds to `exception` before it logs. The log is held up while it runs.
+inline bool counts_before_logging(const std::function<void()>& failing) {
+  using namespace std::chrono_literals;
+  run_state& run = st();
+  const std::int64_t before = run.exception;
+  std::unique_lock held(run.log_mutex);
+  std::jthread failer(failing);
+  const auto give_up = std::chrono::steady_clock::now() + 200ms;
+  while (run.exception == before && std::chrono::steady_clock::now() < give_up) {
+    std::this_thread::yield();
+  }
+  const bool counted = run.exception != before;
+  held.unlock();
+  failer.join();
+  EXPECT_EQ(run.exception, before + 1);
+  return counted;
+}
+
+}  // namespace tessel

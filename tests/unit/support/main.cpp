@@ -1,0 +1,95 @@
+// The tests write where the audit does: /tmp, /var/log and /opt. Each process of theirs gets these
+// folders for itself, empty and in memory, in a mount namespace of its own.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+namespace {
+
+constexpr int skipped = 77;  // the status that ctest takes for a skipped test
+
+[[noreturn]] void missing(const std::string& what) {
+  throw std::runtime_error(what + ": " + std::strerror(errno));
+}
+
+void write_map(const char* path, const std::string& content) {
+  std::ofstream file(path);
+  file << content << std::flush;
+  if (!file) missing(std::string("cannot write ") + path);
+}
+
+// An ordinary user becomes root of a user namespace and starts over as that. It takes a process of
+// its own: one that already runs threads, as a sanitizer's runtime does, may not change over.
+int run_as_namespace_root(char** arguments) {
+  const uid_t user = ::getuid();
+  const gid_t group = ::getgid();
+  const auto child =
+      static_cast<pid_t>(::syscall(SYS_clone, CLONE_NEWUSER | SIGCHLD, nullptr, 0, 0, 0));
+  if (child < 0) missing("a user namespace is not to be had");
+  if (child == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    write_map("/proc/self/setgroups", "deny");
+    write_map("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
+    write_map("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
+    ::execv("/proc/self/exe", arguments);
+    missing("cannot start over");
+  }
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void mount_memory(const char* folder) {
+  if (::mount("tmpfs", folder, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0) {
+    missing(std::string("cannot mount a tmpfs on ") + folder);
+  }
+}
+
+void make_folder(const char* folder) {
+  if (::mkdir(folder, 0755) != 0) missing(std::string("cannot create ") + folder);
+}
+
+void enter_private_folders() {
+  if (::unshare(CLONE_NEWNS) != 0) missing("a mount namespace is not to be had");
+  if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    missing("cannot make the mounts private");
+  }
+  for (const char* folder : {"/tmp", "/var/log", "/opt"}) mount_memory(folder);
+  for (const char* folder : {"/opt/nos", "/opt/nos/bin", "/opt/nos/path"}) make_folder(folder);
+  const char* path = std::getenv("PATH");
+  const std::string searched = std::string("/opt/nos/path:") + (path ? path : "/usr/bin:/bin");
+  ::setenv("PATH", searched.c_str(), 1);
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  try {
+    // Taken before gtest removes its options from the list.
+    const std::vector<char*> given(arguments, arguments + count + 1);
+    ::testing::InitGoogleMock(&count, arguments);
+    if (::testing::GTEST_FLAG(list_tests)) return RUN_ALL_TESTS();
+    if (::geteuid() != 0) return run_as_namespace_root(std::vector<char*>(given).data());
+    enter_private_folders();
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "unit_tests: missing privilege: %s\n", error.what());
+    return std::getenv("CI") != nullptr ? 1 : skipped;
+  }
+  return RUN_ALL_TESTS();
+}
