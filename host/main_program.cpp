@@ -4,6 +4,7 @@
 #include "base/failure.h"
 #include "base/value.h"
 #include "run/run_tessel.h"
+#include "run/state.h"
 
 #include <cstdio>
 #include <exception>
@@ -18,6 +19,7 @@ tessel::value first_argument(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  tessel::new_state();
   try {
     return tessel::run_tessel_with(first_argument(argc, argv));
   } catch (const std::exception& error) {

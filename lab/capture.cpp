@@ -146,7 +146,9 @@ void write_folder(const capture& c, const fs::path& out) {
   }
 }
 
-bool is_capture_folder(const fs::path& folder) { return fs::is_regular_file(folder / "manifest"); }
+bool is_capture_folder(const fs::path& folder) {
+  return fs::is_regular_file(folder / "manifest");
+}
 
 capture read_manifest(const fs::path& folder) {
   const std::string file = (folder / "manifest").string();
@@ -166,8 +168,7 @@ capture read_manifest(const fs::path& folder) {
     throw lab_error(fmt::format("{}: host_node_id is no number of 32 bits", file));
   c.host_node_id = static_cast<std::uint32_t>(*id);
   if (const toml::array* tools = table["missing_tools"].as_array())
-    for (const toml::node& tool : *tools)
-      c.missing_tools.push_back(tool.value_or(std::string{}));
+    for (const toml::node& tool : *tools) c.missing_tools.push_back(tool.value_or(std::string{}));
   if (const toml::table* nodes = table["nodes"].as_table())
     for (const auto& [address, name] : *nodes)
       c.nodes.emplace_back(address.str(), name.value_or(std::string{}));

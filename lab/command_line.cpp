@@ -76,8 +76,8 @@ options parse_options(const std::vector<std::string>& arguments, bool for_run) {
     }
     std::string* value = for_run ? single_value(o, word) : nullptr;
     if (value == nullptr && word != "--fault")
-      throw usage_error(fmt::format("{}: unknown option {}; see tessel-lab --help",
-                                    arguments.front(), word));
+      throw usage_error(
+          fmt::format("{}: unknown option {}; see tessel-lab --help", arguments.front(), word));
     if (++i == arguments.size())
       throw usage_error(fmt::format("{}: {} needs a value", arguments.front(), word));
     if (value != nullptr)
@@ -91,8 +91,8 @@ options parse_options(const std::vector<std::string>& arguments, bool for_run) {
 void expect_operands(const std::string& command, const options& o, std::size_t count,
                      const char* names) {
   if (o.operands.size() != count)
-    throw usage_error(fmt::format("{}: expected {}, got {} operands", command, names,
-                                  o.operands.size()));
+    throw usage_error(
+        fmt::format("{}: expected {}, got {} operands", command, names, o.operands.size()));
 }
 
 router faulty_router(const std::string& name, const std::vector<std::string>& faults) {
@@ -121,20 +121,23 @@ int render_command(const options& o) {
   return EXIT_SUCCESS;
 }
 
-fs::path own_program() { return fs::read_symlink("/proc/self/exe"); }
+fs::path own_program() {
+  return fs::read_symlink("/proc/self/exe");
+}
 
 fs::path existing_file(const std::string& named, const char* beside, const char* option) {
   const fs::path file = named.empty() ? own_program().parent_path() / beside : fs::path{named};
   if (!fs::is_regular_file(file))
-    throw lab_error(fmt::format("{}: there is no such file; name it with {}", file.string(),
-                                option));
+    throw lab_error(
+        fmt::format("{}: there is no such file; name it with {}", file.string(), option));
   return fs::absolute(file);
 }
 
 fs::path logs_folder(const std::string& named) {
   if (named.empty()) {
     const char* temporary = std::getenv("TMPDIR");
-    std::string folder = std::string{temporary == nullptr ? "/tmp" : temporary} + "/lab-logs.XXXXXX";
+    std::string folder =
+        std::string{temporary == nullptr ? "/tmp" : temporary} + "/lab-logs.XXXXXX";
     if (mkdtemp(folder.data()) == nullptr) throw lab_error(folder + ": cannot be made");
     fmt::print(stderr, "tessel-lab: the logs are in {}\n", folder);
     return folder;

@@ -49,15 +49,15 @@ void read(section& s, std::string_view key, bool& value) {
 }
 
 template <typename Number>
-  requires std::is_unsigned_v<Number>
+requires std::is_unsigned_v<Number>
 void read(section& s, std::string_view key, Number& value) {
   const toml::node* found = take(s, key);
   if (found == nullptr) return;
   const auto number = found->is_integer() ? found->value<std::int64_t>() : std::nullopt;
   if (!number || *number < 0 ||
       *number > static_cast<std::int64_t>(std::numeric_limits<Number>::max()))
-    refuse(s, *found, fmt::format("{} is no number from 0 to {}", key,
-                                  std::numeric_limits<Number>::max()));
+    refuse(s, *found,
+           fmt::format("{} is no number from 0 to {}", key, std::numeric_limits<Number>::max()));
   value = static_cast<Number>(*number);
 }
 
@@ -116,8 +116,8 @@ void read_choice(section& s, std::string_view key, std::string& value,
   read(s, key, value);
   const toml::node* found = s.table.get(key);
   if (found != nullptr && std::find(choices.begin(), choices.end(), value) == choices.end())
-    refuse(s, *found, fmt::format("{} is \"{}\", not one of {}", key, value,
-                                  fmt::join(choices, ", ")));
+    refuse(s, *found,
+           fmt::format("{} is \"{}\", not one of {}", key, value, fmt::join(choices, ", ")));
 }
 
 void read_layer(section& s, bool& l2) {

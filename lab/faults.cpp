@@ -34,15 +34,21 @@ site find_site(const router& r, Fits fits, bool last_first = false) {
   return found == sites.end() ? site{} : *found;
 }
 
-bool anywhere(const site&) { return true; }
-bool on_older_chip(const site& s) { return family_of(*s.n) == chip_family::older; }
+bool anywhere(const site&) {
+  return true;
+}
+bool on_older_chip(const site& s) {
+  return family_of(*s.n) == chip_family::older;
+}
 
 void hold(router& r, std::string field, const std::string& object, const std::string& node_name,
           std::string value, int npu = -1) {
   r.overrides.push_back({std::move(field), object, node_name, npu, std::move(value)});
 }
 
-std::string other_lag(const bundle& b) { return fmt::format("{:#x}", b.lag + 0x400); }
+std::string other_lag(const bundle& b) {
+  return fmt::format("{:#x}", b.lag + 0x400);
+}
 
 // A port that no bundle has, on the node of a member.
 std::string foreign_port(const member& m) {
@@ -211,9 +217,8 @@ bool plant_chip_domain(router& r, const std::string&) {
 
 bool plant_sem(router& r, const std::string&) {
   const auto with_key = [](const bundle& b) {
-    return std::find_if(b.subs.begin(), b.subs.end(), [&](const sub_bundle& one) {
-      return !key_of(b, one).digits.empty();
-    });
+    return std::find_if(b.subs.begin(), b.subs.end(),
+                        [&](const sub_bundle& one) { return !key_of(b, one).digits.empty(); });
   };
   const site s = find_site(r, [&](const site& one) {
     return on_older_chip(one) && with_key(*one.b) != one.b->subs.end();
@@ -224,7 +229,9 @@ bool plant_sem(router& r, const std::string&) {
 }
 
 // The audit asks the VSI table only for layer 3 bundles with an untagged sub-bundle.
-bool verified_mac(const site& s) { return !s.b->l2 && has_untagged(*s.b); }
+bool verified_mac(const site& s) {
+  return !s.b->l2 && has_untagged(*s.b);
+}
 
 bool plant_rif(router& r, const std::string&) {
   const site s = find_site(r, verified_mac);
@@ -246,13 +253,17 @@ bool plant_mac(router& r, unsigned difference, bool older_only) {
   return true;
 }
 
-bool plant_low_mac(router& r, const std::string&) { return plant_mac(r, 0x1, false); }
-bool plant_high_mac(router& r, const std::string&) { return plant_mac(r, 0x400, true); }
+bool plant_low_mac(router& r, const std::string&) {
+  return plant_mac(r, 0x1, false);
+}
+bool plant_high_mac(router& r, const std::string&) {
+  return plant_mac(r, 0x400, true);
+}
 
 bool plant_glif(router& r, const std::string&) {
   if (!r.hqos) return false;  // without it nothing tells the audit a sub-bundle's LIF
-  const site s = find_site(
-      r, [](const site& one) { return on_older_chip(one) && has_untagged(*one.b); });
+  const site s =
+      find_site(r, [](const site& one) { return on_older_chip(one) && has_untagged(*one.b); });
   if (s.m == nullptr) return false;
   for (const sub_bundle& sub : s.b->subs)
     if (sub.encapsulation == "untagged")
@@ -511,8 +522,7 @@ const std::vector<fault>& fault_catalogue() {
       {"port-unknown", "the forwarding layer does not know a member's port",
        "failure: get_member_pp_port failed", plant_lost_port, nullptr},
       {"node-id-garbage", "the tool that tells node ids fails",
-       "failure: dump data failed; on aspen ERROR: Not able to get node id", nullptr,
-       edit_node_id},
+       "failure: dump data failed; on aspen ERROR: Not able to get node id", nullptr, edit_node_id},
       {"chip-dump-empty", "the chip shell of one NPU prints nothing",
        "INFO: BCM hardware dont have any bundle data", nullptr, edit_chip_empty},
       {"overlong-line", "a description of eight megabytes in the configuration", "no finding",

@@ -79,8 +79,8 @@ class held {
   ~held() { close(fd_); }
 
   void bind_to(const fs::path& target) const {
-    mount_or_fail(fmt::format("/proc/self/fd/{}", fd_), target.string(), nullptr,
-                  MS_BIND | MS_REC, nullptr);
+    mount_or_fail(fmt::format("/proc/self/fd/{}", fd_), target.string(), nullptr, MS_BIND | MS_REC,
+                  nullptr);
   }
 
  private:
@@ -119,8 +119,8 @@ void prepare(const run_request& request) {
   const held calls(request.calls.empty() ? fs::path{"/dev/null"} : request.calls);
 
   mount_or_fail("tmpfs", "/opt", "tmpfs", MS_NODEV | MS_NOSUID, "mode=0755");
-  for (const char* made : {"/opt/nos", "/opt/nos/bin", "/opt/nos/lib", "/opt/nos/libexec",
-                           "/opt/nos/capture"})
+  for (const char* made :
+       {"/opt/nos", "/opt/nos/bin", "/opt/nos/lib", "/opt/nos/libexec", "/opt/nos/capture"})
     make_folder(made);
   bind_file(lab_program, "/opt/nos/libexec/tessel-lab");
   bind_file(host, "/opt/nos/libexec/tessel-host");
@@ -165,13 +165,16 @@ bool names_option(const std::vector<std::string>& arguments, const std::string& 
   fail(request.host.string());
 }
 
-[[noreturn]] void be_child(const run_request& request, const sigset_t& signals_before) {
+[[noreturn]] void be_child(const run_request& request, const sigset_t& signals_before,
+                           pid_t parent) {
   // A group of its own, so that one signal reaches the host and every tool that it started.
   setpgid(0, 0);
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
   sigprocmask(SIG_SETMASK, &signals_before, nullptr);
   try {
     prepare(request);
+    // Entering a user namespace forgets this wish, so it is made behind that.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) _exit(cannot_prepare);
     start_host(request);
   } catch (const no_privileges& missing) {
     fmt::print(stderr, "tessel-lab: {}\n", missing.what);
@@ -220,11 +223,20 @@ int wait_for(pid_t child, const sigset_t& awaited) {
 }  // namespace
 
 const std::vector<std::string>& tool_names() {
-  static const std::vector<std::string> names{
-      "asic_shell_show", "board_api_probe",   "cfg_render",        "fwd_object_show",
-      "iface_show",      "ifmgr_show",        "lagmgr_agent_show", "lagmgr_health",
-      "lagmgr_table_show", "node_id_convert", "plat_nodes_show",   "qos_voq_show",
-      "ssh",             "sw_version_show"};
+  static const std::vector<std::string> names{"asic_shell_show",
+                                              "board_api_probe",
+                                              "cfg_render",
+                                              "fwd_object_show",
+                                              "iface_show",
+                                              "ifmgr_show",
+                                              "lagmgr_agent_show",
+                                              "lagmgr_health",
+                                              "lagmgr_table_show",
+                                              "node_id_convert",
+                                              "plat_nodes_show",
+                                              "qos_voq_show",
+                                              "ssh",
+                                              "sw_version_show"};
   return names;
 }
 
@@ -232,9 +244,10 @@ int run_in_namespace(const run_request& request) {
   const sigset_t awaited = awaited_signals();
   sigset_t before;
   sigprocmask(SIG_BLOCK, &awaited, &before);
+  const pid_t self = getpid();
   const pid_t child = fork();
   if (child < 0) fail("fork");
-  if (child == 0) be_child(request, before);
+  if (child == 0) be_child(request, before, self);
   setpgid(child, child);  // whoever is first: the child must not be signalled before it has one
   const int status = wait_for(child, awaited);
   sigprocmask(SIG_SETMASK, &before, nullptr);

@@ -23,9 +23,9 @@ namespace lab {
 inline constexpr int missing_privileges = 77;
 
 struct run_request {
-  capture answers;                          // if `folder` is empty; else only its manifest's part
-  std::filesystem::path folder;             // a capture folder
-  std::filesystem::path logs;               // exists
+  capture answers;               // if `folder` is empty; else only its manifest's part
+  std::filesystem::path folder;  // a capture folder
+  std::filesystem::path logs;    // exists
   std::filesystem::path host;
   std::filesystem::path library;
   std::filesystem::path calls;              // where to list the tool calls, may be empty

@@ -40,21 +40,22 @@ sem_key key_of(const bundle& b, const sub_bundle& s) {
   const std::string domain = trimmed_domain(b.vlan_domain);
   if (tags.size() == 1) return {fmt::format("{}{:03x}", domain, tags[0]), false};
   // The outer tag stands in front, moved up by the bit that tells its kind.
-  if (tags.size() == 2)
-    return {fmt::format("{:03x}{}{:03x}", tags[0] * 2, domain, tags[0]), true};
+  if (tags.size() == 2) return {fmt::format("{:03x}{}{:03x}", tags[0] * 2, domain, tags[0]), true};
   return {};
 }
 
-sem_key untagged_key_of(const bundle& b) { return {trimmed_domain(b.vlan_domain) + "fff", false}; }
+sem_key untagged_key_of(const bundle& b) {
+  return {trimmed_domain(b.vlan_domain) + "fff", false};
+}
 
 void render_lif_queries(const router& r, const node& n, capture& c) {
   const auto add = [&](const std::string& object, std::uint32_t glif, std::uint32_t local_lif,
                        std::uint32_t vsi) {
     for (unsigned npu = 0; npu < n.npus; ++npu)
-      answer(c, local_place,
-             chip_command(fmt::format("diag pp lif id=0x{:04x} gl=1 type=in", glif & 0xffff), npu,
-                          n),
-             lif_answer(r, object, glif, local_lif, vsi, n, npu));
+      answer(
+          c, local_place,
+          chip_command(fmt::format("diag pp lif id=0x{:04x} gl=1 type=in", glif & 0xffff), npu, n),
+          lif_answer(r, object, glif, local_lif, vsi, n, npu));
   };
   for (const bundle& b : r.bundles) {
     add(name_of(b), b.glif, b.local_lif, b.rif);

@@ -24,7 +24,9 @@ struct unit {
 };
 
 // A LAG has one port number on all cores of a chip.
-unsigned lag_port(const bundle& b) { return 256 + b.lag; }
+unsigned lag_port(const bundle& b) {
+  return 256 + b.lag;
+}
 
 // The chip knows MTUs by profile: one for each MTU that a bundle of the router has.
 std::map<std::string, unsigned> profiles_of(const unit& u) {
@@ -43,8 +45,7 @@ std::map<std::string, unsigned> profiles_of(const unit& u) {
 
 unsigned profile_of(const unit& u, const bundle& b, const std::map<std::string, unsigned>& all) {
   const unsigned mtu = b.members.empty() ? b.mtu : b.members.front().mtu;
-  const auto found =
-      all.find(u.instead("chip.mtu", name_of(b)).value_or(std::to_string(mtu)));
+  const auto found = all.find(u.instead("chip.mtu", name_of(b)).value_or(std::to_string(mtu)));
   return found == all.end() ? 0 : found->second;
 }
 
@@ -88,8 +89,8 @@ std::string lag_members(const unit& u) {
   std::string text = "| Entry | Hash | Ports | LAG  | Mode   | Global port | State |\n";
   unsigned entry = 0;
   const auto add = [&](std::uint32_t lag, const std::vector<std::uint32_t>& ports) {
-    std::string head = fmt::format("| {:<5} | {:<4} | {:<5} | {:<4} |", entry++, 2, ports.size(),
-                                   lag);
+    std::string head =
+        fmt::format("| {:<5} | {:<4} | {:<5} | {:<4} |", entry++, 2, ports.size(), lag);
     if (ports.empty()) show_lag_row(text, head, "", "", "");
     for (const std::uint32_t port : ports) {
       show_lag_row(text, head, "hash", fmt::format("{:#x}", first_global_port + port), "up");
@@ -143,8 +144,8 @@ std::string lag_profiles(const unit& u) {
   const auto profiles = profiles_of(u);
   std::string text;
   for (unsigned core = 0; core < u.n.cores; ++core) {
-    text += fmt::format("ETPPC_EDITING_PER_PORT_TABLE.ETPPC{}[0]: <PORT_TYPE=0,MTU_PROFILE=0>\n",
-                        core);
+    text +=
+        fmt::format("ETPPC_EDITING_PER_PORT_TABLE.ETPPC{}[0]: <PORT_TYPE=0,MTU_PROFILE=0>\n", core);
     for (const bundle& b : u.r.bundles)
       text += fmt::format(
           "ETPPC_EDITING_PER_PORT_TABLE.ETPPC{}[{}]: <PORT_TYPE=0x1,TAGS=2,MTU_PROFILE={},MODE=0>"

@@ -26,8 +26,7 @@ struct unit {
 std::map<std::pair<unsigned, unsigned>, const member*> ports_of(const unit& u) {
   std::map<std::pair<unsigned, unsigned>, const member*> ports;
   for (const bundle& b : u.r.bundles)
-    for (const member* m : members_on(u.r, b, u.n, u.npu))
-      ports[{m->core, chip_row(u.r, *m)}] = m;
+    for (const member* m : members_on(u.r, b, u.n, u.npu)) ports[{m->core, chip_row(u.r, *m)}] = m;
   return ports;
 }
 
@@ -96,7 +95,9 @@ void show_lag_member(std::string& text, unsigned id, std::uint32_t global_port, 
 }
 
 // A slot that no port holds; without the audit's filter it would read as a member.
-void show_free_slot(std::string& text) { text += "        255 | 0xbffffff | N\n\n"; }
+void show_free_slot(std::string& text) {
+  text += "        255 | 0xbffffff | N\n\n";
+}
 
 std::string lag_tables(const unit& u) {
   constexpr std::uint32_t first_global_port = 0x4000000;
@@ -151,8 +152,7 @@ std::string mtu_rows(const unit& u) {
   for (unsigned core = 0; core < u.n.cores; ++core)
     for (unsigned row = 0; row < rows_of(u); ++row) {
       const auto port = ports.find({core, row});
-      const std::string own =
-          fmt::format("{:#x}", port == ports.end() ? 1514U : port->second->mtu);
+      const std::string own = fmt::format("{:#x}", port == ports.end() ? 1514U : port->second->mtu);
       const std::string mtu =
           port == ports.end() ? own
                               : u.instead("chip.mtu", port_tail(port->second->port)).value_or(own);

@@ -14,7 +14,9 @@ std::string heading(const node& n) {
   return fmt::format("Forwarding objects, node {}\n------------------------\n", n.name);
 }
 
-std::string footing(std::size_t count) { return fmt::format("\n{} objects shown\n", count); }
+std::string footing(std::size_t count) {
+  return fmt::format("\n{} objects shown\n", count);
+}
 
 void show_element(std::string& text, std::string_view type, std::size_t number,
                   const std::string& pending) {
@@ -47,7 +49,7 @@ void show_slot(const router& r, const member& m, const node& n, std::string& tex
                       overridden(r, "dpa.weight", tail, n.name).value_or(std::to_string(m.weight)));
 }
 
-// Slots of members on other nodes stay without a value here.
+// Slots of members on other nodes stay without a value here, and so does the next free one.
 void show_slots(const router& r, const bundle& b, const node& n, std::string& text) {
   const auto local = members_on(r, b, n);
   for (const member& m : b.members) {
@@ -60,6 +62,7 @@ void show_slots(const router& r, const bundle& b, const node& n, std::string& te
       text += fmt::format("  {}:uint8_t mbr_npu_id => not set\n", m.id);
     }
   }
+  text += fmt::format("  {}:dpa_intf_t mifh => not set\n", b.members.size());
   if (overridden(r, "dpa.extra-member", name_of(b), n.name)) {
     const std::size_t slot = b.members.size() + 20;
     text += fmt::format("  {}:dpa_intf_t mifh => {:#x}\n", slot, 0x1ffff00);
@@ -150,8 +153,9 @@ void show_l2port(const router& r, const bundle& b, const node& n, std::size_t nu
   show_handle(text, b.handle);
   text += fmt::format("  dpa_mac_t bia_mac => {}\n",
                       overridden(r, "dpa.mac", name, n.name).value_or(colon_mac(b.mac)));
-  text += fmt::format("  uint32_t lif => {}\n", overridden(r, "dpa.glif", name, n.name)
-                                                    .value_or(fmt::format("0x{:08x}", b.glif)));
+  text += fmt::format(
+      "  uint32_t lif => {}\n",
+      overridden(r, "dpa.glif", name, n.name).value_or(fmt::format("0x{:08x}", b.glif)));
   const std::string rif =
       overridden(r, "dpa.rif", name, n.name).value_or(fmt::format("0x{:04x}", b.rif));
   text += fmt::format("  uint32_t rif => {}\n", rif == absent ? "not set" : rif);
@@ -171,11 +175,12 @@ void show_l2intf(const router& r, const std::string& name, std::uint32_t handle,
   show_element(text, "l2intf", number, "0/0/0");
   show_handle(text, handle);
   text += fmt::format("  uint8_t l2_intf_type => {}\n", l2 ? 1 : 0);
-  text += fmt::format("  uint32_t gport_id_lif => {}\n", overridden(r, "dpa.l2-glif", name, n.name)
-                                                             .value_or(fmt::format("0x{:08x}", glif)));
-  text += fmt::format("  uint16_t vlan_domain => {}\n",
-                      overridden(r, "dpa.l2-vlan-domain", name, n.name)
-                          .value_or(fmt::format("{:#x}", domain)));
+  text += fmt::format(
+      "  uint32_t gport_id_lif => {}\n",
+      overridden(r, "dpa.l2-glif", name, n.name).value_or(fmt::format("0x{:08x}", glif)));
+  text += fmt::format(
+      "  uint16_t vlan_domain => {}\n",
+      overridden(r, "dpa.l2-vlan-domain", name, n.name).value_or(fmt::format("{:#x}", domain)));
   text += "  uint32_t encap_id => not set\n  uint8_t learning => 1\n";
 }
 
@@ -183,8 +188,7 @@ std::string l2intfs(const router& r, const node& n) {
   std::string text = heading(n);
   std::size_t count = 0;
   for (const bundle& b : r.bundles) {
-    if (b.l2)
-      show_l2intf(r, name_of(b), b.handle, true, b.glif, b.vlan_domain, n, count++, text);
+    if (b.l2) show_l2intf(r, name_of(b), b.handle, true, b.glif, b.vlan_domain, n, count++, text);
     for (const sub_bundle& s : b.subs)
       show_l2intf(r, name_of(s), s.handle, s.l2, s.glif, b.vlan_domain, n, count++, text);
   }
@@ -195,8 +199,9 @@ void show_l3intf(const router& r, const std::string& name, std::uint32_t handle,
                  const node& n, std::size_t number, std::string& text) {
   show_element(text, "l3intf", number, "0/0/0");
   show_handle(text, handle);
-  text += fmt::format("  uint32_t l3a_intf_id => {}\n", overridden(r, "dpa.l3-rif", name, n.name)
-                                                            .value_or(fmt::format("{:#x}", rif)));
+  text +=
+      fmt::format("  uint32_t l3a_intf_id => {}\n",
+                  overridden(r, "dpa.l3-rif", name, n.name).value_or(fmt::format("{:#x}", rif)));
   text += "  uint32_t vrf_id => 1\n  uint32_t next_intf => not set\n";
 }
 

@@ -85,7 +85,8 @@ void configure_head(const router& r, std::string& text) {
   if (r.hqos) text += "hw-module profile qos hqos-enable\n!\n";
   text += "interface Loopback0\n description router id, \"first\" of all\n";
   text += " ipv4 address 10.255.0.1 255.255.255.255\n!\n";
-  text += "interface MgmtEth0/RP0/CPU0/0\n description out of band; see rack 7 (door's side) + up!\n";
+  text +=
+      "interface MgmtEth0/RP0/CPU0/0\n description out of band; see rack 7 (door's side) + up!\n";
   text += " ipv4 address 10.0.0.2 255.255.255.0\n!\n";
 }
 
@@ -93,8 +94,8 @@ void configure_sub(const bundle& b, const sub_bundle& s, std::string& text) {
   text += fmt::format("interface Bundle-Ether{}.{}{}\n", b.number, s.number,
                       s.l2 ? " l2transport" : "");
   if (!s.l2)
-    text += fmt::format(" ipv4 address 10.{}.{}.1 255.255.255.252\n", b.number % 256,
-                        s.number % 256);
+    text +=
+        fmt::format(" ipv4 address 10.{}.{}.1 255.255.255.252\n", b.number % 256, s.number % 256);
   if (!s.encapsulation.empty()) text += fmt::format(" encapsulation {}\n", s.encapsulation);
   if (s.l2) text += " rewrite ingress tag pop 1 symmetric\n";
   text += "!\n";
@@ -123,7 +124,8 @@ void configure_ports(const router& r, std::string& text) {
     if (n.kind != "LC") continue;
     const std::string seat = n.name.substr(0, n.name.rfind('/'));
     text += fmt::format(
-        "interface HundredGigE{}/0/63\n description free; was \"bundle id 1\" [ring #3] 100% {{x}}\n"
+        "interface HundredGigE{}/0/63\n description free; was \"bundle id 1\" [ring #3] 100% "
+        "{{x}}\n"
         " shutdown\n!\n",
         seat);
   }

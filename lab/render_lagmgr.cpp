@@ -53,8 +53,8 @@ void show_agent_row(const router& r, const bundle& b, const node& n, std::string
   for (const member* m : members_on(r, b, n)) mask |= 1U << m->npu;
   const std::string lag =
       overridden(r, "pd.lag", name_of(b), n.name).value_or(std::to_string(b.lag));
-  text += fmt::format("  {:<14} {:<8} 0x{:08x}  {:#x}\n", agent_name(n), lag, 0xc000000 + b.lag,
-                      mask);
+  text +=
+      fmt::format("  {:<14} {:<8} 0x{:08x}  {:#x}\n", agent_name(n), lag, 0xc000000 + b.lag, mask);
 }
 
 void show_agent_member(const std::string& npu, const std::string& id, const std::string& port,
@@ -70,11 +70,11 @@ void show_agent_node(const router& r, const bundle& b, const node& n, std::strin
   for (const member* m : members_on(r, b, n)) {
     const std::string tail = port_tail(m->port);
     if (is_absent(r, "pd.member", tail, n.name)) continue;
-    show_agent_member(
-        overridden(r, "pd.npu", tail, n.name).value_or(std::to_string(m->npu)),
-        overridden(r, "pd.id", tail, n.name).value_or(fmt::format("{:#x}", m->id)),
-        overridden(r, "pd.system-port", tail, n.name).value_or(fmt::format("{:#x}", m->system_port)),
-        short_name(m->port), text);
+    show_agent_member(overridden(r, "pd.npu", tail, n.name).value_or(std::to_string(m->npu)),
+                      overridden(r, "pd.id", tail, n.name).value_or(fmt::format("{:#x}", m->id)),
+                      overridden(r, "pd.system-port", tail, n.name)
+                          .value_or(fmt::format("{:#x}", m->system_port)),
+                      short_name(m->port), text);
   }
   if (const auto extra = overridden(r, "pd.extra-member", name_of(b), n.name))
     show_agent_member("0", "0x3e", "0xfff", short_name(*extra), text);

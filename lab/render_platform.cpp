@@ -25,13 +25,17 @@ std::string inventory(const router& r) {
   for (const node& n : r.nodes)
     text += fmt::format("{:<16} {:<5} {:<14} {:<12} {:<6} {:<9} {:<14} 12w3d\n", n.name, n.kind,
                         n.card, n.state, n.band, "7.3.2", n.address);
-  text += "0/FT0            FT    TC-FAN         OPERATIONAL  N/A    N/A       N/A            12w3d\n";
-  text += "0/PM0            PM    TC-PWR-3K      OPERATIONAL  N/A    N/A       N/A            12w3d\n";
+  text +=
+      "0/FT0            FT    TC-FAN         OPERATIONAL  N/A    N/A       N/A            12w3d\n";
+  text +=
+      "0/PM0            PM    TC-PWR-3K      OPERATIONAL  N/A    N/A       N/A            12w3d\n";
   return text;
 }
 
 // "0/3/CPU0" -> "0/3": where a unit sits, without the processor that drives it.
-std::string seat_of(const node& n) { return n.name.substr(0, n.name.rfind('/')); }
+std::string seat_of(const node& n) {
+  return n.name.substr(0, n.name.rfind('/'));
+}
 
 std::string unit_list(const router& r) {
   std::string text = "Units of all nodes\n";
@@ -48,7 +52,9 @@ std::string unit_list(const router& r) {
 }
 
 // The converter puts the kind of location into the byte above the id.
-std::string converted_id(const node& n) { return fmt::format("{:#x}\n", 0x1000000U | n.id); }
+std::string converted_id(const node& n) {
+  return fmt::format("{:#x}\n", 0x1000000U | n.id);
+}
 
 std::string board_probe(const node& n) {
   return fmt::format(

@@ -107,7 +107,9 @@ bool is_single_node(std::string_view type) {
   return row != nullptr && row->single_node;
 }
 
-bool known_type(std::string_view type) { return type_of(type) != nullptr; }
+bool known_type(std::string_view type) {
+  return type_of(type) != nullptr;
+}
 
 std::string model_of(std::string_view type) {
   const type_row* row = type_of(type);
@@ -122,8 +124,8 @@ chip_family family_of(const node& n) {
 }
 
 const node* find_node(const router& r, std::string_view name) {
-  const auto found = std::find_if(r.nodes.begin(), r.nodes.end(),
-                                  [&](const node& n) { return n.name == name; });
+  const auto found =
+      std::find_if(r.nodes.begin(), r.nodes.end(), [&](const node& n) { return n.name == name; });
   return found == r.nodes.end() ? nullptr : &*found;
 }
 
@@ -174,9 +176,13 @@ std::string object_name(std::string_view port) {
   return name;
 }
 
-std::string name_of(const bundle& b) { return fmt::format("BE{}", b.number); }
+std::string name_of(const bundle& b) {
+  return fmt::format("BE{}", b.number);
+}
 
-std::string name_of(const sub_bundle& s) { return fmt::format("BE{}.{}", s.bundle, s.number); }
+std::string name_of(const sub_bundle& s) {
+  return fmt::format("BE{}.{}", s.bundle, s.number);
+}
 
 bool has_untagged(const bundle& b) {
   return std::any_of(b.subs.begin(), b.subs.end(),
@@ -236,8 +242,8 @@ void derive_nodes(router& r) {
   }
 }
 
-void derive_members(router& r, bundle& b, std::map<std::tuple<std::string, unsigned, unsigned>,
-                                                   unsigned>& used_ports,
+void derive_members(router& r, bundle& b,
+                    std::map<std::tuple<std::string, unsigned, unsigned>, unsigned>& used_ports,
                     std::uint32_t& port_count) {
   constexpr std::uint32_t first_handle = 0x1000040;
   constexpr std::uint32_t first_system_port = 0x101;  // three digits: no one is another's tail
@@ -314,7 +320,8 @@ void check_nodes(const router& r, std::string_view where) {
   std::set<std::string> names;
   std::set<std::string> addresses;
   for (const node& n : r.nodes) {
-    if (!names.insert(n.name).second) impossible(where, fmt::format("node {} stands twice", n.name));
+    if (!names.insert(n.name).second)
+      impossible(where, fmt::format("node {} stands twice", n.name));
     if (n.address != "None" && !addresses.insert(n.address).second)
       impossible(where, fmt::format("node {}: address {} is taken", n.name, n.address));
     if (n.chip.empty() && n.npus > 0)
@@ -363,7 +370,8 @@ void check(const router& r, std::string_view where) {
       if (!sub_numbers.insert(s.number).second)
         impossible(where, fmt::format("sub-bundle {} stands twice", name_of(s)));
       if (!handles.insert(s.handle).second)
-        impossible(where, fmt::format("sub-bundle {}: handle {:#x} is taken", name_of(s), s.handle));
+        impossible(where,
+                   fmt::format("sub-bundle {}: handle {:#x} is taken", name_of(s), s.handle));
     }
   }
 }

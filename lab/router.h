@@ -25,27 +25,27 @@ struct lab_error : std::runtime_error {
 enum class chip_family { none, older, jericho2 };
 
 struct node {
-  std::string name;             // "0/0/CPU0"
-  std::string kind = "LC";      // "RP" or "LC"
+  std::string name;         // "0/0/CPU0"
+  std::string kind = "LC";  // "RP" or "LC"
   std::string state = "ACTIVE";
   std::string band = "FINAL";
-  std::string address;          // of the internal network, "192.0.0.6"
-  std::string card;             // the card's name in the inventory
-  std::uint32_t id = 0;         // what the tools call the node
-  std::string chip;             // "BCM88680", empty for a node without a chip
+  std::string address;   // of the internal network, "192.0.0.6"
+  std::string card;      // the card's name in the inventory
+  std::uint32_t id = 0;  // what the tools call the node
+  std::string chip;      // "BCM88680", empty for a node without a chip
   unsigned npus = 0;
   unsigned cores = 2;
-  bool in_unit_list = true;     // `show unit` tells of its chips
-  bool forwarding = true;       // it holds forwarding objects
+  bool in_unit_list = true;  // `show unit` tells of its chips
+  bool forwarding = true;    // it holds forwarding objects
 };
 
 struct member {
-  std::string port;             // "HundredGigE0/0/0/1"
+  std::string port;  // "HundredGigE0/0/0/1"
   std::string node;
   unsigned npu = 0;
   unsigned core = 0;
   unsigned pp_port = 0;
-  unsigned id = 0;              // the member's slot in its bundle
+  unsigned id = 0;  // the member's slot in its bundle
   std::uint32_t handle = 0;
   std::uint32_t system_port = 0;
   unsigned weight = 1;
@@ -56,7 +56,7 @@ struct sub_bundle {
   unsigned bundle = 0;
   unsigned number = 0;
   bool l2 = false;
-  std::string encapsulation;    // as configured behind the word, "dot1q 10 second-dot1q 20"
+  std::string encapsulation;  // as configured behind the word, "dot1q 10 second-dot1q 20"
   std::uint32_t handle = 0;
   std::uint32_t lag = 0;
   std::uint32_t glif = 0;
@@ -73,7 +73,7 @@ struct bundle {
   std::uint32_t glif = 0;
   std::uint32_t rif = 0;
   std::uint32_t local_lif = 0;
-  std::string mac;              // "0026.5e01.0011"
+  std::string mac;  // "0026.5e01.0011"
   unsigned mtu = 9216;
   unsigned vlan_domain = 0;
   unsigned max_members = 64;
@@ -84,8 +84,8 @@ struct bundle {
 // A value that one layer holds against the truth. An empty node or an NPU of -1 means all of them.
 // The value "absent" takes the row or the line away.
 struct override_rule {
-  std::string field;            // one of override_fields()
-  std::string object;           // "BE1", "BE1.100", a member's port tail or "*"
+  std::string field;   // one of override_fields()
+  std::string object;  // "BE1", "BE1.100", a member's port tail or "*"
   std::string node;
   int npu = -1;
   std::string value;
@@ -93,15 +93,15 @@ struct override_rule {
 
 struct planted_fault {
   std::string name;
-  std::string argument;         // behind "=", empty if none was given
+  std::string argument;  // behind "=", empty if none was given
 };
 
 struct router {
   std::string name;
   std::string description;
-  std::string type;             // "birch", "elm", ...
-  std::string model;            // what the version banner calls it
-  std::string health = "clean"; // what the bundle manager's own check says
+  std::string type;              // "birch", "elm", ...
+  std::string model;             // what the version banner calls it
+  std::string health = "clean";  // what the bundle manager's own check says
   bool hqos = false;
   std::uint32_t host_node_id = 4096;
   std::vector<node> nodes;

@@ -32,7 +32,7 @@ class capture_file {
   // Born close-on-exec: other workers may be starting commands at this very moment.
   explicit capture_file(std::string path)
       : path_(std::move(path)),
-        descriptor_(::open(path_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)) {
+        descriptor_(open_beside_streams(path_, O_RDWR | O_CREAT | O_TRUNC)) {
     if (descriptor_ < 0) cannot("open " + path_, errno);
   }
   ~capture_file() { ::close(descriptor_); }

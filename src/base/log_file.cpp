@@ -20,9 +20,19 @@ namespace {
 
 }  // namespace
 
+int open_beside_streams(const std::string& path, int flags) {
+  const int first = ::open(path.c_str(), flags | O_CLOEXEC, 0644);
+  if (first < 0 || first > STDERR_FILENO) return first;
+  const int moved = ::fcntl(first, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int cause = errno;
+  ::close(first);
+  errno = cause;
+  return moved;
+}
+
 log_file::log_file(std::string path, file_mode mode) : path_(std::move(path)) {
   const int emptied = mode == file_mode::truncate ? O_TRUNC : 0;
-  descriptor_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | emptied, 0644);
+  descriptor_ = open_beside_streams(path_, O_RDWR | O_CREAT | O_APPEND | emptied);
   if (descriptor_ < 0) cannot("open", path_);
 }
 

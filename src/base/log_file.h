@@ -13,6 +13,11 @@ enum class file_mode {
   truncate,  // "w+": created or emptied
 };
 
+// Opens a file as open(2) does, close-on-exec, and never in the place of a standard stream that the
+// host has closed: what is meant for that stream would go there. Returns -1 and sets errno if it
+// cannot.
+int open_beside_streams(const std::string& path, int flags);
+
 // Writes go to the end of the file, whole, from any thread. The descriptor is close-on-exec.
 class log_file {
  public:

@@ -53,6 +53,15 @@ std::shared_ptr<log_channel> channel_or_wait(std::string_view name, log_level le
   return nullptr;
 }
 
+// Neither file nor standard output may take a word: a lost line stops nobody.
+void say_and_go_on(std::string_view text) {
+  try {
+    print(text);
+  } catch (const std::exception&) {
+    return;
+  }
+}
+
 void enter_channel(std::string_view name, const std::shared_ptr<log_channel>& channel) {
   run_state& run = st();
   const std::lock_guard lock(run.log_mutex);
@@ -88,8 +97,11 @@ void log_channel::write(log_level level, std::string_view entry) {
 void log_channel::rotate() {
   // A file that cannot be renamed grows past its limit: no finding is lost for the sake of size.
   if (std::rename(path_.c_str(), (path_ + ".1").c_str()) != 0) return;
-  file_.reset();
-  file_ = std::make_unique<log_file>(path_, file_mode::truncate);
+  try {
+    file_ = std::make_unique<log_file>(path_, file_mode::truncate);
+  } catch (const failure&) {
+    // The open file is the backup now, and takes the entry.
+  }
 }
 
 void log_channel::close() {
@@ -107,7 +119,7 @@ void setup_logger(std::string_view logger_name, std::string_view log_file_path, 
     channel->write(log_level::info, entry_of("Started Tessel Checker", ""));
     write_waiting_entries(logger_name, *channel);
   } catch (const std::exception&) {
-    print("Log ERROR: No space left on device/Not able to access file system");
+    say_and_go_on("Log ERROR: No space left on device/Not able to access file system");
     throw exit_request();
   }
 }
@@ -120,7 +132,7 @@ void logger(std::string_view msg, std::string_view logger_name, bool exc_info,
     const auto channel = channel_or_wait(logger_name, level, entry);
     if (channel) channel->write(level, entry);
   } catch (const std::exception& error) {
-    print(fmt::format("Log ERROR: {}", error.what()));
+    say_and_go_on(fmt::format("Log ERROR: {}", error.what()));
   }
 }
 

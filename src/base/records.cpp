@@ -81,7 +81,7 @@ Bundles::Bundles()
               {"llif", DEFAULT},
               {"glif", DEFAULT},
               {"rif", DEFAULT},
-              {"vlan_domain", make_shared_map()},
+              {"vlan_domain", make_shared_map(map::order::plain)},
               {"mac", DEFAULT},
               {"mtu", DEFAULT},
               {"is_l2", DEFAULT},

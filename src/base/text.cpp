@@ -15,7 +15,8 @@ namespace tessel {
 namespace {
 
 constexpr std::string_view white_space = " \t\n\r\f\v";
-constexpr std::size_t longest_run = 32768;
+constexpr std::size_t longest_line = 8192;
+constexpr std::size_t longest_blank_run = 2048;
 constexpr std::size_t first_jit_stack = 64 * 1024;
 constexpr std::size_t largest_jit_stack = 32 * 1024 * 1024;
 
@@ -50,14 +51,14 @@ bool is_white_space(char c) {
 }
 
 template <class Belongs>
-void refuse_long_run(std::string_view text, std::string_view what, Belongs belongs,
-                     std::source_location where) {
+void refuse_long_run(std::string_view text, std::string_view what, std::size_t longest,
+                     Belongs belongs, std::source_location where) {
   std::size_t run = 0;
   for (std::size_t at = 0; at < text.size(); ++at) {
     run = belongs(text[at]) ? run + 1 : 0;
-    if (run <= longest_run) continue;
+    if (run <= longest) continue;
     throw failure(fmt::format("the output has a {} of more than {} bytes, from byte {} of {}", what,
-                              longest_run, at - longest_run, text.size()),
+                              longest, at - longest, text.size()),
                   where);
   }
 }
@@ -341,13 +342,13 @@ std::string_view readable(const value& output, std::source_location where) {
 
 void require_readable(std::string_view text, std::source_location where) {
   refuse_long_run(
-      text, "line", [](char c) { return c != '\n'; }, where);
-  refuse_long_run(text, "run of blanks", is_white_space, where);
+      text, "line", longest_line, [](char c) { return c != '\n'; }, where);
+  refuse_long_run(text, "run of blanks", longest_blank_run, is_white_space, where);
 }
 
 std::string_view readable_blanks(const value& output, std::source_location where) {
   const std::string_view text = output.as_text(where);
-  refuse_long_run(text, "run of blanks", is_white_space, where);
+  refuse_long_run(text, "run of blanks", longest_blank_run, is_white_space, where);
   return text;
 }
 

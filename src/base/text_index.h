@@ -2,6 +2,7 @@
 // into an index and looked up. The index of a text is built on first use and kept here.
 #pragma once
 
+#include <exception>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -16,12 +17,13 @@ namespace tessel {
 class text_indexes {
  public:
   // The index of `text`, of type `Index`, which is built with `Index(std::string_view)`. Throws
-  // what building throws; the next call then tries again.
+  // what building threw, at every call: a text that cannot be read is read once.
   template <class Index>
   std::shared_ptr<const Index> get(const std::shared_ptr<const std::string>& text) {
     const std::shared_ptr<entry> found = find({std::type_index(typeid(Index)), text.get()}, text);
     const std::lock_guard lock(found->mutex);
-    if (!found->index) found->index = std::make_shared<const Index>(*text);
+    if (found->failure) std::rethrow_exception(found->failure);
+    if (!found->index) build<Index>(*found);
     return std::static_pointer_cast<const Index>(found->index);
   }
 
@@ -36,8 +38,19 @@ class text_indexes {
     std::shared_ptr<const std::string> text;  // constant; what the index's views point into
     std::mutex mutex;
     std::shared_ptr<const void> index;  // guarded by mutex
+    std::exception_ptr failure;         // guarded by mutex; why there is no index
   };
   using entry_key = std::pair<std::type_index, const std::string*>;
+
+  template <class Index>
+  static void build(entry& wanted) {
+    try {
+      wanted.index = std::make_shared<const Index>(*wanted.text);
+    } catch (const std::exception&) {
+      wanted.failure = std::current_exception();
+      throw;
+    }
+  }
 
   std::shared_ptr<entry> find(const entry_key& key,
                               const std::shared_ptr<const std::string>& text) {

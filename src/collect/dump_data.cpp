@@ -10,6 +10,7 @@
 #include "base/text.h"
 #include "collect/dpa_dumps.h"
 #include "collect/hardware_dumps.h"
+#include "collect/interface_mtus.h"
 #include "parse/bundle_pd.h"
 #include "parse/bundle_pi.h"
 #include "run/state.h"
@@ -22,15 +23,9 @@ constexpr std::int64_t node_id_mask = 0xFFFFFF;
 constexpr int both_route_processors = 2;
 
 void dump_member_mtus() {
-  static const pattern& mtu =
-      constant("([0-9\\/]+)\\s+is\\s+[\\w+,\\s+[\\w\\s]*\n\\s+MTU\\s+(\\w+)");
   const value output =
       execute(R"(iface_show "-i" ".*" | grep "-E" "line protocol|MTU")", "showInterfaces");
-  const std::string interfaces = replace_all(readable(output), "Bundle-Ether", "BE");
-  value mtus = make_map();
-  const matches found = findall(mtu, interfaces);
-  for (std::size_t at = 0; at < found.size(); ++at) mtus.as_map().set(found[at][0], found[at][1]);
-  st().mbrInfoPI.set(mtus);
+  st().mbrInfoPI.set(parse_interface_mtus(output.as_text()));
 }
 
 // Skips a node on a chassis whose two route processors both report to be active: they may run
@@ -55,7 +50,7 @@ void probe_node_id(const std::string& nodename, map& node) {
   const value platform_info =
       execute(fmt::format("ssh  -q -o 'StrictHostKeyChecking=no'  {} /opt/nos/bin/board_api_probe",
                           node.at("nodeip").as_text()));
-  const matches tmp = findall(id, readable(platform_info));
+  const matches tmp = findall(id, platform_info.as_text());
   if (!tmp.empty()) {
     node.update("nodeid", to_integer(tmp.text(0)));
   } else {

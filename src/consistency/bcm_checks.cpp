@@ -11,14 +11,13 @@
 #include "consistency/field_checks.h"
 #include "consistency/findings.h"
 #include "consistency/pi_pd_checks.h"
+#include "platform/port_numbers.h"
 #include "platform/router_type.h"
 #include "run/state.h"
 
 namespace tessel {
 
 namespace {
-
-constexpr std::int64_t ports_per_core = 256;
 
 value npus_of(std::string_view nodename) {
   return st().nodeinfo.get().at(nodename).at("npu_list");
@@ -67,7 +66,7 @@ void report_mtu(const member_on_npu& at) {
 // through all cores.
 std::string mtu_port(std::string_view pp_port, std::string_view npu_core) {
   if (st().router != aspen) return std::string(pp_port);
-  return std::to_string(to_integer(pp_port) - to_integer(npu_core) * ports_per_core);
+  return std::to_string(port_on_core(pp_port, npu_core));
 }
 
 void check_member_non_j2(const member_on_npu& at) {

@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 
+#include <mutex>
+
 #include "base/constants.h"
 #include "base/logs.h"
 #include "run/state.h"
@@ -13,6 +15,7 @@ namespace tessel {
 // "inconsistent". Returns ERROR. Any thread.
 template <class... Parts>
 int inconsistency(fmt::format_string<std::int64_t, const Parts&...> form, const Parts&... parts) {
+  const std::lock_guard one_step(st().finding_mutex);
   logger(fmt::format(form, ++st().inconsistent, parts...), "inconsistent");
   return ERROR;
 }

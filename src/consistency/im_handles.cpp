@@ -9,13 +9,30 @@ namespace tessel {
 
 namespace {
 
+bool is_word(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+
+// The handle at the end of `text`: the word there from its first "0x" on. Empty if it has none, or
+// nothing behind it.
+std::string_view handle_at_end(std::string_view text) {
+  std::size_t start = text.size();
+  while (start > 0 && is_word(text[start - 1])) --start;
+  const std::size_t prefix = text.find("0x", start);
+  if (prefix == std::string_view::npos || prefix + 2 >= text.size()) return {};
+  return text.substr(prefix);
+}
+
 class im_handles {
  public:
   explicit im_handles(std::string_view listing) {
-    static const pattern& row = constant(R"((0x\w+)\s(BE\d+\.\d+) )");
-    require_readable(listing);
-    const matches rows = findall(row, listing);
-    for (std::size_t at = 0; at < rows.size(); ++at) handles_.try_emplace(rows[at][1], rows[at][0]);
+    static const pattern& name = constant(R"((?<=\w)\s(BE\d+\.\d+)(?= ))");
+    const matches names = findall(name, listing);
+    for (std::size_t at = 0; at < names.size(); ++at) {
+      const auto place = static_cast<std::size_t>(names.text(at).data() - listing.data());
+      const std::string_view handle = handle_at_end(listing.substr(0, place - 1));
+      if (!handle.empty()) handles_.try_emplace(names.text(at), handle);
+    }
   }
 
   std::optional<std::string> find(std::string_view sub_bdl) const {

@@ -15,11 +15,13 @@ namespace {
 
 constexpr std::string_view bundle_word = "Bundle-Ether";
 
-// Bundle lines stand at the margin, all others behind three blanks.
+// Bundle lines stand at the margin, all others behind three blanks, below an empty line that is
+// indented like them and is all that an empty text gives.
 std::string indented(std::string_view text) {
-  std::string result;
+  std::string result = "   ";
+  if (text.empty()) return result;
   for (const std::string_view line : split(text, "\n")) {
-    if (!result.empty()) result += '\n';
+    result += '\n';
     if (line.find(bundle_word) == std::string_view::npos) result += "   ";
     result += strip_set_left(line, " \t\n\r\f\v");
   }
@@ -54,7 +56,7 @@ std::pair<std::string, std::int64_t> parse_bundle_health(std::string_view bdlHea
   const std::string report = sub(empty_lines, "\n", sub(rule, "", bdlHealthCheck));
   const bool has_information = report.find("INFO:") != std::string::npos;
   const std::string errors = sub(has_information ? information_block : table_head, "", report);
-  std::string output = indented(fmt::format("\n{}", strip(errors)));
+  std::string output = indented(strip(errors));
   const auto err_count = static_cast<std::int64_t>(split(output, bundle_word).size()) - 1;
   return {std::move(output), err_count};
 }

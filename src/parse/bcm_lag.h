@@ -21,6 +21,11 @@ namespace tessel {
 // id (hexadecimal text) to "gport" and "is_active" ("Y" or "N") as printed.
 value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::string_view npu);
 
+// What a row of `tm lag` is: the groups take LAG id, global port and a last word, each empty for a
+// blank cell.
+inline constexpr std::string_view tm_lag_row_definition =
+    "\\d*\\s+\\|\\s+(\\d*)\\s+\\|\\s+\\w*\\s+\\|\\s+(\\w*)\\s+\\|\\s+(\\w*)\\s+\\|\n";
+
 // `tm lag` of Jericho2. Keys are the id in hexadecimal; "members" lists the global ports as
 // printed, in row order.
 value parse_tm_lag(const value& tm_lag, std::string_view nodename, std::string_view npu);

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <string>
 
 #include "base/command.h"
@@ -87,17 +88,22 @@ void add_block(std::string_view block, map& bundle_pd) {
 
 }  // namespace
 
+value parse_bundle_info_PD(std::string_view text) {
+  value bundle_pd = make_map();
+  for (const std::string_view block : split(text, "Bundle-Ether")) {
+    add_block(block, bundle_pd.as_map());
+  }
+  return bundle_pd;
+}
+
 int dump_parse_bundle_info_PD() {
   run_state& run = st();
   try {
     value output = execute("lagmgr_agent_show -m -a all", "BME_PD");
     run.bdlInfoPD.set(output);
-    output = with_usual_node_names(readable(output));
+    output = with_usual_node_names(output.as_text());
     run.bdlInfoPD.set(output);
-    value bundle_pd = make_map();
-    for (const std::string_view block : split(output.as_text(), "Bundle-Ether")) {
-      add_block(block, bundle_pd.as_map());
-    }
+    const value bundle_pd = parse_bundle_info_PD(output.as_text());
     run.bdlInfoPD.set(bundle_pd);
     if (!bundle_pd.truthy()) {
       ++run.exception;

@@ -9,7 +9,15 @@
 //   0  0  0x21  Hu0/0/0/1                         "Visited": 0, "Node Description": ...}}
 #pragma once
 
+#include <string_view>
+
+#include "base/value.h"
+
 namespace tessel {
+
+// The map of bundles in the dump's text, its node names already the usual ones. Throws `failure`
+// for what is no number.
+value parse_bundle_info_PD(std::string_view text);
 
 // Runs the dump command and replaces `bdlInfoPD` by the map of bundles; until then, and after a
 // failure, it holds the command's text. Returns SUCCESS, or ERROR after counting and logging a

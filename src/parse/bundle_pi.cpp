@@ -82,6 +82,14 @@ bool add_bundle(std::string_view bundle, map& bundles) {
 
 }  // namespace
 
+value parse_bundle_info_PI(std::string_view text) {
+  value bdltmp = make_map();
+  for (const std::string_view bundle : split(text, "Bundle-Ether")) {
+    if (!add_bundle(bundle, bdltmp.as_map())) return ERROR;
+  }
+  return bdltmp;
+}
+
 int dump_parse_bundle_info_PI() {
   run_state& run = st();
   try {
@@ -90,10 +98,8 @@ int dump_parse_bundle_info_PI() {
         "grep -E 'Bundle|Member|Operational MTU|Local'",
         "BM_PI");
     run.bdlInfoPI.set(output);
-    value bdltmp = make_map();
-    for (const std::string_view bundle : split(readable(output), "Bundle-Ether")) {
-      if (!add_bundle(bundle, bdltmp.as_map())) return ERROR;
-    }
+    const value bdltmp = parse_bundle_info_PI(readable(output));
+    if (!bdltmp.is_map()) return ERROR;
     run.bdlInfoPI.set(bdltmp);
     if (!bdltmp.truthy()) {
       ++run.exception;

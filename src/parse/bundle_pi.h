@@ -8,7 +8,15 @@
 //                                                        "Visited": 0, ..., "ifh": "0x3000120"}}
 #pragma once
 
+#include <string_view>
+
+#include "base/value.h"
+
 namespace tessel {
+
+// The map of bundles in the dump's text, those without a member left out with a note; or ERROR,
+// counted and logged, if a bundle has no MAC or MTU line. Throws `failure` for what is no number.
+value parse_bundle_info_PI(std::string_view text);
 
 // Runs the dump command and replaces `bdlInfoPI` by the map of bundles that have a member; until
 // then, and after a failure, it holds the command's text. Returns SUCCESS; ERROR, after logging and

@@ -58,7 +58,7 @@ void add_weight(std::string_view weight, std::int64_t& total) {
 
 lagport_members members_of(std::string_view bundle, std::string_view lagid,
                            std::string_view nodename) {
-  static const pattern& member_line = constant(R"((\d+):dpa_intf_t\smifh\s=>\s(\w+))");
+  static const pattern& member_line = constant(R"((?<!\d)(\d++):dpa_intf_t\smifh\s=>\s(\w+))");
   lagport_members members;
   const slot_fields npus(slot_fields::npu, bundle);
   const slot_fields weights(slot_fields::weight, bundle);
@@ -123,7 +123,7 @@ void add_lagport(std::string_view bundle, std::string_view nodename, map& bundle
 // letters of the type word.
 bool add_port(std::string_view block, std::string_view nodename) {
   static const pattern& name_line = constant(R"(name\s=>\s[a-zA-Z]+(\w+))");
-  static const pattern& field_line = constant(R"((\w+)\s=>\s(\w+))");
+  static const pattern& field_line = constant(R"((?<!\w)(\w++)\s=>\s(\w+))");
   const matches name = findall(name_line, block);
   if (name.empty()) return false;
   const std::string intf_name = replace_all(name.text(0), "_", "/");
@@ -152,11 +152,11 @@ struct interface_type {
 };
 
 value interfaces_of(const interface_type& type, const value& output, std::string_view nodename) {
-  static const pattern& field_line = constant(R"((\w+)\s=>\s([\w:]*))");
+  static const pattern& field_line = constant(R"((?<!\w)(\w++)\s=>\s([\w:]*))");
   static const pattern& handle_line = constant(R"(@dpa_intf_t\s+intf\s+=>\s+(\w+))");
   value interfaces = make_map();
   for (const std::string_view block :
-       split(readable(output), fmt::format("{} element", type.name))) {
+       split(output.as_text(), fmt::format("{} element", type.name))) {
     if (block.empty()) continue;
     const field_map intf_prop = fields_of(field_line, block);
     const matches handle = findall(handle_line, block);
@@ -188,7 +188,7 @@ int parser_failed(const std::exception& error, std::string_view type, std::strin
 value parse_lagport_object_DPA(const value& lagport, std::string_view nodename) {
   try {
     value bundle_dpa = make_map();
-    for (const std::string_view bundle : split(readable(lagport), "lagport element")) {
+    for (const std::string_view bundle : split(lagport.as_text(), "lagport element")) {
       add_lagport(bundle, nodename, bundle_dpa.as_map());
     }
     if (!bundle_dpa.truthy()) {
@@ -204,7 +204,7 @@ value parse_lagport_object_DPA(const value& lagport, std::string_view nodename) 
 int parse_l1port_object_DPA(const value& l1port, std::string_view nodename) {
   try {
     std::size_t ports = 0;
-    for (const std::string_view block : split(readable(l1port), "l1port element")) {
+    for (const std::string_view block : split(l1port.as_text(), "l1port element")) {
       if (add_port(block, nodename)) ++ports;
     }
     if (ports == 0) {

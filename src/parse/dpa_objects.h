@@ -2,12 +2,14 @@
 // type's element line; a field line ends in a type, a name, "=>" and the value:
 //
 //   lagport element 0
-//     @dpa_intf_t	intf => 0x3000120             {"0x3000120": {"lagid": "0x1", "members":
-//     {"0":
-//      uint16_t lag_id => 0x1                      {"0x60": {"memid": "0x0", "Visited": 0, ...}}},
-//     0:dpa_intf_t mifh => 0x60                    "vlan_domain": {"0": "0x10"}, "weight": 1,
-//     0:uint8_t mbr_npu_id => 0                    "max_member_count": "64", "Visited": 0, ...,
-//     ...                                          "deletePending": 0}}
+//     @dpa_intf_t intf => 0x3000120
+//      uint16_t lag_id => 0x1
+//     0:dpa_intf_t mifh => 0x60
+//     0:uint8_t mbr_npu_id => 0
+//
+//   {"0x3000120": {"lagid": "0x1", "members": {"0": {"0x60": {"memid": "0x0", "Visited": 0, ...}}},
+//                  "vlan_domain": {"0": "0x10"}, "weight": 1, "max_member_count": "64",
+//                  "Visited": 0, ..., "deletePending": 0}}
 //
 // A text without an object is a note (added to `info`) and takes the node out of the run (`dump`
 // 0), except for l2intf, where it is normal. One bad block loses the whole type of that node: each

@@ -10,6 +10,7 @@
 #include "base/records.h"
 #include "base/text.h"
 #include "parse/vlan_domain_rows.h"
+#include "platform/port_numbers.h"
 #include "platform/router_type.h"
 #include "run/state.h"
 
@@ -18,7 +19,6 @@ namespace tessel {
 namespace {
 
 constexpr std::int64_t indexes_per_profile = 10;
-constexpr std::int64_t ports_per_core = 256;
 
 map& inner_map(value& outer, std::string_view key) {
   if (!outer.contains(key)) outer.as_map().set(key, make_map());
@@ -28,7 +28,7 @@ map& inner_map(value& outer, std::string_view key) {
 // Group 1 to group 2 to group 3, the last row of a key winning.
 value nested_table(const pattern& row, const value& output) {
   value table = make_map();
-  const matches rows = findall(row, readable(output));
+  const matches rows = findall(row, output.as_text());
   for (std::size_t at = 0; at < rows.size(); ++at) {
     inner_map(table, rows[at][0]).set(rows[at][1], rows[at][2]);
   }
@@ -38,7 +38,7 @@ value nested_table(const pattern& row, const value& output) {
 // Group 1 to group 2, the last row of a key winning.
 value flat_table(const pattern& row, const value& output) {
   value table = make_map();
-  const matches rows = findall(row, readable(output));
+  const matches rows = findall(row, output.as_text());
   for (std::size_t at = 0; at < rows.size(); ++at) table.as_map().set(rows[at][0], rows[at][1]);
   return table;
 }
@@ -65,20 +65,13 @@ value tables_of(const record& member, std::string_view nodename) {
   return vd;
 }
 
-// The row of a member in its core's table; this chassis numbers ports through all cores.
-std::int64_t port_of(const record& member) {
-  const std::int64_t pp_port = to_integer(member.get("pp_port"));
-  if (st().router != aspen) return pp_port;
-  return pp_port - ports_per_core * to_integer(member.get("npu_core"));
-}
-
 }  // namespace
 
 value parse_member_mtu(const value& member_mtu) {
   static const pattern& row = constant(
       R"(EPNI_PACKETPROCESSING_PORT_CONFIGURATION_TABLE\.EPNI(\d+)\[(\d+)\]:\s+\<[A-Z_=0-9,a-z]+MTU=(\w+))");
   value table = make_map();
-  const matches rows = findall(row, readable(member_mtu));
+  const matches rows = findall(row, member_mtu.as_text());
   for (std::size_t at = 0; at < rows.size(); ++at) {
     inner_map(table, rows[at][0]).set(rows[at][1], convert_hex_to_int(rows[at][2]));
   }
@@ -91,7 +84,7 @@ value parse_bdl_pp_port(const value& vis_lag) {
       "\\d+)"
       "\\s+\\|\n\\|\\s+\\|\\s+\\|\\s+(\\d+)\\s+\\|\\s+(\\d+)");
   value table = make_map();
-  const matches lags = findall(two_rows, readable(vis_lag));
+  const matches lags = findall(two_rows, vis_lag.as_text());
   for (std::size_t at = 0; at < lags.size(); ++at) {
     const auto cells = lags[at];
     map& ports = inner_map(table, cells[1]);
@@ -126,7 +119,7 @@ value parse_mtu_profiles(const value& all_mtu) {
   static const pattern& row =
       constant(R"(ETPPC_MTU_MAP_TABLE\.ETPPC(\d+)\[(\d+)\]:\s<[A-Z_=0-9,]+MTU\=(\w+))");
   value table = make_map();
-  const matches rows = findall(row, readable(all_mtu));
+  const matches rows = findall(row, all_mtu.as_text());
   for (std::size_t at = 0; at < rows.size(); ++at) {
     const std::int64_t profile = to_decimal(rows[at][1]) / indexes_per_profile;
     inner_map(table, rows[at][0]).set(std::to_string(profile), convert_hex_to_int(rows[at][2]));
@@ -144,7 +137,8 @@ int parse_vlan_domain(std::string_view mem) {
     if (is_j2(nodename)) return SUCCESS;
     const value vd = tables_of(member, nodename);
     const std::string core = member.get("npu_core").as_text();
-    const std::string port = std::to_string(port_of(member));
+    const std::string port =
+        std::to_string(port_on_core(member.get("pp_port"), member.get("npu_core")));
     const value vlan_domain = member.get("vlan_domain");
     for (const auto& [node, table] : vd.as_map().items()) {
       const auto domain = vlan_domain_of(table.as_shared_text(), core, port);

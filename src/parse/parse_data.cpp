@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -40,7 +41,7 @@ std::shared_ptr<memberInfo> port_of_line(std::string_view line, const value& nod
 
 value ports_of_listing(const value_list& lines) {
   run_state& run = st();
-  value members = make_ordered_map();
+  value members = make_map();
   value nodename = DEFAULT;
   for (const value& each : lines) {
     const std::string_view line = each.as_text();
@@ -76,7 +77,9 @@ int fill_member_details() {
   run_state& run = st();
   try {
     dump_voq_usage();
-    const value members = ports_of_listing(run.voq_usage.get().as_list());
+    const value lines = run.voq_usage.get();
+    // Without a listing the store is still what it was before, a map, and holds no lines.
+    const value members = ports_of_listing(lines.is_list() ? lines.as_list() : value_list());
     run.voq_usage.set(members);
     if (members.truthy()) return SUCCESS;
     logger("ERROR: 'sh controller npu voq_usage' has no port information", "exception");

@@ -28,6 +28,8 @@ class parsed_config {
  public:
   // Throws `failure` if `run_cfg` is no text.
   explicit parsed_config(const value& run_cfg);
+  parsed_config(const parsed_config&) = delete;
+  parsed_config& operator=(const parsed_config&) = delete;
 
   const std::vector<std::string_view>& stanzas() const { return stanzas_; }
   // The stanzas that hold "bundle id NUMBER " with the blank, in order.

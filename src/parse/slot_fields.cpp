@@ -1,30 +1,44 @@
 #include "parse/slot_fields.h"
 
+#include <algorithm>
+
 namespace tessel {
+
+// A value's last digits may themselves be the slot of a line that is glued to it, so values are
+// only looked ahead at.
 
 const slot_fields::field slot_fields::npu = {
     R"({}:uint8_t mbr_npu_id\s=>\s(\d+))",
-    constant(R"((?<!\d)(\d*+):uint8_t mbr_npu_id\s=>\s(\d+))")};
+    constant(R"((?<!\d)(\d*+):uint8_t mbr_npu_id\s=>\s(?=(\d+)))")};
 
 const slot_fields::field slot_fields::weight = {
     R"({}:uint16_t\s+weight\s+=>\s+(\d+))",
-    constant(R"((?<!\d)(\d*+):uint16_t\s+weight\s+=>\s+(\d+))")};
+    constant(R"((?<!\d)(\d*+):uint16_t\s+weight\s+=>\s+(?=(\d+)))")};
 
 const slot_fields::field slot_fields::port_class = {
     R"((?<={}:uint16_t port_class_id =>\s)\d+)",
-    constant(R"((?<!\d)(\d*+):uint16_t port_class_id =>\s(\d+))", letter_case::ignored)};
+    constant(R"((?<!\d)(\d*+):uint16_t port_class_id =>\s(?=(\d+)))", letter_case::ignored)};
 
 slot_fields::slot_fields(const field& which, std::string_view block) {
   const matches found = findall(which.all, block);
-  lines_.reserve(found.size());
-  for (std::size_t at = 0; at < found.size(); ++at) lines_.emplace_back(found[at][0], found[at][1]);
+  for (std::size_t at = 0; at < found.size(); ++at) {
+    lines_.emplace_back(found[at][0], found[at][1]);
+    const std::size_t longest = std::min(found[at][0].size(), indexed_digits);
+    for (std::size_t length = 1; length <= longest; ++length) {
+      first_by_end_.try_emplace(tail(found[at][0], length), found[at][1]);
+    }
+  }
 }
 
 std::optional<std::string_view> slot_fields::first_of(std::string_view slot) const {
-  for (const auto& [digits, content] : lines_) {
-    if (digits.ends_with(slot)) return content;
+  if (slot.empty() || slot.size() > indexed_digits) {
+    for (const auto& [digits, content] : lines_) {
+      if (digits.ends_with(slot)) return content;
+    }
+    return std::nullopt;
   }
-  return std::nullopt;
+  const auto found = first_by_end_.find(slot);
+  return found == first_by_end_.end() ? std::nullopt : std::optional(found->second);
 }
 
 }  // namespace tessel

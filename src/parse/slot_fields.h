@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -32,7 +33,12 @@ class slot_fields {
   std::optional<std::string_view> first_of(std::string_view slot) const;
 
  private:
+  // Slots of more digits are looked up line by line.
+  static constexpr std::size_t indexed_digits = 20;
+
   std::vector<std::pair<std::string_view, std::string_view>> lines_;
+  // The last digits in front of the colon, in every length, to the first line that ends so.
+  std::unordered_map<std::string_view, std::string_view> first_by_end_;
 };
 
 }  // namespace tessel

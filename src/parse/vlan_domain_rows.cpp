@@ -11,14 +11,14 @@ namespace tessel {
 
 namespace {
 
-// The first row of each core and port. A row may start inside the end of the one before it, so
-// what the definition has in front of "IHP" is looked back at, and what it has behind the port is
+// The first row of each core and port. A row may start inside another, even inside the name of its
+// core, so what the definition has in front of "IHP" is looked back at, and what it has behind is
 // looked ahead at.
 class vlan_domain_rows {
  public:
   explicit vlan_domain_rows(std::string_view table) {
-    static const pattern& row =
-        constant(R"((?<=\w.)IHP((?:\w|-)*)\[((?:\w|-)*)\](?=:\s<\w+=\w+,VLAN_DOMAIN=(\w+),))");
+    static const pattern& row = constant(
+        R"((?<=\w.)IHP(?=([\w-]{0,20}+)\[([\w-]{0,20}+)\]:\s<\w+=\w+,VLAN_DOMAIN=(\w+),))");
     const matches rows = findall(row, table);
     for (std::size_t at = 0; at < rows.size(); ++at) {
       domains_.try_emplace(key(rows[at][0], rows[at][1]), rows[at][2]);
@@ -37,11 +37,13 @@ class vlan_domain_rows {
   std::unordered_map<std::string, std::string_view> domains_;
 };
 
+// What the rows' pattern takes as a core or a port.
 bool is_plain(std::string_view name) {
-  return std::all_of(name.begin(), name.end(), [](char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
-           c == '-';
-  });
+  constexpr std::size_t longest_number = 20;
+  return name.size() <= longest_number && std::all_of(name.begin(), name.end(), [](char c) {
+           return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                  c == '_' || c == '-';
+         });
 }
 
 }  // namespace

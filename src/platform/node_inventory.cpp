@@ -131,7 +131,7 @@ value get_list_of_vms() {
       return run.nodeinfo.get();
     }
     const value listing = execute("/opt/nos/bin/plat_nodes_show -v");
-    for (const std::string_view line : split(readable(listing), "\n")) enter_listing_line(line);
+    for (const std::string_view line : split(listing.as_text(), "\n")) enter_listing_line(line);
     return run.nodeinfo.get();
   } catch (const std::exception& error) {
     logger(fmt::format("{}: nodeinfo init failed", error.what()), "exception", true);

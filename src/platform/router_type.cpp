@@ -47,6 +47,16 @@ constexpr std::array<supported_asic, 6> supported_asics = {{
 
 constexpr std::string_view jericho2 = "BCM8869";
 
+// The shortest text ahead of the word on the first line that has one: what "(.+?)(?=processor)"
+// finds first, without trying every start on every line.
+std::string_view model_of(std::string_view shversion) {
+  for (const std::string_view line : split(shversion, "\n")) {
+    const std::size_t end = line.find("processor", 1);
+    if (end != std::string_view::npos) return line.substr(0, end);
+  }
+  return "";
+}
+
 router_type type_of_model(std::string_view rtrtype) {
   for (const auto& [name, type] : models) {
     if (rtrtype.find(name) != std::string_view::npos) return type;
@@ -106,10 +116,8 @@ int get_router_type() {
   run_state& run = st();
   try {
     if (run.router != notset) return run.router;
-    static const pattern& model = constant("(.+?)(?=processor)");
     const value shversion = execute("/opt/nos/bin/sw_version_show");
-    const matches found = findall(model, readable(shversion));
-    run.router = type_of_model(found.empty() ? "" : found.text(0));
+    run.router = type_of_model(model_of(shversion.as_text()));
     return run.router;
   } catch (const std::exception& error) {
     logger(fmt::format("{}: get_router_type failed", error.what()), "exception", true);
@@ -124,7 +132,7 @@ int check_asic_support() {
     static const pattern& first_unit =
         constant("Node ID: (\\w+\\/\\w+\\/CPU0)(?:\n|\n*.*\n)\\w+\\s\\d+\\s\\w+\\s(BCM\\d{4})");
     const value output = execute_bcmd("show unit", "all", "A", DEFAULT, "show_unit");
-    const std::string_view asic_dump = readable(output);
+    const std::string_view asic_dump = output.as_text();
     const matches asic_info = findall(first_unit, asic_dump);
     if (run.router == birch || run.router == fir) read_npu_lists(asic_dump, asic_info);
     for (std::size_t at = 0; at < asic_info.size(); ++at) {

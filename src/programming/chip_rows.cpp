@@ -23,7 +23,6 @@ class sem_rows {
     // A payload may itself be the word in front of the next one, so that is only looked ahead at.
     static const pattern& row = constant(R"((?<!\w)(\w++)(?=\s+Payload=(\w+)))");
     static const pattern& braced = constant(R"(\{\}\w+\s+Payload=0x\w+\{\})");
-    require_readable(table);
     const matches found = findall(row, table);
     rows_.reserve(found.size());
     for (std::size_t at = 0; at < found.size(); ++at)

@@ -81,7 +81,7 @@ int verify_sem_entry_j2(std::string_view, std::string_view nodename, std::string
     const value lif_map =
         execute_bcmd(fmt::format("diag pp lif id=0x{} gl=1 type=in", digits), npu,
                      node.at("nodeid"), node.at("nodeip"), fmt::format("glif{}", digits));
-    const matches found = findall(in_lif, readable(lif_map));
+    const matches found = findall(in_lif, lif_map.as_text());
     if (found.empty()) throw failure(fmt::format("no in-LIF for {}", digits));
     return lif == found.text(0) ? SUCCESS : ERROR;
   } catch (const std::exception& error) {

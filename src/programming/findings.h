@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 
+#include <mutex>
+
 #include "base/constants.h"
 #include "base/logs.h"
 #include "run/state.h"
@@ -14,6 +16,7 @@ namespace tessel {
 template <class... Parts>
 int report_programming_error(fmt::format_string<std::int64_t, const Parts&...> form,
                              const Parts&... parts) {
+  const std::lock_guard one_step(st().finding_mutex);
   logger(fmt::format(form, ++st().programming_error, parts...), "programming_error");
   return ERROR;
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -107,9 +108,10 @@ void print_log_list() {
 
 void print_results() {
   run_state& run = st();
+  // Workers may still be finding: rows, total and preview are of one moment.
+  const std::lock_guard one_moment(run.finding_mutex);
   run.exception += run.info;
   if (run.inconsistent == 0) run.deletePending = 0;
-  // Workers may still be counting: the rows and the total are of one moment.
   const labelled inconsistent{incnst_str, run.inconsistent};
   const labelled stale{stale_str, run.staleEntries};
   const labelled programming{prgm_str, run.programming_error};

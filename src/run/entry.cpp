@@ -4,7 +4,8 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
-#include <string>
+#include <source_location>
+#include <utility>
 
 #include "base/failure.h"
 #include "base/print.h"
@@ -42,6 +43,8 @@ void act_on_pending(std::source_location where = std::source_location::current()
   try {
     std::rethrow_exception(reason);
   } catch (const tessel::exit_request&) {
+    // A worker that is telling a finding finishes its line; none starts another.
+    tessel::st().finding_mutex.lock();
     std::fflush(stdout);
     std::exit(0);
   } catch (const std::exception& error) {

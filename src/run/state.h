@@ -144,6 +144,10 @@ struct run_state {
   log_file_slot dl_fd;
   log_file_slot stale_fd;
 
+  // Held while a finding is counted and logged, so that the two are one step: the results are of
+  // one moment, and the process does not end between them.
+  std::mutex finding_mutex;
+
   // Guarded by print_mutex.
   std::mutex print_mutex;
   bool line_is_open = false;

@@ -329,6 +329,13 @@ TEST_F(helpers_test, a_note_is_one_quoted_line) {
   EXPECT_THAT(log_lines(out_path), ElementsAre("'no encap\\tfor BE12.1\\n'", "\"it's\""));
 }
 
+TEST_F(helpers_test, the_plain_form_of_a_text_is_the_text) {
+  EXPECT_EQ(plain("a'b\n"), "a'b\n");
+  EXPECT_EQ(plain(4096), "4096");
+  EXPECT_EQ(plain(list_of({"0"})), "['0']");
+  EXPECT_EQ(plain(value()), "None");
+}
+
 TEST_F(helpers_test, the_printed_form_shows_every_kind) {
   EXPECT_EQ(printed(value()), "None");
   EXPECT_EQ(printed(-7), "-7");

@@ -196,7 +196,7 @@ TEST_F(bundle_pd_test, a_command_that_cannot_be_run_leaves_error_in_the_store) {
   EXPECT_EQ(st().exception, 2) << "the command and the parser, each its own failure";
   EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
               ElementsAre(StartsWith("cannot open /tmp/tessel_BME_PD.log"),
-                          "a text expected, found 0: dump_parse_bundle_info_PD failed"));
+                          "a text expected, found the integer 0: dump_parse_bundle_info_PD failed"));
 }
 
 TEST_F(bundle_pd_test, a_missing_tool_is_an_empty_output) {

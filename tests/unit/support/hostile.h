@@ -33,29 +33,35 @@ struct bad_output {
 };
 
 // Outputs in which no parser finds anything.
-inline std::vector<bad_output> meaningless_outputs() {
-  std::string bytes;
-  for (int round = 0; round < 100; ++round) {
-    for (int byte = 0; byte < 256; ++byte) bytes += static_cast<char>(byte);
-    bytes += '\n';
-  }
-  std::mt19937 random(1);
-  std::string noise;
-  while (noise.size() < 8U << 20) {
-    for (int at = 0; at < 99; ++at) noise += static_cast<char>(' ' + random() % 95);
-    noise += '\n';
-  }
-  std::string letters;
-  while (letters.size() < 1U << 20) letters += std::string(30000, 'a') + "\n";
-  return {{"binary bytes", bytes}, {"megabytes of noise", noise}, {"long words", letters}};
+inline const std::vector<bad_output>& meaningless_outputs() {
+  static const std::vector<bad_output> outputs = [] {
+    std::string bytes;
+    for (int round = 0; round < 100; ++round) {
+      for (int byte = 0; byte < 256; ++byte) bytes += static_cast<char>(byte);
+      bytes += '\n';
+    }
+    std::mt19937 random(1);
+    std::string noise;
+    while (noise.size() < 8U << 20) {
+      for (int at = 0; at < 99; ++at) noise += static_cast<char>(' ' + random() % 95);
+      noise += '\n';
+    }
+    std::string words;
+    while (words.size() < 1U << 20) words += std::string(30000, 'a') + "\n";
+    return std::vector<bad_output>{
+        {"binary bytes", bytes}, {"megabytes of noise", noise}, {"long words", words}};
+  }();
+  return outputs;
 }
 
 // Outputs that a parser refuses to search.
-inline std::vector<bad_output> unreadable_outputs() {
-  return {{"the command could not be run", ERROR},
-          {"an overlong line", std::string(8U << 20, 'x')},
-          {"an overlong run of blanks", std::string(1U << 20, ' ')},
-          {"an overlong run of empty lines", std::string(1U << 20, '\n')}};
+inline const std::vector<bad_output>& unreadable_outputs() {
+  static const std::vector<bad_output> outputs = {
+      {"the command could not be run", ERROR},
+      {"an overlong line", std::string(8U << 20, 'x')},
+      {"an overlong run of blanks", std::string(1U << 20, ' ')},
+      {"an overlong run of empty lines", std::string(1U << 20, '\n')}};
+  return outputs;
 }
 
 // The messages for the channel "exception" of a run whose logs were never opened.

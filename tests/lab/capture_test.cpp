@@ -1,0 +1,108 @@
+#include "capture.h"
+
+#include <gtest/gtest.h>
+
+#include "support.h"
+
+namespace {
+
+using namespace lab;
+using lab_test::scratch_folder;
+
+TEST(FileName, HoldsToolAndArguments) {
+  struct row {
+    const char* why;
+    const char* command;
+    const char* name;
+  };
+  const row rows[] = {
+      {"no argument", "lagmgr_health", "lagmgr_health"},
+      {"the folder of the tool is left out", "/opt/nos/bin/plat_nodes_show -v",
+       "plat_nodes_show,-v"},
+      {"a slash cannot stand in a file name", "node_id_convert -I 0/0/CPU0",
+       "node_id_convert,-I,0%2F0%2FCPU0"},
+      {"a quoted argument holds blanks", "asic_shell_show -c \"show unit\" -u all -n A",
+       "asic_shell_show,-c,show+unit,-u,all,-n,A"},
+      {"the last blank of an argument counts", "asic_shell_show -c \"dump T \" -u 0",
+       "asic_shell_show,-c,dump+T+,-u,0"},
+      {"an equals sign is plain", "asic_shell_show -c \"diag pp lif id=0x4001 gl=1 type=in\"",
+       "asic_shell_show,-c,diag+pp+lif+id=0x4001+gl=1+type=in"},
+      {"a star is not", "iface_show -i .*", "iface_show,-i,.%2A"},
+      {"blanks between words do not count", "  cfg_render   -c ", "cfg_render,-c"},
+  };
+  for (const row& r : rows) EXPECT_EQ(file_name(r.command), r.name) << r.why;
+}
+
+TEST(FileName, TellsApartWhatAShellTellsApart) {
+  EXPECT_NE(file_name("t", {"a b"}), file_name("t", {"a", "b"}));
+  EXPECT_NE(file_name("t", {"a+b"}), file_name("t", {"a b"}));
+  EXPECT_NE(file_name("t", {"a,b"}), file_name("t", {"a", "b"}));
+  EXPECT_NE(file_name("t", {""}), file_name("t", {}));
+  EXPECT_NE(file_name("t", {"%2F"}), file_name("t", {"/"}));
+}
+
+capture sample() {
+  capture c;
+  c.router = "odd \"name\"";
+  c.host_node_id = 4352;
+  c.nodes = {{"192.0.0.4", "0/RP0/CPU0"}, {"192.0.0.6", "0/0/CPU0"}};
+  c.missing_tools = {"lagmgr_health"};
+  answer(c, "local", "cfg_render -c", std::string("a\0b\xff\n", 5));
+  answer(c, "192.0.0.6", "fwd_object_show -t lagport -D", "");
+  return c;
+}
+
+TEST(CaptureFolder, ComesBackAsWritten) {
+  const scratch_folder scratch;
+  const capture before = sample();
+  write_folder(before, scratch.path() / "out");
+  ASSERT_TRUE(is_capture_folder(scratch.path() / "out"));
+  const capture after = read_folder(scratch.path() / "out");
+  EXPECT_EQ(after.router, before.router);
+  EXPECT_EQ(after.host_node_id, before.host_node_id);
+  EXPECT_EQ(after.nodes, before.nodes);
+  EXPECT_EQ(after.missing_tools, before.missing_tools);
+  EXPECT_EQ(after.answers, before.answers);
+}
+
+TEST(CaptureFolder, EveryRouterComesBackAsWritten) {
+  for (const char* name : {"birch-small", "elm-single", "aspen-standby"}) {
+    const scratch_folder scratch;
+    const capture before = lab_test::rendered_router(name).c;
+    write_folder(before, scratch.path() / "out");
+    EXPECT_EQ(read_folder(scratch.path() / "out").answers, before.answers) << name;
+  }
+}
+
+TEST(CaptureFolder, IsNotWrittenOverAnother) {
+  const scratch_folder scratch;
+  write_folder(sample(), scratch.path() / "out");
+  EXPECT_THROW(write_folder(sample(), scratch.path() / "out"), lab_error);
+}
+
+TEST(CaptureFolder, LeavesNothingHalfWritten) {
+  const scratch_folder scratch;
+  capture c = sample();
+  c.answers[{"local", std::string(300, 'x')}] = "no file system takes this name";
+  EXPECT_THROW(write_folder(c, scratch.path() / "out"), lab_error);
+  EXPECT_TRUE(std::filesystem::is_empty(scratch.path()));
+}
+
+TEST(Manifest, OfAnotherFormatIsRefused) {
+  const scratch_folder scratch;
+  lab_test::write_text(scratch.path() / "manifest", "format = 99\nhost_node_id = 1\n");
+  EXPECT_THROW(read_manifest(scratch.path()), lab_error);
+  lab_test::write_text(scratch.path() / "manifest", "format = 1\n");
+  EXPECT_THROW(read_manifest(scratch.path()), lab_error);
+  lab_test::write_text(scratch.path() / "manifest", "format = [\n");
+  EXPECT_THROW(read_manifest(scratch.path()), lab_error);
+  EXPECT_THROW(read_manifest(scratch.path() / "nowhere"), lab_error);
+}
+
+TEST(Answer, ThatIsNotThereIsAnError) {
+  capture c = sample();
+  EXPECT_NO_THROW(answer_to(c, "local", "cfg_render -c"));
+  EXPECT_THROW(answer_to(c, "192.0.0.6", "cfg_render -c"), lab_error);
+}
+
+}  // namespace

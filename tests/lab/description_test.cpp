@@ -1,0 +1,223 @@
+#include "description.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "support.h"
+
+namespace {
+
+using namespace lab;
+using lab_test::scratch_folder;
+
+constexpr const char* small = R"(description = "small"
+type = "birch"
+[[node]]
+name = "0/0/CPU0"
+chip = "BCM88680"
+npus = 2
+[[bundle]]
+number = 5
+members = [{ port = "HundredGigE0/0/0/1", node = "0/0/CPU0", npu = 1 }]
+subs = [{ number = 7, kind = "l2", encapsulation = "dot1q 7" }]
+)";
+
+std::string refusal(const std::string& text) {
+  try {
+    parse_router(text, "test.toml");
+  } catch (const lab_error& failure) {
+    return failure.what();
+  }
+  return "accepted";
+}
+
+TEST(Description, LeavesTheRestToDerivation) {
+  const router r = parse_router(small, "test.toml");
+  ASSERT_EQ(r.bundles.size(), 1U);
+  const bundle& b = r.bundles.front();
+  EXPECT_EQ(r.model, "TR-BIRCH (x86_64)");
+  EXPECT_EQ(r.nodes.front().address, "192.0.0.4");
+  EXPECT_NE(b.lag, 0U);
+  EXPECT_NE(b.handle, b.subs.front().handle);
+  EXPECT_NE(b.glif, b.subs.front().glif);
+  EXPECT_EQ(b.subs.front().lag, b.lag) << "without hqos a sub-bundle rides on its bundle's LAG";
+  EXPECT_EQ(b.members.front().mtu, b.mtu);
+  EXPECT_GE(b.members.front().system_port, 0x100U) << "three digits, no one is another's tail";
+}
+
+TEST(Description, KeepsWhatItSays) {
+  const router r = parse_router(R"(type = "birch"
+hqos = true
+host_node_id = 4352
+[[node]]
+name = "0/0/CPU0"
+chip = "BCM88680"
+npus = 1
+[[bundle]]
+number = 5
+lag = 77
+handle = 0x3001230
+mac = "0011.2233.4455"
+members = [{ port = "TenGigE0/0/0/1/2", node = "0/0/CPU0", handle = 0x1000999, pp_port = 33 }]
+subs = [{ number = 7, lag = 78 }]
+[[override]]
+field = "dpa.lag"
+object = "BE5"
+node = "0/0/CPU0"
+value = "0x99"
+)",
+                                "test.toml");
+  EXPECT_EQ(r.host_node_id, 4352U);
+  EXPECT_EQ(r.bundles.front().lag, 77U);
+  EXPECT_EQ(r.bundles.front().handle, 0x3001230U);
+  EXPECT_EQ(r.bundles.front().members.front().pp_port, 33U);
+  EXPECT_EQ(r.bundles.front().subs.front().lag, 78U);
+  EXPECT_EQ(overridden(r, "dpa.lag", "BE5", "0/0/CPU0"), "0x99");
+  EXPECT_EQ(overridden(r, "dpa.lag", "BE5", "0/1/CPU0"), std::nullopt);
+}
+
+TEST(Description, ErrorNamesFileLineAndPlace) {
+  struct row {
+    const char* why;
+    const char* text;
+    const char* message;
+  };
+  const row rows[] = {
+      {"no TOML at all", "type = \"birch\"\nhqos = maybe\n", "test.toml:2: "},
+      {"unknown key at the top", "type = \"birch\"\ncolour = 1\n",
+       "test.toml:2: router: unknown key \"colour\""},
+      {"unknown key in a list",
+       "type = \"birch\"\n[[node]]\nname = \"0/0/CPU0\"\n[[bundle]]\nnumber = 1\nspeed = 3\n",
+       "test.toml:6: [[bundle]]: unknown key \"speed\""},
+      {"unknown type", "type = \"willow\"\n",
+       "test.toml:1: router: unknown router type \"willow\""},
+      {"a text where a number belongs", "type = \"birch\"\nhost_node_id = \"x\"\n",
+       "test.toml:2: router: host_node_id is no number from 0 to 4294967295"},
+      {"a number beyond its range", "type = \"birch\"\nhost_node_id = 4294967296\n",
+       "test.toml:2: router: host_node_id is no number"},
+      {"a negative number", "type = \"birch\"\nhost_node_id = -1\n",
+       "test.toml:2: router: host_node_id is no number"},
+      {"a choice that is none", "type = \"birch\"\nhealth = \"poor\"\n",
+       "test.toml:2: router: health is \"poor\", not one of clean, info, errors"},
+      {"a missing name", "type = \"birch\"\n[[node]]\nchip = \"x\"\n",
+       "test.toml:2: [[node]]: name is missing"},
+      {"an unknown override",
+       "type = \"birch\"\n[[override]]\nfield = \"a.b\"\nobject = \"BE1\"\nvalue = \"1\"\n",
+       "test.toml:2: [[override]]: unknown field \"a.b\""},
+      {"a base that is not there", "base = \"nowhere\"\n",
+       "test.toml:1: router: there is no router \"nowhere\""},
+      {"an unknown fault", "type = \"birch\"\nfaults = [\"rust\"]\n", "there is no fault \"rust\""},
+  };
+  for (const row& r : rows)
+    EXPECT_EQ(refusal(r.text).substr(0, std::string{r.message}.size()), r.message) << r.why;
+}
+
+TEST(Description, ImpossibleRouterIsRefused) {
+  struct row {
+    const char* why;
+    std::string text;
+    const char* message;
+  };
+  const std::string base = small;
+  const std::string second =
+      "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/2\", node = \"0/0/CPU0\" "
+      "}]\n";
+  const row rows[] = {
+      {"two bundles with one handle", base + second + "handle = 0x3000004\n",
+       "test.toml: bundle 6: handle 0x3000004 is taken"},
+      {"a node that is not there",
+       base + "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/9/0/2\", node = "
+              "\"0/9/CPU0\" }]\n",
+       "test.toml: bundle 6, member HundredGigE0/9/0/2: there is no node 0/9/CPU0"},
+      {"an NPU that is not there",
+       base + "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/2\", node = "
+              "\"0/0/CPU0\", npu = 2 }]\n",
+       "test.toml: bundle 6, member HundredGigE0/0/0/2: node 0/0/CPU0 has 2 NPUs, not number 2"},
+      {"more members than allowed", base + second + "max_members = 0\n",
+       "test.toml: bundle 6: 1 members where 0 are allowed"},
+      {"a port in two bundles",
+       base + "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/1\", node = "
+              "\"0/0/CPU0\" }]\n",
+       "test.toml: bundle 6, member HundredGigE0/0/0/1: the port is a member already"},
+      {"a single-node type with two nodes",
+       "type = \"elm\"\n[[node]]\nname = \"0/RP0/CPU0\"\n[[node]]\nname = \"0/0/CPU0\"\n",
+       "test.toml: a router of type elm is the one node 0/RP0/CPU0"},
+      {"no node", "type = \"birch\"\n", "test.toml: no node is described"},
+  };
+  for (const row& r : rows) EXPECT_EQ(refusal(r.text), r.message) << r.why;
+}
+
+class WithRouters : public testing::Test {
+ protected:
+  void SetUp() override { setenv("TESSEL_LAB_ROUTERS", scratch_.path().c_str(), 1); }
+  void TearDown() override { unsetenv("TESSEL_LAB_ROUTERS"); }
+  void describe(const std::string& name, const std::string& text) {
+    lab_test::write_text(scratch_.path() / (name + ".toml"), text);
+  }
+  scratch_folder scratch_;
+};
+
+TEST_F(WithRouters, BaseIsChangedByNameAndNumber) {
+  describe("first", small);
+  describe("second", R"(description = "second"
+base = "first"
+[[node]]
+name = "0/0/CPU0"
+chip = "BCM88690"
+[[bundle]]
+number = 5
+mtu = 1514
+subs = [{ number = 7, encapsulation = "dot1q 8" }, { number = 9, encapsulation = "dot1q 9" }]
+)");
+  const router r = load_router("second");
+  EXPECT_EQ(r.name, "second");
+  EXPECT_EQ(r.description, "second");
+  ASSERT_EQ(r.nodes.size(), 1U);
+  EXPECT_EQ(r.nodes.front().chip, "BCM88690");
+  EXPECT_EQ(r.nodes.front().npus, 2U);
+  ASSERT_EQ(r.bundles.size(), 1U);
+  EXPECT_EQ(r.bundles.front().members.size(), 1U);
+  EXPECT_EQ(r.bundles.front().members.front().mtu, 1514U);
+  ASSERT_EQ(r.bundles.front().subs.size(), 2U);
+  EXPECT_EQ(r.bundles.front().subs.front().encapsulation, "dot1q 8");
+  EXPECT_TRUE(r.bundles.front().subs.front().l2) << "what the variant leaves out stays";
+}
+
+TEST_F(WithRouters, BaseThatLeadsBackIsRefused) {
+  describe("one", "base = \"two\"\n");
+  describe("two", "base = \"one\"\n");
+  EXPECT_THROW(load_router("one"), lab_error);
+  EXPECT_THROW(load_router("two"), lab_error);
+}
+
+TEST_F(WithRouters, NamesComeInOrder) {
+  describe("b", small);
+  describe("a", small);
+  lab_test::write_text(scratch_.path() / "notes.txt", "no router");
+  EXPECT_EQ(router_names(), (std::vector<std::string>{"a", "b"}));
+  EXPECT_THROW(load_router("c"), lab_error);
+}
+
+TEST(Encapsulation, TagsAreTheNumbersBehindTheirKeyword) {
+  using tags = std::vector<unsigned>;
+  EXPECT_EQ(tags_of("dot1q 100"), tags({100}));
+  EXPECT_EQ(tags_of("dot1q 10 second-dot1q 20"), tags({10, 20}));
+  EXPECT_EQ(tags_of("dot1ad 30"), tags({30}));
+  EXPECT_EQ(tags_of("dot1ad 40 dot1q 41"), tags({40, 41}));
+  EXPECT_EQ(tags_of("dot1ad any dot1q 11"), tags({11}));
+  EXPECT_EQ(tags_of("untagged"), tags());
+  EXPECT_EQ(tags_of(""), tags());
+}
+
+TEST(Ports, NamesInEachLayer) {
+  EXPECT_EQ(port_tail("HundredGigE0/0/0/1"), "0/0/0/1");
+  EXPECT_EQ(port_tail("TwentyFiveGigE0/0/0/2/3"), "0/0/0/2/3");
+  EXPECT_EQ(short_name("HundredGigE0/0/0/1"), "Hu0/0/0/1");
+  EXPECT_EQ(short_name("TwentyFiveGigE0/0/0/2/3"), "TF0/0/0/2/3");
+  EXPECT_EQ(object_name("HundredGigE0/0/0/1"), "HundredGigE0_0_0_1");
+  EXPECT_EQ(colon_mac("0026.5e00.0a02"), "00:26:5e:00:0a:02");
+  EXPECT_EQ(low_mac_bits("0026.5e00.0abc"), 0x2bcU);
+}
+
+}  // namespace

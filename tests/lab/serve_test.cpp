@@ -1,0 +1,122 @@
+#include "serve.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "capture.h"
+#include "support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using lab_test::outcome;
+using lab_test::read_text;
+
+TEST(Resolve, FindsPlaceAndFile) {
+  using lab::resolve;
+  EXPECT_EQ(resolve({"/opt/nos/bin/sw_version_show"}).place, "local");
+  EXPECT_EQ(resolve({"/opt/nos/bin/sw_version_show"}).file, "sw_version_show");
+  const lab::call remote = resolve({"ssh", "-q", "-o", "StrictHostKeyChecking=no", "192.0.0.6",
+                                    "/opt/nos/bin/fwd_object_show", "-t", "lagport", "-D"});
+  EXPECT_EQ(remote.place, "192.0.0.6");
+  EXPECT_EQ(remote.file, "fwd_object_show,-t,lagport,-D");
+  EXPECT_EQ(resolve({"ssh", "192.0.0.6", "fwd_object_show -t lagport -D"}).file, remote.file);
+}
+
+TEST(Resolve, RefusesWhatItDoesNotKnowOfSsh) {
+  using lab::resolve;
+  EXPECT_NE(resolve({"ssh"}).problem, "");
+  EXPECT_NE(resolve({"ssh", "-o"}).problem, "");
+  EXPECT_NE(resolve({"ssh", "-p", "22", "192.0.0.6", "x"}).problem, "");
+  EXPECT_NE(resolve({"ssh", "192.0.0.6"}).problem, "");
+  EXPECT_NE(resolve({"ssh", "../local", "x"}).problem, "");
+  EXPECT_NE(resolve({"ssh", "..", "x"}).problem, "");
+}
+
+// The program under the names of the tools, with a capture of its own.
+class Tools : public testing::Test {
+ protected:
+  void SetUp() override {
+    lab::capture c = lab_test::rendered_router("birch-small").c;
+    big_ = std::string(3000000, 'x') + "\n" + std::string("\0\xff", 2);
+    lab::answer(c, "local", "lagmgr_health", big_);
+    lab::write_folder(c, scratch_.path() / "capture");
+    fs::create_directory(scratch_.path() / "bin");
+    for (const char* tool : {"asic_shell_show", "ssh", "lagmgr_health", "iface_show"})
+      fs::create_symlink(LAB_PROGRAM, scratch_.path() / "bin" / tool);
+    expected_ = c;
+  }
+  outcome shell(const std::string& line) const {
+    const std::string bin = (scratch_.path() / "bin").string();
+    const std::string capture = (scratch_.path() / "capture").string();
+    return lab_test::run_shell("export PATH=" + bin + ":$PATH TESSEL_LAB_CAPTURE=" + capture +
+                               "\n" + line);
+  }
+  lab_test::scratch_folder scratch_;
+  lab::capture expected_;
+  std::string big_;
+};
+
+TEST_F(Tools, AnswerInFull) {
+  const outcome unit = shell("asic_shell_show -c \"show unit\" -u all -n A");
+  EXPECT_EQ(unit.status, 0);
+  EXPECT_EQ(unit.out,
+            lab::answer_to(expected_, "local", "asic_shell_show -c \"show unit\" -u all -n A"));
+  EXPECT_EQ(unit.err, "");
+}
+
+TEST_F(Tools, AnswerMegabytesAndBytesThroughFileAndPipe) {
+  EXPECT_EQ(shell("lagmgr_health").out, big_);
+  EXPECT_EQ(shell("lagmgr_health | cat").out, big_);
+  const fs::path appended = scratch_.path() / "appended";
+  shell("lagmgr_health >>" + appended.string());
+  EXPECT_EQ(read_text(appended), big_);
+}
+
+TEST_F(Tools, AnswerForTheNodeBehindTheAddress) {
+  const std::string line =
+      "ssh  -q -o 'StrictHostKeyChecking=no' {} "
+      "/opt/nos/bin/fwd_object_show -t l2port -D | cat";
+  for (const auto& [address, name] : expected_.nodes) {
+    std::string asked = line;
+    asked.replace(asked.find("{}"), 2, address);
+    EXPECT_EQ(shell(asked).out, lab::answer_to(expected_, address, "fwd_object_show -t l2port -D"))
+        << name;
+  }
+}
+
+TEST_F(Tools, RefuseAnUnknownCommandLine) {
+  const outcome refused = shell("asic_shell_show -c \"rm all\" -u 0 -n 0");
+  EXPECT_EQ(refused.status, 127);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_NE(refused.err.find("asic_shell_show \"-c\""), 0U);
+  EXPECT_NE(refused.err.find("asic_shell_show -c \"rm all\" -u 0 -n 0: not known"),
+            std::string::npos)
+      << refused.err;
+  const outcome remote = shell("ssh 192.0.0.4 /opt/nos/bin/unheard_of");
+  EXPECT_EQ(remote.status, 127);
+  EXPECT_EQ(shell("ssh 192.0.0.99 /opt/nos/bin/board_api_probe").status, 255);
+}
+
+TEST_F(Tools, ListTheirCalls) {
+  const fs::path calls = scratch_.path() / "calls";
+  shell("export TESSEL_LAB_CALLS=" + calls.string() +
+        "\niface_show \"-i\" \".*\"\nssh -q 192.0.0.4 /opt/nos/bin/board_api_probe\nlagmgr_health "
+        "--unknown");
+  EXPECT_EQ(read_text(calls),
+            "iface_show -i \".*\"\nssh -q 192.0.0.4 /opt/nos/bin/board_api_probe\n"
+            "lagmgr_health --unknown\n");
+}
+
+TEST_F(Tools, ListCallsThatRunSideBySideWhole) {
+  const fs::path calls = scratch_.path() / "calls";
+  shell("export TESSEL_LAB_CALLS=" + calls.string() +
+        "\nfor i in 1 2 3 4 5 6 7 8 9 10; do iface_show -i .\\* >/dev/null & done; wait");
+  const std::string one = "iface_show -i \".*\"\n";
+  std::string ten;
+  for (int i = 0; i < 10; ++i) ten += one;
+  EXPECT_EQ(read_text(calls), ten);
+}
+
+}  // namespace

@@ -1,0 +1,299 @@
+#include "programming/chip_rows.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/text.h"
+#include "support/chip_world.h"
+#include "support/fake_router.h"
+#include "support/hostile.h"
+#include "support/together.h"
+
+namespace tessel {
+namespace {
+
+using testing::Optional;
+using testing::StartsWith;
+using chip_rows_test = router_test;
+
+raw_table table(std::string text) {
+  return std::make_shared<const std::string>(std::move(text));
+}
+
+// What the index must give: the first hit of the plain search.
+std::optional<std::string> first_hit(std::string_view definition, std::string_view filled_in,
+                                     const raw_table& searched) {
+  const matches found = findall(pattern(fill(definition, {filled_in})), *searched);
+  return found.empty() ? std::nullopt : std::optional<std::string>(found.text(0));
+}
+
+struct row {
+  const char* why;
+  std::string text;
+  const char* key;
+  std::optional<std::string> expected;
+};
+
+TEST_F(chip_rows_test, a_payload_is_found_by_its_key) {
+  const std::array rows = {
+      row{"as printed", "  1 | Key=0x0000000000001005 Payload=0x00000044\n", "1005", "0x00000044"},
+      row{"the first hit comes first", "1005 Payload=0x1\n1005 Payload=0x2\n", "1005", "0x1"},
+      row{"the tail of a longer word", "ffff1005 Payload=0x1\n1005 Payload=0x2\n", "1005", "0x1"},
+      row{"the head of a longer word is none", "10050 Payload=0x1\n", "1005", std::nullopt},
+      row{"another case is another key", "8FFF Payload=0x1\n", "8fff", std::nullopt},
+      row{"a payload may itself be a key", "1005 Payload=2005 Payload=3005", "2005", "3005"},
+      row{"and its own row still stands", "1005 Payload=2005 Payload=3005", "1005", "2005"},
+      row{"several rows on one line", "1 Payload=a 2 Payload=b 3 Payload=c", "3", "c"},
+      row{"white space may be line ends", "1005 \n\t Payload=0x1", "1005", "0x1"},
+      row{"no white space, no row", "1005Payload=0x1", "1005", std::nullopt},
+      row{"no payload, no row", "1005 Payload= 0x1\n1005 Payload=", "1005", std::nullopt},
+      row{"a payload ends with the word", "1005 Payload=0x1-2", "1005", "0x1"},
+      row{"bytes that are no text",
+          std::string("\0\xff"
+                      "1005 Payload=0x1\xfe",
+                      19),
+          "1005", "0x1"},
+      row{"an empty table", "", "1005", std::nullopt},
+      row{"an empty key has white space in front", "| Payload=0x1", "", "0x1"},
+      row{"a key that is no word", "Not set Payload=0x1", "Not set", "0x1"},
+      row{"a key is a pattern, unescaped", "1x05 Payload=0x1", "1.05", "0x1"},
+  };
+  for (const row& each : rows) {
+    SCOPED_TRACE(each.why);
+    const raw_table searched = table(each.text);
+    EXPECT_EQ(sem_payload_of(searched, each.key), each.expected);
+    EXPECT_EQ(first_hit(sem_definition, each.key, searched), each.expected);
+  }
+}
+
+TEST_F(chip_rows_test, a_mac_is_found_by_its_rif) {
+  const std::string head = "IHP_VSI_LOW_CFG_1.IHP0[5]: <A=0x1,B=2";
+  const std::array rows = {
+      row{"as printed", head + ",C=3,MY_MAC=0x56bc,D=0>\n", "5", "56bc"},
+      row{"directly behind the two fields", head + ",MY_MAC=0x56bc>", "5", "56bc"},
+      row{"the first hit comes first", head + "MY_MAC=0x1\n" + head + "MY_MAC=0x2", "5", "1"},
+      row{"of a line with two, the last MAC", head + "MY_MAC=0x1,MY_MAC=0x2>", "5", "2"},
+      row{"two rows on one line share its last MAC",
+          head + "MY_MAC=0x1> IHP_X.IHP0[6]: <A=1,B=2,MY_MAC=0x2>", "5", "2"},
+      row{"and the second is found", head + "MY_MAC=0x1> IHP_X.IHP0[6]: <A=1,B=2,MY_MAC=0x2>", "6",
+          "2"},
+      row{"a row without a MAC is none", head + ">\n" + head + ",MY_MAC=0x2>", "5", "2"},
+      row{"the MAC stands on the row's line", head + "\nMY_MAC=0x2>", "5", std::nullopt},
+      row{"a decimal MAC is none", head + ",MY_MAC=5>", "5", std::nullopt},
+      row{"core 1 is not looked at", "IHP_X.IHP1[5]: <A=0,B=0,MY_MAC=0x1>", "5", std::nullopt},
+      row{"one field is too few", "IHP_X.IHP0[5]: <A=0,MY_MAC=0x1>", "5", std::nullopt},
+      row{"the whole number", "IHP_X.IHP0[55]: <A=0,B=0,MY_MAC=0x1>", "5", std::nullopt},
+      row{"a leading zero is another text", "IHP_X.IHP0[05]: <A=0,B=0,MY_MAC=0x1>", "5",
+          std::nullopt},
+      row{"any character in front of the core", "IHP_X IHP0[5]: <A=0,B=0,MY_MAC=0x1>", "5", "1"},
+      row{"a negative RIF is looked up as it stands", "IHP_X.IHP0[-5]: <A=0,B=0,MY_MAC=0x1>", "-5",
+          "1"},
+      row{"an empty table", "", "5", std::nullopt},
+  };
+  for (const row& each : rows) {
+    SCOPED_TRACE(each.why);
+    const raw_table searched = table(each.text);
+    EXPECT_EQ(vsi_mac_of(searched, each.key), each.expected);
+    EXPECT_EQ(first_hit(vsi_definition, each.key, searched), each.expected);
+  }
+}
+
+TEST_F(chip_rows_test, only_a_row_in_literal_braces_is_braced) {
+  EXPECT_TRUE(has_braced_sem_row(table("1 Payload=0x1\n{}12 Payload=0x3{}\n")));
+  for (const char* text : {"", "12 Payload=0x3\n", "{}12 Payload=0x3\n", "{1}2 Payload=0x3{1}",
+                           "{} Payload=0x3{}", "{}12 Payload=3{}"}) {
+    EXPECT_FALSE(has_braced_sem_row(table(text))) << text;
+  }
+}
+
+TEST_F(chip_rows_test, a_table_that_cannot_be_searched_is_a_failure) {
+  for (const bad_output& each : unreadable_outputs()) {
+    if (!each.output.is_text()) continue;
+    SCOPED_TRACE(each.why);
+    const raw_table unreadable = each.output.as_shared_text();
+    for (int time = 0; time < 2; ++time) {
+      EXPECT_THAT(failure_of([&] { sem_payload_of(unreadable, "1005"); }),
+                  StartsWith("the output has a "));
+      EXPECT_THAT(failure_of([&] { sem_payload_of(unreadable, "Not set"); }),
+                  StartsWith("the output has a "));
+      EXPECT_THAT(failure_of([&] { has_braced_sem_row(unreadable); }),
+                  StartsWith("the output has a "));
+      EXPECT_THAT(failure_of([&] { vsi_mac_of(unreadable, "5"); }),
+                  StartsWith("the output has a "));
+    }
+  }
+}
+
+TEST_F(chip_rows_test, a_table_of_junk_has_no_rows) {
+  for (const bad_output& each : meaningless_outputs()) {
+    SCOPED_TRACE(each.why);
+    const raw_table junk = each.output.as_shared_text();
+    EXPECT_EQ(sem_payload_of(junk, "1005"), std::nullopt);
+    EXPECT_FALSE(has_braced_sem_row(junk));
+    EXPECT_EQ(vsi_mac_of(junk, "5"), std::nullopt);
+  }
+}
+
+TEST_F(chip_rows_test, a_key_that_is_no_pattern_is_a_failure) {
+  EXPECT_THAT(failure_of([] { sem_payload_of(table("1005 Payload=0x1"), "(1005"); }),
+              StartsWith("pattern "));
+}
+
+constexpr unsigned seeds = 3000;
+
+TEST_F(chip_rows_test, sem_look_up_equals_the_plain_search_on_hostile_text) {
+  constexpr std::array<std::string_view, 38> pieces = {"1005",
+                                                       "005",
+                                                       "5",
+                                                       "_5",
+                                                       "f1005",
+                                                       "8fff",
+                                                       "0c88064",
+                                                       "Payload",
+                                                       "Payload=",
+                                                       " ",
+                                                       " ",
+                                                       "\n",
+                                                       "\t",
+                                                       "\r\n",
+                                                       " ",
+                                                       "0x",
+                                                       "0x44",
+                                                       "=",
+                                                       "|",
+                                                       "Key=",
+                                                       "Key",
+                                                       "0x00001",
+                                                       "{}",
+                                                       "{",
+                                                       "}",
+                                                       "-",
+                                                       ".",
+                                                       "\xff",
+                                                       "\xc3",
+                                                       "\x80",
+                                                       "A",
+                                                       "z",
+                                                       "_",
+                                                       " Payload=0x1",
+                                                       " Payload=1005",
+                                                       " Payload=5 Payload=",
+                                                       "1005 Payload=0x44\n",
+                                                       "{}12 Payload=0x3{}"};
+  const std::array<std::string_view, 14> keys = {"1005", "005", "5",   "_5",   "f1005",
+                                                 "8fff", "1",   "0x1", "0x44", "Payload",
+                                                 "A",    "05",  "",    "Key=5"};
+  unsigned hits = 0;
+  for (unsigned seed = 1; seed <= seeds; ++seed) {
+    std::mt19937 random(seed);
+    std::string text = fragments(random, pieces, 2 + random() % 60);
+    if (random() % 3 == 0) text.insert(random() % text.size(), 1, '\0');
+    const raw_table searched = table(text);
+    for (const std::string_view key : keys) {
+      const auto payload = sem_payload_of(searched, key);
+      hits += payload ? 1 : 0;
+      ASSERT_EQ(payload, first_hit(sem_definition, key, searched))
+          << "seed " << seed << ", key " << quoted(key) << ", text " << quoted(text);
+    }
+    ASSERT_EQ(has_braced_sem_row(searched),
+              !findall(pattern(R"({}\w+\s+Payload=0x\w+{})"), *searched).empty())
+        << "seed " << seed << ", text " << quoted(text);
+    st().indexes.clear();
+  }
+  EXPECT_GT(hits, seeds / 4) << "too few of the texts hold a row";
+}
+
+TEST_F(chip_rows_test, vsi_look_up_equals_the_plain_search_on_hostile_text) {
+  constexpr std::array<std::string_view, 31> pieces = {"IHP_VSI_LOW_CFG_1.IHP0[",
+                                                       "IHP_X.IHP0[5]",
+                                                       "IHP_X.IHP0[5]: <A=1,B=2",
+                                                       "IHP_X.IHP0[55]: <A=1,B=2,MY_MAC=0x2bc>\n",
+                                                       "IHP_X.IHP0[5]: <A=1,B=2,MY_MAC=0x1bc>\n",
+                                                       "IHP1[5]: <A=1,B=2",
+                                                       "IHP0[5",
+                                                       "IHP0[",
+                                                       "IHP",
+                                                       "IHP0",
+                                                       "IHPIHP0",
+                                                       "_",
+                                                       ".",
+                                                       "[",
+                                                       "]",
+                                                       "]: <",
+                                                       ": <",
+                                                       "A=1,",
+                                                       "B=2",
+                                                       "MY_MAC=0x",
+                                                       "MY_MAC=0x2bc",
+                                                       "MY_MAC",
+                                                       ">",
+                                                       "\n",
+                                                       " ",
+                                                       "5",
+                                                       "05",
+                                                       "-5",
+                                                       "6",
+                                                       "\xff",
+                                                       ","};
+  const std::array<std::string_view, 8> rifs = {"5", "55", "05", "-5", "6", "65", "0", "-55"};
+  unsigned hits = 0;
+  for (unsigned seed = 1; seed <= seeds; ++seed) {
+    std::mt19937 random(seed);
+    std::string text = fragments(random, pieces, 2 + random() % 40);
+    if (random() % 3 == 0) text.insert(random() % text.size(), 1, '\0');
+    const raw_table searched = table(text);
+    for (const std::string_view rif : rifs) {
+      const auto mac = vsi_mac_of(searched, rif);
+      hits += mac ? 1 : 0;
+      ASSERT_EQ(mac, first_hit(vsi_definition, rif, searched))
+          << "seed " << seed << ", RIF " << rif << ", text " << quoted(text);
+    }
+    st().indexes.clear();
+  }
+  EXPECT_GT(hits, seeds / 4) << "too few of the texts hold a row";
+}
+
+TEST_F(chip_rows_test, many_threads_look_up_keys_of_many_lengths_in_one_table) {
+  constexpr int entries = 400;
+  std::string text;
+  for (int number = 0; number < entries; ++number) {
+    text += fmt::format("  1 | Key=0xabcdef01{:08x} Payload=0x{:x}\n", number, number);
+    text += vsi_row(std::to_string(number), fmt::format("{:x}", number));
+  }
+  for (int round = 0; round < 10; ++round) {
+    const raw_table searched = table(text);
+    together(8, [&](int thread) {
+      for (int step = 0; step < entries; ++step) {
+        const int number = (step + thread * 50) % entries;
+        const std::string padded = fmt::format("{:08x}", number);
+        // Each thread comes to each length at another moment.
+        const std::string_view key = tail(padded, 3U + static_cast<unsigned>((step + thread) % 6));
+        EXPECT_THAT(sem_payload_of(searched, key), Optional(fmt::format("0x{:x}", number)));
+        EXPECT_THAT(vsi_mac_of(searched, std::to_string(number)),
+                    Optional(fmt::format("{:x}", number)));
+        EXPECT_FALSE(has_braced_sem_row(searched));
+      }
+    });
+  }
+}
+
+TEST_F(chip_rows_test, a_look_up_goes_on_while_the_indexes_are_forgotten) {
+  const raw_table searched = table("1005 Payload=0x1\n" + vsi_row("5", "2bc"));
+  together(4, [&](int thread) {
+    for (int step = 0; step < 300; ++step) {
+      if (thread == 0) st().indexes.clear();
+      EXPECT_THAT(sem_payload_of(searched, "1005"), Optional(std::string("0x1")));
+      EXPECT_THAT(vsi_mac_of(searched, "5"), Optional(std::string("2bc")));
+    }
+  });
+}
+
+}  // namespace
+}  // namespace tessel
