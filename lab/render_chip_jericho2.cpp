@@ -5,23 +5,11 @@
 #include <map>
 #include <set>
 
+#include "chip_unit.h"
 #include "render.h"
 
 namespace lab {
 namespace {
-
-struct unit {
-  const router& r;
-  const node& n;
-  unsigned npu;
-
-  bool lacks(std::string_view field, std::string_view object) const {
-    return is_absent(r, field, object, n.name, static_cast<int>(npu));
-  }
-  std::optional<std::string> instead(std::string_view field, std::string_view object) const {
-    return overridden(r, field, object, n.name, static_cast<int>(npu));
-  }
-};
 
 // A LAG has one port number on all cores of a chip.
 unsigned lag_port(const bundle& b) {
@@ -29,7 +17,7 @@ unsigned lag_port(const bundle& b) {
 }
 
 // The chip knows MTUs by profile: one for each MTU that a bundle of the router has.
-std::map<std::string, unsigned> profiles_of(const unit& u) {
+std::map<std::string, unsigned> profiles_of(const chip_unit& u) {
   std::set<std::string> mtus;
   for (const bundle& b : u.r.bundles) {
     for (const member& m : b.members) mtus.insert(std::to_string(m.mtu));
@@ -43,13 +31,14 @@ std::map<std::string, unsigned> profiles_of(const unit& u) {
   return profiles;
 }
 
-unsigned profile_of(const unit& u, const bundle& b, const std::map<std::string, unsigned>& all) {
+unsigned profile_of(const chip_unit& u, const bundle& b,
+                    const std::map<std::string, unsigned>& all) {
   const unsigned mtu = b.members.empty() ? b.mtu : b.members.front().mtu;
   const auto found = all.find(u.instead("chip.mtu", name_of(b)).value_or(std::to_string(mtu)));
   return found == all.end() ? 0 : found->second;
 }
 
-std::string lag_ports(const unit& u) {
+std::string lag_ports(const chip_unit& u) {
   std::string text =
       "+-------+-------+-------+-------+-------+-------+\n"
       "| Entry | LAG   | Core  | Port  | Base  | Size  |\n"
@@ -65,7 +54,7 @@ std::string lag_ports(const unit& u) {
   return text + "+-------+-------+-------+-------+-------+-------+\n";
 }
 
-std::string port_domains(const unit& u) {
+std::string port_domains(const chip_unit& u) {
   std::string text =
       "table INGRESS_PP_PORT\n"
       "| Entry | Core | PP port || VLAN domain | Profile |\n";
@@ -83,7 +72,7 @@ void show_lag_row(std::string& text, const std::string& head, const std::string&
 }
 
 // A LAG's first row has its numbers, the rows of further members leave those cells empty.
-std::string lag_members(const unit& u) {
+std::string lag_members(const chip_unit& u) {
   constexpr std::uint32_t first_global_port = 0xc000000;
   const std::string further = "|       |      |       |      |";
   std::string text = "| Entry | Hash | Ports | LAG  | Mode   | Global port | State |\n";
@@ -110,7 +99,7 @@ std::string lag_members(const unit& u) {
   return text;
 }
 
-std::string untagged_lifs(const unit& u) {
+std::string untagged_lifs(const chip_unit& u) {
   std::string text =
       "table IN_AC_UNTAGGED_DB\n"
       "| Entry | PP port | Kind || Local LIF | Valid |\n";
@@ -122,7 +111,7 @@ std::string untagged_lifs(const unit& u) {
   return text + fmt::format("{} entries\n", entry);
 }
 
-std::string vsi_macs(const unit& u) {
+std::string vsi_macs(const chip_unit& u) {
   std::string text =
       "table ING_VSI_INFO_DB\n"
       "| Entry | VSI  || Routing | MAC low | Profile |\n";
@@ -140,7 +129,7 @@ std::string vsi_macs(const unit& u) {
   return text + fmt::format("{} entries\n", entry);
 }
 
-std::string lag_profiles(const unit& u) {
+std::string lag_profiles(const chip_unit& u) {
   const auto profiles = profiles_of(u);
   std::string text;
   for (unsigned core = 0; core < u.n.cores; ++core) {
@@ -156,7 +145,7 @@ std::string lag_profiles(const unit& u) {
 }
 
 // Ten entries of the map, one for each kind of frame, belong to a profile.
-std::string profile_mtus(const unit& u) {
+std::string profile_mtus(const chip_unit& u) {
   constexpr unsigned kinds = 10;
   std::string text;
   for (unsigned core = 0; core < u.n.cores; ++core)
@@ -173,7 +162,7 @@ void render_jericho2_chips(const router& r, capture& c) {
   for (const node& n : r.nodes) {
     if (family_of(n) != chip_family::jericho2) continue;
     for (unsigned npu = 0; npu < n.npus; ++npu) {
-      const unit u{r, n, npu};
+      const chip_unit u{r, n, npu};
       const auto add = [&](const char* command, std::string text) {
         answer(c, local_place, chip_command(command, npu, n), std::move(text));
       };

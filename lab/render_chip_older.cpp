@@ -4,54 +4,46 @@
 #include <algorithm>
 #include <map>
 
+#include "chip_unit.h"
 #include "render.h"
 
 namespace lab {
 namespace {
 
-struct unit {
-  const router& r;
-  const node& n;
-  unsigned npu;
-
-  bool lacks(std::string_view field, std::string_view object) const {
-    return is_absent(r, field, object, n.name, static_cast<int>(npu));
-  }
-  std::optional<std::string> instead(std::string_view field, std::string_view object) const {
-    return overridden(r, field, object, n.name, static_cast<int>(npu));
-  }
+struct local_port {
+  const bundle* b;
+  const member* m;
 };
 
-// Members of the unit's own ports, by core and row.
-std::map<std::pair<unsigned, unsigned>, const member*> ports_of(const unit& u) {
-  std::map<std::pair<unsigned, unsigned>, const member*> ports;
+// The chip's own ports of bundles, by core and row.
+using port_table = std::map<std::pair<unsigned, unsigned>, local_port>;
+
+port_table ports_of(const chip_unit& u) {
+  port_table ports;
   for (const bundle& b : u.r.bundles)
-    for (const member* m : members_on(u.r, b, u.n, u.npu)) ports[{m->core, chip_row(u.r, *m)}] = m;
+    for (const member* m : members_on(u.r, b, u.n, u.npu))
+      ports[{m->core, chip_row(u.r, *m)}] = {&b, m};
   return ports;
 }
 
-unsigned rows_of(const unit& u) {
+// Tables go on for some rows behind the last port.
+unsigned rows_of(const port_table& ports) {
   unsigned last = 15;
-  for (const auto& [key, m] : ports_of(u)) last = std::max(last, key.second);
+  for (const auto& [key, port] : ports) last = std::max(last, key.second);
   return last + 4;
 }
 
-const bundle* bundle_of(const router& r, const member* m) {
-  for (const bundle& b : r.bundles)
-    if (m >= b.members.data() && m < b.members.data() + b.members.size()) return &b;
-  return nullptr;
-}
-
-std::string domain_rows(const unit& u) {
-  const auto ports = ports_of(u);
+std::string domain_rows(const chip_unit& u) {
+  const port_table ports = ports_of(u);
+  const unsigned rows = rows_of(ports);
   std::string text;
   for (unsigned core = 0; core < u.n.cores; ++core) {
-    for (unsigned row = 0; row < rows_of(u); ++row) {
+    for (unsigned row = 0; row < rows; ++row) {
       const auto port = ports.find({core, row});
       std::string domain = "0";
       if (port != ports.end())
-        domain = u.instead("chip.vlan-domain", port_tail(port->second->port))
-                     .value_or(fmt::format("{:#x}", bundle_of(u.r, port->second)->vlan_domain));
+        domain = u.instead("chip.vlan-domain", port_tail(port->second.m->port))
+                     .value_or(fmt::format("{:#x}", port->second.b->vlan_domain));
       text += fmt::format(
           "IHP_VTT_IN_PP_PORT_CONFIG.IHP{}[{}]: <PORT_PROFILE=3,VLAN_DOMAIN={},TAG_STRUCT={:#x},"
           "IS_MEMBER=1,DATA=0>\n",
@@ -67,7 +59,7 @@ void show_sem_row(std::string& text, unsigned row, const std::string& key, std::
 }
 
 // One of the two tables of the exact match: A holds single tags and untagged frames, B double tags.
-std::string sem_rows(const unit& u, bool double_tagged) {
+std::string sem_rows(const chip_unit& u, bool double_tagged) {
   std::string text = fmt::format("DBAL database {}\n", double_tagged ? 4 : 3);
   unsigned row = 0;
   show_sem_row(text, row++, "0", 0);
@@ -99,7 +91,7 @@ void show_free_slot(std::string& text) {
   text += "        255 | 0xbffffff | N\n\n";
 }
 
-std::string lag_tables(const unit& u) {
+std::string lag_tables(const chip_unit& u) {
   constexpr std::uint32_t first_global_port = 0x4000000;
   std::string text = "Link aggregation groups\n";
   for (const bundle& b : u.r.bundles) {
@@ -130,7 +122,7 @@ void show_vsi_row(std::string& text, unsigned core, std::uint32_t vsi, const std
       core, vsi, mac);
 }
 
-std::string vsi_rows(const unit& u) {
+std::string vsi_rows(const chip_unit& u) {
   std::string text;
   for (unsigned core = 0; core < u.n.cores; ++core) {
     show_vsi_row(text, core, 0, "0");
@@ -146,16 +138,19 @@ std::string vsi_rows(const unit& u) {
   return text;
 }
 
-std::string mtu_rows(const unit& u) {
-  const auto ports = ports_of(u);
+std::string mtu_rows(const chip_unit& u) {
+  const port_table ports = ports_of(u);
+  const unsigned rows = rows_of(ports);
   std::string text;
   for (unsigned core = 0; core < u.n.cores; ++core)
-    for (unsigned row = 0; row < rows_of(u); ++row) {
+    for (unsigned row = 0; row < rows; ++row) {
       const auto port = ports.find({core, row});
-      const std::string own = fmt::format("{:#x}", port == ports.end() ? 1514U : port->second->mtu);
+      const std::string own =
+          fmt::format("{:#x}", port == ports.end() ? 1514U : port->second.m->mtu);
       const std::string mtu =
-          port == ports.end() ? own
-                              : u.instead("chip.mtu", port_tail(port->second->port)).value_or(own);
+          port == ports.end()
+              ? own
+              : u.instead("chip.mtu", port_tail(port->second.m->port)).value_or(own);
       text += fmt::format(
           "EPNI_PACKETPROCESSING_PORT_CONFIGURATION_TABLE.EPNI{}[{}]: <PORT_PROFILE=0x1,"
           "FILTER=0,MTU={},LAST=0>\n",
@@ -170,7 +165,7 @@ void render_older_chips(const router& r, capture& c) {
   for (const node& n : r.nodes) {
     if (family_of(n) != chip_family::older) continue;
     for (unsigned npu = 0; npu < n.npus; ++npu) {
-      const unit u{r, n, npu};
+      const chip_unit u{r, n, npu};
       const auto add = [&](const char* command, std::string text) {
         answer(c, local_place, chip_command(command, npu, n), std::move(text));
       };

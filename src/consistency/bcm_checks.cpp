@@ -127,7 +127,8 @@ int check_bundles_BCM(std::string_view bundle, std::string_view nodename,
     const value BCM = st().BCM.get();
     if (!is_node_present(nodename, BCM, "Bundle", "BCM")) return ERROR;
     record& element = bundle_record(bundle);
-    for (const value& npu : npus_of(nodename).as_list()) {
+    const value npu_list = npus_of(nodename);
+    for (const value& npu : npu_list.as_list()) {
       object = fmt::format("NPU{},{}", npu.as_text(), object);
       if (!is_entry_present(npu, BCM.at(nodename), "BCM", object)) return ERROR;
       const value tables = BCM.at(nodename).at(npu.as_text());
@@ -156,7 +157,8 @@ int check_members_BCM(std::string_view member, std::string_view bundle, std::str
   try {
     record& element = bundle_record(bundle);
     const value members = element.get("members").at(nodename);
-    for (const value& npu : npus_of(nodename).as_list()) {
+    const value npu_list = npus_of(nodename);
+    for (const value& npu : npu_list.as_list()) {
       object = fmt::format("NPU{},{}", npu.as_text(), object);
       const member_on_npu at{
           member, bundle, nodename, npu.as_text(), object, element, members.at(member).as_record()};
@@ -176,7 +178,8 @@ int check_sub_bundles_BCM(std::string_view sub, std::string_view bundle, std::st
                           std::string_view error_string) {
   std::string object(error_string);
   try {
-    for (const value& each : npus_of(nodename).as_list()) {
+    const value npu_list = npus_of(nodename);
+    for (const value& each : npu_list.as_list()) {
       const std::string& npu = each.as_text();
       const record& element = bundle_record(bundle).get("sub_bundles").at(sub).as_record();
       object = fmt::format("{}({}), NPU {}, {}", sub, plain(element.get("ifh")), npu, nodename);

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace tessel {
 
@@ -13,6 +14,11 @@ namespace tessel {
 // and counting, only for a failure of the walk itself. The bundle level's workers stand in
 // `pid_list` and may still run on return; the others are joined bundle by bundle. Main thread.
 int check_bundle_consistency();
+
+// Waits until the workers of the bundle level of `bundle` have ended, for who reads what they enter
+// in its record. Any thread but theirs, after check_bundle_consistency or on a worker of its member
+// level.
+void wait_for_bundle_level(std::string_view bundle);
 
 // One bundle on one node; one member of it; one sub-bundle of it. A layer that disagrees keeps the
 // layers below it from being compared. Return SUCCESS or ERROR; failures are logged and counted.

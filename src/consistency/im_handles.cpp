@@ -26,7 +26,7 @@ std::string_view handle_at_end(std::string_view text) {
 class im_handles {
  public:
   explicit im_handles(std::string_view listing) {
-    static const pattern& name = constant(R"((?<=\w)\s(BE\d+\.\d+)(?= ))");
+    static const pattern& name = constant(R"((?<=\w)\s(BE\d++\.\d++)(?= ))");
     const matches names = findall(name, listing);
     for (std::size_t at = 0; at < names.size(); ++at) {
       const auto place = static_cast<std::size_t>(names.text(at).data() - listing.data());

@@ -79,6 +79,8 @@ int check_stale_entries() {
         {"DPA", run.DPA.get()},
         {"BCM", run.BCM.get()},
     }};
+    // What the last workers still have to visit is not stale.
+    run.pid_list.join_all();
     for (const auto& [layer, obj] : layers) start_layer(obj, layer);
     run.pid_list.join_all();
     for (const auto& [layer, obj] : layers) report_layer(layer);

@@ -10,6 +10,7 @@
 #include "base/print.h"
 #include "base/text.h"
 #include "base/worker.h"
+#include "consistency/consistency_pass.h"
 #include "consistency/field_checks.h"
 #include "consistency/pi_pd_checks.h"
 #include "platform/router_type.h"
@@ -71,6 +72,9 @@ void start_npus(const std::string& bundle, const std::string& nodename, worker_l
 }
 
 void check_one_bundle(const std::string& bundle) {
+  // The bundle's workers of the consistency pass enter its VLAN domains; one that is slow must not
+  // make a fault of a healthy router.
+  wait_for_bundle_level(bundle);
   worker_list pid_list_prgm;
   const record& element = bundle_record(bundle);
   for (const auto& [nodename, node] : st().nodeinfo.get().as_map().items()) {

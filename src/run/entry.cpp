@@ -1,4 +1,6 @@
 // The exported shell of the library.
+// The assertion of tessel_init holds in release builds too.
+#undef NDEBUG
 #include <cassert>
 #include <cstdio>
 #include <cstdlib>

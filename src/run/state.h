@@ -109,6 +109,10 @@ struct run_state {
   // Locks itself: any thread.
   worker_list pid_list;
 
+  // The bundle level's workers of the consistency pass, by bundle. An entry is made by the main
+  // thread before the bundle's other workers start; a list locks itself.
+  std::map<std::string, worker_list, std::less<>> bundle_workers;
+
   // Replaced as a whole; each content is frozen once it stands here, except that the shared maps
   // take inserts from the workers of collection. Fields of node records are overwritten in place.
   cell nodeinfo{make_ordered_map()};

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/text.h"
 #include "support/fake_router.h"
@@ -23,7 +24,7 @@ class lines_index {
  public:
   explicit lines_index(std::string_view text) : lines_(split(text, "\n")) {
     ++built;
-    if (failing > 0 && failing-- > 0) throw failure("cannot be read");
+    if (failing.exchange(0) > 0) throw failure("cannot be read");
   }
   std::string_view line(std::size_t at) const { return lines_.at(at); }
 
@@ -87,13 +88,36 @@ TEST_F(text_index_test, after_clearing_a_text_is_read_anew) {
   EXPECT_EQ(built, 2);
 }
 
-TEST_F(text_index_test, an_index_that_cannot_be_built_is_tried_again) {
+TEST_F(text_index_test, a_text_that_cannot_be_read_is_read_once_and_fails_every_time) {
   text_indexes indexes;
   const auto text = shared("a");
+  built = 0;
   failing = 1;
-  EXPECT_THAT(failure_of([&] { indexes.get<lines_index>(text); }), HasSubstr("cannot be read"));
-  failing = 0;
-  EXPECT_EQ(indexes.get<lines_index>(text)->line(0), "a");
+  for (int call = 0; call < 3; ++call) {
+    EXPECT_THAT(failure_of([&] { indexes.get<lines_index>(text); }), HasSubstr("cannot be read"));
+  }
+  EXPECT_EQ(built, 1);
+  indexes.clear();
+  EXPECT_EQ(indexes.get<lines_index>(text)->line(0), "a") << "until it is forgotten";
+}
+
+TEST_F(text_index_test, many_threads_meet_the_one_failure) {
+  for (int round = 0; round < 20; ++round) {
+    text_indexes indexes;
+    const auto text = shared("a");
+    built = 0;
+    failing = 1;
+    std::atomic<int> failures = 0;
+    together(8, [&](int) {
+      try {
+        indexes.get<lines_index>(text);
+      } catch (const failure& error) {
+        if (std::string_view(error.what()) == "cannot be read") ++failures;
+      }
+    });
+    EXPECT_EQ(failures, 8);
+    EXPECT_EQ(built, 1);
+  }
 }
 
 TEST_F(text_index_test, many_threads_that_ask_at_once_get_the_one_index) {

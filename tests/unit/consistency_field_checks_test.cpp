@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "support/bundle_world.h"
+#include "support/hostile.h"
 
 namespace tessel {
 namespace {
@@ -466,6 +467,12 @@ TEST_F(field_checks_test, the_field_checks_log_a_failure_and_then_count_it) {
         << each.field;
     EXPECT_EQ(st().exception, ++failures);
   }
+}
+
+TEST_F(field_checks_test, check_memid_logs_a_failure_and_then_counts_it) {
+  const value element = record_without("memid");
+  EXPECT_FALSE(counts_before_logging(
+      [&] { check_memid("0x1", element.as_record(), "the object's name", "DPA"); }));
 }
 
 TEST_F(field_checks_test, a_finding_is_counted_and_then_logged) {

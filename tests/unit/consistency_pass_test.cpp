@@ -12,6 +12,7 @@
 #include "base/print.h"
 #include "consistency/field_checks.h"
 #include "support/bundle_world.h"
+#include "support/hostile.h"
 
 namespace tessel {
 namespace {
@@ -269,6 +270,11 @@ TEST_F(pass_test, a_failure_of_the_walk_itself_ends_it_with_ERROR) {
   EXPECT_TRUE(all_have_tracebacks());
   EXPECT_EQ(counted(), (outcome{.exception = 1}));
   EXPECT_FALSE(is_visited(look(st().bdlInfoPI.get(), {"BE13"}))) << "no further bundle";
+}
+
+TEST_F(pass_test, a_failure_of_the_walk_is_logged_and_then_counted) {
+  st().nodeinfo.set(0);
+  EXPECT_FALSE(counts_before_logging([] { run_pass(); }));
 }
 
 TEST_F(pass_test, a_store_of_bundles_that_is_none_ends_the_pass_with_ERROR) {

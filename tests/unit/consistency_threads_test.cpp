@@ -1,10 +1,7 @@
 // Many nodes' workers meet on the same records, counters and stores.
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <atomic>
-#include <charconv>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -56,12 +53,11 @@ std::vector<std::int64_t> quoted_numbers() {
   return numbers;
 }
 
+// Counting and logging are one step, so the lines even stand in the order of their numbers.
 void expect_each_number_once(std::int64_t count) {
-  std::vector<std::int64_t> numbers = quoted_numbers();
-  std::sort(numbers.begin(), numbers.end());
   std::vector<std::int64_t> expected;
   for (std::int64_t number = 1; number <= count; ++number) expected.push_back(number);
-  EXPECT_EQ(numbers, expected);
+  EXPECT_EQ(quoted_numbers(), expected);
   EXPECT_EQ(st().inconsistent, count);
 }
 
@@ -235,7 +231,7 @@ TEST_F(consistency_threads_test, no_line_is_lost_of_workers_that_run_on_behind_t
   {
     const std::lock_guard no_line_yet(st().log_mutex);
     output_of([] { EXPECT_EQ(check_bundle_consistency(), SUCCESS); });
-    EXPECT_TRUE(reaches(st().inconsistent, nodes / 2)) << "all of them have found something";
+    EXPECT_TRUE(reaches(st().inconsistent, 1)) << "the first of them holds up the others";
     EXPECT_THAT(findings(), IsEmpty());
   }
   // What a run does next reads and writes the same stores.

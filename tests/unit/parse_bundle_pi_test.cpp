@@ -141,7 +141,8 @@ TEST_F(bundle_pi_test, a_member_name_runs_up_to_the_blank_in_front_of_its_bracke
 }
 
 TEST_F(bundle_pi_test, a_member_line_that_is_none_is_passed_over) {
-  for (const char* line : {"Hu0/0 (0x60)", "Hu0/0/0/1(0x60)", "Hu0/0/0/1 [0x60]", "/0/0/1 (0x60)"}) {
+  for (const char* line :
+       {"Hu0/0 (0x60)", "Hu0/0/0/1(0x60)", "Hu0/0/0/1 [0x60]", "/0/0/1 (0x60)"}) {
     SCOPED_TRACE(line);
     const std::int64_t before = st().info;
     EXPECT_EQ(parse("Bundle-Ether12\nBundle interface handle BE12 (0x12)\nLocal MAC address "
@@ -179,8 +180,8 @@ TEST_F(bundle_pi_test, a_piece_with_no_bundle_head_is_passed_over_silently) {
 }
 
 TEST_F(bundle_pi_test, of_a_name_that_comes_twice_the_later_piece_wins) {
-  const std::string other = joined({"Bundle-Ether12\n  Bundle interface handle BE12 (0x99)\n",
-                                    be7.substr(be7.find("  Local"))});
+  const std::string other = joined(
+      {"Bundle-Ether12\n  Bundle interface handle BE12 (0x99)\n", be7.substr(be7.find("  Local"))});
   EXPECT_EQ(parse(joined({be12, be7, other})), SUCCESS);
   EXPECT_THAT(st().bdlInfoPI.get().as_map().keys(), ElementsAre("BE12", "BE7"));
   EXPECT_EQ(st().bdlInfoPI.get().at("BE12").at("ifh"), "0x99");

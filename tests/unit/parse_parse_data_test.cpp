@@ -1,5 +1,6 @@
 #include "parse/parse_data.h"
 
+#include <cstdio>
 #include <string>
 
 #include "support/fake_router.h"

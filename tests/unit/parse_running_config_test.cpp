@@ -108,8 +108,9 @@ TEST_F(running_config_test, the_copy_is_taken_after_the_vlan_domain_is_known) {
 }
 
 TEST_F(running_config_test, a_bundle_stanza_with_no_member_stanza_counts_and_leaves_no_record) {
-  parse("interface Bundle-Ether12\n mtu 1514\n!\ninterface Bundle-Ether12.5\n"
-        " encapsulation dot1q 5\n!\n");
+  parse(
+      "interface Bundle-Ether12\n mtu 1514\n!\ninterface Bundle-Ether12.5\n"
+      " encapsulation dot1q 5\n!\n");
   EXPECT_EQ(st().num_bundles, 1);
   EXPECT_THAT(st().tesselDb.as_map().keys(), ElementsAre("hqos"));
   EXPECT_EQ(st().num_sub_bundles_l3, 0);
@@ -173,9 +174,10 @@ TEST_F(running_config_test, a_sub_bundle_without_an_encapsulation_line_is_left_o
 }
 
 TEST_F(running_config_test, an_untagged_layer_2_sub_bundle_marks_its_bundle) {
-  parse("interface Bundle-Ether12\n!\ninterface Bundle-Ether12.100 l2transport\n"
-        " encapsulation untagged\n!\n" +
-        std::string(member_of_12));
+  parse(
+      "interface Bundle-Ether12\n!\ninterface Bundle-Ether12.100 l2transport\n"
+      " encapsulation untagged\n!\n" +
+      std::string(member_of_12));
   EXPECT_EQ(sub_bundle("BE12.100").get("encap"), list_of({"untagged"}));
   EXPECT_EQ(sub_bundle("BE12.100").get("is_l2"), 1);
   EXPECT_EQ(bundle("BE12").get("untagged"), 1);
@@ -297,10 +299,11 @@ TEST_F(running_config_test, hierarchical_qos_is_a_line_of_the_configuration) {
 }
 
 TEST_F(running_config_test, mentions_in_other_protocols_are_no_bundles) {
-  parse("router ospf 1\n area 0\n  interface Bundle-Ether99\n   cost 1\n  !\n"
-        "  interface Bundle-Ether98.7\n  !\n !\n!\n"
-        "interface Bundle-Ether12\n!\n" +
-        std::string(member_of_12));
+  parse(
+      "router ospf 1\n area 0\n  interface Bundle-Ether99\n   cost 1\n  !\n"
+      "  interface Bundle-Ether98.7\n  !\n !\n!\n"
+      "interface Bundle-Ether12\n!\n" +
+      std::string(member_of_12));
   EXPECT_EQ(st().num_bundles, 1);
   EXPECT_THAT(st().bundle_dict.as_map().keys(), ElementsAre("BE12"));
 }
@@ -318,9 +321,10 @@ TEST_F(running_config_test, a_comma_in_a_stanza_cuts_its_text_there) {
 }
 
 TEST_F(running_config_test, a_quote_in_a_description_changes_the_quotes_around_the_stanza) {
-  parse("interface Bundle-Ether12\n description bob's\n!\n"
-        "interface Bundle-Ether12.5\n description \"bob's\"\n encapsulation dot1q 5\n!\n" +
-        std::string(member_of_12));
+  parse(
+      "interface Bundle-Ether12\n description bob's\n!\n"
+      "interface Bundle-Ether12.5\n description \"bob's\"\n encapsulation dot1q 5\n!\n" +
+      std::string(member_of_12));
   EXPECT_EQ(st().bundle_dict.at("BE12"), "[\"interface Bundle-Ether12 description bob's\"");
   EXPECT_EQ(st().bundle_dict.at("BE12.5"),
             " 'interface Bundle-Ether12.5 description \"bob\\'s\" encapsulation dot1q 5']");
@@ -346,12 +350,12 @@ TEST_F(running_config_test, a_sub_bundle_head_alone_names_its_bundle) {
 }
 
 TEST_F(running_config_test, bundles_and_sub_bundles_stand_in_the_order_of_first_appearance) {
-  parse("interface Bundle-Ether13\n!\ninterface Bundle-Ether12\n!\n"
-        "interface Bundle-Ether12.9\n encapsulation dot1q 9\n!\n"
-        "interface Bundle-Ether12.1\n encapsulation dot1q 1\n!\n"
-        "interface Bundle-Ether12.9\n encapsulation dot1q 10\n!\n" +
-        std::string(member_of_12) +
-        "interface HundredGigE0/0/0/2\n bundle id 13 mode active\n!\n");
+  parse(
+      "interface Bundle-Ether13\n!\ninterface Bundle-Ether12\n!\n"
+      "interface Bundle-Ether12.9\n encapsulation dot1q 9\n!\n"
+      "interface Bundle-Ether12.1\n encapsulation dot1q 1\n!\n"
+      "interface Bundle-Ether12.9\n encapsulation dot1q 10\n!\n" +
+      std::string(member_of_12) + "interface HundredGigE0/0/0/2\n bundle id 13 mode active\n!\n");
   EXPECT_THAT(st().tesselDb.as_map().keys(), ElementsAre("hqos", "BE13", "BE12"));
   EXPECT_THAT(bundle("BE12").get("sub_bundles").as_map().keys(), ElementsAre("BE12.9", "BE12.1"));
   EXPECT_EQ(sub_bundle("BE12.9").get("encap"), list_of({"9"}));
@@ -376,7 +380,8 @@ TEST_F(running_config_test, a_member_that_the_forwarding_layer_does_not_know_is_
 }
 
 TEST_F(running_config_test, a_bundle_of_unknown_members_only_has_a_record_without_members) {
-  parse("interface Bundle-Ether12\n!\ninterface HundredGigE0/7/0/1\n bundle id 12 mode active\n!\n");
+  parse(
+      "interface Bundle-Ether12\n!\ninterface HundredGigE0/7/0/1\n bundle id 12 mode active\n!\n");
   EXPECT_EQ(bundle("BE12").get("members"), make_map());
 }
 
@@ -393,8 +398,8 @@ TEST_F(running_config_test, each_function_names_itself_in_its_failure) {
   const std::string not_text = "a text expected, found the integer 0: ";
   const std::vector<std::string> found = kept_messages();
   ASSERT_EQ(found.size(), 6U);
-  EXPECT_EQ(found[0], not_text +
-                          "get_bundle_type from running config failed for interface Bundle-Ether1");
+  EXPECT_EQ(found[0],
+            not_text + "get_bundle_type from running config failed for interface Bundle-Ether1");
   EXPECT_EQ(found[1], not_text + "get_encap_id failed for interface Bundle-Ether1.5");
   EXPECT_EQ(found[3], "no key '0/9/9/9': get_member_pp_port failed for HundredGigE0/9/9/9");
   EXPECT_THAT(found[4], testing::EndsWith(": get_bundles from running config failed"));
@@ -462,14 +467,27 @@ TEST_F(running_config_test, a_configuration_cut_anywhere_is_reported_as_counted)
 // ---- indexes against the searches that define them
 
 std::string quoted_text_of(const value& text) {
-  return quoted(text.as_text());
+  return quoted(std::string_view(text.as_text()));
 }
 
 TEST_F(running_config_test, stanzas_by_bundle_id_are_those_that_hold_the_text) {
   constexpr std::array<std::string_view, 16> pieces = {
-      "!",  "\n!\n", " ",  "bundle id ", "bundle id 1 ", "bundle id 12 mode active", "bundle ",
-      "id ", "1",    "12", "123",        "\n",           "x",
-      "interface HundredGigE0/0/0/1\n bundle id 12 mode active\n!\n", "bundle id  ", "\t"};
+      "!",
+      "\n!\n",
+      " ",
+      "bundle id ",
+      "bundle id 1 ",
+      "bundle id 12 mode active",
+      "bundle ",
+      "id ",
+      "1",
+      "12",
+      "123",
+      "\n",
+      "x",
+      "interface HundredGigE0/0/0/1\n bundle id 12 mode active\n!\n",
+      "bundle id  ",
+      "\t"};
   for (unsigned seed = 1; seed <= 3000; ++seed) {
     std::mt19937 random(seed);
     const value text = fragments(random, pieces, 3 + seed % 40);
@@ -516,11 +534,30 @@ std::vector<std::pair<std::string, std::vector<std::string>>> by_definition(cons
 
 TEST_F(running_config_test, sub_bundles_are_grouped_as_one_search_for_each_bundle_finds_them) {
   constexpr std::array<std::string_view, 24> pieces = {
-      "interface Bundle-Ether1", "interface Bundle-Ether12", "interface Bundle-Ether1.5",
-      "interface Bundle-Ether12.5", "interface Bundle-Ether12.50", "interface Bundle-Ether", "12",
-      ".5", ".", "!", "\n!\n", "\n!\n", "\n!\n", "\n", " ", "+", "'", ",", "l2transport",
-      "\n encapsulation dot1q 5\n", " encapsulation dot1q 7", "\n  interface Bundle-Ether12.7\n",
-      "\n!\ninterface Bundle-Ether1\n!\n", "\n!\ninterface Bundle-Ether12.9 encapsulation dot1q 9\n!\n"};
+      "interface Bundle-Ether1",
+      "interface Bundle-Ether12",
+      "interface Bundle-Ether1.5",
+      "interface Bundle-Ether12.5",
+      "interface Bundle-Ether12.50",
+      "interface Bundle-Ether",
+      "12",
+      ".5",
+      ".",
+      "!",
+      "\n!\n",
+      "\n!\n",
+      "\n!\n",
+      "\n",
+      " ",
+      "+",
+      "'",
+      ",",
+      "l2transport",
+      "\n encapsulation dot1q 5\n",
+      " encapsulation dot1q 7",
+      "\n  interface Bundle-Ether12.7\n",
+      "\n!\ninterface Bundle-Ether1\n!\n",
+      "\n!\ninterface Bundle-Ether12.9 encapsulation dot1q 9\n!\n"};
   std::size_t grouped = 0;
   for (unsigned seed = 1; seed <= 2000; ++seed) {
     std::mt19937 random(seed);

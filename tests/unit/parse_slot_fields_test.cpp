@@ -59,13 +59,32 @@ void expect_equal_to_definition(const slot_fields::field& which, letter_case let
 }
 
 TEST(slot_fields_test, a_look_up_gives_what_the_pattern_of_a_slot_gives_first) {
-  constexpr std::array<std::string_view, 26> pieces = {
-      "0", "1", "5", "11", "10", "01", ":", " ", "\n", "\t", "x", "=>", std::string_view("\0", 1),
-      ":uint8_t mbr_npu_id => ", ":uint8_t mbr_npu_id\t=>\n", ":uint8_t mbr_npu_id => 1",
-      ":uint16_t weight => ", ":uint16_t \t weight\n=>  ", ":uint16_t weight => 5",
-      ":uint16_t port_class_id => ", ":UINT16_T Port_class_id => ", ":uint16_t port_class_id => 1",
-      "\n  1:uint8_t mbr_npu_id => 0\n", "\n  11:uint16_t weight => 1\n",
-      "\n  10:uint16_t port_class_id => 255\n", "uint8_t mbr_npu_id => 1"};
+  constexpr std::array<std::string_view, 26> pieces = {"0",
+                                                       "1",
+                                                       "5",
+                                                       "11",
+                                                       "10",
+                                                       "01",
+                                                       ":",
+                                                       " ",
+                                                       "\n",
+                                                       "\t",
+                                                       "x",
+                                                       "=>",
+                                                       std::string_view("\0", 1),
+                                                       ":uint8_t mbr_npu_id => ",
+                                                       ":uint8_t mbr_npu_id\t=>\n",
+                                                       ":uint8_t mbr_npu_id => 1",
+                                                       ":uint16_t weight => ",
+                                                       ":uint16_t \t weight\n=>  ",
+                                                       ":uint16_t weight => 5",
+                                                       ":uint16_t port_class_id => ",
+                                                       ":UINT16_T Port_class_id => ",
+                                                       ":uint16_t port_class_id => 1",
+                                                       "\n  1:uint8_t mbr_npu_id => 0\n",
+                                                       "\n  11:uint16_t weight => 1\n",
+                                                       "\n  10:uint16_t port_class_id => 255\n",
+                                                       "uint8_t mbr_npu_id => 1"};
   for (unsigned seed = 1; seed <= 3000; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);

@@ -209,20 +209,17 @@ TEST_F(mapping_test, a_mapping_that_cannot_be_had_is_a_failure) {
   EXPECT_THAT(file_text(LOG_FILE_EXCEPTION), HasSubstr(", in get_glif_to_llif_vsi_mapping\n"));
 }
 
-TEST_F(mapping_test, junk_from_the_chip_is_one_finding_and_an_overlong_line_one_failure) {
-  for (const bad_output& each : meaningless_outputs()) {
-    SCOPED_TRACE(each.why);
-    SetUp();
-    tool_prints("asic_shell_show", each.output.as_text());
-    EXPECT_EQ(ask(healthy()), ERROR);
-    EXPECT_EQ(st().programming_error, 1);
-    EXPECT_EQ(st().exception, 0);
+TEST_F(mapping_test, junk_from_the_chip_is_one_finding) {
+  for (const auto* outputs : {&meaningless_outputs(), &endless_outputs()}) {
+    for (const bad_output& each : *outputs) {
+      SCOPED_TRACE(each.why);
+      SetUp();
+      tool_prints("asic_shell_show", each.output.as_text());
+      EXPECT_EQ(ask(healthy()), ERROR);
+      EXPECT_EQ(st().programming_error, 1);
+      EXPECT_EQ(st().exception, 0);
+    }
   }
-  SetUp();
-  tool_prints("asic_shell_show", std::string(1U << 20, 'x'));
-  EXPECT_EQ(ask(healthy()), ERROR);
-  EXPECT_EQ(st().programming_error, 0);
-  EXPECT_EQ(st().exception, 1);
 }
 
 TEST_F(mapping_test, a_chip_that_cannot_be_asked_is_told_by_command_and_check) {

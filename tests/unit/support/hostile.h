@@ -47,20 +47,30 @@ inline const std::vector<bad_output>& meaningless_outputs() {
       noise += '\n';
     }
     std::string words;
-    while (words.size() < 1U << 20) words += std::string(30000, 'a') + "\n";
+    while (words.size() < 1U << 20) words += std::string(8000, 'a') + "\n";
     return std::vector<bad_output>{
         {"binary bytes", bytes}, {"megabytes of noise", noise}, {"long words", words}};
   }();
   return outputs;
 }
 
-// Outputs that a parser refuses to search.
-inline const std::vector<bad_output>& unreadable_outputs() {
+// Runs of one kind without an end.
+inline const std::vector<bad_output>& endless_outputs() {
   static const std::vector<bad_output> outputs = {
-      {"the command could not be run", ERROR},
-      {"an overlong line", std::string(8U << 20, 'x')},
-      {"an overlong run of blanks", std::string(1U << 20, ' ')},
-      {"an overlong run of empty lines", std::string(1U << 20, '\n')}};
+      {"an endless word", std::string(8U << 20, 'x')},
+      {"an endless number", std::string(1U << 20, '7')},
+      {"endless blanks", std::string(1U << 20, ' ')},
+      {"endless empty lines", std::string(1U << 20, '\n')}};
+  return outputs;
+}
+
+// Outputs that are refused where lines and runs of blanks must have an end.
+inline const std::vector<bad_output>& unreadable_outputs() {
+  static const std::vector<bad_output> outputs = [] {
+    std::vector<bad_output> all = {{"the command could not be run", ERROR}};
+    all.insert(all.end(), endless_outputs().begin(), endless_outputs().end());
+    return all;
+  }();
   return outputs;
 }
 
