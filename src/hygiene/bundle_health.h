@@ -13,6 +13,10 @@ namespace tessel {
 // logging and counting a failure. Main thread.
 int check_bundle_health();
 
+// A block of information in the report: a word and a colon, a number, and three lines of text.
+inline constexpr std::string_view information_block_definition =
+    "\\w+:\\s+\\d+\\s+[\\w 0-9\\/,.]+\n+\\s+[\\w 0-9\\/,.]+\n+\\s+[\\w 0-9\\/,.]+";
+
 // The report without rules, table head and information blocks, bundle lines at the margin and
 // details indented by three; and how often it names a bundle. Throws `failure` if the report cannot
 // be searched. Any thread.

@@ -68,7 +68,8 @@ int get_glif_to_llif_vsi_mapping(std::string_view nodename, std::string_view npu
     const value lif_map =
         execute_bcmd(fmt::format("diag pp lif id=0x{} gl=1 type=in", glif), npu, node.at("nodeid"),
                      node.at("nodeip"), fmt::format("glif{}", glif));
-    const pattern mapping(fill("{} -> \\w+ In_LIF:(0x\\w+).*\n.*\n.*vsid:\\s(\\d+)", {glif}));
+    // Nothing is given back: behind each run stands what the run cannot hold.
+    const pattern mapping(fill("{} -> \\w++ In_LIF:(0x\\w++).*+\n.*+\n.*vsid:\\s(\\d+)", {glif}));
     const matches found = findall(mapping, lif_map.as_text());
     if (found.empty()) {
       return report_programming_error(
