@@ -46,12 +46,13 @@ void write_setting(const char* file, const std::string& text) {
     throw no_privileges{fmt::format("{}: {}", file, std::strerror(error))};
 }
 
-// Root needs a mount namespace alone; anybody else gets the right to mount from a user namespace.
+// No tool of the lab needs a network, and none must be reached by mistake. Root needs namespaces
+// alone; anybody else gets the right to mount from a user namespace.
 void enter_namespace() {
   const uid_t user = geteuid();
   const gid_t group = getegid();
-  if (user == 0 && unshare(CLONE_NEWNS) == 0) return;
-  if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
+  if (user == 0 && unshare(CLONE_NEWNS | CLONE_NEWNET) == 0) return;
+  if (unshare(CLONE_NEWUSER | CLONE_NEWNS | CLONE_NEWNET) != 0)
     throw no_privileges{
         fmt::format("no mount namespace: unshare: {}; run as root or allow user namespaces",
                     std::strerror(errno))};

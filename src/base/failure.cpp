@@ -54,7 +54,7 @@ std::string_view bare_name(std::string_view signature) {
   return signature.substr(start, end == signature.npos ? end : end - start);
 }
 
-std::string place_line(const std::source_location& where) {
+std::string place_line(const here& where) {
   return fmt::format("  File \"{}\", line {}, in {}\n", where.file_name(), where.line(),
                      bare_name(where.function_name()));
 }
@@ -69,10 +69,9 @@ std::string kind_of(const std::exception& error) {
 
 }  // namespace
 
-failure::failure(const std::string& text, std::source_location where)
-    : text_(on_one_line(text)), where_(where) {}
+failure::failure(const std::string& text, here where) : text_(on_one_line(text)), where_(where) {}
 
-std::string traceback_of(const std::exception& error, std::source_location handler) {
+std::string traceback_of(const std::exception& error, here handler) {
   std::string text = "Traceback (most recent call last):\n";
   const auto* known = dynamic_cast<const failure*>(&error);
   const bool same_function = known != nullptr && std::string_view(known->where().function_name()) ==
@@ -82,7 +81,7 @@ std::string traceback_of(const std::exception& error, std::source_location handl
   return text + fmt::format("{}: {}\n", kind_of(error), error.what());
 }
 
-std::string traceback_of_current(std::source_location handler) {
+std::string traceback_of_current(here handler) {
   const std::exception_ptr pending = std::current_exception();
   if (!pending) return "";
   try {

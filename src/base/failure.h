@@ -5,9 +5,10 @@
 #pragma once
 
 #include <exception>
-#include <source_location>
 #include <string>
 #include <vector>
+
+#include "base/here.h"
 
 namespace tessel {
 
@@ -15,15 +16,14 @@ class failure : public std::exception {
  public:
   // `text` names the key or the value that was stumbled on. It is kept to one line: line ends and
   // other control characters are written as escapes.
-  explicit failure(const std::string& text,
-                   std::source_location where = std::source_location::current());
+  explicit failure(const std::string& text, here where = here::current());
 
   const char* what() const noexcept override { return text_.c_str(); }
-  std::source_location where() const noexcept { return where_; }
+  here where() const noexcept { return where_; }
 
  private:
   std::string text_;
-  std::source_location where_;
+  here where_;
 };
 
 // Carries no status: the process that it ends exits with 0.
@@ -31,10 +31,9 @@ struct exit_request {};
 
 // The traceback of `error` as a handler at `handler` meets it: a head line, one line per place
 // (outermost first), a last line with kind and text; every line with its line end.
-std::string traceback_of(const std::exception& error,
-                         std::source_location handler = std::source_location::current());
+std::string traceback_of(const std::exception& error, here handler = here::current());
 
 // The same for the failure that is being handled right now; empty outside of a handler.
-std::string traceback_of_current(std::source_location handler);
+std::string traceback_of_current(here handler);
 
 }  // namespace tessel

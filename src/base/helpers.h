@@ -12,10 +12,10 @@
 #pragma once
 
 #include <cstdint>
-#include <source_location>
 #include <string>
 #include <string_view>
 
+#include "base/here.h"
 #include "base/log_file.h"
 #include "base/value.h"
 

@@ -124,8 +124,7 @@ void setup_logger(std::string_view logger_name, std::string_view log_file_path, 
   }
 }
 
-void logger(std::string_view msg, std::string_view logger_name, bool exc_info,
-            std::source_location where) {
+void logger(std::string_view msg, std::string_view logger_name, bool exc_info, here where) {
   try {
     const log_level level = exc_info ? log_level::error : log_level::info;
     const std::string entry = entry_of(msg, exc_info ? traceback_of_current(where) : "");

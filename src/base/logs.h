@@ -7,10 +7,10 @@
 
 #include <memory>
 #include <mutex>
-#include <source_location>
 #include <string>
 #include <string_view>
 
+#include "base/here.h"
 #include "base/log_file.h"
 
 namespace tessel {
@@ -49,7 +49,7 @@ void setup_logger(std::string_view logger_name, std::string_view log_file_path,
 // being handled behind it. Never throws `failure`: what goes wrong is printed as "Log ERROR". An
 // entry for a channel that is not open yet is kept and written when it is.
 void logger(std::string_view msg, std::string_view logger_name, bool exc_info = false,
-            std::source_location where = std::source_location::current());
+            here where = here::current());
 
 // Removes old capture files and opens the channels, the debug log and the stale-entry log. Returns
 // SUCCESS or ERROR.

@@ -52,7 +52,7 @@ bool is_white_space(char c) {
 
 template <class Belongs>
 void refuse_long_run(std::string_view text, std::string_view what, std::size_t longest,
-                     Belongs belongs, std::source_location where) {
+                     Belongs belongs, here where) {
   std::size_t run = 0;
   for (std::size_t at = 0; at < text.size(); ++at) {
     run = belongs(text[at]) ? run + 1 : 0;
@@ -68,7 +68,7 @@ void refuse_long_run(std::string_view text, std::string_view what, std::size_t l
 // One left-to-right search of one text.
 class matcher {
  public:
-  matcher(const pattern& what, std::string_view subject, std::source_location where)
+  matcher(const pattern& what, std::string_view subject, here where)
       : what_(what),
         code_(static_cast<pcre2_code*>(what.code_)),
         subject_(subject),
@@ -145,7 +145,7 @@ class matcher {
   const pattern& what_;
   pcre2_code* code_;
   std::string_view subject_;
-  std::source_location where_;
+  here where_;
   std::unique_ptr<pcre2_match_data, free_match_data> data_;
   std::unique_ptr<pcre2_jit_stack, free_jit_stack> stack_;
   std::unique_ptr<pcre2_match_context, free_match_context> context_;
@@ -169,7 +169,7 @@ const pattern& constant(std::string_view expression, letter_case letters) {
   return *made;
 }
 
-matches findall(const pattern& what, std::string_view subject, std::source_location where) {
+matches findall(const pattern& what, std::string_view subject, here where) {
   matcher search(what, subject, where);
   const std::uint32_t groups = search.groups();
   matches found;
@@ -184,7 +184,7 @@ matches findall(const pattern& what, std::string_view subject, std::source_locat
 }
 
 std::string sub(const pattern& what, std::string_view replacement, std::string_view subject,
-                std::source_location where) {
+                here where) {
   matcher search(what, subject, where);
   std::string result;
   std::size_t done = 0;
@@ -211,7 +211,7 @@ std::vector<std::string_view> split(std::string_view subject, std::string_view s
 }
 
 std::vector<std::string_view> split(std::string_view subject, const pattern& separator,
-                                    std::source_location where) {
+                                    here where) {
   matcher search(separator, subject, where);
   std::vector<std::string_view> pieces;
   std::size_t start = 0;
@@ -335,18 +335,18 @@ std::string list_text(const matches& entries) {
   return result + "]";
 }
 
-std::string_view readable(const value& output, std::source_location where) {
+std::string_view readable(const value& output, here where) {
   require_readable(output.as_text(where), where);
   return output.as_text(where);
 }
 
-void require_readable(std::string_view text, std::source_location where) {
+void require_readable(std::string_view text, here where) {
   refuse_long_run(
       text, "line", longest_line, [](char c) { return c != '\n'; }, where);
   refuse_long_run(text, "run of blanks", longest_blank_run, is_white_space, where);
 }
 
-std::string_view readable_blanks(const value& output, std::source_location where) {
+std::string_view readable_blanks(const value& output, here where) {
   const std::string_view text = output.as_text(where);
   refuse_long_run(text, "run of blanks", longest_blank_run, is_white_space, where);
   return text;

@@ -14,11 +14,12 @@
 #include <cstddef>
 #include <initializer_list>
 #include <memory>
-#include <source_location>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "base/here.h"
 
 namespace tessel {
 
@@ -62,30 +63,28 @@ class matches {
   std::string_view text(std::size_t at) const { return parts_[at * width_]; }
 
  private:
-  friend matches findall(const pattern& what, std::string_view subject, std::source_location where);
+  friend matches findall(const pattern& what, std::string_view subject, here where);
   std::vector<std::string_view> parts_;
   std::size_t width_ = 1;
 };
 
 // All non-overlapping matches, left to right. Throws `failure`, never an empty result, if the
 // match limit or the memory for it is used up.
-matches findall(const pattern& what, std::string_view subject,
-                std::source_location where = std::source_location::current());
+matches findall(const pattern& what, std::string_view subject, here where = here::current());
 // A temporary would leave the views without their text.
 template <std::same_as<std::string> Text>
-matches findall(const pattern& what, Text&& subject,
-                std::source_location where = std::source_location::current()) = delete;
+matches findall(const pattern& what, Text&& subject, here where = here::current()) = delete;
 
 // `subject` with every match replaced by `replacement`, taken literally.
 std::string sub(const pattern& what, std::string_view replacement, std::string_view subject,
-                std::source_location where = std::source_location::current());
+                here where = here::current());
 
 // Cut at each occurrence of the separator; empty pieces stay. Throws `failure` if the separator is
 // empty.
 std::vector<std::string_view> split(std::string_view subject, std::string_view separator);
 // Cut at each match.
 std::vector<std::string_view> split(std::string_view subject, const pattern& separator,
-                                    std::source_location where = std::source_location::current());
+                                    here where = here::current());
 // Cut at runs of white space; no empty pieces.
 std::vector<std::string_view> split_words(std::string_view subject);
 
@@ -115,13 +114,10 @@ std::string list_text(const matches& entries);
 // A tool's output for a parser. Throws `failure` if `output` is no text (the command could not be
 // run), or holds a line, or a run of white space, that is longer than any tool prints: searching
 // such a run would take time with the square of its length.
-std::string_view readable(const value& output,
-                          std::source_location where = std::source_location::current());
+std::string_view readable(const value& output, here where = here::current());
 // The same test on a text by itself.
-void require_readable(std::string_view text,
-                      std::source_location where = std::source_location::current());
+void require_readable(std::string_view text, here where = here::current());
 // The same as `readable` for text whose lines may have any length.
-std::string_view readable_blanks(const value& output,
-                                 std::source_location where = std::source_location::current());
+std::string_view readable_blanks(const value& output, here where = here::current());
 
 }  // namespace tessel

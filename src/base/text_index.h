@@ -10,6 +10,8 @@
 #include <typeindex>
 #include <utility>
 
+#include "base/failure.h"
+
 namespace tessel {
 
 // Any thread may call any function. An index is built once, by the thread that asks first; others
@@ -17,7 +19,8 @@ namespace tessel {
 class text_indexes {
  public:
   // The index of `text`, of type `Index`, which is built with `Index(std::string_view)`. Throws
-  // what building threw, at every call: a text that cannot be read is read once.
+  // what building threw, at every call: a text that cannot be read is read once. A shortage of
+  // memory is not kept.
   template <class Index>
   std::shared_ptr<const Index> get(const std::shared_ptr<const std::string>& text) {
     const std::shared_ptr<entry> found = find({std::type_index(typeid(Index)), text.get()}, text);
@@ -46,7 +49,7 @@ class text_indexes {
   static void build(entry& wanted) {
     try {
       wanted.index = std::make_shared<const Index>(*wanted.text);
-    } catch (const std::exception&) {
+    } catch (const tessel::failure&) {
       wanted.failure = std::current_exception();
       throw;
     }

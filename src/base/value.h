@@ -18,11 +18,12 @@
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
-#include <source_location>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "base/here.h"
 
 namespace tessel {
 
@@ -30,7 +31,6 @@ class value;
 class map;
 class record;
 using value_list = std::vector<value>;
-using here = std::source_location;
 
 enum class value_kind : std::uint8_t { none, integer, text, map, list, record };
 

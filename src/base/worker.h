@@ -47,4 +47,16 @@ class worker_list {
   std::vector<std::shared_ptr<worker>> workers_;  // guarded by mutex_
 };
 
+// Joins a list at the end of a scope, however it is left.
+class join_at_end {
+ public:
+  explicit join_at_end(worker_list& workers) : workers_(workers) {}
+  ~join_at_end() { workers_.join_all(); }
+  join_at_end(const join_at_end&) = delete;
+  join_at_end& operator=(const join_at_end&) = delete;
+
+ private:
+  worker_list& workers_;
+};
+
 }  // namespace tessel

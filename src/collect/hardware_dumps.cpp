@@ -67,8 +67,7 @@ constexpr std::array<chip_command, 6> non_j2_commands = {{
 
 template <class Commands>
 int dump_tables(const Commands& commands, const value& npu, const value& nodeid,
-                const value& nodeip, const std::string& nodename,
-                std::source_location where = std::source_location::current()) {
+                const value& nodeip, const std::string& nodename, here where = here::current()) {
   try {
     const std::string& unit = npu.as_text();
     const value dict = make_ordered_map();

@@ -32,7 +32,7 @@ record& voq_port(std::string_view member, here where = here::current()) {
 }
 
 int failed(std::string_view what, const std::exception& error, std::string_view error_string,
-           std::source_location where = std::source_location::current()) {
+           here where = here::current()) {
   logger(fmt::format("{}: BCM {} failed for {}", error.what(), what, error_string), "exception",
          true, where);
   ++st().exception;

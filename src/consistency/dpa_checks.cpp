@@ -76,7 +76,7 @@ value vlan_domains(const value& objects, const std::string& ifh, const record& e
 }
 
 int failed(std::string_view what, const std::exception& error, std::string_view error_string,
-           std::source_location where = std::source_location::current()) {
+           here where = here::current()) {
   logger(fmt::format("{}: DPA {} failed for {}", error.what(), what, error_string), "exception",
          true, where);
   ++st().exception;

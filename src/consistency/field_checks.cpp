@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t compared_lif_digits = 4;
 constexpr std::size_t shortest_glif = 5;
 
-int failed(std::string_view message, std::source_location where = std::source_location::current()) {
+int failed(std::string_view message, here where = here::current()) {
   logger(message, "exception", true, where);
   ++st().exception;
   return ERROR;

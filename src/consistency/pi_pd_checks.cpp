@@ -15,7 +15,7 @@ namespace tessel {
 namespace {
 
 int failed(std::string_view what, const std::exception& error, std::string_view object,
-           std::source_location where = std::source_location::current()) {
+           here where = here::current()) {
   logger(fmt::format("{}: {} verification failed for {}", error.what(), what, object), "exception",
          true, where);
   ++st().exception;

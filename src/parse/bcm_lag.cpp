@@ -100,7 +100,7 @@ void add_tm_lag(std::string_view lag, const npu_place& place, std::string& lag_i
 }
 
 int parser_failed(const std::exception& error, std::string_view command, const npu_place& place,
-                  std::source_location where = std::source_location::current()) {
+                  here where = here::current()) {
   ++st().exception;
   logger(fmt::format("{}: parse {} output failed Location {}, NPU {}", error.what(), command,
                      place.nodename, place.npu),

@@ -30,7 +30,7 @@ field_map fields_of(const pattern& field, std::string_view block) {
 }
 
 std::string_view field(const field_map& fields, std::string_view name,
-                       std::source_location where = std::source_location::current()) {
+                       here where = here::current()) {
   const auto found = fields.find(name);
   if (found == fields.end()) throw failure(fmt::format("no field {}", quoted(name)), where);
   return found->second;
@@ -176,7 +176,7 @@ value interfaces_of(const interface_type& type, const value& output, std::string
 
 // Logs and counts the failure that is being handled.
 int parser_failed(const std::exception& error, std::string_view type, std::string_view nodename,
-                  std::source_location where = std::source_location::current()) {
+                  here where = here::current()) {
   logger(fmt::format("{}: parse {} object failed {}", error.what(), type, nodename), "exception",
          true, where);
   ++st().exception;

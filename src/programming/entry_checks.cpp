@@ -29,7 +29,7 @@ std::int64_t low_bits_of_mac(const record& obj) {
   return to_hexadecimal(tail(mac, compared_mac_digits)) & mask;
 }
 
-int failed(std::string_view message, std::source_location where = std::source_location::current()) {
+int failed(std::string_view message, here where = here::current()) {
   logger(message, "exception", true, where);
   ++st().exception;
   return ERROR;

@@ -22,7 +22,7 @@ namespace {
 constexpr std::size_t glif_digits = 4;
 
 int failed(std::string_view what, const std::exception& error, std::string_view err,
-           std::source_location where = std::source_location::current()) {
+           here where = here::current()) {
   logger(fmt::format("{}: {} failed for {}", error.what(), what, err), "exception", true, where);
   ++st().exception;
   return ERROR;

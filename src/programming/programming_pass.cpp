@@ -27,7 +27,7 @@ constexpr int of_bundle = 0;
 constexpr int of_sub_bundle = 1;
 
 int failed(std::string_view what, const std::exception& error, std::string_view object,
-           std::source_location where = std::source_location::current()) {
+           here where = here::current()) {
   logger(fmt::format("{}: {} failed for {}", error.what(), what, object), "exception", true, where);
   ++st().exception;
   return ERROR;
@@ -94,6 +94,7 @@ template <class SubCheck, class BundleCheck>
 void check_with_sub_bundles(const std::string& bundle, const std::string& nodename,
                             const value& npu, SubCheck check, BundleCheck check_bundle) {
   worker_list pid_list_prgm;
+  const join_at_end waiting(pid_list_prgm);
   const value sub_list = bundle_record(bundle).get("sub_bundles");
   for (const auto& [sub, each] : sub_list.as_map().items()) {
     const value sub_obj = each;
@@ -102,7 +103,6 @@ void check_with_sub_bundles(const std::string& bundle, const std::string& nodena
         start_worker([check, sub_obj, sub_err] { check(sub_obj.as_record(), sub_err); }));
   }
   if (bundle_record(bundle).get("untagged") == 1) check_bundle(bundle_record(bundle));
-  pid_list_prgm.join_all();
 }
 
 // The key of a sub-bundle with two tags. Both fields of it are made of the outer tag.

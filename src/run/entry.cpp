@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
-#include <source_location>
 #include <utility>
 
 #include "base/failure.h"
+#include "base/here.h"
 #include "base/print.h"
 #include "run/run_tessel.h"
 #include "run/state.h"
@@ -28,7 +28,7 @@ std::exception_ptr& pending() {
   return kept;
 }
 
-void print_traceback(const std::exception& error, std::source_location where) {
+void print_traceback(const std::exception& error, tessel::here where) {
   try {
     tessel::end_open_line();
   } catch (const std::exception&) {
@@ -39,7 +39,7 @@ void print_traceback(const std::exception& error, std::source_location where) {
 
 // An exit request ends the process, flushing what stdio holds. Workers that still run are not
 // waited for; nothing that they use is destroyed.
-void act_on_pending(std::source_location where = std::source_location::current()) {
+void act_on_pending(tessel::here where = tessel::here::current()) {
   const std::exception_ptr reason = std::exchange(pending(), nullptr);
   if (!reason) return;
   try {

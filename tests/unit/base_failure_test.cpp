@@ -109,7 +109,7 @@ TEST_F(failure_test, the_kind_of_a_library_failure_is_named) {
 }
 
 TEST_F(failure_test, the_current_failure_is_the_one_that_is_being_handled) {
-  const auto where = std::source_location::current();
+  const auto where = here::current();
   EXPECT_EQ(traceback_of_current(where), "") << "none is";
   try {
     throw failure("outer");

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "consistency/dpa_checks.h"
 #include "support/command_line.h"
 #include "support/fake_router.h"
 #include "support/together.h"
@@ -124,6 +125,7 @@ TEST_F(dpa_dumps_test, lines_that_are_not_set_pass_the_filter_of_ports_alone) {
   EXPECT_EQ(dump("0/0/CPU0"), SUCCESS);
   EXPECT_THAT(file_text("/tmp/tessel_l1port_0_0_CPU0.log"), HasSubstr("uint32_t mtu => not set\n"));
   EXPECT_EQ(file_text("/tmp/tessel_lagport_0_0_CPU0.log"),
+            "Objects of type lagport\n"
             "lagport element 0 pending(cr/up/dl):0/0/0\n"
             "  @dpa_intf_t intf => 0x3000120\n"
             "  uint16_t lag_id => 0x1\n"
@@ -170,6 +172,20 @@ TEST_F(dpa_dumps_test, a_failure_leaves_what_was_stored_and_skips_the_rest) {
               ElementsAre("a text expected, found the integer 0: dump_dpa_objects failed "
                           "0/RP1/CPU0"));
   EXPECT_THAT(file_text(LOG_FILE_EXCEPTION), HasSubstr("Traceback (most recent call last):"));
+}
+
+TEST_F(dpa_dumps_test, a_node_left_with_bundles_alone_is_a_failure_of_the_check_that_wants_more) {
+  EXPECT_EQ(dump(std::string(node)), SUCCESS);
+  const value lagport = st().DPA.get().at(node).at("lagport");
+  st().DPA.get().as_map().set(node, map_of({{"lagport", lagport}}));
+  const value bundle = new_record<Bundles>();
+  bundle.as_record().set("ifh", "0x3000120");
+  bundle.as_record().get("members").as_map().set(node, make_map());
+  st().tesselDb.as_map().set("BE12", bundle);
+  EXPECT_EQ(check_bundles_DPA("BE12", node, "BE12"), ERROR);
+  EXPECT_EQ(st().exception, 1);
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
+              ElementsAre("no key 'l2port': DPA bundle consistency check failed for BE12"));
 }
 
 TEST_F(dpa_dumps_test, an_earlier_entry_of_the_node_is_dropped) {

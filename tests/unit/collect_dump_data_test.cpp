@@ -453,6 +453,7 @@ TEST_F(dump_data_test, a_port_listing_that_cannot_be_fetched_is_counted_and_logg
 TEST_F(dump_data_test, missing_tools_are_empty_outputs) {
   router_test::SetUp();
   open_logs();
+  tool("ssh", "exit 127");  // the machine's own would look for the node
   st().router = aspen;
   add_node("0/0/CPU0", "192.0.0.9", 1);
   EXPECT_EQ(dump(), SUCCESS);

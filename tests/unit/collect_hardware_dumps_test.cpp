@@ -232,9 +232,10 @@ TEST_F(hardware_dumps_test, both_families_report_a_failure_in_the_same_words) {
 
 TEST_F(hardware_dumps_test, a_list_of_npus_that_is_none_is_a_failure_of_the_node) {
   EXPECT_EQ(dump_hw_tables("Not set", 4096, "192.0.0.4", std::string(older)), ERROR);
-  EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
-              ElementsAre("a list expected, found 'Not set': dump_hw_tables failed for nodeid "
-                          "4096, 0/0/CPU0"));
+  EXPECT_THAT(
+      messages(LOG_FILE_EXCEPTION),
+      ElementsAre("a list expected, found the text 'Not set': dump_hw_tables failed for nodeid "
+                  "4096, 0/0/CPU0"));
   EXPECT_EQ(st().exception, 1);
   EXPECT_EQ(st().pid_list.size(), 0U);
 }

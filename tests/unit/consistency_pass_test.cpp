@@ -318,6 +318,41 @@ TEST_F(pass_test, the_pass_waits_for_no_worker_of_the_bundle_level) {
       << "no line is lost";
 }
 
+// A healthy router was reported as faulty: the chip was asked for the members of LAG "Not set".
+TEST_F(pass_test, a_member_that_is_faster_than_its_bundle_waits_for_the_LAG_id) {
+  put(st().nodeinfo.get(), {be12::j2, "dump"}, 0);
+  put(st().nodeinfo.get(), {be12::older, "act_standby"}, "Standby");  // so that DPA finds the id
+  put(lagport(be12::older), {"weight"}, 65);
+  const value member = look(lagport(be12::older), {"members", "0", be12::older_mifh});
+  std::unique_lock no_line_yet(st().log_mutex);
+  std::jthread pass([] { EXPECT_EQ(run_pass().result, SUCCESS); });
+  EXPECT_TRUE(reaches(st().inconsistent, 1)) << "the bundle level tells of the weight, id unseen";
+  EXPECT_TRUE(comes_true([&] { return is_visited(member); })) << "the member has the chip ahead";
+  EXPECT_EQ(bundle().get("lagid"), DEFAULT);
+  no_line_yet.unlock();
+  pass.join();
+  st().pid_list.join_all();
+  EXPECT_EQ(bundle().get("lagid"), "0x5");
+  EXPECT_THAT(findings(), ElementsAre(testing::HasSubstr("member scale limit exceeded")));
+  EXPECT_THAT(exceptions(), IsEmpty());
+}
+
+TEST_F(pass_test, wait_for_bundle_level_waits_for_the_workers_of_that_bundle) {
+  bundle().set("lagid", "0x9");
+  drop(bundle().get("members"), {be12::older});
+  drop(bundle().get("members"), {be12::j2});
+  {
+    const std::lock_guard no_line_yet(st().log_mutex);
+    st().tesselDb.as_map().set("hqos", 0);
+    EXPECT_EQ(run_pass().result, SUCCESS);
+    wait_for_bundle_level("BE1");
+    EXPECT_THAT(findings(), IsEmpty()) << "no such bundle, nothing to wait for";
+  }
+  wait_for_bundle_level("BE12");
+  EXPECT_EQ(findings().size(), 6U) << "a LAG id and two NPUs without that LAG on each node";
+  EXPECT_EQ(st().exception, 0);
+}
+
 TEST_F(pass_test, the_member_level_has_ended_before_the_sub_bundle_level_starts) {
   drop(st().bdlInfoPI.get(), {"BE12", "members", be12::older_port});
   std::atomic<bool> ended = false;

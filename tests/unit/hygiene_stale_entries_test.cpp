@@ -1,12 +1,10 @@
 #include "hygiene/stale_entries.h"
 
 #include <array>
-#include <chrono>
 #include <latch>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <thread>
 
 #include "base/text_index.h"
 #include "base/worker.h"
@@ -311,25 +309,30 @@ TEST_F(stale_test, what_was_visited_meanwhile_is_not_stale) {
   EXPECT_EQ(logged(), clean_layers());
 }
 
+TEST_F(stale_test, what_a_slow_worker_still_visits_is_not_stale) {
+  const value seen = entry(0, "BE13");
+  st().bdlInfoPI.get().as_map().set("BE13", seen);
+  bool came_too_soon = false;
+  std::latch is_listed(1);
+  st().pid_list.append(start_worker([&] {
+    is_listed.wait();
+    came_too_soon = happens_too_soon([] { return st().pid_list.size() > 1; });
+    seen.as_map().mark_visited();
+  }));
+  is_listed.count_down();
+  EXPECT_EQ(check(), SUCCESS);
+  EXPECT_FALSE(came_too_soon) << "the walk of a layer began";
+  EXPECT_EQ(logged(), clean_layers());
+}
+
 TEST_F(stale_test, all_workers_of_the_run_are_waited_for_before_the_counts_are_written) {
-  using namespace std::chrono_literals;
-  std::latch go(1);
   bool has_ended = false;
   bool came_too_soon = false;
   st().pid_list.append(start_worker([&] {
-    go.wait();
-    // Whoever does not wait for this worker writes within this time.
-    const auto give_up = std::chrono::steady_clock::now() + 200ms;
-    while (!came_too_soon && std::chrono::steady_clock::now() < give_up) {
-      came_too_soon = !logged().empty();
-      std::this_thread::yield();
-    }
+    came_too_soon = happens_too_soon([] { return !logged().empty(); });
     has_ended = true;
   }));
-  output_of([&] {
-    std::jthread checker([] { EXPECT_EQ(check_stale_entries(), SUCCESS); });
-    go.count_down();
-  });
+  EXPECT_EQ(check(), SUCCESS);
   EXPECT_TRUE(has_ended);
   EXPECT_FALSE(came_too_soon);
   EXPECT_EQ(logged(), clean_layers());

@@ -309,9 +309,10 @@ TEST_F(vlan_domain_test, a_core_beyond_all_ports_is_a_failure) {
   add_member("5", "9223372036854775807");
   EXPECT_EQ(parse_vlan_domain("0/0/0/1"), ERROR);
   EXPECT_EQ(st().exception, 1);
-  EXPECT_THAT(kept_messages(),
-              ElementsAre("port '5' on core '9223372036854775807' is too large a number: "
-                          "parse_vlan_domain failed"));
+  EXPECT_THAT(
+      kept_messages(),
+      ElementsAre("port the text '5' on core the text '9223372036854775807' is too large a number: "
+                  "parse_vlan_domain failed"));
 }
 
 TEST_F(vlan_domain_test, a_failure_is_logged_before_it_is_counted) {

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/worker.h"
 #include "support/chip_world.h"
 #include "support/fake_router.h"
 #include "support/hostile.h"
@@ -97,7 +98,7 @@ value first_member(std::string_view bundle, std::string_view nodename) {
       .second;
 }
 
-class pass_test : public router_test {
+class programming_pass_test : public router_test {
  protected:
   void SetUp() override {
     router_test::SetUp();
@@ -122,14 +123,14 @@ class pass_test : public router_test {
 
 // Which work is started ---------------------------------------------------------------------------
 
-TEST_F(pass_test, with_no_bundle_but_hqos_the_pass_starts_no_worker_and_succeeds) {
+TEST_F(programming_pass_test, with_no_bundle_but_hqos_the_pass_starts_no_worker_and_succeeds) {
   EXPECT_EQ(check(), SUCCESS);
   st().tesselDb.as_map().set("hqos", 1);
   EXPECT_EQ(check(), SUCCESS);
   expect_told({});
 }
 
-TEST_F(pass_test, a_node_without_a_vlan_domain_entry_is_told_on_a_run_without_findings) {
+TEST_F(programming_pass_test, a_node_without_a_vlan_domain_entry_is_told_on_a_run_without_findings) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}, {j2_node, "0/1/0/1", "0"}});
   bundle.set("vlan_domain", map_of({}));
   bundle.set("delPending", 1);
@@ -144,14 +145,14 @@ TEST_F(pass_test, a_node_without_a_vlan_domain_entry_is_told_on_a_run_without_fi
                .delete_pending = {note(older_node), note(j2_node)}});
 }
 
-TEST_F(pass_test, a_node_without_a_vlan_domain_entry_gives_no_message_once_there_was_a_failure) {
+TEST_F(programming_pass_test, a_node_without_a_vlan_domain_entry_gives_no_message_once_there_was_a_failure) {
   add_bundle("BE12", {{older_node, "0/0/0/1", "0"}}).set("vlan_domain", map_of({}));
   ++st().exception;
   EXPECT_EQ(check(), SUCCESS);
   EXPECT_EQ(st().programming_error, 0);
 }
 
-TEST_F(pass_test,
+TEST_F(programming_pass_test,
        a_node_without_a_vlan_domain_entry_gives_no_message_once_there_was_an_inconsistency) {
   add_bundle("BE12", {{older_node, "0/0/0/1", "0"}}).set("vlan_domain", map_of({}));
   ++st().inconsistent;
@@ -160,7 +161,7 @@ TEST_F(pass_test,
   EXPECT_THAT(messages(LOG_FILE_PROGRAMMING_ERROR), IsEmpty());
 }
 
-TEST_F(pass_test, a_note_or_a_programming_error_does_not_silence_a_missing_vlan_domain) {
+TEST_F(programming_pass_test, a_note_or_a_programming_error_does_not_silence_a_missing_vlan_domain) {
   add_bundle("BE12", {{older_node, "0/0/0/1", "0"}}).set("vlan_domain", map_of({}));
   ++st().info;
   ++st().programming_error;
@@ -170,7 +171,7 @@ TEST_F(pass_test, a_note_or_a_programming_error_does_not_silence_a_missing_vlan_
                           "0/0/CPU0"));
 }
 
-TEST_F(pass_test, a_node_that_takes_no_part_is_skipped) {
+TEST_F(programming_pass_test, a_node_that_takes_no_part_is_skipped) {
   struct row {
     const char* why;
     const char* field;
@@ -191,7 +192,7 @@ TEST_F(pass_test, a_node_that_takes_no_part_is_skipped) {
   }
 }
 
-TEST_F(pass_test, a_mismatch_of_one_member_skips_only_that_member) {
+TEST_F(programming_pass_test, a_mismatch_of_one_member_skips_only_that_member) {
   record& bundle = add_bundle(
       "BE12", {{older_node, "0/0/0/1", "0", "0x9"}, {older_node, "0/0/0/2", "0", "0x8"}});
   bundle.set("untagged", 1);
@@ -206,7 +207,7 @@ TEST_F(pass_test, a_mismatch_of_one_member_skips_only_that_member) {
                .delete_pending = {note, note}});
 }
 
-TEST_F(pass_test, a_mismatch_of_all_members_of_an_npu_starts_nothing_there) {
+TEST_F(programming_pass_test, a_mismatch_of_all_members_of_an_npu_starts_nothing_there) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0", "0x9"},
                                        {older_node, "0/0/0/2", "0", 0},
                                        {older_node, "0/0/0/3", "1"}});
@@ -221,7 +222,7 @@ TEST_F(pass_test, a_mismatch_of_all_members_of_an_npu_starts_nothing_there) {
                                     sem_missing(3, "0x00011234,BE12(0x3000120) NPU 1,0/0/CPU0")));
 }
 
-TEST_F(pass_test, on_jericho2_no_vlan_domain_comparison_takes_place) {
+TEST_F(programming_pass_test, on_jericho2_no_vlan_domain_comparison_takes_place) {
   record& bundle = add_bundle("BE12", {{j2_node, "0/1/0/1", "0", "0x9"}});
   bundle.get("vlan_domain").at(j2_node).as_map().set("0", "0x8");
   bundle.get("members").at(j2_node).at("0/1/0/1").as_record().set("vlan_domain", ERROR);
@@ -229,7 +230,7 @@ TEST_F(pass_test, on_jericho2_no_vlan_domain_comparison_takes_place) {
   expect_told({});
 }
 
-TEST_F(pass_test, on_jericho2_a_missing_vlan_domain_entry_is_reported_all_the_same) {
+TEST_F(programming_pass_test, on_jericho2_a_missing_vlan_domain_entry_is_reported_all_the_same) {
   add_bundle("BE12", {{j2_node, "0/1/0/1", "0"}}).get("vlan_domain").as_map().erase(j2_node);
   EXPECT_EQ(check(), SUCCESS);
   expect_told(
@@ -237,7 +238,7 @@ TEST_F(pass_test, on_jericho2_a_missing_vlan_domain_entry_is_reported_all_the_sa
            "Programming Error1:Not able to get vlan domain for BE12(0x3000120), 0/1/CPU0"}});
 }
 
-TEST_F(pass_test, a_member_on_the_same_npu_as_an_earlier_one_starts_nothing) {
+TEST_F(programming_pass_test, a_member_on_the_same_npu_as_an_earlier_one_starts_nothing) {
   add_bundle("BE12", {{older_node, "0/0/0/1", "0"},
                       {older_node, "0/0/0/2", "1"},
                       {older_node, "0/0/0/3", "0"},
@@ -250,7 +251,7 @@ TEST_F(pass_test, a_member_on_the_same_npu_as_an_earlier_one_starts_nothing) {
                                             EndsWith("BE12(0x3000120) NPU 1,0/0/CPU0")));
 }
 
-TEST_F(pass_test, an_npu_of_the_same_number_on_another_node_is_another_npu) {
+TEST_F(programming_pass_test, an_npu_of_the_same_number_on_another_node_is_another_npu) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}, {j2_node, "0/1/0/1", "0"}});
   bundle.set("untagged", 1);
   bundle.set("is_l2", 0);
@@ -263,7 +264,7 @@ TEST_F(pass_test, an_npu_of_the_same_number_on_another_node_is_another_npu) {
                   EndsWith("DPA RIF 0x5 not found in BCM for BE12(0x3000120) NPU 0,0/1/CPU0")));
 }
 
-TEST_F(pass_test, a_bundle_without_sub_bundles_and_without_untagged_traffic_asks_nothing) {
+TEST_F(programming_pass_test, a_bundle_without_sub_bundles_and_without_untagged_traffic_asks_nothing) {
   st().BCM.set(map_of({}));
   for (const value& untagged : {value(0), value(DEFAULT), value("1"), value(2)}) {
     add_bundle("BE12", {{older_node, "0/0/0/1", "0"}, {j2_node, "0/1/0/1", "0"}})
@@ -274,7 +275,7 @@ TEST_F(pass_test, a_bundle_without_sub_bundles_and_without_untagged_traffic_asks
   expect_told({});
 }
 
-TEST_F(pass_test, sub_bundles_on_jericho2_are_not_verified) {
+TEST_F(programming_pass_test, sub_bundles_on_jericho2_are_not_verified) {
   record& bundle = add_bundle("BE12", {{j2_node, "0/1/0/1", "0"}});
   record& sub = add_sub(bundle, "BE12.5", list_of({"abc"}));
   sub.set("is_l2", 0);
@@ -286,7 +287,7 @@ TEST_F(pass_test, sub_bundles_on_jericho2_are_not_verified) {
 
 // Chip keys ---------------------------------------------------------------------------------------
 
-TEST_F(pass_test, the_vlan_domain_0x10_and_encap_5_give_the_key_1005) {
+TEST_F(programming_pass_test, the_vlan_domain_0x10_and_encap_5_give_the_key_1005) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0", "0x10"}});
   const record& sub = add_sub(bundle, "BE12.5", list_of({"5"}));
   sema("0x0010005 Payload=0x1\nx10005 Payload=0x2\n2005 Payload=0x3\n1005 Payload=0x44\n");
@@ -295,7 +296,7 @@ TEST_F(pass_test, the_vlan_domain_0x10_and_encap_5_give_the_key_1005) {
   expect_told({});
 }
 
-TEST_F(pass_test, with_vd_8_and_the_untagged_bundle_check_the_key_is_8fff) {
+TEST_F(programming_pass_test, with_vd_8_and_the_untagged_bundle_check_the_key_is_8fff) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0", "0x8"}});
   bundle.set("untagged", 1);
   sema("fff Payload=0x1\n9fff Payload=0x2\n8fff Payload=0x44\n");
@@ -304,7 +305,7 @@ TEST_F(pass_test, with_vd_8_and_the_untagged_bundle_check_the_key_is_8fff) {
   expect_told({});
 }
 
-TEST_F(pass_test, encap_100_and_200_give_the_tag_200_and_the_key_0c8_vd_064) {
+TEST_F(programming_pass_test, encap_100_and_200_give_the_tag_200_and_the_key_0c8_vd_064) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0", "0x8"}});
   const record& sub = add_sub(bundle, "BE12.5", list_of({"100", "200"}));
   sema("0648064 Payload=0x1\n0c880c8 Payload=0x2\n1908064 Payload=0x3\n0c88064 Payload=0x44\n");
@@ -313,7 +314,7 @@ TEST_F(pass_test, encap_100_and_200_give_the_tag_200_and_the_key_0c8_vd_064) {
   expect_told({});
 }
 
-TEST_F(pass_test, a_vlan_domain_is_trimmed_by_the_set_of_0_and_x) {
+TEST_F(programming_pass_test, a_vlan_domain_is_trimmed_by_the_set_of_0_and_x) {
   struct row {
     const char* vlan_domain;
     const char* key;
@@ -342,7 +343,7 @@ struct key_row {
   const char* key;
 };
 
-TEST_F(pass_test, a_sub_bundle_with_one_or_two_tags_has_an_exact_key) {
+TEST_F(programming_pass_test, a_sub_bundle_with_one_or_two_tags_has_an_exact_key) {
   const std::array rows = {
       key_row{"three digits at least", list_of({"1"}), "8001"},
       key_row{"lower case", list_of({"4095"}), "8fff"},
@@ -365,7 +366,7 @@ TEST_F(pass_test, a_sub_bundle_with_one_or_two_tags_has_an_exact_key) {
   }
 }
 
-TEST_F(pass_test, a_sub_bundle_without_an_exact_key_is_looked_up_by_its_glif) {
+TEST_F(programming_pass_test, a_sub_bundle_without_an_exact_key_is_looked_up_by_its_glif) {
   const std::array rows = {
       key_row{"untagged", list_of({"untagged"}), ""},
       key_row{"no tag", list_of({}), ""},
@@ -386,7 +387,7 @@ TEST_F(pass_test, a_sub_bundle_without_an_exact_key_is_looked_up_by_its_glif) {
   }
 }
 
-TEST_F(pass_test, a_sub_bundle_whose_lif_the_chip_knows_ends_in_a_failure_without_an_exact_key) {
+TEST_F(programming_pass_test, a_sub_bundle_whose_lif_the_chip_knows_ends_in_a_failure_without_an_exact_key) {
   tool_prints("asic_shell_show", chip_answer);
   add_sub(add_bundle("BE12", {{older_node, "0/0/0/1", "0"}}), "BE12.5", list_of({"untagged"}));
   EXPECT_EQ(check(), SUCCESS);
@@ -395,7 +396,7 @@ TEST_F(pass_test, a_sub_bundle_whose_lif_the_chip_knows_ends_in_a_failure_withou
                              "0,0/0/CPU0"}});
 }
 
-TEST_F(pass_test, a_missing_entry_of_a_sub_bundle_is_told_with_name_handle_npu_and_node) {
+TEST_F(programming_pass_test, a_missing_entry_of_a_sub_bundle_is_told_with_name_handle_npu_and_node) {
   add_sub(add_bundle("BE12", {{older_node, "0/0/0/1", "1"}}), "BE12.5", list_of({"5"}));
   EXPECT_EQ(check(), SUCCESS);
   expect_told(
@@ -404,7 +405,7 @@ TEST_F(pass_test, a_missing_entry_of_a_sub_bundle_is_told_with_name_handle_npu_a
 
 // Failures ----------------------------------------------------------------------------------------
 
-TEST_F(pass_test, an_encapsulation_that_is_no_number_is_a_failure_of_its_sub_bundle) {
+TEST_F(programming_pass_test, an_encapsulation_that_is_no_number_is_a_failure_of_its_sub_bundle) {
   const std::array rows = {
       key_row{"one tag", list_of({"abc"}), "'abc' is no number"},
       key_row{"a hexadecimal tag", list_of({"0x5"}), "'0x5' is no number"},
@@ -427,7 +428,7 @@ TEST_F(pass_test, an_encapsulation_that_is_no_number_is_a_failure_of_its_sub_bun
   }
 }
 
-TEST_F(pass_test, a_failure_in_a_sub_bundle_task_stops_neither_its_siblings_nor_the_bundle) {
+TEST_F(programming_pass_test, a_failure_in_a_sub_bundle_task_stops_neither_its_siblings_nor_the_bundle) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}});
   bundle.set("untagged", 1);
   add_sub(bundle, "BE12.1", list_of({"abc"}));
@@ -440,7 +441,7 @@ TEST_F(pass_test, a_failure_in_a_sub_bundle_task_stops_neither_its_siblings_nor_
   EXPECT_THAT(file_text(LOG_FILE_EXCEPTION), HasSubstr(", in check_sub_bdl_prgm_task\n"));
 }
 
-TEST_F(pass_test, a_member_whose_npu_has_no_vlan_domain_ends_the_pass) {
+TEST_F(programming_pass_test, a_member_whose_npu_has_no_vlan_domain_ends_the_pass) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}});
   bundle.get("vlan_domain").at(older_node).as_map().erase("0");
   add_bundle("BE13", {{older_node, "0/0/0/2", "0"}}).set("untagged", 1);
@@ -449,7 +450,7 @@ TEST_F(pass_test, a_member_whose_npu_has_no_vlan_domain_ends_the_pass) {
   EXPECT_THAT(file_text(LOG_FILE_EXCEPTION), HasSubstr(", in check_bundle_programming\n"));
 }
 
-TEST_F(pass_test, what_cannot_be_walked_ends_the_pass) {
+TEST_F(programming_pass_test, what_cannot_be_walked_ends_the_pass) {
   struct row {
     const char* why;
     const char* field;
@@ -484,7 +485,7 @@ TEST_F(pass_test, what_cannot_be_walked_ends_the_pass) {
                              "verification failed"}});
 }
 
-TEST_F(pass_test, a_title_that_cannot_be_written_is_a_failure) {
+TEST_F(programming_pass_test, a_title_that_cannot_be_written_is_a_failure) {
   EXPECT_EQ(status_in_child([] {
               if (std::freopen("/dev/full", "w", stdout) == nullptr) return 2;
               return check_bundle_programming() == ERROR && st().exception == 1 ? 0 : 1;
@@ -494,7 +495,7 @@ TEST_F(pass_test, a_title_that_cannot_be_written_is_a_failure) {
               ElementsAre(EndsWith(": Bundle programming verification failed")));
 }
 
-TEST_F(pass_test, a_task_that_cannot_be_carried_out_names_its_bundle) {
+TEST_F(programming_pass_test, a_task_that_cannot_be_carried_out_names_its_bundle) {
   add_bundle("BE12", {{older_node, "0/0/0/1", "0"}}).get("sub_bundles").as_map().set("BE12.5", 0);
   const value member = first_member("BE12", older_node);
   const std::string node(older_node);
@@ -510,7 +511,7 @@ TEST_F(pass_test, a_task_that_cannot_be_carried_out_names_its_bundle) {
                              "no key 'BE9'" + text + "BE9", "no field 'npu_id'" + text + "BE12"}});
 }
 
-TEST_F(pass_test, tasks_that_were_carried_out_succeed_whatever_they_found) {
+TEST_F(programming_pass_test, tasks_that_were_carried_out_succeed_whatever_they_found) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}, {j2_node, "0/1/0/1", "0"}});
   bundle.set("untagged", 1);
   const value sub = sub_with(list_of({"5"}));
@@ -526,7 +527,7 @@ TEST_F(pass_test, tasks_that_were_carried_out_succeed_whatever_they_found) {
                                      sem_missing(2, "0x00021234,there")}});
 }
 
-TEST_F(pass_test, a_task_on_jericho2_takes_the_core_of_its_member) {
+TEST_F(programming_pass_test, a_task_on_jericho2_takes_the_core_of_its_member) {
   add_bundle("BE12", {{j2_node, "0/1/0/1", "0"}});
   const value no_core = new_record<subBundles>();
   no_core.as_record().set("npu_id", "0");
@@ -537,7 +538,7 @@ TEST_F(pass_test, a_task_on_jericho2_takes_the_core_of_its_member) {
 }
 
 // A dump that failed leaves no entry for its NPU.
-TEST_F(pass_test, an_npu_missing_from_bcm_is_told_for_each_object_on_it) {
+TEST_F(programming_pass_test, an_npu_missing_from_bcm_is_told_for_each_object_on_it) {
   for (const std::string_view nodename : {older_node, j2_node}) {
     st().BCM.get().at(nodename).as_map().erase("0");
   }
@@ -558,7 +559,7 @@ TEST_F(pass_test, an_npu_missing_from_bcm_is_told_for_each_object_on_it) {
   EXPECT_EQ(st().programming_error, 2);
 }
 
-TEST_F(pass_test, a_failure_is_logged_before_it_is_counted) {
+TEST_F(programming_pass_test, a_failure_is_logged_before_it_is_counted) {
   const value sub = sub_with(DEFAULT);
   EXPECT_FALSE(counts_before_logging(
       [&] { check_sub_bdl_prgm_task(sub.as_record(), older_node, "8", "0", "here"); }));
@@ -579,7 +580,7 @@ void chip_answers_when(std::string_view condition, std::string_view at_once = ":
                    at_once, condition, chip_answer));
 }
 
-TEST_F(pass_test, all_npus_and_sub_bundles_of_a_bundle_are_asked_together) {
+TEST_F(programming_pass_test, all_npus_and_sub_bundles_of_a_bundle_are_asked_together) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}, {older_node, "0/0/0/2", "1"}});
   for (const char* name : {"BE12.1", "BE12.2"}) add_sub(bundle, name, list_of({"untagged"}));
   bundle.get("sub_bundles").at("BE12.2").as_record().set("glif", "0x00031234");
@@ -591,7 +592,7 @@ TEST_F(pass_test, all_npus_and_sub_bundles_of_a_bundle_are_asked_together) {
   EXPECT_EQ(st().programming_error, 0);
 }
 
-TEST_F(pass_test, the_bundle_is_checked_while_its_sub_bundles_are) {
+TEST_F(programming_pass_test, the_bundle_is_checked_while_its_sub_bundles_are) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}});
   bundle.set("untagged", 1);
   add_sub(bundle, "BE12.1", list_of({"untagged"}));
@@ -602,7 +603,23 @@ TEST_F(pass_test, the_bundle_is_checked_while_its_sub_bundles_are) {
               ElementsAre(sem_missing(1, "0x00011234,BE12(0x3000120) NPU 0,0/0/CPU0")));
 }
 
-TEST_F(pass_test, a_bundle_begins_when_all_workers_of_the_one_before_have_ended) {
+TEST_F(programming_pass_test, a_bundle_waits_for_its_workers_of_the_consistency_pass) {
+  record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}});
+  bundle.set("untagged", 1);
+  const value domains = bundle.get("vlan_domain");
+  const value of_node = domains.at(older_node);
+  domains.as_map().erase(older_node);
+  bool came_too_soon = false;
+  st().bundle_workers["BE12"].append(start_worker([&] {
+    came_too_soon = happens_too_soon([] { return st().programming_error > 0; });
+    domains.as_map().set(older_node, of_node);
+  }));
+  EXPECT_EQ(check(), SUCCESS);
+  EXPECT_FALSE(came_too_soon);
+  expect_told({.programming_error = {sem_missing(1, "0x00011234,BE12(0x3000120) NPU 0,0/0/CPU0")}});
+}
+
+TEST_F(programming_pass_test, a_bundle_begins_when_all_workers_of_the_one_before_have_ended) {
   for (const char* name : {"BE1", "BE2"}) {
     record& bundle = add_bundle(name, {{older_node, "0/0/0/1", "0"}, {older_node, "0/0/0/2", "1"}});
     bundle.set("untagged", 1);
@@ -618,7 +635,7 @@ TEST_F(pass_test, a_bundle_begins_when_all_workers_of_the_one_before_have_ended)
   EXPECT_EQ(seen[2] + seen[3], "22");
 }
 
-TEST_F(pass_test, a_failure_of_the_walk_does_not_wait_for_workers_already_started) {
+TEST_F(programming_pass_test, a_failure_of_the_walk_does_not_wait_for_workers_already_started) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}, {older_node, "0/0/0/2", "7"}});
   bundle.get("vlan_domain").at(older_node).as_map().erase("7");
   add_sub(bundle, "BE12.1", list_of({"untagged"}));
@@ -637,7 +654,7 @@ TEST_F(pass_test, a_failure_of_the_walk_does_not_wait_for_workers_already_starte
   EXPECT_EQ(st().programming_error, 0);
 }
 
-TEST_F(pass_test, each_of_many_findings_has_a_number_of_its_own) {
+TEST_F(programming_pass_test, each_of_many_findings_has_a_number_of_its_own) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}, {older_node, "0/0/0/2", "1"}});
   constexpr int subs = 40;
   std::set<std::string> expected;
@@ -655,7 +672,7 @@ TEST_F(pass_test, each_of_many_findings_has_a_number_of_its_own) {
   EXPECT_THAT(found, UnorderedElementsAreArray(expected));
 }
 
-TEST_F(pass_test, workers_of_several_npus_write_one_llif) {
+TEST_F(programming_pass_test, workers_of_several_npus_write_one_llif) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}, {older_node, "0/0/0/2", "1"}});
   const record& sub = add_sub(bundle, "BE12.5", list_of({"5"}));
   set_tables(older_node, "0", older_tables("8005 Payload=0x1", "", ""));

@@ -34,9 +34,9 @@ l1port) echo 'l1port element 0'; echo '  @dpa_intf_t intf => 0x60'
   echo '  char intf_name => HundredGigE0_0_0_1'; echo '  uint32_t pp_port_id => 5'
   echo '  uint8_t device => 0'; echo '  uint8_t core => 0'; echo '  uint32_t mtu => 1514' ;;
 l2port) printf 'l2port element 0\n  @dpa_intf_t intf => 0x3000120\n  rif_t rif => 0x21\n'
-  printf '  lif_t lif => 0x00000077\n  mac_t bia_mac => 00:11:22:33:44:55\n' ;;
+  printf '  lif_t lif => 0x00012345\n  mac_t bia_mac => 00:11:22:33:44:55\n' ;;
 l2intf) printf 'l2intf element 0\n  @dpa_intf_t intf => 0x3000120\n  uint16_t vlan_domain => 16\n'
-  printf '  gport_t gport_id_lif => 0x00000077\n  uint8_t l2_intf_type => 0\n' ;;
+  printf '  gport_t gport_id_lif => 0x00012345\n  uint8_t l2_intf_type => 0\n' ;;
 l3intf) printf 'l3intf element 0\n  @dpa_intf_t intf => 0x3000120\n'
   printf '  uint16_t l3a_intf_id => 0x21\n' ;;
 esac)";
@@ -102,9 +102,9 @@ TEST_F(run_tessel_test, logs_that_cannot_be_opened_return_to_the_host) {
 }
 
 TEST_F(run_tessel_test, channels_that_cannot_be_opened_end_the_process_with_status_0) {
+  std::filesystem::create_directory(LOG_FILE_EXCEPTION);
   const std::string output = output_of([] {
     EXPECT_EQ(status_in_child([] {
-                const read_only_folder no_logs("/var/log");
                 tessel_init();
                 tessel_run(4096);
                 return 99;
@@ -112,6 +112,7 @@ TEST_F(run_tessel_test, channels_that_cannot_be_opened_end_the_process_with_stat
               0);
   });
   EXPECT_EQ(output, "Log ERROR: No space left on device/Not able to access file system\n");
+  EXPECT_THAT(calls(), IsEmpty());
 }
 
 TEST_F(run_tessel_test, an_inventory_failure_goes_to_the_exit_handling_with_no_title) {
@@ -233,15 +234,19 @@ TEST_F(run_tessel_test, a_failure_that_no_phase_absorbs_returns_minus_2_with_a_t
 }
 
 TEST_F(run_tessel_test, a_failure_behind_a_title_ends_its_line_first) {
-  const std::string output = output_of([] {
-    EXPECT_EQ(status_in_child([] {
-                tessel_init();
-                st().tesselDb = value();  // the size of it is asked for outside of any handler
-                return tessel_run(4096) == TESSEL_ABORTED ? 7 : 99;
-              }),
-              7);
+  std::string output;
+  const std::string complaint = error_output_of([&] {
+    output = output_of([] {
+      EXPECT_EQ(status_in_child([] {
+                  tessel_init();
+                  st().tesselDb = value();  // its size is asked for outside of any handler
+                  return tessel_run(4096) == TESSEL_ABORTED ? 7 : 99;
+                }),
+                7);
+    });
   });
   EXPECT_EQ(output, dumping + " Done\n" + parsing + "\n");
+  EXPECT_THAT(complaint, EndsWith("failure: a map expected, found nothing\n"));
 }
 
 TEST_F(run_tessel_test, the_driver_alone_comes_back_with_the_abort_code) {

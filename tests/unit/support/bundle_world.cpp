@@ -309,11 +309,15 @@ std::string page_long_name() {
   return std::string(5000, 'n');
 }
 
-bool reaches(const counter& count, std::int64_t number) {
+bool comes_true(const std::function<bool()>& condition) {
   using clock = std::chrono::steady_clock;
   const auto deadline = clock::now() + std::chrono::seconds(20);
-  while (count < number && clock::now() < deadline) std::this_thread::yield();
-  return count >= number;
+  while (!condition() && clock::now() < deadline) std::this_thread::yield();
+  return condition();
+}
+
+bool reaches(const counter& count, std::int64_t number) {
+  return comes_true([&] { return count >= number; });
 }
 
 void logged_test::SetUp() {

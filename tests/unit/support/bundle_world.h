@@ -98,7 +98,8 @@ std::int64_t count_while_logging(std::string_view channel, const counter& count,
 // A name of that length.
 std::string page_long_name();
 
-// Waits until `count` has reached `number`; false if that takes unreasonably long.
+// Waits until another thread has made it true; false if that takes unreasonably long.
+bool comes_true(const std::function<bool()>& condition);
 bool reaches(const counter& count, std::int64_t number);
 
 // With the logs open.

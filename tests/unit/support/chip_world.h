@@ -7,8 +7,10 @@
 //   expect_told({.programming_error = {"Programming Error 1: ..."}});
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "support/fake_router.h"
@@ -69,6 +71,18 @@ inline void expect_told(const told& expected) {
   EXPECT_EQ(run.deletePending, static_cast<std::int64_t>(expected.delete_pending.size()));
   EXPECT_EQ(run.inconsistent, static_cast<std::int64_t>(expected.inconsistent.size()));
   EXPECT_EQ(run.info, 0);
+}
+
+// Gives the others time to do what they must not do before this worker has ended. True if
+// `too_soon` came about.
+template <class Condition>
+bool happens_too_soon(Condition too_soon) {
+  const auto give_up = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
+  while (!too_soon()) {
+    if (std::chrono::steady_clock::now() > give_up) return false;
+    std::this_thread::yield();
+  }
+  return true;
 }
 
 }  // namespace tessel

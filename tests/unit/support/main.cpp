@@ -67,6 +67,8 @@ void make_folder(const char* folder) {
 
 void enter_private_folders() {
   if (::unshare(CLONE_NEWNS) != 0) missing("a mount namespace is not to be had");
+  // A command that reaches a real ssh by mistake must not reach anybody's address.
+  if (::unshare(CLONE_NEWNET) != 0) missing("a network namespace is not to be had");
   if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
     missing("cannot make the mounts private");
   }
