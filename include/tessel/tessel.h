@@ -46,7 +46,7 @@ void tessel_finalize(void);
 int32_t run_tessel(uint32_t my_node_id);
 
 /* The run state between tessel_init and tessel_finalize, otherwise null. */
-extern void *m;
+extern void* m;
 
 #ifdef __cplusplus
 }

@@ -130,7 +130,8 @@ TEST_F(programming_pass_test, with_no_bundle_but_hqos_the_pass_starts_no_worker_
   expect_told({});
 }
 
-TEST_F(programming_pass_test, a_node_without_a_vlan_domain_entry_is_told_on_a_run_without_findings) {
+TEST_F(programming_pass_test,
+       a_node_without_a_vlan_domain_entry_is_told_on_a_run_without_findings) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}, {j2_node, "0/1/0/1", "0"}});
   bundle.set("vlan_domain", map_of({}));
   bundle.set("delPending", 1);
@@ -145,7 +146,8 @@ TEST_F(programming_pass_test, a_node_without_a_vlan_domain_entry_is_told_on_a_ru
                .delete_pending = {note(older_node), note(j2_node)}});
 }
 
-TEST_F(programming_pass_test, a_node_without_a_vlan_domain_entry_gives_no_message_once_there_was_a_failure) {
+TEST_F(programming_pass_test,
+       a_node_without_a_vlan_domain_entry_gives_no_message_once_there_was_a_failure) {
   add_bundle("BE12", {{older_node, "0/0/0/1", "0"}}).set("vlan_domain", map_of({}));
   ++st().exception;
   EXPECT_EQ(check(), SUCCESS);
@@ -161,7 +163,8 @@ TEST_F(programming_pass_test,
   EXPECT_THAT(messages(LOG_FILE_PROGRAMMING_ERROR), IsEmpty());
 }
 
-TEST_F(programming_pass_test, a_note_or_a_programming_error_does_not_silence_a_missing_vlan_domain) {
+TEST_F(programming_pass_test,
+       a_note_or_a_programming_error_does_not_silence_a_missing_vlan_domain) {
   add_bundle("BE12", {{older_node, "0/0/0/1", "0"}}).set("vlan_domain", map_of({}));
   ++st().info;
   ++st().programming_error;
@@ -264,7 +267,8 @@ TEST_F(programming_pass_test, an_npu_of_the_same_number_on_another_node_is_anoth
                   EndsWith("DPA RIF 0x5 not found in BCM for BE12(0x3000120) NPU 0,0/1/CPU0")));
 }
 
-TEST_F(programming_pass_test, a_bundle_without_sub_bundles_and_without_untagged_traffic_asks_nothing) {
+TEST_F(programming_pass_test,
+       a_bundle_without_sub_bundles_and_without_untagged_traffic_asks_nothing) {
   st().BCM.set(map_of({}));
   for (const value& untagged : {value(0), value(DEFAULT), value("1"), value(2)}) {
     add_bundle("BE12", {{older_node, "0/0/0/1", "0"}, {j2_node, "0/1/0/1", "0"}})
@@ -387,7 +391,8 @@ TEST_F(programming_pass_test, a_sub_bundle_without_an_exact_key_is_looked_up_by_
   }
 }
 
-TEST_F(programming_pass_test, a_sub_bundle_whose_lif_the_chip_knows_ends_in_a_failure_without_an_exact_key) {
+TEST_F(programming_pass_test,
+       a_sub_bundle_whose_lif_the_chip_knows_ends_in_a_failure_without_an_exact_key) {
   tool_prints("asic_shell_show", chip_answer);
   add_sub(add_bundle("BE12", {{older_node, "0/0/0/1", "0"}}), "BE12.5", list_of({"untagged"}));
   EXPECT_EQ(check(), SUCCESS);
@@ -396,7 +401,8 @@ TEST_F(programming_pass_test, a_sub_bundle_whose_lif_the_chip_knows_ends_in_a_fa
                              "0,0/0/CPU0"}});
 }
 
-TEST_F(programming_pass_test, a_missing_entry_of_a_sub_bundle_is_told_with_name_handle_npu_and_node) {
+TEST_F(programming_pass_test,
+       a_missing_entry_of_a_sub_bundle_is_told_with_name_handle_npu_and_node) {
   add_sub(add_bundle("BE12", {{older_node, "0/0/0/1", "1"}}), "BE12.5", list_of({"5"}));
   EXPECT_EQ(check(), SUCCESS);
   expect_told(
@@ -428,7 +434,8 @@ TEST_F(programming_pass_test, an_encapsulation_that_is_no_number_is_a_failure_of
   }
 }
 
-TEST_F(programming_pass_test, a_failure_in_a_sub_bundle_task_stops_neither_its_siblings_nor_the_bundle) {
+TEST_F(programming_pass_test,
+       a_failure_in_a_sub_bundle_task_stops_neither_its_siblings_nor_the_bundle) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}});
   bundle.set("untagged", 1);
   add_sub(bundle, "BE12.1", list_of({"abc"}));
