@@ -24,8 +24,9 @@ and calls its entry points in order.
   --version       print the version
 
 Exit status:
-  0   the audit ran to its end; findings do not change it, they stand in the
-      result table and in /var/log/tessel_*.log
+  0   the audit ended by itself; whether it was complete stands on its output:
+      six times "Done" and the result table, or "TESSEL Stopped", "Log ERROR".
+      Findings do not change it, they stand in /var/log/tessel_*.log
   1   the audit stopped before it collected anything
   2   the audit was aborted; its traceback stands on standard error
   64  an argument was wrong

@@ -2,7 +2,7 @@
  * tessel.h: the entry points of libtessel.so, for the host process that loads it.
  *
  *   tessel_init();
- *   int32_t result = tessel_run(4096);    // does not return when the audit completed
+ *   int32_t result = tessel_run(4096);    // returns only in the cases below
  *   tessel_finalize();
  *
  * All three are called once, in this order, from one thread of the host. The audit writes its
@@ -30,9 +30,10 @@ void tessel_init(void);
 
 /*
  * Runs the audit. `node_id` is the platform's id of the route processor that the host runs on,
- * 4096 or 4352 on most routers. A completed run, with or without findings, flushes standard
- * output and ends the process with status 0 from inside this call. Returns one of the values
- * above otherwise. Threads of the audit may still run after a return.
+ * 4096 or 4352 on most routers. A run that ends by itself, with findings or without, also one
+ * that says "Not Done" or cannot open its logs, flushes standard output and ends the process with
+ * status 0, by exit, from inside this call. Returns one of the values above otherwise. Threads of
+ * the audit may still run after a return.
  */
 int32_t tessel_run(int32_t node_id);
 
@@ -40,8 +41,8 @@ int32_t tessel_run(int32_t node_id);
 void tessel_finalize(void);
 
 /*
- * The run driver by itself. Returns as tessel_run does, but a completed run comes back from here
- * with TESSEL_ABORTED: what ended it stays pending for tessel_run to act on.
+ * The run driver by itself. Returns as tessel_run does, but a run that ends by itself comes back
+ * from here with TESSEL_ABORTED: what ended it stays pending for tessel_run to act on.
  */
 int32_t run_tessel(uint32_t my_node_id);
 

@@ -91,6 +91,7 @@ TEST_F(text_test, findall_gives_matches_groups_or_tuples) {
       row{"case counts", "be\\d", "BE1 be2", {{"be2"}}},
       row{"an empty match at each place", "x*", "ab", {{""}, {""}, {""}}},
       row{"and behind a longer one", "a*", "baac", {{""}, {"aa"}, {""}, {""}}},
+      row{"which may stand where an empty one does", "|a", "ab", {{""}, {"a"}, {""}, {""}}},
       row{"an empty group of a match", "LAG(\\d*)", "LAG1 LAG", {{"1"}, {""}}},
   };
   for (const row& each : rows) {

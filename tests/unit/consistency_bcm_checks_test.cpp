@@ -318,7 +318,7 @@ TEST_F(bcm_checks_test, a_system_port_of_zeros_is_found_nowhere_and_told) {
     EXPECT_EQ(j2_member(), SUCCESS) << sysport;
     EXPECT_EQ(counted(), (outcome{.inconsistent = 2})) << sysport;
   }
-  EXPECT_EQ(findings().front(),
+  EXPECT_EQ(first(findings()),
             "Inconsistency 1: Member ID not found in BCM for 0/1/0/2, NPU0,P ,NPU: 0");
 }
 
@@ -499,7 +499,7 @@ TEST_F(bcm_checks_test, the_summary_of_findings) {
     each.vary();
     EXPECT_EQ(each.check(), each.result) << each.why;
     EXPECT_EQ(counted(), (outcome{.inconsistent = 1})) << each.why;
-    EXPECT_EQ(findings().back(), "Inconsistency 1: " + each.told) << each.why;
+    EXPECT_EQ(last(findings()), "Inconsistency 1: " + each.told) << each.why;
   }
 }
 
@@ -518,7 +518,7 @@ void expect_failure(const failing_row& each) {
   each.vary();
   EXPECT_EQ(each.check(), ERROR) << each.why;
   EXPECT_EQ(counted(), (outcome{.exception = 1})) << each.why;
-  EXPECT_THAT(exceptions().back(), failed_on(each.named, each.message)) << each.why;
+  EXPECT_THAT(last(exceptions()), failed_on(each.named, each.message)) << each.why;
 }
 
 TEST_F(bcm_checks_test, a_table_that_is_ERROR_or_a_text_is_a_failure_counted_once) {

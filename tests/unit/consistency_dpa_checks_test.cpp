@@ -674,7 +674,7 @@ TEST_F(dpa_checks_test, a_slot_of_DPA_that_holds_ERROR_or_a_text_fails_the_reade
       each.vary();
       EXPECT_EQ(each.check(), ERROR) << each.why;
       EXPECT_EQ(counted(), (outcome{.exception = 1})) << each.why;
-      EXPECT_THAT(exceptions().back(), failed_on(each.named, each.message)) << each.why;
+      EXPECT_THAT(last(exceptions()), failed_on(each.named, each.message)) << each.why;
     }
   }
   EXPECT_THAT(findings(), IsEmpty());
@@ -755,7 +755,7 @@ TEST_F(dpa_checks_test, what_is_looked_up_without_a_presence_test_is_a_failure_w
     each.vary();
     EXPECT_EQ(each.check(), ERROR) << each.why;
     EXPECT_EQ(counted(), (outcome{.exception = 1})) << each.why;
-    EXPECT_THAT(exceptions().back(), failed_on(each.named, each.message)) << each.why;
+    EXPECT_THAT(last(exceptions()), failed_on(each.named, each.message)) << each.why;
   }
   EXPECT_THAT(findings(), IsEmpty());
   EXPECT_TRUE(all_have_tracebacks());

@@ -136,7 +136,7 @@ TEST_F(field_checks_test, is_entry_present_in_ERROR_or_a_text_is_a_failure_and_n
   for (const row& each : rows) {
     EXPECT_EQ(is_entry_present("0x1", each.obj, "DPA", "BE12"), ERROR) << each.why;
     EXPECT_EQ(counted(), (outcome{.exception = ++failures})) << each.why;
-    EXPECT_THAT(exceptions().back(),
+    EXPECT_THAT(last(exceptions()),
                 failed_on("", "is_entry_present verification failed for BE12 in DPA"))
         << each.why;
   }
@@ -429,7 +429,7 @@ TEST_F(field_checks_test, a_missing_field_is_a_failure_and_no_finding) {
         << each.field;
     EXPECT_EQ(counted(), (outcome{.exception = ++failures})) << each.field;
     const std::string rest = fmt::format(fmt::runtime(each.message), be12::bundle_text);
-    EXPECT_THAT(exceptions().back(), failed_on(each.field, rest));
+    EXPECT_THAT(last(exceptions()), failed_on(each.field, rest));
   }
   EXPECT_THAT(findings(), IsEmpty());
   EXPECT_TRUE(all_have_tracebacks());

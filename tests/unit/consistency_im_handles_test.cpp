@@ -140,7 +140,7 @@ TEST_F(im_handles_test, a_listing_without_line_ends_is_searched_in_time_with_its
   }
   std::string word;
   while (word.size() < std::size_t{4} << 20) word += "0x";
-  EXPECT_EQ(looked_up("y" + word + " BE1.1 up", "BE1.1"), word) << "from the first 0x of the word";
+  EXPECT_TRUE(looked_up("y" + word + " BE1.1 up", "BE1.1") == word) << "from its first 0x on";
 }
 
 TEST_F(im_handles_test, workers_that_ask_at_once_get_the_same_answer) {

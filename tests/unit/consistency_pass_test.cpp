@@ -281,7 +281,7 @@ TEST_F(pass_test, a_store_of_bundles_that_is_none_ends_the_pass_with_ERROR) {
   st().tesselDb = ERROR;
   EXPECT_EQ(run_pass_to_the_end(), ERROR);
   EXPECT_EQ(exceptions().size(), 3U);
-  EXPECT_THAT(exceptions().back(), failed_on("", "Consistency check failed"));
+  EXPECT_THAT(last(exceptions()), failed_on("", "Consistency check failed"));
   EXPECT_EQ(counted(), (outcome{.exception = 3})) << "two of them for the scale";
 }
 

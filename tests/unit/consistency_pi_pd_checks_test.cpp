@@ -60,13 +60,13 @@ TEST_F(pi_pd_checks_test, bdlInfoPI_that_was_never_parsed_is_a_failure_counted_o
     st().exception = 0;
     st().bdlInfoPI.set(content);
     EXPECT_EQ(check_bundles_PI("BE12"), ERROR);
-    EXPECT_THAT(exceptions().back(),
+    EXPECT_THAT(last(exceptions()),
                 failed_on("BE12", "is_entry_present verification failed for BE12 in BM PI"));
     EXPECT_EQ(counted(), (outcome{.exception = 1}));
     EXPECT_EQ(check_members_PI(be12::older_port, "BE12", be12::older, be12::member_text), ERROR);
-    EXPECT_THAT(exceptions().back(), failed_on("BE12",
-                                               "BM PI verification failed for "
-                                               "0/0/0/1,BE12(0x3000120), 0/0/CPU0"));
+    EXPECT_THAT(last(exceptions()), failed_on("BE12",
+                                              "BM PI verification failed for "
+                                              "0/0/0/1,BE12(0x3000120), 0/0/CPU0"));
     EXPECT_EQ(counted(), (outcome{.exception = 2}));
   }
   EXPECT_THAT(findings(), IsEmpty());
@@ -77,7 +77,7 @@ TEST_F(pi_pd_checks_test, check_bundles_PI_fails_on_an_entry_that_lacks_a_value)
     enter_healthy_bundle();
     drop(st().bdlInfoPI.get(), {"BE12", key});
     EXPECT_EQ(check_bundles_PI("BE12"), ERROR) << key;
-    EXPECT_THAT(exceptions().back(), failed_on(key, "BM PI Bundle verification failed for BE12"));
+    EXPECT_THAT(last(exceptions()), failed_on(key, "BM PI Bundle verification failed for BE12"));
   }
   EXPECT_EQ(counted(), (outcome{.exception = 3}));
   EXPECT_TRUE(all_have_tracebacks());
@@ -281,13 +281,12 @@ TEST_F(pi_pd_checks_test, bdlInfoPD_that_was_never_parsed_is_a_failure_counted_o
     st().exception = 0;
     st().bdlInfoPD.set(content);
     EXPECT_EQ(bundles_PD(), ERROR);
-    EXPECT_THAT(exceptions().back(), failed_on("BE12",
-                                               "is_entry_present verification failed for "
-                                               "BE12(0x3000120), 0/0/CPU0 in BME"));
+    EXPECT_THAT(last(exceptions()), failed_on("BE12",
+                                              "is_entry_present verification failed for "
+                                              "BE12(0x3000120), 0/0/CPU0 in BME"));
     EXPECT_EQ(counted(), (outcome{.exception = 1}));
     EXPECT_EQ(check_members_PD(be12::older_port, "BE12", be12::older, "object"), ERROR);
-    EXPECT_THAT(exceptions().back(),
-                failed_on("BE12", "BME member verification failed for object"));
+    EXPECT_THAT(last(exceptions()), failed_on("BE12", "BME member verification failed for object"));
     EXPECT_EQ(counted(), (outcome{.exception = 2}));
   }
   EXPECT_THAT(findings(), IsEmpty());

@@ -76,8 +76,8 @@ TEST_F(consistency_threads_test, of_two_layers_that_disagree_exactly_one_is_told
       const value held = element.as_record().get(field);
       EXPECT_TRUE(held == "0x11111" || held == "0x22222") << printed(held);
       const std::string other = held == "0x11111" ? "0x22222" : "0x11111";
-      EXPECT_THAT(findings().back(), testing::HasSubstr(other));
-      EXPECT_THAT(findings().back(), testing::HasSubstr(held.as_text()));
+      EXPECT_THAT(last(findings()), testing::HasSubstr(other));
+      EXPECT_THAT(last(findings()), testing::HasSubstr(held.as_text()));
     }
   }
   expect_each_number_once(told);

@@ -276,6 +276,12 @@ std::vector<std::string> exceptions() {
 std::vector<std::string> delete_notes() {
   return messages(LOG_FILE_DELETE_PENDING);
 }
+std::string first(const std::vector<std::string>& told) {
+  return told.empty() ? "" : told.front();
+}
+std::string last(const std::vector<std::string>& told) {
+  return told.empty() ? "" : told.back();
+}
 bool all_have_tracebacks() {
   const std::vector<std::string> lines = log_lines(LOG_FILE_EXCEPTION);
   const auto heads = std::count(lines.begin(), lines.end(), "Traceback (most recent call last):");

@@ -85,6 +85,9 @@ outcome counted();
 std::vector<std::string> findings();
 std::vector<std::string> exceptions();
 std::vector<std::string> delete_notes();
+// One of them, or an empty text if there is none.
+std::string first(const std::vector<std::string>& told);
+std::string last(const std::vector<std::string>& told);
 // True if each of these failures was logged with its traceback.
 bool all_have_tracebacks();
 
