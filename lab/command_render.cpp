@@ -1,0 +1,24 @@
+#include <cstdlib>
+
+#include "capture.h"
+#include "commands.h"
+#include "description.h"
+#include "faults.h"
+#include "render.h"
+
+namespace lab {
+
+router faulty_router(const std::string& name, const std::vector<std::string>& faults) {
+  router r = load_router(name);
+  for (const std::string& fault : faults) r.faults.push_back(parse_fault(fault));
+  return r;
+}
+
+int render_command(const std::vector<std::string>& arguments) {
+  const option_values o = parse_options(arguments, {.with_value = {"--fault"}});
+  expect_operands(o, 2, "ROUTER OUT");
+  write_folder(render(faulty_router(o.operands[0], o.all_of("--fault"))), o.operands[1]);
+  return EXIT_SUCCESS;
+}
+
+}  // namespace lab

@@ -1,0 +1,86 @@
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "capture.h"
+#include "commands.h"
+#include "namespace_run.h"
+#include "render.h"
+
+namespace lab {
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path own_program() {
+  return fs::read_symlink("/proc/self/exe");
+}
+
+fs::path existing_file(const std::string& named, const char* beside, const char* option) {
+  const fs::path file = named.empty() ? own_program().parent_path() / beside : fs::path{named};
+  if (!fs::is_regular_file(file))
+    throw lab_error(
+        fmt::format("{}: there is no such file; name it with {}", file.string(), option));
+  return fs::absolute(file);
+}
+
+fs::path logs_folder(const std::string& named) {
+  if (named.empty()) {
+    const char* temporary = std::getenv("TMPDIR");
+    std::string folder =
+        std::string{temporary == nullptr ? "/tmp" : temporary} + "/lab-logs.XXXXXX";
+    if (mkdtemp(folder.data()) == nullptr) throw lab_error(folder + ": cannot be made");
+    fmt::print(stderr, "tessel-lab: the logs are in {}\n", folder);
+    return folder;
+  }
+  std::error_code failure;
+  fs::create_directories(named, failure);
+  if (failure) throw lab_error(fmt::format("{}: {}", named, failure.message()));
+  return fs::absolute(named);
+}
+
+fs::path calls_file(const std::string& named) {
+  if (named.empty()) return {};
+  const int fd = open(named.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) throw lab_error(fmt::format("{}: cannot be written", named));
+  close(fd);
+  return fs::absolute(named);
+}
+
+// A capture folder answers as it stands; a router is rendered first.
+void set_answers(const option_values& o, run_request& request) {
+  const std::string& what = o.operands[0];
+  if (is_capture_folder(what)) {
+    if (o.has("--fault"))
+      throw usage_error("run: a fault is planted into a router, not into a capture");
+    request.folder = fs::absolute(what);
+    request.answers = read_manifest(request.folder);
+  } else if (fs::is_directory(what)) {
+    throw lab_error(fmt::format("{}: no capture, there is no manifest in it", what));
+  } else {
+    request.answers = render(faulty_router(what, o.all_of("--fault")));
+  }
+}
+
+}  // namespace
+
+int run_command(const std::vector<std::string>& arguments) {
+  const option_values o = parse_options(
+      arguments,
+      {.with_value = {"--fault", "--logs", "--host", "--library", "--keep-calls"}, .rest = true});
+  expect_operands(o, 1, "ROUTER or CAPTURE");
+  run_request request;
+  set_answers(o, request);
+  request.lab = own_program();
+  request.host = existing_file(o.value_of("--host"), "tessel-host", "--host");
+  request.library = existing_file(o.value_of("--library"), "libtessel.so", "--library");
+  request.logs = logs_folder(o.value_of("--logs"));
+  request.calls = calls_file(o.value_of("--keep-calls"));
+  request.host_arguments = o.rest;
+  return run_in_namespace(request);
+}
+
+}  // namespace lab
