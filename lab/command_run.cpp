@@ -5,13 +5,13 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "archive.h"
 #include "capture.h"
 #include "commands.h"
 #include "namespace_run.h"
 #include "render.h"
 
 namespace lab {
-namespace {
 
 namespace fs = std::filesystem;
 
@@ -42,6 +42,8 @@ fs::path logs_folder(const std::string& named) {
   return fs::absolute(named);
 }
 
+namespace {
+
 fs::path calls_file(const std::string& named) {
   if (named.empty()) return {};
   const int fd = open(named.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
@@ -50,16 +52,28 @@ fs::path calls_file(const std::string& named) {
   return fs::absolute(named);
 }
 
-// A capture folder answers as it stands; a router is rendered first.
+fs::path record_place(const std::string& named) {
+  if (named.empty()) return {};
+  const fs::path place = fs::absolute(named);
+  if (fs::exists(fs::symlink_status(place)))
+    throw lab_error(fmt::format("{}: exists already", named));
+  if (!fs::is_directory(place.parent_path()))
+    throw lab_error(fmt::format("{}: there is no such folder", place.parent_path().string()));
+  return place;
+}
+
+// A capture folder answers as it stands; a packed one is unpacked into memory, a router is rendered
+// first.
 void set_answers(const option_values& o, run_request& request) {
   const std::string& what = o.operands[0];
-  if (is_capture_folder(what)) {
-    if (o.has("--fault"))
-      throw usage_error("run: a fault is planted into a router, not into a capture");
+  const bool is_file = fs::is_regular_file(what) && !what.ends_with(".toml");
+  if ((fs::is_directory(what) || is_file) && o.has("--fault"))
+    throw usage_error("run: a fault is planted into a router, not into a capture");
+  if (fs::is_directory(what)) {
     request.folder = fs::absolute(what);
     request.answers = read_manifest(request.folder);
-  } else if (fs::is_directory(what)) {
-    throw lab_error(fmt::format("{}: no capture, there is no manifest in it", what));
+  } else if (is_file) {
+    request.answers = read_packed(what);
   } else {
     request.answers = render(faulty_router(what, o.all_of("--fault")));
   }
@@ -70,7 +84,8 @@ void set_answers(const option_values& o, run_request& request) {
 int run_command(const std::vector<std::string>& arguments) {
   const option_values o = parse_options(
       arguments,
-      {.with_value = {"--fault", "--logs", "--host", "--library", "--keep-calls"}, .rest = true});
+      {.with_value = {"--fault", "--logs", "--host", "--library", "--keep-calls", "--record"},
+       .rest = true});
   expect_operands(o, 1, "ROUTER or CAPTURE");
   run_request request;
   set_answers(o, request);
@@ -79,6 +94,7 @@ int run_command(const std::vector<std::string>& arguments) {
   request.library = existing_file(o.value_of("--library"), "libtessel.so", "--library");
   request.logs = logs_folder(o.value_of("--logs"));
   request.calls = calls_file(o.value_of("--keep-calls"));
+  request.record = record_place(o.value_of("--record"));
   request.host_arguments = o.rest;
   return run_in_namespace(request);
 }

@@ -4,6 +4,7 @@
 //
 //     /opt/nos/bin        every tool, a link to this program; first on the path
 //     /opt/nos/capture    what the tools answer
+//     /opt/nos/state      how often they did, where that matters
 //     /opt/nos/libexec    this program and the host
 //     /opt/nos/lib        the library
 //     /var/log            the folder for the logs
@@ -17,10 +18,9 @@
 #include <vector>
 
 #include "capture.h"
+#include "child.h"
 
 namespace lab {
-
-inline constexpr int missing_privileges = 77;
 
 struct run_request {
   capture answers;               // if `folder` is empty; else only its manifest's part
@@ -28,6 +28,7 @@ struct run_request {
   std::filesystem::path logs;    // exists
   std::filesystem::path host;
   std::filesystem::path library;
+  std::filesystem::path record;             // capture to record there, may be empty
   std::filesystem::path calls;              // where to list the tool calls, may be empty
   std::filesystem::path lab;                // this program
   std::vector<std::string> host_arguments;  // behind those that name the library and the node id
