@@ -96,6 +96,12 @@ std::string capture_folder() {
   return named != nullptr && *named != '\0' ? named : "/opt/nos/capture";
 }
 
+int open_answer(const std::string& folder, const std::string& file) {
+  const int in = open((folder + "/" + file).c_str(), O_RDONLY | O_CLOEXEC);
+  const std::string shared = in < 0 && errno == ENOENT ? shared_file_name(file) : std::string{};
+  return shared.empty() ? in : open((folder + "/" + shared).c_str(), O_RDONLY | O_CLOEXEC);
+}
+
 }  // namespace
 
 call resolve(const std::vector<std::string>& command) {
@@ -113,7 +119,7 @@ int serve(const std::vector<std::string>& command) {
     return ssh_failed;
   }
   const std::string folder = capture_folder() + "/" + wanted.place;
-  const int in = open((folder + "/" + wanted.file).c_str(), O_RDONLY | O_CLOEXEC);
+  const int in = open_answer(folder, wanted.file);
   if (in < 0) {
     if (wanted.place != local_place && access(folder.c_str(), F_OK) != 0) {
       fmt::print(stderr, "ssh: connect to host {} port 22: No route to host\n", wanted.place);
