@@ -4,7 +4,7 @@
 #include <string>
 
 #include "base/text.h"
-#include "collect/interface_mtus.h"
+#include "parse/interface_mtus.h"
 #include "consistency/im_handles.h"
 #include "parse/bcm_lag.h"
 #include "parse/bundle_pd.h"

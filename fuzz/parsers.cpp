@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "base/text.h"
-#include "collect/interface_mtus.h"
+#include "parse/interface_mtus.h"
 #include "consistency/im_handles.h"
 #include "hygiene/bundle_health.h"
 #include "parse/bcm_lag.h"

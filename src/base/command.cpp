@@ -11,10 +11,10 @@
 #include <csignal>
 #include <cstring>
 
+#include "base/dump.h"
 #include "base/failure.h"
-#include "base/helpers.h"
+#include "base/findings.h"
 #include "base/log_file.h"
-#include "base/logs.h"
 #include "run/state.h"
 
 extern char** environ;
@@ -163,9 +163,7 @@ value execute(std::string_view cmd, std::string_view suffix) {
     wait_for(plan.shell(std::string(cmd)));
     return capture.read_all();
   } catch (const std::exception& error) {
-    ++st().exception;
-    logger(fmt::format("{}: execution failed for {}", error.what(), cmd), "exception", true);
-    return ERROR;
+    return count_and_log(fmt::format("{}: execution failed for {}", error.what(), cmd));
   }
 }
 
@@ -179,9 +177,7 @@ value execute_bcmd(std::string_view bcmd, const value& npu_id, const value& node
     if (grep_opt != DEFAULT) cmd = fmt::format("{} | grep {}", cmd, grep_opt);
     return execute(cmd, fmt::format("{}_{}_{}", fname, npu, node));
   } catch (const std::exception& error) {
-    ++st().exception;
-    logger(fmt::format("{}: execution failed for {}", error.what(), bcmd), "exception", true);
-    return ERROR;
+    return count_and_log(fmt::format("{}: execution failed for {}", error.what(), bcmd));
   }
 }
 

@@ -14,7 +14,6 @@ namespace tessel {
 
 namespace {
 
-constexpr std::string_view white_space = " \t\n\r\f\v";
 constexpr std::size_t longest_line = 8192;
 constexpr std::size_t longest_blank_run = 2048;
 constexpr std::size_t first_jit_stack = 64 * 1024;
@@ -45,10 +44,6 @@ struct free_match_context {
 struct free_jit_stack {
   void operator()(pcre2_jit_stack* stack) const { pcre2_jit_stack_free(stack); }
 };
-
-bool is_white_space(char c) {
-  return white_space.find(c) != std::string_view::npos;
-}
 
 template <class Belongs>
 void refuse_long_run(std::string_view text, std::string_view what, std::size_t longest,
@@ -346,7 +341,7 @@ void require_readable(std::string_view text, here where) {
   refuse_long_run(text, "run of blanks", longest_blank_run, is_white_space, where);
 }
 
-std::string_view readable_blanks(const value& output, here where) {
+std::string_view readable_any_line(const value& output, here where) {
   const std::string_view text = output.as_text(where);
   refuse_long_run(text, "run of blanks", longest_blank_run, is_white_space, where);
   return text;

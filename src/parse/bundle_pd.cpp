@@ -6,9 +6,9 @@
 #include <string>
 
 #include "base/command.h"
-#include "base/failure.h"
-#include "base/helpers.h"
+#include "base/findings.h"
 #include "base/logs.h"
+#include "base/numbers.h"
 #include "base/text.h"
 #include "run/state.h"
 
@@ -111,9 +111,7 @@ int dump_parse_bundle_info_PD() {
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    ++run.exception;
-    logger(fmt::format("{}: dump_parse_bundle_info_PD failed", error.what()), "exception", true);
-    return ERROR;
+    return count_and_log(fmt::format("{}: dump_parse_bundle_info_PD failed", error.what()));
   }
 }
 

@@ -5,9 +5,9 @@
 #include <string>
 
 #include "base/command.h"
-#include "base/failure.h"
-#include "base/helpers.h"
+#include "base/findings.h"
 #include "base/logs.h"
+#include "base/numbers.h"
 #include "base/text.h"
 #include "run/state.h"
 
@@ -107,9 +107,7 @@ int dump_parse_bundle_info_PI() {
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: parse_bundle_info_PI failed", error.what()), "exception", true);
-    ++run.exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: parse_bundle_info_PI failed", error.what()));
   }
 }
 
