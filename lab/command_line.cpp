@@ -32,7 +32,8 @@ constexpr const char* help_text =
     "      --fault NAME                          plant a fault; may be repeated\n"
     "      --logs DIR                            leave the logs there\n"
     "      --host FILE                           tessel-host beside this program unless given\n"
-    "      --library FILE                        libtessel.so beside this program unless given\n"
+    "      --library FILE                        libtessel.so beside this program, or in the\n"
+    "                                            library folder of its installation, unless given\n"
     "      --keep-calls FILE                     list every tool call there\n"
     "      -- HOST ARGS                          for the host\n"
     "  tessel-lab --help | --version\n"
@@ -125,8 +126,16 @@ fs::path own_program() {
   return fs::read_symlink("/proc/self/exe");
 }
 
-fs::path existing_file(const std::string& named, const char* beside, const char* option) {
-  const fs::path file = named.empty() ? own_program().parent_path() / beside : fs::path{named};
+// Beside this program, as a build leaves it, or where an installation has it.
+fs::path own_library() {
+  const fs::path folder = own_program().parent_path();
+  const fs::path beside = folder / "libtessel.so";
+  const fs::path installed = (folder / TESSEL_BIN_TO_LIB / "libtessel.so").lexically_normal();
+  return !fs::exists(beside) && fs::exists(installed) ? installed : beside;
+}
+
+fs::path existing_file(const std::string& named, const fs::path& usual, const char* option) {
+  const fs::path file = named.empty() ? usual : fs::path{named};
   if (!fs::is_regular_file(file))
     throw lab_error(
         fmt::format("{}: there is no such file; name it with {}", file.string(), option));
@@ -170,8 +179,8 @@ int run_command(const options& o) {
     request.answers = render(faulty_router(o.operands[0], o.faults));
   }
   request.lab = own_program();
-  request.host = existing_file(o.host, "tessel-host", "--host");
-  request.library = existing_file(o.library, "libtessel.so", "--library");
+  request.host = existing_file(o.host, own_program().parent_path() / "tessel-host", "--host");
+  request.library = existing_file(o.library, own_library(), "--library");
   request.logs = logs_folder(o.logs);
   request.calls = calls_file(o.calls);
   request.host_arguments = o.host_arguments;
