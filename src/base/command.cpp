@@ -17,8 +17,6 @@
 #include "base/log_file.h"
 #include "run/state.h"
 
-extern char** environ;
-
 namespace tessel {
 
 namespace {

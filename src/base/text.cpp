@@ -16,8 +16,8 @@ namespace {
 
 constexpr std::size_t longest_line = 8192;
 constexpr std::size_t longest_blank_run = 2048;
-constexpr std::size_t first_jit_stack = 64 * 1024;
-constexpr std::size_t largest_jit_stack = 32 * 1024 * 1024;
+constexpr std::size_t first_jit_stack = std::size_t{64} * 1024;
+constexpr std::size_t largest_jit_stack = std::size_t{32} * 1024 * 1024;
 
 pcre2_code* compile(std::string_view expression, letter_case letters) {
   const std::unique_ptr<pcre2_compile_context, decltype(&pcre2_compile_context_free)> context(
@@ -103,8 +103,9 @@ class matcher {
 
   std::string_view group(std::uint32_t number) const {
     const PCRE2_SIZE* ends = pcre2_get_ovector_pointer(data_.get());
-    if (ends[2 * number] == PCRE2_UNSET) return {};
-    return subject_.substr(ends[2 * number], ends[2 * number + 1] - ends[2 * number]);
+    const std::size_t at = std::size_t{2} * number;
+    if (ends[at] == PCRE2_UNSET) return {};
+    return subject_.substr(ends[at], ends[at + 1] - ends[at]);
   }
 
  private:
