@@ -83,11 +83,11 @@ bool add_bundle(std::string_view bundle, map& bundles) {
 }  // namespace
 
 value parse_bundle_info_PI(std::string_view text) {
-  value bdltmp = make_map();
+  value bundles = make_map();
   for (const std::string_view bundle : split(text, "Bundle-Ether")) {
-    if (!add_bundle(bundle, bdltmp.as_map())) return ERROR;
+    if (!add_bundle(bundle, bundles.as_map())) return ERROR;
   }
-  return bdltmp;
+  return bundles;
 }
 
 int dump_parse_bundle_info_PI() {
@@ -98,10 +98,10 @@ int dump_parse_bundle_info_PI() {
         "grep -E 'Bundle|Member|Operational MTU|Local'",
         "BM_PI");
     run.bdlInfoPI.set(output);
-    const value bdltmp = parse_bundle_info_PI(readable(output));
-    if (!bdltmp.is_map()) return ERROR;
-    run.bdlInfoPI.set(bdltmp);
-    if (!bdltmp.truthy()) {
+    const value bundles = parse_bundle_info_PI(readable(output));
+    if (!bundles.is_map()) return ERROR;
+    run.bdlInfoPI.set(bundles);
+    if (!bundles.truthy()) {
       ++run.exception;
       logger("INFO: BMPI dont have any bundle data", "exception");
     }
