@@ -79,7 +79,7 @@ struct run_state {
   std::string nodename;  // of the node whose line of the inventory is being read
   int activenode_cnt = 0;
 
-  // Written by the main thread and read by nobody; they show in a debugger what the run began with.
+  // Written by the main thread; no phase reads them.
   std::time_t start_time = 0;
   int standbynode_cnt = 0;
   int vmcnt = 0;
