@@ -1,4 +1,4 @@
-#include "collect/interface_mtus.h"
+#include "parse/interface_mtus.h"
 
 #include <algorithm>
 #include <vector>
@@ -9,18 +9,12 @@ namespace tessel {
 
 namespace {
 
-constexpr std::string_view white_space = " \t\n\r\f\v";
 constexpr std::string_view number_characters = "0123456789/";
 constexpr std::size_t npos = std::string_view::npos;
 
-bool is_white(char c) {
-  return white_space.find(c) != npos;
-}
-
 // The characters of the definition's one class.
 bool is_between(char c) {
-  const bool word = (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-  return word || c == '_' || c == '+' || c == ',' || c == '[' || is_white(c);
+  return is_word(c) || c == '+' || c == ',' || c == '[' || is_white_space(c);
 }
 
 std::size_t end_of(std::string_view text, std::size_t from, bool (*belongs)(char)) {
@@ -53,9 +47,19 @@ std::vector<mtu_word> mtu_words(std::string_view listing) {
 
 // Where "\s+is\s" behind the number that ends at `number_end` ends, or nowhere.
 std::size_t end_of_head(std::string_view text, std::size_t number_end) {
-  const std::size_t is = end_of(text, number_end, is_white);
+  const std::size_t is = end_of(text, number_end, is_white_space);
   if (is == number_end || text.substr(is, 2) != "is") return npos;
-  return is + 2 < text.size() && is_white(text[is + 2]) ? is + 3 : npos;
+  return is + 2 < text.size() && is_white_space(text[is + 2]) ? is + 3 : npos;
+}
+
+// The last MTU within the run of characters that a head is followed by, or null.
+const mtu_word* last_mtu_of(std::size_t head_end, std::size_t run_end,
+                            const std::vector<mtu_word>& words) {
+  const auto behind = std::partition_point(
+      words.begin(), words.end(), [run_end](const mtu_word& each) { return each.word < run_end; });
+  if (behind == words.begin()) return nullptr;
+  const mtu_word& last = *std::prev(behind);
+  return last.line_feed >= head_end ? &last : nullptr;
 }
 
 }  // namespace
@@ -74,13 +78,9 @@ value parse_interface_mtus(std::string_view listing) {
     const std::size_t head_end = end_of_head(interfaces, number_end);
     if (head_end != npos) {
       if (run_end < head_end) run_end = end_of(interfaces, head_end, is_between);
-      const auto behind =
-          std::partition_point(words.begin(), words.end(),
-                               [run_end](const mtu_word& each) { return each.word < run_end; });
-      if (behind != words.begin() && std::prev(behind)->line_feed >= head_end) {
-        const std::string_view mtu = std::prev(behind)->mtu;
-        mtus.as_map().set(interfaces.substr(number, number_end - number), mtu);
-        next = static_cast<std::size_t>(mtu.data() - interfaces.data()) + mtu.size();
+      if (const mtu_word* last = last_mtu_of(head_end, run_end, words)) {
+        mtus.as_map().set(interfaces.substr(number, number_end - number), last->mtu);
+        next = static_cast<std::size_t>(last->mtu.data() - interfaces.data()) + last->mtu.size();
       }
     }
     number = interfaces.find_first_of(number_characters, next);

@@ -1,4 +1,4 @@
-// Numbers as the platform prints them, and stores as a person reads them.
+// Numbers as the platform prints them.
 //
 //   convert_hex_to_int("0x10")   // "16"     decimal text
 //   convert_to_hex("16")         // "0x10"   lower-case hexadecimal text
@@ -16,7 +16,6 @@
 #include <string_view>
 
 #include "base/here.h"
-#include "base/log_file.h"
 #include "base/value.h"
 
 namespace tessel {
@@ -30,7 +29,8 @@ value convert_hex_to_int(const value& val);
 std::string convert_to_hex(const value& val, here where = here::current());
 
 // A map of maps with its outer keys (automatic base) and inner values (integers) as hexadecimal
-// text; inner keys stay. Throws `failure` for anything that is no number.
+// text; inner keys stay. Throws `failure` for anything that is no number. No parser needs it today;
+// it is kept as the form of `convert_to_hex` for a whole table.
 value convert_object_to_hex(const value& val);
 
 // A text read with automatic base; as plain decimal; as hexadecimal with or without "0x". Each
@@ -39,23 +39,5 @@ value convert_object_to_hex(const value& val);
 std::int64_t to_integer(const value& text, here where = here::current());
 std::int64_t to_decimal(const value& text, here where = here::current());
 std::int64_t to_hexadecimal(std::string_view text, here where = here::current());
-
-// The map of a record's fields, the form in which it is serialised.
-value dumper(const value& obj);
-
-// Writes `obj` as JSON to `outfile`, keys sorted, between the lines 'Start of LAYER entries...'
-// and 'End of LAYER entries...' (in quotes). What cannot be serialised is logged on the channel
-// "exception" and printed plainly instead; nothing is counted. Throws `failure` if a marker line
-// cannot be written.
-void print_object(const value& obj, log_file& outfile, std::string_view layer);
-
-// `text` in its quoted form as one line of `outfile`.
-void pprint(std::string_view text, log_file& outfile);
-
-// A text as it is, an integer in decimal, anything else in its printed form.
-std::string plain(const value& obj);
-
-// The printed form of a value: {'key': 'text', 'other': 1, 'list': ['a', 'b']}.
-std::string printed(const value& obj);
 
 }  // namespace tessel
