@@ -47,6 +47,7 @@ constexpr std::array subcommands{
         "      --library FILE                        libtessel.so beside this program unless "
         "given\n"
         "      --keep-calls FILE                     list every tool call there\n"
+        "      --real-ssh                            nodes in network namespaces, behind OpenSSH\n"
         "      -- HOST ARGS                          for the host\n",
         run_command},
 };

@@ -52,25 +52,32 @@ fs::path calls_file(const std::string& named) {
 
 // A capture folder answers as it stands; a router is rendered first.
 void set_answers(const option_values& o, run_request& request) {
+  std::vector<std::string> faults = o.all_of("--fault");
+  const std::vector<planted_ssh_fault> ssh_faults = take_ssh_faults(faults);
+  request.real_ssh = o.has("--real-ssh");
+  if (!ssh_faults.empty() && !request.real_ssh)
+    throw usage_error(fmt::format("run: fault {} needs --real-ssh", ssh_faults.front().name));
   const std::string& what = o.operands[0];
   if (is_capture_folder(what)) {
-    if (o.has("--fault"))
+    if (!faults.empty())
       throw usage_error("run: a fault is planted into a router, not into a capture");
     request.folder = fs::absolute(what);
     request.answers = read_manifest(request.folder);
   } else if (fs::is_directory(what)) {
     throw lab_error(fmt::format("{}: no capture, there is no manifest in it", what));
   } else {
-    request.answers = render(faulty_router(what, o.all_of("--fault")));
+    request.answers = render(faulty_router(what, faults));
   }
+  if (request.real_ssh) request.nodes = nodes_behind_ssh(request.answers, ssh_faults);
 }
 
 }  // namespace
 
 int run_command(const std::vector<std::string>& arguments) {
   const option_values o = parse_options(
-      arguments,
-      {.with_value = {"--fault", "--logs", "--host", "--library", "--keep-calls"}, .rest = true});
+      arguments, {.with_value = {"--fault", "--logs", "--host", "--library", "--keep-calls"},
+                  .flags = {"--real-ssh"},
+                  .rest = true});
   expect_operands(o, 1, "ROUTER or CAPTURE");
   run_request request;
   set_answers(o, request);

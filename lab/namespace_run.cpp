@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <poll.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -11,11 +12,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 
+#include "mounts.h"
 #include "router.h"
 
 namespace lab {
@@ -27,14 +30,6 @@ constexpr int cannot_prepare = 70;
 
 // Setting up -------------------------------------------------------------------------------------
 // The functions of this section run in the child, which has the namespace to itself.
-
-struct no_privileges {
-  std::string what;
-};
-
-[[noreturn]] void fail(const std::string& what) {
-  throw lab_error(fmt::format("{}: {}", what, std::strerror(errno)));
-}
 
 void write_setting(const char* file, const std::string& text) {
   const int fd = open(file, O_WRONLY | O_CLOEXEC);
@@ -61,51 +56,14 @@ void enter_namespace() {
   write_setting("/proc/self/gid_map", fmt::format("{} {} 1", group, group));
 }
 
-void mount_or_fail(const std::string& from, const std::string& to, const char* type,
-                   unsigned long flags, const char* options) {
-  if (mount(from.c_str(), to.c_str(), type, flags, options) == 0) return;
-  const std::string what = fmt::format("mount on {}: {}", to, std::strerror(errno));
-  if (errno == EPERM || errno == EACCES) throw no_privileges{"no right to mount: " + what};
-  throw lab_error(what);
-}
-
-// A file or folder held open while mounts may cover the path that leads to it.
-class held {
- public:
-  explicit held(const fs::path& path) : fd_(open(path.c_str(), O_PATH | O_CLOEXEC)) {
-    if (fd_ < 0) fail(path.string());
-  }
-  held(const held&) = delete;
-  held& operator=(const held&) = delete;
-  ~held() { close(fd_); }
-
-  void bind_to(const fs::path& target) const {
-    mount_or_fail(fmt::format("/proc/self/fd/{}", fd_), target.string(), nullptr, MS_BIND | MS_REC,
-                  nullptr);
-  }
-
- private:
-  int fd_;
-};
-
-void make_folder(const fs::path& folder) {
-  if (mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) fail(folder.string());
-}
-
-void bind_file(const held& source, const fs::path& target) {
-  const int fd = open(target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-  if (fd < 0) fail(target.string());
-  close(fd);
-  source.bind_to(target);
-}
-
-void link_tools(const capture& answers) {
-  for (const std::string& tool : tool_names()) {
-    const auto& missing = answers.missing_tools;
-    if (std::find(missing.begin(), missing.end(), tool) != missing.end()) continue;
-    const std::string link = "/opt/nos/bin/" + tool;
-    if (symlink("../libexec/tessel-lab", link.c_str()) != 0) fail(link);
-  }
+std::vector<std::string> tools_there(const run_request& request) {
+  std::vector<std::string> tools;
+  const auto& missing = request.answers.missing_tools;
+  for (const std::string& tool : tool_names())
+    if (std::find(missing.begin(), missing.end(), tool) == missing.end() &&
+        !(request.real_ssh && tool == "ssh"))
+      tools.push_back(tool);
+  return tools;
 }
 
 // A path of the lab's machine may lie under /opt, /var or /tmp: all are held before any is covered.
@@ -127,7 +85,7 @@ void prepare(const run_request& request) {
   bind_file(host, "/opt/nos/libexec/tessel-host");
   bind_file(library, "/opt/nos/lib/libtessel.so");
   if (!request.calls.empty()) bind_file(calls, "/opt/nos/calls");
-  link_tools(request.answers);
+  link_tools(tools_there(request));
   if (request.folder.empty())
     write_files(request.answers, "/opt/nos/capture");
   else
@@ -166,28 +124,6 @@ bool names_option(const std::vector<std::string>& arguments, const std::string& 
   fail(request.host.string());
 }
 
-[[noreturn]] void be_child(const run_request& request, const sigset_t& signals_before,
-                           pid_t parent) {
-  // A group of its own, so that one signal reaches the host and every tool that it started.
-  setpgid(0, 0);
-  sigprocmask(SIG_SETMASK, &signals_before, nullptr);
-  try {
-    prepare(request);
-    // Entering a user namespace forgets this wish, so it is made behind that.
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) _exit(cannot_prepare);
-    start_host(request);
-  } catch (const no_privileges& missing) {
-    fmt::print(stderr, "tessel-lab: {}\n", missing.what);
-    _exit(missing_privileges);
-  } catch (const std::exception& failure) {
-    fmt::print(stderr, "tessel-lab: {}\n", failure.what());
-  }
-  _exit(cannot_prepare);
-}
-
-// Waiting ----------------------------------------------------------------------------------------
-
 sigset_t awaited_signals() {
   sigset_t set;
   sigemptyset(&set);
@@ -199,6 +135,56 @@ int status_of(int wait_status) {
   constexpr int signal_base = 128;
   return WIFSIGNALED(wait_status) ? signal_base + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
 }
+
+// The first process of its namespace: starts the nodes and the host, and collects whoever ends.
+// The kernel keeps signals from it that it does not await, so it passes them on.
+[[noreturn]] void be_first_process(const run_request& request, const sigset_t& signals_before) {
+  start_nodes(request.nodes, tools_there(request));
+  const pid_t host = fork();
+  if (host < 0) fail("fork");
+  if (host == 0) {
+    sigprocmask(SIG_SETMASK, &signals_before, nullptr);
+    start_host(request);
+  }
+  const sigset_t awaited = awaited_signals();
+  for (;;) {
+    int wait_status = 0;
+    const pid_t ended = waitpid(-1, &wait_status, WNOHANG);
+    if (ended == host) _exit(status_of(wait_status));
+    if (ended > 0) continue;
+    const int signal = sigwaitinfo(&awaited, nullptr);
+    if (signal > 0 && signal != SIGCHLD) kill(host, signal);
+  }
+}
+
+// A lifeline's other end is held by the parent alone.
+bool is_cut(int lifeline) {
+  pollfd end{lifeline, 0, 0};
+  return poll(&end, 1, 0) > 0 && (end.revents & POLLHUP) != 0;
+}
+
+[[noreturn]] void be_child(const run_request& request, const sigset_t& signals_before,
+                           int lifeline) {
+  // A group of its own, so that one signal reaches the host and every tool that it started.
+  setpgid(0, 0);
+  if (!request.real_ssh) sigprocmask(SIG_SETMASK, &signals_before, nullptr);
+  try {
+    prepare(request);
+    // Entering a user namespace forgets this wish, so it is made behind that.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (is_cut(lifeline)) _exit(cannot_prepare);
+    if (request.real_ssh) be_first_process(request, signals_before);
+    start_host(request);
+  } catch (const no_privileges& missing) {
+    fmt::print(stderr, "tessel-lab: {}\n", missing.what);
+    _exit(missing_privileges);
+  } catch (const std::exception& failure) {
+    fmt::print(stderr, "tessel-lab: {}\n", failure.what());
+  }
+  _exit(cannot_prepare);
+}
+
+// Waiting ----------------------------------------------------------------------------------------
 
 // Passes signals on; a host that does not end within some seconds of one is killed.
 int wait_for(pid_t child, const sigset_t& awaited) {
@@ -241,18 +227,27 @@ const std::vector<std::string>& tool_names() {
   return names;
 }
 
-int run_in_namespace(const run_request& request) {
+int run_in_namespace(const run_request& request) try {
+  if (request.real_ssh) insist_on_real_ssh();
   const sigset_t awaited = awaited_signals();
   sigset_t before;
   sigprocmask(SIG_BLOCK, &awaited, &before);
-  const pid_t self = getpid();
-  const pid_t child = fork();
+  std::array<int, 2> lifeline{};
+  if (pipe2(lifeline.data(), O_CLOEXEC) != 0) fail("pipe");
+  const pid_t child = request.real_ssh ? fork_into_process_namespace() : fork();
   if (child < 0) fail("fork");
-  if (child == 0) be_child(request, before, self);
+  if (child == 0) {
+    close(lifeline[1]);
+    be_child(request, before, lifeline[0]);
+  }
   setpgid(child, child);  // whoever is first: the child must not be signalled before it has one
   const int status = wait_for(child, awaited);
+  for (const int end : lifeline) close(end);
   sigprocmask(SIG_SETMASK, &before, nullptr);
   return status;
+} catch (const no_privileges& missing) {
+  fmt::print(stderr, "tessel-lab: {}\n", missing.what);
+  return missing_privileges;
 }
 
 }  // namespace lab
