@@ -88,6 +88,12 @@ std::string file_name(std::string_view tool, const std::vector<std::string>& arg
   return shortened(std::move(name));
 }
 
+std::string shared_file_name(std::string_view file) {
+  const std::size_t unit = file.rfind(",-u,");
+  if (!file.starts_with("asic_shell_show,-c,") || unit == std::string_view::npos) return {};
+  return std::string{file.substr(0, unit)};
+}
+
 std::vector<std::string> words_of(std::string_view command_line) {
   std::vector<std::string> words;
   bool in_word = false;
@@ -121,7 +127,10 @@ void answer(capture& c, std::string_view place, std::string_view command_line, s
 }
 
 std::string& answer_to(capture& c, std::string_view place, std::string_view command_line) {
-  const auto found = c.answers.find({std::string{place}, file_name(command_line)});
+  const std::string file = file_name(command_line);
+  auto found = c.answers.find({std::string{place}, file});
+  if (found == c.answers.end())
+    found = c.answers.find({std::string{place}, shared_file_name(file)});
   if (found == c.answers.end())
     throw lab_error(fmt::format("{}: no answer to \"{}\" at {}", c.router, command_line, place));
   return found->second;

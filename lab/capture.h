@@ -31,6 +31,10 @@ std::string file_name(std::string_view tool, const std::vector<std::string>& arg
 std::string file_name(std::string_view command_line);
 std::vector<std::string> words_of(std::string_view command_line);
 
+// The file whose answer stands for all chips, for a chip command whose own file is not there:
+// "asic_shell_show,-c,diag+lag,-u,3,-n,7" -> "asic_shell_show,-c,diag+lag". Empty for all others.
+std::string shared_file_name(std::string_view file);
+
 struct capture {
   std::string router;
   std::uint32_t host_node_id = 4096;
@@ -42,7 +46,8 @@ struct capture {
 
 // Adds an answer; an answer of the same name is replaced.
 void answer(capture& c, std::string_view place, std::string_view command_line, std::string text);
-// Returns the answer to a command line. Throws `lab_error` if there is none.
+// Returns the answer to a command line, its own or the shared one. Throws `lab_error` if there is
+// none.
 std::string& answer_to(capture& c, std::string_view place, std::string_view command_line);
 
 // Writes the files and the manifest into `folder`, which exists and is empty.

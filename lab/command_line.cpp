@@ -27,6 +27,16 @@ constexpr std::array subcommands{
                "  tessel-lab render ROUTER OUT              write what the router's tools print\n"
                "      --fault NAME                          plant a fault; may be repeated\n",
                render_command},
+    subcommand{"generate",
+               "  tessel-lab generate OUT                   the same for a healthy router made up\n"
+               "      --type TYPE                           birch unless given\n"
+               "      --cards N --npus N                    line cards, NPUs of each\n"
+               "      --bundles N --members N               bundles, members of each\n"
+               "      --l2-subs N --l3-subs N               sub-bundles of the whole router\n"
+               "      --family old|j2|mixed                 its chips, mixed unless given\n"
+               "      --hqos                                with hierarchical QoS\n"
+               "      --seed N                              of what is left to chance\n",
+               generate_command},
     subcommand{
         "run",
         "  tessel-lab run ROUTER|CAPTURE|PACKED      audit it in a namespace of its own\n"
@@ -37,6 +47,7 @@ constexpr std::array subcommands{
         "      --library FILE                        libtessel.so beside this program unless "
         "given\n"
         "      --keep-calls FILE                     list every tool call there\n"
+        "      --real-ssh                            nodes in network namespaces, behind OpenSSH\n"
         "      --record OUT                          record that router while it is audited\n"
         "      -- HOST ARGS                          for the host\n",
         run_command},

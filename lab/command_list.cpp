@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "description.h"
 #include "faults.h"
+#include "ssh_faults.h"
 
 namespace lab {
 
@@ -18,6 +19,8 @@ int list_command(const std::vector<std::string>& arguments) {
 int faults_command(const std::vector<std::string>& arguments) {
   expect_operands(parse_options(arguments, {}), 0, "nothing");
   for (const fault& f : fault_catalogue())
+    fmt::print("{:<20} {}\n{:<20}   {}\n", f.name, f.description, "", f.finding);
+  for (const ssh_fault& f : ssh_faults())
     fmt::print("{:<20} {}\n{:<20}   {}\n", f.name, f.description, "", f.finding);
   return EXIT_SUCCESS;
 }

@@ -65,9 +65,14 @@ fs::path record_place(const std::string& named) {
 // A capture folder answers as it stands; a packed one is unpacked into memory, a router is rendered
 // first.
 void set_answers(const option_values& o, run_request& request) {
+  std::vector<std::string> faults = o.all_of("--fault");
+  const std::vector<planted_ssh_fault> ssh_faults = take_ssh_faults(faults);
+  request.real_ssh = o.has("--real-ssh");
+  if (!ssh_faults.empty() && !request.real_ssh)
+    throw usage_error(fmt::format("run: fault {} needs --real-ssh", ssh_faults.front().name));
   const std::string& what = o.operands[0];
   const bool is_file = fs::is_regular_file(what) && !what.ends_with(".toml");
-  if ((fs::is_directory(what) || is_file) && o.has("--fault"))
+  if ((fs::is_directory(what) || is_file) && !faults.empty())
     throw usage_error("run: a fault is planted into a router, not into a capture");
   if (fs::is_directory(what)) {
     request.folder = fs::absolute(what);
@@ -75,8 +80,9 @@ void set_answers(const option_values& o, run_request& request) {
   } else if (is_file) {
     request.answers = read_packed(what);
   } else {
-    request.answers = render(faulty_router(what, o.all_of("--fault")));
+    request.answers = render(faulty_router(what, faults));
   }
+  if (request.real_ssh) request.nodes = nodes_behind_ssh(request.answers, ssh_faults);
 }
 
 }  // namespace
@@ -85,6 +91,7 @@ int run_command(const std::vector<std::string>& arguments) {
   const option_values o = parse_options(
       arguments,
       {.with_value = {"--fault", "--logs", "--host", "--library", "--keep-calls", "--record"},
+       .flags = {"--real-ssh"},
        .rest = true});
   expect_operands(o, 1, "ROUTER or CAPTURE");
   run_request request;

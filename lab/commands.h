@@ -15,6 +15,7 @@ namespace lab {
 int list_command(const std::vector<std::string>& arguments);
 int faults_command(const std::vector<std::string>& arguments);
 int render_command(const std::vector<std::string>& arguments);
+int generate_command(const std::vector<std::string>& arguments);
 int run_command(const std::vector<std::string>& arguments);
 int record_command(const std::vector<std::string>& arguments);
 int pack_command(const std::vector<std::string>& arguments);

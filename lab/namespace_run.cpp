@@ -1,13 +1,17 @@
 #include "namespace_run.h"
 
 #include <fmt/format.h>
+#include <poll.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstdlib>
 
 #include "child.h"
@@ -22,11 +26,13 @@ namespace fs = std::filesystem;
 // Setting up -------------------------------------------------------------------------------------
 // The functions of this section run in the child, which has the namespace to itself.
 
-std::vector<std::string> tools_there(const capture& answers) {
+std::vector<std::string> tools_there(const run_request& request) {
   std::vector<std::string> tools;
-  const auto& missing = answers.missing_tools;
+  const auto& missing = request.answers.missing_tools;
   for (const std::string& tool : tool_names())
-    if (std::find(missing.begin(), missing.end(), tool) == missing.end()) tools.push_back(tool);
+    if (std::find(missing.begin(), missing.end(), tool) == missing.end() &&
+        !(request.real_ssh && tool == "ssh"))
+      tools.push_back(tool);
   return tools;
 }
 
@@ -50,7 +56,7 @@ void prepare(const run_request& request) {
   bind_file(library, "/opt/nos/lib/libtessel.so");
   if (!request.calls.empty()) bind_file(calls, "/opt/nos/calls");
   if (!request.record.empty()) record.bind_to("/opt/nos/record");
-  link_tools(tools_there(request.answers));
+  link_tools(tools_there(request));
   if (request.folder.empty())
     write_files(request.answers, "/opt/nos/capture");
   else
@@ -87,16 +93,44 @@ void prepare(const run_request& request) {
   execute_program(std::move(words));
 }
 
+// The first process of its namespace: starts the nodes and the host, and collects whoever ends.
+// The kernel keeps signals from it that it does not await, so it passes them on.
+[[noreturn]] void be_first_process(const run_request& request, const sigset_t& signals_before) {
+  start_nodes(request.nodes, tools_there(request));
+  const pid_t host = fork();
+  if (host < 0) fail("fork");
+  if (host == 0) {
+    sigprocmask(SIG_SETMASK, &signals_before, nullptr);
+    start_host(request);
+  }
+  const sigset_t awaited = awaited_signals();
+  for (;;) {
+    int wait_status = 0;
+    const pid_t ended = waitpid(-1, &wait_status, WNOHANG);
+    if (ended == host) _exit(status_of(wait_status));
+    if (ended > 0) continue;
+    const int signal = sigwaitinfo(&awaited, nullptr);
+    if (signal > 0 && signal != SIGCHLD) kill(host, signal);
+  }
+}
+
+// A lifeline's other end is held by the parent alone.
+bool is_cut(int lifeline) {
+  pollfd end{lifeline, 0, 0};
+  return poll(&end, 1, 0) > 0 && (end.revents & POLLHUP) != 0;
+}
+
 [[noreturn]] void be_child(const run_request& request, const sigset_t& signals_before,
-                           pid_t parent) {
+                           int lifeline) {
   // A group of its own, so that one signal reaches the host and every tool that it started.
   setpgid(0, 0);
-  sigprocmask(SIG_SETMASK, &signals_before, nullptr);
+  if (!request.real_ssh) sigprocmask(SIG_SETMASK, &signals_before, nullptr);
   try {
     prepare(request);
     // Entering a user namespace forgets this wish, so it is made behind that.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) _exit(cannot_prepare);
+    if (is_cut(lifeline)) _exit(cannot_prepare);
+    if (request.real_ssh) be_first_process(request, signals_before);
     start_host(request);
   } catch (const no_privileges& missing) {
     fmt::print(stderr, "tessel-lab: {}\n", missing.what);
@@ -127,18 +161,27 @@ const std::vector<std::string>& tool_names() {
   return names;
 }
 
-int run_in_namespace(const run_request& request) {
+int run_in_namespace(const run_request& request) try {
+  if (request.real_ssh) insist_on_real_ssh();
   const sigset_t awaited = awaited_signals();
   sigset_t before;
   sigprocmask(SIG_BLOCK, &awaited, &before);
-  const pid_t self = getpid();
-  const pid_t child = fork();
+  std::array<int, 2> lifeline{};
+  if (pipe2(lifeline.data(), O_CLOEXEC) != 0) fail("pipe");
+  const pid_t child = request.real_ssh ? fork_into_process_namespace() : fork();
   if (child < 0) fail("fork");
-  if (child == 0) be_child(request, before, self);
+  if (child == 0) {
+    close(lifeline[1]);
+    be_child(request, before, lifeline[0]);
+  }
   setpgid(child, child);  // whoever is first: the child must not be signalled before it has one
   const int status = wait_for_child(child, awaited);
+  for (const int end : lifeline) close(end);
   sigprocmask(SIG_SETMASK, &before, nullptr);
   return status;
+} catch (const no_privileges& missing) {
+  fmt::print(stderr, "tessel-lab: {}\n", missing.what);
+  return missing_privileges;
 }
 
 }  // namespace lab
