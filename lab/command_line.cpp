@@ -39,7 +39,7 @@ constexpr std::array subcommands{
                generate_command},
     subcommand{
         "run",
-        "  tessel-lab run ROUTER|CAPTURE             audit it in a namespace of its own\n"
+        "  tessel-lab run ROUTER|CAPTURE|PACKED      audit it in a namespace of its own\n"
         "      --fault NAME                          plant a fault; may be repeated\n"
         "      --logs DIR                            leave the logs there\n"
         "      --host FILE                           tessel-host beside this program unless "
@@ -48,8 +48,23 @@ constexpr std::array subcommands{
         "given\n"
         "      --keep-calls FILE                     list every tool call there\n"
         "      --real-ssh                            nodes in network namespaces, behind OpenSSH\n"
+        "      --record OUT                          record that router while it is audited\n"
         "      -- HOST ARGS                          for the host\n",
         run_command},
+    subcommand{
+        "record",
+        "  tessel-lab record OUT                     audit the router that this is, and keep what\n"
+        "                                            its tools print as a capture\n"
+        "      --logs DIR                            leave the logs there, not in /var/log\n"
+        "      --host FILE, --library FILE           as for run\n"
+        "      -- HOST ARGS                          for the host\n",
+        record_command},
+    subcommand{
+        "pack",
+        "  tessel-lab pack CAPTURE PACKED            make one compressed file of a capture\n",
+        pack_command},
+    subcommand{"unpack", "  tessel-lab unpack PACKED OUT              make a capture of it again\n",
+               unpack_command},
 };
 
 int help() {
@@ -59,8 +74,7 @@ int help() {
       "  tessel-lab --help | --version\n"
       "\n"
       "ROUTER is a name from the list or a file that ends in .toml; CAPTURE is a folder that "
-      "render "
-      "wrote.\n");
+      "render,\nrecord or unpack wrote, PACKED a file that pack wrote.\n");
   return EXIT_SUCCESS;
 }
 
