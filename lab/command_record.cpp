@@ -12,8 +12,8 @@ int record_command(const std::vector<std::string>& arguments) {
   record_request request;
   request.out = o.operands[0];
   request.lab = own_program();
-  request.host = existing_file(o.value_of("--host"), "tessel-host", "--host");
-  request.library = existing_file(o.value_of("--library"), "libtessel.so", "--library");
+  request.host = host_of(o);
+  request.library = library_of(o);
   if (o.has("--logs")) request.logs = logs_folder(o.value_of("--logs"));
   request.host_arguments = o.rest;
   return run_recorded(request);

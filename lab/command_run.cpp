@@ -12,19 +12,35 @@
 #include "render.h"
 
 namespace lab {
+namespace {
 
 namespace fs = std::filesystem;
+
+fs::path existing_file(const fs::path& file, const char* option) {
+  if (!fs::is_regular_file(file))
+    throw lab_error(
+        fmt::format("{}: there is no such file; name it with {}", file.string(), option));
+  return fs::absolute(file);
+}
+
+}  // namespace
 
 fs::path own_program() {
   return fs::read_symlink("/proc/self/exe");
 }
 
-fs::path existing_file(const std::string& named, const char* beside, const char* option) {
-  const fs::path file = named.empty() ? own_program().parent_path() / beside : fs::path{named};
-  if (!fs::is_regular_file(file))
-    throw lab_error(
-        fmt::format("{}: there is no such file; name it with {}", file.string(), option));
-  return fs::absolute(file);
+fs::path host_of(const option_values& o) {
+  const fs::path beside = own_program().parent_path() / "tessel-host";
+  return existing_file(o.has("--host") ? fs::path{o.value_of("--host")} : beside, "--host");
+}
+
+// A build leaves it beside this program, an installation in its folder of libraries.
+fs::path library_of(const option_values& o) {
+  const fs::path folder = own_program().parent_path();
+  const fs::path beside = folder / "libtessel.so";
+  const fs::path installed = (folder / TESSEL_BIN_TO_LIB / "libtessel.so").lexically_normal();
+  const fs::path usual = !fs::exists(beside) && fs::exists(installed) ? installed : beside;
+  return existing_file(o.has("--library") ? fs::path{o.value_of("--library")} : usual, "--library");
 }
 
 fs::path logs_folder(const std::string& named) {
@@ -97,8 +113,8 @@ int run_command(const std::vector<std::string>& arguments) {
   run_request request;
   set_answers(o, request);
   request.lab = own_program();
-  request.host = existing_file(o.value_of("--host"), "tessel-host", "--host");
-  request.library = existing_file(o.value_of("--library"), "libtessel.so", "--library");
+  request.host = host_of(o);
+  request.library = library_of(o);
   request.logs = logs_folder(o.value_of("--logs"));
   request.calls = calls_file(o.value_of("--keep-calls"));
   request.record = record_place(o.value_of("--record"));

@@ -28,10 +28,10 @@ router faulty_router(const std::string& name, const std::vector<std::string>& fa
 
 std::filesystem::path own_program();
 
-// The named file, or the one beside this program if none was named; absolute. Throws `lab_error`
-// that names the option if there is no such file.
-std::filesystem::path existing_file(const std::string& named, const char* beside,
-                                    const char* option);
+// The host and the library that --host and --library name, or those that belong to this program;
+// absolute. Throws `lab_error` that names the option if there is no such file.
+std::filesystem::path host_of(const option_values& o);
+std::filesystem::path library_of(const option_values& o);
 
 // The named folder, made if need be, or a new one, which standard error then tells of; absolute.
 std::filesystem::path logs_folder(const std::string& named);

@@ -178,7 +178,7 @@ void add_subs(const generate_request& wanted, router& r, std::mt19937& chance) {
     add_sub(r.bundles[at % wanted.bundles], true, chance);
   const unsigned layer3 = (wanted.bundles + 1) / 2;
   for (unsigned at = 0; at < wanted.l3_subs; ++at)
-    add_sub(r.bundles[at % layer3 * 2], false, chance);
+    add_sub(r.bundles[std::size_t{at % layer3} * 2], false, chance);
 }
 
 }  // namespace

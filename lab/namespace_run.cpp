@@ -1,5 +1,6 @@
 #include "namespace_run.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <sched.h>

@@ -59,7 +59,7 @@ TESSEL_EXPORT void tessel_init(void) {
   try {
     m = &tessel::new_state();
   } catch (const std::exception&) {
-    assert(!"no memory for the run state");
+    assert(false && "no memory for the run state");
   }
 }
 
