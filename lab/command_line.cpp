@@ -48,6 +48,8 @@ constexpr std::array subcommands{
         "given\n"
         "      --keep-calls FILE                     list every tool call there\n"
         "      --real-ssh                            nodes in network namespaces, behind OpenSSH\n"
+        "      --latency CLASS=TIME,...              tools answer late: "
+        "ssh=150ms,chip=0.3s,all=5ms\n"
         "      --record OUT                          record that router while it is audited\n"
         "      -- HOST ARGS                          for the host\n",
         run_command},
