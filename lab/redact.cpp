@@ -138,14 +138,15 @@ class text_redactor {
           (word(0) == "snmp-server" && (word(i) == "contact" || word(i) == "location")))
         return add_up_to(line, words[i + 1].begin, texts_, out);
       if (is_name_word(line, words, i)) return add_up_to(line, words[i + 1].begin, names_, out);
-      if (among(user_words, word(i))) {
+      if (is_user_word(line, words, i)) {
         out.append(line.substr(0, words[i + 1].begin));
         out += names_.of(word(i + 1));
         return add_secrets(line, words, i + 2, words[i + 1].begin + words[i + 1].size, out);
       }
-      if (among(secret_words, word(i)))
-        return add_secrets(line, words, i + 1, words[i].begin + words[i].size, out);
+      if (among(secret_words, word(i))) return add_secrets(line, words, i + 1, 0, out);
     }
+    if (word(0) == "snmp-server" && words.size() > 3 && word(1) == "host")
+      return add_secrets(line, words, 3, 0, out);
     out.append(line);
   }
 
@@ -158,7 +159,14 @@ class text_redactor {
     return word(0).starts_with("!!") && word(i) == "by" && i + 2 == words.size();
   }
 
-  // Whatever stands behind the word that announces a secret, but for its kind and its rights.
+  static bool is_user_word(std::string_view line, const std::vector<word_place>& words,
+                           std::size_t i) {
+    const auto word = [&](std::size_t n) { return line.substr(words[n].begin, words[n].size); };
+    return word(i) == "username" || (i == 1 && word(0) == "snmp-server" && word(1) == "user");
+  }
+
+  // `copied` bytes of the line are done. Whatever stands behind the word that announces a secret,
+  // but for its kind and its rights.
   void add_secrets(std::string_view line, const std::vector<word_place>& words, std::size_t from,
                    std::size_t copied, std::string& out) {
     for (std::size_t i = from; i < words.size(); ++i) {
@@ -185,13 +193,12 @@ class text_redactor {
   }
 
   static constexpr std::array<std::string_view, 3> text_words{"description", "remark", "alias"};
-  static constexpr std::array<std::string_view, 1> user_words{"username"};
-  static constexpr std::array<std::string_view, 12> secret_words{
-      "password",       "secret",     "key",      "key-string", "community", "pre-shared-key",
-      "authentication", "passphrase", "auth-key", "md5",        "hash",      "shared-secret"};
-  static constexpr std::array<std::string_view, 12> harmless_words{
-      "encrypted", "clear",          "ro",    "rw",   "RO",  "RW", "SystemOwner",
-      "LROwner",   "message-digest", "chain", "mode", "type"};
+  static constexpr std::array<std::string_view, 9> secret_words{
+      "password",       "secret",     "key",      "key-string", "community",
+      "pre-shared-key", "passphrase", "auth-key", "md5"};
+  static constexpr std::array<std::string_view, 17> harmless_words{
+      "encrypted", "clear",   "ro", "rw",      "RO",     "RW",   "SystemOwner", "LROwner", "chain",
+      "traps",     "informs", "2c", "version", "noauth", "auth", "priv",        "udp-port"};
 
   address_redactor& addresses_;
   replacements texts_{"text"};
