@@ -40,6 +40,7 @@ struct capture {
   std::uint32_t host_node_id = 4096;
   std::vector<std::pair<std::string, std::string>> nodes;  // address, node name
   std::vector<std::string> missing_tools;                  // tools that the router does not have
+  std::string calls;  // the list of a recording, empty if it was rendered
   // Place ("local" or an address) and file name to the whole output.
   std::map<std::pair<std::string, std::string>, std::string> answers;
 };
