@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <optional>
 
 #include "child.h"
@@ -263,7 +264,13 @@ int end_like(int wait_status) {
 }  // namespace
 
 bool is_recording() {
-  return std::getenv(record_folder_variable) != nullptr;
+  const char* work = std::getenv(record_folder_variable);
+  if (work == nullptr) return false;
+  // In the lab this program is the real tool as well, which has the same environment where there is
+  // no way back; only its place tells.
+  std::error_code ignored;
+  const std::string self = std::filesystem::read_symlink("/proc/self/exe", ignored).string();
+  return !self.starts_with(fmt::format("{}/real/", work));
 }
 
 int record_call(const std::vector<std::string>& command) {

@@ -121,10 +121,10 @@ bool copy_file(const std::string& file, int out) {
 
 // How many calls of this command line there were before this one, of all processes of a run: where
 // a byte that is appended comes to stand. None without a folder to count in.
-std::size_t calls_before(const call& wanted) {
+std::size_t calls_before(const struct stat& list) {
   const char* named = std::getenv("TESSEL_LAB_STATE");
   const std::string folder = named != nullptr && *named != '\0' ? named : "/opt/nos/state";
-  const std::string file = folder + "/" + wanted.place + "," + wanted.file;
+  const std::string file = fmt::format("{}/{}-{}", folder, list.st_dev, list.st_ino);
   const int fd = open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0) return 0;
   const off_t behind = write(fd, ".", 1) == 1 ? lseek(fd, 0, SEEK_CUR) : 1;
@@ -133,11 +133,12 @@ std::size_t calls_before(const call& wanted) {
 }
 
 // Returns nothing if the command line has no list.
-std::optional<int> serve_from_list(const std::string& file, const call& wanted) {
+std::optional<int> serve_from_list(const std::string& file) {
   const std::string list_file = file + std::string{list_suffix};
-  if (access(list_file.c_str(), F_OK) != 0) return std::nullopt;
+  struct stat status {};
+  if (stat(list_file.c_str(), &status) != 0) return std::nullopt;
   const std::vector<listed_answer> list = parse_answer_list(read_whole(list_file), list_file);
-  const listed_answer& answer = list[std::min(calls_before(wanted), list.size() - 1)];
+  const listed_answer& answer = list[std::min(calls_before(status), list.size() - 1)];
   const std::string output = numbered_file(file, answer.number);
   const std::string complaint = output + std::string{complaint_suffix};
   if (answer.complains && !copy_file(complaint, STDERR_FILENO))
@@ -166,9 +167,9 @@ int serve(const std::vector<std::string>& command) {
   const std::string file = folder + "/" + wanted.file;
   try {
     if (copy_file(file, STDOUT_FILENO)) return EXIT_SUCCESS;
+    if (const auto status = serve_from_list(file)) return *status;
     const std::string shared = shared_file_name(wanted.file);
     if (!shared.empty() && copy_file(folder + "/" + shared, STDOUT_FILENO)) return EXIT_SUCCESS;
-    if (const auto status = serve_from_list(file, wanted)) return *status;
   } catch (const std::exception& failure) {
     fmt::print(stderr, "{}: {}\n", tool_of(command), failure.what());
     return EXIT_FAILURE;

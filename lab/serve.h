@@ -8,6 +8,7 @@
 //
 // A chip command without a file of its own is answered from the file that all chips share, if there
 // is one: .../asic_shell_show,-c,diag+pp+lif+id=0x4000+gl=1+type=in.
+//
 // A recorded command line that gave different answers, or a status other than 0, has a list of them
 // (record_list.h), which is answered call by call; TESSEL_LAB_STATE names a folder to count the
 // calls in (else /opt/nos/state).
