@@ -23,6 +23,11 @@ constexpr std::array subcommands{
     subcommand{"faults",
                "  tessel-lab faults                         the faults that can be planted\n",
                faults_command},
+    subcommand{
+        "expect",
+        "  tessel-lab expect ROUTER                  what the audit must find, a line a fault\n"
+        "      --fault NAME                          plant a fault; may be repeated\n",
+        expect_command},
     subcommand{"render",
                "  tessel-lab render ROUTER OUT              write what the router's tools print\n"
                "      --fault NAME                          plant a fault; may be repeated\n",
@@ -49,7 +54,9 @@ int help() {
       "\n"
       "ROUTER is a name from the list or a file that ends in .toml; CAPTURE is a folder that "
       "render "
-      "wrote.\n");
+      "wrote.\n"
+      "A fault is NAME, NAME@3 for the fourth place that suits it, NAME=ARGUMENT if it takes "
+      "one.\n");
   return EXIT_SUCCESS;
 }
 

@@ -18,7 +18,8 @@ int list_command(const std::vector<std::string>& arguments) {
 int faults_command(const std::vector<std::string>& arguments) {
   expect_operands(parse_options(arguments, {}), 0, "nothing");
   for (const fault& f : fault_catalogue())
-    fmt::print("{:<20} {}\n{:<20}   {}\n", f.name, f.description, "", f.finding);
+    fmt::print("{:<24} {}\n{:<24}   {}\n", f.name, f.description, "",
+               f.finding.empty() ? "no finding" : f.finding);
   return EXIT_SUCCESS;
 }
 

@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -134,7 +135,19 @@ void prepare(const run_request& request) {
     folder.bind_to("/opt/nos/capture");
   logs.bind_to("/var/log");
   mount_or_fail("tmpfs", "/tmp", "tmpfs", MS_NODEV | MS_NOSUID, "mode=1777");
+  for (const std::string& name : request.answers.blocked_captures)
+    make_folder("/tmp/tessel_" + name + ".log");
+  const held no_room("/dev/full");
+  for (const std::string& name : request.answers.full_logs)
+    bind_file(no_room, "/var/log/tessel_" + name + ".log");
   if (chdir("/") != 0) fail("/");
+}
+
+// A limit that a file reaches is an error for the audit, not its end.
+void limit_files(std::uint64_t bytes) {
+  const rlimit limit{bytes, bytes};
+  if (signal(SIGXFSZ, SIG_IGN) == SIG_ERR || setrlimit(RLIMIT_FSIZE, &limit) != 0)
+    fail("limit of files");
 }
 
 bool names_option(const std::vector<std::string>& arguments, const std::string& option) {
@@ -162,6 +175,7 @@ bool names_option(const std::vector<std::string>& arguments, const std::string& 
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
+  if (request.answers.file_limit > 0) limit_files(request.answers.file_limit);
   execv(arguments.front(), arguments.data());
   fail(request.host.string());
 }

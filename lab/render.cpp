@@ -20,11 +20,14 @@ std::string lif_answer(const router& r, const std::string& object, std::uint32_t
                        std::uint32_t local_lif, std::uint32_t vsi, const node& n, unsigned npu) {
   const unsigned low = glif & 0xffff;
   std::string text = fmt::format("Ingress LIF 0x{:04x} (global)\n", low);
-  if (is_absent(r, "chip.glif", object, n.name, static_cast<int>(npu)))
-    return text + "  no such global LIF\n";
-  text += fmt::format("GLIF 0x{:04x} -> Local In_LIF:{:#x} table: A\n", low, local_lif);
+  const std::string held = overridden(r, "chip.glif", object, n.name, static_cast<int>(npu))
+                               .value_or(fmt::format("{:#x}", local_lif));
+  if (held == absent) return text + "  no such global LIF\n";
+  text += fmt::format("GLIF 0x{:04x} -> Local In_LIF:{} table: A\n", low, held);
   text += "  orientation: hub  cos profile: 0  drop: none  protection: not set\n";
-  text += fmt::format("  learn: enabled  flood: enabled  vsid: {}  stat id: 0\n", vsi);
+  text += fmt::format("  learn: enabled  flood: enabled  vsid: {}  stat id: 0\n",
+                      overridden(r, "chip.vsi", object, n.name, static_cast<int>(npu))
+                          .value_or(std::to_string(vsi)));
   text += fmt::format("  IN_LIF         {}\n", local_lif);
   return text;
 }
@@ -64,7 +67,7 @@ void render_lif_queries(const router& r, const node& n, capture& c) {
   }
 }
 
-capture render(const router& r) {
+capture render(const router& r, std::vector<planted_fault>* planted) {
   router faulty = r;
   plant_faults(faulty);
   capture c;
@@ -78,6 +81,7 @@ capture render(const router& r) {
   render_older_chips(faulty, c);
   render_jericho2_chips(faulty, c);
   edit_for_faults(faulty, c);
+  if (planted != nullptr) *planted = faulty.faults;
   return c;
 }
 
