@@ -47,6 +47,16 @@ bool plant_chip_lag_of_member(router& r, planted_fault& p) {
   return true;
 }
 
+// Without hierarchical QoS a sub-bundle has no LAG of its own.
+bool plant_chip_sub_lag(router& r, planted_fault& p) {
+  const site s =
+      find_site(r, p, [](const site& one) { return has_chip(one) && !one.b->subs.empty(); });
+  if (!s || !r.hqos) return false;
+  note_place(p, s, name_of(s.b->subs.front()));
+  hold_on_npu(r, p, "chip.lag", p.object, s, "absent");
+  return true;
+}
+
 bool plant_chip_member(router& r, planted_fault& p) {
   const bundle* first = r.bundles.empty() ? nullptr : &r.bundles.front();
   site s = find_site(r, p, [&](const site& one) { return one.b != first && on_older_chip(one); });
@@ -274,6 +284,11 @@ std::vector<fault> compared_faults() {
        .depth = 70,
        .hides = reach::bundle,
        .plant = plant_chip_lag_of_member},
+      {.name = "chip-sub-lag-missing",
+       .description = "a chip does not have the LAG of a sub-bundle",
+       .finding = "Inconsistency {}: {} not found in BCM for {object}({}), NPU {}, {node}{}",
+       .depth = 70,
+       .plant = plant_chip_sub_lag},
       {.name = "chip-member-missing",
        .description = "a chip's LAG lacks a member",
        .finding = "Inconsistency {}: Member ID not found in BCM for {object}, {}{bundle}({}), "

@@ -230,7 +230,7 @@ bool edit_no_end(capture& c, const router&, planted_fault&) {
 bool edit_unconfigured(capture& c, const router&, planted_fault&) {
   std::string& text = configuration(c);
   bool any = false;
-  while (replace_once(text, "\n bundle id ", "\n no bundle id ")) any = true;
+  while (replace_once(text, "\n bundle id ", "\n lag ")) any = true;
   return any;
 }
 
