@@ -21,7 +21,8 @@ constexpr std::array subcommands{
     subcommand{"list", "  tessel-lab list                           the described routers\n",
                list_command},
     subcommand{"faults",
-               "  tessel-lab faults                         the faults that can be planted\n",
+               "  tessel-lab faults                         the faults that can be planted\n"
+               "      --kinds                               names and kinds alone, for programs\n",
                faults_command},
     subcommand{
         "expect",

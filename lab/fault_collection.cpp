@@ -102,12 +102,19 @@ bool edit_inventory(capture& c, const router& r, planted_fault&) {
   return true;
 }
 
+// An aspen asks its boards, every other router the converter.
 bool edit_node_id(capture& c, const router& r, planted_fault&) {
-  const bool by_probe = r.type == "aspen";
-  const auto keys = answers_of(c, by_probe ? "board_api_probe" : "node_id_convert");
-  for (const auto& key : keys)
-    c.answers[key] = by_probe ? "probe: board does not answer\n" : "conversion failed (-4)\n";
-  return !keys.empty();
+  if (r.type == "aspen") return false;
+  for (const auto& key : answers_of(c, "node_id_convert"))
+    c.answers[key] = "conversion failed (-4)\n";
+  return true;
+}
+
+bool edit_boards(capture& c, const router& r, planted_fault&) {
+  if (r.type != "aspen") return false;
+  for (const auto& key : answers_of(c, "board_api_probe"))
+    c.answers[key] = "probe: board does not answer\n";
+  return true;
 }
 
 // Nobody answers at the node's address.
@@ -219,11 +226,16 @@ bool edit_mtu_map(capture& c, const router& r, planted_fault& p) {
 
 // The running configuration ---------------------------------------------------------------------
 
-bool edit_no_banner(capture& c, const router&, planted_fault&) {
+// Some faults are at no bundle and no node, but in this text.
+constexpr const char* in_configuration = "configuration";
+
+bool edit_no_banner(capture& c, const router&, planted_fault& p) {
+  p.node = in_configuration;
   return replace_once(configuration(c), "Tarmac OS Configuration 7.3.2", "Configuration");
 }
 
-bool edit_no_end(capture& c, const router&, planted_fault&) {
+bool edit_no_end(capture& c, const router&, planted_fault& p) {
+  p.node = in_configuration;
   return replace_once(configuration(c), "\nend\n", "\n");
 }
 
@@ -420,6 +432,13 @@ std::vector<fault> platform_faults() {
        .hides = reach::router,
        .stops_from = phase::collecting,
        .edit = edit_node_id},
+      {.name = "board-silent",
+       .description = "the boards of an aspen do not tell their node ids",
+       .finding = "ERROR: Not able to get node id for {}",
+       .shown = phase::collecting,
+       .hides = reach::router,
+       .stops_from = phase::collecting,
+       .edit = edit_boards},
       {.name = "node-unreachable",
        .description = "nobody answers at the address of a line card",
        .finding =
@@ -438,6 +457,7 @@ std::vector<fault> tool_faults() {
        .finding = "INFO: BMPI dont have any bundle data",
        .depth = 5,
        .hides = reach::router,
+       .deepest = 10,
        .stops_from = phase::consistency,
        .edit = edit_tool_empty,
        .takes_argument = true},
@@ -446,6 +466,7 @@ std::vector<fault> tool_faults() {
        .finding = "INFO: Bundlemgr PD dont have any bundle data",
        .depth = 40,
        .hides = reach::router,
+       .deepest = 41,
        .stops_from = phase::consistency,
        .edit = edit_tool_missing,
        .takes_argument = true},
@@ -454,6 +475,7 @@ std::vector<fault> tool_faults() {
        .finding = "{}: parse_bundle_info_PI failed",
        .depth = 10,
        .hides = reach::router,
+       .deepest = 10,
        .stops_from = phase::consistency,
        .edit = edit_pi_handle},
       {.name = "pd-garbage",
@@ -461,6 +483,7 @@ std::vector<fault> tool_faults() {
        .finding = "{}: dump_parse_bundle_info_PD failed",
        .depth = 41,
        .hides = reach::router,
+       .deepest = 41,
        .stops_from = phase::consistency,
        .plant = plant_pd_garbage},
       {.name = "lagport-empty",
@@ -528,13 +551,15 @@ std::vector<fault> configuration_faults() {
        .description = "the running configuration lacks its banner",
        .finding = "PARSE-ERROR: Not able to find the start of the running config",
        .shown = phase::collecting,
-       .hides = reach::nothing,
+       .depth = 3,
+       .hides = reach::node,  // without a start nobody looks for the end
        .counted = false,
        .edit = edit_no_banner},
       {.name = "config-no-end",
        .description = "the running configuration breaks off before its end line",
        .finding = "PARSE-ERROR: Not able to find the end of the running config",
        .shown = phase::collecting,
+       .depth = 4,
        .hides = reach::nothing,
        .counted = false,
        .edit = edit_no_end},

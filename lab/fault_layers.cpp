@@ -63,7 +63,9 @@ bool plant_pi_mtu(router& r, planted_fault& p) {
 }
 
 bool plant_pi_member(router& r, planted_fault& p) {
-  return hold_of_member(r, p, find_site(r, p, anywhere), "pi.member", "absent");
+  // A bundle that loses its only member is one without members, and told as such.
+  const auto one_of_several = [](const site& s) { return s.b->members.size() > 1; };
+  return hold_of_member(r, p, find_site(r, p, one_of_several), "pi.member", "absent");
 }
 
 bool plant_pi_no_members(router& r, planted_fault& p) {
@@ -283,6 +285,7 @@ std::vector<fault> manager_faults() {
        .shown = phase::collecting,
        .depth = 10,
        .hides = reach::router,  // the first bundle that lacks one ends the reading
+       .deepest = 10,
        .stops_from = phase::consistency,
        .plant = plant_pi_mac},
       {.name = "pi-no-mtu",
@@ -291,6 +294,7 @@ std::vector<fault> manager_faults() {
        .shown = phase::collecting,
        .depth = 10,
        .hides = reach::router,
+       .deepest = 10,
        .stops_from = phase::consistency,
        .plant = plant_pi_mtu},
       {.name = "im-missing-sub",
@@ -416,7 +420,7 @@ std::vector<fault> forwarding_faults() {
       {.name = "dpa-npu-missing",
        .description = "a forwarding object lacks the only member of an NPU",
        .finding = "{}: DPA Member verification failed for {object},{bundle}({}), {node}",
-       .depth = 60,
+       .depth = 58,  // without members, an NPU has no VLAN domain either
        .hides = reach::bundle,
        .stops_from = phase::programming,
        .stops_to = phase::programming,

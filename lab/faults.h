@@ -36,6 +36,7 @@ struct fault {
   phase shown = phase::consistency;
   int depth = 0;                   // of the walk from the bundle manager down to the chip's tables
   reach hides = reach::object;     // what lies as deep or deeper, this far around the place
+  int deepest = 1000;              // but not deeper than this
   bool counted = true;             // a run with it is not clean, so nobody looks for stale entries
   phase stops_from = phase::none;  // the first phase that no finding of another fault survives in
   phase stops_to = phase::health;  // and the last
@@ -65,7 +66,7 @@ bool applies(const router& r, std::string_view name);
 // Why an audit need not tell `b` beside `a`, empty if it must. There are three rules:
 // - a fault that stops phases hides what would have shown in them;
 // - a fault that is counted hides stale entries, which only a clean run looks for;
-// - a fault hides what lies as deep or deeper around its place, as far as it reaches.
+// - a fault hides what lies as deep or deeper around its place, as far and as deep as it reaches.
 std::string hidden_by(const planted_fault& a, const planted_fault& b);
 
 struct expectation {
