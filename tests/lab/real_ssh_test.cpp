@@ -157,11 +157,12 @@ links still_used(const links& made) {
 }
 
 bool comes_true(const std::function<bool()>& condition) {
-  for (int i = 0; i < 3000; ++i) {
-    if (condition()) return true;
+  const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > patience) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  return condition();
+  return true;
 }
 
 std::set<std::string> names_in(const fs::path& folder) {
