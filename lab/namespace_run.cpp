@@ -131,8 +131,17 @@ sigset_t awaited_signals() {
   return set;
 }
 
+constexpr int signal_base = 128;
+
+// A signal ends the nodes, too, before they stand. That is no failure of theirs.
+void end_if_told() {
+  sigset_t pending;
+  sigpending(&pending);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    if (sigismember(&pending, signal) == 1) _exit(signal_base + signal);
+}
+
 int status_of(int wait_status) {
-  constexpr int signal_base = 128;
   return WIFSIGNALED(wait_status) ? signal_base + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
 }
 
@@ -176,9 +185,11 @@ bool is_cut(int lifeline) {
     if (request.real_ssh) be_first_process(request, signals_before);
     start_host(request);
   } catch (const no_privileges& missing) {
+    end_if_told();
     fmt::print(stderr, "tessel-lab: {}\n", missing.what);
     _exit(missing_privileges);
   } catch (const std::exception& failure) {
+    end_if_told();
     fmt::print(stderr, "tessel-lab: {}\n", failure.what());
   }
   _exit(cannot_prepare);
