@@ -21,7 +21,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <thread>
 
 #include "mounts.h"
@@ -60,7 +60,9 @@ std::string program_path(const std::string& name) {
 
 std::string text_of(const fs::path& file) {
   std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
 }
 
 // What a program complained of, as part of one line.
