@@ -1,13 +1,12 @@
 #include "namespace_run.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,9 +14,8 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <ctime>
 
+#include "child.h"
 #include "mounts.h"
 #include "router.h"
 
@@ -26,35 +24,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int cannot_prepare = 70;
-
 // Setting up -------------------------------------------------------------------------------------
 // The functions of this section run in the child, which has the namespace to itself.
-
-void write_setting(const char* file, const std::string& text) {
-  const int fd = open(file, O_WRONLY | O_CLOEXEC);
-  if (fd < 0) throw no_privileges{fmt::format("{}: {}", file, std::strerror(errno))};
-  const ssize_t written = write(fd, text.data(), text.size());
-  const int error = errno;
-  close(fd);
-  if (written != static_cast<ssize_t>(text.size()))
-    throw no_privileges{fmt::format("{}: {}", file, std::strerror(error))};
-}
-
-// No tool of the lab needs a network, and none must be reached by mistake. Root needs namespaces
-// alone; anybody else gets the right to mount from a user namespace.
-void enter_namespace() {
-  const uid_t user = geteuid();
-  const gid_t group = getegid();
-  if (user == 0 && unshare(CLONE_NEWNS | CLONE_NEWNET) == 0) return;
-  if (unshare(CLONE_NEWUSER | CLONE_NEWNS | CLONE_NEWNET) != 0)
-    throw no_privileges{
-        fmt::format("no mount namespace: unshare: {}; run as root or allow user namespaces",
-                    std::strerror(errno))};
-  write_setting("/proc/self/setgroups", "deny");
-  write_setting("/proc/self/uid_map", fmt::format("{} {} 1", user, user));
-  write_setting("/proc/self/gid_map", fmt::format("{} {} 1", group, group));
-}
 
 std::vector<std::string> tools_there(const run_request& request) {
   std::vector<std::string> tools;
@@ -68,23 +39,24 @@ std::vector<std::string> tools_there(const run_request& request) {
 
 // A path of the lab's machine may lie under /opt, /var or /tmp: all are held before any is covered.
 void prepare(const run_request& request) {
-  enter_namespace();
-  mount_or_fail("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+  enter_namespace(CLONE_NEWNET);  // no tool of the lab needs a network
   const held lab_program(request.lab);
   const held host(request.host);
   const held library(request.library);
   const held logs(request.logs);
   const held folder(request.folder.empty() ? fs::path{"/"} : request.folder);
   const held calls(request.calls.empty() ? fs::path{"/dev/null"} : request.calls);
+  const held record(request.record.empty() ? fs::path{"/"} : request.record.parent_path());
 
   mount_or_fail("tmpfs", "/opt", "tmpfs", MS_NODEV | MS_NOSUID, "mode=0755");
-  for (const char* made :
-       {"/opt/nos", "/opt/nos/bin", "/opt/nos/lib", "/opt/nos/libexec", "/opt/nos/capture"})
+  for (const char* made : {"/opt/nos", "/opt/nos/bin", "/opt/nos/lib", "/opt/nos/libexec",
+                           "/opt/nos/capture", "/opt/nos/state", "/opt/nos/record"})
     make_folder(made);
   bind_file(lab_program, "/opt/nos/libexec/tessel-lab");
   bind_file(host, "/opt/nos/libexec/tessel-host");
   bind_file(library, "/opt/nos/lib/libtessel.so");
   if (!request.calls.empty()) bind_file(calls, "/opt/nos/calls");
+  if (!request.record.empty()) record.bind_to("/opt/nos/record");
   link_tools(tools_there(request));
   if (request.folder.empty())
     write_files(request.answers, "/opt/nos/capture");
@@ -92,19 +64,26 @@ void prepare(const run_request& request) {
     folder.bind_to("/opt/nos/capture");
   logs.bind_to("/var/log");
   mount_or_fail("tmpfs", "/tmp", "tmpfs", MS_NODEV | MS_NOSUID, "mode=1777");
+  for (const std::string& name : request.answers.blocked_captures)
+    make_folder("/tmp/tessel_" + name + ".log");
+  const held no_room("/dev/full");
+  for (const std::string& name : request.answers.full_logs)
+    bind_file(no_room, "/var/log/tessel_" + name + ".log");
   if (chdir("/") != 0) fail("/");
 }
 
-bool names_option(const std::vector<std::string>& arguments, const std::string& option) {
-  return std::any_of(arguments.begin(), arguments.end(), [&](const std::string& argument) {
-    return argument == option || argument.starts_with(option + "=");
-  });
+// A limit that a file reaches is an error for the audit, not its end.
+void limit_files(std::uint64_t bytes) {
+  const rlimit limit{bytes, bytes};
+  if (signal(SIGXFSZ, SIG_IGN) == SIG_ERR || setrlimit(RLIMIT_FSIZE, &limit) != 0)
+    fail("limit of files");
 }
 
 [[noreturn]] void start_host(const run_request& request) {
   setenv("PATH", "/opt/nos/bin:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
   setenv("LD_LIBRARY_PATH", "/opt/nos/lib", 1);  // a host of another kind finds it by name
   setenv("TESSEL_LAB_CAPTURE", "/opt/nos/capture", 1);
+  setenv("TESSEL_LAB_STATE", "/opt/nos/state", 1);
   setenv("TMPDIR", "/tmp", 1);
   if (request.calls.empty())
     unsetenv("TESSEL_LAB_CALLS");
@@ -112,37 +91,29 @@ bool names_option(const std::vector<std::string>& arguments, const std::string& 
     setenv("TESSEL_LAB_CALLS", "/opt/nos/calls", 1);
 
   std::vector<std::string> words{"/opt/nos/libexec/tessel-host"};
-  if (!names_option(request.host_arguments, "--library"))
+  if (!request.record.empty())
+    words = {"/opt/nos/libexec/tessel-lab",
+             "record",
+             "--library",
+             "/opt/nos/lib/libtessel.so",
+             "/opt/nos/record" / request.record.filename(),
+             "--"};
+  if (request.record.empty() && !names_option(request.host_arguments, "--library"))
     words.insert(words.end(), {"--library", "/opt/nos/lib/libtessel.so"});
   if (!names_option(request.host_arguments, "--node-id"))
     words.insert(words.end(), {"--node-id", std::to_string(request.answers.host_node_id)});
   words.insert(words.end(), request.host_arguments.begin(), request.host_arguments.end());
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-  execv(arguments.front(), arguments.data());
-  fail(request.host.string());
+  if (request.answers.file_limit > 0) limit_files(request.answers.file_limit);
+  execute_program(std::move(words));
 }
-
-sigset_t awaited_signals() {
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&set, signal);
-  return set;
-}
-
-constexpr int signal_base = 128;
 
 // A signal ends the nodes, too, before they stand. That is no failure of theirs.
 void end_if_told() {
+  constexpr int signal_base = 128;
   sigset_t pending;
   sigpending(&pending);
   for (const int signal : {SIGINT, SIGTERM, SIGHUP})
     if (sigismember(&pending, signal) == 1) _exit(signal_base + signal);
-}
-
-int status_of(int wait_status) {
-  return WIFSIGNALED(wait_status) ? signal_base + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
 }
 
 // The first process of its namespace: starts the nodes and the host, and collects whoever ends.
@@ -195,29 +166,6 @@ bool is_cut(int lifeline) {
   _exit(cannot_prepare);
 }
 
-// Waiting ----------------------------------------------------------------------------------------
-
-// Passes signals on; a host that does not end within some seconds of one is killed.
-int wait_for(pid_t child, const sigset_t& awaited) {
-  constexpr timespec patience{5, 0};
-  bool told = false;
-  for (;;) {
-    int wait_status = 0;
-    const pid_t ended = waitpid(child, &wait_status, WNOHANG);
-    if (ended == child) {
-      kill(-child, SIGKILL);  // tools that the host left behind
-      return status_of(wait_status);
-    }
-    if (ended < 0 && errno != EINTR) fail("waiting for the host");
-    const int signal =
-        told ? sigtimedwait(&awaited, nullptr, &patience) : sigwaitinfo(&awaited, nullptr);
-    if (signal < 0 && errno == EAGAIN) kill(-child, SIGKILL);
-    if (signal <= 0 || signal == SIGCHLD) continue;
-    kill(-child, signal);
-    told = true;
-  }
-}
-
 }  // namespace
 
 const std::vector<std::string>& tool_names() {
@@ -252,7 +200,7 @@ int run_in_namespace(const run_request& request) try {
     be_child(request, before, lifeline[0]);
   }
   setpgid(child, child);  // whoever is first: the child must not be signalled before it has one
-  const int status = wait_for(child, awaited);
+  const int status = wait_for_child(child, awaited);
   for (const int end : lifeline) close(end);
   sigprocmask(SIG_SETMASK, &before, nullptr);
   return status;

@@ -4,6 +4,7 @@
 //
 //     /opt/nos/bin        every tool, a link to this program; first on the path
 //     /opt/nos/capture    what the tools answer
+//     /opt/nos/state      how often they did, where that matters
 //     /opt/nos/libexec    this program and the host
 //     /opt/nos/lib        the library
 //     /var/log            the folder for the logs
@@ -18,11 +19,10 @@
 #include <vector>
 
 #include "capture.h"
+#include "child.h"
 #include "real_ssh.h"
 
 namespace lab {
-
-inline constexpr int missing_privileges = 77;
 
 struct run_request {
   capture answers;               // if `folder` is empty; else only its manifest's part
@@ -30,8 +30,9 @@ struct run_request {
   std::filesystem::path logs;    // exists
   std::filesystem::path host;
   std::filesystem::path library;
-  std::filesystem::path calls;  // where to list the tool calls, may be empty
-  std::filesystem::path lab;    // this program
+  std::filesystem::path record;  // capture to record there, may be empty
+  std::filesystem::path calls;   // where to list the tool calls, may be empty
+  std::filesystem::path lab;     // this program
   bool real_ssh = false;
   std::vector<ssh_node> nodes;              // if `real_ssh`: those that it leads to
   std::vector<std::string> host_arguments;  // behind those that name the library and the node id
