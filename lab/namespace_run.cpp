@@ -107,6 +107,15 @@ void limit_files(std::uint64_t bytes) {
   execute_program(std::move(words));
 }
 
+// A signal ends the nodes, too, before they stand. That is no failure of theirs.
+void end_if_told() {
+  constexpr int signal_base = 128;
+  sigset_t pending;
+  sigpending(&pending);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    if (sigismember(&pending, signal) == 1) _exit(signal_base + signal);
+}
+
 // The first process of its namespace: starts the nodes and the host, and collects whoever ends.
 // The kernel keeps signals from it that it does not await, so it passes them on.
 [[noreturn]] void be_first_process(const run_request& request, const sigset_t& signals_before) {
@@ -147,9 +156,11 @@ bool is_cut(int lifeline) {
     if (request.real_ssh) be_first_process(request, signals_before);
     start_host(request);
   } catch (const no_privileges& missing) {
+    end_if_told();
     fmt::print(stderr, "tessel-lab: {}\n", missing.what);
     _exit(missing_privileges);
   } catch (const std::exception& failure) {
+    end_if_told();
     fmt::print(stderr, "tessel-lab: {}\n", failure.what());
   }
   _exit(cannot_prepare);
