@@ -4,13 +4,14 @@
 #include <string>
 
 #include "base/text.h"
-#include "collect/interface_mtus.h"
 #include "consistency/im_handles.h"
+#include "hygiene/bundle_health.h"
 #include "parse/bcm_lag.h"
 #include "parse/bundle_pd.h"
 #include "parse/bundle_pi.h"
 #include "parse/dpa_objects.h"
 #include "parse/hardware_tables.h"
+#include "parse/interface_mtus.h"
 #include "parse/running_config.h"
 #include "platform/node_inventory.h"
 #include "run/state.h"
@@ -111,9 +112,70 @@ void im_handles(benchmark::State& state) {
       });
 }
 
+std::string node_name(unsigned card) {
+  return "0/" + std::to_string(card) + "/CPU0";
+}
+
+// What collection leaves for the configuration's members: the ports of all cards, and the tables of
+// the older cards' VLAN domains.
+void collect_ports(benchmark::State& state) {
+  constexpr unsigned cards = 4;
+  const unsigned bundles = bundles_of(state);
+  tessel::run_state& run = tessel::st();
+  for (unsigned card = 0; card < cards; ++card) {
+    const std::string node = node_name(card);
+    tessel::parse_l1port_object_DPA(bench::text_of(bundles, bench::card_address(bundles, card),
+                                                   "/opt/nos/bin/fwd_object_show -t l1port -D",
+                                                   "port|intf|device|core|mtu|pending"),
+                                    node);
+    run.nodeinfo.get().at(node).as_map().set("asic", card % 2 == 0 ? "BCM8868" : "BCM8869");
+    value npus = tessel::make_map();
+    for (const char* npu : {"0", "1"}) {
+      value tables = tessel::make_map();
+      if (card % 2 == 0) {
+        tables.as_map().set(
+            "vd",
+            bench::text_of(bundles, "local",
+                           "/opt/nos/bin/asic_shell_show -c \"d IHP_VTT_IN_PP_PORT_CONFIG\" -u " +
+                               std::string(npu) + " -n " + std::to_string(card),
+                           "", "VLAN_DOMAIN=0,"));
+      }
+      npus.as_map().set(npu, tables);
+    }
+    run.BCM.get().as_map().set(node, npus);
+  }
+}
+
+// The whole parse: bundles, members, their VLAN domains and sub-bundles.
 void running_config(benchmark::State& state) {
-  run(state, bench::text_of(bundles_of(state), "local", "cfg_render -c -l 1 -t 1 -o 1"),
-      [](const value& text) { return tessel::parsed_config(text).stanzas().size(); });
+  const std::string text =
+      bench::text_of(bundles_of(state), "local", "cfg_render -c -l 1 -t 1 -o 1");
+  fresh_state();
+  collect_ports(state);
+  tessel::run_state& run = tessel::st();
+  run.dl_fd.open("/dev/null", tessel::file_mode::append);
+  for (auto _ : state) {
+    run.run_cfg.set(text);
+    run.tesselDb = tessel::make_ordered_map();
+    run.bundle_dict = tessel::make_map();
+    run.indexes.clear();
+    benchmark::DoNotOptimize(tessel::parse_running_config());
+  }
+  if (run.exception != 0 || run.tesselDb.as_map().size() != bundles_of(state) + 1) {
+    state.SkipWithError("not every bundle was parsed");
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+  state.SetComplexityN(state.range(0));
+}
+
+// A report that names every bundle.
+void bundle_health(benchmark::State& state) {
+  std::string text = "--------\nProcess   Node   Result   Errors   Details\n--------\n";
+  for (unsigned bundle = 1; bundle <= bundles_of(state); ++bundle) {
+    text += "Bundle-Ether" + std::to_string(bundle) + "\n      is not distributing\n\n\n";
+  }
+  run(state, text,
+      [](const value& report) { return tessel::parse_bundle_health(report.as_text()); });
 }
 
 void diag_lag(benchmark::State& state) {
@@ -180,5 +242,6 @@ TESSEL_PARSER(lif_entries);
 TESSEL_PARSER(vlan_domain_j2);
 TESSEL_PARSER(lag_mtu);
 TESSEL_PARSER(mtu_profiles);
+TESSEL_PARSER(bundle_health);
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <system_error>
 
 #include "namespace_run.h"
 #include "render.h"
@@ -42,11 +43,26 @@ struct run_times {
   double wall = 0;
 };
 
-fs::path fresh_folder() {
-  std::string name = (fs::temp_directory_path() / "bench-run-XXXXXX").string();
-  if (mkdtemp(name.data()) == nullptr) throw lab::lab_error("no temporary folder");
-  return name;
-}
+// Goes with all that is in it, whatever happens meanwhile.
+class temporary_folder {
+ public:
+  temporary_folder() {
+    std::string name = (fs::temp_directory_path() / "bench-run-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) throw lab::lab_error("no temporary folder");
+    path_ = name;
+  }
+  ~temporary_folder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  temporary_folder(const temporary_folder&) = delete;
+  temporary_folder& operator=(const temporary_folder&) = delete;
+
+  const fs::path& path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
 
 run_times run_once(const fs::path& capture, const fs::path& logs) {
   lab::run_request request;
@@ -70,9 +86,9 @@ run_times run_once(const fs::path& capture, const fs::path& logs) {
 
 // The time of an iteration is the process's own CPU; the tools' stands beside it.
 void whole_run(benchmark::State& state) {
-  const fs::path folder = fresh_folder();
-  const fs::path capture = folder / "capture";
-  const fs::path logs = folder / "logs";
+  const temporary_folder folder;
+  const fs::path capture = folder.path() / "capture";
+  const fs::path logs = folder.path() / "logs";
   fs::create_directory(logs);
   lab::write_folder(lab::render(lab::generate(sized(static_cast<unsigned>(state.range(0))))),
                     capture);
@@ -93,7 +109,6 @@ void whole_run(benchmark::State& state) {
   state.counters["tools_cpu_s"] = benchmark::Counter(sum.tools, benchmark::Counter::kAvgIterations);
   state.counters["wall_s"] = benchmark::Counter(sum.wall, benchmark::Counter::kAvgIterations);
   state.SetComplexityN(state.range(0));
-  fs::remove_all(folder);
 }
 
 BENCHMARK(whole_run)->Arg(25)->Arg(50)->Arg(100)->UseManualTime()->Complexity()->Unit(
@@ -113,6 +128,10 @@ int run_as_host(int argc, char** argv) {
   }
   const auto init = reinterpret_cast<void (*)()>(dlsym(library, "tessel_init"));
   const auto run = reinterpret_cast<std::int32_t (*)(std::int32_t)>(dlsym(library, "tessel_run"));
+  if (init == nullptr || run == nullptr) {
+    std::fprintf(stderr, "tessel-bench: %s lacks an entry point\n", file.c_str());
+    return 1;
+  }
   if (std::freopen("/dev/null", "w", stdout) == nullptr) return 1;
   std::atexit(leave_times);
   init();

@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "base/text.h"
-#include "collect/interface_mtus.h"
 #include "consistency/im_handles.h"
 #include "hygiene/bundle_health.h"
 #include "parse/bcm_lag.h"
@@ -13,6 +12,7 @@
 #include "parse/bundle_pi.h"
 #include "parse/dpa_objects.h"
 #include "parse/hardware_tables.h"
+#include "parse/interface_mtus.h"
 #include "parse/running_config.h"
 #include "parse/vlan_domain_rows.h"
 #include "platform/node_inventory.h"

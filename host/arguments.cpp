@@ -17,10 +17,11 @@ and calls its entry points in order.
 
   --library FILE  the shared object to load: a path, or, without a slash, a name
                   that the dynamic linker looks up. Default: libtessel.so beside
-                  this program, else libtessel.so as the dynamic linker finds it
+                  this program or in the library folder of its installation,
+                  else libtessel.so as the dynamic linker finds it
   --node-id N     node id of the route processor that this host runs on, decimal
                   or hexadecimal behind 0x, 32 bits. Default: 4096
-  --help          print this text
+  --help, -h      print this text
   --version       print the version
 
 Exit status:
@@ -31,7 +32,7 @@ Exit status:
   2   the audit was aborted; its traceback stands on standard error
   64  an argument was wrong
   69  the library could not be loaded or lacks an entry point
-  74  standard output could not be written
+  74  --help or --version could not write to standard output
 )";
 
 constexpr std::string_view help_hint = "; 'tessel-host --help' shows the options";

@@ -45,9 +45,10 @@ std::string choose_library(const std::optional<std::string>& asked_for) {
   if (asked_for) return *asked_for;
   std::error_code error;
   const auto executable = fs::read_symlink("/proc/self/exe", error);
-  if (!error) {
-    const auto beside = executable.parent_path() / library_name;
-    if (fs::exists(beside, error)) return beside.string();
+  if (error) return library_name;
+  const auto folder = executable.parent_path();
+  for (const auto& candidate : {folder / library_name, folder / TESSEL_BIN_TO_LIB / library_name}) {
+    if (fs::exists(candidate, error)) return candidate.lexically_normal().string();
   }
   return library_name;
 }

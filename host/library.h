@@ -22,8 +22,8 @@ struct entry_points {
   decltype(&tessel_finalize) finalize = nullptr;
 };
 
-// The library to load: the one asked for, else libtessel.so beside the executable, else that
-// name alone, for the dynamic linker to look up.
+// The library to load: the one asked for, else libtessel.so beside the executable, else where an
+// installation has it, else that name alone, for the dynamic linker to look up.
 [[nodiscard]] std::string choose_library(const std::optional<std::string>& asked_for);
 
 // Loads the library for the rest of the process's life (workers of an audit may outlive it) and

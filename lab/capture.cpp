@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cctype>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 
 #include "router.h"
@@ -30,6 +29,17 @@ std::string escaped(std::string_view text) {
       result += fmt::format("%{:02X}", static_cast<unsigned char>(c));
   }
   return result;
+}
+
+// A file name has 255 bytes at most, some of them for what stands behind it in a recording; the
+// rest of a longer one is told apart by its hash (FNV-1a).
+std::string shortened(std::string name) {
+  constexpr std::size_t longest = 220;
+  constexpr std::size_t kept = 200;
+  if (name.size() <= longest) return name;
+  std::uint64_t hash = 0xcbf29ce484222325;
+  for (const char c : name) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
+  return fmt::format("{}~{:016x}", name.substr(0, kept), hash);
 }
 
 std::string toml_text(std::string_view text) {
@@ -76,20 +86,28 @@ std::vector<std::string> names_of(toml::node_view<toml::node> list) {
   return names;
 }
 
-std::string read_text(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  if (!in) throw lab_error(fmt::format("{}: cannot be read", file.string()));
-  return text;
-}
-
 }  // namespace
+
+std::string read_whole(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  std::ostringstream text;
+  if (in.peek() != std::ifstream::traits_type::eof()) text << in.rdbuf();
+  if (!in.is_open() || in.bad() || text.fail())
+    throw lab_error(fmt::format("{}: cannot be read", file.string()));
+  return std::move(text).str();
+}
 
 std::string file_name(std::string_view tool, const std::vector<std::string>& arguments) {
   const std::size_t slash = tool.rfind('/');
   std::string name = escaped(slash == std::string_view::npos ? tool : tool.substr(slash + 1));
   for (const std::string& argument : arguments) name += "," + escaped(argument);
-  return name;
+  return shortened(std::move(name));
+}
+
+std::string shared_file_name(std::string_view file) {
+  const std::size_t unit = file.rfind(",-u,");
+  if (!file.starts_with("asic_shell_show,-c,") || unit == std::string_view::npos) return {};
+  return std::string{file.substr(0, unit)};
 }
 
 std::vector<std::string> words_of(std::string_view command_line) {
@@ -125,7 +143,10 @@ void answer(capture& c, std::string_view place, std::string_view command_line, s
 }
 
 std::string& answer_to(capture& c, std::string_view place, std::string_view command_line) {
-  const auto found = c.answers.find({std::string{place}, file_name(command_line)});
+  const std::string file = file_name(command_line);
+  auto found = c.answers.find({std::string{place}, file});
+  if (found == c.answers.end())
+    found = c.answers.find({std::string{place}, shared_file_name(file)});
   if (found == c.answers.end())
     throw lab_error(fmt::format("{}: no answer to \"{}\" at {}", c.router, command_line, place));
   return found->second;
@@ -139,38 +160,48 @@ void write_files(const capture& c, const fs::path& folder) {
     made = key.first;
     write_file(place / key.second, text);
   }
+  write_manifest(c, folder);
+}
+
+void write_manifest(const capture& c, const fs::path& folder) {
   write_file(folder / "manifest", manifest_of(c));
 }
 
-void write_folder(const capture& c, const fs::path& out) {
-  if (fs::exists(out)) throw lab_error(fmt::format("{}: exists already", out.string()));
+void build_beside(const fs::path& out, const std::function<void(const fs::path&)>& build) {
+  if (fs::exists(fs::symlink_status(out)))
+    throw lab_error(fmt::format("{}: exists already", out.string()));
   fs::path building = out;
+  if (!building.has_filename()) building = building.parent_path();  // "out/"
   building += ".tmp";
+  std::error_code ignored;
   try {
     fs::remove_all(building);
-    fs::create_directories(building);
-    write_files(c, building);
+    build(building);
     fs::rename(building, out);
   } catch (const fs::filesystem_error& failure) {
-    std::error_code ignored;
     fs::remove_all(building, ignored);
     throw lab_error(fmt::format("{}: {}", out.string(), failure.code().message()));
-  } catch (const lab_error&) {
-    std::error_code ignored;
+  } catch (const std::exception&) {
     fs::remove_all(building, ignored);
     throw;
   }
+}
+
+void write_folder(const capture& c, const fs::path& out) {
+  build_beside(out, [&](const fs::path& building) {
+    fs::create_directories(building);
+    write_files(c, building);
+  });
 }
 
 bool is_capture_folder(const fs::path& folder) {
   return fs::is_regular_file(folder / "manifest");
 }
 
-capture read_manifest(const fs::path& folder) {
-  const std::string file = (folder / "manifest").string();
+capture parse_manifest(std::string_view text, const std::string& file) {
   toml::table table;
   try {
-    table = toml::parse(read_text(file), file);
+    table = toml::parse(text, file);
   } catch (const toml::parse_error& failure) {
     throw lab_error(
         fmt::format("{}:{}: {}", file, failure.source().begin.line, failure.description()));
@@ -200,6 +231,13 @@ capture read_manifest(const fs::path& folder) {
   return c;
 }
 
+capture read_manifest(const fs::path& folder) {
+  const fs::path file = folder / "manifest";
+  if (fs::is_directory(folder) && !fs::exists(file))
+    throw lab_error(fmt::format("{}: no capture, there is no manifest in it", folder.string()));
+  return parse_manifest(read_whole(file), file.string());
+}
+
 capture read_folder(const fs::path& folder) {
   capture c = read_manifest(folder);
   for (const auto& place : fs::directory_iterator(folder)) {
@@ -207,7 +245,7 @@ capture read_folder(const fs::path& folder) {
     for (const auto& file : fs::directory_iterator(place.path()))
       c.answers.emplace(
           std::pair{place.path().filename().string(), file.path().filename().string()},
-          read_text(file.path()));
+          read_whole(file.path()));
   }
   return c;
 }

@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -29,6 +30,10 @@ std::string file_name(std::string_view tool, const std::vector<std::string>& arg
 // The same for a command line as it stands in a document: words and double-quoted words.
 std::string file_name(std::string_view command_line);
 std::vector<std::string> words_of(std::string_view command_line);
+
+// The file whose answer stands for all chips, for a chip command whose own file is not there:
+// "asic_shell_show,-c,diag+lag,-u,3,-n,7" -> "asic_shell_show,-c,diag+lag". Empty for all others.
+std::string shared_file_name(std::string_view file);
 
 struct capture {
   std::string router;
@@ -47,17 +52,31 @@ struct capture {
 
 // Adds an answer; an answer of the same name is replaced.
 void answer(capture& c, std::string_view place, std::string_view command_line, std::string text);
-// Returns the answer to a command line. Throws `lab_error` if there is none.
+// Returns the answer to a command line, its own or the shared one. Throws `lab_error` if there is
+// none.
 std::string& answer_to(capture& c, std::string_view place, std::string_view command_line);
 
 // Writes the files and the manifest into `folder`, which exists and is empty.
 void write_files(const capture& c, const std::filesystem::path& folder);
+
+void write_manifest(const capture& c, const std::filesystem::path& folder);
+
+// Makes `out`, which must not exist: `build` makes a file or folder of a name beside it, which is
+// renamed at the end. Throws `lab_error`; nothing half written stays.
+void build_beside(const std::filesystem::path& out,
+                  const std::function<void(const std::filesystem::path&)>& build);
 
 // Writes a capture folder: built beside `out`, renamed at the end. Throws `lab_error` if `out`
 // exists or cannot be written; nothing half written stays.
 void write_folder(const capture& c, const std::filesystem::path& out);
 
 bool is_capture_folder(const std::filesystem::path& folder);
+
+// The whole file. Throws `lab_error`.
+std::string read_whole(const std::filesystem::path& file);
+
+// Reads a manifest; `file` names it in messages. Throws `lab_error`.
+capture parse_manifest(std::string_view text, const std::string& file);
 
 // Reads the manifest alone: router, host, nodes and missing tools. Throws `lab_error`.
 capture read_manifest(const std::filesystem::path& folder);

@@ -4,6 +4,7 @@
 
 #include "commands.h"
 #include "faults.h"
+#include "ssh_faults.h"
 
 namespace lab {
 
@@ -12,8 +13,10 @@ namespace lab {
 int expect_command(const std::vector<std::string>& arguments) {
   const option_values o = parse_options(arguments, {.with_value = {"--fault"}});
   expect_operands(o, 1, "ROUTER");
-  for (const expectation& one :
-       expected_findings(faulty_router(o.operands[0], o.all_of("--fault"))))
+  std::vector<std::string> faults = o.all_of("--fault");
+  for (const planted_ssh_fault& one : take_ssh_faults(faults))
+    fmt::print("{}\tshown\t{}\n", one.name, one.finding);
+  for (const expectation& one : expected_findings(faulty_router(o.operands[0], faults)))
     fmt::print("{}\t{}\t{}{}{}\n", one.name,
                one.finding.empty()  ? "none"
                : one.hidden.empty() ? "shown"

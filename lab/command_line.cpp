@@ -33,9 +33,19 @@ constexpr std::array subcommands{
                "  tessel-lab render ROUTER OUT              write what the router's tools print\n"
                "      --fault NAME                          plant a fault; may be repeated\n",
                render_command},
+    subcommand{"generate",
+               "  tessel-lab generate OUT                   the same for a healthy router made up\n"
+               "      --type TYPE                           birch unless given\n"
+               "      --cards N --npus N                    line cards, NPUs of each\n"
+               "      --bundles N --members N               bundles, members of each\n"
+               "      --l2-subs N --l3-subs N               sub-bundles of the whole router\n"
+               "      --family old|j2|mixed                 its chips, mixed unless given\n"
+               "      --hqos                                with hierarchical QoS\n"
+               "      --seed N                              of what is left to chance\n",
+               generate_command},
     subcommand{
         "run",
-        "  tessel-lab run ROUTER|CAPTURE             audit it in a namespace of its own\n"
+        "  tessel-lab run ROUTER|CAPTURE|PACKED      audit it in a namespace of its own\n"
         "      --fault NAME                          plant a fault; may be repeated\n"
         "      --logs DIR                            leave the logs there\n"
         "      --host FILE                           tessel-host beside this program unless "
@@ -43,8 +53,24 @@ constexpr std::array subcommands{
         "      --library FILE                        libtessel.so beside this program unless "
         "given\n"
         "      --keep-calls FILE                     list every tool call there\n"
+        "      --real-ssh                            nodes in network namespaces, behind OpenSSH\n"
+        "      --record OUT                          record that router while it is audited\n"
         "      -- HOST ARGS                          for the host\n",
         run_command},
+    subcommand{
+        "record",
+        "  tessel-lab record OUT                     audit the router that this is, and keep what\n"
+        "                                            its tools print as a capture\n"
+        "      --logs DIR                            leave the logs there, not in /var/log\n"
+        "      --host FILE, --library FILE           as for run\n"
+        "      -- HOST ARGS                          for the host\n",
+        record_command},
+    subcommand{
+        "pack",
+        "  tessel-lab pack CAPTURE PACKED            make one compressed file of a capture\n",
+        pack_command},
+    subcommand{"unpack", "  tessel-lab unpack PACKED OUT              make a capture of it again\n",
+               unpack_command},
 };
 
 int help() {
@@ -54,10 +80,8 @@ int help() {
       "  tessel-lab --help | --version\n"
       "\n"
       "ROUTER is a name from the list or a file that ends in .toml; CAPTURE is a folder that "
-      "render "
-      "wrote.\n"
-      "A fault is NAME, NAME@3 for the fourth place that suits it, NAME=ARGUMENT if it takes "
-      "one.\n");
+      "render,\nrecord or unpack wrote, PACKED a file that pack wrote. A fault is NAME, NAME@3 for "
+      "the\nfourth place that suits it, NAME=ARGUMENT if it takes one.\n");
   return EXIT_SUCCESS;
 }
 

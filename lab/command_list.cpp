@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "description.h"
 #include "faults.h"
+#include "ssh_faults.h"
 
 namespace lab {
 
@@ -35,6 +36,9 @@ int faults_command(const std::vector<std::string>& arguments) {
     else
       fmt::print("{:<24} {}\n{:<24}   {}\n", f.name, f.description, "",
                  f.finding.empty() ? "no finding" : f.finding);
+  if (!o.has("--kinds"))
+    for (const ssh_fault& f : ssh_faults())
+      fmt::print("{:<24} {}\n{:<24}   {}\n", f.name, f.description, "", f.finding);
   return EXIT_SUCCESS;
 }
 

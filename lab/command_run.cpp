@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "archive.h"
 #include "capture.h"
 #include "commands.h"
 #include "namespace_run.h"
@@ -15,16 +16,31 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path own_program() {
-  return fs::read_symlink("/proc/self/exe");
-}
-
-fs::path existing_file(const std::string& named, const char* beside, const char* option) {
-  const fs::path file = named.empty() ? own_program().parent_path() / beside : fs::path{named};
+fs::path existing_file(const fs::path& file, const char* option) {
   if (!fs::is_regular_file(file))
     throw lab_error(
         fmt::format("{}: there is no such file; name it with {}", file.string(), option));
   return fs::absolute(file);
+}
+
+}  // namespace
+
+fs::path own_program() {
+  return fs::read_symlink("/proc/self/exe");
+}
+
+fs::path host_of(const option_values& o) {
+  const fs::path beside = own_program().parent_path() / "tessel-host";
+  return existing_file(o.has("--host") ? fs::path{o.value_of("--host")} : beside, "--host");
+}
+
+// A build leaves it beside this program, an installation in its folder of libraries.
+fs::path library_of(const option_values& o) {
+  const fs::path folder = own_program().parent_path();
+  const fs::path beside = folder / "libtessel.so";
+  const fs::path installed = (folder / TESSEL_BIN_TO_LIB / "libtessel.so").lexically_normal();
+  const fs::path usual = !fs::exists(beside) && fs::exists(installed) ? installed : beside;
+  return existing_file(o.has("--library") ? fs::path{o.value_of("--library")} : usual, "--library");
 }
 
 fs::path logs_folder(const std::string& named) {
@@ -42,6 +58,8 @@ fs::path logs_folder(const std::string& named) {
   return fs::absolute(named);
 }
 
+namespace {
+
 fs::path calls_file(const std::string& named) {
   if (named.empty()) return {};
   const int fd = open(named.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
@@ -50,19 +68,37 @@ fs::path calls_file(const std::string& named) {
   return fs::absolute(named);
 }
 
-// A capture folder answers as it stands; a router is rendered first.
+fs::path record_place(const std::string& named) {
+  if (named.empty()) return {};
+  const fs::path place = fs::absolute(named);
+  if (fs::exists(fs::symlink_status(place)))
+    throw lab_error(fmt::format("{}: exists already", named));
+  if (!fs::is_directory(place.parent_path()))
+    throw lab_error(fmt::format("{}: there is no such folder", place.parent_path().string()));
+  return place;
+}
+
+// A capture folder answers as it stands; a packed one is unpacked into memory, a router is rendered
+// first.
 void set_answers(const option_values& o, run_request& request) {
+  std::vector<std::string> faults = o.all_of("--fault");
+  const std::vector<planted_ssh_fault> ssh_faults = take_ssh_faults(faults);
+  request.real_ssh = o.has("--real-ssh");
+  if (!ssh_faults.empty() && !request.real_ssh)
+    throw usage_error(fmt::format("run: fault {} needs --real-ssh", ssh_faults.front().name));
   const std::string& what = o.operands[0];
-  if (is_capture_folder(what)) {
-    if (o.has("--fault"))
-      throw usage_error("run: a fault is planted into a router, not into a capture");
+  const bool is_file = fs::is_regular_file(what) && !what.ends_with(".toml");
+  if ((fs::is_directory(what) || is_file) && !faults.empty())
+    throw usage_error("run: a fault is planted into a router, not into a capture");
+  if (fs::is_directory(what)) {
     request.folder = fs::absolute(what);
     request.answers = read_manifest(request.folder);
-  } else if (fs::is_directory(what)) {
-    throw lab_error(fmt::format("{}: no capture, there is no manifest in it", what));
+  } else if (is_file) {
+    request.answers = read_packed(what);
   } else {
-    request.answers = render(faulty_router(what, o.all_of("--fault")));
+    request.answers = render(faulty_router(what, faults));
   }
+  if (request.real_ssh) request.nodes = nodes_behind_ssh(request.answers, ssh_faults);
 }
 
 }  // namespace
@@ -70,15 +106,18 @@ void set_answers(const option_values& o, run_request& request) {
 int run_command(const std::vector<std::string>& arguments) {
   const option_values o = parse_options(
       arguments,
-      {.with_value = {"--fault", "--logs", "--host", "--library", "--keep-calls"}, .rest = true});
+      {.with_value = {"--fault", "--logs", "--host", "--library", "--keep-calls", "--record"},
+       .flags = {"--real-ssh"},
+       .rest = true});
   expect_operands(o, 1, "ROUTER or CAPTURE");
   run_request request;
   set_answers(o, request);
   request.lab = own_program();
-  request.host = existing_file(o.value_of("--host"), "tessel-host", "--host");
-  request.library = existing_file(o.value_of("--library"), "libtessel.so", "--library");
+  request.host = host_of(o);
+  request.library = library_of(o);
   request.logs = logs_folder(o.value_of("--logs"));
   request.calls = calls_file(o.value_of("--keep-calls"));
+  request.record = record_place(o.value_of("--record"));
   request.host_arguments = o.rest;
   return run_in_namespace(request);
 }

@@ -3,6 +3,7 @@
 // it cannot do what it was told.
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -15,11 +16,25 @@ int list_command(const std::vector<std::string>& arguments);
 int faults_command(const std::vector<std::string>& arguments);
 int expect_command(const std::vector<std::string>& arguments);
 int render_command(const std::vector<std::string>& arguments);
+int generate_command(const std::vector<std::string>& arguments);
 int run_command(const std::vector<std::string>& arguments);
+int record_command(const std::vector<std::string>& arguments);
+int pack_command(const std::vector<std::string>& arguments);
+int unpack_command(const std::vector<std::string>& arguments);
 
 // What several of them share ---------------------------------------------------------------------
 
 // The described router of that name or file, with these faults, "name" or "name=argument".
 router faulty_router(const std::string& name, const std::vector<std::string>& faults);
+
+std::filesystem::path own_program();
+
+// The host and the library that --host and --library name, or those that belong to this program;
+// absolute. Throws `lab_error` that names the option if there is no such file.
+std::filesystem::path host_of(const option_values& o);
+std::filesystem::path library_of(const option_values& o);
+
+// The named folder, made if need be, or a new one, which standard error then tells of; absolute.
+std::filesystem::path logs_folder(const std::string& named);
 
 }  // namespace lab

@@ -4,12 +4,14 @@
 //
 //     /opt/nos/bin        every tool, a link to this program; first on the path
 //     /opt/nos/capture    what the tools answer
+//     /opt/nos/state      how often they did, where that matters
 //     /opt/nos/libexec    this program and the host
 //     /opt/nos/lib        the library
 //     /var/log            the folder for the logs
 //     /tmp                empty
 //
-// All of it goes with the namespace when the host ends.
+// All of it goes with the namespace when the host ends. With `real_ssh` there is no stand-in for
+// ssh: the machine's own leads to servers that are started for the run.
 #pragma once
 
 #include <filesystem>
@@ -17,10 +19,10 @@
 #include <vector>
 
 #include "capture.h"
+#include "child.h"
+#include "real_ssh.h"
 
 namespace lab {
-
-inline constexpr int missing_privileges = 77;
 
 struct run_request {
   capture answers;               // if `folder` is empty; else only its manifest's part
@@ -28,8 +30,11 @@ struct run_request {
   std::filesystem::path logs;    // exists
   std::filesystem::path host;
   std::filesystem::path library;
-  std::filesystem::path calls;              // where to list the tool calls, may be empty
-  std::filesystem::path lab;                // this program
+  std::filesystem::path record;  // capture to record there, may be empty
+  std::filesystem::path calls;   // where to list the tool calls, may be empty
+  std::filesystem::path lab;     // this program
+  bool real_ssh = false;
+  std::vector<ssh_node> nodes;              // if `real_ssh`: those that it leads to
   std::vector<std::string> host_arguments;  // behind those that name the library and the node id
 };
 

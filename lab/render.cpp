@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "faults.h"
 
 namespace lab {
@@ -16,26 +18,72 @@ std::string trimmed_domain(unsigned domain) {
   return text.substr(first, text.find_last_not_of('0') - first + 1);
 }
 
-std::string lif_answer(const router& r, const std::string& object, std::uint32_t glif,
-                       std::uint32_t local_lif, std::uint32_t vsi, const node& n, unsigned npu) {
-  const unsigned low = glif & 0xffff;
-  std::string text = fmt::format("Ingress LIF 0x{:04x} (global)\n", low);
-  const std::string held = overridden(r, "chip.glif", object, n.name, static_cast<int>(npu))
-                               .value_or(fmt::format("{:#x}", local_lif));
+struct known_lif {
+  std::string object;
+  std::uint32_t glif;
+  std::uint32_t local_lif;
+  std::uint32_t vsi;
+};
+
+std::vector<known_lif> lifs_of(const router& r) {
+  std::vector<known_lif> lifs;
+  for (const bundle& b : r.bundles) {
+    lifs.push_back({name_of(b), b.glif, b.local_lif, b.rif});
+    for (const sub_bundle& s : b.subs)
+      lifs.push_back({name_of(s), s.glif, s.local_lif, s.l2 ? s.local_lif : s.rif});
+  }
+  return lifs;
+}
+
+std::string lif_query(const known_lif& lif) {
+  return fmt::format("diag pp lif id=0x{:04x} gl=1 type=in", lif.glif & 0xffff);
+}
+
+std::string lif_heading(const known_lif& lif) {
+  return fmt::format("Ingress LIF 0x{:04x} (global)\n", lif.glif & 0xffff);
+}
+
+// `held` and `vsi` are what a chip has for the LIF, as texts.
+std::string lif_answer(const known_lif& lif, const std::string& held, const std::string& vsi) {
+  std::string text = lif_heading(lif);
   if (held == absent) return text + "  no such global LIF\n";
-  text += fmt::format("GLIF 0x{:04x} -> Local In_LIF:{} table: A\n", low, held);
+  text += fmt::format("GLIF 0x{:04x} -> Local In_LIF:{} table: A\n", lif.glif & 0xffff, held);
   text += "  orientation: hub  cos profile: 0  drop: none  protection: not set\n";
-  text += fmt::format("  learn: enabled  flood: enabled  vsid: {}  stat id: 0\n",
-                      overridden(r, "chip.vsi", object, n.name, static_cast<int>(npu))
-                          .value_or(std::to_string(vsi)));
-  text += fmt::format("  IN_LIF         {}\n", local_lif);
+  text += fmt::format("  learn: enabled  flood: enabled  vsid: {}  stat id: 0\n", vsi);
+  text += fmt::format("  IN_LIF         {}\n", lif.local_lif);
   return text;
+}
+
+std::string healthy_lif_answer(const known_lif& lif) {
+  return lif_answer(lif, fmt::format("{:#x}", lif.local_lif), std::to_string(lif.vsi));
+}
+
+// Most routers have no chip that differs; the walk over all chips and LIFs is for those that have.
+void render_differing_lifs(const router& r, const std::vector<known_lif>& lifs, capture& c) {
+  if (std::none_of(r.overrides.begin(), r.overrides.end(), [](const override_rule& rule) {
+        return rule.field == "chip.glif" || rule.field == "chip.vsi";
+      }))
+    return;
+  for (const node& n : r.nodes)
+    for (unsigned npu = 0; npu < n.npus; ++npu)
+      for (const known_lif& lif : lifs) {
+        const auto held = overridden(r, "chip.glif", lif.object, n.name, static_cast<int>(npu));
+        const auto vsi = overridden(r, "chip.vsi", lif.object, n.name, static_cast<int>(npu));
+        if (held || vsi)
+          answer(c, local_place, chip_command(lif_query(lif), npu, n),
+                 lif_answer(lif, held.value_or(fmt::format("{:#x}", lif.local_lif)),
+                            vsi.value_or(std::to_string(lif.vsi))));
+      }
 }
 
 }  // namespace
 
 std::string chip_command(const std::string& command, unsigned npu, const node& n) {
   return fmt::format("asic_shell_show -c \"{}\" -u {} -n {}", command, npu, n.id);
+}
+
+std::string chip_command_of_all(const std::string& command) {
+  return fmt::format("asic_shell_show -c \"{}\"", command);
 }
 
 sem_key key_of(const bundle& b, const sub_bundle& s) {
@@ -51,20 +99,11 @@ sem_key untagged_key_of(const bundle& b) {
   return {trimmed_domain(b.vlan_domain) + "fff", false};
 }
 
-void render_lif_queries(const router& r, const node& n, capture& c) {
-  const auto add = [&](const std::string& object, std::uint32_t glif, std::uint32_t local_lif,
-                       std::uint32_t vsi) {
-    for (unsigned npu = 0; npu < n.npus; ++npu)
-      answer(
-          c, local_place,
-          chip_command(fmt::format("diag pp lif id=0x{:04x} gl=1 type=in", glif & 0xffff), npu, n),
-          lif_answer(r, object, glif, local_lif, vsi, n, npu));
-  };
-  for (const bundle& b : r.bundles) {
-    add(name_of(b), b.glif, b.local_lif, b.rif);
-    for (const sub_bundle& s : b.subs)
-      add(name_of(s), s.glif, s.local_lif, s.l2 ? s.local_lif : s.rif);
-  }
+void render_lif_queries(const router& r, capture& c) {
+  const std::vector<known_lif> lifs = lifs_of(r);
+  for (const known_lif& lif : lifs)
+    answer(c, local_place, chip_command_of_all(lif_query(lif)), healthy_lif_answer(lif));
+  render_differing_lifs(r, lifs, c);
 }
 
 capture render(const router& r, std::vector<planted_fault>* planted) {
@@ -80,6 +119,7 @@ capture render(const router& r, std::vector<planted_fault>* planted) {
   render_forwarding(faulty, c);
   render_older_chips(faulty, c);
   render_jericho2_chips(faulty, c);
+  render_lif_queries(faulty, c);
   edit_for_faults(faulty, c);
   if (planted != nullptr) *planted = faulty.faults;
   return c;

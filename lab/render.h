@@ -23,6 +23,8 @@ capture render(const router& r, std::vector<planted_fault>* planted = nullptr);
 
 // A chip command of one NPU, as the platform is asked for it.
 std::string chip_command(const std::string& command, unsigned npu, const node& n);
+// The same under the name that stands for every chip without an answer of its own.
+std::string chip_command_of_all(const std::string& command);
 
 // The key under which the chip keeps a sub-bundle, empty if its encapsulation gives none; and
 // whether it stands in the second table, the one of double-tagged frames.
@@ -33,7 +35,8 @@ struct sem_key {
 sem_key key_of(const bundle& b, const sub_bundle& s);
 sem_key untagged_key_of(const bundle& b);
 
-// Adds the answers to "diag pp lif" for every global LIF to all NPUs of a node.
-void render_lif_queries(const router& r, const node& n, capture& c);
+// Adds the answers to "diag pp lif" for every global LIF: one for all chips, which hold a LIF
+// alike, and one for each NPU that is made to differ.
+void render_lif_queries(const router& r, capture& c);
 
 }  // namespace lab

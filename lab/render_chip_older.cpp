@@ -183,7 +183,6 @@ void render_older_chips(const router& r, capture& c) {
       add("d IHP_VSI_LOW_CFG_1", vsi_rows(u));
       add("dump EPNI_PACKETPROCESSING_PORT_CONFIGURATION_TABLE", mtu_rows(u));
     }
-    render_lif_queries(r, n, c);
   }
 }
 

@@ -137,10 +137,7 @@ std::string l1ports(const router& r, const node& n) {
                 overridden(r, "dpa.mtu", tail, n.name).value_or(std::to_string(m->mtu)), count++,
                 text);
     }
-  // Every node has a port of its own that no bundle uses.
-  const std::string own = n.kind == "RP" ? "MgmtEth" : "HundredGigE";
-  const std::string seat = n.kind == "RP" ? n.name : n.name.substr(0, n.name.rfind('/')) + "/0";
-  show_port(object_name(own + seat + "/63"), 0x1f00000 + n.id, 0, 0, 9, "1514", count++, text);
+  show_port(object_name(free_port(r, n)), 0x1f00000 + n.id, 0, 0, 9, "1514", count++, text);
   return text + footing(count);
 }
 

@@ -25,6 +25,10 @@ std::string port_mtu(const router& r, const member& m) {
   return overridden(r, "interfaces.mtu", port_tail(m.port), m.node).value_or(std::to_string(m.mtu));
 }
 
+std::string management_port(const router& r) {
+  return fmt::format("MgmtEth{}/0", r.nodes.front().name);
+}
+
 std::string interface_listing(const router& r) {
   std::string text;
   for (const bundle& b : r.bundles) {
@@ -35,7 +39,7 @@ std::string interface_listing(const router& r) {
                      "VLAN sub-interface", "", std::to_string(b.mtu + 4), 200);
   }
   list_interface(text, "Loopback0", "Loopback interface(s)", "router id", "1500", 0);
-  list_interface(text, "MgmtEth0/RP0/CPU0/0", "Management Ethernet", "", "1514", 1);
+  list_interface(text, management_port(r), "Management Ethernet", "", "1514", 1);
   for (const bundle& b : r.bundles)
     for (const member& m : b.members)
       if (const std::string mtu = port_mtu(r, m); mtu != absent)
@@ -86,8 +90,8 @@ void configure_head(const router& r, std::string& text) {
   if (r.hqos) text += "hw-module profile qos hqos-enable\n!\n";
   text += "interface Loopback0\n description router id, \"first\" of all\n";
   text += " ipv4 address 10.255.0.1 255.255.255.255\n!\n";
-  text +=
-      "interface MgmtEth0/RP0/CPU0/0\n description out of band; see rack 7 (door's side) + up!\n";
+  text += fmt::format("interface {}\n description out of band; see rack 7 (door's side) + up!\n",
+                      management_port(r));
   text += " ipv4 address 10.0.0.2 255.255.255.0\n!\n";
 }
 
@@ -121,15 +125,12 @@ void configure_ports(const router& r, std::string& text) {
           "interface {}\n description member of bundle {} - {}\n bundle id {} mode active\n"
           " lacp period short\n!\n",
           m.port, b.number, m.node, b.number);
-  for (const node& n : r.nodes) {
-    if (n.kind != "LC") continue;
-    const std::string seat = n.name.substr(0, n.name.rfind('/'));
-    text += fmt::format(
-        "interface HundredGigE{}/0/63\n description free; was \"bundle id 1\" [ring #3] 100% "
-        "{{x}}\n"
-        " shutdown\n!\n",
-        seat);
-  }
+  for (const node& n : r.nodes)
+    if (n.kind == "LC")
+      text += fmt::format(
+          "interface {}\n description free; was \"bundle id 1\" [ring #3] 100% {{x}}\n"
+          " shutdown\n!\n",
+          free_port(r, n));
 }
 
 // Other protocols name bundles as well, on lines of their own stanzas.

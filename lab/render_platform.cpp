@@ -56,14 +56,25 @@ std::string converted_id(const node& n) {
   return fmt::format("{:#x}\n", 0x1000000U | n.id);
 }
 
-std::string board_probe(const node& n) {
-  return fmt::format(
+const node* active_peer(const router& r, const node& n) {
+  for (const node& other : r.nodes)
+    if (&other != &n && other.kind == "RP" && other.state == "ACTIVE") return &other;
+  return nullptr;
+}
+
+// A route processor that is not alone in charge tells of the other one as well.
+std::string board_probe(const router& r, const node& n) {
+  std::string text = fmt::format(
       "Board API probe\n"
       "  Card name:{}\n"
       "  Serial:FXC2210Q{:04X}\n"
       "  Node Id:{:#x}\n"
       "  Slot state:{}\n",
       n.card, n.id, n.id, n.state);
+  const node* peer = n.kind == "RP" && n.state == "ACTIVE" ? active_peer(r, n) : nullptr;
+  if (peer != nullptr)
+    text += fmt::format("  Peer Node Id:{:#x}\n  Peer state:{}\n", peer->id, peer->state);
+  return text;
 }
 
 // What the chip shell says where there is no chip.
@@ -98,7 +109,7 @@ void render_platform(const router& r, capture& c) {
   answer(c, local_place, "qos_voq_show -v x -i 0x10 -n A -t n -p 0x0", voq_usage(r));
   for (const node& n : r.nodes) {
     answer(c, local_place, "node_id_convert -I " + n.name, converted_id(n));
-    answer(c, n.address, "board_api_probe", board_probe(n));
+    answer(c, n.address, "board_api_probe", board_probe(r, n));
     if (n.chip.empty()) render_chipless(n, c);
   }
 }

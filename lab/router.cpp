@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <charconv>
+#include <limits>
 #include <map>
 #include <set>
 #include <tuple>
@@ -35,7 +37,15 @@ const type_row* type_of(std::string_view type) {
   return found == router_types.end() ? nullptr : found;
 }
 
+constexpr unsigned last_vlan = 4094;
 constexpr unsigned cores_apart = 256;  // an aspen's port numbers of one core behind the other
+
+// The number that a text begins with.
+unsigned number_of(std::string_view digits) {
+  unsigned number = 0;
+  const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  return read.ec == std::errc{} ? number : std::numeric_limits<unsigned>::max();
+}
 
 }  // namespace
 
@@ -157,6 +167,20 @@ std::vector<const member*> members_on(const router& r, const bundle& b, const no
   return found;
 }
 
+std::string free_port(const router& r, const node& n) {
+  if (n.kind == "RP") return "MgmtEth" + n.name + "/63";
+  const std::string seat = n.name.substr(0, n.name.rfind('/')) + "/0/";
+  unsigned number = 63;
+  for (const bundle& b : r.bundles)
+    for (const member& m : b.members) {
+      if (m.node != n.name) continue;
+      const std::string tail = port_tail(m.port);
+      if (tail.starts_with(seat))
+        number = std::max(number, number_of(std::string_view{tail}.substr(seat.size())) + 1);
+    }
+  return fmt::format("HundredGigE{}{}", seat, number);
+}
+
 std::string port_type(std::string_view port) {
   std::size_t letters = 0;
   while (letters < port.size() && std::isalpha(static_cast<unsigned char>(port[letters])) != 0)
@@ -202,11 +226,13 @@ std::vector<unsigned> tags_of(std::string_view encapsulation) {
     const std::size_t end = std::min(encapsulation.find(' '), encapsulation.size());
     const std::string_view word = encapsulation.substr(0, end);
     encapsulation.remove_prefix(std::min(end + 1, encapsulation.size()));
-    const bool number = !word.empty() && std::all_of(word.begin(), word.end(), [](char c) {
-      return std::isdigit(static_cast<unsigned char>(c)) != 0;
-    });
-    if (number && keyword.find("dot1") != std::string_view::npos)
-      tags.push_back(static_cast<unsigned>(std::stoul(std::string{word})));
+    const std::size_t digits = std::min(word.find_first_not_of("0123456789"), word.size());
+    if (keyword.find("dot1") != std::string_view::npos) {
+      if (digits > 0) tags.push_back(number_of(word.substr(0, digits)));
+      // A list or a range goes by its first tag, and nothing behind it counts; "dot1q any" has
+      // none.
+      if (digits > 0 ? digits < word.size() : keyword == "dot1q") break;
+    }
     keyword = word;
   }
   return tags;
@@ -250,9 +276,8 @@ void derive_nodes(router& r) {
 
 void derive_members(router& r, bundle& b,
                     std::map<std::tuple<std::string, unsigned, unsigned>, unsigned>& used_ports,
-                    std::uint32_t& port_count) {
+                    std::uint32_t first_system_port, std::uint32_t& port_count) {
   constexpr std::uint32_t first_handle = 0x1000040;
-  constexpr std::uint32_t first_system_port = 0x101;  // three digits: no one is another's tail
   constexpr unsigned first_port = 10;
   unsigned slot = 0;
   for (member& m : b.members) {
@@ -266,6 +291,14 @@ void derive_members(router& r, bundle& b,
     if (m.system_port == 0) m.system_port = first_system_port + port_count;
     ++port_count;
   }
+}
+
+// Chips are searched by the last digits of a system port, so all of a router have as many digits:
+// no one is another's tail.
+std::uint32_t first_system_port(const router& r) {
+  std::size_t ports = 0;
+  for (const bundle& b : r.bundles) ports += b.members.size();
+  return ports < 0xf00 ? 0x101 : ports < 0xf000 ? 0x1001 : 0x10001;
 }
 
 // One count runs through bundles and sub-bundles, so that no two of them share a number.
@@ -310,7 +343,7 @@ void derive(router& r) {
   unsigned ordinal = 0;
   for (bundle& b : r.bundles) {
     derive_bundle(b, ordinal++, count);
-    derive_members(r, b, used_ports, port_count);
+    derive_members(r, b, used_ports, first_system_port(r), port_count);
   }
   for (bundle& b : r.bundles)
     for (sub_bundle& s : b.subs) derive_sub(r, b, s, count);
@@ -378,6 +411,10 @@ void check(const router& r, std::string_view where) {
       if (!handles.insert(s.handle).second)
         impossible(where,
                    fmt::format("sub-bundle {}: handle {:#x} is taken", name_of(s), s.handle));
+      for (const unsigned tag : tags_of(s.encapsulation))
+        if (tag == 0 || tag > last_vlan)
+          impossible(where, fmt::format("sub-bundle {}: \"{}\" has a tag that is none of 1 to {}",
+                                        name_of(s), s.encapsulation, last_vlan));
     }
   }
 }

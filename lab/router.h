@@ -156,6 +156,10 @@ std::vector<const member*> members_on(const router& r, const bundle& b, const no
 std::vector<const member*> members_on(const router& r, const bundle& b, const node& n,
                                       unsigned npu);
 
+// A port of the node that no bundle uses: every node has one, a route processor the one for its
+// management.
+std::string free_port(const router& r, const node& n);
+
 // "HundredGigE0/0/0/1" -> "0/0/0/1"; the type in front -> "HundredGigE"; "Hu0/0/0/1".
 std::string port_tail(std::string_view port);
 std::string port_type(std::string_view port);
@@ -167,7 +171,8 @@ std::string name_of(const bundle& b);
 std::string name_of(const sub_bundle& s);
 bool has_untagged(const bundle& b);
 
-// The VLAN tags of an encapsulation, outer first: "dot1q 10 second-dot1q 20" -> {10, 20}.
+// The VLAN tags of an encapsulation by which a chip keeps it, outer first:
+// "dot1q 10 second-dot1q 20" -> {10, 20}, "dot1q 10-20" -> {10}, "default" -> {}.
 std::vector<unsigned> tags_of(std::string_view encapsulation);
 
 // "0026.5e01.0011" -> "00:26:5e:01:00:11"; its low ten bits as the chips keep them.

@@ -6,6 +6,13 @@
 //     ssh -q -o StrictHostKeyChecking=no 192.0.0.6 /opt/nos/bin/fwd_object_show -t lagport -D
 //         -> 192.0.0.6/fwd_object_show,-t,lagport,-D
 //
+// A chip command without a file of its own is answered from the file that all chips share, if there
+// is one: .../asic_shell_show,-c,diag+pp+lif+id=0x4000+gl=1+type=in.
+//
+// A recorded command line that gave different answers, or a status other than 0, has a list of them
+// (record_list.h), which is answered call by call; TESSEL_LAB_STATE names a folder to count the
+// calls in (else /opt/nos/state).
+//
 // TESSEL_LAB_CAPTURE names the capture folder (else /opt/nos/capture). If TESSEL_LAB_CALLS names a
 // file, every call adds its command line to it.
 #pragma once
@@ -28,7 +35,8 @@ struct call {
 // `command` is the tool's name and its arguments.
 call resolve(const std::vector<std::string>& command);
 
-// Answers the command on standard output. Returns the status to exit with: 0, 127 for a command
+// Answers the command on standard output. Returns the status to exit with: 0, the
+// one that was recorded, 127 for a command
 // line that the router does not know (which standard error names), 255 where ssh itself fails.
 int serve(const std::vector<std::string>& command);
 

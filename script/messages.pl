@@ -49,10 +49,15 @@ sub texts_of {
     return @texts;
 }
 
+sub is_message {
+    my ($text) = @_;
+    return $text =~ $message && $text =~ /[A-Za-z]{3}/;
+}
+
 # Line and text of each message of a source.
 sub messages_of {
     my ($file) = @_;
-    return grep { $_->[1] =~ $message && $_->[1] =~ /[A-Za-z]{3}/ } texts_of( slurp($file) );
+    return grep { is_message( $_->[1] ) } texts_of( slurp($file) );
 }
 
 sub documented_messages { return slurp('docs/FINDINGS.md') =~ /`([^`\n]+)`/g }

@@ -8,6 +8,9 @@
  * All three are called once, in this order, from one thread of the host. The audit writes its
  * phase lines and its result table on standard output and its findings in files
  * "/var/log/tessel_*.log"; it starts the platform's tools through /bin/sh and waits for them.
+ *
+ * The host needs the right to write /var/log and /tmp and to run the tools, which on a router means
+ * root.
  */
 #ifndef TESSEL_TESSEL_H
 #define TESSEL_TESSEL_H
@@ -20,7 +23,9 @@ extern "C" {
 
 /* What tessel_run returns when it returns at all. */
 #define TESSEL_STOPPED_EARLY 0 /* ended before anything was collected; no result table */
-#define TESSEL_ABORTED (-2)    /* left by a failure; its traceback stands on standard error */
+#define TESSEL_ABORTED                                                      \
+  (-2) /* left by a failure; its traceback stands on standard error, or one \
+          line there if tessel_init has not been called */
 
 /*
  * Sets the run state to its defaults and `m` to it. Ends the process with a failed assertion if
@@ -32,8 +37,11 @@ void tessel_init(void);
  * Runs the audit. `node_id` is the platform's id of the route processor that the host runs on,
  * 4096 or 4352 on most routers. A run that ends by itself, with findings or without, also one
  * that says "Not Done" or cannot open its logs, flushes standard output and ends the process with
- * status 0, by exit, from inside this call. Returns one of the values above otherwise. Threads of
- * the audit may still run after a return.
+ * status 0 from inside this call. Returns one of the values above otherwise.
+ *
+ * It ends the process by exit(3): the host's atexit handlers and the destructors of its static
+ * objects run, and threads of the audit may still be at work meanwhile, as they may after a return.
+ * They use nothing of the host but its standard streams.
  */
 int32_t tessel_run(int32_t node_id);
 
@@ -46,7 +54,8 @@ void tessel_finalize(void);
  */
 int32_t run_tessel(uint32_t my_node_id);
 
-/* The run state between tessel_init and tessel_finalize, otherwise null. */
+/* The run state between tessel_init and tessel_finalize, otherwise null. Hosts need not touch it.
+ */
 extern void* m;
 
 #ifdef __cplusplus

@@ -11,13 +11,11 @@
 #include <csignal>
 #include <cstring>
 
+#include "base/dump.h"
 #include "base/failure.h"
-#include "base/helpers.h"
+#include "base/findings.h"
 #include "base/log_file.h"
-#include "base/logs.h"
 #include "run/state.h"
-
-extern char** environ;
 
 namespace tessel {
 
@@ -27,12 +25,26 @@ namespace {
   throw failure(fmt::format("cannot {}: {}", action, std::strerror(cause)));
 }
 
+// Puts a new file under `path`, in the place of what stands there, and opens it. Returns -1 and
+// sets errno if it cannot.
+//
+// Everybody may write to the folder, and the audit has all rights: what somebody has put under the
+// name, a link above all, must not be written through. And of two calls with one name each reads
+// what its own command wrote. The content is the router's own: nobody else is to read it.
+int open_new(const std::string& path) {
+  constexpr int most_attempts = 100;  // each that fails is one where somebody else was faster
+  for (int attempt = 0; attempt < most_attempts; ++attempt) {
+    if (::unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
+    const int descriptor = open_beside_streams(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    if (descriptor >= 0 || errno != EEXIST) return descriptor;
+  }
+  return -1;
+}
+
 class capture_file {
  public:
   // Born close-on-exec: other workers may be starting commands at this very moment.
-  explicit capture_file(std::string path)
-      : path_(std::move(path)),
-        descriptor_(open_beside_streams(path_, O_RDWR | O_CREAT | O_TRUNC)) {
+  explicit capture_file(std::string path) : path_(std::move(path)), descriptor_(open_new(path_)) {
     if (descriptor_ < 0) cannot("open " + path_, errno);
   }
   ~capture_file() { ::close(descriptor_); }
@@ -149,9 +161,7 @@ value execute(std::string_view cmd, std::string_view suffix) {
     wait_for(plan.shell(std::string(cmd)));
     return capture.read_all();
   } catch (const std::exception& error) {
-    ++st().exception;
-    logger(fmt::format("{}: execution failed for {}", error.what(), cmd), "exception", true);
-    return ERROR;
+    return count_and_log(fmt::format("{}: execution failed for {}", error.what(), cmd));
   }
 }
 
@@ -165,9 +175,7 @@ value execute_bcmd(std::string_view bcmd, const value& npu_id, const value& node
     if (grep_opt != DEFAULT) cmd = fmt::format("{} | grep {}", cmd, grep_opt);
     return execute(cmd, fmt::format("{}_{}_{}", fname, npu, node));
   } catch (const std::exception& error) {
-    ++st().exception;
-    logger(fmt::format("{}: execution failed for {}", error.what(), bcmd), "exception", true);
-    return ERROR;
+    return count_and_log(fmt::format("{}: execution failed for {}", error.what(), bcmd));
   }
 }
 

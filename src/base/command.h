@@ -12,7 +12,8 @@ namespace tessel {
 // Runs one shell command line and waits for it. Returns what it wrote on standard output, as text,
 // whatever its exit status: an unknown command gives an empty text. Standard input is /dev/null,
 // standard error goes to the debug log. The output passes through the capture file
-// "/tmp/tessel_SUFFIX.log", which stays; calls that run side by side need different suffixes.
+// "/tmp/tessel_SUFFIX.log", which stays. It is a new file each time, in the place of an older one,
+// so calls with one suffix that run side by side get their own outputs; the last one's stays.
 //
 // Returns ERROR (the integer 0), after counting and logging, if the command could not be run or
 // its output not be read.
@@ -20,7 +21,7 @@ value execute(std::string_view cmd, std::string_view suffix = "0");
 
 // Hands the chip shell command `bcmd` to unit `npu_id` (or "all") of node `nodeid` (or "A" for all
 // of them) and returns what `execute` does. `grep_opt`, unless DEFAULT, is placed behind a grep on
-// this node. The capture file's suffix is "FNAME_NPU_NODE". `nodeip` is not used.
+// this node. The capture file's suffix is "FNAME_NPU_NODE".
 value execute_bcmd(std::string_view bcmd, const value& npu_id, const value& nodeid,
                    const value& nodeip = DEFAULT, std::string_view fname = "1",
                    std::string_view grep_opt = DEFAULT);

@@ -6,7 +6,6 @@
 
 #include <exception>
 #include <string>
-#include <vector>
 
 #include "base/here.h"
 

@@ -20,8 +20,8 @@ namespace {
 
 }  // namespace
 
-int open_beside_streams(const std::string& path, int flags) {
-  const int first = ::open(path.c_str(), flags | O_CLOEXEC, 0644);
+int open_beside_streams(const std::string& path, int flags, mode_t mode) {
+  const int first = ::open(path.c_str(), flags | O_CLOEXEC, mode);
   if (first < 0 || first > STDERR_FILENO) return first;
   const int moved = ::fcntl(first, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   const int cause = errno;
@@ -32,7 +32,7 @@ int open_beside_streams(const std::string& path, int flags) {
 
 log_file::log_file(std::string path, file_mode mode) : path_(std::move(path)) {
   const int emptied = mode == file_mode::truncate ? O_TRUNC : 0;
-  descriptor_ = open_beside_streams(path_, O_RDWR | O_CREAT | O_APPEND | emptied);
+  descriptor_ = open_beside_streams(path_, O_RDWR | O_CREAT | O_APPEND | emptied, 0644);
   if (descriptor_ < 0) cannot("open", path_);
 }
 

@@ -1,6 +1,8 @@
 // An open plain log file, and the place where the run keeps it.
 #pragma once
 
+#include <sys/types.h>
+
 #include <memory>
 #include <mutex>
 #include <string>
@@ -16,7 +18,7 @@ enum class file_mode {
 // Opens a file as open(2) does, close-on-exec, and never in the place of a standard stream that the
 // host has closed: what is meant for that stream would go there. Returns -1 and sets errno if it
 // cannot.
-int open_beside_streams(const std::string& path, int flags);
+int open_beside_streams(const std::string& path, int flags, mode_t mode);
 
 // Writes go to the end of the file, whole, from any thread. The descriptor is close-on-exec.
 class log_file {

@@ -10,8 +10,8 @@
 
 #include "base/command.h"
 #include "base/constants.h"
+#include "base/dump.h"
 #include "base/failure.h"
-#include "base/helpers.h"
 #include "base/print.h"
 #include "base/text.h"
 #include "run/state.h"
@@ -138,6 +138,7 @@ void logger(std::string_view msg, std::string_view logger_name, bool exc_info, h
 int log_init() {
   run_state& run = st();
   try {
+    // Wider than what the end of a run removes: nothing of an earlier run or version stays.
     execute("rm /tmp/tessel*");
     setup_logger("exception", LOG_FILE_EXCEPTION);
     setup_logger("inconsistent", LOG_FILE_INCONSISTENT);

@@ -2,10 +2,31 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "base/constants.h"
 #include "base/failure.h"
 
 namespace tessel {
+
+namespace {
+
+// The field's content, or null.
+template <class Fields>
+auto* content_of(Fields& fields, std::string_view field) {
+  const auto found = std::find_if(fields.begin(), fields.end(),
+                                  [field](const auto& each) { return each.first == field; });
+  return found == fields.end() ? nullptr : &found->second;
+}
+
+template <class Fields>
+auto& content_in(Fields& fields, std::string_view field, here where) {
+  auto* content = content_of(fields, field);
+  if (content == nullptr) throw failure(fmt::format("no field {}", brief_text(field)), where);
+  return *content;
+}
+
+}  // namespace
 
 record::record(const record& other) {
   const std::lock_guard lock(other.mutex_);
@@ -13,25 +34,21 @@ record::record(const record& other) {
 }
 
 value& record::slot(std::string_view field, here where) {
-  for (auto& [name, content] : fields_) {
-    if (name == field) return content;
-  }
-  throw failure(fmt::format("no field {}", brief_text(field)), where);
+  return content_in(fields_, field, where);
 }
 
 value record::get(std::string_view field, here where) const {
   const std::lock_guard lock(mutex_);
-  return const_cast<record*>(this)->slot(field, where);
+  return content_in(fields_, field, where);
 }
 
 void record::set(std::string_view field, value content) {
   const std::lock_guard lock(mutex_);
-  for (auto& [name, old] : fields_) {
-    if (name != field) continue;
-    old = std::move(content);
-    return;
+  if (value* held = content_of(fields_, field)) {
+    *held = std::move(content);
+  } else {
+    fields_.emplace_back(std::string(field), std::move(content));
   }
-  fields_.emplace_back(std::string(field), std::move(content));
 }
 
 std::optional<value> record::expect(std::string_view field, const value& reported, here where) {

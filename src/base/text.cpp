@@ -14,11 +14,10 @@ namespace tessel {
 
 namespace {
 
-constexpr std::string_view white_space = " \t\n\r\f\v";
 constexpr std::size_t longest_line = 8192;
 constexpr std::size_t longest_blank_run = 2048;
-constexpr std::size_t first_jit_stack = 64 * 1024;
-constexpr std::size_t largest_jit_stack = 32 * 1024 * 1024;
+constexpr std::size_t first_jit_stack = std::size_t{64} * 1024;
+constexpr std::size_t largest_jit_stack = std::size_t{32} * 1024 * 1024;
 
 pcre2_code* compile(std::string_view expression, letter_case letters) {
   const std::unique_ptr<pcre2_compile_context, decltype(&pcre2_compile_context_free)> context(
@@ -45,10 +44,6 @@ struct free_match_context {
 struct free_jit_stack {
   void operator()(pcre2_jit_stack* stack) const { pcre2_jit_stack_free(stack); }
 };
-
-bool is_white_space(char c) {
-  return white_space.find(c) != std::string_view::npos;
-}
 
 template <class Belongs>
 void refuse_long_run(std::string_view text, std::string_view what, std::size_t longest,
@@ -108,8 +103,9 @@ class matcher {
 
   std::string_view group(std::uint32_t number) const {
     const PCRE2_SIZE* ends = pcre2_get_ovector_pointer(data_.get());
-    if (ends[2 * number] == PCRE2_UNSET) return {};
-    return subject_.substr(ends[2 * number], ends[2 * number + 1] - ends[2 * number]);
+    const std::size_t at = std::size_t{2} * number;
+    if (ends[at] == PCRE2_UNSET) return {};
+    return subject_.substr(ends[at], ends[at + 1] - ends[at]);
   }
 
  private:
@@ -346,7 +342,7 @@ void require_readable(std::string_view text, here where) {
   refuse_long_run(text, "run of blanks", longest_blank_run, is_white_space, where);
 }
 
-std::string_view readable_blanks(const value& output, here where) {
+std::string_view readable_any_line(const value& output, here where) {
   const std::string_view text = output.as_text(where);
   refuse_long_run(text, "run of blanks", longest_blank_run, is_white_space, where);
   return text;

@@ -88,6 +88,15 @@ std::vector<std::string_view> split(std::string_view subject, const pattern& sep
 // Cut at runs of white space; no empty pieces.
 std::vector<std::string_view> split_words(std::string_view subject);
 
+// The characters of "\\s" and of "\\w".
+inline constexpr std::string_view white_space = " \t\n\r\f\v";
+constexpr bool is_white_space(char c) {
+  return white_space.find(c) != std::string_view::npos;
+}
+constexpr bool is_word(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+
 // Without white space at both ends.
 std::string_view strip(std::string_view subject);
 // Without the characters of `set` at both ends, and at the beginning only.
@@ -112,12 +121,12 @@ std::string list_text(std::span<const std::string_view> entries);
 std::string list_text(const matches& entries);
 
 // A tool's output for a parser. Throws `failure` if `output` is no text (the command could not be
-// run), or holds a line, or a run of white space, that is longer than any tool prints: searching
-// such a run would take time with the square of its length.
+// run), or holds a line of more than 8192 bytes or a run of white space of more than 2048, which no
+// tool prints: searching such a run would take time with the square of its length.
 std::string_view readable(const value& output, here where = here::current());
 // The same test on a text by itself.
 void require_readable(std::string_view text, here where = here::current());
 // The same as `readable` for text whose lines may have any length.
-std::string_view readable_blanks(const value& output, here where = here::current());
+std::string_view readable_any_line(const value& output, here where = here::current());
 
 }  // namespace tessel

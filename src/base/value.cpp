@@ -44,7 +44,8 @@ value& value::operator=(const value& other) {
 }
 
 value& value::operator=(value&& other) noexcept {
-  kind_ = other.kind_;
+  if (this == &other) return *this;
+  kind_ = std::exchange(other.kind_, value_kind::none);
   number_ = other.number();
   object_ = std::move(other.object_);
   return *this;
@@ -157,24 +158,27 @@ std::size_t map::position(std::string_view key) const {
     }
     return npos;
   }
+  const std::uint32_t held = index_[slot_of(key)];
+  return held == 0 ? npos : held - 1;
+}
+
+// Where the index holds `key`, or would.
+std::size_t map::slot_of(std::string_view key) const {
   const std::size_t mask = index_.size() - 1;
-  for (std::size_t slot = std::hash<std::string_view>()(key) & mask;; slot = (slot + 1) & mask) {
-    if (index_[slot] == 0) return npos;
-    if (entries_[index_[slot] - 1].key == key) return index_[slot] - 1;
-  }
+  std::size_t slot = std::hash<std::string_view>()(key) & mask;
+  while (index_[slot] != 0 && entries_[index_[slot] - 1].key != key) slot = (slot + 1) & mask;
+  return slot;
 }
 
 void map::rebuild_index() {
   index_.clear();
   if (entries_.size() <= scan_limit) return;
-  std::size_t slots = 4 * scan_limit;
-  while (slots < 2 * entries_.size() + 2) slots *= 2;
-  index_.resize(2 * slots);
-  const std::size_t mask = index_.size() - 1;
+  // Room for as many again before half of it is taken.
+  std::size_t slots = 8 * scan_limit;
+  while (slots < 4 * (entries_.size() + 1)) slots *= 2;
+  index_.resize(slots);
   for (std::size_t at = 0; at < entries_.size(); ++at) {
-    std::size_t slot = std::hash<std::string_view>()(entries_[at].key) & mask;
-    while (index_[slot] != 0) slot = (slot + 1) & mask;
-    index_[slot] = static_cast<std::uint32_t>(at + 1);
+    index_[slot_of(entries_[at].key)] = static_cast<std::uint32_t>(at + 1);
   }
 }
 
@@ -215,10 +219,7 @@ void map::set(std::string_view key, value content) {
   if (2 * entries_.size() > index_.size()) {
     rebuild_index();
   } else {
-    const std::size_t mask = index_.size() - 1;
-    std::size_t slot = std::hash<std::string_view>()(key) & mask;
-    while (index_[slot] != 0) slot = (slot + 1) & mask;
-    index_[slot] = static_cast<std::uint32_t>(entries_.size());
+    index_[slot_of(key)] = static_cast<std::uint32_t>(entries_.size());
   }
 }
 

@@ -13,7 +13,7 @@ namespace {
 
 // Jobs nest a few calls deep and keep their data on the heap; the address space of thousands of
 // workers at once is what counts.
-constexpr std::size_t stack_size = 512 * 1024;
+constexpr std::size_t stack_size = std::size_t{512} * 1024;
 
 void run_to_the_end(std::function<void()>& job) {
   try {

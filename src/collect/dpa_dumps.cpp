@@ -6,8 +6,7 @@
 #include <string_view>
 
 #include "base/command.h"
-#include "base/failure.h"
-#include "base/logs.h"
+#include "base/findings.h"
 #include "base/text.h"
 #include "parse/dpa_objects.h"
 #include "run/state.h"
@@ -64,10 +63,7 @@ int dump_dpa_objects(const value&, const value& nodeip, const std::string& noden
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: dump_dpa_objects failed {}", error.what(), nodename), "exception",
-           true);
-    ++run.exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: dump_dpa_objects failed {}", error.what(), nodename));
   }
 }
 

@@ -4,15 +4,16 @@
 
 #include "base/command.h"
 #include "base/failure.h"
-#include "base/helpers.h"
+#include "base/findings.h"
 #include "base/logs.h"
+#include "base/numbers.h"
 #include "base/print.h"
 #include "base/text.h"
 #include "collect/dpa_dumps.h"
 #include "collect/hardware_dumps.h"
-#include "collect/interface_mtus.h"
 #include "parse/bundle_pd.h"
 #include "parse/bundle_pi.h"
+#include "parse/interface_mtus.h"
 #include "run/state.h"
 
 namespace tessel {
@@ -105,9 +106,7 @@ int dump_data() {
     run.pid_list.join_all();
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: dump data failed", error.what()), "exception", true);
-    ++run.exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: dump data failed", error.what()));
   }
 }
 
@@ -144,23 +143,7 @@ int dump_running_config() {
     run.run_cfg.set(text.substr(0, offset_in(text, cfg_end.text(0)) + line_feed_and_end));
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: dump_running_config failed", error.what()), "exception", true);
-    ++run.exception;
-    return ERROR;
-  }
-}
-
-int dump_voq_usage() {
-  run_state& run = st();
-  try {
-    const value output = execute("qos_voq_show -v x -i 0x10 -n A -t n -p 0x0", "voq_usage");
-    const auto lines = split(output.as_text(), "\n");
-    run.voq_usage.set(make_list({lines.begin(), lines.end()}));
-    return SUCCESS;
-  } catch (const std::exception& error) {
-    ++run.exception;
-    logger(fmt::format("{}: dump_voq_usage failed", error.what()), "exception", true);
-    return ERROR;
+    return log_and_count(fmt::format("{}: dump_running_config failed", error.what()));
   }
 }
 

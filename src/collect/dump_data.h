@@ -20,7 +20,4 @@ int dump_task(const std::string& nodename, const value& node);
 // either is not found (printed) and after a failure (logged and counted). Main thread.
 int dump_running_config();
 
-// The platform's port listing as a list of lines, into `voq_usage`. No stage of a run calls it.
-int dump_voq_usage();
-
 }  // namespace tessel

@@ -6,9 +6,8 @@
 #include <string_view>
 
 #include "base/command.h"
-#include "base/failure.h"
-#include "base/helpers.h"
-#include "base/logs.h"
+#include "base/dump.h"
+#include "base/findings.h"
 #include "parse/bcm_lag.h"
 #include "parse/hardware_tables.h"
 #include "platform/router_type.h"
@@ -78,10 +77,8 @@ int dump_tables(const Commands& commands, const value& npu, const value& nodeid,
     st().BCM.get().at(nodename).as_map().set(unit, dict);
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: dump_tables_per_npu failed {}", error.what(), nodename), "exception",
-           true, where);
-    ++st().exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: dump_tables_per_npu failed {}", error.what(), nodename),
+                         where);
   }
 }
 
@@ -98,11 +95,8 @@ int dump_hw_tables(const value& npu_list, const value& nodeid, const value& node
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: dump_hw_tables failed for nodeid {}, {}", error.what(), plain(nodeid),
-                       nodename),
-           "exception", true);
-    ++run.exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: dump_hw_tables failed for nodeid {}, {}", error.what(),
+                                     plain(nodeid), nodename));
   }
 }
 

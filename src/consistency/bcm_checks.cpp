@@ -4,12 +4,12 @@
 
 #include <string>
 
+#include "base/dump.h"
 #include "base/failure.h"
-#include "base/helpers.h"
-#include "base/logs.h"
+#include "base/findings.h"
+#include "base/numbers.h"
 #include "base/text.h"
 #include "consistency/field_checks.h"
-#include "consistency/findings.h"
 #include "consistency/pi_pd_checks.h"
 #include "platform/port_numbers.h"
 #include "platform/router_type.h"
@@ -29,14 +29,6 @@ value tables_of(std::string_view nodename, const std::string& npu) {
 
 record& voq_port(std::string_view member, here where = here::current()) {
   return st().voq_usage.get().at(member, where).as_record(where);
-}
-
-int failed(std::string_view what, const std::exception& error, std::string_view error_string,
-           here where = here::current()) {
-  logger(fmt::format("{}: BCM {} failed for {}", error.what(), what, error_string), "exception",
-         true, where);
-  ++st().exception;
-  return ERROR;
 }
 
 // One member on one NPU: what the two families' checks share.
@@ -129,6 +121,7 @@ int check_bundles_BCM(std::string_view bundle, std::string_view nodename,
     record& element = bundle_record(bundle);
     const value npu_list = npus_of(nodename);
     for (const value& npu : npu_list.as_list()) {
+      // Grows from NPU to NPU: a message names those walked so far, the latest first.
       object = fmt::format("NPU{},{}", npu.as_text(), object);
       if (!is_entry_present(npu, BCM.at(nodename), "BCM", object)) return ERROR;
       const value tables = BCM.at(nodename).at(npu.as_text());
@@ -147,7 +140,8 @@ int check_bundles_BCM(std::string_view bundle, std::string_view nodename,
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("lag verification", error, object);
+    return log_and_count(
+        fmt::format("{}: BCM lag verification failed for {}", error.what(), object));
   }
 }
 
@@ -159,6 +153,7 @@ int check_members_BCM(std::string_view member, std::string_view bundle, std::str
     const value members = element.get("members").at(nodename);
     const value npu_list = npus_of(nodename);
     for (const value& npu : npu_list.as_list()) {
+      // Grows from NPU to NPU: a message names those walked so far, the latest first.
       object = fmt::format("NPU{},{}", npu.as_text(), object);
       const member_on_npu at{
           member, bundle, nodename, npu.as_text(), object, element, members.at(member).as_record()};
@@ -170,7 +165,8 @@ int check_members_BCM(std::string_view member, std::string_view bundle, std::str
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("member verification", error, object);
+    return log_and_count(
+        fmt::format("{}: BCM member verification failed for {}", error.what(), object));
   }
 }
 
@@ -199,7 +195,7 @@ int check_sub_bundles_BCM(std::string_view sub, std::string_view bundle, std::st
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("verification", error, object);
+    return log_and_count(fmt::format("{}: BCM verification failed for {}", error.what(), object));
   }
 }
 

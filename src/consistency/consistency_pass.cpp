@@ -4,8 +4,8 @@
 
 #include <vector>
 
-#include "base/failure.h"
-#include "base/helpers.h"
+#include "base/dump.h"
+#include "base/findings.h"
 #include "base/logs.h"
 #include "base/print.h"
 #include "consistency/bcm_checks.h"
@@ -98,9 +98,7 @@ int check_bundle_consistency() {
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: Consistency check failed", error.what()), "exception", true);
-    ++run.exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: Consistency check failed", error.what()));
   }
 }
 
@@ -124,11 +122,8 @@ int check_bundles(const std::string& bundle, const std::string& nodename) {
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: Bundle consistency check failed for {}, {}", error.what(), bundle,
-                       nodename),
-           "exception", true);
-    ++st().exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: Bundle consistency check failed for {}, {}", error.what(),
+                                     bundle, nodename));
   }
 }
 
@@ -145,11 +140,8 @@ int check_members(const std::string& member, const std::string& bundle,
     if (!check_members_BCM(member, bundle, nodename, error_string)) return ERROR;
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: Member consistency check failed for {} {}, {}", error.what(), member,
-                       bundle, nodename),
-           "exception", true);
-    ++st().exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: Member consistency check failed for {} {}, {}",
+                                     error.what(), member, bundle, nodename));
   }
 }
 
@@ -168,11 +160,8 @@ int check_sub_bundles(const std::string& sub_bdl, const std::string& bundle,
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: Sub-Bundle consistency check failed for {} {}, {}", error.what(),
-                       sub_bdl, bundle, nodename),
-           "exception", true);
-    ++st().exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: Sub-Bundle consistency check failed for {} {}, {}",
+                                     error.what(), sub_bdl, bundle, nodename));
   }
 }
 

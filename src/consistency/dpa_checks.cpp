@@ -4,12 +4,11 @@
 
 #include <string>
 
-#include "base/failure.h"
-#include "base/helpers.h"
-#include "base/logs.h"
+#include "base/dump.h"
+#include "base/findings.h"
+#include "base/numbers.h"
 #include "base/text.h"
 #include "consistency/field_checks.h"
-#include "consistency/findings.h"
 #include "consistency/pi_pd_checks.h"
 #include "run/state.h"
 
@@ -75,14 +74,6 @@ value vlan_domains(const value& objects, const std::string& ifh, const record& e
   return vd;
 }
 
-int failed(std::string_view what, const std::exception& error, std::string_view error_string,
-           here where = here::current()) {
-  logger(fmt::format("{}: DPA {} failed for {}", error.what(), what, error_string), "exception",
-         true, where);
-  ++st().exception;
-  return ERROR;
-}
-
 }  // namespace
 
 int check_bundles_DPA(std::string_view bundle, std::string_view nodename,
@@ -109,7 +100,8 @@ int check_bundles_DPA(std::string_view bundle, std::string_view nodename,
     element.get("vlan_domain").as_map().set(nodename, vd);
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("bundle consistency check", error, error_string);
+    return log_and_count(
+        fmt::format("{}: DPA bundle consistency check failed for {}", error.what(), error_string));
   }
 }
 
@@ -135,7 +127,8 @@ int check_members_DPA(std::string_view member, std::string_view bundle, std::str
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("Member verification", error, error_string);
+    return log_and_count(
+        fmt::format("{}: DPA Member verification failed for {}", error.what(), error_string));
   }
 }
 
@@ -164,7 +157,8 @@ int check_sub_bundles_DPA(std::string_view sub, std::string_view bundle, std::st
     const int rif_verdict = check_rif(rif_l3, element, error_string, "DPA_Bundles_l2port");
     return agrees(rif_verdict, element, error_string) ? SUCCESS : ERROR;
   } catch (const std::exception& error) {
-    return failed("Sub-Bundle verification", error, error_string);
+    return log_and_count(
+        fmt::format("{}: DPA Sub-Bundle verification failed for {}", error.what(), error_string));
   }
 }
 

@@ -5,10 +5,10 @@
 #include <optional>
 #include <string>
 
-#include "base/helpers.h"
-#include "base/logs.h"
+#include "base/dump.h"
+#include "base/findings.h"
+#include "base/numbers.h"
 #include "base/text.h"
-#include "consistency/findings.h"
 #include "run/state.h"
 
 namespace tessel {
@@ -17,12 +17,6 @@ namespace {
 
 constexpr std::size_t compared_lif_digits = 4;
 constexpr std::size_t shortest_glif = 5;
-
-int failed(std::string_view message, here where = here::current()) {
-  logger(message, "exception", true, where);
-  ++st().exception;
-  return ERROR;
-}
 
 // What a reported LIF meets in a record.
 enum class lif_verdict { agrees, too_short, differs };
@@ -40,11 +34,8 @@ int is_node_present(std::string_view nodename, const value& obj, std::string_vie
     return inconsistency("Inconsistency {}: {} has no {} entry in location {}", layer, type,
                          nodename);
   } catch (const std::exception& error) {
-    ++st().exception;
-    logger(
-        fmt::format("{}: is_node_present check failed for {} in {}", error.what(), nodename, layer),
-        "exception", true);
-    return ERROR;
+    return count_and_log(fmt::format("{}: is_node_present check failed for {} in {}", error.what(),
+                                     nodename, layer));
   }
 }
 
@@ -58,11 +49,8 @@ int is_entry_present(const value& entry, const value& obj, std::string_view laye
     obj.at(entry.as_text()).as_map().mark_visited();
     return SUCCESS;
   } catch (const std::exception& error) {
-    ++st().exception;
-    logger(fmt::format("{}: is_entry_present verification failed for {} in {}", error.what(),
-                       error_string, layer),
-           "exception", true);
-    return ERROR;
+    return count_and_log(fmt::format("{}: is_entry_present verification failed for {} in {}",
+                                     error.what(), error_string, layer));
   }
 }
 
@@ -74,7 +62,8 @@ int check_lagid(const value& lagid, record& element, std::string_view error_stri
     return inconsistency("Inconsistency {}:{} Lag ID is not consistent in {}:{}, Expected:{}",
                          error_string, layer, plain(*held), plain(lagid));
   } catch (const std::exception& error) {
-    return failed(fmt::format("{}: lagid verification failed {}", error.what(), error_string));
+    return log_and_count(
+        fmt::format("{}: lagid verification failed {}", error.what(), error_string));
   }
 }
 
@@ -86,7 +75,7 @@ int check_mtu(const value& mtu, record& element, std::string_view error_string,
     return inconsistency("Inconsistency {}:{} MTU is not consistent in {}:{}, Expected:{}",
                          error_string, layer, plain(*held), plain(mtu));
   } catch (const std::exception& error) {
-    return failed(fmt::format("{}: mtu verification failed {}", error.what(), error_string));
+    return log_and_count(fmt::format("{}: mtu verification failed {}", error.what(), error_string));
   }
 }
 
@@ -98,7 +87,8 @@ int check_rif(const value& rif, record& element, std::string_view error_string,
     return inconsistency("Inconsistency {}:{} RIF is not consistent in {}:{}, Expected:{}",
                          error_string, layer, plain(rif), plain(*held));
   } catch (const std::exception& error) {
-    return failed(fmt::format("{}: RIF verification failed for {}", error.what(), error_string));
+    return log_and_count(
+        fmt::format("{}: RIF verification failed for {}", error.what(), error_string));
   }
 }
 
@@ -111,7 +101,8 @@ int check_memid(const value& memid, record& element, std::string_view error_stri
                          error_string, layer, plain(memid), plain(*held));
   } catch (const std::exception& error) {
     // The words stand for themselves: the object's name is not part of this message.
-    return failed(fmt::format("{}: Member ID verification failed for error_string", error.what()));
+    return log_and_count(
+        fmt::format("{}: Member ID verification failed for error_string", error.what()));
   }
 }
 
@@ -139,7 +130,8 @@ int check_lif(const value& lif, record& element, std::string_view error_string,
     return inconsistency("Inconsistency {}:{} GLIF is not consistent in {}:{},Expected:{}",
                          error_string, layer, reported, held);
   } catch (const std::exception& error) {
-    return failed(fmt::format("{}: LIF verification failed for {}", error.what(), error_string));
+    return log_and_count(
+        fmt::format("{}: LIF verification failed for {}", error.what(), error_string));
   }
 }
 
@@ -153,7 +145,8 @@ int check_mac(const value& mac, record& element, std::string_view error_string,
     return inconsistency("Inconsistency {}:{} MAC is not consistent in {}:{}, Expected:{}",
                          error_string, layer, reported, held);
   } catch (const std::exception& error) {
-    return failed(fmt::format("{}: MAC verification failed for {}", error.what(), error_string));
+    return log_and_count(
+        fmt::format("{}: MAC verification failed for {}", error.what(), error_string));
   }
 }
 
@@ -167,8 +160,8 @@ int check_bundle_type(const value& is_l2, record& element, std::string_view erro
         "{}",
         error_string, layer, plain(is_l2), plain(held));
   } catch (const std::exception& error) {
-    return failed(fmt::format("{}: bundle type (l2/l3) verification failed for {}", error.what(),
-                              error_string));
+    return log_and_count(fmt::format("{}: bundle type (l2/l3) verification failed for {}",
+                                     error.what(), error_string));
   }
 }
 

@@ -51,7 +51,7 @@ int check_mac(const value& mac, record& element, std::string_view error_string,
               std::string_view layer);
 
 // The field `is_l2`, which the running configuration has set, against a number as text with its
-// base taken from the prefix. No layer reports it today.
+// base taken from the prefix. No layer reports it today; it stands ready for the first that does.
 int check_bundle_type(const value& is_l2, record& element, std::string_view error_string,
                       std::string_view layer);
 

@@ -9,10 +9,6 @@ namespace tessel {
 
 namespace {
 
-bool is_word(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
-}
-
 // The handle at the end of `text`: the word there from its first "0x" on. Empty if it has none, or
 // nothing behind it.
 std::string_view handle_at_end(std::string_view text) {

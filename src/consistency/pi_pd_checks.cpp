@@ -2,25 +2,16 @@
 
 #include <fmt/format.h>
 
-#include "base/failure.h"
-#include "base/helpers.h"
+#include "base/findings.h"
 #include "base/logs.h"
+#include "base/numbers.h"
 #include "consistency/field_checks.h"
-#include "consistency/findings.h"
 #include "consistency/im_handles.h"
 #include "run/state.h"
 
 namespace tessel {
 
 namespace {
-
-int failed(std::string_view what, const std::exception& error, std::string_view object,
-           here where = here::current()) {
-  logger(fmt::format("{}: {} verification failed for {}", error.what(), what, object), "exception",
-         true, where);
-  ++st().exception;
-  return ERROR;
-}
 
 bool is_standby(std::string_view nodename) {
   return st().nodeinfo.get().at(nodename).at("act_standby") == "Standby";
@@ -39,7 +30,8 @@ int check_bundles_PI(std::string_view bundle) {
     element.set("mtu", bdl.at("mtu"));
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("BM PI Bundle", error, bundle);
+    return log_and_count(
+        fmt::format("{}: BM PI Bundle verification failed for {}", error.what(), bundle));
   }
 }
 
@@ -56,7 +48,8 @@ int check_sub_bundles_PI(std::string_view bundle) {
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("PI sub-bundle", error, bundle);
+    return log_and_count(
+        fmt::format("{}: PI sub-bundle verification failed for {}", error.what(), bundle));
   }
 }
 
@@ -71,7 +64,8 @@ int check_members_PI(std::string_view member, std::string_view bundle, std::stri
     element.set("mtu", st().mbrInfoPI.get().at(member));
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("BM PI", error, error_string);
+    return log_and_count(
+        fmt::format("{}: BM PI verification failed for {}", error.what(), error_string));
   }
 }
 
@@ -85,7 +79,8 @@ int check_bundles_PD(std::string_view bundle, std::string_view nodename,
     if (!is_node_present(nodename, pd, "Bundle", "BME")) return ERROR;
     return check_lagid(pd.at(nodename).at("lagid"), bundle_record(bundle), error_string, "BME");
   } catch (const std::exception& error) {
-    return failed("BME Bundle", error, error_string);
+    return log_and_count(
+        fmt::format("{}: BME Bundle verification failed for {}", error.what(), error_string));
   }
 }
 
@@ -104,7 +99,8 @@ int check_members_PD(std::string_view member, std::string_view bundle, std::stri
     }
     return check_memid(pd_member.at("memid"), element, error_string, "BME_Members");
   } catch (const std::exception& error) {
-    return failed("BME member", error, error_string);
+    return log_and_count(
+        fmt::format("{}: BME member verification failed for {}", error.what(), error_string));
   }
 }
 

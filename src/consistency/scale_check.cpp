@@ -5,8 +5,9 @@
 #include <string_view>
 
 #include "base/failure.h"
-#include "base/helpers.h"
+#include "base/findings.h"
 #include "base/logs.h"
+#include "base/numbers.h"
 #include "run/state.h"
 
 namespace tessel {
@@ -66,9 +67,7 @@ int check_bundle_scale() {
                  run.num_sub_bundles_l3);
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: Bundle scale check failed ", error.what()), "exception", true);
-    ++run.exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: Bundle scale check failed ", error.what()));
   }
 }
 

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "base/command.h"
-#include "base/failure.h"
+#include "base/findings.h"
 #include "base/logs.h"
 #include "base/print.h"
 #include "base/text.h"
@@ -23,7 +23,7 @@ std::string indented(std::string_view text) {
   for (const std::string_view line : split(text, "\n")) {
     result += '\n';
     if (line.find(bundle_word) == std::string_view::npos) result += "   ";
-    result += strip_set_left(line, " \t\n\r\f\v");
+    result += strip_set_left(line, white_space);
   }
   return result;
 }
@@ -41,9 +41,7 @@ int check_bundle_health() {
     logger(bdl_error, "bundle_health");
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: Bundle health check failed", error.what()), "exception", true);
-    ++run.exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: Bundle health check failed", error.what()));
   }
 }
 

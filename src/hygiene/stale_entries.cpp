@@ -7,9 +7,9 @@
 #include <string>
 #include <utility>
 
+#include "base/dump.h"
 #include "base/failure.h"
-#include "base/helpers.h"
-#include "base/logs.h"
+#include "base/findings.h"
 #include "base/print.h"
 #include "base/text.h"
 #include "base/worker.h"
@@ -87,10 +87,8 @@ int check_stale_entries() {
     return SUCCESS;
   } catch (const std::exception& error) {
     if (!nodename) throw failure(fmt::format("no node to name: {}", error.what()));
-    logger(fmt::format("{}: Stale entry verification failed in {}", error.what(), *nodename),
-           "exception", true);
-    ++run.exception;
-    return ERROR;
+    return log_and_count(
+        fmt::format("{}: Stale entry verification failed in {}", error.what(), *nodename));
   }
 }
 
@@ -107,10 +105,8 @@ int get_non_visited_nodes(const value& obj, std::string_view layer) {
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: get_non_visited_nodes failed in {}", error.what(), layer), "exception",
-           true);
-    ++run.exception;
-    return ERROR;
+    return log_and_count(
+        fmt::format("{}: get_non_visited_nodes failed in {}", error.what(), layer));
   }
 }
 

@@ -4,9 +4,11 @@
 
 #include <string>
 
+#include "base/dump.h"
 #include "base/failure.h"
-#include "base/helpers.h"
+#include "base/findings.h"
 #include "base/logs.h"
+#include "base/numbers.h"
 #include "base/text.h"
 #include "run/state.h"
 
@@ -99,15 +101,6 @@ void add_tm_lag(std::string_view lag, const npu_place& place, std::string& lag_i
   }
 }
 
-int parser_failed(const std::exception& error, std::string_view command, const npu_place& place,
-                  here where = here::current()) {
-  ++st().exception;
-  logger(fmt::format("{}: parse {} output failed Location {}, NPU {}", error.what(), command,
-                     place.nodename, place.npu),
-         "exception", true, where);
-  return ERROR;
-}
-
 }  // namespace
 
 value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::string_view npu) {
@@ -121,7 +114,8 @@ value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::
     if (!bundle.truthy()) take_chip_as_unusable(nodename);
     return bundle;
   } catch (const std::exception& error) {
-    return parser_failed(error, "diag_lag", place);
+    return count_and_log(fmt::format("{}: parse diag_lag output failed Location {}, NPU {}",
+                                     error.what(), nodename, npu));
   }
 }
 
@@ -138,7 +132,8 @@ value parse_tm_lag(const value& tm_lag, std::string_view nodename, std::string_v
     if (!bundle.truthy()) take_chip_as_unusable(nodename);
     return bundle;
   } catch (const std::exception& error) {
-    return parser_failed(error, "tm_lag", place);
+    return count_and_log(fmt::format("{}: parse tm_lag output failed Location {}, NPU {}",
+                                     error.what(), nodename, npu));
   }
 }
 

@@ -6,9 +6,9 @@
 #include <string>
 
 #include "base/command.h"
-#include "base/failure.h"
-#include "base/helpers.h"
+#include "base/findings.h"
 #include "base/logs.h"
+#include "base/numbers.h"
 #include "base/text.h"
 #include "run/state.h"
 
@@ -54,7 +54,7 @@ void add_member_row(std::string_view line, std::string_view bundle_id, std::stri
 // One "Node:" part. Returns the node's name.
 std::string add_node_part(std::string_view part, std::string_view bundle_id, map& members) {
   const auto lines = split(part, "\n");
-  const std::string nodename(strip(lines[0]));
+  std::string nodename(strip(lines[0]));
   value node_members = make_map();
   for (std::size_t at = first_member_row; at < lines.size(); ++at) {
     add_member_row(lines[at], bundle_id, nodename, node_members.as_map());
@@ -111,9 +111,7 @@ int dump_parse_bundle_info_PD() {
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    ++run.exception;
-    logger(fmt::format("{}: dump_parse_bundle_info_PD failed", error.what()), "exception", true);
-    return ERROR;
+    return count_and_log(fmt::format("{}: dump_parse_bundle_info_PD failed", error.what()));
   }
 }
 

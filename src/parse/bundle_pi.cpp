@@ -5,9 +5,9 @@
 #include <string>
 
 #include "base/command.h"
-#include "base/failure.h"
-#include "base/helpers.h"
+#include "base/findings.h"
 #include "base/logs.h"
+#include "base/numbers.h"
 #include "base/text.h"
 #include "run/state.h"
 
@@ -83,11 +83,11 @@ bool add_bundle(std::string_view bundle, map& bundles) {
 }  // namespace
 
 value parse_bundle_info_PI(std::string_view text) {
-  value bdltmp = make_map();
+  value bundles = make_map();
   for (const std::string_view bundle : split(text, "Bundle-Ether")) {
-    if (!add_bundle(bundle, bdltmp.as_map())) return ERROR;
+    if (!add_bundle(bundle, bundles.as_map())) return ERROR;
   }
-  return bdltmp;
+  return bundles;
 }
 
 int dump_parse_bundle_info_PI() {
@@ -98,18 +98,16 @@ int dump_parse_bundle_info_PI() {
         "grep -E 'Bundle|Member|Operational MTU|Local'",
         "BM_PI");
     run.bdlInfoPI.set(output);
-    const value bdltmp = parse_bundle_info_PI(readable(output));
-    if (!bdltmp.is_map()) return ERROR;
-    run.bdlInfoPI.set(bdltmp);
-    if (!bdltmp.truthy()) {
+    const value bundles = parse_bundle_info_PI(readable(output));
+    if (!bundles.is_map()) return ERROR;
+    run.bdlInfoPI.set(bundles);
+    if (!bundles.truthy()) {
       ++run.exception;
       logger("INFO: BMPI dont have any bundle data", "exception");
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: parse_bundle_info_PI failed", error.what()), "exception", true);
-    ++run.exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: parse_bundle_info_PI failed", error.what()));
   }
 }
 

@@ -8,8 +8,9 @@
 #include <vector>
 
 #include "base/failure.h"
-#include "base/helpers.h"
+#include "base/findings.h"
 #include "base/logs.h"
+#include "base/numbers.h"
 #include "base/records.h"
 #include "base/text.h"
 #include "parse/slot_fields.h"
@@ -60,8 +61,8 @@ lagport_members members_of(std::string_view bundle, std::string_view lagid,
                            std::string_view nodename) {
   static const pattern& member_line = constant(R"((?<!\d)(\d++):dpa_intf_t\smifh\s=>\s(\w+))");
   lagport_members members;
-  const slot_fields npus(slot_fields::npu, bundle);
-  const slot_fields weights(slot_fields::weight, bundle);
+  const slot_fields npus(slot_fields::npu(), bundle);
+  const slot_fields weights(slot_fields::weight(), bundle);
   const matches found = findall(member_line, bundle);
   for (std::size_t at = 0; at < found.size(); ++at) {
     const std::string_view slot = found[at][0];
@@ -82,7 +83,7 @@ lagport_members members_of(std::string_view bundle, std::string_view lagid,
 }
 
 value vlan_domains_of(std::string_view bundle, const value& by_npu) {
-  const slot_fields port_classes(slot_fields::port_class, bundle);
+  const slot_fields port_classes(slot_fields::port_class(), bundle);
   value domains = make_map();
   for (const std::string& npu : by_npu.as_map().keys()) {
     const auto domain = port_classes.first_of(npu);
@@ -127,15 +128,15 @@ bool add_port(std::string_view block, std::string_view nodename) {
   const matches name = findall(name_line, block);
   if (name.empty()) return false;
   const std::string intf_name = replace_all(name.text(0), "_", "/");
-  const field_map intf_prop = fields_of(field_line, block);
+  const field_map fields = fields_of(field_line, block);
   auto mem_obj = std::make_shared<memberInfo>();
-  mem_obj->set("name", field(intf_prop, "intf_name"));
-  mem_obj->set("ifh", convert_to_hex(field(intf_prop, "intf")));
-  mem_obj->set("pp_port", field(intf_prop, "pp_port_id"));
-  mem_obj->set("npu_id", field(intf_prop, "device"));
-  mem_obj->set("npu_core", field(intf_prop, "core"));
+  mem_obj->set("name", field(fields, "intf_name"));
+  mem_obj->set("ifh", convert_to_hex(field(fields, "intf")));
+  mem_obj->set("pp_port", field(fields, "pp_port_id"));
+  mem_obj->set("npu_id", field(fields, "device"));
+  mem_obj->set("npu_core", field(fields, "core"));
   mem_obj->set("nodename", nodename);
-  mem_obj->set("mtu", field(intf_prop, "mtu"));
+  mem_obj->set("mtu", field(fields, "mtu"));
   st().voq_usage.get().as_map().set(intf_name, std::shared_ptr<record>(mem_obj));
   return true;
 }
@@ -158,12 +159,12 @@ value interfaces_of(const interface_type& type, const value& output, std::string
   for (const std::string_view block :
        split(output.as_text(), fmt::format("{} element", type.name))) {
     if (block.empty()) continue;
-    const field_map intf_prop = fields_of(field_line, block);
+    const field_map fields = fields_of(field_line, block);
     const matches handle = findall(handle_line, block);
     if (handle.empty()) throw failure(fmt::format("no handle in the block {}", brief_text(block)));
     value entry = make_map();
     for (const wanted_field& each : type.fields) {
-      entry.as_map().set(each.key, field(intf_prop, each.field));
+      entry.as_map().set(each.key, field(fields, each.field));
     }
     interfaces.as_map().set(handle.text(0), entry);
   }
@@ -172,15 +173,6 @@ value interfaces_of(const interface_type& type, const value& output, std::string
                      nodename);
   }
   return interfaces;
-}
-
-// Logs and counts the failure that is being handled.
-int parser_failed(const std::exception& error, std::string_view type, std::string_view nodename,
-                  here where = here::current()) {
-  logger(fmt::format("{}: parse {} object failed {}", error.what(), type, nodename), "exception",
-         true, where);
-  ++st().exception;
-  return ERROR;
 }
 
 }  // namespace
@@ -197,7 +189,7 @@ value parse_lagport_object_DPA(const value& lagport, std::string_view nodename) 
     }
     return bundle_dpa;
   } catch (const std::exception& error) {
-    return parser_failed(error, "lagport", nodename);
+    return log_and_count(fmt::format("{}: parse lagport object failed {}", error.what(), nodename));
   }
 }
 
@@ -212,7 +204,7 @@ int parse_l1port_object_DPA(const value& l1port, std::string_view nodename) {
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    return parser_failed(error, "l1port", nodename);
+    return log_and_count(fmt::format("{}: parse l1port object failed {}", error.what(), nodename));
   }
 }
 
@@ -221,7 +213,7 @@ value parse_l2port_object_DPA(const value& l2port, std::string_view nodename) {
     return interfaces_of({"l2port", {{"rif", "rif"}, {"lif", "lif"}, {"mac", "bia_mac"}}, false},
                          l2port, nodename);
   } catch (const std::exception& error) {
-    return parser_failed(error, "l2port", nodename);
+    return log_and_count(fmt::format("{}: parse l2port object failed {}", error.what(), nodename));
   }
 }
 
@@ -233,7 +225,7 @@ value parse_l2intf_object_DPA(const value& l2intf, std::string_view nodename) {
          true},
         l2intf, nodename);
   } catch (const std::exception& error) {
-    return parser_failed(error, "l2intf", nodename);
+    return log_and_count(fmt::format("{}: parse l2intf object failed {}", error.what(), nodename));
   }
 }
 
@@ -241,7 +233,7 @@ value parse_l3intf_object_DPA(const value& l3intf, std::string_view nodename) {
   try {
     return interfaces_of({"l3intf", {{"rif", "l3a_intf_id"}}, false}, l3intf, nodename);
   } catch (const std::exception& error) {
-    return parser_failed(error, "l3intf", nodename);
+    return log_and_count(fmt::format("{}: parse l3intf object failed {}", error.what(), nodename));
   }
 }
 

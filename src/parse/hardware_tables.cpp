@@ -5,8 +5,8 @@
 #include <string>
 
 #include "base/failure.h"
-#include "base/helpers.h"
-#include "base/logs.h"
+#include "base/findings.h"
+#include "base/numbers.h"
 #include "base/records.h"
 #include "base/text.h"
 #include "parse/vlan_domain_rows.h"
@@ -146,9 +146,7 @@ int parse_vlan_domain(std::string_view mem) {
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: parse_vlan_domain failed", error.what()), "exception", true);
-    ++run.exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: parse_vlan_domain failed", error.what()));
   }
 }
 

@@ -5,8 +5,9 @@
 #include <memory>
 #include <unordered_set>
 
+#include "base/dump.h"
 #include "base/failure.h"
-#include "base/helpers.h"
+#include "base/findings.h"
 #include "base/logs.h"
 #include "base/records.h"
 #include "base/text.h"
@@ -41,12 +42,10 @@ sub_bundle_heads sub_bundles_by_head(std::string_view bundle_cfg) {
 }
 
 void note_switches(const parsed_config& config) {
-  static const pattern& scale = constant(R"(hw-module profile bundle-scale (\d+))");
   const std::string text = list_text(config.stanzas());
   const bool hqos = text.find("hw-module profile qos hqos-enable") != std::string::npos;
   st().tesselDb.as_map().set("hqos", hqos ? 1 : 0);
-  // The configured scale is read and goes no further: BUNDLE_SCALE stays "Not set".
-  [[maybe_unused]] const matches bundle_scale = findall(scale, text);
+  // A configured "hw-module profile bundle-scale" is not taken over: BUNDLE_SCALE stays "Not set".
 }
 
 void add_members(Bundles& bdl_obj, const value& member_array) {
@@ -106,6 +105,8 @@ void add_bundle(std::string_view head, const parsed_config& config, const sub_bu
   const std::string name = name_of(bundle);
   auto bdl_obj = std::make_shared<Bundles>();
   const value member_array = get_members(name, config);
+  // After a failure it is ERROR and no list: that fails in turn, is counted a second time and ends
+  // the parse, for a bundle without members would look like one that is not configured.
   if (member_array.as_list().empty()) return;
   add_members(*bdl_obj, member_array);
   share_members_with_standby(*bdl_obj);
@@ -147,7 +148,7 @@ std::vector<std::string> distinct(const matches& found) {
 
 parsed_config::parsed_config(const value& run_cfg) {
   static const pattern& line_ends = constant("\n\\s+!|\n");
-  text_ = sub(line_ends, "", readable_blanks(run_cfg));
+  text_ = sub(line_ends, "", readable_any_line(run_cfg));
   stanzas_ = split(strip(text_), "!");
   index_bundle_ids();
 }
@@ -183,8 +184,7 @@ int parse_running_config() {
     const sub_bundle_heads heads = sub_bundles_by_head(bundle_cfg);
     for (const std::string& bundle : main_bundle) add_bundle(bundle, config, heads);
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: parse_running_config failed", error.what()), "exception", true);
-    ++run.exception;
+    log_and_count(fmt::format("{}: parse_running_config failed", error.what()));
   }
   // The largest single value of a run is not kept longer than needed.
   run.run_cfg.set(value());
@@ -205,9 +205,7 @@ std::pair<std::vector<std::string>, std::string> get_bundles(const parsed_config
     fill_bundle_dict(bundle_cfg);
     return {std::move(bundles), bundle_cfg};
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: get_bundles from running config failed", error.what()), "exception",
-           true);
-    ++st().exception;
+    log_and_count(fmt::format("{}: get_bundles from running config failed", error.what()));
     return {};
   }
 }
@@ -217,11 +215,8 @@ int get_bundle_type(const value& l2_cfg, std::string_view bundle) {
     const pattern l2(fill("{}.*l2transport", {bundle}));
     return findall(l2, l2_cfg.as_text()).empty() ? 0 : 1;
   } catch (const std::exception& error) {
-    logger(
-        fmt::format("{}: get_bundle_type from running config failed for {}", error.what(), bundle),
-        "exception", true);
-    ++st().exception;
-    return ERROR;
+    return log_and_count(
+        fmt::format("{}: get_bundle_type from running config failed for {}", error.what(), bundle));
   }
 }
 
@@ -238,9 +233,7 @@ value get_members(std::string_view bundle, const parsed_config& config) {
     }
     return make_list({names.begin(), names.end()});
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: get_members failed {}", error.what(), bundle), "exception", true);
-    ++st().exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: get_members failed {}", error.what(), bundle));
   }
 }
 
@@ -250,9 +243,7 @@ std::pair<value, value> get_member_pp_port(std::string_view mName, std::string_v
     const value port = st().voq_usage.get().at(rsip);
     return {port.as_record().get("nodename"), port};
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: get_member_pp_port failed for {}", error.what(), mName), "exception",
-           true);
-    ++st().exception;
+    log_and_count(fmt::format("{}: get_member_pp_port failed for {}", error.what(), mName));
     return {ERROR, ERROR};
   }
 }
@@ -279,9 +270,7 @@ value get_encap_id(const value& encap_cfg, std::string_view sbName) {
     if (!findall(untagged, cfg).empty()) tags.emplace_back("untagged");
     return make_list(std::move(tags));
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: get_encap_id failed for {}", error.what(), sbName), "exception", true);
-    ++st().exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: get_encap_id failed for {}", error.what(), sbName));
   }
 }
 

@@ -7,17 +7,24 @@ namespace tessel {
 // A value's last digits may themselves be the slot of a line that is glued to it, so values are
 // only looked ahead at.
 
-const slot_fields::field slot_fields::npu = {
-    R"({}:uint8_t mbr_npu_id\s=>\s(\d+))",
-    constant(R"((?<!\d)(\d*+):uint8_t mbr_npu_id\s=>\s(?=(\d+)))")};
+const slot_fields::field& slot_fields::npu() {
+  static const field made = {R"({}:uint8_t mbr_npu_id\s=>\s(\d+))",
+                             constant(R"((?<!\d)(\d*+):uint8_t mbr_npu_id\s=>\s(?=(\d+)))")};
+  return made;
+}
 
-const slot_fields::field slot_fields::weight = {
-    R"({}:uint16_t\s+weight\s+=>\s+(\d+))",
-    constant(R"((?<!\d)(\d*+):uint16_t\s+weight\s+=>\s+(?=(\d+)))")};
+const slot_fields::field& slot_fields::weight() {
+  static const field made = {R"({}:uint16_t\s+weight\s+=>\s+(\d+))",
+                             constant(R"((?<!\d)(\d*+):uint16_t\s+weight\s+=>\s+(?=(\d+)))")};
+  return made;
+}
 
-const slot_fields::field slot_fields::port_class = {
-    R"((?<={}:uint16_t port_class_id =>\s)\d+)",
-    constant(R"((?<!\d)(\d*+):uint16_t port_class_id =>\s(?=(\d+)))", letter_case::ignored)};
+const slot_fields::field& slot_fields::port_class() {
+  static const field made = {
+      R"((?<={}:uint16_t port_class_id =>\s)\d+)",
+      constant(R"((?<!\d)(\d*+):uint16_t port_class_id =>\s(?=(\d+)))", letter_case::ignored)};
+  return made;
+}
 
 slot_fields::slot_fields(const field& which, std::string_view block) {
   const matches found = findall(which.all, block);

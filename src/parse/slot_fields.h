@@ -22,9 +22,9 @@ class slot_fields {
     std::string_view definition;  // of one slot, which fills the braces
     const pattern& all;           // of all slots: the digits in front of the colon, the value
   };
-  static const field npu;         // NPU of the member in a slot
-  static const field weight;      // weight of the member in a slot
-  static const field port_class;  // VLAN domain on the NPU of that number
+  static const field& npu();         // NPU of the member in a slot
+  static const field& weight();      // weight of the member in a slot
+  static const field& port_class();  // VLAN domain on the NPU of that number
 
   // Throws what `findall` throws. `block` must outlive this object.
   slot_fields(const field& which, std::string_view block);

@@ -40,10 +40,8 @@ class vlan_domain_rows {
 // What the rows' pattern takes as a core or a port.
 bool is_plain(std::string_view name) {
   constexpr std::size_t longest_number = 20;
-  return name.size() <= longest_number && std::all_of(name.begin(), name.end(), [](char c) {
-           return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                  c == '_' || c == '-';
-         });
+  return name.size() <= longest_number &&
+         std::all_of(name.begin(), name.end(), [](char c) { return is_word(c) || c == '-'; });
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "base/command.h"
 #include "base/failure.h"
+#include "base/findings.h"
 #include "base/logs.h"
 #include "base/text.h"
 #include "run/state.h"
@@ -59,13 +60,26 @@ map& node_of(const std::vector<std::string_view>& node_info) {
   return st().nodeinfo.get().at(st().nodename).as_map();
 }
 
-void enter_active(const std::vector<std::string_view>& node_info) {
-  run_state& run = st();
+// What a line tells of a node in any state. `route_processor` takes the node's name if it is one.
+map& enter_common(const std::vector<std::string_view>& node_info, value& route_processor) {
   map& node = node_of(node_info);
   node.set("dump", 0);
   node.set("nodetype", column(node_info, 1));
   node.set("band", column(node_info, 4));
-  if (column(node_info, 1) == "RP") run.activenodeinfo = run.nodename;
+  if (column(node_info, 1) == "RP") route_processor = st().nodename;
+  return node;
+}
+
+void enter_address(const std::vector<std::string_view>& node_info, map& node,
+                   std::string_view act_standby) {
+  node.set("nodeip", column(node_info, 6));
+  node.set("act_standby", act_standby);
+  ++st().vmcnt;
+}
+
+void enter_active(const std::vector<std::string_view>& node_info) {
+  run_state& run = st();
+  map& node = enter_common(node_info, run.activenodeinfo);
   if (node.at("band") == "FINAL") {
     node.set("dump", 1);
   } else {
@@ -73,23 +87,15 @@ void enter_active(const std::vector<std::string_view>& node_info) {
                        run.nodename, column(node_info, 4)),
            "exception");
   }
-  node.set("nodeip", column(node_info, 6));
-  node.set("act_standby", "Active");
+  enter_address(node_info, node, "Active");
   ++run.activenode_cnt;
-  ++run.vmcnt;
 }
 
 void enter_standby(const std::vector<std::string_view>& node_info) {
   run_state& run = st();
-  map& node = node_of(node_info);
-  node.set("dump", 0);
-  node.set("nodetype", column(node_info, 1));
-  node.set("band", column(node_info, 4));
-  if (column(node_info, 1) == "RP") run.standbynodeinfo = run.nodename;
-  node.set("nodeip", column(node_info, 6));
-  node.set("act_standby", "Standby");
+  map& node = enter_common(node_info, run.standbynodeinfo);
+  enter_address(node_info, node, "Standby");
   ++run.standbynode_cnt;
-  ++run.vmcnt;
 }
 
 void enter_listing_line(std::string_view line) {
@@ -134,9 +140,7 @@ value get_list_of_vms() {
     for (const std::string_view line : split(listing.as_text(), "\n")) enter_listing_line(line);
     return run.nodeinfo.get();
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: nodeinfo init failed", error.what()), "exception", true);
-    ++run.exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: nodeinfo init failed", error.what()));
   }
 }
 

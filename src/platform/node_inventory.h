@@ -2,7 +2,8 @@
 //
 // A node record holds nodeid (integer), dump (1 when the node takes part in the run), nodetype,
 // nodeip, act_standby ("Active", "Standby", "None"), npu_list (list of unit numbers as text), band,
-// asic, asic_supported (1 or 0). What has no value yet holds DEFAULT.
+// asic, asic_supported (1 or 0); on single-node systems also is_active 1, which the snapshot shows
+// and nobody else reads. What has no value yet holds DEFAULT.
 #pragma once
 
 #include "base/value.h"

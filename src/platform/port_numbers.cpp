@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "base/failure.h"
-#include "base/helpers.h"
+#include "base/numbers.h"
 #include "run/state.h"
 
 namespace tessel {

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "base/command.h"
-#include "base/failure.h"
+#include "base/findings.h"
 #include "base/logs.h"
 #include "base/print.h"
 #include "base/text.h"
@@ -18,7 +18,8 @@ namespace tessel {
 
 namespace {
 
-// The first text found in the model decides: the longer TRCEDARX stands before TRCEDAR.
+// The first text found in the model decides: the longer TRCEDARX stands before TRCEDAR. TR-BIRCH1
+// is found as TR-BIRCH already and stands here because it is a model of its own.
 constexpr std::array<std::pair<std::string_view, router_type>, 9> models = {{
     {"TR-BIRCH", birch},
     {"TR-BIRCH1", birch},
@@ -120,8 +121,7 @@ int get_router_type() {
     run.router = type_of_model(model_of(shversion.as_text()));
     return run.router;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: get_router_type failed", error.what()), "exception", true);
-    ++run.exception;
+    log_and_count(fmt::format("{}: get_router_type failed", error.what()));
     return invalid;
   }
 }

@@ -73,9 +73,7 @@ class vsi_rows {
 };
 
 bool is_one_word(std::string_view key) {
-  return std::all_of(key.begin(), key.end(), [](char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
-  });
+  return std::all_of(key.begin(), key.end(), is_word);
 }
 
 }  // namespace

@@ -2,14 +2,14 @@
 
 #include <fmt/format.h>
 
-#include "base/command.h"
+#include "base/dump.h"
 #include "base/failure.h"
-#include "base/helpers.h"
-#include "base/logs.h"
+#include "base/findings.h"
+#include "base/numbers.h"
 #include "base/text.h"
 #include "consistency/pi_pd_checks.h"
 #include "programming/chip_rows.h"
-#include "programming/findings.h"
+#include "programming/lif_map.h"
 #include "run/state.h"
 
 namespace tessel {
@@ -17,7 +17,6 @@ namespace tessel {
 namespace {
 
 constexpr std::size_t compared_mac_digits = 3;
-constexpr std::size_t glif_digits = 4;
 
 value table_of(std::string_view nodename, std::string_view npu, std::string_view key,
                here where = here::current()) {
@@ -27,12 +26,6 @@ value table_of(std::string_view nodename, std::string_view npu, std::string_view
 std::int64_t low_bits_of_mac(const record& obj) {
   const std::string mac = obj.get("mac").as_text();
   return to_hexadecimal(tail(mac, compared_mac_digits)) & mask;
-}
-
-int failed(std::string_view message, here where = here::current()) {
-  logger(message, "exception", true, where);
-  ++st().exception;
-  return ERROR;
 }
 
 void report_rif_missing(const record& obj, std::string_view err) {
@@ -50,7 +43,8 @@ int verify_vlan_domain(const value& bundle_vd, const value& member_vd, const val
         "Programming Error {}: {} Vlan Domain {} != Member {} Vlan Domain {}", err,
         plain(bundle_vd), plain(member), plain(member_vd));
   } catch (const std::exception& error) {
-    return failed(fmt::format("{}: vlan domain verification failed for {}", error.what(), err));
+    return log_and_count(
+        fmt::format("{}: vlan domain verification failed for {}", error.what(), err));
   }
 }
 
@@ -67,7 +61,7 @@ value verify_sem_entry(std::string_view llif, std::string_view nodename, std::st
     }
     return ERROR;
   } catch (const std::exception& error) {
-    return failed(fmt::format("{}: SEM entry verification failed", error.what()));
+    return log_and_count(fmt::format("{}: SEM entry verification failed", error.what()));
   }
 }
 
@@ -76,16 +70,13 @@ int verify_sem_entry_j2(std::string_view, std::string_view nodename, std::string
   try {
     static const pattern& in_lif = constant(R"(\s+IN_LIF\s+(\d+))");
     const value lif = table_of(nodename, npu, "lif").at(pp_port);
-    const std::string_view digits = tail(glif, glif_digits);
-    const value node = st().nodeinfo.get().at(nodename);
-    const value lif_map =
-        execute_bcmd(fmt::format("diag pp lif id=0x{} gl=1 type=in", digits), npu,
-                     node.at("nodeid"), node.at("nodeip"), fmt::format("glif{}", digits));
+    const std::string_view digits = glif_tail(glif);
+    const value lif_map = ask_lif_map(nodename, npu, digits);
     const matches found = findall(in_lif, lif_map.as_text());
     if (found.empty()) throw failure(fmt::format("no in-LIF for {}", digits));
     return lif == found.text(0) ? SUCCESS : ERROR;
   } catch (const std::exception& error) {
-    return failed(fmt::format("{}: SEM entry verification failed", error.what()));
+    return log_and_count(fmt::format("{}: SEM entry verification failed", error.what()));
   }
 }
 
@@ -106,7 +97,7 @@ int verify_rif_entry(const record& obj, std::string_view nodename, std::string_v
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed(fmt::format("{}: RIF verification failed for {}", error.what(), err));
+    return log_and_count(fmt::format("{}: RIF verification failed for {}", error.what(), err));
   }
 }
 
@@ -128,7 +119,7 @@ int verify_rif_entry_j2(const record& obj, std::string_view nodename, std::strin
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed(fmt::format("{}: RIF verification failed for {}", error.what(), err));
+    return log_and_count(fmt::format("{}: RIF verification failed for {}", error.what(), err));
   }
 }
 

@@ -26,8 +26,9 @@ int verify_vlan_domain(const value& bundle_vd, const value& member_vd, const val
 value verify_sem_entry(std::string_view llif, std::string_view nodename, std::string_view npu,
                        std::string_view key);
 
-// Jericho2: SUCCESS if the chip maps `glif` to the LIF that its table has for `pp_port`. `llif` is
-// not used. No pass calls it.
+// Jericho2: SUCCESS if the chip maps `glif` to the LIF that its table has for `pp_port`. No pass
+// calls it, since none verifies LIFs on this family yet; it is kept as the one reader of the table
+// "lif".
 int verify_sem_entry_j2(std::string_view llif, std::string_view nodename, std::string_view npu,
                         std::string_view pp_port, std::string_view glif);
 

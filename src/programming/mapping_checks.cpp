@@ -4,29 +4,20 @@
 
 #include <string>
 
-#include "base/command.h"
+#include "base/dump.h"
 #include "base/failure.h"
-#include "base/helpers.h"
-#include "base/logs.h"
+#include "base/findings.h"
+#include "base/numbers.h"
 #include "base/text.h"
 #include "consistency/field_checks.h"
 #include "consistency/pi_pd_checks.h"
 #include "programming/entry_checks.h"
-#include "programming/findings.h"
+#include "programming/lif_map.h"
 #include "run/state.h"
 
 namespace tessel {
 
 namespace {
-
-constexpr std::size_t glif_digits = 4;
-
-int failed(std::string_view what, const std::exception& error, std::string_view err,
-           here where = here::current()) {
-  logger(fmt::format("{}: {} failed for {}", error.what(), what, err), "exception", true, where);
-  ++st().exception;
-  return ERROR;
-}
 
 bool has_rif_to_verify(const record& obj) {
   return !obj.get("is_l2").truthy() && !(obj.get("rif") == DEFAULT);
@@ -46,28 +37,22 @@ std::string neighbour(const value& llif, std::int64_t distance) {
   return std::to_string(llif.as_integer() + distance);
 }
 
-bool has_sem_entry(const record& obj, std::string_view nodename, std::string_view npu,
+bool has_sem_entry(const value& llif, std::string_view nodename, std::string_view npu,
                    std::string_view key) {
-  const auto trimmed = [](const std::string& llif) { return std::string(strip_set(llif, "0x")); };
-  const auto present = [&](const std::string& llif) {
-    return verify_sem_entry(llif, nodename, npu, key).truthy();
+  const auto present = [&](const std::string& number) {
+    return verify_sem_entry(strip_set(number, "0x"), nodename, npu, key).truthy();
   };
-  return present(trimmed(plain(obj.get("llif")))) ||
-         present(trimmed(neighbour(obj.get("llif"), 1))) ||
-         present(trimmed(neighbour(obj.get("llif"), -1)));
+  return present(plain(llif)) || present(neighbour(llif, 1)) || present(neighbour(llif, -1));
 }
 
 }  // namespace
 
 int get_glif_to_llif_vsi_mapping(std::string_view nodename, std::string_view npu, record& obj,
-                                 std::string_view err) {
+                                 std::string_view err, value* llif) {
   try {
     const std::string full_glif = obj.get("glif").as_text();
-    const std::string_view glif = tail(full_glif, glif_digits);
-    const value node = st().nodeinfo.get().at(nodename);
-    const value lif_map =
-        execute_bcmd(fmt::format("diag pp lif id=0x{} gl=1 type=in", glif), npu, node.at("nodeid"),
-                     node.at("nodeip"), fmt::format("glif{}", glif));
+    const std::string_view glif = glif_tail(full_glif);
+    const value lif_map = ask_lif_map(nodename, npu, glif);
     // Nothing is given back: behind each run stands what the run cannot hold.
     const pattern mapping(fill("{} -> \\w++ In_LIF:(0x\\w++).*+\n.*+\n.*vsid:\\s(\\d+)", {glif}));
     const matches found = findall(mapping, lif_map.as_text());
@@ -75,13 +60,16 @@ int get_glif_to_llif_vsi_mapping(std::string_view nodename, std::string_view npu
       return report_programming_error(
           "Programming Error {}: Not able to find GLIF {} to LLIF mapping for {}", full_glif, err);
     }
-    obj.set("llif", convert_to_hex(found[0][0]));
+    const value mapped = convert_to_hex(found[0][0]);
+    obj.set("llif", mapped);
+    if (llif != nullptr) *llif = mapped;
     if (!obj.get("is_l2").truthy()) {
       check_rif(convert_to_hex(found[0][1]), obj, err, "BCM_LIF_TO_VSI_MAPPING");
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("get_glif_to_llif_vsi_mapping", error, err);
+    return log_and_count(
+        fmt::format("{}: get_glif_to_llif_vsi_mapping failed for {}", error.what(), err));
   }
 }
 
@@ -97,12 +85,14 @@ int verify_lif_rif_mac_mapping_key_llif(record& obj, std::string_view nodename,
              *st().dl_fd.require());
       return SUCCESS;
     }
-    if (!get_glif_to_llif_vsi_mapping(nodename, npu, obj, err)) return SUCCESS;
-    if (!has_sem_entry(obj, nodename, npu, key)) report_sem_missing(obj, err);
+    value llif;
+    if (!get_glif_to_llif_vsi_mapping(nodename, npu, obj, err, &llif)) return SUCCESS;
+    if (!has_sem_entry(llif, nodename, npu, key)) report_sem_missing(obj, err);
     if (has_rif_to_verify(obj)) verify_rif_entry(obj, nodename, npu, err, is_sub);
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("verify_lif_rif_mac_mapping_key_llif", error, err);
+    return log_and_count(
+        fmt::format("{}: verify_lif_rif_mac_mapping_key_llif failed for {}", error.what(), err));
   }
 }
 
@@ -118,7 +108,8 @@ int verify_lif_rif_mac_mapping_key_vd(record& obj, std::string_view nodename, st
     if (has_rif_to_verify(obj)) verify_rif_entry(obj, nodename, npu, err, is_sub);
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("verify_lif_rif_mac_mapping_key_vd", error, err);
+    return log_and_count(
+        fmt::format("{}: verify_lif_rif_mac_mapping_key_vd failed for {}", error.what(), err));
   }
 }
 
@@ -134,7 +125,8 @@ int verify_lif_rif_mac_mapping_key_vd_j2(record& obj, std::string_view nodename,
     return SUCCESS;
   } catch (const std::exception& error) {
     // The text is the earlier chips'.
-    return failed("verify_lif_rif_mac_mapping_key_vd", error, err);
+    return log_and_count(
+        fmt::format("{}: verify_lif_rif_mac_mapping_key_vd failed for {}", error.what(), err));
   }
 }
 

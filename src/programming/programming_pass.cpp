@@ -4,9 +4,10 @@
 
 #include <unordered_set>
 
+#include "base/dump.h"
 #include "base/failure.h"
-#include "base/helpers.h"
-#include "base/logs.h"
+#include "base/findings.h"
+#include "base/numbers.h"
 #include "base/print.h"
 #include "base/text.h"
 #include "base/worker.h"
@@ -15,7 +16,6 @@
 #include "consistency/pi_pd_checks.h"
 #include "platform/router_type.h"
 #include "programming/entry_checks.h"
-#include "programming/findings.h"
 #include "programming/mapping_checks.h"
 #include "run/state.h"
 
@@ -25,13 +25,6 @@ namespace {
 
 constexpr int of_bundle = 0;
 constexpr int of_sub_bundle = 1;
-
-int failed(std::string_view what, const std::exception& error, std::string_view object,
-           here where = here::current()) {
-  logger(fmt::format("{}: {} failed for {}", error.what(), what, object), "exception", true, where);
-  ++st().exception;
-  return ERROR;
-}
 
 // Names a bundle or sub-bundle on one NPU of a node.
 std::string object_on_npu(std::string_view name, const record& element, const value& npu,
@@ -53,7 +46,7 @@ void start_npus(const std::string& bundle, const std::string& nodename, worker_l
   const record& element = bundle_record(bundle);
   const value members = element.get("members").at(nodename);
   std::unordered_set<std::string> started;
-  for (const auto& [mName, mem] : members.as_map().items()) {
+  for (const auto& [name, mem] : members.as_map().items()) {
     const record& port = mem.as_record();
     const std::string npu = port.get("npu_id").as_text();
     const std::string err = object_on_npu(bundle, element, npu, nodename);
@@ -66,7 +59,7 @@ void start_npus(const std::string& bundle, const std::string& nodename, worker_l
     }
     const std::string vd(strip_set(bundle_vd.as_text(), "0x"));
     if (!started.insert(npu).second) continue;
-    const auto task = is_j2(nodename) ? check_bdl_prgm_task_j2 : check_bdl_prgm_task;
+    const auto task = j2 ? check_bdl_prgm_task_j2 : check_bdl_prgm_task;
     workers.append(start_worker([=, mem = mem] { task(bundle, nodename, mem, vd, err); }));
   }
 }
@@ -126,10 +119,7 @@ int check_bundle_programming() {
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    logger(fmt::format("{}: Bundle programming verification failed", error.what()), "exception",
-           true);
-    ++run.exception;
-    return ERROR;
+    return log_and_count(fmt::format("{}: Bundle programming verification failed", error.what()));
   }
 }
 
@@ -148,7 +138,8 @@ int check_bdl_prgm_task(const std::string& bundle, const std::string& nodename, 
         });
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("Hardware data unavailable/check_bdl_prgm_task", error, bundle);
+    return log_and_count(fmt::format(
+        "{}: Hardware data unavailable/check_bdl_prgm_task failed for {}", error.what(), bundle));
   }
 }
 
@@ -169,7 +160,8 @@ int check_bdl_prgm_task_j2(const std::string& bundle, const std::string& nodenam
     return SUCCESS;
   } catch (const std::exception& error) {
     // The text is the earlier chips'.
-    return failed("Hardware data unavailable/check_bdl_prgm_task", error, bundle);
+    return log_and_count(fmt::format(
+        "{}: Hardware data unavailable/check_bdl_prgm_task failed for {}", error.what(), bundle));
   }
 }
 
@@ -189,7 +181,8 @@ int check_sub_bdl_prgm_task(record& sub_obj, std::string_view nodename, std::str
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("verify_lif_rif_mac_mapping", error, err);
+    return log_and_count(
+        fmt::format("{}: verify_lif_rif_mac_mapping failed for {}", error.what(), err));
   }
 }
 
@@ -199,7 +192,8 @@ int check_sub_bdl_prgm_task_j2(record& sub_obj, std::string_view nodename, std::
     verify_lif_rif_mac_mapping_key_vd_j2(sub_obj, nodename, npu, npu_core, err, of_sub_bundle);
     return SUCCESS;
   } catch (const std::exception& error) {
-    return failed("verify_lif_rif_mac_mapping", error, err);
+    return log_and_count(
+        fmt::format("{}: verify_lif_rif_mac_mapping failed for {}", error.what(), err));
   }
 }
 

@@ -27,6 +27,16 @@ constexpr std::string_view bhc_str = "Bundle Health Status Error";
 
 constexpr std::int64_t most_previewed = 10;
 
+// The counters, each read once: workers may still be counting.
+struct outcome {
+  std::int64_t inconsistent = st().inconsistent;
+  std::int64_t programming_error = st().programming_error;
+  std::int64_t exception = st().exception;
+  std::int64_t stale = st().staleEntries;
+  std::int64_t delete_pending = st().deletePending;
+  std::int64_t bundle_health = st().bdlHealthCheckCount;
+};
+
 struct labelled {
   std::string_view label;
   std::int64_t number;
@@ -62,13 +72,14 @@ std::size_t start_of_last(const std::vector<std::string>& lines, std::int64_t co
   return static_cast<std::size_t>(std::min(-count, size));
 }
 
-void preview(std::int64_t counted, std::string_view log_file) {
+// `exceptions` is the count of the channel "exception", whichever the log.
+void preview(std::int64_t counted, std::int64_t exceptions, std::string_view log_file) {
   const std::string path(log_file);
   const std::vector<std::string> lines = lines_of(path);
   const auto count = static_cast<std::int64_t>(lines.size());
   if (counted > count) {
-    // The older findings have rotated out. The difference is that of `exception` for every log.
-    const std::int64_t diff = st().exception - count;
+    // The older findings have rotated out. The difference is that of the exceptions for every log.
+    const std::int64_t diff = exceptions - count;
     const std::vector<std::string> older = lines_of(path + ".1");
     print_lines(older, start_of_last(older, diff), older.size());
   }
@@ -77,21 +88,23 @@ void preview(std::int64_t counted, std::string_view log_file) {
 
 // The other findings use up room first, so that the whole preview stays at ten lines. Line 0 is the
 // channel's start line.
-void preview_bundle_health(std::int64_t err_count) {
+void preview_bundle_health(std::int64_t err_count, std::int64_t counted) {
   const std::vector<std::string> lines = lines_of(std::string(LOG_FILE_BUNDLE_HEALTH));
-  const std::int64_t end = most_previewed + 1 - (err_count - st().bdlHealthCheckCount);
+  const std::int64_t end = most_previewed + 1 - (err_count - counted);
   print_lines(lines, 1, static_cast<std::size_t>(std::max<std::int64_t>(end, 0)));
   if (static_cast<std::int64_t>(lines.size()) > end) {
     print("\nMore lines of error present in the logs, Check /var/log/tessel_bundle_health.log ");
   }
 }
 
-void print_previews(std::int64_t err_count) {
-  run_state& run = st();
-  if (run.exception != 0) preview(run.exception, LOG_FILE_EXCEPTION);
-  if (run.inconsistent != 0) preview(run.inconsistent, LOG_FILE_INCONSISTENT);
-  if (run.programming_error != 0) preview(run.programming_error, LOG_FILE_PROGRAMMING_ERROR);
-  if (run.bdlHealthCheckCount != 0) preview_bundle_health(err_count);
+void print_previews(std::int64_t err_count, const outcome& found) {
+  const auto show = [&found](std::int64_t counted, std::string_view log_file) {
+    if (counted != 0) preview(counted, found.exception, log_file);
+  };
+  show(found.exception, LOG_FILE_EXCEPTION);
+  show(found.inconsistent, LOG_FILE_INCONSISTENT);
+  show(found.programming_error, LOG_FILE_PROGRAMMING_ERROR);
+  if (found.bundle_health != 0) preview_bundle_health(err_count, found.bundle_health);
 }
 
 void print_log_list() {
@@ -104,41 +117,42 @@ void print_log_list() {
   print(fmt::format("{}\n\n", LOG_FILE_DEBUG));
 }
 
-}  // namespace
-
-void print_results() {
-  run_state& run = st();
-  // Workers may still be finding: rows, total and preview are of one moment.
-  const std::lock_guard one_moment(run.finding_mutex);
-  run.exception += run.info;
-  if (run.inconsistent == 0) run.deletePending = 0;
-  const labelled inconsistent{incnst_str, run.inconsistent};
-  const labelled stale{stale_str, run.staleEntries};
-  const labelled programming{prgm_str, run.programming_error};
-  const labelled pending{delpen_str, run.deletePending};
-  const labelled exceptions{exptn_str, run.exception};
-  const labelled health{bhc_str, run.bdlHealthCheckCount};
-  print("\n\nOverall Results:\n\n");
-  print_row(inconsistent, stale);
-  print_row(programming, pending);
-  print_row(exceptions, health);
-  const std::int64_t err_count = exceptions.number + programming.number + inconsistent.number +
-                                 pending.number + stale.number + health.number;
-  run.printed_results = 1;
-  if (err_count != 0) print_errors(err_count);
-  print(fmt::format("{:*^70}", "Done"));
-}
-
-void print_errors(std::int64_t err_count) {
+void print_report(std::int64_t err_count, const outcome& found) {
   print("\nLogs Preview:\n\n");
   if (err_count > most_previewed) {
     print(fmt::format("Total Error Count: {}", err_count));
     print("Preview is not available as the number of logs are more");
     print("Please check the respective log file for the error details");
   } else {
-    print_previews(err_count);
+    print_previews(err_count, found);
   }
   if (st().printed_results != 0) print_log_list();
+}
+
+}  // namespace
+
+void print_results() {
+  run_state& run = st();
+  // Workers may still be counting. Rows, total and preview are of one reading; the numbered
+  // findings of that reading stand whole in their logs, and no more of them until the preview is
+  // printed.
+  const std::lock_guard one_moment(run.finding_mutex);
+  run.exception += run.info;
+  if (run.inconsistent == 0) run.deletePending = 0;
+  const outcome found;
+  print("\n\nOverall Results:\n\n");
+  print_row({incnst_str, found.inconsistent}, {stale_str, found.stale});
+  print_row({prgm_str, found.programming_error}, {delpen_str, found.delete_pending});
+  print_row({exptn_str, found.exception}, {bhc_str, found.bundle_health});
+  const std::int64_t err_count = found.exception + found.programming_error + found.inconsistent +
+                                 found.delete_pending + found.stale + found.bundle_health;
+  run.printed_results = 1;
+  if (err_count != 0) print_report(err_count, found);
+  print(fmt::format("{:*^70}", "Done"));
+}
+
+void print_errors(std::int64_t err_count) {
+  print_report(err_count, outcome());
 }
 
 }  // namespace tessel

@@ -4,7 +4,6 @@
 #include <cassert>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <exception>
 #include <utility>
 
@@ -60,7 +59,7 @@ TESSEL_EXPORT void tessel_init(void) {
   try {
     m = &tessel::new_state();
   } catch (const std::exception&) {
-    __assert_fail("0", __FILE__, __LINE__, "void tessel_init()");
+    assert(false && "no memory for the run state");
   }
 }
 
@@ -80,9 +79,7 @@ TESSEL_EXPORT int32_t run_tessel(uint32_t my_node_id) {
 }
 
 TESSEL_EXPORT int32_t tessel_run(int32_t node_id) {
-  static_cast<void>(std::clock());
   const int32_t result = run_tessel(static_cast<uint32_t>(node_id));
-  static_cast<void>(std::clock());
   if (result == TESSEL_ABORTED) act_on_pending();
   return result;
 }

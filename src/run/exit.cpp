@@ -3,13 +3,15 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <memory>
+#include <mutex>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "base/command.h"
+#include "base/dump.h"
 #include "base/failure.h"
-#include "base/helpers.h"
-#include "base/logs.h"
 #include "base/print.h"
 #include "report/results.h"
 #include "run/state.h"
@@ -27,12 +29,20 @@ void print_summary() {
   print("Logs: \n/var/log/tessel_exception.log\n/var/log/tessel_debug.log");
 }
 
+std::vector<std::shared_ptr<log_channel>> open_channels() {
+  run_state& run = st();
+  std::vector<std::shared_ptr<log_channel>> channels;
+  const std::lock_guard lock(run.log_mutex);
+  for (const auto& [name, channel] : run.log_dictionary) channels.push_back(channel);
+  return channels;
+}
+
 }  // namespace
 
 void close_fd() {
   run_state& run = st();
   try {
-    for (const auto& [name, channel] : run.log_dictionary) channel->close();
+    for (const auto& channel : open_channels()) channel->close();
     run.stale_fd.close();
     run.dl_fd.close();
   } catch (const std::exception& error) {
@@ -60,6 +70,7 @@ void take_snapshot() {
 void exit_handler() {
   run_state& run = st();
   try {
+    // A worker that still runs may leave a capture behind this; the next run's start removes it.
     execute("rm /tmp/tessel_*");
     run.exception += run.info;
     if (run.printed_results == 0) print_summary();

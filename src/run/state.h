@@ -74,11 +74,13 @@ struct run_state {
   // Set by the main thread before workers start, constant afterwards.
   int router = notset;
   value my_node_id = DEFAULT;
-  std::time_t start_time = 0;
   value activenodeinfo = DEFAULT;
   value standbynodeinfo = DEFAULT;
-  std::string nodename;
+  std::string nodename;  // of the node whose line of the inventory is being read
   int activenode_cnt = 0;
+
+  // Written by the main thread; no phase reads them.
+  std::time_t start_time = 0;
   int standbynode_cnt = 0;
   int vmcnt = 0;
 

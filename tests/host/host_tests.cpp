@@ -223,6 +223,25 @@ TEST(host, finds_a_library_by_name_through_the_dynamic_linker) {
   EXPECT_EQ(result.out, "init\nrun 4096\nfinalize\n");
 }
 
+TEST(host, takes_the_library_of_its_installation_where_none_is_beside_it) {
+  const std::string folder = testing::TempDir() + "/host_installed_" + std::to_string(getpid());
+  const std::filesystem::path program = folder + "/bin/tessel-host";
+  const auto library =
+      (program.parent_path() / TESSEL_BIN_TO_LIB / "libtessel.so").lexically_normal();
+  const auto copy = std::filesystem::copy_options::overwrite_existing;
+  std::filesystem::create_directories(program.parent_path());
+  std::filesystem::create_directories(library.parent_path());
+  std::filesystem::copy_file(host, program, copy);
+  std::filesystem::copy_file(stand_ins + "/libaborted.so", library, copy);
+  const auto installed = run_shell(program.string());
+  EXPECT_EQ(installed.status, 2) << installed.err;
+  EXPECT_EQ(installed.out, "init\nrun 4096\nfinalize\n");
+
+  std::filesystem::copy_file(stand_ins + "/libstopped.so", folder + "/bin/libtessel.so", copy);
+  EXPECT_EQ(run_shell(program.string()).status, 1) << "the one beside it comes first";
+  std::filesystem::remove_all(folder);
+}
+
 TEST(host, takes_the_library_beside_itself_where_none_is_named) {
   const std::string folder = testing::TempDir() + "/host_beside_" + std::to_string(getpid());
   std::filesystem::create_directories(folder);

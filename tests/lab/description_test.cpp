@@ -1,5 +1,6 @@
 #include "description.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -143,6 +144,10 @@ TEST(Description, ImpossibleRouterIsRefused) {
       {"a single-node type with two nodes",
        "type = \"elm\"\n[[node]]\nname = \"0/RP0/CPU0\"\n[[node]]\nname = \"0/0/CPU0\"\n",
        "test.toml: a router of type elm is the one node 0/RP0/CPU0"},
+      {"a tag that no frame has",
+       base + second + "subs = [{ number = 8, encapsulation = \"dot1q 8 second-dot1q 4095\" }]\n",
+       "test.toml: sub-bundle BE6.8: \"dot1q 8 second-dot1q 4095\" has a tag that is none of 1 to "
+       "4094"},
       {"no node", "type = \"birch\"\n", "test.toml: no node is described"},
   };
   for (const row& r : rows) EXPECT_EQ(refusal(r.text), r.message) << r.why;
@@ -206,8 +211,29 @@ TEST(Encapsulation, TagsAreTheNumbersBehindTheirKeyword) {
   EXPECT_EQ(tags_of("dot1ad 30"), tags({30}));
   EXPECT_EQ(tags_of("dot1ad 40 dot1q 41"), tags({40, 41}));
   EXPECT_EQ(tags_of("dot1ad any dot1q 11"), tags({11}));
+  EXPECT_EQ(tags_of("dot1q 10-20"), tags({10})) << "a range goes by its first tag";
+  EXPECT_EQ(tags_of("dot1q 10,20 second-dot1q 30"), tags({10}));
+  EXPECT_EQ(tags_of("dot1q 10 second-dot1q 20-30"), tags({10, 20}));
+  EXPECT_EQ(tags_of("dot1q 10 second-dot1q any"), tags({10}));
+  EXPECT_EQ(tags_of("dot1ad 10 dot1q any"), tags({10}));
+  EXPECT_EQ(tags_of("dot1q any"), tags());
+  EXPECT_EQ(tags_of("dot1q any second-dot1q 20"), tags());
+  EXPECT_EQ(tags_of("default"), tags());
   EXPECT_EQ(tags_of("untagged"), tags());
   EXPECT_EQ(tags_of(""), tags());
+}
+
+TEST(Ports, SystemPortsHaveOneLengthHoweverManyThereAre) {
+  std::string text = "type = \"birch\"\n[[node]]\nname = \"0/0/CPU0\"\nchip = \"BCM88680\"\n";
+  for (unsigned at = 0; at < 3840; ++at)
+    text += fmt::format(
+        "[[bundle]]\nnumber = {}\nmembers = [{{ port = \"TenGigE0/0/0/{}\", node = "
+        "\"0/0/CPU0\" }}]\n",
+        at + 1, at);
+  const router r = parse_router(text, "test.toml");
+  EXPECT_EQ(r.bundles.front().members.front().system_port, 0x1001U);
+  EXPECT_LE(r.bundles.back().members.front().system_port, 0xffffU);
+  EXPECT_EQ(free_port(r, r.nodes.front()), "HundredGigE0/0/0/3840");
 }
 
 TEST(Ports, NamesInEachLayer) {

@@ -66,6 +66,16 @@ TEST_F(Tools, AnswerInFull) {
   EXPECT_EQ(unit.err, "");
 }
 
+TEST_F(Tools, AnswerForAllChipsUnlessOneHasItsOwn) {
+  const fs::path local = scratch_.path() / "capture" / "local";
+  lab_test::write_text(local / lab::file_name("asic_shell_show -c \"diag odd\""), "all\n");
+  lab_test::write_text(local / lab::file_name("asic_shell_show -c \"diag odd\" -u 1 -n 7"),
+                       "own\n");
+  EXPECT_EQ(shell("asic_shell_show -c \"diag odd\" -u 0 -n 7").out, "all\n");
+  EXPECT_EQ(shell("asic_shell_show -c \"diag odd\" -u 1 -n 7").out, "own\n");
+  EXPECT_EQ(shell("asic_shell_show -c \"diag even\" -u 1 -n 7").status, 127);
+}
+
 TEST_F(Tools, AnswerMegabytesAndBytesThroughFileAndPipe) {
   EXPECT_EQ(shell("lagmgr_health").out, big_);
   EXPECT_EQ(shell("lagmgr_health | cat").out, big_);

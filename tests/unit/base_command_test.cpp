@@ -101,6 +101,45 @@ TEST_F(command_test, the_capture_file_stays_and_is_emptied_by_the_next_call_of_i
   EXPECT_EQ(file_text("/tmp/tessel_show_unit_all_A.log"), "other\n");
 }
 
+TEST_F(command_test, a_capture_is_for_this_user_alone_and_never_goes_through_a_link) {
+  open_logs();
+  write_file("/var/log/precious", "kept");
+  ASSERT_EQ(::symlink("/var/log/precious", "/tmp/tessel_linked.log"), 0);
+  EXPECT_EQ(execute("echo one", "linked"), "one\n");
+  EXPECT_EQ(file_text("/var/log/precious"), "kept");
+  struct stat state {};
+  ASSERT_EQ(::lstat("/tmp/tessel_linked.log", &state), 0);
+  EXPECT_TRUE(S_ISREG(state.st_mode)) << "the link has given way to a file";
+  EXPECT_EQ(state.st_mode & 07777U, 0600U);
+  EXPECT_EQ(file_text("/tmp/tessel_linked.log"), "one\n");
+}
+
+TEST_F(command_test, what_another_has_opened_under_the_name_gets_no_word_of_the_output) {
+  write_file("/tmp/tessel_held.log", "planted");
+  const int held = ::open("/tmp/tessel_held.log", O_RDONLY | O_CLOEXEC);
+  ASSERT_GE(held, 0);
+  EXPECT_EQ(execute("echo secret", "held"), "secret\n");
+  std::array<char, 32> seen{};
+  EXPECT_EQ(std::string(seen.data(), static_cast<std::size_t>(::read(held, seen.data(), 32))),
+            "planted");
+  ::close(held);
+}
+
+TEST_F(command_test, calls_side_by_side_with_one_suffix_each_get_their_own_output) {
+  open_logs();
+  // Each waits until both captures are open.
+  ASSERT_EQ(execute("cd /opt/nos && mkfifo a b", "fifos"), "");
+  const std::array<const char*, 2> pair = {"cd /opt/nos; echo first; echo >a; cat b >/dev/null",
+                                           "cd /opt/nos; echo second; cat a >/dev/null; echo >b"};
+  std::array<value, 2> results;
+  together(2, [&](int number) {
+    const auto at = static_cast<std::size_t>(number);
+    results[at] = execute(pair[at], "shared");
+  });
+  EXPECT_THAT(results, ElementsAre("first\n", "second\n"));
+  EXPECT_EQ(st().exception, 0);
+}
+
 TEST_F(command_test, the_capture_file_of_rm_is_deleted_by_that_rm) {
   open_logs();
   execute("echo one", "1");

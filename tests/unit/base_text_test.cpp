@@ -288,7 +288,7 @@ TEST_F(text_test, a_tools_output_is_readable_unless_it_is_no_text) {
   EXPECT_EQ(readable(""), "");
   EXPECT_THAT(failure_of([] { readable(ERROR); }), HasSubstr("the integer 0"));
   EXPECT_THAT(failure_of([] { readable(value()); }), HasSubstr("nothing"));
-  EXPECT_THAT(failure_of([] { readable_blanks(ERROR); }), HasSubstr("the integer 0"));
+  EXPECT_THAT(failure_of([] { readable_any_line(ERROR); }), HasSubstr("the integer 0"));
 }
 
 TEST_F(text_test, a_line_of_many_megabytes_is_a_failure_at_once) {
@@ -296,13 +296,13 @@ TEST_F(text_test, a_line_of_many_megabytes_is_a_failure_at_once) {
   EXPECT_THAT(failure_of([&] { readable("first\n" + line + "\n"); }), HasSubstr("from byte 6 of"));
   EXPECT_THAT(failure_of([&] { require_readable(line); }), HasSubstr("a line of more than"));
   const value long_lines = line;
-  EXPECT_EQ(readable_blanks(long_lines).size(), line.size()) << "where lines may have any length";
+  EXPECT_EQ(readable_any_line(long_lines).size(), line.size()) << "where lines may have any length";
 }
 
 TEST_F(text_test, a_run_of_blanks_that_no_tool_prints_is_a_failure) {
   const std::string blanks = "a" + std::string(100'000, ' ') + "b";
   const std::string lines = "a" + std::string(100'000, '\n') + "b";
-  EXPECT_THAT(failure_of([&] { readable_blanks(blanks); }), HasSubstr("run of blanks"));
+  EXPECT_THAT(failure_of([&] { readable_any_line(blanks); }), HasSubstr("run of blanks"));
   EXPECT_THAT(failure_of([&] { readable(lines); }), HasSubstr("run of blanks"));
 }
 

@@ -5,6 +5,7 @@
 #include <limits>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "base/records.h"
@@ -24,6 +25,24 @@ std::vector<std::string> keys_of(const value& entries) {
 
 std::string numbered(int number) {
   return "key " + std::to_string(number);
+}
+
+TEST_F(value_test, what_was_moved_from_is_none) {
+  for (const value& each : {value("text"), make_map(), make_list({1}), value(7)}) {
+    value from = each;
+    const value made = std::move(from);
+    EXPECT_TRUE(made == each);
+    EXPECT_EQ(from.kind(), value_kind::none);
+    EXPECT_FALSE(from.truthy());
+    value again = each;
+    value assigned;
+    assigned = std::move(again);
+    EXPECT_TRUE(assigned == each);
+    EXPECT_THAT(failure_of([&] { again.as_text(); }), HasSubstr("nothing"));
+    value& itself = assigned;
+    assigned = std::move(itself);
+    EXPECT_TRUE(assigned == each) << "into itself it stays";
+  }
 }
 
 TEST_F(value_test, equality_is_by_kind_and_content) {

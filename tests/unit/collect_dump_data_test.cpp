@@ -95,8 +95,6 @@ TEST_F(dump_data_test, each_local_command_line_is_exactly_this) {
   EXPECT_EQ(command_line_of("IM_PI", [this] { dump(); }),
             "ifmgr_show database -l 0x1 -a | grep -E BE | grep -E LDP | sort | uniq");
   EXPECT_EQ(command_line_of("running_cfg", [this] { dump(); }), " cfg_render -c -l 1 -t 1 -o 1 ");
-  EXPECT_EQ(command_line_of("voq_usage", [] { dump_voq_usage(); }),
-            "qos_voq_show -v x -i 0x10 -n A -t n -p 0x0");
 }
 
 TEST_F(dump_data_test, the_command_line_for_a_node_id_depends_on_the_router) {
@@ -432,20 +430,6 @@ TEST_F(dump_data_test, a_configuration_of_many_megabytes_with_binary_bytes_is_cu
   tool_prints("cfg_render", "junk\n" + body + "\nend\n");
   EXPECT_EQ(dump_running_config(), SUCCESS);
   EXPECT_TRUE(st().run_cfg.get() == body + "\nend");
-}
-
-TEST_F(dump_data_test, the_port_listing_is_kept_as_lines) {
-  tool_prints("qos_voq_show", "one\n\ntwo\n");
-  EXPECT_EQ(dump_voq_usage(), SUCCESS);
-  EXPECT_EQ(st().voq_usage.get(), list_of({"one", "", "two", ""}));
-}
-
-TEST_F(dump_data_test, a_port_listing_that_cannot_be_fetched_is_counted_and_logged) {
-  const read_only_folder no_captures("/tmp");
-  EXPECT_EQ(dump_voq_usage(), ERROR);
-  EXPECT_EQ(messages(LOG_FILE_EXCEPTION).back(),
-            "a text expected, found the integer 0: dump_voq_usage failed");
-  EXPECT_EQ(st().exception, 2);
 }
 
 // ---- bad output of every tool

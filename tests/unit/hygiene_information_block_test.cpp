@@ -15,7 +15,9 @@ namespace {
 // The cleaned report as its steps are told, with the plain pattern.
 std::string by_definition(std::string_view report) {
   static const pattern& block = constant(information_block_definition);
-  const std::string text = sub(constant("\n\n\n*"), "\n", sub(constant("---*"), "", report));
+  static const pattern& blank_lines = constant("\n\n\n*");
+  static const pattern& rules = constant("---*");
+  const std::string text = sub(blank_lines, "\n", sub(rules, "", report));
   const std::string rest = sub(block, "", text);
   std::string result = "   ";
   if (strip(rest).empty()) return result;

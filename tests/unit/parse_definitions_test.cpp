@@ -4,7 +4,7 @@
 #include <random>
 #include <string>
 
-#include "base/helpers.h"
+#include "base/numbers.h"
 #include "base/text.h"
 #include "parse/bcm_lag.h"
 #include "parse/dpa_objects.h"

@@ -23,22 +23,22 @@ constexpr std::string_view block =
     "  1:uint16_t port_class_id => 8\n";
 
 TEST(slot_fields_test, a_slot_has_its_npu_weight_and_domain) {
-  EXPECT_EQ(slot_fields(slot_fields::npu, block).first_of("0"), "1");
-  EXPECT_EQ(slot_fields(slot_fields::weight, block).first_of("0"), "2");
-  EXPECT_EQ(slot_fields(slot_fields::port_class, block).first_of("0"), "7");
-  EXPECT_EQ(slot_fields(slot_fields::port_class, block).first_of("1"), "8");
+  EXPECT_EQ(slot_fields(slot_fields::npu(), block).first_of("0"), "1");
+  EXPECT_EQ(slot_fields(slot_fields::weight(), block).first_of("0"), "2");
+  EXPECT_EQ(slot_fields(slot_fields::port_class(), block).first_of("0"), "7");
+  EXPECT_EQ(slot_fields(slot_fields::port_class(), block).first_of("1"), "8");
 }
 
 TEST(slot_fields_test, the_line_of_slot_11_answers_for_slot_1_if_it_comes_first) {
-  EXPECT_EQ(slot_fields(slot_fields::npu, block).first_of("11"), "3");
-  EXPECT_EQ(slot_fields(slot_fields::npu, block).first_of("1"), "3");
-  EXPECT_EQ(slot_fields(slot_fields::weight, block).first_of("1"), "4");
+  EXPECT_EQ(slot_fields(slot_fields::npu(), block).first_of("11"), "3");
+  EXPECT_EQ(slot_fields(slot_fields::npu(), block).first_of("1"), "3");
+  EXPECT_EQ(slot_fields(slot_fields::weight(), block).first_of("1"), "4");
 }
 
 TEST(slot_fields_test, a_slot_without_a_line_has_nothing) {
-  EXPECT_EQ(slot_fields(slot_fields::npu, block).first_of("2"), std::nullopt);
-  EXPECT_EQ(slot_fields(slot_fields::npu, block).first_of("01"), std::nullopt);
-  EXPECT_EQ(slot_fields(slot_fields::npu, "").first_of("0"), std::nullopt);
+  EXPECT_EQ(slot_fields(slot_fields::npu(), block).first_of("2"), std::nullopt);
+  EXPECT_EQ(slot_fields(slot_fields::npu(), block).first_of("01"), std::nullopt);
+  EXPECT_EQ(slot_fields(slot_fields::npu(), "").first_of("0"), std::nullopt);
 }
 
 // What one search for a slot gives.
@@ -89,9 +89,9 @@ TEST(slot_fields_test, a_look_up_gives_what_the_pattern_of_a_slot_gives_first) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
     const std::string text = fragments(random, pieces, 2 + seed % 30);
-    expect_equal_to_definition(slot_fields::npu, letter_case::kept, text);
-    expect_equal_to_definition(slot_fields::weight, letter_case::kept, text);
-    expect_equal_to_definition(slot_fields::port_class, letter_case::ignored, text);
+    expect_equal_to_definition(slot_fields::npu(), letter_case::kept, text);
+    expect_equal_to_definition(slot_fields::weight(), letter_case::kept, text);
+    expect_equal_to_definition(slot_fields::port_class(), letter_case::ignored, text);
     if (testing::Test::HasFailure()) return;
   }
 }

@@ -10,6 +10,7 @@
 #include "support/command_line.h"
 #include "support/fake_router.h"
 #include "support/hostile.h"
+#include "support/together.h"
 
 namespace tessel {
 namespace {
@@ -286,6 +287,30 @@ TEST_F(mapping_test, a_known_lif_ends_in_the_handler_since_nothing_can_be_added_
                    "cannot add 1 to the text '0x456': verify_lif_rif_mac_mapping_key_llif failed "
                    "for {}",
                    err)}});
+}
+
+TEST_F(mapping_test, each_of_two_npus_goes_on_with_the_lif_that_its_own_chip_gave) {
+  tool("asic_shell_show",
+       "case \"$*\" in *'-u 0 '*) lif=0x450 ;; *) lif=0x451 ;; esac\n"
+       "printf 'Global LIF 0x11234 -> Local In_LIF:%s (valid)\\n  a\\n"
+       "  vsid: 16 tag: 1\\n' $lif");
+  set_tables(older_node, "1", older_tables("", "", vsi_row("16", "1")));
+  constexpr int rounds = 20;
+  for (int round = 0; round < rounds; ++round) {
+    const value object = healthy();
+    together(2, [&](int npu) {
+      const std::string number = std::to_string(npu);
+      EXPECT_EQ(verify_lif_rif_mac_mapping_key_llif(object.as_record(), older_node, number, "1",
+                                                    "NPU " + number, bundle_level),
+                ERROR);
+    });
+  }
+  const auto told = messages(LOG_FILE_EXCEPTION);
+  ASSERT_EQ(told.size(), 2U * rounds);
+  for (const std::string& each : told) {
+    EXPECT_EQ(each.find("the text '0x450'") != std::string::npos, each.ends_with("NPU 0")) << each;
+    EXPECT_EQ(each.find("the text '0x451'") != std::string::npos, each.ends_with("NPU 1")) << each;
+  }
 }
 
 TEST_F(mapping_test, an_l2_object_ends_in_the_same_handler) {

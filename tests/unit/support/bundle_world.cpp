@@ -337,4 +337,8 @@ void bundle_test::SetUp() {
   enter_healthy_bundle();
 }
 
+void bundle_test::TearDown() {
+  st().pid_list.join_all();
+}
+
 }  // namespace tessel

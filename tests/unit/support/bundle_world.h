@@ -111,10 +111,12 @@ class logged_test : public router_test {
   void SetUp() override;
 };
 
-// And with the healthy bundle on a router of type birch.
+// And with the healthy bundle on a router of type birch. What a pass leaves running has ended
+// before the next test puts a fresh state in place.
 class bundle_test : public logged_test {
  protected:
   void SetUp() override;
+  void TearDown() override;
 };
 
 }  // namespace tessel

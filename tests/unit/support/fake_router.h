@@ -23,8 +23,9 @@
 #include <vector>
 
 #include "base/constants.h"
+#include "base/dump.h"
 #include "base/failure.h"
-#include "base/helpers.h"
+#include "base/numbers.h"
 #include "base/records.h"
 #include "base/value.h"
 #include "run/state.h"

@@ -1,0 +1,145 @@
+#include "archive.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <fstream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "archive_stream.h"
+#include "router.h"
+
+namespace lab {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view top_folder = "capture";
+
+std::vector<fs::path> sorted(const fs::path& folder) {
+  std::vector<fs::path> names;
+  for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+void add_all(archive_writer& archive, const fs::path& folder, const std::string& name) {
+  for (const fs::path& entry : sorted(folder)) {
+    const std::string inner = name + '/' + entry.filename().string();
+    if (fs::is_directory(fs::symlink_status(entry)))
+      add_all(archive, entry, inner);
+    else
+      archive.add(inner, entry);
+  }
+}
+
+struct place_in_capture {
+  std::string place;  // empty for a file beside the manifest
+  std::string file;
+};
+
+bool is_plain_name(const std::string& name) {
+  constexpr std::size_t longest_file_name = 255;
+  return !name.empty() && name.front() != '.' && name.size() <= longest_file_name &&
+         name.find('\0') == std::string::npos;
+}
+
+// Where an entry belongs: TOP/FILE or TOP/PLACE/FILE, where TOP is the same for all.
+class entry_places {
+ public:
+  explicit entry_places(const fs::path& archive) : archive_(archive.string()) {}
+
+  place_in_capture of(const std::string& name) {
+    std::vector<std::string> parts{""};
+    for (const char c : name) {
+      if (c == '/')
+        parts.emplace_back();
+      else
+        parts.back() += c;
+    }
+    if (parts.size() < 2 || parts.size() > 3 ||
+        !std::all_of(parts.begin(), parts.end(), is_plain_name))
+      refuse(name, "no place within a capture");
+    if (top_.empty()) top_ = parts.front();
+    if (parts.front() != top_) refuse(name, "outside of the archive's one folder");
+    if (!seen_.insert(name).second) refuse(name, "stands there twice");
+    return {parts.size() == 3 ? parts[1] : std::string{}, parts.back()};
+  }
+
+ private:
+  [[noreturn]] void refuse(const std::string& name, const char* why) const {
+    throw lab_error(fmt::format("{}: entry {:?}: {}", archive_, name, why));
+  }
+
+  std::string archive_;
+  std::string top_;
+  std::set<std::string> seen_;
+};
+
+void write_entry(const fs::path& folder, const place_in_capture& where, const std::string& text) {
+  if (!where.place.empty()) fs::create_directories(folder / where.place);
+  const fs::path file = folder / where.place / where.file;
+  std::ofstream out(file, std::ios::binary);
+  out.write(text.data(), static_cast<std::streamsize>(text.size()));
+  out.close();
+  if (!out) throw lab_error(fmt::format("{}: cannot be written", file.string()));
+}
+
+}  // namespace
+
+bool is_packed(const fs::path& file) {
+  constexpr std::string_view magic = "\x28\xb5\x2f\xfd";
+  if (!fs::is_regular_file(file)) return false;
+  std::string head(magic.size(), '\0');
+  std::ifstream(file, std::ios::binary)
+      .read(head.data(), static_cast<std::streamsize>(head.size()));
+  return head == magic;
+}
+
+void pack_folder(const fs::path& folder, const fs::path& out) {
+  read_manifest(folder);  // refuses what is no capture
+  build_beside(out, [&](const fs::path& building) {
+    archive_writer archive(building);
+    add_all(archive, folder, std::string{top_folder});
+    archive.finish();
+  });
+}
+
+void unpack_folder(const fs::path& file, const fs::path& out) {
+  build_beside(out, [&](const fs::path& building) {
+    fs::create_directory(building);
+    entry_places places(file);
+    read_archive(file, [&](const archive_entry& entry) {
+      write_entry(building, places.of(entry.name), entry.text);
+    });
+    if (!is_capture_folder(building))
+      throw lab_error(fmt::format("{}: no capture, there is no manifest in it", file.string()));
+    parse_manifest(read_whole(building / "manifest"), file.string() + ": manifest");
+  });
+}
+
+capture read_packed(const fs::path& file) {
+  capture c;
+  std::string manifest;
+  bool has_manifest = false;
+  entry_places places(file);
+  read_archive(file, [&](archive_entry entry) {
+    place_in_capture where = places.of(entry.name);
+    if (!where.place.empty()) {
+      c.answers.emplace(std::pair{std::move(where.place), std::move(where.file)},
+                        std::move(entry.text));
+    } else if (where.file == "manifest") {
+      manifest = std::move(entry.text);
+      has_manifest = true;
+    }
+  });
+  if (!has_manifest)
+    throw lab_error(fmt::format("{}: no capture, there is no manifest in it", file.string()));
+  capture head = parse_manifest(manifest, file.string() + ": manifest");
+  head.answers = std::move(c.answers);
+  return head;
+}
+
+}  // namespace lab

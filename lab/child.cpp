@@ -1,0 +1,95 @@
+#include "child.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "mounts.h"
+
+namespace lab {
+namespace {
+
+void write_setting(const char* file, const std::string& text) {
+  const int fd = open(file, O_WRONLY | O_CLOEXEC);
+  if (fd < 0) throw no_privileges{fmt::format("{}: {}", file, std::strerror(errno))};
+  const ssize_t written = write(fd, text.data(), text.size());
+  const int error = errno;
+  close(fd);
+  if (written != static_cast<ssize_t>(text.size()))
+    throw no_privileges{fmt::format("{}: {}", file, std::strerror(error))};
+}
+
+}  // namespace
+
+bool enter_namespace(int others) {
+  const uid_t user = geteuid();
+  const gid_t group = getegid();
+  const bool as_root = user == 0 && unshare(CLONE_NEWNS | others) == 0;
+  if (!as_root) {
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS | others) != 0)
+      throw no_privileges{
+          fmt::format("no mount namespace: unshare: {}; run as root or allow user namespaces",
+                      std::strerror(errno))};
+    write_setting("/proc/self/setgroups", "deny");
+    write_setting("/proc/self/uid_map", fmt::format("{} {} 1", user, user));
+    write_setting("/proc/self/gid_map", fmt::format("{} {} 1", group, group));
+  }
+  mount_or_fail("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+  return as_root;
+}
+
+bool names_option(const std::vector<std::string>& arguments, const std::string& option) {
+  return std::any_of(arguments.begin(), arguments.end(), [&](const std::string& argument) {
+    return argument == option || argument.starts_with(option + "=");
+  });
+}
+
+void execute_program(std::vector<std::string> words) {
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  execv(arguments.front(), arguments.data());
+  fail(words.front());
+}
+
+sigset_t awaited_signals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&set, signal);
+  return set;
+}
+
+int status_of(int wait_status) {
+  constexpr int signal_base = 128;
+  return WIFSIGNALED(wait_status) ? signal_base + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
+}
+
+int wait_for_child(pid_t child, const sigset_t& awaited) {
+  constexpr timespec patience{5, 0};
+  bool told = false;
+  for (;;) {
+    int wait_status = 0;
+    const pid_t ended = waitpid(child, &wait_status, WNOHANG);
+    if (ended == child) {
+      kill(-child, SIGKILL);  // tools that the host left behind
+      return status_of(wait_status);
+    }
+    if (ended < 0 && errno != EINTR) fail("waiting for the host");
+    const int signal =
+        told ? sigtimedwait(&awaited, nullptr, &patience) : sigwaitinfo(&awaited, nullptr);
+    if (signal < 0 && errno == EAGAIN) kill(-child, SIGKILL);
+    if (signal <= 0 || signal == SIGCHLD) continue;
+    kill(-child, signal);
+    told = true;
+  }
+}
+
+}  // namespace lab

@@ -1,0 +1,22 @@
+#include <filesystem>
+
+#include "commands.h"
+#include "record.h"
+
+namespace lab {
+
+int record_command(const std::vector<std::string>& arguments) {
+  const option_values o =
+      parse_options(arguments, {.with_value = {"--host", "--library", "--logs"}, .rest = true});
+  expect_operands(o, 1, "OUT");
+  record_request request;
+  request.out = o.operands[0];
+  request.lab = own_program();
+  request.host = host_of(o);
+  request.library = library_of(o);
+  if (o.has("--logs")) request.logs = logs_folder(o.value_of("--logs"));
+  request.host_arguments = o.rest;
+  return run_recorded(request);
+}
+
+}  // namespace lab

@@ -1,0 +1,292 @@
+#include "record.h"
+
+#include <fmt/format.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+
+#include "capture.h"
+#include "child.h"
+#include "mounts.h"
+#include "namespace_run.h"
+#include "record_arrange.h"
+#include "router.h"
+
+namespace lab {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path tool_folder = "/opt/nos/bin";
+constexpr const char* usual_path = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+
+std::string tool_path() {
+  const char* path = std::getenv("PATH");
+  return path == nullptr ? usual_path : path;
+}
+
+bool is_program(const fs::path& file) {
+  std::error_code ignored;
+  return fs::is_regular_file(file, ignored) && access(file.c_str(), X_OK) == 0;
+}
+
+// Empty if the tool is not on the path.
+fs::path on_path(const std::string& tool) {
+  std::istringstream folders(tool_path());
+  for (std::string folder; std::getline(folders, folder, ':');) {
+    const fs::path file = fs::path{folder.empty() ? "." : folder} / tool;
+    if (is_program(file)) return file;
+  }
+  return {};
+}
+
+// The folder that the stand-ins write into. It goes with the recording, whatever becomes of it.
+class work_folder {
+ public:
+  explicit work_folder(const fs::path& out) : path_(out) {
+    path_ += ".recording";
+    fs::remove_all(path_);
+    for (const char* made : {"capture/local", "bin", "nos", "real/folder", "real/path", "library"})
+      fs::create_directories(path_ / made);
+    // What it covers must not be reachable under the same name.
+    path_ = fs::canonical(path_);
+  }
+  work_folder(const work_folder&) = delete;
+  work_folder& operator=(const work_folder&) = delete;
+  ~work_folder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  const fs::path& path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
+
+bool lies_under(const fs::path& file, const fs::path& folder) {
+  const auto [end, unused] = std::mismatch(folder.begin(), folder.end(), file.begin(), file.end());
+  return end == folder.end();
+}
+
+void check_place(const record_request& request) {
+  if (fs::exists(fs::symlink_status(request.out)))
+    throw lab_error(fmt::format("{}: exists already", request.out.string()));
+  const fs::path out = fs::weakly_canonical(request.out);
+  if (out.parent_path() == "/tmp" && out.filename().string().starts_with("tessel"))
+    throw lab_error(fmt::format(
+        "{}: an audit clears /tmp/tessel*; record to a place of another name", out.string()));
+  if (lies_under(out, tool_folder) || (!request.logs.empty() && lies_under(out, "/var/log")))
+    throw lab_error(fmt::format(
+        "{}: the recording covers this folder for the audit; record to another", out.string()));
+}
+
+// Setting up, in the child
+// -------------------------------------------------------------------------
+
+void make_stand_in(const fs::path& work, const fs::path& link) {
+  fs::create_symlink(work / "program", link);
+}
+
+// What is no program in the tools' folder stays what it is.
+void keep_entry(const fs::directory_entry& entry, const fs::path& target) {
+  if (entry.is_directory()) {
+    fs::create_directory(target);
+    held(entry.path()).bind_to(target);
+  } else if (entry.is_regular_file()) {
+    bind_file(held(entry.path()), target);
+  }
+}
+
+void cover_tool_folder(const fs::path& work, bool way_back) {
+  if (!fs::is_directory(tool_folder)) return;
+  for (const auto& entry : fs::directory_iterator(tool_folder)) {
+    const std::string name = entry.path().filename().string();
+    if (!is_program(entry.path())) {
+      keep_entry(entry, work / "nos" / name);
+      continue;
+    }
+    make_stand_in(work, work / "nos" / name);
+    if (!way_back) bind_file(held(entry.path()), real_tool_path(work.string(), true, name));
+  }
+  held(work / "nos").bind_to(tool_folder);
+}
+
+void lead_path(const fs::path& work, bool way_back) {
+  for (const std::string& tool : tool_names()) {
+    const fs::path real = on_path(tool);
+    if (real.empty()) continue;
+    make_stand_in(work, work / "bin" / tool);
+    if (!way_back) bind_file(held(real), real_tool_path(work.string(), false, tool));
+  }
+}
+
+void prepare(const record_request& request, const fs::path& work, pid_t recorder) {
+  const bool way_back = enter_namespace(0);
+  bind_file(held(request.lab), work / "program");
+  bind_file(held(request.host), work / "tessel-host");
+  bind_file(held(request.library), work / "library" / "libtessel.so");
+  lead_path(work, way_back);
+  cover_tool_folder(work, way_back);
+  if (!request.logs.empty()) held(request.logs).bind_to("/var/log");
+
+  const std::string path = tool_path();
+  setenv(record_folder_variable, work.c_str(), 1);
+  setenv(record_path_variable, path.c_str(), 1);
+  if (way_back)
+    setenv(record_pid_variable, std::to_string(recorder).c_str(), 1);
+  else
+    unsetenv(record_pid_variable);
+  setenv("PATH", fmt::format("{}/bin:{}", work.string(), path).c_str(), 1);
+}
+
+[[noreturn]] void start_host(const record_request& request, const fs::path& work) {
+  std::vector<std::string> words{(work / "tessel-host").string()};
+  if (!names_option(request.host_arguments, "--library"))
+    words.insert(words.end(), {"--library", (work / "library" / "libtessel.so").string()});
+  words.insert(words.end(), request.host_arguments.begin(), request.host_arguments.end());
+  execute_program(words);
+}
+
+[[noreturn]] void be_child(const record_request& request, const fs::path& work,
+                           const sigset_t& signals_before, pid_t recorder) {
+  setpgid(0, 0);
+  sigprocmask(SIG_SETMASK, &signals_before, nullptr);
+  try {
+    prepare(request, work, recorder);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != recorder) _exit(cannot_prepare);
+    start_host(request, work);
+  } catch (const no_privileges& missing) {
+    fmt::print(stderr, "tessel-lab: {}\n", missing.what);
+    _exit(missing_privileges);
+  } catch (const std::exception& failure) {
+    fmt::print(stderr, "tessel-lab: {}\n", failure.what());
+  }
+  _exit(cannot_prepare);
+}
+
+int run_host(const record_request& request, const fs::path& work) {
+  const sigset_t awaited = awaited_signals();
+  sigset_t before;
+  sigprocmask(SIG_BLOCK, &awaited, &before);
+  const pid_t self = getpid();
+  const pid_t child = fork();
+  if (child < 0) fail("fork");
+  if (child == 0) be_child(request, work, before, self);
+  setpgid(child, child);
+  const int status = wait_for_child(child, awaited);
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+  return status;
+}
+
+// The capture's head
+// -------------------------------------------------------------------------------
+
+// As the host reads it; what it would refuse has ended the run before.
+std::uint32_t host_node_id(const std::vector<std::string>& arguments) {
+  constexpr std::string_view option = "--node-id";
+  std::string_view text;
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const std::string_view word = arguments[i];
+    if (word == option && i + 1 < arguments.size())
+      text = arguments[++i];
+    else if (word.starts_with(option) && word.substr(option.size()).starts_with('='))
+      text = word.substr(option.size() + 1);
+  }
+  const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+  if (hexadecimal) text.remove_prefix(2);
+  std::uint32_t id = capture{}.host_node_id;
+  std::from_chars(text.data(), text.data() + text.size(), id, hexadecimal ? 16 : 10);
+  return id;
+}
+
+// The platform's own list of nodes: name, type, ..., address in the seventh column.
+void read_nodes(const fs::path& answer, capture& head) {
+  constexpr std::size_t address_column = 6;
+  if (!fs::is_regular_file(answer)) return;
+  std::istringstream lines(read_whole(answer));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.find("ACTIVE") == std::string::npos && line.find("STANDBY") == std::string::npos)
+      continue;
+    std::istringstream columns(line);
+    std::vector<std::string> words;
+    for (std::string word; columns >> word;) words.push_back(word);
+    if (words.size() > address_column) head.nodes.emplace_back(words[address_column], words[0]);
+  }
+}
+
+bool was_called(const fs::path& folder, const std::string& tool) {
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    const std::string name = entry.path().filename().string();
+    if (name.starts_with(tool) &&
+        (name.size() == tool.size() || name[tool.size()] == ',' || name[tool.size()] == ';'))
+      return true;
+  }
+  return false;
+}
+
+capture head_of(const record_request& request, const fs::path& folder) {
+  capture head;
+  head.router = request.out.filename().string();
+  head.host_node_id = host_node_id(request.host_arguments);
+  read_nodes(folder / local_place / file_name("plat_nodes_show -v"), head);
+  for (const std::string& tool : tool_names()) {
+    const bool in_folder = is_program(tool_folder / tool);
+    const bool is_on_path = !on_path(tool).empty();
+    // A tool that is there in one way only may have been looked for in the other way.
+    if (!in_folder && (!is_on_path || !was_called(folder / local_place, tool)) && tool != "ssh")
+      head.missing_tools.push_back(tool);
+  }
+  return head;
+}
+
+bool is_interruption(int status) {
+  constexpr int signal_base = 128;
+  return status == signal_base + SIGINT || status == signal_base + SIGTERM ||
+         status == signal_base + SIGHUP;
+}
+
+}  // namespace
+
+std::string call_line(const ended_call& c) {
+  return fmt::format("{} {} {} {} {} {} {} {}\n", c.begin, c.duration, c.status, c.bytes, c.problem,
+                     c.number, c.place, c.file);
+}
+
+std::string real_tool_path(const std::string& work, bool has_folder, const std::string& tool) {
+  return fmt::format("{}/real/{}/{}", work, has_folder ? "folder" : "path", tool);
+}
+
+int run_recorded(const record_request& request) {
+  check_place(request);
+  const work_folder work(request.out);
+  const int status = run_host(request, work.path());
+  if (is_interruption(status)) {
+    fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.out.string());
+    return status;
+  }
+  const fs::path folder = work.path() / "capture";
+  const recorded_calls calls = arrange_recording(work.path());
+  if (calls.all == 0) {
+    fmt::print(stderr, "tessel-lab: no tool was called; {} was not made\n", request.out.string());
+    return status;
+  }
+  build_beside(request.out, [&](const fs::path& building) {
+    write_manifest(head_of(request, folder), folder);
+    fs::rename(folder, building);
+  });
+  if (calls.cut_off > 0)
+    fmt::print(stderr,
+               "tessel-lab: {} of {} calls had not ended when the audit did; {} names them\n",
+               calls.cut_off, calls.all, (request.out / "calls").string());
+  return status;
+}
+
+}  // namespace lab

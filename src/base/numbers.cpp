@@ -1,0 +1,164 @@
+#include "base/numbers.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <optional>
+#include <vector>
+
+#include "base/failure.h"
+#include "base/text.h"
+
+namespace tessel {
+
+namespace {
+
+// A whole number of any length: sign and magnitude, 32 bits a limb, lowest first.
+class wide_integer {
+ public:
+  bool negative = false;
+
+  void multiply_add(std::uint32_t factor, std::uint32_t digit) {
+    std::uint64_t carry = digit;
+    for (std::uint32_t& limb : limbs_) {
+      carry += std::uint64_t{limb} * factor;
+      limb = static_cast<std::uint32_t>(carry);
+      carry >>= 32;
+    }
+    if (carry != 0) limbs_.push_back(static_cast<std::uint32_t>(carry));
+  }
+
+  std::string text(std::uint32_t base) const {
+    if (limbs_.empty()) return "0";
+    std::string digits;
+    for (wide_integer rest = *this; !rest.limbs_.empty();) {
+      digits += "0123456789abcdef"[rest.divide(base)];
+    }
+    std::reverse(digits.begin(), digits.end());
+    return digits;
+  }
+
+  std::optional<std::int64_t> as_int64() const {
+    if (limbs_.size() > 2) return std::nullopt;
+    std::uint64_t magnitude = 0;
+    for (std::size_t at = limbs_.size(); at-- > 0;) magnitude = magnitude << 32 | limbs_[at];
+    const std::uint64_t limit = (std::uint64_t{1} << 63) - (negative ? 0 : 1);
+    if (magnitude > limit) return std::nullopt;
+    return static_cast<std::int64_t>(negative ? 0 - magnitude : magnitude);
+  }
+
+ private:
+  std::uint32_t divide(std::uint32_t base) {
+    std::uint64_t rest = 0;
+    for (std::size_t at = limbs_.size(); at-- > 0;) {
+      rest = rest << 32 | limbs_[at];
+      limbs_[at] = static_cast<std::uint32_t>(rest / base);
+      rest %= base;
+    }
+    while (!limbs_.empty() && limbs_.back() == 0) limbs_.pop_back();
+    return static_cast<std::uint32_t>(rest);
+  }
+
+  std::vector<std::uint32_t> limbs_;
+};
+
+// Longer digit strings are no platform's number, and converting them takes time with the square
+// of their length.
+constexpr std::size_t longest_number = 4096;
+
+std::optional<std::uint32_t> digit_of(char c, std::uint32_t base) {
+  std::uint32_t digit = base;
+  if (c >= '0' && c <= '9') digit = static_cast<std::uint32_t>(c - '0');
+  if (c >= 'a' && c <= 'f') digit = static_cast<std::uint32_t>(c - 'a') + 10;
+  if (c >= 'A' && c <= 'F') digit = static_cast<std::uint32_t>(c - 'A') + 10;
+  return digit < base ? std::optional(digit) : std::nullopt;
+}
+
+bool has_hex_prefix(std::string_view digits) {
+  return digits.size() > 1 && digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X');
+}
+
+enum class number_base { automatic, decimal, hexadecimal };
+
+std::optional<wide_integer> read_number(std::string_view text, number_base wanted) {
+  text = strip(text);
+  wide_integer number;
+  if (!text.empty() && (text[0] == '-' || text[0] == '+')) {
+    number.negative = text[0] == '-';
+    text.remove_prefix(1);
+  }
+  std::uint32_t base = wanted == number_base::hexadecimal ? 16 : 10;
+  if (wanted != number_base::decimal && has_hex_prefix(text)) {
+    base = 16;
+    text.remove_prefix(2);
+  } else if (wanted == number_base::automatic && text.size() > 1 && text[0] == '0') {
+    base = 8;
+  }
+  if (text.empty() || text.size() > longest_number) return std::nullopt;
+  for (const char c : text) {
+    const auto digit = digit_of(c, base);
+    if (!digit) return std::nullopt;
+    number.multiply_add(base, *digit);
+  }
+  return number;
+}
+
+std::string signed_text(const wide_integer& number, std::uint32_t base) {
+  const std::string digits = number.text(base);
+  const bool minus = number.negative && digits != "0";
+  return fmt::format("{}{}{}", minus ? "-" : "", base == 16 ? "0x" : "", digits);
+}
+
+std::int64_t fitting(const std::optional<wide_integer>& number, std::string_view text, here where) {
+  if (!number) throw failure(fmt::format("{} is no number", brief_text(text)), where);
+  const auto fits = number->as_int64();
+  if (!fits) throw failure(fmt::format("{} is too large a number", brief_text(text)), where);
+  return *fits;
+}
+
+}  // namespace
+
+value convert_hex_to_int(const value& val) {
+  if (!val.is_text()) return val;
+  const auto number = read_number(val.as_text(), number_base::automatic);
+  return number ? value(signed_text(*number, 10)) : val;
+}
+
+std::string convert_to_hex(const value& val, here where) {
+  const std::string text = val.is_integer() ? std::to_string(val.as_integer()) : val.as_text(where);
+  auto number = read_number(text, number_base::automatic);
+  if (!number) number = read_number(text, number_base::decimal);
+  if (!number) throw failure(fmt::format("{} is no number", brief_text(text)), where);
+  return signed_text(*number, 16);
+}
+
+value convert_object_to_hex(const value& val) {
+  value result = make_map();
+  for (const auto& [key, inner] : val.as_map().items()) {
+    const auto outer = read_number(key, number_base::automatic);
+    if (!outer) throw failure(fmt::format("{} is no number", brief_text(key)));
+    value converted = make_map();
+    for (const auto& [name, number] : inner.as_map().items()) {
+      converted.as_map().set(name, convert_to_hex(to_decimal(number)));
+    }
+    result.as_map().set(signed_text(*outer, 16), converted);
+  }
+  return result;
+}
+
+std::int64_t to_integer(const value& text, here where) {
+  const std::string& digits = text.as_text(where);
+  return fitting(read_number(digits, number_base::automatic), digits, where);
+}
+
+std::int64_t to_decimal(const value& text, here where) {
+  if (text.is_integer()) return text.as_integer();
+  const std::string& digits = text.as_text(where);
+  return fitting(read_number(digits, number_base::decimal), digits, where);
+}
+
+std::int64_t to_hexadecimal(std::string_view text, here where) {
+  return fitting(read_number(text, number_base::hexadecimal), text, where);
+}
+
+}  // namespace tessel

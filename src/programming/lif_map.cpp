@@ -1,0 +1,29 @@
+#include "programming/lif_map.h"
+
+#include <fmt/format.h>
+
+#include "base/command.h"
+#include "base/text.h"
+#include "run/state.h"
+
+namespace tessel {
+
+namespace {
+
+constexpr std::size_t glif_digits = 4;
+
+}  // namespace
+
+std::string_view glif_tail(std::string_view glif) {
+  return tail(glif, glif_digits);
+}
+
+value ask_lif_map(std::string_view nodename, std::string_view npu, std::string_view digits,
+                  here where) {
+  const value node = st().nodeinfo.get().at(nodename, where);
+  return execute_bcmd(fmt::format("diag pp lif id=0x{} gl=1 type=in", digits), npu,
+                      node.at("nodeid", where), node.at("nodeip", where),
+                      fmt::format("glif{}", digits));
+}
+
+}  // namespace tessel

@@ -1,0 +1,194 @@
+#include "archive.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "support.h"
+
+namespace {
+
+using namespace lab;
+namespace fs = std::filesystem;
+using lab_test::read_text;
+using lab_test::run_shell;
+using lab_test::scratch_folder;
+using lab_test::write_text;
+using testing::HasSubstr;
+
+capture sample() {
+  capture c;
+  c.router = "sample";
+  c.nodes = {{"192.0.0.6", "0/0/CPU0"}};
+  answer(c, "local", "cfg_render -c", std::string("a\0b\xff\n", 5));
+  answer(c, "local", "lagmgr_health", std::string(700000, 'x') + "end");
+  answer(c, "192.0.0.6", "fwd_object_show -t lagport -D", "");
+  // Longer than the name field of an archive's entry, and than both of its fields.
+  answer(c, "local", "asic_shell_show -c " + std::string(120, 'd'), "long");
+  answer(c, "local", "asic_shell_show -c " + std::string(190, 'e'), "longer");
+  return c;
+}
+
+std::string refusal_of(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const lab_error& refused) {
+    return refused.what();
+  }
+  return "nothing was refused";
+}
+
+class Archive : public testing::Test {
+ protected:
+  void SetUp() override {
+    write_folder(sample(), in("capture"));
+    pack_folder(in("capture"), in("packed"));
+  }
+  fs::path in(const char* name) const { return scratch_.path() / name; }
+
+  // What a command line makes of a folder "x", whose manifest is in order, packed.
+  void pack_by_hand(const std::string& line) {
+    const auto made =
+        run_shell("set -e; cd " + scratch_.path().string() +
+                  "; mkdir -p x/local; cp capture/manifest x/; echo 1 >x/local/a\n" + line);
+    ASSERT_EQ(made.status, 0) << made.err;
+  }
+  std::string unpack_refusal(const char* name) {
+    const std::string refusal = refusal_of([&] { unpack_folder(in(name), in("out")); });
+    EXPECT_FALSE(fs::exists(in("out")));
+    EXPECT_FALSE(fs::exists(in("out.tmp"))) << "something half written stayed";
+    EXPECT_EQ(refusal_of([&] { read_packed(in(name)); }), refusal);
+    EXPECT_EQ(refusal.find('\n'), std::string::npos) << refusal;
+    return refusal;
+  }
+  scratch_folder scratch_;
+};
+
+TEST_F(Archive, ComesBackAsPacked) {
+  unpack_folder(in("packed"), in("out"));
+  EXPECT_EQ(run_shell("diff -r " + in("capture").string() + " " + in("out").string()).out, "");
+  EXPECT_EQ(read_packed(in("packed")).answers, sample().answers);
+  EXPECT_EQ(read_packed(in("packed")).nodes, sample().nodes);
+  EXPECT_LT(fs::file_size(in("packed")), 5000U);
+}
+
+TEST_F(Archive, OfOneCaptureIsOneFileWheneverItIsMade) {
+  unpack_folder(in("packed"), in("out"));
+  pack_folder(in("out"), in("again"));
+  EXPECT_EQ(read_text(in("packed")), read_text(in("again")));
+}
+
+TEST_F(Archive, IsReadByTarAndMadeByTar) {
+  if (run_shell("tar --version && zstd --version").status != 0) GTEST_SKIP() << "no tar or no zstd";
+  const std::string folder = scratch_.path().string();
+  EXPECT_EQ(run_shell("cd " + folder +
+                      " && mkdir t && tar --zstd -xf packed -C t && diff -r t/capture capture")
+                .out,
+            "");
+  for (const char* format : {"gnu", "ustar", "posix"}) {
+    const std::string name = std::string{"of-"} + format;
+    // Without access times the POSIX kind has records for long names only.
+    const auto made = run_shell("cd " + folder + " && tar --format=" + format +
+                                " --pax-option=delete=atime,delete=ctime,delete=mtime --zstd -cf " +
+                                name + " capture");
+    if (made.status != 0) continue;  // the oldest kind has no place for the longest name
+    unpack_folder(in(name.c_str()), in((name + ".out").c_str()));
+    EXPECT_EQ(run_shell("cd " + folder + " && diff -r capture " + name + ".out").out, "") << name;
+  }
+}
+
+TEST_F(Archive, IsNeverWrittenOverSomething) {
+  EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("packed")); }),
+            in("packed").string() + ": exists already");
+  fs::create_directory(in("there"));
+  EXPECT_EQ(refusal_of([&] { unpack_folder(in("packed"), in("there")); }),
+            in("there").string() + ": exists already");
+}
+
+TEST_F(Archive, OfWhatIsNoCaptureIsNotMade) {
+  fs::create_directory(in("empty"));
+  EXPECT_EQ(refusal_of([&] { pack_folder(in("empty"), in("out")); }),
+            in("empty").string() + ": no capture, there is no manifest in it");
+  fs::create_symlink("/etc/hostname", in("capture") / "local" / "link");
+  EXPECT_THAT(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
+              HasSubstr((in("capture") / "local" / "link").string()));
+  EXPECT_FALSE(fs::exists(in("out")));
+}
+
+TEST_F(Archive, CutOffAnywhereIsRefused) {
+  const std::string whole = read_text(in("packed"));
+  for (std::size_t size = 0; size < whole.size(); size += size < 40 ? 1 : 23) {
+    write_text(in("cut"), whole.substr(0, size));
+    EXPECT_THAT(unpack_refusal("cut"), HasSubstr(in("cut").string() + ": cut off")) << size;
+  }
+}
+
+TEST_F(Archive, DamagedAnywhereIsRefused) {
+  const std::string whole = read_text(in("packed"));
+  for (std::size_t at = 0; at < whole.size(); at += 17) {
+    std::string damaged = whole;
+    damaged[at] = static_cast<char>(damaged[at] ^ 0x10);
+    write_text(in("damaged"), damaged);
+    EXPECT_THAT(unpack_refusal("damaged"), HasSubstr(in("damaged").string() + ": ")) << at;
+  }
+}
+
+TEST_F(Archive, OfAnotherKindIsRefused) {
+  write_text(in("text"), "no archive at all");
+  EXPECT_THAT(unpack_refusal("text"), HasSubstr("text: no packed capture, or damaged"));
+  pack_by_hand("head -c 2000 /dev/zero | tr '\\0' x >y; zstd -q y -o foreign");
+  EXPECT_THAT(unpack_refusal("foreign"), HasSubstr("byte 0 of the archive begins no entry"));
+  pack_by_hand("rm x/manifest; tar --zstd -cf headless x");
+  EXPECT_THAT(unpack_refusal("headless"), HasSubstr("there is no manifest in it"));
+  pack_by_hand("echo 'format = [' >x/manifest; tar --zstd -cf damaged-manifest x");
+  EXPECT_THAT(unpack_refusal("damaged-manifest"),
+              HasSubstr(in("damaged-manifest").string() + ": manifest:1: "));
+  EXPECT_THAT(refusal_of([&] { read_packed(in("nowhere")); }), HasSubstr("No such file"));
+}
+
+TEST_F(Archive, ThatWouldLeaveTheFolderIsRefused) {
+  const char* const transforms[] = {
+      "s,x/local/a,x/../../a,",  "s,x/local/a,/etc/a,",      "s,x/local/a,x/local/../a,",
+      "s,x/local/a,x/local/..,", "s,x/local/a,x/local/b/a,", "s,x/local/a,y/local/a,",
+      "s,x/local/a,x//a,",       "s,x/local/a,a,",           "s,x/local/a,x/local/.hidden,",
+      "s,x/local/a,x/manifest,"};
+  int number = 0;
+  for (const char* transform : transforms) {
+    const std::string name = "leaves" + std::to_string(number++);
+    pack_by_hand("tar -P --transform '" + std::string{transform} + "' --zstd -cf " + name +
+                 " x/manifest x/local/a");
+    EXPECT_THAT(unpack_refusal(name.c_str()), HasSubstr(in(name.c_str()).string() + ": entry \""))
+        << transform;
+  }
+}
+
+TEST_F(Archive, WithLinksOrDevicesIsRefused) {
+  pack_by_hand("ln -s /etc/passwd x/local/link; tar --zstd -cf symbolic x");
+  EXPECT_THAT(unpack_refusal("symbolic"),
+              HasSubstr("entry \"x/local/link\": neither a regular file nor a folder"));
+  pack_by_hand("rm x/local/link; ln x/local/a x/local/hard; tar --zstd -cf hard x");
+  EXPECT_THAT(unpack_refusal("hard"), HasSubstr("neither a regular file nor a folder"));
+  pack_by_hand("rm x/local/hard; mkfifo x/local/pipe; tar --zstd -cf pipe x");
+  EXPECT_THAT(unpack_refusal("pipe"), HasSubstr("entry \"x/local/pipe\""));
+}
+
+TEST_F(Archive, OfAbsurdSizeIsRefused) {
+  // The size field of the second entry claims more than is there, with a sum that fits.
+  pack_by_hand(
+      "tar -cf y x/manifest x/local/a\n"
+      "perl -0777 -e '$_ = <STDIN>; my $at = index $_, \"x/local/a\";"
+      " my $head = substr $_, $at, 512; substr($head, 124, 12) = sprintf \"%011o\\0\", $ARGV[0];"
+      " substr($head, 148, 8) = q( ) x 8; substr($head, 148, 7) ="
+      " sprintf \"%06o\\0\", unpack \"%32C*\", $head; substr($_, $at, 512) = $head; print' "
+      "4000000000 <y >z; zstd -q z -o claims\n"
+      "perl -0777 -e '$_ = <STDIN>; my $at = index $_, \"x/local/a\";"
+      " my $head = substr $_, $at, 512; substr($head, 124, 12) = sprintf \"%011o\\0\", $ARGV[0];"
+      " substr($head, 148, 8) = q( ) x 8; substr($head, 148, 7) ="
+      " sprintf \"%06o\\0\", unpack \"%32C*\", $head; substr($_, $at, 512) = $head; print' "
+      "8000000000 <y >z; zstd -qf z -o huge");
+  EXPECT_THAT(unpack_refusal("claims"), HasSubstr("entry \"x/local/a\": cut off"));
+  EXPECT_THAT(unpack_refusal("huge"), HasSubstr("entry \"x/local/a\": larger than 4 GiB"));
+}
+
+}  // namespace

@@ -1,0 +1,416 @@
+// Nodes behind OpenSSH servers, with a shell script in the host's place: who answers what, and that
+// nothing stays, whatever ends the run.
+#include "real_ssh.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <set>
+#include <thread>
+
+#include "namespace_run.h"
+#include "ssh_faults.h"
+#include "support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using lab_test::outcome;
+using lab_test::read_text;
+using lab_test::run_shell;
+using lab_test::write_text;
+
+// What can be planted -----------------------------------------------------------------------------
+
+TEST(SshFaults, AreTakenOutOfTheOthers) {
+  std::vector<std::string> faults{"dpa-mac", "node-down=192.0.0.6", "tool-empty=lagmgr_health",
+                                  "node-closes=0/1/CPU0"};
+  const auto taken = lab::take_ssh_faults(faults);
+  EXPECT_EQ(faults, (std::vector<std::string>{"dpa-mac", "tool-empty=lagmgr_health"}));
+  ASSERT_EQ(taken.size(), 2U);
+  EXPECT_EQ(taken[0].name, "node-down");
+  EXPECT_EQ(taken[0].answer, lab::node_answer::none);
+  EXPECT_EQ(taken[0].node, "192.0.0.6");
+  EXPECT_EQ(taken[1].answer, lab::node_answer::half);
+}
+
+TEST(SshFaults, FindTheirNodeByNameOrAddress) {
+  const lab::capture c = lab_test::rendered_router("birch-small").c;
+  const auto nodes = lab::nodes_behind_ssh(c, {{"node-down", lab::node_answer::none, "0/0/CPU0"},
+                                               {"x", lab::node_answer::half, "192.0.0.7"}});
+  ASSERT_EQ(nodes.size(), 4U);
+  EXPECT_EQ(nodes[1].answer, lab::node_answer::whole);
+  EXPECT_EQ(nodes[2].name, "0/0/CPU0");
+  EXPECT_EQ(nodes[2].answer, lab::node_answer::none);
+  EXPECT_EQ(nodes[3].answer, lab::node_answer::half);
+}
+
+TEST(SshFaults, FailureIsOneLine) {
+  struct row {
+    const char* why;
+    const char* arguments;
+    int status;
+    const char* message;
+  };
+  const row rows[] = {
+      {"no real ssh", "--fault node-down=0/0/CPU0", 64,
+       "tessel-lab: run: fault node-down needs --real-ssh\n"},
+      {"no node named", "--real-ssh --fault node-refuses", 1,
+       "tessel-lab: fault node-refuses needs a node: --fault node-refuses=NAME or =ADDRESS\n"},
+      {"no such node", "--real-ssh --fault node-closes=0/9/CPU0", 1,
+       "tessel-lab: fault node-closes=0/9/CPU0: birch-small has no such node\n"},
+  };
+  for (const row& r : rows) {
+    const outcome refused =
+        run_shell("TESSEL_LAB_ROUTERS=" LAB_ROUTERS " " LAB_PROGRAM " run birch-small " +
+                  std::string{r.arguments});
+    EXPECT_EQ(refused.status, r.status) << r.why;
+    EXPECT_EQ(refused.err, r.message) << r.why;
+  }
+}
+
+TEST(SshFaults, AreListed) {
+  const std::string faults = run_shell(LAB_PROGRAM " faults").out;
+  for (const lab::ssh_fault& one : lab::ssh_faults())
+    EXPECT_NE(faults.find("\n" + std::string{one.name} + " "), std::string::npos) << one.name;
+}
+
+TEST(SshNodes, NeedIpv4Addresses) {
+  lab::capture c;
+  c.nodes = {{"../../etc", "0/0/CPU0"}};
+  EXPECT_THROW(lab::nodes_behind_ssh(c, {}), lab::lab_error);
+}
+
+// What runs ---------------------------------------------------------------------------------------
+
+// Namespaces that processes are in: links such as "net:[4026532541]".
+using links = std::set<std::string>;
+
+std::vector<pid_t> processes() {
+  std::vector<pid_t> all;
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    const std::string name = entry.path().filename();
+    if (name.find_first_not_of("0123456789") == std::string::npos) all.push_back(std::stoi(name));
+  }
+  return all;
+}
+
+pid_t parent_of(pid_t process) {
+  const std::string stat = read_text(fmt::format("/proc/{}/stat", process));
+  const std::size_t name_end = stat.rfind(") ");  // a name may hold blanks and brackets
+  return name_end == std::string::npos ? 0 : std::stoi(stat.substr(name_end + 4));
+}
+
+links links_of(pid_t process) {
+  links found;
+  for (const char* kind : {"mnt", "net", "pid", "uts"}) {
+    std::error_code gone;
+    const fs::path link = fs::read_symlink(fmt::format("/proc/{}/ns/{}", process, kind), gone);
+    if (!gone) found.insert(link.string());
+  }
+  return found;
+}
+
+bool descends_from(pid_t process, pid_t ancestor) {
+  for (int depth = 0; process > 1 && depth < 100; ++depth) {
+    process = parent_of(process);
+    if (process == ancestor) return true;
+  }
+  return false;
+}
+
+// The namespaces that a process and all that it started have beyond our own.
+links made_by(pid_t ancestor) {
+  links made;
+  for (const pid_t process : processes())
+    if (descends_from(process, ancestor)) made.merge(links_of(process));
+  for (const std::string& own : links_of(getpid())) made.erase(own);
+  return made;
+}
+
+// Which of the namespaces a process is in, keeps open or has mounted.
+links still_used(const links& made) {
+  links used;
+  for (const pid_t process : processes()) {
+    links here = links_of(process);
+    std::error_code gone;
+    for (fs::directory_iterator fd(fmt::format("/proc/{}/fd", process), gone), end;
+         !gone && fd != end; fd.increment(gone)) {
+      std::error_code closed;
+      here.insert(fs::read_symlink(fd->path(), closed).string());
+    }
+    const std::string mounts = read_text(fmt::format("/proc/{}/mountinfo", process));
+    for (const std::string& one : made)
+      if (here.contains(one) || mounts.find(one) != std::string::npos) used.insert(one);
+  }
+  return used;
+}
+
+bool comes_true(const std::function<bool()>& condition) {
+  for (int i = 0; i < 3000; ++i) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return condition();
+}
+
+std::set<std::string> names_in(const fs::path& folder) {
+  std::set<std::string> names;
+  std::error_code none;
+  for (const auto& entry : fs::directory_iterator(folder, none))
+    names.insert(entry.path().filename());
+  return names;
+}
+
+class RealSsh : public testing::Test {
+ protected:
+  void SetUp() override {
+    write_text(scratch_.path() / "library", "no library");
+    const outcome probe = host("exit 0", "birch-small");
+    if (probe.status != lab::missing_privileges) return;
+    EXPECT_EQ(std::count(probe.err.begin(), probe.err.end(), '\n'), 1) << probe.err;
+    if (std::getenv("CI") != nullptr) FAIL() << probe.err;
+    GTEST_SKIP() << probe.err;
+  }
+
+  std::string command(const std::string& script, const std::string& arguments) {
+    const fs::path file = scratch_.path() / "host.sh";
+    write_text(file, "#!/bin/sh\nfetch() { ssh  -q -o 'StrictHostKeyChecking=no' \"$@\"; }\n" +
+                         script + "\n");
+    fs::permissions(file, fs::perms::owner_all);
+    return "env TESSEL_LAB_ROUTERS=" LAB_ROUTERS " " LAB_PROGRAM " run --real-ssh --host " +
+           file.string() + " --library " + (scratch_.path() / "library").string() + " --logs " +
+           logs().string() + " " + arguments;
+  }
+  outcome host(const std::string& script, const std::string& arguments) {
+    return run_shell(command(script, arguments));
+  }
+  fs::path logs() const { return scratch_.path() / "logs"; }
+
+  // Starts the lab beside the test; returns its process.
+  pid_t start(const std::string& script) {
+    const std::string line = "exec " + command(script, "birch-small");
+    const pid_t lab = fork();
+    if (lab == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that fails leaves nothing running either
+      execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+      _exit(127);
+    }
+    return lab;
+  }
+
+  static int status_of(pid_t lab) {
+    int status = 0;
+    waitpid(lab, &status, 0);
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+  }
+
+  // A host that serves until somebody ends it, with a login open on a node.
+  pid_t start_long_run() {
+    const pid_t lab = start(
+        "fetch 192.0.0.6 'echo on the node; sleep 600' >/var/log/login & "
+        "until [ -s /var/log/login ]; do sleep 0.02; done\n"
+        "echo x >/var/log/started\nwait");
+    EXPECT_TRUE(comes_true([&] { return fs::exists(logs() / "started"); }));
+    return lab;
+  }
+
+  lab_test::scratch_folder scratch_;
+};
+
+TEST_F(RealSsh, EveryNodeAnswersAsItself) {
+  auto router = lab_test::rendered_router("birch-small");
+  const outcome told = host(
+      "fetch 192.0.0.6 /opt/nos/bin/fwd_object_show -t lagport -D >/var/log/six\n"
+      "fetch 192.0.0.7 /opt/nos/bin/fwd_object_show -t lagport -D >/var/log/seven\n"
+      "fetch 192.0.0.7 hostname\n"
+      "command -v ssh",
+      "birch-small");
+  EXPECT_EQ(told.out, "0-1-CPU0\n/usr/bin/ssh\n");
+  EXPECT_EQ(told.err, "");
+  EXPECT_EQ(read_text(logs() / "six"), router.on("0/0/CPU0", "fwd_object_show -t lagport -D"));
+  EXPECT_EQ(read_text(logs() / "seven"), router.on("0/1/CPU0", "fwd_object_show -t lagport -D"));
+}
+
+TEST_F(RealSsh, ServesACaptureFolderAndKeepsTheCalls) {
+  const std::string folder = (scratch_.path() / "capture").string();
+  const std::string calls = (scratch_.path() / "calls").string();
+  ASSERT_EQ(
+      run_shell("TESSEL_LAB_ROUTERS=" LAB_ROUTERS " " LAB_PROGRAM " render elm-single " + folder)
+          .status,
+      0);
+  const outcome told =
+      host("sw_version_show >/dev/null; fetch 192.0.0.4 /opt/nos/bin/fwd_object_show -t l1port -D",
+           folder + " --keep-calls " + calls);
+  EXPECT_EQ(told.out, read_text(folder + "/192.0.0.4/fwd_object_show,-t,l1port,-D"));
+  EXPECT_NE(told.out, "");
+  EXPECT_EQ(read_text(calls), "sw_version_show\nfwd_object_show -t l1port -D\n");
+}
+
+TEST_F(RealSsh, NoneOfManyLoginsIsTurnedAway) {
+  const outcome told =
+      host("for i in $(seq 40); do fetch 192.0.0.6 echo in & done; wait", "birch-small");
+  EXPECT_EQ(std::count(told.out.begin(), told.out.end(), '\n'), 40);
+}
+
+TEST_F(RealSsh, OnlyTheNodesCanBeReached) {
+  const outcome told = host(
+      "ip -4 route show default\n"
+      "ip -o link | grep -vc -e ': lo:' -e ': node[0-3]@'\n"
+      "fetch 192.0.0.99 true; echo $?",
+      "birch-small");
+  EXPECT_EQ(told.out, "0\n255\n");
+}
+
+TEST_F(RealSsh, NodeThatRefuses) {
+  const outcome told =
+      host("ssh -o StrictHostKeyChecking=no 192.0.0.6 true; echo $?\nfetch 192.0.0.7 echo well",
+           "birch-small --fault node-refuses=0/0/CPU0");
+  EXPECT_EQ(told.out, "255\nwell\n");
+  EXPECT_THAT(told.err, testing::HasSubstr("Connection refused"));
+}
+
+TEST_F(RealSsh, NodeThatIsDownCostsNoTime) {
+  const outcome told = host(
+      "timeout 10 ssh -o StrictHostKeyChecking=no 192.0.0.7 true; echo $?\n"
+      "fetch 192.0.0.6 echo well",
+      "birch-small --fault node-down=192.0.0.7");
+  EXPECT_EQ(told.out, "255\nwell\n");
+  EXPECT_THAT(told.err, testing::HasSubstr("No route to host"));
+}
+
+TEST_F(RealSsh, NodeThatClosesGivesHalfOfEveryOutput) {
+  auto router = lab_test::rendered_router("birch-small");
+  const outcome told = host(
+      "for i in 1 2 3 4 5; do\n"
+      "  fetch 192.0.0.6 /opt/nos/bin/fwd_object_show -t l2port -D >/var/log/half$i &\n"
+      "done; wait\n"
+      "fetch 192.0.0.6 /opt/nos/bin/board_api_probe >/dev/null; echo $?",
+      "birch-small --fault node-closes=0/0/CPU0");
+  EXPECT_EQ(told.out, "255\n");
+  const std::string whole = router.on("0/0/CPU0", "fwd_object_show -t l2port -D");
+  for (int i = 1; i <= 5; ++i)
+    EXPECT_EQ(read_text(logs() / fmt::format("half{}", i)), whole.substr(0, whole.size() / 2));
+}
+
+// What stays --------------------------------------------------------------------------------------
+
+TEST_F(RealSsh, TheMachinesOwnFilesAreNeitherReadNorWritten) {
+  const std::string accounts = read_text("/etc/passwd");
+  const auto ssh_settings = names_in("/etc/ssh");
+  const auto runtime = names_in("/run/sshd");
+  const std::string own_home = run_shell("getent passwd root | cut -d: -f6").out;
+  const fs::path own_ssh = fs::path(own_home.substr(0, own_home.size() - 1)) / ".ssh";
+  const auto own_keys = names_in(own_ssh);
+  const bool had_ssh = fs::exists(own_ssh);
+  const outcome told =
+      host("fetch 192.0.0.6 true\necho ~root $HOME; ls /etc/ssh | wc -l; ls ~/.ssh", "birch-small");
+  EXPECT_EQ(told.out,
+            "/opt/nos/home /opt/nos/home\n0\nid_ed25519\nid_ed25519.log\nid_ed25519.pub\n"
+            "known_hosts\n");
+  EXPECT_EQ(read_text("/etc/passwd"), accounts);
+  EXPECT_EQ(names_in("/etc/ssh"), ssh_settings);
+  EXPECT_EQ(names_in("/run/sshd"), runtime);
+  EXPECT_EQ(names_in(own_ssh), own_keys);
+  EXPECT_EQ(fs::exists(own_ssh), had_ssh);
+  EXPECT_FALSE(fs::exists("/opt/nos"));
+}
+
+TEST_F(RealSsh, NothingStaysBehindAnOrdinaryEnd) {
+  const auto interfaces = names_in("/sys/class/net");
+  const pid_t lab = start("fetch 192.0.0.6 true\necho x >/var/log/started; sleep 1; exit 3");
+  ASSERT_TRUE(comes_true([&] { return fs::exists(logs() / "started"); }));
+  const links made = made_by(lab);
+  // One process id namespace; mounts and a network for the audit and for each of four nodes.
+  EXPECT_GE(made.size(), 1U + 5U + 5U + 4U);
+  EXPECT_EQ(status_of(lab), 3);
+  EXPECT_EQ(still_used(made), links{});
+  EXPECT_EQ(names_in("/sys/class/net"), interfaces);
+}
+
+TEST_F(RealSsh, NothingStaysBehindASignal) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    fs::remove_all(logs());
+    const pid_t lab = start_long_run();
+    const links made = made_by(lab);
+    EXPECT_GE(made.size(), 15U);
+    kill(lab, signal);
+    EXPECT_EQ(status_of(lab), 128 + signal);
+    EXPECT_EQ(still_used(made), links{});
+  }
+}
+
+TEST_F(RealSsh, NothingStaysBehindAKilledLab) {
+  const pid_t lab = start_long_run();
+  const links made = made_by(lab);
+  EXPECT_GE(made.size(), 15U);
+  kill(lab, SIGKILL);
+  EXPECT_EQ(status_of(lab), 137);
+  EXPECT_TRUE(comes_true([&] { return still_used(made).empty(); }));
+}
+
+TEST_F(RealSsh, NothingStaysBehindALabKilledWhileItPrepares) {
+  const pid_t lab = start("echo x >/var/log/started; sleep 600");
+  links made;
+  // The audit's namespaces stand, and those of a first node.
+  ASSERT_TRUE(comes_true([&] {
+    made = made_by(lab);
+    return made.size() > 3;
+  }));
+  kill(lab, SIGKILL);
+  EXPECT_EQ(status_of(lab), 137);
+  EXPECT_TRUE(comes_true([&] { return still_used(made).empty(); }));
+}
+
+TEST_F(RealSsh, NothingStaysBehindAKilledHost) {
+  const pid_t lab = start_long_run();
+  const links made = made_by(lab);
+  const auto all = processes();
+  const auto host = std::find_if(all.begin(), all.end(), [&](pid_t one) {
+    return parent_of(parent_of(one)) == lab &&
+           read_text(fmt::format("/proc/{}/cmdline", one)).find("/tessel-host") !=
+               std::string::npos;
+  });
+  ASSERT_NE(host, all.end());
+  kill(*host, SIGKILL);
+  EXPECT_EQ(status_of(lab), 137);
+  EXPECT_EQ(still_used(made), links{});
+}
+
+// What is missing ---------------------------------------------------------------------------------
+
+TEST_F(RealSsh, TellsWhatIsMissing) {
+  struct row {
+    const char* within;  // what takes it away from the lab
+    const char* message;
+  };
+  const row rows[] = {
+      {"unshare --user ",
+       "tessel-lab: --real-ssh needs root: its nodes are network namespaces whose ssh servers "
+       "change users\n"},
+      {"unshare --user --map-root-user ",
+       "tessel-lab: --real-ssh needs a root that can become another user; in this user namespace "
+       "it cannot\n"},
+      {"unshare --mount sh -c 'mount --bind /dev/null /usr/sbin/sshd && exec \"$@\"' sh ",
+       "tessel-lab: --real-ssh needs sshd, which is not there; install the Debian package "
+       "openssh-server\n"},
+  };
+  for (const row& r : rows) {
+    const outcome told = run_shell(r.within + command("echo ran", "birch-small"));
+    EXPECT_EQ(told.status, lab::missing_privileges) << r.within;
+    EXPECT_EQ(told.err, r.message) << r.within;
+    EXPECT_EQ(told.out, "") << r.within;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,315 @@
+// Recording, on a router made of shell scripts: a lab whose /opt/nos/bin a script fills with tools
+// of its own, before it records what another script in the host's place calls.
+#include "record.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "capture.h"
+#include "child.h"
+#include "record_list.h"
+#include "support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using lab_test::outcome;
+using lab_test::read_text;
+using lab_test::run_shell;
+using lab_test::write_text;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::Not;
+
+TEST(AnswerList, ComesBackAsWritten) {
+  const auto list =
+      lab::parse_answer_list(lab::answer_list_text({{0, 1, false}, {3, 12, true}}), "f");
+  ASSERT_EQ(list.size(), 2U);
+  EXPECT_EQ(list[1].status, 3);
+  EXPECT_EQ(list[1].number, 12U);
+  EXPECT_TRUE(list[1].complains);
+  EXPECT_FALSE(list[0].complains);
+}
+
+TEST(AnswerList, ThatIsDamagedIsRefusedWithFileAndLine) {
+  for (const char* text : {"0\n", "0 1 more\n", "x 1\n", "0 0\n", "256 1\n", "0 -1\n", "\n"}) {
+    try {
+      lab::parse_answer_list(std::string{"0 1\n"} + text, "f");
+      ADD_FAILURE() << text;
+    } catch (const lab::lab_error& refused) {
+      EXPECT_STREQ(refused.what(), "f:2: no line \"STATUS NUMBER\"") << text;
+    }
+  }
+  EXPECT_THROW(lab::parse_answer_list("", "f"), lab::lab_error);
+}
+
+class Recording : public testing::Test {
+ protected:
+  void SetUp() override {
+    write_text(scratch_.path() / "library", "no library");
+    const outcome probe = in_lab("exit 0", "");
+    if (probe.status != lab::missing_privileges) return;
+    if (std::getenv("CI") != nullptr) FAIL() << probe.err;
+    GTEST_SKIP() << probe.err;
+  }
+
+  fs::path script(const char* name, const std::string& text) const {
+    const fs::path file = scratch_.path() / name;
+    write_text(file, "#!/bin/sh\n" + text + "\n");
+    fs::permissions(file, fs::perms::owner_all);
+    return file;
+  }
+  outcome run_lab(const std::string& arguments) const {
+    return run_shell("TESSEL_LAB_ROUTERS=" LAB_ROUTERS " timeout 60 " LAB_PROGRAM " run " +
+                     arguments);
+  }
+  // Runs `text` in the host's place, with the scratch folder as /var/log.
+  outcome in_lab(const std::string& text, const std::string& more) const {
+    return run_lab("birch-small --logs " + scratch_.path().string() + " --library " +
+                   (scratch_.path() / "library").string() + " --host " +
+                   script("outer", text).string() + " " + more);
+  }
+  // Records `calls` on a router whose tools are `tools`, lines that write files into /opt/nos/bin.
+  outcome record(const std::string& tools, const std::string& calls, const char* out = "cap") {
+    script("inner", calls);
+    return in_lab(tool_maker + tools + "\nexec /opt/nos/libexec/tessel-lab record /var/log/" + out +
+                      " --host /var/log/inner --library /var/log/library -- $ARGS",
+                  "");
+  }
+  outcome replay(const std::string& calls, const char* out = "cap") const {
+    return run_lab((scratch_.path() / out).string() + " --logs " +
+                   (scratch_.path() / "logs").string() + " --library " +
+                   (scratch_.path() / "library").string() + " --host " +
+                   script("inner", calls).string());
+  }
+  std::string kept(const std::string& file) const {
+    return read_text(scratch_.path() / "cap" / file);
+  }
+  bool is_kept(const std::string& file) const { return fs::exists(scratch_.path() / "cap" / file); }
+
+  // tool NAME 'SCRIPT' makes a tool of the router.
+  static constexpr const char* tool_maker =
+      "cd /opt/nos/bin && rm -f *\n"
+      "tool() { printf '#!/bin/sh\\n%s\\n' \"$2\" >/opt/nos/bin/$1; chmod 755 /opt/nos/bin/$1; }\n";
+  lab_test::scratch_folder scratch_;
+};
+
+TEST_F(Recording, ChangesNothingOfACall) {
+  const std::string tools =
+      "tool iface_show 'for word; do printf \"<%s>\" \"$word\"; done; echo \"$0\"; exit 7'\n"
+      "tool lagmgr_health 'echo complaint >&2; cat; pwd; exit 0'\n"
+      "tool cfg_render 'kill -9 $$'\n"
+      "tool sw_version_show 'echo \"${TESSEL_LAB_RECORD-none} $PATH\"'\n";
+  const std::string calls =
+      "cd /usr\n"
+      "iface_show -i '.*' \"a  b\" '' 'it'\\''s' '$x'; echo \"status $?\"\n"
+      "/opt/nos/bin/iface_show; echo \"status $?\"\n"
+      "echo input | lagmgr_health 2>/tmp/complaint; cat /tmp/complaint\n"
+      "cfg_render; echo \"status $?\"\n"
+      "sw_version_show\n"
+      "command -v plat_nodes_show || echo none\n";
+  const outcome recorded = record(tools, calls);
+  script("inner", calls);
+  const outcome plain = in_lab(tool_maker + tools + "exec /var/log/inner", "");
+  EXPECT_EQ(plain.out.find("<-i><.*><a  b><><it's><$x>"), 0U) << plain.out;
+  EXPECT_THAT(plain.out, HasSubstr("complaint\n"));
+  EXPECT_THAT(plain.out, HasSubstr("status 137\n"));
+  EXPECT_EQ(recorded.out, plain.out) << recorded.err;
+  EXPECT_EQ(recorded.status, plain.status);
+}
+
+TEST_F(Recording, KeepsStatusAndComplaintForTheReplay) {
+  const std::string calls =
+      "iface_show; echo \"status $?\"\n"
+      "lagmgr_health 2>&1 >/dev/null; lagmgr_health 2>/dev/null; echo \"status $?\"\n"
+      "cfg_render; echo \"status $?\"\n";
+  const outcome recorded = record(
+      "tool iface_show 'echo some; exit 7'\ntool lagmgr_health 'echo out; echo err >&2'\n"
+      "tool cfg_render 'kill -15 $$'\n",
+      calls);
+  EXPECT_EQ(recorded.out, "some\nstatus 7\nerr\nout\nstatus 0\nstatus 143\n") << recorded.err;
+  EXPECT_EQ(replay(calls).out, recorded.out);
+  EXPECT_EQ(kept("local/iface_show;answers"), "7 1\n");
+  EXPECT_EQ(kept("local/lagmgr_health;1;complaint"), "err\n");
+  EXPECT_EQ(kept("local/cfg_render;answers"), "143 1\n");
+}
+
+TEST_F(Recording, KeepsDifferentAnswersInOrder) {
+  const std::string tool =
+      "tool iface_show 'n=$(cat /tmp/n 2>/dev/null); n=$((n+1)); echo $n >/tmp/n;"
+      " [ $n -eq 2 ] && n=1; echo answer $n; exit $((n / 4))'\n";
+  const std::string calls =
+      "for i in 1 2 3 4; do iface_show \"-i\" .; echo $?; done; lagmgr_health; lagmgr_health";
+  const outcome recorded = record(tool + "tool lagmgr_health 'echo same'\n", calls);
+  EXPECT_EQ(recorded.out, "answer 1\n0\nanswer 1\n0\nanswer 3\n0\nanswer 4\n1\nsame\nsame\n");
+  EXPECT_EQ(replay(calls).out, recorded.out);
+  EXPECT_EQ(replay(calls + "\niface_show -i .; iface_show -i .").out,
+            recorded.out + "answer 4\nanswer 4\n")
+      << "the last one counts for all behind it";
+  EXPECT_EQ(kept("local/iface_show,-i,.;answers"), "0 1\n0 1\n0 3\n1 4\n");
+  EXPECT_FALSE(is_kept("local/iface_show,-i,.;2"));
+  EXPECT_EQ(kept("local/lagmgr_health"), "same\n");
+}
+
+TEST_F(Recording, OfAReplayIsTheSameCapture) {
+  const std::string tool =
+      "tool iface_show 'n=$(cat /tmp/n 2>/dev/null); n=$((n+1)); echo $n >/tmp/n; echo $n;"
+      " echo $n >&2; exit $n'\n";
+  const std::string calls = "iface_show; iface_show; iface_show; lagmgr_health";
+  record(tool + "tool lagmgr_health 'echo same'\n", calls);
+  const outcome again = run_lab(
+      (scratch_.path() / "cap").string() + " --logs " + (scratch_.path() / "logs").string() +
+      " --library " + (scratch_.path() / "library").string() + " --host " +
+      script("inner", calls).string() + " --record " + (scratch_.path() / "again").string());
+  EXPECT_EQ(again.out, "1\n2\n3\nsame\n") << again.err;
+  const std::string folder = scratch_.path().string();
+  EXPECT_EQ(run_shell("diff -r -x calls -x manifest " + folder + "/cap " + folder + "/again").out,
+            "");
+}
+
+TEST_F(Recording, StreamsWhatIsBig) {
+  // Four times what a pipe holds; the reader gets the first byte while the tool still writes.
+  const std::string tools =
+      "tool iface_show 'echo first; i=0; while [ ! -e /tmp/seen ] && [ $i -lt 500 ]; do i=$((i+1));"
+      " sleep 0.02; done; ls /tmp; head -c 4000000 /dev/zero'\n";
+  const outcome recorded = record(
+      tools, "iface_show | { read line; touch /tmp/seen; echo got $line; tr '\\0' x | wc -c; }");
+  EXPECT_EQ(recorded.out, "got first\n4000005\n");
+  EXPECT_EQ(kept("local/iface_show").size(), 4000011U);
+}
+
+TEST_F(Recording, KeepsSideBySideCallsApart) {
+  const std::string calls =
+      "for i in 1 2 3 4 5 6 7 8; do { iface_show $i | cat >/tmp/$i; } & done; wait; cat /tmp/[1-8]";
+  const outcome recorded =
+      record("tool iface_show 'echo begin $1; sleep 0.1; echo end $1'\n", calls);
+  EXPECT_EQ(replay(calls).out, recorded.out);
+  for (const char* i : {"1", "8"})
+    EXPECT_EQ(kept(std::string{"local/iface_show,"} + i),
+              std::string{"begin "} + i + "\nend " + i + "\n");
+}
+
+TEST_F(Recording, ReaderThatGoesAwayEndsTheTool) {
+  const outcome recorded = record(
+      "tool iface_show 'while echo line; do :; done 2>/dev/null; echo ended >/var/log/ended'\n",
+      "iface_show | head -n 1; echo over");
+  EXPECT_EQ(recorded.out, "line\nover\n");
+}
+
+TEST_F(Recording, NotesTheCallsInOrder) {
+  record("tool iface_show 'sleep 0.2; echo 12345'\ntool lagmgr_health 'exit 3'\n",
+         "iface_show -i x; lagmgr_health; ssh -q 192.0.0.4 'iface_show -i y'");
+  EXPECT_THAT(kept("calls"),
+              MatchesRegex("# begin  duration  status  bytes  answer; times in seconds\n"
+                           "0.000000 0.[2-9][0-9]+ 0 6 local/iface_show,-i,x\n"
+                           "0.[2-9][0-9]+ 0.[0-9]+ 3 0 local/lagmgr_health;1\n"
+                           "[0-9.]+ [0-9.]+ [0-9]+ 0 192.0.0.4/iface_show,-i,y;1\n"));
+}
+
+TEST_F(Recording, KeepsACallThatTheEndCutOffAsFarAsItCame) {
+  const outcome recorded = record("tool iface_show 'echo begun; sleep 600'\n",
+                                  "iface_show >/tmp/out & n=0\n"
+                                  "until [ -s /tmp/out ] || [ $n -gt 500 ]; do sleep 0.02;"
+                                  " n=$((n+1)); done; echo over");
+  EXPECT_EQ(recorded.out, "over\n");
+  EXPECT_THAT(recorded.err, HasSubstr("1 of 1 calls had not ended when the audit did"));
+  EXPECT_EQ(kept("local/iface_show"), "begun\n");
+  EXPECT_THAT(kept("calls"), HasSubstr("\n- - cut-off 6 local/iface_show\n"));
+}
+
+TEST_F(Recording, TellsTheNodesAndTheHost) {
+  const outcome recorded = in_lab(
+      "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
+      " --library /var/log/library -- --node-id 0x1100",
+      "");
+  EXPECT_NE(recorded.status, 0) << "there is no inner script";
+  script("inner", "echo \"$@\"; /opt/nos/bin/plat_nodes_show -v >/dev/null");
+  const outcome told = in_lab(
+      "rm /opt/nos/bin/lagmgr_agent_show\n"
+      "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
+      " --library /var/log/library -- --node-id 0x1100",
+      "");
+  EXPECT_THAT(told.out, MatchesRegex("--library .*/library/libtessel.so --node-id 0x1100\n"));
+  const lab::capture head = lab::read_manifest(scratch_.path() / "cap");
+  EXPECT_EQ(head.host_node_id, 4352U);
+  EXPECT_EQ(head.router, "cap");
+  EXPECT_EQ(head.missing_tools, std::vector<std::string>{"lagmgr_agent_show"});
+  ASSERT_EQ(head.nodes.size(), 4U);
+  EXPECT_EQ(head.nodes.front(), (std::pair<std::string, std::string>{"192.0.0.4", "0/RP0/CPU0"}));
+}
+
+TEST_F(Recording, PassesTheHostsStatusOnAndLeavesNothingElseBehind) {
+  EXPECT_EQ(record("tool iface_show 'echo x'\n", "iface_show; exit 3").status, 3);
+  EXPECT_TRUE(is_kept("manifest"));
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap.recording"));
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap.tmp"));
+  const outcome again = record("tool iface_show 'echo x'\n", "iface_show");
+  EXPECT_EQ(again.status, 1);
+  EXPECT_EQ(again.err, "tessel-lab: /var/log/cap: exists already\n");
+}
+
+TEST_F(Recording, WithoutACallIsNoCapture) {
+  const outcome recorded = record("", "exit 5");
+  EXPECT_EQ(recorded.status, 5);
+  EXPECT_EQ(recorded.err, "tessel-lab: no tool was called; /var/log/cap was not made\n");
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap.recording"));
+}
+
+TEST_F(Recording, ThatIsInterruptedIsNoCapture) {
+  script("inner", "iface_show; echo ready >/var/log/ready; sleep 600");
+  const outcome recorded = in_lab(
+      "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
+      " --library /var/log/library & n=0\n"
+      "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n"
+      "kill -TERM $!; wait $!; echo status $?",
+      "");
+  EXPECT_THAT(recorded.out, HasSubstr("status 143\n"));
+  EXPECT_THAT(recorded.err, HasSubstr("tessel-lab: interrupted; /var/log/cap was not made\n"));
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap.recording"));
+}
+
+TEST_F(Recording, GoesNowhereThatTheAuditClearsOrTheRecordingCovers) {
+  const outcome cleared = in_lab(
+      "/opt/nos/libexec/tessel-lab record /tmp/tessel-cap --host "
+      "/var/log/outer --library /var/log/library",
+      "");
+  EXPECT_EQ(cleared.err,
+            "tessel-lab: /tmp/tessel-cap: an audit clears /tmp/tessel*; record to a place of "
+            "another name\n");
+  const outcome covered = in_lab(
+      "/opt/nos/libexec/tessel-lab record /opt/nos/bin/cap --host "
+      "/var/log/outer --library /var/log/library",
+      "");
+  EXPECT_THAT(covered.err, HasSubstr("covers this folder"));
+}
+
+TEST_F(Recording, LeavesTheLogsWhereTheyGoUnlessToldOtherwise) {
+  script("inner", "iface_show >/dev/null; echo finding >/var/log/mark");
+  const std::string line =
+      "/opt/nos/libexec/tessel-lab record /tmp/cap --host /var/log/inner --library "
+      "/var/log/library";
+  in_lab(line + "; cp -r /tmp/cap /var/log/", "");
+  EXPECT_EQ(read_text(scratch_.path() / "mark"), "finding\n");
+  fs::remove(scratch_.path() / "mark");
+  const outcome elsewhere = in_lab(line + " --logs /tmp/logs; cat /tmp/logs/mark", "");
+  EXPECT_EQ(elsewhere.out, "finding\n") << elsewhere.err;
+  EXPECT_FALSE(fs::exists(scratch_.path() / "mark"));
+}
+
+TEST_F(Recording, ToolsFindTheirCompanionsAndEachOther) {
+  const outcome recorded = record(
+      "tool iface_show '. \"$(dirname \"$0\")/../share/words\"; echo $word; lagmgr_health;"
+      " /opt/nos/bin/lagmgr_health'\n"
+      "mkdir ../share; echo word=companion >../share/words; tool lagmgr_health 'echo inner'\n"
+      "echo data >/opt/nos/bin/table\n",
+      "iface_show; cat /opt/nos/bin/table");
+  EXPECT_EQ(recorded.out, "companion\ninner\ninner\ndata\n") << recorded.err;
+  EXPECT_FALSE(is_kept("local/lagmgr_health")) << "the audit did not call it";
+}
+
+}  // namespace

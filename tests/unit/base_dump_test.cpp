@@ -1,0 +1,180 @@
+#include "base/dump.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/records.h"
+#include "base/text.h"
+#include "support/fake_router.h"
+
+namespace tessel {
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+using dump_test = router_test;
+
+constexpr const char* out_path = "/var/log/out";
+
+std::string dump_of(const value& obj, std::string_view layer = "DPA") {
+  log_file outfile(out_path, file_mode::truncate);
+  print_object(obj, outfile, layer);
+  return file_text(out_path);
+}
+
+// Cannot be serialised the first `times` times.
+class reluctant : public record {
+ public:
+  explicit reluctant(int times) : record(fields{{"ifh", "0x10"}}), times_(times) {}
+  value fields_as_map() const override {
+    if (times_-- > 0) throw failure("fields are being held back");
+    return record::fields_as_map();
+  }
+
+ private:
+  using fields = std::vector<std::pair<std::string, value>>;
+  mutable int times_;
+};
+
+value reluctant_store(int times) {
+  return map_of({{"BE12", std::shared_ptr<record>(std::make_shared<reluctant>(times))}});
+}
+
+TEST_F(dump_test, dumper_gives_the_fields_of_a_record) {
+  EXPECT_EQ(dumper(new_record<subBundles>()).as_map().size(), 8U);
+  EXPECT_THAT(dumper(new_record<Bundles>()).as_map().keys(), ElementsAre("Data"));
+  EXPECT_THAT(failure_of([] { dumper("text"); }), HasSubstr("a record expected"));
+}
+
+TEST_F(dump_test, a_store_that_holds_a_record_is_serialised_field_by_field) {
+  open_logs();
+  const value sub_bundle = new_record<subBundles>();
+  sub_bundle.as_record().set("encap", list_of({"100", "200"}));
+  sub_bundle.as_record().set("is_l2", 0);
+  EXPECT_EQ(dump_of(map_of({{"BE12.1", sub_bundle}}), "TESSELDB"), R"('Start of TESSELDB entries...'
+{
+   "BE12.1":{
+      "delPending":"Not set",
+      "encap":[
+         "100",
+         "200"
+      ],
+      "glif":"Not set",
+      "ifh":"Not set",
+      "is_l2":0,
+      "lagid":"Not set",
+      "llif":"Not set",
+      "rif":"Not set"
+   }
+}
+'End of TESSELDB entries...'
+)");
+  EXPECT_THAT(dump_of(map_of({{"BE12", new_record<Bundles>()}})),
+              HasSubstr("\"BE12\":{\n      \"Data\":{\n         \"delPending\":\"Not set\""));
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION), ElementsAre());
+}
+
+TEST_F(dump_test, keys_are_sorted_and_empty_containers_stay_short) {
+  EXPECT_EQ(dump_of(map_of({{"b", make_map()}, {"a", make_list()}, {"B", value()}})),
+            "'Start of DPA entries...'\n{\n   \"B\":null,\n   \"a\":[],\n   \"b\":{}\n}\n"
+            "'End of DPA entries...'\n");
+}
+
+TEST_F(dump_test, an_inventory_that_is_the_number_0_is_dumped_as_it_is) {
+  EXPECT_EQ(dump_of(ERROR, "VM information"),
+            "'Start of VM information entries...'\n0\n'End of VM information entries...'\n");
+}
+
+TEST_F(dump_test, a_text_store_is_dumped_as_one_text_with_bytes_above_7f_as_they_are) {
+  EXPECT_EQ(dump_of("a\"b\\c\td\ne\rf\x01g\x7fh\xc3\xa9\xff"),
+            "'Start of DPA entries...'\n"
+            "\"a\\\"b\\\\c\\td\\ne\\rf\\u0001g\x7fh\xc3\xa9\xff\"\n"
+            "'End of DPA entries...'\n");
+  EXPECT_EQ(dump_of(std::string("a\0b", 3)),
+            "'Start of DPA entries...'\n\"a\\u0000b\"\n'End of DPA entries...'\n");
+}
+
+TEST_F(dump_test, a_store_of_many_megabytes_is_written_whole) {
+  value store = make_map();
+  const std::string row(1000, 'x');
+  for (int number = 0; number < 5000; ++number) store.as_map().set(std::to_string(number), row);
+  const std::string dump = dump_of(store);
+  EXPECT_THAT(dump, StartsWith("'Start of DPA entries...'\n{\n   \"0\":\"xxx"));
+  EXPECT_THAT(dump, EndsWith("\"\n}\n'End of DPA entries...'\n"));
+  EXPECT_EQ(split(dump, "\n").size(), 5000U + 5);
+}
+
+TEST_F(dump_test, a_store_that_cannot_be_serialised_falls_to_the_printed_form_with_one_line) {
+  open_logs();
+  EXPECT_EQ(dump_of(reluctant_store(1)),
+            "'Start of DPA entries...'\n{'BE12': {'ifh': '0x10'}}\n'End of DPA entries...'\n");
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
+              ElementsAre("json print_object failed: fields are being held back"));
+  EXPECT_THAT(log_lines(LOG_FILE_EXCEPTION),
+              testing::Contains("Traceback (most recent call last):"));
+  EXPECT_EQ(st().exception, 0) << "none of these failures counts";
+}
+
+TEST_F(dump_test, a_store_that_cannot_be_printed_either_still_gets_its_end_marker) {
+  open_logs();
+  EXPECT_EQ(dump_of(reluctant_store(2)), "'Start of DPA entries...'\n'End of DPA entries...'\n");
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
+              ElementsAre("json print_object failed: fields are being held back",
+                          "pprint print_object failed: fields are being held back"));
+  EXPECT_EQ(st().exception, 0);
+}
+
+TEST_F(dump_test, what_follows_a_half_written_store_begins_on_a_line_of_its_own) {
+  open_logs();
+  value store = reluctant_store(2);
+  store.as_map().set("A", std::string(3 << 20, 'x'));
+  EXPECT_TRUE(dump_of(store).ends_with("\n'End of DPA entries...'\n"));
+  store = reluctant_store(1);
+  store.as_map().set("A", std::string(3 << 20, 'x'));
+  EXPECT_NE(dump_of(store).find("\n{'BE12': {'ifh': '0x10'}, 'A': 'xxx"), std::string::npos);
+}
+
+TEST_F(dump_test, a_marker_that_cannot_be_written_is_the_callers_failure) {
+  open_logs();
+  log_file full("/dev/full", file_mode::append);
+  EXPECT_THAT(failure_of([&] { print_object(map_of({}), full, "DPA"); }),
+              HasSubstr("No space left on device"));
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION), ElementsAre());
+}
+
+TEST_F(dump_test, a_label_stands_in_quotes_whatever_it_holds) {
+  EXPECT_THAT(dump_of(map_of({}), "router's"),
+              StartsWith("\"Start of router's entries...\"\n{}\n\"End of"));
+}
+
+TEST_F(dump_test, a_note_is_one_quoted_line) {
+  log_file outfile(out_path, file_mode::truncate);
+  pprint("no encap\tfor BE12.1\n", outfile);
+  pprint("it's", outfile);
+  EXPECT_THAT(log_lines(out_path), ElementsAre("'no encap\\tfor BE12.1\\n'", "\"it's\""));
+}
+
+TEST_F(dump_test, the_plain_form_of_a_text_is_the_text) {
+  EXPECT_EQ(plain("a'b\n"), "a'b\n");
+  EXPECT_EQ(plain(4096), "4096");
+  EXPECT_EQ(plain(list_of({"0"})), "['0']");
+  EXPECT_EQ(plain(value()), "None");
+}
+
+TEST_F(dump_test, the_printed_form_shows_every_kind) {
+  EXPECT_EQ(printed(value()), "None");
+  EXPECT_EQ(printed(-7), "-7");
+  EXPECT_EQ(printed("a'b"), "\"a'b\"");
+  EXPECT_EQ(printed(make_map()), "{}");
+  EXPECT_EQ(printed(make_list()), "[]");
+  EXPECT_EQ(printed(map_of({{"b", list_of({"x", 1, value()})}, {"a", map_of({{"c", 0}})}})),
+            "{'b': ['x', 1, None], 'a': {'c': 0}}")
+      << "in insertion order";
+  EXPECT_THAT(printed(new_record<memberInfo>()), StartsWith("{'name': 'Not set', 'ifh': "));
+}
+
+}  // namespace
+}  // namespace tessel
