@@ -227,22 +227,26 @@ bool plant_vsi(router& r, planted_fault& p) {
 
 // What nobody refers to -------------------------------------------------------------------------
 
-bool hold_foreign_port(router& r, planted_fault& p, const char* field, bool central) {
-  const site s = find_site(r, p, anywhere);
+bool hold_foreign_port(router& r, planted_fault& p, const char* field, const site& s,
+                       bool central) {
   if (!s) return false;
   note_place(p, central ? site{s.b, nullptr, nullptr} : s, name_of(*s.b));
   hold(r, field, p.object, p.node, foreign_port(*s.m));
   return true;
 }
 
+// Not beside a bundle that another fault leaves without members: it would have one again.
 bool plant_stale_pi(router& r, planted_fault& p) {
-  return hold_foreign_port(r, p, "pi.extra-member", true);
+  const auto whole = [&](const site& s) {
+    return !is_absent(r, "pi.member", port_tail(s.m->port));
+  };
+  return hold_foreign_port(r, p, "pi.extra-member", find_site(r, p, whole), true);
 }
 bool plant_stale_pd(router& r, planted_fault& p) {
-  return hold_foreign_port(r, p, "pd.extra-member", false);
+  return hold_foreign_port(r, p, "pd.extra-member", find_site(r, p, anywhere), false);
 }
 bool plant_stale_dpa(router& r, planted_fault& p) {
-  return hold_foreign_port(r, p, "dpa.extra-member", false);
+  return hold_foreign_port(r, p, "dpa.extra-member", find_site(r, p, anywhere), false);
 }
 
 bool plant_stale_chip(router& r, planted_fault& p) {
@@ -280,7 +284,7 @@ std::vector<fault> compared_faults() {
        .plant = plant_chip_lag},
       {.name = "chip-lag-lost",
        .description = "a chip with members of a bundle does not have its LAG",
-       .finding = "{}: BCM member verification failed for {}{bundle}({}), {node}",
+       .finding = "Inconsistency {}: {} not found in BCM for {}{object}({}), {node}",
        .depth = 70,
        .hides = reach::bundle,
        .plant = plant_chip_lag_of_member},
@@ -362,17 +366,17 @@ std::vector<fault> table_faults() {
        .description = "an older chip's MAC differs within the ten bits that are compared",
        .finding =
            "Programming Error {}: BM PI MAC {} != BCM MAC MSB {} for {object}({}) NPU {},{node}",
-       .depth = 84,
+       .depth = 83,
        .plant = plant_low_mac},
       {.name = "mac-high-bits",
        .description = "an older chip's MAC differs beyond the ten bits that are compared",
-       .depth = 84,
+       .depth = 83,
        .counted = false,
        .plant = plant_high_mac},
       {.name = "mac-jericho2",
        .description = "a Jericho2 chip's MAC differs: counted, and told by a failure alone",
        .finding = "{}: RIF verification failed for {object}({}) NPU {},{node}",
-       .depth = 84,
+       .depth = 83,
        .plant = plant_jericho2_mac},
   };
   for (fault& one : faults) one.shown = phase::programming;

@@ -69,7 +69,8 @@ bool plant_pi_member(router& r, planted_fault& p) {
 }
 
 bool plant_pi_no_members(router& r, planted_fault& p) {
-  const site s = find_site(r, p, anywhere);
+  const site s = find_site(
+      r, p, [&](const site& one) { return !overridden(r, "pi.extra-member", name_of(*one.b)); });
   if (!s) return false;
   note_place(p, {s.b, nullptr, nullptr}, name_of(*s.b));
   for (const member& m : s.b->members) hold(r, "pi.member", port_tail(m.port), "", "absent");
@@ -117,6 +118,27 @@ bool plant_pd_npu(router& r, planted_fault& p) {
   return s && hold_of_member(r, p, s, "pd.npu", std::to_string(s.m->npu + 7));
 }
 
+// Of two nodes that tell a value each, the one that is compared first sets what is expected: which
+// one is named, and what follows from it, differs from run to run.
+bool on_several_nodes(const site& s) {
+  return std::any_of(s.b->members.begin(), s.b->members.end(),
+                     [&](const member& other) { return other.node != s.m->node; });
+}
+
+bool plant_pd_lag(router& r, planted_fault& p) {
+  const site s = find_site(r, p, on_several_nodes);
+  return s && hold_of_bundle(r, p, s, "pd.lag", std::to_string(s.b->lag + 0x400));
+}
+
+// Where the standby route processor serves the same ports, without an agent.
+bool plant_pd_member_id(router& r, planted_fault& p) {
+  const bool shared = std::any_of(r.nodes.begin(), r.nodes.end(), [&](const node& n) {
+    return n.state == "STANDBY" && port_owner(r, n) != n.name;
+  });
+  const site s = find_site(r, p, anywhere);
+  return shared && s && hold_of_member(r, p, s, "pd.id", fmt::format("{:#x}", s.m->id + 40));
+}
+
 bool plant_pd_member(router& r, planted_fault& p) {
   return hold_of_member(r, p, find_site(r, p, anywhere), "pd.member", "absent");
 }
@@ -162,6 +184,41 @@ bool plant_dpa_sub_object(router& r, planted_fault& p) {
 }
 bool plant_dpa_sub_l2intf(router& r, planted_fault& p) {
   return hold_of_compared_sub(r, p, "dpa.l2intf", "absent");
+}
+
+// A value of a sub-bundle that differs between nodes: see on_several_nodes.
+bool hold_of_sub_on_one_node(router& r, planted_fault& p, const char* field,
+                             std::uint32_t sub_bundle::*value, const char* form) {
+  const auto has_value = [&](const sub_bundle& one) { return one.*value != 0; };
+  const site s = find_site(r, p, [&](const site& one) {
+    return on_several_nodes(one) && std::any_of(one.b->subs.begin(), one.b->subs.end(), has_value);
+  });
+  if (!s || !r.hqos) return false;
+  const sub_bundle& sub = *std::find_if(s.b->subs.begin(), s.b->subs.end(), has_value);
+  note_place(p, s, name_of(sub));
+  hold(r, field, p.object, p.node, fmt::format(fmt::runtime(form), sub.*value + 0x400));
+  return true;
+}
+
+bool plant_dpa_sub_lag(router& r, planted_fault& p) {
+  return hold_of_sub_on_one_node(r, p, "dpa.lag", &sub_bundle::lag, "{:#x}");
+}
+bool plant_dpa_sub_glif(router& r, planted_fault& p) {
+  return hold_of_sub_on_one_node(r, p, "dpa.l2-glif", &sub_bundle::glif, "0x{:08x}");
+}
+bool plant_dpa_sub_rif(router& r, planted_fault& p) {
+  return hold_of_sub_on_one_node(r, p, "dpa.l3-rif", &sub_bundle::rif, "{:#x}");
+}
+
+bool plant_dpa_glif(router& r, planted_fault& p) {
+  const site s =
+      find_site(r, p, [](const site& one) { return is_l3(one) && on_several_nodes(one); });
+  return s && hold_of_bundle(r, p, s, "dpa.glif", fmt::format("0x{:08x}", s.b->glif + 0x500));
+}
+bool plant_dpa_rif(router& r, planted_fault& p) {
+  const site s =
+      find_site(r, p, [](const site& one) { return is_l3(one) && on_several_nodes(one); });
+  return s && hold_of_bundle(r, p, s, "dpa.rif", fmt::format("0x{:04x}", s.b->rif + 0x100));
 }
 
 bool plant_dpa_mtu(router& r, planted_fault& p) {
@@ -352,7 +409,7 @@ std::vector<fault> forwarding_faults() {
        .finding =
            "Inconsistency {}: member scale limit exceeded due to weights of members ({}) being "
            "more than allowed ({})",
-       .depth = 51,
+       .depth = 58,
        .plant = plant_weight},
       {.name = "dpa-lag-id",
        .description = "one node's forwarding object has another LAG id",
@@ -415,7 +472,7 @@ std::vector<fault> forwarding_faults() {
       {.name = "dpa-member-missing",
        .description = "a forwarding object lacks a member beside another one of the same NPU",
        .finding = "Inconsistency {}: DPA has no entry for {object},{bundle}({}), {node}",
-       .depth = 60,
+       .depth = 58,
        .plant = plant_dpa_member},
       {.name = "dpa-npu-missing",
        .description = "a forwarding object lacks the only member of an NPU",
@@ -485,11 +542,69 @@ std::vector<fault> unreadable_object_faults() {
   return faults;
 }
 
+// Between nodes the first one sets what is expected, so the finding may name either.
+std::vector<fault> faults_between_nodes() {
+  return {
+      {.name = "pd-lag-id",
+       .description = "the agents have a bundle under another LAG id on one of its nodes",
+       .finding =
+           "Inconsistency {}:{object}({}), {} Lag ID is not consistent in {}:{}, Expected:{}",
+       .depth = 42,
+       .hides = reach::bundle_everywhere,
+       .plant = plant_pd_lag},
+      {.name = "pd-member-id",
+       .description = "the agent has a member under another id, which a standby node shares",
+       .finding =
+           "Inconsistency {}:{object},{bundle}({}), {} Member ID is not consistent in {}:{}, "
+           "Expected:{}",
+       .depth = 47,
+       .hides = reach::bundle_everywhere,
+       .plant = plant_pd_member_id},
+      {.name = "dpa-glif",
+       .description = "a bundle has another global LIF on one of its nodes",
+       .finding = "Inconsistency {}:{object}({}), {} GLIF is not consistent in "
+                  "DPA_Bundles_l2port:{},Expected:{}",
+       .depth = 54,
+       .hides = reach::bundle_everywhere,
+       .plant = plant_dpa_glif},
+      {.name = "dpa-rif",
+       .description = "a bundle has another router interface on one of its nodes",
+       .finding = "Inconsistency {}:{object}({}), {} RIF is not consistent in "
+                  "DPA_Bundles_l2port:{}, Expected:{}",
+       .depth = 54,
+       .hides = reach::bundle_everywhere,
+       .plant = plant_dpa_rif},
+      {.name = "dpa-sub-lag-id",
+       .description = "a sub-bundle has another LAG id on one of its nodes",
+       .finding =
+           "Inconsistency {}:{object}({}),{} Lag ID is not consistent in DPA_Sub_Bundles:{}, "
+           "Expected:{}",
+       .depth = 65,
+       .hides = reach::bundle_everywhere,
+       .plant = plant_dpa_sub_lag},
+      {.name = "dpa-sub-glif",
+       .description = "a sub-bundle has another global LIF on one of its nodes",
+       .finding = "Inconsistency {}:{object}({}),{} GLIF is not consistent in "
+                  "DPA_Sub_Bundles_l2intf:{},Expected:{}",
+       .depth = 66,
+       .hides = reach::bundle_everywhere,
+       .plant = plant_dpa_sub_glif},
+      {.name = "dpa-sub-rif",
+       .description = "a sub-bundle has another router interface on one of its nodes",
+       .finding = "Inconsistency {}:{object}({}),{} RIF is not consistent in "
+                  "DPA_Bundles_l2port:{}, Expected:{}",
+       .depth = 67,
+       .hides = reach::bundle_everywhere,
+       .plant = plant_dpa_sub_rif},
+  };
+}
+
 }  // namespace
 
 std::vector<fault> layer_faults() {
   std::vector<fault> all;
-  for (auto part : {manager_faults, forwarding_faults, unreadable_object_faults})
+  for (auto part :
+       {manager_faults, forwarding_faults, faults_between_nodes, unreadable_object_faults})
     for (fault& one : part()) all.push_back(one);
   return all;
 }
