@@ -51,13 +51,22 @@ std::string toml_text(std::string_view text) {
   return result + '"';
 }
 
+std::string toml_list(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : ", ") + toml_text(word);
+  return "[" + text + "]";
+}
+
 std::string manifest_of(const capture& c) {
   std::string text = "# What the stand-in tools of this folder stand in for.\n";
-  text += fmt::format("format = {}\nrouter = {}\nhost_node_id = {}\nmissing_tools = [",
-                      manifest_format, toml_text(c.router), c.host_node_id);
-  for (std::size_t i = 0; i < c.missing_tools.size(); ++i)
-    text += (i == 0 ? "" : ", ") + toml_text(c.missing_tools[i]);
-  text += "]\n\n[nodes]\n";
+  text +=
+      fmt::format("format = {}\nrouter = {}\nhost_node_id = {}\nmissing_tools = {}\n",
+                  manifest_format, toml_text(c.router), c.host_node_id, toml_list(c.missing_tools));
+  if (!c.blocked_captures.empty())
+    text += fmt::format("blocked_captures = {}\n", toml_list(c.blocked_captures));
+  if (!c.full_logs.empty()) text += fmt::format("full_logs = {}\n", toml_list(c.full_logs));
+  if (c.file_limit > 0) text += fmt::format("file_limit = {}\n", c.file_limit);
+  text += "\n[nodes]\n";
   for (const auto& [address, name] : c.nodes)
     text += fmt::format("{} = {}\n", toml_text(address), toml_text(name));
   return text;
@@ -68,6 +77,13 @@ void write_file(const fs::path& file, std::string_view text) {
   out.write(text.data(), static_cast<std::streamsize>(text.size()));
   out.close();
   if (!out) throw lab_error(fmt::format("{}: cannot be written", file.string()));
+}
+
+std::vector<std::string> names_of(toml::node_view<toml::node> list) {
+  std::vector<std::string> names;
+  if (const toml::array* all = list.as_array())
+    for (const toml::node& name : *all) names.push_back(name.value_or(std::string{}));
+  return names;
 }
 
 }  // namespace
@@ -199,8 +215,17 @@ capture parse_manifest(std::string_view text, const std::string& file) {
   if (!id || *id < 0 || *id > 0xffffffff)
     throw lab_error(fmt::format("{}: host_node_id is no number of 32 bits", file));
   c.host_node_id = static_cast<std::uint32_t>(*id);
-  if (const toml::array* tools = table["missing_tools"].as_array())
-    for (const toml::node& tool : *tools) c.missing_tools.push_back(tool.value_or(std::string{}));
+  c.missing_tools = names_of(table["missing_tools"]);
+  c.blocked_captures = names_of(table["blocked_captures"]);
+  c.full_logs = names_of(table["full_logs"]);
+  const auto limit = table["file_limit"].value_or(std::int64_t{0});
+  if (limit < 0) throw lab_error(fmt::format("{}: file_limit is no number of bytes", file));
+  c.file_limit = static_cast<std::uint64_t>(limit);
+  // They become paths.
+  for (const auto* names : {&c.blocked_captures, &c.full_logs})
+    for (const std::string& name : *names)
+      if (name.empty() || name.find('/') != std::string::npos)
+        throw lab_error(fmt::format("{}: \"{}\" is no file's name", file, name));
   if (const toml::table* nodes = table["nodes"].as_table())
     for (const auto& [address, name] : *nodes)
       c.nodes.emplace_back(address.str(), name.value_or(std::string{}));

@@ -21,8 +21,14 @@ constexpr std::array subcommands{
     subcommand{"list", "  tessel-lab list                           the described routers\n",
                list_command},
     subcommand{"faults",
-               "  tessel-lab faults                         the faults that can be planted\n",
+               "  tessel-lab faults                         the faults that can be planted\n"
+               "      --kinds                               names and kinds alone, for programs\n",
                faults_command},
+    subcommand{
+        "expect",
+        "  tessel-lab expect ROUTER                  what the audit must find, a line a fault\n"
+        "      --fault NAME                          plant a fault; may be repeated\n",
+        expect_command},
     subcommand{"render",
                "  tessel-lab render ROUTER OUT              write what the router's tools print\n"
                "      --fault NAME                          plant a fault; may be repeated\n",
@@ -87,7 +93,8 @@ int help() {
       "  tessel-lab --help | --version\n"
       "\n"
       "ROUTER is a name from the list or a file that ends in .toml; CAPTURE is a folder that "
-      "render,\nrecord or unpack wrote, PACKED a file that pack wrote.\n");
+      "render,\nrecord or unpack wrote, PACKED a file that pack wrote. A fault is NAME, NAME@3 for "
+      "the\nfourth place that suits it, NAME=ARGUMENT if it takes one.\n");
   return EXIT_SUCCESS;
 }
 

@@ -14,6 +14,7 @@ namespace lab {
 
 int list_command(const std::vector<std::string>& arguments);
 int faults_command(const std::vector<std::string>& arguments);
+int expect_command(const std::vector<std::string>& arguments);
 int render_command(const std::vector<std::string>& arguments);
 int generate_command(const std::vector<std::string>& arguments);
 int run_command(const std::vector<std::string>& arguments);

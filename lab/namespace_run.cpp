@@ -1,12 +1,12 @@
 #include "namespace_run.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -64,7 +64,19 @@ void prepare(const run_request& request) {
     folder.bind_to("/opt/nos/capture");
   logs.bind_to("/var/log");
   mount_or_fail("tmpfs", "/tmp", "tmpfs", MS_NODEV | MS_NOSUID, "mode=1777");
+  for (const std::string& name : request.answers.blocked_captures)
+    make_folder("/tmp/tessel_" + name + ".log");
+  const held no_room("/dev/full");
+  for (const std::string& name : request.answers.full_logs)
+    bind_file(no_room, "/var/log/tessel_" + name + ".log");
   if (chdir("/") != 0) fail("/");
+}
+
+// A limit that a file reaches is an error for the audit, not its end.
+void limit_files(std::uint64_t bytes) {
+  const rlimit limit{bytes, bytes};
+  if (signal(SIGXFSZ, SIG_IGN) == SIG_ERR || setrlimit(RLIMIT_FSIZE, &limit) != 0)
+    fail("limit of files");
 }
 
 [[noreturn]] void start_host(const run_request& request) {
@@ -91,7 +103,17 @@ void prepare(const run_request& request) {
   if (!names_option(request.host_arguments, "--node-id"))
     words.insert(words.end(), {"--node-id", std::to_string(request.answers.host_node_id)});
   words.insert(words.end(), request.host_arguments.begin(), request.host_arguments.end());
+  if (request.answers.file_limit > 0) limit_files(request.answers.file_limit);
   execute_program(std::move(words));
+}
+
+// A signal ends the nodes, too, before they stand. That is no failure of theirs.
+void end_if_told() {
+  constexpr int signal_base = 128;
+  sigset_t pending;
+  sigpending(&pending);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    if (sigismember(&pending, signal) == 1) _exit(signal_base + signal);
 }
 
 // The first process of its namespace: starts the nodes and the host, and collects whoever ends.
@@ -134,9 +156,11 @@ bool is_cut(int lifeline) {
     if (request.real_ssh) be_first_process(request, signals_before);
     start_host(request);
   } catch (const no_privileges& missing) {
+    end_if_told();
     fmt::print(stderr, "tessel-lab: {}\n", missing.what);
     _exit(missing_privileges);
   } catch (const std::exception& failure) {
+    end_if_told();
     fmt::print(stderr, "tessel-lab: {}\n", failure.what());
   }
   _exit(cannot_prepare);

@@ -21,9 +21,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <thread>
 
+#include "child.h"
 #include "latency.h"
 #include "mounts.h"
 #include "router.h"
@@ -51,17 +52,11 @@ std::string program_path(const std::string& name) {
   return {};
 }
 
-[[noreturn]] void execute_or_fail(std::vector<std::string> words) {
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-  execv(arguments.front(), arguments.data());
-  fail(words.front());
-}
-
 std::string text_of(const fs::path& file) {
   std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
 }
 
 // What a program complained of, as part of one line.
@@ -83,7 +78,7 @@ std::string complaint_of(const std::vector<std::string>& words, const fs::path& 
     const int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0 || dup2(fd, STDOUT_FILENO) < 0 || dup2(fd, STDERR_FILENO) < 0) _exit(EXIT_FAILURE);
     try {
-      execute_or_fail(words);
+      execute_program(words);
     } catch (const lab_error&) {
       _exit(EXIT_FAILURE);
     }
@@ -233,8 +228,9 @@ void cover_with_own_folders(const ssh_node& node, const std::vector<std::string>
   const held calls(calls_are_kept ? "/opt/nos/calls" : "/dev/null");
   constexpr unsigned long harmless = MS_NODEV | MS_NOSUID;
   mount_or_fail("tmpfs", "/opt", "tmpfs", harmless, "mode=0755");
-  for (const char* made : {"/opt/nos", "/opt/nos/bin", "/opt/nos/libexec", "/opt/nos/capture",
-                           "/opt/nos/capture/local", "/opt/nos/ssh", "/opt/nos/home"})
+  for (const char* made :
+       {"/opt/nos", "/opt/nos/bin", "/opt/nos/libexec", "/opt/nos/capture",
+        "/opt/nos/capture/local", "/opt/nos/state", "/opt/nos/ssh", "/opt/nos/home"})
     make_folder(made);
   bind_file(program, "/opt/nos/libexec/tessel-lab");
   answers.bind_to("/opt/nos/capture/local");
@@ -264,7 +260,7 @@ void enter_node(const ssh_node& node, const std::vector<std::string>& tools) {
                                  node.address, audit_address));
   set_up_network(script);
   if (node.answer != node_answer::refuse)
-    execute_or_fail({program_path("sshd"), "-D", "-f", "/opt/nos/ssh/settings", "-E",
+    execute_program({program_path("sshd"), "-D", "-f", "/opt/nos/ssh/settings", "-E",
                      "/opt/nos/ssh/server.log"});
   closefrom(STDERR_FILENO + 1);
   for (;;) pause();

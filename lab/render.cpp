@@ -43,27 +43,37 @@ std::string lif_heading(const known_lif& lif) {
   return fmt::format("Ingress LIF 0x{:04x} (global)\n", lif.glif & 0xffff);
 }
 
-std::string lif_answer(const known_lif& lif) {
+// `held` and `vsi` are what a chip has for the LIF, as texts.
+std::string lif_answer(const known_lif& lif, const std::string& held, const std::string& vsi) {
   std::string text = lif_heading(lif);
-  text += fmt::format("GLIF 0x{:04x} -> Local In_LIF:{:#x} table: A\n", lif.glif & 0xffff,
-                      lif.local_lif);
+  if (held == absent) return text + "  no such global LIF\n";
+  text += fmt::format("GLIF 0x{:04x} -> Local In_LIF:{} table: A\n", lif.glif & 0xffff, held);
   text += "  orientation: hub  cos profile: 0  drop: none  protection: not set\n";
-  text += fmt::format("  learn: enabled  flood: enabled  vsid: {}  stat id: 0\n", lif.vsi);
+  text += fmt::format("  learn: enabled  flood: enabled  vsid: {}  stat id: 0\n", vsi);
   text += fmt::format("  IN_LIF         {}\n", lif.local_lif);
   return text;
 }
 
+std::string healthy_lif_answer(const known_lif& lif) {
+  return lif_answer(lif, fmt::format("{:#x}", lif.local_lif), std::to_string(lif.vsi));
+}
+
 // Most routers have no chip that differs; the walk over all chips and LIFs is for those that have.
-void render_lost_lifs(const router& r, const std::vector<known_lif>& lifs, capture& c) {
-  if (std::none_of(r.overrides.begin(), r.overrides.end(),
-                   [](const override_rule& rule) { return rule.field == "chip.glif"; }))
+void render_differing_lifs(const router& r, const std::vector<known_lif>& lifs, capture& c) {
+  if (std::none_of(r.overrides.begin(), r.overrides.end(), [](const override_rule& rule) {
+        return rule.field == "chip.glif" || rule.field == "chip.vsi";
+      }))
     return;
   for (const node& n : r.nodes)
     for (unsigned npu = 0; npu < n.npus; ++npu)
-      for (const known_lif& lif : lifs)
-        if (is_absent(r, "chip.glif", lif.object, n.name, static_cast<int>(npu)))
+      for (const known_lif& lif : lifs) {
+        const auto held = overridden(r, "chip.glif", lif.object, n.name, static_cast<int>(npu));
+        const auto vsi = overridden(r, "chip.vsi", lif.object, n.name, static_cast<int>(npu));
+        if (held || vsi)
           answer(c, local_place, chip_command(lif_query(lif), npu, n),
-                 lif_heading(lif) + "  no such global LIF\n");
+                 lif_answer(lif, held.value_or(fmt::format("{:#x}", lif.local_lif)),
+                            vsi.value_or(std::to_string(lif.vsi))));
+      }
 }
 
 }  // namespace
@@ -92,11 +102,11 @@ sem_key untagged_key_of(const bundle& b) {
 void render_lif_queries(const router& r, capture& c) {
   const std::vector<known_lif> lifs = lifs_of(r);
   for (const known_lif& lif : lifs)
-    answer(c, local_place, chip_command_of_all(lif_query(lif)), lif_answer(lif));
-  render_lost_lifs(r, lifs, c);
+    answer(c, local_place, chip_command_of_all(lif_query(lif)), healthy_lif_answer(lif));
+  render_differing_lifs(r, lifs, c);
 }
 
-capture render(const router& r) {
+capture render(const router& r, std::vector<planted_fault>* planted) {
   router faulty = r;
   plant_faults(faulty);
   capture c;
@@ -111,6 +121,7 @@ capture render(const router& r) {
   render_jericho2_chips(faulty, c);
   render_lif_queries(faulty, c);
   edit_for_faults(faulty, c);
+  if (planted != nullptr) *planted = faulty.faults;
   return c;
 }
 

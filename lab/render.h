@@ -18,8 +18,8 @@ void render_older_chips(const router& r, capture& c);
 void render_jericho2_chips(const router& r, capture& c);
 
 // The whole capture, with the router's planted faults. Throws `lab_error` if one of them does not
-// apply to this router.
-capture render(const router& r);
+// apply to this router. `planted` takes the faults with the places that they went to.
+capture render(const router& r, std::vector<planted_fault>* planted = nullptr);
 
 // A chip command of one NPU, as the platform is asked for it.
 std::string chip_command(const std::string& command, unsigned npu, const node& n);

@@ -54,26 +54,33 @@ std::string domain_rows(const chip_unit& u) {
   return text;
 }
 
-void show_sem_row(std::string& text, unsigned row, const std::string& key, std::uint32_t payload) {
-  text += fmt::format("  {:>5} | Key=0x{:0>16} Payload=0x{:08x}\n", row, key, payload);
+void show_sem_row(std::string& text, unsigned row, const std::string& key,
+                  const std::string& payload) {
+  text += fmt::format("  {:>5} | Key=0x{:0>16} Payload=0x{:0>8}\n", row, key, payload);
+}
+
+// What the chip's table gives for a key: the local LIF.
+std::string payload_of(const chip_unit& u, const std::string& object, std::uint32_t local_lif) {
+  return u.instead("chip.sem", object).value_or(fmt::format("{:x}", local_lif));
 }
 
 // One of the two tables of the exact match: A holds single tags and untagged frames, B double tags.
 std::string sem_rows(const chip_unit& u, bool double_tagged) {
   std::string text = fmt::format("DBAL database {}\n", double_tagged ? 4 : 3);
   unsigned row = 0;
-  show_sem_row(text, row++, "0", 0);
+  show_sem_row(text, row++, "0", "0");
   for (const bundle& b : u.r.bundles) {
     if (members_on(u.r, b, u.n, u.npu).empty()) continue;
     if (has_untagged(b) && !double_tagged && !u.lacks("chip.sem", name_of(b)))
-      show_sem_row(text, row++, untagged_key_of(b).digits, b.local_lif);
+      show_sem_row(text, row++, untagged_key_of(b).digits, payload_of(u, name_of(b), b.local_lif));
     for (const sub_bundle& s : b.subs) {
       const sem_key key = key_of(b, s);
       if (key.digits.empty() || key.double_tagged != double_tagged) continue;
-      if (!u.lacks("chip.sem", name_of(s))) show_sem_row(text, row++, key.digits, s.local_lif);
+      if (!u.lacks("chip.sem", name_of(s)))
+        show_sem_row(text, row++, key.digits, payload_of(u, name_of(s), s.local_lif));
     }
   }
-  show_sem_row(text, row, "0", 0);
+  show_sem_row(text, row, "0", "0");
   return text + fmt::format("{} entries in use\n", row - 1);
 }
 

@@ -122,7 +122,7 @@ void show_port(const std::string& name, std::uint32_t handle, unsigned npu, unsi
   text += fmt::format("  char intf_name => {}\n", name);
   text += fmt::format("  uint8_t device => {}\n  uint8_t core => {}\n", npu, core);
   text += fmt::format("  uint32_t pp_port_id => {}\n", pp_port);
-  text += fmt::format("  uint32_t mtu => {}\n", mtu);
+  if (mtu != absent) text += fmt::format("  uint32_t mtu => {}\n", mtu);
   text += "  uint32_t speed => 100\n  uint32_t egress_port_class => not set\n";
 }
 
@@ -162,19 +162,21 @@ void show_l2port(const router& r, const bundle& b, const node& n, std::size_t nu
 std::string l2ports(const router& r, const node& n) {
   std::string text = heading(n);
   std::size_t count = 0;
-  for (const bundle& b : r.bundles) show_l2port(r, b, n, count++, text);
+  for (const bundle& b : r.bundles)
+    if (!is_absent(r, "dpa.l2port", name_of(b), n.name)) show_l2port(r, b, n, count++, text);
   return text + footing(count);
 }
 
 void show_l2intf(const router& r, const std::string& name, std::uint32_t handle, bool l2,
                  std::uint32_t glif, unsigned domain, const node& n, std::size_t number,
                  std::string& text) {
+  if (is_absent(r, "dpa.l2intf", name, n.name)) return;
   show_element(text, "l2intf", number, "0/0/0");
   show_handle(text, handle);
   text += fmt::format("  uint8_t l2_intf_type => {}\n", l2 ? 1 : 0);
-  text += fmt::format(
-      "  uint32_t gport_id_lif => {}\n",
-      overridden(r, "dpa.l2-glif", name, n.name).value_or(fmt::format("0x{:08x}", glif)));
+  const std::string lif =
+      overridden(r, "dpa.l2-glif", name, n.name).value_or(fmt::format("0x{:08x}", glif));
+  text += fmt::format("  uint32_t gport_id_lif => {}\n", lif == absent ? "not set" : lif);
   text += fmt::format(
       "  uint16_t vlan_domain => {}\n",
       overridden(r, "dpa.l2-vlan-domain", name, n.name).value_or(fmt::format("{:#x}", domain)));
@@ -194,11 +196,12 @@ std::string l2intfs(const router& r, const node& n) {
 
 void show_l3intf(const router& r, const std::string& name, std::uint32_t handle, std::uint32_t rif,
                  const node& n, std::size_t number, std::string& text) {
+  if (is_absent(r, "dpa.l3intf", name, n.name)) return;
   show_element(text, "l3intf", number, "0/0/0");
   show_handle(text, handle);
-  text +=
-      fmt::format("  uint32_t l3a_intf_id => {}\n",
-                  overridden(r, "dpa.l3-rif", name, n.name).value_or(fmt::format("{:#x}", rif)));
+  const std::string id =
+      overridden(r, "dpa.l3-rif", name, n.name).value_or(fmt::format("{:#x}", rif));
+  text += fmt::format("  uint32_t l3a_intf_id => {}\n", id == absent ? "not set" : id);
   text += "  uint32_t vrf_id => 1\n  uint32_t next_intf => not set\n";
 }
 

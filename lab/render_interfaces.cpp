@@ -42,8 +42,9 @@ std::string interface_listing(const router& r) {
   list_interface(text, management_port(r), "Management Ethernet", "", "1514", 1);
   for (const bundle& b : r.bundles)
     for (const member& m : b.members)
-      list_interface(text, m.port, port_type(m.port), fmt::format("member of bundle {}", b.number),
-                     port_mtu(r, m), 100);
+      if (const std::string mtu = port_mtu(r, m); mtu != absent)
+        list_interface(text, m.port, port_type(m.port),
+                       fmt::format("member of bundle {}", b.number), mtu, 100);
   list_interface(text, "Null0", "Null interface", "", "1500", 0);
   return text;
 }

@@ -49,6 +49,7 @@ std::string agent_name(const node& n) {
 }
 
 void show_agent_row(const router& r, const bundle& b, const node& n, std::string& text) {
+  if (is_absent(r, "pd.row", name_of(b), n.name)) return;
   unsigned mask = 0;
   for (const member* m : members_on(r, b, n)) mask |= 1U << m->npu;
   const std::string lag =

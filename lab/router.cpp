@@ -51,7 +51,7 @@ unsigned number_of(std::string_view digits) {
 
 const std::vector<field_description>& override_fields() {
   static const std::vector<field_description> fields{
-      {"interfaces.mtu", "MTU of a port in the interface listing"},
+      {"interfaces.mtu", "MTU of a port in the interface listing; absent: not listed"},
       {"im.handle", "handle of a sub-bundle in the interface manager; absent: not listed"},
       {"pi.bundle", "absent: the bundle manager does not hold the bundle"},
       {"pi.mac", "MAC of a bundle in the bundle manager; absent: no such line"},
@@ -59,6 +59,7 @@ const std::vector<field_description>& override_fields() {
       {"pi.member", "absent: the bundle manager does not hold the member"},
       {"pi.extra-member", "a port that the bundle manager holds beside the configured ones"},
       {"pd.bundle", "absent: the agent does not hold the bundle"},
+      {"pd.row", "absent: the agent's table of nodes lacks the node"},
       {"pd.lag", "LAG id of a bundle in the agent's row of a node"},
       {"pd.member", "absent: the agent does not hold the member"},
       {"pd.npu", "NPU of a member in the agent"},
@@ -78,19 +79,24 @@ const std::vector<field_description>& override_fields() {
       {"dpa.glif", "global LIF in the l2port object"},
       {"dpa.rif", "RIF in the l2port object; absent: not set"},
       {"dpa.mac", "MAC in the l2port object, with colons"},
-      {"dpa.l2-glif", "global LIF in the l2intf object"},
+      {"dpa.l2port", "absent: a node has no l2port object of the bundle"},
+      {"dpa.l2intf", "absent: a node has no l2intf object of the bundle or sub-bundle"},
+      {"dpa.l3intf", "absent: a node has no l3intf object of the bundle or sub-bundle"},
+      {"dpa.l2-glif", "global LIF in the l2intf object; absent: not set"},
       {"dpa.l2-vlan-domain", "VLAN domain in the l2intf object"},
-      {"dpa.l3-rif", "RIF in the l3intf object"},
+      {"dpa.l3-rif", "RIF in the l3intf object; absent: not set"},
       {"dpa.port", "absent: a node has no l1port object of the port"},
-      {"dpa.mtu", "MTU in the l1port object"},
+      {"dpa.mtu", "MTU in the l1port object; absent: no such line"},
       {"chip.lag", "absent: the chip has no such LAG"},
       {"chip.member", "absent: the chip's LAG has no such member"},
       {"chip.extra-lag", "a LAG of one member that nobody configured"},
       {"chip.mtu", "MTU of a port (a bundle on Jericho2) in the chip"},
       {"chip.vlan-domain", "VLAN domain of a port in the chip"},
-      {"chip.sem", "absent: the chip has no SEM entry of the sub-bundle or untagged bundle"},
+      {"chip.sem",
+       "local LIF, in digits, of the SEM entry of a sub-bundle or untagged bundle; absent: none"},
       {"chip.mac", "low bits of the MAC in the chip's VSI table; absent: no row"},
-      {"chip.glif", "absent: the chip does not know the global LIF"},
+      {"chip.glif", "local LIF that the chip gives for the global one; absent: not known"},
+      {"chip.vsi", "VSI that the chip gives for the global LIF"},
   };
   return fields;
 }

@@ -93,7 +93,13 @@ struct override_rule {
 
 struct planted_fault {
   std::string name;
-  std::string argument;  // behind "=", empty if none was given
+  std::string argument{};  // behind "=", empty if none was given
+  unsigned place = 0;      // behind "@": which of the places that suit it, counted through
+  // Where it went, known once it is planted: "BE1.100" of "BE1" on "0/0/CPU0". An empty text stands
+  // for all of them.
+  std::string object{};
+  std::string bundle{};
+  std::string node{};
 };
 
 struct router {

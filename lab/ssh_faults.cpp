@@ -11,13 +11,11 @@ namespace lab {
 const std::vector<ssh_fault>& ssh_faults() {
   static const std::vector<ssh_fault> faults{
       {"node-refuses", "no ssh server listens on the node (=NODE, with --real-ssh)",
-       "failure: get_member_pp_port failed; INFO: DPA lagport object dont have any bundle data",
-       node_answer::refuse},
+       "{}: get_member_pp_port failed for {}", node_answer::refuse},
       {"node-down", "nobody has the node's address (=NODE, with --real-ssh)",
-       "failure: get_member_pp_port failed; INFO: DPA lagport object dont have any bundle data",
-       node_answer::none},
+       "{}: get_member_pp_port failed for {}", node_answer::none},
       {"node-closes", "the node's ssh server dies amid every output (=NODE, with --real-ssh)",
-       "failure: parse lagport object failed; get_member_pp_port failed", node_answer::half},
+       "{}: get_member_pp_port failed for {}", node_answer::half},
   };
   return faults;
 }
@@ -39,7 +37,7 @@ std::vector<planted_ssh_fault> take_ssh_faults(std::vector<std::string>& faults)
     if (node.empty())
       throw lab_error(
           fmt::format("fault {} needs a node: --fault {}=NAME or =ADDRESS", name, name));
-    taken.push_back({name, known->answer, node});
+    taken.push_back({name, known->answer, node, known->finding});
   }
   faults = std::move(others);
   return taken;

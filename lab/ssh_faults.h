@@ -23,7 +23,7 @@ enum class node_answer {
 struct ssh_fault {
   std::string_view name;
   std::string_view description;
-  std::string_view finding;
+  std::string_view finding;  // a line that the audit must show, {} for any text
   node_answer answer;
 };
 
@@ -33,6 +33,7 @@ struct planted_ssh_fault {
   std::string name;
   node_answer answer = node_answer::whole;
   std::string node;  // its name or its address
+  std::string_view finding{};
 };
 
 // Takes the faults of this kind out of the list. Throws `lab_error` for one that names no node.

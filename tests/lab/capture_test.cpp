@@ -65,6 +65,32 @@ TEST(CaptureFolder, ComesBackAsWritten) {
   EXPECT_EQ(after.answers, before.answers);
 }
 
+TEST(CaptureFolder, KeepsWhatTheMachineDenies) {
+  const scratch_folder scratch;
+  capture before = sample();
+  before.blocked_captures = {"0", "BM_PI"};
+  before.full_logs = {"stale_entries"};
+  before.file_limit = 50000;
+  write_folder(before, scratch.path() / "out");
+  const capture after = read_manifest(scratch.path() / "out");
+  EXPECT_EQ(after.blocked_captures, before.blocked_captures);
+  EXPECT_EQ(after.full_logs, before.full_logs);
+  EXPECT_EQ(after.file_limit, before.file_limit);
+}
+
+TEST(Manifest, NamesNoFileElsewhere) {
+  const scratch_folder scratch;
+  lab_test::write_text(scratch.path() / "manifest",
+                       "format = 1\nhost_node_id = 1\nfull_logs = [\"/../../etc/passwd\"]\n");
+  EXPECT_THROW(read_manifest(scratch.path()), lab_error);
+  lab_test::write_text(scratch.path() / "manifest",
+                       "format = 1\nhost_node_id = 1\nblocked_captures = [\"\"]\n");
+  EXPECT_THROW(read_manifest(scratch.path()), lab_error);
+  lab_test::write_text(scratch.path() / "manifest",
+                       "format = 1\nhost_node_id = 1\nfile_limit = -1\n");
+  EXPECT_THROW(read_manifest(scratch.path()), lab_error);
+}
+
 TEST(CaptureFolder, EveryRouterComesBackAsWritten) {
   for (const char* name : {"birch-small", "elm-single", "aspen-standby"}) {
     const scratch_folder scratch;

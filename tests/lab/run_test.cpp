@@ -163,6 +163,16 @@ TEST_F(Namespace, MissingToolIsNotThere) {
   EXPECT_EQ(host("command -v lagmgr_agent_show || echo none", folder.string()).out, "none\n");
 }
 
+TEST_F(Namespace, CaptureFileLogAndSizeAreDenied) {
+  const outcome told = host(
+      "test -d /tmp/tessel_BM_PI.log && echo folder\n"
+      "echo x 2>/dev/null >/var/log/tessel_debug.log || echo no room\n"
+      "head -c 9000 /dev/zero >/tmp/large; stat -c %s /tmp/large",
+      "birch-small --fault capture-blocked=BM_PI --fault log-full=debug --fault file-limit=7000");
+  EXPECT_EQ(told.out, "folder\nno room\n7000\n");
+  EXPECT_EQ(read_text(logs() / "tessel_debug.log"), "");
+}
+
 TEST_F(Namespace, SignalEndsTheHostAndItsTools) {
   const fs::path script = scratch_.path() / "host.sh";
   write_text(script,

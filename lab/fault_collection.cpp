@@ -1,0 +1,649 @@
+// Faults of the platform and of the tools: nodes that take no part, answers that are missing, cut
+// or full of garbage, and what stands in the running configuration.
+#include <fmt/format.h>
+
+#include "fault_sites.h"
+#include "render.h"
+
+namespace lab {
+namespace {
+
+// The platform ----------------------------------------------------------------------------------
+
+bool plant_model(router& r, planted_fault&) {
+  r.model = "TR-WILLOW (x86_64)";
+  return true;
+}
+
+node* node_named(router& r, std::string_view name) {
+  for (node& n : r.nodes)
+    if (n.name == name) return &n;
+  return nullptr;
+}
+
+bool on_line_card(const site& s) {
+  return s.n->kind == "LC";
+}
+bool has_chip(const site& s) {
+  return s.n->npus > 0;
+}
+bool has_older_chip(const site& s) {
+  return has_chip(s) && on_older_chip(s);
+}
+bool has_jericho2(const site& s) {
+  return has_chip(s) && !on_older_chip(s);
+}
+
+// Chooses a member's node. None if no site fits.
+node* choose_node(router& r, planted_fault& p, bool (*fits)(const site&)) {
+  const site s = find_site(r, p, fits);
+  if (!s) return nullptr;
+  note_place(p, {nullptr, nullptr, s.n}, "");
+  return node_named(r, p.node);
+}
+
+bool plant_band(router& r, planted_fault& p) {
+  node* n = is_single_node(r.type) ? nullptr : choose_node(r, p, on_line_card);
+  if (n == nullptr) return false;
+  n->band = "BOOTING";
+  return true;
+}
+
+bool plant_unknown_asic(router& r, planted_fault& p) {
+  const auto listed = [](const site& s) { return has_chip(s) && s.n->in_unit_list; };
+  node* n = choose_node(r, p, listed);
+  if (n == nullptr) return false;
+  n->chip = "BCM88850";
+  return true;
+}
+
+bool plant_both_active(router& r, planted_fault&) {
+  if (r.type != "aspen") return false;
+  std::size_t processors = 0;
+  for (node& n : r.nodes)
+    if (n.kind == "RP") {
+      n.state = "ACTIVE";
+      ++processors;
+    }
+  return processors == 2;
+}
+
+// Each of the two tells of the other one as well.
+bool edit_both_active(capture& c, const router& r, planted_fault&) {
+  for (const node& n : r.nodes) {
+    std::string& probe = answer_to(c, n.address, "board_api_probe");
+    if (probe.find("Peer Node Id:") != std::string::npos) continue;
+    const node& peer = &n == &r.nodes.front() ? r.nodes.back() : r.nodes.front();
+    probe += fmt::format("  Peer Node Id:{:#x}\n", peer.id);
+  }
+  return true;
+}
+
+bool edit_lone_active(capture& c, const router& r, planted_fault&) {
+  for (const node& n : r.nodes) {
+    std::string& probe = answer_to(c, n.address, "board_api_probe");
+    const std::size_t peer = probe.find("  Peer Node Id:");
+    if (peer != std::string::npos) probe.resize(peer);
+  }
+  return true;
+}
+
+bool edit_unit_list(capture& c, const router&, planted_fault&) {
+  answer_to(c, local_place, "asic_shell_show -c \"show unit\" -u all -n A") +=
+      "\nNode ID: 0/77/CPU0\nUnit 0 chip BCM88680_A0 (current)\n  driver attached, 2 cores\n"
+      "  R/S/I: 0/77/0\n";
+  return true;
+}
+
+bool edit_inventory(capture& c, const router& r, planted_fault&) {
+  if (is_single_node(r.type)) return false;
+  answer_to(c, local_place, "plat_nodes_show -v") +=
+      "0/77/CPU0        LC    TC-LC-24H      ACTIVE       FINAL  7.3.2     192.0.0.99     12w3d\n";
+  return true;
+}
+
+// An aspen asks its boards, every other router the converter.
+bool edit_node_id(capture& c, const router& r, planted_fault&) {
+  if (r.type == "aspen") return false;
+  for (const auto& key : answers_of(c, "node_id_convert"))
+    c.answers[key] = "conversion failed (-4)\n";
+  return true;
+}
+
+bool edit_boards(capture& c, const router& r, planted_fault&) {
+  if (r.type != "aspen") return false;
+  for (const auto& key : answers_of(c, "board_api_probe"))
+    c.answers[key] = "probe: board does not answer\n";
+  return true;
+}
+
+// Nobody answers at the node's address.
+bool edit_unreachable(capture& c, const router& r, planted_fault& p) {
+  const site s = find_site(r, p, on_line_card);
+  if (!s) return false;
+  note_place(p, {nullptr, nullptr, s.n}, "");
+  std::erase_if(c.answers, [&](const auto& one) { return one.first.first == s.n->address; });
+  return true;
+}
+
+// Tools -----------------------------------------------------------------------------------------
+
+bool edit_tool_empty(capture& c, const router&, planted_fault& p) {
+  const auto keys = answers_of(c, p.argument.empty() ? "lagmgr_table_show" : p.argument);
+  for (const auto& key : keys) c.answers[key].clear();
+  return !keys.empty();
+}
+
+bool edit_tool_missing(capture& c, const router&, planted_fault& p) {
+  const std::string tool = p.argument.empty() ? "lagmgr_agent_show" : p.argument;
+  c.missing_tools.push_back(tool);
+  const auto keys = answers_of(c, tool);
+  for (const auto& key : keys) c.answers.erase(key);
+  return !keys.empty();
+}
+
+bool edit_pi_handle(capture& c, const router&, planted_fault&) {
+  return replace_once(answer_to(c, local_place, "lagmgr_table_show -d -P 0x0 -N all -L 0x3 -O all"),
+                      " (0x", " (0xz");
+}
+
+bool plant_pd_garbage(router& r, planted_fault& p) {
+  const site s = find_site(r, p, anywhere);
+  if (!s) return false;
+  note_place(p, s, name_of(*s.b));
+  hold(r, "pd.lag", p.object, p.node, "none");
+  return true;
+}
+
+// All objects of a type on one node, but for the heading.
+bool cut_objects(capture& c, const router& r, planted_fault& p, const std::string& type) {
+  const site s = find_site(r, p, anywhere);
+  if (!s) return false;
+  std::string& text = forwarding_objects(c, *s.n, type);
+  const std::size_t first = text.find("\n" + type + " element");
+  if (first == std::string::npos) return false;
+  note_place(p, {nullptr, nullptr, s.n}, "");
+  text.resize(first);
+  return true;
+}
+
+bool edit_lagports(capture& c, const router& r, planted_fault& p) {
+  return cut_objects(c, r, p, "lagport");
+}
+bool edit_l1ports(capture& c, const router& r, planted_fault& p) {
+  return cut_objects(c, r, p, "l1port");
+}
+bool edit_l2ports(capture& c, const router& r, planted_fault& p) {
+  return cut_objects(c, r, p, "l2port");
+}
+bool edit_l3intfs(capture& c, const router& r, planted_fault& p) {
+  return cut_objects(c, r, p, "l3intf");
+}
+
+bool edit_chip_empty(capture& c, const router& r, planted_fault& p) {
+  const site s = find_site(r, p, has_chip);
+  if (!s) return false;
+  note_place(p, {nullptr, nullptr, s.n}, "");
+  const std::string unit = fmt::format(",-u,{},-n,{}", s.m->npu, s.n->id);
+  bool any = false;
+  for (auto& [key, text] : c.answers)
+    if (key.second.starts_with("asic_shell_show,") && key.second.ends_with(unit)) {
+      text.clear();
+      any = true;
+    }
+  return any;
+}
+
+// One chip's answer to a command, if it answers at all.
+std::string* chip_answer(capture& c, const router& r, planted_fault& p, const char* command,
+                         bool (*fits)(const site&)) {
+  const site s = find_site(r, p, fits);
+  if (!s) return nullptr;
+  note_place(p, {nullptr, nullptr, s.n}, "");
+  return &answer_to(c, local_place, chip_command(command, s.m->npu, *s.n));
+}
+
+bool edit_tm_lag(capture& c, const router& r, planted_fault& p) {
+  std::string* text = chip_answer(c, r, p, "tm lag", has_jericho2);
+  if (text == nullptr) return false;
+  const std::size_t row = text->find("\n| 0 ");
+  const std::size_t port = row == std::string::npos ? row : text->find(" hash", row);
+  if (port == std::string::npos) return false;
+  text->resize(port);
+  return true;
+}
+
+bool edit_diag_lag(capture& c, const router& r, planted_fault& p) {
+  constexpr std::size_t digits = 5000;
+  std::string* text = chip_answer(c, r, p, "diag lag", has_older_chip);
+  return text != nullptr && replace_once(*text, "LAG ID: ", "LAG ID: " + std::string(digits, '9'));
+}
+
+bool edit_mtu_map(capture& c, const router& r, planted_fault& p) {
+  std::string* text = chip_answer(c, r, p, "dump chg ETPPC_MTU_MAP_TABLE", has_jericho2);
+  return text != nullptr && replace_once(*text, "ETPPC0[", "ETPPC0[99999999999999999999");
+}
+
+// The running configuration ---------------------------------------------------------------------
+
+// Some faults are at no bundle and no node, but in this text.
+constexpr const char* in_configuration = "configuration";
+
+bool edit_no_banner(capture& c, const router&, planted_fault& p) {
+  p.node = in_configuration;
+  return replace_once(configuration(c), "Tarmac OS Configuration 7.3.2", "Configuration");
+}
+
+bool edit_no_end(capture& c, const router&, planted_fault& p) {
+  p.node = in_configuration;
+  return replace_once(configuration(c), "\nend\n", "\n");
+}
+
+bool edit_unconfigured(capture& c, const router&, planted_fault&) {
+  std::string& text = configuration(c);
+  bool any = false;
+  while (replace_once(text, "\n bundle id ", "\n lag ")) any = true;
+  return any;
+}
+
+// The first bundle's stanza once more.
+bool edit_duplicate(capture& c, const router&, planted_fault&) {
+  std::string& text = configuration(c);
+  const std::size_t start = text.find("interface Bundle-Ether");
+  const std::size_t end = start == std::string::npos ? start : text.find("\n!\n", start);
+  if (end == std::string::npos) return false;
+  text.insert(start, text.substr(start, end + 3 - start));
+  return true;
+}
+
+// Bundles that nobody put a port into.
+bool edit_many_bundles(capture& c, const router&, planted_fault&) {
+  constexpr unsigned first = 20000;
+  constexpr unsigned more_than_any_limit = 1100;
+  std::string bundles;
+  for (unsigned number = first; number < first + more_than_any_limit; ++number)
+    bundles += fmt::format("interface Bundle-Ether{}\n shutdown\n!\n", number);
+  return replace_once(configuration(c), "interface Loopback0\n", bundles + "interface Loopback0\n");
+}
+
+// Without hierarchical QoS, where each kind has a limit of its own.
+bool plant_many_subs(router& r, planted_fault& p, bool l2, unsigned count) {
+  const site s = find_site(r, p, [&](const site& one) { return l2 || !one.b->l2; });
+  if (!s || r.hqos) return false;
+  constexpr unsigned first_number = 10000;
+  constexpr unsigned tags = 4000;
+  note_place(p, {s.b, nullptr, nullptr}, name_of(*s.b));
+  for (bundle& b : r.bundles)
+    for (unsigned i = 0; name_of(b) == p.bundle && i < count; ++i)
+      b.subs.push_back({.bundle = b.number,
+                        .number = first_number + i,
+                        .l2 = l2,
+                        .encapsulation = fmt::format("dot1q {}", 1 + i % tags),
+                        .handle = 0x4000000 + 0x20 * i,
+                        .lag = b.lag,
+                        .glif = 0x18000 + i,
+                        .rif = l2 ? 0 : 0x2000 + i,
+                        .local_lif = 0x8000 + i});
+  return true;
+}
+
+bool plant_many_l2_subs(router& r, planted_fault& p) {
+  return plant_many_subs(r, p, true, is_single_node(r.type) ? 4100 : 8200);
+}
+bool plant_many_l3_subs(router& r, planted_fault& p) {
+  return plant_many_subs(r, p, false, 1030);
+}
+
+// A sub-bundle of the configuration, by the fault's place.
+template <typename Suits>
+sub_bundle* choose_sub(router& r, planted_fault& p, Suits suits) {
+  std::vector<std::pair<bundle*, sub_bundle*>> subs;
+  for (bundle& b : r.bundles)
+    for (sub_bundle& s : b.subs)
+      if (!b.members.empty() && suits(s)) subs.emplace_back(&b, &s);
+  if (subs.empty()) return nullptr;
+  const auto& [b, sub] = placed(subs, p);
+  note_place(p, {b, nullptr, nullptr}, name_of(*sub));
+  return sub;
+}
+
+bool plant_no_encapsulation(router& r, planted_fault& p) {
+  sub_bundle* sub = choose_sub(r, p, [](const sub_bundle&) { return true; });
+  if (sub == nullptr) return false;
+  sub->encapsulation.clear();
+  return true;
+}
+
+bool plant_untagged(router& r, planted_fault& p) {
+  sub_bundle* sub = choose_sub(r, p, [](const sub_bundle& one) { return one.l2; });
+  if (sub == nullptr) return false;
+  sub->encapsulation = "untagged";
+  return true;
+}
+
+bool edit_huge_tag(capture& c, const router& r, planted_fault& p) {
+  const site s = find_site(r, p, [](const site& one) {
+    return has_older_chip(one) && !one.b->subs.empty() &&
+           one.b->subs.front().encapsulation.starts_with("dot1q ");
+  });
+  if (!s) return false;
+  const sub_bundle& sub = s.b->subs.front();
+  note_place(p, s, name_of(sub));
+  std::string& text = configuration(c);
+  const std::size_t stanza =
+      text.find(fmt::format("interface Bundle-Ether{}.{}", sub.bundle, sub.number));
+  const std::string_view words = " encapsulation dot1q ";
+  const std::size_t tag = stanza == std::string::npos ? stanza : text.find(words, stanza);
+  if (tag == std::string::npos) return false;
+  text.insert(tag + words.size(), "99999999999999999999");
+  return true;
+}
+
+// Descriptions are the one place where an operator's own text reaches the audit.
+bool edit_description(capture& c, const std::string& description) {
+  return replace_once(configuration(c), "description out of band", "description " + description);
+}
+
+bool edit_overlong(capture& c, const router&, planted_fault&) {
+  constexpr std::size_t megabytes = 8;
+  return edit_description(c, std::string(megabytes << 20U, 'x'));
+}
+
+bool edit_blanks(capture& c, const router&, planted_fault&) {
+  constexpr std::size_t too_many = 5000;
+  return edit_description(c, "out" + std::string(too_many, ' ') + "of band");
+}
+
+bool edit_binary(capture& c, const router& r, planted_fault&) {
+  const std::string bytes{"a\0b\xff\xfe\x80\xc3 \x1b[31m\x7f", 14};
+  // The forwarding tool's filter reads bytes as text; this line it drops, others it must keep.
+  for (const node& n : r.nodes)
+    replace_once(forwarding_objects(c, n, "lagport"), "uint32_t revision => 4",
+                 "char comment => " + bytes);
+  return edit_description(c, bytes);
+}
+
+// The catalogue ---------------------------------------------------------------------------------
+
+std::vector<fault> platform_faults() {
+  return {
+      {.name = "model-unknown",
+       .description = "the version banner names no known model",
+       .finding = "ERROR: Not able to get router type",
+       .shown = phase::start,
+       .hides = reach::router,
+       .stops_from = phase::collecting,
+       .plant = plant_model},
+      {.name = "unit-list-garbage",
+       .description = "the list of chip units names a node that cannot be",
+       .finding = "{}: Not able to get ASIC information",
+       .shown = phase::start,
+       .depth = -1,  // in front of the look at the model
+       .hides = reach::router,
+       .stops_from = phase::start,
+       .edit = edit_unit_list},
+      {.name = "inventory-garbage",
+       .description = "the list of nodes names one that cannot be",
+       .finding = "{}: nodeinfo init failed",
+       .shown = phase::start,
+       .depth = 1,
+       .hides = reach::router,
+       .stops_from = phase::collecting,
+       .edit = edit_inventory},
+      {.name = "node-not-final",
+       .description = "a line card with members is still booting; its members are unknown",
+       .finding =
+           "{node} is in BOOTING band, not ready yet, skipping TESSEL check on this location",
+       .shown = phase::start,
+       .depth = 0,
+       .hides = reach::node,
+       .stops_from = phase::consistency,
+       .plant = plant_band},
+      {.name = "asic-unknown",
+       .description = "a node has chips of no known family",
+       .finding = "INFO: Found unsupported ASIC {}x. TESSEL doesn't guarantee consistency check on "
+                  "this node {node}",
+       .shown = phase::start,
+       .depth = 70,
+       .hides = reach::node,
+       .plant = plant_unknown_asic},
+      {.name = "both-active",
+       .description = "both route processors of an aspen are in charge: no node is audited",
+       .finding = "INFO: Both RPs are in active mode & software may be different. Performed TESSEL "
+                  "check on current node, skipped {}",
+       .shown = phase::collecting,
+       .hides = reach::router,
+       .stops_from = phase::collecting,
+       .plant = plant_both_active,
+       .edit = edit_both_active},
+      {.name = "both-active-alone",
+       .description =
+           "both route processors of an aspen are in charge, and none knows of the other",
+       .finding = "{}: dump data failed",
+       .shown = phase::collecting,
+       .hides = reach::router,
+       .stops_from = phase::collecting,
+       .plant = plant_both_active,
+       .edit = edit_lone_active},
+      {.name = "node-id-garbage",
+       .description = "the tool that tells node ids fails",
+       .finding = "{}: dump data failed",
+       .shown = phase::collecting,
+       .hides = reach::router,
+       .stops_from = phase::collecting,
+       .edit = edit_node_id},
+      {.name = "board-silent",
+       .description = "the boards of an aspen do not tell their node ids",
+       .finding = "ERROR: Not able to get node id for {}",
+       .shown = phase::collecting,
+       .hides = reach::router,
+       .stops_from = phase::collecting,
+       .edit = edit_boards},
+      {.name = "node-unreachable",
+       .description = "nobody answers at the address of a line card",
+       .finding =
+           "INFO: DPA lagport object dont have any bundle data/no bundle member from, {node}",
+       .shown = phase::collecting,
+       .hides = reach::node,
+       .stops_from = phase::consistency,
+       .edit = edit_unreachable},
+  };
+}
+
+std::vector<fault> tool_faults() {
+  std::vector<fault> faults{
+      {.name = "tool-empty",
+       .description = "a tool prints nothing; =TOOL, lagmgr_table_show unless given",
+       .finding = "INFO: BMPI dont have any bundle data",
+       .depth = 5,
+       .hides = reach::router,
+       .deepest = 10,
+       .stops_from = phase::consistency,
+       .edit = edit_tool_empty,
+       .takes_argument = true},
+      {.name = "tool-missing",
+       .description = "a tool is not there; =TOOL, lagmgr_agent_show unless given",
+       .finding = "INFO: Bundlemgr PD dont have any bundle data",
+       .depth = 40,
+       .hides = reach::router,
+       .deepest = 41,
+       .stops_from = phase::consistency,
+       .edit = edit_tool_missing,
+       .takes_argument = true},
+      {.name = "pi-garbage",
+       .description = "the bundle manager shows a handle that is no number",
+       .finding = "{}: parse_bundle_info_PI failed",
+       .depth = 10,
+       .hides = reach::router,
+       .deepest = 10,
+       .stops_from = phase::consistency,
+       .edit = edit_pi_handle},
+      {.name = "pd-garbage",
+       .description = "the agent shows a LAG id that is no number",
+       .finding = "{}: dump_parse_bundle_info_PD failed",
+       .depth = 41,
+       .hides = reach::router,
+       .deepest = 41,
+       .stops_from = phase::consistency,
+       .plant = plant_pd_garbage},
+      {.name = "lagport-empty",
+       .description = "a node has no lagport objects and is left out",
+       .finding =
+           "INFO: DPA lagport object dont have any bundle data/no bundle member from, {node}",
+       .depth = 0,
+       .hides = reach::node,
+       .edit = edit_lagports},
+      {.name = "l1port-empty",
+       .description = "a node has no l1port objects; its members are unknown",
+       .finding = "INFO: DPA l1port object dont have any interface from, {node}",
+       .depth = 0,
+       .hides = reach::node,
+       .stops_from = phase::consistency,
+       .edit = edit_l1ports},
+      {.name = "l2port-empty",
+       .description = "a node has no l2port objects and is left out",
+       .finding = "INFO: DPA l2port object dont have any interface from, {node}",
+       .depth = 0,
+       .hides = reach::node,
+       .edit = edit_l2ports},
+      {.name = "l3intf-empty",
+       .description = "a node has no l3intf objects and is left out",
+       .finding = "INFO: DPA l3intf object dont have any interface from, {node}",
+       .depth = 0,
+       .hides = reach::node,
+       .edit = edit_l3intfs},
+      {.name = "chip-dump-empty",
+       .description = "the chip shell of one NPU prints nothing",
+       .finding =
+           "INFO: BCM hardware dont have any bundle data/no bundle member from Location {node}",
+       .depth = 70,
+       .hides = reach::node,
+       .edit = edit_chip_empty},
+      {.name = "tm-lag-cut",
+       .description = "a Jericho2 chip's list of LAGs breaks off in its first row",
+       .finding = "{}: parse tm_lag output failed Location {node}, NPU {}",
+       .depth = 71,
+       .hides = reach::node,
+       .stops_from = phase::consistency,
+       .edit = edit_tm_lag},
+      {.name = "diag-lag-garbage",
+       .description = "an older chip's list of LAGs holds a number of 5000 digits",
+       .finding = "{}: parse diag_lag output failed Location {node}, NPU {}",
+       .depth = 71,
+       .hides = reach::node,
+       .stops_from = phase::consistency,
+       .edit = edit_diag_lag},
+      {.name = "mtu-map-garbage",
+       .description = "a Jericho2 chip's MTU table has a row number of twenty digits",
+       .finding = "{}: dump_tables_per_npu failed {node}",
+       .depth = 71,
+       .hides = reach::node,
+       .stops_from = phase::consistency,
+       .edit = edit_mtu_map},
+  };
+  for (fault& one : faults) one.shown = phase::collecting;
+  return faults;
+}
+
+std::vector<fault> configuration_faults() {
+  return {
+      {.name = "config-no-banner",
+       .description = "the running configuration lacks its banner",
+       .finding = "PARSE-ERROR: Not able to find the start of the running config",
+       .shown = phase::collecting,
+       .depth = 3,
+       .hides = reach::node,  // without a start nobody looks for the end
+       .counted = false,
+       .edit = edit_no_banner},
+      {.name = "config-no-end",
+       .description = "the running configuration breaks off before its end line",
+       .finding = "PARSE-ERROR: Not able to find the end of the running config",
+       .shown = phase::collecting,
+       .depth = 4,
+       .hides = reach::nothing,
+       .counted = false,
+       .edit = edit_no_end},
+      {.name = "config-no-members",
+       .description = "no port of the running configuration is put into a bundle",
+       .finding = "INFO: No Bundle is configured/No member is added to Bundle",
+       .shown = phase::parsing,
+       .hides = reach::router,
+       .stops_from = phase::consistency,
+       .edit = edit_unconfigured},
+      {.name = "config-blanks",
+       .description = "a description of the running configuration has a run of 5000 blanks",
+       .finding = "{}: parse_running_config failed",
+       .shown = phase::parsing,
+       .depth = -1,
+       .hides = reach::router,
+       .stops_from = phase::consistency,
+       .edit = edit_blanks},
+      {.name = "config-duplicate",
+       .description = "the first bundle stands twice in the running configuration",
+       .finding = "DEBUG: Duplicate Key, ignoring cfg {}",
+       .shown = phase::parsing,
+       .hides = reach::nothing,
+       .counted = false,
+       .edit = edit_duplicate},
+      {.name = "sub-no-encapsulation",
+       .description = "a sub-bundle is configured without an encapsulation",
+       .finding = "{}: Dont have any encapsulation config.",
+       .shown = phase::parsing,
+       .depth = 2,
+       .plant = plant_no_encapsulation},
+      {.name = "sub-untagged",
+       .description = "a sub-bundle is configured to take untagged frames",
+       .finding =
+           "INFO: Found untagged encap config, SEM entry check for {bundle} will not be performed",
+       .shown = phase::parsing,
+       .depth = 2,
+       .plant = plant_untagged},
+      {.name = "sub-huge-tag",
+       .description = "a sub-bundle is configured with a VLAN of more than twenty digits",
+       .finding = "{}: verify_lif_rif_mac_mapping failed for {object}({}) NPU {},{node}",
+       .shown = phase::programming,
+       .depth = 80,
+       .edit = edit_huge_tag},
+      {.name = "scale-bundles",
+       .description = "1100 bundles without members are configured",
+       .finding = "INFO: Allowed {}bundles: {}, configured more: {}",
+       .depth = 0,
+       .hides = reach::nothing,
+       .edit = edit_many_bundles},
+      {.name = "scale-l2-subs",
+       .description = "a bundle has more layer 2 sub-bundles than are allowed, without hqos",
+       .finding = "INFO: Allowed l2 sub-bundles: {}, configured more: {}",
+       .depth = 0,
+       .hides = reach::nothing,
+       .plant = plant_many_l2_subs},
+      {.name = "scale-l3-subs",
+       .description = "a bundle has more layer 3 sub-bundles than are allowed, without hqos",
+       .finding = "INFO: Allowed l3 sub-bundles: {}, configured more: {}",
+       .depth = 0,
+       .hides = reach::nothing,
+       .plant = plant_many_l3_subs},
+      {.name = "overlong-line",
+       .description = "a description of eight megabytes in the running configuration",
+       .shown = phase::parsing,
+       .hides = reach::nothing,
+       .counted = false,
+       .edit = edit_overlong},
+      {.name = "binary-bytes",
+       .description = "NUL and broken UTF-8 in descriptions and object dumps",
+       .shown = phase::parsing,
+       .hides = reach::nothing,
+       .counted = false,
+       .edit = edit_binary},
+  };
+}
+
+}  // namespace
+
+std::vector<fault> collection_faults() {
+  std::vector<fault> all;
+  for (auto part : {platform_faults, tool_faults, configuration_faults})
+    for (fault& one : part()) all.push_back(one);
+  return all;
+}
+
+}  // namespace lab
