@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -382,6 +383,35 @@ TEST_F(Recording, ToolsFindTheirCompanionsAndEachOther) {
       "iface_show; cat /opt/nos/bin/table");
   EXPECT_EQ(recorded.out, "companion\ninner\ninner\ndata\n") << recorded.err;
   EXPECT_FALSE(is_kept("local/lagmgr_health")) << "the audit did not call it";
+}
+
+// Who is not root has no way back to the mounts of before.
+TEST_F(Recording, WorksWithoutRoot) {
+  if (geteuid() != 0) GTEST_SKIP() << "as all the others do";
+  const std::string folder = scratch_.path().string();
+  fs::permissions(scratch_.path(), fs::perms::all);
+  fs::copy_file(LAB_PROGRAM, scratch_.path() / "tessel-lab");
+  fs::permissions(scratch_.path() / "library", fs::perms::all);
+  const fs::path inner = script("inner",
+                                "/opt/nos/bin/sw_version_show; iface_show -i '.*';"
+                                " ssh 192.0.0.4 /opt/nos/bin/fwd_object_show -t lagport -D");
+  fs::permissions(inner, fs::perms::all);
+  const auto as_nobody = [&](const std::string& more) {
+    return run_shell("TESSEL_LAB_ROUTERS=" LAB_ROUTERS
+                     " timeout 60 setpriv --reuid 65534 --regid 65534 --clear-groups " +
+                     folder + "/tessel-lab run --logs " + folder + "/logs --library " + folder +
+                     "/library --host " + inner.string() + " " + more);
+  };
+  fs::create_directory(scratch_.path() / "logs");
+  fs::permissions(scratch_.path() / "logs", fs::perms::all);
+  const outcome plain = as_nobody("birch-small");
+  if (plain.status == lab::missing_privileges || plain.status == 126 || plain.status == 127)
+    GTEST_SKIP() << plain.err;
+  const outcome recorded = as_nobody("birch-small --record " + folder + "/cap");
+  EXPECT_EQ(recorded.status, 0) << recorded.err;
+  EXPECT_EQ(recorded.out, plain.out);
+  EXPECT_THAT(recorded.out, HasSubstr("lagport element 0"));
+  EXPECT_EQ(as_nobody(folder + "/cap").out, plain.out);
 }
 
 }  // namespace
