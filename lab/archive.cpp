@@ -89,15 +89,6 @@ void write_entry(const fs::path& folder, const place_in_capture& where, const st
 
 }  // namespace
 
-bool is_packed(const fs::path& file) {
-  constexpr std::string_view magic = "\x28\xb5\x2f\xfd";
-  if (!fs::is_regular_file(file)) return false;
-  std::string head(magic.size(), '\0');
-  std::ifstream(file, std::ios::binary)
-      .read(head.data(), static_cast<std::streamsize>(head.size()));
-  return head == magic;
-}
-
 void pack_folder(const fs::path& folder, const fs::path& out) {
   read_manifest(folder);  // refuses what is no capture
   build_beside(out, [&](const fs::path& building) {
@@ -140,6 +131,13 @@ capture read_packed(const fs::path& file) {
   capture head = parse_manifest(manifest, file.string() + ": manifest");
   head.answers = std::move(c.answers);
   return head;
+}
+
+capture read_capture(const fs::path& folder_or_file) {
+  if (fs::is_regular_file(folder_or_file)) return read_packed(folder_or_file);
+  if (!fs::is_directory(folder_or_file))
+    throw lab_error(fmt::format("{}: there is no such capture", folder_or_file.string()));
+  return read_folder(folder_or_file);
 }
 
 }  // namespace lab

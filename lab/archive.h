@@ -16,9 +16,6 @@
 
 namespace lab {
 
-// True if the file begins as a packed capture does.
-bool is_packed(const std::filesystem::path& file);
-
 // Both are built beside `out` and renamed at the end. They throw `lab_error` if `out` exists,
 // cannot be written or what is read is no capture; nothing half written stays.
 void pack_folder(const std::filesystem::path& folder, const std::filesystem::path& out);
@@ -26,5 +23,8 @@ void unpack_folder(const std::filesystem::path& file, const std::filesystem::pat
 
 // Reads a packed capture into memory. Throws `lab_error`.
 capture read_packed(const std::filesystem::path& file);
+
+// The same for a capture of either form.
+capture read_capture(const std::filesystem::path& folder_or_file);
 
 }  // namespace lab

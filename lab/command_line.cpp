@@ -54,6 +54,8 @@ constexpr std::array subcommands{
         "given\n"
         "      --keep-calls FILE                     list every tool call there\n"
         "      --real-ssh                            nodes in network namespaces, behind OpenSSH\n"
+        "      --latency CLASS=TIME,...              tools answer late: "
+        "ssh=150ms,chip=0.3s,all=5ms\n"
         "      --record OUT                          record that router while it is audited\n"
         "      -- HOST ARGS                          for the host\n",
         run_command},
@@ -71,6 +73,17 @@ constexpr std::array subcommands{
         pack_command},
     subcommand{"unpack", "  tessel-lab unpack PACKED OUT              make a capture of it again\n",
                unpack_command},
+    subcommand{
+        "redact",
+        "  tessel-lab redact CAPTURE OUT             a capture without addresses, descriptions\n"
+        "                                            and secrets, with the same findings\n",
+        redact_command},
+    subcommand{
+        "diff",
+        "  tessel-lab diff A B                       which layers, nodes and bundles changed\n"
+        "                                            between two captures; status 0: none,\n"
+        "                                            1: some, 2: a capture cannot be read\n",
+        diff_command},
 };
 
 int help() {

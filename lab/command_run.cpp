@@ -8,6 +8,7 @@
 #include "archive.h"
 #include "capture.h"
 #include "commands.h"
+#include "latency.h"
 #include "namespace_run.h"
 #include "render.h"
 
@@ -101,14 +102,27 @@ void set_answers(const option_values& o, run_request& request) {
   if (request.real_ssh) request.nodes = nodes_behind_ssh(request.answers, ssh_faults);
 }
 
+// The tools read it themselves.
+void set_latencies(const option_values& o) {
+  unsetenv(latency_variable);
+  if (!o.has("--latency")) return;
+  const std::string told = o.value_of("--latency");
+  try {
+    parse_latencies(told);
+  } catch (const lab_error& failure) {
+    throw usage_error(fmt::format("run: {}", failure.what()));
+  }
+  setenv(latency_variable, told.c_str(), 1);
+}
+
 }  // namespace
 
 int run_command(const std::vector<std::string>& arguments) {
-  const option_values o = parse_options(
-      arguments,
-      {.with_value = {"--fault", "--logs", "--host", "--library", "--keep-calls", "--record"},
-       .flags = {"--real-ssh"},
-       .rest = true});
+  const option_values o =
+      parse_options(arguments, {.with_value = {"--fault", "--logs", "--host", "--library",
+                                               "--keep-calls", "--record", "--latency"},
+                                .flags = {"--real-ssh"},
+                                .rest = true});
   expect_operands(o, 1, "ROUTER or CAPTURE");
   run_request request;
   set_answers(o, request);
@@ -118,6 +132,7 @@ int run_command(const std::vector<std::string>& arguments) {
   request.logs = logs_folder(o.value_of("--logs"));
   request.calls = calls_file(o.value_of("--keep-calls"));
   request.record = record_place(o.value_of("--record"));
+  set_latencies(o);
   request.host_arguments = o.rest;
   return run_in_namespace(request);
 }

@@ -21,6 +21,8 @@ int run_command(const std::vector<std::string>& arguments);
 int record_command(const std::vector<std::string>& arguments);
 int pack_command(const std::vector<std::string>& arguments);
 int unpack_command(const std::vector<std::string>& arguments);
+int redact_command(const std::vector<std::string>& arguments);
+int diff_command(const std::vector<std::string>& arguments);
 
 // What several of them share ---------------------------------------------------------------------
 

@@ -25,6 +25,7 @@
 #include <thread>
 
 #include "child.h"
+#include "latency.h"
 #include "mounts.h"
 #include "router.h"
 
@@ -200,7 +201,12 @@ std::string server_settings(const ssh_node& node, bool calls_are_kept) {
       "MaxStartups 10000\n"
       "MaxSessions 10000\n",
       node.address);
-  if (calls_are_kept) text += "SetEnv TESSEL_LAB_CALLS=/opt/nos/calls\n";
+  // The server heeds the first line of a kind alone.
+  std::string variables;
+  if (calls_are_kept) variables += " TESSEL_LAB_CALLS=/opt/nos/calls";
+  if (const char* told = std::getenv(latency_variable))
+    variables += fmt::format(" {}={}", latency_variable, told);
+  if (!variables.empty()) text += "SetEnv" + variables + "\n";
   if (node.answer == node_answer::half) text += "ForceCommand exec /opt/nos/ssh/close\n";
   return text;
 }

@@ -13,8 +13,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <thread>
 
 #include "capture.h"
+#include "latency.h"
 #include "record_list.h"
 #include "router.h"
 
@@ -147,6 +149,14 @@ std::optional<int> serve_from_list(const std::string& file) {
   return answer.status;
 }
 
+void wait_as_told(const std::string& tool, const call& wanted) {
+  const char* told = std::getenv(latency_variable);
+  if (told == nullptr || *told == '\0') return;
+  const std::string remote_tool =
+      wanted.place == local_place ? std::string{} : wanted.file.substr(0, wanted.file.find(','));
+  std::this_thread::sleep_for(latency_of(parse_latencies(told), tool, remote_tool));
+}
+
 }  // namespace
 
 call resolve(const std::vector<std::string>& command) {
@@ -166,6 +176,7 @@ int serve(const std::vector<std::string>& command) {
   const std::string folder = capture_folder() + "/" + wanted.place;
   const std::string file = folder + "/" + wanted.file;
   try {
+    wait_as_told(tool_of(command), wanted);
     if (copy_file(file, STDOUT_FILENO)) return EXIT_SUCCESS;
     if (const auto status = serve_from_list(file)) return *status;
     const std::string shared = shared_file_name(wanted.file);

@@ -14,7 +14,8 @@
 // calls in (else /opt/nos/state).
 //
 // TESSEL_LAB_CAPTURE names the capture folder (else /opt/nos/capture). If TESSEL_LAB_CALLS names a
-// file, every call adds its command line to it.
+// file, every call adds its command line to it. TESSEL_LAB_LATENCY (latency.h) makes tools answer
+// late.
 #pragma once
 
 #include <string>

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 
 #include "capture.h"
@@ -74,6 +75,22 @@ TEST_F(Tools, AnswerForAllChipsUnlessOneHasItsOwn) {
   EXPECT_EQ(shell("asic_shell_show -c \"diag odd\" -u 0 -n 7").out, "all\n");
   EXPECT_EQ(shell("asic_shell_show -c \"diag odd\" -u 1 -n 7").out, "own\n");
   EXPECT_EQ(shell("asic_shell_show -c \"diag even\" -u 1 -n 7").status, 127);
+}
+
+TEST_F(Tools, AnswerLateIfToldTo) {
+  const auto seconds = [&](const char* latencies, const char* line) {
+    const auto begin = std::chrono::steady_clock::now();
+    const outcome told = shell(std::string{"export TESSEL_LAB_LATENCY="} + latencies + "\n" + line +
+                               " >/dev/null\n");
+    EXPECT_EQ(told.status, 0) << told.err;
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  };
+  const char* remote = "ssh 192.0.0.4 /opt/nos/bin/fwd_object_show -t lagport -D";
+  EXPECT_GE(seconds("lagmgr_health=0.3s", "lagmgr_health"), 0.3);
+  EXPECT_GE(seconds("ssh=150ms,fwd_object_show=150ms", remote), 0.3);
+  EXPECT_LT(seconds("lagmgr_health=20s,chip=20s", remote), 15);
+  EXPECT_EQ(shell("export TESSEL_LAB_LATENCY=soon\nlagmgr_health").err,
+            "lagmgr_health: latency \"soon\": no CLASS=TIME such as ssh=150ms\n");
 }
 
 TEST_F(Tools, AnswerMegabytesAndBytesThroughFileAndPipe) {

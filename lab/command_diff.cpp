@@ -1,0 +1,26 @@
+#include <fmt/format.h>
+
+#include <cstdlib>
+
+#include "archive.h"
+#include "commands.h"
+#include "diff.h"
+
+namespace lab {
+
+int diff_command(const std::vector<std::string>& arguments) {
+  constexpr int some_changed = 1;
+  constexpr int trouble = 2;
+  const option_values o = parse_options(arguments, {});
+  expect_operands(o, 2, "A B");
+  try {
+    const auto changes = changes_between(read_capture(o.operands[0]), read_capture(o.operands[1]));
+    fmt::print("{}", change_report(changes));
+    return changes.empty() ? EXIT_SUCCESS : some_changed;
+  } catch (const lab_error& failure) {
+    fmt::print(stderr, "tessel-lab: {}\n", failure.what());
+    return trouble;
+  }
+}
+
+}  // namespace lab

@@ -1,0 +1,224 @@
+#include "redact.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <set>
+#include <string_view>
+#include <vector>
+
+#include "record_list.h"
+#include "redact_addresses.h"
+
+namespace lab {
+namespace {
+
+// One kind of thing: what it was to what stands there now.
+class replacements {
+ public:
+  explicit replacements(std::string prefix) : prefix_(std::move(prefix)) {}
+
+  std::string of(std::string_view original) {
+    const auto next = known_.size() + 1;
+    const auto [found, added] = known_.try_emplace(std::string{original});
+    if (added) found->second = fmt::format("{}-{}", prefix_, next);
+    return found->second;
+  }
+  std::size_t size() const { return known_.size(); }
+
+ private:
+  std::string prefix_;
+  std::map<std::string, std::string, std::less<>> known_;
+};
+
+struct word_place {
+  std::size_t begin = 0;
+  std::size_t size = 0;
+};
+
+std::vector<word_place> words_in(std::string_view line) {
+  std::vector<word_place> words;
+  std::size_t at = 0;
+  while ((at = line.find_first_not_of(" \t\r", at)) != std::string_view::npos) {
+    const std::size_t end = std::min(line.find_first_of(" \t\r", at), line.size());
+    words.push_back({at, end - at});
+    at = end;
+  }
+  return words;
+}
+
+template <std::size_t Size>
+bool among(const std::array<std::string_view, Size>& list, std::string_view word) {
+  return std::find(list.begin(), list.end(), word) != list.end();
+}
+
+class text_redactor {
+ public:
+  explicit text_redactor(address_redactor& addresses) : addresses_(addresses) {}
+
+  std::string redacted(const std::string& file, const std::string& text) {
+    const bool is_configuration = file.starts_with("cfg_render");
+    const bool is_banner = file.starts_with("sw_version_show");
+    std::string out;
+    std::string_view rest = text;
+    while (!rest.empty()) {
+      const std::size_t end = rest.find('\n');
+      const std::string_view line = rest.substr(0, end);
+      if (is_configuration)
+        add_configuration_line(line, out);
+      else if (is_banner)
+        add_version_line(line, out);
+      else
+        add_line(line, out);
+      if (end == std::string_view::npos) break;
+      out += '\n';
+      rest.remove_prefix(end + 1);
+    }
+    return addresses_.redacted(out);
+  }
+
+  redaction_counts counts() const {
+    return {addresses_.addresses(), addresses_.macs(), texts_.size(),
+            names_.size(),          secrets_.size(),   serials_.size()};
+  }
+
+ private:
+  // The line with everything from this place on replaced.
+  void add_up_to(std::string_view line, std::size_t begin, replacements& kind, std::string& out) {
+    out.append(line.substr(0, begin));
+    out += kind.of(line.substr(begin));
+  }
+
+  // A described port's listing: "  Description: to the core".
+  void add_line(std::string_view line, std::string& out) {
+    constexpr std::string_view mark = "Description:";
+    const std::size_t first = line.find_first_not_of(" \t");
+    if (first != std::string_view::npos && line.substr(first).starts_with(mark)) {
+      const std::size_t begin = line.find_first_not_of(" \t", first + mark.size());
+      if (begin != std::string_view::npos) return add_up_to(line, begin, texts_, out);
+    }
+    out.append(line);
+  }
+
+  // "NAME uptime is", and serial numbers.
+  void add_version_line(std::string_view line, std::string& out) {
+    const std::vector<word_place> words = words_in(line);
+    std::vector<bool> replaced(words.size());
+    const auto word = [&](std::size_t i) { return line.substr(words[i].begin, words[i].size); };
+    std::size_t copied = 0;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+      const bool is_name = i == 0 && words.size() > 2 && word(1) == "uptime" && word(2) == "is";
+      const bool is_serial = i > 0 && (word(i - 1) == "serial" || word(i - 1) == "Serial" ||
+                                       word(i - 1) == "SN:" || word(i - 1) == "number:");
+      if (!is_name && !is_serial) continue;
+      out.append(line.substr(copied, words[i].begin - copied));
+      out += is_name ? names_.of(word(i)) : serials_.of(word(i));
+      copied = words[i].begin + words[i].size;
+    }
+    out.append(line.substr(copied));
+  }
+
+  void add_configuration_line(std::string_view line, std::string& out) {
+    if (banner_end_ != '\0') return add_within_banner(line, 0, out);
+    const std::vector<word_place> words = words_in(line);
+    if (words.empty()) {
+      out.append(line);
+      return;
+    }
+    const auto word = [&](std::size_t i) { return line.substr(words[i].begin, words[i].size); };
+    if (word(0) == "banner" && words.size() > 2) {
+      banner_end_ = word(2).front();
+      out.append(line.substr(0, words[2].begin + 1));
+      return add_within_banner(line, words[2].begin + 1, out);
+    }
+    for (std::size_t i = 0; i + 1 < words.size(); ++i) {
+      if (among(text_words, word(i)) ||
+          (word(0) == "snmp-server" && (word(i) == "contact" || word(i) == "location")))
+        return add_up_to(line, words[i + 1].begin, texts_, out);
+      if (is_name_word(line, words, i)) return add_up_to(line, words[i + 1].begin, names_, out);
+      if (is_user_word(line, words, i)) {
+        out.append(line.substr(0, words[i + 1].begin));
+        out += names_.of(word(i + 1));
+        return add_secrets(line, words, i + 2, words[i + 1].begin + words[i + 1].size, out);
+      }
+      if (among(secret_words, word(i))) return add_secrets(line, words, i + 1, 0, out);
+    }
+    if (word(0) == "snmp-server" && words.size() > 3 && word(1) == "host")
+      return add_secrets(line, words, 3, 0, out);
+    out.append(line);
+  }
+
+  // "hostname X", "domain name X", and who changed the configuration.
+  static bool is_name_word(std::string_view line, const std::vector<word_place>& words,
+                           std::size_t i) {
+    const auto word = [&](std::size_t n) { return line.substr(words[n].begin, words[n].size); };
+    if (i == 0 && word(0) == "hostname") return true;
+    if (i == 1 && word(0) == "domain" && (word(1) == "name" || word(1) == "list")) return true;
+    return word(0).starts_with("!!") && word(i) == "by" && i + 2 == words.size();
+  }
+
+  static bool is_user_word(std::string_view line, const std::vector<word_place>& words,
+                           std::size_t i) {
+    const auto word = [&](std::size_t n) { return line.substr(words[n].begin, words[n].size); };
+    return word(i) == "username" || (i == 1 && word(0) == "snmp-server" && word(1) == "user");
+  }
+
+  // `copied` bytes of the line are done. Whatever stands behind the word that announces a secret,
+  // but for its kind and its rights.
+  void add_secrets(std::string_view line, const std::vector<word_place>& words, std::size_t from,
+                   std::size_t copied, std::string& out) {
+    for (std::size_t i = from; i < words.size(); ++i) {
+      const std::string_view word = line.substr(words[i].begin, words[i].size);
+      const bool is_number = word.size() <= 2 && std::all_of(word.begin(), word.end(), [](char c) {
+                               return c >= '0' && c <= '9';
+                             });
+      if (is_number || among(secret_words, word) || among(harmless_words, word)) continue;
+      out.append(line.substr(copied, words[i].begin - copied));
+      out += secrets_.of(word);
+      copied = words[i].begin + words[i].size;
+    }
+    out.append(line.substr(copied));
+  }
+
+  // One replacement for each line, so that the number of lines stays.
+  void add_within_banner(std::string_view line, std::size_t begin, std::string& out) {
+    const std::size_t end = line.find(banner_end_, begin);
+    const std::string_view text = line.substr(begin, end - begin);
+    if (!text.empty()) out += texts_.of(text);
+    if (end == std::string_view::npos) return;
+    banner_end_ = '\0';
+    out.append(line.substr(end));
+  }
+
+  static constexpr std::array<std::string_view, 3> text_words{"description", "remark", "alias"};
+  static constexpr std::array<std::string_view, 9> secret_words{
+      "password",       "secret",     "key",      "key-string", "community",
+      "pre-shared-key", "passphrase", "auth-key", "md5"};
+  static constexpr std::array<std::string_view, 17> harmless_words{
+      "encrypted", "clear",   "ro", "rw",      "RO",     "RW",   "SystemOwner", "LROwner", "chain",
+      "traps",     "informs", "2c", "version", "noauth", "auth", "priv",        "udp-port"};
+
+  address_redactor& addresses_;
+  replacements texts_{"text"};
+  replacements names_{"name"};
+  replacements secrets_{"secret"};
+  replacements serials_{"serial"};
+  char banner_end_ = '\0';
+};
+
+}  // namespace
+
+redaction_counts redact(capture& c) {
+  std::set<std::string, std::less<>> kept;
+  for (const auto& [address, name] : c.nodes) kept.insert(address);
+  for (const auto& [key, text] : c.answers) kept.insert(key.first);
+  address_redactor addresses(std::move(kept));
+  text_redactor texts(addresses);
+  for (auto& [key, text] : c.answers)
+    if (!key.second.ends_with(list_suffix)) text = texts.redacted(key.second, text);
+  return texts.counts();
+}
+
+}  // namespace lab

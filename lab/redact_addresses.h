@@ -1,0 +1,33 @@
+// Finds addresses in a text and replaces them: one scan, whatever the text's size.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace lab {
+
+class address_redactor {
+ public:
+  // `kept` are addresses that stay.
+  explicit address_redactor(std::set<std::string, std::less<>> kept) : kept_(std::move(kept)) {}
+
+  std::string redacted(std::string_view text);
+
+  std::size_t addresses() const { return ipv4_.size() + ipv6_.size(); }
+  std::size_t macs() const { return macs_.size(); }
+
+ private:
+  bool replace(std::string_view word, std::string& out);
+  std::string mac_for(std::uint64_t mac, bool upper_case, char separator);
+
+  std::set<std::string, std::less<>> kept_;
+  std::unordered_map<std::uint32_t, std::size_t> ipv4_;
+  std::unordered_map<std::string, std::size_t> ipv6_;
+  std::unordered_map<std::uint64_t, std::uint64_t> macs_;  // all but the low bits
+};
+
+}  // namespace lab

@@ -1,0 +1,130 @@
+#include "diff.h"
+
+#include <gtest/gtest.h>
+
+#include "diff_names.h"
+#include "support.h"
+
+namespace {
+
+using namespace lab;
+
+capture birch() {
+  return lab_test::rendered_router("birch-small").c;
+}
+
+void replace_in(std::string& text, const std::string& from, const std::string& to) {
+  const std::size_t at = text.find(from);
+  ASSERT_NE(at, std::string::npos) << from;
+  text.replace(at, from.size(), to);
+}
+
+const std::string dpa = "fwd_object_show -t lagport -D";
+
+TEST(Changes, OfNothingAreNone) {
+  EXPECT_TRUE(changes_between(birch(), birch()).empty());
+  EXPECT_EQ(change_report({}), "No layer changed.\n");
+}
+
+TEST(Changes, TellLayerNodeAndBundle) {
+  capture b = birch();
+  replace_in(answer_to(b, "192.0.0.6", dpa), "lag_id => 0x1\n", "lag_id => 0x401\n");
+  const auto changes = changes_between(birch(), b);
+  ASSERT_EQ(changes.size(), 1U);
+  EXPECT_EQ(changes[0].layer, "DPA");
+  EXPECT_EQ(changes[0].where, "0/0/CPU0");
+  EXPECT_EQ(changes[0].named, std::set<std::string>{"BE1"});
+  EXPECT_EQ(changes[0].lines, 2U);
+  EXPECT_EQ(change_report(changes),
+            "layer          node                lines  about\n"
+            "DPA            0/0/CPU0                2  BE1\n");
+}
+
+TEST(Changes, StandInTheOrderOfTheLayers) {
+  capture b = birch();
+  const std::string health = "lagmgr_health";
+  const std::string chip = "asic_shell_show -c \"diag lag\" -u 1 -n 0";
+  answer(b, "local", health, "another\n");
+  answer(b, "local", chip, answer_to(b, "local", chip) + "one more\n");
+  replace_in(answer_to(b, "local", "cfg_render -c -l 1 -t 1 -o 1"), " description customer port",
+             " description another port");
+  replace_in(answer_to(b, "local", "lagmgr_table_show -d -P 0x0 -N all -L 0x3 -O all"),
+             "Operational MTU                  9216", "Operational MTU                  1500");
+  const auto changes = changes_between(birch(), b);
+  ASSERT_EQ(changes.size(), 4U);
+  EXPECT_EQ(changes[0].layer, "configuration");
+  EXPECT_EQ(changes[0].named, std::set<std::string>{"BE2"});
+  EXPECT_EQ(changes[1].layer, "PI");
+  EXPECT_EQ(changes[1].named, std::set<std::string>{"BE1"});
+  EXPECT_EQ(changes[2].layer, "BCM");
+  EXPECT_EQ(changes[2].where, "0/0/CPU0 NPU 1");
+  EXPECT_TRUE(changes[2].named.empty());
+  EXPECT_EQ(changes[2].asked, std::set<std::string>{"asic_shell_show -c diag lag -u 1 -n 0"});
+  EXPECT_EQ(changes[3].layer, "bundle health");
+}
+
+TEST(Changes, ThatComeByThemselvesAreNone) {
+  capture b = birch();
+  replace_in(answer_to(b, "local", "iface_show -i .*"), "1234567 packets", "1234568 packets");
+  replace_in(answer_to(b, "local", "plat_nodes_show -v"), "12w3d", "13w1d");
+  replace_in(answer_to(b, "local", "sw_version_show"), "12 weeks", "13 weeks");
+  replace_in(answer_to(b, "local", "cfg_render -c -l 1 -t 1 -o 1"), "11:02:13", "11:02:14");
+  EXPECT_TRUE(changes_between(birch(), b).empty());
+}
+
+TEST(Changes, InTheOrderOfLinesAreNone) {
+  capture a;
+  capture b;
+  answer(a, "local", "ifmgr_show database", "0x1 Hu0/0/0/0 x\n0x2 Hu0/0/0/1 y\n");
+  answer(b, "local", "ifmgr_show database", "0x2 Hu0/0/0/1 y\n0x1 Hu0/0/0/0 x\n");
+  EXPECT_TRUE(changes_between(a, b).empty());
+  answer(b, "local", "ifmgr_show database", "0x2 Hu0/0/0/1 y\n0x1 Hu0/0/0/0 x\n0x1 Hu0/0/0/0 x\n");
+  EXPECT_EQ(changes_between(a, b).at(0).named, std::set<std::string>{"Hu0/0/0/0"});
+}
+
+TEST(Changes, TellWhatOnlyOneCaptureWasAsked) {
+  capture a = birch();
+  capture b = birch();
+  a.answers.erase({"local", "lagmgr_health"});
+  const auto changes = changes_between(a, b);
+  ASSERT_EQ(changes.size(), 1U);
+  EXPECT_EQ(*changes[0].asked.begin(), "lagmgr_health (B only)");
+  EXPECT_EQ(*changes_between(b, a)[0].asked.begin(), "lagmgr_health (A only)");
+}
+
+TEST(Changes, OfStatusOrOfFurtherAnswersAreTold) {
+  capture a;
+  capture b;
+  answer(a, "local", "lagmgr_health", "fine\n");
+  b.answers[{"local", "lagmgr_health;1"}] = "fine\n";
+  b.answers[{"local", "lagmgr_health;answers"}] = "3 1\n";
+  EXPECT_EQ(changes_between(a, b).size(), 1U);
+  EXPECT_EQ(changes_between(a, b)[0].lines, 2U) << "the head of the list and its line";
+}
+
+TEST(Changes, OfManyNodesFitOnAScreen) {
+  std::vector<layer_change> many(
+      50,
+      layer_change{"DPA", "0/0/CPU0", {"BE1", "BE2", "BE3", "BE4", "BE5", "BE6", "BE7"}, {}, 9});
+  const std::string report = change_report(many);
+  EXPECT_EQ(std::count(report.begin(), report.end(), '\n'), 22);
+  EXPECT_NE(report.find("BE1, BE2, BE3, BE4, BE5, 2 more\n"), std::string::npos);
+  EXPECT_NE(report.find("... and 30 more\n"), std::string::npos);
+}
+
+TEST(OwnersOfLines, AreNamedInTheLineOrItsBlock) {
+  const handle_names names{{"0x3000004", "BE1"}, {"0x1000040", "Hu0/0/0/0"}};
+  const auto owner = [&](const char* text, std::size_t line) {
+    return lines_with_owners(text, names).at(line).owner;
+  };
+  EXPECT_EQ(owner("interface Bundle-Ether12.7\n mtu 9000\n!\n", 1), "BE12.7");
+  EXPECT_EQ(owner("lagport element 0\n intf => 0x3000004\n mifh => 0x1000040\n\n", 0), "BE1");
+  EXPECT_EQ(owner("lagport element 0\n intf => 0x3000004\n mifh => 0x1000040\n\n", 2), "BE1");
+  EXPECT_EQ(owner("interface HundredGigE0/0/0/1\n bundle id 1\n!\n", 1), "HundredGigE0/0/0/1");
+  EXPECT_EQ(owner("a BE1\nb BE2.100 x\nc\n", 1), "BE2.100");
+  EXPECT_EQ(owner("a BE1\nb BE2.100 x\nc\n", 2), "BE1");
+  EXPECT_EQ(owner("first BE1\n\nsecond\n", 1), "");
+  EXPECT_EQ(owner("0x30000040 MYBE1 BEx 12/3\n", 0), "");
+}
+
+}  // namespace

@@ -1,0 +1,60 @@
+#include "latency.h"
+
+#include <gtest/gtest.h>
+
+#include "router.h"
+#include "support.h"
+
+namespace {
+
+using namespace lab;
+using namespace std::chrono_literals;
+
+TEST(Latencies, AreToldByClass) {
+  const auto all = parse_latencies("ssh=150ms,chip=0.3s,cfg_render=2s,all=5ms");
+  EXPECT_EQ(latency_of(all, "asic_shell_show", ""), 300ms);
+  EXPECT_EQ(latency_of(all, "cfg_render", ""), 2s);
+  EXPECT_EQ(latency_of(all, "iface_show", ""), 5ms);
+  EXPECT_EQ(latency_of(all, "ssh", "fwd_object_show"), 155ms);
+  EXPECT_EQ(latency_of(all, "ssh", "asic_shell_show"), 450ms);
+}
+
+TEST(Latencies, ThatNobodyNamedAreNone) {
+  EXPECT_EQ(latency_of({}, "iface_show", ""), 0us);
+  EXPECT_EQ(latency_of(parse_latencies("chip=1s"), "ssh", "fwd_object_show"), 0us);
+  EXPECT_EQ(latency_of(parse_latencies("all=1s"), "ssh", "fwd_object_show"), 2s);
+  EXPECT_EQ(latency_of(parse_latencies("all=1s,fwd_object_show=0ms"), "ssh", "fwd_object_show"),
+            1s);
+}
+
+TEST(Latencies, ThatAreWrongAreNamed) {
+  struct row {
+    const char* text;
+    const char* message;
+  };
+  const row rows[] = {
+      {"", "latency \"\": no CLASS=TIME such as ssh=150ms"},
+      {"ssh", "latency \"ssh\": no CLASS=TIME such as ssh=150ms"},
+      {"ssh=1ms,", "latency \"\": no CLASS=TIME such as ssh=150ms"},
+      {"rsh=1ms", "latency \"rsh=1ms\": \"rsh\" is neither a tool nor one of ssh, chip and all"},
+      {"ssh=150", "latency \"ssh=150\": a time needs its unit, as in 150ms or 0.15s"},
+      {"ssh=", "latency \"ssh=\": a time needs its unit, as in 150ms or 0.15s"},
+      {"ssh=ms", "latency \"ssh=ms\": no time such as 150ms or 0.15s"},
+      {"ssh=-1ms", "latency \"ssh=-1ms\": no time such as 150ms or 0.15s"},
+      {"ssh=1e3ms", "latency \"ssh=1e3ms\": no time such as 150ms or 0.15s"},
+      {"ssh=nans", "latency \"ssh=nans\": no time such as 150ms or 0.15s"},
+      {"ssh=infs", "latency \"ssh=infs\": no time such as 150ms or 0.15s"},
+      {"ssh=601s", "latency \"ssh=601s\": more than 600s"},
+      {"chip=1s,asic_shell_show=1s", "latency \"asic_shell_show=1s\": named twice"},
+  };
+  for (const row& r : rows) {
+    try {
+      parse_latencies(r.text);
+      ADD_FAILURE() << r.text << " was taken";
+    } catch (const lab_error& refused) {
+      EXPECT_STREQ(refused.what(), r.message);
+    }
+  }
+}
+
+}  // namespace

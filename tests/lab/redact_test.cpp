@@ -1,0 +1,186 @@
+#include "redact.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "redact_addresses.h"
+#include "support.h"
+
+namespace {
+
+using namespace lab;
+using testing::HasSubstr;
+using testing::Not;
+
+std::string addresses_of(const std::string& text) {
+  address_redactor r({"192.0.0.6"});
+  return r.redacted(text);
+}
+
+TEST(RedactedAddresses, AreReplacedInEveryNotation) {
+  struct row {
+    const char* why;
+    const char* text;
+    const char* redacted;
+  };
+  const row rows[] = {
+      {"an address and its mask", "ipv4 address 10.0.0.2 255.255.255.0",
+       "ipv4 address 240.0.0.1 255.255.255.0"},
+      {"equal ones stay equal", "10.0.0.2 10.0.0.3 10.0.0.2", "240.0.0.1 240.0.0.2 240.0.0.1"},
+      {"a prefix", "10.1.0.0/16,10.2.0.0/16", "240.0.0.1/16,240.0.0.2/16"},
+      {"at the end of a sentence", "from 10.0.0.2. Then", "from 240.0.0.1. Then"},
+      {"in brackets", "(10.0.0.2)[10.0.0.2]", "(240.0.0.1)[240.0.0.1]"},
+      {"a node's own", "ssh 192.0.0.6 x 192.0.0.66", "ssh 192.0.0.6 x 240.0.0.1"},
+      {"IPv6", "ipv6 address 2001:db8:7::1/64 fe80::1",
+       "ipv6 address 2001:db8::0:1/64 2001:db8::0:2"},
+      {"one IPv6 address in two spellings", "FD00:0::1 fd00::1", "2001:db8::0:1 2001:db8::0:1"},
+      {"a network ahead of its length", "fd00::/8", "2001:db8::0:1/8"},
+      {"a MAC of the bundle manager and of the forwarding layer",
+       "0026.5e00.0a02 00:26:5e:00:0a:02", "02aa.0000.0202 02:aa:00:00:02:02"},
+      {"MACs that differ in the upper part still do", "0026.5e00.0a02 0026.5f00.0a02",
+       "02aa.0000.0202 02aa.0000.0602"},
+      {"MACs that differ in the low ten bits still do", "0026.5e00.0a02 0026.5e00.0a03",
+       "02aa.0000.0202 02aa.0000.0203"},
+      {"MACs that differ in case still do", "00:26:5E:00:0A:02 00:26:5e:00:0a:02",
+       "02:AA:00:00:02:02 02:aa:00:00:02:02"},
+  };
+  for (const row& r : rows) EXPECT_EQ(addresses_of(r.text), r.redacted) << r.why;
+}
+
+TEST(RedactedAddresses, AreNotFoundInOtherThings) {
+  for (const char* text : {"version 7.3.2",
+                           "0/RP0/CPU0",
+                           "HundredGigE0/0/0/1.100",
+                           "BE1.100",
+                           "0x3000004",
+                           "1.2.3",
+                           "11:02:13",
+                           "a::b_c",
+                           "lag_id => 0x401",
+                           "deadbeef",
+                           "300.1.1.1",
+                           "1.2.3.4.5",
+                           "::",
+                           "x::",
+                           "0026.5e00.0a0",
+                           "10.0.0.2x",
+                           "v10.0.0.2.1-3",
+                           "255.255.255.252",
+                           "0.0.0.255",
+                           "...",
+                           ":",
+                           "",
+                           "0:dpa_intf_t mifh",
+                           "\n\n",
+                           "12w3d",
+                           "MY_MAC=0x5602",
+                           "abc.def.ghi.jkl"})
+    EXPECT_EQ(addresses_of(text), text);
+}
+
+TEST(RedactedAddresses, LeaveAllOtherBytesAlone) {
+  std::string text;
+  for (int i = 0; i < 65536; ++i) text += static_cast<char>(i * 7919 >> 4);
+  // With so many bytes of chance some look like a word, but nothing like an address.
+  EXPECT_EQ(addresses_of(text), text);
+}
+
+capture sample() {
+  capture c;
+  c.nodes = {{"192.0.0.6", "0/0/CPU0"}};
+  answer(c, "local", "cfg_render -c",
+         "!! Tarmac OS Configuration 7.3.2\n"
+         "!! Last configuration change at Mon Mar 10 11:02:13 2025 by jane\n"
+         "hostname core-7\n"
+         "domain name lab.example\n"
+         "banner motd ^C Keep out\n call Jane\n^C\n"
+         "username jane\n"
+         " group root-lr\n"
+         " secret 10 $6$abc\n"
+         " password 7 0822455D0A16\n"
+         "username joe password 7 0822455D0A16\n"
+         "snmp-server community s3cret RO\n"
+         "snmp-server location rack 7, Main Street\n"
+         "snmp-server host 10.9.9.9 traps version 2c s3cret\n"
+         "key chain backbone\n"
+         " key 1\n"
+         "  key-string password 1104001B\n"
+         "interface Bundle-Ether1\n"
+         " description to the core (key 1)\n"
+         " bundle minimum-active links 1\n"
+         " ipv4 address 10.1.1.1 255.255.255.252\n"
+         "!\n"
+         "interface Bundle-Ether1.100 l2transport\n"
+         " encapsulation dot1q 100\n"
+         "end\n");
+  answer(c, "local", "iface_show -i .*",
+         "Bundle-Ether1 is up, line protocol is up\n  Description: to the core (key 1)\n"
+         "  Internet address is 10.1.1.1/30\n  MTU 9216 bytes\n");
+  answer(c, "local", "sw_version_show",
+         "core-7 uptime is 12 weeks\nTarmac TR-BIRCH (x86_64) processor\n"
+         "Hardware revision 1.2, chassis serial FXC2210Q0ZT\n");
+  answer(c, "192.0.0.6", "fwd_object_show -t l2port -D",
+         "dpa_mac_t bia_mac => 00:26:5e:00:0a:02\n");
+  return c;
+}
+
+TEST(Redacted, HoldsNoSecretAndNoName) {
+  capture c = sample();
+  const redaction_counts counts = redact(c);
+  std::string all;
+  for (const auto& [key, text] : c.answers) all += text;
+  for (const char* gone : {"jane", "Jane", "joe", "core-7", "lab.example", "Keep out", "$6$abc",
+                           "0822455D0A16", "s3cret", "Main Street", "10.9.9.9", "1104001B",
+                           "to the core", "10.1.1.1", "FXC2210Q0ZT", "00:26:5e"})
+    EXPECT_THAT(all, Not(HasSubstr(gone)));
+  EXPECT_EQ(counts.addresses, 2U);
+  EXPECT_EQ(counts.macs, 1U);
+  EXPECT_EQ(counts.names, 4U);
+  EXPECT_EQ(counts.serials, 1U);
+}
+
+TEST(Redacted, KeepsWhatTheAuditReads) {
+  capture c = sample();
+  redact(c);
+  EXPECT_EQ(answer_to(c, "local", "cfg_render -c"),
+            "!! Tarmac OS Configuration 7.3.2\n"
+            "!! Last configuration change at Mon Mar 10 11:02:13 2025 by name-1\n"
+            "hostname name-2\n"
+            "domain name name-3\n"
+            "banner motd ^text-1\ntext-2\n^C\n"
+            "username name-1\n"
+            " group root-lr\n"
+            " secret 10 secret-1\n"
+            " password 7 secret-2\n"
+            "username name-4 password 7 secret-2\n"
+            "snmp-server community secret-3 RO\n"
+            "snmp-server location text-3\n"
+            "snmp-server host 240.0.0.1 traps version 2c secret-3\n"
+            "key chain secret-4\n"
+            " key 1\n"
+            "  key-string password secret-5\n"
+            "interface Bundle-Ether1\n"
+            " description text-4\n"
+            " bundle minimum-active links 1\n"
+            " ipv4 address 240.0.0.2 255.255.255.252\n"
+            "!\n"
+            "interface Bundle-Ether1.100 l2transport\n"
+            " encapsulation dot1q 100\n"
+            "end\n");
+  EXPECT_EQ(answer_to(c, "local", "iface_show -i .*"),
+            "Bundle-Ether1 is up, line protocol is up\n  Description: text-4\n"
+            "  Internet address is 240.0.0.2/30\n  MTU 9216 bytes\n");
+  EXPECT_EQ(answer_to(c, "local", "sw_version_show"),
+            "name-2 uptime is 12 weeks\nTarmac TR-BIRCH (x86_64) processor\n"
+            "Hardware revision 1.2, chassis serial serial-1\n");
+}
+
+TEST(Redacted, OfOneCaptureIsAlwaysTheSame) {
+  capture a = lab_test::rendered_router("birch-small").c;
+  capture b = a;
+  redact(a);
+  redact(b);
+  EXPECT_EQ(a.answers, b.answers);
+}
+
+}  // namespace
