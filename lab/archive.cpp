@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "archive_stream.h"
+#include "record_check.h"
 #include "router.h"
 
 namespace lab {
@@ -91,6 +92,7 @@ void write_entry(const fs::path& folder, const place_in_capture& where, const st
 
 void pack_folder(const fs::path& folder, const fs::path& out) {
   read_manifest(folder);  // refuses what is no capture
+  check_recording_folder(folder);
   build_beside(out, [&](const fs::path& building) {
     archive_writer archive(building);
     add_all(archive, folder, std::string{top_folder});
@@ -124,12 +126,16 @@ capture read_packed(const fs::path& file) {
     } else if (where.file == "manifest") {
       manifest = std::move(entry.text);
       has_manifest = true;
+    } else if (where.file == "calls") {
+      c.calls = std::move(entry.text);
     }
   });
   if (!has_manifest)
     throw lab_error(fmt::format("{}: no capture, there is no manifest in it", file.string()));
   capture head = parse_manifest(manifest, file.string() + ": manifest");
   head.answers = std::move(c.answers);
+  head.calls = std::move(c.calls);
+  check_recording(head, file);
   return head;
 }
 
@@ -137,7 +143,9 @@ capture read_capture(const fs::path& folder_or_file) {
   if (fs::is_regular_file(folder_or_file)) return read_packed(folder_or_file);
   if (!fs::is_directory(folder_or_file))
     throw lab_error(fmt::format("{}: there is no such capture", folder_or_file.string()));
-  return read_folder(folder_or_file);
+  capture c = read_folder(folder_or_file);
+  check_recording(c, folder_or_file);
+  return c;
 }
 
 }  // namespace lab

@@ -160,6 +160,7 @@ void write_files(const capture& c, const fs::path& folder) {
     made = key.first;
     write_file(place / key.second, text);
   }
+  if (!c.calls.empty()) write_file(folder / "calls", c.calls);
   write_manifest(c, folder);
 }
 
@@ -240,6 +241,7 @@ capture read_manifest(const fs::path& folder) {
 
 capture read_folder(const fs::path& folder) {
   capture c = read_manifest(folder);
+  if (fs::exists(folder / "calls")) c.calls = read_whole(folder / "calls");
   for (const auto& place : fs::directory_iterator(folder)) {
     if (!place.is_directory()) continue;
     for (const auto& file : fs::directory_iterator(place.path()))

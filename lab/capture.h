@@ -40,6 +40,7 @@ struct capture {
   std::uint32_t host_node_id = 4096;
   std::vector<std::pair<std::string, std::string>> nodes;  // address, node name
   std::vector<std::string> missing_tools;                  // tools that the router does not have
+  std::string calls;  // the list of a recording, empty if it was rendered
   // What the route processor does not let the audit do: folders stand in the way of these capture
   // files ("running_cfg" is /tmp/tessel_running_cfg.log), these logs have no room ("stale_entries"
   // is /var/log/tessel_stale_entries.log), and no file grows beyond so many bytes (0: as it likes).

@@ -10,6 +10,7 @@
 #include "commands.h"
 #include "latency.h"
 #include "namespace_run.h"
+#include "record_check.h"
 #include "render.h"
 
 namespace lab {
@@ -93,7 +94,8 @@ void set_answers(const option_values& o, run_request& request) {
     throw usage_error("run: a fault is planted into a router, not into a capture");
   if (fs::is_directory(what)) {
     request.folder = fs::absolute(what);
-    request.answers = read_manifest(request.folder);
+    request.answers = read_manifest(what);
+    check_recording_folder(what);
   } else if (is_file) {
     request.answers = read_packed(what);
   } else {

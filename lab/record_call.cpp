@@ -241,10 +241,29 @@ int move_all(stream& out, stream& err, pid_t tool, kept_call& kept) {
   return ended ? *ended : *wait_for_tool(tool, 0);
 }
 
+// A reader that goes away and a file that may not grow must not end the stand-in.
+class signal_actions {
+ public:
+  signal_actions() {
+    struct sigaction ignored {};
+    ignored.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &ignored, &pipe_);
+    sigaction(SIGXFSZ, &ignored, &file_size_);
+  }
+  void restore() const {
+    sigaction(SIGPIPE, &pipe_, nullptr);
+    sigaction(SIGXFSZ, &file_size_, nullptr);
+  }
+
+ private:
+  struct sigaction pipe_ {};
+  struct sigaction file_size_ {};
+};
+
 // The tool must find its streams and signals as if it had been called itself.
 [[noreturn]] void be_tool(const std::vector<std::string>& command, int out, int err,
-                          const struct sigaction& pipe_action) {
-  sigaction(SIGPIPE, &pipe_action, nullptr);
+                          const signal_actions& actions) {
+  actions.restore();
   dup2(out, STDOUT_FILENO);
   dup2(err, STDERR_FILENO);
   become_real_tool(command);
@@ -282,10 +301,7 @@ int record_call(const std::vector<std::string>& command) {
     become_real_tool(command);
   kept.open_output();
 
-  struct sigaction pipe_action {};
-  struct sigaction ignored {};
-  ignored.sa_handler = SIG_IGN;
-  sigaction(SIGPIPE, &ignored, &pipe_action);
+  const signal_actions actions;
   std::array<int, 2> out{};
   std::array<int, 2> err{};
   if (pipe2(out.data(), O_CLOEXEC) != 0 || pipe2(err.data(), O_CLOEXEC) != 0)
@@ -293,7 +309,7 @@ int record_call(const std::vector<std::string>& command) {
   fcntl(out[0], F_SETPIPE_SZ, static_cast<int>(pipe_size));
   const pid_t tool = fork();
   if (tool < 0) become_real_tool(command);
-  if (tool == 0) be_tool(command, out[1], err[1], pipe_action);
+  if (tool == 0) be_tool(command, out[1], err[1], actions);
   close(out[1]);
   close(err[1]);
   stream from_out{out[0], STDOUT_FILENO};

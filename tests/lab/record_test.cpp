@@ -7,14 +7,18 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 
+#include "archive.h"
 #include "capture.h"
 #include "child.h"
+#include "record_check.h"
 #include "record_list.h"
 #include "support.h"
 
 namespace {
 
+using namespace lab;
 namespace fs = std::filesystem;
 using lab_test::outcome;
 using lab_test::read_text;
@@ -44,6 +48,74 @@ TEST(AnswerList, ThatIsDamagedIsRefusedWithFileAndLine) {
     }
   }
   EXPECT_THROW(lab::parse_answer_list("", "f"), lab::lab_error);
+}
+
+capture recorded_sample() {
+  capture c;
+  c.answers[{"local", "cfg_render"}] = "text";
+  c.answers[{"local", "lagmgr_health;1"}] = "one";
+  c.answers[{"local", "lagmgr_health;2"}] = "two";
+  c.answers[{"local", "lagmgr_health;2;complaint"}] = "oh";
+  c.answers[{"local", "lagmgr_health;answers"}] = "0 1\n3 2 complains\n";
+  c.calls =
+      "# begin  duration  status  bytes  answer; times in seconds\n"
+      "0.000000 0.000100 0 4 local/cfg_render\n"
+      "0.000200 0.000100 0 3 local/lagmgr_health;1\n"
+      "- - cut-off 3 local/lagmgr_health;2\n";
+  return c;
+}
+
+TEST(RecordedCapture, MustHoldWhatItsCallsName) {
+  struct row {
+    const char* why;
+    std::function<void(capture&)> damage;
+    const char* message;
+  };
+  const auto without = [](const char* file) {
+    return [file](capture& c) { c.answers.erase({"local", file}); };
+  };
+  const row rows[] = {
+      {"whole", [](capture&) {}, ""},
+      {"no list of calls", [](capture& c) { c.calls.clear(); }, ""},
+      {"an answer", without("cfg_render"),
+       ": local/cfg_render is missing, which line 2 of calls names"},
+      {"a numbered answer", without("lagmgr_health;1"),
+       ": local/lagmgr_health;1 is missing, which line 3 of calls names"},
+      {"a list", without("lagmgr_health;answers"),
+       ": local/lagmgr_health;answers is missing, which line 3 of calls names"},
+      {"a complaint", without("lagmgr_health;2;complaint"),
+       ": local/lagmgr_health;2;complaint is missing, which local/lagmgr_health;answers names"},
+      {"a damaged list",
+       [](capture& c) {
+         c.answers[{"local", "lagmgr_health;answers"}] = "0 1\nx\n";
+       },
+       ": local/lagmgr_health;answers:2: no line \"STATUS NUMBER\""},
+      {"damaged calls", [](capture& c) { c.calls += "what\n"; }, ": calls:5: no call of a tool"},
+      {"calls that are cut off", [](capture& c) { c.calls.pop_back(); },
+       ": calls:4: no call of a tool"},
+  };
+  for (const row& r : rows) {
+    capture c = recorded_sample();
+    r.damage(c);
+    const lab_test::scratch_folder scratch;
+    const fs::path folder = scratch.path() / "capture";
+    write_folder(c, folder);
+    const auto refusal_of = [](const std::function<void()>& check) -> std::string {
+      try {
+        check();
+      } catch (const lab_error& refused) {
+        return refused.what();
+      }
+      return {};
+    };
+    const std::string expected = *r.message == '\0' ? "" : folder.string() + r.message;
+    EXPECT_EQ(refusal_of([&] { check_recording(c, folder); }), expected) << r.why;
+    EXPECT_EQ(refusal_of([&] { check_recording_folder(folder); }), expected) << r.why;
+    EXPECT_EQ(refusal_of([&] { read_capture(folder); }), expected) << r.why;
+    EXPECT_EQ(refusal_of([&] { pack_folder(folder, scratch.path() / "packed"); }), expected)
+        << r.why;
+    EXPECT_EQ(fs::exists(scratch.path() / "packed"), expected.empty()) << r.why;
+  }
 }
 
 class Recording : public testing::Test {
