@@ -266,32 +266,49 @@ bool edit_many_bundles(capture& c, const router&, planted_fault&) {
   return replace_once(configuration(c), "interface Loopback0\n", bundles + "interface Loopback0\n");
 }
 
-// Without hierarchical QoS, where each kind has a limit of its own.
-bool plant_many_subs(router& r, planted_fault& p, bool l2, unsigned count) {
-  const site s = find_site(r, p, [&](const site& one) { return l2 || !one.b->l2; });
+// Without hierarchical QoS, where each kind has a limit of its own. Neither numbers nor tags are
+// those of other sub-bundles: the chip would find the entry of one under the key of another.
+bool plant_many_subs(router& r, planted_fault& p, const sub_bundle& first, unsigned count) {
+  const site s = find_site(r, p, [&](const site& one) { return first.l2 || !one.b->l2; });
   if (!s || r.hqos) return false;
-  constexpr unsigned first_number = 10000;
-  constexpr unsigned tags = 4000;
+  constexpr unsigned first_tag = 3000;
+  constexpr unsigned tags = 1000;
   note_place(p, {s.b, nullptr, nullptr}, name_of(*s.b));
   for (bundle& b : r.bundles)
-    for (unsigned i = 0; name_of(b) == p.bundle && i < count; ++i)
-      b.subs.push_back({.bundle = b.number,
-                        .number = first_number + i,
-                        .l2 = l2,
-                        .encapsulation = fmt::format("dot1q {}", 1 + i % tags),
-                        .handle = 0x4000000 + 0x20 * i,
-                        .lag = b.lag,
-                        .glif = 0x18000 + i,
-                        .rif = l2 ? 0 : 0x2000 + i,
-                        .local_lif = 0x8000 + i});
+    for (unsigned i = 0; name_of(b) == p.bundle && i < count; ++i) {
+      sub_bundle sub = first;
+      sub.bundle = b.number;
+      sub.number += i;
+      sub.encapsulation = fmt::format("dot1q {}", first_tag + i % tags);
+      if (sub.l2) sub.encapsulation += fmt::format(" second-dot1q {}", 1 + i / tags);
+      sub.handle += 0x20 * i;
+      sub.lag = b.lag;
+      sub.glif += i;
+      if (!sub.l2) sub.rif += i;
+      sub.local_lif += i;
+      b.subs.push_back(sub);
+    }
   return true;
 }
 
 bool plant_many_l2_subs(router& r, planted_fault& p) {
-  return plant_many_subs(r, p, true, is_single_node(r.type) ? 4100 : 8200);
+  sub_bundle first;
+  first.number = 10000;
+  first.l2 = true;
+  first.handle = 0x4000000;
+  first.glif = 0x18000;
+  first.local_lif = 0x8000;
+  return plant_many_subs(r, p, first, is_single_node(r.type) ? 4100 : 8200);
 }
+
 bool plant_many_l3_subs(router& r, planted_fault& p) {
-  return plant_many_subs(r, p, false, 1030);
+  sub_bundle first;
+  first.number = 60000;
+  first.handle = 0x5000000;
+  first.glif = 0x1b000;
+  first.rif = 0x2000;
+  first.local_lif = 0xb000;
+  return plant_many_subs(r, p, first, 1030);
 }
 
 // A sub-bundle of the configuration, by the fault's place.
@@ -603,6 +620,7 @@ std::vector<fault> configuration_faults() {
        .finding = "{}: verify_lif_rif_mac_mapping failed for {object}({}) NPU {},{node}",
        .shown = phase::programming,
        .depth = 80,
+       .hides = reach::bundle_everywhere,  // it is configured for all nodes
        .edit = edit_huge_tag},
       {.name = "scale-bundles",
        .description = "1100 bundles without members are configured",

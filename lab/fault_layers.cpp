@@ -125,9 +125,16 @@ bool on_several_nodes(const site& s) {
                      [&](const member& other) { return other.node != s.m->node; });
 }
 
+// Whatever happens on any node may keep two from being compared.
+bool is_of_every_node(planted_fault& p) {
+  p.node.clear();
+  return true;
+}
+
 bool plant_pd_lag(router& r, planted_fault& p) {
   const site s = find_site(r, p, on_several_nodes);
-  return s && hold_of_bundle(r, p, s, "pd.lag", std::to_string(s.b->lag + 0x400));
+  return s && hold_of_bundle(r, p, s, "pd.lag", std::to_string(s.b->lag + 0x400)) &&
+         is_of_every_node(p);
 }
 
 // Where the standby route processor serves the same ports, without an agent.
@@ -136,7 +143,8 @@ bool plant_pd_member_id(router& r, planted_fault& p) {
     return n.state == "STANDBY" && port_owner(r, n) != n.name;
   });
   const site s = find_site(r, p, anywhere);
-  return shared && s && hold_of_member(r, p, s, "pd.id", fmt::format("{:#x}", s.m->id + 40));
+  return shared && s && hold_of_member(r, p, s, "pd.id", fmt::format("{:#x}", s.m->id + 40)) &&
+         is_of_every_node(p);
 }
 
 bool plant_pd_member(router& r, planted_fault& p) {
@@ -197,7 +205,7 @@ bool hold_of_sub_on_one_node(router& r, planted_fault& p, const char* field,
   const sub_bundle& sub = *std::find_if(s.b->subs.begin(), s.b->subs.end(), has_value);
   note_place(p, s, name_of(sub));
   hold(r, field, p.object, p.node, fmt::format(fmt::runtime(form), sub.*value + 0x400));
-  return true;
+  return is_of_every_node(p);
 }
 
 bool plant_dpa_sub_lag(router& r, planted_fault& p) {
@@ -213,12 +221,14 @@ bool plant_dpa_sub_rif(router& r, planted_fault& p) {
 bool plant_dpa_glif(router& r, planted_fault& p) {
   const site s =
       find_site(r, p, [](const site& one) { return is_l3(one) && on_several_nodes(one); });
-  return s && hold_of_bundle(r, p, s, "dpa.glif", fmt::format("0x{:08x}", s.b->glif + 0x500));
+  return s && hold_of_bundle(r, p, s, "dpa.glif", fmt::format("0x{:08x}", s.b->glif + 0x500)) &&
+         is_of_every_node(p);
 }
 bool plant_dpa_rif(router& r, planted_fault& p) {
   const site s =
       find_site(r, p, [](const site& one) { return is_l3(one) && on_several_nodes(one); });
-  return s && hold_of_bundle(r, p, s, "dpa.rif", fmt::format("0x{:04x}", s.b->rif + 0x100));
+  return s && hold_of_bundle(r, p, s, "dpa.rif", fmt::format("0x{:04x}", s.b->rif + 0x100)) &&
+         is_of_every_node(p);
 }
 
 bool plant_dpa_mtu(router& r, planted_fault& p) {

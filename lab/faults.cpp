@@ -82,7 +82,9 @@ void plant_faults(router& r) {
   for (std::size_t i = 0; i < r.faults.size(); ++i) {
     planted_fault one = r.faults[i];
     const fault& known = fault_of(one.name);
+    const auto before = static_cast<std::ptrdiff_t>(r.overrides.size());
     if (known.plant != nullptr) insist(known.plant(r, one), r, one);
+    one.holds.assign(r.overrides.begin() + before, r.overrides.end());
     r.faults[i] = one;
   }
 }
@@ -111,6 +113,16 @@ namespace {
 
 bool overlap(const std::string& a, const std::string& b) {
   return a.empty() || b.empty() || a == b;
+}
+
+bool hold_the_same(const planted_fault& a, const planted_fault& b) {
+  return std::any_of(a.holds.begin(), a.holds.end(), [&](const override_rule& one) {
+    return std::any_of(b.holds.begin(), b.holds.end(), [&](const override_rule& other) {
+      return one.field == other.field && one.object == other.object &&
+             overlap(one.node, other.node) &&
+             (one.npu == other.npu || one.npu < 0 || other.npu < 0);
+    });
+  });
 }
 
 // True if `b` lies within the reach of `a`. The bundle manager's and the interface manager's
@@ -155,6 +167,7 @@ std::string hidden_by(const planted_fault& a, const planted_fault& b) {
     return fmt::format("{} ends the audit in front of it", text_of(a));
   if (hidden.shown == phase::stale && hiding.counted)
     return fmt::format("{} leaves no clean run", text_of(a));
+  if (hold_the_same(a, b)) return fmt::format("{} changes the same value", text_of(a));
   constexpr int deepest_central = 20;
   const bool central = hidden.depth <= deepest_central && b.node.empty();
   if (hiding.depth <= hidden.depth && hidden.depth <= hiding.deepest &&

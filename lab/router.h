@@ -100,6 +100,7 @@ struct planted_fault {
   std::string object{};
   std::string bundle{};
   std::string node{};
+  std::vector<override_rule> holds{};  // the values that it changed
 };
 
 struct router {

@@ -9,6 +9,7 @@
 #include "base/findings.h"
 #include "base/numbers.h"
 #include "base/text.h"
+#include "consistency/consistency_pass.h"
 #include "consistency/field_checks.h"
 #include "consistency/pi_pd_checks.h"
 #include "platform/port_numbers.h"
@@ -42,16 +43,22 @@ struct member_on_npu {
   record& port;     // of the member
 };
 
+// The bundle level enters whether the object is on its way out.
+void check_bundle_delete_pending(const member_on_npu& at) {
+  wait_for_bundle_level(at.bundle);
+  check_delete_pending(at.element, at.error_string);
+}
+
 void report_member_missing(const member_on_npu& at) {
   inconsistency("Inconsistency {}: Member ID not found in BCM for {}, {} ,NPU: {}", at.member,
                 at.error_string, at.npu);
-  check_delete_pending(at.element, at.error_string);
+  check_bundle_delete_pending(at);
 }
 
 void report_mtu(const member_on_npu& at) {
   inconsistency("Inconsistency {}: MTU verification failed for {}, {} ,NPU: {}", at.member,
                 at.error_string, at.npu);
-  check_delete_pending(at.element, at.error_string);
+  check_bundle_delete_pending(at);
 }
 
 // The earlier chips' MTU tables are indexed by core and port; on one chassis, ports are numbered

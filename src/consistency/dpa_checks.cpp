@@ -8,6 +8,7 @@
 #include "base/findings.h"
 #include "base/numbers.h"
 #include "base/text.h"
+#include "consistency/consistency_pass.h"
 #include "consistency/field_checks.h"
 #include "consistency/pi_pd_checks.h"
 #include "run/state.h"
@@ -121,11 +122,14 @@ int check_members_DPA(std::string_view member, std::string_view bundle, std::str
     const value dpa_members = dpa.at(port.get("npu_id").as_text());
     if (!is_entry_present(mifh, dpa_members, "DPA", error_string)) return ERROR;
     const value memid = dpa_members.at(mifh.as_text()).at("memid");
-    if (!agrees(check_memid(memid, port, error_string, "DPA_Members"), element, error_string) ||
-        !agrees(check_mtu(mtu, port, error_string, "DPA_Members"), element, error_string)) {
-      return ERROR;
+    if (check_memid(memid, port, error_string, "DPA_Members") &&
+        check_mtu(mtu, port, error_string, "DPA_Members")) {
+      return SUCCESS;
     }
-    return SUCCESS;
+    // The bundle level enters whether the object is on its way out.
+    wait_for_bundle_level(bundle);
+    check_delete_pending(element, error_string);
+    return ERROR;
   } catch (const std::exception& error) {
     return log_and_count(
         fmt::format("{}: DPA Member verification failed for {}", error.what(), error_string));

@@ -32,9 +32,11 @@ std::string object_on_npu(std::string_view name, const record& element, const va
   return fmt::format("{}({}) NPU {},{}", name, plain(element.get("ifh")), plain(npu), nodename);
 }
 
-// Earlier findings explain a missing VLAN domain; otherwise it is one.
+// Earlier findings explain a missing VLAN domain, those of other bundles' workers that may still
+// run as well; otherwise it is one.
 void report_vlan_domain_missing(const std::string& bundle, const record& element,
                                 const std::string& nodename) {
+  st().pid_list.join_all();
   if (st().exception != 0 || st().inconsistent != 0) return;
   const std::string err = fmt::format("{}({}), {}", bundle, plain(element.get("ifh")), nodename);
   report_programming_error("Programming Error{}:Not able to get vlan domain for {}", err);

@@ -198,6 +198,16 @@ TEST(Hiding, HigherLayerHidesLowerOneAtTheSamePlace) {
   EXPECT_EQ(why("birch-small", "dpa-mtu", "chip-mtu@1"), "") << "another member";
 }
 
+TEST(Hiding, OneValueIsChangedOnce) {
+  EXPECT_NE(why("birch-small", "dpa-l3-rif", "l3intf-no-rif"), "");
+  EXPECT_EQ(why("birch-small", "dpa-l3-rif", "l3intf-no-rif@2"), "") << "another node";
+}
+
+TEST(Hiding, ValuesThatDifferBetweenNodesNeedAllOfThem) {
+  EXPECT_NE(why("birch-small", "l2port-empty@2", "dpa-glif"), "");
+  EXPECT_EQ(why("birch-small", "l2port-empty@2", "dpa-mac"), "") << "told on one node";
+}
+
 TEST(Expected, FindingsNameTheirPlace) {
   router r = plain("birch-small");
   r.faults = {parse_fault("dpa-mac@2"), parse_fault("health-info"), parse_fault("stale-pi")};

@@ -337,6 +337,26 @@ TEST_F(pass_test, a_member_that_is_faster_than_its_bundle_waits_for_the_LAG_id) 
   EXPECT_THAT(exceptions(), IsEmpty());
 }
 
+// Whether the object is on its way out was told or not, by which of the two was faster.
+TEST_F(pass_test, a_finding_of_a_member_waits_for_the_mark_of_delayed_delete) {
+  enter_upper_layers();
+  put(lagport(be12::older), {"members", "0", be12::older_mifh, "memid"}, "7");
+  std::atomic<bool> found = false;
+  st().bundle_workers["BE12"].append(start_worker([this, &found] {
+    while (!found) std::this_thread::yield();
+    bundle().set("delPending", 1);
+  }));
+  std::jthread member([] { EXPECT_EQ(check_members(older_port, "BE12", older), ERROR); });
+  EXPECT_TRUE(reaches(st().inconsistent, 1));
+  EXPECT_EQ(st().deletePending, 0);
+  found = true;
+  member.join();
+  EXPECT_THAT(exceptions(), IsEmpty());
+  EXPECT_EQ(st().deletePending, 1);
+  EXPECT_THAT(messages(LOG_FILE_DELETE_PENDING),
+              ElementsAre(testing::HasSubstr("is marked for delay delete")));
+}
+
 TEST_F(pass_test, wait_for_bundle_level_waits_for_the_workers_of_that_bundle) {
   bundle().set("lagid", "0x9");
   drop(bundle().get("members"), {be12::older});
