@@ -221,7 +221,7 @@ bool edit_diag_lag(capture& c, const router& r, planted_fault& p) {
 
 bool edit_mtu_map(capture& c, const router& r, planted_fault& p) {
   std::string* text = chip_answer(c, r, p, "dump chg ETPPC_MTU_MAP_TABLE", has_jericho2);
-  return text != nullptr && replace_once(*text, "ETPPC0[", "ETPPC0[99999999999999999999");
+  return text != nullptr && replace_once(*text, "ETPPC0[", "ETPPC0[999999999999999999999999999999");
 }
 
 // The running configuration ---------------------------------------------------------------------
@@ -534,7 +534,7 @@ std::vector<fault> tool_faults() {
        .stops_from = phase::consistency,
        .edit = edit_diag_lag},
       {.name = "mtu-map-garbage",
-       .description = "a Jericho2 chip's MTU table has a row number of twenty digits",
+       .description = "a Jericho2 chip's MTU table has a row number of more than thirty digits",
        .finding = "{}: dump_tables_per_npu failed {node}",
        .depth = 71,
        .hides = reach::node,
