@@ -350,8 +350,8 @@ bool edit_overlong(capture& c, const router&, planted_fault&) {
 }
 
 bool edit_blanks(capture& c, const router&, planted_fault&) {
-  constexpr std::size_t too_many = 5000;
-  return edit_description(c, "out" + std::string(too_many, ' ') + "of band");
+  constexpr std::size_t many = 5000;
+  return edit_description(c, "out" + std::string(many, ' ') + "of band");
 }
 
 bool edit_binary(capture& c, const router& r, planted_fault&) {
@@ -572,11 +572,9 @@ std::vector<fault> configuration_faults() {
        .edit = edit_unconfigured},
       {.name = "config-blanks",
        .description = "a description of the running configuration has a run of 5000 blanks",
-       .finding = "{}: parse_running_config failed",
        .shown = phase::parsing,
-       .depth = -1,
-       .hides = reach::router,
-       .stops_from = phase::consistency,
+       .hides = reach::nothing,
+       .counted = false,
        .edit = edit_blanks},
       {.name = "config-duplicate",
        .description = "the first bundle stands twice in the running configuration",
