@@ -221,7 +221,7 @@ bool edit_diag_lag(capture& c, const router& r, planted_fault& p) {
 
 bool edit_mtu_map(capture& c, const router& r, planted_fault& p) {
   std::string* text = chip_answer(c, r, p, "dump chg ETPPC_MTU_MAP_TABLE", has_jericho2);
-  return text != nullptr && replace_once(*text, "ETPPC0[", "ETPPC0[99999999999999999999");
+  return text != nullptr && replace_once(*text, "ETPPC0[", "ETPPC0[999999999999999999999999999999");
 }
 
 // The running configuration ---------------------------------------------------------------------
@@ -367,8 +367,8 @@ bool edit_overlong(capture& c, const router&, planted_fault&) {
 }
 
 bool edit_blanks(capture& c, const router&, planted_fault&) {
-  constexpr std::size_t too_many = 5000;
-  return edit_description(c, "out" + std::string(too_many, ' ') + "of band");
+  constexpr std::size_t many = 5000;
+  return edit_description(c, "out" + std::string(many, ' ') + "of band");
 }
 
 bool edit_binary(capture& c, const router& r, planted_fault&) {
@@ -551,7 +551,7 @@ std::vector<fault> tool_faults() {
        .stops_from = phase::consistency,
        .edit = edit_diag_lag},
       {.name = "mtu-map-garbage",
-       .description = "a Jericho2 chip's MTU table has a row number of twenty digits",
+       .description = "a Jericho2 chip's MTU table has a row number of more than thirty digits",
        .finding = "{}: dump_tables_per_npu failed {node}",
        .depth = 71,
        .hides = reach::node,
@@ -589,11 +589,9 @@ std::vector<fault> configuration_faults() {
        .edit = edit_unconfigured},
       {.name = "config-blanks",
        .description = "a description of the running configuration has a run of 5000 blanks",
-       .finding = "{}: parse_running_config failed",
        .shown = phase::parsing,
-       .depth = -1,
-       .hides = reach::router,
-       .stops_from = phase::consistency,
+       .hides = reach::nothing,
+       .counted = false,
        .edit = edit_blanks},
       {.name = "config-duplicate",
        .description = "the first bundle stands twice in the running configuration",

@@ -36,8 +36,11 @@ void tessel_init(void);
 /*
  * Runs the audit. `node_id` is the platform's id of the route processor that the host runs on,
  * 4096 or 4352 on most routers. A run that ends by itself, with findings or without, also one
- * that says "Not Done" or cannot open its logs, flushes standard output and ends the process with
- * status 0 from inside this call. Returns one of the values above otherwise.
+ * that says "Not Done" or cannot open one of its five log channels, flushes standard output and
+ * ends the process with status 0 from inside this call. Returns one of the values above otherwise:
+ * a debug log or a stale-entry log that cannot be opened comes back as TESSEL_STOPPED_EARLY.
+ *
+ * Reads the processor clock before and after the run; nothing uses the readings yet.
  *
  * It ends the process by exit(3): the host's atexit handlers and the destructors of its static
  * objects run, and threads of the audit may still be at work meanwhile, as they may after a return.

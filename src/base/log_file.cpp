@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "base/failure.h"
 
@@ -30,14 +31,21 @@ int open_beside_streams(const std::string& path, int flags, mode_t mode) {
   return moved;
 }
 
-log_file::log_file(std::string path, file_mode mode) : path_(std::move(path)) {
+log_file::log_file(std::string path, file_mode mode) : path_(std::move(path)), descriptor_(-1) {
   const int emptied = mode == file_mode::truncate ? O_TRUNC : 0;
   descriptor_ = open_beside_streams(path_, O_RDWR | O_CREAT | O_APPEND | emptied, 0644);
   if (descriptor_ < 0) cannot("open", path_);
 }
 
 log_file::~log_file() {
-  ::close(descriptor_);
+  const int descriptor = descriptor_.exchange(-1);
+  if (descriptor >= 0) ::close(descriptor);
+}
+
+void log_file::close() {
+  const int descriptor = descriptor_.exchange(-1);
+  // An interrupted close has closed all the same.
+  if (descriptor >= 0 && ::close(descriptor) != 0 && errno != EINTR) cannot("close", path_);
 }
 
 void log_file::write(std::string_view text) {
@@ -64,7 +72,9 @@ void log_file_slot::open(std::string_view path, file_mode mode) {
 
 void log_file_slot::close() {
   const std::lock_guard lock(mutex_);
-  file_.reset();
+  const std::shared_ptr<log_file> file = std::exchange(file_, nullptr);
+  // A worker takes it under the lock, so whoever holds it now is the last.
+  if (file.use_count() == 1) file->close();
 }
 
 bool log_file_slot::opened_once() const {

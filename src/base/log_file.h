@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -34,10 +35,13 @@ class log_file {
   // Bytes in the file now. Throws `failure`.
   std::int64_t size() const;
   int descriptor() const { return descriptor_; }
+  // Closes the descriptor, once; the destructor does it in silence. Throws `failure` naming the
+  // path and the cause: what was written before may not have reached the disk.
+  void close();
 
  private:
   std::string path_;
-  int descriptor_;
+  std::atomic<int> descriptor_;  // -1 once closed
 };
 
 // Holds an open file, or none. Whoever took the file may go on using it after it was closed here:
@@ -45,6 +49,8 @@ class log_file {
 class log_file_slot {
  public:
   void open(std::string_view path, file_mode mode);
+  // Throws `failure` if the file is closed right here, nobody else using it, and that fails. The
+  // slot is empty afterwards in any case.
   void close();
   bool opened_once() const;
   // The open file, or null.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -96,17 +97,18 @@ void log_channel::write(log_level level, std::string_view entry) {
 
 void log_channel::rotate() {
   // A file that cannot be renamed grows past its limit: no finding is lost for the sake of size.
-  if (std::rename(path_.c_str(), (path_ + ".1").c_str()) != 0) return;
+  // One that somebody has removed would take the findings with it: a new one takes its place.
+  if (std::rename(path_.c_str(), (path_ + ".1").c_str()) != 0 && errno != ENOENT) return;
   try {
     file_ = std::make_unique<log_file>(path_, file_mode::truncate);
   } catch (const failure&) {
-    // The open file is the backup now, and takes the entry.
+    // The open file is the backup now, or has no name, and takes the entry.
   }
 }
 
 void log_channel::close() {
   const std::lock_guard lock(mutex_);
-  file_.reset();
+  if (const std::unique_ptr<log_file> file = std::move(file_)) file->close();
 }
 
 void setup_logger(std::string_view logger_name, std::string_view log_file_path, log_level level,

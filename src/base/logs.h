@@ -28,6 +28,7 @@ class log_channel {
   // Adds an entry, rotating to the one backup ".1" first if the entry would make the file reach
   // the limit. Throws `failure`. Calls from several threads keep entries whole.
   void write(log_level level, std::string_view entry);
+  // Throws `failure` if the file cannot be closed; the channel is closed afterwards in any case.
   void close();
 
  private:

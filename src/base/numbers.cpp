@@ -38,13 +38,17 @@ class wide_integer {
     return digits;
   }
 
-  std::optional<std::int64_t> as_int64() const {
-    if (limbs_.size() > 2) return std::nullopt;
-    std::uint64_t magnitude = 0;
+  std::uint64_t low_bits() const {
+    std::uint64_t magnitude = limbs_.empty() ? 0 : limbs_[0];
+    if (limbs_.size() > 1) magnitude |= std::uint64_t{limbs_[1]} << 32;
+    return negative ? 0 - magnitude : magnitude;
+  }
+
+  std::optional<wide_int> as_wide() const {
+    if (limbs_.size() > 3) return std::nullopt;
+    wide_int magnitude = 0;
     for (std::size_t at = limbs_.size(); at-- > 0;) magnitude = magnitude << 32 | limbs_[at];
-    const std::uint64_t limit = (std::uint64_t{1} << 63) - (negative ? 0 : 1);
-    if (magnitude > limit) return std::nullopt;
-    return static_cast<std::int64_t>(negative ? 0 - magnitude : magnitude);
+    return negative ? -magnitude : magnitude;
   }
 
  private:
@@ -109,11 +113,38 @@ std::string signed_text(const wide_integer& number, std::uint32_t base) {
   return fmt::format("{}{}{}", minus ? "-" : "", base == 16 ? "0x" : "", digits);
 }
 
-std::int64_t fitting(const std::optional<wide_integer>& number, std::string_view text, here where) {
+bool fits_int64(wide_int number) {
+  return number == static_cast<std::int64_t>(number);
+}
+
+const wide_integer& known(const std::optional<wide_integer>& number, std::string_view text,
+                          here where) {
   if (!number) throw failure(fmt::format("{} is no number", brief_text(text)), where);
-  const auto fits = number->as_int64();
-  if (!fits) throw failure(fmt::format("{} is too large a number", brief_text(text)), where);
+  return *number;
+}
+
+[[noreturn]] void too_large(std::string_view text, here where) {
+  throw failure(fmt::format("{} is too large a number", brief_text(text)), where);
+}
+
+wide_int fitting_wide(const std::optional<wide_integer>& number, std::string_view text,
+                      here where) {
+  const auto fits = known(number, text, where).as_wide();
+  if (!fits) too_large(text, where);
   return *fits;
+}
+
+std::int64_t fitting(const std::optional<wide_integer>& number, std::string_view text, here where) {
+  const wide_int wide = fitting_wide(number, text, where);
+  if (!fits_int64(wide)) too_large(text, where);
+  return static_cast<std::int64_t>(wide);
+}
+
+// An integer as plain hexadecimal text, or a decimal text of any length.
+std::string decimal_to_hex(const value& number) {
+  if (number.is_integer()) return convert_to_hex(number);
+  const std::string& digits = number.as_text();
+  return signed_text(known(read_number(digits, number_base::decimal), digits, here::current()), 16);
 }
 
 }  // namespace
@@ -139,11 +170,32 @@ value convert_object_to_hex(const value& val) {
     if (!outer) throw failure(fmt::format("{} is no number", brief_text(key)));
     value converted = make_map();
     for (const auto& [name, number] : inner.as_map().items()) {
-      converted.as_map().set(name, convert_to_hex(to_decimal(number)));
+      converted.as_map().set(name, decimal_to_hex(number));
     }
     result.as_map().set(signed_text(*outer, 16), converted);
   }
   return result;
+}
+
+wide_int to_wide(const value& text, here where) {
+  const std::string& digits = text.as_text(where);
+  return fitting_wide(read_number(digits, number_base::automatic), digits, where);
+}
+
+wide_int to_wide_decimal(const value& text, here where) {
+  if (text.is_integer()) return text.as_integer();
+  const std::string& digits = text.as_text(where);
+  return fitting_wide(read_number(digits, number_base::decimal), digits, where);
+}
+
+value number_value(wide_int number) {
+  if (fits_int64(number)) return static_cast<std::int64_t>(number);
+  return fmt::format("{}", number);
+}
+
+std::uint64_t to_low_bits(const value& text, here where) {
+  const std::string& digits = text.as_text(where);
+  return known(read_number(digits, number_base::automatic), digits, where).low_bits();
 }
 
 std::int64_t to_integer(const value& text, here where) {

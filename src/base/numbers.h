@@ -33,6 +33,21 @@ std::string convert_to_hex(const value& val, here where = here::current());
 // it is kept as the form of `convert_to_hex` for a whole table.
 value convert_object_to_hex(const value& val);
 
+// Room for what the platform's 64 bits, signed or not, are reckoned up to.
+__extension__ using wide_int = __int128;
+
+// A text read with automatic base; as plain decimal, which an integer is taken for too. Each throws
+// `failure` naming the text if it is no number or does not fit 96 bits.
+wide_int to_wide(const value& text, here where = here::current());
+wide_int to_wide_decimal(const value& text, here where = here::current());
+
+// `number` as an integer or, where 64 bits do not hold it, as decimal text.
+value number_value(wide_int number);
+
+// The low 64 bits, as two's complement, of a text of any length read with automatic base. Throws
+// `failure` naming the text if it is no number.
+std::uint64_t to_low_bits(const value& text, here where = here::current());
+
 // A text read with automatic base; as plain decimal; as hexadecimal with or without "0x". Each
 // throws `failure` naming the text if it is no number or does not fit 64 bits. `to_decimal` takes
 // an integer as it is.

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 #include "base/failure.h"
 #include "base/value.h"
@@ -18,6 +19,17 @@ constexpr std::size_t longest_line = 8192;
 constexpr std::size_t longest_blank_run = 2048;
 constexpr std::size_t first_jit_stack = std::size_t{64} * 1024;
 constexpr std::size_t largest_jit_stack = std::size_t{32} * 1024 * 1024;
+
+// What one attempt may cost: a search that takes a few steps for each byte goes through a text of
+// any length, and one that runs away ends in time that is linear all the same.
+constexpr std::size_t least_match_limit = 10'000'000;
+constexpr std::size_t steps_per_byte = 64;
+
+std::uint32_t match_limit(std::size_t bytes) {
+  constexpr std::size_t largest = std::numeric_limits<std::uint32_t>::max();
+  if (bytes > (largest - least_match_limit) / steps_per_byte) return largest;
+  return static_cast<std::uint32_t>(least_match_limit + bytes * steps_per_byte);
+}
 
 pcre2_code* compile(std::string_view expression, letter_case letters) {
   const std::unique_ptr<pcre2_compile_context, decltype(&pcre2_compile_context_free)> context(
@@ -68,8 +80,10 @@ class matcher {
         code_(static_cast<pcre2_code*>(what.code_)),
         subject_(subject),
         where_(where),
-        data_(pcre2_match_data_create_from_pattern(code_, nullptr)) {
-    if (!data_) throw std::bad_alloc();
+        data_(pcre2_match_data_create_from_pattern(code_, nullptr)),
+        context_(pcre2_match_context_create(nullptr)) {
+    if (!data_ || !context_) throw std::bad_alloc();
+    pcre2_set_match_limit(context_.get(), match_limit(subject_.size()));
   }
 
   std::uint32_t groups() const {
@@ -117,9 +131,8 @@ class matcher {
 
   // The machine stack serves nearly every match; a deep one gets memory of its own.
   void grow_jit_stack() {
-    context_.reset(pcre2_match_context_create(nullptr));
     stack_.reset(pcre2_jit_stack_create(first_jit_stack, largest_jit_stack, nullptr));
-    if (!context_ || !stack_) throw std::bad_alloc();
+    if (!stack_) throw std::bad_alloc();
     pcre2_jit_stack_assign(context_.get(), nullptr, stack_.get());
   }
 
@@ -340,12 +353,6 @@ void require_readable(std::string_view text, here where) {
   refuse_long_run(
       text, "line", longest_line, [](char c) { return c != '\n'; }, where);
   refuse_long_run(text, "run of blanks", longest_blank_run, is_white_space, where);
-}
-
-std::string_view readable_any_line(const value& output, here where) {
-  const std::string_view text = output.as_text(where);
-  refuse_long_run(text, "run of blanks", longest_blank_run, is_white_space, where);
-  return text;
 }
 
 }  // namespace tessel

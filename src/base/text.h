@@ -59,7 +59,7 @@ class matches {
   std::span<const std::string_view> operator[](std::size_t at) const {
     return {parts_.data() + at * width_, width_};
   }
-  // Part 0 of match `at`: the match or the group of a pattern with at most one group.
+  // The first of match `at`: the match or the group of a pattern with at most one group.
   std::string_view text(std::size_t at) const { return parts_[at * width_]; }
 
  private:
@@ -69,7 +69,7 @@ class matches {
 };
 
 // All non-overlapping matches, left to right. Throws `failure`, never an empty result, if the
-// match limit or the memory for it is used up.
+// match limit, which grows with the text, or the memory for it is used up.
 matches findall(const pattern& what, std::string_view subject, here where = here::current());
 // A temporary would leave the views without their text.
 template <std::same_as<std::string> Text>
@@ -126,7 +126,5 @@ std::string list_text(const matches& entries);
 std::string_view readable(const value& output, here where = here::current());
 // The same test on a text by itself.
 void require_readable(std::string_view text, here where = here::current());
-// The same as `readable` for text whose lines may have any length.
-std::string_view readable_any_line(const value& output, here where = here::current());
 
 }  // namespace tessel

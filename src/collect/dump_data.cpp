@@ -20,7 +20,7 @@ namespace tessel {
 
 namespace {
 
-constexpr std::int64_t node_id_mask = 0xFFFFFF;
+constexpr std::uint64_t node_id_mask = 0xFFFFFF;
 constexpr int both_route_processors = 2;
 
 void dump_member_mtus() {
@@ -46,6 +46,15 @@ void skip_peer(const std::string& nodename, map& node, const matches& ids) {
   node.update("dump", 0);
 }
 
+// The node's worker, which alone reads its id, has not been started.
+void set_node_id(map& node, const value& id) {
+  if (id.is_integer()) {
+    node.update("nodeid", id.as_integer());
+  } else {
+    node.set("nodeid", id);
+  }
+}
+
 void probe_node_id(const std::string& nodename, map& node) {
   static const pattern& id = constant(R"(Node Id:(\w+))");
   const value platform_info =
@@ -53,7 +62,7 @@ void probe_node_id(const std::string& nodename, map& node) {
                           node.at("nodeip").as_text()));
   const matches tmp = findall(id, platform_info.as_text());
   if (!tmp.empty()) {
-    node.update("nodeid", to_integer(tmp.text(0)));
+    set_node_id(node, number_value(to_wide(tmp.text(0))));
   } else {
     logger(fmt::format("ERROR: Not able to get node id for {}", nodename), "exception");
     ++st().exception;
@@ -64,7 +73,7 @@ void probe_node_id(const std::string& nodename, map& node) {
 
 void convert_node_id(const std::string& nodename, map& node) {
   const value output = execute(fmt::format("node_id_convert -I {}", nodename));
-  node.update("nodeid", to_integer(output) & node_id_mask);
+  node.update("nodeid", static_cast<std::int64_t>(to_low_bits(output) & node_id_mask));
 }
 
 void start_node(const std::string& nodename, const value& record_of_node) {
@@ -134,9 +143,9 @@ int dump_running_config() {
       return ERROR;
     }
     text = text.substr(cfg_start);
+    run.run_cfg.set(text);
     const matches cfg_end = findall(end_line, text);
     if (cfg_end.empty()) {
-      run.run_cfg.set(text);
       print("PARSE-ERROR: Not able to find the end of the running config");
       return ERROR;
     }

@@ -65,7 +65,7 @@ void report_mtu(const member_on_npu& at) {
 // through all cores.
 std::string mtu_port(std::string_view pp_port, std::string_view npu_core) {
   if (st().router != aspen) return std::string(pp_port);
-  return std::to_string(port_on_core(pp_port, npu_core));
+  return port_on_core(pp_port, npu_core);
 }
 
 void check_member_non_j2(const member_on_npu& at) {

@@ -32,7 +32,7 @@ void check_member_scale(const value& dpa) {
   const value limit = dpa.at("max_member_count");
   if (limit == DEFAULT) return;
   const value weight = dpa.at("weight");
-  if (weight.as_integer() <= to_decimal(limit)) return;
+  if (to_wide_decimal(weight) <= to_wide_decimal(limit)) return;
   inconsistency(
       "Inconsistency {}: member scale limit exceeded due to weights of members ({}) being more "
       "than allowed ({})",

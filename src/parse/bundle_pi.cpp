@@ -28,8 +28,12 @@ void report_missing(std::string_view what, const bundle_head& head) {
 }
 
 value members_of(std::string_view bundle, std::string_view name) {
-  static const pattern& member_line =
-      constant(R"(Member interface\s+(\w+\d+\/\d+\/\d+.*?)\s\((\w+))");
+  // Finds what member_line_definition finds, in one way only. Where a line holds no handle behind a
+  // member's name, the search goes on at its end, or at a "Member interface" whose name stands on
+  // the next line.
+  static const pattern& member_line = constant(
+      R"(Member interface\s++(?:(\w++(?<=\w\d)\/\d++\/\d++.*?)\s\((\w+))"
+      R"(|\w++(?<=\w\d)\/\d++\/\d++(?>.*?(?=Member interface[^\S\n]*+\n)|.*+)(*SKIP)(*FAIL)))");
   value members = make_map();
   const matches found = findall(member_line, bundle);
   for (std::size_t at = 0; at < found.size(); ++at) {
@@ -98,7 +102,7 @@ int dump_parse_bundle_info_PI() {
         "grep -E 'Bundle|Member|Operational MTU|Local'",
         "BM_PI");
     run.bdlInfoPI.set(output);
-    const value bundles = parse_bundle_info_PI(readable(output));
+    const value bundles = parse_bundle_info_PI(output.as_text());
     if (!bundles.is_map()) return ERROR;
     run.bdlInfoPI.set(bundles);
     if (!bundles.truthy()) {

@@ -14,6 +14,10 @@
 
 namespace tessel {
 
+// What a member's line means: its name and its handle.
+inline constexpr std::string_view member_line_definition =
+    R"(Member interface\s+(\w+\d+\/\d+\/\d+.*?)\s\((\w+))";
+
 // The map of bundles in the dump's text, those without a member left out with a note; or ERROR,
 // counted and logged, if a bundle has no MAC or MTU line. Throws `failure` for what is no number.
 value parse_bundle_info_PI(std::string_view text);

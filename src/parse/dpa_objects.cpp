@@ -48,14 +48,8 @@ void leave_out_of_run(std::string_view note, std::string_view nodename) {
 struct lagport_members {
   value by_npu = make_map();
   std::string last_npu;
-  std::int64_t total_weight = 0;
+  wide_int total_weight = 0;
 };
-
-void add_weight(std::string_view weight, std::int64_t& total) {
-  if (__builtin_add_overflow(total, to_decimal(weight), &total)) {
-    throw failure(fmt::format("weight {} is too large", quoted(weight)));
-  }
-}
 
 lagport_members members_of(std::string_view bundle, std::string_view lagid,
                            std::string_view nodename) {
@@ -77,7 +71,9 @@ lagport_members members_of(std::string_view bundle, std::string_view lagid,
     member.as_map().set("Node Description",
                         fmt::format("Lag {}_npu{}_node{}_mifh{}", lagid, *npu, nodename, mifh));
     members.by_npu.at(*npu).as_map().set(mifh, member);
-    if (const auto weight = weights.first_of(slot)) add_weight(*weight, members.total_weight);
+    if (const auto weight = weights.first_of(slot)) {
+      members.total_weight += to_wide_decimal(*weight);
+    }
   }
   return members;
 }
@@ -109,7 +105,7 @@ void add_lagport(std::string_view bundle, std::string_view nodename, map& bundle
   entry.set("lagid", lagid);
   entry.set("members", members.by_npu);
   entry.set("vlan_domain", vlan_domains_of(bundle, members.by_npu));
-  entry.set("weight", members.total_weight);
+  entry.set("weight", number_value(members.total_weight));
   entry.set("max_member_count", limit.empty() ? DEFAULT : limit.text(0));
   if (members.by_npu.truthy()) {
     entry.set("Visited", 0);

@@ -23,8 +23,9 @@
 namespace tessel {
 
 // Bundles by handle (hexadecimal text): "lagid", "members" (by NPU, then by member handle),
-// "vlan_domain" (by NPU, hexadecimal text or DEFAULT), "weight" (integer, sum over the members),
-// "max_member_count" (decimal text or DEFAULT), "deletePending" (1 or 0).
+// "vlan_domain" (by NPU, hexadecimal text or DEFAULT), "weight" (sum over the members: an integer,
+// or decimal text where 64 bits do not hold it), "max_member_count" (decimal text or DEFAULT),
+// "deletePending" (1 or 0).
 value parse_lagport_object_DPA(const value& lagport, std::string_view nodename);
 
 // Ports: adds a `memberInfo` to `voq_usage` for each, under its member tail. Returns SUCCESS or

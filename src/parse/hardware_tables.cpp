@@ -18,7 +18,7 @@ namespace tessel {
 
 namespace {
 
-constexpr std::int64_t indexes_per_profile = 10;
+constexpr wide_int indexes_per_profile = 10;
 
 map& inner_map(value& outer, std::string_view key) {
   if (!outer.contains(key)) outer.as_map().set(key, make_map());
@@ -121,8 +121,8 @@ value parse_mtu_profiles(const value& all_mtu) {
   value table = make_map();
   const matches rows = findall(row, all_mtu.as_text());
   for (std::size_t at = 0; at < rows.size(); ++at) {
-    const std::int64_t profile = to_decimal(rows[at][1]) / indexes_per_profile;
-    inner_map(table, rows[at][0]).set(std::to_string(profile), convert_hex_to_int(rows[at][2]));
+    const wide_int profile = to_wide_decimal(rows[at][1]) / indexes_per_profile;
+    inner_map(table, rows[at][0]).set(fmt::format("{}", profile), convert_hex_to_int(rows[at][2]));
   }
   return table;
 }
@@ -137,8 +137,7 @@ int parse_vlan_domain(std::string_view mem) {
     if (is_j2(nodename)) return SUCCESS;
     const value vd = tables_of(member, nodename);
     const std::string core = member.get("npu_core").as_text();
-    const std::string port =
-        std::to_string(port_on_core(member.get("pp_port"), member.get("npu_core")));
+    const std::string port = port_on_core(member.get("pp_port"), member.get("npu_core"));
     const value vlan_domain = member.get("vlan_domain");
     for (const auto& [node, table] : vd.as_map().items()) {
       const auto domain = vlan_domain_of(table.as_shared_text(), core, port);

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <unordered_set>
 
@@ -147,8 +149,7 @@ std::vector<std::string> distinct(const matches& found) {
 }  // namespace
 
 parsed_config::parsed_config(const value& run_cfg) {
-  static const pattern& line_ends = constant("\n\\s+!|\n");
-  text_ = sub(line_ends, "", readable_any_line(run_cfg));
+  text_ = without_line_ends(run_cfg.as_text());
   stanzas_ = split(strip(text_), "!");
   index_bundle_ids();
 }
@@ -175,6 +176,28 @@ std::vector<std::string_view> parsed_config::with_bundle_id(std::string_view num
   return found;
 }
 
+std::string without_line_ends(std::string_view run_cfg) {
+  std::string text;
+  text.reserve(run_cfg.size());
+  std::size_t done = 0;
+  for (std::size_t at = run_cfg.find('\n'); at != std::string_view::npos;
+       at = run_cfg.find('\n', done)) {
+    text += run_cfg.substr(done, at - done);
+    const std::size_t first = at + 1;
+    const std::size_t end = std::min(run_cfg.find_first_not_of(white_space, first), run_cfg.size());
+    if (end > first && end < run_cfg.size() && run_cfg[end] == '!') {
+      done = end + 1;
+      continue;
+    }
+    std::copy_if(run_cfg.begin() + static_cast<std::ptrdiff_t>(first),
+                 run_cfg.begin() + static_cast<std::ptrdiff_t>(end), std::back_inserter(text),
+                 [](char c) { return c != '\n'; });
+    done = end;
+  }
+  text += run_cfg.substr(done);
+  return text;
+}
+
 int parse_running_config() {
   run_state& run = st();
   try {
@@ -194,7 +217,7 @@ int parse_running_config() {
 std::pair<std::vector<std::string>, std::string> get_bundles(const parsed_config& config) {
   try {
     // Other protocols mention bundles on indented lines.
-    static const pattern& mention = constant(R"(\s+interface Bundle-Ether\d+)");
+    static const pattern& mention = constant(R"((?<!\s)\s++interface Bundle-Ether\d+)");
     static const pattern& head = constant(R"((?<=[^\s+])interface Bundle-Ether\d+)");
     std::vector<std::string_view> stanzas;
     for (const std::string_view stanza : config.stanzas()) {
@@ -210,9 +233,12 @@ std::pair<std::vector<std::string>, std::string> get_bundles(const parsed_config
   }
 }
 
+// A head can be repeated in its stanza's text. What does not stand behind the first on the line
+// stands behind none: the patterns of this function and of the next skip the others, so that a long
+// line is gone through once, and find what the definitions find.
 int get_bundle_type(const value& l2_cfg, std::string_view bundle) {
   try {
-    const pattern l2(fill("{}.*l2transport", {bundle}));
+    const pattern l2(fill("{}(?:.*?l2transport|.*+(*SKIP)(*FAIL))", {bundle}));
     return findall(l2, l2_cfg.as_text()).empty() ? 0 : 1;
   } catch (const std::exception& error) {
     return log_and_count(
@@ -250,23 +276,26 @@ std::pair<value, value> get_member_pp_port(std::string_view mName, std::string_v
 
 value get_encap_id(const value& encap_cfg, std::string_view sbName) {
   try {
-    static const pattern& tag = constant(R"(dot\w+\s(\d+))");
+    static const pattern& tag = constant(R"(dot\w++(?:\s(\d+)|(*SKIP)(*FAIL)))");
     const std::string& cfg = encap_cfg.as_text();
-    const std::string keyword =
-        fill(R"([^\s]{}.*(encapsulation|l2transport encapsulation))", {sbName});
-    if (findall(pattern(keyword), cfg).empty()) {
+    const pattern keyword(fill(R"([^\s]{}(?:.*?encapsulation|.*+(*SKIP)(*FAIL)))", {sbName}));
+    if (findall(keyword, cfg).empty()) {
       logger(fmt::format("{}: Dont have any encapsulation config.", sbName), "exception");
       ++st().info;
       return ERROR;
     }
-    const pattern tagged(fill(
-        R"({} (dot1q \d+ second-dot1q \d+|dot1ad \w+ dot1q \d+|dot1q \d+|dot1ad \d+))", {keyword}));
+    const pattern tagged(
+        fill(R"([^\s]{}(?:.*(encapsulation|l2transport encapsulation) )"
+             R"((dot1q \d+ second-dot1q \d+|dot1ad \w+ dot1q \d+|dot1q \d+|dot1ad \d+))"
+             R"(|.*+(*SKIP)(*FAIL)))",
+             {sbName}));
     const std::string encap = list_text(findall(tagged, cfg));
     const matches encap_list = findall(tag, encap);
     value_list tags;
     for (std::size_t at = 0; at < encap_list.size(); ++at) tags.emplace_back(encap_list.text(at));
     if (!tags.empty()) return make_list(std::move(tags));
-    const pattern untagged(fill("{} l2transport.*encapsulation.*(untagged)", {sbName}));
+    const pattern untagged(
+        fill("{} l2transport(?:(?>.*?encapsulation).*?untagged|.*+(*SKIP)(*FAIL))", {sbName}));
     if (!findall(untagged, cfg).empty()) tags.emplace_back("untagged");
     return make_list(std::move(tags));
   } catch (const std::exception& error) {

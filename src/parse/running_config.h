@@ -44,6 +44,20 @@ class parsed_config {
   std::unordered_map<std::string_view, std::vector<std::size_t>> by_bundle_id_;
 };
 
+// `run_cfg` without its line ends, each together with the indented "!" behind it if there is one:
+// without all matches of "\n\s+!|\n". What is left of "!" stands between stanzas.
+std::string without_line_ends(std::string_view run_cfg);
+
+// What the searches of a stanza's text mean; the braces take the interface head. Only the second's
+// groups are looked at, of the others whether there is a match.
+inline constexpr std::string_view l2_definition = "{}.*l2transport";
+inline constexpr std::string_view tagged_definition =
+    R"([^\s]{}.*(encapsulation|l2transport encapsulation) )"
+    R"((dot1q \d+ second-dot1q \d+|dot1ad \w+ dot1q \d+|dot1q \d+|dot1ad \d+))";
+inline constexpr std::string_view keyword_definition =
+    R"([^\s]{}.*(encapsulation|l2transport encapsulation))";
+inline constexpr std::string_view untagged_definition = "{} l2transport.*encapsulation.*(untagged)";
+
 // Fills `tesselDb`, `bundle_dict` and the scale figures, and removes `run_cfg`. Returns SUCCESS in
 // every case: a failure is logged and counted, and what stands in `tesselDb` by then stays.
 int parse_running_config();

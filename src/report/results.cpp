@@ -27,13 +27,14 @@ constexpr std::string_view bhc_str = "Bundle Health Status Error";
 
 constexpr std::int64_t most_previewed = 10;
 
-// The counters, each read once: workers may still be counting.
+// The counters, each read once: workers may still be counting. Objects that wait for their deletion
+// are told only beside an inconsistency.
 struct outcome {
   std::int64_t inconsistent = st().inconsistent;
   std::int64_t programming_error = st().programming_error;
   std::int64_t exception = st().exception;
   std::int64_t stale = st().staleEntries;
-  std::int64_t delete_pending = st().deletePending;
+  std::int64_t delete_pending = inconsistent == 0 ? 0 : std::int64_t{st().deletePending};
   std::int64_t bundle_health = st().bdlHealthCheckCount;
 };
 

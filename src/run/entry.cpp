@@ -4,6 +4,7 @@
 #include <cassert>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <utility>
 
@@ -59,7 +60,7 @@ TESSEL_EXPORT void tessel_init(void) {
   try {
     m = &tessel::new_state();
   } catch (const std::exception&) {
-    assert(false && "no memory for the run state");
+    assert(0);  // no memory for the run state
   }
 }
 
@@ -79,7 +80,10 @@ TESSEL_EXPORT int32_t run_tessel(uint32_t my_node_id) {
 }
 
 TESSEL_EXPORT int32_t tessel_run(int32_t node_id) {
+  // Both readings of the processor clock belong to the call; nothing uses them yet.
+  static_cast<void>(std::clock());
   const int32_t result = run_tessel(static_cast<uint32_t>(node_id));
+  static_cast<void>(std::clock());
   if (result == TESSEL_ABORTED) act_on_pending();
   return result;
 }

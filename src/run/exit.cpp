@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <ctime>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -79,6 +80,8 @@ void exit_handler() {
   } catch (const std::exception&) {
     // The logs may be what failed: the run ends without another word.
   }
+  // The counterpart of the run's start_time; no elapsed time is reported yet.
+  [[maybe_unused]] const std::time_t end_time = std::time(nullptr);
   throw exit_request();
 }
 

@@ -439,5 +439,23 @@ TEST_F(logs_test, who_took_a_plain_file_may_use_it_after_it_was_closed) {
   st().stale_fd.close();
 }
 
+TEST_F(logs_test, a_file_that_was_removed_from_outside_is_made_anew_at_the_limit) {
+  open_logs();
+  fill_up_to(100);
+  std::filesystem::remove(LOG_FILE_INCONSISTENT);
+  logger(message_of(100), "inconsistent");
+  logger("after", "inconsistent");
+  EXPECT_THAT(messages(LOG_FILE_INCONSISTENT), ElementsAre(message_of(100), "after"));
+  EXPECT_FALSE(file_exists(backup));
+}
+
+TEST_F(logs_test, a_file_that_cannot_be_closed_is_named_with_the_cause) {
+  log_file file("/tmp/plain", file_mode::truncate);
+  ASSERT_EQ(::close(file.descriptor()), 0);
+  EXPECT_EQ(failure_of([&] { file.close(); }), "cannot close /tmp/plain: Bad file descriptor");
+  EXPECT_NO_THROW(file.close()) << "once is enough";
+  EXPECT_EQ(file.descriptor(), -1);
+}
+
 }  // namespace
 }  // namespace tessel

@@ -159,12 +159,14 @@ TEST_F(numbers_test, plain_hexadecimal) {
 }
 
 TEST_F(numbers_test, convert_object_to_hex_converts_outer_keys_and_inner_values) {
+  const std::string wide = "340282366920938463463374607431768211456";  // 2 to the power of 128
+  const std::string zeroes(32, '0');
   const value object = map_of({{"16", map_of({{"lagid", "10"}, {"weight", 255}})},
                                {"0x20", map_of({})},
-                               {"010", map_of({{"16", "08"}})}});
+                               {"010", map_of({{"16", "08"}, {"mac", wide}})}});
   const value expected = map_of({{"0x10", map_of({{"lagid", "0xa"}, {"weight", "0xff"}})},
                                  {"0x20", map_of({})},
-                                 {"0x8", map_of({{"16", "0x8"}})}});
+                                 {"0x8", map_of({{"16", "0x8"}, {"mac", "0x1" + zeroes}})}});
   EXPECT_EQ(convert_object_to_hex(object), expected);
   EXPECT_EQ(object.at("16").at("weight"), 255) << "what was converted stays";
 }
@@ -183,6 +185,30 @@ TEST_F(numbers_test, convert_object_to_hex_lets_failures_out) {
               }),
               HasSubstr("the integer 0"));
   EXPECT_THAT(failure_of([] { convert_object_to_hex(ERROR); }), HasSubstr("the integer 0"));
+}
+
+TEST_F(numbers_test, numbers_beyond_64_bits_are_reckoned_with) {
+  EXPECT_EQ(number_value(to_wide("0xFFFFFFFFFFFFFFFF")), "18446744073709551615");
+  EXPECT_EQ(number_value(to_wide("-9223372036854775809")), "-9223372036854775809");
+  EXPECT_EQ(number_value(to_wide("0x7fffffffffffffff")), largest);
+  EXPECT_EQ(number_value(to_wide("-0x8000000000000000")), smallest);
+  EXPECT_EQ(number_value(to_wide_decimal("0018446744073709551616")), "18446744073709551616");
+  EXPECT_EQ(number_value(to_wide_decimal(smallest)), smallest);
+  EXPECT_EQ(number_value(to_wide("0x" + std::string(24, 'f'))), "79228162514264337593543950335");
+  EXPECT_THAT(failure_of([] { to_wide("0x1" + std::string(24, '0')); }), HasSubstr("too large"));
+  EXPECT_THAT(failure_of([] { to_wide("none"); }), HasSubstr("'none' is no number"));
+  EXPECT_THAT(failure_of([] { to_wide_decimal("0x10"); }), HasSubstr("'0x10' is no number"));
+}
+
+TEST_F(numbers_test, the_low_bits_of_a_number_of_any_length) {
+  EXPECT_EQ(to_low_bits("0x1001000"), 0x1001000U);
+  EXPECT_EQ(to_low_bits("0xFFFFFFFFFFFFFFFF"), ~std::uint64_t{0});
+  EXPECT_EQ(to_low_bits("18446744073709551621"), 5U);
+  EXPECT_EQ(to_low_bits("0xabc" + std::string(200, '0') + "1234"), 0x1234U);
+  EXPECT_EQ(to_low_bits("-1"), ~std::uint64_t{0});
+  EXPECT_EQ(to_low_bits("0"), 0U);
+  EXPECT_THAT(failure_of([] { to_low_bits("1 2"); }), HasSubstr("'1 2' is no number"));
+  EXPECT_THAT(failure_of([] { to_low_bits(ERROR); }), HasSubstr("the integer 0"));
 }
 
 }  // namespace

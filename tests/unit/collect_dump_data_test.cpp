@@ -178,7 +178,9 @@ TEST_F(dump_data_test, of_a_node_id_the_low_24_bits_count) {
     int expected;
   };
   for (const row& each : {row{"hexadecimal", "0x1001000\n", 4096}, row{"decimal", "16781568", 4352},
-                          row{"octal, blanks around", "  010 \n\n", 8}, row{"none", "0", 0}}) {
+                          row{"octal, blanks around", "  010 \n\n", 8}, row{"none", "0", 0},
+                          row{"all of 64 bits", "0xFFFFFFFFFFFFFFFF", 16777215},
+                          row{"more than 64 bits", "0x10000000000000001001000", 4096}}) {
     SCOPED_TRACE(each.why);
     SetUp();
     add_node("0/0/CPU0", "192.0.0.9", 1);
@@ -186,6 +188,14 @@ TEST_F(dump_data_test, of_a_node_id_the_low_24_bits_count) {
     EXPECT_EQ(dump(), SUCCESS);
     EXPECT_EQ(node("0/0/CPU0").at("nodeid"), each.expected);
   }
+}
+
+TEST_F(dump_data_test, a_probed_node_id_of_64_bits_is_named_as_it_is) {
+  st().router = aspen;
+  add_node("0/0/CPU0", "192.0.0.9", 1);
+  tool("ssh", "echo 'Node Id:0xFFFFFFFFFFFFFFFF'");
+  EXPECT_EQ(dump(), SUCCESS);
+  EXPECT_EQ(node("0/0/CPU0").at("nodeid"), "18446744073709551615");
 }
 
 TEST_F(dump_data_test, a_node_id_that_is_no_number_ends_the_whole_stage) {

@@ -145,6 +145,16 @@ TEST_F(dpa_checks_test, max_member_count_at_Not_set_skips_the_scale_test) {
   EXPECT_EQ(counted(), outcome());
 }
 
+TEST_F(dpa_checks_test, a_weight_beyond_64_bits_is_compared_as_a_number) {
+  put(lagport_of(be12::ifh), {"weight"}, "18446744073709551616");
+  put(lagport_of(be12::ifh), {"max_member_count"}, "18446744073709551616");
+  EXPECT_EQ(bundles_DPA(), SUCCESS);
+  EXPECT_EQ(counted(), outcome());
+  put(lagport_of(be12::ifh), {"max_member_count"}, "18446744073709551615");
+  EXPECT_EQ(bundles_DPA(), SUCCESS);
+  EXPECT_EQ(counted(), (outcome{.inconsistent = 1}));
+}
+
 TEST_F(dpa_checks_test, weight_equal_to_max_member_count_is_no_finding_only_greater_is) {
   put(lagport_of(be12::ifh), {"weight"}, 64);
   EXPECT_EQ(bundles_DPA(), SUCCESS);

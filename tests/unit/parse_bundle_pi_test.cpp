@@ -1,8 +1,10 @@
 #include "parse/bundle_pi.h"
 
 #include <array>
+#include <random>
 #include <string>
 
+#include "base/text.h"
 #include "support/command_line.h"
 #include "support/fake_router.h"
 #include "support/hostile.h"
@@ -251,12 +253,80 @@ TEST_F(bundle_pi_test, an_output_cut_anywhere_is_reported_once) {
   }
 }
 
-TEST_F(bundle_pi_test, an_overlong_line_is_a_failure_that_is_counted_once) {
-  EXPECT_EQ(parse(joined({be12, "Member ", std::string(4U << 20, 'x'), "\n", be7})), ERROR);
-  EXPECT_TRUE(st().bdlInfoPI.get().is_text());
-  EXPECT_EQ(st().exception, 1);
-  EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
-              ElementsAre(testing::EndsWith(": parse_bundle_info_PI failed")));
+TEST_F(bundle_pi_test, an_overlong_line_is_matched_or_not_as_any_other) {
+  const std::string both = joined({"{", be12_parsed, ", ", be7_parsed, "}"});
+  const std::string many = replace_all(std::string(300'000, '.'), ".", "Member interface 1a1/1/1 ");
+  const std::string blanks(4U << 20, ' ');
+  const std::string digits(4U << 20, '7');
+  for (const std::string& line :
+       {"Member " + std::string(4U << 20, 'x'), "Member interface " + std::string(4U << 20, 'x'),
+        "Member interface " + digits, "Member interface Hu0/0/" + digits + "x", many,
+        "Member interface" + blanks + "x", "Member interface Hu0/0/1" + blanks + "x"}) {
+    SCOPED_TRACE(line.substr(0, 40));
+    SetUp();
+    EXPECT_EQ(parse(joined({be12, line, "\n", be7})), SUCCESS);
+    EXPECT_EQ(store(), both);
+    EXPECT_EQ(st().exception, 0);
+  }
+  SetUp();
+  EXPECT_EQ(parse(joined({be7, "Member interface", blanks, "Hu0/0/0/2", blanks, "(0x71)\n"})),
+            SUCCESS);
+  EXPECT_EQ(st().bdlInfoPI.get().at("BE7").at("members").as_map().size(), 2U);
+}
+
+TEST_F(bundle_pi_test, members_are_those_that_the_definition_finds) {
+  constexpr std::array<std::string_view, 23> pieces = {"Member interface",
+                                                       "Member interface ",
+                                                       "Member interface Hu0/0/1",
+                                                       "Member interface\t7/1/2",
+                                                       "\nMember interface Te0/0/0/1/3",
+                                                       "Member interface\nHu0/0/0/2 (0x62) ",
+                                                       "Member interface Hu0/0/0/3 (0x63)\n",
+                                                       " (0x60) ",
+                                                       " (0x60) ",
+                                                       "\n(0x61 ",
+                                                       " up",
+                                                       " (",
+                                                       " )",
+                                                       "\n",
+                                                       " ",
+                                                       "\t",
+                                                       "1a1/1/1",
+                                                       "Hu0/0/0/1",
+                                                       "/",
+                                                       "0",
+                                                       "1/",
+                                                       "x",
+                                                       "_9/9/9"};
+  const pattern definition(member_line_definition);
+  std::size_t members = 0;
+  for (unsigned seed = 1; seed <= 20000; ++seed) {
+    std::mt19937 random(seed);
+    std::string text =
+        "Bundle interface handle BE12 (0x12)\nMAC address 0011.2233.4455\n"
+        "Operational MTU 1514\n";
+    text += fragments(random, pieces, 3 + seed % 25);
+    value expected = make_map();
+    const matches found = findall(definition, text);
+    bool readable_handles = true;
+    for (std::size_t at = 0; at < found.size(); ++at) {
+      const std::string name(found[at][0]);
+      readable_handles =
+          readable_handles && (found[at][1].starts_with("0x6") && found[at][1].size() == 4);
+      expected.as_map().set(name.substr(2), "BE12_" + name);
+    }
+    if (!readable_handles) continue;
+    const value parsed = parse_bundle_info_PI(text);
+    value shown = make_map();
+    if (parsed.contains("BE12")) {
+      for (const auto& [key, member] : parsed.at("BE12").at("members").as_map().items()) {
+        shown.as_map().set(key, member.at("Node Description"));
+      }
+    }
+    ASSERT_EQ(shown, expected) << "seed " << seed << " in " << quoted(text);
+    members += found.size();
+  }
+  EXPECT_GT(members, 10000U) << "the texts must be worth the comparison";
 }
 
 TEST_F(bundle_pi_test, junk_around_and_between_bundles_harms_nothing) {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "platform/port_numbers.h"
 #include "support/fake_router.h"
 #include "support/hostile.h"
 
@@ -137,11 +138,10 @@ TEST_F(hardware_tables_test, a_lag_whose_table_has_one_row_has_no_entry) {
             map_of({{"2", map_of({{"0", "30"}, {"1", "31"}})}}));
 }
 
-TEST_F(hardware_tables_test, a_profile_index_beyond_all_numbers_is_a_failure) {
-  EXPECT_EQ(failure_of([] {
-              parse_mtu_profiles("ETPPC_MTU_MAP_TABLE.ETPPC0[99999999999999999999]: <A=1,MTU=1>\n");
-            }),
-            "'99999999999999999999' is too large a number");
+TEST_F(hardware_tables_test, a_profile_index_may_take_all_of_64_bits) {
+  EXPECT_EQ(
+      parse_mtu_profiles("ETPPC_MTU_MAP_TABLE.ETPPC0[18446744073709551615]: <A=1,MTU=0x10>\n"),
+      map_of({{"0", map_of({{"1844674407370955161", "16"}})}}));
 }
 
 // ---- VLAN domain of one member
@@ -304,15 +304,13 @@ TEST_F(vlan_domain_test, what_is_missing_is_a_failure_that_names_it) {
   }
 }
 
-TEST_F(vlan_domain_test, a_core_beyond_all_ports_is_a_failure) {
+TEST_F(vlan_domain_test, ports_and_cores_may_take_all_of_64_bits) {
   st().router = aspen;
-  add_member("5", "9223372036854775807");
-  EXPECT_EQ(parse_vlan_domain("0/0/0/1"), ERROR);
-  EXPECT_EQ(st().exception, 1);
-  EXPECT_THAT(
-      kept_messages(),
-      ElementsAre("port the text '5' on core the text '9223372036854775807' is too large a number: "
-                  "parse_vlan_domain failed"));
+  EXPECT_EQ(port_on_core("5", "0xFFFFFFFFFFFFFFFF"), "-4722366482869645213435");
+  EXPECT_EQ(port_on_core("0xFFFFFFFFFFFFFFFF", "1"), "18446744073709551359");
+  EXPECT_EQ(port_on_core("300", "1"), "44");
+  st().router = birch;
+  EXPECT_EQ(port_on_core("18446744073709551615", "not read"), "18446744073709551615");
 }
 
 TEST_F(vlan_domain_test, a_failure_is_logged_before_it_is_counted) {

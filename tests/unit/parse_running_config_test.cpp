@@ -445,11 +445,57 @@ TEST_F(running_config_test, junk_between_stanzas_harms_nothing) {
   }
 }
 
-TEST_F(running_config_test, an_overlong_run_of_blanks_is_a_failure_that_is_counted_once) {
-  parse("interface Bundle-Ether12\n description" + std::string(1U << 20, ' ') + "x\n!\n" +
+TEST_F(running_config_test, a_run_of_blanks_of_any_length_is_read_as_any_other) {
+  const std::string blanks(1U << 20, ' ');
+  const std::string line_feeds(1U << 20, '\n');
+  for (const std::string& run : {blanks, line_feeds, std::string(1U << 20, '\t'), blanks + "\n"}) {
+    SetUp();
+    parse("interface Bundle-Ether12\n description" + run + "x\n" + run + " !\n!\n" + line_feeds +
+          blanks + "interface Bundle-Ether12.5\n" + blanks + "encapsulation dot1q 5" + blanks +
+          "\n!\n" + std::string(member_of_12) + "router ospf 1\n" + run +
+          " interface Bundle-Ether99\n!\n");
+    EXPECT_THAT(kept_messages(), IsEmpty());
+    EXPECT_EQ(st().num_bundles, 1);
+    EXPECT_THAT(members("BE12"), ElementsAre("0/0/0/1"));
+    EXPECT_EQ(st().bundle_dict.as_map().keys(), (std::vector<std::string>{"BE12", "BE12.5"}));
+  }
+}
+
+TEST_F(running_config_test, a_stanza_of_many_megabytes_is_searched_as_any_other) {
+  const std::string long_text = " description " + std::string(16U << 20, 'x') + "\n";
+  parse("interface Bundle-Ether12\n" + long_text +
+        "!\ninterface Bundle-Ether12.5 l2transport\n encapsulation dot1q 5\n" + long_text +
+        "!\ninterface Bundle-Ether12.6 l2transport\n encapsulation untagged\n" + long_text +
+        "!\ninterface Bundle-Ether12.7\n" + long_text + " encapsulation dot1ad 7 dot1q 8\n!\n" +
         std::string(member_of_12));
-  EXPECT_EQ(st().exception, 1);
-  EXPECT_THAT(kept_messages(), ElementsAre(testing::EndsWith(": parse_running_config failed")));
+  EXPECT_THAT(kept_messages(), testing::Each(HasSubstr("SEM entry check for BE12")));
+  EXPECT_EQ(st().exception, 0);
+  EXPECT_EQ(bundle("BE12").get("is_l2"), 0);
+  EXPECT_EQ(sub_bundle("BE12.5").get("encap"), list_of({"5"}));
+  EXPECT_EQ(sub_bundle("BE12.5").get("is_l2"), 1);
+  EXPECT_EQ(sub_bundle("BE12.6").get("encap"), list_of({"untagged"}));
+  EXPECT_EQ(sub_bundle("BE12.7").get("encap"), list_of({"7", "8"}));
+  EXPECT_EQ(sub_bundle("BE12.7").get("is_l2"), 0);
+}
+
+TEST_F(running_config_test, a_word_repeated_in_a_stanza_ten_thousand_times_costs_no_time) {
+  const auto often = [](std::string_view word) {
+    return replace_all(std::string(10'000, '.'), ".", word) + std::string(1U << 20, 'x');
+  };
+  for (const char* word : {" encapsulation", " encapsulation dot1q", " l2transport",
+                           "-interface Bundle-Ether12.5", "-interface Bundle-Ether12.5 l2transport",
+                           "-interface Bundle-Ether12.5 l2transport encapsulation dot1q x"}) {
+    SCOPED_TRACE(word);
+    const std::string cfg = "'interface Bundle-Ether12.5 l2transport encapsulation" + often(word);
+    EXPECT_EQ(get_encap_id(cfg, "interface Bundle-Ether12.5"), make_list());
+    EXPECT_EQ(get_bundle_type("'interface Bundle-Ether12.5" + often(word) + "'",
+                              "interface Bundle-Ether12.5"),
+              std::string_view(word).find("l2") == std::string_view::npos ? 0 : 1);
+  }
+  const std::string provider = "'interface Bundle-Ether12.5 encapsulation dot1ad " +
+                               replace_all(std::string(200'000, '.'), ".", "dot") + " dot1q 5'";
+  EXPECT_EQ(get_encap_id(provider, "interface Bundle-Ether12.5"), list_of({"5"}));
+  EXPECT_EQ(st().exception, 0);
 }
 
 TEST_F(running_config_test, a_configuration_cut_anywhere_is_reported_as_counted) {
@@ -580,6 +626,91 @@ TEST_F(running_config_test, sub_bundles_are_grouped_as_one_search_for_each_bundl
     if (HasFailure()) return;
   }
   EXPECT_GT(grouped, 400U) << "the texts must be worth the comparison";
+}
+
+TEST_F(running_config_test, line_ends_are_removed_as_the_pattern_removes_them) {
+  constexpr std::array<std::string_view, 12> pieces = {"\n", "\n", " ",  "!",     "\n!", "\n !",
+                                                       "x",  "\t", "\r", "\n\n!", " !",  "\v"};
+  const pattern line_ends("\n\\s+!|\n");
+  for (unsigned seed = 1; seed <= 20000; ++seed) {
+    std::mt19937 random(seed);
+    const std::string text = fragments(random, pieces, seed % 30);
+    ASSERT_EQ(without_line_ends(text), sub(line_ends, "", text))
+        << "seed " << seed << " in " << quoted(std::string_view(text));
+  }
+}
+
+TEST_F(running_config_test, indented_mentions_are_removed_as_the_pattern_removes_them) {
+  constexpr std::array<std::string_view, 8> pieces = {
+      " ", "  ", "\t", "interface Bundle-Ether", "interface Bundle-Ether12", "7", "x", "+"};
+  const pattern mention(R"(\s+interface Bundle-Ether\d+)");
+  for (unsigned seed = 1; seed <= 5000; ++seed) {
+    std::mt19937 random(seed);
+    const std::string stanza(strip(fragments(random, pieces, 1 + seed % 20)));
+    SetUp();
+    const auto [bundles, cfg] = get_bundles(parsed_config(stanza));
+    const std::array<std::string_view, 1> entries = {stanza};
+    const bool has_bundle = stanza.find("interface Bundle-Ether") != std::string::npos;
+    ASSERT_EQ(cfg, has_bundle ? sub(mention, "", list_text(entries)) : "[]")
+        << "seed " << seed << " in " << quoted(std::string_view(stanza));
+  }
+}
+
+// What the definitions say of a stanza.
+value encap_by_definition(const std::string& cfg, std::string_view name) {
+  if (findall(pattern(fill(keyword_definition, {name})), cfg).empty()) return ERROR;
+  const std::string tagged = list_text(findall(pattern(fill(tagged_definition, {name})), cfg));
+  const matches tags = findall(pattern(R"(dot\w+\s(\d+))"), tagged);
+  value_list found;
+  for (std::size_t at = 0; at < tags.size(); ++at) found.emplace_back(tags.text(at));
+  if (!found.empty()) return make_list(found);
+  const matches untagged = findall(pattern(fill(untagged_definition, {name})), cfg);
+  if (!untagged.empty()) found.emplace_back("untagged");
+  return make_list(found);
+}
+
+TEST_F(running_config_test, stanzas_are_searched_as_the_definitions_say) {
+  constexpr std::string_view name = "interface Bundle-Ether1.5";
+  constexpr std::array<std::string_view, 24> pieces = {"'interface Bundle-Ether1.5",
+                                                       "-interface Bundle-Ether1x5",
+                                                       "interface Bundle-Ether1.5",
+                                                       " l2transport",
+                                                       "l2transport",
+                                                       " encapsulation",
+                                                       " encapsulation ",
+                                                       "l2transport encapsulation",
+                                                       " untagged",
+                                                       "untagged",
+                                                       "dot1q 5",
+                                                       " dot1q 6",
+                                                       "dot1q 7 second-dot1q 8",
+                                                       "dot1ad 9",
+                                                       "dot1ad any dot1q 10",
+                                                       "dot1ad dot1q dot1q 11",
+                                                       " dotdot 1",
+                                                       "\n",
+                                                       " ",
+                                                       "'",
+                                                       "x",
+                                                       "0",
+                                                       " encapsulation dot1q 12",
+                                                       "'interface Bundle-Ether1.5 l2transport"};
+  std::size_t tagged = 0;
+  std::size_t untagged = 0;
+  for (unsigned seed = 1; seed <= 20000; ++seed) {
+    std::mt19937 random(seed);
+    const std::string cfg = fragments(random, pieces, 2 + seed % 20);
+    const value expected = encap_by_definition(cfg, name);
+    ASSERT_EQ(get_encap_id(cfg, name), expected)
+        << "seed " << seed << " in " << quoted(std::string_view(cfg));
+    const bool is_l2 = !findall(pattern(fill(l2_definition, {name})), cfg).empty();
+    ASSERT_EQ(get_bundle_type(cfg, name), is_l2 ? 1 : 0)
+        << "seed " << seed << " in " << quoted(std::string_view(cfg));
+    if (!expected.is_list() || expected.as_list().empty()) continue;
+    ++(expected.as_list()[0] == "untagged" ? untagged : tagged);
+  }
+  EXPECT_GT(tagged, 1000U) << "the texts must be worth the comparison";
+  EXPECT_GT(untagged, 200U);
 }
 
 }  // namespace

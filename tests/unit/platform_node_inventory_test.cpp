@@ -316,6 +316,12 @@ TEST_F(node_inventory_test, a_line_that_cannot_be_placed_ends_the_inventory) {
   }
 }
 
+TEST_F(node_inventory_test, a_line_with_leading_blanks_has_an_empty_column_0_and_fails_as_a_name) {
+  const value result = list(birch, "  " + line("0/0/CPU0", "LC", "ACTIVE", "FINAL", "192.0.8.4"));
+  expect_failed_inventory(result, "no key ''");
+  EXPECT_THAT(dumped(), IsEmpty());
+}
+
 TEST_F(node_inventory_test, what_the_lines_before_a_bad_one_wrote_stays) {
   const value result = list(birch, line("0/RP0/CPU0", "RP", "ACTIVE", "FINAL", "192.0.0.4") +
                                        line("0/99/CPU0", "LC", "ACTIVE", "FINAL", "192.0.8.4") +

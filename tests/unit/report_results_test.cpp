@@ -1,7 +1,9 @@
 #include "report/results.h"
 
 #include <array>
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include "base/text.h"
 #include "support/fake_router.h"
@@ -262,6 +264,18 @@ TEST_F(results_test, what_was_printed_behind_a_title_is_preceded_by_one_blank) {
                 print_results();
               }),
               StartsWith(" \n\nOverall Results:\n"));
+}
+
+TEST_F(results_test, a_late_delete_pending_object_beside_no_inconsistency_is_not_told) {
+  std::atomic<bool> ended = false;
+  std::jthread late([&ended] {
+    while (!ended) ++st().deletePending;
+  });
+  for (int round = 0; round < 300; ++round) {
+    EXPECT_THAT(results(), HasSubstr("Delete Pending DPA Objects   : 0\n"));
+    if (HasFailure()) break;
+  }
+  ended = true;
 }
 
 }  // namespace

@@ -1,11 +1,16 @@
 #include "run/exit.h"
 
+#include <unistd.h>
+
+#include <filesystem>
 #include <latch>
 #include <string>
 #include <vector>
 
+#include "base/logs.h"
 #include "base/text.h"
 #include "base/worker.h"
+#include "report/results.h"
 #include "support/fake_router.h"
 
 namespace tessel {
@@ -193,6 +198,64 @@ TEST_F(exit_test, no_failure_handler_catches_the_exit_request) {
   } catch (const exit_request&) {
   }
   EXPECT_FALSE(caught);
+}
+
+TEST_F(exit_test, info_shown_in_the_table_is_added_once_more_at_the_end_and_not_shown) {
+  for (const char* text : {"one", "two", "three"}) logger(text, "exception");
+  ++st().exception;
+  ++st().info;
+  ++st().info;
+  EXPECT_THAT(output_of([] { print_results(); }), HasSubstr("Info/Error/Module Exception : 3 "));
+  EXPECT_EQ(exit_output(), "");
+  EXPECT_EQ(st().exception, 5);
+}
+
+TEST_F(exit_test, the_preview_of_an_early_end_counts_the_exceptions_and_has_no_log_list) {
+  for (int number = 0; number < 12; ++number) logger("more", "exception");
+  st().exception = 12;
+  st().inconsistent = 3;
+  EXPECT_EQ(st().printed_results, 0);
+  const std::string output = exit_output();
+  EXPECT_THAT(output, HasSubstr("\nTotal Error Count: 12\n")) << "the exceptions alone";
+  EXPECT_THAT(output, Not(HasSubstr("\nLogs:\n"))) << "the list of the result table";
+  EXPECT_THAT(output, Not(HasSubstr("tessel_inconsistencies.log")));
+}
+
+// The descriptor under which this process has a file open.
+int descriptor_of(std::string_view path) {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    if (std::filesystem::read_symlink(entry.path(), gone) == path) {
+      return std::stoi(entry.path().filename());
+    }
+  }
+  return -1;
+}
+
+TEST_F(exit_test, a_log_that_cannot_be_closed_is_told_and_counted) {
+  for (const std::string_view path :
+       {LOG_FILE_BUNDLE_HEALTH, LOG_FILE_STALE_ENTRIES, LOG_FILE_DEBUG}) {
+    SCOPED_TRACE(path);
+    SetUp();
+    ASSERT_EQ(::close(descriptor_of(path)), 0);
+    EXPECT_EQ(output_of([] { close_fd(); }), "\ncannot close " + std::string(path) +
+                                                 ": Bad file descriptor: Cleanup task failed\n");
+    EXPECT_EQ(st().exception, 1);
+    EXPECT_EQ(st().dl_fd.get() == nullptr, path == LOG_FILE_DEBUG)
+        << "what had not been closed by then stays open";
+    logger("late", "bundle_health");
+    EXPECT_THAT(messages(LOG_FILE_BUNDLE_HEALTH), ElementsAre("late"));
+  }
+}
+
+TEST_F(exit_test, a_debug_log_that_a_worker_still_holds_is_closed_by_the_worker) {
+  auto held = st().dl_fd.require();
+  EXPECT_EQ(output_of([] { close_fd(); }), "");
+  EXPECT_EQ(st().dl_fd.get(), nullptr);
+  held->write("late\n");
+  EXPECT_EQ(file_text(LOG_FILE_DEBUG), "late\n");
+  held = nullptr;
+  EXPECT_EQ(descriptor_of(LOG_FILE_DEBUG), -1);
 }
 
 }  // namespace

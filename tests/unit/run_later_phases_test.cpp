@@ -1,17 +1,46 @@
 // The driver behind the consistency check: what a phase that could not be carried out does to the
 // run.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "run/run_tessel.h"
 #include "support/fake_router.h"
+#include "tessel/tessel.h"
 
 namespace tessel {
 namespace {
 
 using testing::Contains;
+using testing::EndsWith;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
+
+// What a host sees of a run in a process of its own, and that the run came back aborted.
+struct aborted_run {
+  std::string output;
+  std::string complaint;
+};
+
+aborted_run aborted(const std::function<void()>& prepare) {
+  aborted_run seen;
+  seen.complaint = error_output_of([&] {
+    seen.output = output_of([&] {
+      EXPECT_EQ(status_in_child([&] {
+                  tessel_init();
+                  prepare();
+                  return tessel_run(4096) == TESSEL_ABORTED ? 7 : 99;
+                }),
+                7);
+    });
+  });
+  return seen;
+}
 
 // A line card with two chips of the older family, a bundle, and a member that the forwarding
 // object of the member puts on another chip than that of the bundle.
@@ -84,6 +113,60 @@ TEST_F(later_phases_test,
   tool_prints("lagmgr_health", std::string(1U << 20, 'x'));
   EXPECT_THAT(completed_run(), HasSubstr("\nBundle Health Check..................... Not Done\n"
                                          "\n\nOverall Results:\n"));
+}
+
+TEST_F(later_phases_test,
+       a_false_consistency_check_prints_not_done_and_the_table_and_skips_the_later_checks) {
+  // Collection passes over a node without an address before it asks whether that takes part.
+  st().nodeinfo.get().as_map().set("x", map_of({{"nodeip", "None"}}));
+  const std::string output = completed_run();
+  EXPECT_THAT(output, StartsWith("Dumping Data............................ Done\n"
+                                 "Parsing Data............................ Done\n"
+                                 "Bundle Consistency Check................ Not Done\n"
+                                 "\n\nOverall Results:\n"));
+  EXPECT_THAT(output, HasSubstr("Info/Error/Module Exception : 1 "));
+  for (const char* later : {"Programming Check", "Stale Entry Check", "Bundle Health Check"}) {
+    EXPECT_THAT(output, Not(HasSubstr(later)));
+  }
+  EXPECT_THAT(output, EndsWith(std::string(33, '*') + "Done" + std::string(33, '*') + "\n"));
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION), Contains("no key 'dump': Consistency check failed"));
+  EXPECT_EQ(st().printed_results, 1);
+}
+
+TEST_F(later_phases_test, a_false_stale_entry_check_prints_not_done_and_the_run_goes_on) {
+  // A node that the inventory knows and that takes no part, with a chip whose tables are missing.
+  st().BCM.get().as_map().set("0/9/CPU0", map_of({{"0", make_map()}}));
+  EXPECT_THAT(completed_run(), HasSubstr("\nStale Entry Check....................... Not Done\n"
+                                         "Bundle Health Check..................... Done\n"
+                                         "\n\nOverall Results:\n"));
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
+              Contains(AllOf(HasSubstr("no key '"),
+                             EndsWith(": Stale entry verification failed in 0/9/CPU0"))));
+}
+
+TEST_F(later_phases_test, a_failure_within_a_phases_own_handler_comes_out_with_a_traceback) {
+  // Without chip tables the stale entry check has no node to name in its handler.
+  const aborted_run run = aborted([] { st().BCM.set(ERROR); });
+  EXPECT_THAT(run.output, EndsWith("\nStale Entry Check.......................\n"))
+      << "neither a word nor a table";
+  EXPECT_THAT(run.complaint, StartsWith("Traceback (most recent call last):\n"));
+  EXPECT_THAT(run.complaint, HasSubstr(", in check_stale_entries\n"));
+  EXPECT_THAT(run.complaint, HasSubstr("\nfailure: no node to name: "));
+}
+
+TEST_F(later_phases_test, a_word_that_cannot_be_printed_comes_out_with_a_traceback) {
+  // The phase's title is out when its collection closes the place that the word would go to.
+  tool("cfg_render", "kill -USR1 $PPID; sleep 0.2; exit 0");
+  const aborted_run run = aborted([] {
+    ::signal(SIGUSR1, [](int) {
+      const int full = ::open("/dev/full", O_WRONLY);
+      ::dup2(full, STDOUT_FILENO);
+    });
+  });
+  EXPECT_EQ(run.output, "Dumping Data............................");
+  EXPECT_THAT(run.complaint, HasSubstr(", in write_out\n"));
+  EXPECT_THAT(run.complaint,
+              EndsWith("failure: cannot write standard output: No space left on device\n"));
 }
 
 }  // namespace

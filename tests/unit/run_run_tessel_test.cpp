@@ -1,7 +1,13 @@
 #include "run/run_tessel.h"
 
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 
 #include "base/text.h"
@@ -301,6 +307,42 @@ TEST_F(run_tessel_test, the_node_id_is_kept_as_an_unsigned_number) {
               7);
   });
 }
+
+// A sanitizer's runtime needs more memory than is left here.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define MEMORY_CAN_BE_LIMITED 0
+#elif defined(__has_feature)
+#define MEMORY_CAN_BE_LIMITED !(__has_feature(address_sanitizer) || __has_feature(thread_sanitizer))
+#else
+#define MEMORY_CAN_BE_LIMITED 1
+#endif
+#if MEMORY_CAN_BE_LIMITED
+// Leaves no piece of memory that a run state fits in, and some for words about it.
+void use_up_memory() {
+  constexpr std::size_t for_words = 1024;
+  static_assert(sizeof(run_state) > for_words);
+  void* const kept = std::malloc(for_words);
+  const rlimit none = {0, 0};
+  ::setrlimit(RLIMIT_AS, &none);
+  while (std::malloc(2 * for_words) != nullptr) {
+  }
+  std::free(kept);
+}
+
+TEST_F(run_tessel_test, without_memory_for_the_state_the_process_ends_by_an_assertion) {
+  const std::string complaint = error_output_of([] {
+    EXPECT_EQ(status_in_child([] {
+                const rlimit no_core = {0, 0};
+                ::setrlimit(RLIMIT_CORE, &no_core);
+                use_up_memory();
+                tessel_init();
+                return 99;
+              }),
+              128 + SIGABRT);
+  });
+  EXPECT_THAT(complaint, HasSubstr(": void tessel_init(): Assertion `0' failed.\n"));
+}
+#endif
 
 }  // namespace
 }  // namespace tessel
