@@ -1,16 +1,11 @@
 // The driver behind the consistency check: what a phase that could not be carried out does to the
 // run.
-#include <fcntl.h>
-#include <unistd.h>
 
-#include <csignal>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "run/run_tessel.h"
 #include "support/fake_router.h"
-#include "tessel/tessel.h"
 
 namespace tessel {
 namespace {
@@ -20,27 +15,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
-
-// What a host sees of a run in a process of its own, and that the run came back aborted.
-struct aborted_run {
-  std::string output;
-  std::string complaint;
-};
-
-aborted_run aborted(const std::function<void()>& prepare) {
-  aborted_run seen;
-  seen.complaint = error_output_of([&] {
-    seen.output = output_of([&] {
-      EXPECT_EQ(status_in_child([&] {
-                  tessel_init();
-                  prepare();
-                  return tessel_run(4096) == TESSEL_ABORTED ? 7 : 99;
-                }),
-                7);
-    });
-  });
-  return seen;
-}
 
 // A line card with two chips of the older family, a bundle, and a member that the forwarding
 // object of the member puts on another chip than that of the bundle.
@@ -142,31 +116,6 @@ TEST_F(later_phases_test, a_false_stale_entry_check_prints_not_done_and_the_run_
   EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
               Contains(AllOf(HasSubstr("no key '"),
                              EndsWith(": Stale entry verification failed in 0/9/CPU0"))));
-}
-
-TEST_F(later_phases_test, a_failure_within_a_phases_own_handler_comes_out_with_a_traceback) {
-  // Without chip tables the stale entry check has no node to name in its handler.
-  const aborted_run run = aborted([] { st().BCM.set(ERROR); });
-  EXPECT_THAT(run.output, EndsWith("\nStale Entry Check.......................\n"))
-      << "neither a word nor a table";
-  EXPECT_THAT(run.complaint, StartsWith("Traceback (most recent call last):\n"));
-  EXPECT_THAT(run.complaint, HasSubstr(", in check_stale_entries\n"));
-  EXPECT_THAT(run.complaint, HasSubstr("\nfailure: no node to name: "));
-}
-
-TEST_F(later_phases_test, a_word_that_cannot_be_printed_comes_out_with_a_traceback) {
-  // The phase's title is out when its collection closes the place that the word would go to.
-  tool("cfg_render", "kill -USR1 $PPID; sleep 0.2; exit 0");
-  const aborted_run run = aborted([] {
-    ::signal(SIGUSR1, [](int) {
-      const int full = ::open("/dev/full", O_WRONLY);
-      ::dup2(full, STDOUT_FILENO);
-    });
-  });
-  EXPECT_EQ(run.output, "Dumping Data............................");
-  EXPECT_THAT(run.complaint, HasSubstr(", in write_out\n"));
-  EXPECT_THAT(run.complaint,
-              EndsWith("failure: cannot write standard output: No space left on device\n"));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "run/run_tessel.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -7,8 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
+#include <vector>
 
 #include "base/text.h"
 #include "support/fake_router.h"
@@ -255,6 +256,54 @@ TEST_F(run_tessel_test, a_failure_behind_a_title_ends_its_line_first) {
   EXPECT_THAT(complaint, EndsWith("failure: a map expected, found nothing\n"));
 }
 
+TEST_F(run_tessel_test, a_failure_within_a_phases_own_handler_comes_out_with_a_traceback) {
+  std::string output;
+  const std::string complaint = error_output_of([&] {
+    output = output_of([] {
+      EXPECT_EQ(status_in_child([] {
+                  tessel_init();
+                  // The stale entry check, the first to look, has no node to name in its handler.
+                  st().BCM.set(ERROR);
+                  return tessel_run(4096) == TESSEL_ABORTED ? 7 : 99;
+                }),
+                7);
+    });
+  });
+  EXPECT_THAT(output, EndsWith("\nStale Entry Check.......................\n"))
+      << "neither a word nor a table";
+  EXPECT_THAT(complaint, StartsWith("Traceback (most recent call last):\n"));
+  EXPECT_THAT(complaint, HasSubstr(", in check_stale_entries\n"));
+  EXPECT_THAT(complaint, HasSubstr("\nfailure: no node to name: "));
+}
+
+// Replaces standard output by a device that takes no byte.
+void fill_standard_output(int) {
+  const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+  ::dup2(full, STDOUT_FILENO);
+  ::close(full);
+}
+
+TEST_F(run_tessel_test, a_word_that_cannot_be_printed_comes_out_with_a_traceback) {
+  // Behind the phase's title, and before its word.
+  tool("ifmgr_show", "kill -USR1 $(cat /opt/nos/host)");
+  std::string output;
+  const std::string complaint = error_output_of([&] {
+    output = output_of([] {
+      EXPECT_EQ(status_in_child([] {
+                  write_file("/opt/nos/host", std::to_string(::getpid()));
+                  ::signal(SIGUSR1, fill_standard_output);
+                  tessel_init();
+                  return tessel_run(4096) == TESSEL_ABORTED ? 7 : 99;
+                }),
+                7);
+    });
+  });
+  EXPECT_EQ(output, dumping);
+  EXPECT_THAT(complaint, StartsWith("Traceback (most recent call last):\n"));
+  EXPECT_THAT(complaint,
+              EndsWith("failure: cannot write standard output: No space left on device\n"));
+}
+
 TEST_F(run_tessel_test, the_driver_alone_comes_back_with_the_abort_code) {
   output_of([] {
     EXPECT_EQ(status_in_child([] {
@@ -319,14 +368,15 @@ TEST_F(run_tessel_test, the_node_id_is_kept_as_an_unsigned_number) {
 #if MEMORY_CAN_BE_LIMITED
 // Leaves no piece of memory that a run state fits in, and some for words about it.
 void use_up_memory() {
-  constexpr std::size_t for_words = 1024;
-  static_assert(sizeof(run_state) > for_words);
-  void* const kept = std::malloc(for_words);
+  constexpr std::size_t largest = 1024;
+  static_assert(sizeof(run_state) > largest);
+  std::vector<void*> for_words;
+  for (std::size_t size = 16; size <= largest; size += 16) for_words.push_back(std::malloc(size));
   const rlimit none = {0, 0};
   ::setrlimit(RLIMIT_AS, &none);
-  while (std::malloc(2 * for_words) != nullptr) {
+  while (std::malloc(largest) != nullptr) {
   }
-  std::free(kept);
+  for (void* each : for_words) std::free(each);
 }
 
 TEST_F(run_tessel_test, without_memory_for_the_state_the_process_ends_by_an_assertion) {
