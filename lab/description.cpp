@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <limits>
 #include <set>
+#include <string>
 
 #include "faults.h"
 
@@ -72,9 +73,21 @@ void read(section& s, std::string_view key, std::vector<std::string>& values) {
   }
 }
 
-// Calls `job` with a section for each table of a list of tables.
+// What tells an entry from the others of its list; empty if nothing does.
+std::string identity_of(const toml::table& table, std::string_view key) {
+  const toml::node* found = table.get(key);
+  if (found == nullptr) return {};
+  if (const auto text = found->value_exact<std::string>()) return *text;
+  const auto number = found->value_exact<std::int64_t>();
+  return number ? std::to_string(*number) : std::string{};
+}
+
+// Calls `job` with a section for each table of a list of tables. Of those that `identity` tells
+// apart, no two of one file may be alike: the second would change the first in silence.
 template <typename Job>
-void each(section& s, std::string_view key, const std::string& what, Job job) {
+void each(section& s, std::string_view key, const std::string& what, std::string_view identity,
+          Job job) {
+  std::set<std::string> seen;
   const toml::node* found = take(s, key);
   if (found == nullptr) return;
   const toml::array* list = found->as_array();
@@ -83,6 +96,9 @@ void each(section& s, std::string_view key, const std::string& what, Job job) {
     const toml::table* table = entry.as_table();
     if (table == nullptr) refuse(s, entry, fmt::format("{} is no list of tables", key));
     section inner{*table, s.file, what, {}};
+    const std::string name_of_entry = identity_of(*table, identity);
+    if (!name_of_entry.empty() && !seen.insert(name_of_entry).second)
+      refuse(inner, *table, fmt::format("{} {} stands twice", identity, name_of_entry));
     job(inner);
     for (const auto& [name, value] : *table)
       if (!inner.known.contains(std::string{name.str()}))
@@ -184,8 +200,8 @@ void read_bundle(section& s, router& r) {
   read(s, "mtu", b.mtu);
   read(s, "vlan_domain", b.vlan_domain);
   read(s, "max_members", b.max_members);
-  each(s, "members", "members", [&](section& inner) { read_member(inner, b); });
-  each(s, "subs", "subs", [&](section& inner) { read_sub(inner, b); });
+  each(s, "members", "members", "port", [&](section& inner) { read_member(inner, b); });
+  each(s, "subs", "subs", "number", [&](section& inner) { read_sub(inner, b); });
   if (b.mac.empty()) return;
   const auto dotted = [](const std::string& mac) {
     return mac.size() == 14 && mac[4] == '.' && mac[9] == '.' &&
@@ -253,9 +269,9 @@ void read_table(const toml::table& table, const std::string& file, router& r,
   bool without_bundles = false;
   read(s, "without_bundles", without_bundles);
   if (without_bundles) r.bundles.clear();
-  each(s, "node", "[[node]]", [&](section& inner) { read_node(inner, r); });
-  each(s, "bundle", "[[bundle]]", [&](section& inner) { read_bundle(inner, r); });
-  each(s, "override", "[[override]]", [&](section& inner) { read_override(inner, r); });
+  each(s, "node", "[[node]]", "name", [&](section& inner) { read_node(inner, r); });
+  each(s, "bundle", "[[bundle]]", "number", [&](section& inner) { read_bundle(inner, r); });
+  each(s, "override", "[[override]]", "", [&](section& inner) { read_override(inner, r); });
   std::vector<std::string> faults;
   read(s, "faults", faults);
   for (const std::string& fault : faults) r.faults.push_back(parse_fault(fault));
