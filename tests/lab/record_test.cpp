@@ -396,9 +396,12 @@ TEST_F(Recording, WorksWithoutRoot) {
                                 "/opt/nos/bin/sw_version_show; iface_show -i '.*';"
                                 " ssh 192.0.0.4 /opt/nos/bin/fwd_object_show -t lagport -D");
   fs::permissions(inner, fs::perms::all);
+  // The source tree may lie where nobody else can read.
+  fs::create_directory(scratch_.path() / "routers");
+  fs::copy_file(LAB_ROUTERS "/birch-small.toml", scratch_.path() / "routers/birch-small.toml");
   const auto as_nobody = [&](const std::string& more) {
-    return run_shell("TESSEL_LAB_ROUTERS=" LAB_ROUTERS
-                     " timeout 60 setpriv --reuid 65534 --regid 65534 --clear-groups " +
+    return run_shell("TESSEL_LAB_ROUTERS=" + folder +
+                     "/routers timeout 60 setpriv --reuid 65534 --regid 65534 --clear-groups " +
                      folder + "/tessel-lab run --logs " + folder + "/logs --library " + folder +
                      "/library --host " + inner.string() + " " + more);
   };
