@@ -63,6 +63,11 @@ std::int64_t log_file::size() const {
   return state.st_size;
 }
 
+bool log_file::is_gone() const {
+  struct stat state {};
+  return ::fstat(descriptor_, &state) == 0 && state.st_nlink == 0;
+}
+
 void log_file_slot::open(std::string_view path, file_mode mode) {
   auto file = std::make_shared<log_file>(std::string(path), mode);
   const std::lock_guard lock(mutex_);

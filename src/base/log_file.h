@@ -34,6 +34,8 @@ class log_file {
   void write(std::string_view text);
   // Bytes in the file now. Throws `failure`.
   std::int64_t size() const;
+  // True if nobody can find the file by a name any more: what is written to it would be lost.
+  bool is_gone() const;
   int descriptor() const { return descriptor_; }
   // Closes the descriptor, once; the destructor does it in silence. Throws `failure` naming the
   // path and the cause: what was written before may not have reached the disk.

@@ -91,16 +91,20 @@ void log_channel::write(log_level level, std::string_view entry) {
   if (level < level_) return;
   const std::lock_guard lock(mutex_);
   if (!file_) file_ = std::make_unique<log_file>(path_, file_mode::append);
+  if (file_->is_gone()) reopen(file_mode::append);
   if (limit_ > 0 && file_->size() + static_cast<std::int64_t>(entry.size()) >= limit_) rotate();
   file_->write(entry);
 }
 
 void log_channel::rotate() {
   // A file that cannot be renamed grows past its limit: no finding is lost for the sake of size.
-  // One that somebody has removed would take the findings with it: a new one takes its place.
   if (std::rename(path_.c_str(), (path_ + ".1").c_str()) != 0 && errno != ENOENT) return;
+  reopen(file_mode::truncate);
+}
+
+void log_channel::reopen(file_mode mode) {
   try {
-    file_ = std::make_unique<log_file>(path_, file_mode::truncate);
+    file_ = std::make_unique<log_file>(path_, mode);
   } catch (const failure&) {
     // The open file is the backup now, or has no name, and takes the entry.
   }

@@ -33,6 +33,7 @@ class log_channel {
 
  private:
   void rotate();
+  void reopen(file_mode mode);
 
   const std::string path_;
   const std::int64_t limit_;

@@ -5,8 +5,9 @@
 //   convert_hex_to_int("Not set")// "Not set"
 //
 // "Automatic base" is: white space around and one sign allowed, "0x" in front means hexadecimal, a
-// bare leading zero octal, anything else decimal; nothing may stand behind. Numbers of any length
-// are converted; only where an `int64_t` is asked for must they fit one.
+// bare leading zero octal, anything else decimal; nothing may stand behind. Numbers of up to
+// 4096 digits are converted, a longer text is no number; only where an `int64_t` is asked for must
+// they fit one.
 //
 // All functions may be called from any thread.
 #pragma once
@@ -44,7 +45,7 @@ wide_int to_wide_decimal(const value& text, here where = here::current());
 // `number` as an integer or, where 64 bits do not hold it, as decimal text.
 value number_value(wide_int number);
 
-// The low 64 bits, as two's complement, of a text of any length read with automatic base. Throws
+// The low 64 bits, as two's complement, of a text read with automatic base. Throws
 // `failure` naming the text if it is no number.
 std::uint64_t to_low_bits(const value& text, here where = here::current());
 

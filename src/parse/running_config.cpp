@@ -51,7 +51,7 @@ void note_switches(const parsed_config& config) {
 }
 
 void add_members(Bundles& bdl_obj, const value& member_array) {
-  static const pattern& port_tail = constant(R"((?<=\w)\d+\/\d+\/\d+.*)");
+  static const pattern& port_tail = constant(R"((?<=\w)\d++(?:\/\d+\/\d+.*|(*SKIP)(*FAIL)))");
   const value members = bdl_obj.get("members");
   for (const value& member : member_array.as_list()) {
     const std::string& mName = member.as_text();

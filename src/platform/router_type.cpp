@@ -126,14 +126,21 @@ int get_router_type() {
   }
 }
 
+matches first_units_of(std::string_view unit_list) {
+  // As first_unit_definition, but from a head that no unit follows the search goes on behind what
+  // no other head of its line can need: a line of heads is read once.
+  static const pattern& first_unit =
+      constant(R"(Node ID: (\w+\/\w+\/CPU0)(?:(?:\n|\n*.*\n)\w+\s\d+\s\w+\s(BCM\d{4}))"
+               R"(|(?!\n)(?>.*?(?=Node ID: \w++\/\w++\/CPU0\n)|.*+)(*SKIP)(*FAIL)))");
+  return findall(first_unit, unit_list);
+}
+
 int check_asic_support() {
   run_state& run = st();
   try {
-    static const pattern& first_unit =
-        constant("Node ID: (\\w+\\/\\w+\\/CPU0)(?:\n|\n*.*\n)\\w+\\s\\d+\\s\\w+\\s(BCM\\d{4})");
     const value output = execute_bcmd("show unit", "all", "A", DEFAULT, "show_unit");
     const std::string_view asic_dump = output.as_text();
-    const matches asic_info = findall(first_unit, asic_dump);
+    const matches asic_info = first_units_of(asic_dump);
     if (run.router == birch || run.router == fir) read_npu_lists(asic_dump, asic_info);
     for (std::size_t at = 0; at < asic_info.size(); ++at) {
       enter_asic(asic_info[at][0], asic_info[at][1]);

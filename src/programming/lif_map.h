@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "base/here.h"
+#include "base/text.h"
 #include "base/value.h"
 
 namespace tessel {
@@ -15,5 +16,12 @@ std::string_view glif_tail(std::string_view glif);
 // gives it. Throws `failure` for a node that is not known. Any thread.
 value ask_lif_map(std::string_view nodename, std::string_view npu, std::string_view digits,
                   here where = here::current());
+
+// A mapping as the chip prints it: the LIF, and two lines below the VSI. {} is the global LIF.
+inline constexpr std::string_view lif_mapping_definition =
+    "{} -> \\w+ In_LIF:(0x\\w+).*\n.*\n.*vsid:\\s(\\d+)";
+
+// The mappings of a global LIF in the chip's answer: LIF and VSI of each. Any thread.
+matches lif_mappings_of(std::string_view lif_map, std::string_view glif);
 
 }  // namespace tessel

@@ -53,9 +53,7 @@ int get_glif_to_llif_vsi_mapping(std::string_view nodename, std::string_view npu
     const std::string full_glif = obj.get("glif").as_text();
     const std::string_view glif = glif_tail(full_glif);
     const value lif_map = ask_lif_map(nodename, npu, glif);
-    // Nothing is given back: behind each run stands what the run cannot hold.
-    const pattern mapping(fill("{} -> \\w++ In_LIF:(0x\\w++).*+\n.*+\n.*vsid:\\s(\\d+)", {glif}));
-    const matches found = findall(mapping, lif_map.as_text());
+    const matches found = lif_mappings_of(lif_map.as_text(), glif);
     if (found.empty()) {
       return report_programming_error(
           "Programming Error {}: Not able to find GLIF {} to LLIF mapping for {}", full_glif, err);

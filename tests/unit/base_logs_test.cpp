@@ -449,6 +449,15 @@ TEST_F(logs_test, a_file_that_was_removed_from_outside_is_made_anew_at_the_limit
   EXPECT_FALSE(file_exists(backup));
 }
 
+TEST_F(logs_test, a_file_that_was_removed_from_outside_is_made_anew_at_the_next_entry) {
+  open_logs();
+  logger("before", "inconsistent");
+  std::filesystem::remove(LOG_FILE_INCONSISTENT);
+  logger("after", "inconsistent");
+  logger("and on", "inconsistent");
+  EXPECT_THAT(messages(LOG_FILE_INCONSISTENT), ElementsAre("after", "and on"));
+}
+
 TEST_F(logs_test, a_file_that_cannot_be_closed_is_named_with_the_cause) {
   log_file file("/tmp/plain", file_mode::truncate);
   ASSERT_EQ(::close(file.descriptor()), 0);

@@ -216,7 +216,7 @@ TEST_F(dump_data_test, a_node_id_that_is_no_number_ends_the_whole_stage) {
 
 TEST_F(dump_data_test, the_stage_logs_its_failure_before_it_counts_it) {
   st().nodeinfo.set(ERROR);
-  output_of([] { EXPECT_FALSE(counts_before_logging([] { dump_data(); })); });
+  output_of([] { EXPECT_TRUE(logs_before_counting([] { dump_data(); })); });
 }
 
 TEST_F(dump_data_test, an_inventory_that_failed_is_a_failure_of_the_stage) {

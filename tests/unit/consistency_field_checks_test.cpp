@@ -471,7 +471,7 @@ TEST_F(field_checks_test, the_field_checks_log_a_failure_and_then_count_it) {
 
 TEST_F(field_checks_test, check_memid_logs_a_failure_and_then_counts_it) {
   const value element = record_without("memid");
-  EXPECT_FALSE(counts_before_logging(
+  EXPECT_TRUE(logs_before_counting(
       [&] { check_memid("0x1", element.as_record(), "the object's name", "DPA"); }));
 }
 

@@ -130,7 +130,7 @@ TEST_F(dpa_objects_test, an_output_that_is_no_text_is_a_failure_that_is_counted_
 TEST_F(dpa_objects_test, failures_are_logged_before_they_are_counted) {
   for (const object_type& type : object_types()) {
     SCOPED_TRACE(type.name);
-    EXPECT_FALSE(counts_before_logging([&] { type.parse(ERROR); }));
+    EXPECT_TRUE(logs_before_counting([&] { type.parse(ERROR); }));
   }
 }
 

@@ -84,7 +84,7 @@ TEST_F(member_details_test, a_listing_without_ports_is_an_error_that_is_logged_a
                 ElementsAre("ERROR: 'sh controller npu voq_usage' has no port information"));
     EXPECT_EQ(st().exception, 1);
   }
-  EXPECT_FALSE(counts_before_logging([] { fill(""); }));
+  EXPECT_TRUE(logs_before_counting([] { fill(""); }));
 }
 
 TEST_F(member_details_test, a_line_that_cannot_be_read_is_a_failure) {

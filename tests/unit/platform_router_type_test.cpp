@@ -5,9 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "base/dump.h"
 #include "base/text.h"
 #include "platform/node_inventory.h"
 #include "support/fake_router.h"
+#include "support/hostile.h"
 #include "support/together.h"
 
 namespace tessel {
@@ -344,6 +346,48 @@ TEST_F(router_type_test, is_j2_is_asked_by_many_workers) {
   together(6, [](int) {
     for (int round = 0; round < 100; ++round) EXPECT_EQ(is_j2("0/0/CPU0"), SUCCESS);
   });
+}
+
+std::vector<std::vector<std::string>> groups_of(const matches& found) {
+  std::vector<std::vector<std::string>> groups;
+  for (std::size_t at = 0; at < found.size(); ++at) {
+    groups.push_back({std::string(found[at][0]), std::string(found[at][1])});
+  }
+  return groups;
+}
+
+TEST_F(router_type_test, first_units_are_those_of_the_plain_pattern) {
+  static const pattern& definition = constant(first_unit_definition);
+  constexpr std::array<std::string_view, 14> pieces = {"Node ID: 0/0/CPU0",
+                                                       "Node ID: 0/1/CPU0\n",
+                                                       "Node ID: ",
+                                                       "0/2/CPU0",
+                                                       "\n",
+                                                       "\n\n",
+                                                       " ",
+                                                       "Unit 0 chip BCM88690",
+                                                       "Unit 0 chip BCM88690_A0 (current)\n",
+                                                       "Unit 1 chip BCM8868",
+                                                       "chip",
+                                                       " 7 ",
+                                                       "x",
+                                                       "R/S/I: 0/0/0\n"};
+  std::size_t seen = 0;
+  for (unsigned seed = 1; seed <= 20'000; ++seed) {
+    std::mt19937 random(seed);
+    const std::string text = fragments(random, pieces, 2 + seed % 25);
+    const auto expected = groups_of(findall(definition, text));
+    ASSERT_EQ(groups_of(first_units_of(text)), expected) << seed << ": " << quoted(text);
+    seen += expected.size();
+  }
+  EXPECT_GT(seen, 1000U);
+}
+
+TEST_F(router_type_test, a_line_of_a_hundred_thousand_heads_is_read_once) {
+  std::string text;
+  for (int head = 0; head < 100'000; ++head) text += "Node ID: 0/0/CPU0 ";
+  EXPECT_EQ(first_units_of(text).size(), 0U);
+  EXPECT_EQ(first_units_of(text + "\n" + node_with("0/1/CPU0")).size(), 1U);
 }
 
 }  // namespace

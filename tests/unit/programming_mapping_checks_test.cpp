@@ -3,9 +3,14 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <random>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "base/dump.h"
+#include "base/text.h"
+#include "programming/lif_map.h"
 #include "support/chip_world.h"
 #include "support/command_line.h"
 #include "support/fake_router.h"
@@ -457,10 +462,52 @@ TEST_F(mapping_test, on_jericho2_a_lagid_that_is_not_set_is_no_failure) {
 
 TEST_F(mapping_test, a_failure_is_logged_before_it_is_counted) {
   const value port = new_record<memberInfo>();
-  EXPECT_FALSE(counts_before_logging([&] { ask(port); }));
-  EXPECT_FALSE(counts_before_logging([&] { key_llif(port); }));
-  EXPECT_FALSE(counts_before_logging([&] { key_vd(port); }));
-  EXPECT_FALSE(counts_before_logging([&] { key_vd_j2(port); }));
+  EXPECT_TRUE(logs_before_counting([&] { ask(port); }));
+  EXPECT_TRUE(logs_before_counting([&] { key_llif(port); }));
+  EXPECT_TRUE(logs_before_counting([&] { key_vd(port); }));
+  EXPECT_TRUE(logs_before_counting([&] { key_vd_j2(port); }));
+}
+
+std::vector<std::vector<std::string>> groups_of(const matches& found) {
+  std::vector<std::vector<std::string>> groups;
+  for (std::size_t at = 0; at < found.size(); ++at) {
+    groups.push_back({std::string(found[at][0]), std::string(found[at][1])});
+  }
+  return groups;
+}
+
+TEST(lif_map_test, mappings_are_those_of_the_plain_pattern) {
+  const pattern definition(fill(lif_mapping_definition, {"4004"}));
+  constexpr std::array<std::string_view, 14> pieces = {"4004 -> Local In_LIF:0x200f",
+                                                       "GLIF 0x4004 -> Local In_LIF:0x5 table: A\n",
+                                                       "4004",
+                                                       " -> ",
+                                                       "In_LIF:",
+                                                       "0x",
+                                                       "\n",
+                                                       " vsid: 7",
+                                                       "vsid: 12  stat id: 0\n",
+                                                       "vsid:",
+                                                       " ",
+                                                       "x",
+                                                       "orientation: hub\n",
+                                                       "4004 -> x In_LIF:0x1"};
+  std::size_t seen = 0;
+  for (unsigned seed = 1; seed <= 20'000; ++seed) {
+    std::mt19937 random(seed);
+    const std::string text = fragments(random, pieces, 2 + seed % 25);
+    const auto expected = groups_of(findall(definition, text));
+    ASSERT_EQ(groups_of(lif_mappings_of(text, "4004")), expected) << seed << ": " << quoted(text);
+    seen += expected.size();
+  }
+  EXPECT_GT(seen, 1000U);
+}
+
+TEST(lif_map_test, a_line_of_fifty_thousand_mappings_is_read_once) {
+  std::string text;
+  for (int mapping = 0; mapping < 50'000; ++mapping) text += "4004 -> x In_LIF:0x1 ";
+  EXPECT_EQ(lif_mappings_of(text, "4004").size(), 0U);
+  EXPECT_EQ(lif_mappings_of(text + "\n\nvsid: 7", "4004").size(), 1U);
 }
 
 }  // namespace

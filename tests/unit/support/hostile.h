@@ -91,14 +91,14 @@ inline void expect_every_message_counted() {
             std::int64_t{st().exception} + std::int64_t{st().info});
 }
 
-// True if `failing` adds to `exception` before it logs. The log is held up while it runs.
-inline bool counts_before_logging(const std::function<void()>& failing) {
-  using namespace std::chrono_literals;
+// True if `failing` adds to `exception` while the log is held up, within the time given.
+inline bool counts_while_log_is_held(const std::function<void()>& failing,
+                                     std::chrono::milliseconds patience) {
   run_state& run = st();
   const std::int64_t before = run.exception;
   std::unique_lock held(run.log_mutex);
   std::jthread failer(failing);
-  const auto give_up = std::chrono::steady_clock::now() + 200ms;
+  const auto give_up = std::chrono::steady_clock::now() + patience;
   while (run.exception == before && std::chrono::steady_clock::now() < give_up) {
     std::this_thread::yield();
   }
@@ -107,6 +107,15 @@ inline bool counts_before_logging(const std::function<void()>& failing) {
   failer.join();
   EXPECT_EQ(run.exception, before + 1);
   return counted;
+}
+
+// Which of its two steps a handler takes first. Of the first kind none needs the time that it has;
+// of the second each needs all of it.
+inline bool counts_before_logging(const std::function<void()>& failing) {
+  return counts_while_log_is_held(failing, std::chrono::seconds(20));
+}
+inline bool logs_before_counting(const std::function<void()>& failing) {
+  return !counts_while_log_is_held(failing, std::chrono::milliseconds(200));
 }
 
 }  // namespace tessel
