@@ -11,7 +11,6 @@ namespace lab {
 namespace {
 
 constexpr unsigned cores_of_npu = 2;
-constexpr unsigned most_npus = 16;
 constexpr unsigned vlans = 4094;
 constexpr unsigned slots = 16;
 constexpr unsigned fir_slots = 47;

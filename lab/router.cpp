@@ -358,6 +358,10 @@ namespace {
 void check_nodes(const router& r, std::string_view where) {
   std::set<std::string> names;
   std::set<std::string> addresses;
+  std::set<std::uint32_t> ids;
+  if (r.nodes.empty()) impossible(where, "no node is described");
+  if (is_single_node(r.type) && (r.nodes.size() != 1 || r.nodes.front().name != "0/RP0/CPU0"))
+    impossible(where, fmt::format("a router of type {} is the one node 0/RP0/CPU0", r.type));
   for (const node& n : r.nodes) {
     if (!names.insert(n.name).second)
       impossible(where, fmt::format("node {} stands twice", n.name));
@@ -365,10 +369,14 @@ void check_nodes(const router& r, std::string_view where) {
       impossible(where, fmt::format("node {}: address {} is taken", n.name, n.address));
     if (n.chip.empty() && n.npus > 0)
       impossible(where, fmt::format("node {}: {} NPUs and no chip", n.name, n.npus));
+    if (n.npus > most_npus)
+      impossible(where,
+                 fmt::format("node {}: {} NPUs, a node has at most {}", n.name, n.npus, most_npus));
+    // The tools ask for a chip by its node's id, so of two nodes with one id only one could answer.
+    if (!ids.insert(n.id).second)
+      impossible(where,
+                 fmt::format("node {}: id {:#x} is taken, give each node its own", n.name, n.id));
   }
-  if (r.nodes.empty()) impossible(where, "no node is described");
-  if (is_single_node(r.type) && (r.nodes.size() != 1 || r.nodes.front().name != "0/RP0/CPU0"))
-    impossible(where, fmt::format("a router of type {} is the one node 0/RP0/CPU0", r.type));
 }
 
 void check_member(const router& r, const bundle& b, const member& m, std::string_view where,

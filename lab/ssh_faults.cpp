@@ -10,12 +10,18 @@ namespace lab {
 
 const std::vector<ssh_fault>& ssh_faults() {
   static const std::vector<ssh_fault> faults{
-      {"node-refuses", "no ssh server listens on the node (=NODE, with --real-ssh)",
-       "{}: get_member_pp_port failed for {}", node_answer::refuse},
-      {"node-down", "nobody has the node's address (=NODE, with --real-ssh)",
-       "{}: get_member_pp_port failed for {}", node_answer::none},
-      {"node-closes", "the node's ssh server dies amid every output (=NODE, with --real-ssh)",
-       "{}: get_member_pp_port failed for {}", node_answer::half},
+      {.name = "node-refuses",
+       .description = "no ssh server listens on the node (=NODE, with --real-ssh)",
+       .finding = "{}: get_member_pp_port failed for {}",
+       .answer = node_answer::refuse},
+      {.name = "node-down",
+       .description = "nobody has the node's address (=NODE, with --real-ssh)",
+       .finding = "{}: get_member_pp_port failed for {}",
+       .answer = node_answer::none},
+      {.name = "node-closes",
+       .description = "the node's ssh server dies amid every output (=NODE, with --real-ssh)",
+       .finding = "{}: get_member_pp_port failed for {}",
+       .answer = node_answer::half},
   };
   return faults;
 }

@@ -346,12 +346,15 @@ TEST_F(RealSsh, TheMachinesOwnFilesAreNeitherReadNorWritten) {
 
 TEST_F(RealSsh, NothingStaysBehindAnOrdinaryEnd) {
   const auto interfaces = names_in("/sys/class/net");
-  const pid_t lab = start("fetch 192.0.0.6 true\necho x >/var/log/started; sleep 1; exit 3");
+  const pid_t lab = start(
+      "fetch 192.0.0.6 true\necho x >/var/log/started\n"
+      "n=0; until [ -e /var/log/go ] || [ $n -gt 3000 ]; do sleep 0.02; n=$((n+1)); done; exit 3");
   ASSERT_TRUE(comes_true([&] { return fs::exists(logs() / "started"); }));
   const links made = made_by(lab);
   // One process id namespace; mounts and a network for the audit and for each of four nodes.
   EXPECT_GE(made.size(), 1U + 5U + 5U + 4U);
   EXPECT_GE(left(made).size(), 6U) << "the first process, the host and four servers";
+  write_text(logs() / "go", "");
   EXPECT_EQ(status_of(lab), 3);
   EXPECT_THAT(left(made), testing::IsEmpty());
   EXPECT_EQ(names_in("/sys/class/net"), interfaces);
