@@ -78,13 +78,17 @@ bool lies_under(const fs::path& file, const fs::path& folder) {
 void check_place(const record_request& request) {
   if (fs::exists(fs::symlink_status(request.out)))
     throw lab_error(fmt::format("{}: exists already", request.out.string()));
-  const fs::path out = fs::weakly_canonical(request.out);
+  const fs::path out = fs::weakly_canonical(fs::absolute(request.out));
   if (out.parent_path() == "/tmp" && out.filename().string().starts_with("tessel"))
     throw lab_error(fmt::format(
         "{}: an audit clears /tmp/tessel*; record to a place of another name", out.string()));
   if (lies_under(out, tool_folder) || (!request.logs.empty() && lies_under(out, "/var/log")))
     throw lab_error(fmt::format(
         "{}: the recording covers this folder for the audit; record to another", out.string()));
+  // The stand-ins beside it are found by the search path, whose folders a colon parts.
+  if (out.string().find(':') != std::string::npos)
+    throw lab_error(
+        fmt::format("{}: there is a colon in it; record to a place without one", out.string()));
 }
 
 // Setting up, in the child

@@ -359,6 +359,24 @@ TEST_F(Recording, GoesNowhereThatTheAuditClearsOrTheRecordingCovers) {
       "/var/log/outer --library /var/log/library",
       "");
   EXPECT_THAT(covered.err, HasSubstr("covers this folder"));
+  const outcome relative = in_lab(
+      "cd /tmp; /opt/nos/libexec/tessel-lab record tessel-cap --host "
+      "/var/log/outer --library /var/log/library",
+      "");
+  EXPECT_EQ(relative.err, cleared.err);
+}
+
+TEST_F(Recording, GoesToNoPlaceThatTheSearchPathCannotName) {
+  const outcome refused = record("tool iface_show 'echo x'\n", "iface_show", "cap-12:30");
+  EXPECT_EQ(refused.err,
+            "tessel-lab: /var/log/cap-12:30: there is a colon in it; record to a place without "
+            "one\n");
+  EXPECT_EQ(refused.status, 1);
+  const outcome below = in_lab(
+      "mkdir /tmp/12:30; cd /tmp/12:30; /opt/nos/libexec/tessel-lab record cap --host "
+      "/var/log/outer --library /var/log/library",
+      "");
+  EXPECT_THAT(below.err, HasSubstr("/tmp/12:30/cap: there is a colon in it"));
 }
 
 TEST_F(Recording, LeavesTheLogsWhereTheyGoUnlessToldOtherwise) {
