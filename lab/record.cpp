@@ -17,6 +17,7 @@
 #include "mounts.h"
 #include "namespace_run.h"
 #include "record_arrange.h"
+#include "record_list.h"
 #include "router.h"
 
 namespace lab {
@@ -211,10 +212,21 @@ std::uint32_t host_node_id(const std::vector<std::string>& arguments) {
   return id;
 }
 
+// The file of the last answer to a command, which has a number if one of its calls complained, failed
+// or was answered differently. Empty if there is none.
+fs::path last_answer(const fs::path& place, const std::string& command) {
+  if (fs::is_regular_file(place / command)) return place / command;
+  const fs::path list = place / (command + std::string{list_suffix});
+  if (!fs::is_regular_file(list)) return {};
+  return place /
+         numbered_file(command, parse_answer_list(read_whole(list), list.string()).back().number);
+}
+
 // The platform's own list of nodes: name, type, ..., address in the seventh column.
-void read_nodes(const fs::path& answer, capture& head) {
+void read_nodes(const fs::path& place, capture& head) {
   constexpr std::size_t address_column = 6;
-  if (!fs::is_regular_file(answer)) return;
+  const fs::path answer = last_answer(place, file_name("plat_nodes_show -v"));
+  if (answer.empty()) return;
   std::istringstream lines(read_whole(answer));
   for (std::string line; std::getline(lines, line);) {
     if (line.find("ACTIVE") == std::string::npos && line.find("STANDBY") == std::string::npos)
@@ -240,7 +252,7 @@ capture head_of(const record_request& request, const fs::path& folder) {
   capture head;
   head.router = request.out.filename().string();
   head.host_node_id = host_node_id(request.host_arguments);
-  read_nodes(folder / local_place / file_name("plat_nodes_show -v"), head);
+  read_nodes(folder / local_place, head);
   for (const std::string& tool : tool_names()) {
     const bool in_folder = is_program(tool_folder / tool);
     const bool is_on_path = !on_path(tool).empty();

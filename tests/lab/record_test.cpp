@@ -314,6 +314,18 @@ TEST_F(Recording, TellsTheNodesAndTheHost) {
   EXPECT_EQ(head.nodes.front(), (std::pair<std::string, std::string>{"192.0.0.4", "0/RP0/CPU0"}));
 }
 
+TEST_F(Recording, TellsTheNodesOfTheLastAnswerIfThereIsMoreThanOne) {
+  // The first call fails and complains.
+  record(
+      "tool plat_nodes_show '[ -e /tmp/asked ] || { touch /tmp/asked; echo busy >&2; exit 1; };"
+      " echo 0/3/CPU0 LC ACTIVE FINAL x x 192.0.0.9'\n",
+      "plat_nodes_show -v; plat_nodes_show -v");
+  EXPECT_EQ(kept("local/plat_nodes_show,-v;answers"), "1 1 complains\n0 2\n");
+  const lab::capture head = lab::read_manifest(scratch_.path() / "cap");
+  ASSERT_EQ(head.nodes.size(), 1U);
+  EXPECT_EQ(head.nodes.front(), (std::pair<std::string, std::string>{"192.0.0.9", "0/3/CPU0"}));
+}
+
 TEST_F(Recording, PassesTheHostsStatusOnAndLeavesNothingElseBehind) {
   EXPECT_EQ(record("tool iface_show 'echo x'\n", "iface_show; exit 3").status, 3);
   EXPECT_TRUE(is_kept("manifest"));
