@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "archive_stream.h"
+#include "private_files.h"
 #include "record_check.h"
 #include "router.h"
 
@@ -93,6 +94,7 @@ void write_entry(const fs::path& folder, const place_in_capture& where, const st
 void pack_folder(const fs::path& folder, const fs::path& out) {
   read_manifest(folder);  // refuses what is no capture
   check_recording_folder(folder);
+  const private_files of_the_capture;
   build_beside(out, [&](const fs::path& building) {
     archive_writer archive(building);
     add_all(archive, folder, std::string{top_folder});
@@ -101,6 +103,7 @@ void pack_folder(const fs::path& folder, const fs::path& out) {
 }
 
 void unpack_folder(const fs::path& file, const fs::path& out) {
+  const private_files of_the_capture;
   build_beside(out, [&](const fs::path& building) {
     fs::create_directory(building);
     entry_places places(file);

@@ -88,7 +88,7 @@ std::optional<std::uint64_t> octal_of(const char (&field)[Size]) {
 class file_descriptor {
  public:
   file_descriptor(const fs::path& file, int flags)
-      : file_(file.string()), fd_(open(file.c_str(), flags | O_CLOEXEC, 0644)) {
+      : file_(file.string()), fd_(open(file.c_str(), flags | O_CLOEXEC, 0600)) {
     if (fd_ < 0) throw lab_error(fmt::format("{}: {}", file_, std::strerror(errno)));
   }
   ~file_descriptor() { close(fd_); }
@@ -156,7 +156,7 @@ struct archive_writer::state {
     tar_head head{};
     put_text(head.name, name);
     put_text(head.prefix, prefix);
-    put_octal(head.mode, 0644);
+    put_octal(head.mode, 0600);
     put_octal(head.owner, 0);
     put_octal(head.group, 0);
     put_octal(head.size, size);

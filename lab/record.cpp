@@ -16,6 +16,7 @@
 #include "child.h"
 #include "mounts.h"
 #include "namespace_run.h"
+#include "private_files.h"
 #include "record_arrange.h"
 #include "record_list.h"
 #include "router.h"
@@ -56,6 +57,8 @@ class work_folder {
     fs::remove_all(path_);
     for (const char* made : {"capture/local", "bin", "nos", "real/folder", "real/path", "library"})
       fs::create_directories(path_ / made);
+    for (const char* kept : {"capture", "capture/local"})
+      fs::permissions(path_ / kept, fs::perms::owner_all);
     // What it covers must not be reachable under the same name.
     path_ = fs::canonical(path_);
   }
@@ -288,6 +291,7 @@ int run_recorded(const record_request& request) {
     fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.out.string());
     return status;
   }
+  const private_files of_the_capture;
   const fs::path folder = work.path() / "capture";
   const recorded_calls calls = arrange_recording(work.path());
   if (calls.all == 0) {

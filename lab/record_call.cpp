@@ -92,7 +92,7 @@ class kept_file {
   kept_file& operator=(const kept_file&) = delete;
 
   bool create(const std::string& file) {
-    fd_ = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    fd_ = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     return fd_ >= 0;
   }
   bool is_open() const { return fd_ >= 0; }
@@ -144,7 +144,7 @@ struct kept_call {
       ++number;
       if (out.create(file())) return;
       if (errno == ENOENT) {
-        mkdir((work + "/capture/" + what.place).c_str(), 0755);
+        mkdir((work + "/capture/" + what.place).c_str(), 0700);
         if (out.create(file())) return;
       }
     } while (errno == EEXIST);
@@ -164,7 +164,7 @@ void note_end(const kept_call& kept, int status) {
       call_line({kept.what.place, kept.what.file, kept.number, kept.begin,
                  now_in_microseconds() - kept.begin, status, kept.out.total(), problem});
   const int fd =
-      open((kept.work + "/ended").c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+      open((kept.work + "/ended").c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
   if (fd < 0) return;  // then it counts as a call without an end
   if (write(fd, line.data(), line.size()) < 0)
     fmt::print(stderr, "{}/ended: {}\n", kept.work, std::strerror(errno));

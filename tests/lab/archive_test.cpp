@@ -73,6 +73,12 @@ TEST_F(Archive, ComesBackAsPacked) {
   EXPECT_LT(fs::file_size(in("packed")), 5000U);
 }
 
+TEST_F(Archive, IsItsUsersAloneInEitherForm) {
+  unpack_folder(in("packed"), in("out"));
+  EXPECT_EQ(
+      run_shell("cd " + scratch_.path().string() + " && find out packed -perm /077 -ls").out, "");
+}
+
 TEST_F(Archive, OfOneCaptureIsOneFileWheneverItIsMade) {
   unpack_folder(in("packed"), in("out"));
   pack_folder(in("out"), in("again"));

@@ -336,6 +336,16 @@ TEST_F(Recording, PassesTheHostsStatusOnAndLeavesNothingElseBehind) {
   EXPECT_EQ(again.err, "tessel-lab: /var/log/cap: exists already\n");
 }
 
+TEST_F(Recording, IsItsUsersAlone) {
+  record("tool iface_show 'echo x; echo y >&2'\n",
+         "umask 000; iface_show; ssh 192.0.0.4 'iface_show'");
+  ASSERT_TRUE(is_kept("local/iface_show;1;complaint"));
+  ASSERT_TRUE(is_kept("192.0.0.4"));
+  const std::string find = "cd " + scratch_.path().string() + " && find cap ";
+  EXPECT_EQ(run_shell(find + "-perm /077").out, "");
+  EXPECT_NE(run_shell(find + "-type f").out, "");
+}
+
 TEST_F(Recording, WithoutACallIsNoCapture) {
   const outcome recorded = record("", "exit 5");
   EXPECT_EQ(recorded.status, 5);
