@@ -12,6 +12,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "beside.h"
 #include "capture.h"
 #include "child.h"
 #include "mounts.h"
@@ -49,30 +50,13 @@ fs::path on_path(const std::string& tool) {
   return {};
 }
 
-// The folder that the stand-ins write into. It goes with the recording, whatever becomes of it.
-class work_folder {
- public:
-  explicit work_folder(const fs::path& out) : path_(out) {
-    path_ += ".recording";
-    fs::remove_all(path_);
-    for (const char* made : {"capture/local", "bin", "nos", "real/folder", "real/path", "library"})
-      fs::create_directories(path_ / made);
-    for (const char* kept : {"capture", "capture/local"})
-      fs::permissions(path_ / kept, fs::perms::owner_all);
-    // What it covers must not be reachable under the same name.
-    path_ = fs::canonical(path_);
-  }
-  work_folder(const work_folder&) = delete;
-  work_folder& operator=(const work_folder&) = delete;
-  ~work_folder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
+// What the stand-ins need and write into.
+void make_work_folders(const fs::path& work) {
+  for (const char* made : {"capture/local", "bin", "nos", "real/folder", "real/path", "library"})
+    fs::create_directories(work / made);
+  for (const char* kept : {"capture", "capture/local"})
+    fs::permissions(work / kept, fs::perms::owner_all);
+}
 
 bool lies_under(const fs::path& file, const fs::path& folder) {
   const auto [end, unused] = std::mismatch(folder.begin(), folder.end(), file.begin(), file.end());
@@ -285,7 +269,8 @@ std::string real_tool_path(const std::string& work, bool has_folder, const std::
 
 int run_recorded(const record_request& request) {
   check_place(request);
-  const work_folder work(request.out);
+  const folder_beside work(request.out);
+  make_work_folders(work.path());
   const int status = run_host(request, work.path());
   if (is_interruption(status)) {
     fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.out.string());

@@ -114,6 +114,24 @@ TEST(CaptureFolder, LeavesNothingHalfWritten) {
   EXPECT_TRUE(std::filesystem::is_empty(scratch.path()));
 }
 
+TEST(CaptureFolder, TakesAwayNothingThatItDidNotMake) {
+  const scratch_folder scratch;
+  for (const char* name : {"out.tmp", ".out.tmp", "out.recording"})
+    lab_test::write_text(scratch.path() / name, "somebody's");
+  write_folder(sample(), scratch.path() / "out/");
+  EXPECT_EQ(read_folder(scratch.path() / "out").answers, sample().answers);
+  for (const char* name : {"out.tmp", ".out.tmp", "out.recording"})
+    EXPECT_EQ(lab_test::read_text(scratch.path() / name), "somebody's") << name;
+}
+
+TEST(CaptureFolder, MakesTheFoldersAboveIt) {
+  const scratch_folder scratch;
+  write_folder(sample(), scratch.path() / "above" / "out");
+  EXPECT_TRUE(is_capture_folder(scratch.path() / "above" / "out"));
+  lab_test::write_text(scratch.path() / "file", "");
+  EXPECT_THROW(write_folder(sample(), scratch.path() / "file" / "out"), lab_error);
+}
+
 TEST(Manifest, OfAnotherFormatIsRefused) {
   const scratch_folder scratch;
   lab_test::write_text(scratch.path() / "manifest", "format = 99\nhost_node_id = 1\n");
