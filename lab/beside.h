@@ -2,12 +2,15 @@
 // thing needs a new name only.
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 
 namespace lab {
 
 // Made with a name that nobody else has, ".OUT.XXXXXX", for this user alone; it goes with the
-// object, whatever is in it. Throws `lab_error` if it cannot be made.
+// object, whatever is in it, and if a signal ends this process, too. Throws `lab_error` if it cannot
+// be made.
 class folder_beside {
  public:
   explicit folder_beside(const std::filesystem::path& out);
@@ -18,6 +21,8 @@ class folder_beside {
 
  private:
   std::filesystem::path path_;
+  int lifeline_ = -1;
+  pid_t remover_ = -1;
 };
 
 }  // namespace lab

@@ -164,7 +164,12 @@ void prepare(const record_request& request, const fs::path& work, pid_t recorder
   _exit(cannot_prepare);
 }
 
-int run_host(const record_request& request, const fs::path& work) {
+struct host_end {
+  int status = 0;
+  int passed_on = 0;  // the signal that the host was told of
+};
+
+host_end run_host(const record_request& request, const fs::path& work) {
   const sigset_t awaited = awaited_signals();
   sigset_t before;
   sigprocmask(SIG_BLOCK, &awaited, &before);
@@ -173,9 +178,10 @@ int run_host(const record_request& request, const fs::path& work) {
   if (child < 0) fail("fork");
   if (child == 0) be_child(request, work, before, self);
   setpgid(child, child);
-  const int status = wait_for_child(child, awaited);
+  host_end end;
+  end.status = wait_for_child(child, awaited, end.passed_on);
   sigprocmask(SIG_SETMASK, &before, nullptr);
-  return status;
+  return end;
 }
 
 // The capture's head
@@ -250,9 +256,11 @@ capture head_of(const record_request& request, const fs::path& folder) {
   return head;
 }
 
-bool is_interruption(int status) {
+// A host that was told to end may end in any way, killed at last; it may also be signalled itself.
+bool is_interruption(const host_end& end) {
   constexpr int signal_base = 128;
-  return status == signal_base + SIGINT || status == signal_base + SIGTERM ||
+  const int status = end.status;
+  return end.passed_on != 0 || status == signal_base + SIGINT || status == signal_base + SIGTERM ||
          status == signal_base + SIGHUP;
 }
 
@@ -271,8 +279,9 @@ int run_recorded(const record_request& request) {
   check_place(request);
   const folder_beside work(request.out);
   make_work_folders(work.path());
-  const int status = run_host(request, work.path());
-  if (is_interruption(status)) {
+  const host_end end = run_host(request, work.path());
+  const int status = end.status;
+  if (is_interruption(end)) {
     fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.out.string());
     return status;
   }

@@ -1,6 +1,11 @@
 #include "capture.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
 
 #include "support.h"
 
@@ -122,6 +127,26 @@ TEST(CaptureFolder, TakesAwayNothingThatItDidNotMake) {
   EXPECT_EQ(read_folder(scratch.path() / "out").answers, sample().answers);
   for (const char* name : {"out.tmp", ".out.tmp", "out.recording"})
     EXPECT_EQ(lab_test::read_text(scratch.path() / name), "somebody's") << name;
+}
+
+// Ends this process by the signal in the middle of the making.
+TEST(CaptureFolder, LeavesNothingIfASignalEndsTheMaking) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGKILL}) {
+    const scratch_folder scratch;
+    const pid_t maker = fork();
+    ASSERT_GE(maker, 0);
+    if (maker == 0)
+      build_beside(scratch.path() / "out", [&](const std::filesystem::path& building) {
+        std::filesystem::create_directory(building);
+        lab_test::write_text(building / "file", "half");
+        kill(getpid(), signal);
+      });
+    int status = 0;
+    ASSERT_EQ(waitpid(maker, &status, 0), maker);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << signal;
+    for (int i = 0; i < 500 && !std::filesystem::is_empty(scratch.path()); ++i) usleep(10'000);
+    EXPECT_TRUE(std::filesystem::is_empty(scratch.path())) << signal;
+  }
 }
 
 TEST(CaptureFolder, MakesTheFoldersAboveIt) {

@@ -373,6 +373,38 @@ TEST_F(Recording, ThatIsInterruptedIsNoCapture) {
   EXPECT_EQ(left_beside(), "");
 }
 
+TEST_F(Recording, OfAHostThatDoesNotEndWhenToldIsNoCapture) {
+  script("inner",
+         "trap '' TERM; iface_show >/dev/null; echo ready >/var/log/ready\n"
+         "while :; do sleep 1; done");
+  const outcome recorded = in_lab(
+      "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
+      " --library /var/log/library & n=0\n"
+      "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n"
+      "kill -TERM $!; wait $!; echo status $?",
+      "");
+  EXPECT_EQ(recorded.out, "status 137\n");
+  EXPECT_EQ(recorded.err, "tessel-lab: interrupted; /var/log/cap was not made\n");
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
+  EXPECT_EQ(left_beside(), "");
+}
+
+TEST_F(Recording, LeavesNothingIfItIsKilled) {
+  script("inner", "iface_show >/dev/null; echo ready >/var/log/ready; exec sleep 600");
+  const outcome recorded = in_lab(
+      "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
+      " --library /var/log/library & n=0\n"
+      "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n"
+      "ls -d /var/log/.cap.*\n"
+      "kill -KILL $!; wait $! 2>/dev/null; n=0\n"
+      "while ls -d /var/log/.cap.* >/dev/null 2>&1 && [ $n -le 250 ]; do sleep 0.02;"
+      " n=$((n+1)); done",
+      "");
+  EXPECT_THAT(recorded.out, HasSubstr("/var/log/.cap."));
+  EXPECT_EQ(left_beside(), "");
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
+}
+
 TEST_F(Recording, GoesNowhereThatTheAuditClearsOrTheRecordingCovers) {
   const outcome cleared = in_lab(
       "/opt/nos/libexec/tessel-lab record /tmp/tessel-cap --host "
