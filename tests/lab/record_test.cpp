@@ -451,6 +451,21 @@ TEST_F(Recording, LeavesTheLogsWhereTheyGoUnlessToldOtherwise) {
   EXPECT_FALSE(fs::exists(scratch_.path() / "mark"));
 }
 
+TEST_F(Recording, WithoutRoomForAPipeHarmsNoCall) {
+  // One descriptor is enough for the output's file or for the tool, not for a pipe.
+  const outcome recorded = record(
+      "cp /bin/cat iface_show\n",
+      "grep SigIgn /proc/self/status\n"
+      "(ulimit -n 4; exec iface_show /proc/self/status) | grep -e SigIgn -e Name\n"
+      "ls /var/log/.cap.*/capture/local");
+  const std::string ignored = recorded.out.substr(0, recorded.out.find('\n') + 1);
+  EXPECT_THAT(ignored, MatchesRegex("SigIgn:\t[0-9a-f]+\n"));
+  EXPECT_EQ(recorded.out, ignored + "Name:\tiface_show\n" + ignored) << recorded.err;
+  EXPECT_THAT(recorded.err, HasSubstr("could not be kept: Too many open files\n"));
+  EXPECT_EQ(recorded.status, 1);
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
+}
+
 TEST_F(Recording, ToolsFindTheirCompanionsAndEachOther) {
   const outcome recorded = record(
       "tool iface_show '. \"$(dirname \"$0\")/../share/words\"; echo $word; lagmgr_health;"
