@@ -27,16 +27,6 @@ std::vector<fs::path> sorted(const fs::path& folder) {
   return names;
 }
 
-void add_all(archive_writer& archive, const fs::path& folder, const std::string& name) {
-  for (const fs::path& entry : sorted(folder)) {
-    const std::string inner = name + '/' + entry.filename().string();
-    if (fs::is_directory(fs::symlink_status(entry)))
-      add_all(archive, entry, inner);
-    else
-      archive.add(inner, entry);
-  }
-}
-
 struct place_in_capture {
   std::string place;  // empty for a file beside the manifest
   std::string file;
@@ -80,6 +70,19 @@ class entry_places {
   std::set<std::string> seen_;
 };
 
+void add_all(archive_writer& archive, entry_places& places, const fs::path& folder,
+             const std::string& name) {
+  for (const fs::path& entry : sorted(folder)) {
+    const std::string inner = name + '/' + entry.filename().string();
+    if (fs::is_directory(fs::symlink_status(entry))) {
+      add_all(archive, places, entry, inner);
+    } else {
+      places.of(inner);  // what would not come out again is not packed
+      archive.add(inner, entry);
+    }
+  }
+}
+
 void write_entry(const fs::path& folder, const place_in_capture& where, const std::string& text) {
   if (!where.place.empty()) fs::create_directories(folder / where.place);
   const fs::path file = folder / where.place / where.file;
@@ -97,7 +100,8 @@ void pack_folder(const fs::path& folder, const fs::path& out) {
   const private_files of_the_capture;
   build_beside(out, [&](const fs::path& building) {
     archive_writer archive(building);
-    add_all(archive, folder, std::string{top_folder});
+    entry_places places(folder);
+    add_all(archive, places, folder, std::string{top_folder});
     archive.finish();
   });
 }

@@ -123,6 +123,19 @@ TEST_F(Archive, OfWhatIsNoCaptureIsNotMade) {
   EXPECT_FALSE(fs::exists(in("out")));
 }
 
+TEST_F(Archive, IsNotMadeOfWhatWouldNotComeOutAgain) {
+  const std::string folder = in("capture").string();
+  write_text(in("capture") / "local" / ".hidden", "");
+  EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
+            folder + ": entry \"capture/local/.hidden\": no place within a capture");
+  fs::remove(in("capture") / "local" / ".hidden");
+  fs::create_directory(in("capture") / "local" / "deeper");
+  write_text(in("capture") / "local" / "deeper" / "file", "");
+  EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
+            folder + ": entry \"capture/local/deeper/file\": no place within a capture");
+  EXPECT_FALSE(fs::exists(in("out")));
+}
+
 TEST_F(Archive, CutOffAnywhereIsRefused) {
   const std::string whole = read_text(in("packed"));
   for (std::size_t size = 0; size < whole.size(); size += size < 40 ? 1 : 23) {
