@@ -126,6 +126,7 @@ int run_command(const std::vector<std::string>& arguments) {
                                 .flags = {"--real-ssh"},
                                 .rest = true});
   expect_operands(o, 1, "ROUTER or CAPTURE");
+  set_latencies(o);
   run_request request;
   set_answers(o, request);
   request.lab = own_program();
@@ -134,7 +135,6 @@ int run_command(const std::vector<std::string>& arguments) {
   request.logs = logs_folder(o.value_of("--logs"));
   request.calls = calls_file(o.value_of("--keep-calls"));
   request.record = record_place(o.value_of("--record"));
-  set_latencies(o);
   request.host_arguments = o.rest;
   return run_in_namespace(request);
 }
