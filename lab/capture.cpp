@@ -47,7 +47,10 @@ std::string toml_text(std::string_view text) {
   std::string result = "\"";
   for (const char c : text) {
     if (c == '"' || c == '\\') result += '\\';
-    result += c;
+    if (std::iscntrl(static_cast<unsigned char>(c)) != 0)
+      result += fmt::format("\\u{:04X}", static_cast<unsigned char>(c));
+    else
+      result += c;
   }
   return result + '"';
 }

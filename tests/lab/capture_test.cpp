@@ -105,6 +105,16 @@ TEST(CaptureFolder, EveryRouterComesBackAsWritten) {
   }
 }
 
+TEST(CaptureFolder, OfAnOddNameComesBackAsWritten) {
+  const scratch_folder scratch;
+  capture c = sample();
+  c.router = "a\nb\t\x01\x7f\"\\";
+  c.nodes = {{"192.0.0.6\r", "0/0\x1b/CPU0"}};
+  write_folder(c, scratch.path() / "out");
+  EXPECT_EQ(read_folder(scratch.path() / "out").router, c.router);
+  EXPECT_EQ(read_folder(scratch.path() / "out").nodes, c.nodes);
+}
+
 TEST(CaptureFolder, IsNotWrittenOverAnother) {
   const scratch_folder scratch;
   write_folder(sample(), scratch.path() / "out");
