@@ -51,8 +51,8 @@ folder_beside::folder_beside(const fs::path& out) {
   const fs::path target = whole.has_filename() ? whole : whole.parent_path();  // "out/"
   std::string name = target.parent_path() / fmt::format(".{}.XXXXXX", target.filename().string());
   if (mkdtemp(name.data()) == nullptr)
-    throw lab_error(fmt::format("{}: cannot be made beside its place: {}", out.string(),
-                                std::strerror(errno)));
+    throw lab_error(
+        fmt::format("{}: cannot be made beside its place: {}", out.string(), std::strerror(errno)));
   // What a recording covers must not be reachable under the same name.
   path_ = fs::canonical(name);
   std::array<int, 2> ends{};

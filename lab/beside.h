@@ -9,8 +9,8 @@
 namespace lab {
 
 // Made with a name that nobody else has, ".OUT.XXXXXX", for this user alone; it goes with the
-// object, whatever is in it, and if a signal ends this process, too. Throws `lab_error` if it cannot
-// be made.
+// object, whatever is in it, and if a signal ends this process, too. Throws `lab_error` if it
+// cannot be made.
 class folder_beside {
  public:
   explicit folder_beside(const std::filesystem::path& out);

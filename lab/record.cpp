@@ -205,8 +205,8 @@ std::uint32_t host_node_id(const std::vector<std::string>& arguments) {
   return id;
 }
 
-// The file of the last answer to a command, which has a number if one of its calls complained, failed
-// or was answered differently. Empty if there is none.
+// The file of the last answer to a command, which has a number if one of its calls complained,
+// failed or was answered differently. Empty if there is none.
 fs::path last_answer(const fs::path& place, const std::string& command) {
   if (fs::is_regular_file(place / command)) return place / command;
   const fs::path list = place / (command + std::string{list_suffix});

@@ -76,8 +76,8 @@ TEST_F(Archive, ComesBackAsPacked) {
 
 TEST_F(Archive, IsItsUsersAloneInEitherForm) {
   unpack_folder(in("packed"), in("out"));
-  EXPECT_EQ(
-      run_shell("cd " + scratch_.path().string() + " && find out packed -perm /077 -ls").out, "");
+  EXPECT_EQ(run_shell("cd " + scratch_.path().string() + " && find out packed -perm /077 -ls").out,
+            "");
 }
 
 TEST_F(Archive, OfOneCaptureIsOneFileWheneverItIsMade) {

@@ -38,10 +38,10 @@ TEST(CommandLine, TellsOfItself) {
 TEST(CommandLine, RefusesALatencyBeforeItMakesAnything) {
   const lab_test::scratch_folder scratch;
   // Whatever file stands for host and library: none of them is started.
-  const outcome refused =
-      run_shell("TMPDIR=" + scratch.path().string() + " TESSEL_LAB_ROUTERS=" LAB_ROUTERS
-                " " LAB_PROGRAM " run birch-small --host " LAB_PROGRAM " --library " LAB_PROGRAM
-                " --latency ssh=5");
+  const outcome refused = run_shell("TMPDIR=" + scratch.path().string() +
+                                    " TESSEL_LAB_ROUTERS=" LAB_ROUTERS " " LAB_PROGRAM
+                                    " run birch-small --host " LAB_PROGRAM " --library " LAB_PROGRAM
+                                    " --latency ssh=5");
   EXPECT_EQ(refused.status, 64);
   EXPECT_EQ(refused.err,
             "tessel-lab: run: latency \"ssh=5\": a time needs its unit, as in 150ms or 0.15s\n");
