@@ -57,7 +57,11 @@ class entry_places {
     if (top_.empty()) top_ = parts.front();
     if (parts.front() != top_) refuse(name, "outside of the archive's one folder");
     if (!seen_.insert(name).second) refuse(name, "stands there twice");
-    return {parts.size() == 3 ? parts[1] : std::string{}, parts.back()};
+    const std::string place = parts.size() == 3 ? parts[1] : std::string{};
+    (place.empty() ? files_ : places_).insert(parts[1]);
+    if (files_.count(parts[1]) + places_.count(parts[1]) > 1)
+      refuse(name, "a file and a folder have one name");
+    return {place, parts.back()};
   }
 
  private:
@@ -68,6 +72,8 @@ class entry_places {
   std::string archive_;
   std::string top_;
   std::set<std::string> seen_;
+  std::set<std::string> files_;  // beside the manifest
+  std::set<std::string> places_;
 };
 
 void add_all(archive_writer& archive, entry_places& places, const fs::path& folder,
@@ -96,7 +102,7 @@ void write_entry(const fs::path& folder, const place_in_capture& where, const st
 
 void pack_folder(const fs::path& folder, const fs::path& out) {
   read_manifest(folder);  // refuses what is no capture
-  check_recording_folder(folder);
+  check_recording_folder(folder, folder);
   const private_files of_the_capture;
   build_beside(out, [&](const fs::path& building) {
     archive_writer archive(building);
@@ -117,6 +123,7 @@ void unpack_folder(const fs::path& file, const fs::path& out) {
     if (!is_capture_folder(building))
       throw lab_error(fmt::format("{}: no capture, there is no manifest in it", file.string()));
     parse_manifest(read_whole(building / "manifest"), file.string() + ": manifest");
+    check_recording_folder(building, file);
   });
 }
 

@@ -95,7 +95,7 @@ void set_answers(const option_values& o, run_request& request) {
   if (fs::is_directory(what)) {
     request.folder = fs::absolute(what);
     request.answers = read_manifest(what);
-    check_recording_folder(what);
+    check_recording_folder(what, what);
   } else if (is_file) {
     request.answers = read_packed(what);
   } else {

@@ -183,6 +183,23 @@ TEST_F(Archive, ThatWouldLeaveTheFolderIsRefused) {
   }
 }
 
+TEST_F(Archive, WithAFileThatIsAFolderTooIsRefused) {
+  pack_by_hand(
+      "echo 2 >x/b; tar --transform 's,x/b,x/local,' --zstd -cf before x/manifest x/b x/local/a\n"
+      "tar --transform 's,x/b,x/local,' --zstd -cf behind x/manifest x/local/a x/b");
+  EXPECT_EQ(
+      unpack_refusal("before"),
+      in("before").string() + ": entry \"x/local/a\": a file and a folder have one name");
+  EXPECT_EQ(unpack_refusal("behind"),
+            in("behind").string() + ": entry \"x/local\": a file and a folder have one name");
+}
+
+TEST_F(Archive, OfARecordingWithoutAnAnswerThatItsCallsNameIsRefused) {
+  pack_by_hand("echo '0.0 0.1 0 4 local/b' >x/calls; tar --zstd -cf lacking x");
+  EXPECT_EQ(unpack_refusal("lacking"),
+            in("lacking").string() + ": local/b is missing, which line 1 of calls names");
+}
+
 TEST_F(Archive, WithLinksOrDevicesIsRefused) {
   pack_by_hand("ln -s /etc/passwd x/local/link; tar --zstd -cf symbolic x");
   EXPECT_THAT(unpack_refusal("symbolic"),

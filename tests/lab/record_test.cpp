@@ -111,7 +111,7 @@ TEST(RecordedCapture, MustHoldWhatItsCallsName) {
     };
     const std::string expected = *r.message == '\0' ? "" : folder.string() + r.message;
     EXPECT_EQ(refusal_of([&] { check_recording(c, folder); }), expected) << r.why;
-    EXPECT_EQ(refusal_of([&] { check_recording_folder(folder); }), expected) << r.why;
+    EXPECT_EQ(refusal_of([&] { check_recording_folder(folder, folder); }), expected) << r.why;
     EXPECT_EQ(refusal_of([&] { read_capture(folder); }), expected) << r.why;
     EXPECT_EQ(refusal_of([&] { pack_folder(folder, scratch.path() / "packed"); }), expected)
         << r.why;
