@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <new>
 
+#include "archive_stream.h"
 #include "support.h"
 
 namespace {
@@ -187,9 +189,8 @@ TEST_F(Archive, WithAFileThatIsAFolderTooIsRefused) {
   pack_by_hand(
       "echo 2 >x/b; tar --transform 's,x/b,x/local,' --zstd -cf before x/manifest x/b x/local/a\n"
       "tar --transform 's,x/b,x/local,' --zstd -cf behind x/manifest x/local/a x/b");
-  EXPECT_EQ(
-      unpack_refusal("before"),
-      in("before").string() + ": entry \"x/local/a\": a file and a folder have one name");
+  EXPECT_EQ(unpack_refusal("before"),
+            in("before").string() + ": entry \"x/local/a\": a file and a folder have one name");
   EXPECT_EQ(unpack_refusal("behind"),
             in("behind").string() + ": entry \"x/local\": a file and a folder have one name");
 }
@@ -210,6 +211,13 @@ TEST_F(Archive, WithLinksOrDevicesIsRefused) {
   EXPECT_THAT(unpack_refusal("pipe"), HasSubstr("entry \"x/local/pipe\""));
 }
 
+TEST_F(Archive, ThatMemoryDoesNotHoldIsRefusedByName) {
+  EXPECT_EQ(refusal_of([&] {
+              read_archive(in("packed"), [](const archive_entry&) { throw std::bad_alloc{}; });
+            }),
+            in("packed").string() + ": needs more memory than there is");
+}
+
 TEST_F(Archive, OfAbsurdSizeIsRefused) {
   // The size field of the second entry claims more than is there, with a sum that fits.
   pack_by_hand(
@@ -218,14 +226,14 @@ TEST_F(Archive, OfAbsurdSizeIsRefused) {
       " my $head = substr $_, $at, 512; substr($head, 124, 12) = sprintf \"%011o\\0\", $ARGV[0];"
       " substr($head, 148, 8) = q( ) x 8; substr($head, 148, 7) ="
       " sprintf \"%06o\\0\", unpack \"%32C*\", $head; substr($_, $at, 512) = $head; print' "
-      "4000000000 <y >z; zstd -q z -o claims\n"
+      "400000000 <y >z; zstd -q z -o claims\n"
       "perl -0777 -e '$_ = <STDIN>; my $at = index $_, \"x/local/a\";"
       " my $head = substr $_, $at, 512; substr($head, 124, 12) = sprintf \"%011o\\0\", $ARGV[0];"
       " substr($head, 148, 8) = q( ) x 8; substr($head, 148, 7) ="
       " sprintf \"%06o\\0\", unpack \"%32C*\", $head; substr($_, $at, 512) = $head; print' "
       "8000000000 <y >z; zstd -qf z -o huge");
   EXPECT_THAT(unpack_refusal("claims"), HasSubstr("entry \"x/local/a\": cut off"));
-  EXPECT_THAT(unpack_refusal("huge"), HasSubstr("entry \"x/local/a\": larger than 4 GiB"));
+  EXPECT_THAT(unpack_refusal("huge"), HasSubstr("entry \"x/local/a\": larger than 512 MiB"));
 }
 
 }  // namespace
