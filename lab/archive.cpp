@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "archive_stream.h"
+#include "private_files.h"
 #include "record_check.h"
 #include "router.h"
 
@@ -24,16 +25,6 @@ std::vector<fs::path> sorted(const fs::path& folder) {
   for (const auto& entry : fs::directory_iterator(folder)) names.push_back(entry.path());
   std::sort(names.begin(), names.end());
   return names;
-}
-
-void add_all(archive_writer& archive, const fs::path& folder, const std::string& name) {
-  for (const fs::path& entry : sorted(folder)) {
-    const std::string inner = name + '/' + entry.filename().string();
-    if (fs::is_directory(fs::symlink_status(entry)))
-      add_all(archive, entry, inner);
-    else
-      archive.add(inner, entry);
-  }
 }
 
 struct place_in_capture {
@@ -66,7 +57,11 @@ class entry_places {
     if (top_.empty()) top_ = parts.front();
     if (parts.front() != top_) refuse(name, "outside of the archive's one folder");
     if (!seen_.insert(name).second) refuse(name, "stands there twice");
-    return {parts.size() == 3 ? parts[1] : std::string{}, parts.back()};
+    const std::string place = parts.size() == 3 ? parts[1] : std::string{};
+    (place.empty() ? files_ : places_).insert(parts[1]);
+    if (files_.count(parts[1]) + places_.count(parts[1]) > 1)
+      refuse(name, "a file and a folder have one name");
+    return {place, parts.back()};
   }
 
  private:
@@ -77,7 +72,22 @@ class entry_places {
   std::string archive_;
   std::string top_;
   std::set<std::string> seen_;
+  std::set<std::string> files_;  // beside the manifest
+  std::set<std::string> places_;
 };
+
+void add_all(archive_writer& archive, entry_places& places, const fs::path& folder,
+             const std::string& name) {
+  for (const fs::path& entry : sorted(folder)) {
+    const std::string inner = name + '/' + entry.filename().string();
+    if (fs::is_directory(fs::symlink_status(entry))) {
+      add_all(archive, places, entry, inner);
+    } else {
+      places.of(inner);  // what would not come out again is not packed
+      archive.add(inner, entry);
+    }
+  }
+}
 
 void write_entry(const fs::path& folder, const place_in_capture& where, const std::string& text) {
   if (!where.place.empty()) fs::create_directories(folder / where.place);
@@ -92,15 +102,18 @@ void write_entry(const fs::path& folder, const place_in_capture& where, const st
 
 void pack_folder(const fs::path& folder, const fs::path& out) {
   read_manifest(folder);  // refuses what is no capture
-  check_recording_folder(folder);
+  check_recording_folder(folder, folder);
+  const private_files of_the_capture;
   build_beside(out, [&](const fs::path& building) {
     archive_writer archive(building);
-    add_all(archive, folder, std::string{top_folder});
+    entry_places places(folder);
+    add_all(archive, places, folder, std::string{top_folder});
     archive.finish();
   });
 }
 
 void unpack_folder(const fs::path& file, const fs::path& out) {
+  const private_files of_the_capture;
   build_beside(out, [&](const fs::path& building) {
     fs::create_directory(building);
     entry_places places(file);
@@ -110,6 +123,7 @@ void unpack_folder(const fs::path& file, const fs::path& out) {
     if (!is_capture_folder(building))
       throw lab_error(fmt::format("{}: no capture, there is no manifest in it", file.string()));
     parse_manifest(read_whole(building / "manifest"), file.string() + ": manifest");
+    check_recording_folder(building, file);
   });
 }
 

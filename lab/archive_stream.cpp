@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <new>
 #include <optional>
 #include <vector>
 
@@ -22,8 +23,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t block_size = 512;
-constexpr std::uint64_t largest_file = std::uint64_t{4} << 30;
-constexpr std::uint64_t largest_archive = std::uint64_t{16} << 30;
+// A packed capture is read into memory as a whole.
+constexpr std::uint64_t largest_file = std::uint64_t{512} << 20;
+constexpr std::uint64_t largest_archive = std::uint64_t{2} << 30;
 constexpr std::uint64_t most_entries = 4'000'000;
 constexpr std::size_t longest_name = 4096;
 constexpr int compression_level = 6;
@@ -88,7 +90,7 @@ std::optional<std::uint64_t> octal_of(const char (&field)[Size]) {
 class file_descriptor {
  public:
   file_descriptor(const fs::path& file, int flags)
-      : file_(file.string()), fd_(open(file.c_str(), flags | O_CLOEXEC, 0644)) {
+      : file_(file.string()), fd_(open(file.c_str(), flags | O_CLOEXEC, 0600)) {
     if (fd_ < 0) throw lab_error(fmt::format("{}: {}", file_, std::strerror(errno)));
   }
   ~file_descriptor() { close(fd_); }
@@ -156,7 +158,7 @@ struct archive_writer::state {
     tar_head head{};
     put_text(head.name, name);
     put_text(head.prefix, prefix);
-    put_octal(head.mode, 0644);
+    put_octal(head.mode, 0600);
     put_octal(head.owner, 0);
     put_octal(head.group, 0);
     put_octal(head.size, size);
@@ -193,7 +195,7 @@ archive_writer::~archive_writer() = default;
 void archive_writer::add(const std::string& name, const fs::path& source) {
   const file_descriptor in(source, O_RDONLY | O_NOFOLLOW);
   const std::uint64_t size = in.regular_size();
-  if (size > largest_file) throw lab_error(fmt::format("{}: larger than 4 GiB", in.file()));
+  if (size > largest_file) throw lab_error(fmt::format("{}: larger than 512 MiB", in.file()));
   const std::size_t slash = name.rfind('/');
   const std::string_view all = name;
   if (name.size() <= sizeof tar_head::name)
@@ -243,7 +245,7 @@ class unpacked_bytes {
     }
     total_ += out.pos;
     if (total_ > largest_archive)
-      throw lab_error(fmt::format("{}: unpacks to more than 16 GiB", in_.file()));
+      throw lab_error(fmt::format("{}: unpacks to more than 2 GiB", in_.file()));
     return out.pos;
   }
   const std::string& file() const { return in_.file(); }
@@ -346,7 +348,7 @@ class archive_reader {
   std::uint64_t size_of(const tar_head& head, const std::string& name) const {
     const auto size = octal_of(head.size);
     if (!size) refuse(name, "its size is no number");
-    if (*size > largest_file) refuse(name, "larger than 4 GiB");
+    if (*size > largest_file) refuse(name, "larger than 512 MiB");
     return *size;
   }
 
@@ -380,10 +382,12 @@ class archive_reader {
 
 }  // namespace
 
-void read_archive(const fs::path& file, const std::function<void(archive_entry)>& take) {
+void read_archive(const fs::path& file, const std::function<void(archive_entry)>& take) try {
   archive_reader reader(file);
   archive_entry entry;
   while (reader.next(entry)) take(std::move(entry));
+} catch (const std::bad_alloc&) {
+  throw lab_error(fmt::format("{}: needs more memory than there is", file.string()));
 }
 
 }  // namespace lab

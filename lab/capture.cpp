@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "beside.h"
 #include "router.h"
 
 namespace lab {
@@ -46,7 +47,10 @@ std::string toml_text(std::string_view text) {
   std::string result = "\"";
   for (const char c : text) {
     if (c == '"' || c == '\\') result += '\\';
-    result += c;
+    if (std::iscntrl(static_cast<unsigned char>(c)) != 0)
+      result += fmt::format("\\u{:04X}", static_cast<unsigned char>(c));
+    else
+      result += c;
   }
   return result + '"';
 }
@@ -171,24 +175,19 @@ void write_manifest(const capture& c, const fs::path& folder) {
 void build_beside(const fs::path& out, const std::function<void(const fs::path&)>& build) {
   if (fs::exists(fs::symlink_status(out)))
     throw lab_error(fmt::format("{}: exists already", out.string()));
-  fs::path building = out;
-  if (!building.has_filename()) building = building.parent_path();  // "out/"
-  building += ".tmp";
-  std::error_code ignored;
   try {
-    fs::remove_all(building);
+    const folder_beside made(out);
+    const fs::path building = made.path() / "built";
     build(building);
     fs::rename(building, out);
   } catch (const fs::filesystem_error& failure) {
-    fs::remove_all(building, ignored);
     throw lab_error(fmt::format("{}: {}", out.string(), failure.code().message()));
-  } catch (const std::exception&) {
-    fs::remove_all(building, ignored);
-    throw;
   }
 }
 
 void write_folder(const capture& c, const fs::path& out) {
+  std::error_code ignored;  // then nothing can be made there, which is told below
+  fs::create_directories(fs::absolute(out / ".").parent_path().parent_path(), ignored);
   build_beside(out, [&](const fs::path& building) {
     fs::create_directories(building);
     write_files(c, building);

@@ -62,7 +62,7 @@ void write_files(const capture& c, const std::filesystem::path& folder);
 
 void write_manifest(const capture& c, const std::filesystem::path& folder);
 
-// Makes `out`, which must not exist: `build` makes a file or folder of a name beside it, which is
+// Makes `out`, which must not exist: `build` makes a file or folder in a folder beside it, which is
 // renamed at the end. Throws `lab_error`; nothing half written stays.
 void build_beside(const std::filesystem::path& out,
                   const std::function<void(const std::filesystem::path&)>& build);

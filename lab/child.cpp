@@ -72,9 +72,9 @@ int status_of(int wait_status) {
   return WIFSIGNALED(wait_status) ? signal_base + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
 }
 
-int wait_for_child(pid_t child, const sigset_t& awaited) {
+int wait_for_child(pid_t child, const sigset_t& awaited, int& passed_on) {
   constexpr timespec patience{5, 0};
-  bool told = false;
+  passed_on = 0;
   for (;;) {
     int wait_status = 0;
     const pid_t ended = waitpid(child, &wait_status, WNOHANG);
@@ -83,12 +83,12 @@ int wait_for_child(pid_t child, const sigset_t& awaited) {
       return status_of(wait_status);
     }
     if (ended < 0 && errno != EINTR) fail("waiting for the host");
-    const int signal =
-        told ? sigtimedwait(&awaited, nullptr, &patience) : sigwaitinfo(&awaited, nullptr);
+    const int signal = passed_on != 0 ? sigtimedwait(&awaited, nullptr, &patience)
+                                      : sigwaitinfo(&awaited, nullptr);
     if (signal < 0 && errno == EAGAIN) kill(-child, SIGKILL);
     if (signal <= 0 || signal == SIGCHLD) continue;
     kill(-child, signal);
-    told = true;
+    if (passed_on == 0) passed_on = signal;
   }
 }
 

@@ -31,7 +31,8 @@ sigset_t awaited_signals();
 int status_of(int wait_status);
 
 // Waits for a child that leads a process group, and passes SIGINT, SIGTERM and SIGHUP on to it; one
-// that does not end within some seconds of a signal is killed. Returns its status_of.
-int wait_for_child(pid_t child, const sigset_t& awaited);
+// that does not end within some seconds of a signal is killed. Returns its status_of, and in
+// `passed_on` the first of those signals, 0 if there was none.
+int wait_for_child(pid_t child, const sigset_t& awaited, int& passed_on);
 
 }  // namespace lab

@@ -95,7 +95,7 @@ void set_answers(const option_values& o, run_request& request) {
   if (fs::is_directory(what)) {
     request.folder = fs::absolute(what);
     request.answers = read_manifest(what);
-    check_recording_folder(what);
+    check_recording_folder(what, what);
   } else if (is_file) {
     request.answers = read_packed(what);
   } else {
@@ -126,6 +126,7 @@ int run_command(const std::vector<std::string>& arguments) {
                                 .flags = {"--real-ssh"},
                                 .rest = true});
   expect_operands(o, 1, "ROUTER or CAPTURE");
+  set_latencies(o);
   run_request request;
   set_answers(o, request);
   request.lab = own_program();
@@ -134,7 +135,6 @@ int run_command(const std::vector<std::string>& arguments) {
   request.logs = logs_folder(o.value_of("--logs"));
   request.calls = calls_file(o.value_of("--keep-calls"));
   request.record = record_place(o.value_of("--record"));
-  set_latencies(o);
   request.host_arguments = o.rest;
   return run_in_namespace(request);
 }

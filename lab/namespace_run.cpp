@@ -200,7 +200,8 @@ int run_in_namespace(const run_request& request) try {
     be_child(request, before, lifeline[0]);
   }
   setpgid(child, child);  // whoever is first: the child must not be signalled before it has one
-  const int status = wait_for_child(child, awaited);
+  int passed_on = 0;
+  const int status = wait_for_child(child, awaited, passed_on);
   for (const int end : lifeline) close(end);
   sigprocmask(SIG_SETMASK, &before, nullptr);
   return status;

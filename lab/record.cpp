@@ -12,11 +12,14 @@
 #include <cstring>
 #include <sstream>
 
+#include "beside.h"
 #include "capture.h"
 #include "child.h"
 #include "mounts.h"
 #include "namespace_run.h"
+#include "private_files.h"
 #include "record_arrange.h"
+#include "record_list.h"
 #include "router.h"
 
 namespace lab {
@@ -47,28 +50,13 @@ fs::path on_path(const std::string& tool) {
   return {};
 }
 
-// The folder that the stand-ins write into. It goes with the recording, whatever becomes of it.
-class work_folder {
- public:
-  explicit work_folder(const fs::path& out) : path_(out) {
-    path_ += ".recording";
-    fs::remove_all(path_);
-    for (const char* made : {"capture/local", "bin", "nos", "real/folder", "real/path", "library"})
-      fs::create_directories(path_ / made);
-    // What it covers must not be reachable under the same name.
-    path_ = fs::canonical(path_);
-  }
-  work_folder(const work_folder&) = delete;
-  work_folder& operator=(const work_folder&) = delete;
-  ~work_folder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
+// What the stand-ins need and write into.
+void make_work_folders(const fs::path& work) {
+  for (const char* made : {"capture/local", "bin", "nos", "real/folder", "real/path", "library"})
+    fs::create_directories(work / made);
+  for (const char* kept : {"capture", "capture/local"})
+    fs::permissions(work / kept, fs::perms::owner_all);
+}
 
 bool lies_under(const fs::path& file, const fs::path& folder) {
   const auto [end, unused] = std::mismatch(folder.begin(), folder.end(), file.begin(), file.end());
@@ -78,13 +66,17 @@ bool lies_under(const fs::path& file, const fs::path& folder) {
 void check_place(const record_request& request) {
   if (fs::exists(fs::symlink_status(request.out)))
     throw lab_error(fmt::format("{}: exists already", request.out.string()));
-  const fs::path out = fs::weakly_canonical(request.out);
+  const fs::path out = fs::weakly_canonical(fs::absolute(request.out));
   if (out.parent_path() == "/tmp" && out.filename().string().starts_with("tessel"))
     throw lab_error(fmt::format(
         "{}: an audit clears /tmp/tessel*; record to a place of another name", out.string()));
   if (lies_under(out, tool_folder) || (!request.logs.empty() && lies_under(out, "/var/log")))
     throw lab_error(fmt::format(
         "{}: the recording covers this folder for the audit; record to another", out.string()));
+  // The stand-ins beside it are found by the search path, whose folders a colon parts.
+  if (out.string().find(':') != std::string::npos)
+    throw lab_error(
+        fmt::format("{}: there is a colon in it; record to a place without one", out.string()));
 }
 
 // Setting up, in the child
@@ -172,7 +164,12 @@ void prepare(const record_request& request, const fs::path& work, pid_t recorder
   _exit(cannot_prepare);
 }
 
-int run_host(const record_request& request, const fs::path& work) {
+struct host_end {
+  int status = 0;
+  int passed_on = 0;  // the signal that the host was told of
+};
+
+host_end run_host(const record_request& request, const fs::path& work) {
   const sigset_t awaited = awaited_signals();
   sigset_t before;
   sigprocmask(SIG_BLOCK, &awaited, &before);
@@ -181,9 +178,10 @@ int run_host(const record_request& request, const fs::path& work) {
   if (child < 0) fail("fork");
   if (child == 0) be_child(request, work, before, self);
   setpgid(child, child);
-  const int status = wait_for_child(child, awaited);
+  host_end end;
+  end.status = wait_for_child(child, awaited, end.passed_on);
   sigprocmask(SIG_SETMASK, &before, nullptr);
-  return status;
+  return end;
 }
 
 // The capture's head
@@ -207,10 +205,21 @@ std::uint32_t host_node_id(const std::vector<std::string>& arguments) {
   return id;
 }
 
+// The file of the last answer to a command, which has a number if one of its calls complained,
+// failed or was answered differently. Empty if there is none.
+fs::path last_answer(const fs::path& place, const std::string& command) {
+  if (fs::is_regular_file(place / command)) return place / command;
+  const fs::path list = place / (command + std::string{list_suffix});
+  if (!fs::is_regular_file(list)) return {};
+  return place /
+         numbered_file(command, parse_answer_list(read_whole(list), list.string()).back().number);
+}
+
 // The platform's own list of nodes: name, type, ..., address in the seventh column.
-void read_nodes(const fs::path& answer, capture& head) {
+void read_nodes(const fs::path& place, capture& head) {
   constexpr std::size_t address_column = 6;
-  if (!fs::is_regular_file(answer)) return;
+  const fs::path answer = last_answer(place, file_name("plat_nodes_show -v"));
+  if (answer.empty()) return;
   std::istringstream lines(read_whole(answer));
   for (std::string line; std::getline(lines, line);) {
     if (line.find("ACTIVE") == std::string::npos && line.find("STANDBY") == std::string::npos)
@@ -236,7 +245,7 @@ capture head_of(const record_request& request, const fs::path& folder) {
   capture head;
   head.router = request.out.filename().string();
   head.host_node_id = host_node_id(request.host_arguments);
-  read_nodes(folder / local_place / file_name("plat_nodes_show -v"), head);
+  read_nodes(folder / local_place, head);
   for (const std::string& tool : tool_names()) {
     const bool in_folder = is_program(tool_folder / tool);
     const bool is_on_path = !on_path(tool).empty();
@@ -247,9 +256,11 @@ capture head_of(const record_request& request, const fs::path& folder) {
   return head;
 }
 
-bool is_interruption(int status) {
+// A host that was told to end may end in any way, killed at last; it may also be signalled itself.
+bool is_interruption(const host_end& end) {
   constexpr int signal_base = 128;
-  return status == signal_base + SIGINT || status == signal_base + SIGTERM ||
+  const int status = end.status;
+  return end.passed_on != 0 || status == signal_base + SIGINT || status == signal_base + SIGTERM ||
          status == signal_base + SIGHUP;
 }
 
@@ -266,12 +277,15 @@ std::string real_tool_path(const std::string& work, bool has_folder, const std::
 
 int run_recorded(const record_request& request) {
   check_place(request);
-  const work_folder work(request.out);
-  const int status = run_host(request, work.path());
-  if (is_interruption(status)) {
+  const folder_beside work(request.out);
+  make_work_folders(work.path());
+  const host_end end = run_host(request, work.path());
+  const int status = end.status;
+  if (is_interruption(end)) {
     fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.out.string());
     return status;
   }
+  const private_files of_the_capture;
   const fs::path folder = work.path() / "capture";
   const recorded_calls calls = arrange_recording(work.path());
   if (calls.all == 0) {

@@ -2,9 +2,9 @@
 // program, which passes the call through to the real one and keeps what that prints. In a private
 // mount namespace
 //
-//     /opt/nos/bin        holds a stand-in for each program that is really there
-//     OUT.recording/bin   first on the path: a stand-in for each tool that is really on the path
-//     /var/log            the folder for the logs, if one was named
+//     /opt/nos/bin      holds a stand-in for each program that is really there
+//     .OUT.XXXXXX/bin   first on the path: a stand-in for each tool that is really on the path
+//     /var/log          the folder for the logs, if one was named
 //
 // and all else stays as it is, network and /tmp too. The real tools run in the mounts that they
 // would run in anyway; where only a user namespace gives the right to mount, there is no way back,

@@ -84,18 +84,20 @@ bool go_back_to(const std::string& pid) {
 
 class kept_file {
  public:
-  ~kept_file() {
-    if (fd_ >= 0) close(fd_);
-  }
+  ~kept_file() { end(); }
   kept_file() = default;
   kept_file(const kept_file&) = delete;
   kept_file& operator=(const kept_file&) = delete;
 
   bool create(const std::string& file) {
-    fd_ = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    fd_ = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     return fd_ >= 0;
   }
   bool is_open() const { return fd_ >= 0; }
+  void end() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+  }
   // What goes wrong here must not harm the audit; it is told at the end of the recording.
   void write_all(const char* data, std::size_t size) {
     while (size > 0 && problem_ == 0) {
@@ -144,7 +146,7 @@ struct kept_call {
       ++number;
       if (out.create(file())) return;
       if (errno == ENOENT) {
-        mkdir((work + "/capture/" + what.place).c_str(), 0755);
+        mkdir((work + "/capture/" + what.place).c_str(), 0700);
         if (out.create(file())) return;
       }
     } while (errno == EEXIST);
@@ -164,7 +166,7 @@ void note_end(const kept_call& kept, int status) {
       call_line({kept.what.place, kept.what.file, kept.number, kept.begin,
                  now_in_microseconds() - kept.begin, status, kept.out.total(), problem});
   const int fd =
-      open((kept.work + "/ended").c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+      open((kept.work + "/ended").c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
   if (fd < 0) return;  // then it counts as a call without an end
   if (write(fd, line.data(), line.size()) < 0)
     fmt::print(stderr, "{}/ended: {}\n", kept.work, std::strerror(errno));
@@ -269,6 +271,17 @@ class signal_actions {
   become_real_tool(command);
 }
 
+// Nothing is kept of this call, which the end of the recording tells; the audit must not suffer.
+[[noreturn]] void give_up(const std::vector<std::string>& command, kept_call& kept,
+                          const signal_actions& actions) {
+  if (kept.out.problem() == 0) kept.out.set_problem(errno);
+  if (kept.out.is_open()) unlink(kept.file().c_str());
+  kept.out.end();
+  note_end(kept, 0);
+  actions.restore();
+  become_real_tool(command);
+}
+
 // As the shell would have seen the tool itself.
 int end_like(int wait_status) {
   if (!WIFSIGNALED(wait_status)) return WEXITSTATUS(wait_status);
@@ -305,10 +318,10 @@ int record_call(const std::vector<std::string>& command) {
   std::array<int, 2> out{};
   std::array<int, 2> err{};
   if (pipe2(out.data(), O_CLOEXEC) != 0 || pipe2(err.data(), O_CLOEXEC) != 0)
-    become_real_tool(command);
+    give_up(command, kept, actions);
   fcntl(out[0], F_SETPIPE_SZ, static_cast<int>(pipe_size));
   const pid_t tool = fork();
-  if (tool < 0) become_real_tool(command);
+  if (tool < 0) give_up(command, kept, actions);
   if (tool == 0) be_tool(command, out[1], err[1], actions);
   close(out[1]);
   close(err[1]);

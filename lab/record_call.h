@@ -2,10 +2,12 @@
 // command line through to the real tool, and keeps what that one prints on its way.
 //
 // The environment tells where:
-//     TESSEL_RECORD         the recording's work folder: capture/, real/
-//     TESSEL_RECORD_PID     a process that sees the real tools in their own places; without it they
-//                           are found under real/
-//     TESSEL_RECORD_PATH    the path as the real tools have it
+//     TESSEL_LAB_RECORD         the recording's work folder: capture/, real/
+//     TESSEL_LAB_RECORD_PID     a process that sees the real tools in their own places; without it
+//                               they are found under real/
+//     TESSEL_LAB_RECORD_PATH    the path as the real tools have it
+//     TESSEL_LAB_RECORD_INNER   set for a real tool that is found there: what it calls in turn is
+//                               not kept
 #pragma once
 
 #include <string>

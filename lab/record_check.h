@@ -8,8 +8,10 @@
 
 namespace lab {
 
-// Throw `lab_error`, one line that names the capture and the file that is missing or damaged.
+// Throw `lab_error`, one line that names the capture, as `where`, and the file that is missing or
+// damaged.
 void check_recording(const capture& c, const std::filesystem::path& where);
-void check_recording_folder(const std::filesystem::path& folder);
+void check_recording_folder(const std::filesystem::path& folder,
+                            const std::filesystem::path& where);
 
 }  // namespace lab

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <new>
 
+#include "archive_stream.h"
 #include "support.h"
 
 namespace {
@@ -57,7 +59,8 @@ class Archive : public testing::Test {
   std::string unpack_refusal(const char* name) {
     const std::string refusal = refusal_of([&] { unpack_folder(in(name), in("out")); });
     EXPECT_FALSE(fs::exists(in("out")));
-    EXPECT_FALSE(fs::exists(in("out.tmp"))) << "something half written stayed";
+    for (const auto& entry : fs::directory_iterator(scratch_.path()))
+      EXPECT_NE(entry.path().filename().string().front(), '.') << "something half written stayed";
     EXPECT_EQ(refusal_of([&] { read_packed(in(name)); }), refusal);
     EXPECT_EQ(refusal.find('\n'), std::string::npos) << refusal;
     return refusal;
@@ -71,6 +74,12 @@ TEST_F(Archive, ComesBackAsPacked) {
   EXPECT_EQ(read_packed(in("packed")).answers, sample().answers);
   EXPECT_EQ(read_packed(in("packed")).nodes, sample().nodes);
   EXPECT_LT(fs::file_size(in("packed")), 5000U);
+}
+
+TEST_F(Archive, IsItsUsersAloneInEitherForm) {
+  unpack_folder(in("packed"), in("out"));
+  EXPECT_EQ(run_shell("cd " + scratch_.path().string() + " && find out packed -perm /077 -ls").out,
+            "");
 }
 
 TEST_F(Archive, OfOneCaptureIsOneFileWheneverItIsMade) {
@@ -113,6 +122,19 @@ TEST_F(Archive, OfWhatIsNoCaptureIsNotMade) {
   fs::create_symlink("/etc/hostname", in("capture") / "local" / "link");
   EXPECT_THAT(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
               HasSubstr((in("capture") / "local" / "link").string()));
+  EXPECT_FALSE(fs::exists(in("out")));
+}
+
+TEST_F(Archive, IsNotMadeOfWhatWouldNotComeOutAgain) {
+  const std::string folder = in("capture").string();
+  write_text(in("capture") / "local" / ".hidden", "");
+  EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
+            folder + ": entry \"capture/local/.hidden\": no place within a capture");
+  fs::remove(in("capture") / "local" / ".hidden");
+  fs::create_directory(in("capture") / "local" / "deeper");
+  write_text(in("capture") / "local" / "deeper" / "file", "");
+  EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
+            folder + ": entry \"capture/local/deeper/file\": no place within a capture");
   EXPECT_FALSE(fs::exists(in("out")));
 }
 
@@ -163,6 +185,22 @@ TEST_F(Archive, ThatWouldLeaveTheFolderIsRefused) {
   }
 }
 
+TEST_F(Archive, WithAFileThatIsAFolderTooIsRefused) {
+  pack_by_hand(
+      "echo 2 >x/b; tar --transform 's,x/b,x/local,' --zstd -cf before x/manifest x/b x/local/a\n"
+      "tar --transform 's,x/b,x/local,' --zstd -cf behind x/manifest x/local/a x/b");
+  EXPECT_EQ(unpack_refusal("before"),
+            in("before").string() + ": entry \"x/local/a\": a file and a folder have one name");
+  EXPECT_EQ(unpack_refusal("behind"),
+            in("behind").string() + ": entry \"x/local\": a file and a folder have one name");
+}
+
+TEST_F(Archive, OfARecordingWithoutAnAnswerThatItsCallsNameIsRefused) {
+  pack_by_hand("echo '0.0 0.1 0 4 local/b' >x/calls; tar --zstd -cf lacking x");
+  EXPECT_EQ(unpack_refusal("lacking"),
+            in("lacking").string() + ": local/b is missing, which line 1 of calls names");
+}
+
 TEST_F(Archive, WithLinksOrDevicesIsRefused) {
   pack_by_hand("ln -s /etc/passwd x/local/link; tar --zstd -cf symbolic x");
   EXPECT_THAT(unpack_refusal("symbolic"),
@@ -173,6 +211,13 @@ TEST_F(Archive, WithLinksOrDevicesIsRefused) {
   EXPECT_THAT(unpack_refusal("pipe"), HasSubstr("entry \"x/local/pipe\""));
 }
 
+TEST_F(Archive, ThatMemoryDoesNotHoldIsRefusedByName) {
+  EXPECT_EQ(refusal_of([&] {
+              read_archive(in("packed"), [](const archive_entry&) { throw std::bad_alloc{}; });
+            }),
+            in("packed").string() + ": needs more memory than there is");
+}
+
 TEST_F(Archive, OfAbsurdSizeIsRefused) {
   // The size field of the second entry claims more than is there, with a sum that fits.
   pack_by_hand(
@@ -181,14 +226,14 @@ TEST_F(Archive, OfAbsurdSizeIsRefused) {
       " my $head = substr $_, $at, 512; substr($head, 124, 12) = sprintf \"%011o\\0\", $ARGV[0];"
       " substr($head, 148, 8) = q( ) x 8; substr($head, 148, 7) ="
       " sprintf \"%06o\\0\", unpack \"%32C*\", $head; substr($_, $at, 512) = $head; print' "
-      "4000000000 <y >z; zstd -q z -o claims\n"
+      "400000000 <y >z; zstd -q z -o claims\n"
       "perl -0777 -e '$_ = <STDIN>; my $at = index $_, \"x/local/a\";"
       " my $head = substr $_, $at, 512; substr($head, 124, 12) = sprintf \"%011o\\0\", $ARGV[0];"
       " substr($head, 148, 8) = q( ) x 8; substr($head, 148, 7) ="
       " sprintf \"%06o\\0\", unpack \"%32C*\", $head; substr($_, $at, 512) = $head; print' "
       "8000000000 <y >z; zstd -qf z -o huge");
   EXPECT_THAT(unpack_refusal("claims"), HasSubstr("entry \"x/local/a\": cut off"));
-  EXPECT_THAT(unpack_refusal("huge"), HasSubstr("entry \"x/local/a\": larger than 4 GiB"));
+  EXPECT_THAT(unpack_refusal("huge"), HasSubstr("entry \"x/local/a\": larger than 512 MiB"));
 }
 
 }  // namespace

@@ -1,6 +1,11 @@
 #include "capture.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
 
 #include "support.h"
 
@@ -100,6 +105,16 @@ TEST(CaptureFolder, EveryRouterComesBackAsWritten) {
   }
 }
 
+TEST(CaptureFolder, OfAnOddNameComesBackAsWritten) {
+  const scratch_folder scratch;
+  capture c = sample();
+  c.router = "a\nb\t\x01\x7f\"\\";
+  c.nodes = {{"192.0.0.6\r", "0/0\x1b/CPU0"}};
+  write_folder(c, scratch.path() / "out");
+  EXPECT_EQ(read_folder(scratch.path() / "out").router, c.router);
+  EXPECT_EQ(read_folder(scratch.path() / "out").nodes, c.nodes);
+}
+
 TEST(CaptureFolder, IsNotWrittenOverAnother) {
   const scratch_folder scratch;
   write_folder(sample(), scratch.path() / "out");
@@ -112,6 +127,44 @@ TEST(CaptureFolder, LeavesNothingHalfWritten) {
   c.answers[{"local", std::string(300, 'x')}] = "no file system takes this name";
   EXPECT_THROW(write_folder(c, scratch.path() / "out"), lab_error);
   EXPECT_TRUE(std::filesystem::is_empty(scratch.path()));
+}
+
+TEST(CaptureFolder, TakesAwayNothingThatItDidNotMake) {
+  const scratch_folder scratch;
+  for (const char* name : {"out.tmp", ".out.tmp", "out.recording"})
+    lab_test::write_text(scratch.path() / name, "somebody's");
+  write_folder(sample(), scratch.path() / "out/");
+  EXPECT_EQ(read_folder(scratch.path() / "out").answers, sample().answers);
+  for (const char* name : {"out.tmp", ".out.tmp", "out.recording"})
+    EXPECT_EQ(lab_test::read_text(scratch.path() / name), "somebody's") << name;
+}
+
+// Ends this process by the signal in the middle of the making.
+TEST(CaptureFolder, LeavesNothingIfASignalEndsTheMaking) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGKILL}) {
+    const scratch_folder scratch;
+    const pid_t maker = fork();
+    ASSERT_GE(maker, 0);
+    if (maker == 0)
+      build_beside(scratch.path() / "out", [&](const std::filesystem::path& building) {
+        std::filesystem::create_directory(building);
+        lab_test::write_text(building / "file", "half");
+        kill(getpid(), signal);
+      });
+    int status = 0;
+    ASSERT_EQ(waitpid(maker, &status, 0), maker);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << signal;
+    for (int i = 0; i < 500 && !std::filesystem::is_empty(scratch.path()); ++i) usleep(10'000);
+    EXPECT_TRUE(std::filesystem::is_empty(scratch.path())) << signal;
+  }
+}
+
+TEST(CaptureFolder, MakesTheFoldersAboveIt) {
+  const scratch_folder scratch;
+  write_folder(sample(), scratch.path() / "above" / "out");
+  EXPECT_TRUE(is_capture_folder(scratch.path() / "above" / "out"));
+  lab_test::write_text(scratch.path() / "file", "");
+  EXPECT_THROW(write_folder(sample(), scratch.path() / "file" / "out"), lab_error);
 }
 
 TEST(Manifest, OfAnotherFormatIsRefused) {

@@ -114,7 +114,7 @@ TEST(RecordedCapture, MustHoldWhatItsCallsName) {
     };
     const std::string expected = *r.message == '\0' ? "" : folder.string() + r.message;
     EXPECT_EQ(refusal_of([&] { check_recording(c, folder); }), expected) << r.why;
-    EXPECT_EQ(refusal_of([&] { check_recording_folder(folder); }), expected) << r.why;
+    EXPECT_EQ(refusal_of([&] { check_recording_folder(folder, folder); }), expected) << r.why;
     EXPECT_EQ(refusal_of([&] { read_capture(folder); }), expected) << r.why;
     EXPECT_EQ(refusal_of([&] { pack_folder(folder, scratch.path() / "packed"); }), expected)
         << r.why;
@@ -163,6 +163,12 @@ class Recording : public testing::Test {
   }
   std::string kept(const std::string& file) const {
     return read_text(scratch_.path() / "cap" / file);
+  }
+  // What a recording made beside its target and did not take away.
+  std::string left_beside() const {
+    return run_shell("find " + scratch_.path().string() + " -name '.*' ! -path " +
+                     scratch_.path().string())
+        .out;
   }
   bool is_kept(const std::string& file) const { return fs::exists(scratch_.path() / "cap" / file); }
 
@@ -331,14 +337,35 @@ TEST_F(Recording, TellsTheNodesAndTheHost) {
   EXPECT_EQ(head.nodes.front(), (std::pair<std::string, std::string>{"192.0.0.4", "0/RP0/CPU0"}));
 }
 
+TEST_F(Recording, TellsTheNodesOfTheLastAnswerIfThereIsMoreThanOne) {
+  // The first call fails and complains.
+  record(
+      "tool plat_nodes_show '[ -e /tmp/asked ] || { touch /tmp/asked; echo busy >&2; exit 1; };"
+      " echo 0/3/CPU0 LC ACTIVE FINAL x x 192.0.0.9'\n",
+      "plat_nodes_show -v; plat_nodes_show -v");
+  EXPECT_EQ(kept("local/plat_nodes_show,-v;answers"), "1 1 complains\n0 2\n");
+  const lab::capture head = lab::read_manifest(scratch_.path() / "cap");
+  ASSERT_EQ(head.nodes.size(), 1U);
+  EXPECT_EQ(head.nodes.front(), (std::pair<std::string, std::string>{"192.0.0.9", "0/3/CPU0"}));
+}
+
 TEST_F(Recording, PassesTheHostsStatusOnAndLeavesNothingElseBehind) {
   EXPECT_EQ(record("tool iface_show 'echo x'\n", "iface_show; exit 3").status, 3);
   EXPECT_TRUE(is_kept("manifest"));
-  EXPECT_FALSE(fs::exists(scratch_.path() / "cap.recording"));
-  EXPECT_FALSE(fs::exists(scratch_.path() / "cap.tmp"));
+  EXPECT_EQ(left_beside(), "");
   const outcome again = record("tool iface_show 'echo x'\n", "iface_show");
   EXPECT_EQ(again.status, 1);
   EXPECT_EQ(again.err, "tessel-lab: /var/log/cap: exists already\n");
+}
+
+TEST_F(Recording, IsItsUsersAlone) {
+  record("tool iface_show 'echo x; echo y >&2'\n",
+         "umask 000; iface_show; ssh 192.0.0.4 'iface_show'");
+  ASSERT_TRUE(is_kept("local/iface_show;1;complaint"));
+  ASSERT_TRUE(is_kept("192.0.0.4"));
+  const std::string find = "cd " + scratch_.path().string() + " && find cap ";
+  EXPECT_EQ(run_shell(find + "-perm /077").out, "");
+  EXPECT_NE(run_shell(find + "-type f").out, "");
 }
 
 TEST_F(Recording, WithoutACallIsNoCapture) {
@@ -346,7 +373,7 @@ TEST_F(Recording, WithoutACallIsNoCapture) {
   EXPECT_EQ(recorded.status, 5);
   EXPECT_EQ(recorded.err, "tessel-lab: no tool was called; /var/log/cap was not made\n");
   EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
-  EXPECT_FALSE(fs::exists(scratch_.path() / "cap.recording"));
+  EXPECT_EQ(left_beside(), "");
 }
 
 TEST_F(Recording, ThatIsInterruptedIsNoCapture) {
@@ -360,7 +387,39 @@ TEST_F(Recording, ThatIsInterruptedIsNoCapture) {
   EXPECT_THAT(recorded.out, HasSubstr("status 143\n"));
   EXPECT_THAT(recorded.err, HasSubstr("tessel-lab: interrupted; /var/log/cap was not made\n"));
   EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
-  EXPECT_FALSE(fs::exists(scratch_.path() / "cap.recording"));
+  EXPECT_EQ(left_beside(), "");
+}
+
+TEST_F(Recording, OfAHostThatDoesNotEndWhenToldIsNoCapture) {
+  script("inner",
+         "trap '' TERM; iface_show >/dev/null; echo ready >/var/log/ready\n"
+         "while :; do sleep 1; done");
+  const outcome recorded = in_lab(
+      "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
+      " --library /var/log/library & n=0\n"
+      "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n"
+      "kill -TERM $!; wait $!; echo status $?",
+      "");
+  EXPECT_EQ(recorded.out, "status 137\n");
+  EXPECT_THAT(recorded.err, HasSubstr("tessel-lab: interrupted; /var/log/cap was not made\n"));
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
+  EXPECT_EQ(left_beside(), "");
+}
+
+TEST_F(Recording, LeavesNothingIfItIsKilled) {
+  script("inner", "iface_show >/dev/null; echo ready >/var/log/ready; exec sleep 600");
+  const outcome recorded = in_lab(
+      "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
+      " --library /var/log/library & n=0\n"
+      "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n"
+      "ls -d /var/log/.cap.*\n"
+      "kill -KILL $!; wait $! 2>/dev/null; n=0\n"
+      "while ls -d /var/log/.cap.* >/dev/null 2>&1 && [ $n -le 250 ]; do sleep 0.02;"
+      " n=$((n+1)); done",
+      "");
+  EXPECT_THAT(recorded.out, HasSubstr("/var/log/.cap."));
+  EXPECT_EQ(left_beside(), "");
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
 }
 
 TEST_F(Recording, GoesNowhereThatTheAuditClearsOrTheRecordingCovers) {
@@ -376,6 +435,24 @@ TEST_F(Recording, GoesNowhereThatTheAuditClearsOrTheRecordingCovers) {
       "/var/log/outer --library /var/log/library",
       "");
   EXPECT_THAT(covered.err, HasSubstr("covers this folder"));
+  const outcome relative = in_lab(
+      "cd /tmp; /opt/nos/libexec/tessel-lab record tessel-cap --host "
+      "/var/log/outer --library /var/log/library",
+      "");
+  EXPECT_EQ(relative.err, cleared.err);
+}
+
+TEST_F(Recording, GoesToNoPlaceThatTheSearchPathCannotName) {
+  const outcome refused = record("tool iface_show 'echo x'\n", "iface_show", "cap-12:30");
+  EXPECT_EQ(refused.err,
+            "tessel-lab: /var/log/cap-12:30: there is a colon in it; record to a place without "
+            "one\n");
+  EXPECT_EQ(refused.status, 1);
+  const outcome below = in_lab(
+      "mkdir /tmp/12:30; cd /tmp/12:30; /opt/nos/libexec/tessel-lab record cap --host "
+      "/var/log/outer --library /var/log/library",
+      "");
+  EXPECT_THAT(below.err, HasSubstr("/tmp/12:30/cap: there is a colon in it"));
 }
 
 TEST_F(Recording, LeavesTheLogsWhereTheyGoUnlessToldOtherwise) {
@@ -389,6 +466,21 @@ TEST_F(Recording, LeavesTheLogsWhereTheyGoUnlessToldOtherwise) {
   const outcome elsewhere = in_lab(line + " --logs /tmp/logs; cat /tmp/logs/mark", "");
   EXPECT_EQ(elsewhere.out, "finding\n") << elsewhere.err;
   EXPECT_FALSE(fs::exists(scratch_.path() / "mark"));
+}
+
+TEST_F(Recording, WithoutRoomForAPipeHarmsNoCall) {
+  // One descriptor is enough for the output's file or for the tool, not for a pipe.
+  const outcome recorded =
+      record("cp /bin/cat iface_show\n",
+             "grep SigIgn /proc/self/status\n"
+             "(ulimit -n 4; exec iface_show /proc/self/status) | grep -e SigIgn -e Name\n"
+             "ls /var/log/.cap.*/capture/local");
+  const std::string ignored = recorded.out.substr(0, recorded.out.find('\n') + 1);
+  EXPECT_THAT(ignored, MatchesRegex("SigIgn:\t[0-9a-f]+\n"));
+  EXPECT_EQ(recorded.out, ignored + "Name:\tiface_show\n" + ignored) << recorded.err;
+  EXPECT_THAT(recorded.err, HasSubstr("could not be kept: Too many open files\n"));
+  EXPECT_EQ(recorded.status, 1);
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
 }
 
 TEST_F(Recording, ToolsFindTheirCompanionsAndEachOther) {

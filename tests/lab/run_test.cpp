@@ -35,6 +35,19 @@ TEST(CommandLine, TellsOfItself) {
   EXPECT_EQ(lab_program("--version").out.find("tessel-lab "), 0U);
 }
 
+TEST(CommandLine, RefusesALatencyBeforeItMakesAnything) {
+  const lab_test::scratch_folder scratch;
+  // Whatever file stands for host and library: none of them is started.
+  const outcome refused = run_shell("TMPDIR=" + scratch.path().string() +
+                                    " TESSEL_LAB_ROUTERS=" LAB_ROUTERS " " LAB_PROGRAM
+                                    " run birch-small --host " LAB_PROGRAM " --library " LAB_PROGRAM
+                                    " --latency ssh=5");
+  EXPECT_EQ(refused.status, 64);
+  EXPECT_EQ(refused.err,
+            "tessel-lab: run: latency \"ssh=5\": a time needs its unit, as in 150ms or 0.15s\n");
+  EXPECT_TRUE(fs::is_empty(scratch.path()));
+}
+
 TEST(CommandLine, FailureIsOneLine) {
   struct row {
     const char* why;

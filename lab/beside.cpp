@@ -1,0 +1,81 @@
+#include "beside.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <system_error>
+
+#include "router.h"
+
+namespace lab {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Tools that outlive an audit for a moment may still write there.
+void remove_stubbornly(const fs::path& folder) {
+  constexpr int attempts = 20;
+  constexpr useconds_t interval = 50'000;
+  std::error_code failure;
+  for (int i = 0; i < attempts; ++i) {
+    fs::remove_all(folder, failure);
+    if (!failure && !fs::exists(fs::symlink_status(folder, failure))) return;
+    usleep(interval);
+  }
+}
+
+// Waits until nobody holds the lifeline's other end, which the end of the process closes whatever
+// ended it; a handler of signals could not walk through folders. No signal to the group of the
+// process reaches this one.
+[[noreturn]] void remove_at_end(const fs::path& folder, int lifeline) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) std::signal(signal, SIG_IGN);
+  char byte = 0;
+  while (read(lifeline, &byte, 1) < 0 && errno == EINTR) continue;
+  remove_stubbornly(folder);
+  _exit(0);
+}
+
+}  // namespace
+
+folder_beside::folder_beside(const fs::path& out) {
+  const fs::path whole = fs::absolute(out);
+  const fs::path target = whole.has_filename() ? whole : whole.parent_path();  // "out/"
+  std::string name = target.parent_path() / fmt::format(".{}.XXXXXX", target.filename().string());
+  if (mkdtemp(name.data()) == nullptr)
+    throw lab_error(
+        fmt::format("{}: cannot be made beside its place: {}", out.string(), std::strerror(errno)));
+  // What a recording covers must not be reachable under the same name.
+  path_ = fs::canonical(name);
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) return;  // then only a signal leaves it behind
+  lifeline_ = ends[1];
+  remover_ = fork();
+  if (remover_ == 0) {
+    setpgid(0, 0);
+    close(ends[1]);
+    remove_at_end(path_, ends[0]);
+  }
+  if (remover_ > 0) setpgid(remover_, remover_);
+  close(ends[0]);
+}
+
+folder_beside::~folder_beside() {
+  if (lifeline_ >= 0) close(lifeline_);
+  if (remover_ > 0) {
+    while (waitpid(remover_, nullptr, 0) < 0 && errno == EINTR) continue;
+    return;
+  }
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+}  // namespace lab

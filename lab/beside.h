@@ -1,0 +1,28 @@
+// A folder of one's own beside what is being made, on the same file system, so that the finished
+// thing needs a new name only.
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+
+namespace lab {
+
+// Made with a name that nobody else has, ".OUT.XXXXXX", for this user alone; it goes with the
+// object, whatever is in it, and if a signal ends this process, too. Throws `lab_error` if it
+// cannot be made.
+class folder_beside {
+ public:
+  explicit folder_beside(const std::filesystem::path& out);
+  ~folder_beside();
+  folder_beside(const folder_beside&) = delete;
+  folder_beside& operator=(const folder_beside&) = delete;
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+  int lifeline_ = -1;
+  pid_t remover_ = -1;
+};
+
+}  // namespace lab
