@@ -61,6 +61,7 @@ class text_redactor {
   std::string redacted(const std::string& file, const std::string& text) {
     const bool is_configuration = file.starts_with("cfg_render");
     const bool is_banner = file.starts_with("sw_version_show");
+    banner_end_ = '\0';  // an answer may have been cut off inside a banner
     std::string out;
     std::string_view rest = text;
     while (!rest.empty()) {

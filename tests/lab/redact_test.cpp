@@ -175,6 +175,15 @@ TEST(Redacted, KeepsWhatTheAuditReads) {
             "Hardware revision 1.2, chassis serial serial-1\n");
 }
 
+TEST(Redacted, AnswerCutOffInsideABannerEndsTheBanner) {
+  capture c;
+  answer(c, "local", "cfg_render -a", "banner motd # Keep out\nOr be");
+  answer(c, "local", "cfg_render -b", "interface Bundle-Ether1\n mtu 9216\n");
+  redact(c);
+  EXPECT_EQ(answer_to(c, "local", "cfg_render -a"), "banner motd #text-1\ntext-2");
+  EXPECT_EQ(answer_to(c, "local", "cfg_render -b"), "interface Bundle-Ether1\n mtu 9216\n");
+}
+
 TEST(Redacted, OfOneCaptureIsAlwaysTheSame) {
   capture a = lab_test::rendered_router("birch-small").c;
   capture b = a;
