@@ -80,13 +80,50 @@ bool is_short_number(std::string_view word) {
          std::all_of(word.begin(), word.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
+bool is_name_part(char c) {
+  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
+         c == '-';
+}
+
+constexpr std::string_view configuration_tool = "cfg_render";
+constexpr std::string_view version_tool = "sw_version_show";
+
+// What the router calls itself in a line of its configuration or of its version banner.
+std::string_view router_named_in(std::string_view file, std::string_view line) {
+  const std::vector<word_place> words = words_in(line);
+  const auto word = [&](std::size_t i) { return line.substr(words[i].begin, words[i].size); };
+  if (file.starts_with(configuration_tool) && words.size() > 1 && word(0) == "hostname")
+    return word(1);
+  if (file.starts_with(version_tool) && words.size() > 2 && word(1) == "uptime" && word(2) == "is")
+    return word(0);
+  return {};
+}
+
+std::set<std::string> router_names(const capture& c) {
+  std::set<std::string> names;
+  for (const auto& [key, text] : c.answers) {
+    if (!key.second.starts_with(configuration_tool) && !key.second.starts_with(version_tool))
+      continue;
+    std::string_view rest = text;
+    while (!rest.empty()) {
+      const std::size_t end = std::min(rest.find('\n'), rest.size());
+      const std::string_view name = router_named_in(key.second, rest.substr(0, end));
+      if (!name.empty()) names.emplace(name);
+      rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
+  }
+  return names;
+}
+
 class text_redactor {
  public:
-  explicit text_redactor(address_redactor& addresses) : addresses_(addresses) {}
+  // `routers` are the names that the router gives itself: they stand in prompts and messages, too.
+  text_redactor(address_redactor& addresses, std::set<std::string> routers)
+      : addresses_(addresses), routers_(std::move(routers)) {}
 
   std::string redacted(const std::string& file, const std::string& text) {
-    const bool is_configuration = file.starts_with("cfg_render");
-    const bool is_banner = file.starts_with("sw_version_show");
+    const bool is_configuration = file.starts_with(configuration_tool);
+    const bool is_banner = file.starts_with(version_tool);
     banner_end_ = '\0';  // an answer may have been cut off inside a banner
     std::string out;
     std::string_view rest = text;
@@ -230,11 +267,41 @@ class text_redactor {
       const std::size_t end = std::min(text.find_first_of(" \t\r", begin), text.size());
       const std::string_view word = text.substr(begin, end - begin);
       const std::string_view login = word.substr(0, word.rfind('@') + 1);
-      out.append(text.substr(0, begin));
+      add_without_router(text.substr(0, begin), out);
       if (!login.empty()) add_login(login.substr(0, login.size() - 1), out);
       text.remove_prefix(begin + login.size());
     }
-    out.append(text);
+    add_without_router(text, out);
+  }
+
+  void add_without_router(std::string_view text, std::string& out) {
+    std::size_t copied = 0;
+    std::size_t at = 0;
+    while (at < text.size()) {
+      const word_place found = next_router(text, at);
+      if (found.size == 0) break;
+      at = found.begin + found.size;
+      if ((found.begin > 0 && is_name_part(text[found.begin - 1])) ||
+          (at < text.size() && is_name_part(text[at]))) {
+        at = found.begin + 1;
+        continue;
+      }
+      out.append(text.substr(copied, found.begin - copied));
+      out += names_.of(text.substr(found.begin, found.size));
+      copied = at;
+    }
+    out.append(text.substr(copied));
+  }
+
+  // The first of the router's names from a place on, the longest if two begin there.
+  word_place next_router(std::string_view text, std::size_t from) const {
+    word_place next{text.size(), 0};
+    for (const std::string& name : routers_) {
+      const std::size_t begin = text.find(name, from);
+      if (begin < next.begin || (begin == next.begin && name.size() > next.size))
+        next = {begin, name.size()};
+    }
+    return next;
   }
 
   void add_login(std::string_view login, std::string& out) {
@@ -255,6 +322,7 @@ class text_redactor {
   }
 
   address_redactor& addresses_;
+  std::set<std::string> routers_;
   replacements texts_{"text"};
   replacements names_{"name"};
   replacements secrets_{"secret"};
@@ -269,7 +337,7 @@ redaction_counts redact(capture& c) {
   for (const auto& [address, name] : c.nodes) kept.insert(address);
   for (const auto& [key, text] : c.answers) kept.insert(key.first);
   address_redactor addresses(std::move(kept));
-  text_redactor texts(addresses);
+  text_redactor texts(addresses, router_names(c));
   for (auto& [key, text] : c.answers)
     if (!key.second.ends_with(list_suffix)) text = texts.redacted(key.second, text);
   return texts.counts();

@@ -236,6 +236,20 @@ TEST(Redacted, HoldsNoSecretInAnyNotation) {
   }
 }
 
+TEST(Redacted, HoldsTheRoutersNameNowhere) {
+  capture c;
+  answer(c, "192.0.0.6", "fwd_object_show -t l2port -D",
+         "RP/0/RP0/CPU0:corehost#show\ncorehost2 my-corehost corehost.lab corehost\n");
+  answer(c, "local", "cfg_render -c", "hostname corehost\nvrf corehost\n rd 10.1.1.1:1\n");
+  answer(c, "local", "sw_version_show", "corehost-b uptime is 2 weeks\ncorehost\n");
+  redact(c);
+  EXPECT_EQ(answer_to(c, "192.0.0.6", "fwd_object_show -t l2port -D"),
+            "RP/0/RP0/CPU0:name-1#show\ncorehost2 my-corehost name-1.lab name-1\n");
+  EXPECT_EQ(answer_to(c, "local", "cfg_render -c"),
+            "hostname name-1\nvrf name-1\n rd 240.0.0.1:1\n");
+  EXPECT_EQ(answer_to(c, "local", "sw_version_show"), "name-2 uptime is 2 weeks\nname-1\n");
+}
+
 TEST(Redacted, AnswerCutOffInsideABannerEndsTheBanner) {
   capture c;
   answer(c, "local", "cfg_render -a", "banner motd # Keep out\nOr be");
