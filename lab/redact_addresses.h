@@ -22,6 +22,8 @@ class address_redactor {
 
  private:
   bool replace(std::string_view word, std::string& out);
+  void replace_within(std::string_view word, std::string& out);
+  bool replace_pieces(std::string_view word, std::string_view separators, std::string& out);
   std::string mac_for(std::uint64_t mac, bool upper_case, char separator);
 
   std::set<std::string, std::less<>> kept_;
