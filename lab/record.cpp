@@ -87,8 +87,7 @@ void check_place(const record_request& request) {
         "{}: the recording covers this folder for the audit; record to another", out.string()));
 }
 
-// Setting up, in the child
-// -------------------------------------------------------------------------
+// Setting up, in the child ---------------------------------------------------------------
 
 void make_stand_in(const fs::path& work, const fs::path& link) {
   fs::create_symlink(work / "program", link);
@@ -186,8 +185,7 @@ int run_host(const record_request& request, const fs::path& work) {
   return status;
 }
 
-// The capture's head
-// -------------------------------------------------------------------------------
+// The capture's head ---------------------------------------------------------------------
 
 // As the host reads it; what it would refuse has ended the run before.
 std::uint32_t host_node_id(const std::vector<std::string>& arguments) {
