@@ -128,8 +128,7 @@ bool can_become(uid_t user, gid_t group) {
   return WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS;
 }
 
-// What the machine keeps for its own ssh
-// -----------------------------------------------------------
+// What the machine keeps for its own ssh -------------------------------------------------
 
 // Neither client nor servers read or write a file of the machine: accounts, home and settings are
 // the lab's own. A machine's root may be locked, have another shell, or a key that would fit.

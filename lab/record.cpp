@@ -79,8 +79,7 @@ void check_place(const record_request& request) {
         fmt::format("{}: there is a colon in it; record to a place without one", out.string()));
 }
 
-// Setting up, in the child
-// -------------------------------------------------------------------------
+// Setting up, in the child ---------------------------------------------------------------
 
 void make_stand_in(const fs::path& work, const fs::path& link) {
   fs::create_symlink(work / "program", link);
@@ -184,8 +183,7 @@ host_end run_host(const record_request& request, const fs::path& work) {
   return end;
 }
 
-// The capture's head
-// -------------------------------------------------------------------------------
+// The capture's head ---------------------------------------------------------------------
 
 // As the host reads it; what it would refuse has ended the run before.
 std::uint32_t host_node_id(const std::vector<std::string>& arguments) {

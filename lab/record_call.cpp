@@ -35,8 +35,7 @@ std::string setting(const char* name) {
   return value == nullptr ? std::string{} : std::string{value};
 }
 
-// The real tool
-// ------------------------------------------------------------------------------------
+// The real tool --------------------------------------------------------------------------
 
 // Into the mounts of the process that does not see the stand-ins. The working folder would be lost.
 bool go_back_to(const std::string& pid) {
@@ -79,8 +78,7 @@ bool go_back_to(const std::string& pid) {
   _exit(cause == ENOENT ? not_found : not_started);
 }
 
-// Keeping
-// ------------------------------------------------------------------------------------------
+// Keeping --------------------------------------------------------------------------------
 
 class kept_file {
  public:
@@ -173,8 +171,7 @@ void note_end(const kept_call& kept, int status) {
   close(fd);
 }
 
-// Passing on
-// ---------------------------------------------------------------------------------------
+// Passing on -----------------------------------------------------------------------------
 
 struct stream {
   int from = -1;

@@ -1,17 +1,20 @@
 // Takes out of a capture what its owner may not give away, and nothing that the audit compares:
 //
+// clang-format off
 //     IPv4 addresses      240.0.0.1, 240.0.0.2, ...        masks stay
-//     IPv6 addresses      2001:db8::1, 2001:db8::2, ...
+//     IPv6 addresses      2001:db8::0:1, 2001:db8::0:2, ...
 //     MAC addresses       02aa.0000.0402, in the notation and case that they had; the low ten bits
-//                         stay, which is what the chips' tables hold of them
-//     descriptions        text-1, text-2, ...              also contacts, locations, remarks,
-//     banners names               name-1, ...                      of the router, its domain and
-//     its users secrets             secret-1, ...                    passwords, keys, communities
+//                         stay, which is what the chips' tables hold of them; system ids, too
+//     descriptions        text-1, text-2, ...              also contacts, locations, remarks, banners
+//     names               name-1, ...                      of the router, its domain and its users
+//     secrets             secret-1, ...                    passwords, keys, communities
 //     serial numbers      serial-1, ...
+// clang-format on
 //
-// One thing has one replacement wherever it stands, so that what was equal stays equal and what
-// differed differs. Addresses of nodes stay: they are the same on every router of a type, nobody
-// outside reaches them, and the audit finds the nodes by them.
+// One thing has one replacement wherever it is replaced, so that what was equal stays equal and
+// what differed differs. The router's own name is replaced in all answers, others where the
+// configuration defines them. Addresses of nodes stay: they are the same on every router of a type,
+// nobody outside reaches them, and the audit finds the nodes by them.
 #pragma once
 
 #include <cstddef>
