@@ -469,12 +469,12 @@ TEST_F(Recording, LeavesTheLogsWhereTheyGoUnlessToldOtherwise) {
 }
 
 TEST_F(Recording, WithoutRoomForAPipeHarmsNoCall) {
-  // One descriptor is enough for the output's file or for the tool, not for a pipe.
-  const outcome recorded =
-      record("cp /bin/cat iface_show\n",
-             "grep SigIgn /proc/self/status\n"
-             "(ulimit -n 4; exec iface_show /proc/self/status) | grep -e SigIgn -e Name\n"
-             "ls /var/log/.cap.*/capture/local");
+  // One descriptor, 3, is enough for the output's file or for the tool, not for a pipe.
+  const outcome recorded = record(
+      "cp /bin/cat iface_show\n",
+      "grep SigIgn /proc/self/status\n"
+      "(exec 3>&-; ulimit -n 4; exec iface_show /proc/self/status) | grep -e SigIgn -e Name\n"
+      "ls /var/log/.cap.*/capture/local");
   const std::string ignored = recorded.out.substr(0, recorded.out.find('\n') + 1);
   EXPECT_THAT(ignored, MatchesRegex("SigIgn:\t[0-9a-f]+\n"));
   EXPECT_EQ(recorded.out, ignored + "Name:\tiface_show\n" + ignored) << recorded.err;
