@@ -21,11 +21,13 @@
 extern "C" {
 #endif
 
-/* What tessel_run returns when it returns at all. */
-#define TESSEL_STOPPED_EARLY 0 /* ended before anything was collected; no result table */
-#define TESSEL_ABORTED                                                      \
-  (-2) /* left by a failure; its traceback stands on standard error, or one \
-          line there if tessel_init has not been called */
+/*
+ * What tessel_run returns when it returns at all: the run ended before anything was collected, and
+ * there is no result table; or a failure ended it, whose traceback stands on standard error, as
+ * does one line if tessel_init has not been called.
+ */
+#define TESSEL_STOPPED_EARLY 0
+#define TESSEL_ABORTED (-2)
 
 /*
  * Sets the run state to its defaults and `m` to it. Ends the process with a failed assertion if
@@ -57,8 +59,7 @@ void tessel_finalize(void);
  */
 int32_t run_tessel(uint32_t my_node_id);
 
-/* The run state between tessel_init and tessel_finalize, otherwise null. Hosts need not touch it.
- */
+/* The run state from tessel_init to tessel_finalize, otherwise null. Of no use to a host. */
 extern void* m;
 
 #ifdef __cplusplus

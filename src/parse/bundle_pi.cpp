@@ -87,11 +87,11 @@ bool add_bundle(std::string_view bundle, map& bundles) {
 }  // namespace
 
 value parse_bundle_info_PI(std::string_view text) {
-  value bundles = make_map();
+  value bdltmp = make_map();
   for (const std::string_view bundle : split(text, "Bundle-Ether")) {
-    if (!add_bundle(bundle, bundles.as_map())) return ERROR;
+    if (!add_bundle(bundle, bdltmp.as_map())) return ERROR;
   }
-  return bundles;
+  return bdltmp;
 }
 
 int dump_parse_bundle_info_PI() {
@@ -102,10 +102,10 @@ int dump_parse_bundle_info_PI() {
         "grep -E 'Bundle|Member|Operational MTU|Local'",
         "BM_PI");
     run.bdlInfoPI.set(output);
-    const value bundles = parse_bundle_info_PI(output.as_text());
-    if (!bundles.is_map()) return ERROR;
-    run.bdlInfoPI.set(bundles);
-    if (!bundles.truthy()) {
+    const value bdltmp = parse_bundle_info_PI(output.as_text());
+    if (!bdltmp.is_map()) return ERROR;
+    run.bdlInfoPI.set(bdltmp);
+    if (!bdltmp.truthy()) {
       ++run.exception;
       logger("INFO: BMPI dont have any bundle data", "exception");
     }

@@ -124,15 +124,15 @@ bool add_port(std::string_view block, std::string_view nodename) {
   const matches name = findall(name_line, block);
   if (name.empty()) return false;
   const std::string intf_name = replace_all(name.text(0), "_", "/");
-  const field_map fields = fields_of(field_line, block);
+  const field_map intf_prop = fields_of(field_line, block);
   auto mem_obj = std::make_shared<memberInfo>();
-  mem_obj->set("name", field(fields, "intf_name"));
-  mem_obj->set("ifh", convert_to_hex(field(fields, "intf")));
-  mem_obj->set("pp_port", field(fields, "pp_port_id"));
-  mem_obj->set("npu_id", field(fields, "device"));
-  mem_obj->set("npu_core", field(fields, "core"));
+  mem_obj->set("name", field(intf_prop, "intf_name"));
+  mem_obj->set("ifh", convert_to_hex(field(intf_prop, "intf")));
+  mem_obj->set("pp_port", field(intf_prop, "pp_port_id"));
+  mem_obj->set("npu_id", field(intf_prop, "device"));
+  mem_obj->set("npu_core", field(intf_prop, "core"));
   mem_obj->set("nodename", nodename);
-  mem_obj->set("mtu", field(fields, "mtu"));
+  mem_obj->set("mtu", field(intf_prop, "mtu"));
   st().voq_usage.get().as_map().set(intf_name, std::shared_ptr<record>(mem_obj));
   return true;
 }
@@ -155,12 +155,12 @@ value interfaces_of(const interface_type& type, const value& output, std::string
   for (const std::string_view block :
        split(output.as_text(), fmt::format("{} element", type.name))) {
     if (block.empty()) continue;
-    const field_map fields = fields_of(field_line, block);
+    const field_map intf_prop = fields_of(field_line, block);
     const matches handle = findall(handle_line, block);
     if (handle.empty()) throw failure(fmt::format("no handle in the block {}", brief_text(block)));
     value entry = make_map();
     for (const wanted_field& each : type.fields) {
-      entry.as_map().set(each.key, field(fields, each.field));
+      entry.as_map().set(each.key, field(intf_prop, each.field));
     }
     interfaces.as_map().set(handle.text(0), entry);
   }

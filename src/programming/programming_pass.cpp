@@ -48,7 +48,7 @@ void start_npus(const std::string& bundle, const std::string& nodename, worker_l
   const record& element = bundle_record(bundle);
   const value members = element.get("members").at(nodename);
   std::unordered_set<std::string> started;
-  for (const auto& [name, mem] : members.as_map().items()) {
+  for (const auto& [mName, mem] : members.as_map().items()) {
     const record& port = mem.as_record();
     const std::string npu = port.get("npu_id").as_text();
     const std::string err = object_on_npu(bundle, element, npu, nodename);

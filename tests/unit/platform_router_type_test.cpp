@@ -9,6 +9,7 @@
 #include "base/text.h"
 #include "platform/node_inventory.h"
 #include "support/fake_router.h"
+#include "support/groups.h"
 #include "support/hostile.h"
 #include "support/together.h"
 
@@ -346,14 +347,6 @@ TEST_F(router_type_test, is_j2_is_asked_by_many_workers) {
   together(6, [](int) {
     for (int round = 0; round < 100; ++round) EXPECT_EQ(is_j2("0/0/CPU0"), SUCCESS);
   });
-}
-
-std::vector<std::vector<std::string>> groups_of(const matches& found) {
-  std::vector<std::vector<std::string>> groups;
-  for (std::size_t at = 0; at < found.size(); ++at) {
-    groups.push_back({std::string(found[at][0]), std::string(found[at][1])});
-  }
-  return groups;
 }
 
 TEST_F(router_type_test, first_units_are_those_of_the_plain_pattern) {

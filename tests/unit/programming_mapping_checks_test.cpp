@@ -14,6 +14,7 @@
 #include "support/chip_world.h"
 #include "support/command_line.h"
 #include "support/fake_router.h"
+#include "support/groups.h"
 #include "support/hostile.h"
 #include "support/together.h"
 
@@ -466,14 +467,6 @@ TEST_F(mapping_test, a_failure_is_logged_before_it_is_counted) {
   EXPECT_TRUE(logs_before_counting([&] { key_llif(port); }));
   EXPECT_TRUE(logs_before_counting([&] { key_vd(port); }));
   EXPECT_TRUE(logs_before_counting([&] { key_vd_j2(port); }));
-}
-
-std::vector<std::vector<std::string>> groups_of(const matches& found) {
-  std::vector<std::vector<std::string>> groups;
-  for (std::size_t at = 0; at < found.size(); ++at) {
-    groups.push_back({std::string(found[at][0]), std::string(found[at][1])});
-  }
-  return groups;
 }
 
 TEST(lif_map_test, mappings_are_those_of_the_plain_pattern) {
