@@ -2,6 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "base/dump.h"
@@ -32,12 +36,24 @@ bool is_asic_supported(const std::string& nodename) {
   return st().nodeinfo.get().at(nodename).at("asic_supported").truthy();
 }
 
+// The first node to report a value sets what the others are held against. So the nodes take turns
+// at one object, in their order: the same router gives the same findings in every run.
+using turn = std::shared_ptr<worker>;
+
+turn start_after(const turn& previous, std::function<void()> check) {
+  return start_worker([previous, check = std::move(check)] {
+    if (previous) previous->join();
+    check();
+  });
+}
+
 // The pass goes on without them: they stand in the run-wide list, which nobody joins before the
 // stale entry check.
 void start_bundle_level(const std::string& bundle) {
   run_state& run = st();
+  turn pid;
   for (const std::string& nodename : dumped_nodes()) {
-    const auto pid = start_worker([bundle, nodename] { check_bundles(bundle, nodename); });
+    pid = start_after(pid, [bundle, nodename] { check_bundles(bundle, nodename); });
     run.bundle_workers[bundle].append(pid);
     run.pid_list.append(pid);
   }
@@ -65,11 +81,14 @@ void run_member_level(const std::string& bundle) {
 // Every node that takes part is examined, with members of the bundle or without.
 void run_sub_bundle_level(const std::string& bundle) {
   worker_list pid_list_sub;
-  const value sub_bundles = bundle_record(bundle).get("sub_bundles");
+  const std::vector<std::string> subs = bundle_record(bundle).get("sub_bundles").as_map().keys();
+  std::vector<turn> pids(subs.size());
   for (const std::string& nodename : dumped_nodes()) {
-    for (const std::string& sub : sub_bundles.as_map().keys()) {
-      pid_list_sub.append(
-          start_worker([sub, bundle, nodename] { check_sub_bundles(sub, bundle, nodename); }));
+    for (std::size_t at = 0; at < subs.size(); ++at) {
+      pids[at] = start_after(pids[at], [sub = subs[at], bundle, nodename] {
+        check_sub_bundles(sub, bundle, nodename);
+      });
+      pid_list_sub.append(pids[at]);
     }
   }
   pid_list_sub.join_all();

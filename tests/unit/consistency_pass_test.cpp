@@ -1,6 +1,7 @@
 #include "consistency/consistency_pass.h"
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -409,6 +410,36 @@ TEST_F(pass_test, the_sub_bundle_level_has_ended_before_the_next_bundle_starts) 
   st().pid_list.join_all();
   EXPECT_TRUE(is_visited(look(st().bdlInfoPI.get(), {"BE13"})));
   EXPECT_EQ(findings().size(), 1U);
+}
+
+// Which of two values was expected, and which marks were set, changed from run to run.
+TEST_F(pass_test, the_nodes_take_turns_at_a_bundle) {
+  for (const std::string& nodename : {older, j2}) {
+    put(st().nodeinfo.get(), {nodename, "act_standby"}, "Standby");  // so that DPA finds the id
+  }
+  put(lagport(be12::older), {"weight"}, 65);
+  put(lagport(be12::j2), {"lagid"}, "0x9");
+  std::unique_lock no_line_yet(st().log_mutex);
+  std::jthread pass([] { EXPECT_EQ(run_pass().result, SUCCESS); });
+  EXPECT_TRUE(reaches(st().inconsistent, 1)) << "the first node tells of the weight, id unseen";
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(bundle().get("lagid"), DEFAULT) << "the second node waits";
+  no_line_yet.unlock();
+  pass.join();
+  st().pid_list.join_all();
+  EXPECT_EQ(bundle().get("lagid"), "0x5");
+  EXPECT_THAT(findings(), testing::Contains("Inconsistency 2:BE12(0x3000120), 0/1/CPU0 Lag ID is "
+                                            "not consistent in DPA_Bundles:0x5, Expected:0x9"));
+}
+
+TEST_F(pass_test, the_nodes_take_turns_at_a_sub_bundle) {
+  put(lagport(be12::j2, be12::l3_sub_ifh), {"lagid"}, "0x9");
+  for (int run = 0; run < 100; ++run) {
+    sub_record(be12::l3_sub).set("lagid", DEFAULT);
+    EXPECT_EQ(run_pass_to_the_end(), SUCCESS);
+    ASSERT_EQ(sub_record(be12::l3_sub).get("lagid"), "0x6") << "in run " << run;
+  }
+  EXPECT_EQ(findings().size(), 100U);
 }
 
 // --- the three drivers
