@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -65,14 +66,19 @@ void wait_for_lag_id(const std::string& bundle) {
   if (bundle_record(bundle).get("lagid") == DEFAULT) wait_for_bundle_level(bundle);
 }
 
+// A member stands on one node, but on the active route processor and its standby it can be one
+// record.
 void run_member_level(const std::string& bundle) {
   worker_list pid_list_members;
+  std::unordered_map<std::string, turn> pids;
   const value members = bundle_record(bundle).get("members");
   for (const std::string& nodename : dumped_nodes()) {
     if (!members.contains(nodename)) continue;
     for (const std::string& member : members.at(nodename).as_map().keys()) {
-      pid_list_members.append(
-          start_worker([member, bundle, nodename] { check_members(member, bundle, nodename); }));
+      turn& pid = pids[member];
+      pid =
+          start_after(pid, [member, bundle, nodename] { check_members(member, bundle, nodename); });
+      pid_list_members.append(pid);
     }
   }
   pid_list_members.join_all();
