@@ -101,7 +101,8 @@ void check_member_j2(const member_on_npu& at) {
   if (!tm_lag.as_map().empty()) {
     const value bcm_members = tm_lag.at(lagid).at("members");
     const std::string sysport = mem.at(at.member).at("sysport").as_text();
-    if (!has_system_port(bcm_members, strip_set_left(sysport, "0x"))) report_member_missing(at);
+    const bool entry_found = has_system_port(bcm_members, strip_set_left(sysport, "0x"));
+    if (!entry_found) report_member_missing(at);
   }
   if (!(at.port.get("npu_id") == at.npu)) return;
   const value lag_mtu = tables.at("lag_mtu");

@@ -119,7 +119,8 @@ int check_members_DPA(std::string_view member, std::string_view bundle, std::str
     const value dpa = lagport.at(ifh.as_text()).at("members");
     const value mifh = port.get("ifh");
     const value mtu = st().voq_usage.get().at(member).as_record().get("mtu");
-    const value dpa_members = dpa.at(port.get("npu_id").as_text());
+    const std::string mem_npu = port.get("npu_id").as_text();
+    const value dpa_members = dpa.at(mem_npu);
     if (!is_entry_present(mifh, dpa_members, "DPA", error_string)) return ERROR;
     const value memid = dpa_members.at(mifh.as_text()).at("memid");
     if (check_memid(memid, port, error_string, "DPA_Members") &&

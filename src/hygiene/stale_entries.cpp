@@ -47,7 +47,8 @@ void start_layer(const value& obj, std::string_view layer) {
   // In the printed form, so a mark that stands last in its map does not start the walk.
   static const pattern& stale = constant(R"(.Visited.:\s0,)");
   const std::string text = printed(obj);
-  if (findall(stale, text).empty()) return;
+  const matches stale_found = findall(stale, text);
+  if (stale_found.empty()) return;
   st().pid_list.append(start_worker([obj, layer] { get_non_visited_nodes(obj, layer); }));
 }
 

@@ -90,7 +90,8 @@ int verify_rif_entry(const record& obj, std::string_view nodename, std::string_v
       report_rif_missing(obj, err);
       return SUCCESS;
     }
-    if (low_bits_of_mac(obj) != (to_hexadecimal(*bcmMac) & mask)) {
+    const std::int64_t piMac = low_bits_of_mac(obj);
+    if (piMac != (to_hexadecimal(*bcmMac) & mask)) {
       report_programming_error("Programming Error {}: BM PI MAC {} != BCM MAC MSB {} for {}",
                                plain(obj.get("mac")), *bcmMac, err);
       check_delete_pending(obj, err);
@@ -111,7 +112,8 @@ int verify_rif_entry_j2(const record& obj, std::string_view nodename, std::strin
       report_rif_missing(obj, err);
       return SUCCESS;
     }
-    if (low_bits_of_mac(obj) != bcmMac) {
+    const std::int64_t piMac = low_bits_of_mac(obj);
+    if (piMac != bcmMac) {
       // This family's MAC is a number, of which the message would quote a first element: the
       // difference shows in the counter and in this function's failure.
       ++st().programming_error;
