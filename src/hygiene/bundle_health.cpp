@@ -48,10 +48,10 @@ int check_bundle_health() {
 std::pair<std::string, std::int64_t> parse_bundle_health(std::string_view bdlHealthCheck) {
   static const pattern& rule = constant("---*");
   static const pattern& empty_lines = constant("\n\n\n*");
-  // Each run of blanks in front of a line's text is matched in one way only; what is found is what
-  // information_block_definition finds.
+  // Each word and each run of blanks in front of a line's text is matched in one way only; what is
+  // found is what information_block_definition finds.
   static const pattern& information_block = constant(
-      "\\w+:\\s+\\d+\\s+(?:[\\w\\/,.][\\w \\/,.]*+|[ ](?=\n))\n+"
+      "(?<!\\w)\\w++:\\s+\\d+\\s+(?:[\\w\\/,.][\\w \\/,.]*+|[ ](?=\n))\n+"
       "\\s+(?:[\\w\\/,.][\\w \\/,.]*+|[ ](?=\n))\n+"
       "\\s+(?:[\\w\\/,.][\\w \\/,.]*+|[ ](?![\\w \\/,.]))");
   static const pattern& table_head = constant(R"(Process\s+Node\s+Result\s+\w+\s+[\w 0-9\/,.]+)");
