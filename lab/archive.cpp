@@ -76,17 +76,41 @@ class entry_places {
   std::set<std::string> places_;
 };
 
-void add_all(archive_writer& archive, entry_places& places, const fs::path& folder,
-             const std::string& name) {
+struct source_file {
+  std::string name;  // in the archive
+  fs::path file;
+};
+
+// What would not come out again is not packed.
+void collect(const fs::path& folder, const std::string& name, entry_places& places,
+             std::vector<source_file>& files) {
   for (const fs::path& entry : sorted(folder)) {
     const std::string inner = name + '/' + entry.filename().string();
-    if (fs::is_directory(fs::symlink_status(entry))) {
-      add_all(archive, places, entry, inner);
+    const fs::file_status status = fs::symlink_status(entry);
+    if (fs::is_directory(status)) {
+      collect(entry, inner, places, files);
+    } else if (fs::is_regular_file(status)) {
+      places.of(inner);
+      files.push_back({inner, entry});
     } else {
-      places.of(inner);  // what would not come out again is not packed
-      archive.add(inner, entry);
+      throw lab_error(fmt::format("{}: neither a regular file nor a folder", entry.string()));
     }
   }
+}
+
+void check_size(const fs::path& folder, const std::vector<source_file>& files,
+                const archive_limits& limits) {
+  constexpr const char* what_to_do = "a packed capture holds no more; keep it as a folder";
+  archive_space space;
+  for (const source_file& one : files) {
+    const std::uint64_t size = fs::file_size(one.file);
+    if (size > limits.file)
+      throw lab_error(fmt::format("{}: larger than {}; {}", one.file.string(),
+                                  size_text(limits.file), what_to_do));
+    space.add(one.name, size);
+  }
+  if (const std::string excess = space.excess(limits); !excess.empty())
+    throw lab_error(fmt::format("{}: {} in all; {}", folder.string(), excess, what_to_do));
 }
 
 void write_entry(const fs::path& folder, const place_in_capture& where, const std::string& text) {
@@ -100,26 +124,30 @@ void write_entry(const fs::path& folder, const place_in_capture& where, const st
 
 }  // namespace
 
-void pack_folder(const fs::path& folder, const fs::path& out) {
+void pack_folder(const fs::path& folder, const fs::path& out, const archive_limits& limits) {
   read_manifest(folder);  // refuses what is no capture
   check_recording_folder(folder, folder);
+  entry_places places(folder);
+  std::vector<source_file> files;
+  collect(folder, std::string{top_folder}, places, files);
+  check_size(folder, files, limits);
   const private_files of_the_capture;
   build_beside(out, [&](const fs::path& building) {
     archive_writer archive(building);
-    entry_places places(folder);
-    add_all(archive, places, folder, std::string{top_folder});
+    for (const source_file& one : files) archive.add(one.name, one.file);
     archive.finish();
   });
 }
 
-void unpack_folder(const fs::path& file, const fs::path& out) {
+void unpack_folder(const fs::path& file, const fs::path& out, const archive_limits& limits) {
   const private_files of_the_capture;
   build_beside(out, [&](const fs::path& building) {
     fs::create_directory(building);
     entry_places places(file);
-    read_archive(file, [&](const archive_entry& entry) {
+    const auto write = [&](const archive_entry& entry) {
       write_entry(building, places.of(entry.name), entry.text);
-    });
+    };
+    read_archive(file, write, limits);
     if (!is_capture_folder(building))
       throw lab_error(fmt::format("{}: no capture, there is no manifest in it", file.string()));
     parse_manifest(read_whole(building / "manifest"), file.string() + ": manifest");

@@ -12,14 +12,18 @@
 
 #include <filesystem>
 
+#include "archive_stream.h"
 #include "capture.h"
 
 namespace lab {
 
 // Both are built beside `out` and renamed at the end. They throw `lab_error` if `out` exists,
-// cannot be written or what is read is no capture; nothing half written stays.
-void pack_folder(const std::filesystem::path& folder, const std::filesystem::path& out);
-void unpack_folder(const std::filesystem::path& file, const std::filesystem::path& out);
+// cannot be written, what is read is no capture or an archive of it would be beyond the limits;
+// nothing half written stays.
+void pack_folder(const std::filesystem::path& folder, const std::filesystem::path& out,
+                 const archive_limits& limits = {});
+void unpack_folder(const std::filesystem::path& file, const std::filesystem::path& out,
+                   const archive_limits& limits = {});
 
 // Reads a packed capture into memory. Throws `lab_error`.
 capture read_packed(const std::filesystem::path& file);

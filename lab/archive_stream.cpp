@@ -13,6 +13,7 @@
 #include <cstring>
 #include <new>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "router.h"
@@ -23,10 +24,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t block_size = 512;
-// A packed capture is read into memory as a whole.
-constexpr std::uint64_t largest_file = std::uint64_t{512} << 20;
-constexpr std::uint64_t largest_archive = std::uint64_t{2} << 30;
-constexpr std::uint64_t most_entries = 4'000'000;
 constexpr std::size_t longest_name = 4096;
 constexpr int compression_level = 6;
 
@@ -126,9 +123,62 @@ class file_descriptor {
   int fd_;
 };
 
+// A record "LENGTH path=NAME\n", whose length counts itself.
+std::string long_name_record(const std::string& name) {
+  const std::string tail = fmt::format(" path={}\n", name);
+  std::size_t length = tail.size() + 1;
+  while (fmt::format("{}", length).size() + tail.size() != length) ++length;
+  return fmt::format("{}{}", length, tail);
+}
+
+struct name_fields {
+  std::string_view prefix;
+  std::string_view name;
+};
+
+// How the head of an entry tells the name; nothing if it is too long for that.
+std::optional<name_fields> fields_of(std::string_view name) {
+  if (name.size() <= sizeof tar_head::name) return name_fields{{}, name};
+  const std::size_t slash = name.rfind('/');
+  if (slash == std::string_view::npos || slash > sizeof tar_head::prefix ||
+      name.size() - slash - 1 > sizeof tar_head::name)
+    return std::nullopt;
+  return name_fields{name.substr(0, slash), name.substr(slash + 1)};
+}
+
+constexpr std::uint64_t size_of_end = 2 * block_size;
+
+std::uint64_t in_whole_blocks(std::uint64_t size) {
+  return (size + block_size - 1) / block_size * block_size;
+}
+
 }  // namespace
 
+std::string size_text(std::uint64_t bytes) {
+  constexpr std::array<std::pair<unsigned, const char*>, 3> units{
+      {{30, "GiB"}, {20, "MiB"}, {10, "KiB"}}};
+  for (const auto& [shift, unit] : units)
+    if (bytes >> shift << shift == bytes && bytes > 0)
+      return fmt::format("{} {}", bytes >> shift, unit);
+  return fmt::format("{} bytes", bytes);
+}
+
 // Writing ----------------------------------------------------------------------------------------
+
+void archive_space::add(const std::string& name, std::uint64_t size) {
+  bytes_ += block_size + in_whole_blocks(size);
+  ++heads_;
+  if (fields_of(name)) return;
+  bytes_ += block_size + in_whole_blocks(long_name_record(name).size());
+  ++heads_;
+}
+
+std::string archive_space::excess(const archive_limits& limits) const {
+  if (bytes_ + size_of_end > limits.archive)
+    return fmt::format("larger than {}", size_text(limits.archive));
+  if (heads_ > limits.heads) return fmt::format("more than {} entries", limits.heads);
+  return {};
+}
 
 struct archive_writer::state {
   explicit state(const fs::path& file)
@@ -172,12 +222,8 @@ struct archive_writer::state {
     put(bytes.data(), bytes.size());
   }
 
-  // A record "LENGTH path=NAME\n" ahead of the entry, whose length counts itself.
   void put_long_name(const std::string& name) {
-    const std::string tail = fmt::format(" path={}\n", name);
-    std::size_t length = tail.size() + 1;
-    while (fmt::format("{}", length).size() + tail.size() != length) ++length;
-    const std::string record = fmt::format("{}{}", length, tail);
+    const std::string record = long_name_record(name);
     put_head("", "capture/name", 'x', record.size());
     put(record.data(), record.size());
     put_padding(record.size());
@@ -193,19 +239,14 @@ archive_writer::archive_writer(const fs::path& file) : state_(std::make_unique<s
 archive_writer::~archive_writer() = default;
 
 void archive_writer::add(const std::string& name, const fs::path& source) {
-  const file_descriptor in(source, O_RDONLY | O_NOFOLLOW);
+  // Whoever opens a pipe would wait for its other end.
+  const file_descriptor in(source, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   const std::uint64_t size = in.regular_size();
-  if (size > largest_file) throw lab_error(fmt::format("{}: larger than 512 MiB", in.file()));
-  const std::size_t slash = name.rfind('/');
-  const std::string_view all = name;
-  if (name.size() <= sizeof tar_head::name)
-    state_->put_head("", name, '0', size);
-  else if (slash != std::string::npos && slash <= sizeof tar_head::prefix &&
-           name.size() - slash - 1 <= sizeof tar_head::name)
-    state_->put_head(all.substr(0, slash), all.substr(slash + 1), '0', size);
-  else {
+  if (const auto fields = fields_of(name)) {
+    state_->put_head(fields->prefix, fields->name, '0', size);
+  } else {
     state_->put_long_name(name);
-    state_->put_head("", all.substr(0, sizeof tar_head::name), '0', size);
+    state_->put_head("", std::string_view{name}.substr(0, sizeof tar_head::name), '0', size);
   }
   std::vector<char> buffer(std::size_t{1} << 17);
   for (std::uint64_t left = size; left > 0;) {
@@ -219,7 +260,7 @@ void archive_writer::add(const std::string& name, const fs::path& source) {
 }
 
 void archive_writer::finish() {
-  constexpr std::array<char, 2 * block_size> end{};
+  constexpr std::array<char, size_of_end> end{};
   state_->put(end.data(), end.size(), ZSTD_e_end);
 }
 
@@ -229,8 +270,8 @@ namespace {
 
 class unpacked_bytes {
  public:
-  explicit unpacked_bytes(const fs::path& file)
-      : in_(file, O_RDONLY), context_(ZSTD_createDCtx(), &ZSTD_freeDCtx) {}
+  unpacked_bytes(const fs::path& file, std::uint64_t most)
+      : in_(file, O_RDONLY), context_(ZSTD_createDCtx(), &ZSTD_freeDCtx), most_(most) {}
 
   // Fills as much of the memory as there are bytes. Returns how many that were.
   std::size_t fill(char* data, std::size_t size) {
@@ -244,8 +285,8 @@ class unpacked_bytes {
       frame_is_open_ = hint != 0;
     }
     total_ += out.pos;
-    if (total_ > largest_archive)
-      throw lab_error(fmt::format("{}: unpacks to more than 2 GiB", in_.file()));
+    if (total_ > most_)
+      throw lab_error(fmt::format("{}: unpacks to more than {}", in_.file(), size_text(most_)));
     return out.pos;
   }
   const std::string& file() const { return in_.file(); }
@@ -264,12 +305,14 @@ class unpacked_bytes {
   std::vector<char> buffer_ = std::vector<char>(ZSTD_DStreamInSize());
   ZSTD_inBuffer waiting_{buffer_.data(), 0, 0};
   bool frame_is_open_ = true;  // an empty file is cut off, too
+  std::uint64_t most_;
   std::uint64_t total_ = 0;
 };
 
 class archive_reader {
  public:
-  explicit archive_reader(const fs::path& file) : bytes_(file) {}
+  archive_reader(const fs::path& file, const archive_limits& limits)
+      : bytes_(file, limits.archive), limits_(limits) {}
 
   // Returns false at the end of the archive.
   bool next(archive_entry& entry) {
@@ -295,7 +338,7 @@ class archive_reader {
   }
 
  private:
-  [[noreturn]] void refuse(const std::string& name, const char* why) const {
+  [[noreturn]] void refuse(const std::string& name, std::string_view why) const {
     throw lab_error(fmt::format("{}: entry \"{}\": {}", bytes_.file(), printable(name), why));
   }
 
@@ -323,8 +366,8 @@ class archive_reader {
     if (!sum || *sum != sum_of(head) || std::memcmp(head.magic, "ustar", 5) != 0)
       throw lab_error(fmt::format("{}: no packed capture: byte {} of the archive begins no entry",
                                   bytes_.file(), position));
-    if (++entries_ > most_entries)
-      throw lab_error(fmt::format("{}: more than {} entries", bytes_.file(), most_entries));
+    if (++heads_ > limits_.heads)
+      throw lab_error(fmt::format("{}: more than {} entries", bytes_.file(), limits_.heads));
     return true;
   }
 
@@ -348,7 +391,7 @@ class archive_reader {
   std::uint64_t size_of(const tar_head& head, const std::string& name) const {
     const auto size = octal_of(head.size);
     if (!size) refuse(name, "its size is no number");
-    if (*size > largest_file) refuse(name, "larger than 512 MiB");
+    if (*size > limits_.file) refuse(name, "larger than " + size_text(limits_.file));
     return *size;
   }
 
@@ -377,13 +420,15 @@ class archive_reader {
   }
 
   unpacked_bytes bytes_;
-  std::uint64_t entries_ = 0;
+  archive_limits limits_;
+  std::uint64_t heads_ = 0;
 };
 
 }  // namespace
 
-void read_archive(const fs::path& file, const std::function<void(archive_entry)>& take) try {
-  archive_reader reader(file);
+void read_archive(const fs::path& file, const std::function<void(archive_entry)>& take,
+                  const archive_limits& limits) try {
+  archive_reader reader(file, limits);
   archive_entry entry;
   while (reader.next(entry)) take(std::move(entry));
 } catch (const std::bad_alloc&) {

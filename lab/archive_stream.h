@@ -16,8 +16,31 @@ struct archive_entry {
   std::string text;
 };
 
+// A packed capture is read into memory as a whole. Sizes are those before compression.
+struct archive_limits {
+  std::uint64_t file = std::uint64_t{512} << 20;
+  std::uint64_t archive = std::uint64_t{2} << 30;
+  std::uint64_t heads = 4'000'000;
+};
+
+// What is added under these names takes up in an archive.
+class archive_space {
+ public:
+  void add(const std::string& name, std::uint64_t size);
+  // Empty if an archive within these limits holds it, else what is too much: "larger than 2 GiB".
+  std::string excess(const archive_limits& limits) const;
+
+ private:
+  std::uint64_t bytes_ = 0;
+  std::uint64_t heads_ = 0;
+};
+
+// "512 MiB", in the largest unit that tells it without a fraction.
+std::string size_text(std::uint64_t bytes);
+
 class archive_writer {
  public:
+  // Adding does not look at the limits.
   explicit archive_writer(const std::filesystem::path& file);
   ~archive_writer();
   archive_writer(const archive_writer&) = delete;
@@ -35,7 +58,7 @@ class archive_writer {
 
 // Calls `take` for each regular file of the archive, in order; folders are passed over. Throws
 // `lab_error` for whatever is no whole archive of regular files, and passes on what `take` throws.
-void read_archive(const std::filesystem::path& file,
-                  const std::function<void(archive_entry)>& take);
+void read_archive(const std::filesystem::path& file, const std::function<void(archive_entry)>& take,
+                  const archive_limits& limits = {});
 
 }  // namespace lab

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -45,6 +46,33 @@ void remove_stubbornly(const fs::path& folder) {
 }
 
 }  // namespace
+
+fs::path target_named(const std::string& name) {
+  if (name.empty()) throw lab_error("the name of what is to be made is empty");
+  std::string text = name;
+  while (text.size() > 1 && (text.ends_with('/') || text.ends_with("/."))) text.pop_back();
+  return text;
+}
+
+void check_target(const fs::path& out) {
+  if (fs::exists(fs::symlink_status(out)))
+    throw lab_error(fmt::format("{}: exists already", out.string()));
+  const fs::path folder = fs::absolute(out).parent_path();
+  if (!fs::is_directory(folder))
+    throw lab_error(fmt::format("{}: there is no such folder", folder.string()));
+  if (access(folder.c_str(), W_OK | X_OK) != 0)
+    throw lab_error(
+        fmt::format("{}: nothing can be made in it: {}", folder.string(), std::strerror(errno)));
+}
+
+bool lies_under(const fs::path& file, const fs::path& folder) {
+  const auto whole = [](const fs::path& named) {
+    return fs::weakly_canonical(fs::absolute(target_named(named.string())));
+  };
+  const fs::path inner = whole(file);
+  const fs::path outer = whole(folder);
+  return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
 
 folder_beside::folder_beside(const fs::path& out) {
   const fs::path whole = fs::absolute(out);

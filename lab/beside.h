@@ -5,8 +5,19 @@
 #include <sys/types.h>
 
 #include <filesystem>
+#include <string>
 
 namespace lab {
+
+// What a command line names, without what completion leaves at its end: "out" for "out/" and
+// "out/.". Throws `lab_error` for an empty name.
+std::filesystem::path target_named(const std::string& name);
+
+// Throws `lab_error` if `out` exists, or nothing can be made where it is to stand.
+void check_target(const std::filesystem::path& out);
+
+// True for the folder itself, too. Both are made absolute first.
+bool lies_under(const std::filesystem::path& file, const std::filesystem::path& folder);
 
 // Made with a name that nobody else has, ".OUT.XXXXXX", for this user alone; it goes with the
 // object, whatever is in it, and if a signal ends this process, too. Throws `lab_error` if it

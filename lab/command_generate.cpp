@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "beside.h"
 #include "capture.h"
 #include "commands.h"
 #include "generate.h"
@@ -43,7 +44,8 @@ int generate_command(const std::vector<std::string>& arguments) {
                                  "--l2-subs", "--l3-subs", "--family", "--seed"},
                   .flags = {"--hqos"}});
   expect_operands(o, 1, "OUT");
-  write_folder(render(wanted_router(o)), o.operands[0]);
+  const std::filesystem::path out = target_named(o.operands[0]);
+  write_folder(render(wanted_router(o)), out);
   return EXIT_SUCCESS;
 }
 

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "archive.h"
+#include "beside.h"
 #include "commands.h"
 #include "private_files.h"
 #include "redact.h"
@@ -14,7 +15,7 @@ int redact_command(const std::vector<std::string>& arguments) {
   namespace fs = std::filesystem;
   const option_values o = parse_options(arguments, {});
   expect_operands(o, 2, "CAPTURE OUT");
-  const fs::path out = o.operands[1];
+  const fs::path out = target_named(o.operands[1]);
   capture c = read_capture(o.operands[0]);
   c.router = out.filename().string();
   const redaction_counts n = redact(c);

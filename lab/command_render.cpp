@@ -1,5 +1,6 @@
 #include <cstdlib>
 
+#include "beside.h"
 #include "capture.h"
 #include "commands.h"
 #include "description.h"
@@ -17,7 +18,8 @@ router faulty_router(const std::string& name, const std::vector<std::string>& fa
 int render_command(const std::vector<std::string>& arguments) {
   const option_values o = parse_options(arguments, {.with_value = {"--fault"}});
   expect_operands(o, 2, "ROUTER OUT");
-  write_folder(render(faulty_router(o.operands[0], o.all_of("--fault"))), o.operands[1]);
+  const std::filesystem::path out = target_named(o.operands[1]);
+  write_folder(render(faulty_router(o.operands[0], o.all_of("--fault"))), out);
   return EXIT_SUCCESS;
 }
 

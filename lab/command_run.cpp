@@ -2,14 +2,18 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include "archive.h"
+#include "beside.h"
 #include "capture.h"
 #include "commands.h"
 #include "latency.h"
 #include "namespace_run.h"
+#include "record.h"
 #include "record_check.h"
 #include "render.h"
 
@@ -45,12 +49,17 @@ fs::path library_of(const option_values& o) {
   return existing_file(o.has("--library") ? fs::path{o.value_of("--library")} : usual, "--library");
 }
 
+namespace {
+
+// The named folder, made if need be, or a new one, which standard error then tells of.
 fs::path logs_folder(const std::string& named) {
   if (named.empty()) {
     const char* temporary = std::getenv("TMPDIR");
     std::string folder =
         std::string{temporary == nullptr ? "/tmp" : temporary} + "/lab-logs.XXXXXX";
-    if (mkdtemp(folder.data()) == nullptr) throw lab_error(folder + ": cannot be made");
+    if (mkdtemp(folder.data()) == nullptr)
+      throw lab_error(fmt::format("{}: cannot be made: {}; name a folder with --logs", folder,
+                                  std::strerror(errno)));
     fmt::print(stderr, "tessel-lab: the logs are in {}\n", folder);
     return folder;
   }
@@ -60,24 +69,40 @@ fs::path logs_folder(const std::string& named) {
   return fs::absolute(named);
 }
 
-namespace {
-
-fs::path calls_file(const std::string& named) {
-  if (named.empty()) return {};
-  const int fd = open(named.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) throw lab_error(fmt::format("{}: cannot be written", named));
-  close(fd);
-  return fs::absolute(named);
+void check_calls_file(const fs::path& file) {
+  if (fs::is_directory(file))
+    throw lab_error(fmt::format("{}: is a folder; name a file with --keep-calls", file.string()));
+  if (!fs::exists(file)) return check_target(file);
+  if (access(file.c_str(), W_OK) != 0)
+    throw lab_error(fmt::format("{}: cannot be written: {}", file.string(), std::strerror(errno)));
 }
 
-fs::path record_place(const std::string& named) {
-  if (named.empty()) return {};
-  const fs::path place = fs::absolute(named);
-  if (fs::exists(fs::symlink_status(place)))
-    throw lab_error(fmt::format("{}: exists already", named));
-  if (!fs::is_directory(place.parent_path()))
-    throw lab_error(fmt::format("{}: there is no such folder", place.parent_path().string()));
-  return place;
+void make_calls_file(const fs::path& file) {
+  const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0)
+    throw lab_error(fmt::format("{}: cannot be written: {}", file.string(), std::strerror(errno)));
+  close(fd);
+}
+
+fs::path absolute_or_empty(const option_values& o, const char* option) {
+  return o.has(option) ? fs::absolute(target_named(o.value_of(option))) : fs::path{};
+}
+
+// What is written, once it is clear that all of it can be.
+void set_outputs(const option_values& o, run_request& request) {
+  request.calls = absolute_or_empty(o, "--keep-calls");
+  request.record = absolute_or_empty(o, "--record");
+  if (!request.calls.empty()) check_calls_file(request.calls);
+  if (!request.record.empty())
+    check_record_target(request.record, absolute_or_empty(o, "--logs"), request.calls);
+  const bool is_new = !request.calls.empty() && !fs::exists(request.calls);
+  if (!request.calls.empty()) make_calls_file(request.calls);
+  try {
+    request.logs = logs_folder(o.value_of("--logs"));
+  } catch (const lab_error&) {
+    if (is_new) fs::remove(request.calls);
+    throw;
+  }
 }
 
 // A capture folder answers as it stands; a packed one is unpacked into memory, a router is rendered
@@ -132,9 +157,7 @@ int run_command(const std::vector<std::string>& arguments) {
   request.lab = own_program();
   request.host = host_of(o);
   request.library = library_of(o);
-  request.logs = logs_folder(o.value_of("--logs"));
-  request.calls = calls_file(o.value_of("--keep-calls"));
-  request.record = record_place(o.value_of("--record"));
+  set_outputs(o, request);
   request.host_arguments = o.rest;
   return run_in_namespace(request);
 }

@@ -36,7 +36,4 @@ std::filesystem::path own_program();
 std::filesystem::path host_of(const option_values& o);
 std::filesystem::path library_of(const option_values& o);
 
-// The named folder, made if need be, or a new one, which standard error then tells of; absolute.
-std::filesystem::path logs_folder(const std::string& named);
-
 }  // namespace lab

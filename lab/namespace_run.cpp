@@ -17,6 +17,7 @@
 
 #include "child.h"
 #include "mounts.h"
+#include "record.h"
 #include "router.h"
 
 namespace lab {
@@ -96,6 +97,8 @@ void limit_files(std::uint64_t bytes) {
              "record",
              "--library",
              "/opt/nos/lib/libtessel.so",
+             record_shown_option,
+             request.record.string(),
              "/opt/nos/record" / request.record.filename(),
              "--"};
   if (request.record.empty() && !names_option(request.host_arguments, "--library"))

@@ -58,14 +58,14 @@ void make_work_folders(const fs::path& work) {
     fs::permissions(work / kept, fs::perms::owner_all);
 }
 
-bool lies_under(const fs::path& file, const fs::path& folder) {
-  const auto [end, unused] = std::mismatch(folder.begin(), folder.end(), file.begin(), file.end());
-  return end == folder.end();
+// The stand-ins beside it are found by the search path, whose folders a colon parts.
+[[noreturn]] void refuse_colon(const fs::path& out) {
+  throw lab_error(
+      fmt::format("{}: there is a colon in it; record to a place without one", out.string()));
 }
 
 void check_place(const record_request& request) {
-  if (fs::exists(fs::symlink_status(request.out)))
-    throw lab_error(fmt::format("{}: exists already", request.out.string()));
+  check_record_target(request.out, request.logs, {});
   const fs::path out = fs::weakly_canonical(fs::absolute(request.out));
   if (out.parent_path() == "/tmp" && out.filename().string().starts_with("tessel"))
     throw lab_error(fmt::format(
@@ -73,10 +73,13 @@ void check_place(const record_request& request) {
   if (lies_under(out, tool_folder) || (!request.logs.empty() && lies_under(out, "/var/log")))
     throw lab_error(fmt::format(
         "{}: the recording covers this folder for the audit; record to another", out.string()));
-  // The stand-ins beside it are found by the search path, whose folders a colon parts.
-  if (out.string().find(':') != std::string::npos)
-    throw lab_error(
-        fmt::format("{}: there is a colon in it; record to a place without one", out.string()));
+  if (out.string().find(':') != std::string::npos) refuse_colon(out);
+}
+
+void make_logs_folder(const fs::path& folder) {
+  std::error_code failure;
+  fs::create_directories(folder, failure);
+  if (failure) throw lab_error(fmt::format("{}: {}", folder.string(), failure.message()));
 }
 
 // Setting up, in the child ---------------------------------------------------------------
@@ -203,30 +206,40 @@ std::uint32_t host_node_id(const std::vector<std::string>& arguments) {
   return id;
 }
 
-// The file of the last answer to a command, which has a number if one of its calls complained,
-// failed or was answered differently. Empty if there is none.
-fs::path last_answer(const fs::path& place, const std::string& command) {
-  if (fs::is_regular_file(place / command)) return place / command;
+// The answers to a command, the last one first. They have numbers if one of its calls complained,
+// failed or was answered differently.
+std::vector<std::string> answers_from_last(const fs::path& place, const std::string& command) {
+  if (fs::is_regular_file(place / command)) return {read_whole(place / command)};
   const fs::path list = place / (command + std::string{list_suffix});
   if (!fs::is_regular_file(list)) return {};
-  return place /
-         numbered_file(command, parse_answer_list(read_whole(list), list.string()).back().number);
+  std::vector<std::string> answers;
+  for (const listed_answer& a : parse_answer_list(read_whole(list), list.string()))
+    answers.push_back(read_whole(place / numbered_file(command, a.number)));
+  std::reverse(answers.begin(), answers.end());
+  return answers;
 }
 
 // The platform's own list of nodes: name, type, ..., address in the seventh column.
-void read_nodes(const fs::path& place, capture& head) {
+std::vector<std::pair<std::string, std::string>> nodes_in(const std::string& answer) {
   constexpr std::size_t address_column = 6;
-  const fs::path answer = last_answer(place, file_name("plat_nodes_show -v"));
-  if (answer.empty()) return;
-  std::istringstream lines(read_whole(answer));
+  std::vector<std::pair<std::string, std::string>> nodes;
+  std::istringstream lines(answer);
   for (std::string line; std::getline(lines, line);) {
     if (line.find("ACTIVE") == std::string::npos && line.find("STANDBY") == std::string::npos)
       continue;
     std::istringstream columns(line);
     std::vector<std::string> words;
     for (std::string word; columns >> word;) words.push_back(word);
-    if (words.size() > address_column) head.nodes.emplace_back(words[address_column], words[0]);
+    if (words.size() > address_column) nodes.emplace_back(words[address_column], words[0]);
   }
+  return nodes;
+}
+
+// Of the last answer that names any: the tool may have failed when it was called again.
+std::vector<std::pair<std::string, std::string>> recorded_nodes(const fs::path& place) {
+  for (const std::string& answer : answers_from_last(place, file_name("plat_nodes_show -v")))
+    if (auto nodes = nodes_in(answer); !nodes.empty()) return nodes;
+  return {};
 }
 
 bool was_called(const fs::path& folder, const std::string& tool) {
@@ -243,7 +256,7 @@ capture head_of(const record_request& request, const fs::path& folder) {
   capture head;
   head.router = request.out.filename().string();
   head.host_node_id = host_node_id(request.host_arguments);
-  read_nodes(folder / local_place, head);
+  head.nodes = recorded_nodes(folder / local_place);
   for (const std::string& tool : tool_names()) {
     const bool in_folder = is_program(tool_folder / tool);
     const bool is_on_path = !on_path(tool).empty();
@@ -273,21 +286,31 @@ std::string real_tool_path(const std::string& work, bool has_folder, const std::
   return fmt::format("{}/real/{}/{}", work, has_folder ? "folder" : "path", tool);
 }
 
+void check_record_target(const fs::path& out, const fs::path& logs, const fs::path& calls) {
+  check_target(out);
+  if (out.filename().string().find(':') != std::string::npos) refuse_colon(out);
+  for (const fs::path& other : {logs, calls})
+    if (!other.empty() && lies_under(other, out))
+      throw lab_error(fmt::format("{}: the recording is to stand there; name another place for it",
+                                  other.string()));
+}
+
 int run_recorded(const record_request& request) {
   check_place(request);
+  if (!request.logs.empty()) make_logs_folder(request.logs);
   const folder_beside work(request.out);
   make_work_folders(work.path());
   const host_end end = run_host(request, work.path());
   const int status = end.status;
   if (is_interruption(end)) {
-    fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.out.string());
+    fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.shown);
     return status;
   }
   const private_files of_the_capture;
   const fs::path folder = work.path() / "capture";
   const recorded_calls calls = arrange_recording(work.path());
   if (calls.all == 0) {
-    fmt::print(stderr, "tessel-lab: no tool was called; {} was not made\n", request.out.string());
+    fmt::print(stderr, "tessel-lab: no tool was called; {} was not made\n", request.shown);
     return status;
   }
   build_beside(request.out, [&](const fs::path& building) {
@@ -297,7 +320,7 @@ int run_recorded(const record_request& request) {
   if (calls.cut_off > 0)
     fmt::print(stderr,
                "tessel-lab: {} of {} calls had not ended when the audit did; {} names them\n",
-               calls.cut_off, calls.all, (request.out / "calls").string());
+               calls.cut_off, calls.all, request.shown + "/calls");
   return status;
 }
 

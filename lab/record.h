@@ -26,14 +26,23 @@ inline constexpr const char* record_pid_variable = "TESSEL_LAB_RECORD_PID";
 inline constexpr const char* record_path_variable = "TESSEL_LAB_RECORD_PATH";
 inline constexpr const char* record_inner_variable = "TESSEL_LAB_RECORD_INNER";
 
+// Of `run --record`: in its namespace the place has another path than the user knows.
+inline constexpr const char* record_shown_option = "--shown-as";
+
 struct record_request {
   std::filesystem::path out;
-  std::filesystem::path logs;  // empty: /var/log as it is
+  std::string shown;           // the same as messages name it
+  std::filesystem::path logs;  // made if need be; empty: /var/log as it is
   std::filesystem::path host;
   std::filesystem::path library;
   std::filesystem::path lab;  // this program
   std::vector<std::string> host_arguments;
 };
+
+// Throws `lab_error` unless a capture can be made as `out`, and logs and list of calls lie
+// elsewhere; empty ones are not looked at.
+void check_record_target(const std::filesystem::path& out, const std::filesystem::path& logs,
+                         const std::filesystem::path& calls);
 
 // Returns the host's exit status, as run_in_namespace does. There is no capture if no tool was
 // called or the recording was interrupted, which one line tells. Throws `lab_error`.

@@ -129,13 +129,16 @@ class text_redactor {
     std::string_view rest = text;
     while (!rest.empty()) {
       const std::size_t end = rest.find('\n');
-      const std::string_view line = rest.substr(0, end);
+      const std::string_view whole = rest.substr(0, end);
+      // One half of a line's end may be part of no name.
+      const std::string_view line = whole.substr(0, whole.find_last_not_of('\r') + 1);
       if (is_configuration)
         add_configuration_line(line, out);
       else if (is_banner)
         add_version_line(line, out);
       else
         add_line(line, out);
+      out.append(whole.substr(line.size()));
       if (end == std::string_view::npos) break;
       out += '\n';
       rest.remove_prefix(end + 1);

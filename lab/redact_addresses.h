@@ -21,9 +21,15 @@ class address_redactor {
   std::size_t macs() const { return macs_.size(); }
 
  private:
+  // Those that replace add a replacement to `out` and return true, or return false and add nothing.
   bool replace(std::string_view word, std::string& out);
-  void replace_within(std::string_view word, std::string& out);
-  bool replace_pieces(std::string_view word, std::string_view separators, std::string& out);
+  bool replace_between_colons(std::string_view word, std::string& out);
+  bool replace_likely(std::string_view text, bool in_name, std::string& out);
+  bool take_mac(std::string_view& word, std::string_view separators, std::size_t most,
+                std::string& out);
+  void add_piece(std::string_view piece, bool in_name, std::string& out);
+  void add_pieces(std::string_view word, bool in_name, std::string& out);
+  void add_word(std::string_view word, std::string& out);
   std::string mac_for(std::uint64_t mac, bool upper_case, char separator);
 
   std::set<std::string, std::less<>> kept_;

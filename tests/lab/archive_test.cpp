@@ -65,6 +65,10 @@ class Archive : public testing::Test {
     EXPECT_EQ(refusal.find('\n'), std::string::npos) << refusal;
     return refusal;
   }
+  // How large the archive is before its compression.
+  std::uint64_t unpacked_size() const {
+    return std::stoull(run_shell("zstd -dc <" + in("packed").string() + " | wc -c").out);
+  }
   scratch_folder scratch_;
 };
 
@@ -234,6 +238,60 @@ TEST_F(Archive, OfAbsurdSizeIsRefused) {
       "8000000000 <y >z; zstd -qf z -o huge");
   EXPECT_THAT(unpack_refusal("claims"), HasSubstr("entry \"x/local/a\": cut off"));
   EXPECT_THAT(unpack_refusal("huge"), HasSubstr("entry \"x/local/a\": larger than 512 MiB"));
+}
+
+// For limits around each of the sizes that a capture has: whatever the one makes, the other takes.
+TEST_F(Archive, IsRefusedInPackingIfAndOnlyIfInUnpacking) {
+  const auto agree = [&](const archive_limits& limits) {
+    const std::string refusal =
+        refusal_of([&] { pack_folder(in("capture"), in("small"), limits); });
+    const bool packs = refusal == "nothing was refused";
+    EXPECT_EQ(fs::exists(in("small")), packs);
+    fs::remove(in("small"));
+    EXPECT_EQ(refusal_of([&] { unpack_folder(in("packed"), in("out"), limits); }) ==
+                  "nothing was refused",
+              packs)
+        << limits.file << " " << limits.archive << " " << limits.heads << " " << refusal;
+    fs::remove_all(in("out"));
+    return packs;
+  };
+  archive_limits limits;
+  limits.file = 700003;
+  EXPECT_TRUE(agree(limits));
+  limits.file = 700002;
+  EXPECT_FALSE(agree(limits));
+  limits = {};
+  // Six files, two of them with names that need an entry of their own.
+  int taken = 0;
+  for (limits.heads = 0; limits.heads < 12; ++limits.heads) taken += agree(limits) ? 1 : 0;
+  EXPECT_EQ(taken, 12 - 8);
+  limits = {};
+  const std::uint64_t size = unpacked_size();
+  for (limits.archive = size - 1030; limits.archive < size + 1030; limits.archive += 103)
+    EXPECT_EQ(agree(limits), limits.archive >= size) << limits.archive;
+}
+
+TEST_F(Archive, ThatWouldBeTooLargeIsNotMade) {
+  const std::string large = (in("capture") / "local" / "large").string();
+  write_text(large, "");
+  fs::resize_file(large, (std::uint64_t{512} << 20) + 1);
+  EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
+            large + ": larger than 512 MiB; a packed capture holds no more; keep it as a folder");
+  for (const char* one : {"a", "b", "c", "d"}) {
+    write_text(in("capture") / "local" / one, "");
+    fs::resize_file(in("capture") / "local" / one, std::uint64_t{512} << 20);
+  }
+  fs::remove(large);
+  EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
+            in("capture").string() +
+                ": larger than 2 GiB in all; a packed capture holds no more; keep it as a folder");
+  EXPECT_FALSE(fs::exists(in("out")));
+}
+
+TEST_F(Archive, OfAPipeIsRefusedAtOnce) {
+  ASSERT_EQ(run_shell("mkfifo " + (in("capture") / "local" / "pipe").string()).status, 0);
+  EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
+            (in("capture") / "local" / "pipe").string() + ": neither a regular file nor a folder");
 }
 
 }  // namespace

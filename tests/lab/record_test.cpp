@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -347,6 +348,51 @@ TEST_F(Recording, TellsTheNodesOfTheLastAnswerIfThereIsMoreThanOne) {
   const lab::capture head = lab::read_manifest(scratch_.path() / "cap");
   ASSERT_EQ(head.nodes.size(), 1U);
   EXPECT_EQ(head.nodes.front(), (std::pair<std::string, std::string>{"192.0.0.9", "0/3/CPU0"}));
+}
+
+TEST_F(Recording, TellsTheNodesOfTheLastAnswerThatNamesAny) {
+  for (const char* last : {"exit 1", "exit 0", "echo busy >&2; exit 1", "echo Node Type State"}) {
+    fs::remove_all(scratch_.path() / "cap");
+    record("tool plat_nodes_show '[ ! -e /tmp/asked ] || { " + std::string{last} +
+               "; exit 0; }; touch /tmp/asked; echo 0/3/CPU0 LC ACTIVE FINAL x x 192.0.0.9'\n",
+           "plat_nodes_show -v; plat_nodes_show -v");
+    const lab::capture head = lab::read_manifest(scratch_.path() / "cap");
+    ASSERT_EQ(head.nodes.size(), 1U) << last;
+    EXPECT_EQ(head.nodes.front().first, "192.0.0.9") << last;
+  }
+}
+
+TEST_F(Recording, IsNamedLikeItsFolderWithoutASlash) {
+  for (const char* out : {"cap/", "cap/.", "./cap//"}) {
+    const outcome recorded = record("tool iface_show 'echo x'\n", "iface_show", out);
+    EXPECT_EQ(recorded.err, "");
+    EXPECT_EQ(lab::read_manifest(scratch_.path() / "cap").router, "cap") << out;
+    fs::remove_all(scratch_.path() / "cap");
+    const std::string place = scratch_.path() / out;
+    const outcome in_run = in_lab("iface_show -i .; exit 4", "--record " + place);
+    EXPECT_EQ(in_run.status, 4) << in_run.err;
+    EXPECT_EQ(lab::read_manifest(scratch_.path() / "cap").router, "cap") << out;
+    fs::remove_all(scratch_.path() / "cap");
+    EXPECT_EQ(left_beside(), "");
+  }
+}
+
+TEST_F(Recording, InARunIsNamedAsTheUserDoes) {
+  const std::string place = (scratch_.path() / "cap").string();
+  EXPECT_EQ(in_lab("exit 5", "--record " + place + "/").err,
+            "tessel-lab: no tool was called; " + place + " was not made\n");
+}
+
+TEST_F(Recording, IsRefusedBeforeTheLogsFolderIsMade) {
+  const std::string line =
+      "/opt/nos/libexec/tessel-lab record --host /var/log/outer --library /var/log/library --logs "
+      "/tmp/logs ";
+  for (const char* out : {"/var/log", "/tmp/nowhere/cap", "/tmp/a:b", "/tmp/tessel-cap",
+                          "/tmp/logs", "/opt/nos/bin/cap"}) {
+    const outcome refused = in_lab(line + out + "; echo $?; ls -A /tmp", "");
+    EXPECT_EQ(refused.out, "1\n") << out << refused.err;
+    EXPECT_EQ(std::count(refused.err.begin(), refused.err.end(), '\n'), 1) << refused.err;
+  }
 }
 
 TEST_F(Recording, PassesTheHostsStatusOnAndLeavesNothingElseBehind) {

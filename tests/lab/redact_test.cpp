@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "redact_addresses.h"
 #include "support.h"
 
@@ -54,6 +56,29 @@ TEST(RedactedAddresses, AreReplacedInEveryNotation) {
        "240.0.0.1_x to-240.0.0.1 240.0.0.1:1-x x_240.0.0.1-y"},
       {"a MAC with dashes", "00-26-5E-00-0A-02, 0026.5e00.0a02.",
        "02-AA-00-00-02-02, 02aa.0000.0202."},
+      {"an IPv6 range", "2001:db8:5::1-2001:db8:5::9 fd00::-fd00::ff,",
+       "2001:db8::0:1-2001:db8::0:2 2001:db8::0:3-2001:db8::0:4,"},
+      {"IPv6 with a zone, a port, a length",
+       "fe80::1%eth0 [2001:db8::1]:443 2001:db8:9::/64 fe80::1%10.1.1.1",
+       "2001:db8::0:1%eth0 [2001:db8::0:2]:443 2001:db8::0:3/64 2001:db8::0:1%240.0.0.1"},
+      {"in a URL", "http://[2001:db8::1]:8080/x tftp://10.1.1.1/y-10.1.1.2",
+       "http://[2001:db8::0:1]:8080/x tftp://240.0.0.1/y-240.0.0.2"},
+      {"IPv6 within names",
+       "peer_2001:db8::1 to-2001:db8::1-x Vlan5:2001:db8::1 2001:db8::1:Vlan5 2001:db8::1.",
+       "peer_2001:db8::0:1 to-2001:db8::0:1-x Vlan5:2001:db8::0:1 2001:db8::0:1:Vlan5 "
+       "2001:db8::0:1."},
+      {"IPv6 with an IPv4 address in it", "::ffff:10.1.1.1 64:ff9b::10.1.1.1",
+       "2001:db8::0:1 2001:db8::0:2"},
+      {"IPv6 that ends like a MAC", "x_2001:db8:00:26:5e:00:0a:02", "x_2001:db8::0:1"},
+      {"MACs within names",
+       "bia_0026.5e00.0a02 bia_00:26:5e:00:0a:02 bia-00-26-5e-00-0a-02-x mac00:26:5e:00:0a:02up "
+       "bia0026.5e00.0a02vlan mac.0026.5e00.0a02",
+       "bia_02aa.0000.0202 bia_02:aa:00:00:02:02 bia-02-aa-00-00-02-02-x mac02:aa:00:00:02:02up "
+       "bia02aa.0000.0202vlan mac.02aa.0000.0202"},
+      {"a MAC behind a priority and behind a type", "8000.0026.5e00.0a02 01:00:26:5e:00:0a:02",
+       "8000.02aa.0000.0202 01:02:aa:00:00:02:02"},
+      {"a range of MACs", "0026.5e00.0a02-0026.5e00.0a03 00:26:5e:00:0a:02-00:26:5e:00:0a:03",
+       "02aa.0000.0202-02aa.0000.0203 02:aa:00:00:02:02-02:aa:00:00:02:03"},
       {"a system's id, alone and in a NET",
        "net 49.0001.1921.6800.1001.00 1921.6800.1001.00-00 1921.6800.1001",
        "net 49.0001.02aa.0000.0001.00 02aa.0000.0001.00-00 02aa.0000.0001"},
@@ -94,6 +119,11 @@ TEST(RedactedAddresses, AreNotFoundInOtherThings) {
                            "\n\n",
                            "12w3d",
                            "MY_MAC=0x5602",
+                           "dpa::a1_b",
+                           "c0026.5e00.0a02",
+                           "00:26:5e:00:0a",
+                           "11:02:13-12:02:13",
+                           "Class::fn-x::1",
                            "abc.def.ghi.jkl"})
     EXPECT_EQ(addresses_of(text), text);
 }
@@ -248,6 +278,23 @@ TEST(Redacted, HoldsTheRoutersNameNowhere) {
   EXPECT_EQ(answer_to(c, "local", "cfg_render -c"),
             "hostname name-1\nvrf name-1\n rd 240.0.0.1:1\n");
   EXPECT_EQ(answer_to(c, "local", "sw_version_show"), "name-2 uptime is 2 weeks\nname-1\n");
+}
+
+TEST(Redacted, HoldsTheSameOfLinesThatEndInAnotherWay) {
+  capture c = sample();
+  capture other = sample();
+  for (auto& [key, text] : other.answers)
+    for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2)
+      text.insert(at, 1, '\r');
+  redact(c);
+  const redaction_counts counts = redact(other);
+  EXPECT_EQ(counts.names, 4U);
+  for (auto& [key, text] : other.answers) {
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\r'),
+              std::count(text.begin(), text.end(), '\n'));
+    std::erase(text, '\r');
+  }
+  EXPECT_EQ(other.answers, c.answers);
 }
 
 TEST(Redacted, AnswerCutOffInsideABannerEndsTheBanner) {

@@ -1,6 +1,7 @@
 // The command line and the namespace, with a shell script in the host's place.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -82,6 +83,73 @@ TEST(CommandLine, FailureIsOneLine) {
     EXPECT_EQ(refused.status, r.status) << r.why;
     EXPECT_EQ(refused.err, r.message) << r.why;
     EXPECT_EQ(refused.out, "") << r.why;
+  }
+}
+
+TEST(CommandLine, NamesOfFoldersMayEndInASlash) {
+  const lab_test::scratch_folder scratch;
+  const outcome made = run_shell("set -e; cd " + scratch.path().string() +
+                                 "; export TESSEL_LAB_ROUTERS=" LAB_ROUTERS "; lab=" LAB_PROGRAM
+                                 "\n"
+                                 "$lab render birch-small rendered/\n"
+                                 "$lab generate generated/.\n"
+                                 "$lab pack rendered/ packed\n"
+                                 "$lab unpack packed unpacked/./\n"
+                                 "$lab redact rendered/ redacted/\n"
+                                 "$lab redact packed ./again/. >/dev/null\n"
+                                 "grep -h ^router */manifest\n"
+                                 "ls -A\n");
+  EXPECT_EQ(made.status, 0) << made.err;
+  EXPECT_EQ(made.out.substr(made.out.find("router =")),
+            "router = \"again\"\n"
+            "router = \"generated-birch\"\n"
+            "router = \"redacted\"\n"
+            "router = \"birch-small\"\n"
+            "router = \"birch-small\"\n"
+            "again\ngenerated\npacked\nredacted\nrendered\nunpacked\n");
+}
+
+TEST(CommandLine, RefusesAPlaceBeforeItMakesAnything) {
+  struct row {
+    const char* arguments;
+    const char* message;  // behind the scratch folder's path
+  };
+  const row rows[] = {
+      {"--record there", "/there: exists already"},
+      {"--record there/", "/there: exists already"},
+      {"--record file/", "/file: exists already"},
+      {"--record .", ": exists already"},
+      {"--record nowhere/out", "/nowhere: there is no such folder"},
+      {"--record file/out", "/file: there is no such folder"},
+      {"--record a:b", "a:b: there is a colon in it; record to a place without one"},
+      {"--record out --logs out/", "/out: the recording is to stand there; name another place"},
+      {"--record out --logs out/logs", "/out/logs: the recording is to stand there; name another"},
+      {"--record out --keep-calls out", "/out: the recording is to stand there; name another"},
+      {"--keep-calls there", "/there: is a folder; name a file with --keep-calls"},
+      {"--keep-calls nowhere/calls", "/nowhere: there is no such folder"},
+      {"--keep-calls calls --record there", "/there: exists already"},
+      {"--keep-calls /proc/nowhere", "/proc/nowhere: cannot be written: "},
+      {"--keep-calls calls --logs file", "file: Not a directory"},
+      {"--logs logs --record there", "/there: exists already"},
+      {"--logs logs --keep-calls there", "/there: is a folder"},
+      {"--logs file", "file: Not a directory"},
+      {"--record ''", "the name of what is to be made is empty"},
+  };
+  for (const row& r : rows) {
+    const lab_test::scratch_folder scratch;
+    write_text(scratch.path() / "file", "kept");
+    fs::create_directory(scratch.path() / "there");
+    const outcome refused =
+        run_shell("cd " + scratch.path().string() + " && TMPDIR=" + scratch.path().string() +
+                  " TESSEL_LAB_ROUTERS=" LAB_ROUTERS " " LAB_PROGRAM
+                  " run birch-small --host " LAB_PROGRAM " --library " LAB_PROGRAM " " +
+                  r.arguments);
+    EXPECT_EQ(refused.status, 1) << r.arguments;
+    EXPECT_NE(refused.err.find(r.message), std::string::npos) << r.arguments << refused.err;
+    EXPECT_EQ(std::count(refused.err.begin(), refused.err.end(), '\n'), 1) << refused.err;
+    fs::remove(scratch.path() / "file");
+    fs::remove(scratch.path() / "there");
+    EXPECT_TRUE(fs::is_empty(scratch.path())) << r.arguments;
   }
 }
 
