@@ -216,8 +216,8 @@ class RealSsh : public testing::Test {
   }
 
   // Starts the lab beside the test; returns its process.
-  pid_t start(const std::string& script) {
-    const std::string line = "exec " + command(script, "birch-small");
+  pid_t start(const std::string& script, const std::string& more = {}) {
+    const std::string line = "exec " + command(script, "birch-small " + more);
     const pid_t lab = fork();
     if (lab == 0) {
       prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that fails leaves nothing running either
@@ -418,6 +418,28 @@ TEST_F(RealSsh, NothingStaysBehindASignal) {
     kill(lab, signal);
     EXPECT_EQ(status_of(lab), 128 + signal);
     EXPECT_THAT(left(made), testing::IsEmpty());
+  }
+}
+
+TEST_F(RealSsh, NothingStaysBehindARecordingThatIsInterrupted) {
+  const auto beside = [&] {
+    auto names = names_in(scratch_.path());
+    for (const char* known : {"host.sh", "library", "logs"}) names.erase(known);
+    return names;
+  };
+  for (const int signal : {SIGTERM, SIGHUP, SIGKILL}) {
+    fs::remove_all(logs());
+    const pid_t lab = start(
+        "fetch 192.0.0.6 'echo on the node; sleep 600' >/var/log/login & "
+        "until [ -s /var/log/login ]; do sleep 0.02; done\n"
+        "echo x >/var/log/started\nwait",
+        "--record " + (scratch_.path() / "cap").string());
+    EXPECT_TRUE(comes_true([&] { return fs::exists(logs() / "started"); }));
+    const links made = made_by(lab);
+    EXPECT_EQ(beside().size(), 1U) << signal;
+    kill(lab, signal);
+    EXPECT_EQ(status_of(lab), 128 + signal);
+    EXPECT_TRUE(comes_true([&] { return left(made).empty() && beside().empty(); })) << signal;
   }
 }
 
