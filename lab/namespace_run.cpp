@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "beside.h"
 #include "child.h"
 #include "mounts.h"
 #include "record.h"
@@ -39,7 +40,7 @@ std::vector<std::string> tools_there(const run_request& request) {
 }
 
 // A path of the lab's machine may lie under /opt, /var or /tmp: all are held before any is covered.
-void prepare(const run_request& request) {
+void prepare(const run_request& request, const fs::path& record_work) {
   enter_namespace(CLONE_NEWNET);  // no tool of the lab needs a network
   const held lab_program(request.lab);
   const held host(request.host);
@@ -47,7 +48,7 @@ void prepare(const run_request& request) {
   const held logs(request.logs);
   const held folder(request.folder.empty() ? fs::path{"/"} : request.folder);
   const held calls(request.calls.empty() ? fs::path{"/dev/null"} : request.calls);
-  const held record(request.record.empty() ? fs::path{"/"} : request.record.parent_path());
+  const held record(request.record.empty() ? fs::path{"/"} : record_work);
 
   mount_or_fail("tmpfs", "/opt", "tmpfs", MS_NODEV | MS_NOSUID, "mode=0755");
   for (const char* made : {"/opt/nos", "/opt/nos/bin", "/opt/nos/lib", "/opt/nos/libexec",
@@ -146,13 +147,13 @@ bool is_cut(int lifeline) {
   return poll(&end, 1, 0) > 0 && (end.revents & POLLHUP) != 0;
 }
 
-[[noreturn]] void be_child(const run_request& request, const sigset_t& signals_before,
-                           int lifeline) {
+[[noreturn]] void be_child(const run_request& request, const fs::path& record_work,
+                           const sigset_t& signals_before, int lifeline) {
   // A group of its own, so that one signal reaches the host and every tool that it started.
   setpgid(0, 0);
   if (!request.real_ssh) sigprocmask(SIG_SETMASK, &signals_before, nullptr);
   try {
-    prepare(request);
+    prepare(request, record_work);
     // Entering a user namespace forgets this wish, so it is made behind that.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (is_cut(lifeline)) _exit(cannot_prepare);
@@ -189,8 +190,9 @@ const std::vector<std::string>& tool_names() {
   return names;
 }
 
-int run_in_namespace(const run_request& request) try {
-  if (request.real_ssh) insist_on_real_ssh();
+namespace {
+
+int run_child(const run_request& request, const fs::path& record_work) {
   const sigset_t awaited = awaited_signals();
   sigset_t before;
   sigprocmask(SIG_BLOCK, &awaited, &before);
@@ -200,7 +202,7 @@ int run_in_namespace(const run_request& request) try {
   if (child < 0) fail("fork");
   if (child == 0) {
     close(lifeline[1]);
-    be_child(request, before, lifeline[0]);
+    be_child(request, record_work, before, lifeline[0]);
   }
   setpgid(child, child);  // whoever is first: the child must not be signalled before it has one
   int passed_on = 0;
@@ -208,6 +210,25 @@ int run_in_namespace(const run_request& request) try {
   for (const int end : lifeline) close(end);
   sigprocmask(SIG_SETMASK, &before, nullptr);
   return status;
+}
+
+// What takes a recording's folder away if it is interrupted must not live in the namespace of the
+// processes, with which it would end.
+int run_and_record(const run_request& request) {
+  const folder_beside work(request.record);
+  const int status = run_child(request, work.path());
+  const fs::path made = work.path() / request.record.filename();
+  std::error_code failure;
+  if (fs::exists(made)) fs::rename(made, request.record, failure);
+  if (failure) throw lab_error(fmt::format("{}: {}", request.record.string(), failure.message()));
+  return status;
+}
+
+}  // namespace
+
+int run_in_namespace(const run_request& request) try {
+  if (request.real_ssh) insist_on_real_ssh();
+  return request.record.empty() ? run_child(request, {}) : run_and_record(request);
 } catch (const no_privileges& missing) {
   fmt::print(stderr, "tessel-lab: {}\n", missing.what);
   return missing_privileges;

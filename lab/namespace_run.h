@@ -30,7 +30,7 @@ struct run_request {
   std::filesystem::path logs;    // exists
   std::filesystem::path host;
   std::filesystem::path library;
-  std::filesystem::path record;  // capture to record there, may be empty
+  std::filesystem::path record;  // capture to record there, may be empty; absolute
   std::filesystem::path calls;   // where to list the tool calls, may be empty
   std::filesystem::path lab;     // this program
   bool real_ssh = false;

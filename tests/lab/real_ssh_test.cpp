@@ -216,8 +216,8 @@ class RealSsh : public testing::Test {
   }
 
   // Starts the lab beside the test; returns its process.
-  pid_t start(const std::string& script) {
-    const std::string line = "exec " + command(script, "birch-small");
+  pid_t start(const std::string& script, const std::string& more = {}) {
+    const std::string line = "exec " + command(script, "birch-small " + more);
     const pid_t lab = fork();
     if (lab == 0) {
       prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that fails leaves nothing running either
@@ -273,6 +273,55 @@ TEST_F(RealSsh, ServesACaptureFolderAndKeepsTheCalls) {
   EXPECT_EQ(told.out, read_text(folder + "/192.0.0.4/fwd_object_show,-t,l1port,-D"));
   EXPECT_NE(told.out, "");
   EXPECT_EQ(read_text(calls), "sw_version_show\nfwd_object_show -t l1port -D\n");
+}
+
+// What a script in the host's place gets is recorded as it came, and answered without any ssh.
+TEST_F(RealSsh, IsRecorded) {
+  const std::string cap = (scratch_.path() / "cap").string();
+  const std::string script =
+      "fetch 192.0.0.6 /opt/nos/bin/fwd_object_show -t lagport -D; echo $?\n"
+      "fetch 192.0.0.7 /opt/nos/bin/fwd_object_show -t lagport -D; echo $?\n"
+      "fetch 192.0.0.4 /opt/nos/bin/fwd_object_show -t lagport -D | wc -c; "
+      "/opt/nos/bin/lagmgr_health";
+  const outcome recorded = host(
+      script, "birch-small --fault node-closes=0/0/CPU0 --fault node-refuses=0/1/CPU0 --record " +
+                  cap + "/");
+  auto router = lab_test::rendered_router("birch-small");
+  const std::string whole = router.on("0/0/CPU0", "fwd_object_show -t lagport -D");
+  EXPECT_EQ(recorded.out.find(whole.substr(0, whole.size() / 2) + "255\n255\n"), 0U)
+      << recorded.out << recorded.err;
+  EXPECT_THAT(read_text(cap + "/192.0.0.6/fwd_object_show,-t,lagport,-D;answers"),
+              testing::StartsWith("255 1"));
+  EXPECT_EQ(lab::read_manifest(cap).missing_tools, std::vector<std::string>{});
+  std::string replay = command(script, cap);
+  replay.erase(replay.find("--real-ssh "), sizeof("--real-ssh ") - 1);
+  EXPECT_EQ(run_shell(replay).out, recorded.out);
+}
+
+TEST_F(RealSsh, RecordedAuditIsReplayedWithItsFindings) {
+  const fs::path beside = fs::path{LAB_PROGRAM}.parent_path();
+  if (!fs::exists(beside / "tessel-host") || !fs::exists(beside / "libtessel.so")) {
+    if (std::getenv("CI") != nullptr) FAIL() << "host and library are not built";
+    GTEST_SKIP() << "host and library are not built";
+  }
+  const outcome compared =
+      run_shell("export TESSEL_LAB_ROUTERS=" LAB_ROUTERS "; cd " + scratch_.path().string() +
+                "\n"
+                // Without times and numbers and in a fixed order: threads wrote them side by side.
+                "lines_of() { (cd $1; for f in *.log; do sed \"s/^/$f: /\" $f; done) | sed -E "
+                "'s/[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8},[0-9]{3}//g;"
+                " s/((Inconsistency|Programming Error) )[0-9]+/\\1/' | LC_ALL=C sort; }\n"
+                "audit() { mkdir $1; " LAB_PROGRAM
+                " run $2 --logs $1 >$1/console.log; echo $1 $?; lines_of $1 >$1.lines; }\n"
+                "router='birch-small --real-ssh --fault dpa-lag-id --fault chip-mtu'\n"
+                "audit plain \"$router\"\n"
+                "audit recorded \"$router --record cap\"\n"
+                "audit replayed cap\n"
+                "audit crossed 'cap --real-ssh'\n"
+                "grep -c -e 'MTU verification failed' -e 'Lag ID is not consistent' "
+                "plain/tessel_inconsistencies.log\n"
+                "for logs in recorded replayed crossed; do diff plain.lines $logs.lines; done");
+  EXPECT_EQ(compared.out, "plain 0\nrecorded 0\nreplayed 0\ncrossed 0\n2\n") << compared.err;
 }
 
 TEST_F(RealSsh, NoneOfManyLoginsIsTurnedAway) {
@@ -369,6 +418,28 @@ TEST_F(RealSsh, NothingStaysBehindASignal) {
     kill(lab, signal);
     EXPECT_EQ(status_of(lab), 128 + signal);
     EXPECT_THAT(left(made), testing::IsEmpty());
+  }
+}
+
+TEST_F(RealSsh, NothingStaysBehindARecordingThatIsInterrupted) {
+  const auto beside = [&] {
+    auto names = names_in(scratch_.path());
+    for (const char* known : {"host.sh", "library", "logs"}) names.erase(known);
+    return names;
+  };
+  for (const int signal : {SIGTERM, SIGHUP, SIGKILL}) {
+    fs::remove_all(logs());
+    const pid_t lab = start(
+        "fetch 192.0.0.6 'echo on the node; sleep 600' >/var/log/login & "
+        "until [ -s /var/log/login ]; do sleep 0.02; done\n"
+        "echo x >/var/log/started\nwait",
+        "--record " + (scratch_.path() / "cap").string());
+    EXPECT_TRUE(comes_true([&] { return fs::exists(logs() / "started"); }));
+    const links made = made_by(lab);
+    EXPECT_EQ(beside().size(), 1U) << signal;
+    kill(lab, signal);
+    EXPECT_EQ(status_of(lab), 128 + signal);
+    EXPECT_TRUE(comes_true([&] { return left(made).empty() && beside().empty(); })) << signal;
   }
 }
 
