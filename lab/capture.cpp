@@ -1,7 +1,6 @@
 #include "capture.h"
 
 #include <fmt/format.h>
-#include <toml++/toml.h>
 
 #include <algorithm>
 #include <cctype>
@@ -9,6 +8,7 @@
 #include <sstream>
 
 #include "beside.h"
+#include "parse_toml.h"
 #include "router.h"
 
 namespace lab {
@@ -199,13 +199,7 @@ bool is_capture_folder(const fs::path& folder) {
 }
 
 capture parse_manifest(std::string_view text, const std::string& file) {
-  toml::table table;
-  try {
-    table = toml::parse(text, file);
-  } catch (const toml::parse_error& failure) {
-    throw lab_error(
-        fmt::format("{}:{}: {}", file, failure.source().begin.line, failure.description()));
-  }
+  toml::table table = parse_toml(text, file);
   if (table["format"].value_or(std::int64_t{0}) != manifest_format)
     throw lab_error(fmt::format("{}: format is not {}", file, manifest_format));
   capture c;
