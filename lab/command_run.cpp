@@ -4,12 +4,15 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 
 #include "archive.h"
+#include "beside.h"
 #include "capture.h"
 #include "commands.h"
 #include "latency.h"
 #include "namespace_run.h"
+#include "record.h"
 #include "record_check.h"
 #include "render.h"
 
@@ -72,9 +75,9 @@ fs::path calls_file(const std::string& named) {
 
 fs::path record_place(const std::string& named) {
   if (named.empty()) return {};
-  const fs::path place = fs::absolute(named);
-  if (fs::exists(fs::symlink_status(place)))
-    throw lab_error(fmt::format("{}: exists already", named));
+  check_recording_place(named);
+  fs::path place = fs::absolute(named);
+  if (!place.has_filename()) place = place.parent_path();  // "out/"
   if (!fs::is_directory(place.parent_path()))
     throw lab_error(fmt::format("{}: there is no such folder", place.parent_path().string()));
   return place;
@@ -136,6 +139,12 @@ int run_command(const std::vector<std::string>& arguments) {
   request.calls = calls_file(o.value_of("--keep-calls"));
   request.record = record_place(o.value_of("--record"));
   request.host_arguments = o.rest;
+  // Made here, outside: whatever ends this process, what removes the folder outlives it.
+  std::optional<folder_beside> work;
+  if (!request.record.empty()) {
+    request.record_told = o.value_of("--record");
+    request.record_work = work.emplace(request.record).path();
+  }
   return run_in_namespace(request);
 }
 

@@ -96,6 +96,10 @@ void limit_files(std::uint64_t bytes) {
              "record",
              "--library",
              "/opt/nos/lib/libtessel.so",
+             "--work",
+             "/opt/nos/record" / request.record_work.filename(),
+             "--told",
+             request.record_told,
              "/opt/nos/record" / request.record.filename(),
              "--"};
   if (request.record.empty() && !names_option(request.host_arguments, "--library"))

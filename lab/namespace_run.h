@@ -30,9 +30,11 @@ struct run_request {
   std::filesystem::path logs;    // exists
   std::filesystem::path host;
   std::filesystem::path library;
-  std::filesystem::path record;  // capture to record there, may be empty
-  std::filesystem::path calls;   // where to list the tool calls, may be empty
-  std::filesystem::path lab;     // this program
+  std::filesystem::path record;       // capture to record there, may be empty
+  std::filesystem::path record_work;  // then the folder beside it for that
+  std::string record_told;            // and the place as the user named it
+  std::filesystem::path calls;        // where to list the tool calls, may be empty
+  std::filesystem::path lab;          // this program
   bool real_ssh = false;
   std::vector<ssh_node> nodes;              // if `real_ssh`: those that it leads to
   std::vector<std::string> host_arguments;  // behind those that name the library and the node id

@@ -10,7 +10,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <sstream>
+#include <system_error>
 
 #include "beside.h"
 #include "capture.h"
@@ -63,20 +65,20 @@ bool lies_under(const fs::path& file, const fs::path& folder) {
   return end == folder.end();
 }
 
+std::string told_name(const record_request& request) {
+  return request.told.empty() ? request.out.string() : request.told;
+}
+
 void check_place(const record_request& request) {
-  if (fs::exists(fs::symlink_status(request.out)))
-    throw lab_error(fmt::format("{}: exists already", request.out.string()));
+  check_recording_place(request.out);
   const fs::path out = fs::weakly_canonical(fs::absolute(request.out));
-  if (out.parent_path() == "/tmp" && out.filename().string().starts_with("tessel"))
-    throw lab_error(fmt::format(
-        "{}: an audit clears /tmp/tessel*; record to a place of another name", out.string()));
   if (lies_under(out, tool_folder) || (!request.logs.empty() && lies_under(out, "/var/log")))
     throw lab_error(fmt::format(
         "{}: the recording covers this folder for the audit; record to another", out.string()));
   // The stand-ins beside it are found by the search path, whose folders a colon parts.
   if (out.string().find(':') != std::string::npos)
-    throw lab_error(
-        fmt::format("{}: there is a colon in it; record to a place without one", out.string()));
+    throw lab_error(fmt::format("{}: there is a colon in it; record to a place without one",
+                                request.told.empty() ? out.string() : request.told));
 }
 
 // Setting up, in the child ---------------------------------------------------------------
@@ -254,12 +256,23 @@ capture head_of(const record_request& request, const fs::path& folder) {
   return head;
 }
 
+constexpr int signal_base = 128;
+
 // A host that was told to end may end in any way, killed at last; it may also be signalled itself.
 bool is_interruption(const host_end& end) {
-  constexpr int signal_base = 128;
   const int status = end.status;
   return end.passed_on != 0 || status == signal_base + SIGINT || status == signal_base + SIGTERM ||
          status == signal_base + SIGHUP;
+}
+
+// It was made beside its place.
+void put_in_place(const fs::path& folder, const record_request& request) {
+  std::error_code failure;
+  if (fs::exists(fs::symlink_status(request.out)))
+    failure = std::make_error_code(std::errc::file_exists);
+  else
+    fs::rename(folder, request.out, failure);
+  if (failure) throw lab_error(fmt::format("{}: {}", told_name(request), failure.message()));
 }
 
 }  // namespace
@@ -273,31 +286,41 @@ std::string real_tool_path(const std::string& work, bool has_folder, const std::
   return fmt::format("{}/real/{}/{}", work, has_folder ? "folder" : "path", tool);
 }
 
+void check_recording_place(const fs::path& place) {
+  if (fs::exists(fs::symlink_status(place)))
+    throw lab_error(fmt::format("{}: exists already", place.string()));
+  const fs::path out = fs::weakly_canonical(fs::absolute(place));
+  if (out.parent_path() == "/tmp" && out.filename().string().starts_with("tessel"))
+    throw lab_error(fmt::format(
+        "{}: an audit clears /tmp/tessel*; record to a place of another name", out.string()));
+}
+
 int run_recorded(const record_request& request) {
   check_place(request);
-  const folder_beside work(request.out);
-  make_work_folders(work.path());
-  const host_end end = run_host(request, work.path());
+  std::optional<folder_beside> own;
+  const fs::path work =
+      request.work.empty() ? own.emplace(request.out).path() : fs::canonical(request.work);
+  make_work_folders(work);
+  const host_end end = run_host(request, work);
   const int status = end.status;
   if (is_interruption(end)) {
-    fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.out.string());
-    return status;
+    fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", told_name(request));
+    // A host that ignores the signal may still have ended well before it was killed.
+    return status == EXIT_SUCCESS ? signal_base + end.passed_on : status;
   }
   const private_files of_the_capture;
-  const fs::path folder = work.path() / "capture";
-  const recorded_calls calls = arrange_recording(work.path());
+  const fs::path folder = work / "capture";
+  const recorded_calls calls = arrange_recording(work);
   if (calls.all == 0) {
-    fmt::print(stderr, "tessel-lab: no tool was called; {} was not made\n", request.out.string());
+    fmt::print(stderr, "tessel-lab: no tool was called; {} was not made\n", told_name(request));
     return status;
   }
-  build_beside(request.out, [&](const fs::path& building) {
-    write_manifest(head_of(request, folder), folder);
-    fs::rename(folder, building);
-  });
+  write_manifest(head_of(request, folder), folder);
+  put_in_place(folder, request);
   if (calls.cut_off > 0)
     fmt::print(stderr,
                "tessel-lab: {} of {} calls had not ended when the audit did; {} names them\n",
-               calls.cut_off, calls.all, (request.out / "calls").string());
+               calls.cut_off, calls.all, (fs::path{told_name(request)} / "calls").string());
   return status;
 }
 

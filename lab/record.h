@@ -28,12 +28,17 @@ inline constexpr const char* record_inner_variable = "TESSEL_LAB_RECORD_INNER";
 
 struct record_request {
   std::filesystem::path out;
-  std::filesystem::path logs;  // empty: /var/log as it is
+  std::filesystem::path work{};  // a folder beside it that is there already; empty: its own
+  std::string told{};            // what the user calls `out`; empty: just that
+  std::filesystem::path logs;    // empty: /var/log as it is
   std::filesystem::path host;
   std::filesystem::path library;
   std::filesystem::path lab;  // this program
   std::vector<std::string> host_arguments;
 };
+
+// Refuses a place that is taken or that an audit would clear. Throws `lab_error`.
+void check_recording_place(const std::filesystem::path& out);
 
 // Returns the host's exit status, as run_in_namespace does. There is no capture if no tool was
 // called or the recording was interrupted, which one line tells. Throws `lab_error`.

@@ -216,8 +216,8 @@ class RealSsh : public testing::Test {
   }
 
   // Starts the lab beside the test; returns its process.
-  pid_t start(const std::string& script) {
-    const std::string line = "exec " + command(script, "birch-small");
+  pid_t start(const std::string& script, const std::string& arguments = {}) {
+    const std::string line = "exec " + command(script, "birch-small" + arguments);
     const pid_t lab = fork();
     if (lab == 0) {
       prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that fails leaves nothing running either
@@ -234,11 +234,12 @@ class RealSsh : public testing::Test {
   }
 
   // A host that serves until somebody ends it, with a login open on a node.
-  pid_t start_long_run() {
+  pid_t start_long_run(const std::string& arguments = {}) {
     const pid_t lab = start(
         "fetch 192.0.0.6 'echo on the node; sleep 600' >/var/log/login & "
         "until [ -s /var/log/login ]; do sleep 0.02; done\n"
-        "echo x >/var/log/started\nwait");
+        "echo x >/var/log/started\nwait",
+        arguments);
     EXPECT_TRUE(comes_true([&] { return fs::exists(logs() / "started"); }));
     return lab;
   }
@@ -379,6 +380,21 @@ TEST_F(RealSsh, NothingStaysBehindAKilledLab) {
   kill(lab, SIGKILL);
   EXPECT_EQ(status_of(lab), 137);
   EXPECT_TRUE(comes_true([&] { return left(made).empty(); }));
+}
+
+TEST_F(RealSsh, NothingStaysBehindAKilledRecording) {
+  const auto beside = [&] {
+    std::set<std::string> names = names_in(scratch_.path());
+    std::erase_if(names, [](const std::string& name) { return !name.starts_with(".cap."); });
+    return names;
+  };
+  const pid_t lab = start_long_run(" --record " + (scratch_.path() / "cap").string());
+  const links made = made_by(lab);
+  EXPECT_EQ(beside().size(), 1U);
+  kill(lab, SIGKILL);
+  EXPECT_EQ(status_of(lab), 137);
+  EXPECT_TRUE(comes_true([&] { return left(made).empty() && beside().empty(); }));
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
 }
 
 TEST_F(RealSsh, NothingStaysBehindALabThatEndsWhileItPrepares) {
