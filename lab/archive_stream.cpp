@@ -193,7 +193,7 @@ archive_writer::archive_writer(const fs::path& file) : state_(std::make_unique<s
 archive_writer::~archive_writer() = default;
 
 void archive_writer::add(const std::string& name, const fs::path& source) {
-  const file_descriptor in(source, O_RDONLY | O_NOFOLLOW);
+  const file_descriptor in(source, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   const std::uint64_t size = in.regular_size();
   if (size > largest_file) throw lab_error(fmt::format("{}: larger than 512 MiB", in.file()));
   const std::size_t slash = name.rfind('/');
