@@ -1,7 +1,9 @@
 #include "capture.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
-#include <toml++/toml.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -9,6 +11,7 @@
 #include <sstream>
 
 #include "beside.h"
+#include "parse_toml.h"
 #include "router.h"
 
 namespace lab {
@@ -99,6 +102,27 @@ std::string read_whole(const fs::path& file) {
   if (!in.is_open() || in.bad() || text.fail())
     throw lab_error(fmt::format("{}: cannot be read", file.string()));
   return std::move(text).str();
+}
+
+std::string read_own(const fs::path& file) {
+  // A pipe without a writer would hold up whoever opens it.
+  const int fd = open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  struct stat status {};
+  if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (fd >= 0) close(fd);
+    throw lab_error(fmt::format("{}: cannot be read", file.string()));
+  }
+  std::string text(static_cast<std::size_t>(status.st_size), '\0');
+  std::size_t size = 0;
+  ssize_t got = 1;
+  while (got > 0 && size < text.size()) {
+    got = read(fd, text.data() + size, text.size() - size);
+    if (got > 0) size += static_cast<std::size_t>(got);
+  }
+  close(fd);
+  if (got < 0) throw lab_error(fmt::format("{}: cannot be read", file.string()));
+  text.resize(size);
+  return text;
 }
 
 std::string file_name(std::string_view tool, const std::vector<std::string>& arguments) {
@@ -199,13 +223,7 @@ bool is_capture_folder(const fs::path& folder) {
 }
 
 capture parse_manifest(std::string_view text, const std::string& file) {
-  toml::table table;
-  try {
-    table = toml::parse(text, file);
-  } catch (const toml::parse_error& failure) {
-    throw lab_error(
-        fmt::format("{}:{}: {}", file, failure.source().begin.line, failure.description()));
-  }
+  toml::table table = parse_toml(text, file);
   if (table["format"].value_or(std::int64_t{0}) != manifest_format)
     throw lab_error(fmt::format("{}: format is not {}", file, manifest_format));
   capture c;
@@ -231,22 +249,50 @@ capture parse_manifest(std::string_view text, const std::string& file) {
   return c;
 }
 
+namespace {
+
+[[noreturn]] void refuse_entry(const fs::path& folder, const fs::path& entry, const char* why) {
+  throw lab_error(
+      fmt::format("{}: {}: {}", folder.string(), entry.lexically_relative(folder).string(), why));
+}
+
+void check_tree(const fs::path& folder) try {
+  for (const auto& place : fs::directory_iterator(folder)) {
+    const fs::file_type type = place.symlink_status().type();
+    if (type == fs::file_type::regular) continue;
+    if (type != fs::file_type::directory)
+      refuse_entry(folder, place.path(), "neither a regular file nor a folder");
+    for (const auto& file : fs::directory_iterator(place.path())) {
+      const fs::file_type inner = file.symlink_status().type();
+      if (inner == fs::file_type::directory)
+        refuse_entry(folder, file.path(), "a folder where an answer belongs");
+      if (inner != fs::file_type::regular)
+        refuse_entry(folder, file.path(), "neither a regular file nor a folder");
+    }
+  }
+} catch (const fs::filesystem_error& failure) {
+  throw lab_error(fmt::format("{}: {}", failure.path1().string(), failure.code().message()));
+}
+
+}  // namespace
+
 capture read_manifest(const fs::path& folder) {
   const fs::path file = folder / "manifest";
   if (fs::is_directory(folder) && !fs::exists(file))
     throw lab_error(fmt::format("{}: no capture, there is no manifest in it", folder.string()));
-  return parse_manifest(read_whole(file), file.string());
+  if (fs::is_directory(folder)) check_tree(folder);
+  return parse_manifest(read_own(file), file.string());
 }
 
 capture read_folder(const fs::path& folder) {
   capture c = read_manifest(folder);
-  if (fs::exists(folder / "calls")) c.calls = read_whole(folder / "calls");
+  if (fs::exists(folder / "calls")) c.calls = read_own(folder / "calls");
   for (const auto& place : fs::directory_iterator(folder)) {
     if (!place.is_directory()) continue;
     for (const auto& file : fs::directory_iterator(place.path()))
       c.answers.emplace(
           std::pair{place.path().filename().string(), file.path().filename().string()},
-          read_whole(file.path()));
+          read_own(file.path()));
   }
   return c;
 }

@@ -75,11 +75,15 @@ bool is_capture_folder(const std::filesystem::path& folder);
 
 // The whole file. Throws `lab_error`.
 std::string read_whole(const std::filesystem::path& file);
+// The same for one of a capture's own: neither what a link leads to nor what has no end.
+std::string read_own(const std::filesystem::path& file);
 
 // Reads a manifest; `file` names it in messages. Throws `lab_error`.
 capture parse_manifest(std::string_view text, const std::string& file);
 
-// Reads the manifest alone: router, host, nodes and missing tools. Throws `lab_error`.
+// Reads the manifest alone: router, host, nodes and missing tools. Throws `lab_error`, also if
+// anything in the folder is neither a file nor a folder of files: a link would bring in what is
+// none of the capture's.
 capture read_manifest(const std::filesystem::path& folder);
 
 // Reads the answers as well. Throws `lab_error`.

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <cstdlib>
+#include <exception>
 
 #include "archive.h"
 #include "commands.h"
@@ -17,7 +18,7 @@ int diff_command(const std::vector<std::string>& arguments) {
     const auto changes = changes_between(read_capture(o.operands[0]), read_capture(o.operands[1]));
     fmt::print("{}", change_report(changes));
     return changes.empty() ? EXIT_SUCCESS : some_changed;
-  } catch (const lab_error& failure) {
+  } catch (const std::exception& failure) {
     fmt::print(stderr, "tessel-lab: {}\n", failure.what());
     return trouble;
   }

@@ -1,7 +1,6 @@
 #include "description.h"
 
 #include <fmt/format.h>
-#include <toml++/toml.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -9,7 +8,9 @@
 #include <set>
 #include <string>
 
+#include "capture.h"
 #include "faults.h"
+#include "parse_toml.h"
 
 namespace lab {
 namespace {
@@ -232,14 +233,7 @@ void read_table(const toml::table& table, const std::string& file, router& r,
                 std::vector<std::string> bases);
 
 void read_file(const fs::path& file, router& r, const std::vector<std::string>& bases) {
-  toml::table table;
-  try {
-    table = toml::parse_file(file.string());
-  } catch (const toml::parse_error& failure) {
-    throw lab_error(fmt::format("{}:{}: {}", file.string(), failure.source().begin.line,
-                                failure.description()));
-  }
-  read_table(table, file.string(), r, bases);
+  read_table(parse_toml(read_whole(file), file.string()), file.string(), r, bases);
 }
 
 void read_base(section& s, router& r, std::vector<std::string> bases) {
@@ -310,12 +304,7 @@ router load_router(const std::string& name) {
 router parse_router(const std::string& text, const std::string& where) {
   router r;
   r.name = where;
-  try {
-    read_table(toml::parse(text), where, r, {});
-  } catch (const toml::parse_error& failure) {
-    throw lab_error(
-        fmt::format("{}:{}: {}", where, failure.source().begin.line, failure.description()));
-  }
+  read_table(parse_toml(text, where), where, r, {});
   return finished(std::move(r), where);
 }
 

@@ -67,9 +67,6 @@ void make_work_folders(const fs::path& work) {
 void check_place(const record_request& request) {
   check_record_target(request.out, request.logs, {});
   const fs::path out = fs::weakly_canonical(fs::absolute(request.out));
-  if (out.parent_path() == "/tmp" && out.filename().string().starts_with("tessel"))
-    throw lab_error(fmt::format(
-        "{}: an audit clears /tmp/tessel*; record to a place of another name", out.string()));
   if (lies_under(out, tool_folder) || (!request.logs.empty() && lies_under(out, "/var/log")))
     throw lab_error(fmt::format(
         "{}: the recording covers this folder for the audit; record to another", out.string()));
@@ -267,9 +264,10 @@ capture head_of(const record_request& request, const fs::path& folder) {
   return head;
 }
 
+constexpr int signal_base = 128;
+
 // A host that was told to end may end in any way, killed at last; it may also be signalled itself.
 bool is_interruption(const host_end& end) {
-  constexpr int signal_base = 128;
   const int status = end.status;
   return end.passed_on != 0 || status == signal_base + SIGINT || status == signal_base + SIGTERM ||
          status == signal_base + SIGHUP;
@@ -288,6 +286,10 @@ std::string real_tool_path(const std::string& work, bool has_folder, const std::
 
 void check_record_target(const fs::path& out, const fs::path& logs, const fs::path& calls) {
   check_target(out);
+  const fs::path place = fs::weakly_canonical(fs::absolute(out));
+  if (place.parent_path() == "/tmp" && place.filename().string().starts_with("tessel"))
+    throw lab_error(fmt::format(
+        "{}: an audit clears /tmp/tessel*; record to a place of another name", place.string()));
   if (out.filename().string().find(':') != std::string::npos) refuse_colon(out);
   for (const fs::path& other : {logs, calls})
     if (!other.empty() && lies_under(other, out))
@@ -304,7 +306,8 @@ int run_recorded(const record_request& request) {
   const int status = end.status;
   if (is_interruption(end)) {
     fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.shown);
-    return status;
+    // A host that ignores the signal may still have ended well before it was killed.
+    return status == EXIT_SUCCESS ? signal_base + end.passed_on : status;
   }
   const private_files of_the_capture;
   const fs::path folder = work.path() / "capture";

@@ -77,9 +77,9 @@ void check_recording(const capture& c, const fs::path& where) {
 void check_recording_folder(const fs::path& folder, const fs::path& where) {
   const fs::path calls = folder / "calls";
   if (!fs::exists(calls)) return;
-  check_calls(read_whole(calls), where.string(),
+  check_calls(read_own(calls), where.string(),
               {[&](const std::string& name) { return fs::is_regular_file(folder / name); },
-               [&](const std::string& name) { return read_whole(folder / name); }});
+               [&](const std::string& name) { return read_own(folder / name); }});
 }
 
 }  // namespace lab

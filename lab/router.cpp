@@ -47,7 +47,19 @@ unsigned number_of(std::string_view digits) {
   return read.ec == std::errc{} ? number : std::numeric_limits<unsigned>::max();
 }
 
+std::string one_line(std::string_view text) {
+  std::string line;
+  for (const char c : text)
+    if (std::iscntrl(static_cast<unsigned char>(c)) != 0)
+      line += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+    else
+      line += c;
+  return line;
+}
+
 }  // namespace
+
+lab_error::lab_error(std::string_view what) : std::runtime_error(one_line(what)) {}
 
 const std::vector<field_description>& override_fields() {
   static const std::vector<field_description> fields{

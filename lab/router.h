@@ -18,8 +18,10 @@
 namespace lab {
 
 // What went wrong, in one line that names file and place; the command line prints it and ends.
+// Names and texts of any origin stand in it: what would end the line or steer the terminal is
+// written as "\x0a".
 struct lab_error : std::runtime_error {
-  using std::runtime_error::runtime_error;
+  explicit lab_error(std::string_view what);
 };
 
 enum class chip_family { none, older, jericho2 };

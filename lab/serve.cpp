@@ -112,7 +112,8 @@ std::string capture_folder() {
 
 // Returns false if there is no such file. Throws `lab_error` if it cannot be copied.
 bool copy_file(const std::string& file, int out) {
-  const int in = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  // The capture's own files only: a link leads elsewhere, a pipe holds up the audit.
+  const int in = open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (in < 0 && errno == ENOENT) return false;
   const bool copied = in >= 0 && copy_all(in, out);
   const int error = errno;
@@ -139,7 +140,7 @@ std::optional<int> serve_from_list(const std::string& file) {
   const std::string list_file = file + std::string{list_suffix};
   struct stat status {};
   if (stat(list_file.c_str(), &status) != 0) return std::nullopt;
-  const std::vector<listed_answer> list = parse_answer_list(read_whole(list_file), list_file);
+  const std::vector<listed_answer> list = parse_answer_list(read_own(list_file), list_file);
   const listed_answer& answer = list[std::min(calls_before(status), list.size() - 1)];
   const std::string output = numbered_file(file, answer.number);
   const std::string complaint = output + std::string{complaint_suffix};

@@ -124,8 +124,8 @@ TEST_F(Archive, OfWhatIsNoCaptureIsNotMade) {
   EXPECT_EQ(refusal_of([&] { pack_folder(in("empty"), in("out")); }),
             in("empty").string() + ": no capture, there is no manifest in it");
   fs::create_symlink("/etc/hostname", in("capture") / "local" / "link");
-  EXPECT_THAT(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
-              HasSubstr((in("capture") / "local" / "link").string()));
+  EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
+            in("capture").string() + ": local/link: neither a regular file nor a folder");
   EXPECT_FALSE(fs::exists(in("out")));
 }
 
@@ -138,7 +138,7 @@ TEST_F(Archive, IsNotMadeOfWhatWouldNotComeOutAgain) {
   fs::create_directory(in("capture") / "local" / "deeper");
   write_text(in("capture") / "local" / "deeper" / "file", "");
   EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
-            folder + ": entry \"capture/local/deeper/file\": no place within a capture");
+            folder + ": local/deeper: a folder where an answer belongs");
   EXPECT_FALSE(fs::exists(in("out")));
 }
 

@@ -1,11 +1,13 @@
 #include "capture.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
+#include <functional>
 
 #include "support.h"
 
@@ -176,6 +178,77 @@ TEST(Manifest, OfAnotherFormatIsRefused) {
   lab_test::write_text(scratch.path() / "manifest", "format = [\n");
   EXPECT_THROW(read_manifest(scratch.path()), lab_error);
   EXPECT_THROW(read_manifest(scratch.path() / "nowhere"), lab_error);
+}
+
+// A capture comes from anybody. None of its readers may bring in another file of this machine or
+// wait for ever.
+TEST(CaptureFolder, OfOtherThingsThanFilesIsRefusedByEveryReader) {
+  namespace fs = std::filesystem;
+  struct row {
+    const char* why;
+    std::function<void(const fs::path&)> spoil;
+    const char* message;
+  };
+  const row rows[] = {
+      {"a link in the place of an answer",
+       [](const fs::path& k) { fs::create_symlink("/etc/passwd", k / "local" / "lagmgr_health"); },
+       "local/lagmgr_health: neither a regular file nor a folder"},
+      {"a link that leads nowhere",
+       [](const fs::path& k) { fs::create_symlink("nowhere", k / "notes"); },
+       "notes: neither a regular file nor a folder"},
+      {"a link in the place of a folder",
+       [](const fs::path& k) { fs::create_symlink("/etc", k / "etc"); },
+       "etc: neither a regular file nor a folder"},
+      {"a link in the place of the manifest",
+       [](const fs::path& k) {
+         fs::rename(k / "manifest", k / "other");
+         fs::create_symlink("other", k / "manifest");
+       },
+       "manifest: neither a regular file nor a folder"},
+      {"a pipe that nobody writes to",
+       [](const fs::path& k) { ASSERT_EQ(mkfifo((k / "local" / "pipe").c_str(), 0600), 0); },
+       "local/pipe: neither a regular file nor a folder"},
+      {"a pipe beside the manifest",
+       [](const fs::path& k) { ASSERT_EQ(mkfifo((k / "calls").c_str(), 0600), 0); },
+       "calls: neither a regular file nor a folder"},
+      {"a folder in the place of an answer",
+       [](const fs::path& k) { fs::create_directory(k / "local" / "iface_show"); },
+       "local/iface_show: a folder where an answer belongs"},
+  };
+  for (const row& r : rows) {
+    const scratch_folder scratch;
+    const fs::path k = scratch.path() / "k";
+    write_folder(sample(), k);
+    r.spoil(k);
+    const std::string out = (scratch.path() / "out").string();
+    for (const std::string& command :
+         {"run " + k.string(), "pack " + k.string() + " " + out, "redact " + k.string() + " " + out,
+          "diff " + k.string() + " " + k.string()}) {
+      const auto told = lab_test::run_shell("timeout 20 " LAB_PROGRAM " " + command);
+      EXPECT_NE(told.status, 0) << r.why;
+      EXPECT_EQ(told.err, "tessel-lab: " + k.string() + ": " + r.message + "\n") << r.why;
+      EXPECT_FALSE(fs::exists(out)) << r.why;
+    }
+  }
+}
+
+TEST(CaptureFolder, MayBeReachedByALink) {
+  const scratch_folder scratch;
+  write_folder(sample(), scratch.path() / "out");
+  std::filesystem::create_symlink("out", scratch.path() / "link");
+  EXPECT_EQ(read_folder(scratch.path() / "link").answers, sample().answers);
+}
+
+TEST(CaptureFile, IsNeitherALinkNorAPipe) {
+  const scratch_folder scratch;
+  lab_test::write_text(scratch.path() / "file", "text");
+  EXPECT_EQ(read_own(scratch.path() / "file"), "text");
+  std::filesystem::create_symlink("file", scratch.path() / "link");
+  EXPECT_THROW(read_own(scratch.path() / "link"), lab_error);
+  ASSERT_EQ(mkfifo((scratch.path() / "pipe").c_str(), 0600), 0);
+  EXPECT_THROW(read_own(scratch.path() / "pipe"), lab_error);
+  EXPECT_THROW(read_own(scratch.path()), lab_error);
+  EXPECT_THROW(read_own(scratch.path() / "nowhere"), lab_error);
 }
 
 TEST(Answer, ThatIsNotThereIsAnError) {

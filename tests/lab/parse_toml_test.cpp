@@ -1,0 +1,141 @@
+#include "parse_toml.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "capture.h"
+#include "description.h"
+#include "support.h"
+
+namespace {
+
+using namespace lab;
+
+// What the text is refused with; empty if it is not.
+template <typename Parse>
+std::string refusal(Parse parse) {
+  try {
+    parse();
+  } catch (const lab_error& failure) {
+    return failure.what();
+  }
+  return {};
+}
+
+std::string refusal_of_toml(const std::string& text) {
+  return refusal([&] { parse_toml(text, "f.toml"); });
+}
+
+void expect_one_line(const std::string& message, const std::string& begin) {
+  EXPECT_TRUE(message.starts_with(begin)) << message;
+  EXPECT_EQ(message.find('\n'), std::string::npos) << message;
+}
+
+TEST(Toml, BrokenHeadersAreRefusedWithTheirLine) {
+  const std::string rows[] = {
+      "[",   "[[",         "[[[",    "[.a]", "[[,",      "[[{",
+      "[[#", "[[\xc3\xa9", "[ [a]]", "[]",   "[[]]",     std::string{"[[\0", 3},
+      "[a",  "[a.",        "[a.]",   "[\"a", "[[a]",     "[[a",
+      "[ ",  "[\t.",       "[a..b]", "[=]",  "[\"\"\"]", "[[''']]"};
+  for (const std::string& row : rows)
+    for (const char* behind : {"", "\n", "\ntype = \"birch\"\n[[node]]\n", "]\n", "]]"})
+      for (const std::string before :
+           {"", "# one\n\ntype = \"elm\"\n[a]\nb = \"\"\"\n[\n\"\"\"\n"}) {
+        if (row == "[\"a" && *behind == ']') continue;
+        const std::string text = before + row + behind;
+        const std::string message = refusal_of_toml(text);
+        if (message.empty()) continue;  // what stands behind made a header of it
+        expect_one_line(message, before.empty() ? "f.toml:1: " : "f.toml:8: ");
+      }
+  for (const char* row : {"[", "[[", "[[[", "[.a]", "[[,", "[[{", "[[#"})
+    EXPECT_NE(refusal_of_toml(row), "") << row;
+  EXPECT_EQ(refusal_of_toml("a = 1\n[\n"), "f.toml:2: no TOML: what stands in brackets is no name");
+}
+
+TEST(Toml, DepthIsRefusedAndNotFollowed) {
+  constexpr std::size_t many = 200'000;
+  std::string inline_tables = "a = ";
+  std::string dots = "a";
+  std::string lines;
+  for (std::size_t i = 0; i < many; ++i) {
+    inline_tables += "{a = ";
+    dots += ".a";
+    lines += "[{a" + std::string(i % 200, '.') + "a=\n";
+  }
+  for (const std::string& text :
+       {std::string(many, '['), "a = " + std::string(many, '['), inline_tables, dots + " = 1",
+        "[" + dots + "]", "[[" + dots + "]]", "a = {" + dots + " = 1}", "a = " + lines})
+    expect_one_line(refusal_of_toml(text), "f.toml:");
+}
+
+TEST(Toml, AsDeepAsItMayBeIsFreed) {
+  std::string key = "a";
+  for (int i = 0; i < 256; ++i) key += ".a";
+  std::string text = "[" + key + "]\n" + key + " = [\n";
+  for (int i = 0; i < 7; ++i) text += "{" + key + " = [\n";
+  for (int i = 0; i < 7; ++i) text += "]}";
+  EXPECT_EQ(refusal_of_toml(text + "]\n"), "");
+}
+
+TEST(Toml, DotsOfANameAreNoDepth) {
+  EXPECT_EQ(refusal_of_toml("router = \"" + std::string(255, '.') + "\"\n"), "");
+}
+
+std::vector<std::string> descriptions() {
+  std::vector<std::string> texts;
+  for (const auto& entry : std::filesystem::directory_iterator(LAB_ROUTERS))
+    texts.push_back(lab_test::read_text(entry.path()));
+  std::sort(texts.begin(), texts.end());
+  return texts;
+}
+
+std::string a_manifest() {
+  const lab_test::scratch_folder scratch;
+  write_folder(lab_test::rendered_router("birch-small").c, scratch.path() / "out");
+  return lab_test::read_text(scratch.path() / "out" / "manifest");
+}
+
+std::string mutilated(const std::string& text, std::mt19937& random) {
+  constexpr std::string_view loved = "[[]]{}=.,\"'#\n\\ -_0x\xc3\xa9\0";
+  std::string result = text;
+  const auto place = [&] { return random() % (result.size() + 1); };
+  switch (random() % 5) {
+    case 0:
+      result.resize(place());
+      return result;
+    case 1:
+      return result.insert(place(), result.substr(place(), 200));
+    case 2:
+      return result.erase(place(), 1 + random() % 40);
+    case 3:
+      result.resize(place());
+      [[fallthrough]];
+    default:
+      for (unsigned count = 1 + random() % 4; count > 0; --count)
+        result.insert(place(), 1, loved[random() % loved.size()]);
+      return result;
+  }
+}
+
+// Refused or not, in one line that begins with the file, and nothing else happens.
+TEST(Toml, NoTextEndsTheProgram) {
+  std::mt19937 random(7);
+  const std::string manifest = a_manifest();
+  for (int i = 0; i < 2000; ++i) {
+    const std::string text = mutilated(manifest, random);
+    const std::string message = refusal([&] { parse_manifest(text, "m"); });
+    if (!message.empty()) expect_one_line(message, "m:");
+  }
+  const std::vector<std::string> texts = descriptions();
+  for (int i = 0; i < 2000; ++i) {
+    const std::string text = mutilated(texts[random() % texts.size()], random);
+    refusal([&] { parse_router(text, "f.toml"); });
+  }
+}
+
+}  // namespace
