@@ -102,6 +102,22 @@ bool edit_inventory(capture& c, const router& r, planted_fault&) {
   return true;
 }
 
+// Nodes with members are missed by more than this: nobody knows their ports.
+bool edit_no_address(capture& c, const router& r, planted_fault& p) {
+  if (is_single_node(r.type)) return false;
+  std::vector<const node*> nodes;
+  for (const node& n : r.nodes) {
+    const auto holds = [&](const bundle& b) { return !members_on(r, b, n).empty(); };
+    if (n.state == "ACTIVE" && n.band == "FINAL" &&
+        std::none_of(r.bundles.begin(), r.bundles.end(), holds))
+      nodes.push_back(&n);
+  }
+  if (nodes.empty()) return false;
+  note_place(p, {nullptr, nullptr, placed(nodes, p)}, "");
+  return replace_once(answer_to(c, local_place, "plat_nodes_show -v"),
+                      fmt::format(" {} ", placed(nodes, p)->address), " None ");
+}
+
 // An aspen asks its boards, every other router the converter.
 bool edit_node_id(capture& c, const router& r, planted_fault&) {
   if (r.type == "aspen") return false;
@@ -217,6 +233,17 @@ bool edit_diag_lag(capture& c, const router& r, planted_fault& p) {
   constexpr std::size_t digits = 5000;
   std::string* text = chip_answer(c, r, p, "diag lag", has_older_chip);
   return text != nullptr && replace_once(*text, "LAG ID: ", "LAG ID: " + std::string(digits, '9'));
+}
+
+bool edit_diag_lag_id(capture& c, const router& r, planted_fault& p) {
+  std::string* text = chip_answer(c, r, p, "diag lag", has_older_chip);
+  if (text == nullptr) return false;
+  const std::string_view words = "LAG ID: ";
+  const std::size_t id = text->find(words);
+  if (id == std::string::npos) return false;
+  const std::size_t first = id + words.size();
+  text->replace(first, text->find(' ', first) - first, "none");
+  return true;
 }
 
 bool edit_mtu_map(capture& c, const router& r, planted_fault& p) {
@@ -356,6 +383,43 @@ bool edit_huge_tag(capture& c, const router& r, planted_fault& p) {
   return true;
 }
 
+// More digits than a pattern that is made of them can hold.
+std::string huge_number() {
+  constexpr std::size_t digits = 40000;
+  return std::string(digits, '9');
+}
+
+bool edit_huge_sub_number(capture& c, const router& r, planted_fault& p) {
+  const site s = find_site(r, p, anywhere);
+  if (!s) return false;
+  note_place(p, {s.b, nullptr, nullptr}, name_of(*s.b));
+  std::string& text = configuration(c);
+  const std::string head = fmt::format("interface Bundle-Ether{}\n", s.b->number);
+  const std::size_t stanza = text.find(head);
+  const std::size_t end = stanza == std::string::npos ? stanza : text.find("\n!\n", stanza);
+  if (end == std::string::npos) return false;
+  text.insert(end + 3, fmt::format("interface Bundle-Ether{}.{} l2transport\n"
+                                   " encapsulation dot1q 77\n!\n",
+                                   s.b->number, huge_number()));
+  return true;
+}
+
+// A bundle of a port that was another one's.
+bool edit_huge_bundle_number(capture& c, const router& r, planted_fault& p) {
+  const site s = find_site(r, p, anywhere);
+  if (!s) return false;
+  note_place(p, {s.b, nullptr, nullptr}, name_of(*s.b));
+  std::string& text = configuration(c);
+  const std::size_t port = text.find(fmt::format("interface {}\n", s.m->port));
+  const std::string_view words = " bundle id ";
+  const std::size_t id = port == std::string::npos ? port : text.find(words, port);
+  if (id == std::string::npos) return false;
+  const std::size_t digits = id + words.size();
+  text.replace(digits, text.find(' ', digits) - digits, huge_number());
+  text.insert(port, fmt::format("interface Bundle-Ether{}\n!\n", huge_number()));
+  return true;
+}
+
 // Descriptions are the one place where an operator's own text reaches the audit.
 bool edit_description(capture& c, const std::string& description) {
   return replace_once(configuration(c), "description out of band", "description " + description);
@@ -456,6 +520,12 @@ std::vector<fault> platform_faults() {
        .hides = reach::router,
        .stops_from = phase::collecting,
        .edit = edit_boards},
+      {.name = "node-no-address",
+       .description = "the list of nodes has no address for one without members",
+       .finding = "Inconsistency {}: DPA has no Bundle entry in location {node}",
+       .depth = 49,
+       .hides = reach::node,
+       .edit = edit_no_address},
       {.name = "node-unreachable",
        .description = "nobody answers at the address of a line card",
        .finding =
@@ -550,6 +620,13 @@ std::vector<fault> tool_faults() {
        .hides = reach::node,
        .stops_from = phase::consistency,
        .edit = edit_diag_lag},
+      {.name = "diag-lag-no-id",
+       .description = "an older chip's list of LAGs has one without a number",
+       .finding = "Data Not Found: Not able to get lag id from diag_lag output, Location {node}, "
+                  "NPU {}",
+       .depth = 71,
+       .hides = reach::node,
+       .edit = edit_diag_lag_id},
       {.name = "mtu-map-garbage",
        .description = "a Jericho2 chip's MTU table has a row number of more than thirty digits",
        .finding = "{}: dump_tables_per_npu failed {node}",
@@ -620,6 +697,20 @@ std::vector<fault> configuration_faults() {
        .depth = 80,
        .hides = reach::bundle_everywhere,  // it is configured for all nodes
        .edit = edit_huge_tag},
+      {.name = "sub-huge-number",
+       .description = "a sub-bundle is configured under a number of 40000 digits",
+       .finding = "{}: get_encap_id failed for interface {}",
+       .shown = phase::parsing,
+       .depth = 2,
+       .stops_from = phase::consistency,
+       .edit = edit_huge_sub_number},
+      {.name = "bundle-huge-number",
+       .description = "a bundle with a port is configured under a number of 40000 digits",
+       .finding = "{}: get_bundle_type from running config failed for interface {}",
+       .shown = phase::parsing,
+       .depth = 2,
+       .stops_from = phase::consistency,
+       .edit = edit_huge_bundle_number},
       {.name = "scale-bundles",
        .description = "1100 bundles without members are configured",
        .finding = "INFO: Allowed {}bundles: {}, configured more: {}",

@@ -218,6 +218,15 @@ bool plant_dpa_sub_rif(router& r, planted_fault& p) {
   return hold_of_sub_on_one_node(r, p, "dpa.l3-rif", &sub_bundle::rif, "{:#x}");
 }
 
+bool plant_dpa_sub_no_glif(router& r, planted_fault& p) {
+  // On every node, as the first that has one sets the expectation.
+  const site s = find_site(r, p, [](const site& one) { return !one.b->subs.empty(); });
+  if (!s || !r.hqos) return false;
+  note_place(p, {s.b, nullptr, nullptr}, name_of(placed(s.b->subs, p)));
+  hold(r, "dpa.l2-glif", p.object, "", "0x00000000");
+  return true;
+}
+
 bool plant_dpa_glif(router& r, planted_fault& p) {
   const site s =
       find_site(r, p, [](const site& one) { return is_l3(one) && on_several_nodes(one); });
@@ -509,6 +518,13 @@ std::vector<fault> forwarding_faults() {
        .finding = "Inconsistency {}: DPA has no entry for {object}({}),{node}",
        .depth = 65,
        .plant = plant_dpa_sub_object},
+      {.name = "dpa-sub-no-glif",
+       .description = "the l2intf objects of a sub-bundle have no global LIF on any node",
+       .finding = "Inconsistency {}:{object}({}),{} GLIF is not consistent in "
+                  "DPA_Sub_Bundles_l2intf:{},Expected:0xXX{}",
+       .depth = 66,
+       .hides = reach::bundle_everywhere,
+       .plant = plant_dpa_sub_no_glif},
       {.name = "dpa-sub-l2intf-missing",
        .description = "a node with members has no l2intf object of a sub-bundle",
        .finding = "{}: DPA Sub-Bundle verification failed for {object}({}),{node}",

@@ -25,42 +25,174 @@ sub sources_below {
     return map { -d "$folder/$_" ? sources_below("$folder/$_") : /\.(?:cpp|h)$/ ? "$folder/$_" : () } names_below($folder);
 }
 
-# What an operator can meet: findings, notes, and the text of a handler, which begins with the
-# failure's own words.
-my $message = qr/Inconsistency \{\}|Programming Error ?\{\}|^(?:INFO|ERROR|PARSE-ERROR|Log ERROR|DEBUG): |^\{\}: |print_object failed|skipping TESSEL|Number of stale|^TESSEL Stopped/;
+# The functions that tell an operator something, and which of their arguments is the text.
+my %teller = (
+    ( map { $_ => 0 } qw(logger pprint print say_and_go_on log_and_count count_and_log leave_out_of_run) ),
+    ( map { $_ => 0 } qw(inconsistency report_programming_error) ),
+    report_finding => 2,
+);
 
-# Neighbouring literals are one text, as the compiler sees them.
+# Calls whose text is none of their own: another function was given it, or a file or a tool.
+my %hands_on = map { $_ => 1 } (
+    'src/base/findings.cpp: message',
+    'src/base/findings.h: fmt::format(form, ++counted, parts...)',
+    'src/base/findings.h: form',
+    'src/base/logs.cpp: text',                                      # of say_and_go_on
+    'src/hygiene/bundle_health.cpp: bdl_error',                     # the bundle manager's report
+    'src/parse/dpa_objects.cpp: fmt::format("{}, {}", note, nodename)',
+    'src/report/results.cpp: lines[at]',                            # of a log
+    'src/report/results.cpp: path',
+    'src/report/results.cpp: fmt::format("{:*^70}", "Done")',
+    'src/report/results.cpp: fmt::format("{}\n\n", LOG_FILE_DEBUG)',
+    'src/report/results.cpp: fmt::format("{:27} : {:<8} {:28} : {}", first.label, first.number, second.label, second.number)',
+);
+
+# What frames a log or the report and says nothing by itself.
+my %is_frame = map { $_ => 1 } (
+    'Done', 'Not Done', 'Overall Results:', 'Logs:', 'Logs Preview:',
+    'Logs: \n/var/log/tessel_exception.log\n/var/log/tessel_debug.log',
+    'Started Tessel Checker', 'Start of {} entries...', 'End of {} entries...',
+);
+
+my $literal = qr/"(?:[^"\\\n]|\\.)*"/;
+
+# The text of some literals that stand side by side, as the compiler sees it.
+sub joined {
+    my ($literals) = @_;
+    my $text = join '', $literals =~ /"((?:[^"\\\n]|\\.)*)"/g;
+    $text =~ s/^(?:\\n)+|(?:\\n)+$//g;
+    $text =~ s/\\(["\\])/$1/g;
+    return $text;
+}
+
+sub without_comments {
+    my ($source) = @_;
+    $source =~ s{^[ \t]*(?://.*|#include.*)$}{}mg;
+    return $source;
+}
+
 sub texts_of {
     my ($source) = @_;
-    my @texts;
-    my $line = 1;
-    my $at   = 0;
-    $source =~ s{^[ \t]*(?://.*|#include.*)$}{}mg;
-    my $literal = qr/"(?:[^"\\\n]|\\.)*"/;
-    while ( $source =~ /($literal(?:\s*$literal)*)/g ) {
-        my $start = $-[1];
-        $line += ( substr( $source, $at, $start - $at ) =~ tr/\n// );
-        $at = $start;
-        my $text = join '', $1 =~ /"((?:[^"\\\n]|\\.)*)"/g;
-        $text =~ s/^(?:\\n)+|(?:\\n)+$//g;
-        $text =~ s/\\(["\\])/$1/g;
-        push @texts, [ $line, $text ];
+    return map { joined($_) } without_comments($source) =~ /($literal(?:\s*$literal)*)/g;
+}
+
+# The arguments of a call whose opening bracket ends in front of $at.
+sub arguments_at {
+    my ( $source, $at ) = @_;
+    my ( $depth, @arguments ) = ( 0, '' );
+    pos($source) = $at;
+    while ( $source =~ /\G(R"\(.*?\)"|$literal|'(?:[^'\\]|\\.)+'|.)/gs ) {
+        my $part = $1;
+        if ( $part eq ',' && $depth == 0 ) { push @arguments, ''; next }
+        $depth++ if $part =~ /^[({\[]$/;
+        $depth-- if $part =~ /^[)}\]]$/;
+        last if $depth < 0;
+        $arguments[-1] .= $part;
     }
-    return @texts;
+    return map { s/\s+/ /gr =~ s/^ | $//gr } @arguments;
 }
 
-sub is_message {
-    my ($text) = @_;
-    return $text =~ $message && $text =~ /[A-Za-z]{3}/;
+# [line, arguments] of each call of a function; what stands behind a type is a declaration.
+sub calls_of {
+    my ( $source, $name ) = @_;
+    my @calls;
+    while ( $source =~ /(?<!int )(?<!void )(?<!value )\b\Q$name\E\(/g ) {
+        my $at = $+[0];
+        push @calls, [ 1 + ( substr( $source, 0, $at ) =~ tr/\n// ), arguments_at( $source, $at ) ];
+    }
+    return @calls;
 }
 
-# Line and text of each message of a source.
+# The texts that an argument can be: a literal, one that is filled in, one of two.
+sub texts_in {
+    my ($argument) = @_;
+    my ($form) = $argument =~ /^fmt::format\(/ ? arguments_at( $argument, $+[0] ) : $argument;
+    return grep { /[A-Za-z]{3}/ } map { joined($_) } $form =~ s/\{:[^}]*\}/{}/gr =~ /($literal(?: ?$literal)*)/g;
+}
+
+# What the calls of a function in a source give it in one place: literals, or constants of that source.
+sub words_for {
+    my ( $source, $function, $place ) = @_;
+    my @given = map { $_->[ 1 + $place ] // '' } calls_of( $source, $function );
+    my %constant = $source =~ /\bconstexpr std::string_view (\w+) = "([^"]*)";/g;
+    return grep { defined } map { /^"(.*)"$/ ? $1 : $constant{$_} } @given;
+}
+
+# A check that several layers share is told which one to name: message to [place of its braces for the
+# layer, the layers that the callers name].
+sub layers_of_shared_messages {
+    my @sources = map { without_comments( slurp($_) ) } sources_below('src');
+    my %layers;
+    for my $source (@sources) {
+        while ( $source =~ /^int (\w+)\(([^)]*)\) \{\n(.*?)^\}/gms ) {
+            my ( $function, $parameters, $body ) = ( $1, $2, $3 );
+            my @names   = map { /(\w+)\s*$/ } split /,/, $parameters;
+            my ($given) = grep { $names[$_] eq 'layer' } 0 .. $#names or next;
+            my %words   = map { $_ => 1 } map { words_for( $_, $function, $given ) } @sources;
+            for my $call ( calls_of( $body, 'inconsistency' ) ) {
+                my ( undef, $form, @parts ) = @$call;
+                my ($place) = grep { $parts[$_] eq 'layer' } 0 .. $#parts;
+                $layers{ joined($form) } = [ 1 + $place, sort keys %words ] if defined $place;
+            }
+        }
+    }
+    return \%layers;
+}
+
+my $layers;
+
+# The message once for each layer that it can name.
+sub in_each_layer {
+    my ($message) = @_;
+    $layers //= layers_of_shared_messages();
+    my ( $place, @words ) = @{ $layers->{$message} // [] };
+    return $message if !@words;
+    my @pieces = split /\{\}/, $message, -1;
+    my $head   = join '{}', @pieces[ 0 .. $place ];
+    my $tail   = join '{}', @pieces[ $place + 1 .. $#pieces ];
+    return map { "$head$_$tail" } @words;
+}
+
+my %handed_on;
+
+# Line and text of each message of a source, framing left out.
 sub messages_of {
     my ($file) = @_;
-    return grep { is_message( $_->[1] ) } texts_of( slurp($file) );
+    my $source = without_comments( slurp($file) );
+    my @messages;
+    for my $name ( sort keys %teller ) {
+        for my $call ( calls_of( $source, $name ) ) {
+            my ( $line, @arguments ) = @$call;
+            my $argument = $arguments[ $teller{$name} ] // '';
+            my @texts    = texts_in($argument);
+            push @messages, map { [ $line, $_ ] } grep { !$is_frame{$_} } @texts;
+            next if @texts;
+            die "$file:$line: no text stands here; if it comes from elsewhere, say so in script/messages.pl: $name($argument)\n"
+              if !$hands_on{"$file: $argument"};
+            $handed_on{"$file: $argument"} = 1;
+        }
+    }
+    return sort { $a->[0] <=> $b->[0] } @messages;
 }
 
-sub documented_messages { return slurp('docs/FINDINGS.md') =~ /`([^`\n]+)`/g }
+# Behind a walk through all sources: entries of the list above that none has any more.
+sub needless_hand_ons { return grep { !$handed_on{$_} } sort keys %hands_on }
+
+# [line, text] of the messages that docs/FINDINGS.md explains: terms of a definition list, and the
+# first column of the tables of notes, messages and lines.
+sub documented_messages {
+    my @lines = split /\n/, slurp('docs/FINDINGS.md');
+    my ( @messages, $in_table );
+    for my $at ( 0 .. $#lines ) {
+        my $next = $lines[ $at + 1 ] // '';
+        $in_table = $1 if $next =~ /^\| ---/ && $lines[$at] =~ /^\| (\w+) \|/;
+        $in_table = undef if $lines[$at] eq '';
+        my $is_row  = $in_table && $in_table =~ /^(?:note|message|line)$/ && $lines[$at] =~ /^\| `([^`]+)`/;
+        my $is_term = !$is_row && $next =~ /^: / && $lines[$at] =~ /^`([^`]+)`$/;
+        push @messages, [ $at + 1, $1 ] if $is_row || $is_term;
+    }
+    return @messages;
+}
 
 # A pattern of what a message can become: each {} any text, a part that can be empty included.
 sub pattern_of {
