@@ -7,6 +7,7 @@
 #include <limits>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "capture.h"
 #include "faults.h"
@@ -56,8 +57,7 @@ void read(section& s, std::string_view key, Number& value) {
   const toml::node* found = take(s, key);
   if (found == nullptr) return;
   const auto number = found->is_integer() ? found->value<std::int64_t>() : std::nullopt;
-  if (!number || *number < 0 ||
-      *number > static_cast<std::int64_t>(std::numeric_limits<Number>::max()))
+  if (!number || *number < 0 || std::cmp_greater(*number, std::numeric_limits<Number>::max()))
     refuse(s, *found,
            fmt::format("{} is no number from 0 to {}", key, std::numeric_limits<Number>::max()));
   value = static_cast<Number>(*number);

@@ -30,7 +30,7 @@ bool plant_chip_lag(router& r, planted_fault& p) {
   for (const bundle& b : r.bundles)
     for (const node& n : r.nodes)
       for (unsigned npu = 0; npu < n.npus; ++npu)
-        if (n.state == "ACTIVE" && n.forwarding && members_on(r, b, n).empty())
+        if (is_examined(n) && members_on(r, b, n).empty())
           places.push_back({{&b, nullptr, &n}, static_cast<int>(npu)});
   if (places.empty()) return false;
   const auto& [s, npu] = placed(places, p);
@@ -71,12 +71,22 @@ bool plant_chip_mtu(router& r, planted_fault& p) {
   const site s = find_site(r, p, has_chip);
   if (!s) return false;
   const bool older = on_older_chip(s);
-  // An aspen checks the size of frames ahead of a Jericho2.
+  // On an aspen the audit does not come as far as to compare the MTUs of a Jericho2.
   if (!older && r.type == "aspen") return false;
   const unsigned mtu = s.m->mtu - 200;
   note_place(p, s, port_tail(s.m->port));
   hold_on_npu(r, p, "chip.mtu", older ? p.object : name_of(*s.b), s,
               older ? fmt::format("{:#x}", mtu) : std::to_string(mtu));
+  return true;
+}
+
+// The chips of a router may give no port a profile; where they do, an aspen's audit fails over it.
+bool plant_lag_mtu(router& r, planted_fault& p) {
+  const site s =
+      find_site(r, p, [](const site& one) { return has_chip(one) && !on_older_chip(one); });
+  if (!s || r.type != "aspen") return false;
+  note_place(p, {nullptr, nullptr, s.n}, "");
+  hold(r, "chip.lag-mtu", "*", p.node, "shown");
   return true;
 }
 
@@ -305,6 +315,14 @@ std::vector<fault> compared_faults() {
                   ",NPU: {}",
        .depth = 72,
        .plant = plant_chip_mtu},
+      {.name = "aspen-lag-mtu",
+       .description =
+           "an aspen's Jericho2 chips give their ports MTU profiles, which no member can "
+           "be compared with",
+       .finding = "{}: BCM member verification failed for {}, {node}",
+       .depth = 72,
+       .hides = reach::nothing,
+       .plant = plant_lag_mtu},
   };
 }
 

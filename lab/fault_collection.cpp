@@ -57,6 +57,53 @@ bool plant_unknown_asic(router& r, planted_fault& p) {
   return true;
 }
 
+// A standby route processor of an aspen that shares the ports of the active one.
+node* standby_processor(router& r, planted_fault& p) {
+  if (r.type != "aspen") return nullptr;
+  for (node& n : r.nodes)
+    if (n.kind == "RP" && n.state == "STANDBY" && n.npus > 0 && n.in_unit_list && has_address(n)) {
+      p.node = n.name;
+      return &n;
+    }
+  return nullptr;
+}
+
+bool plant_live_standby(router& r, planted_fault& p) {
+  node* n = standby_processor(r, p);
+  if (n == nullptr || n->band == "FINAL" || family_of(*n) != chip_family::jericho2) return false;
+  n->band = "FINAL";
+  return true;
+}
+
+bool plant_standby_asic(router& r, planted_fault& p) {
+  node* n = standby_processor(r, p);
+  if (n == nullptr || n->band != "FINAL") return false;
+  n->chip = "BCM88850";
+  return true;
+}
+
+bool plant_no_address(router& r, planted_fault& p) {
+  node* n = is_single_node(r.type) ? nullptr : choose_node(r, p, on_line_card);
+  if (n == nullptr) return false;
+  n->address = "None";
+  return true;
+}
+
+// A card that no bundle uses yet.
+bool plant_no_address_unused(router& r, planted_fault& p) {
+  std::vector<node*> unused;
+  for (node& n : r.nodes)
+    if (n.kind == "LC" && is_examined(n) && !r.bundles.empty() &&
+        std::all_of(r.bundles.begin(), r.bundles.end(),
+                    [&](const bundle& b) { return members_on(r, b, n).empty(); }))
+      unused.push_back(&n);
+  if (unused.empty()) return false;
+  node* n = placed(unused, p);
+  p.node = n->name;
+  n->address = "None";
+  return true;
+}
+
 bool plant_both_active(router& r, planted_fault&) {
   if (r.type != "aspen") return false;
   std::size_t processors = 0;
@@ -71,6 +118,7 @@ bool plant_both_active(router& r, planted_fault&) {
 // Each of the two tells of the other one as well.
 bool edit_both_active(capture& c, const router& r, planted_fault&) {
   for (const node& n : r.nodes) {
+    if (!has_address(n)) continue;
     std::string& probe = answer_to(c, n.address, "board_api_probe");
     if (probe.find("Peer Node Id:") != std::string::npos) continue;
     const node& peer = &n == &r.nodes.front() ? r.nodes.back() : r.nodes.front();
@@ -81,6 +129,7 @@ bool edit_both_active(capture& c, const router& r, planted_fault&) {
 
 bool edit_lone_active(capture& c, const router& r, planted_fault&) {
   for (const node& n : r.nodes) {
+    if (!has_address(n)) continue;
     std::string& probe = answer_to(c, n.address, "board_api_probe");
     const std::size_t peer = probe.find("  Peer Node Id:");
     if (peer != std::string::npos) probe.resize(peer);
@@ -100,22 +149,6 @@ bool edit_inventory(capture& c, const router& r, planted_fault&) {
   answer_to(c, local_place, "plat_nodes_show -v") +=
       "0/77/CPU0        LC    TC-LC-24H      ACTIVE       FINAL  7.3.2     192.0.0.99     12w3d\n";
   return true;
-}
-
-// Nodes with members are missed by more than this: nobody knows their ports.
-bool edit_no_address(capture& c, const router& r, planted_fault& p) {
-  if (is_single_node(r.type)) return false;
-  std::vector<const node*> nodes;
-  for (const node& n : r.nodes) {
-    const auto holds = [&](const bundle& b) { return !members_on(r, b, n).empty(); };
-    if (n.state == "ACTIVE" && n.band == "FINAL" &&
-        std::none_of(r.bundles.begin(), r.bundles.end(), holds))
-      nodes.push_back(&n);
-  }
-  if (nodes.empty()) return false;
-  note_place(p, {nullptr, nullptr, placed(nodes, p)}, "");
-  return replace_once(answer_to(c, local_place, "plat_nodes_show -v"),
-                      fmt::format(" {} ", placed(nodes, p)->address), " None ");
 }
 
 // An aspen asks its boards, every other router the converter.
@@ -439,8 +472,9 @@ bool edit_binary(capture& c, const router& r, planted_fault&) {
   const std::string bytes{"a\0b\xff\xfe\x80\xc3 \x1b[31m\x7f", 14};
   // The forwarding tool's filter reads bytes as text; this line it drops, others it must keep.
   for (const node& n : r.nodes)
-    replace_once(forwarding_objects(c, n, "lagport"), "uint32_t revision => 4",
-                 "char comment => " + bytes);
+    if (has_address(n))
+      replace_once(forwarding_objects(c, n, "lagport"), "uint32_t revision => 4",
+                   "char comment => " + bytes);
   return edit_description(c, bytes);
 }
 
@@ -488,6 +522,40 @@ std::vector<fault> platform_faults() {
        .depth = 70,
        .hides = reach::node,
        .plant = plant_unknown_asic},
+      {.name = "standby-live",
+       .description = "the standby route processor of an aspen with Jericho2 is live; the bundle "
+                      "manager's agent does not tell of it",
+       .finding = "{}: BCM member verification failed for {}, {node}",
+       .depth = 71,
+       .hides = reach::node,
+       .plant = plant_live_standby},
+      {.name = "standby-asic-unknown",
+       .description =
+           "the live standby route processor of an aspen has chips of no known family: no "
+           "member can be looked up",
+       .finding = "INFO: Found unsupported ASIC {}x. TESSEL doesn't guarantee consistency check on "
+                  "this node {node}",
+       .shown = phase::start,
+       .depth = 70,
+       .hides = reach::node,
+       .stops_from = phase::consistency,
+       .plant = plant_standby_asic},
+      {.name = "node-no-address",
+       .description =
+           "the inventory gives no address for a line card with members; its members are "
+           "unknown",
+       .finding = "{}: get_member_pp_port failed for {}",
+       .shown = phase::parsing,
+       .depth = 0,
+       .hides = reach::node,
+       .stops_from = phase::consistency,
+       .plant = plant_no_address},
+      {.name = "node-no-address-unused",
+       .description = "the inventory gives no address for a line card without members",
+       .finding = "Inconsistency {}: DPA has no Bundle entry in location {node}",
+       .depth = 50,
+       .hides = reach::node,
+       .plant = plant_no_address_unused},
       {.name = "both-active",
        .description = "both route processors of an aspen are in charge: no node is audited",
        .finding = "INFO: Both RPs are in active mode & software may be different. Performed TESSEL "
@@ -520,12 +588,6 @@ std::vector<fault> platform_faults() {
        .hides = reach::router,
        .stops_from = phase::collecting,
        .edit = edit_boards},
-      {.name = "node-no-address",
-       .description = "the list of nodes has no address for one without members",
-       .finding = "Inconsistency {}: DPA has no Bundle entry in location {node}",
-       .depth = 49,
-       .hides = reach::node,
-       .edit = edit_no_address},
       {.name = "node-unreachable",
        .description = "nobody answers at the address of a line card",
        .finding =

@@ -164,8 +164,7 @@ bool hold_without_members(router& r, planted_fault& p, const char* field) {
   std::vector<site> sites;
   for (const bundle& b : r.bundles)
     for (const node& n : r.nodes)
-      if (n.forwarding && n.state == "ACTIVE" && members_on(r, b, n).empty())
-        sites.push_back({&b, nullptr, &n});
+      if (is_examined(n) && members_on(r, b, n).empty()) sites.push_back({&b, nullptr, &n});
   if (sites.empty()) return false;
   const site& s = placed(sites, p);
   note_place(p, s, name_of(*s.b));

@@ -4,13 +4,16 @@
 
 namespace lab {
 
+bool is_examined(const node& n) {
+  return n.state == "ACTIVE" && n.band == "FINAL" && n.forwarding && has_address(n);
+}
+
 std::vector<site> sites_of(const router& r) {
   std::vector<site> sites;
   for (const bundle& b : r.bundles)
     for (const member& m : b.members) {
       const node* n = find_node(r, m.node);
-      if (n != nullptr && n->state == "ACTIVE" && n->band == "FINAL" && n->forwarding)
-        sites.push_back({&b, &m, n});
+      if (n != nullptr && is_examined(*n)) sites.push_back({&b, &m, n});
     }
   return sites;
 }

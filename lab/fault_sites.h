@@ -27,8 +27,10 @@ struct site {
   explicit operator bool() const { return m != nullptr; }
 };
 
-// Every member on a node that the audit examines and that reports to the bundle manager: a standby
-// one does not.
+// True if the audit examines the node and it reports to the bundle manager: a standby one does not.
+bool is_examined(const node& n);
+
+// Every member on such a node.
 std::vector<site> sites_of(const router& r);
 
 inline bool anywhere(const site&) {

@@ -112,7 +112,8 @@ capture render(const router& r, std::vector<planted_fault>* planted) {
   capture c;
   c.router = faulty.name;
   c.host_node_id = faulty.host_node_id;
-  for (const node& n : faulty.nodes) c.nodes.emplace_back(n.address, n.name);
+  for (const node& n : faulty.nodes)
+    if (has_address(n)) c.nodes.emplace_back(n.address, n.name);
   render_platform(faulty, c);
   render_interfaces(faulty, c);
   render_lagmgr(faulty, c);

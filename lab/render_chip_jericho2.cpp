@@ -132,8 +132,7 @@ std::string vsi_macs(const chip_unit& u) {
 std::string lag_profiles(const chip_unit& u) {
   const auto profiles = profiles_of(u);
   std::string text;
-  // An aspen checks the size of frames ahead of the chip: no port of its Jericho2 has a profile.
-  if (u.r.type == "aspen") return text;
+  if (u.lacks("chip.lag-mtu", "*")) return text;
   for (unsigned core = 0; core < u.n.cores; ++core) {
     text +=
         fmt::format("ETPPC_EDITING_PER_PORT_TABLE.ETPPC{}[0]: <PORT_TYPE=0,MTU_PROFILE=0>\n", core);

@@ -24,7 +24,7 @@ void show_element(std::string& text, std::string_view type, std::size_t number,
   text += fmt::format("  flags: 0x1  refs: 2  pending(cr/up/dl):{}\n", pending);
 }
 
-void show_handle(std::string& text, std::uint32_t handle) {
+void show_handle(std::string& text, std::uint64_t handle) {
   text += fmt::format("  @dpa_intf_t intf => {:#x}\n", handle);
   text += "  uint32_t revision => 4\n";
 }
@@ -33,7 +33,7 @@ void show_handle(std::string& text, std::uint32_t handle) {
 
 struct lagport_object {
   std::string name;
-  std::uint32_t handle;
+  std::uint64_t handle;
   std::uint32_t lag;
 };
 
@@ -115,7 +115,7 @@ std::string lagports(const router& r, const node& n) {
 
 // l1port ----------------------------------------------------------------------------------------
 
-void show_port(const std::string& name, std::uint32_t handle, unsigned npu, unsigned core,
+void show_port(const std::string& name, std::uint64_t handle, unsigned npu, unsigned core,
                unsigned pp_port, const std::string& mtu, std::size_t number, std::string& text) {
   show_element(text, "l1port", number, "0/0/0");
   show_handle(text, handle);
@@ -167,7 +167,7 @@ std::string l2ports(const router& r, const node& n) {
   return text + footing(count);
 }
 
-void show_l2intf(const router& r, const std::string& name, std::uint32_t handle, bool l2,
+void show_l2intf(const router& r, const std::string& name, std::uint64_t handle, bool l2,
                  std::uint32_t glif, unsigned domain, const node& n, std::size_t number,
                  std::string& text) {
   if (is_absent(r, "dpa.l2intf", name, n.name)) return;
@@ -194,7 +194,7 @@ std::string l2intfs(const router& r, const node& n) {
   return text + footing(count);
 }
 
-void show_l3intf(const router& r, const std::string& name, std::uint32_t handle, std::uint32_t rif,
+void show_l3intf(const router& r, const std::string& name, std::uint64_t handle, std::uint32_t rif,
                  const node& n, std::size_t number, std::string& text) {
   if (is_absent(r, "dpa.l3intf", name, n.name)) return;
   show_element(text, "l3intf", number, "0/0/0");
@@ -220,6 +220,7 @@ std::string l3intfs(const router& r, const node& n) {
 
 void render_forwarding(const router& r, capture& c) {
   for (const node& n : r.nodes) {
+    if (!has_address(n)) continue;
     const auto add = [&](const char* type, std::string text) {
       answer(c, n.address, fmt::format("fwd_object_show -t {} -D", type),
              n.forwarding ? std::move(text) : heading(n) + footing(0));

@@ -7,7 +7,7 @@ namespace {
 
 // The bundle manager's own database -------------------------------------------------------------
 
-void show_database_member(std::string& text, const std::string& name, std::uint32_t handle) {
+void show_database_member(std::string& text, const std::string& name, std::uint64_t handle) {
   text += fmt::format("  Member interface                 {} ({:#x})\n", name, handle);
   text += "    Port state                     distributing\n";
   text += "    Port priority / number         0x8000, 0x0001\n";

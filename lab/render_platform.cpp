@@ -109,7 +109,7 @@ void render_platform(const router& r, capture& c) {
   answer(c, local_place, "qos_voq_show -v x -i 0x10 -n A -t n -p 0x0", voq_usage(r));
   for (const node& n : r.nodes) {
     answer(c, local_place, "node_id_convert -I " + n.name, converted_id(n));
-    answer(c, n.address, "board_api_probe", board_probe(r, n));
+    if (has_address(n)) answer(c, n.address, "board_api_probe", board_probe(r, n));
     if (n.chip.empty()) render_chipless(n, c);
   }
 }

@@ -103,6 +103,7 @@ const std::vector<field_description>& override_fields() {
       {"chip.member", "absent: the chip's LAG has no such member"},
       {"chip.extra-lag", "a LAG of one member that nobody configured"},
       {"chip.mtu", "MTU of a port (a bundle on Jericho2) in the chip"},
+      {"chip.lag-mtu", "absent: a Jericho2 chip, object \"*\", gives no port an MTU profile"},
       {"chip.vlan-domain", "VLAN domain of a port in the chip"},
       {"chip.sem",
        "local LIF, in digits, of the SEM entry of a sub-bundle or untagged bundle; absent: none"},
@@ -149,6 +150,10 @@ chip_family family_of(const node& n) {
   // A chip that `show unit` does not list is unknown to the platform and spoken to as an older one.
   if (!n.in_unit_list) return chip_family::older;
   return n.chip.starts_with("BCM8869") ? chip_family::jericho2 : chip_family::older;
+}
+
+bool has_address(const node& n) {
+  return n.address != "None";
 }
 
 const node* find_node(const router& r, std::string_view name) {
@@ -377,7 +382,7 @@ void check_nodes(const router& r, std::string_view where) {
   for (const node& n : r.nodes) {
     if (!names.insert(n.name).second)
       impossible(where, fmt::format("node {} stands twice", n.name));
-    if (n.address != "None" && !addresses.insert(n.address).second)
+    if (has_address(n) && !addresses.insert(n.address).second)
       impossible(where, fmt::format("node {}: address {} is taken", n.name, n.address));
     if (n.chip.empty() && n.npus > 0)
       impossible(where, fmt::format("node {}: {} NPUs and no chip", n.name, n.npus));
@@ -413,7 +418,7 @@ void check(const router& r, std::string_view where) {
   if (!known_type(r.type)) impossible(where, fmt::format("unknown router type \"{}\"", r.type));
   check_nodes(r, where);
   std::set<unsigned> numbers;
-  std::set<std::uint32_t> handles;
+  std::set<std::uint64_t> handles;
   std::set<std::string> ports;
   for (const bundle& b : r.bundles) {
     if (!numbers.insert(b.number).second)

@@ -50,10 +50,12 @@ struct member {
   unsigned core = 0;
   unsigned pp_port = 0;
   unsigned id = 0;  // the member's slot in its bundle
-  std::uint32_t handle = 0;
+  std::uint64_t handle = 0;
   std::uint32_t system_port = 0;
   unsigned weight = 1;
   unsigned mtu = 0;
+  std::string description;
+  bool up = true;  // the bundle keeps the slot of a port that is down
 };
 
 struct sub_bundle {
@@ -61,7 +63,8 @@ struct sub_bundle {
   unsigned number = 0;
   bool l2 = false;
   std::string encapsulation;  // as configured behind the word, "dot1q 10 second-dot1q 20"
-  std::uint32_t handle = 0;
+  std::string description;
+  std::uint64_t handle = 0;
   std::uint32_t lag = 0;
   std::uint32_t glif = 0;
   std::uint32_t rif = 0;
@@ -72,7 +75,7 @@ struct bundle {
   unsigned number = 0;
   bool l2 = false;
   std::string description;
-  std::uint32_t handle = 0;
+  std::uint64_t handle = 0;
   std::uint32_t lag = 0;
   std::uint32_t glif = 0;
   std::uint32_t rif = 0;
@@ -114,6 +117,7 @@ struct router {
   std::string model;             // what the version banner calls it
   std::string health = "clean";  // what the bundle manager's own check says
   bool hqos = false;
+  unsigned bundle_scale = 0;  // bundles that its hw-module profile allows, 0: none is configured
   std::uint32_t host_node_id = 4096;
   std::vector<node> nodes;
   std::vector<bundle> bundles;
@@ -152,6 +156,8 @@ bool known_type(std::string_view type);
 std::string model_of(std::string_view type);
 
 chip_family family_of(const node& n);
+// A node whose address the inventory gives as "None" cannot be asked for anything.
+bool has_address(const node& n);
 const node* find_node(const router& r, std::string_view name);
 
 // The ports that a node's tables show. A standby route processor of an aspen serves the ports of

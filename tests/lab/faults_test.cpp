@@ -21,7 +21,8 @@ bool is_slow(const fault& f) {
   return f.name == "scale-l2-subs" || f.name == "overlong-line";
 }
 
-constexpr const char* routers[] = {"birch-small", "elm-single", "aspen-standby", "birch-untagged"};
+constexpr const char* routers[] = {"birch-small",    "elm-single",     "aspen-standby",
+                                   "birch-untagged", "aspen-jericho2", "cedar-mixed"};
 
 router plain(const std::string& name) {
   return lab_test::rendered_router(name).r;

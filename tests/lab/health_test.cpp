@@ -116,7 +116,8 @@ TEST(Keys, AreThoseOfTheTrimmedDomain) {
   EXPECT_EQ(untagged_key_of(b).digits, "8fff");
   s.encapsulation = "untagged";
   EXPECT_EQ(key_of(b, s).digits, "");
-  EXPECT_EQ(key(b, {0, 0, false, "dot1q 100 second-dot1q 200", 0, 0, 0, 0, 0}), "0c88064");
+  s.encapsulation = "dot1q 100 second-dot1q 200";
+  EXPECT_EQ(key(b, s), "0c88064");
 }
 
 TEST(UntaggedRouter, HasKeyAndMacOfTheBundleItself) {
