@@ -37,10 +37,10 @@ std::vector<mtu_word> mtu_words(std::string_view listing) {
   for (std::size_t at = 0; at < found.size(); ++at) {
     const auto word = static_cast<std::size_t>(found[at][0].data() - listing.data());
     const std::size_t before = listing.find_last_not_of(white_space, word - 1);
-    if (word < 2) continue;
-    const std::size_t line_feed = listing.rfind('\n', word - 2);
-    if (line_feed == npos || (before != npos && line_feed < before)) continue;
-    words.push_back({word, line_feed, found[at][1]});
+    const std::size_t blanks = before == npos ? 0 : before + 1;
+    // In the blanks alone: a long line may be full of such words.
+    const std::size_t line_feed = listing.substr(blanks, word - 1 - blanks).rfind('\n');
+    if (line_feed != npos) words.push_back({word, blanks + line_feed, found[at][1]});
   }
   return words;
 }

@@ -168,12 +168,41 @@ void parsed_config::index_bundle_ids() {
   }
 }
 
+const std::vector<std::size_t>& parsed_config::positions_of(std::string_view number) const {
+  static const std::vector<std::size_t> none;
+  const auto positions = by_bundle_id_.find(number);
+  return positions == by_bundle_id_.end() ? none : positions->second;
+}
+
 std::vector<std::string_view> parsed_config::with_bundle_id(std::string_view number) const {
   std::vector<std::string_view> found;
-  const auto positions = by_bundle_id_.find(number);
-  if (positions == by_bundle_id_.end()) return found;
-  for (const std::size_t at : positions->second) found.push_back(stanzas_[at]);
+  for (const std::size_t at : positions_of(number)) found.push_back(stanzas_[at]);
   return found;
+}
+
+const parsed_config::port_names& parsed_config::ports_of(std::size_t position) const {
+  static const pattern& five_numbers = constant(R"((?<=interface\s)\w+\/\d+\/\d+\/\d+\/\d+)");
+  static const pattern& four_numbers = constant(R"((?<=interface\s)\w+\/\d+\/\d+\/\d+)");
+  if (const auto known = ports_.find(position); known != ports_.end()) return known->second;
+  const std::string stanza = list_text({&stanzas_[position], 1});
+  // A breakout port goes first, else its name would also yield its four-number head.
+  const std::string remainder = sub(five_numbers, "", stanza);
+  port_names names{distinct(findall(five_numbers, stanza)),
+                   distinct(findall(four_numbers, remainder))};
+  return ports_.emplace(position, std::move(names)).first->second;
+}
+
+std::vector<std::string> parsed_config::ports_with_bundle_id(std::string_view number) const {
+  std::vector<std::string> names;
+  std::unordered_set<std::string_view> seen;
+  for (const auto kind : {&port_names::of_five_numbers, &port_names::of_four_numbers}) {
+    for (const std::size_t at : positions_of(number)) {
+      for (const std::string& name : ports_of(at).*kind) {
+        if (seen.insert(name).second) names.push_back(name);
+      }
+    }
+  }
+  return names;
 }
 
 std::string without_line_ends(std::string_view run_cfg) {
@@ -248,15 +277,7 @@ int get_bundle_type(const value& l2_cfg, std::string_view bundle) {
 
 value get_members(std::string_view bundle, const parsed_config& config) {
   try {
-    static const pattern& five_numbers = constant(R"((?<=interface\s)\w+\/\d+\/\d+\/\d+\/\d+)");
-    static const pattern& four_numbers = constant(R"((?<=interface\s)\w+\/\d+\/\d+\/\d+)");
-    const std::string member_cfg = list_text(config.with_bundle_id(bundle.substr(2)));
-    // A breakout port goes first, else its name would also yield its four-number head.
-    const std::string remainder = sub(five_numbers, "", member_cfg);
-    std::vector<std::string> names = distinct(findall(five_numbers, member_cfg));
-    for (std::string& name : distinct(findall(four_numbers, remainder))) {
-      names.push_back(std::move(name));
-    }
+    const std::vector<std::string> names = config.ports_with_bundle_id(bundle.substr(2));
     return make_list({names.begin(), names.end()});
   } catch (const std::exception& error) {
     return log_and_count(fmt::format("{}: get_members failed {}", error.what(), bundle));

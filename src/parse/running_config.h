@@ -34,14 +34,26 @@ class parsed_config {
   const std::vector<std::string_view>& stanzas() const { return stanzas_; }
   // The stanzas that hold "bundle id NUMBER " with the blank, in order.
   std::vector<std::string_view> with_bundle_id(std::string_view number) const;
+  // The full names of the ports in those stanzas, each once, of breakout ports first. Throws
+  // `failure` if a stanza cannot be searched.
+  std::vector<std::string> ports_with_bundle_id(std::string_view number) const;
 
  private:
+  struct port_names {
+    std::vector<std::string> of_five_numbers;
+    std::vector<std::string> of_four_numbers;
+  };
   void index_bundle_ids();
+  const std::vector<std::size_t>& positions_of(std::string_view number) const;
+  const port_names& ports_of(std::size_t position) const;
 
   std::string text_;                       // what the views point into
   std::vector<std::string_view> stanzas_;  // in order
   // What stands between "bundle id " and the next blank, to stanza positions.
   std::unordered_map<std::string_view, std::vector<std::size_t>> by_bundle_id_;
+  // By stanza position, each searched when it is first asked for: a stanza may hold the ids of many
+  // bundles.
+  mutable std::unordered_map<std::size_t, port_names> ports_;
 };
 
 // `run_cfg` without its line ends, each together with the indented "!" behind it if there is one:

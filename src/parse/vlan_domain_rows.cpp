@@ -51,7 +51,9 @@ std::optional<std::string> vlan_domain_of(const std::shared_ptr<const std::strin
   if (is_plain(core) && is_plain(port)) {
     return st().indexes.get<vlan_domain_rows>(table)->find(core, port);
   }
-  const matches found = findall(pattern(fill(vlan_domain_definition, {core, port})), *table);
+  // As vlan_domain_definition, whose word in front would be tried from each of its characters.
+  const pattern row(fill(R"((?<=\w.)IHP{}\[{}\]:\s<\w+=\w+,VLAN_DOMAIN=(\w+),)", {core, port}));
+  const matches found = findall(row, *table);
   return found.empty() ? std::nullopt : std::optional<std::string>(found.text(0));
 }
 

@@ -102,5 +102,11 @@ TEST(interface_mtus_test, a_listing_without_mtu_lines_is_read_once) {
   EXPECT_TRUE(parse_interface_mtus(listing).as_map().empty());
 }
 
+TEST(interface_mtus_test, a_line_full_of_mtus_is_read_once) {
+  std::string listing = "HundredGigE0/0/0/1 is up\n ";
+  while (listing.size() < 8U << 20) listing += "MTU 1514 ";
+  EXPECT_EQ(parse_interface_mtus(listing), one("0/0/0/1", "1514"));
+}
+
 }  // namespace
 }  // namespace tessel

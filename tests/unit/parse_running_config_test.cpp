@@ -556,6 +556,66 @@ TEST_F(running_config_test, stanzas_by_bundle_id_are_those_that_hold_the_text) {
   }
 }
 
+// The ports of a bundle, by one search of all its stanzas.
+value members_by_definition(const parsed_config& config, std::string_view number) {
+  static const pattern& five = constant(R"((?<=interface\s)\w+\/\d+\/\d+\/\d+\/\d+)");
+  static const pattern& four = constant(R"((?<=interface\s)\w+\/\d+\/\d+\/\d+)");
+  const std::string text = list_text(config.with_bundle_id(number));
+  const std::string remainder = sub(five, "", text);
+  std::vector<value> names;
+  for (const matches& found : {findall(five, text), findall(four, remainder)}) {
+    for (std::size_t at = 0; at < found.size(); ++at) {
+      const value name = found.text(at);
+      if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    }
+  }
+  return make_list(std::move(names));
+}
+
+TEST_F(running_config_test, members_are_those_that_one_search_of_all_stanzas_gives) {
+  constexpr std::array<std::string_view, 20> pieces = {"!",
+                                                       "\n!\n",
+                                                       " ",
+                                                       "'",
+                                                       "\"",
+                                                       "\\",
+                                                       "\x1e",
+                                                       "/1",
+                                                       "/",
+                                                       "interface ",
+                                                       "interface",
+                                                       "\ninterface\t",
+                                                       "bundle id 1 ",
+                                                       "bundle id 12 mode active\n",
+                                                       "Te0/0/0/1",
+                                                       "Te0/0/0/1/3",
+                                                       "Te0/0/0/1/3/4",
+                                                       "interface Te0/0/0/1\n",
+                                                       "interface Te0/0/0/2/0\n",
+                                                       "interface preconfigure Te0/0/0/2\n"};
+  for (unsigned seed = 1; seed <= 3000; ++seed) {
+    std::mt19937 random(seed);
+    const value text = fragments(random, pieces, 3 + seed % 40);
+    const parsed_config config(text);
+    for (const std::string_view name : {"BE1", "BE12", "BE3"}) {
+      EXPECT_EQ(get_members(name, config), members_by_definition(config, name.substr(2)))
+          << "seed " << seed << ", " << name << " in " << quoted_text_of(text);
+    }
+    if (HasFailure()) return;
+  }
+}
+
+TEST_F(running_config_test, a_stanza_with_the_ids_of_many_bundles_is_searched_once) {
+  constexpr int bundles = 20'000;
+  std::string stanza = "interface HundredGigE0/0/0/1";
+  for (int number = 1; number <= bundles; ++number)
+    stanza += fmt::format(" bundle id {} x", number);
+  const parsed_config config(stanza);
+  for (int number = 1; number <= bundles; ++number) {
+    ASSERT_EQ(get_members(fmt::format("BE{}", number), config), list_of({"HundredGigE0/0/0/1"}));
+  }
+}
+
 // The sub-bundles of each bundle that got a record, found by one search for each bundle.
 std::vector<std::pair<std::string, std::vector<std::string>>> by_definition(const value& text) {
   std::vector<std::pair<std::string, std::vector<std::string>>> expected;

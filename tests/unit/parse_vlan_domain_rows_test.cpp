@@ -57,6 +57,7 @@ TEST_F(vlan_domain_rows_test, an_endless_line_behind_the_rows_harms_nothing) {
     const auto text = shared(std::string(table) + line);
     EXPECT_EQ(vlan_domain_of(text, "0", "3"), "0x10");
     EXPECT_EQ(vlan_domain_of(text, "0", "9"), std::nullopt);
+    EXPECT_EQ(vlan_domain_of(text, "0", std::string(25, '1')), std::nullopt);
   }
 }
 
@@ -68,7 +69,7 @@ TEST_F(vlan_domain_rows_test, numbers_of_any_length_are_names_too) {
 }
 
 TEST_F(vlan_domain_rows_test, a_look_up_gives_what_the_pattern_of_one_port_gives_first) {
-  constexpr std::array<std::string_view, 31> pieces = {"0",
+  constexpr std::array<std::string_view, 33> pieces = {"0",
                                                        "1",
                                                        "x",
                                                        "-",
@@ -98,8 +99,12 @@ TEST_F(vlan_domain_rows_test, a_look_up_gives_what_the_pattern_of_one_port_gives
                                                        "[3]: <P=1,VLAN_DOMAIN=7,",
                                                        "IHP0[0]: <IHP=IHP,VLAN_DOMAIN=8,",
                                                        "aa",
-                                                       "TABLE.IHP"};
-  constexpr std::array<std::string_view, 8> names = {"0", "1", "3", "x", "-1", "", "IHP0", "xIHP0"};
+                                                       "TABLE.IHP",
+                                                       "IHP111111111111111111111[3]: <",
+                                                       "T.IHP111111111111111111111[3]: "
+                                                       "<P=1,VLAN_DOMAIN=0x14,"};
+  constexpr std::array<std::string_view, 9> names = {
+      "0", "1", "3", "x", "-1", "", "IHP0", "xIHP0", "111111111111111111111"};
   for (unsigned seed = 1; seed <= 1000; ++seed) {
     SetUp();
     std::mt19937 random(seed);
