@@ -1,10 +1,11 @@
-// Benchmarks of the parsers, of the programming pass's searches and of whole runs. Whole runs need
-// the right to make a mount namespace; this program is then started again as their host.
+// Benchmarks of the parsers, of the programming pass's searches, of whole runs and of the lab.
+// Whole runs need the right to make a mount namespace; this program is then started again as their
+// host.
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
 
-#include "run_bench.h"
+#include "audit.h"
 
 int main(int argc, char** argv) {
   if (std::getenv(bench::host_variable) != nullptr) return bench::run_as_host(argc, argv);

@@ -1,0 +1,254 @@
+// What the lab itself costs: a recording beside a plain run, a call of a tool out of a small and
+// out of the largest capture, the rendering of the largest router. What is compared is measured by
+// turns, so that a machine that is busy for a while is so for both.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "audit.h"
+#include "generate.h"
+#include "latency.h"
+#include "render.h"
+
+namespace bench {
+
+namespace {
+
+namespace fs = std::filesystem;
+using seconds = std::chrono::duration<double>;
+
+double median(std::vector<double> values) {
+  if (values.empty()) return 0;
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+lab::generate_request usual_router() {
+  return lab::default_request("birch");
+}
+
+lab::generate_request largest_router() {
+  lab::generate_request wanted = usual_router();
+  wanted.cards = 16;
+  wanted.npus = 4;
+  wanted.bundles = 256;
+  wanted.members = 16;
+  wanted.l2_subs = 8192;
+  wanted.l3_subs = 1024;
+  return wanted;
+}
+
+// Recording --------------------------------------------------------------------------------------
+
+struct measured {
+  std::vector<double> wall;
+  std::vector<double> tools;
+
+  void add(const audit_times& times) {
+    wall.push_back(times.wall);
+    tools.push_back(times.tools);
+  }
+};
+
+// The list of a recording has a line of explanation, then one per call.
+double calls_in(const fs::path& recorded) {
+  std::ifstream list(recorded / "calls");
+  double lines = -1;
+  for (std::string line; std::getline(list, line);) ++lines;
+  return lines;
+}
+
+struct comparison {
+  fs::path capture;
+  fs::path logs;
+  fs::path record;
+  measured plain;
+  measured recorded;
+  double calls = 0;
+
+  void run_plain() { plain.add(audit(capture, logs)); }
+  void run_recorded() {
+    recorded.add(audit(capture, logs, record));
+    calls = calls_in(record);
+    fs::remove_all(record);
+  }
+};
+
+void tell(const comparison& both, benchmark::State& state) {
+  const auto best = [](const std::vector<double>& values) {
+    return values.empty() ? 0 : *std::min_element(values.begin(), values.end());
+  };
+  const double plain = median(both.plain.wall);
+  const double recorded = median(both.recorded.wall);
+  const double cpu = median(both.recorded.tools) - median(both.plain.tools);
+  state.counters["plain_s"] = plain;
+  state.counters["recorded_s"] = recorded;
+  state.counters["ratio"] = recorded / plain;
+  // What it would be on a machine with nothing else to do.
+  state.counters["ratio_of_best"] = best(both.recorded.wall) / best(both.plain.wall);
+  state.counters["calls"] = both.calls;
+  state.counters["wall_ms_a_call"] = (recorded - plain) / both.calls * 1e3;
+  state.counters["cpu_ms_a_call"] = cpu / both.calls * 1e3;
+}
+
+// An iteration is a plain run and a recorded one; its time is that of the recorded one, the
+// counters are medians and what follows from them.
+void recording(benchmark::State& state, const char* latencies) {
+  const temporary_folder folder;
+  comparison both;
+  both.capture = folder.path() / "capture";
+  both.logs = folder.path() / "logs";
+  both.record = folder.path() / "recorded";
+  fs::create_directory(both.logs);
+  lab::write_folder(lab::render(lab::generate(usual_router())), both.capture);
+  if (*latencies != '\0') setenv(lab::latency_variable, latencies, 1);
+  bool recorded_first = false;
+  for (auto _ : state) {
+    try {
+      if (recorded_first) both.run_recorded();
+      both.run_plain();
+      if (!recorded_first) both.run_recorded();
+      recorded_first = !recorded_first;
+      state.SetIterationTime(both.recorded.wall.back());
+    } catch (const std::exception& error) {
+      state.SkipWithError(error.what());
+      break;
+    }
+  }
+  unsetenv(lab::latency_variable);
+  tell(both, state);
+}
+
+// As long as on a router, and not at all.
+BENCHMARK_CAPTURE(recording, tools_take_time, "ssh=150ms,chip=300ms,all=50ms")
+    ->Iterations(9)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(recording, tools_answer_at_once, "")
+    ->Iterations(41)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+
+// Serving ----------------------------------------------------------------------------------------
+
+// Seconds until a program has ended and all that it prints is read. Throws `lab_error` if it fails.
+double time_of(const fs::path& program, std::vector<std::string> words, const fs::path& capture) {
+  std::string variable = "TESSEL_LAB_CAPTURE=" + capture.string();
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  std::array<char*, 2> environment{variable.data(), nullptr};
+  std::array<int, 2> pipe_ends{};
+  if (pipe2(pipe_ends.data(), O_CLOEXEC) != 0) throw lab::lab_error("no pipe");
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, pipe_ends[1], STDOUT_FILENO);
+
+  const auto start = std::chrono::steady_clock::now();
+  pid_t child = 0;
+  const int problem =
+      posix_spawn(&child, program.c_str(), &actions, nullptr, arguments.data(), environment.data());
+  close(pipe_ends[1]);
+  std::array<char, 1U << 16> buffer{};
+  while (read(pipe_ends[0], buffer.data(), buffer.size()) > 0) continue;
+  int status = 0;
+  if (problem == 0) waitpid(child, &status, 0);
+  const seconds taken = std::chrono::steady_clock::now() - start;
+  close(pipe_ends[0]);
+  posix_spawn_file_actions_destroy(&actions);
+  if (problem != 0 || status != 0)
+    throw lab::lab_error(program.string() + ": " +
+                         (problem != 0 ? std::strerror(problem) : "it failed"));
+  return taken.count();
+}
+
+double files_in(const fs::path& folder) {
+  const fs::recursive_directory_iterator all(folder);
+  return static_cast<double>(std::count_if(
+      begin(all), end(all), [](const fs::directory_entry& e) { return e.is_regular_file(); }));
+}
+
+// The same short answer out of a small and out of the largest capture, and the longest one beside
+// what cat takes for it.
+struct serving_times {
+  fs::path folder;
+  std::vector<double> small;
+  std::vector<double> largest;
+  std::vector<double> longest;
+  std::vector<double> cat;
+
+  double call(const std::vector<std::string>& words, const char* capture) const {
+    return time_of(folder / words.front(), words, folder / capture);
+  }
+  void measure() {
+    small.push_back(call({"sw_version_show"}, "small"));
+    largest.push_back(call({"sw_version_show"}, "largest"));
+    longest.push_back(call({"iface_show", "-i", ".*"}, "largest"));
+    cat.push_back(time_of("/bin/cat", {"cat", longest_answer().string()}, folder));
+  }
+  fs::path longest_answer() const {
+    return folder / "largest" / "local" / lab::file_name("iface_show", {"-i", ".*"});
+  }
+};
+
+// The capture's size must not tell in the time of a call: `ratio` is about 1.
+void serving(benchmark::State& state) {
+  const temporary_folder folder;
+  const fs::path program = fs::path(TESSEL_BUILD_DIR) / "tessel-lab";
+  for (const char* tool : {"sw_version_show", "iface_show"})
+    fs::create_symlink(program, folder.path() / tool);
+  lab::write_folder(lab::render(lab::generate(usual_router())), folder.path() / "small");
+  lab::write_folder(lab::render(lab::generate(largest_router())), folder.path() / "largest");
+  serving_times times;
+  times.folder = folder.path();
+  for (auto _ : state) {
+    try {
+      times.measure();
+      state.SetIterationTime(times.largest.back());
+    } catch (const std::exception& error) {
+      state.SkipWithError(error.what());
+      break;
+    }
+  }
+  const auto counter = [&](const char* name, double value) { state.counters[name] = value; };
+  counter("small_ms", median(times.small) * 1e3);
+  counter("largest_ms", median(times.largest) * 1e3);
+  counter("ratio", median(times.largest) / median(times.small));
+  counter("small_files", files_in(folder.path() / "small"));
+  counter("largest_files", files_in(folder.path() / "largest"));
+  counter("longest_mb", static_cast<double>(fs::file_size(times.longest_answer())) / 1e6);
+  counter("longest_ms", median(times.longest) * 1e3);
+  counter("cat_ms", median(times.cat) * 1e3);
+}
+
+BENCHMARK(serving)->Iterations(501)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// Rendering --------------------------------------------------------------------------------------
+
+// From the request to the folder that holds all answers.
+void rendering_largest(benchmark::State& state) {
+  const temporary_folder folder;
+  int number = 0;
+  for (auto _ : state) {
+    const lab::capture answers = lab::render(lab::generate(largest_router()));
+    lab::write_folder(answers, folder.path() / std::to_string(++number));
+  }
+}
+
+BENCHMARK(rendering_largest)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+}  // namespace bench
