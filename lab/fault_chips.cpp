@@ -358,6 +358,7 @@ std::vector<fault> table_faults() {
        .finding = "Inconsistency {}:{object}({}) NPU {},{node} RIF is not consistent in "
                   "BCM_LIF_TO_VSI_MAPPING:{}, Expected:{}",
        .depth = 81,
+       .hides = reach::bundle_everywhere,  // its sub-bundle has no key on any node
        .plant = plant_vsi},
       {.name = "rif-missing",
        .description = "a chip does not have the router interface of an untagged bundle",

@@ -52,9 +52,10 @@ std::string text_of(const planted_fault& p) {
   return text;
 }
 
-void insist(bool planted, const router& r, const planted_fault& wanted) {
+void insist(bool planted, const router& r, const planted_fault& wanted,
+            const std::string& why = "") {
   if (!planted)
-    throw lab_error(fmt::format("fault {} does not apply to {}", text_of(wanted), r.name));
+    throw lab_error(fmt::format("fault {} does not apply to {}{}", text_of(wanted), r.name, why));
 }
 
 // Splits "NAME@3" into both.
@@ -105,7 +106,15 @@ void plant_faults(router& r) {
 void edit_for_faults(router& r, capture& c) {
   for (planted_fault& one : r.faults) {
     const fault& known = fault_of(one.name);
-    if (known.edit != nullptr) insist(known.edit(c, r, one), r, one);
+    if (known.edit == nullptr) continue;
+    bool planted = false;
+    std::string why;
+    try {
+      planted = known.edit(c, r, one);
+    } catch (const lab_error& failure) {
+      why = fmt::format(": {}", failure.what());  // a fault in front took the answer away
+    }
+    insist(planted, r, one, why);
   }
 }
 

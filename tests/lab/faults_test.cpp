@@ -126,6 +126,18 @@ TEST(Fault, ThatDoesNotApplyIsTold) {
   }
 }
 
+TEST(Fault, WhoseAnswerIsGoneDoesNotApply) {
+  router r = plain("birch-small");
+  r.faults = {parse_fault("tool-missing=lagmgr_health"), parse_fault("health-overlong@2")};
+  try {
+    render(r);
+    FAIL() << "nothing is there to grow";
+  } catch (const lab_error& failure) {
+    EXPECT_EQ(std::string{failure.what()}.find("fault health-overlong@2 does not apply to"), 0U)
+        << failure.what();
+  }
+}
+
 TEST(Fault, NameAndArgumentAreChecked) {
   EXPECT_EQ(parse_fault("tool-empty=lagmgr_health").argument, "lagmgr_health");
   EXPECT_THROW(parse_fault("tool-emptied"), lab_error);
