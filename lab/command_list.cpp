@@ -31,11 +31,13 @@ int faults_command(const std::vector<std::string>& arguments) {
   const option_values o = parse_options(arguments, {.flags = {"--kinds"}});
   expect_operands(o, 0, "nothing");
   for (const fault& f : fault_catalogue())
-    if (o.has("--kinds"))
+    if (o.has("--kinds")) {
       fmt::print("{}\t{}\n", f.name, kind_of(f));
-    else
+    } else {
       fmt::print("{:<24} {}\n{:<24}   {}\n", f.name, f.description, "",
                  f.finding.empty() ? "no finding" : f.finding);
+      for (const by_product& line : f.also) fmt::print("{:<24}   {}\n", "", line.finding);
+    }
   if (!o.has("--kinds"))
     for (const ssh_fault& f : ssh_faults())
       fmt::print("{:<24} {}\n{:<24}   {}\n", f.name, f.description, "", f.finding);

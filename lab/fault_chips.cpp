@@ -48,13 +48,20 @@ bool plant_chip_lag_of_member(router& r, planted_fault& p) {
 }
 
 // Without hierarchical QoS a sub-bundle has no LAG of its own.
-bool plant_chip_sub_lag(router& r, planted_fault& p) {
-  const site s =
-      find_site(r, p, [](const site& one) { return has_chip(one) && !one.b->subs.empty(); });
+bool hold_sub_lag(router& r, planted_fault& p, bool (*is_family)(const site&)) {
+  const site s = find_site(r, p, [&](const site& one) {
+    return has_chip(one) && !one.b->subs.empty() && is_family(one);
+  });
   if (!s || !r.hqos) return false;
   note_place(p, s, name_of(s.b->subs.front()));
   hold_on_npu(r, p, "chip.lag", p.object, s, "absent");
   return true;
+}
+bool plant_chip_sub_lag(router& r, planted_fault& p) {
+  return hold_sub_lag(r, p, on_older_chip);
+}
+bool plant_jericho2_sub_lag(router& r, planted_fault& p) {
+  return hold_sub_lag(r, p, [](const site& one) { return !on_older_chip(one); });
 }
 
 bool plant_chip_member(router& r, planted_fault& p) {
@@ -295,14 +302,21 @@ std::vector<fault> compared_faults() {
       {.name = "chip-lag-lost",
        .description = "a chip with members of a bundle does not have its LAG",
        .finding = "Inconsistency {}: {} not found in BCM for {}{object}({}), {node}",
+       .also = {{"{}: BCM member verification failed for {}{bundle}({}), {node}",
+                 phase::consistency, 71}},
        .depth = 70,
        .hides = reach::bundle,
        .plant = plant_chip_lag_of_member},
       {.name = "chip-sub-lag-missing",
-       .description = "a chip does not have the LAG of a sub-bundle",
-       .finding = "Inconsistency {}: {} not found in BCM for {object}({}), NPU {}, {node}{}",
+       .description = "an older chip does not have the LAG of a sub-bundle",
+       .finding = "Inconsistency {}: {} not found in BCM for {object}({}), NPU {}, {node},NPU: {}",
        .depth = 70,
        .plant = plant_chip_sub_lag},
+      {.name = "chip-sub-lag-jericho2",
+       .description = "a Jericho2 chip does not have the LAG of a sub-bundle",
+       .finding = "Inconsistency {}: {} not found in BCM for {object}({}), NPU {}, {node}",
+       .depth = 70,
+       .plant = plant_jericho2_sub_lag},
       {.name = "chip-member-missing",
        .description = "a chip's LAG lacks a member",
        .finding = "Inconsistency {}: Member ID not found in BCM for {object}, {}{bundle}({}), "
@@ -362,6 +376,7 @@ std::vector<fault> table_faults() {
        .finding = "Inconsistency {}:{object}({}) NPU {},{node} RIF is not consistent in "
                   "BCM_LIF_TO_VSI_MAPPING:{}, Expected:{}",
        .depth = 81,
+       .hides = reach::bundle_everywhere,  // its sub-bundle has no key on any node
        .plant = plant_vsi},
       {.name = "rif-missing",
        .description = "a chip does not have the router interface of an untagged bundle",

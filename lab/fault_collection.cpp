@@ -177,18 +177,30 @@ bool edit_unreachable(capture& c, const router& r, planted_fault& p) {
 
 // Tools -----------------------------------------------------------------------------------------
 
-bool edit_tool_empty(capture& c, const router&, planted_fault& p) {
-  const auto keys = answers_of(c, p.argument.empty() ? "lagmgr_table_show" : p.argument);
-  for (const auto& key : keys) c.answers[key].clear();
-  return !keys.empty();
+// Some tools are asked on some routers alone, or answer there for nothing.
+bool is_asked(const router& r, std::string_view tool) {
+  if (tool == "plat_nodes_show") return !is_single_node(r.type);
+  if (tool == "node_id_convert") return r.type != "aspen";
+  if (tool == "board_api_probe") return r.type == "aspen";
+  if (tool == "ifmgr_show")
+    return std::any_of(r.bundles.begin(), r.bundles.end(),
+                       [](const bundle& b) { return !b.members.empty() && !b.subs.empty(); });
+  return true;
 }
 
-bool edit_tool_missing(capture& c, const router&, planted_fault& p) {
+bool edit_tool_empty(capture& c, const router& r, planted_fault& p) {
+  const std::string tool = p.argument.empty() ? "lagmgr_table_show" : p.argument;
+  const auto keys = answers_of(c, tool);
+  for (const auto& key : keys) c.answers[key].clear();
+  return !keys.empty() && is_asked(r, tool);
+}
+
+bool edit_tool_missing(capture& c, const router& r, planted_fault& p) {
   const std::string tool = p.argument.empty() ? "lagmgr_agent_show" : p.argument;
   c.missing_tools.push_back(tool);
   const auto keys = answers_of(c, tool);
   for (const auto& key : keys) c.answers.erase(key);
-  return !keys.empty();
+  return !keys.empty() && is_asked(r, tool);
 }
 
 bool edit_pi_handle(capture& c, const router&, planted_fault&) {
@@ -396,6 +408,25 @@ bool plant_untagged(router& r, planted_fault& p) {
   if (sub == nullptr) return false;
   sub->encapsulation = "untagged";
   return true;
+}
+
+// On earlier chips, where the key of a sub-bundle without a tag cannot be told from its domain.
+bool plant_no_key(router& r, planted_fault& p) {
+  sub_bundle* sub = choose_sub(r, p, [](const sub_bundle& one) { return one.l2; });
+  if (sub == nullptr) return false;
+  for (const site& s : sites_of(r))
+    if (has_older_chip(s) && name_of(*s.b) == p.bundle) {
+      sub->encapsulation = "untagged";
+      return true;
+    }
+  return false;
+}
+
+bool plant_no_key_with_hqos(router& r, planted_fault& p) {
+  return r.hqos && plant_no_key(r, p);
+}
+bool plant_no_key_without_hqos(router& r, planted_fault& p) {
+  return !r.hqos && plant_no_key(r, p);
 }
 
 bool edit_huge_tag(capture& c, const router& r, planted_fault& p) {
@@ -618,7 +649,8 @@ std::vector<fault> tool_faults() {
        .deepest = 41,
        .stops_from = phase::consistency,
        .edit = edit_tool_missing,
-       .takes_argument = true},
+       .takes_argument = true,
+       .argued_like = "tool-empty"},
       {.name = "pi-garbage",
        .description = "the bundle manager shows a handle that is no number",
        .finding = "{}: parse_bundle_info_PI failed",
@@ -701,6 +733,79 @@ std::vector<fault> tool_faults() {
   return faults;
 }
 
+// What one tool's silence does.
+std::vector<fault> silent_tool_faults() {
+  std::vector<fault> faults{
+      {.name = "tool-empty=sw_version_show",
+       .description = "the version tool prints nothing",
+       .finding = "ERROR: Not able to get router type",
+       .shown = phase::start,
+       .stops_from = phase::collecting},
+      {.name = "tool-empty=plat_nodes_show",
+       .description = "the list of nodes is empty; nobody knows the members' ports",
+       .finding = "{}: get_member_pp_port failed for {}",
+       .also = {{"{}: parse_vlan_domain failed", phase::parsing}},
+       .shown = phase::parsing,
+       .stops_from = phase::consistency},
+      {.name = "tool-empty=node_id_convert",
+       .description = "the tool that tells node ids prints nothing",
+       .finding = "{}: dump data failed",
+       .shown = phase::collecting,
+       .stops_from = phase::collecting},
+      {.name = "tool-empty=board_api_probe",
+       .description = "the boards of an aspen print nothing",
+       .finding = "ERROR: Not able to get node id for {}",
+       .shown = phase::collecting,
+       .stops_from = phase::collecting},
+      {.name = "tool-empty=fwd_object_show",
+       .description = "no node prints a forwarding object",
+       .finding = "INFO: DPA lagport object dont have any bundle data/no bundle member from, {}",
+       .also = {{"{}: get_member_pp_port failed for {}", phase::parsing}},
+       .shown = phase::collecting,
+       .stops_from = phase::consistency},
+      {.name = "tool-empty=asic_shell_show",
+       .description = "no chip shell prints anything, the list of chip units included",
+       .finding = "INFO: BCM hardware dont have any bundle data/no bundle member from Location {}",
+       .shown = phase::collecting,
+       .depth = -1},
+      {.name = "tool-empty=lagmgr_agent_show",
+       .description = "the agents print nothing",
+       .finding = "INFO: Bundlemgr PD dont have any bundle data",
+       .shown = phase::collecting,
+       .depth = 40,
+       .deepest = 41,
+       .stops_from = phase::consistency},
+      {.name = "tool-empty=cfg_render",
+       .description = "the running configuration is empty",
+       .finding = "INFO: No Bundle is configured/No member is added to Bundle",
+       .also = {{"PARSE-ERROR: Not able to find the start of the running config",
+                 phase::collecting}},
+       .shown = phase::parsing,
+       .deepest = 4,  // what stands in the configuration itself
+       .stops_from = phase::consistency},
+      {.name = "tool-empty=ifmgr_show",
+       .description = "the interface manager lists no interface",
+       .finding = "Inconsistency {}:Data for sub-bundle {} not found in IM database",
+       .shown = phase::consistency,
+       .depth = 20},
+      {.name = "tool-empty=iface_show",
+       .description = "the interface manager shows no port",
+       .finding = "{}: BM PI verification failed for {},{}({}), {}",
+       .shown = phase::consistency,
+       .depth = 31},
+      {.name = "tool-empty=lagmgr_health",
+       .description = "the bundle manager's own check prints nothing",
+       .shown = phase::health,
+       .depth = 90,
+       .counted = false},
+  };
+  for (fault& one : faults) {
+    one.hides = reach::router;
+    one.edit = edit_tool_empty;
+  }
+  return faults;
+}
+
 std::vector<fault> configuration_faults() {
   return {
       {.name = "config-no-banner",
@@ -752,6 +857,19 @@ std::vector<fault> configuration_faults() {
        .shown = phase::parsing,
        .depth = 2,
        .plant = plant_untagged},
+      {.name = "sub-no-key",
+       .description = "an older chip can hold no key for an untagged sub-bundle whose LIF it knows",
+       .finding = "{}: verify_lif_rif_mac_mapping_key_llif failed for {object}({}) NPU {},{}",
+       .shown = phase::programming,
+       .depth = 2,
+       .plant = plant_no_key_with_hqos},
+      {.name = "sub-no-glif",
+       .description = "without hqos nobody tells the LIF of an untagged sub-bundle",
+       .finding = "Programming Error {}: LIF/RIF verification failed for {object}({}) NPU {},{}: "
+                  "GLIF {} is not valid",
+       .shown = phase::programming,
+       .depth = 2,
+       .plant = plant_no_key_without_hqos},
       {.name = "sub-huge-tag",
        .description = "a sub-bundle is configured with a VLAN of more than twenty digits",
        .finding = "{}: verify_lif_rif_mac_mapping failed for {object}({}) NPU {},{node}",
@@ -810,7 +928,7 @@ std::vector<fault> configuration_faults() {
 
 std::vector<fault> collection_faults() {
   std::vector<fault> all;
-  for (auto part : {platform_faults, tool_faults, configuration_faults})
+  for (auto part : {platform_faults, tool_faults, silent_tool_faults, configuration_faults})
     for (fault& one : part()) all.push_back(one);
   return all;
 }

@@ -137,14 +137,27 @@ bool plant_pd_lag(router& r, planted_fault& p) {
          is_of_every_node(p);
 }
 
-// Where the standby route processor serves the same ports, without an agent.
-bool plant_pd_member_id(router& r, planted_fault& p) {
-  const bool shared = std::any_of(r.nodes.begin(), r.nodes.end(), [&](const node& n) {
+// Where the standby route processor serves the same ports, without an agent. The first of the two
+// sets what is expected.
+bool hold_id_beside_standby(router& r, planted_fault& p, bool standby_is_first) {
+  const auto shares = [&](const node& n) {
     return n.state == "STANDBY" && port_owner(r, n) != n.name;
+  };
+  const auto standby = std::find_if(r.nodes.begin(), r.nodes.end(), shares);
+  if (standby == r.nodes.end()) return false;
+  const site s = find_site(r, p, [&](const site& one) {
+    return one.n->name == port_owner(r, *standby) &&
+           (standby->name < one.n->name) == standby_is_first;
   });
-  const site s = find_site(r, p, anywhere);
-  return shared && s && hold_of_member(r, p, s, "pd.id", fmt::format("{:#x}", s.m->id + 40)) &&
+  return s && hold_of_member(r, p, s, "pd.id", fmt::format("{:#x}", s.m->id + 40)) &&
          is_of_every_node(p);
+}
+
+bool plant_pd_member_id(router& r, planted_fault& p) {
+  return hold_id_beside_standby(r, p, false);
+}
+bool plant_pd_member_id_second(router& r, planted_fault& p) {
+  return hold_id_beside_standby(r, p, true);
 }
 
 bool plant_pd_member(router& r, planted_fault& p) {
@@ -391,6 +404,8 @@ std::vector<fault> manager_faults() {
       {.name = "pd-bundle-missing",
        .description = "the bundle manager's agents do not hold a bundle",
        .finding = "Inconsistency {}: BME has no entry for {object}({}), {node}",
+       .also = {{"{}: BME member verification failed for {},{bundle}({}), {}", phase::consistency,
+                 45}},
        .depth = 40,
        .hides = reach::bundle_everywhere,
        .plant = plant_pd_bundle},
@@ -495,6 +510,7 @@ std::vector<fault> forwarding_faults() {
       {.name = "dpa-npu-missing",
        .description = "a forwarding object lacks the only member of an NPU",
        .finding = "{}: DPA Member verification failed for {object},{bundle}({}), {node}",
+       .also = {{"{}: Bundle programming verification failed", phase::programming, 58}},
        .depth = 58,  // without members, an NPU has no VLAN domain either
        .hides = reach::bundle,
        .stops_from = phase::programming,
@@ -557,6 +573,7 @@ std::vector<fault> unreadable_object_faults() {
       {.name = "port-unknown",
        .description = "the forwarding layer does not know a member's port",
        .finding = "{}: get_member_pp_port failed for {}{object}",
+       .also = {{"{}: parse_vlan_domain failed", phase::parsing}},
        .shown = phase::parsing,
        .plant = plant_lost_port},
   };
@@ -573,18 +590,24 @@ std::vector<fault> faults_between_nodes() {
       {.name = "pd-lag-id",
        .description = "the agents have a bundle under another LAG id on one of its nodes",
        .finding =
-           "Inconsistency {}:{object}({}), {} Lag ID is not consistent in {}:{}, Expected:{}",
+           "Inconsistency {}:{object}({}), {} Lag ID is not consistent in BME:{}, Expected:{}",
        .depth = 42,
        .hides = reach::bundle_everywhere,
        .plant = plant_pd_lag},
       {.name = "pd-member-id",
-       .description = "the agent has a member under another id, which a standby node shares",
-       .finding =
-           "Inconsistency {}:{object},{bundle}({}), {} Member ID is not consistent in {}:{}, "
-           "Expected:{}",
+       .description = "the agent has a member under another id than a standby node behind it",
+       .finding = "Inconsistency {}:{object},{bundle}({}), {} Member ID is not consistent in "
+                  "DPA_Members:{}, Expected:{}",
        .depth = 47,
        .hides = reach::bundle_everywhere,
        .plant = plant_pd_member_id},
+      {.name = "pd-member-id-second",
+       .description = "the agent has a member under another id than a standby node in front of it",
+       .finding = "Inconsistency {}:{object},{bundle}({}), {} Member ID is not consistent in "
+                  "BME_Members:{}, Expected:{}",
+       .depth = 47,
+       .hides = reach::bundle_everywhere,
+       .plant = plant_pd_member_id_second},
       {.name = "dpa-glif",
        .description = "a bundle has another global LIF on one of its nodes",
        .finding = "Inconsistency {}:{object}({}), {} GLIF is not consistent in "

@@ -22,13 +22,26 @@ const std::vector<fault>& fault_catalogue() {
 
 namespace {
 
-const fault& fault_of(const std::string& name) {
+const fault* find_fault(const std::string& name) {
   const auto& all = fault_catalogue();
   const auto found =
       std::find_if(all.begin(), all.end(), [&](const fault& f) { return f.name == name; });
-  if (found == all.end())
+  return found == all.end() ? nullptr : &*found;
+}
+
+const fault& fault_of(const std::string& name) {
+  const fault* found = find_fault(name);
+  if (found == nullptr)
     throw lab_error(fmt::format("there is no fault \"{}\"; `tessel-lab faults` lists them", name));
   return *found;
+}
+
+// What is known about the fault with its argument. None if nothing is.
+const fault* known_effect(const planted_fault& p) {
+  const fault& by_name = fault_of(p.name);
+  if (p.argument.empty()) return &by_name;
+  const std::string_view list = by_name.argued_like.empty() ? by_name.name : by_name.argued_like;
+  return find_fault(fmt::format("{}={}", list, p.argument));
 }
 
 // As it was asked for.
@@ -39,9 +52,10 @@ std::string text_of(const planted_fault& p) {
   return text;
 }
 
-void insist(bool planted, const router& r, const planted_fault& wanted) {
+void insist(bool planted, const router& r, const planted_fault& wanted,
+            const std::string& why = "") {
   if (!planted)
-    throw lab_error(fmt::format("fault {} does not apply to {}", text_of(wanted), r.name));
+    throw lab_error(fmt::format("fault {} does not apply to {}{}", text_of(wanted), r.name, why));
 }
 
 // Splits "NAME@3" into both.
@@ -92,13 +106,21 @@ void plant_faults(router& r) {
 void edit_for_faults(router& r, capture& c) {
   for (planted_fault& one : r.faults) {
     const fault& known = fault_of(one.name);
-    if (known.edit != nullptr) insist(known.edit(c, r, one), r, one);
+    if (known.edit == nullptr) continue;
+    bool planted = false;
+    std::string why;
+    try {
+      planted = known.edit(c, r, one);
+    } catch (const lab_error& failure) {
+      why = fmt::format(": {}", failure.what());  // a fault in front took the answer away
+    }
+    insist(planted, r, one, why);
   }
 }
 
 bool applies(const router& r, std::string_view name) {
   router trial = r;
-  trial.faults = {{.name = std::string{name}}};
+  trial.faults = {parse_fault(std::string{name})};
   try {
     render(trial);
   } catch (const lab_error&) {
@@ -158,22 +180,31 @@ std::string filled_in(std::string_view finding, const planted_fault& p) {
 
 }  // namespace
 
-std::string hidden_by(const planted_fault& a, const planted_fault& b) {
-  const fault& hiding = fault_of(a.name);
-  const fault& hidden = fault_of(b.name);
-  // What another argument does is not known.
-  if (!a.argument.empty()) return fmt::format("{} may do anything", text_of(a));
-  if (hidden.shown >= hiding.stops_from && hidden.shown <= hiding.stops_to)
+namespace {
+
+// `line` is what `b` would show, on the place that it gives.
+std::string hidden_by(const planted_fault& a, const planted_fault& b, const by_product& line) {
+  const fault* hiding = known_effect(a);
+  if (hiding == nullptr) return fmt::format("{} may do anything", text_of(a));
+  if (line.shown >= hiding->stops_from && line.shown <= hiding->stops_to)
     return fmt::format("{} ends the audit in front of it", text_of(a));
-  if (hidden.shown == phase::stale && hiding.counted)
+  if (line.shown == phase::stale && hiding->counted)
     return fmt::format("{} leaves no clean run", text_of(a));
   if (hold_the_same(a, b)) return fmt::format("{} changes the same value", text_of(a));
   constexpr int deepest_central = 20;
-  const bool central = hidden.depth <= deepest_central && b.node.empty();
-  if (hiding.depth <= hidden.depth && hidden.depth <= hiding.deepest &&
-      reaches(hiding, a, b, central))
+  const bool central = line.depth <= deepest_central && b.node.empty();
+  if (hiding->depth <= line.depth && line.depth <= hiding->deepest &&
+      reaches(*hiding, a, b, central))
     return fmt::format("{} is at the same place", text_of(a));
   return {};
+}
+
+}  // namespace
+
+std::string hidden_by(const planted_fault& a, const planted_fault& b) {
+  const fault* hidden = known_effect(b);
+  if (hidden == nullptr) return fmt::format("nobody knows what {} does", text_of(b));
+  return hidden_by(a, b, {hidden->finding, hidden->shown, hidden->depth});
 }
 
 namespace {
@@ -183,12 +214,12 @@ bool is_clean(const router& r) {
   return std::none_of(r.bundles.begin(), r.bundles.end(), has_untagged);
 }
 
-std::string why_hidden(const router& r, const planted_fault& p,
-                       const std::vector<planted_fault>& all) {
-  if (fault_of(p.name).shown == phase::stale && !is_clean(r)) return "untagged leaves no clean run";
+std::string why_hidden(const router& r, const planted_fault& p, const by_product& line,
+                       const planted_fault& itself, const std::vector<planted_fault>& all) {
+  if (line.shown == phase::stale && !is_clean(r)) return "untagged leaves no clean run";
   for (const planted_fault& other : all)
-    if (&other != &p)
-      if (std::string why = hidden_by(other, p); !why.empty()) return why;
+    if (&other != &itself)
+      if (std::string why = hidden_by(other, p, line); !why.empty()) return why;
   return {};
 }
 
@@ -199,11 +230,21 @@ std::vector<expectation> expected_findings(const router& r) {
   render(r, &planted);
   std::vector<expectation> expected;
   for (const planted_fault& one : planted) {
-    expectation e{.name = text_of(one)};
-    // What another argument brings to light is not known either.
-    if (one.argument.empty()) e.finding = filled_in(fault_of(one.name).finding, one);
-    e.hidden = why_hidden(r, one, planted);
-    expected.push_back(std::move(e));
+    const fault* effect = known_effect(one);
+    if (effect == nullptr) {
+      expected.push_back({.name = text_of(one)});
+      continue;
+    }
+    const by_product main{effect->finding, effect->shown, effect->depth};
+    expected.push_back({.name = text_of(one),
+                        .finding = filled_in(effect->finding, one),
+                        .hidden = why_hidden(r, one, main, one, planted)});
+    planted_fault anything = one;
+    anything.object.clear();
+    for (const by_product& line : effect->also)
+      expected.push_back({.name = text_of(one),
+                          .finding = filled_in(line.finding, one),
+                          .hidden = why_hidden(r, anything, line, one, planted)});
   }
   return expected;
 }

@@ -25,12 +25,23 @@ enum class phase { start, collecting, parsing, consistency, programming, stale, 
 // same object, all of the bundle on that node, the bundle on every node, all of the node, all.
 enum class reach { nothing, object, bundle, bundle_everywhere, node, router };
 
+// A line that a fault's finding brings with it.
+struct by_product {
+  std::string_view finding;
+  phase shown = phase::consistency;
+  int depth = 0;
+};
+
+// "tool-empty=lagmgr_health" is an entry of its own for what one argument does; it is planted as
+// the fault that takes the argument.
 struct fault {
   std::string_view name;
   std::string_view description;
   // The line that a log or the console must show, as docs/FINDINGS.md writes it: {} stands for any
   // text, {object}, {bundle} and {node} for the place. Empty if the fault must not be found.
   std::string_view finding{};
+  // What must show as well; more hides it, as it may be about any object around the place.
+  std::vector<by_product> also{};
 
   // Where the finding shows, and what the fault hides of others: see `hidden_by`.
   phase shown = phase::consistency;
@@ -46,6 +57,8 @@ struct fault {
   // Changes the rendered outputs; returns false likewise. May be null.
   bool (*edit)(capture& c, const router& r, planted_fault& p) = nullptr;
   bool takes_argument = false;
+  // The fault whose entries tell what the arguments do; empty: it has its own.
+  std::string_view argued_like{};
 };
 
 const std::vector<fault>& fault_catalogue();

@@ -21,8 +21,9 @@ bool is_slow(const fault& f) {
   return f.name == "scale-l2-subs" || f.name == "overlong-line";
 }
 
-constexpr const char* routers[] = {"birch-small",    "elm-single",     "aspen-standby",
-                                   "birch-untagged", "aspen-jericho2", "cedar-mixed"};
+constexpr const char* routers[] = {"birch-small",         "elm-single",     "aspen-standby",
+                                   "aspen-standby-first", "birch-untagged", "aspen-jericho2",
+                                   "cedar-mixed"};
 
 router plain(const std::string& name) {
   return lab_test::rendered_router(name).r;
@@ -88,16 +89,17 @@ TEST(Catalogue, EveryFindingIsAMessageOfTheAudit) {
   for (const std::string& message : documented_messages())
     if (fixed_words(message) > 10) messages.emplace_back(message, pattern_of(message));
   ASSERT_GT(messages.size(), 100U);
-  for (const fault& f : fault_catalogue()) {
-    if (f.finding.empty() || f.shown == phase::health) continue;  // a report, no message
-    const std::string finding{f.finding};
+  const auto is_message = [&](const std::string& finding) {
     const std::regex pattern = pattern_of(finding);
-    EXPECT_TRUE(std::any_of(messages.begin(), messages.end(),
-                            [&](const auto& message) {
-                              return std::regex_match(finding, message.second) ||
-                                     std::regex_match(message.first, pattern);
-                            }))
-        << f.name << ": " << finding;
+    return std::any_of(messages.begin(), messages.end(), [&](const auto& message) {
+      return std::regex_match(finding, message.second) || std::regex_match(message.first, pattern);
+    });
+  };
+  for (const fault& f : fault_catalogue()) {
+    for (const by_product& line : f.also)
+      EXPECT_TRUE(is_message(std::string{line.finding})) << f.name << ": " << line.finding;
+    if (f.finding.empty() || f.shown == phase::health) continue;  // a report, no message
+    EXPECT_TRUE(is_message(std::string{f.finding})) << f.name << ": " << f.finding;
   }
 }
 
@@ -122,6 +124,18 @@ TEST(Fault, ThatDoesNotApplyIsTold) {
     FAIL() << "a single node cannot be in another band";
   } catch (const lab_error& failure) {
     EXPECT_STREQ(failure.what(), "fault node-not-final does not apply to elm-single");
+  }
+}
+
+TEST(Fault, WhoseAnswerIsGoneDoesNotApply) {
+  router r = plain("birch-small");
+  r.faults = {parse_fault("tool-missing=lagmgr_health"), parse_fault("health-overlong@2")};
+  try {
+    render(r);
+    FAIL() << "nothing is there to grow";
+  } catch (const lab_error& failure) {
+    EXPECT_EQ(std::string{failure.what()}.find("fault health-overlong@2 does not apply to"), 0U)
+        << failure.what();
   }
 }
 
@@ -199,6 +213,13 @@ TEST(Hiding, HigherLayerHidesLowerOneAtTheSamePlace) {
   EXPECT_EQ(why("birch-small", "dpa-mtu", "chip-mtu@1"), "") << "another member";
 }
 
+TEST(Hiding, EffectsOfSomeArgumentsAreKnown) {
+  EXPECT_NE(why("birch-small", "tool-empty=iface_show", "chip-mtu"), "");
+  EXPECT_EQ(why("birch-small", "tool-empty=iface_show", "pi-bundle-missing"), "");
+  EXPECT_EQ(why("birch-small", "tool-missing=iface_show", "pi-bundle-missing"), "") << "as silent";
+  EXPECT_NE(why("birch-small", "capture-blocked=IM_PI", "pi-bundle-missing"), "") << "unknown";
+}
+
 TEST(Hiding, OneValueIsChangedOnce) {
   EXPECT_NE(why("birch-small", "dpa-l3-rif", "l3intf-no-rif"), "");
   EXPECT_EQ(why("birch-small", "dpa-l3-rif", "l3intf-no-rif@2"), "") << "another node";
@@ -221,6 +242,18 @@ TEST(Expected, FindingsNameTheirPlace) {
   EXPECT_EQ(expected[0].hidden, "");
   EXPECT_EQ(expected[1].finding, "");
   EXPECT_EQ(expected[2].hidden, "dpa-mac@2 leaves no clean run");
+}
+
+TEST(Expected, LinesThatComeWithAFindingAreHiddenByMore) {
+  router r = plain("birch-small");
+  r.faults = {parse_fault("pd-bundle-missing"), parse_fault("pi-member-missing")};
+  const auto expected = expected_findings(r);
+  ASSERT_EQ(expected.size(), 3U);
+  EXPECT_EQ(expected[0].hidden, "");
+  EXPECT_EQ(expected[1].name, "pd-bundle-missing");
+  EXPECT_EQ(expected[1].finding, "{}: BME member verification failed for {},BE1({}), {}");
+  EXPECT_NE(expected[1].hidden, "") << "that member is not asked for at the agent";
+  EXPECT_EQ(expected[2].name, "pi-member-missing");
 }
 
 TEST(Expected, UntaggedSubBundlesLeaveNoCleanRun) {
