@@ -23,7 +23,7 @@ bool is_slow(const fault& f) {
 
 constexpr const char* routers[] = {"birch-small",         "elm-single",     "aspen-standby",
                                    "aspen-standby-first", "birch-untagged", "aspen-jericho2",
-                                   "cedar-mixed"};
+                                   "cedar-mixed",         "birch-odd-forms"};
 
 router plain(const std::string& name) {
   return lab_test::rendered_router(name).r;
