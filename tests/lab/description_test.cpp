@@ -48,7 +48,7 @@ TEST(Description, LeavesTheRestToDerivation) {
 }
 
 TEST(Description, KeepsWhatItSays) {
-  const router r = parse_router(R"(type = "birch"
+  const router r = parse_router(R"toml(type = "birch"
 model = "TR-WILLOW (x86_64)"
 hqos = true
 host_node_id = 4352
@@ -69,7 +69,7 @@ field = "dpa.lag"
 object = "BE5"
 node = "0/0/CPU0"
 value = "0x99"
-)",
+)toml",
                                 "test.toml");
   EXPECT_EQ(r.model, "TR-WILLOW (x86_64)");
   EXPECT_EQ(r.host_node_id, 4352U);
