@@ -5,10 +5,13 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
 #include "beside.h"
+#include "messages.h"
 #include "router.h"
 
 namespace lab {
@@ -76,13 +79,6 @@ std::string manifest_of(const capture& c) {
   return text;
 }
 
-void write_file(const fs::path& file, std::string_view text) {
-  std::ofstream out(file, std::ios::binary);
-  out.write(text.data(), static_cast<std::streamsize>(text.size()));
-  out.close();
-  if (!out) throw lab_error(fmt::format("{}: cannot be written", file.string()));
-}
-
 std::vector<std::string> names_of(toml::node_view<toml::node> list) {
   std::vector<std::string> names;
   if (const toml::array* all = list.as_array())
@@ -93,11 +89,13 @@ std::vector<std::string> names_of(toml::node_view<toml::node> list) {
 }  // namespace
 
 std::string read_whole(const fs::path& file) {
+  errno = 0;
   std::ifstream in(file, std::ios::binary);
   std::ostringstream text;
   if (in.peek() != std::ifstream::traits_type::eof()) text << in.rdbuf();
   if (!in.is_open() || in.bad() || text.fail())
-    throw lab_error(fmt::format("{}: cannot be read", file.string()));
+    throw lab_error(fmt::format("{}: cannot be read: {}", file.string(),
+                                errno == 0 ? "unknown cause" : std::strerror(errno)));
   return std::move(text).str();
 }
 
@@ -162,32 +160,33 @@ void write_files(const capture& c, const fs::path& folder) {
     const fs::path place = folder / key.first;
     if (key.first != made) fs::create_directories(place);
     made = key.first;
-    write_file(place / key.second, text);
+    write_whole(place / key.second, text);
   }
-  if (!c.calls.empty()) write_file(folder / "calls", c.calls);
+  if (!c.calls.empty()) write_whole(folder / "calls", c.calls);
   write_manifest(c, folder);
 }
 
 void write_manifest(const capture& c, const fs::path& folder) {
-  write_file(folder / "manifest", manifest_of(c));
+  write_whole(folder / "manifest", manifest_of(c));
 }
 
 void build_beside(const fs::path& out, const std::function<void(const fs::path&)>& build) {
   if (fs::exists(fs::symlink_status(out)))
     throw lab_error(fmt::format("{}: exists already", out.string()));
-  try {
-    const folder_beside made(out);
-    const fs::path building = made.path() / "built";
+  const folder_beside made(out);
+  const fs::path building = made.path() / "built";
+  tell_as(building, out.string(), [&] {
     build(building);
     fs::rename(building, out);
-  } catch (const fs::filesystem_error& failure) {
-    throw lab_error(fmt::format("{}: {}", out.string(), failure.code().message()));
-  }
+  });
 }
 
 void write_folder(const capture& c, const fs::path& out) {
-  std::error_code ignored;  // then nothing can be made there, which is told below
-  fs::create_directories(fs::absolute(out / ".").parent_path().parent_path(), ignored);
+  const fs::path above = fs::absolute(out / ".").parent_path().parent_path();
+  std::error_code failure;
+  fs::create_directories(above, failure);
+  if (failure)
+    throw lab_error(fmt::format("{}: cannot be made: {}", above.string(), failure.message()));
   build_beside(out, [&](const fs::path& building) {
     fs::create_directories(building);
     write_files(c, building);
@@ -233,20 +232,39 @@ capture parse_manifest(std::string_view text, const std::string& file) {
 
 capture read_manifest(const fs::path& folder) {
   const fs::path file = folder / "manifest";
-  if (fs::is_directory(folder) && !fs::exists(file))
+  if (!fs::exists(folder))
+    throw lab_error(fmt::format("{}: there is no such capture", folder.string()));
+  if (!fs::is_directory(folder))
+    throw lab_error(fmt::format("{}: no capture, it is no folder", folder.string()));
+  if (!fs::exists(file))
     throw lab_error(fmt::format("{}: no capture, there is no manifest in it", folder.string()));
   return parse_manifest(read_whole(file), file.string());
 }
+
+namespace {
+
+// A link would lead to a file that is no part of the capture, a pipe would never end.
+void refuse_unless_file(const fs::directory_entry& entry) {
+  if (!fs::is_regular_file(entry.symlink_status()))
+    throw lab_error(fmt::format("{}: is no regular file", entry.path().string()));
+}
+
+}  // namespace
 
 capture read_folder(const fs::path& folder) {
   capture c = read_manifest(folder);
   if (fs::exists(folder / "calls")) c.calls = read_whole(folder / "calls");
   for (const auto& place : fs::directory_iterator(folder)) {
-    if (!place.is_directory()) continue;
-    for (const auto& file : fs::directory_iterator(place.path()))
+    if (!fs::is_directory(place.symlink_status())) {
+      refuse_unless_file(place);
+      continue;
+    }
+    for (const auto& file : fs::directory_iterator(place.path())) {
+      refuse_unless_file(file);
       c.answers.emplace(
           std::pair{place.path().filename().string(), file.path().filename().string()},
           read_whole(file.path()));
+    }
   }
   return c;
 }

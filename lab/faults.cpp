@@ -7,6 +7,7 @@
 
 #include "fault_sites.h"
 #include "render.h"
+#include "ssh_faults.h"
 
 namespace lab {
 
@@ -26,6 +27,8 @@ const fault& fault_of(const std::string& name) {
   const auto& all = fault_catalogue();
   const auto found =
       std::find_if(all.begin(), all.end(), [&](const fault& f) { return f.name == name; });
+  if (is_ssh_fault(name))
+    throw lab_error(fmt::format("fault {} needs a run with --real-ssh", name));
   if (found == all.end())
     throw lab_error(fmt::format("there is no fault \"{}\"; `tessel-lab faults` lists them", name));
   return *found;
