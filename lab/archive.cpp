@@ -3,12 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <fstream>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "archive_stream.h"
+#include "messages.h"
 #include "private_files.h"
 #include "record_check.h"
 #include "router.h"
@@ -115,11 +115,7 @@ void check_size(const fs::path& folder, const std::vector<source_file>& files,
 
 void write_entry(const fs::path& folder, const place_in_capture& where, const std::string& text) {
   if (!where.place.empty()) fs::create_directories(folder / where.place);
-  const fs::path file = folder / where.place / where.file;
-  std::ofstream out(file, std::ios::binary);
-  out.write(text.data(), static_cast<std::streamsize>(text.size()));
-  out.close();
-  if (!out) throw lab_error(fmt::format("{}: cannot be written", file.string()));
+  write_whole(folder / where.place / where.file, text);
 }
 
 }  // namespace

@@ -7,10 +7,13 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 
 #include "beside.h"
+#include "messages.h"
 #include "parse_toml.h"
 #include "router.h"
 
@@ -79,13 +82,6 @@ std::string manifest_of(const capture& c) {
   return text;
 }
 
-void write_file(const fs::path& file, std::string_view text) {
-  std::ofstream out(file, std::ios::binary);
-  out.write(text.data(), static_cast<std::streamsize>(text.size()));
-  out.close();
-  if (!out) throw lab_error(fmt::format("{}: cannot be written", file.string()));
-}
-
 std::vector<std::string> names_of(toml::node_view<toml::node> list) {
   std::vector<std::string> names;
   if (const toml::array* all = list.as_array())
@@ -93,14 +89,19 @@ std::vector<std::string> names_of(toml::node_view<toml::node> list) {
   return names;
 }
 
+[[noreturn]] void fail_to_read(const fs::path& file, int error) {
+  throw lab_error(fmt::format("{}: cannot be read: {}", file.string(),
+                              error == 0 ? "unknown cause" : std::strerror(error)));
+}
+
 }  // namespace
 
 std::string read_whole(const fs::path& file) {
+  errno = 0;
   std::ifstream in(file, std::ios::binary);
   std::ostringstream text;
   if (in.peek() != std::ifstream::traits_type::eof()) text << in.rdbuf();
-  if (!in.is_open() || in.bad() || text.fail())
-    throw lab_error(fmt::format("{}: cannot be read", file.string()));
+  if (!in.is_open() || in.bad() || text.fail()) fail_to_read(file, errno);
   return std::move(text).str();
 }
 
@@ -108,9 +109,10 @@ std::string read_own(const fs::path& file) {
   // A pipe without a writer would hold up whoever opens it.
   const int fd = open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   struct stat status {};
-  if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-    if (fd >= 0) close(fd);
-    throw lab_error(fmt::format("{}: cannot be read", file.string()));
+  if (fd < 0) fail_to_read(file, errno);
+  if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+    close(fd);
+    throw lab_error(fmt::format("{}: is no regular file", file.string()));
   }
   std::string text(static_cast<std::size_t>(status.st_size), '\0');
   std::size_t size = 0;
@@ -119,8 +121,9 @@ std::string read_own(const fs::path& file) {
     got = read(fd, text.data() + size, text.size() - size);
     if (got > 0) size += static_cast<std::size_t>(got);
   }
+  const int error = errno;
   close(fd);
-  if (got < 0) throw lab_error(fmt::format("{}: cannot be read", file.string()));
+  if (got < 0) fail_to_read(file, error);
   text.resize(size);
   return text;
 }
@@ -186,32 +189,33 @@ void write_files(const capture& c, const fs::path& folder) {
     const fs::path place = folder / key.first;
     if (key.first != made) fs::create_directories(place);
     made = key.first;
-    write_file(place / key.second, text);
+    write_whole(place / key.second, text);
   }
-  if (!c.calls.empty()) write_file(folder / "calls", c.calls);
+  if (!c.calls.empty()) write_whole(folder / "calls", c.calls);
   write_manifest(c, folder);
 }
 
 void write_manifest(const capture& c, const fs::path& folder) {
-  write_file(folder / "manifest", manifest_of(c));
+  write_whole(folder / "manifest", manifest_of(c));
 }
 
 void build_beside(const fs::path& out, const std::function<void(const fs::path&)>& build) {
   if (fs::exists(fs::symlink_status(out)))
     throw lab_error(fmt::format("{}: exists already", out.string()));
-  try {
-    const folder_beside made(out);
-    const fs::path building = made.path() / "built";
+  const folder_beside made(out);
+  const fs::path building = made.path() / "built";
+  tell_as(building, out.string(), [&] {
     build(building);
     fs::rename(building, out);
-  } catch (const fs::filesystem_error& failure) {
-    throw lab_error(fmt::format("{}: {}", out.string(), failure.code().message()));
-  }
+  });
 }
 
 void write_folder(const capture& c, const fs::path& out) {
-  std::error_code ignored;  // then nothing can be made there, which is told below
-  fs::create_directories(fs::absolute(out / ".").parent_path().parent_path(), ignored);
+  const fs::path above = fs::absolute(out / ".").parent_path().parent_path();
+  std::error_code failure;
+  fs::create_directories(above, failure);
+  if (failure)
+    throw lab_error(fmt::format("{}: cannot be made: {}", above.string(), failure.message()));
   build_beside(out, [&](const fs::path& building) {
     fs::create_directories(building);
     write_files(c, building);
@@ -278,9 +282,13 @@ void check_tree(const fs::path& folder) try {
 
 capture read_manifest(const fs::path& folder) {
   const fs::path file = folder / "manifest";
-  if (fs::is_directory(folder) && !fs::exists(file))
+  if (!fs::exists(folder))
+    throw lab_error(fmt::format("{}: there is no such capture", folder.string()));
+  if (!fs::is_directory(folder))
+    throw lab_error(fmt::format("{}: no capture, it is no folder", folder.string()));
+  if (!fs::exists(file))
     throw lab_error(fmt::format("{}: no capture, there is no manifest in it", folder.string()));
-  if (fs::is_directory(folder)) check_tree(folder);
+  check_tree(folder);
   return parse_manifest(read_own(file), file.string());
 }
 

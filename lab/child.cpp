@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -44,6 +46,33 @@ bool enter_namespace(int others) {
   }
   mount_or_fail("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
   return as_root;
+}
+
+void insist_on_namespace() {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) fail("pipe");
+  const pid_t child = fork();
+  if (child < 0) fail("fork");
+  if (child == 0) {
+    try {
+      enter_namespace(0);
+    } catch (const no_privileges& missing) {
+      _exit(write(ends[1], missing.what.data(), missing.what.size()) < 0 ? EXIT_FAILURE
+                                                                         : EXIT_SUCCESS);
+    } catch (const std::exception&) {
+      _exit(EXIT_FAILURE);  // the run itself tells of it
+    }
+    _exit(EXIT_SUCCESS);
+  }
+  close(ends[1]);
+  std::array<char, 1024> text{};
+  ssize_t got = 0;
+  do {
+    got = read(ends[0], text.data(), text.size());
+  } while (got < 0 && errno == EINTR);
+  close(ends[0]);
+  while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) continue;
+  if (got > 0) throw no_privileges{std::string(text.data(), static_cast<std::size_t>(got))};
 }
 
 bool names_option(const std::vector<std::string>& arguments, const std::string& option) {

@@ -18,6 +18,9 @@ inline constexpr int missing_privileges = 77;
 // if there is none, so that a process may also go back. Throws `no_privileges`.
 bool enter_namespace(int others);
 
+// Throws `no_privileges` if enter_namespace would, before anything is made.
+void insist_on_namespace();
+
 // True if the words hold the option, as a word of its own or with "=" behind it.
 bool names_option(const std::vector<std::string>& arguments, const std::string& option);
 

@@ -6,6 +6,7 @@
 #include "archive.h"
 #include "commands.h"
 #include "diff.h"
+#include "messages.h"
 
 namespace lab {
 
@@ -17,9 +18,10 @@ int diff_command(const std::vector<std::string>& arguments) {
   try {
     const auto changes = changes_between(read_capture(o.operands[0]), read_capture(o.operands[1]));
     fmt::print("{}", change_report(changes));
+    flush_output();
     return changes.empty() ? EXIT_SUCCESS : some_changed;
   } catch (const std::exception& failure) {
-    fmt::print(stderr, "tessel-lab: {}\n", failure.what());
+    fmt::print(stderr, "tessel-lab: {}\n", message_of(failure));
     return trouble;
   }
 }

@@ -6,7 +6,10 @@
 #include <array>
 #include <cstdlib>
 
+#include "child.h"
 #include "commands.h"
+#include "messages.h"
+#include "mounts.h"
 
 namespace lab {
 namespace {
@@ -117,12 +120,17 @@ int run_subcommand(const std::vector<std::string>& arguments) {
 int run_command_line(const std::vector<std::string>& arguments) {
   try {
     if (arguments.empty()) throw usage_error("no command; see tessel-lab --help");
-    return run_subcommand(arguments);
+    const int status = run_subcommand(arguments);
+    flush_output();
+    return status;
   } catch (const usage_error& failure) {
     fmt::print(stderr, "tessel-lab: {}\n", failure.what());
     return usage_status;
+  } catch (const no_privileges& missing) {
+    fmt::print(stderr, "tessel-lab: {}\n", missing.what);
+    return missing_privileges;
   } catch (const std::exception& failure) {
-    fmt::print(stderr, "tessel-lab: {}\n", failure.what());
+    fmt::print(stderr, "tessel-lab: {}\n", message_of(failure));
     return EXIT_FAILURE;
   }
 }

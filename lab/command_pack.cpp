@@ -1,4 +1,7 @@
+#include <fmt/format.h>
+
 #include <cstdlib>
+#include <filesystem>
 
 #include "archive.h"
 #include "beside.h"
@@ -9,14 +12,20 @@ namespace lab {
 int pack_command(const std::vector<std::string>& arguments) {
   const option_values o = parse_options(arguments, {});
   expect_operands(o, 2, "CAPTURE FILE");
-  pack_folder(o.operands[0], o.operands[1]);
+  const std::filesystem::path out = target_named(o.operands[1]);
+  check_target(out);
+  if (out != o.operands[1])
+    throw lab_error(fmt::format("{}: a packed capture is a file, not a folder", o.operands[1]));
+  pack_folder(o.operands[0], out);
   return EXIT_SUCCESS;
 }
 
 int unpack_command(const std::vector<std::string>& arguments) {
   const option_values o = parse_options(arguments, {});
   expect_operands(o, 2, "FILE OUT");
-  unpack_folder(o.operands[0], target_named(o.operands[1]));
+  const std::filesystem::path out = target_named(o.operands[1]);
+  check_target(out);
+  unpack_folder(o.operands[0], out);
   return EXIT_SUCCESS;
 }
 

@@ -37,7 +37,12 @@ fs::path own_program() {
 
 fs::path host_of(const option_values& o) {
   const fs::path beside = own_program().parent_path() / "tessel-host";
-  return existing_file(o.has("--host") ? fs::path{o.value_of("--host")} : beside, "--host");
+  const fs::path host =
+      existing_file(o.has("--host") ? fs::path{o.value_of("--host")} : beside, "--host");
+  if (access(host.c_str(), X_OK) != 0)
+    throw lab_error(fmt::format("{}: cannot be executed: {}; name another with --host",
+                                host.string(), std::strerror(errno)));
+  return host;
 }
 
 // A build leaves it beside this program, an installation in its folder of libraries.
@@ -65,7 +70,10 @@ fs::path logs_folder(const std::string& named) {
   }
   std::error_code failure;
   fs::create_directories(named, failure);
-  if (failure) throw lab_error(fmt::format("{}: {}", named, failure.message()));
+  if (failure)
+    throw lab_error(fmt::format("{}: no folder for the logs: {}", named, failure.message()));
+  if (access(named.c_str(), W_OK | X_OK) != 0)
+    throw lab_error(fmt::format("{}: no folder for the logs: {}", named, std::strerror(errno)));
   return fs::absolute(named);
 }
 
@@ -157,6 +165,10 @@ int run_command(const std::vector<std::string>& arguments) {
   request.lab = own_program();
   request.host = host_of(o);
   request.library = library_of(o);
+  if (request.real_ssh)
+    insist_on_real_ssh();
+  else
+    insist_on_namespace();
   set_outputs(o, request);
   request.host_arguments = o.rest;
   return run_in_namespace(request);

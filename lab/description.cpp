@@ -297,8 +297,10 @@ router load_router(const std::string& name) {
   const fs::path file = is_file ? fs::path{name} : routers_directory() / (name + ".toml");
   if (!fs::exists(file))
     throw lab_error(is_file ? fmt::format("{}: there is no such file", name)
-                            : fmt::format("there is no router \"{}\" in {}", name,
-                                          routers_directory().string()));
+                            : fmt::format("there is no router \"{}\" in {}; `tessel-lab list` "
+                                          "names them, a file's name ends in .toml",
+                                          name, routers_directory().string()));
+  if (fs::is_directory(file)) throw lab_error(fmt::format("{}: is a folder", file.string()));
   router r;
   r.name = file.stem().string();
   read_file(file, r, {r.name});

@@ -7,6 +7,7 @@
 
 #include "fault_sites.h"
 #include "render.h"
+#include "ssh_faults.h"
 
 namespace lab {
 
@@ -30,6 +31,8 @@ const fault* find_fault(const std::string& name) {
 }
 
 const fault& fault_of(const std::string& name) {
+  if (is_ssh_fault(name))
+    throw lab_error(fmt::format("fault {} needs a run with --real-ssh", name));
   const fault* found = find_fault(name);
   if (found == nullptr)
     throw lab_error(fmt::format("there is no fault \"{}\"; `tessel-lab faults` lists them", name));

@@ -17,6 +17,7 @@
 
 #include "beside.h"
 #include "child.h"
+#include "messages.h"
 #include "mounts.h"
 #include "record.h"
 #include "router.h"
@@ -165,7 +166,7 @@ bool is_cut(int lifeline) {
     _exit(missing_privileges);
   } catch (const std::exception& failure) {
     end_if_told();
-    fmt::print(stderr, "tessel-lab: {}\n", failure.what());
+    fmt::print(stderr, "tessel-lab: {}\n", message_of(failure));
   }
   _exit(cannot_prepare);
 }

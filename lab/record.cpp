@@ -15,6 +15,7 @@
 #include "beside.h"
 #include "capture.h"
 #include "child.h"
+#include "messages.h"
 #include "mounts.h"
 #include "namespace_run.h"
 #include "private_files.h"
@@ -28,6 +29,7 @@ namespace {
 namespace fs = std::filesystem;
 
 const fs::path tool_folder = "/opt/nos/bin";
+constexpr const char* prepared_mark = "prepared";  // of a child that got so far
 constexpr const char* usual_path = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
 std::string tool_path() {
@@ -151,6 +153,7 @@ void prepare(const record_request& request, const fs::path& work, pid_t recorder
   sigprocmask(SIG_SETMASK, &signals_before, nullptr);
   try {
     prepare(request, work, recorder);
+    write_whole(work / prepared_mark, {});
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != recorder) _exit(cannot_prepare);
     start_host(request, work);
@@ -158,7 +161,7 @@ void prepare(const record_request& request, const fs::path& work, pid_t recorder
     fmt::print(stderr, "tessel-lab: {}\n", missing.what);
     _exit(missing_privileges);
   } catch (const std::exception& failure) {
-    fmt::print(stderr, "tessel-lab: {}\n", failure.what());
+    fmt::print(stderr, "tessel-lab: {}\n", told_as(message_of(failure), work, request.shown));
   }
   _exit(cannot_prepare);
 }
@@ -297,21 +300,21 @@ void check_record_target(const fs::path& out, const fs::path& logs, const fs::pa
                                   other.string()));
 }
 
-int run_recorded(const record_request& request) {
-  check_place(request);
-  if (!request.logs.empty()) make_logs_folder(request.logs);
-  const folder_beside work(request.out);
-  make_work_folders(work.path());
-  const host_end end = run_host(request, work.path());
+namespace {
+
+int record_beside(const record_request& request, const fs::path& work) {
+  make_work_folders(work);
+  const host_end end = run_host(request, work);
   const int status = end.status;
   if (is_interruption(end)) {
     fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.shown);
     // A host that ignores the signal may still have ended well before it was killed.
     return status == EXIT_SUCCESS ? signal_base + end.passed_on : status;
   }
+  if (!fs::exists(work / prepared_mark)) return status;  // the child has told why
   const private_files of_the_capture;
-  const fs::path folder = work.path() / "capture";
-  const recorded_calls calls = arrange_recording(work.path());
+  const fs::path folder = work / "capture";
+  const recorded_calls calls = arrange_recording(work);
   if (calls.all == 0) {
     fmt::print(stderr, "tessel-lab: no tool was called; {} was not made\n", request.shown);
     return status;
@@ -324,6 +327,20 @@ int run_recorded(const record_request& request) {
     fmt::print(stderr,
                "tessel-lab: {} of {} calls had not ended when the audit did; {} names them\n",
                calls.cut_off, calls.all, request.shown + "/calls");
+  return status;
+}
+
+}  // namespace
+
+int run_recorded(const record_request& request) {
+  check_place(request);
+  if (!request.logs.empty()) make_logs_folder(request.logs);
+  const folder_beside work(request.out);
+  int status = 0;
+  tell_as(work.path(), request.shown, [&] {
+    tell_as(work.path() / "capture", request.shown,
+            [&] { status = record_beside(request, work.path()); });
+  });
   return status;
 }
 

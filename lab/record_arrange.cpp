@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "capture.h"
+#include "messages.h"
 #include "record.h"
 #include "record_list.h"
 #include "router.h"
@@ -31,15 +32,15 @@ struct kept {
 
 using calls_by_command = std::map<std::pair<std::string, std::string>, std::vector<kept>>;
 
-calls_by_command read_ended(const fs::path& file) {
+calls_by_command read_ended(const fs::path& file, const fs::path& capture) {
   calls_by_command calls;
   std::ifstream in(file);
   ended_call c;
   while (in >> c.begin >> c.duration >> c.status >> c.bytes >> c.problem >> c.number >> c.place >>
          c.file) {
     if (c.problem != 0)
-      throw lab_error(
-          fmt::format("{}/{}: could not be kept: {}", c.place, c.file, std::strerror(c.problem)));
+      throw lab_error(fmt::format("{}: could not be kept: {}",
+                                  (capture / c.place / c.file).string(), std::strerror(c.problem)));
     calls[{c.place, c.file}].push_back({c, false, {}});
   }
   return calls;
@@ -121,10 +122,7 @@ void arrange_answers(const fs::path& place, const std::string& file, std::vector
     return;
   }
   const fs::path list_file = place / (file + std::string{list_suffix});
-  std::ofstream out(list_file, std::ios::binary);
-  out << answer_list_text(list);
-  out.close();
-  if (!out) throw lab_error(fmt::format("{}: cannot be written", list_file.string()));
+  write_whole(list_file, answer_list_text(list));
 }
 
 std::string seconds(std::int64_t microseconds) {
@@ -155,7 +153,7 @@ std::string call_list(std::vector<kept> calls) {
 
 recorded_calls arrange_recording(const fs::path& folder) {
   const fs::path capture = folder / "capture";
-  calls_by_command calls = read_ended(folder / "ended");
+  calls_by_command calls = read_ended(folder / "ended", capture);
   add_cut_off(capture, calls);
   recorded_calls counted;
   std::vector<kept> all;
@@ -166,11 +164,7 @@ recorded_calls arrange_recording(const fs::path& folder) {
   counted.all = all.size();
   counted.cut_off = static_cast<std::size_t>(
       std::count_if(all.begin(), all.end(), [](const kept& k) { return k.cut_off; }));
-  const fs::path list = capture / "calls";
-  std::ofstream out(list, std::ios::binary);
-  out << call_list(std::move(all));
-  out.close();
-  if (!out) throw lab_error(fmt::format("{}: cannot be written", list.string()));
+  write_whole(capture / "calls", call_list(std::move(all)));
   return counted;
 }
 

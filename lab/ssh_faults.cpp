@@ -26,6 +26,12 @@ const std::vector<ssh_fault>& ssh_faults() {
   return faults;
 }
 
+bool is_ssh_fault(const std::string& name) {
+  const auto& all = ssh_faults();
+  return std::any_of(all.begin(), all.end(),
+                     [&](const ssh_fault& one) { return one.name == name; });
+}
+
 std::vector<planted_ssh_fault> take_ssh_faults(std::vector<std::string>& faults) {
   std::vector<planted_ssh_fault> taken;
   std::vector<std::string> others;

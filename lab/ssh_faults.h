@@ -28,6 +28,7 @@ struct ssh_fault {
 };
 
 const std::vector<ssh_fault>& ssh_faults();
+bool is_ssh_fault(const std::string& name);
 
 struct planted_ssh_fault {
   std::string name;

@@ -1,9 +1,11 @@
 // The command line and the namespace, with a shell script in the host's place.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <vector>
 
 #include "namespace_run.h"
 #include "support.h"
@@ -70,7 +72,8 @@ TEST(CommandLine, FailureIsOneLine) {
       {"no folder", "render birch-small", 64,
        "tessel-lab: render: expected ROUTER OUT, got 1 operands\n"},
       {"an unknown router", "run willow-huge", 1,
-       "tessel-lab: there is no router \"willow-huge\" in " LAB_ROUTERS "\n"},
+       "tessel-lab: there is no router \"willow-huge\" in " LAB_ROUTERS
+       "; `tessel-lab list` names them, a file's name ends in .toml\n"},
       {"an unknown fault", "run birch-small --fault rust", 1,
        "tessel-lab: there is no fault \"rust\"; `tessel-lab faults` lists them\n"},
       {"no such host", "run birch-small --host /nowhere", 1,
@@ -129,10 +132,10 @@ TEST(CommandLine, RefusesAPlaceBeforeItMakesAnything) {
       {"--keep-calls nowhere/calls", "/nowhere: there is no such folder"},
       {"--keep-calls calls --record there", "/there: exists already"},
       {"--keep-calls /proc/nowhere", "/proc/nowhere: cannot be written: "},
-      {"--keep-calls calls --logs file", "file: Not a directory"},
+      {"--keep-calls calls --logs file", "file: no folder for the logs: Not a directory"},
       {"--logs logs --record there", "/there: exists already"},
       {"--logs logs --keep-calls there", "/there: is a folder"},
-      {"--logs file", "file: Not a directory"},
+      {"--logs file", "file: no folder for the logs: Not a directory"},
       {"--record ''", "the name of what is to be made is empty"},
   };
   for (const row& r : rows) {
@@ -151,6 +154,150 @@ TEST(CommandLine, RefusesAPlaceBeforeItMakesAnything) {
     fs::remove(scratch.path() / "there");
     EXPECT_TRUE(fs::is_empty(scratch.path())) << r.arguments;
   }
+}
+
+// What goes wrong with files is told in one line that names the file as the user does and the
+// cause; nothing half written stays.
+struct told_failure {
+  const char* line;  // "lab" is the program
+  int status;
+  const char* message;
+};
+
+// `within` runs the file with the line.
+void expect_told(const std::string& within, const std::string& preparation,
+                 const std::vector<told_failure>& rows) {
+  const lab_test::scratch_folder scratch;
+  fs::permissions(scratch.path(), fs::perms::all);
+  fs::copy_file(LAB_PROGRAM, scratch.path() / "tessel-lab");
+  fs::copy(LAB_ROUTERS, scratch.path() / "routers");
+  const std::string start = "cd " + scratch.path().string() +
+                            "; export TESSEL_LAB_ROUTERS=$PWD/routers TMPDIR=$PWD/tmp\n"
+                            "alias lab=$PWD/tessel-lab\n";
+  const outcome prepared =
+      run_shell(start +
+                "mkdir -m 777 tmp open; echo text >text\n"
+                "printf '#!/bin/sh\\nfor i in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16; do\\n"
+                "iface_show -i \".*\"; iface_show -i \".*\"; done >/dev/null\\n' >host\n"
+                "chmod 755 host\n"
+                "lab render birch-small cap\nlab pack cap packed\nchmod 644 packed\n" +
+                preparation);
+  ASSERT_EQ(prepared.status, 0) << prepared.err;
+  const auto names = [&] {
+    return run_shell("cd " + scratch.path().string() + "; find . | sort").out;
+  };
+  const std::string before = names();
+  for (const told_failure& row : rows) {
+    write_text(scratch.path() / "line", start + row.line + "\n");
+    fs::permissions(scratch.path() / "line", fs::perms::others_read, fs::perm_options::add);
+    const outcome failed = run_shell("cd " + scratch.path().string() + " && " + within + " line");
+    fs::remove(scratch.path() / "line");
+    EXPECT_EQ(failed.status, row.status) << row.line;
+    EXPECT_EQ(failed.out, "") << row.line;
+    EXPECT_EQ(failed.err.find("tessel-lab: "), 0U) << row.line << "\n" << failed.err;
+    EXPECT_NE(failed.err.find(row.message), std::string::npos) << row.line << "\n" << failed.err;
+    EXPECT_EQ(std::count(failed.err.begin(), failed.err.end(), '\n'), 1) << failed.err;
+    EXPECT_EQ(failed.err.find("/."), std::string::npos)
+        << "a name of the lab's own: " << failed.err;
+    EXPECT_EQ(names(), before) << row.line;
+  }
+}
+
+TEST(CommandLine, TellsWhatIsNotWhatItShouldBe) {
+  expect_told(
+      "sh",
+      "mkdir folder.toml; cp -r cap linked; ln -s /etc/passwd linked/local/link\n"
+      "cp -r cap piped; mkfifo piped/192.0.0.6/pipe; touch plain\n",
+      {
+          {"lab expect cap", 1, "there is no router \"cap\" in "},
+          {"lab render folder.toml out", 1, "folder.toml: is a folder\n"},
+          {"lab render birch-small out --fault node-down=0/0/CPU0", 1,
+           "fault node-down needs a run with --real-ssh\n"},
+          {"lab run birch-small --host plain --library plain", 1,
+           "plain: cannot be executed: Permission denied; name another with --host\n"},
+          {"lab pack nope out", 1, "nope: there is no such capture\n"},
+          {"lab pack packed out", 1, "packed: no capture, it is no folder\n"},
+          {"lab pack cap out/", 1, "out/: a packed capture is a file, not a folder\n"},
+          {"lab pack cap ''", 1, "the name of what is to be made is empty\n"},
+          {"lab unpack packed open/a/b", 1, "/open/a: there is no such folder\n"},
+          {"lab redact linked out", 1, "linked: local/link: neither a regular file nor a folder\n"},
+          {"lab redact piped out", 1,
+           "piped: 192.0.0.6/pipe: neither a regular file nor a folder\n"},
+          {"lab diff cap piped", 2, "piped: 192.0.0.6/pipe: neither a regular file nor a folder\n"},
+          {"lab list >/dev/full", 1, "standard output: No space left on device\n"},
+          {"lab faults >/dev/full", 1, "standard output: No space left on device\n"},
+          {"lab diff cap cap >/dev/full", 2, "standard output: No space left on device\n"},
+      });
+}
+
+TEST(CommandLine, TellsWhatIsDenied) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root, to become somebody else";
+  const std::string nobody = "setpriv --reuid 65534 --regid 65534 --clear-groups";
+  if (run_shell(nobody + " true").status != 0) GTEST_SKIP() << "no setpriv";
+  expect_told(
+      nobody + " sh",
+      "mkdir closed hidden; chmod 700 hidden; cp -r cap secret; chmod 0 secret/manifest\n"
+      "chmod 755 secret\n",
+      {
+          {"lab render birch-small hidden/out", 1, "hidden/out: Permission denied\n"},
+          {"lab render birch-small closed/out", 1, "closed/out: cannot be made"},
+          {"lab generate closed/above/out", 1,
+           "/closed/above: cannot be made: Permission denied\n"},
+          {"lab run hidden/cap", 1, "hidden/cap: Permission denied\n"},
+          {"lab run hidden/x.toml", 1, "hidden/x.toml: Permission denied\n"},
+          {"lab diff cap hidden/cap", 2, "hidden/cap: Permission denied\n"},
+          {"lab redact secret open/out", 1, "secret/manifest: cannot be read: Permission denied\n"},
+          {"lab run birch-small --logs closed --host host --library text", 1,
+           "closed: no folder for the logs: Permission denied\n"},
+          {"lab run birch-small --keep-calls text --host host --library text", 1,
+           "/text: cannot be written: Permission denied\n"},
+          {"lab run birch-small --record closed/out --host host --library text", 1,
+           "/closed: nothing can be made in it: Permission denied\n"},
+          {"lab run birch-small --real-ssh --host host --library text", 77,
+           "--real-ssh needs root"},
+          {"TMPDIR=$PWD/closed lab run birch-small --host host --library text", 1,
+           "cannot be made: Permission denied; name a folder with --logs\n"},
+      });
+}
+
+TEST(CommandLine, TellsThatThereAreNoNamespaces) {
+  const std::string without =
+      "unshare --user --map-root-user sh -c 'echo 0 >/proc/sys/user/max_mnt_namespaces &&"
+      " echo 0 >/proc/sys/user/max_user_namespaces && exec sh \"$1\"' sh";
+  write_text("/tmp/lab-test-nothing", "exit 0\n");
+  const bool can = run_shell(without + " /tmp/lab-test-nothing").status == 0;
+  fs::remove("/tmp/lab-test-nothing");
+  if (!can) GTEST_SKIP() << "no user namespace";
+  expect_told(without, "",
+              {
+                  {"lab run birch-small --host host --library text", 77, "no mount namespace: "},
+                  {"lab run birch-small --host host --library text --record out", 77,
+                   "no mount namespace: "},
+                  {"lab record out --host host --library text", 77, "no mount namespace: "},
+              });
+}
+
+TEST(CommandLine, TellsThatTheDiskIsFull) {
+  if (run_shell("unshare --mount mount -t tmpfs none /mnt").status != 0)
+    GTEST_SKIP() << "no mount namespace";
+  const std::string full =
+      "unshare --mount sh -c 'mount -t tmpfs -o size=200k none open && sh \"$1\"; status=$?;"
+      " ls -A open; exit $status' sh";
+  const std::string filled = "head -c 300000 /dev/zero >open/fill 2>/dev/null; ";
+  const std::string pack = filled + "lab pack cap open/out; status=$?; rm open/fill; exit $status";
+  const std::string record = "lab run cap --logs tmp --host host --library text --record open/out";
+  const std::string record_filled = filled + record + "; status=$?; rm open/fill; exit $status";
+  expect_told(full, "",
+              {
+                  {"lab render birch-small open/out", 1, "cannot be written: No space left"},
+                  {"lab generate --bundles 60 open/out/", 1, "cannot be written: No space left"},
+                  {"lab unpack packed open/out", 1, ": open/out/"},
+                  {"lab redact packed open/out", 1, ": open/out/"},
+                  {pack.c_str(), 1, ": open/out: No space left on device\n"},
+                  {record.c_str(), 1,
+                   "/open/out/local/iface_show,-i,.%2A: could not be kept: No space left"},
+                  {record_filled.c_str(), 1, "/open/out"},
+              });
 }
 
 // A script runs as the host; the library is any file.
