@@ -6,6 +6,7 @@
 #include "archive.h"
 #include "commands.h"
 #include "private_files.h"
+#include "record_check.h"
 #include "redact.h"
 
 namespace lab {
@@ -18,6 +19,7 @@ int redact_command(const std::vector<std::string>& arguments) {
   capture c = read_capture(o.operands[0]);
   c.router = out.filename().string();
   const redaction_counts n = redact(c);
+  c.calls = calls_with_sizes(c);
   const private_files of_the_capture;
   write_folder(c, out);  // with the list of calls, whose names and times tell nothing
   fmt::print(
