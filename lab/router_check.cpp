@@ -3,12 +3,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstdint>
 #include <map>
 #include <set>
 #include <tuple>
 #include <utility>
+
+#include "capture.h"
 
 namespace lab {
 namespace {
@@ -18,6 +21,7 @@ constexpr unsigned fir_racks = 47;
 constexpr unsigned last_bundle = 65535;
 constexpr unsigned last_vlan = 4094;
 constexpr unsigned last_mtu = 65535;
+constexpr std::uint32_t last_system_port = 0xffffff;  // the chips' listings have no more digits
 
 // The object that a message is about.
 struct subject {
@@ -79,8 +83,22 @@ bool is_node_of(std::string_view type, std::string_view name) {
          (name.starts_with("0/") && is_slot(name.substr(2), slots));
 }
 
+// It names a folder of the capture and stands between blanks; "None" is a node's without one.
+bool is_address(std::string_view text) {
+  constexpr std::string_view plain = "._:%-";
+  return !text.empty() && text.front() != '.' && text != local_place &&
+         std::all_of(text.begin(), text.end(), [&](char c) {
+           return std::isalnum(static_cast<unsigned char>(c)) != 0 ||
+                  plain.find(c) != std::string_view::npos;
+         });
+}
+
 void check_nodes(const router& r, std::string_view file) {
   const bool fir = r.type == "fir";
+  for (const node& n : r.nodes)
+    if (!is_address(n.address))
+      refuse({place_of(n.written, file), "node " + n.name},
+             fmt::format("address \"{}\" is none, as 192.0.0.6", n.address));
   for (const node& n : r.nodes)
     if (!is_node_of(r.type, n.name))
       refuse({place_of(n.written, file), "node " + n.name},
@@ -93,6 +111,20 @@ void check_nodes(const router& r, std::string_view file) {
 }
 
 // Members ----------------------------------------------------------------------------------------
+
+// "0/0/0/1", "0/0/0/1/3".
+bool is_port_tail(std::string_view tail) {
+  std::size_t numbers = 0;
+  for (;; ++numbers) {
+    const std::size_t digits = std::min(tail.find_first_not_of("0123456789"), tail.size());
+    if (digits == 0) return false;
+    tail.remove_prefix(digits);
+    if (tail.empty()) break;
+    if (tail.front() != '/') return false;
+    tail.remove_prefix(1);
+  }
+  return numbers == 3 || numbers == 4;
+}
 
 // A port stands on the card that serves it, unless all ports are a route processor's.
 void check_seat(const node& n, const member& m, const subject& s) {
@@ -119,7 +151,10 @@ void check_member(const router& r, const bundle& b, const member& m, std::string
                   taken& all) {
   const subject s = of(b, m, file);
   check_mtu(m.mtu, s);
+  if (!is_port_tail(port_tail(m.port))) refuse(s, "a port's numbers are as 0/0/0/1 or 0/0/0/1/3");
   check_seat(*find_node(r, m.node), m, s);
+  if (m.system_port > last_system_port)
+    refuse(s, fmt::format("system_port {:#x} is beyond {:#x}", m.system_port, last_system_port));
   all.handles.take(m.handle, s);
   all.system_ports.take(m.system_port, s);
   all.pp_ports.try_emplace({m.node, m.npu, m.core}, numbers{"pp_port"})

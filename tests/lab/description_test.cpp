@@ -241,6 +241,25 @@ TEST(Description, ValuesThatNoRouterHasAreRefused) {
       {"a slot in other digits", "[[node]]\nname = \"0/01/CPU0\"\nid = 1\n",
        "test.toml:14: node 0/01/CPU0: a router of type birch has 0/RP0/CPU0, 0/RP1/CPU0 and "
        "0/0/CPU0 to 0/15/CPU0"},
+      {"an address that leads out of a capture",
+       "[[node]]\nname = \"0/1/CPU0\"\nid = 1\naddress = \"../../tmp\"\n",
+       "test.toml:14: node 0/1/CPU0: address \"../../tmp\" is none, as 192.0.0.6"},
+      {"the route processor's own place for an address",
+       "[[node]]\nname = \"0/1/CPU0\"\nid = 1\naddress = \"local\"\n",
+       "test.toml:14: node 0/1/CPU0: address \"local\" is none, as 192.0.0.6"},
+      {"a port without its last number",
+       "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/\", node = "
+       "\"0/0/CPU0\" }]\n",
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/: a port's numbers are as 0/0/0/1 or "
+       "0/0/0/1/3"},
+      {"a port with a letter",
+       "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/1x\", node = "
+       "\"0/0/CPU0\" }]\n",
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/1x: a port's numbers are as 0/0/0/1 or "
+       "0/0/0/1/3"},
+      {"a system port of too many digits", member("system_port = 0x1000000"),
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: system_port 0x1000000 is beyond "
+       "0xffffff"},
       {"an encapsulation without a tag", sub("dot1q"),
        "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q\" is none of"},
       {"an encapsulation of another kind", sub("vlan 7"),
