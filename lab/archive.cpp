@@ -166,6 +166,8 @@ capture read_packed(const fs::path& file) {
       has_manifest = true;
     } else if (where.file == "calls") {
       c.calls = std::move(entry.text);
+    } else if (where.file == "files") {
+      c.files = std::move(entry.text);
     }
   });
   if (!has_manifest)
@@ -173,6 +175,7 @@ capture read_packed(const fs::path& file) {
   capture head = parse_manifest(manifest, file.string() + ": manifest");
   head.answers = std::move(c.answers);
   head.calls = std::move(c.calls);
+  head.files = std::move(c.files);
   check_recording(head, file);
   return head;
 }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
@@ -82,11 +83,42 @@ std::string manifest_of(const capture& c) {
   return text;
 }
 
-std::vector<std::string> names_of(toml::node_view<toml::node> list) {
-  std::vector<std::string> names;
-  if (const toml::array* all = list.as_array())
-    for (const toml::node& name : *all) names.push_back(name.value_or(std::string{}));
-  return names;
+[[noreturn]] void refuse(const std::string& file, const toml::node& at, const std::string& what) {
+  throw lab_error(fmt::format("{}:{}: {}", file, at.source().begin.line, what));
+}
+
+std::string text_of(const toml::node& node, std::string_view key, const std::string& file) {
+  if (!node.is_string()) refuse(file, node, fmt::format("{} is no text", key));
+  return *node.value<std::string>();
+}
+
+std::vector<std::string> texts_of(const toml::table& table, std::string_view key,
+                                  const std::string& file) {
+  std::vector<std::string> texts;
+  const toml::node* found = table.get(key);
+  if (found == nullptr) return texts;
+  if (!found->is_array()) refuse(file, *found, fmt::format("{} is no list of texts", key));
+  for (const toml::node& text : *found->as_array()) texts.push_back(text_of(text, key, file));
+  return texts;
+}
+
+// What a later lab, or a slip, added would be lost in silence.
+void refuse_unknown_keys(const toml::table& table, const std::string& file) {
+  constexpr std::array<std::string_view, 8> known{
+      "format",           "router",    "host_node_id", "missing_tools",
+      "blocked_captures", "full_logs", "file_limit",   "nodes"};
+  for (const auto& [key, value] : table)
+    if (std::find(known.begin(), known.end(), key.str()) == known.end())
+      refuse(file, value, fmt::format("unknown key \"{}\"", key.str()));
+}
+
+// A line per answer: "192.0.0.6/fwd_object_show,-t,lagport,-D".
+std::string list_of_files(const capture& c) {
+  std::string list;
+  for (const auto& [key, text] : c.answers)
+    if (key.second.find('\n') == std::string::npos)
+      list += fmt::format("{}/{}\n", key.first, key.second);
+  return list;
 }
 
 [[noreturn]] void fail_to_read(const fs::path& file, int error) {
@@ -191,7 +223,10 @@ void write_files(const capture& c, const fs::path& folder) {
     made = key.first;
     write_whole(place / key.second, text);
   }
-  if (!c.calls.empty()) write_whole(folder / "calls", c.calls);
+  if (c.calls.empty())
+    write_whole(folder / "files", list_of_files(c));
+  else
+    write_whole(folder / "calls", c.calls);
   write_manifest(c, folder);
 }
 
@@ -227,19 +262,21 @@ bool is_capture_folder(const fs::path& folder) {
 }
 
 capture parse_manifest(std::string_view text, const std::string& file) {
-  toml::table table = parse_toml(text, file);
+  const toml::table table = parse_toml(text, file);
   if (table["format"].value_or(std::int64_t{0}) != manifest_format)
     throw lab_error(fmt::format("{}: format is not {}", file, manifest_format));
+  refuse_unknown_keys(table, file);
   capture c;
-  c.router = table["router"].value_or(std::string{});
+  if (const toml::node* router = table.get("router")) c.router = text_of(*router, "router", file);
   const auto id = table["host_node_id"].value<std::int64_t>();
   if (!id || *id < 0 || *id > 0xffffffff)
     throw lab_error(fmt::format("{}: host_node_id is no number of 32 bits", file));
   c.host_node_id = static_cast<std::uint32_t>(*id);
-  c.missing_tools = names_of(table["missing_tools"]);
-  c.blocked_captures = names_of(table["blocked_captures"]);
-  c.full_logs = names_of(table["full_logs"]);
-  const auto limit = table["file_limit"].value_or(std::int64_t{0});
+  c.missing_tools = texts_of(table, "missing_tools", file);
+  c.blocked_captures = texts_of(table, "blocked_captures", file);
+  c.full_logs = texts_of(table, "full_logs", file);
+  const auto limit =
+      table["file_limit"].value_or(std::int64_t{table.contains("file_limit") ? -1 : 0});
   if (limit < 0) throw lab_error(fmt::format("{}: file_limit is no number of bytes", file));
   c.file_limit = static_cast<std::uint64_t>(limit);
   // They become paths.
@@ -247,9 +284,11 @@ capture parse_manifest(std::string_view text, const std::string& file) {
     for (const std::string& name : *names)
       if (name.empty() || name.find('/') != std::string::npos)
         throw lab_error(fmt::format("{}: \"{}\" is no file's name", file, name));
-  if (const toml::table* nodes = table["nodes"].as_table())
-    for (const auto& [address, name] : *nodes)
-      c.nodes.emplace_back(address.str(), name.value_or(std::string{}));
+  if (const toml::node* nodes = table.get("nodes")) {
+    if (!nodes->is_table()) refuse(file, *nodes, "nodes is no table");
+    for (const auto& [address, name] : *nodes->as_table())
+      c.nodes.emplace_back(address.str(), text_of(name, address.str(), file));
+  }
   return c;
 }
 
@@ -295,6 +334,7 @@ capture read_manifest(const fs::path& folder) {
 capture read_folder(const fs::path& folder) {
   capture c = read_manifest(folder);
   if (fs::exists(folder / "calls")) c.calls = read_own(folder / "calls");
+  if (fs::exists(folder / "files")) c.files = read_own(folder / "files");
   for (const auto& place : fs::directory_iterator(folder)) {
     if (!place.is_directory()) continue;
     for (const auto& file : fs::directory_iterator(place.path()))

@@ -3,6 +3,7 @@
 //
 //     birch-small/
 //       manifest                            what router, which nodes, where the host runs
+//       files                               the names of all that stand below
 //       local/cfg_render,-c,-l,1,-t,1,-o,1
 //       local/asic_shell_show,-c,show+unit,-u,all,-n,A
 //       192.0.0.6/fwd_object_show,-t,lagport,-D
@@ -40,7 +41,8 @@ struct capture {
   std::uint32_t host_node_id = 4096;
   std::vector<std::pair<std::string, std::string>> nodes;  // address, node name
   std::vector<std::string> missing_tools;                  // tools that the router does not have
-  std::string calls;  // the list of a recording, empty if it was rendered
+  std::string calls;    // the list of a recording, empty if it was rendered
+  std::string files{};  // the list of a rendered one, as it was read; it is made anew for writing
   // What the route processor does not let the audit do: folders stand in the way of these capture
   // files ("running_cfg" is /tmp/tessel_running_cfg.log), these logs have no room ("stale_entries"
   // is /var/log/tessel_stale_entries.log), and no file grows beyond so many bytes (0: as it likes).

@@ -7,6 +7,7 @@
 #include "beside.h"
 #include "commands.h"
 #include "private_files.h"
+#include "record_check.h"
 #include "redact.h"
 
 namespace lab {
@@ -19,6 +20,7 @@ int redact_command(const std::vector<std::string>& arguments) {
   capture c = read_capture(o.operands[0]);
   c.router = out.filename().string();
   const redaction_counts n = redact(c);
+  c.calls = calls_with_sizes(c);
   const private_files of_the_capture;
   write_folder(c, out);  // with the list of calls, whose names and times tell nothing
   fmt::print(

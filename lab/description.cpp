@@ -32,6 +32,10 @@ struct section {
   throw lab_error(fmt::format("{}:{}: {}: {}", s.file, at.source().begin.line, s.what, what));
 }
 
+std::string place_of(const section& s) {
+  return fmt::format("{}:{}", s.file, s.table.source().begin.line);
+}
+
 const toml::node* take(section& s, std::string_view key) {
   s.known.emplace(key);
   return s.table.get(key);
@@ -147,6 +151,7 @@ void read_node(section& s, router& r) {
   const std::string name = required_text(s, "name");
   node& n = entry_of(r.nodes, [&](const node& other) { return other.name == name; });
   n.name = name;
+  n.written = place_of(s);
   if (name.find("RP") != std::string::npos || name.find("CB") != std::string::npos) n.kind = "RP";
   read_choice(s, "kind", n.kind, {"RP", "LC"});
   read_choice(s, "state", n.state, {"ACTIVE", "STANDBY"});
@@ -165,6 +170,7 @@ void read_member(section& s, bundle& b) {
   const std::string port = required_text(s, "port");
   member& m = entry_of(b.members, [&](const member& other) { return other.port == port; });
   m.port = port;
+  m.written = place_of(s);
   read(s, "node", m.node);
   read(s, "npu", m.npu);
   read(s, "core", m.core);
@@ -181,6 +187,7 @@ void read_sub(section& s, bundle& b) {
   const auto number = required_number<unsigned>(s, "number");
   sub_bundle& sub = entry_of(b.subs, [&](const sub_bundle& o) { return o.number == number; });
   sub.number = number;
+  sub.written = place_of(s);
   read_layer(s, sub.l2);
   read(s, "encapsulation", sub.encapsulation);
   read(s, "description", sub.description);
@@ -194,6 +201,7 @@ void read_bundle(section& s, router& r) {
   const auto number = required_number<unsigned>(s, "number");
   bundle& b = entry_of(r.bundles, [&](const bundle& other) { return other.number == number; });
   b.number = number;
+  b.written = place_of(s);
   read_layer(s, b.l2);
   read(s, "description", b.description);
   read(s, "handle", b.handle);
@@ -216,6 +224,7 @@ void read_bundle(section& s, router& r) {
 
 void read_override(section& s, router& r) {
   override_rule rule;
+  rule.written = place_of(s);
   rule.field = required_text(s, "field");
   rule.object = required_text(s, "object");
   rule.value = required_text(s, "value");
@@ -230,6 +239,16 @@ void read_override(section& s, router& r) {
   if (!rule.node.empty() && find_node(r, rule.node) == nullptr)
     refuse(s, s.table, fmt::format("there is no node {}", rule.node));
   r.overrides.push_back(rule);
+}
+
+void read_faults(section& s, router& r) {
+  std::vector<std::string> faults;
+  read(s, "faults", faults);
+  for (std::size_t at = 0; at < faults.size(); ++at) try {
+      r.faults.push_back(parse_fault(faults[at]));
+    } catch (const lab_error& failure) {
+      refuse(s, *s.table.get("faults")->as_array()->get(at), failure.what());
+    }
 }
 
 void read_table(const toml::table& table, const std::string& file, router& r,
@@ -270,9 +289,7 @@ void read_table(const toml::table& table, const std::string& file, router& r,
   each(s, "node", "[[node]]", "name", [&](section& inner) { read_node(inner, r); });
   each(s, "bundle", "[[bundle]]", "number", [&](section& inner) { read_bundle(inner, r); });
   each(s, "override", "[[override]]", "", [&](section& inner) { read_override(inner, r); });
-  std::vector<std::string> faults;
-  read(s, "faults", faults);
-  for (const std::string& fault : faults) r.faults.push_back(parse_fault(fault));
+  read_faults(s, r);
   for (const auto& [name, value] : table)
     if (!s.known.contains(std::string{name.str()}))
       refuse(s, value, fmt::format("unknown key \"{}\"", name.str()));

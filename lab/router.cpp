@@ -11,6 +11,8 @@
 #include <set>
 #include <tuple>
 
+#include "router_check.h"
+
 namespace lab {
 namespace {
 
@@ -374,14 +376,15 @@ namespace {
   throw lab_error(fmt::format("{}: {}", where, what));
 }
 
-void check_nodes(const router& r, std::string_view where) {
+void check_nodes(const router& r, std::string_view file) {
   std::set<std::string> names;
   std::set<std::string> addresses;
   std::set<std::uint32_t> ids;
-  if (r.nodes.empty()) impossible(where, "no node is described");
+  if (r.nodes.empty()) impossible(file, "no node is described");
   if (is_single_node(r.type) && (r.nodes.size() != 1 || r.nodes.front().name != "0/RP0/CPU0"))
-    impossible(where, fmt::format("a router of type {} is the one node 0/RP0/CPU0", r.type));
+    impossible(file, fmt::format("a router of type {} is the one node 0/RP0/CPU0", r.type));
   for (const node& n : r.nodes) {
+    const std::string_view where = place_of(n.written, file);
     if (!names.insert(n.name).second)
       impossible(where, fmt::format("node {} stands twice", n.name));
     if (has_address(n) && !addresses.insert(n.address).second)
@@ -418,13 +421,16 @@ void check_member(const router& r, const bundle& b, const member& m, std::string
 
 }  // namespace
 
-void check(const router& r, std::string_view where) {
-  if (!known_type(r.type)) impossible(where, fmt::format("unknown router type \"{}\"", r.type));
-  check_nodes(r, where);
+void check(const router& r, std::string_view file) {
+  if (r.type.empty())
+    impossible(file, "type is missing: it says what the router is, as type = \"birch\"");
+  if (!known_type(r.type)) impossible(file, fmt::format("unknown router type \"{}\"", r.type));
+  check_nodes(r, file);
   std::set<unsigned> numbers;
   std::set<std::uint64_t> handles;
   std::set<std::string> ports;
   for (const bundle& b : r.bundles) {
+    const std::string_view where = place_of(b.written, file);
     if (!numbers.insert(b.number).second)
       impossible(where, fmt::format("bundle {} stands twice", b.number));
     if (!handles.insert(b.handle).second)
@@ -432,20 +438,21 @@ void check(const router& r, std::string_view where) {
     if (b.members.size() > b.max_members)
       impossible(where, fmt::format("bundle {}: {} members where {} are allowed", b.number,
                                     b.members.size(), b.max_members));
-    for (const member& m : b.members) check_member(r, b, m, where, ports);
+    for (const member& m : b.members) check_member(r, b, m, place_of(m.written, file), ports);
     std::set<unsigned> sub_numbers;
     for (const sub_bundle& s : b.subs) {
+      const std::string_view at = place_of(s.written, file);
       if (!sub_numbers.insert(s.number).second)
-        impossible(where, fmt::format("sub-bundle {} stands twice", name_of(s)));
+        impossible(at, fmt::format("sub-bundle {} stands twice", name_of(s)));
       if (!handles.insert(s.handle).second)
-        impossible(where,
-                   fmt::format("sub-bundle {}: handle {:#x} is taken", name_of(s), s.handle));
+        impossible(at, fmt::format("sub-bundle {}: handle {:#x} is taken", name_of(s), s.handle));
       for (const unsigned tag : tags_of(s.encapsulation))
         if (tag == 0 || tag > last_vlan)
-          impossible(where, fmt::format("sub-bundle {}: \"{}\" has a tag that is none of 1 to {}",
-                                        name_of(s), s.encapsulation, last_vlan));
+          impossible(at, fmt::format("sub-bundle {}: \"{}\" has a tag that is none of 1 to {}",
+                                     name_of(s), s.encapsulation, last_vlan));
     }
   }
+  check_values(r, file);
 }
 
 }  // namespace lab

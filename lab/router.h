@@ -41,6 +41,7 @@ struct node {
   unsigned cores = 2;
   bool in_unit_list = true;  // `show unit` tells of its chips
   bool forwarding = true;    // it holds forwarding objects
+  std::string written{};     // "small.toml:12", where it is described; empty if it is made up
 };
 
 struct member {
@@ -56,6 +57,7 @@ struct member {
   unsigned mtu = 0;
   std::string description;
   bool up = true;  // the bundle keeps the slot of a port that is down
+  std::string written{};
 };
 
 struct sub_bundle {
@@ -69,6 +71,7 @@ struct sub_bundle {
   std::uint32_t glif = 0;
   std::uint32_t rif = 0;
   std::uint32_t local_lif = 0;
+  std::string written{};
 };
 
 struct bundle {
@@ -86,6 +89,7 @@ struct bundle {
   unsigned max_members = 64;
   std::vector<member> members;
   std::vector<sub_bundle> subs;
+  std::string written{};
 };
 
 // A value that one layer holds against the truth. An empty node or an NPU of -1 means all of them.
@@ -96,6 +100,7 @@ struct override_rule {
   std::string node;
   int npu = -1;
   std::string value;
+  std::string written{};
 };
 
 struct planted_fault {
@@ -148,8 +153,8 @@ bool is_absent(const router& r, std::string_view field, std::string_view object,
 void derive(router& r);
 
 // Throws `lab_error` if the router is impossible: two bundles with one handle, a member on a node
-// that does not exist, an unknown type. `where` names the file.
-void check(const router& r, std::string_view where);
+// that does not exist, an unknown type. `file` is named where no line is known.
+void check(const router& r, std::string_view file);
 
 bool is_single_node(std::string_view type);
 bool known_type(std::string_view type);

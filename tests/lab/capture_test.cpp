@@ -232,6 +232,37 @@ TEST(CaptureFolder, OfOtherThingsThanFilesIsRefusedByEveryReader) {
   }
 }
 
+// What a rendered capture lost would be a finding of the audit, and nobody would look for its
+// cause.
+TEST(CaptureFolder, ThatLacksWhatItWasMadeWithIsRefusedByEveryReader) {
+  namespace fs = std::filesystem;
+  struct row {
+    const char* why;
+    const char* lost;
+    const char* message;
+  };
+  const row rows[] = {
+      {"a file", "local/cfg_render,-c", "local/cfg_render,-c is missing, which line 2 of files"},
+      {"a node", "192.0.0.6",
+       "192.0.0.6/fwd_object_show,-t,lagport,-D is missing, which line 1 of files"},
+  };
+  for (const row& r : rows) {
+    const scratch_folder scratch;
+    const fs::path k = scratch.path() / "k";
+    write_folder(sample(), k);
+    fs::remove_all(k / r.lost);
+    const std::string out = (scratch.path() / "out").string();
+    for (const std::string& command :
+         {"run " + k.string(), "pack " + k.string() + " " + out, "redact " + k.string() + " " + out,
+          "diff " + k.string() + " " + k.string()}) {
+      const auto told = lab_test::run_shell(LAB_PROGRAM " " + command);
+      EXPECT_NE(told.status, 0) << r.why;
+      EXPECT_EQ(told.err, "tessel-lab: " + k.string() + ": " + r.message +
+                              " names; take the line out if that is meant\n");
+    }
+  }
+}
+
 TEST(CaptureFolder, MayBeReachedByALink) {
   const scratch_folder scratch;
   write_folder(sample(), scratch.path() / "out");
@@ -249,6 +280,32 @@ TEST(CaptureFile, IsNeitherALinkNorAPipe) {
   EXPECT_THROW(read_own(scratch.path() / "pipe"), lab_error);
   EXPECT_THROW(read_own(scratch.path()), lab_error);
   EXPECT_THROW(read_own(scratch.path() / "nowhere"), lab_error);
+}
+
+TEST(Manifest, IsRefusedWithTheLineThatIsWrong) {
+  struct row {
+    const char* line;
+    const char* message;
+  };
+  const row rows[] = {
+      {"colour = 1\n", "m:3: unknown key \"colour\""},
+      {"missing_tools = \"ssh\"\n", "m:3: missing_tools is no list of texts"},
+      {"missing_tools = [1]\n", "m:3: missing_tools is no text"},
+      {"router = 1\n", "m:3: router is no text"},
+      {"nodes = 1\n", "m:3: nodes is no table"},
+      {"[nodes]\n\"192.0.0.4\" = 1\n", "m:4: 192.0.0.4 is no text"},
+      {"file_limit = \"1\"\n", "m: file_limit is no number of bytes"},
+      {"[[[\n", "m:3: no TOML: what stands in brackets is no name"},
+  };
+  for (const row& r : rows) {
+    std::string message;
+    try {
+      parse_manifest(std::string{"format = 1\nhost_node_id = 1\n"} + r.line, "m");
+    } catch (const lab_error& failure) {
+      message = failure.what();
+    }
+    EXPECT_EQ(message, r.message);
+  }
 }
 
 TEST(Answer, ThatIsNotThereIsAnError) {

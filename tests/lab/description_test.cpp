@@ -18,6 +18,9 @@ type = "birch"
 name = "0/0/CPU0"
 chip = "BCM88680"
 npus = 2
+[[node]]
+name = "0/RP0/CPU0"
+id = 4096
 [[bundle]]
 number = 5
 members = [{ port = "HundredGigE0/0/0/1", node = "0/0/CPU0", npu = 1 }]
@@ -57,6 +60,9 @@ bundle_scale = 512
 name = "0/0/CPU0"
 chip = "BCM88680"
 npus = 1
+[[node]]
+name = "0/RP1/CPU0"
+id = 4352
 [[bundle]]
 number = 5
 lag = 77
@@ -126,7 +132,8 @@ TEST(Description, ErrorNamesFileLineAndPlace) {
        "test.toml:5: members: port HundredGigE0/0/0/1 stands twice"},
       {"a base that is not there", "base = \"nowhere\"\n",
        "test.toml:1: router: there is no router \"nowhere\""},
-      {"an unknown fault", "type = \"birch\"\nfaults = [\"rust\"]\n", "there is no fault \"rust\""},
+      {"an unknown fault", "type = \"birch\"\nfaults = [\"chip-mtu\",\n\"rust\"]\n",
+       "test.toml:3: router: there is no fault \"rust\""},
   };
   for (const row& r : rows)
     EXPECT_EQ(refusal(r.text).substr(0, std::string{r.message}.size()), r.message) << r.why;
@@ -144,35 +151,36 @@ TEST(Description, ImpossibleRouterIsRefused) {
       "}]\n";
   const row rows[] = {
       {"two bundles with one handle", base + second + "handle = 0x3000004\n",
-       "test.toml: bundle 6: handle 0x3000004 is taken"},
+       "test.toml:14: bundle 6: handle 0x3000004 is taken"},
       {"a node that is not there",
        base + "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/9/0/2\", node = "
               "\"0/9/CPU0\" }]\n",
-       "test.toml: bundle 6, member HundredGigE0/9/0/2: there is no node 0/9/CPU0"},
+       "test.toml:16: bundle 6, member HundredGigE0/9/0/2: there is no node 0/9/CPU0"},
       {"an NPU that is not there",
        base + "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/2\", node = "
               "\"0/0/CPU0\", npu = 2 }]\n",
-       "test.toml: bundle 6, member HundredGigE0/0/0/2: node 0/0/CPU0 has 2 NPUs, not number 2"},
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: node 0/0/CPU0 has 2 NPUs, not number 2"},
       {"more members than allowed", base + second + "max_members = 0\n",
-       "test.toml: bundle 6: 1 members where 0 are allowed"},
+       "test.toml:14: bundle 6: 1 members where 0 are allowed"},
       {"a port in two bundles",
        base + "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/1\", node = "
               "\"0/0/CPU0\" }]\n",
-       "test.toml: bundle 6, member HundredGigE0/0/0/1: the port is a member already"},
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/1: the port is a member already"},
       {"a single-node type with two nodes",
        "type = \"elm\"\n[[node]]\nname = \"0/RP0/CPU0\"\n[[node]]\nname = \"0/0/CPU0\"\n",
        "test.toml: a router of type elm is the one node 0/RP0/CPU0"},
       {"two nodes with one id",
        base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\n[[node]]\nname = \"0/2/CPU0\"\nid = 7\n",
-       "test.toml: node 0/2/CPU0: id 0x7 is taken, give each node its own"},
+       "test.toml:17: node 0/2/CPU0: id 0x7 is taken, give each node its own"},
       {"two nodes without an id", base + "[[node]]\nname = \"0/1/CPU0\"\n",
-       "test.toml: node 0/1/CPU0: id 0x0 is taken, give each node its own"},
+       "test.toml:14: node 0/1/CPU0: id 0x0 is taken, give each node its own"},
       {"more NPUs than a node has",
        base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nchip = \"BCM88680\"\nnpus = 17\n",
-       "test.toml: node 0/1/CPU0: 17 NPUs, a node has at most 16"},
+       "test.toml:14: node 0/1/CPU0: 17 NPUs, a node has at most 16"},
       {"a tag that no frame has",
        base + second + "subs = [{ number = 8, encapsulation = \"dot1q 8 second-dot1q 4095\" }]\n",
-       "test.toml: sub-bundle BE6.8: \"dot1q 8 second-dot1q 4095\" has a tag that is none of 1 to "
+       "test.toml:17: sub-bundle BE6.8: \"dot1q 8 second-dot1q 4095\" has a tag that is none of 1 "
+       "to "
        "4094"},
       {"a Jericho2 with more cores than two",
        base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nchip = \"BCM88690\"\ncores = 4\n",
@@ -180,6 +188,143 @@ TEST(Description, ImpossibleRouterIsRefused) {
       {"no node", "type = \"birch\"\n", "test.toml: no node is described"},
   };
   for (const row& r : rows) EXPECT_EQ(refusal(r.text), r.message) << r.why;
+}
+
+// Two things with one number, or a value that no layer holds: the audit of such a router, which has
+// no fault, would find some or die.
+TEST(Description, ValuesThatNoRouterHasAreRefused) {
+  struct row {
+    const char* why;
+    std::string text;  // behind `small`
+    const char* message;
+  };
+  const auto bundle = [](const std::string& more) {
+    return "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/2\", node = "
+           "\"0/0/CPU0\", npu = 1 }]\n" +
+           more;
+  };
+  const auto member = [](const std::string& more) {
+    return "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/2\", node = "
+           "\"0/0/CPU0\", npu = 1, " +
+           more + " }]\n";
+  };
+  const auto sub = [&](const std::string& encapsulation) {
+    return bundle("subs = [{ number = 1, encapsulation = \"" + encapsulation + "\" }]\n");
+  };
+  const row rows[] = {
+      {"a LAG id", bundle("lag = 1\n"),
+       "test.toml:14: bundle 6: lag 0x1 is taken by bundle 5, give each its own"},
+      {"a sub-bundle's LAG id", bundle("subs = [{ number = 1, lag = 1 }]\n"),
+       "test.toml:17: sub-bundle BE6.1: lag 0x1 is taken by bundle 5, give each its own"},
+      {"a global LIF", bundle("glif = 0x14000\n"),
+       "test.toml:14: bundle 6: glif 0x14000 is taken by bundle 5, give each its own"},
+      {"a RIF", bundle("rif = 0x11\n"),
+       "test.toml:14: bundle 6: rif 0x11 is taken by bundle 5, give each its own"},
+      {"a member's handle", member("handle = 0x1000040"),
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: handle 0x1000040 is taken by bundle 5, "
+       "member HundredGigE0/0/0/1, give each its own"},
+      {"a member with a bundle's handle", member("handle = 0x3000004"),
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: handle 0x3000004 is taken by bundle 5, "
+       "give each its own"},
+      {"a system port", member("system_port = 0x101"),
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: system_port 0x101 is taken by bundle 5, "
+       "member HundredGigE0/0/0/1, give each its own"},
+      {"a port of one core", member("pp_port = 10"),
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: pp_port 0xa is taken by bundle 5, "
+       "member HundredGigE0/0/0/1, give each its own"},
+      {"no MTU", bundle("mtu = 0\n"), "test.toml:14: bundle 6: mtu 0 is none of 1 to 65535"},
+      {"an MTU beyond sixteen bits", bundle("mtu = 65536\n"),
+       "test.toml:14: bundle 6: mtu 65536 is none of 1 to 65535"},
+      {"a member's MTU", member("mtu = 70000"),
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: mtu 70000 is none of 1 to 65535"},
+      {"bundle 0", "[[bundle]]\nnumber = 0\n",
+       "test.toml:14: bundle 0: a bundle's number is from 1 to 65535"},
+      {"a bundle beyond sixteen bits", "[[bundle]]\nnumber = 65536\n",
+       "test.toml:14: bundle 65536: a bundle's number is from 1 to 65535"},
+      {"a port of another slot",
+       "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/1/0/2\", node = "
+       "\"0/0/CPU0\" }]\n",
+       "test.toml:16: bundle 6, member HundredGigE0/1/0/2: its node 0/0/CPU0 has the ports "
+       "0/0/..."},
+      {"a slot that is not there", "[[node]]\nname = \"0/16/CPU0\"\nid = 16\n",
+       "test.toml:14: node 0/16/CPU0: a router of type birch has 0/RP0/CPU0, 0/RP1/CPU0 and "
+       "0/0/CPU0 to 0/15/CPU0"},
+      {"a slot in other digits", "[[node]]\nname = \"0/01/CPU0\"\nid = 1\n",
+       "test.toml:14: node 0/01/CPU0: a router of type birch has 0/RP0/CPU0, 0/RP1/CPU0 and "
+       "0/0/CPU0 to 0/15/CPU0"},
+      {"an address that leads out of a capture",
+       "[[node]]\nname = \"0/1/CPU0\"\nid = 1\naddress = \"../../tmp\"\n",
+       "test.toml:14: node 0/1/CPU0: address \"../../tmp\" is none, as 192.0.0.6"},
+      {"the route processor's own place for an address",
+       "[[node]]\nname = \"0/1/CPU0\"\nid = 1\naddress = \"local\"\n",
+       "test.toml:14: node 0/1/CPU0: address \"local\" is none, as 192.0.0.6"},
+      {"a port without its last number",
+       "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/\", node = "
+       "\"0/0/CPU0\" }]\n",
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/: a port's numbers are as 0/0/0/1 or "
+       "0/0/0/1/3"},
+      {"a port with a letter",
+       "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/1x\", node = "
+       "\"0/0/CPU0\" }]\n",
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/1x: a port's numbers are as 0/0/0/1 or "
+       "0/0/0/1/3"},
+      {"a system port of too many digits", member("system_port = 0x1000000"),
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: system_port 0x1000000 is beyond "
+       "0xffffff"},
+      {"an encapsulation without a tag", sub("dot1q"),
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q\" is none of"},
+      {"an encapsulation of another kind", sub("vlan 7"),
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"vlan 7\" is none of"},
+      {"an inner tag of the other form", sub("dot1q 7 dot1q 8"),
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7 dot1q 8\" is none of"},
+      {"a blank too many", sub("dot1q  7"),
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q  7\" is none of"},
+      {"a range without an end", sub("dot1q 7-"),
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7-\" is none of"},
+      {"a range beyond the last VLAN", sub("dot1q 7-4095"),
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7-4095\" is none of"},
+      {"an override of no object",
+       "[[override]]\nfield = \"dpa.lag\"\nobject = \"BE9\"\nvalue = \"1\"\n",
+       "test.toml:14: override of dpa.lag: there is no \"BE9\"; an object is as BE1, BE1.100, "
+       "0/0/0/1 or *"},
+  };
+  for (const row& r : rows)
+    EXPECT_EQ(refusal(small + r.text).substr(0, std::string{r.message}.size()), r.message) << r.why;
+  for (const char* fine : {"default", "untagged", "dot1q any", "dot1q 1,3-4,4094",
+                           "dot1q 7 second-dot1q any", "dot1ad 7 dot1q 8-9", "dot1ad any dot1q 4"})
+    EXPECT_EQ(refusal(small + sub(fine)), "accepted") << fine;
+}
+
+TEST(Description, TypesHaveNodesOfTheirOwn) {
+  const auto described = [](const std::string& type, const std::string& node,
+                            const std::string& more = {}) {
+    return "type = \"" + type + "\"\n[[node]]\nname = \"" + node + "\"\nid = 4096\n" + more;
+  };
+  EXPECT_EQ(refusal(described("fir", "D1/CB0/CPU0")), "accepted");
+  EXPECT_EQ(refusal(described("cedar", "0/RP1/CPU0")), "accepted");
+  EXPECT_EQ(refusal(described("fir", "D0/CB0/CPU0", "[[node]]\nname = \"46/0/CPU0\"\n")),
+            "accepted");
+  EXPECT_EQ(refusal(described("fir", "D0/CB0/CPU0", "[[node]]\nname = \"47/0/CPU0\"\n")),
+            "test.toml:5: node 47/0/CPU0: a router of type fir has D0/CB0/CPU0, D1/CB0/CPU0 and "
+            "0/0/CPU0 to 46/0/CPU0");
+  EXPECT_EQ(refusal(described("fir", "0/RP0/CPU0")),
+            "test.toml:2: node 0/RP0/CPU0: a router of type fir has D0/CB0/CPU0, D1/CB0/CPU0 and "
+            "0/0/CPU0 to 46/0/CPU0");
+  EXPECT_EQ(refusal(described("birch", "0/3/CPU0")),
+            "test.toml: no route processor is described, add the node 0/RP0/CPU0");
+  EXPECT_EQ(refusal("[[node]]\nname = \"0/RP0/CPU0\"\n"),
+            "test.toml: type is missing: it says what the router is, as type = \"birch\"");
+  EXPECT_EQ(refusal(described("aspen", "0/RP0/CPU0",
+                              "chip = \"BCM88680\"\n[[bundle]]\nnumber = 1\nmembers = [{ port = "
+                              "\"HundredGigE0/7/0/1\", node = \"0/RP0/CPU0\", core = 1, "
+                              "pp_port = 20 }]\n")),
+            "test.toml:8: bundle 1, member HundredGigE0/7/0/1: pp_port 20 is none of core 1, whose "
+            "ports begin at 256");
+}
+
+TEST(Description, MessageIsOneLineWhateverTheDescriptionHolds) {
+  EXPECT_EQ(refusal("type = \"birch\"\n\"a\\nb\\u001b[2J\" = 1\n"),
+            "test.toml:2: router: unknown key \"a\\x0ab\\x1b[2J\"");
 }
 
 class WithRouters : public testing::Test {
@@ -207,7 +352,7 @@ subs = [{ number = 7, encapsulation = "dot1q 8" }, { number = 9, encapsulation =
   const router r = load_router("second");
   EXPECT_EQ(r.name, "second");
   EXPECT_EQ(r.description, "second");
-  ASSERT_EQ(r.nodes.size(), 1U);
+  ASSERT_EQ(r.nodes.size(), 2U);
   EXPECT_EQ(r.nodes.front().chip, "BCM88690");
   EXPECT_EQ(r.nodes.front().npus, 2U);
   ASSERT_EQ(r.bundles.size(), 1U);
@@ -253,7 +398,9 @@ TEST(Encapsulation, TagsAreTheNumbersBehindTheirKeyword) {
 }
 
 TEST(Ports, SystemPortsHaveOneLengthHoweverManyThereAre) {
-  std::string text = "type = \"birch\"\n[[node]]\nname = \"0/0/CPU0\"\nchip = \"BCM88680\"\n";
+  std::string text =
+      "type = \"birch\"\n[[node]]\nname = \"0/0/CPU0\"\nchip = \"BCM88680\"\n"
+      "[[node]]\nname = \"0/RP0/CPU0\"\nid = 4096\n";
   for (unsigned at = 0; at < 3840; ++at)
     text += fmt::format(
         "[[bundle]]\nnumber = {}\nmembers = [{{ port = \"TenGigE0/0/0/{}\", node = "

@@ -84,6 +84,18 @@ TEST(RecordedCapture, MustHoldWhatItsCallsName) {
       {"no list of calls", [](capture& c) { c.calls.clear(); }, ""},
       {"an answer", without("cfg_render"),
        ": local/cfg_render is missing, which line 2 of calls names"},
+      {"the end of an answer",
+       [](capture& c) {
+         c.answers.at({"local", "cfg_render"}).pop_back();
+       },
+       ": local/cfg_render has 3 bytes, not the 4 that line 2 of calls tells"},
+      {"the end of a cut-off answer",
+       [](capture& c) {
+         c.answers.at({"local", "lagmgr_health;2"}).clear();
+       },
+       ": local/lagmgr_health;2 has 0 bytes, not the 3 that line 4 of calls tells"},
+      {"a size", [](capture& c) { c.calls += "0.1 0.1 0 many local/cfg_render\n"; },
+       ": calls:5: no call of a tool"},
       {"a numbered answer", without("lagmgr_health;1"),
        ": local/lagmgr_health;1 is missing, which line 3 of calls names"},
       {"a list", without("lagmgr_health;answers"),
@@ -121,6 +133,20 @@ TEST(RecordedCapture, MustHoldWhatItsCallsName) {
         << r.why;
     EXPECT_EQ(fs::exists(scratch.path() / "packed"), expected.empty()) << r.why;
   }
+}
+
+TEST(RecordedCapture, TellsTheSizesOfWhatReplacedItsAnswers) {
+  capture c = recorded_sample();
+  c.answers[{"local", "cfg_render"}] = "much longer";
+  c.answers[{"local", "lagmgr_health;2"}].clear();
+  EXPECT_THROW(check_recording(c, "c"), lab_error);
+  c.calls = calls_with_sizes(c);
+  EXPECT_EQ(c.calls,
+            "# begin  duration  status  bytes  answer; times in seconds\n"
+            "0.000000 0.000100 0 11 local/cfg_render\n"
+            "0.000200 0.000100 0 3 local/lagmgr_health;1\n"
+            "- - cut-off 0 local/lagmgr_health;2\n");
+  EXPECT_NO_THROW(check_recording(c, "c"));
 }
 
 class Recording : public testing::Test {
@@ -452,6 +478,22 @@ TEST_F(Recording, OfAHostThatDoesNotEndWhenToldIsNoCapture) {
   EXPECT_EQ(left_beside(), "");
 }
 
+// A script's "command &" starts it with SIGINT ignored, and so does it its host.
+TEST_F(Recording, ThatIsInterruptedDoesNotSucceedIfTheHostDoes) {
+  script("inner",
+         "iface_show >/dev/null; echo ready >/var/log/ready; n=0\n"
+         "until [ -e /var/log/told ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done; exit 0");
+  const outcome recorded = in_lab(
+      "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
+      " --library /var/log/library & n=0\n"
+      "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n"
+      "kill -INT $!; sleep 0.2; echo x >/var/log/told; wait $!; echo status $?",
+      "");
+  EXPECT_EQ(recorded.out, "status 130\n");
+  EXPECT_THAT(recorded.err, HasSubstr("tessel-lab: interrupted; /var/log/cap was not made\n"));
+  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
+}
+
 TEST_F(Recording, LeavesNothingIfItIsKilled) {
   script("inner", "iface_show >/dev/null; echo ready >/var/log/ready; exec sleep 600");
   const outcome recorded = in_lab(
@@ -476,6 +518,11 @@ TEST_F(Recording, GoesNowhereThatTheAuditClearsOrTheRecordingCovers) {
   EXPECT_EQ(cleared.err,
             "tessel-lab: /tmp/tessel-cap: an audit clears /tmp/tessel*; record to a place of "
             "another name\n");
+  const outcome within_a_run = in_lab(
+      "/opt/nos/libexec/tessel-lab run /opt/nos/capture --record /tmp/tessel-cap --host "
+      "/var/log/outer --library /var/log/library --logs /var/log/logs",
+      "");
+  EXPECT_EQ(within_a_run.err, cleared.err);
   const outcome covered = in_lab(
       "/opt/nos/libexec/tessel-lab record /opt/nos/bin/cap --host "
       "/var/log/outer --library /var/log/library",
