@@ -25,12 +25,17 @@ void hold_on_npu(router& r, const planted_fault& p, const char* field, const std
 // Layers against the chip -----------------------------------------------------------------------
 
 bool plant_chip_lag(router& r, planted_fault& p) {
-  // Where the bundle has no member the missing LAG is the whole of the finding.
+  // Where the bundle has no member the missing LAG is the whole of the finding. Where the list of
+  // chip units tells the NPUs by slot, a route processor in it has none.
+  const bool by_slot = r.type == "birch" || r.type == "fir";
+  const auto is_read = [&](const node& n) {
+    return is_examined(n) && !(by_slot && n.kind == "RP" && n.in_unit_list);
+  };
   std::vector<std::pair<site, int>> places;
   for (const bundle& b : r.bundles)
     for (const node& n : r.nodes)
       for (unsigned npu = 0; npu < n.npus; ++npu)
-        if (is_examined(n) && members_on(r, b, n).empty())
+        if (is_read(n) && members_on(r, b, n).empty())
           places.push_back({{&b, nullptr, &n}, static_cast<int>(npu)});
   if (places.empty()) return false;
   const auto& [s, npu] = placed(places, p);

@@ -824,6 +824,9 @@ std::vector<fault> silent_tool_faults() {
   return faults;
 }
 
+constexpr std::string_view untagged_note =
+    "INFO: Found untagged encap config, SEM entry check for {bundle} will not be performed";
+
 std::vector<fault> configuration_faults() {
   return {
       {.name = "config-no-banner",
@@ -883,22 +886,25 @@ std::vector<fault> configuration_faults() {
        .plant = plant_bundle_comma},
       {.name = "sub-untagged",
        .description = "a sub-bundle is configured to take untagged frames",
-       .finding =
-           "INFO: Found untagged encap config, SEM entry check for {bundle} will not be performed",
+       .finding = untagged_note,
        .shown = phase::parsing,
        .depth = 2,
        .plant = plant_untagged},
       {.name = "sub-no-key",
        .description = "an older chip can hold no key for an untagged sub-bundle whose LIF it knows",
-       .finding = "{}: verify_lif_rif_mac_mapping_key_llif failed for {object}({}) NPU {},{}",
-       .shown = phase::programming,
+       .finding = untagged_note,
+       .also = {{"{}: verify_lif_rif_mac_mapping_key_llif failed for {object}({}) NPU {},{}",
+                 phase::programming, 81}},
+       .shown = phase::parsing,
        .depth = 2,
        .plant = plant_no_key_with_hqos},
       {.name = "sub-no-glif",
        .description = "without hqos nobody tells the LIF of an untagged sub-bundle",
-       .finding = "Programming Error {}: LIF/RIF verification failed for {object}({}) NPU {},{}: "
-                  "GLIF {} is not valid",
-       .shown = phase::programming,
+       .finding = untagged_note,
+       .also = {{"Programming Error {}: LIF/RIF verification failed for {object}({}) NPU {},{}: "
+                 "GLIF {} is not valid",
+                 phase::programming, 81}},
+       .shown = phase::parsing,
        .depth = 2,
        .plant = plant_no_key_without_hqos},
       {.name = "sub-huge-tag",

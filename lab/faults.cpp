@@ -140,10 +140,31 @@ bool overlap(const std::string& a, const std::string& b) {
   return a.empty() || b.empty() || a == b;
 }
 
+// An object that is taken away takes its values along.
+bool takes_along(const override_rule& object, const override_rule& value) {
+  constexpr std::pair<std::string_view, std::string_view> held_by[] = {
+      {"dpa.glif", "dpa.l2port"},
+      {"dpa.rif", "dpa.l2port"},
+      {"dpa.mac", "dpa.l2port"},
+      {"dpa.l2-glif", "dpa.l2intf"},
+      {"dpa.l2-vlan-domain", "dpa.l2intf"},
+      {"dpa.l3-rif", "dpa.l3intf"},
+      {"dpa.mtu", "dpa.port"},
+      {"dpa.member-id", "dpa.member"},
+      {"dpa.member-npu", "dpa.member"},
+      {"dpa.weight", "dpa.member"},
+  };
+  return object.value == absent &&
+         std::any_of(std::begin(held_by), std::end(held_by), [&](const auto& one) {
+           return one.first == value.field && one.second == object.field;
+         });
+}
+
+// True if `a` changes a value that `b` changes, or takes it away.
 bool hold_the_same(const planted_fault& a, const planted_fault& b) {
   return std::any_of(a.holds.begin(), a.holds.end(), [&](const override_rule& one) {
     return std::any_of(b.holds.begin(), b.holds.end(), [&](const override_rule& other) {
-      return one.field == other.field && one.object == other.object &&
+      return (one.field == other.field || takes_along(one, other)) && one.object == other.object &&
              overlap(one.node, other.node) &&
              (one.npu == other.npu || one.npu < 0 || other.npu < 0);
     });

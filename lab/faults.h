@@ -79,7 +79,8 @@ bool applies(const router& r, std::string_view name);
 // Why an audit need not tell `b` beside `a`, empty if it must. There are four rules:
 // - a fault that stops phases hides what would have shown in them;
 // - a fault that is counted hides stale entries, which only a clean run looks for;
-// - of two faults that change the same value, the one that is planted last does;
+// - of two faults that change the same value, the one that is planted last does, and one that takes
+//   the object away;
 // - a fault hides what lies as deep or deeper around its place, as far and as deep as it reaches.
 std::string hidden_by(const planted_fault& a, const planted_fault& b);
 

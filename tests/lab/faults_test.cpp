@@ -223,6 +223,8 @@ TEST(Hiding, EffectsOfSomeArgumentsAreKnown) {
 TEST(Hiding, OneValueIsChangedOnce) {
   EXPECT_NE(why("birch-small", "dpa-l3-rif", "l3intf-no-rif"), "");
   EXPECT_EQ(why("birch-small", "dpa-l3-rif", "l3intf-no-rif@2"), "") << "another node";
+  EXPECT_NE(why("birch-small", "dpa-l3intf-missing", "l3intf-no-rif"), "")
+      << "goes with its object";
 }
 
 TEST(Hiding, ValuesThatDifferBetweenNodesNeedAllOfThem) {
