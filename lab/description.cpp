@@ -172,6 +172,8 @@ void read_member(section& s, bundle& b) {
   read(s, "system_port", m.system_port);
   read(s, "weight", m.weight);
   read(s, "mtu", m.mtu);
+  read(s, "description", m.description);
+  read(s, "up", m.up);
 }
 
 void read_sub(section& s, bundle& b) {
@@ -180,6 +182,7 @@ void read_sub(section& s, bundle& b) {
   sub.number = number;
   read_layer(s, sub.l2);
   read(s, "encapsulation", sub.encapsulation);
+  read(s, "description", sub.description);
   read(s, "handle", sub.handle);
   read(s, "lag", sub.lag);
   read(s, "glif", sub.glif);
@@ -265,6 +268,7 @@ void read_table(const toml::table& table, const std::string& file, router& r,
   read(s, "model", r.model);
   read_choice(s, "health", r.health, {"clean", "info", "errors"});
   read(s, "hqos", r.hqos);
+  read(s, "bundle_scale", r.bundle_scale);
   read(s, "host_node_id", r.host_node_id);
   bool without_bundles = false;
   read(s, "without_bundles", without_bundles);

@@ -80,6 +80,18 @@ bool plant_chip_mtu(router& r, planted_fault& p) {
   return true;
 }
 
+// Without the row of core 1 the audit knows no port of the LAG on either core.
+bool plant_lag_port(router& r, planted_fault& p) {
+  const site s = find_site(r, p, [&](const site& one) {
+    return has_chip(one) && !on_older_chip(one) &&
+           !is_absent(r, "chip.lag-mtu", "*", one.n->name, static_cast<int>(one.m->npu));
+  });
+  if (!s) return false;
+  note_place(p, s, name_of(*s.b));
+  hold_on_npu(r, p, "chip.lag-port", p.object, s, "absent");
+  return true;
+}
+
 // The chips of a router may give no port a profile; where they do, an aspen's audit fails over it.
 bool plant_lag_mtu(router& r, planted_fault& p) {
   const site s =
@@ -315,6 +327,11 @@ std::vector<fault> compared_faults() {
                   ",NPU: {}",
        .depth = 72,
        .plant = plant_chip_mtu},
+      {.name = "lag-port-missing",
+       .description = "a Jericho2 chip lists the port of a LAG on one core alone",
+       .finding = "{}: BCM member verification failed for {}{object}({}), {node}",
+       .depth = 72,
+       .plant = plant_lag_port},
       {.name = "aspen-lag-mtu",
        .description =
            "an aspen's Jericho2 chips give their ports MTU profiles, which no member can "

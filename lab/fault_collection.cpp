@@ -380,6 +380,24 @@ bool plant_no_encapsulation(router& r, planted_fault& p) {
   return true;
 }
 
+// A comma in front of the encapsulation: the audit reads the stanza to there.
+bool plant_sub_comma(router& r, planted_fault& p) {
+  sub_bundle* sub = choose_sub(r, p, [](const sub_bundle&) { return true; });
+  if (sub == nullptr) return false;
+  sub->description = "customer 17, east";
+  return true;
+}
+
+// Likewise in front of the word that makes a bundle one of layer 2.
+bool plant_bundle_comma(router& r, planted_fault& p) {
+  const site s = find_site(r, p, [](const site& one) { return one.b->l2; });
+  if (!s) return false;
+  note_place(p, {s.b, nullptr, nullptr}, name_of(*s.b));
+  for (bundle& b : r.bundles)
+    if (name_of(b) == p.bundle) b.description = "customers, east";
+  return true;
+}
+
 bool plant_untagged(router& r, planted_fault& p) {
   sub_bundle* sub = choose_sub(r, p, [](const sub_bundle& one) { return one.l2; });
   if (sub == nullptr) return false;
@@ -690,6 +708,19 @@ std::vector<fault> configuration_faults() {
        .shown = phase::parsing,
        .depth = 2,
        .plant = plant_no_encapsulation},
+      {.name = "config-comma-sub",
+       .description = "a comma in the description of a sub-bundle cuts its encapsulation off",
+       .finding = "{}: Dont have any encapsulation config.",
+       .shown = phase::parsing,
+       .depth = 2,
+       .plant = plant_sub_comma},
+      {.name = "config-comma-bundle",
+       .description = "a comma in the description of a layer 2 bundle cuts its type off: the audit "
+                      "takes it for one of layer 3",
+       .finding = "{}: DPA bundle consistency check failed for {object}({}), {}",
+       .depth = 56,
+       .hides = reach::bundle_everywhere,
+       .plant = plant_bundle_comma},
       {.name = "sub-untagged",
        .description = "a sub-bundle is configured to take untagged frames",
        .finding =

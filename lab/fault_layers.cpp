@@ -95,6 +95,23 @@ bool plant_im_handle(router& r, planted_fault& p) {
   return hold_of_sub(r, p, "im.handle", "0xnone");
 }
 
+// A line of the listing that speaks of an MTU in front of the one that tells it: the audit's filter
+// keeps both, and the first one parts the second from the name.
+bool plant_mtu_description(router& r, planted_fault& p) {
+  const site s = find_site(r, p, anywhere);
+  if (!s) return false;
+  note_place(p, s, port_tail(s.m->port));
+  for (bundle& b : r.bundles)
+    for (member& m : b.members)
+      if (port_tail(m.port) == p.object) m.description = "leased line; MTU 1500 beyond";
+  return true;
+}
+
+// The row has the handle of another object that is there.
+bool plant_second_handle(router& r, planted_fault& p) {
+  return hold_of_sub(r, p, "im.second-row", "0x30f0004");
+}
+
 bool plant_unlisted_port(router& r, planted_fault& p) {
   return hold_of_member(r, p, find_site(r, p, anywhere), "interfaces.mtu", "absent");
 }
@@ -263,6 +280,12 @@ bool plant_dpa_l3_rif(router& r, planted_fault& p) {
   return s && hold_of_bundle(r, p, s, "dpa.l3-rif", fmt::format("{:#x}", s.b->rif + 0x100));
 }
 
+// The same number written otherwise; the audit compares it as text.
+bool plant_dpa_rif_zeros(router& r, planted_fault& p) {
+  const site s = find_site(r, p, is_l3);
+  return s && hold_of_bundle(r, p, s, "dpa.l3-rif", fmt::format("0x{:08x}", s.b->rif));
+}
+
 bool plant_dpa_l2_glif(router& r, planted_fault& p) {
   // Likewise.
   const site s = find_site(r, p, is_l2);
@@ -374,6 +397,18 @@ std::vector<fault> manager_faults() {
        .depth = 20,
        .hides = reach::bundle,
        .plant = plant_im_handle},
+      {.name = "im-second-handle",
+       .description = "the interface manager lists a sub-bundle under two handles; either may be "
+                      "taken for its own",
+       .depth = 20,
+       .hides = reach::bundle,
+       .plant = plant_second_handle},
+      {.name = "port-description-mtu",
+       .description = "the description of a member's port has the word MTU, which the listing of "
+                      "interfaces is searched for",
+       .finding = "{}: BM PI verification failed for {object},{bundle}({}), {node}",
+       .depth = 31,
+       .plant = plant_mtu_description},
       {.name = "port-not-listed",
        .description = "the listing of interfaces lacks a member's port",
        .finding = "{}: BM PI verification failed for {object},{bundle}({}), {node}",
@@ -465,6 +500,14 @@ std::vector<fault> forwarding_faults() {
        .depth = 57,
        .hides = reach::bundle,
        .plant = plant_dpa_l3_rif},
+      {.name = "dpa-l3-rif-zeros",
+       .description = "the layer 3 object of a bundle has its RIF with leading zeros, which the "
+                      "audit takes for another one",
+       .finding = "Inconsistency {}:{object}({}), {node} RIF is not consistent in "
+                  "DPA_Bundles_l2port:{}, Expected:{}",
+       .depth = 57,
+       .hides = reach::bundle,
+       .plant = plant_dpa_rif_zeros},
       {.name = "dpa-l2-glif",
        .description = "the l2intf object of a bundle has another global LIF than its l2port object",
        .finding = "Inconsistency {}:{object}({}), {node} GLIF is not consistent in "

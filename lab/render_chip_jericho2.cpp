@@ -48,7 +48,8 @@ std::string lag_ports(const chip_unit& u) {
     if (u.lacks("chip.lag", name_of(b))) continue;
     text += fmt::format("| {:<5} | {:<5} | {:<5} | {:<5} | {:<5} | {:<5} |\n", entry, b.lag, 0,
                         lag_port(b), 16 * entry, b.members.size());
-    text += fmt::format("|       |       | {:<5} | {:<5} |       |       |\n", 1, lag_port(b));
+    if (!u.lacks("chip.lag-port", name_of(b)))
+      text += fmt::format("|       |       | {:<5} | {:<5} |       |       |\n", 1, lag_port(b));
     ++entry;
   }
   return text + "+-------+-------+-------+-------+-------+-------+\n";
@@ -77,25 +78,30 @@ std::string lag_members(const chip_unit& u) {
   const std::string further = "|       |      |       |      |";
   std::string text = "| Entry | Hash | Ports | LAG  | Mode   | Global port | State |\n";
   unsigned entry = 0;
-  const auto add = [&](std::uint32_t lag, const std::vector<std::uint32_t>& ports) {
+  struct lag_slot {
+    std::uint32_t port;
+    bool up;
+  };
+  const auto add = [&](std::uint32_t lag, const std::vector<lag_slot>& ports) {
     std::string head =
         fmt::format("| {:<5} | {:<4} | {:<5} | {:<4} |", entry++, 2, ports.size(), lag);
     if (ports.empty()) show_lag_row(text, head, "", "", "");
-    for (const std::uint32_t port : ports) {
-      show_lag_row(text, head, "hash", fmt::format("{:#x}", first_global_port + port), "up");
+    for (const lag_slot& slot : ports) {
+      show_lag_row(text, head, "hash", fmt::format("{:#x}", first_global_port + slot.port),
+                   slot.up ? "up" : "down");
       head = further;
     }
   };
   for (const bundle& b : u.r.bundles) {
-    std::vector<std::uint32_t> ports;
+    std::vector<lag_slot> ports;
     for (const member& m : b.members)
-      if (!u.lacks("chip.member", port_tail(m.port))) ports.push_back(m.system_port);
+      if (!u.lacks("chip.member", port_tail(m.port))) ports.push_back({m.system_port, m.up});
     if (!u.lacks("chip.lag", name_of(b))) add(b.lag, ports);
     for (const sub_bundle& s : b.subs)
       if (s.lag != b.lag && !u.lacks("chip.lag", name_of(s))) add(s.lag, {});
   }
   if (const auto extra = u.instead("chip.extra-lag", "*"))
-    add(static_cast<std::uint32_t>(std::stoul(*extra)), {0xfff});
+    add(static_cast<std::uint32_t>(std::stoul(*extra)), {{0xfff, true}});
   return text;
 }
 

@@ -101,14 +101,17 @@ void show_free_slot(std::string& text) {
 std::string lag_tables(const chip_unit& u) {
   constexpr std::uint32_t first_global_port = 0x4000000;
   std::string text = "Link aggregation groups\n";
+  std::size_t down = 0;
   for (const bundle& b : u.r.bundles) {
     if (!u.lacks("chip.lag", name_of(b))) {
       show_lag_head(text, b.lag, b.members.size());
       for (const member& m : b.members)
         if (!u.lacks("chip.member", port_tail(m.port)))
-          show_lag_member(text, m.id, first_global_port + m.system_port, 'Y');
+          show_lag_member(text, m.id, first_global_port + m.system_port, m.up ? 'Y' : 'N');
       show_free_slot(text);
     }
+    down += static_cast<std::size_t>(
+        std::count_if(b.members.begin(), b.members.end(), [](const member& m) { return !m.up; }));
     for (const sub_bundle& s : b.subs) {
       if (s.lag == b.lag || u.lacks("chip.lag", name_of(s))) continue;
       show_lag_head(text, s.lag, 0);
@@ -119,6 +122,7 @@ std::string lag_tables(const chip_unit& u) {
     show_lag_head(text, static_cast<std::uint32_t>(std::stoul(*extra)), 1);
     show_lag_member(text, 0, first_global_port + 0xfff, 'Y');
   }
+  if (down > 0) text += fmt::format("LAG members that are down: {}\n", down);
   return text;
 }
 

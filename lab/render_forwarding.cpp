@@ -45,8 +45,9 @@ void show_slot(const router& r, const member& m, const node& n, std::string& tex
   const std::string npu =
       overridden(r, "dpa.member-npu", tail, n.name).value_or(std::to_string(m.npu));
   if (npu != absent) text += fmt::format("  {}:uint8_t mbr_npu_id => {}\n", slot, npu);
-  text += fmt::format("  {}:uint16_t weight => {}\n", slot,
-                      overridden(r, "dpa.weight", tail, n.name).value_or(std::to_string(m.weight)));
+  const std::string weight =
+      overridden(r, "dpa.weight", tail, n.name).value_or(std::to_string(m.weight));
+  if (weight != absent) text += fmt::format("  {}:uint16_t weight => {}\n", slot, weight);
 }
 
 // Slots of members on other nodes stay without a value here, and so does the next free one.
@@ -91,9 +92,9 @@ void show_lagport(const router& r, const lagport_object& object, const node& n, 
     text += "  uint32_t max_member_count => not set\n  uint32_t mtu => not set\n";
     return;
   }
-  text += fmt::format("  uint32_t max_member_count => {}\n",
-                      overridden(r, "dpa.max-members", object.name, n.name)
-                          .value_or(std::to_string(main->max_members)));
+  const std::string limit = overridden(r, "dpa.max-members", object.name, n.name)
+                                .value_or(std::to_string(main->max_members));
+  text += fmt::format("  uint32_t max_member_count => {}\n", limit == absent ? "not set" : limit);
   text += fmt::format("  uint32_t mtu => {}\n", main->mtu);
   show_slots(r, *main, n, text);
   show_domains(r, *main, n, text);

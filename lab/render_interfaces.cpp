@@ -7,10 +7,15 @@ namespace {
 
 // The listing -----------------------------------------------------------------------------------
 
+void list_state(std::string& text, const std::string& name, const char* state) {
+  text += fmt::format("{0} is {1}, line protocol is {1}\n", name, state);
+}
+
 void list_interface(std::string& text, const std::string& name, const std::string& hardware,
-                    const std::string& description, const std::string& mtu, unsigned gigabits) {
+                    const std::string& description, const std::string& mtu, unsigned gigabits,
+                    const char* state = "up") {
   const unsigned long kilobits = 1000000UL * gigabits;
-  text += fmt::format("{} is up, line protocol is up\n", name);
+  list_state(text, name, state);
   text += "  Interface state transitions: 1\n";
   text += fmt::format("  Hardware is {}\n", hardware);
   if (!description.empty()) text += fmt::format("  Description: {}\n", description);
@@ -31,30 +36,45 @@ std::string management_port(const router& r) {
 
 std::string interface_listing(const router& r) {
   std::string text;
+  // A console line has no MTU; the next one that is told is that of a bundle, which nobody looks
+  // up.
+  list_state(text, "Async0", "up");
+  text += "  Hardware is Async console line\n\n";
   for (const bundle& b : r.bundles) {
     list_interface(text, fmt::format("Bundle-Ether{}", b.number), "Aggregated Ethernet interface",
                    b.description, std::to_string(b.mtu), 200);
     for (const sub_bundle& s : b.subs)
       list_interface(text, fmt::format("Bundle-Ether{}.{}", b.number, s.number),
-                     "VLAN sub-interface", "", std::to_string(b.mtu + 4), 200);
+                     "VLAN sub-interface", s.description, std::to_string(b.mtu + 4), 200);
   }
   list_interface(text, "Loopback0", "Loopback interface(s)", "router id", "1500", 0);
   list_interface(text, management_port(r), "Management Ethernet", "", "1514", 1);
   for (const bundle& b : r.bundles)
     for (const member& m : b.members)
       if (const std::string mtu = port_mtu(r, m); mtu != absent)
-        list_interface(text, m.port, port_type(m.port),
-                       fmt::format("member of bundle {}", b.number), mtu, 100);
+        list_interface(
+            text, m.port, port_type(m.port),
+            m.description.empty() ? fmt::format("member of bundle {}", b.number) : m.description,
+            mtu, 100, m.up ? "up" : "down");
+  for (const node& n : r.nodes)
+    if (n.kind == "LC") {
+      const std::string port = free_port(r, n);
+      list_interface(text, port, port_type(port), "", "1514", 100, "administratively down");
+    }
   list_interface(text, "Null0", "Null interface", "", "1500", 0);
   return text;
 }
 
 // The interface manager's database --------------------------------------------------------------
 
+void list_view(std::string& text, const std::string& handle, const std::string& name,
+               const char* view, unsigned flags, unsigned mtu) {
+  text += fmt::format("{} {} {:<5} up up {:#x} {}\n", handle, name, view, flags, mtu);
+}
+
 void list_views(std::string& text, const std::string& handle, const std::string& name,
                 unsigned mtu) {
-  for (const char* view : {"OWN", "IPV4", "LDP"})
-    text += fmt::format("{} {} {:<5} up up 0x{:x} {}\n", handle, name, view, 0x1041, mtu);
+  for (const char* view : {"OWN", "IPV4", "LDP"}) list_view(text, handle, name, view, 0x1041, mtu);
 }
 
 std::string manager_database(const router& r) {
@@ -71,6 +91,8 @@ std::string manager_database(const router& r) {
       const std::string handle =
           overridden(r, "im.handle", name_of(s)).value_or(fmt::format("{:#x}", s.handle));
       if (handle != absent) list_views(text, handle, name_of(s), b.mtu + 4);
+      if (const auto again = overridden(r, "im.second-row", name_of(s)))
+        list_view(text, *again, name_of(s), "LDP", 0x1049, b.mtu + 4);
     }
   }
   return text;
@@ -88,6 +110,8 @@ void configure_head(const router& r, std::string& text) {
   text += "domain name lab.example\n!\n";
   text += "line default\n exec-timeout 0 0\n!\n";
   if (r.hqos) text += "hw-module profile qos hqos-enable\n!\n";
+  if (r.bundle_scale > 0)
+    text += fmt::format("hw-module profile bundle-scale {}\n!\n", r.bundle_scale);
   text += "interface Loopback0\n description router id, \"first\" of all\n";
   text += " ipv4 address 10.255.0.1 255.255.255.255\n!\n";
   text += fmt::format("interface {}\n description out of band; see rack 7 (door's side) + up!\n",
@@ -98,6 +122,7 @@ void configure_head(const router& r, std::string& text) {
 void configure_sub(const bundle& b, const sub_bundle& s, std::string& text) {
   text += fmt::format("interface Bundle-Ether{}.{}{}\n", b.number, s.number,
                       s.l2 ? " l2transport" : "");
+  if (!s.description.empty()) text += fmt::format(" description {}\n", s.description);
   if (!s.l2)
     text +=
         fmt::format(" ipv4 address 10.{}.{}.1 255.255.255.252\n", b.number % 256, s.number % 256);
@@ -122,9 +147,11 @@ void configure_ports(const router& r, std::string& text) {
   for (const bundle& b : r.bundles)
     for (const member& m : b.members)
       text += fmt::format(
-          "interface {}\n description member of bundle {} - {}\n bundle id {} mode active\n"
-          " lacp period short\n!\n",
-          m.port, b.number, m.node, b.number);
+          "interface {}\n description {}\n bundle id {} mode active\n lacp period short\n!\n",
+          m.port,
+          m.description.empty() ? fmt::format("member of bundle {} - {}", b.number, m.node)
+                                : m.description,
+          b.number);
   for (const node& n : r.nodes)
     if (n.kind == "LC")
       text += fmt::format(

@@ -7,9 +7,11 @@ namespace {
 
 // The bundle manager's own database -------------------------------------------------------------
 
-void show_database_member(std::string& text, const std::string& name, std::uint64_t handle) {
+void show_database_member(std::string& text, const std::string& name, std::uint64_t handle,
+                          bool up = true) {
   text += fmt::format("  Member interface                 {} ({:#x})\n", name, handle);
-  text += "    Port state                     distributing\n";
+  text +=
+      fmt::format("    Port state                     {}\n", up ? "distributing" : "configured");
   text += "    Port priority / number         0x8000, 0x0001\n";
   text += "    Bandwidth (kbps)               100000000\n";
 }
@@ -28,7 +30,7 @@ void show_database_bundle(const router& r, const bundle& b, std::string& text) {
   text += "  LACP operational                 true\n";
   for (const member& m : b.members)
     if (!is_absent(r, "pi.member", port_tail(m.port), m.node))
-      show_database_member(text, short_name(m.port), m.handle);
+      show_database_member(text, short_name(m.port), m.handle, m.up);
   if (const auto extra = overridden(r, "pi.extra-member", name))
     show_database_member(text, short_name(*extra), 0x1ffff00);
 }

@@ -42,6 +42,8 @@ std::string unit_list(const router& r) {
   for (const node& n : r.nodes) {
     if (n.chip.empty() || !n.in_unit_list) continue;
     text += fmt::format("\nNode ID: {}\n", n.name);
+    // Cards with seats for port modules are told as such first.
+    if (n.card.find("-MOD") != std::string::npos) text += "Card with port modules\n";
     for (unsigned npu = 0; npu < n.npus; ++npu) {
       text += fmt::format("Unit {} chip {}_A0 (current)\n", npu, n.chip);
       text += fmt::format("  driver attached, {} cores\n", n.cores);

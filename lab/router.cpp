@@ -53,6 +53,7 @@ const std::vector<field_description>& override_fields() {
   static const std::vector<field_description> fields{
       {"interfaces.mtu", "MTU of a port in the interface listing; absent: not listed"},
       {"im.handle", "handle of a sub-bundle in the interface manager; absent: not listed"},
+      {"im.second-row", "handle in a further LDP row of a sub-bundle in the interface manager"},
       {"pi.bundle", "absent: the bundle manager does not hold the bundle"},
       {"pi.mac", "MAC of a bundle in the bundle manager; absent: no such line"},
       {"pi.mtu", "MTU of a bundle in the bundle manager; absent: no such line"},
@@ -69,11 +70,11 @@ const std::vector<field_description>& override_fields() {
       {"dpa.object", "absent: a node has no lagport object of the bundle or sub-bundle"},
       {"dpa.lag", "LAG id in the lagport object of a node"},
       {"dpa.pending", "pending counters of the lagport object, \"0/0/1\" for delayed delete"},
-      {"dpa.max-members", "member limit of the lagport object"},
+      {"dpa.max-members", "member limit of the lagport object; absent: not set"},
       {"dpa.member", "absent: the lagport object does not hold the member"},
       {"dpa.member-id", "slot of a member in the lagport object"},
       {"dpa.member-npu", "NPU of a member in the lagport object; absent: no such line"},
-      {"dpa.weight", "weight of a member in the lagport object"},
+      {"dpa.weight", "weight of a member in the lagport object; absent: no such line"},
       {"dpa.extra-member", "a port that a lagport object holds beside the configured ones"},
       {"dpa.vlan-domain", "VLAN domain of an NPU in the lagport object, a decimal number"},
       {"dpa.glif", "global LIF in the l2port object"},
@@ -88,6 +89,7 @@ const std::vector<field_description>& override_fields() {
       {"dpa.port", "absent: a node has no l1port object of the port"},
       {"dpa.mtu", "MTU in the l1port object; absent: no such line"},
       {"chip.lag", "absent: the chip has no such LAG"},
+      {"chip.lag-port", "absent: a Jericho2 chip has a LAG's port on core 0 alone"},
       {"chip.member", "absent: the chip's LAG has no such member"},
       {"chip.extra-lag", "a LAG of one member that nobody configured"},
       {"chip.mtu", "MTU of a port (a bundle on Jericho2) in the chip"},
@@ -377,6 +379,8 @@ void check_nodes(const router& r, std::string_view where) {
     if (n.npus > most_npus)
       impossible(where,
                  fmt::format("node {}: {} NPUs, a node has at most {}", n.name, n.npus, most_npus));
+    if (family_of(n) == chip_family::jericho2 && n.cores != 2)
+      impossible(where, fmt::format("node {}: {} cores, a Jericho2 has two", n.name, n.cores));
     // The tools ask for a chip by its node's id, so of two nodes with one id only one could answer.
     if (!ids.insert(n.id).second)
       impossible(where,

@@ -51,6 +51,7 @@ TEST(Description, KeepsWhatItSays) {
   const router r = parse_router(R"(type = "birch"
 hqos = true
 host_node_id = 4352
+bundle_scale = 512
 [[node]]
 name = "0/0/CPU0"
 chip = "BCM88680"
@@ -60,8 +61,8 @@ number = 5
 lag = 77
 handle = 0x3001230
 mac = "0011.2233.4455"
-members = [{ port = "TenGigE0/0/0/1/2", node = "0/0/CPU0", handle = 0x1000999, pp_port = 33 }]
-subs = [{ number = 7, lag = 78 }]
+members = [{ port = "TenGigE0/0/0/1/2", node = "0/0/CPU0", handle = 0x1000999, pp_port = 33, up = false, description = "east" }]
+subs = [{ number = 7, lag = 78, handle = 0x7000000003001254, description = "west" }]
 [[override]]
 field = "dpa.lag"
 object = "BE5"
@@ -74,6 +75,11 @@ value = "0x99"
   EXPECT_EQ(r.bundles.front().handle, 0x3001230U);
   EXPECT_EQ(r.bundles.front().members.front().pp_port, 33U);
   EXPECT_EQ(r.bundles.front().subs.front().lag, 78U);
+  EXPECT_EQ(r.bundle_scale, 512U);
+  EXPECT_FALSE(r.bundles.front().members.front().up);
+  EXPECT_EQ(r.bundles.front().members.front().description, "east");
+  EXPECT_EQ(r.bundles.front().subs.front().description, "west");
+  EXPECT_EQ(r.bundles.front().subs.front().handle, 0x7000000003001254U);
   EXPECT_EQ(overridden(r, "dpa.lag", "BE5", "0/0/CPU0"), "0x99");
   EXPECT_EQ(overridden(r, "dpa.lag", "BE5", "0/1/CPU0"), std::nullopt);
 }
@@ -166,6 +172,9 @@ TEST(Description, ImpossibleRouterIsRefused) {
        base + second + "subs = [{ number = 8, encapsulation = \"dot1q 8 second-dot1q 4095\" }]\n",
        "test.toml: sub-bundle BE6.8: \"dot1q 8 second-dot1q 4095\" has a tag that is none of 1 to "
        "4094"},
+      {"a Jericho2 with more cores than two",
+       base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nchip = \"BCM88690\"\ncores = 4\n",
+       "test.toml: node 0/1/CPU0: 4 cores, a Jericho2 has two"},
       {"no node", "type = \"birch\"\n", "test.toml: no node is described"},
   };
   for (const row& r : rows) EXPECT_EQ(refusal(r.text), r.message) << r.why;

@@ -22,7 +22,8 @@ bool is_slow(const fault& f) {
 }
 
 constexpr const char* routers[] = {"birch-small",    "elm-single",     "aspen-standby",
-                                   "birch-untagged", "aspen-jericho2", "cedar-mixed"};
+                                   "birch-untagged", "aspen-jericho2", "cedar-mixed",
+                                   "birch-odd-forms"};
 
 router plain(const std::string& name) {
   return lab_test::rendered_router(name).r;

@@ -49,9 +49,10 @@ INSTANTIATE_TEST_SUITE_P(Routers, Healthy,
 
 class WithOlderChips : public testing::TestWithParam<const char*> {};
 INSTANTIATE_TEST_SUITE_P(Routers, WithOlderChips,
-                         testing::Values("aspen-active-cards", "aspen-standby", "birch-older",
-                                         "birch-six-npus", "birch-small", "cedar-mixed",
-                                         "dogwood-eight-cards", "elm-single", "fir-racks"),
+                         testing::Values("aspen-active-cards", "aspen-standby", "birch-odd-forms",
+                                         "birch-older", "birch-six-npus", "birch-small",
+                                         "cedar-mixed", "dogwood-eight-cards", "elm-single",
+                                         "fir-racks"),
                          test_name);
 
 TEST_P(WithOlderChips, EveryKeyIsProgrammedOnceWithItsOwnLif) {
