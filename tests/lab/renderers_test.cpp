@@ -61,6 +61,10 @@ TEST_P(Rendered, BannerNamesTheModelFirst) {
 }
 
 TEST_P(Rendered, InventoryHasItsColumns) {
+  if (is_single_node(r_.type)) {
+    EXPECT_THROW(at_.local("plat_nodes_show -v"), lab_error) << "nobody lists a single node";
+    return;
+  }
   const std::string text = at_.local("plat_nodes_show -v");
   std::size_t known = 0;
   for (const std::string& line : split(text, "\n")) {
@@ -108,8 +112,13 @@ TEST_P(Rendered, UnitsAreToldPerNode) {
 
 TEST_P(Rendered, NodeIdsAreReadable) {
   for (const node& n : r_.nodes) {
-    const std::string id = at_.local("node_id_convert -I " + n.name);
-    EXPECT_EQ(std::stoul(id, nullptr, 0) & 0xffffffU, n.id);
+    if (r_.type != "aspen") {
+      const std::string id = at_.local("node_id_convert -I " + n.name);
+      EXPECT_EQ(std::stoul(id, nullptr, 0) & 0xffffffU, n.id);
+      EXPECT_THROW(at_.on(n.name, "board_api_probe"), lab_error);
+      continue;
+    }
+    EXPECT_THROW(at_.local("node_id_convert -I " + n.name), lab_error);
     const auto probed = findall("Node Id:(\\w+)", at_.on(n.name, "board_api_probe"));
     ASSERT_FALSE(probed.empty()) << n.name;
     EXPECT_EQ(std::stoul(probed[0][0], nullptr, 0), n.id) << "its own id is the first";
@@ -605,9 +614,9 @@ TEST_P(Rendered, Jericho2TablesAreReadable) {
     }
 }
 
-TEST_P(Rendered, EveryGlobalLifIsKnownToEveryChip) {
+TEST_P(Rendered, EveryGlobalLifIsKnownToEveryOlderChip) {
   for (const node& n : r_.nodes)
-    for (unsigned npu = 0; family_of(n) != chip_family::none && npu < n.npus; ++npu)
+    for (unsigned npu = 0; family_of(n) == chip_family::older && npu < n.npus; ++npu)
       for (const bundle& b : r_.bundles)
         for (const sub_bundle& s : b.subs) {
           const std::string low = fmt::format("{:x}", s.glif).substr(1);
