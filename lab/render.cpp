@@ -100,6 +100,10 @@ sem_key untagged_key_of(const bundle& b) {
 }
 
 void render_lif_queries(const router& r, capture& c) {
+  // Of a Jericho2 nobody asks for a LIF.
+  if (std::none_of(r.nodes.begin(), r.nodes.end(),
+                   [](const node& n) { return family_of(n) == chip_family::older; }))
+    return;
   const std::vector<known_lif> lifs = lifs_of(r);
   for (const known_lif& lif : lifs)
     answer(c, local_place, chip_command_of_all(lif_query(lif)), healthy_lif_answer(lif));

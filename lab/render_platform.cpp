@@ -53,9 +53,10 @@ std::string unit_list(const router& r) {
   return text;
 }
 
-// The converter puts the kind of location into the byte above the id.
-std::string converted_id(const node& n) {
-  return fmt::format("{:#x}\n", 0x1000000U | n.id);
+// The converter puts the kind of location into the byte above the id; that of a fir counts in tens.
+std::string converted_id(const router& r, const node& n) {
+  const unsigned id = 0x1000000U | n.id;
+  return r.type == "fir" ? fmt::format("{}\n", id) : fmt::format("{:#x}\n", id);
 }
 
 const node* active_peer(const router& r, const node& n) {
@@ -106,12 +107,16 @@ std::string voq_usage(const router& r) {
 
 void render_platform(const router& r, capture& c) {
   answer(c, local_place, "sw_version_show", version_banner(r));
-  answer(c, local_place, "plat_nodes_show -v", inventory(r));
+  // A single node has no other to list. An aspen asks its boards for their ids, every other router
+  // the converter: each has the one tool and not the other.
+  if (!is_single_node(r.type)) answer(c, local_place, "plat_nodes_show -v", inventory(r));
   answer(c, local_place, "asic_shell_show -c \"show unit\" -u all -n A", unit_list(r));
   answer(c, local_place, "qos_voq_show -v x -i 0x10 -n A -t n -p 0x0", voq_usage(r));
   for (const node& n : r.nodes) {
-    answer(c, local_place, "node_id_convert -I " + n.name, converted_id(n));
-    if (has_address(n)) answer(c, n.address, "board_api_probe", board_probe(r, n));
+    if (r.type != "aspen")
+      answer(c, local_place, "node_id_convert -I " + n.name, converted_id(r, n));
+    else if (has_address(n))
+      answer(c, n.address, "board_api_probe", board_probe(r, n));
     if (n.chip.empty()) render_chipless(n, c);
   }
 }

@@ -376,6 +376,14 @@ namespace {
   throw lab_error(fmt::format("{}: {}", where, what));
 }
 
+// The tools' tables are read column by column.
+void check_columns(const node& n, std::string_view where) {
+  for (const auto& [what, text] :
+       {std::pair{"card", &n.card}, {"band", &n.band}, {"address", &n.address}})
+    if (text->empty() || text->find_first_of(" \t\n") != std::string::npos)
+      impossible(where, fmt::format("node {}: {} \"{}\" is no single word", n.name, what, *text));
+}
+
 void check_nodes(const router& r, std::string_view file) {
   std::set<std::string> names;
   std::set<std::string> addresses;
@@ -389,6 +397,7 @@ void check_nodes(const router& r, std::string_view file) {
       impossible(where, fmt::format("node {} stands twice", n.name));
     if (has_address(n) && !addresses.insert(n.address).second)
       impossible(where, fmt::format("node {}: address {} is taken", n.name, n.address));
+    check_columns(n, where);
     if (n.chip.empty() && n.npus > 0)
       impossible(where, fmt::format("node {}: {} NPUs and no chip", n.name, n.npus));
     if (n.npus > most_npus)
@@ -415,6 +424,10 @@ void check_member(const router& r, const bundle& b, const member& m, std::string
                                   owner->npus, m.npu));
   if (m.core >= owner->cores)
     impossible(where, fmt::format("{}: an NPU of {} has {} cores", place, m.node, owner->cores));
+  // A Jericho2 has one MTU for all ports of a LAG.
+  if (family_of(*owner) == chip_family::jericho2 && m.mtu != b.members.front().mtu)
+    impossible(where, fmt::format("{}: mtu {}, but {} on {}; a Jericho2 has one MTU for a bundle",
+                                  place, m.mtu, b.members.front().mtu, b.members.front().port));
   if (!ports.insert(port_tail(m.port)).second)
     impossible(where, place + ": the port is a member already");
 }

@@ -150,6 +150,21 @@ std::optional<int> serve_from_list(const std::string& file) {
   return answer.status;
 }
 
+// These have a place of their own and are called by it, all others by name. On a router a caller
+// who mixes them up finds nothing.
+constexpr std::array<std::string_view, 5> called_by_place{
+    "asic_shell_show", "board_api_probe", "fwd_object_show", "plat_nodes_show", "sw_version_show"};
+
+bool is_found(const std::vector<std::string>& command, const call& wanted) {
+  const std::string tool = wanted.file.substr(0, wanted.file.find(','));
+  const bool has_place =
+      std::find(called_by_place.begin(), called_by_place.end(), tool) != called_by_place.end();
+  const bool by_place = std::any_of(command.begin(), command.end(), [&](const std::string& word) {
+    return word.find("/" + tool) != std::string::npos;
+  });
+  return has_place == by_place;
+}
+
 void wait_as_told(const std::string& tool, const call& wanted) {
   const char* told = std::getenv(latency_variable);
   if (told == nullptr || *told == '\0') return;
@@ -173,6 +188,10 @@ int serve(const std::vector<std::string>& command) {
   if (!wanted.problem.empty()) {
     fmt::print(stderr, "{}\n", wanted.problem);
     return ssh_failed;
+  }
+  if (!is_found(command, wanted)) {
+    fmt::print(stderr, "{}: not found, neither by that name nor at that place\n", command.front());
+    return unknown_command;
   }
   const std::string folder = capture_folder() + "/" + wanted.place;
   const std::string file = folder + "/" + wanted.file;

@@ -1,13 +1,16 @@
 // The stand-in tools: one program under the names of all tools. It finds the one file that holds
 // the answer to its command line, and copies it to standard output.
 //
-//     asic_shell_show -c "show unit" -u all -n A
+//     /opt/nos/bin/asic_shell_show -c "show unit" -u all -n A
 //         -> local/asic_shell_show,-c,show+unit,-u,all,-n,A
 //     ssh -q -o StrictHostKeyChecking=no 192.0.0.6 /opt/nos/bin/fwd_object_show -t lagport -D
 //         -> 192.0.0.6/fwd_object_show,-t,lagport,-D
 //
 // A chip command without a file of its own is answered from the file that all chips share, if there
 // is one: .../asic_shell_show,-c,diag+pp+lif+id=0x4000+gl=1+type=in.
+//
+// A tool that a router has at a place of its own answers only by that place, /opt/nos/bin/..., and
+// every other one only by its name, so that a wrong call fails here as it would there.
 //
 // A recorded command line that gave different answers, or a status other than 0, has a list of them
 // (record_list.h), which is answered call by call; TESSEL_LAB_STATE names a folder to count the

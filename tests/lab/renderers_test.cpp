@@ -61,6 +61,10 @@ TEST_P(Rendered, BannerNamesTheModelFirst) {
 }
 
 TEST_P(Rendered, InventoryHasItsColumns) {
+  if (is_single_node(r_.type)) {
+    EXPECT_THROW(at_.local("plat_nodes_show -v"), lab_error) << "nobody lists a single node";
+    return;
+  }
   const std::string text = at_.local("plat_nodes_show -v");
   std::size_t known = 0;
   for (const std::string& line : split(text, "\n")) {
@@ -108,8 +112,13 @@ TEST_P(Rendered, UnitsAreToldPerNode) {
 
 TEST_P(Rendered, NodeIdsAreReadable) {
   for (const node& n : r_.nodes) {
-    const std::string id = at_.local("node_id_convert -I " + n.name);
-    EXPECT_EQ(std::stoul(id, nullptr, 0) & 0xffffffU, n.id);
+    if (r_.type != "aspen") {
+      const std::string id = at_.local("node_id_convert -I " + n.name);
+      EXPECT_EQ(std::stoul(id, nullptr, 0) & 0xffffffU, n.id);
+      EXPECT_THROW(at_.on(n.name, "board_api_probe"), lab_error);
+      continue;
+    }
+    EXPECT_THROW(at_.local("node_id_convert -I " + n.name), lab_error);
     const auto probed = findall("Node Id:(\\w+)", at_.on(n.name, "board_api_probe"));
     ASSERT_FALSE(probed.empty()) << n.name;
     EXPECT_EQ(std::stoul(probed[0][0], nullptr, 0), n.id) << "its own id is the first";
@@ -333,8 +342,11 @@ TEST_P(Rendered, LagportObjectsAreReadable) {
       const std::string& piece = objects[b.handle];
       EXPECT_EQ(findall("lag_id\\s=.\\s(\\w+)", piece)[0][0], fmt::format("{:#x}", b.lag));
       EXPECT_TRUE(findall("pending\\(cr/up/dl\\):0/0/(1)", piece).empty());
-      EXPECT_EQ(findall("uint32_t max_member_count\\s+=>\\s+(\\d+)", piece)[0][0],
-                std::to_string(b.max_members));
+      const auto limit = findall("uint32_t max_member_count\\s+=>\\s+(\\d+)", piece);
+      ASSERT_EQ(limit.empty(), is_absent(r_, "dpa.max-members", name_of(b), n.name));
+      if (!limit.empty()) {
+        EXPECT_EQ(limit[0][0], std::to_string(b.max_members));
+      }
       const auto slots = findall("(\\d+):dpa_intf_t\\smifh\\s=>\\s(\\w+)", piece);
       const auto local = members_on(r_, b, n);
       ASSERT_EQ(slots.size(), local.size()) << "nothing but the node's own members: " << piece;
@@ -344,8 +356,12 @@ TEST_P(Rendered, LagportObjectsAreReadable) {
         const auto npu = findall(slots[i][0] + ":uint8_t mbr_npu_id\\s=>\\s(\\d+)", piece);
         ASSERT_FALSE(npu.empty());
         EXPECT_EQ(npu[0][0], std::to_string(local[i]->npu));
-        EXPECT_EQ(findall(slots[i][0] + ":uint16_t\\s+weight\\s+=>\\s+(\\d+)", piece)[0][0],
-                  std::to_string(local[i]->weight));
+        const auto weight =
+            findall("  " + slots[i][0] + ":uint16_t\\s+weight\\s+=>\\s+(\\d+)", piece);
+        ASSERT_EQ(weight.empty(), is_absent(r_, "dpa.weight", port_tail(local[i]->port), n.name));
+        if (!weight.empty()) {
+          EXPECT_EQ(weight[0][0], std::to_string(local[i]->weight));
+        }
         EXPECT_EQ(
             findall(fmt::format("(?i)(?<={}:uint16_t port_class_id =>\\s)\\d+", local[i]->npu),
                     piece)[0][0],
@@ -413,7 +429,8 @@ TEST_P(Rendered, InterfaceObjectsAreReadable) {
                                           "l3intf");
     for (const bundle& b : r_.bundles) {
       const std::string handle = fmt::format("{:#x}", b.handle);
-      EXPECT_EQ(std::stoul(l2port.at(handle).at("lif"), nullptr, 16), b.glif);
+      constexpr unsigned compared = 0xffff;  // of a global LIF, and asked of the chips
+      EXPECT_EQ(std::stoul(l2port.at(handle).at("lif"), nullptr, 16) & compared, b.glif & compared);
       EXPECT_EQ(std::stoul(l2port.at(handle).at("rif"), nullptr, 16), b.rif);
       EXPECT_EQ(l2port.at(handle).at("bia_mac"), colon_mac(b.mac));
       if (b.l2) {
@@ -427,7 +444,7 @@ TEST_P(Rendered, InterfaceObjectsAreReadable) {
         EXPECT_EQ(std::stoul(l2intf.at(sub).at("gport_id_lif"), nullptr, 16), s.glif);
         EXPECT_EQ(l2intf.at(sub).at("l2_intf_type"), s.l2 ? "1" : "0");
         if (!s.l2) {
-          EXPECT_EQ(l3intf.at(sub).at("l3a_intf_id"), fmt::format("{:#x}", s.rif));
+          EXPECT_EQ(std::stoul(l3intf.at(sub).at("l3a_intf_id"), nullptr, 16), s.rif);
         }
       }
     }
@@ -475,7 +492,10 @@ TEST_P(Rendered, OlderChipsHoldEveryLag) {
       const auto pieces = split(text, "LAG");
       for (std::size_t i = 1; i < pieces.size(); ++i) {
         const auto id = findall("(?<=ID:\\s)\\d+", pieces[i]);
-        ASSERT_FALSE(id.empty()) << pieces[i];
+        if (id.empty()) {
+          EXPECT_EQ(i + 1, pieces.size()) << "a word behind the last group: " << pieces[i];
+          continue;
+        }
         auto& members = lags[id[0][0]];
         for (const auto& row : findall("\\d+\\s+\\|\\s+\\w+\\s+\\|\\s+[YN]", pieces[i]))
           members.insert(hex(row[0].substr(0, row[0].find(' '))));
@@ -594,9 +614,9 @@ TEST_P(Rendered, Jericho2TablesAreReadable) {
     }
 }
 
-TEST_P(Rendered, EveryGlobalLifIsKnownToEveryChip) {
+TEST_P(Rendered, EveryGlobalLifIsKnownToEveryOlderChip) {
   for (const node& n : r_.nodes)
-    for (unsigned npu = 0; family_of(n) != chip_family::none && npu < n.npus; ++npu)
+    for (unsigned npu = 0; family_of(n) == chip_family::older && npu < n.npus; ++npu)
       for (const bundle& b : r_.bundles)
         for (const sub_bundle& s : b.subs) {
           const std::string low = fmt::format("{:x}", s.glif).substr(1);

@@ -377,7 +377,7 @@ TEST_F(Namespace, KeepsTheCalls) {
 TEST_F(Namespace, RunsACaptureFolder) {
   const fs::path folder = scratch_.path() / "capture";
   ASSERT_EQ(lab_program("render aspen-standby " + folder.string()).status, 0);
-  EXPECT_EQ(host("sw_version_show", folder.string()).out,
+  EXPECT_EQ(host("/opt/nos/bin/sw_version_show", folder.string()).out,
             read_text(folder / "local" / "sw_version_show"));
 }
 

@@ -49,18 +49,18 @@ class Tools : public testing::Test {
     expected_ = c;
   }
   outcome shell(const std::string& line) const {
-    const std::string bin = (scratch_.path() / "bin").string();
     const std::string capture = (scratch_.path() / "capture").string();
-    return lab_test::run_shell("export PATH=" + bin + ":$PATH TESSEL_LAB_CAPTURE=" + capture +
+    return lab_test::run_shell("export PATH=" + bin_ + ":$PATH TESSEL_LAB_CAPTURE=" + capture +
                                "\n" + line);
   }
   lab_test::scratch_folder scratch_;
+  const std::string bin_ = (scratch_.path() / "bin").string();
   lab::capture expected_;
   std::string big_;
 };
 
 TEST_F(Tools, AnswerInFull) {
-  const outcome unit = shell("asic_shell_show -c \"show unit\" -u all -n A");
+  const outcome unit = shell(bin_ + "/asic_shell_show -c \"show unit\" -u all -n A");
   EXPECT_EQ(unit.status, 0);
   EXPECT_EQ(unit.out,
             lab::answer_to(expected_, "local", "asic_shell_show -c \"show unit\" -u all -n A"));
@@ -72,9 +72,9 @@ TEST_F(Tools, AnswerForAllChipsUnlessOneHasItsOwn) {
   lab_test::write_text(local / lab::file_name("asic_shell_show -c \"diag odd\""), "all\n");
   lab_test::write_text(local / lab::file_name("asic_shell_show -c \"diag odd\" -u 1 -n 7"),
                        "own\n");
-  EXPECT_EQ(shell("asic_shell_show -c \"diag odd\" -u 0 -n 7").out, "all\n");
-  EXPECT_EQ(shell("asic_shell_show -c \"diag odd\" -u 1 -n 7").out, "own\n");
-  EXPECT_EQ(shell("asic_shell_show -c \"diag even\" -u 1 -n 7").status, 127);
+  EXPECT_EQ(shell(bin_ + "/asic_shell_show -c \"diag odd\" -u 0 -n 7").out, "all\n");
+  EXPECT_EQ(shell(bin_ + "/asic_shell_show -c \"diag odd\" -u 1 -n 7").out, "own\n");
+  EXPECT_EQ(shell(bin_ + "/asic_shell_show -c \"diag even\" -u 1 -n 7").status, 127);
 }
 
 TEST_F(Tools, AnswerLateIfToldTo) {
@@ -114,7 +114,7 @@ TEST_F(Tools, AnswerForTheNodeBehindTheAddress) {
 }
 
 TEST_F(Tools, RefuseAnUnknownCommandLine) {
-  const outcome refused = shell("asic_shell_show -c \"rm all\" -u 0 -n 0");
+  const outcome refused = shell(bin_ + "/asic_shell_show -c \"rm all\" -u 0 -n 0");
   EXPECT_EQ(refused.status, 127);
   EXPECT_EQ(refused.out, "");
   EXPECT_NE(refused.err.find("asic_shell_show \"-c\""), 0U);
@@ -124,6 +124,20 @@ TEST_F(Tools, RefuseAnUnknownCommandLine) {
   const outcome remote = shell("ssh 192.0.0.4 /opt/nos/bin/unheard_of");
   EXPECT_EQ(remote.status, 127);
   EXPECT_EQ(shell("ssh 192.0.0.99 /opt/nos/bin/board_api_probe").status, 255);
+}
+
+TEST_F(Tools, AreNotFoundWhereNoRouterHasThem) {
+  const char* asked = " -c \"show unit\" -u all -n A";
+  EXPECT_EQ(shell(bin_ + "/asic_shell_show" + asked).status, 0);
+  const outcome by_name = shell(std::string{"asic_shell_show"} + asked);
+  EXPECT_EQ(by_name.status, 127);
+  EXPECT_EQ(by_name.out, "");
+  EXPECT_EQ(by_name.err, "asic_shell_show: not found, neither by that name nor at that place\n");
+  EXPECT_EQ(shell("lagmgr_health").status, 0);
+  EXPECT_EQ(shell(bin_ + "/lagmgr_health").status, 127);
+  const std::string node = "ssh 192.0.0.4 ";
+  EXPECT_EQ(shell(node + "/opt/nos/bin/fwd_object_show -t lagport -D").status, 0);
+  EXPECT_EQ(shell(node + "fwd_object_show -t lagport -D").status, 127);
 }
 
 TEST_F(Tools, ListTheirCalls) {
