@@ -184,18 +184,18 @@ TEST(Description, ImpossibleRouterIsRefused) {
        "4094"},
       {"a Jericho2 with more cores than two",
        base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nchip = \"BCM88690\"\ncores = 4\n",
-       "test.toml: node 0/1/CPU0: 4 cores, a Jericho2 has two"},
+       "test.toml:14: node 0/1/CPU0: 4 cores, a Jericho2 has two"},
       {"members of a Jericho2 with unlike MTUs",
        base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nchip = \"BCM88690\"\n[[bundle]]\nnumber = 6\n"
               "members = [{ port = \"HundredGigE0/1/0/1\", node = \"0/1/CPU0\" },\n"
               "           { port = \"HundredGigE0/1/0/2\", node = \"0/1/CPU0\", mtu = 1514 }]\n",
-       "test.toml: bundle 6, member HundredGigE0/1/0/2: mtu 1514, but 9216 on HundredGigE0/1/0/1; "
+       "test.toml:21: bundle 6, member HundredGigE0/1/0/2: mtu 1514, but 9216 on HundredGigE0/1/0/1; "
        "a "
        "Jericho2 has one MTU for a bundle"},
       {"a card of two words", base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\ncard = \"TC LC\"\n",
-       "test.toml: node 0/1/CPU0: card \"TC LC\" is no single word"},
+       "test.toml:14: node 0/1/CPU0: card \"TC LC\" is no single word"},
       {"no band", base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nband = \"\"\n",
-       "test.toml: node 0/1/CPU0: band \"\" is no single word"},
+       "test.toml:14: node 0/1/CPU0: band \"\" is no single word"},
       {"no node", "type = \"birch\"\n", "test.toml: no node is described"},
   };
   for (const row& r : rows) EXPECT_EQ(refusal(r.text), r.message) << r.why;
