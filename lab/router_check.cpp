@@ -38,7 +38,7 @@ class numbers {
  public:
   explicit numbers(const char* what) : what_(what) {}
 
-  void take(std::uint32_t number, const subject& s) {
+  void take(std::uint64_t number, const subject& s) {
     const auto [held, is_free] = holders_.try_emplace(number, s.name);
     if (!is_free)
       refuse(s, fmt::format("{} {:#x} is taken by {}, give each its own", what_, number,
@@ -47,7 +47,7 @@ class numbers {
 
  private:
   const char* what_;
-  std::map<std::uint32_t, std::string> holders_;
+  std::map<std::uint64_t, std::string> holders_;
 };
 
 subject of(const bundle& b, std::string_view file) {
