@@ -234,6 +234,13 @@ bool plant_dpa_sub_rif(router& r, planted_fault& p) {
   return hold_of_sub_on_one_node(r, p, "dpa.l3-rif", &sub_bundle::rif, "{:#x}");
 }
 
+// Marked on every node, as the last one compared decides; wrong on one, so that it counts.
+bool plant_delay_delete_sub(router& r, planted_fault& p) {
+  if (!plant_dpa_sub_lag(r, p)) return false;
+  hold(r, "dpa.pending", p.object, "", "0/0/1");
+  return true;
+}
+
 bool plant_dpa_glif(router& r, planted_fault& p) {
   const site s =
       find_site(r, p, [](const site& one) { return is_l3(one) && on_several_nodes(one); });
@@ -634,6 +641,12 @@ std::vector<fault> faults_between_nodes() {
        .depth = 65,
        .hides = reach::bundle_everywhere,
        .plant = plant_dpa_sub_lag},
+      {.name = "delay-delete-sub",
+       .description = "an inconsistent sub-bundle is marked for delayed delete",
+       .finding = "INFO: Inconsistent object {object}({}),{} is marked for delay delete",
+       .depth = 65,
+       .hides = reach::bundle_everywhere,
+       .plant = plant_delay_delete_sub},
       {.name = "dpa-sub-glif",
        .description = "a sub-bundle has another global LIF on one of its nodes",
        .finding = "Inconsistency {}:{object}({}),{} GLIF is not consistent in "
