@@ -234,13 +234,6 @@ bool plant_dpa_sub_rif(router& r, planted_fault& p) {
   return hold_of_sub_on_one_node(r, p, "dpa.l3-rif", &sub_bundle::rif, "{:#x}");
 }
 
-// Marked on every node, as the last one compared decides; wrong on one, so that it counts.
-bool plant_delay_delete_sub(router& r, planted_fault& p) {
-  if (!plant_dpa_sub_lag(r, p)) return false;
-  hold(r, "dpa.pending", p.object, "", "0/0/1");
-  return true;
-}
-
 bool plant_dpa_glif(router& r, planted_fault& p) {
   const site s =
       find_site(r, p, [](const site& one) { return is_l3(one) && on_several_nodes(one); });
@@ -252,6 +245,13 @@ bool plant_dpa_rif(router& r, planted_fault& p) {
       find_site(r, p, [](const site& one) { return is_l3(one) && on_several_nodes(one); });
   return s && hold_of_bundle(r, p, s, "dpa.rif", fmt::format("0x{:04x}", s.b->rif + 0x100)) &&
          is_of_every_node(p);
+}
+
+// Marked on every node, as the last one compared decides; wrong on one, so that it counts.
+bool plant_delay_delete_sub(router& r, planted_fault& p) {
+  if (!plant_dpa_sub_lag(r, p)) return false;
+  hold(r, "dpa.pending", p.object, "", "0/0/1");
+  return true;
 }
 
 bool plant_dpa_mtu(router& r, planted_fault& p) {
