@@ -279,7 +279,7 @@ void read_table(const toml::table& table, const std::string& file, router& r,
   if (const toml::node* type = table.get("type"); type != nullptr && !known_type(r.type))
     refuse(s, *type, fmt::format("unknown router type \"{}\"", r.type));
   read(s, "model", r.model);
-  read_choice(s, "health", r.health, {"clean", "info", "errors"});
+  read_choice(s, "health", r.health, {"clean", "info", "errors", "mixed"});
   read(s, "hqos", r.hqos);
   read(s, "bundle_scale", r.bundle_scale);
   read(s, "host_node_id", r.host_node_id);

@@ -292,13 +292,19 @@ bool plant_stale_chip(router& r, planted_fault& p) {
 }
 
 bool plant_health_info(router& r, planted_fault&) {
-  r.health = "info";
+  r.health = r.health == "errors" || r.health == "mixed" ? "mixed" : "info";
   return true;
 }
 
 bool plant_health_errors(router& r, planted_fault&) {
   if (r.bundles.empty()) return false;
-  r.health = "errors";
+  r.health = r.health == "info" || r.health == "mixed" ? "mixed" : "errors";
+  return true;
+}
+
+bool plant_health_mixed(router& r, planted_fault&) {
+  if (r.bundles.empty()) return false;
+  r.health = "mixed";
   return true;
 }
 
@@ -487,6 +493,16 @@ std::vector<fault> hygiene_faults() {
        .hides = reach::router,
        .counted = false,
        .plant = plant_health_errors},
+      {.name = "health-mixed",
+       .description =
+           "the bundle manager's own check informs and names bundles, several of them in "
+           "one line",
+       .finding = "Bundle-Ether{}",
+       .shown = phase::health,
+       .depth = 100,
+       .hides = reach::router,
+       .counted = false,
+       .plant = plant_health_mixed},
       {.name = "health-overlong",
        .description = "a line of the bundle manager's own check goes on for ten kilobytes",
        .finding = "{}: Bundle health check failed",

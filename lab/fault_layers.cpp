@@ -269,6 +269,13 @@ bool plant_dpa_rif(router& r, planted_fault& p) {
          is_of_every_node(p);
 }
 
+// Marked on every node, as the last one compared decides; wrong on one, so that it counts.
+bool plant_delay_delete_sub(router& r, planted_fault& p) {
+  if (!plant_dpa_sub_lag(r, p)) return false;
+  hold(r, "dpa.pending", p.object, "", "0/0/1");
+  return true;
+}
+
 bool plant_dpa_mtu(router& r, planted_fault& p) {
   const site s = find_site(r, p, anywhere);
   return s && hold_of_member(r, p, s, "dpa.mtu", std::to_string(s.m->mtu - 100));
@@ -673,6 +680,12 @@ std::vector<fault> faults_between_nodes() {
        .depth = 65,
        .hides = reach::bundle_everywhere,
        .plant = plant_dpa_sub_lag},
+      {.name = "delay-delete-sub",
+       .description = "an inconsistent sub-bundle is marked for delayed delete",
+       .finding = "INFO: Inconsistent object {object}({}),{} is marked for delay delete",
+       .depth = 65,
+       .hides = reach::bundle_everywhere,
+       .plant = plant_delay_delete_sub},
       {.name = "dpa-sub-glif",
        .description = "a sub-bundle has another global LIF on one of its nodes",
        .finding = "Inconsistency {}:{object}({}),{} GLIF is not consistent in "

@@ -29,6 +29,10 @@ void show_handle(std::string& text, std::uint64_t handle) {
   text += "  uint32_t revision => 4\n";
 }
 
+std::uint64_t handle_of_free_port(const node& n) {
+  return 0x1f00000U + n.id;
+}
+
 // lagport ---------------------------------------------------------------------------------------
 
 struct lagport_object {
@@ -138,7 +142,7 @@ std::string l1ports(const router& r, const node& n) {
                 overridden(r, "dpa.mtu", tail, n.name).value_or(std::to_string(m->mtu)), count++,
                 text);
     }
-  show_port(object_name(free_port(r, n)), 0x1f00000 + n.id, 0, 0, 9, "1514", count++, text);
+  show_port(object_name(free_port(r, n)), handle_of_free_port(n), 0, 0, 9, "1514", count++, text);
   return text + footing(count);
 }
 
@@ -160,11 +164,24 @@ void show_l2port(const router& r, const bundle& b, const node& n, std::size_t nu
   text += "  uint32_t vrf_id => not set\n  uint8_t trust => 1\n";
 }
 
+// What a port has that is in no bundle: an interface of its own.
+constexpr std::uint32_t first_own_rif = 0x7f00;
+
+void show_own_l2port(const node& n, std::size_t number, std::string& text) {
+  show_element(text, "l2port", number, "0/0/0");
+  show_handle(text, handle_of_free_port(n));
+  text += fmt::format(
+      "  dpa_mac_t bia_mac => 00:26:5e:ff:00:3f\n  uint32_t lif => 0x{:08x}\n"
+      "  uint32_t rif => 0x{:04x}\n  uint32_t vrf_id => not set\n  uint8_t trust => 1\n",
+      0x1f000U, first_own_rif);
+}
+
 std::string l2ports(const router& r, const node& n) {
   std::string text = heading(n);
   std::size_t count = 0;
   for (const bundle& b : r.bundles)
     if (!is_absent(r, "dpa.l2port", name_of(b), n.name)) show_l2port(r, b, n, count++, text);
+  show_own_l2port(n, count++, text);
   return text + footing(count);
 }
 
@@ -214,6 +231,7 @@ std::string l3intfs(const router& r, const node& n) {
     for (const sub_bundle& s : b.subs)
       if (!s.l2) show_l3intf(r, name_of(s), s.handle, s.rif, n, count++, text);
   }
+  show_l3intf(r, free_port(r, n), handle_of_free_port(n), first_own_rif, n, count++, text);
   return text + footing(count);
 }
 

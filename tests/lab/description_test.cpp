@@ -114,7 +114,7 @@ TEST(Description, ErrorNamesFileLineAndPlace) {
       {"a negative number", "type = \"birch\"\nhost_node_id = -1\n",
        "test.toml:2: router: host_node_id is no number"},
       {"a choice that is none", "type = \"birch\"\nhealth = \"poor\"\n",
-       "test.toml:2: router: health is \"poor\", not one of clean, info, errors"},
+       "test.toml:2: router: health is \"poor\", not one of clean, info, errors, mixed"},
       {"a missing name", "type = \"birch\"\n[[node]]\nchip = \"x\"\n",
        "test.toml:2: [[node]]: name is missing"},
       {"an unknown override",

@@ -638,7 +638,7 @@ TEST(OddForms, AreThere) {
   const std::string listing = at.local("iface_show -i .*");
   EXPECT_EQ(
       findall("is administratively down, line protocol is administratively down", listing).size(),
-      2U);
+      3U);
   EXPECT_EQ(findall("is down, line protocol is down", listing).size(), 2U);
   EXPECT_EQ(
       findall("\\w+ is up, line protocol is up\\n  Hardware is .*\\n\\nBundle", listing).size(), 1U)
