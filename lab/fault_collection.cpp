@@ -11,6 +11,7 @@ namespace {
 // The platform ----------------------------------------------------------------------------------
 
 bool plant_model(router& r, planted_fault&) {
+  if (r.type == "fir") return false;  // its nodes are none of an unknown router: that is told
   r.model = "TR-WILLOW (x86_64)";
   return true;
 }
@@ -179,6 +180,7 @@ bool edit_unreachable(capture& c, const router& r, planted_fault& p) {
 
 // Some tools are asked on some routers alone, or answer there for nothing.
 bool is_asked(const router& r, std::string_view tool) {
+  if (tool == "sw_version_show") return r.type != "fir";  // as an unknown model
   if (tool == "plat_nodes_show") return !is_single_node(r.type);
   if (tool == "node_id_convert") return r.type != "aspen";
   if (tool == "board_api_probe") return r.type == "aspen";
@@ -638,10 +640,9 @@ std::vector<fault> platform_faults() {
        .stops_from = phase::collecting,
        .edit = edit_boards},
       {.name = "node-unreachable",
-       .description = "nobody answers at the address of a line card",
-       .finding =
-           "INFO: DPA lagport object dont have any bundle data/no bundle member from, {node}",
-       .shown = phase::collecting,
+       .description = "nobody answers at the address of a line card; its members are unknown",
+       .finding = "{}: get_member_pp_port failed for {}",
+       .shown = phase::parsing,
        .hides = reach::node,
        .stops_from = phase::consistency,
        .edit = edit_unreachable},

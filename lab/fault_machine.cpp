@@ -8,7 +8,8 @@
 namespace lab {
 namespace {
 
-bool edit_blocked(capture& c, const router&, planted_fault& p) {
+bool edit_blocked(capture& c, const router& r, planted_fault& p) {
+  if (p.argument == "0" && r.type == "fir") return false;  // as an unknown model
   c.blocked_captures.push_back(p.argument.empty() ? "running_cfg" : p.argument);
   return true;
 }
