@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <grp.h>
-#include <pwd.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -17,11 +16,15 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
+#include <string>
+#include <string_view>
 #include <thread>
 
 #include "child.h"
@@ -128,16 +131,37 @@ bool can_become(uid_t user, gid_t group) {
   return WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS;
 }
 
+struct account {
+  uid_t user = 0;
+  gid_t group = 0;
+};
+
+// Of the machine's own file: what else may know of accounts needs libraries that a program without
+// any does not load.
+std::optional<account> account_of(std::string_view name) {
+  std::ifstream accounts("/etc/passwd");
+  for (std::string line; std::getline(accounts, line);) {
+    if (!line.starts_with(fmt::format("{}:", name))) continue;
+    account found;
+    // name:password:user:group:...
+    const std::size_t second = line.find(':', name.size() + 1);
+    if (second != std::string::npos &&
+        std::sscanf(line.c_str() + second + 1, "%u:%u", &found.user, &found.group) == 2)
+      return found;
+  }
+  return std::nullopt;
+}
+
 // What the machine keeps for its own ssh -------------------------------------------------
 
 // Neither client nor servers read or write a file of the machine: accounts, home and settings are
 // the lab's own. A machine's root may be locked, have another shell, or a key that would fit.
 void cover_the_machine() {
-  const passwd* server = getpwnam("sshd");
-  if (server == nullptr) throw no_privileges{"there is no user sshd"};
+  const auto server = account_of("sshd");
+  if (!server) throw no_privileges{"there is no user sshd"};
   const std::string accounts =
       fmt::format("root:x:0:0:root:{}:/bin/sh\nsshd:x:{}:{}::/run/sshd:/usr/sbin/nologin\n", home,
-                  server->pw_uid, server->pw_gid);
+                  server->user, server->group);
   const fs::path folder = "/opt/nos/etc";
   make_folder(folder);
   write_text(folder / "passwd", accounts);
@@ -445,11 +469,11 @@ void insist_on_real_ssh() {
       throw no_privileges{
           fmt::format("--real-ssh needs {}, which is not there; install the Debian package {}",
                       one.program, one.package)};
-  const passwd* server = getpwnam("sshd");
-  if (server == nullptr)
+  const auto server = account_of("sshd");
+  if (!server)
     throw no_privileges{
         "--real-ssh needs the user sshd; install the Debian package openssh-server"};
-  if (!can_become(server->pw_uid, server->pw_gid))
+  if (!can_become(server->user, server->group))
     throw no_privileges{
         "--real-ssh needs a root that can become another user; in this user namespace it cannot"};
 }
