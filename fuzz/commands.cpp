@@ -27,10 +27,15 @@ void answer_commands(std::vector<command_answer> answers) {
 }
 
 std::vector<std::string> commands_asked_by(void (*step)()) {
+  struct noting {
+    explicit noting(std::vector<std::string>& asked) { notes = &asked; }
+    ~noting() { notes = nullptr; }
+    noting(const noting&) = delete;
+    noting& operator=(const noting&) = delete;
+  };
   std::vector<std::string> asked;
-  notes = &asked;
+  const noting until_the_end(asked);
   step();
-  notes = nullptr;
   return asked;
 }
 

@@ -86,14 +86,11 @@ void collect(const fs::path& folder, const std::string& name, entry_places& plac
              std::vector<source_file>& files) {
   for (const fs::path& entry : sorted(folder)) {
     const std::string inner = name + '/' + entry.filename().string();
-    const fs::file_status status = fs::symlink_status(entry);
-    if (fs::is_directory(status)) {
+    if (fs::is_directory(fs::symlink_status(entry))) {
       collect(entry, inner, places, files);
-    } else if (fs::is_regular_file(status)) {
+    } else {
       places.of(inner);
       files.push_back({inner, entry});
-    } else {
-      throw lab_error(fmt::format("{}: neither a regular file nor a folder", entry.string()));
     }
   }
 }

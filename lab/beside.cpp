@@ -65,6 +65,16 @@ void check_target(const fs::path& out) {
         fmt::format("{}: nothing can be made in it: {}", folder.string(), std::strerror(errno)));
 }
 
+void make_logs_folder(const fs::path& folder) {
+  std::error_code failure;
+  fs::create_directories(folder, failure);
+  if (!failure && access(folder.c_str(), W_OK | X_OK) != 0)
+    failure = std::error_code{errno, std::generic_category()};
+  if (failure)
+    throw lab_error(
+        fmt::format("{}: no folder for the logs: {}", folder.string(), failure.message()));
+}
+
 bool lies_under(const fs::path& file, const fs::path& folder) {
   const auto whole = [](const fs::path& named) {
     return fs::weakly_canonical(fs::absolute(target_named(named.string())));

@@ -16,6 +16,9 @@ std::filesystem::path target_named(const std::string& name);
 // Throws `lab_error` if `out` exists, or nothing can be made where it is to stand.
 void check_target(const std::filesystem::path& out);
 
+// Makes the folder if need be. Throws `lab_error` if it cannot, or if nothing can be made in it.
+void make_logs_folder(const std::filesystem::path& folder);
+
 // True for the folder itself, too. Both are made absolute first.
 bool lies_under(const std::filesystem::path& file, const std::filesystem::path& folder);
 

@@ -68,12 +68,7 @@ fs::path logs_folder(const std::string& named) {
     fmt::print(stderr, "tessel-lab: the logs are in {}\n", folder);
     return folder;
   }
-  std::error_code failure;
-  fs::create_directories(named, failure);
-  if (failure)
-    throw lab_error(fmt::format("{}: no folder for the logs: {}", named, failure.message()));
-  if (access(named.c_str(), W_OK | X_OK) != 0)
-    throw lab_error(fmt::format("{}: no folder for the logs: {}", named, std::strerror(errno)));
+  make_logs_folder(named);
   return fs::absolute(named);
 }
 
@@ -98,19 +93,16 @@ fs::path absolute_or_empty(const option_values& o, const char* option) {
 
 // What is written, once it is clear that all of it can be.
 void set_outputs(const option_values& o, run_request& request) {
+  const fs::path logs = absolute_or_empty(o, "--logs");
   request.calls = absolute_or_empty(o, "--keep-calls");
   request.record = absolute_or_empty(o, "--record");
-  if (!request.calls.empty()) check_calls_file(request.calls);
-  if (!request.record.empty())
-    check_record_target(request.record, absolute_or_empty(o, "--logs"), request.calls);
-  const bool is_new = !request.calls.empty() && !fs::exists(request.calls);
-  if (!request.calls.empty()) make_calls_file(request.calls);
-  try {
-    request.logs = logs_folder(o.value_of("--logs"));
-  } catch (const lab_error&) {
-    if (is_new) fs::remove(request.calls);
-    throw;
-  }
+  // Among the logs it stands in a folder that may have to be made first.
+  const bool keeps_calls = !request.calls.empty();
+  if (keeps_calls && (logs.empty() || !lies_under(request.calls, logs)))
+    check_calls_file(request.calls);
+  if (!request.record.empty()) check_record_target(request.record, logs, request.calls);
+  request.logs = logs_folder(o.value_of("--logs"));
+  if (keeps_calls) make_calls_file(request.calls);
 }
 
 // A capture folder answers as it stands; a packed one is unpacked into memory, a router is rendered

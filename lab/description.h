@@ -5,6 +5,10 @@
 //     type = "birch"
 //
 //     [[node]]
+//     name = "0/RP0/CPU0"
+//     id = 4096
+//
+//     [[node]]
 //     name = "0/0/CPU0"
 //     chip = "BCM88680"
 //     npus = 2

@@ -135,8 +135,8 @@ bool plant_pd_npu(router& r, planted_fault& p) {
   return s && hold_of_member(r, p, s, "pd.npu", std::to_string(s.m->npu + 7));
 }
 
-// Of two nodes that tell a value each, the one that is compared first sets what is expected: which
-// one is named, and what follows from it, differs from run to run.
+// Of two nodes that tell a value each, the one that is compared first sets what is expected: it may
+// be the other one that is named, with what follows from it.
 bool on_several_nodes(const site& s) {
   return std::any_of(s.b->members.begin(), s.b->members.end(),
                      [&](const member& other) { return other.node != s.m->node; });

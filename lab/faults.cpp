@@ -202,10 +202,6 @@ std::string filled_in(std::string_view finding, const planted_fault& p) {
   return text;
 }
 
-}  // namespace
-
-namespace {
-
 // `line` is what `b` would show, on the place that it gives.
 std::string hidden_by(const planted_fault& a, const planted_fault& b, const by_product& line) {
   const fault* hiding = known_effect(a);

@@ -42,8 +42,9 @@ struct run_request {
 const std::vector<std::string>& tool_names();
 
 // Returns the host's exit status, 128 + n if signal n ended it, or `missing_privileges` with one
-// line on standard error that says what is missing. SIGINT, SIGTERM and SIGHUP end the host, too.
-// Call from a program with one thread. Throws `lab_error` for a file that cannot be opened.
+// line on standard error that says what the child lacks. SIGINT, SIGTERM and SIGHUP end the host,
+// too. Call from a program with one thread. Throws `lab_error` for a file that cannot be opened,
+// and `no_privileges` if processes cannot have a namespace.
 int run_in_namespace(const run_request& request);
 
 }  // namespace lab

@@ -75,12 +75,6 @@ void check_place(const record_request& request) {
   if (out.string().find(':') != std::string::npos) refuse_colon(out);
 }
 
-void make_logs_folder(const fs::path& folder) {
-  std::error_code failure;
-  fs::create_directories(folder, failure);
-  if (failure) throw lab_error(fmt::format("{}: {}", folder.string(), failure.message()));
-}
-
 // Setting up, in the child ---------------------------------------------------------------
 
 void make_stand_in(const fs::path& work, const fs::path& link) {
@@ -334,6 +328,7 @@ int record_beside(const record_request& request, const fs::path& work) {
 
 int run_recorded(const record_request& request) {
   check_place(request);
+  insist_on_namespace();
   if (!request.logs.empty()) make_logs_folder(request.logs);
   const folder_beside work(request.out);
   int status = 0;

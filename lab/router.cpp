@@ -39,7 +39,6 @@ const type_row* type_of(std::string_view type) {
   return found == router_types.end() ? nullptr : found;
 }
 
-constexpr unsigned last_vlan = 4094;
 constexpr unsigned cores_apart = 256;  // an aspen's port numbers of one core behind the other
 
 // The number that a text begins with.
@@ -440,14 +439,11 @@ void check(const router& r, std::string_view file) {
   if (!known_type(r.type)) impossible(file, fmt::format("unknown router type \"{}\"", r.type));
   check_nodes(r, file);
   std::set<unsigned> numbers;
-  std::set<std::uint64_t> handles;
   std::set<std::string> ports;
   for (const bundle& b : r.bundles) {
     const std::string_view where = place_of(b.written, file);
     if (!numbers.insert(b.number).second)
       impossible(where, fmt::format("bundle {} stands twice", b.number));
-    if (!handles.insert(b.handle).second)
-      impossible(where, fmt::format("bundle {}: handle {:#x} is taken", b.number, b.handle));
     if (b.members.size() > b.max_members)
       impossible(where, fmt::format("bundle {}: {} members where {} are allowed", b.number,
                                     b.members.size(), b.max_members));
@@ -457,12 +453,6 @@ void check(const router& r, std::string_view file) {
       const std::string_view at = place_of(s.written, file);
       if (!sub_numbers.insert(s.number).second)
         impossible(at, fmt::format("sub-bundle {} stands twice", name_of(s)));
-      if (!handles.insert(s.handle).second)
-        impossible(at, fmt::format("sub-bundle {}: handle {:#x} is taken", name_of(s), s.handle));
-      for (const unsigned tag : tags_of(s.encapsulation))
-        if (tag == 0 || tag > last_vlan)
-          impossible(at, fmt::format("sub-bundle {}: \"{}\" has a tag that is none of 1 to {}",
-                                     name_of(s), s.encapsulation, last_vlan));
     }
   }
   check_values(r, file);

@@ -190,7 +190,8 @@ int serve(const std::vector<std::string>& command) {
     return ssh_failed;
   }
   if (!is_found(command, wanted)) {
-    fmt::print(stderr, "{}: not found, neither by that name nor at that place\n", command.front());
+    fmt::print(stderr, "{}: not found, neither by that name nor at that place\n",
+               wanted.file.substr(0, wanted.file.find(',')));
     return unknown_command;
   }
   const std::string folder = capture_folder() + "/" + wanted.place;

@@ -91,7 +91,7 @@ subBundles::subBundles()
               {"delPending", DEFAULT},
               {"encap", make_list()}}) {}
 
-// The nodes of a bundle report their VLAN domains side by side.
+// The nodes of a bundle report their VLAN domains in turn, each on a thread of its own.
 Bundles::Bundles()
     : record({{"ifh", DEFAULT},
               {"lagid", DEFAULT},

@@ -174,12 +174,6 @@ const std::vector<std::size_t>& parsed_config::positions_of(std::string_view num
   return positions == by_bundle_id_.end() ? none : positions->second;
 }
 
-std::vector<std::string_view> parsed_config::with_bundle_id(std::string_view number) const {
-  std::vector<std::string_view> found;
-  for (const std::size_t at : positions_of(number)) found.push_back(stanzas_[at]);
-  return found;
-}
-
 const parsed_config::port_names& parsed_config::ports_of(std::size_t position) const {
   static const pattern& five_numbers = constant(R"((?<=interface\s)\w+\/\d+\/\d+\/\d+\/\d+)");
   static const pattern& four_numbers = constant(R"((?<=interface\s)\w+\/\d+\/\d+\/\d+)");

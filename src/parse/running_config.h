@@ -32,10 +32,8 @@ class parsed_config {
   parsed_config& operator=(const parsed_config&) = delete;
 
   const std::vector<std::string_view>& stanzas() const { return stanzas_; }
-  // The stanzas that hold "bundle id NUMBER " with the blank, in order.
-  std::vector<std::string_view> with_bundle_id(std::string_view number) const;
-  // The full names of the ports in those stanzas, each once, of breakout ports first. Throws
-  // `failure` if a stanza cannot be searched.
+  // The full names of the ports in the stanzas that hold "bundle id NUMBER " with the blank, each
+  // once, of breakout ports first. Throws `failure` if a stanza cannot be searched.
   std::vector<std::string> ports_with_bundle_id(std::string_view number) const;
 
  private:

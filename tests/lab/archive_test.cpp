@@ -267,6 +267,7 @@ TEST_F(Archive, IsRefusedInPackingIfAndOnlyIfInUnpacking) {
   EXPECT_EQ(taken, 12 - 9);
   limits = {};
   const std::uint64_t size = unpacked_size();
+  ASSERT_GT(size, 2060U) << "zstd told nothing";
   for (limits.archive = size - 1030; limits.archive < size + 1030; limits.archive += 103)
     EXPECT_EQ(agree(limits), limits.archive >= size) << limits.archive;
 }

@@ -151,7 +151,7 @@ TEST(Description, ImpossibleRouterIsRefused) {
       "}]\n";
   const row rows[] = {
       {"two bundles with one handle", base + second + "handle = 0x3000004\n",
-       "test.toml:14: bundle 6: handle 0x3000004 is taken"},
+       "test.toml:14: bundle 6: handle 0x3000004 is taken by bundle 5, give each its own"},
       {"a node that is not there",
        base + "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/9/0/2\", node = "
               "\"0/9/CPU0\" }]\n",
@@ -179,9 +179,9 @@ TEST(Description, ImpossibleRouterIsRefused) {
        "test.toml:14: node 0/1/CPU0: 17 NPUs, a node has at most 16"},
       {"a tag that no frame has",
        base + second + "subs = [{ number = 8, encapsulation = \"dot1q 8 second-dot1q 4095\" }]\n",
-       "test.toml:17: sub-bundle BE6.8: \"dot1q 8 second-dot1q 4095\" has a tag that is none of 1 "
-       "to "
-       "4094"},
+       "test.toml:17: sub-bundle BE6.8: encapsulation \"dot1q 8 second-dot1q 4095\" is none of "
+       "\"default\", \"untagged\", \"dot1q 10\", \"dot1q 10 second-dot1q 20\", \"dot1ad 10\", "
+       "\"dot1ad 10 dot1q 20\", with a tag from 1 to 4094, 10-20, 10,20 or any"},
       {"a Jericho2 with more cores than two",
        base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nchip = \"BCM88690\"\ncores = 4\n",
        "test.toml:14: node 0/1/CPU0: 4 cores, a Jericho2 has two"},
@@ -189,7 +189,8 @@ TEST(Description, ImpossibleRouterIsRefused) {
        base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nchip = \"BCM88690\"\n[[bundle]]\nnumber = 6\n"
               "members = [{ port = \"HundredGigE0/1/0/1\", node = \"0/1/CPU0\" },\n"
               "           { port = \"HundredGigE0/1/0/2\", node = \"0/1/CPU0\", mtu = 1514 }]\n",
-       "test.toml:21: bundle 6, member HundredGigE0/1/0/2: mtu 1514, but 9216 on HundredGigE0/1/0/1; "
+       "test.toml:21: bundle 6, member HundredGigE0/1/0/2: mtu 1514, but 9216 on "
+       "HundredGigE0/1/0/1; "
        "a "
        "Jericho2 has one MTU for a bundle"},
       {"a card of two words", base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\ncard = \"TC LC\"\n",

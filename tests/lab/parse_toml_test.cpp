@@ -114,7 +114,8 @@ std::string a_manifest() {
 }
 
 std::string mutilated(const std::string& text, std::mt19937& random) {
-  constexpr std::string_view loved = "[[]]{}=.,\"'#\n\\ -_0x\xc3\xa9\0";
+  using namespace std::string_view_literals;
+  constexpr std::string_view loved = "[[]]{}=.,\"'#\n\\ -_0x\xc3\xa9\0"sv;
   std::string result = text;
   const auto place = [&] { return random() % (result.size() + 1); };
   switch (random() % 5) {

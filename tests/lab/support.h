@@ -37,6 +37,10 @@ struct outcome {
   std::string err;
 };
 
+// Ends a test that lacks a privilege: as failed where CI is set, else as skipped, which is told.
+// The test has to return behind it.
+void cannot_run_here(const std::string& why);
+
 // Runs a shell line and waits for it.
 outcome run_shell(const std::string& line);
 
