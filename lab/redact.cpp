@@ -158,13 +158,26 @@ class text_redactor {
     out += kind.of(line.substr(begin));
   }
 
+  // The same for a text, whose commas stay: the audit takes what stands behind one for a text of
+  // its own, and so finds something else.
+  void add_text(std::string_view line, std::size_t begin, std::string& out) {
+    add_kept(line.substr(0, begin), out);
+    for (std::size_t at = begin; at < line.size();) {
+      const std::size_t first = std::min(line.find_first_not_of(", \t", at), line.size());
+      const std::size_t end = std::min(line.find(',', first), line.size());
+      out.append(line.substr(at, first - at));
+      if (first < end) out += texts_.of(line.substr(first, end - first));
+      at = end;
+    }
+  }
+
   // A described port's listing: "  Description: to the core".
   void add_line(std::string_view line, std::string& out) {
     constexpr std::string_view mark = "Description:";
     const std::size_t first = line.find_first_not_of(" \t");
     if (first != std::string_view::npos && line.substr(first).starts_with(mark)) {
       const std::size_t begin = line.find_first_not_of(" \t", first + mark.size());
-      if (begin != std::string_view::npos) return add_up_to(line, begin, texts_, out);
+      if (begin != std::string_view::npos) return add_text(line, begin, out);
     }
     add_kept(line, out);
   }
@@ -203,7 +216,7 @@ class text_redactor {
     for (std::size_t i = 0; i + 1 < words.size(); ++i) {
       if (among(text_words, word(i)) ||
           (word(0) == "snmp-server" && (word(i) == "contact" || word(i) == "location")))
-        return add_up_to(line, words[i + 1].begin, texts_, out);
+        return add_text(line, words[i + 1].begin, out);
       if (is_name_word(line, words, i)) return add_up_to(line, words[i + 1].begin, names_, out);
       if (is_user_word(line, words, i)) {
         add_kept(line.substr(0, words[i + 1].begin), out);

@@ -204,13 +204,13 @@ TEST(Redacted, KeepsWhatTheAuditReads) {
             " password 7 secret-2\n"
             "username name-4 password 7 secret-2\n"
             "snmp-server community secret-3 RO\n"
-            "snmp-server location text-3\n"
+            "snmp-server location text-3, text-4\n"
             "snmp-server host 240.0.0.1 traps version 2c secret-3\n"
             "key chain secret-4\n"
             " key 1\n"
             "  key-string password secret-5\n"
             "interface Bundle-Ether1\n"
-            " description text-4\n"
+            " description text-5\n"
             " bundle minimum-active links 1\n"
             " ipv4 address 240.0.0.2 255.255.255.252\n"
             "!\n"
@@ -218,7 +218,7 @@ TEST(Redacted, KeepsWhatTheAuditReads) {
             " encapsulation dot1q 100\n"
             "end\n");
   EXPECT_EQ(answer_to(c, "local", "iface_show -i .*"),
-            "Bundle-Ether1 is up, line protocol is up\n  Description: text-4\n"
+            "Bundle-Ether1 is up, line protocol is up\n  Description: text-5\n"
             "  Internet address is 240.0.0.2/30\n  MTU 9216 bytes\n");
   EXPECT_EQ(answer_to(c, "local", "sw_version_show"),
             "name-2 uptime is 12 weeks\nTarmac TR-BIRCH (x86_64) processor\n"
