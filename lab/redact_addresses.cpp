@@ -138,6 +138,39 @@ std::optional<std::uint32_t> ipv4_of(const std::string& word) {
   return ntohl(address.s_addr);
 }
 
+bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+// The first address in "host.10.1.1.1", "peer10.1.1.1" or, with a port behind it, "10.1.1.1.179";
+// empty if there is none. More numbers than that are something else.
+std::string_view ipv4_in(std::string_view word) {
+  constexpr auto octets = 4;
+  for (std::size_t begin = 0; begin < word.size();) {
+    if (!is_digit(word[begin])) {
+      ++begin;
+      continue;
+    }
+    const std::size_t end = std::min(word.find_first_not_of("0123456789.", begin), word.size());
+    const std::string_view run = without_ending(word.substr(begin, end - begin));
+    const auto numbers = std::count(run.begin(), run.end(), '.') + 1;
+    const std::string_view address = numbers == octets + 1 ? run.substr(0, run.rfind('.')) : run;
+    if ((numbers == octets || numbers == octets + 1) && ipv4_of(std::string{address}))
+      return address;
+    begin = end;
+  }
+  return {};
+}
+
+// "179" in "2001:db8::1.179"; empty if no port follows.
+std::string_view port_behind(std::string_view word) {
+  const std::size_t dot = word.rfind('.');
+  if (dot == std::string_view::npos || word.find(':') == std::string_view::npos) return {};
+  const std::string_view port = word.substr(dot + 1);
+  return !port.empty() && std::all_of(port.begin(), port.end(), is_digit) ? port
+                                                                          : std::string_view{};
+}
+
 // Masks, and the address of nobody.
 bool is_mask(std::uint32_t address) {
   const std::uint32_t first = address >> 24;
@@ -249,10 +282,25 @@ void address_redactor::add_piece(std::string_view piece, bool in_name, std::stri
     if (!is_name && replace_likely(front, in_name || !is_whole, out)) {
       piece.remove_prefix(size);
     } else if (!take_mac(piece, ".:", size, out)) {
-      out.append(front);
+      add_front(front, out);
       piece.remove_prefix(size);
     }
   }
+}
+
+// What is no address as a whole may have a port behind one, or a name ahead of it.
+void address_redactor::add_front(std::string_view front, std::string& out) {
+  const std::string_view port = port_behind(front);
+  if (!port.empty() && replace_likely(front.substr(0, front.size() - port.size() - 1), true, out)) {
+    out.append(fmt::format(".{}", port));
+    return;
+  }
+  const std::string_view address = ipv4_in(front);
+  const auto begin =
+      address.empty() ? front.size() : static_cast<std::size_t>(address.data() - front.data());
+  out.append(front.substr(0, begin));
+  if (!address.empty() && !replace(address, out)) out.append(address);
+  out.append(front.substr(std::min(begin + address.size(), front.size())));
 }
 
 // The pieces between dashes, of which a range is made, and many a name.

@@ -28,6 +28,7 @@ class address_redactor {
   bool take_mac(std::string_view& word, std::string_view separators, std::size_t most,
                 std::string& out);
   void add_piece(std::string_view piece, bool in_name, std::string& out);
+  void add_front(std::string_view front, std::string& out);
   void add_pieces(std::string_view word, bool in_name, std::string& out);
   void add_word(std::string_view word, std::string& out);
   std::string mac_for(std::uint64_t mac, bool upper_case, char separator);
