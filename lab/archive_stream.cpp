@@ -60,7 +60,7 @@ unsigned sum_of(const tar_head& head) {
 
 template <std::size_t Size>
 void put_text(char (&field)[Size], std::string_view text) {
-  std::memcpy(field, text.data(), std::min(Size, text.size()));
+  text.copy(field, Size);
 }
 
 template <std::size_t Size>
@@ -138,7 +138,7 @@ struct name_fields {
 
 // How the head of an entry tells the name; nothing if it is too long for that.
 std::optional<name_fields> fields_of(std::string_view name) {
-  if (name.size() <= sizeof tar_head::name) return name_fields{{}, name};
+  if (name.size() <= sizeof tar_head::name) return name_fields{"", name};
   const std::size_t slash = name.rfind('/');
   if (slash == std::string_view::npos || slash > sizeof tar_head::prefix ||
       name.size() - slash - 1 > sizeof tar_head::name)
