@@ -162,6 +162,7 @@ void read_node(section& s, router& r) {
   read(s, "chip", n.chip);
   read(s, "npus", n.npus);
   read(s, "cores", n.cores);
+  read(s, "ports", n.ports);
   read(s, "in_unit_list", n.in_unit_list);
   read(s, "forwarding", n.forwarding);
 }

@@ -39,6 +39,7 @@ struct node {
   std::string chip;      // "BCM88680", empty for a node without a chip
   unsigned npus = 0;
   unsigned cores = 2;
+  unsigned ports = 0;        // that its faceplate has; 0 if the description does not tell
   bool in_unit_list = true;  // `show unit` tells of its chips
   bool forwarding = true;    // it holds forwarding objects
   std::string written{};     // "small.toml:12", where it is described; empty if it is made up

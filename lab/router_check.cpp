@@ -133,6 +133,21 @@ void check_seat(const node& n, const member& m, const subject& s) {
     refuse(s, fmt::format("its node {} has the ports {}...", n.name, seat));
 }
 
+// The lanes of a breakout port, "0/0/0/2/1" and "0/0/0/2/3", share one port.
+void check_ports(const router& r, const node& n, std::string_view file) {
+  std::set<std::string> ports;
+  for (const bundle& b : r.bundles)
+    for (const member& m : b.members) {
+      if (m.node != n.name) continue;
+      const std::string tail = port_tail(m.port);
+      const bool is_lane = std::count(tail.begin(), tail.end(), '/') == 4;
+      ports.insert(is_lane ? tail.substr(0, tail.rfind('/')) : tail);
+    }
+  if (n.ports > 0 && ports.size() > n.ports)
+    refuse({place_of(n.written, file), "node " + n.name},
+           fmt::format("members on {} ports, it has {}", ports.size(), n.ports));
+}
+
 void check_mtu(unsigned mtu, const subject& s) {
   if (mtu == 0 || mtu > last_mtu)
     refuse(s, fmt::format("mtu {} is none of 1 to {}", mtu, last_mtu));
@@ -247,6 +262,7 @@ std::string_view place_of(const std::string& written, std::string_view file) {
 
 void check_values(const router& r, std::string_view file) {
   check_nodes(r, file);
+  for (const node& n : r.nodes) check_ports(r, n, file);
   taken all;
   for (const bundle& b : r.bundles) {
     const subject s = of(b, file);

@@ -224,6 +224,13 @@ TEST(Description, ValuesThatNoRouterHasAreRefused) {
     return bundle("subs = [{ number = 1, encapsulation = \"" + encapsulation + "\" }]\n");
   };
   const row rows[] = {
+      {"more members than ports",
+       "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nchip = \"BCM88680\"\nports = 1\n[[bundle]]\nnumber "
+       "= 6\n"
+       "members = [{ port = \"HundredGigE0/1/0/1/0\", node = \"0/1/CPU0\" },\n"
+       "           { port = \"HundredGigE0/1/0/1/1\", node = \"0/1/CPU0\" },\n"
+       "           { port = \"HundredGigE0/1/0/2\", node = \"0/1/CPU0\" }]\n",
+       "test.toml:14: node 0/1/CPU0: members on 2 ports, it has 1"},
       {"a LAG id", bundle("lag = 1\n"),
        "test.toml:14: bundle 6: lag 0x1 is taken by bundle 5, give each its own"},
       {"a sub-bundle's LAG id", bundle("subs = [{ number = 1, lag = 1 }]\n"),
