@@ -2,7 +2,8 @@
 //
 // Per bundle: the bundle manager (PI) on the main thread; then on every node that takes part, on
 // workers, its agent (PD), the forwarding abstraction (DPA) and the chip (BCM), first for the
-// bundle, then for its members, then for its sub-bundles.
+// bundle, then for its members, then for its sub-bundles. At one of these the nodes take turns in
+// their order, since the first to report a value sets what is expected of the others.
 #pragma once
 
 #include <string>
