@@ -11,8 +11,9 @@
 #include <string>
 #include <system_error>
 
-#include "namespace_run.h"
-#include "router.h"
+#include "lab/base/error.h"
+#include "lab/model/router.h"
+#include "lab/run/namespace_run.h"
 
 namespace bench {
 

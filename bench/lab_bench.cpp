@@ -17,9 +17,10 @@
 #include <vector>
 
 #include "audit.h"
-#include "generate.h"
-#include "latency.h"
-#include "render.h"
+#include "lab/base/error.h"
+#include "lab/faults/render_faulty.h"
+#include "lab/model/generate.h"
+#include "lab/tool/latency.h"
 
 namespace bench {
 

@@ -17,6 +17,8 @@
 #include "programming/programming_pass.h"
 #include "run/state.h"
 
+#include "lab/render/render.h"
+
 namespace {
 
 using tessel::value;

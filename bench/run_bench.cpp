@@ -2,8 +2,9 @@
 #include <benchmark/benchmark.h>
 
 #include "audit.h"
-#include "render.h"
 #include "texts.h"
+
+#include "lab/faults/render_faulty.h"
 
 namespace bench {
 

@@ -3,7 +3,8 @@
 #include <map>
 
 #include "base/text.h"
-#include "render.h"
+
+#include "lab/faults/render_faulty.h"
 
 namespace bench {
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "capture.h"
-#include "generate.h"
+#include "lab/capture/capture.h"
+#include "lab/model/generate.h"
 
 namespace bench {
 

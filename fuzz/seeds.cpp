@@ -14,8 +14,8 @@
 #include <set>
 #include <stdexcept>
 
-#include "description.h"
-#include "render.h"
+#include "lab/describe/description.h"
+#include "lab/faults/render_faulty.h"
 
 namespace fuzz {
 

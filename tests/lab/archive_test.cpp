@@ -1,4 +1,5 @@
-#include "archive.h"
+#include "lab/capture/archive.h"
+#include "lab/base/error.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,7 +7,7 @@
 #include <filesystem>
 #include <new>
 
-#include "archive_stream.h"
+#include "lab/capture/archive_stream.h"
 #include "support.h"
 
 namespace {

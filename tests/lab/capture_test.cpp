@@ -1,4 +1,6 @@
-#include "capture.h"
+#include "lab/capture/capture.h"
+#include "lab/base/error.h"
+#include "lab/base/files.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,4 +1,5 @@
-#include "description.h"
+#include "lab/describe/description.h"
+#include "lab/base/error.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

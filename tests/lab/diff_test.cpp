@@ -1,8 +1,8 @@
-#include "diff.h"
+#include "lab/capture/diff.h"
 
 #include <gtest/gtest.h>
 
-#include "diff_names.h"
+#include "lab/capture/diff_names.h"
 #include "support.h"
 
 namespace {

@@ -1,4 +1,6 @@
-#include "faults.h"
+#include "lab/faults/faults.h"
+#include "lab/base/error.h"
+#include "lab/faults/render_faulty.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +10,7 @@
 #include <regex>
 #include <set>
 
-#include "description.h"
-#include "render.h"
+#include "lab/describe/description.h"
 #include "support.h"
 
 namespace {

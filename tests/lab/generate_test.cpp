@@ -1,4 +1,6 @@
-#include "generate.h"
+#include "lab/model/generate.h"
+#include "lab/base/error.h"
+#include "lab/faults/render_faulty.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +8,6 @@
 #include <map>
 #include <set>
 
-#include "render.h"
 #include "support.h"
 
 namespace {

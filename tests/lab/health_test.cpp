@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "render.h"
+#include "lab/render/render.h"
 #include "support.h"
 
 namespace {

@@ -1,8 +1,9 @@
-#include "latency.h"
+#include "lab/tool/latency.h"
+#include "lab/base/error.h"
 
 #include <gtest/gtest.h>
 
-#include "router.h"
+#include "lab/model/router.h"
 #include "support.h"
 
 namespace {

@@ -1,4 +1,5 @@
-#include "parse_toml.h"
+#include "lab/base/parse_toml.h"
+#include "lab/base/error.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "capture.h"
-#include "description.h"
+#include "lab/capture/capture.h"
+#include "lab/describe/description.h"
 #include "support.h"
 
 namespace {

@@ -1,6 +1,8 @@
 // Nodes behind OpenSSH servers, with a shell script in the host's place: who answers what, and that
 // nothing stays, whatever ends the run.
-#include "real_ssh.h"
+#include "lab/run/real_ssh.h"
+#include "lab/base/child.h"
+#include "lab/base/error.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -20,8 +22,7 @@
 #include <sstream>
 #include <thread>
 
-#include "namespace_run.h"
-#include "ssh_faults.h"
+#include "lab/faults/ssh_faults.h"
 #include "support.h"
 
 namespace {

@@ -1,6 +1,7 @@
 // Recording, on a router made of shell scripts: a lab whose /opt/nos/bin a script fills with tools
 // of its own, before it records what another script in the host's place calls.
-#include "record.h"
+#include "lab/record/record.h"
+#include "lab/base/error.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,11 +15,11 @@
 #include <string>
 #include <vector>
 
-#include "archive.h"
-#include "capture.h"
-#include "child.h"
-#include "record_check.h"
-#include "record_list.h"
+#include "lab/base/child.h"
+#include "lab/capture/answer_list.h"
+#include "lab/capture/archive.h"
+#include "lab/capture/capture.h"
+#include "lab/capture/capture_check.h"
 #include "support.h"
 
 namespace {

@@ -1,11 +1,11 @@
-#include "redact.h"
+#include "lab/capture/redact.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 
-#include "redact_addresses.h"
+#include "lab/capture/redact_addresses.h"
 #include "support.h"
 
 namespace {

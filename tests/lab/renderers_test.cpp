@@ -6,8 +6,9 @@
 #include <map>
 #include <set>
 
-#include "render.h"
 #include "support.h"
+
+#include "lab/base/error.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "namespace_run.h"
+#include "lab/base/child.h"
 #include "support.h"
 
 namespace {

@@ -1,11 +1,11 @@
-#include "serve.h"
+#include "lab/tool/serve.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <filesystem>
 
-#include "capture.h"
+#include "lab/capture/capture.h"
 #include "support.h"
 
 namespace {

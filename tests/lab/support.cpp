@@ -13,8 +13,9 @@
 #include <memory>
 #include <stdexcept>
 
-#include "description.h"
-#include "render.h"
+#include "lab/describe/description.h"
+#include "lab/faults/render_faulty.h"
+#include "lab/render/render.h"
 
 namespace lab_test {
 namespace fs = std::filesystem;

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "capture.h"
-#include "router.h"
+#include "lab/capture/capture.h"
+#include "lab/model/router.h"
 
 namespace lab_test {
 

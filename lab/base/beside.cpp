@@ -1,0 +1,119 @@
+#include "lab/base/beside.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <system_error>
+
+#include "lab/base/error.h"
+
+namespace lab {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Tools that outlive an audit for a moment may still write there.
+void remove_stubbornly(const fs::path& folder) {
+  constexpr int attempts = 20;
+  constexpr useconds_t interval = 50'000;
+  std::error_code failure;
+  for (int i = 0; i < attempts; ++i) {
+    fs::remove_all(folder, failure);
+    if (!failure && !fs::exists(fs::symlink_status(folder, failure))) return;
+    usleep(interval);
+  }
+}
+
+// Waits until nobody holds the lifeline's other end, which the end of the process closes whatever
+// ended it; a handler of signals could not walk through folders. No signal to the group of the
+// process reaches this one.
+[[noreturn]] void remove_at_end(const fs::path& folder, int lifeline) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) std::signal(signal, SIG_IGN);
+  char byte = 0;
+  while (read(lifeline, &byte, 1) < 0 && errno == EINTR) continue;
+  remove_stubbornly(folder);
+  _exit(0);
+}
+
+}  // namespace
+
+fs::path target_named(const std::string& name) {
+  if (name.empty()) throw lab_error("the name of what is to be made is empty");
+  std::string text = name;
+  while (text.size() > 1 && (text.ends_with('/') || text.ends_with("/."))) text.pop_back();
+  return text;
+}
+
+void check_target(const fs::path& out) {
+  if (fs::exists(fs::symlink_status(out)))
+    throw lab_error(fmt::format("{}: exists already", out.string()));
+  const fs::path folder = fs::absolute(out).parent_path();
+  if (!fs::is_directory(folder))
+    throw lab_error(fmt::format("{}: there is no such folder", folder.string()));
+  if (access(folder.c_str(), W_OK | X_OK) != 0)
+    throw lab_error(
+        fmt::format("{}: nothing can be made in it: {}", folder.string(), std::strerror(errno)));
+}
+
+void make_logs_folder(const fs::path& folder) {
+  std::error_code failure;
+  fs::create_directories(folder, failure);
+  if (!failure && access(folder.c_str(), W_OK | X_OK) != 0)
+    failure = std::error_code{errno, std::generic_category()};
+  if (failure)
+    throw lab_error(
+        fmt::format("{}: no folder for the logs: {}", folder.string(), failure.message()));
+}
+
+bool lies_under(const fs::path& file, const fs::path& folder) {
+  const auto whole = [](const fs::path& named) {
+    return fs::weakly_canonical(fs::absolute(target_named(named.string())));
+  };
+  const fs::path inner = whole(file);
+  const fs::path outer = whole(folder);
+  return std::mismatch(outer.begin(), outer.end(), inner.begin(), inner.end()).first == outer.end();
+}
+
+folder_beside::folder_beside(const fs::path& out) {
+  const fs::path whole = fs::absolute(out);
+  const fs::path target = whole.has_filename() ? whole : whole.parent_path();  // "out/"
+  std::string name = target.parent_path() / fmt::format(".{}.XXXXXX", target.filename().string());
+  if (mkdtemp(name.data()) == nullptr)
+    throw lab_error(
+        fmt::format("{}: cannot be made beside its place: {}", out.string(), std::strerror(errno)));
+  // What a recording covers must not be reachable under the same name.
+  path_ = fs::canonical(name);
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) return;  // then only a signal leaves it behind
+  lifeline_ = ends[1];
+  remover_ = fork();
+  if (remover_ == 0) {
+    setpgid(0, 0);
+    close(ends[1]);
+    remove_at_end(path_, ends[0]);
+  }
+  if (remover_ > 0) setpgid(remover_, remover_);
+  close(ends[0]);
+}
+
+folder_beside::~folder_beside() {
+  if (lifeline_ >= 0) close(lifeline_);
+  if (remover_ > 0) {
+    while (waitpid(remover_, nullptr, 0) < 0 && errno == EINTR) continue;
+    return;
+  }
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+}  // namespace lab

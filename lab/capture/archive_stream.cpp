@@ -1,0 +1,438 @@
+#include "lab/capture/archive_stream.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zstd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <new>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "lab/base/error.h"
+
+namespace lab {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t block_size = 512;
+constexpr std::size_t longest_name = 4096;
+constexpr int compression_level = 6;
+
+// The head of an entry, as POSIX lays it out.
+struct tar_head {
+  char name[100];
+  char mode[8];
+  char owner[8];
+  char group[8];
+  char size[12];
+  char changed[12];
+  char sum[8];
+  char kind;
+  char link[100];
+  char magic[6];
+  char version[2];
+  char owner_name[32];
+  char group_name[32];
+  char device[16];
+  char prefix[155];
+  char unused[12];
+};
+static_assert(sizeof(tar_head) == block_size);
+
+unsigned sum_of(const tar_head& head) {
+  tar_head blank = head;
+  std::memset(blank.sum, ' ', sizeof blank.sum);
+  std::array<unsigned char, block_size> bytes{};
+  std::memcpy(bytes.data(), &blank, block_size);
+  unsigned sum = 0;
+  for (const unsigned char byte : bytes) sum += byte;
+  return sum;
+}
+
+template <std::size_t Size>
+void put_text(char (&field)[Size], std::string_view text) {
+  text.copy(field, Size);
+}
+
+template <std::size_t Size>
+void put_octal(char (&field)[Size], std::uint64_t number) {
+  put_text(field, fmt::format("{:0{}o}", number, Size - 1));
+}
+
+template <std::size_t Size>
+std::string text_of(const char (&field)[Size]) {
+  return {field, strnlen(field, Size)};
+}
+
+template <std::size_t Size>
+std::optional<std::uint64_t> octal_of(const char (&field)[Size]) {
+  std::string_view text{field, strnlen(field, Size)};
+  while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
+  while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, 8);
+  if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
+class file_descriptor {
+ public:
+  file_descriptor(const fs::path& file, int flags)
+      : file_(file.string()), fd_(open(file.c_str(), flags | O_CLOEXEC, 0600)) {
+    if (fd_ < 0) throw lab_error(fmt::format("{}: {}", file_, std::strerror(errno)));
+  }
+  ~file_descriptor() { close(fd_); }
+  file_descriptor(const file_descriptor&) = delete;
+  file_descriptor& operator=(const file_descriptor&) = delete;
+
+  std::size_t read_some(char* data, std::size_t size) const {
+    for (;;) {
+      const ssize_t got = read(fd_, data, size);
+      if (got >= 0) return static_cast<std::size_t>(got);
+      if (errno != EINTR) throw lab_error(fmt::format("{}: {}", file_, std::strerror(errno)));
+    }
+  }
+  void write_all(const char* data, std::size_t size) const {
+    while (size > 0) {
+      const ssize_t written = write(fd_, data, size);
+      if (written < 0 && errno == EINTR) continue;
+      if (written < 0) throw lab_error(fmt::format("{}: {}", file_, std::strerror(errno)));
+      data += written;
+      size -= static_cast<std::size_t>(written);
+    }
+  }
+  std::uint64_t regular_size() const {
+    struct stat status {};
+    if (fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode))
+      throw lab_error(fmt::format("{}: is no regular file", file_));
+    return static_cast<std::uint64_t>(status.st_size);
+  }
+  const std::string& file() const { return file_; }
+
+ private:
+  std::string file_;
+  int fd_;
+};
+
+// A record "LENGTH path=NAME\n", whose length counts itself.
+std::string long_name_record(const std::string& name) {
+  const std::string tail = fmt::format(" path={}\n", name);
+  std::size_t length = tail.size() + 1;
+  while (fmt::format("{}", length).size() + tail.size() != length) ++length;
+  return fmt::format("{}{}", length, tail);
+}
+
+struct name_fields {
+  std::string_view prefix;
+  std::string_view name;
+};
+
+// How the head of an entry tells the name; nothing if it is too long for that.
+std::optional<name_fields> fields_of(std::string_view name) {
+  if (name.size() <= sizeof tar_head::name) return name_fields{"", name};
+  const std::size_t slash = name.rfind('/');
+  if (slash == std::string_view::npos || slash > sizeof tar_head::prefix ||
+      name.size() - slash - 1 > sizeof tar_head::name)
+    return std::nullopt;
+  return name_fields{name.substr(0, slash), name.substr(slash + 1)};
+}
+
+constexpr std::uint64_t size_of_end = 2 * block_size;
+
+std::uint64_t in_whole_blocks(std::uint64_t size) {
+  return (size + block_size - 1) / block_size * block_size;
+}
+
+}  // namespace
+
+std::string size_text(std::uint64_t bytes) {
+  constexpr std::array<std::pair<unsigned, const char*>, 3> units{
+      {{30, "GiB"}, {20, "MiB"}, {10, "KiB"}}};
+  for (const auto& [shift, unit] : units)
+    if (bytes >> shift << shift == bytes && bytes > 0)
+      return fmt::format("{} {}", bytes >> shift, unit);
+  return fmt::format("{} bytes", bytes);
+}
+
+// Writing ----------------------------------------------------------------------------------------
+
+void archive_space::add(const std::string& name, std::uint64_t size) {
+  bytes_ += block_size + in_whole_blocks(size);
+  ++heads_;
+  if (fields_of(name)) return;
+  bytes_ += block_size + in_whole_blocks(long_name_record(name).size());
+  ++heads_;
+}
+
+std::string archive_space::excess(const archive_limits& limits) const {
+  if (bytes_ + size_of_end > limits.archive)
+    return fmt::format("larger than {}", size_text(limits.archive));
+  if (heads_ > limits.heads) return fmt::format("more than {} entries", limits.heads);
+  return {};
+}
+
+struct archive_writer::state {
+  explicit state(const fs::path& file)
+      : out(file, O_WRONLY | O_CREAT | O_EXCL), context(ZSTD_createCCtx(), &ZSTD_freeCCtx) {
+    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_compressionLevel, compression_level);
+    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_checksumFlag, 1);
+  }
+
+  void put(const char* data, std::size_t size, ZSTD_EndDirective how = ZSTD_e_continue) {
+    ZSTD_inBuffer in{data, size, 0};
+    for (;;) {
+      ZSTD_outBuffer packed{buffer.data(), buffer.size(), 0};
+      const std::size_t left = ZSTD_compressStream2(context.get(), &packed, &in, how);
+      if (ZSTD_isError(left) != 0)
+        throw lab_error(fmt::format("{}: {}", out.file(), ZSTD_getErrorName(left)));
+      out.write_all(buffer.data(), packed.pos);
+      if (how == ZSTD_e_end ? left == 0 : in.pos == in.size) return;
+    }
+  }
+
+  void put_padding(std::uint64_t size) {
+    constexpr std::array<char, block_size> zeros{};
+    if (size % block_size != 0) put(zeros.data(), block_size - size % block_size);
+  }
+
+  void put_head(std::string_view prefix, std::string_view name, char kind, std::uint64_t size) {
+    tar_head head{};
+    put_text(head.name, name);
+    put_text(head.prefix, prefix);
+    put_octal(head.mode, 0600);
+    put_octal(head.owner, 0);
+    put_octal(head.group, 0);
+    put_octal(head.size, size);
+    put_octal(head.changed, 0);  // one capture is one archive, whenever it was packed
+    head.kind = kind;
+    put_text(head.magic, "ustar");
+    put_text(head.version, "00");
+    put_octal(head.sum, sum_of(head));
+    std::array<char, block_size> bytes{};
+    std::memcpy(bytes.data(), &head, block_size);
+    put(bytes.data(), bytes.size());
+  }
+
+  void put_long_name(const std::string& name) {
+    const std::string record = long_name_record(name);
+    put_head("", "capture/name", 'x', record.size());
+    put(record.data(), record.size());
+    put_padding(record.size());
+  }
+
+  file_descriptor out;
+  std::unique_ptr<ZSTD_CCtx, decltype(&ZSTD_freeCCtx)> context;
+  std::vector<char> buffer = std::vector<char>(ZSTD_CStreamOutSize());
+};
+
+archive_writer::archive_writer(const fs::path& file) : state_(std::make_unique<state>(file)) {}
+
+archive_writer::~archive_writer() = default;
+
+void archive_writer::add(const std::string& name, const fs::path& source) {
+  // Whoever opens a pipe would wait for its other end.
+  const file_descriptor in(source, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+  const std::uint64_t size = in.regular_size();
+  if (const auto fields = fields_of(name)) {
+    state_->put_head(fields->prefix, fields->name, '0', size);
+  } else {
+    state_->put_long_name(name);
+    state_->put_head("", std::string_view{name}.substr(0, sizeof tar_head::name), '0', size);
+  }
+  std::vector<char> buffer(std::size_t{1} << 17);
+  for (std::uint64_t left = size; left > 0;) {
+    const std::size_t got = in.read_some(
+        buffer.data(), static_cast<std::size_t>(std::min<std::uint64_t>(left, buffer.size())));
+    if (got == 0) throw lab_error(fmt::format("{}: became shorter while it was read", in.file()));
+    state_->put(buffer.data(), got);
+    left -= got;
+  }
+  state_->put_padding(size);
+}
+
+void archive_writer::finish() {
+  constexpr std::array<char, size_of_end> end{};
+  state_->put(end.data(), end.size(), ZSTD_e_end);
+}
+
+// Reading ----------------------------------------------------------------------------------------
+
+namespace {
+
+class unpacked_bytes {
+ public:
+  unpacked_bytes(const fs::path& file, std::uint64_t most)
+      : in_(file, O_RDONLY), context_(ZSTD_createDCtx(), &ZSTD_freeDCtx), most_(most) {}
+
+  // Fills as much of the memory as there are bytes. Returns how many that were.
+  std::size_t fill(char* data, std::size_t size) {
+    ZSTD_outBuffer out{data, size, 0};
+    while (out.pos < out.size) {
+      if (waiting_.pos == waiting_.size && !refill()) break;
+      const std::size_t hint = ZSTD_decompressStream(context_.get(), &out, &waiting_);
+      if (ZSTD_isError(hint) != 0)
+        throw lab_error(fmt::format("{}: no packed capture, or damaged: {}", in_.file(),
+                                    ZSTD_getErrorName(hint)));
+      frame_is_open_ = hint != 0;
+    }
+    total_ += out.pos;
+    if (total_ > most_)
+      throw lab_error(fmt::format("{}: unpacks to more than {}", in_.file(), size_text(most_)));
+    return out.pos;
+  }
+  const std::string& file() const { return in_.file(); }
+  std::uint64_t position() const { return total_; }
+
+ private:
+  bool refill() {
+    waiting_ = {buffer_.data(), in_.read_some(buffer_.data(), buffer_.size()), 0};
+    if (waiting_.size == 0 && frame_is_open_)
+      throw lab_error(fmt::format("{}: cut off; the packed data has no end", in_.file()));
+    return waiting_.size > 0;
+  }
+
+  file_descriptor in_;
+  std::unique_ptr<ZSTD_DCtx, decltype(&ZSTD_freeDCtx)> context_;
+  std::vector<char> buffer_ = std::vector<char>(ZSTD_DStreamInSize());
+  ZSTD_inBuffer waiting_{buffer_.data(), 0, 0};
+  bool frame_is_open_ = true;  // an empty file is cut off, too
+  std::uint64_t most_;
+  std::uint64_t total_ = 0;
+};
+
+class archive_reader {
+ public:
+  archive_reader(const fs::path& file, const archive_limits& limits)
+      : bytes_(file, limits.archive), limits_(limits) {}
+
+  // Returns false at the end of the archive.
+  bool next(archive_entry& entry) {
+    std::string long_name;
+    for (;;) {
+      tar_head head{};
+      if (!read_head(head)) return false;
+      const std::string name = long_name.empty() ? name_of(head) : long_name;
+      const std::uint64_t size = size_of(head, name);
+      if (head.kind == 'x' || head.kind == 'L') {
+        if (size > longest_name) refuse(name, "the name of the entry behind it is too long");
+        const std::string record = read_text(name, size);
+        long_name = head.kind == 'x' ? path_of(record) : record.substr(0, record.find('\0'));
+      } else if (head.kind == '5' && size == 0) {
+        long_name.clear();
+      } else if (head.kind == '0' || head.kind == '\0') {
+        entry = {name, read_text(name, size)};
+        return true;
+      } else {
+        refuse(name, "neither a regular file nor a folder");
+      }
+    }
+  }
+
+ private:
+  [[noreturn]] void refuse(const std::string& name, std::string_view why) const {
+    throw lab_error(fmt::format("{}: entry \"{}\": {}", bytes_.file(), printable(name), why));
+  }
+
+  static std::string printable(const std::string& name) {
+    std::string shown;
+    for (const char c : name.substr(0, 200))
+      shown += c >= ' ' && c <= '~' ? std::string{c}
+                                    : fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+    return shown;
+  }
+
+  bool read_head(tar_head& head) {
+    const std::uint64_t position = bytes_.position();
+    std::array<char, block_size> block{};
+    const std::size_t got = bytes_.fill(block.data(), block.size());
+    if (got < block.size())
+      throw lab_error(
+          fmt::format("{}: cut off at byte {} of the archive", bytes_.file(), position + got));
+    if (std::all_of(block.begin(), block.end(), [](char c) { return c == '\0'; })) {
+      expect_padding();
+      return false;
+    }
+    std::memcpy(&head, block.data(), block.size());
+    const auto sum = octal_of(head.sum);
+    if (!sum || *sum != sum_of(head) || std::memcmp(head.magic, "ustar", 5) != 0)
+      throw lab_error(fmt::format("{}: no packed capture: byte {} of the archive begins no entry",
+                                  bytes_.file(), position));
+    if (++heads_ > limits_.heads)
+      throw lab_error(fmt::format("{}: more than {} entries", bytes_.file(), limits_.heads));
+    return true;
+  }
+
+  // Archivers fill the last of their larger blocks with zeros.
+  void expect_padding() {
+    std::array<char, block_size> block{};
+    while (const std::size_t got = bytes_.fill(block.data(), block.size()))
+      if (!std::all_of(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(got),
+                       [](char c) { return c == '\0'; }))
+        throw lab_error(fmt::format("{}: something stands behind the archive's end at byte {}",
+                                    bytes_.file(), bytes_.position() - got));
+  }
+
+  static std::string name_of(const tar_head& head) {
+    const std::string prefix = text_of(head.prefix);
+    // Archives of the older GNU kind keep something else there.
+    const bool has_prefix = !prefix.empty() && head.magic[5] == '\0';
+    return has_prefix ? prefix + '/' + text_of(head.name) : text_of(head.name);
+  }
+
+  std::uint64_t size_of(const tar_head& head, const std::string& name) const {
+    const auto size = octal_of(head.size);
+    if (!size) refuse(name, "its size is no number");
+    if (*size > limits_.file) refuse(name, "larger than " + size_text(limits_.file));
+    return *size;
+  }
+
+  // The memory grows with what is really there, whatever size was claimed.
+  std::string read_text(const std::string& name, std::uint64_t size) {
+    constexpr std::size_t step = std::size_t{1} << 20;
+    std::string text;
+    while (text.size() < size) {
+      const std::size_t before = text.size();
+      const std::size_t wanted =
+          static_cast<std::size_t>(std::min<std::uint64_t>(size - before, std::max(step, before)));
+      text.resize(before + wanted);
+      if (bytes_.fill(text.data() + before, wanted) < wanted) refuse(name, "cut off");
+    }
+    std::array<char, block_size> padding{};
+    const std::size_t rest = (block_size - size % block_size) % block_size;
+    if (bytes_.fill(padding.data(), rest) < rest) refuse(name, "cut off");
+    return text;
+  }
+
+  static std::string path_of(const std::string& record) {
+    const std::size_t start = record.find(" path=");
+    if (start == std::string::npos) return {};
+    const std::size_t end = record.find('\n', start);
+    return record.substr(start + 6, end == std::string::npos ? end : end - start - 6);
+  }
+
+  unpacked_bytes bytes_;
+  archive_limits limits_;
+  std::uint64_t heads_ = 0;
+};
+
+}  // namespace
+
+void read_archive(const fs::path& file, const std::function<void(archive_entry)>& take,
+                  const archive_limits& limits) try {
+  archive_reader reader(file, limits);
+  archive_entry entry;
+  while (reader.next(entry)) take(std::move(entry));
+} catch (const std::bad_alloc&) {
+  throw lab_error(fmt::format("{}: needs more memory than there is", file.string()));
+}
+
+}  // namespace lab

@@ -1,0 +1,293 @@
+#include "lab/capture/capture.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "lab/base/beside.h"
+#include "lab/base/error.h"
+#include "lab/base/files.h"
+#include "lab/base/messages.h"
+#include "lab/base/parse_toml.h"
+#include "lab/base/words.h"
+
+namespace lab {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::int64_t manifest_format = 1;
+
+std::string escaped(std::string_view text) {
+  constexpr std::string_view plain = "._=:-";
+  std::string result;
+  for (const char c : text) {
+    if (std::isalnum(static_cast<unsigned char>(c)) != 0 || plain.find(c) != std::string_view::npos)
+      result += c;
+    else if (c == ' ')
+      result += '+';
+    else
+      result += fmt::format("%{:02X}", static_cast<unsigned char>(c));
+  }
+  return result;
+}
+
+// A file name has 255 bytes at most, some of them for what stands behind it in a recording; the
+// rest of a longer one is told apart by its hash (FNV-1a).
+std::string shortened(std::string name) {
+  constexpr std::size_t longest = 220;
+  constexpr std::size_t kept = 200;
+  if (name.size() <= longest) return name;
+  std::uint64_t hash = 0xcbf29ce484222325;
+  for (const char c : name) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
+  return fmt::format("{}~{:016x}", name.substr(0, kept), hash);
+}
+
+std::string toml_text(std::string_view text) {
+  std::string result = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') result += '\\';
+    if (std::iscntrl(static_cast<unsigned char>(c)) != 0)
+      result += fmt::format("\\u{:04X}", static_cast<unsigned char>(c));
+    else
+      result += c;
+  }
+  return result + '"';
+}
+
+std::string toml_list(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : ", ") + toml_text(word);
+  return "[" + text + "]";
+}
+
+std::string manifest_of(const capture& c) {
+  std::string text = "# What the stand-in tools of this folder stand in for.\n";
+  text +=
+      fmt::format("format = {}\nrouter = {}\nhost_node_id = {}\nmissing_tools = {}\n",
+                  manifest_format, toml_text(c.router), c.host_node_id, toml_list(c.missing_tools));
+  if (!c.blocked_captures.empty())
+    text += fmt::format("blocked_captures = {}\n", toml_list(c.blocked_captures));
+  if (!c.full_logs.empty()) text += fmt::format("full_logs = {}\n", toml_list(c.full_logs));
+  if (c.file_limit > 0) text += fmt::format("file_limit = {}\n", c.file_limit);
+  text += "\n[nodes]\n";
+  for (const auto& [address, name] : c.nodes)
+    text += fmt::format("{} = {}\n", toml_text(address), toml_text(name));
+  return text;
+}
+
+[[noreturn]] void refuse(const std::string& file, const toml::node& at, const std::string& what) {
+  throw lab_error(fmt::format("{}:{}: {}", file, at.source().begin.line, what));
+}
+
+std::string text_of(const toml::node& node, std::string_view key, const std::string& file) {
+  if (!node.is_string()) refuse(file, node, fmt::format("{} is no text", key));
+  return *node.value<std::string>();
+}
+
+std::vector<std::string> texts_of(const toml::table& table, std::string_view key,
+                                  const std::string& file) {
+  std::vector<std::string> texts;
+  const toml::node* found = table.get(key);
+  if (found == nullptr) return texts;
+  if (!found->is_array()) refuse(file, *found, fmt::format("{} is no list of texts", key));
+  for (const toml::node& text : *found->as_array()) texts.push_back(text_of(text, key, file));
+  return texts;
+}
+
+// What a later lab, or a slip, added would be lost in silence.
+void refuse_unknown_keys(const toml::table& table, const std::string& file) {
+  constexpr std::array<std::string_view, 8> known{
+      "format",           "router",    "host_node_id", "missing_tools",
+      "blocked_captures", "full_logs", "file_limit",   "nodes"};
+  for (const auto& [key, value] : table)
+    if (std::find(known.begin(), known.end(), key.str()) == known.end())
+      refuse(file, value, fmt::format("unknown key \"{}\"", key.str()));
+}
+
+// A line per answer: "192.0.0.6/fwd_object_show,-t,lagport,-D".
+std::string list_of_files(const capture& c) {
+  std::string list;
+  for (const auto& [key, text] : c.answers)
+    if (key.second.find('\n') == std::string::npos)
+      list += fmt::format("{}/{}\n", key.first, key.second);
+  return list;
+}
+
+}  // namespace
+
+std::string file_name(std::string_view tool, const std::vector<std::string>& arguments) {
+  const std::size_t slash = tool.rfind('/');
+  std::string name = escaped(slash == std::string_view::npos ? tool : tool.substr(slash + 1));
+  for (const std::string& argument : arguments) name += "," + escaped(argument);
+  return shortened(std::move(name));
+}
+
+std::string shared_file_name(std::string_view file) {
+  const std::size_t unit = file.rfind(",-u,");
+  if (!file.starts_with("asic_shell_show,-c,") || unit == std::string_view::npos) return {};
+  return std::string{file.substr(0, unit)};
+}
+
+std::string file_name(std::string_view command_line) {
+  std::vector<std::string> words = words_of(command_line);
+  if (words.empty()) return {};
+  const std::string tool = words.front();
+  words.erase(words.begin());
+  return file_name(tool, words);
+}
+
+void answer(capture& c, std::string_view place, std::string_view command_line, std::string text) {
+  c.answers.insert_or_assign({std::string{place}, file_name(command_line)}, std::move(text));
+}
+
+std::string& answer_to(capture& c, std::string_view place, std::string_view command_line) {
+  const std::string file = file_name(command_line);
+  auto found = c.answers.find({std::string{place}, file});
+  if (found == c.answers.end())
+    found = c.answers.find({std::string{place}, shared_file_name(file)});
+  if (found == c.answers.end())
+    throw lab_error(fmt::format("{}: no answer to \"{}\" at {}", c.router, command_line, place));
+  return found->second;
+}
+
+void write_files(const capture& c, const fs::path& folder) {
+  std::string made;
+  for (const auto& [key, text] : c.answers) {
+    const fs::path place = folder / key.first;
+    if (key.first != made) fs::create_directories(place);
+    made = key.first;
+    write_whole(place / key.second, text);
+  }
+  if (c.calls.empty())
+    write_whole(folder / "files", list_of_files(c));
+  else
+    write_whole(folder / "calls", c.calls);
+  write_manifest(c, folder);
+}
+
+void write_manifest(const capture& c, const fs::path& folder) {
+  write_whole(folder / "manifest", manifest_of(c));
+}
+
+void build_beside(const fs::path& out, const std::function<void(const fs::path&)>& build) {
+  if (fs::exists(fs::symlink_status(out)))
+    throw lab_error(fmt::format("{}: exists already", out.string()));
+  const folder_beside made(out);
+  const fs::path building = made.path() / "built";
+  tell_as(building, out.string(), [&] {
+    build(building);
+    fs::rename(building, out);
+  });
+}
+
+void write_folder(const capture& c, const fs::path& out) {
+  const fs::path above = fs::absolute(out / ".").parent_path().parent_path();
+  std::error_code failure;
+  fs::create_directories(above, failure);
+  if (failure)
+    throw lab_error(fmt::format("{}: cannot be made: {}", above.string(), failure.message()));
+  build_beside(out, [&](const fs::path& building) {
+    fs::create_directories(building);
+    write_files(c, building);
+  });
+}
+
+bool is_capture_folder(const fs::path& folder) {
+  return fs::is_regular_file(folder / "manifest");
+}
+
+capture parse_manifest(std::string_view text, const std::string& file) {
+  const toml::table table = parse_toml(text, file);
+  if (table["format"].value_or(std::int64_t{0}) != manifest_format)
+    throw lab_error(fmt::format("{}: format is not {}", file, manifest_format));
+  refuse_unknown_keys(table, file);
+  capture c;
+  if (const toml::node* router = table.get("router")) c.router = text_of(*router, "router", file);
+  const auto id = table["host_node_id"].value<std::int64_t>();
+  if (!id || *id < 0 || *id > 0xffffffff)
+    throw lab_error(fmt::format("{}: host_node_id is no number of 32 bits", file));
+  c.host_node_id = static_cast<std::uint32_t>(*id);
+  c.missing_tools = texts_of(table, "missing_tools", file);
+  c.blocked_captures = texts_of(table, "blocked_captures", file);
+  c.full_logs = texts_of(table, "full_logs", file);
+  const auto limit =
+      table["file_limit"].value_or(std::int64_t{table.contains("file_limit") ? -1 : 0});
+  if (limit < 0) throw lab_error(fmt::format("{}: file_limit is no number of bytes", file));
+  c.file_limit = static_cast<std::uint64_t>(limit);
+  // They become paths.
+  for (const auto* names : {&c.blocked_captures, &c.full_logs})
+    for (const std::string& name : *names)
+      if (name.empty() || name.find('/') != std::string::npos)
+        throw lab_error(fmt::format("{}: \"{}\" is no file's name", file, name));
+  if (const toml::node* nodes = table.get("nodes")) {
+    if (!nodes->is_table()) refuse(file, *nodes, "nodes is no table");
+    for (const auto& [address, name] : *nodes->as_table())
+      c.nodes.emplace_back(address.str(), text_of(name, address.str(), file));
+  }
+  return c;
+}
+
+namespace {
+
+[[noreturn]] void refuse_entry(const fs::path& folder, const fs::path& entry, const char* why) {
+  throw lab_error(
+      fmt::format("{}: {}: {}", folder.string(), entry.lexically_relative(folder).string(), why));
+}
+
+void check_tree(const fs::path& folder) try {
+  for (const auto& place : fs::directory_iterator(folder)) {
+    const fs::file_type type = place.symlink_status().type();
+    if (type == fs::file_type::regular) continue;
+    if (type != fs::file_type::directory)
+      refuse_entry(folder, place.path(), "neither a regular file nor a folder");
+    for (const auto& file : fs::directory_iterator(place.path())) {
+      const fs::file_type inner = file.symlink_status().type();
+      if (inner == fs::file_type::directory)
+        refuse_entry(folder, file.path(), "a folder where an answer belongs");
+      if (inner != fs::file_type::regular)
+        refuse_entry(folder, file.path(), "neither a regular file nor a folder");
+    }
+  }
+} catch (const fs::filesystem_error& failure) {
+  throw lab_error(fmt::format("{}: {}", failure.path1().string(), failure.code().message()));
+}
+
+}  // namespace
+
+capture read_manifest(const fs::path& folder) {
+  const fs::path file = folder / "manifest";
+  if (!fs::exists(folder))
+    throw lab_error(fmt::format("{}: there is no such capture", folder.string()));
+  if (!fs::is_directory(folder))
+    throw lab_error(fmt::format("{}: no capture, it is no folder", folder.string()));
+  if (!fs::exists(file))
+    throw lab_error(fmt::format("{}: no capture, there is no manifest in it", folder.string()));
+  check_tree(folder);
+  return parse_manifest(read_own(file), file.string());
+}
+
+capture read_folder(const fs::path& folder) {
+  capture c = read_manifest(folder);
+  if (fs::exists(folder / "calls")) c.calls = read_own(folder / "calls");
+  if (fs::exists(folder / "files")) c.files = read_own(folder / "files");
+  for (const auto& place : fs::directory_iterator(folder)) {
+    if (!place.is_directory()) continue;
+    for (const auto& file : fs::directory_iterator(place.path()))
+      c.answers.emplace(
+          std::pair{place.path().filename().string(), file.path().filename().string()},
+          read_own(file.path()));
+  }
+  return c;
+}
+
+}  // namespace lab

@@ -1,0 +1,88 @@
+// A capture: what every tool of a router printed, one file per command and node. It is the only
+// thing that the stand-in tools read.
+//
+//     birch-small/
+//       manifest                            what router, which nodes, where the host runs
+//       files                               the names of all that stand below
+//       local/cfg_render,-c,-l,1,-t,1,-o,1
+//       local/asic_shell_show,-c,show+unit,-u,all,-n,A
+//       192.0.0.6/fwd_object_show,-t,lagport,-D
+//
+// The name of a file is the command line: the tool without its folder, then the arguments, commas
+// between them, '+' for a blank within an argument, %XX for whatever a file name or a shell would
+// stumble over.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "lab/base/place.h"
+
+namespace lab {
+
+// "/opt/nos/bin/node_id_convert", {"-I", "0/0/CPU0"} -> "node_id_convert,-I,0%2F0%2FCPU0".
+std::string file_name(std::string_view tool, const std::vector<std::string>& arguments);
+// The same for a command line as it stands in a document: words and double-quoted words.
+std::string file_name(std::string_view command_line);
+
+// The file whose answer stands for all chips, for a chip command whose own file is not there:
+// "asic_shell_show,-c,diag+lag,-u,3,-n,7" -> "asic_shell_show,-c,diag+lag". Empty for all others.
+std::string shared_file_name(std::string_view file);
+
+struct capture {
+  std::string router;
+  std::uint32_t host_node_id = 4096;
+  std::vector<std::pair<std::string, std::string>> nodes;  // address, node name
+  std::vector<std::string> missing_tools;                  // tools that the router does not have
+  std::string calls;    // the list of a recording, empty if it was rendered
+  std::string files{};  // the list of a rendered one, as it was read; it is made anew for writing
+  // What the route processor does not let the audit do: folders stand in the way of these capture
+  // files ("running_cfg" is /tmp/tessel_running_cfg.log), these logs have no room ("stale_entries"
+  // is /var/log/tessel_stale_entries.log), and no file grows beyond so many bytes (0: as it likes).
+  std::vector<std::string> blocked_captures{};
+  std::vector<std::string> full_logs{};
+  std::uint64_t file_limit = 0;
+  // Place ("local" or an address) and file name to the whole output.
+  std::map<std::pair<std::string, std::string>, std::string> answers;
+};
+
+// Adds an answer; an answer of the same name is replaced.
+void answer(capture& c, std::string_view place, std::string_view command_line, std::string text);
+// Returns the answer to a command line, its own or the shared one. Throws `lab_error` if there is
+// none.
+std::string& answer_to(capture& c, std::string_view place, std::string_view command_line);
+
+// Writes the files and the manifest into `folder`, which exists and is empty.
+void write_files(const capture& c, const std::filesystem::path& folder);
+
+void write_manifest(const capture& c, const std::filesystem::path& folder);
+
+// Makes `out`, which must not exist: `build` makes a file or folder in a folder beside it, which is
+// renamed at the end. Throws `lab_error`; nothing half written stays.
+void build_beside(const std::filesystem::path& out,
+                  const std::function<void(const std::filesystem::path&)>& build);
+
+// Writes a capture folder: built beside `out`, renamed at the end. Throws `lab_error` if `out`
+// exists or cannot be written; nothing half written stays.
+void write_folder(const capture& c, const std::filesystem::path& out);
+
+bool is_capture_folder(const std::filesystem::path& folder);
+
+// Reads a manifest; `file` names it in messages. Throws `lab_error`.
+capture parse_manifest(std::string_view text, const std::string& file);
+
+// Reads the manifest alone: router, host, nodes and missing tools. Throws `lab_error`, also if
+// anything in the folder is neither a file nor a folder of files: a link would bring in what is
+// none of the capture's.
+capture read_manifest(const std::filesystem::path& folder);
+
+// Reads the answers as well. Throws `lab_error`.
+capture read_folder(const std::filesystem::path& folder);
+
+}  // namespace lab

@@ -1,0 +1,28 @@
+// What changed on a router between two captures: which layer, on which node, about which bundles.
+// Lines are compared, not their order; counters, uptimes and the like are no change.
+#pragma once
+
+#include <cstddef>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "lab/capture/capture.h"
+
+namespace lab {
+
+struct layer_change {
+  std::string layer;            // "DPA"
+  std::string where;            // "0/0/CPU0", "0/0/CPU0 NPU 1", or "router"
+  std::set<std::string> named;  // bundles, sub-bundles, else ports: "BE1.100"
+  std::set<std::string> asked;  // the commands whose answers differ
+  std::size_t lines = 0;        // that only one of the captures has
+};
+
+// In the order of the layers, from the configuration down to the chips.
+std::vector<layer_change> changes_between(const capture& a, const capture& b);
+
+// As a person reads it, at most one screen.
+std::string change_report(const std::vector<layer_change>& changes);
+
+}  // namespace lab

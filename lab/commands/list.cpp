@@ -1,0 +1,47 @@
+#include <fmt/format.h>
+
+#include <cstdlib>
+
+#include "lab/commands/commands.h"
+#include "lab/describe/description.h"
+#include "lab/faults/faults.h"
+#include "lab/faults/ssh_faults.h"
+
+namespace lab {
+
+int list_command(const std::vector<std::string>& arguments) {
+  expect_operands(parse_options(arguments, {}), 0, "nothing");
+  for (const std::string& name : router_names())
+    fmt::print("{:<24} {}\n", name, load_router(name).description);
+  return EXIT_SUCCESS;
+}
+
+namespace {
+
+// What a random choice of faults must know: one that needs an argument means nothing by itself, one
+// that ends the run hides most others.
+const char* kind_of(const fault& f) {
+  if (f.takes_argument) return "argued";
+  return f.stops_from == phase::none ? "plain" : "ending";
+}
+
+}  // namespace
+
+int faults_command(const std::vector<std::string>& arguments) {
+  const option_values o = parse_options(arguments, {.flags = {"--kinds"}});
+  expect_operands(o, 0, "nothing");
+  for (const fault& f : fault_catalogue())
+    if (o.has("--kinds")) {
+      fmt::print("{}\t{}\n", f.name, kind_of(f));
+    } else {
+      fmt::print("{:<24} {}\n{:<24}   {}\n", f.name, f.description, "",
+                 f.finding.empty() ? "no finding" : f.finding);
+      for (const by_product& line : f.also) fmt::print("{:<24}   {}\n", "", line.finding);
+    }
+  if (!o.has("--kinds"))
+    for (const ssh_fault& f : ssh_faults())
+      fmt::print("{:<24} {}\n{:<24}   {}\n", f.name, f.description, "", f.finding);
+  return EXIT_SUCCESS;
+}
+
+}  // namespace lab

@@ -1,0 +1,32 @@
+#include <fmt/format.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "lab/base/beside.h"
+#include "lab/base/private_files.h"
+#include "lab/capture/archive.h"
+#include "lab/capture/capture_check.h"
+#include "lab/capture/redact.h"
+#include "lab/commands/commands.h"
+
+namespace lab {
+
+int redact_command(const std::vector<std::string>& arguments) {
+  namespace fs = std::filesystem;
+  const option_values o = parse_options(arguments, {});
+  expect_operands(o, 2, "CAPTURE OUT");
+  const fs::path out = target_named(o.operands[1]);
+  capture c = read_capture(o.operands[0]);
+  c.router = out.filename().string();
+  const redaction_counts n = redact(c);
+  c.calls = calls_with_sizes(c);
+  const private_files of_the_capture;
+  write_folder(c, out);  // with the list of calls, whose names and times tell nothing
+  fmt::print(
+      "Replaced: {} IP and {} MAC addresses, {} texts, {} names, {} secrets, {} serial numbers.\n",
+      n.addresses, n.macs, n.texts, n.names, n.secrets, n.serials);
+  return EXIT_SUCCESS;
+}
+
+}  // namespace lab

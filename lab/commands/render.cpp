@@ -1,0 +1,27 @@
+#include <cstdlib>
+
+#include "lab/base/beside.h"
+#include "lab/capture/capture.h"
+#include "lab/commands/commands.h"
+#include "lab/describe/description.h"
+#include "lab/faults/faults.h"
+#include "lab/faults/render_faulty.h"
+#include "lab/render/render.h"
+
+namespace lab {
+
+router faulty_router(const std::string& name, const std::vector<std::string>& faults) {
+  router r = load_router(name);
+  for (const std::string& fault : faults) r.faults.push_back(parse_fault(fault));
+  return r;
+}
+
+int render_command(const std::vector<std::string>& arguments) {
+  const option_values o = parse_options(arguments, {.with_value = {"--fault"}});
+  expect_operands(o, 2, "ROUTER OUT");
+  const std::filesystem::path out = target_named(o.operands[1]);
+  write_folder(render(faulty_router(o.operands[0], o.all_of("--fault"))), out);
+  return EXIT_SUCCESS;
+}
+
+}  // namespace lab

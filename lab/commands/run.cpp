@@ -1,0 +1,170 @@
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "lab/base/beside.h"
+#include "lab/base/error.h"
+#include "lab/capture/archive.h"
+#include "lab/capture/capture.h"
+#include "lab/capture/capture_check.h"
+#include "lab/commands/commands.h"
+#include "lab/faults/render_faulty.h"
+#include "lab/record/record.h"
+#include "lab/run/namespace_run.h"
+#include "lab/tool/latency.h"
+
+namespace lab {
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path existing_file(const fs::path& file, const char* option) {
+  if (!fs::is_regular_file(file))
+    throw lab_error(
+        fmt::format("{}: there is no such file; name it with {}", file.string(), option));
+  return fs::absolute(file);
+}
+
+}  // namespace
+
+fs::path own_program() {
+  return fs::read_symlink("/proc/self/exe");
+}
+
+fs::path host_of(const option_values& o) {
+  const fs::path beside = own_program().parent_path() / "tessel-host";
+  const fs::path host =
+      existing_file(o.has("--host") ? fs::path{o.value_of("--host")} : beside, "--host");
+  if (access(host.c_str(), X_OK) != 0)
+    throw lab_error(fmt::format("{}: cannot be executed: {}; name another with --host",
+                                host.string(), std::strerror(errno)));
+  return host;
+}
+
+// A build leaves it beside this program, an installation in its folder of libraries.
+fs::path library_of(const option_values& o) {
+  const fs::path folder = own_program().parent_path();
+  const fs::path beside = folder / "libtessel.so";
+  const fs::path installed = (folder / TESSEL_BIN_TO_LIB / "libtessel.so").lexically_normal();
+  const fs::path usual = !fs::exists(beside) && fs::exists(installed) ? installed : beside;
+  return existing_file(o.has("--library") ? fs::path{o.value_of("--library")} : usual, "--library");
+}
+
+namespace {
+
+// The named folder, made if need be, or a new one, which standard error then tells of.
+fs::path logs_folder(const std::string& named) {
+  if (named.empty()) {
+    const char* temporary = std::getenv("TMPDIR");
+    std::string folder =
+        std::string{temporary == nullptr ? "/tmp" : temporary} + "/lab-logs.XXXXXX";
+    if (mkdtemp(folder.data()) == nullptr)
+      throw lab_error(fmt::format("{}: cannot be made: {}; name a folder with --logs", folder,
+                                  std::strerror(errno)));
+    fmt::print(stderr, "tessel-lab: the logs are in {}\n", folder);
+    return folder;
+  }
+  make_logs_folder(named);
+  return fs::absolute(named);
+}
+
+void check_calls_file(const fs::path& file) {
+  if (fs::is_directory(file))
+    throw lab_error(fmt::format("{}: is a folder; name a file with --keep-calls", file.string()));
+  if (!fs::exists(file)) return check_target(file);
+  if (access(file.c_str(), W_OK) != 0)
+    throw lab_error(fmt::format("{}: cannot be written: {}", file.string(), std::strerror(errno)));
+}
+
+void make_calls_file(const fs::path& file) {
+  const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0)
+    throw lab_error(fmt::format("{}: cannot be written: {}", file.string(), std::strerror(errno)));
+  close(fd);
+}
+
+fs::path absolute_or_empty(const option_values& o, const char* option) {
+  return o.has(option) ? fs::absolute(target_named(o.value_of(option))) : fs::path{};
+}
+
+// What is written, once it is clear that all of it can be.
+void set_outputs(const option_values& o, run_request& request) {
+  const fs::path logs = absolute_or_empty(o, "--logs");
+  request.calls = absolute_or_empty(o, "--keep-calls");
+  request.record = absolute_or_empty(o, "--record");
+  // Among the logs it stands in a folder that may have to be made first.
+  const bool keeps_calls = !request.calls.empty();
+  if (keeps_calls && (logs.empty() || !lies_under(request.calls, logs)))
+    check_calls_file(request.calls);
+  if (!request.record.empty()) check_record_target(request.record, logs, request.calls);
+  request.logs = logs_folder(o.value_of("--logs"));
+  if (keeps_calls) make_calls_file(request.calls);
+}
+
+// A capture folder answers as it stands; a packed one is unpacked into memory, a router is rendered
+// first.
+void set_answers(const option_values& o, run_request& request) {
+  std::vector<std::string> faults = o.all_of("--fault");
+  const std::vector<planted_ssh_fault> ssh_faults = take_ssh_faults(faults);
+  request.real_ssh = o.has("--real-ssh");
+  if (!ssh_faults.empty() && !request.real_ssh)
+    throw usage_error(fmt::format("run: fault {} needs --real-ssh", ssh_faults.front().name));
+  const std::string& what = o.operands[0];
+  const bool is_file = fs::is_regular_file(what) && !what.ends_with(".toml");
+  if ((fs::is_directory(what) || is_file) && !faults.empty())
+    throw usage_error("run: a fault is planted into a router, not into a capture");
+  if (fs::is_directory(what)) {
+    request.folder = fs::absolute(what);
+    request.answers = read_manifest(what);
+    check_recording_folder(what, what);
+  } else if (is_file) {
+    request.answers = read_packed(what);
+  } else {
+    request.answers = render(faulty_router(what, faults));
+  }
+  if (request.real_ssh) request.nodes = nodes_behind_ssh(request.answers, ssh_faults);
+}
+
+// The tools read it themselves.
+void set_latencies(const option_values& o) {
+  unsetenv(latency_variable);
+  if (!o.has("--latency")) return;
+  const std::string told = o.value_of("--latency");
+  try {
+    parse_latencies(told);
+  } catch (const lab_error& failure) {
+    throw usage_error(fmt::format("run: {}", failure.what()));
+  }
+  setenv(latency_variable, told.c_str(), 1);
+}
+
+}  // namespace
+
+int run_command(const std::vector<std::string>& arguments) {
+  const option_values o =
+      parse_options(arguments, {.with_value = {"--fault", "--logs", "--host", "--library",
+                                               "--keep-calls", "--record", "--latency"},
+                                .flags = {"--real-ssh"},
+                                .rest = true});
+  expect_operands(o, 1, "ROUTER or CAPTURE");
+  set_latencies(o);
+  run_request request;
+  set_answers(o, request);
+  request.lab = own_program();
+  request.host = host_of(o);
+  request.library = library_of(o);
+  if (request.real_ssh)
+    insist_on_real_ssh();
+  else
+    insist_on_namespace();
+  set_outputs(o, request);
+  request.host_arguments = o.rest;
+  return run_in_namespace(request);
+}
+
+}  // namespace lab

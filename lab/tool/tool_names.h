@@ -1,0 +1,12 @@
+// The platform's tools that the audit calls.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace lab {
+
+// Every tool that stands in the lab's bin folder.
+const std::vector<std::string>& tool_names();
+
+}  // namespace lab
