@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/text.h"
+#include "collect/interface_mtus.h"
 #include "consistency/im_handles.h"
 #include "hygiene/bundle_health.h"
 #include "parse/bcm_lag.h"
@@ -11,7 +12,6 @@
 #include "parse/bundle_pi.h"
 #include "parse/dpa_objects.h"
 #include "parse/hardware_tables.h"
-#include "parse/interface_mtus.h"
 #include "parse/running_config.h"
 #include "platform/node_inventory.h"
 #include "run/state.h"

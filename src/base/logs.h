@@ -15,6 +15,16 @@
 
 namespace tessel {
 
+// The files of the channels, and the two that are written without a channel.
+inline constexpr std::string_view LOG_FILE_EXCEPTION = "/var/log/tessel_exception.log";
+inline constexpr std::string_view LOG_FILE_INCONSISTENT = "/var/log/tessel_inconsistencies.log";
+inline constexpr std::string_view LOG_FILE_PROGRAMMING_ERROR =
+    "/var/log/tessel_programming_error.log";
+inline constexpr std::string_view LOG_FILE_DELETE_PENDING = "/var/log/tessel_delay_delete.log";
+inline constexpr std::string_view LOG_FILE_STALE_ENTRIES = "/var/log/tessel_stale_entries.log";
+inline constexpr std::string_view LOG_FILE_BUNDLE_HEALTH = "/var/log/tessel_bundle_health.log";
+inline constexpr std::string_view LOG_FILE_DEBUG = "/var/log/tessel_debug.log";
+
 enum class log_level { info, error };
 
 // One channel's file. It is opened again if something is written after it was closed, since a

@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "base/constants.h"
 #include "base/failure.h"
 #include "run/state.h"
 

@@ -8,9 +8,13 @@
 // thread. Each throws `failure` if standard output cannot be written.
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 namespace tessel {
+
+// The width to which a title is padded.
+inline constexpr std::size_t DOTS = 40;
 
 // `text` and a line end.
 void print(std::string_view text);

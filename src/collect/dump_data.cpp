@@ -11,9 +11,9 @@
 #include "base/text.h"
 #include "collect/dpa_dumps.h"
 #include "collect/hardware_dumps.h"
+#include "collect/interface_mtus.h"
 #include "parse/bundle_pd.h"
 #include "parse/bundle_pi.h"
-#include "parse/interface_mtus.h"
 #include "run/state.h"
 
 namespace tessel {

@@ -13,9 +13,9 @@
 #include "base/findings.h"
 #include "base/logs.h"
 #include "base/print.h"
+#include "checks/both_passes.h"
 #include "consistency/bcm_checks.h"
 #include "consistency/dpa_checks.h"
-#include "consistency/field_checks.h"
 #include "consistency/pi_pd_checks.h"
 #include "consistency/scale_check.h"
 #include "run/state.h"
@@ -125,11 +125,6 @@ int check_bundle_consistency() {
   } catch (const std::exception& error) {
     return log_and_count(fmt::format("{}: Consistency check failed", error.what()));
   }
-}
-
-void wait_for_bundle_level(std::string_view bundle) {
-  auto& workers = st().bundle_workers;
-  if (const auto found = workers.find(bundle); found != workers.end()) found->second.join_all();
 }
 
 int check_bundles(const std::string& bundle, const std::string& nodename) {

@@ -16,11 +16,6 @@ namespace tessel {
 // `pid_list` and may still run on return; the others are joined bundle by bundle. Main thread.
 int check_bundle_consistency();
 
-// Waits until the workers of the bundle level of `bundle` have ended, for who reads what they enter
-// in its record. Any thread but theirs, after check_bundle_consistency or on a worker of its member
-// level.
-void wait_for_bundle_level(std::string_view bundle);
-
 // One bundle on one node; one member of it; one sub-bundle of it. A layer that disagrees keeps the
 // layers below it from being compared. Return SUCCESS or ERROR; failures are logged and counted.
 // Each on a worker of its own.

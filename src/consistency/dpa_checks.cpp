@@ -8,9 +8,8 @@
 #include "base/findings.h"
 #include "base/numbers.h"
 #include "base/text.h"
-#include "consistency/consistency_pass.h"
-#include "consistency/field_checks.h"
-#include "consistency/pi_pd_checks.h"
+#include "checks/both_passes.h"
+#include "checks/field_checks.h"
 #include "run/state.h"
 
 namespace tessel {

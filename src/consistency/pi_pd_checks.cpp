@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 
 #include "base/findings.h"
-#include "base/logs.h"
 #include "base/numbers.h"
-#include "consistency/field_checks.h"
+#include "checks/both_passes.h"
+#include "checks/field_checks.h"
 #include "consistency/im_handles.h"
 #include "run/state.h"
 
@@ -102,13 +102,6 @@ int check_members_PD(std::string_view member, std::string_view bundle, std::stri
     return log_and_count(
         fmt::format("{}: BME member verification failed for {}", error.what(), error_string));
   }
-}
-
-void check_delete_pending(const record& element, std::string_view error_string) {
-  if (!(element.get("delPending") == 1)) return;
-  logger(fmt::format("INFO: Inconsistent object {} is marked for delay delete", error_string),
-         "delete_pending");
-  ++st().deletePending;
 }
 
 }  // namespace tessel

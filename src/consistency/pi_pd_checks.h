@@ -8,8 +8,6 @@
 
 #include <string_view>
 
-#include "base/records.h"
-
 namespace tessel {
 
 // Copies handle, MAC and MTU of the bundle into its record. Main thread.
@@ -30,10 +28,5 @@ int check_bundles_PD(std::string_view bundle, std::string_view nodename,
 // Compares the agent's NPU and member id. A standby node is passed over. The member's worker.
 int check_members_PD(std::string_view member, std::string_view bundle, std::string_view nodename,
                      std::string_view error_string);
-
-// Called after a disagreement: notes and counts that `element` is marked for delayed delete, so
-// that a finding about an object on its way out can be told from a fault. Lets a failure out. Any
-// thread.
-void check_delete_pending(const record& element, std::string_view error_string);
 
 }  // namespace tessel

@@ -7,7 +7,7 @@
 #include "base/findings.h"
 #include "base/numbers.h"
 #include "base/text.h"
-#include "consistency/pi_pd_checks.h"
+#include "checks/both_passes.h"
 #include "programming/chip_rows.h"
 #include "programming/lif_map.h"
 #include "run/state.h"

@@ -6,6 +6,7 @@
 // ERROR. `err` names the object, NPU and node. Called on the workers of the programming pass.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,9 @@
 #include "base/value.h"
 
 namespace tessel {
+
+// The low ten bits of a MAC, which is what the earlier chips' VSI table keeps of it.
+inline constexpr std::int64_t mask = 0x3FF;
 
 // The `llif` that stands for any value in verify_sem_entry.
 inline constexpr std::string_view any_llif = R"(\w+)";

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/failure.h"
+#include "base/logs.h"
 #include "base/print.h"
 #include "run/state.h"
 

@@ -2,6 +2,10 @@
 // created once by tessel_init, serves one run, and is never destroyed before the process ends,
 // since workers may outlive the driver.
 //
+// This header is the cellar under all folders: it stands here because the state belongs to the run,
+// but src/base sees it too, since logs, printing and commands keep theirs in it. So it includes
+// src/base alone, and nothing else of src/run may be included from outside.
+//
 // Who may touch what is said above each group.
 #pragma once
 
@@ -164,8 +168,5 @@ run_state& st();
 
 // Puts a fresh state in place, for tessel_init and for tests. The one before is left alone.
 run_state& new_state();
-
-// The low ten bits of a MAC, which is what the chip's VSI table keeps of it.
-inline constexpr std::int64_t mask = 0x3FF;
 
 }  // namespace tessel

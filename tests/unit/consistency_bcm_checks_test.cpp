@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "consistency/field_checks.h"
+#include "checks/both_passes.h"
 #include "support/bundle_world.h"
 
 namespace tessel {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "base/print.h"
-#include "consistency/field_checks.h"
+#include "checks/both_passes.h"
 #include "support/bundle_world.h"
 #include "support/hostile.h"
 

@@ -4,9 +4,9 @@
 #include <string_view>
 #include <vector>
 
+#include "checks/both_passes.h"
 #include "consistency/consistency_pass.h"
 #include "consistency/dpa_checks.h"
-#include "consistency/field_checks.h"
 #include "support/bundle_world.h"
 
 namespace tessel {
@@ -392,44 +392,6 @@ TEST_F(pi_pd_checks_test, a_node_without_a_state_is_a_failure_of_both_PD_checks)
   EXPECT_EQ(counted(), (outcome{.exception = 3}));
 }
 
-// --- check_delete_pending
-
-TEST_F(pi_pd_checks_test, check_delete_pending_on_a_Bundles_record_at_Not_set_does_nothing) {
-  check_delete_pending(bundle(), "BE12");
-  EXPECT_EQ(counted(), outcome());
-  EXPECT_THAT(delete_notes(), IsEmpty());
-}
-
-TEST_F(pi_pd_checks_test, check_delete_pending_notes_and_counts_an_object_marked_for_delete) {
-  bundle().set("delPending", 1);
-  check_delete_pending(bundle(), be12::bundle_text);
-  sub_record(be12::l3_sub).set("delPending", 1);
-  check_delete_pending(sub_record(be12::l3_sub), "BE12.100");
-  EXPECT_THAT(delete_notes(),
-              ElementsAre("INFO: Inconsistent object BE12(0x3000120), 0/0/CPU0 is marked for delay "
-                          "delete",
-                          "INFO: Inconsistent object BE12.100 is marked for delay delete"));
-  EXPECT_EQ(counted(), (outcome{.deletePending = 2}));
-  EXPECT_THAT(findings(), IsEmpty());
-}
-
-TEST_F(pi_pd_checks_test, check_delete_pending_wants_the_integer_1) {
-  const std::vector<value> others = {0, 2, "1", DEFAULT, value()};
-  for (const value& other : others) {
-    bundle().set("delPending", other);
-    check_delete_pending(bundle(), "BE12");
-  }
-  EXPECT_EQ(counted(), outcome());
-  EXPECT_THAT(delete_notes(), IsEmpty());
-}
-
-TEST_F(pi_pd_checks_test, check_delete_pending_lets_a_failure_out) {
-  const value port = new_record<memberInfo>();
-  EXPECT_THAT(failure_of([&] { check_delete_pending(port.as_record(), "BE12"); }),
-              testing::HasSubstr("'delPending'"));
-  EXPECT_EQ(counted(), outcome());
-}
-
 // --- order
 
 TEST_F(pi_pd_checks_test, each_check_logs_a_failure_and_then_counts_it) {
@@ -449,15 +411,6 @@ TEST_F(pi_pd_checks_test, each_check_logs_a_failure_and_then_counts_it) {
     EXPECT_EQ(count_while_logging("exception", st().exception, body), failures);
     EXPECT_EQ(st().exception, ++failures);
   }
-}
-
-TEST_F(pi_pd_checks_test, check_delete_pending_logs_and_then_counts) {
-  bundle().set("delPending", 1);
-  const std::string name = page_long_name();
-  EXPECT_EQ(count_while_logging("delete_pending", st().deletePending,
-                                [&] { check_delete_pending(bundle(), name); }),
-            0);
-  EXPECT_EQ(st().deletePending, 1);
 }
 
 TEST_F(pi_pd_checks_test, a_sub_bundle_that_is_not_listed_is_counted_and_then_logged) {

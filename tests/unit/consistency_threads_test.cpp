@@ -8,9 +8,9 @@
 
 #include "base/print.h"
 #include "base/text.h"
+#include "checks/both_passes.h"
+#include "checks/field_checks.h"
 #include "consistency/consistency_pass.h"
-#include "consistency/field_checks.h"
-#include "consistency/pi_pd_checks.h"
 #include "report/results.h"
 #include "support/bundle_world.h"
 #include "support/together.h"

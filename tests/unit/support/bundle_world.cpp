@@ -17,7 +17,7 @@
 
 #include "base/logs.h"
 #include "base/text.h"
-#include "consistency/field_checks.h"
+#include "checks/both_passes.h"
 
 namespace tessel {
 

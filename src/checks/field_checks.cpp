@@ -1,4 +1,4 @@
-#include "consistency/field_checks.h"
+#include "checks/field_checks.h"
 
 #include <fmt/format.h>
 
@@ -22,10 +22,6 @@ constexpr std::size_t shortest_glif = 5;
 enum class lif_verdict { agrees, too_short, differs };
 
 }  // namespace
-
-record& bundle_record(std::string_view bundle, here where) {
-  return st().tesselDb.at(bundle, where).as_record(where);
-}
 
 int is_node_present(std::string_view nodename, const value& obj, std::string_view type,
                     std::string_view layer) {

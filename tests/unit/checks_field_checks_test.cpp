@@ -1,4 +1,4 @@
-#include "consistency/field_checks.h"
+#include "checks/field_checks.h"
 
 #include <fmt/format.h>
 
@@ -481,16 +481,6 @@ TEST_F(field_checks_test, a_finding_is_counted_and_then_logged) {
   EXPECT_EQ(count_while_logging("inconsistent", st().inconsistent,
                                 [&] { check_lagid("0x2", element.as_record(), name, "DPA"); }),
             1);
-}
-
-// --- bundle_record
-
-TEST_F(field_checks_test, bundle_record_gives_the_record_of_a_configured_bundle_alone) {
-  const value bundle = new_record<Bundles>();
-  st().tesselDb = ordered_map_of({{"hqos", 1}, {"BE12", bundle}});
-  EXPECT_EQ(&bundle_record("BE12"), &bundle.as_record());
-  EXPECT_THAT(failure_of([] { bundle_record("BE1"); }), testing::HasSubstr("'BE1'"));
-  EXPECT_THAT(failure_of([] { bundle_record("hqos"); }), testing::HasSubstr("a record expected"));
 }
 
 }  // namespace

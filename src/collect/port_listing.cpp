@@ -1,4 +1,4 @@
-#include "parse/port_listing.h"
+#include "collect/port_listing.h"
 
 #include <fmt/format.h>
 

@@ -1,4 +1,4 @@
-#include "parse/interface_mtus.h"
+#include "collect/interface_mtus.h"
 
 #include <algorithm>
 #include <vector>

@@ -18,9 +18,6 @@
 
 namespace tessel {
 
-// The record of a configured bundle. Throws `failure` if there is none.
-record& bundle_record(std::string_view bundle, here where = here::current());
-
 // SUCCESS if `nodename` is a key of the map `obj`. `type` is a word for the message.
 int is_node_present(std::string_view nodename, const value& obj, std::string_view type,
                     std::string_view layer);

@@ -1,0 +1,26 @@
+#include "checks/both_passes.h"
+
+#include <fmt/format.h>
+
+#include "base/logs.h"
+#include "run/state.h"
+
+namespace tessel {
+
+record& bundle_record(std::string_view bundle, here where) {
+  return st().tesselDb.at(bundle, where).as_record(where);
+}
+
+void wait_for_bundle_level(std::string_view bundle) {
+  auto& workers = st().bundle_workers;
+  if (const auto found = workers.find(bundle); found != workers.end()) found->second.join_all();
+}
+
+void check_delete_pending(const record& element, std::string_view error_string) {
+  if (!(element.get("delPending") == 1)) return;
+  logger(fmt::format("INFO: Inconsistent object {} is marked for delay delete", error_string),
+         "delete_pending");
+  ++st().deletePending;
+}
+
+}  // namespace tessel
