@@ -1,5 +1,7 @@
 #include "parse/running_config.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <random>
