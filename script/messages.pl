@@ -22,7 +22,7 @@ sub names_below {
 
 sub sources_below {
     my ($folder) = @_;
-    return map { -d "$folder/$_" ? sources_below("$folder/$_") : /\.(?:cpp|h)$/ ? "$folder/$_" : () } names_below($folder);
+    return map { -d "$folder/$_" ? sources_below("$folder/$_") : /\.(?:cpp|h|c)$/ ? "$folder/$_" : () } names_below($folder);
 }
 
 # The functions that tell an operator something, and which of their arguments is the text.
