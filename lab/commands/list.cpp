@@ -36,7 +36,7 @@ int faults_command(const std::vector<std::string>& arguments) {
     } else {
       fmt::print("{:<24} {}\n{:<24}   {}\n", f.name, f.description, "",
                  f.finding.empty() ? "no finding" : f.finding);
-      for (const by_product& line : f.also) fmt::print("{:<24}   {}\n", "", line.finding);
+      for (const by_product& line : lines_beside(f)) fmt::print("{:<24}   {}\n", "", line.finding);
     }
   if (!o.has("--kinds"))
     for (const ssh_fault& f : ssh_faults())

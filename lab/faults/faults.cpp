@@ -15,11 +15,20 @@ namespace lab {
 const std::vector<fault>& fault_catalogue() {
   static const std::vector<fault> catalogue = [] {
     std::vector<fault> all;
-    for (auto part : {layer_faults, chip_faults, collection_faults, machine_faults})
-      for (fault& one : part()) all.push_back(one);
+    for (const auto rows :
+         {manager_faults, forwarding_faults, between_nodes_faults, unreadable_object_faults,
+          chip_lag_faults, chip_table_faults, hygiene_faults, platform_faults, tool_faults,
+          silent_tool_faults, configuration_faults, extreme_faults, machine_faults})
+      all.insert(all.end(), rows().begin(), rows().end());
     return all;
   }();
   return catalogue;
+}
+
+std::span<const by_product> lines_beside(const fault& f) {
+  const auto unused = std::find_if(std::begin(f.also), std::end(f.also),
+                                   [](const by_product& line) { return line.finding.empty(); });
+  return {std::begin(f.also), unused};
 }
 
 namespace {
@@ -40,7 +49,7 @@ const fault& fault_of(const std::string& name) {
   return *found;
 }
 
-// What is known about the fault with its argument. None if nothing is.
+// The row that says what the fault does with its argument. Null if there is none.
 const fault* known_effect(const planted_fault& p) {
   const fault& by_name = fault_of(p.name);
   if (p.argument.empty()) return &by_name;
@@ -48,7 +57,7 @@ const fault* known_effect(const planted_fault& p) {
   return find_fault(fmt::format("{}={}", list, p.argument));
 }
 
-// As it was asked for.
+// The fault as the user asked for it.
 std::string text_of(const planted_fault& p) {
   std::string text = p.name;
   if (p.place > 0) text += fmt::format("@{}", p.place);
@@ -73,7 +82,7 @@ unsigned take_place(std::string& name) {
   const auto read = std::from_chars(digits.data(), end, place);
   if (digits.empty() || read.ec != std::errc{} || read.ptr != end)
     throw lab_error(
-        fmt::format("fault {}: \"{}\" is no place; places are counted from 0", name, digits));
+        fmt::format("fault {}: \"{}\" is not a place; places are numbers from 0", name, digits));
   return place;
 }
 
@@ -96,7 +105,7 @@ planted_fault parse_fault(const std::string& text) {
 }
 
 void plant_faults(router& r) {
-  // A fault sees the router as those in front of it left it.
+  // A fault sees the router as the faults before it left it.
   for (std::size_t i = 0; i < r.faults.size(); ++i) {
     planted_fault one = r.faults[i];
     const fault& known = fault_of(one.name);
@@ -116,7 +125,7 @@ void edit_for_faults(router& r, capture& c) {
     try {
       planted = known.edit(c, r, one);
     } catch (const lab_error& failure) {
-      why = fmt::format(": {}", failure.what());  // a fault in front took the answer away
+      why = fmt::format(": {}", failure.what());  // an earlier fault took the answer away
     }
     insist(planted, r, one, why);
   }
@@ -172,8 +181,8 @@ bool hold_the_same(const planted_fault& a, const planted_fault& b) {
   });
 }
 
-// True if `b` lies within the reach of `a`. The bundle manager's and the interface manager's
-// findings are of no node: nothing on a single one hides them.
+// True if `b` lies within the reach of `a`. Findings of the bundle manager and the interface
+// manager have no node: a fault on a single node does not hide them.
 bool reaches(const fault& how, const planted_fault& a, const planted_fault& b, bool b_is_central) {
   const bool same_node = overlap(a.node, b.node) && !(b_is_central && !a.node.empty());
   const bool same_bundle = overlap(a.bundle, b.bundle);
@@ -203,19 +212,17 @@ std::string filled_in(std::string_view finding, const planted_fault& p) {
   return text;
 }
 
-// `line` is what `b` would show, on the place that it gives.
+// `line` is what `b` would show at its place.
 std::string hidden_by(const planted_fault& a, const planted_fault& b, const by_product& line) {
   const fault* hiding = known_effect(a);
   if (hiding == nullptr) return fmt::format("{} may do anything", text_of(a));
   if (line.shown >= hiding->stops_from && line.shown <= hiding->stops_to)
-    return fmt::format("{} ends the audit in front of it", text_of(a));
+    return fmt::format("{} ends the audit before it", text_of(a));
   if (line.shown == phase::stale && hiding->counted)
     return fmt::format("{} leaves no clean run", text_of(a));
   if (hold_the_same(a, b)) return fmt::format("{} changes the same value", text_of(a));
-  constexpr int deepest_central = 20;
-  const bool central = line.depth <= deepest_central && b.node.empty();
-  if (hiding->depth <= line.depth && line.depth <= hiding->deepest &&
-      reaches(*hiding, a, b, central))
+  const bool central = line.at <= checkpoint::im_sub && b.node.empty();
+  if (hiding->at <= line.at && line.at <= hiding->deepest && reaches(*hiding, a, b, central))
     return fmt::format("{} is at the same place", text_of(a));
   return {};
 }
@@ -224,8 +231,8 @@ std::string hidden_by(const planted_fault& a, const planted_fault& b, const by_p
 
 std::string hidden_by(const planted_fault& a, const planted_fault& b) {
   const fault* hidden = known_effect(b);
-  if (hidden == nullptr) return fmt::format("nobody knows what {} does", text_of(b));
-  return hidden_by(a, b, {hidden->finding, hidden->shown, hidden->depth});
+  if (hidden == nullptr) return fmt::format("what {} does is unknown", text_of(b));
+  return hidden_by(a, b, {hidden->finding, hidden->at, hidden->shown});
 }
 
 namespace {
@@ -256,13 +263,13 @@ std::vector<expectation> expected_findings(const router& r) {
       expected.push_back({.name = text_of(one)});
       continue;
     }
-    const by_product main{effect->finding, effect->shown, effect->depth};
+    const by_product main{effect->finding, effect->at, effect->shown};
     expected.push_back({.name = text_of(one),
                         .finding = filled_in(effect->finding, one),
                         .hidden = why_hidden(r, one, main, one, planted)});
     planted_fault anything = one;
     anything.object.clear();
-    for (const by_product& line : effect->also)
+    for (const by_product& line : lines_beside(*effect))
       expected.push_back({.name = text_of(one),
                           .finding = filled_in(line.finding, one),
                           .hidden = why_hidden(r, anything, line, one, planted)});

@@ -4,11 +4,23 @@
 // the audit's threads; the others edit the rendered outputs or what the audit may write.
 //
 //     router r = load_router("birch-small");
-//     r.faults.push_back(parse_fault("sem-missing"));
-//     r.faults.push_back(parse_fault("dpa-mac@3"));   // where it would go if three places were
-//     taken capture c = render(r); for (const expectation& one : expected_findings(r)) ...
+//     r.faults = {parse_fault("sem-missing"), parse_fault("dpa-mac@3")};  // @3: its fourth place
+//     capture c = render(r);                                 // what the router's tools print
+//     std::vector<expectation> all = expected_findings(r);   // what the audit must report
+//
+// The catalogue is a constant table in each lab/faults/*_faults.cpp, by what a fault harms. A new
+// row needs three decisions:
+//
+// - `at`: which check of the audit raises the finding? Find the message in src/, and take the
+//   checkpoint whose comment names that check. A fault without a finding stands where the audit
+//   would notice it.
+// - `hides`: what does the audit skip, or see wrongly, after that check? Read on in src/ from the
+//   message: a check that returns ERROR ends the walk of its object (`object`), of the bundle on
+//   that node (`bundle`), and so on. What is checked before `at` is never hidden.
+// - `stops_from`: does the run, or a phase of it, end there? Then nothing of that phase shows.
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,34 +33,105 @@ namespace lab {
 // What an audit goes through, in its order. `none` stands behind all of them.
 enum class phase { start, collecting, parsing, consistency, programming, stale, health, none };
 
-// How far around its place a fault keeps the audit from looking: nothing else, the rest of the
-// same object, all of the bundle on that node, the bundle on every node, all of the node, all.
-enum class reach { nothing, object, bundle, bundle_everywhere, node, router };
+// The checks of the audit, in the order of its walk from the platform down to the chips' tables. A
+// fault hides what its checkpoint or a later one would show, never an earlier one.
+enum class checkpoint {
+  // Start, collection and parsing.
+  chip_units,     // check_asic_support: the list of chip units
+  groundwork,     // what all checks need: router type, node ids, a node's answers, log files
+  inventory,      // get_list_of_vms: the list of nodes
+  configuration,  // parse_data: banner, end and stanzas of the running configuration
+  pi_table,       // parse_bundle_info_PI: the bundle manager's table as a whole
+
+  // The bundle manager (PI) and the interface manager; of no node down to `im_sub`.
+  pi_bundle,     // check_bundles_PI: the bundle, with MAC and MTU
+  im_sub,        // check_sub_bundles_PI: a sub-bundle's handle
+  pi_member,     // check_members_PI: the member
+  port_listing,  // check_members_PI: the MTU of the member's interface
+
+  // The bundle manager's agents (PD).
+  pd_bundle,     // check_bundles_PD: the bundle on any node
+  pd_node,       // check_bundles_PD: the bundle on this node
+  pd_lag,        // check_bundles_PD: its LAG id
+  pd_member,     // check_members_PD: the member
+  pd_npu,        // check_members_PD: its NPU
+  pd_member_id,  // check_members_PD: its id
+
+  // The forwarding objects (DPA).
+  dpa_bundle,      // check_bundles_DPA: the node, and the bundle's lagport object
+  dpa_lag,         // check_bundles_DPA: its LAG id
+  dpa_l2port,      // check_bundles_DPA: the l2port object
+  dpa_lif,         // check_bundles_DPA: LIF and RIF of the l2port object
+  dpa_mac,         // check_bundles_DPA: its MAC
+  dpa_intf,        // check_bundles_DPA: the l3intf or l2intf object
+  dpa_intf_value,  // check_bundles_DPA: its RIF or LIF
+  dpa_members,     // check_bundles_DPA: VLAN domain and weight; check_members_DPA: the member
+  dpa_member_id,   // check_members_DPA: its id
+  dpa_mtu,         // check_members_DPA: its MTU
+  dpa_sub,         // check_sub_bundles_DPA: the sub-bundle's object and LAG id
+  dpa_sub_lif,     // check_sub_bundles_DPA: its l2intf object and LIF
+  dpa_sub_rif,     // check_sub_bundles_DPA: its RIF
+
+  // The chips (BCM).
+  chip_lag,     // check_bundles_BCM, check_sub_bundles_BCM: the LAG, and the node's dump as a whole
+  chip_member,  // check_members_BCM: the member
+  chip_mtu,     // check_members_BCM: its MTU
+
+  // The programming pass.
+  chip_domain,      // verify_vlan_domain, check_sub_bdl_prgm_task: the parts of a chip's key
+  chip_entry,       // verify_sem_entry, get_glif_to_llif_vsi_mapping: exact match and LIF
+  chip_interfaces,  // verify_rif_entry: the table of router interfaces
+  chip_mac,         // verify_rif_entry: the row and MAC of one
+
+  stale,           // check_stale_entries
+  health_report,   // check_bundle_health: the report as a whole
+  health_bundles,  // check_bundle_health: what the report names
+};
+
+// The phase in which the findings of a checkpoint show, but for those that say otherwise.
+constexpr phase phase_of(checkpoint at) {
+  if (at >= checkpoint::health_report) return phase::health;
+  if (at >= checkpoint::stale) return phase::stale;
+  if (at >= checkpoint::chip_domain) return phase::programming;
+  if (at >= checkpoint::pi_bundle) return phase::consistency;
+  return at == checkpoint::configuration ? phase::parsing : phase::collecting;
+}
+
+// How far around its place a fault keeps the audit from looking.
+enum class reach {
+  nothing,
+  object,             // the same object: its bundle on that node, or its member or sub-bundle
+  bundle,             // all of the bundle on that node
+  bundle_everywhere,  // all of the bundle on every node
+  node,               // all of the node
+  router,             // everything
+};
 
 // A line that a fault's finding brings with it.
 struct by_product {
-  std::string_view finding;
-  phase shown = phase::consistency;
-  int depth = 0;
+  std::string_view finding{};
+  checkpoint at = checkpoint::groundwork;
+  phase shown = phase_of(at);
 };
 
-// "tool-empty=lagmgr_health" is an entry of its own for what one argument does; it is planted as
-// the fault that takes the argument.
+// "tool-empty=lagmgr_health" is a row of its own for what one argument does; it is planted as the
+// fault that takes the argument.
 struct fault {
   std::string_view name;
   std::string_view description;
   // The line that a log or the console must show, as docs/FINDINGS.md writes it: {} stands for any
-  // text, {object}, {bundle} and {node} for the place. Empty if the fault must not be found.
+  // text, {object}, {bundle} and {node} for the place. Empty if the audit must not find the fault.
   std::string_view finding{};
-  // What must show as well; more hides it, as it may be about any object around the place.
-  std::vector<by_product> also{};
+  // What must show as well; more hides it, as it may be about any object around the place. Rows
+  // without a finding are unused: see `lines_beside`.
+  by_product also[2]{};
 
   // Where the finding shows, and what the fault hides of others: see `hidden_by`.
-  phase shown = phase::consistency;
-  int depth = 0;                   // of the walk from the bundle manager down to the chip's tables
-  reach hides = reach::object;     // what lies as deep or deeper, this far around the place
-  int deepest = 1000;              // but not deeper than this
-  bool counted = true;             // a run with it is not clean, so nobody looks for stale entries
+  checkpoint at = checkpoint::groundwork;
+  phase shown = phase_of(at);
+  reach hides = reach::object;                      // from `at` on, this far around the place
+  checkpoint deepest = checkpoint::health_bundles;  // and to here
+  bool counted = true;             // the run is not clean, so the audit skips stale entries
   phase stops_from = phase::none;  // the first phase that no finding of another fault survives in
   phase stops_to = phase::health;  // and the last
 
@@ -57,14 +140,17 @@ struct fault {
   // Changes the rendered outputs; returns false likewise. May be null.
   bool (*edit)(capture& c, const router& r, planted_fault& p) = nullptr;
   bool takes_argument = false;
-  // The fault whose entries tell what the arguments do; empty: it has its own.
+  // The fault whose rows say what the arguments do; empty: it has its own.
   std::string_view argued_like{};
 };
+
+// What a run must show beside the finding. The rows live as long as `f`.
+std::span<const by_product> lines_beside(const fault& f);
 
 const std::vector<fault>& fault_catalogue();
 
 // "tool-empty=lagmgr_health", "sem-missing@2" -> name, place and argument. Throws `lab_error` for
-// an unknown name, a place that is no number, an argument where none is taken.
+// an unknown name, a place that is not a number, an argument that the fault does not take.
 planted_fault parse_fault(const std::string& text);
 
 // Plants the model's faults and notes their places. Throws `lab_error` that names the fault that
@@ -76,12 +162,13 @@ void edit_for_faults(router& r, capture& c);
 // True if the fault can be planted into the router.
 bool applies(const router& r, std::string_view name);
 
-// Why an audit need not tell `b` beside `a`, empty if it must. There are four rules:
+// Why an audit need not report `b` beside `a`, empty if it must. There are four rules:
 // - a fault that stops phases hides what would have shown in them;
 // - a fault that is counted hides stale entries, which only a clean run looks for;
-// - of two faults that change the same value, the one that is planted last does, and one that takes
-//   the object away;
-// - a fault hides what lies as deep or deeper around its place, as far and as deep as it reaches.
+// - of two faults that change the same value, each hides the other, and so does one that takes the
+//   object of the other's value away;
+// - a fault hides what its checkpoint or a later one, down to `deepest`, would show around its
+//   place, as far as `hides` reaches.
 std::string hidden_by(const planted_fault& a, const planted_fault& b);
 
 struct expectation {
@@ -90,7 +177,7 @@ struct expectation {
   std::string hidden{};   // why it may be missing; empty: it must show
 };
 
-// What the audit of the router must tell. Throws `lab_error` as rendering does.
+// What the audit of the router must report. Throws `lab_error` as rendering does.
 std::vector<expectation> expected_findings(const router& r);
 
 }  // namespace lab

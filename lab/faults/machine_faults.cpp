@@ -9,7 +9,8 @@ namespace lab {
 namespace {
 
 bool edit_blocked(capture& c, const router& r, planted_fault& p) {
-  if (p.argument == "0" && r.type == "fir") return false;  // as an unknown model
+  if (p.argument == "0" && r.type == "fir")
+    return false;  // its nodes are invalid for an unknown model
   c.blocked_captures.push_back(p.argument.empty() ? "running_cfg" : p.argument);
   return true;
 }
@@ -28,83 +29,86 @@ bool edit_file_limit(capture& c, const router&, planted_fault& p) {
   return read.ec == std::errc{} && read.ptr == end && c.file_limit > 0;
 }
 
+constexpr std::string_view not_run = "{}: execution failed for {}";
+
+constexpr fault rows[] = {
+    {.name = "capture-blocked",
+     .description = "a folder blocks /tmp/tessel_NAME.log, where the audit keeps a command's "
+                    "output; =NAME (default: running_cfg)",
+     .finding = not_run,
+     .also = {{"{}: dump_running_config failed", checkpoint::groundwork},
+              {"{}: parse_running_config failed", checkpoint::groundwork, phase::parsing}},
+     .at = checkpoint::groundwork,
+     .stops_from = phase::consistency,
+     .edit = edit_blocked,
+     .takes_argument = true},
+    {.name = "capture-blocked=0",
+     .description =
+         "the same for commands without a name of their own; the version tool is the first",
+     .finding = not_run,
+     .also = {{"{}: get_router_type failed", checkpoint::groundwork, phase::start},
+              {"ERROR: Not able to get router type", checkpoint::groundwork, phase::start}},
+     .at = checkpoint::groundwork,
+     .shown = phase::start,
+     .stops_from = phase::collecting},
+    {.name = "capture-blocked=show_unit_all_A",
+     .description = "the same for the list of chip units",
+     .finding = not_run,
+     .also = {{"{}: Not able to get ASIC information", checkpoint::groundwork, phase::start}},
+     .at = checkpoint::chip_units,
+     .shown = phase::start,
+     .stops_from = phase::start},
+    {.name = "capture-blocked=BM_PI",
+     .description = "the same for the bundle manager's table",
+     .finding = not_run,
+     .also = {{"{}: parse_bundle_info_PI failed", checkpoint::groundwork}},
+     .at = checkpoint::groundwork,
+     .stops_from = phase::consistency},
+    {.name = "capture-blocked=BME_PD",
+     .description = "the same for the agents' table",
+     .finding = not_run,
+     .also = {{"{}: dump_parse_bundle_info_PD failed", checkpoint::groundwork}},
+     .at = checkpoint::groundwork,
+     .stops_from = phase::consistency},
+    {.name = "log-full",
+     .description =
+         "/var/log has no room for /var/log/tessel_NAME.log; =NAME (default: inconsistencies)",
+     .finding = "Log ERROR: No space left on device/Not able to access file system",
+     .at = checkpoint::groundwork,
+     .shown = phase::start,
+     .stops_from = phase::start,
+     .edit = edit_full_log,
+     .takes_argument = true},
+    {.name = "log-full=stale_entries",
+     .description = "/var/log has no room for the log of stale entries",
+     .finding = "{}: Log init failed",
+     .at = checkpoint::groundwork,
+     .shown = phase::start,
+     .stops_from = phase::start},
+    {.name = "log-full=debug",
+     .description = "/var/log has no room for the debug log, which receives what is parsed",
+     .finding = "{}: get_bundles from running config failed",
+     .also = {{"INFO: No Bundle is configured/No member is added to Bundle", checkpoint::groundwork,
+               phase::parsing}},
+     .at = checkpoint::groundwork,
+     .shown = phase::parsing,
+     .stops_from = phase::parsing},
+    {.name = "file-limit",
+     .description = "no file of the audit can grow beyond a size; =BYTES (default: 50000)",
+     .finding = "json print_object failed: {}",
+     .also = {{"pprint print_object failed: {}", checkpoint::groundwork, phase::start}},
+     .at = checkpoint::groundwork,
+     .shown = phase::start,
+     .stops_from = phase::start,
+     .edit = edit_file_limit,
+     .takes_argument = true},
+};
+constexpr auto table = hiding(reach::router, rows);
+
 }  // namespace
 
-std::vector<fault> machine_faults() {
-  constexpr std::string_view not_run = "{}: execution failed for {}";
-  std::vector<fault> faults{
-      {.name = "capture-blocked",
-       .description = "a folder stands where the audit keeps the output of a command, "
-                      "/tmp/tessel_NAME.log; =NAME, running_cfg unless given",
-       .finding = not_run,
-       .also = {{"{}: dump_running_config failed", phase::collecting},
-                {"{}: parse_running_config failed", phase::parsing}},
-       .shown = phase::collecting,
-       .stops_from = phase::consistency,
-       .edit = edit_blocked,
-       .takes_argument = true},
-      {.name = "capture-blocked=0",
-       .description = "the same for commands without a name of their own, the version tool's first",
-       .finding = not_run,
-       .also = {{"{}: get_router_type failed", phase::start},
-                {"ERROR: Not able to get router type", phase::start}},
-       .shown = phase::start,
-       .stops_from = phase::collecting,
-       .edit = edit_blocked},
-      {.name = "capture-blocked=show_unit_all_A",
-       .description = "the same for the list of chip units",
-       .finding = not_run,
-       .also = {{"{}: Not able to get ASIC information", phase::start}},
-       .shown = phase::start,
-       .depth = -1,
-       .stops_from = phase::start,
-       .edit = edit_blocked},
-      {.name = "capture-blocked=BM_PI",
-       .description = "the same for the bundle manager's table",
-       .finding = not_run,
-       .also = {{"{}: parse_bundle_info_PI failed", phase::collecting}},
-       .shown = phase::collecting,
-       .stops_from = phase::consistency,
-       .edit = edit_blocked},
-      {.name = "capture-blocked=BME_PD",
-       .description = "the same for the agents' table",
-       .finding = not_run,
-       .also = {{"{}: dump_parse_bundle_info_PD failed", phase::collecting}},
-       .shown = phase::collecting,
-       .stops_from = phase::consistency,
-       .edit = edit_blocked},
-      {.name = "log-full",
-       .description = "/var/log has no room for /var/log/tessel_NAME.log; =NAME, inconsistencies "
-                      "unless given",
-       .finding = "Log ERROR: No space left on device/Not able to access file system",
-       .shown = phase::start,
-       .stops_from = phase::start,
-       .edit = edit_full_log,
-       .takes_argument = true},
-      {.name = "log-full=stale_entries",
-       .description = "/var/log has no room for the log of stale entries",
-       .finding = "{}: Log init failed",
-       .shown = phase::start,
-       .stops_from = phase::start,
-       .edit = edit_full_log},
-      {.name = "log-full=debug",
-       .description = "/var/log has no room for the debug log, which takes what is parsed",
-       .finding = "{}: get_bundles from running config failed",
-       .also = {{"INFO: No Bundle is configured/No member is added to Bundle", phase::parsing}},
-       .shown = phase::parsing,
-       .stops_from = phase::parsing,
-       .edit = edit_full_log},
-      {.name = "file-limit",
-       .description = "no file of the audit grows beyond so many bytes; =BYTES, 50000 unless given",
-       .finding = "json print_object failed: {}",
-       .also = {{"pprint print_object failed: {}", phase::start}},
-       .shown = phase::start,
-       .stops_from = phase::start,
-       .edit = edit_file_limit,
-       .takes_argument = true},
-  };
-  for (fault& one : faults) one.hides = reach::router;
-  return faults;
+std::span<const fault> machine_faults() {
+  return table;
 }
 
 }  // namespace lab

@@ -18,8 +18,26 @@ std::vector<site> sites_of(const router& r) {
   return sites;
 }
 
+bool is_l2(const site& s) {
+  return s.b->l2;
+}
+bool is_l3(const site& s) {
+  return !s.b->l2;
+}
+bool on_line_card(const site& s) {
+  return s.n->kind == "LC";
+}
 bool on_older_chip(const site& s) {
   return family_of(*s.n) == chip_family::older;
+}
+bool has_chip(const site& s) {
+  return s.n->npus > 0;
+}
+bool has_older_chip(const site& s) {
+  return has_chip(s) && on_older_chip(s);
+}
+bool has_jericho2(const site& s) {
+  return has_chip(s) && !on_older_chip(s);
 }
 
 void note_place(planted_fault& p, const site& s, std::string object) {
@@ -33,6 +51,27 @@ void hold(router& r, std::string field, const std::string& object, const std::st
   r.overrides.push_back({std::move(field), object, node_name, npu, std::move(value)});
 }
 
+bool hold_of_member(router& r, planted_fault& p, const site& s, std::string field,
+                    std::string value) {
+  if (!s) return false;
+  note_place(p, s, port_tail(s.m->port));
+  hold(r, std::move(field), p.object, p.node, std::move(value));
+  return true;
+}
+
+bool hold_of_bundle(router& r, planted_fault& p, const site& s, std::string field,
+                    std::string value) {
+  if (!s) return false;
+  note_place(p, s, name_of(*s.b));
+  hold(r, std::move(field), p.object, p.node, std::move(value));
+  return true;
+}
+
+void hold_on_npu(router& r, const planted_fault& p, std::string field, const std::string& object,
+                 const site& s, std::string value) {
+  hold(r, std::move(field), object, p.node, std::move(value), static_cast<int>(s.m->npu));
+}
+
 bool replace_once(std::string& text, std::string_view from, std::string_view to) {
   const std::size_t at = text.find(from);
   if (at == std::string::npos) return false;
@@ -42,6 +81,10 @@ bool replace_once(std::string& text, std::string_view from, std::string_view to)
 
 std::string& configuration(capture& c) {
   return answer_to(c, local_place, "cfg_render -c -l 1 -t 1 -o 1");
+}
+
+bool describe_port(capture& c, const std::string& description) {
+  return replace_once(configuration(c), "description out of band", "description " + description);
 }
 
 std::string& forwarding_objects(capture& c, const node& n, std::string_view type) {

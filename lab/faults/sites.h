@@ -2,7 +2,10 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,11 +16,31 @@
 
 namespace lab {
 
-// Parts of the catalogue, one source each.
-std::vector<fault> layer_faults();       // what the layers above the chips hold
-std::vector<fault> chip_faults();        // what the chips hold, and what nobody refers to
-std::vector<fault> collection_faults();  // what the tools print, or fail to
-std::vector<fault> machine_faults();     // what the route processor does not let the audit do
+// Parts of the catalogue: one source each, except that the two of the tools share one.
+std::span<const fault> manager_faults();            // bundle manager, interface manager, agents
+std::span<const fault> forwarding_faults();         // one node's forwarding objects
+std::span<const fault> between_nodes_faults();      // values that differ between nodes
+std::span<const fault> unreadable_object_faults();  // forwarding objects that cannot be parsed
+std::span<const fault> chip_lag_faults();           // chips: LAGs, members, MTUs
+std::span<const fault> chip_table_faults();         // chips: the tables that forward
+std::span<const fault> hygiene_faults();            // stale entries, bundle health
+std::span<const fault> platform_faults();           // router, nodes, families of chips
+std::span<const fault> tool_faults();               // tools missing, silent, cut or garbled
+std::span<const fault> silent_tool_faults();        // what each tool does when silent
+std::span<const fault> configuration_faults();      // the running configuration
+std::span<const fault> extreme_faults();            // too large numbers, counts and lines in it
+std::span<const fault> machine_faults();            // what the route processor denies the audit
+
+// The rows with `hides` set in each.
+template <std::size_t N>
+constexpr std::array<fault, N> hiding(reach hides, const fault (&rows)[N]) {
+  std::array<fault, N> all{};
+  for (std::size_t i = 0; i < N; ++i) {
+    all[i] = rows[i];
+    all[i].hides = hides;
+  }
+  return all;
+}
 
 struct site {
   const bundle* b = nullptr;
@@ -27,7 +50,8 @@ struct site {
   explicit operator bool() const { return m != nullptr; }
 };
 
-// True if the audit examines the node and it reports to the bundle manager: a standby one does not.
+// True if the audit examines the node and the bundle manager has an agent there. A standby node has
+// none.
 bool is_examined(const node& n);
 
 // Every member on such a node.
@@ -36,7 +60,13 @@ std::vector<site> sites_of(const router& r);
 inline bool anywhere(const site&) {
   return true;
 }
+bool is_l2(const site& s);
+bool is_l3(const site& s);
+bool on_line_card(const site& s);
 bool on_older_chip(const site& s);
+bool has_chip(const site& s);
+bool has_older_chip(const site& s);
+bool has_jericho2(const site& s);
 
 // The sites that fit, in the order of the description, counted through by the fault's place.
 template <typename Fits>
@@ -59,11 +89,24 @@ void note_place(planted_fault& p, const site& s, std::string object);
 void hold(router& r, std::string field, const std::string& object, const std::string& node_name,
           std::string value, int npu = -1);
 
+// Note the place and hold what one layer has of the site's member or bundle on its node. False if
+// there is no site.
+bool hold_of_member(router& r, planted_fault& p, const site& s, std::string field,
+                    std::string value);
+bool hold_of_bundle(router& r, planted_fault& p, const site& s, std::string field,
+                    std::string value);
+// Holds what the chip of the site's member has of an object, on the node that was noted.
+void hold_on_npu(router& r, const planted_fault& p, std::string field, const std::string& object,
+                 const site& s, std::string value);
+
 // Changing rendered text ------------------------------------------------------------------------
 
 bool replace_once(std::string& text, std::string_view from, std::string_view to);
 
 std::string& configuration(capture& c);
+// Changes a description in the configuration: the one place where an operator's own text reaches
+// the audit.
+bool describe_port(capture& c, const std::string& description);
 std::string& forwarding_objects(capture& c, const node& n, std::string_view type);
 
 // File names of all answers of a tool at all places, "asic_shell_show" or the beginning of its

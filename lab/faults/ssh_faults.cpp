@@ -16,11 +16,12 @@ const std::vector<ssh_fault>& ssh_faults() {
        .finding = "{}: get_member_pp_port failed for {}",
        .answer = node_answer::refuse},
       {.name = "node-down",
-       .description = "nobody has the node's address (=NODE, with --real-ssh)",
+       .description = "nothing answers at the node's address (=NODE, with --real-ssh)",
        .finding = "{}: get_member_pp_port failed for {}",
        .answer = node_answer::none},
       {.name = "node-closes",
-       .description = "the node's ssh server dies amid every output (=NODE, with --real-ssh)",
+       .description =
+           "the node's ssh server dies in the middle of every output (=NODE, with --real-ssh)",
        .finding = "{}: get_member_pp_port failed for {}",
        .answer = node_answer::half},
   };

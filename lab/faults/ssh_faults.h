@@ -1,4 +1,4 @@
-// Faults of the road to a node. They are planted where real servers answer, so they need
+// Faults on the way to a node. They are planted where real servers answer, so they need
 // `--real-ssh`, and each names its node: `--fault node-refuses=0/0/CPU0`, or the node's address.
 //
 //     std::vector<std::string> faults{"dpa-mac", "node-down=192.0.0.6"};
@@ -12,11 +12,11 @@
 
 namespace lab {
 
-// What a node does when the audit's ssh comes.
+// What a node does when the audit connects.
 enum class node_answer {
   whole,   // it serves
   refuse,  // it is up, but no server listens
-  none,    // it is down: nobody has its address
+  none,    // it is down: nothing has its address
   half,    // its server dies in the middle of every output
 };
 

@@ -35,8 +35,51 @@ TEST(Catalogue, NamesAreUniqueAndTold) {
   for (const fault& f : fault_catalogue()) {
     EXPECT_TRUE(names.insert(f.name).second) << f.name;
     EXPECT_FALSE(f.description.empty()) << f.name;
-    EXPECT_TRUE(f.plant != nullptr || f.edit != nullptr) << f.name;
+    const bool of_one_argument = f.name.find('=') != std::string_view::npos;
+    EXPECT_EQ(f.plant == nullptr && f.edit == nullptr, of_one_argument) << f.name;
   }
+}
+
+TEST(Catalogue, ArgumentsBelongToAFaultThatTakesThem) {
+  std::set<std::string_view> taking;
+  for (const fault& f : fault_catalogue())
+    if (f.takes_argument) taking.insert(f.name);
+  for (const fault& f : fault_catalogue()) {
+    const std::size_t equals = f.name.find('=');
+    if (equals == std::string_view::npos) continue;
+    EXPECT_TRUE(taking.contains(f.name.substr(0, equals))) << f.name;
+  }
+}
+
+TEST(Catalogue, ReachIsFromTheCheckpointDown) {
+  for (const fault& f : fault_catalogue()) {
+    EXPECT_LE(f.at, f.deepest) << f.name;
+    EXPECT_LE(f.stops_from == phase::none ? phase::start : f.stops_from, f.stops_to) << f.name;
+  }
+}
+
+TEST(Catalogue, AFindingBringsOnlyLinesWithText) {
+  fault one{.name = "one", .description = "a fault"};
+  EXPECT_TRUE(lines_beside(one).empty());
+  one.also[0] = {"first", checkpoint::pd_member};
+  ASSERT_EQ(lines_beside(one).size(), 1U);
+  EXPECT_EQ(lines_beside(one)[0].at, checkpoint::pd_member);
+  EXPECT_EQ(lines_beside(one)[0].shown, phase::consistency);
+  one.also[1] = {"second"};
+  EXPECT_EQ(lines_beside(one).size(), 2U);
+}
+
+TEST(Checkpoint, SaysInWhichPhaseItsFindingsShow) {
+  EXPECT_EQ(phase_of(checkpoint::groundwork), phase::collecting);
+  EXPECT_EQ(phase_of(checkpoint::configuration), phase::parsing);
+  EXPECT_EQ(phase_of(checkpoint::pi_table), phase::collecting);
+  EXPECT_EQ(phase_of(checkpoint::pi_bundle), phase::consistency);
+  EXPECT_EQ(phase_of(checkpoint::chip_mtu), phase::consistency);
+  EXPECT_EQ(phase_of(checkpoint::chip_domain), phase::programming);
+  EXPECT_EQ(phase_of(checkpoint::chip_mac), phase::programming);
+  EXPECT_EQ(phase_of(checkpoint::stale), phase::stale);
+  EXPECT_EQ(phase_of(checkpoint::health_report), phase::health);
+  EXPECT_EQ(phase_of(checkpoint::health_bundles), phase::health);
 }
 
 TEST(Catalogue, EveryFaultAppliesSomewhere) {
@@ -97,7 +140,7 @@ TEST(Catalogue, EveryFindingIsAMessageOfTheAudit) {
     });
   };
   for (const fault& f : fault_catalogue()) {
-    for (const by_product& line : f.also)
+    for (const by_product& line : lines_beside(f))
       EXPECT_TRUE(is_message(std::string{line.finding})) << f.name << ": " << line.finding;
     if (f.finding.empty() || f.shown == phase::health) continue;  // a report, no message
     EXPECT_TRUE(is_message(std::string{f.finding})) << f.name << ": " << f.finding;
@@ -122,7 +165,7 @@ TEST(Fault, ThatDoesNotApplyIsTold) {
   r.faults.push_back(parse_fault("node-not-final"));
   try {
     render(r);
-    FAIL() << "a single node cannot be in another band";
+    FAIL() << "a single node has no band";
   } catch (const lab_error& failure) {
     EXPECT_STREQ(failure.what(), "fault node-not-final does not apply to elm-single");
   }
