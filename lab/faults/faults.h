@@ -9,7 +9,7 @@
 //     std::vector<expectation> all = expected_findings(r);   // what the audit must report
 //
 // The catalogue is a constant table in each lab/faults/*_faults.cpp, by what a fault harms. A new
-// row needs three decisions:
+// row needs three decisions; docs/LAB.md ("Add a fault") goes through them with an example:
 //
 // - `at`: which check of the audit raises the finding? Find the message in src/, and take the
 //   checkpoint whose comment names that check. A fault without a finding stands where the audit
