@@ -4,112 +4,66 @@
 
 #include <charconv>
 #include <system_error>
+#include <utility>
+#include <vector>
+
+#include "command_line/command_line.h"
 
 namespace tessel_host {
 
 namespace {
 
-constexpr std::string_view usage_text =
-    R"(usage: tessel-host [--library FILE] [--node-id N] [--help] [--version]
+constexpr const char* description =
+    "tessel-host runs one audit of the router's link bundles: it loads the Tessel Checker library "
+    "and calls its entry points in order.";
 
-Runs one audit of the router's link bundles: loads the Tessel Checker library
-and calls its entry points in order.
+constexpr const char* exit_statuses =
+    R"(Exit status:
+  0   The audit ended by itself. Its output says whether it was complete: six
+      times "Done" and the result table; "TESSEL Stopped" or "Log ERROR" if not.
+      Findings do not change the status; they are in /var/log/tessel_*.log.
+  1   The audit stopped before it collected anything.
+  2   The audit was aborted; its traceback is on standard error.
+  64  An argument was wrong.
+  69  The library could not be loaded, or lacks an entry point.
+  74  --help or --version could not write to standard output.)";
 
-  --library FILE  the shared object to load: a path, or, without a slash, a name
-                  that the dynamic linker looks up. Default: libtessel.so beside
-                  this program or in the library folder of its installation,
-                  else libtessel.so as the dynamic linker finds it
-  --node-id N     node id of the route processor that this host runs on, decimal
-                  or hexadecimal behind 0x, 32 bits. Default: 4096
-  --help, -h      print this text
-  --version       print the version
-
-Exit status:
-  0   the audit ended by itself; whether it was complete stands on its output:
-      six times "Done" and the result table, or "TESSEL Stopped", "Log ERROR".
-      Findings do not change it, they stand in /var/log/tessel_*.log
-  1   the audit stopped before it collected anything
-  2   the audit was aborted; its traceback stands on standard error
-  64  an argument was wrong
-  69  the library could not be loaded or lacks an entry point
-  74  --help or --version could not write to standard output
-)";
-
-constexpr std::string_view help_hint = "; 'tessel-host --help' shows the options";
-
-usage_error wrong(std::string_view what) {
-  return usage_error(std::string(what).append(help_hint));
-}
-
-struct option_text {
-  std::string_view name;
-  std::optional<std::string_view> value;
-};
-
-option_text split_option(std::string_view argument) {
-  const auto equals = argument.find('=');
-  if (!argument.starts_with("--") || equals == std::string_view::npos) return {argument, {}};
-  return {argument.substr(0, equals), argument.substr(equals + 1)};
-}
-
-class argument_reader {
- public:
-  explicit argument_reader(std::span<const char* const> arguments) : rest_(arguments) {}
-
-  [[nodiscard]] bool at_end() const { return rest_.empty(); }
-
-  std::string_view take() {
-    const std::string_view argument = rest_.front();
-    rest_ = rest_.subspan(1);
-    return argument;
-  }
-
-  std::string value_of(const option_text& option) {
-    const std::string name(option.name);
-    if (!option.value && at_end()) throw wrong("option '" + name + "' needs a value");
-    std::string value(option.value ? *option.value : take());
-    if (value.empty()) throw wrong("option '" + name + "' has an empty value");
-    return value;
-  }
-
- private:
-  std::span<const char* const> rest_;
-};
-
-void refuse_value(const option_text& option) {
-  if (!option.value) return;
-  throw wrong("option '" + std::string(option.name) + "' takes no value");
+std::string library_named(const std::string& text) {
+  if (text.empty()) throw command_line::bad_value("the value is empty; name a file");
+  return text;
 }
 
 std::uint32_t node_id_of(const std::string& text) {
   if (const auto number = read_node_id(text)) return *number;
-  throw wrong("'" + text +
-              "' is no node id: give a decimal number, or a hexadecimal one behind 0x, from 0 "
-              "to 4294967295");
+  throw command_line::bad_value(
+      "not a node id; give a decimal number, or a hexadecimal one after 0x, from 0 to 4294967295");
 }
 
 }  // namespace
 
 host_arguments parse_arguments(std::span<const char* const> arguments) {
   host_arguments parsed;
-  argument_reader reader(arguments);
-  while (!reader.at_end()) {
-    const auto option = split_option(reader.take());
-    if (option.name == "--library") {
-      parsed.library = reader.value_of(option);
-    } else if (option.name == "--node-id") {
-      parsed.node_id = node_id_of(reader.value_of(option));
-    } else if (option.name == "--help" || option.name == "-h") {
-      refuse_value(option);
-      parsed.action = host_action::help;
-    } else if (option.name == "--version") {
-      refuse_value(option);
-      if (parsed.action == host_action::run) parsed.action = host_action::version;
-    } else if (option.name.starts_with('-')) {
-      throw wrong("unknown option '" + std::string(option.name) + "'");
-    } else {
-      throw wrong("unexpected argument '" + std::string(option.name) + "'");
-    }
+  bool version = false;
+  CLI::App app(description, "tessel-host");
+  command_line::set_up(app);
+  app.footer(exit_statuses);
+  command_line::add_value(app, "--library", "FILE",
+                          "the library to load: a path, or a name without a slash, which the "
+                          "dynamic linker looks up. Default: libtessel.so next to this program, "
+                          "else the one of its installation, else the one that the dynamic linker "
+                          "finds",
+                          [&](const auto& text) { parsed.library = library_named(text); });
+  command_line::add_value(app, "--node-id", "N",
+                          "the node id of this route processor, a 32-bit number, decimal or "
+                          "hexadecimal after 0x. Default: 4096",
+                          [&](const auto& text) { parsed.node_id = node_id_of(text); });
+  command_line::add_flag(app, "--version", "show the version", version);
+
+  if (auto help = command_line::parse(app, {arguments.begin(), arguments.end()})) {
+    parsed.action = host_action::help;
+    parsed.help = std::move(*help);
+  } else if (version) {
+    parsed.action = host_action::version;
   }
   return parsed;
 }
@@ -139,10 +93,6 @@ returned_run describe_returned_run(std::int32_t result) {
     return {head + "it was aborted by the failure in the traceback above", 2};
   }
   return {head + "tessel_run returned " + std::to_string(result) + ", which it never should", 2};
-}
-
-std::string_view help_text() {
-  return usage_text;
 }
 
 }  // namespace tessel_host

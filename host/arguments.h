@@ -9,13 +9,16 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
+#include "command_line/usage_error.h"
+
 namespace tessel_host {
 
-inline constexpr int status_usage = 64;
+using command_line::usage_error;
+
+inline constexpr int status_usage = command_line::usage_status;
 inline constexpr int status_library_unavailable = 69;
 inline constexpr int status_output_failed = 74;
 inline constexpr std::uint32_t default_node_id = 4096;
@@ -26,11 +29,7 @@ struct host_arguments {
   host_action action = host_action::run;
   std::optional<std::string> library;
   std::uint32_t node_id = default_node_id;
-};
-
-// One line: the argument, what is wrong with it, what to do.
-class usage_error : public std::runtime_error {
-  using std::runtime_error::runtime_error;
+  std::string help;  // the text, if that is the action
 };
 
 // What the host says and exits with where tessel_run came back.
@@ -39,8 +38,8 @@ struct returned_run {
   int status = 0;
 };
 
-// Reads the arguments behind the program's name. `--name value` and `--name=value` are the same;
-// of an option given twice the last one counts. `--help` and `--version` win over a run.
+// Reads the arguments after the program's name. `--name value` and `--name=value` are the same;
+// of an option given twice the last one counts. `--help` wins over `--version`, both over a run.
 // Throws `usage_error` for an unknown option, a missing value, a stray argument or a bad node id.
 [[nodiscard]] host_arguments parse_arguments(std::span<const char* const> arguments);
 
@@ -49,7 +48,5 @@ struct returned_run {
 [[nodiscard]] std::optional<std::uint32_t> read_node_id(std::string_view text);
 
 [[nodiscard]] returned_run describe_returned_run(std::int32_t result);
-
-[[nodiscard]] std::string_view help_text();
 
 }  // namespace tessel_host

@@ -38,7 +38,7 @@ int audit(const host_arguments& arguments) {
 int act_on(const host_arguments& arguments) {
   switch (arguments.action) {
     case host_action::help:
-      return show(help_text());
+      return show(arguments.help);
     case host_action::version:
       return show("tessel-host " TESSEL_VERSION "\n");
     case host_action::run:

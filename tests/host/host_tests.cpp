@@ -89,24 +89,48 @@ TEST(parse_arguments, shows_help_rather_than_the_version_or_a_run) {
   EXPECT_EQ(parse({"--version"}).action, host_action::version);
   EXPECT_EQ(parse({"--version", "--help"}).action, host_action::help);
   EXPECT_EQ(parse({"--help", "--version"}).action, host_action::help);
+  EXPECT_EQ(parse({"--version", "--version"}).action, host_action::version);
 }
 
 TEST(parse_arguments, names_what_is_wrong) {
-  const std::string hint = "; 'tessel-host --help' shows the options";
-  EXPECT_EQ(complaint_about({"--verbose"}), "unknown option '--verbose'" + hint);
-  EXPECT_EQ(complaint_about({"--verbose=1"}), "unknown option '--verbose'" + hint);
-  EXPECT_EQ(complaint_about({"-n"}), "unknown option '-n'" + hint);
-  EXPECT_EQ(complaint_about({"4096"}), "unexpected argument '4096'" + hint);
-  EXPECT_EQ(complaint_about({""}), "unexpected argument ''" + hint);
-  EXPECT_EQ(complaint_about({"--library"}), "option '--library' needs a value" + hint);
-  EXPECT_EQ(complaint_about({"--node-id"}), "option '--node-id' needs a value" + hint);
-  EXPECT_EQ(complaint_about({"--library="}), "option '--library' has an empty value" + hint);
-  EXPECT_EQ(complaint_about({"--help=yes"}), "option '--help' takes no value" + hint);
-  EXPECT_EQ(complaint_about({"--version=2"}), "option '--version' takes no value" + hint);
+  const std::string hint = "; see tessel-host --help";
+  EXPECT_EQ(complaint_about({"--verbose"}), "unknown option --verbose" + hint);
+  EXPECT_EQ(complaint_about({"--verbose=1"}), "unknown option --verbose" + hint);
+  EXPECT_EQ(complaint_about({"--lib", "x.so"}), "unknown option --lib" + hint)
+      << "no abbreviations";
+  EXPECT_EQ(complaint_about({"--node-id", "1", "--"}), "unknown option --" + hint);
+  EXPECT_EQ(complaint_about({"-n"}), "unknown option -n" + hint);
+  EXPECT_EQ(complaint_about({"-"}), "unknown option -" + hint);
+  EXPECT_EQ(complaint_about({"-5"}), "unknown option -5" + hint);
+  EXPECT_EQ(complaint_about({"---x"}), "unknown option ---x" + hint);
+  EXPECT_EQ(complaint_about({"4096"}), "unexpected argument \"4096\"" + hint);
+  EXPECT_EQ(complaint_about({"4096", "4097"}), "unexpected argument \"4096\"" + hint);
+  EXPECT_EQ(complaint_about({""}), "unexpected argument \"\"" + hint);
+  EXPECT_EQ(complaint_about({"a\nb\x1b"}), "unexpected argument \"a\\x0ab\\x1b\"" + hint);
+  EXPECT_EQ(complaint_about({"--library"}), "--library needs a value" + hint);
+  EXPECT_EQ(complaint_about({"--node-id"}), "--node-id needs a value" + hint);
+  EXPECT_EQ(complaint_about({"--library", "--node-id", "1"}),
+            "--library needs a value before --node-id" + hint);
+  const std::string empty = "--library \"\": the value is empty; name a file" + hint;
+  EXPECT_EQ(complaint_about({"--library="}), empty);
+  EXPECT_EQ(complaint_about({"--library=", "x.so"}), empty);
+  EXPECT_EQ(complaint_about({"--library", ""}), empty);
+  EXPECT_EQ(complaint_about({"--help=yes"}), "--help takes no value" + hint);
+  EXPECT_EQ(complaint_about({"--help="}), "--help takes no value" + hint);
+  EXPECT_EQ(complaint_about({"--version=2"}), "--version takes no value" + hint);
+  EXPECT_EQ(complaint_about({"--version=true"}), "--version takes no value" + hint);
   EXPECT_EQ(complaint_about({"--node-id", "node"}),
-            "'node' is no node id: give a decimal number, or a hexadecimal one behind 0x, from 0 "
-            "to 4294967295" +
+            "--node-id \"node\": not a node id; give a decimal number, or a hexadecimal one after "
+            "0x, from 0 to 4294967295" +
                 hint);
+}
+
+TEST(parse_arguments, refuses_each_wrong_value_of_a_repeated_option) {
+  EXPECT_NE(complaint_about({"--node-id", "x", "--node-id", "2"}), "no complaint");
+}
+
+TEST(parse_arguments, takes_nothing_from_the_environment_or_a_file) {
+  EXPECT_EQ(complaint_about({"--config", "x"}), "unknown option --config; see tessel-host --help");
 }
 
 TEST(describe_returned_run, tells_an_early_stop_from_an_abort) {
@@ -275,7 +299,7 @@ TEST(host, names_the_entry_point_that_a_library_lacks) {
 
 TEST(host, ends_with_64_on_wrong_arguments) {
   for (const char* wrong : {"--verbose", "4096", "--node-id", "--node-id 4294967296",
-                            "--node-id=0xg", "--library", "--help=1"}) {
+                            "--node-id=0xg", "--library", "--help=1", "4096 4097", "--"}) {
     const auto result = run_shell(host + " " + wrong);
     EXPECT_EQ(result.status, status_usage) << wrong;
     EXPECT_EQ(result.out, "") << wrong;
@@ -286,10 +310,14 @@ TEST(host, ends_with_64_on_wrong_arguments) {
 TEST(host, shows_help_and_version_on_standard_output) {
   const auto help = run_shell(host + " --help");
   EXPECT_EQ(help.status, 0);
-  EXPECT_EQ(help.out, help_text());
-  for (const char* option : {"--library", "--node-id", "--help", "--version"}) {
-    EXPECT_NE(help.out.find(option), std::string::npos) << option;
+  EXPECT_EQ(help.out, parse({"--help"}).help);
+  EXPECT_EQ(run_shell(host + " -h").out, help.out);
+  for (const char* told : {"Usage: tessel-host [OPTIONS]\n", "--library FILE", "--node-id N",
+                           "--help", "--version", "Exit status:\n"}) {
+    EXPECT_NE(help.out.find(told), std::string::npos) << told;
   }
+  for (const int status : {0, 1, 2, status_usage, status_library_unavailable, status_output_failed})
+    EXPECT_NE(help.out.find("\n  " + std::to_string(status) + " "), std::string::npos) << status;
   const auto version = run_shell(host + " --version");
   EXPECT_EQ(version.status, 0);
   EXPECT_EQ(version.out, "tessel-host " TESSEL_VERSION "\n");
