@@ -4,9 +4,11 @@
 #include <string>
 #include <vector>
 
+#include "command_line/usage_error.h"
+
 namespace lab {
 
-inline constexpr int usage_status = 64;
+using command_line::usage_status;
 
 // Runs a subcommand; `arguments` come without the program's own name. Returns the status to exit
 // with: 0, 64 for a command line that cannot be understood, 1 for any other failure, and of `run`

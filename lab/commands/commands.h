@@ -1,28 +1,92 @@
-// The subcommands of tessel-lab, one source each. A subcommand gets its command line with its own
-// name in front, and returns the status to exit with; it throws `usage_error` or `lab_error` where
-// it cannot do what it was told.
+// The subcommands of tessel-lab, one source each. A subcommand gets what its command line named,
+// and returns the status to exit with; it throws `usage_error` for values that do not go together,
+// and `lab_error` where it cannot do what it was told.
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "lab/base/options.h"
+#include "command_line/usage_error.h"
+#include "lab/model/generate.h"
 #include "lab/model/router.h"
 
 namespace lab {
 
-int list_command(const std::vector<std::string>& arguments);
-int faults_command(const std::vector<std::string>& arguments);
-int expect_command(const std::vector<std::string>& arguments);
-int render_command(const std::vector<std::string>& arguments);
-int generate_command(const std::vector<std::string>& arguments);
-int run_command(const std::vector<std::string>& arguments);
-int record_command(const std::vector<std::string>& arguments);
-int pack_command(const std::vector<std::string>& arguments);
-int unpack_command(const std::vector<std::string>& arguments);
-int redact_command(const std::vector<std::string>& arguments);
-int diff_command(const std::vector<std::string>& arguments);
+using command_line::usage_error;
+
+int list_command();
+
+struct faults_options {
+  bool kinds = false;
+};
+int faults_command(const faults_options& o);
+
+struct expect_options {
+  std::string router;
+  std::vector<std::string> faults;
+};
+int expect_command(const expect_options& o);
+
+struct render_options {
+  std::string router;
+  std::string out;
+  std::vector<std::string> faults;
+};
+int render_command(const render_options& o);
+
+struct generate_options {
+  std::string out;
+  std::string type = "birch";
+  // What is not given is as `default_request` has it for the type.
+  std::optional<unsigned> cards, npus, bundles, members, l2_subs, l3_subs, seed;
+  std::optional<chip_mix> family;
+  bool hqos = false;
+};
+int generate_command(const generate_options& o);
+
+// Those of this program if none are named.
+struct program_options {
+  std::optional<std::string> host;
+  std::optional<std::string> library;
+};
+
+struct run_options {
+  std::string source;  // a router, a capture or a packed one
+  std::vector<std::string> faults;
+  program_options programs;
+  std::optional<std::string> logs;
+  std::optional<std::string> calls;
+  std::optional<std::string> record;
+  std::optional<std::string> latency;
+  bool real_ssh = false;
+  std::vector<std::string> host_arguments;
+};
+int run_command(const run_options& o);
+
+struct record_options {
+  std::string out;
+  std::optional<std::string> shown;  // as messages name it
+  program_options programs;
+  std::optional<std::string> logs;
+  std::vector<std::string> host_arguments;
+};
+int record_command(const record_options& o);
+
+struct capture_options {
+  std::string from;
+  std::string out;
+};
+int pack_command(const capture_options& o);
+int unpack_command(const capture_options& o);
+int redact_command(const capture_options& o);
+
+struct diff_options {
+  std::string before;
+  std::string after;
+};
+int diff_command(const diff_options& o);
 
 // What several of them share ---------------------------------------------------------------------
 
@@ -31,9 +95,9 @@ router faulty_router(const std::string& name, const std::vector<std::string>& fa
 
 std::filesystem::path own_program();
 
-// The host and the library that --host and --library name, or those that belong to this program;
-// absolute. Throws `lab_error` that names the option if there is no such file.
-std::filesystem::path host_of(const option_values& o);
-std::filesystem::path library_of(const option_values& o);
+// The host and the library that were named, or those that belong to this program; absolute. Throws
+// `lab_error` that names the option if there is no such file.
+std::filesystem::path host_of(const program_options& o);
+std::filesystem::path library_of(const program_options& o);
 
 }  // namespace lab

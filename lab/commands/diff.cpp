@@ -10,13 +10,11 @@
 
 namespace lab {
 
-int diff_command(const std::vector<std::string>& arguments) {
+int diff_command(const diff_options& o) {
   constexpr int some_changed = 1;
   constexpr int trouble = 2;
-  const option_values o = parse_options(arguments, {});
-  expect_operands(o, 2, "A B");
   try {
-    const auto changes = changes_between(read_capture(o.operands[0]), read_capture(o.operands[1]));
+    const auto changes = changes_between(read_capture(o.before), read_capture(o.after));
     fmt::print("{}", change_report(changes));
     flush_output();
     return changes.empty() ? EXIT_SUCCESS : some_changed;

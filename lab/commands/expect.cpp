@@ -10,13 +10,11 @@ namespace lab {
 
 // For programs: name, "shown", "hidden" or "none", and the finding, parted by tabulators; behind a
 // hidden one why it may be missing.
-int expect_command(const std::vector<std::string>& arguments) {
-  const option_values o = parse_options(arguments, {.with_value = {"--fault"}});
-  expect_operands(o, 1, "ROUTER");
-  std::vector<std::string> faults = o.all_of("--fault");
+int expect_command(const expect_options& o) {
+  std::vector<std::string> faults = o.faults;
   for (const planted_ssh_fault& one : take_ssh_faults(faults))
     fmt::print("{}\tshown\t{}\n", one.name, one.finding);
-  for (const expectation& one : expected_findings(faulty_router(o.operands[0], faults)))
+  for (const expectation& one : expected_findings(faulty_router(o.router, faults)))
     fmt::print("{}\t{}\t{}{}{}\n", one.name,
                one.finding.empty()  ? "none"
                : one.hidden.empty() ? "shown"

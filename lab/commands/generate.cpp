@@ -7,30 +7,22 @@
 #include "lab/capture/capture.h"
 #include "lab/commands/commands.h"
 #include "lab/faults/render_faulty.h"
-#include "lab/model/generate.h"
 
 namespace lab {
 namespace {
 
-chip_mix family_named(const std::string& name) {
-  if (name == "old") return chip_mix::older;
-  if (name == "j2") return chip_mix::jericho2;
-  if (name == "mixed") return chip_mix::mixed;
-  throw usage_error(fmt::format("generate: --family {}: not one of old, j2, mixed", name));
-}
-
-router wanted_router(const option_values& o) {
+router wanted_router(const generate_options& o) {
   try {
-    generate_request wanted = default_request(o.has("--type") ? o.value_of("--type") : "birch");
-    wanted.cards = number_of(o, "--cards", wanted.cards);
-    wanted.npus = number_of(o, "--npus", wanted.npus);
-    wanted.bundles = number_of(o, "--bundles", wanted.bundles);
-    wanted.members = number_of(o, "--members", wanted.members);
-    wanted.l2_subs = number_of(o, "--l2-subs", wanted.l2_subs);
-    wanted.l3_subs = number_of(o, "--l3-subs", wanted.l3_subs);
-    wanted.seed = number_of(o, "--seed", wanted.seed);
-    wanted.hqos = o.has("--hqos");
-    if (o.has("--family")) wanted.family = family_named(o.value_of("--family"));
+    generate_request wanted = default_request(o.type);
+    wanted.cards = o.cards.value_or(wanted.cards);
+    wanted.npus = o.npus.value_or(wanted.npus);
+    wanted.bundles = o.bundles.value_or(wanted.bundles);
+    wanted.members = o.members.value_or(wanted.members);
+    wanted.l2_subs = o.l2_subs.value_or(wanted.l2_subs);
+    wanted.l3_subs = o.l3_subs.value_or(wanted.l3_subs);
+    wanted.seed = o.seed.value_or(wanted.seed);
+    wanted.family = o.family.value_or(wanted.family);
+    wanted.hqos = o.hqos;
     return generate(wanted);
   } catch (const lab_error& impossible) {
     throw usage_error(fmt::format("generate: {}", impossible.what()));
@@ -39,13 +31,8 @@ router wanted_router(const option_values& o) {
 
 }  // namespace
 
-int generate_command(const std::vector<std::string>& arguments) {
-  const option_values o = parse_options(
-      arguments, {.with_value = {"--type", "--cards", "--npus", "--bundles", "--members",
-                                 "--l2-subs", "--l3-subs", "--family", "--seed"},
-                  .flags = {"--hqos"}});
-  expect_operands(o, 1, "OUT");
-  const std::filesystem::path out = target_named(o.operands[0]);
+int generate_command(const generate_options& o) {
+  const std::filesystem::path out = target_named(o.out);
   write_folder(render(wanted_router(o)), out);
   return EXIT_SUCCESS;
 }

@@ -9,8 +9,7 @@
 
 namespace lab {
 
-int list_command(const std::vector<std::string>& arguments) {
-  expect_operands(parse_options(arguments, {}), 0, "nothing");
+int list_command() {
   for (const std::string& name : router_names())
     fmt::print("{:<24} {}\n", name, load_router(name).description);
   return EXIT_SUCCESS;
@@ -27,18 +26,16 @@ const char* kind_of(const fault& f) {
 
 }  // namespace
 
-int faults_command(const std::vector<std::string>& arguments) {
-  const option_values o = parse_options(arguments, {.flags = {"--kinds"}});
-  expect_operands(o, 0, "nothing");
+int faults_command(const faults_options& o) {
   for (const fault& f : fault_catalogue())
-    if (o.has("--kinds")) {
+    if (o.kinds) {
       fmt::print("{}\t{}\n", f.name, kind_of(f));
     } else {
       fmt::print("{:<24} {}\n{:<24}   {}\n", f.name, f.description, "",
                  f.finding.empty() ? "no finding" : f.finding);
       for (const by_product& line : lines_beside(f)) fmt::print("{:<24}   {}\n", "", line.finding);
     }
-  if (!o.has("--kinds"))
+  if (!o.kinds)
     for (const ssh_fault& f : ssh_faults())
       fmt::print("{:<24} {}\n{:<24}   {}\n", f.name, f.description, "", f.finding);
   return EXIT_SUCCESS;

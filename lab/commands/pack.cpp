@@ -10,23 +10,19 @@
 
 namespace lab {
 
-int pack_command(const std::vector<std::string>& arguments) {
-  const option_values o = parse_options(arguments, {});
-  expect_operands(o, 2, "CAPTURE FILE");
-  const std::filesystem::path out = target_named(o.operands[1]);
+int pack_command(const capture_options& o) {
+  const std::filesystem::path out = target_named(o.out);
   check_target(out);
-  if (out != o.operands[1])
-    throw lab_error(fmt::format("{}: a packed capture is a file, not a folder", o.operands[1]));
-  pack_folder(o.operands[0], out);
+  if (out != o.out)
+    throw lab_error(fmt::format("{}: a packed capture is a file, not a folder", o.out));
+  pack_folder(o.from, out);
   return EXIT_SUCCESS;
 }
 
-int unpack_command(const std::vector<std::string>& arguments) {
-  const option_values o = parse_options(arguments, {});
-  expect_operands(o, 2, "FILE OUT");
-  const std::filesystem::path out = target_named(o.operands[1]);
+int unpack_command(const capture_options& o) {
+  const std::filesystem::path out = target_named(o.out);
   check_target(out);
-  unpack_folder(o.operands[0], out);
+  unpack_folder(o.from, out);
   return EXIT_SUCCESS;
 }
 

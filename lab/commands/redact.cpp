@@ -12,12 +12,10 @@
 
 namespace lab {
 
-int redact_command(const std::vector<std::string>& arguments) {
+int redact_command(const capture_options& o) {
   namespace fs = std::filesystem;
-  const option_values o = parse_options(arguments, {});
-  expect_operands(o, 2, "CAPTURE OUT");
-  const fs::path out = target_named(o.operands[1]);
-  capture c = read_capture(o.operands[0]);
+  const fs::path out = target_named(o.out);
+  capture c = read_capture(o.from);
   c.router = out.filename().string();
   const redaction_counts n = redact(c);
   c.calls = calls_with_sizes(c);

@@ -16,11 +16,9 @@ router faulty_router(const std::string& name, const std::vector<std::string>& fa
   return r;
 }
 
-int render_command(const std::vector<std::string>& arguments) {
-  const option_values o = parse_options(arguments, {.with_value = {"--fault"}});
-  expect_operands(o, 2, "ROUTER OUT");
-  const std::filesystem::path out = target_named(o.operands[1]);
-  write_folder(render(faulty_router(o.operands[0], o.all_of("--fault"))), out);
+int render_command(const render_options& o) {
+  const std::filesystem::path out = target_named(o.out);
+  write_folder(render(faulty_router(o.router, o.faults)), out);
   return EXIT_SUCCESS;
 }
 

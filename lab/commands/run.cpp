@@ -36,10 +36,9 @@ fs::path own_program() {
   return fs::read_symlink("/proc/self/exe");
 }
 
-fs::path host_of(const option_values& o) {
+fs::path host_of(const program_options& o) {
   const fs::path beside = own_program().parent_path() / "tessel-host";
-  const fs::path host =
-      existing_file(o.has("--host") ? fs::path{o.value_of("--host")} : beside, "--host");
+  const fs::path host = existing_file(o.host ? fs::path{*o.host} : beside, "--host");
   if (access(host.c_str(), X_OK) != 0)
     throw lab_error(fmt::format("{}: cannot be executed: {}; name another with --host",
                                 host.string(), std::strerror(errno)));
@@ -47,18 +46,18 @@ fs::path host_of(const option_values& o) {
 }
 
 // A build leaves it beside this program, an installation in its folder of libraries.
-fs::path library_of(const option_values& o) {
+fs::path library_of(const program_options& o) {
   const fs::path folder = own_program().parent_path();
   const fs::path beside = folder / "libtessel.so";
   const fs::path installed = (folder / TESSEL_BIN_TO_LIB / "libtessel.so").lexically_normal();
   const fs::path usual = !fs::exists(beside) && fs::exists(installed) ? installed : beside;
-  return existing_file(o.has("--library") ? fs::path{o.value_of("--library")} : usual, "--library");
+  return existing_file(o.library ? fs::path{*o.library} : usual, "--library");
 }
 
 namespace {
 
 // The named folder, made if need be, or a new one, which standard error then tells of.
-fs::path logs_folder(const std::string& named) {
+fs::path logs_folder(const fs::path& named) {
   if (named.empty()) {
     const char* temporary = std::getenv("TMPDIR");
     std::string folder =
@@ -88,33 +87,33 @@ void make_calls_file(const fs::path& file) {
   close(fd);
 }
 
-fs::path absolute_or_empty(const option_values& o, const char* option) {
-  return o.has(option) ? fs::absolute(target_named(o.value_of(option))) : fs::path{};
+fs::path absolute_or_empty(const std::optional<std::string>& named) {
+  return named ? fs::absolute(target_named(*named)) : fs::path{};
 }
 
 // What is written, once it is clear that all of it can be.
-void set_outputs(const option_values& o, run_request& request) {
-  const fs::path logs = absolute_or_empty(o, "--logs");
-  request.calls = absolute_or_empty(o, "--keep-calls");
-  request.record = absolute_or_empty(o, "--record");
+void set_outputs(const run_options& o, run_request& request) {
+  const fs::path logs = absolute_or_empty(o.logs);
+  request.calls = absolute_or_empty(o.calls);
+  request.record = absolute_or_empty(o.record);
   // Among the logs it stands in a folder that may have to be made first.
   const bool keeps_calls = !request.calls.empty();
   if (keeps_calls && (logs.empty() || !lies_under(request.calls, logs)))
     check_calls_file(request.calls);
   if (!request.record.empty()) check_record_target(request.record, logs, request.calls);
-  request.logs = logs_folder(o.value_of("--logs"));
+  request.logs = logs_folder(o.logs.value_or(""));
   if (keeps_calls) make_calls_file(request.calls);
 }
 
 // A capture folder answers as it stands; a packed one is unpacked into memory, a router is rendered
 // first.
-void set_answers(const option_values& o, run_request& request) {
-  std::vector<std::string> faults = o.all_of("--fault");
+void set_answers(const run_options& o, run_request& request) {
+  std::vector<std::string> faults = o.faults;
   const std::vector<planted_ssh_fault> ssh_faults = take_ssh_faults(faults);
-  request.real_ssh = o.has("--real-ssh");
+  request.real_ssh = o.real_ssh;
   if (!ssh_faults.empty() && !request.real_ssh)
     throw usage_error(fmt::format("run: fault {} needs --real-ssh", ssh_faults.front().name));
-  const std::string& what = o.operands[0];
+  const std::string& what = o.source;
   const bool is_file = fs::is_regular_file(what) && !what.ends_with(".toml");
   if ((fs::is_directory(what) || is_file) && !faults.empty())
     throw usage_error("run: a fault is planted into a router, not into a capture");
@@ -131,39 +130,32 @@ void set_answers(const option_values& o, run_request& request) {
 }
 
 // The tools read it themselves.
-void set_latencies(const option_values& o) {
+void set_latencies(const run_options& o) {
   unsetenv(latency_variable);
-  if (!o.has("--latency")) return;
-  const std::string told = o.value_of("--latency");
+  if (!o.latency) return;
   try {
-    parse_latencies(told);
+    parse_latencies(*o.latency);
   } catch (const lab_error& failure) {
     throw usage_error(fmt::format("run: {}", failure.what()));
   }
-  setenv(latency_variable, told.c_str(), 1);
+  setenv(latency_variable, o.latency->c_str(), 1);
 }
 
 }  // namespace
 
-int run_command(const std::vector<std::string>& arguments) {
-  const option_values o =
-      parse_options(arguments, {.with_value = {"--fault", "--logs", "--host", "--library",
-                                               "--keep-calls", "--record", "--latency"},
-                                .flags = {"--real-ssh"},
-                                .rest = true});
-  expect_operands(o, 1, "ROUTER or CAPTURE");
+int run_command(const run_options& o) {
   set_latencies(o);
   run_request request;
   set_answers(o, request);
   request.lab = own_program();
-  request.host = host_of(o);
-  request.library = library_of(o);
+  request.host = host_of(o.programs);
+  request.library = library_of(o.programs);
   if (request.real_ssh)
     insist_on_real_ssh();
   else
     insist_on_namespace();
   set_outputs(o, request);
-  request.host_arguments = o.rest;
+  request.host_arguments = o.host_arguments;
   return run_in_namespace(request);
 }
 

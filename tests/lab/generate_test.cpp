@@ -175,26 +175,58 @@ TEST(GenerateCommand, WritesACapture) {
   EXPECT_EQ(read_folder(out).answers, render(generate(wanted)).answers);
 }
 
+TEST(GenerateCommand, TakesEachTypeThatItsHelpNames) {
+  const auto help = lab_test::run_shell(LAB_PROGRAM " generate --help").out;
+  const auto types = lab_test::findall(
+      "[a-z]+", help.substr(help.find("--type TYPE") + 11,
+                            help.find("Default") - help.find("--type TYPE") - 11));
+  ASSERT_EQ(types.size(), 9U) << "eight and an \"or\"";
+  for (const auto& type : types) {
+    if (type.front() == "or") continue;
+    const lab_test::scratch_folder scratch;
+    const auto made = lab_test::run_shell(LAB_PROGRAM " generate --type " + type.front() + " " +
+                                          (scratch.path() / "out").string());
+    EXPECT_EQ(made.status, 0) << made.err;
+  }
+}
+
+TEST(GenerateCommand, ReadsANumberAsDecimal) {
+  const lab_test::scratch_folder scratch;
+  const std::string out = (scratch.path() / "out").string();
+  EXPECT_EQ(lab_test::run_shell(LAB_PROGRAM " generate " + out + " --bundles=010").status, 0);
+  generate_request wanted = default_request("birch");
+  wanted.bundles = 10;
+  EXPECT_EQ(read_folder(out).answers, render(generate(wanted)).answers);
+}
+
 TEST(GenerateCommand, RefusesBadValuesInOneLineAndWritesNothing) {
   struct row {
     const char* arguments;
-    const char* message;
+    std::string message;
   };
+  const std::string hint = "; see tessel-lab generate --help";
   const row rows[] = {
       {"--cards 17", "17 cards: a router of type birch has 1 to 16"},
-      {"--cards many", "--cards many: not a number from 0 to 4294967295"},
-      {"--bundles -1", "--bundles -1: not a number from 0 to 4294967295"},
+      {"--cards many", "--cards \"many\": not a number from 0 to 4294967295" + hint},
+      {"--cards 0x10", "--cards \"0x10\": not a number from 0 to 4294967295" + hint},
+      {"--cards ''", "--cards \"\": not a number from 0 to 4294967295" + hint},
+      {"--cards=", "--cards \"\": not a number from 0 to 4294967295" + hint},
+      {"--bundles -1", "--bundles \"-1\": not a number from 0 to 4294967295" + hint},
+      {"--bundles +1", "--bundles \"+1\": not a number from 0 to 4294967295" + hint},
+      {"--bundles ' 1'", "--bundles \" 1\": not a number from 0 to 4294967295" + hint},
+      {"--bundles 4294967296",
+       "--bundles \"4294967296\": not a number from 0 to 4294967295" + hint},
       {"--type willow", "unknown router type \"willow\""},
-      {"--family new", "--family new: not one of old, j2, mixed"},
-      {"--seed", "--seed needs a value"},
-      {"--speed 9", "unknown option --speed; see tessel-lab --help"},
+      {"--family new", "--family \"new\": not one of old, j2, mixed" + hint},
+      {"--seed", "--seed needs a value" + hint},
+      {"--speed 9", "unknown option --speed" + hint},
   };
   for (const row& r : rows) {
     const lab_test::scratch_folder scratch;
     const auto refused = lab_test::run_shell("cd " + scratch.path().string() +
                                              " && " LAB_PROGRAM " generate out " + r.arguments);
     EXPECT_EQ(refused.status, 64) << r.arguments;
-    EXPECT_EQ(refused.err, std::string{"tessel-lab: generate: "} + r.message + "\n");
+    EXPECT_EQ(refused.err, "tessel-lab: generate: " + r.message + "\n");
     EXPECT_TRUE(fs::is_empty(scratch.path())) << r.arguments;
   }
 }
