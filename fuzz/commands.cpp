@@ -7,6 +7,7 @@
 
 #include "base/command.h"
 #include "base/dump.h"
+#include "base/findings.h"
 
 namespace fuzz {
 
@@ -43,7 +44,13 @@ std::vector<std::string> commands_asked_by(void (*step)()) {
 
 namespace tessel {
 
-value execute(std::string_view cmd, std::string_view) {
+value execute(const filled_line& line, const filled_line&) {
+  std::string cmd;
+  try {
+    cmd = line.text();
+  } catch (const std::exception& error) {
+    return count_and_log(fmt::format("{}: execution failed for {}", error.what(), line.shown()));
+  }
   if (fuzz::notes != nullptr) fuzz::notes->emplace_back(cmd);
   for (const auto& [part, text] : fuzz::known_answers()) {
     if (cmd.find(part) != std::string_view::npos) return text;
@@ -51,10 +58,12 @@ value execute(std::string_view cmd, std::string_view) {
   return "";
 }
 
-value execute_bcmd(std::string_view bcmd, const value& npu_id, const value& nodeid, const value&,
-                   std::string_view, std::string_view) {
-  return execute(
-      fmt::format("asic_shell_show -c \"{}\" -u {} -n {}", bcmd, plain(npu_id), plain(nodeid)));
+value execute_bcmd(const filled_line& bcmd, const value& npu_id, const value& nodeid, const value&,
+                   const filled_line&, std::string_view) {
+  return execute({"asic_shell_show -c \"{}\" -u {} -n {}",
+                  {{filling::chip_command, bcmd.shown()},
+                   {filling::npu, plain(npu_id)},
+                   {filling::node_id, plain(nodeid)}}});
 }
 
 }  // namespace tessel

@@ -108,8 +108,7 @@ class spawn_plan {
     check(posix_spawn_file_actions_addopen(&actions_, stream, path, flags, 0));
   }
 
-  pid_t shell(const std::string& cmd) {
-    std::string line = cmd;
+  pid_t shell(std::string line) {
     std::string name = "sh";
     std::string option = "-c";
     char* arguments[] = {name.data(), option.data(), line.data(), nullptr};
@@ -150,32 +149,35 @@ void wait_for(pid_t child) {
 
 }  // namespace
 
-value execute(std::string_view cmd, std::string_view suffix) {
+value execute(const filled_line& cmd, const filled_line& suffix) {
   try {
-    const capture_file capture(fmt::format("/tmp/tessel_{}.log", suffix));
+    const std::string line = cmd.text();
+    const capture_file capture(fmt::format("/tmp/tessel_{}.log", suffix.text()));
     const auto debug_log = st().dl_fd.get();
     spawn_plan plan;
     plan_standard_error(plan, debug_log.get());
     plan.open("/dev/null", O_RDONLY, STDIN_FILENO);
     plan.use(capture.descriptor(), STDOUT_FILENO);
-    wait_for(plan.shell(std::string(cmd)));
+    wait_for(plan.shell(line));
     return capture.read_all();
   } catch (const std::exception& error) {
-    return count_and_log(fmt::format("{}: execution failed for {}", error.what(), cmd));
+    return count_and_log(fmt::format("{}: execution failed for {}", error.what(), cmd.shown()));
   }
 }
 
-value execute_bcmd(std::string_view bcmd, const value& npu_id, const value& nodeid, const value&,
-                   std::string_view fname, std::string_view grep_opt) {
+value execute_bcmd(const filled_line& bcmd, const value& npu_id, const value& nodeid, const value&,
+                   const filled_line& fname, std::string_view grep_opt) {
   try {
-    const std::string npu = plain(npu_id);
-    const std::string node = plain(nodeid);
-    std::string cmd =
-        fmt::format("/opt/nos/bin/asic_shell_show -c \"{}\" -u {} -n {}", bcmd, npu, node);
+    const filled_value node = {filling::node_id, plain(nodeid)};
+    const filled_value npu = {filling::npu, plain(npu_id), fmt::format("node id {}", node.text)};
+    std::string cmd = filled_line(R"(/opt/nos/bin/asic_shell_show -c "{}" -u {} -n {})",
+                                  {{filling::chip_command, bcmd.text()}, npu, node})
+                          .text();
     if (grep_opt != DEFAULT) cmd = fmt::format("{} | grep {}", cmd, grep_opt);
-    return execute(cmd, fmt::format("{}_{}_{}", fname, npu, node));
+    const filled_line suffix("{}_{}_{}", {{filling::capture, fname.text()}, npu, node});
+    return execute(cmd, suffix);
   } catch (const std::exception& error) {
-    return count_and_log(fmt::format("{}: execution failed for {}", error.what(), bcmd));
+    return count_and_log(fmt::format("{}: execution failed for {}", error.what(), bcmd.shown()));
   }
 }
 

@@ -13,21 +13,6 @@ namespace tessel {
 
 namespace {
 
-std::string on_one_line(const std::string& text) {
-  std::string line;
-  line.reserve(text.size());
-  for (const char c : text) {
-    if (c == '\n') {
-      line += "\\n";
-    } else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
-      line += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
-    } else {
-      line += c;
-    }
-  }
-  return line;
-}
-
 // The bare name in "int tessel::check_lagid(...)", which compilers spell differently around it.
 // Template arguments and "(anonymous namespace)" may hold what else ends a name.
 std::string_view bare_name(std::string_view signature) {
@@ -68,6 +53,21 @@ std::string kind_of(const std::exception& error) {
 }
 
 }  // namespace
+
+std::string on_one_line(std::string_view text) {
+  std::string line;
+  line.reserve(text.size());
+  for (const char c : text) {
+    if (c == '\n') {
+      line += "\\n";
+    } else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
+      line += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+    } else {
+      line += c;
+    }
+  }
+  return line;
+}
 
 failure::failure(const std::string& text, here where) : text_(on_one_line(text)), where_(where) {}
 

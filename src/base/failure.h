@@ -6,6 +6,7 @@
 
 #include <exception>
 #include <string>
+#include <string_view>
 
 #include "base/here.h"
 
@@ -13,8 +14,7 @@ namespace tessel {
 
 class failure : public std::exception {
  public:
-  // `text` names the key or the value that was stumbled on. It is kept to one line: line ends and
-  // other control characters are written as escapes.
+  // `text` names the key or the value that was stumbled on. It is kept to one line.
   explicit failure(const std::string& text, here where = here::current());
 
   const char* what() const noexcept override { return text_.c_str(); }
@@ -24,6 +24,9 @@ class failure : public std::exception {
   std::string text_;
   here where_;
 };
+
+// `text` as it may stand in a message: line ends and other control characters as escapes.
+std::string on_one_line(std::string_view text);
 
 // Carries no status: the process that it ends exits with 0.
 struct exit_request {};

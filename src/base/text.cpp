@@ -275,7 +275,7 @@ std::string replace_all(std::string_view subject, std::string_view what, std::st
   return result;
 }
 
-std::string fill(std::string_view form, std::initializer_list<std::string_view> values) {
+std::string fill(std::string_view form, std::span<const std::string_view> values) {
   std::string result;
   auto next = values.begin();
   std::size_t start = 0;
@@ -287,6 +287,10 @@ std::string fill(std::string_view form, std::initializer_list<std::string_view> 
   }
   result += form.substr(start);
   return result;
+}
+
+std::string fill(std::string_view form, std::initializer_list<std::string_view> values) {
+  return fill(form, std::span(values.begin(), values.size()));
 }
 
 std::string quoted(std::string_view text) {

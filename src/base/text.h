@@ -108,8 +108,9 @@ std::string_view tail(std::string_view subject, std::size_t count);
 // Every occurrence of `what` replaced; an empty `what` occurs nowhere.
 std::string replace_all(std::string_view subject, std::string_view what, std::string_view by);
 
-// Each "{}" of `form` replaced by the next value, with no escaping. For patterns; messages are
-// formatted with fmt.
+// Each "{}" of `form` replaced by the next value, with no escaping. For patterns, and for command
+// lines by way of filled_line, which looks at the values; messages are formatted with fmt.
+std::string fill(std::string_view form, std::span<const std::string_view> values);
 std::string fill(std::string_view form, std::initializer_list<std::string_view> values);
 
 // The printed quoted form: 'text', or "text" if it holds a single quote and no double one; line

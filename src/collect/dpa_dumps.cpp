@@ -41,11 +41,14 @@ constexpr std::array<object_type, 5> object_types = {{
     {"l3intf", "grep -Ea 'intf' | grep -v -E 'not set'", parse_l3intf_object_DPA, true},
 }};
 
-value fetch(const object_type& type, const value& nodeip, std::string_view node_in_file_name) {
-  return execute(fmt::format("ssh  -q -o 'StrictHostKeyChecking=no' {} "
-                             "/opt/nos/bin/fwd_object_show -t {} -D | {}",
-                             nodeip.as_text(), type.name, type.grep_opt),
-                 fmt::format("{}_{}", type.name, node_in_file_name));
+value fetch(const object_type& type, const value& nodeip, const std::string& nodename) {
+  const std::string form = fmt::format(
+      "ssh  -q -o 'StrictHostKeyChecking=no' {{}} /opt/nos/bin/fwd_object_show -t {} -D | {}",
+      type.name, type.grep_opt);
+  const std::string node_in_file_name = replace_all(nodename, "/", "_");
+  return execute(
+      {form, {{filling::address, nodeip.as_text(), nodename}}},
+      {fmt::format("{}_{{}}", type.name), {{filling::node_in_file_name, node_in_file_name}}});
 }
 
 }  // namespace
@@ -55,10 +58,9 @@ int dump_dpa_objects(const value&, const value& nodeip, const std::string& noden
   try {
     const value objects = make_shared_map(map::order::plain);
     run.DPA.get().as_map().set(nodename, objects);
-    const std::string tmp = replace_all(nodename, "/", "_");
     for (const object_type& type : object_types) {
       if (type.name == "l1port" && run.standbynodeinfo == value(nodename)) continue;
-      const value parsed = type.parse(fetch(type, nodeip, tmp), nodename);
+      const value parsed = type.parse(fetch(type, nodeip, nodename), nodename);
       if (type.is_kept) objects.as_map().set(type.name, parsed);
     }
     return SUCCESS;

@@ -58,8 +58,8 @@ void set_node_id(map& node, const value& id) {
 void probe_node_id(const std::string& nodename, map& node) {
   static const pattern& id = constant(R"(Node Id:(\w+))");
   const value platform_info =
-      execute(fmt::format("ssh  -q -o 'StrictHostKeyChecking=no'  {} /opt/nos/bin/board_api_probe",
-                          node.at("nodeip").as_text()));
+      execute({"ssh  -q -o 'StrictHostKeyChecking=no'  {} /opt/nos/bin/board_api_probe",
+               {{filling::address, node.at("nodeip").as_text(), nodename}}});
   const matches tmp = findall(id, platform_info.as_text());
   if (!tmp.empty()) {
     set_node_id(node, number_value(to_wide(tmp.text(0))));
@@ -72,7 +72,7 @@ void probe_node_id(const std::string& nodename, map& node) {
 }
 
 void convert_node_id(const std::string& nodename, map& node) {
-  const value output = execute(fmt::format("node_id_convert -I {}", nodename));
+  const value output = execute({"node_id_convert -I {}", {{filling::node_name, nodename}}});
   node.update("nodeid", static_cast<std::int64_t>(to_low_bits(output) & node_id_mask));
 }
 

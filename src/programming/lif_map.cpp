@@ -1,7 +1,5 @@
 #include "programming/lif_map.h"
 
-#include <fmt/format.h>
-
 #include "base/command.h"
 #include "base/text.h"
 #include "run/state.h"
@@ -21,9 +19,9 @@ std::string_view glif_tail(std::string_view glif) {
 value ask_lif_map(std::string_view nodename, std::string_view npu, std::string_view digits,
                   here where) {
   const value node = st().nodeinfo.get().at(nodename, where);
-  return execute_bcmd(fmt::format("diag pp lif id=0x{} gl=1 type=in", digits), npu,
-                      node.at("nodeid", where), node.at("nodeip", where),
-                      fmt::format("glif{}", digits));
+  const filled_value glif = {filling::glif, std::string(digits), std::string(nodename)};
+  return execute_bcmd({"diag pp lif id=0x{} gl=1 type=in", {glif}}, npu, node.at("nodeid", where),
+                      node.at("nodeip", where), {"glif{}", {glif}});
 }
 
 matches lif_mappings_of(std::string_view lif_map, std::string_view glif) {

@@ -10,13 +10,17 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "base/logs.h"
 #include "base/worker.h"
 #include "support/fake_router.h"
+#include "support/hostile.h"
 #include "support/together.h"
 
 namespace tessel {
@@ -454,6 +458,80 @@ TEST_F(command_test, a_failure_of_execute_bcmd_itself_names_the_chip_command) {
               ElementsAre("not to be printed: execution failed for show unit",
                           "not to be printed: execution failed for show unit"));
   EXPECT_THAT(calls(), IsEmpty());
+}
+
+constexpr std::string_view marker = "/opt/nos/planted";
+
+// That a call with this value runs nothing, leaves no capture, is counted once and logged in one
+// line that begins like this.
+void expect_refused(const std::string& head, const std::function<value()>& call) {
+  std::filesystem::remove(marker);
+  const std::int64_t before = st().exception;
+  const std::size_t logged = messages(LOG_FILE_EXCEPTION).size();
+  EXPECT_EQ(call(), ERROR);
+  EXPECT_FALSE(file_exists(marker));
+  EXPECT_TRUE(std::filesystem::is_empty("/tmp")) << "no capture";
+  EXPECT_THAT(calls(), IsEmpty());
+  EXPECT_EQ(st().exception, before + 1);
+  ASSERT_EQ(messages(LOG_FILE_EXCEPTION).size(), logged + 1);
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION).back(),
+              AllOf(StartsWith(head), HasSubstr(": execution failed for ")));
+}
+
+TEST_F(command_test, a_value_that_would_plant_a_command_is_a_failure_and_nothing_is_run) {
+  open_logs();
+  tool("ssh", "echo never");
+  tool("asic_shell_show", "echo never");
+  for (const std::string& text : values_that_plant(marker)) {
+    SCOPED_TRACE(text);
+    expect_refused("the address of 0/1/CPU0 is ", [&] {
+      return execute({"ssh {}", {{filling::address, text, "0/1/CPU0"}}});
+    });
+    expect_refused("the node name is ", [&] {
+      return execute("echo never", {"x_{}", {{filling::node_in_file_name, text}}});
+    });
+    expect_refused("the NPU of node id 4096 is ",
+                   [&] { return execute_bcmd("show unit", text, 4096); });
+    expect_refused("the node id is ", [&] { return execute_bcmd("show unit", 0, text); });
+    const bool has_nul = text.find('\0') != std::string::npos;
+    expect_refused(has_nul ? "a NUL byte would" : "the capture name is ",
+                   [&] { return execute_bcmd("show unit", 0, 1, DEFAULT, text); });
+  }
+}
+
+TEST_F(command_test, a_chip_command_that_would_leave_its_quotes_is_a_failure) {
+  open_logs();
+  tool("asic_shell_show", "echo never");
+  const std::string touch = "touch " + std::string(marker);
+  for (const std::string& text :
+       {"x\"; " + touch + "; \"", "$(" + touch + ")", "`" + touch + "`", std::string("x\\"),
+        std::string("x\n") + touch, std::string("x\0", 2)}) {
+    SCOPED_TRACE(text);
+    expect_refused("", [&] { return execute_bcmd(text, 0, 1); });
+  }
+}
+
+TEST_F(command_test, a_refused_command_is_logged_in_one_line_with_value_and_line) {
+  open_logs();
+  EXPECT_EQ(execute({"ssh {} probe", {{filling::address, "a\nb\x1b;", "0/1/CPU0"}}}), ERROR);
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
+              ElementsAre("the address of 0/1/CPU0 is 'a\\nb\\x1b;', and a command line takes only "
+                          "[0-9A-Za-z_.:%][0-9A-Za-z_.:%-]*: execution failed for ssh a\\nb\\x1b; "
+                          "probe"));
+  EXPECT_THAT(log_lines(LOG_FILE_EXCEPTION), Contains("Traceback (most recent call last):"));
+}
+
+TEST_F(command_test, a_refused_command_is_counted_before_it_is_logged) {
+  EXPECT_TRUE(counts_before_logging([] { execute({"{}", {{filling::npu, "x"}}}); }));
+  EXPECT_TRUE(counts_before_logging([] { execute_bcmd("show unit", "x", 1); }));
+}
+
+TEST_F(command_test, a_NUL_byte_in_a_command_or_a_suffix_is_a_failure) {
+  open_logs();
+  expect_refused("a NUL byte",
+                 [] { return execute(std::string("touch /opt/nos/planted\0x", 24)); });
+  expect_refused("a NUL byte",
+                 [] { return execute("touch /opt/nos/planted", std::string("a\0b", 3)); });
 }
 
 TEST_F(command_test, ERROR_in_place_of_a_text_fails_the_caller_in_turn) {

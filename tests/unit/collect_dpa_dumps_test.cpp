@@ -1,20 +1,24 @@
 #include "collect/dpa_dumps.h"
 
 #include <array>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "consistency/dpa_checks.h"
 #include "support/command_line.h"
 #include "support/fake_router.h"
+#include "support/hostile.h"
 #include "support/together.h"
 
 namespace tessel {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::StartsWith;
 using testing::UnorderedElementsAre;
 
 constexpr std::string_view node = "0/RP1/CPU0";
@@ -216,6 +220,39 @@ TEST_F(dpa_dumps_test, commands_that_cannot_be_run_lose_each_type_by_itself) {
   EXPECT_EQ(messages(LOG_FILE_EXCEPTION).size(), 10U);
   EXPECT_EQ(st().DPA.get().at(node),
             map_of({{"lagport", ERROR}, {"l2port", ERROR}, {"l2intf", ERROR}, {"l3intf", ERROR}}));
+}
+
+// An ssh that does what the real one does with such an option.
+constexpr std::string_view obedient_ssh =
+    "for word; do case $word in -oProxyCommand=*) eval \"${word#*=}\" ;; esac; done";
+
+TEST_F(dpa_dumps_test, an_address_that_would_plant_a_command_loses_each_type_and_runs_nothing) {
+  constexpr std::string_view marker = "/opt/nos/planted";
+  for (const std::string& nodeip : values_that_plant(marker)) {
+    SCOPED_TRACE(nodeip);
+    SetUp();
+    std::filesystem::remove(marker);
+    tool("ssh", obedient_ssh);
+    EXPECT_EQ(dump_dpa_objects(4352, nodeip, std::string(node)), SUCCESS);
+    EXPECT_FALSE(file_exists(marker));
+    EXPECT_THAT(calls(), IsEmpty());
+    EXPECT_EQ(st().exception, 10) << "five commands and five parsers";
+    const auto told = messages(LOG_FILE_EXCEPTION);
+    ASSERT_EQ(told.size(), 10U);
+    for (std::size_t at = 0; at < told.size(); at += 2) {
+      EXPECT_THAT(told[at], AllOf(StartsWith("the address of 0/RP1/CPU0 is "),
+                                  HasSubstr(": execution failed for ssh  -q -o ")));
+    }
+    EXPECT_EQ(
+        st().DPA.get().at(node),
+        map_of({{"lagport", ERROR}, {"l2port", ERROR}, {"l2intf", ERROR}, {"l3intf", ERROR}}));
+  }
+}
+
+TEST_F(dpa_dumps_test, a_node_name_that_is_none_never_gets_into_a_file_name) {
+  dump("0/../x;y");
+  EXPECT_THAT(calls(), IsEmpty());
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION)[0], StartsWith("the node name is '0_.._x;y', and "));
 }
 
 TEST_F(dpa_dumps_test, nodes_are_dumped_side_by_side) {

@@ -324,6 +324,51 @@ TEST_F(dump_data_test, a_probed_id_that_is_no_number_ends_the_stage) {
               ElementsAre("'unknown' is no number: dump data failed"));
 }
 
+TEST_F(dump_data_test, an_address_that_would_plant_a_command_ends_the_stage_before_it_is_probed) {
+  constexpr std::string_view marker = "/opt/nos/planted";
+  for (const std::string& nodeip : values_that_plant(marker)) {
+    SCOPED_TRACE(nodeip);
+    SetUp();
+    std::filesystem::remove(marker);
+    st().router = aspen;
+    add_node("0/0/CPU0", nodeip, 1);
+    EXPECT_EQ(dump(), ERROR);
+    EXPECT_FALSE(file_exists(marker));
+    EXPECT_THAT(calls(), ElementsAre("iface_show -i .*"));
+    EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
+                ElementsAre(StartsWith("the address of 0/0/CPU0 is "),
+                            "a text expected, found the integer 0: dump data failed"));
+    EXPECT_EQ(st().exception, 2) << "the command and the stage";
+  }
+}
+
+TEST_F(dump_data_test, a_node_name_that_would_plant_a_command_ends_the_stage) {
+  constexpr std::string_view marker = "/opt/nos/planted";
+  for (const std::string& nodename : values_that_plant(marker)) {
+    SCOPED_TRACE(nodename);
+    SetUp();
+    std::filesystem::remove(marker);
+    add_node(nodename, "192.0.0.9", 1);
+    EXPECT_EQ(dump(), ERROR);
+    EXPECT_FALSE(file_exists(marker));
+    EXPECT_THAT(calls(), ElementsAre("iface_show -i .*"));
+    EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
+                ElementsAre(StartsWith("the node name is "),
+                            "a text expected, found the integer 0: dump data failed"));
+  }
+}
+
+TEST_F(dump_data_test, a_node_with_such_an_address_loses_its_objects_and_the_others_keep_theirs) {
+  add_node("0/0/CPU0", "$(touch /opt/nos/planted)", 1);
+  add_node("0/1/CPU0", "192.0.0.9", 1);
+  std::filesystem::remove("/opt/nos/planted");
+  EXPECT_EQ(dump(), SUCCESS);
+  EXPECT_FALSE(file_exists("/opt/nos/planted"));
+  EXPECT_EQ(st().DPA.get().at("0/0/CPU0").at("lagport"), ERROR);
+  EXPECT_TRUE(st().DPA.get().at("0/1/CPU0").at("lagport").is_map());
+  EXPECT_EQ(st().exception, empty_layers + 10) << "five commands and five parsers";
+}
+
 // ---- workers
 
 TEST_F(dump_data_test, the_stage_ends_only_when_the_whole_tree_of_workers_has_ended) {

@@ -1,5 +1,6 @@
 #include "collect/hardware_dumps.h"
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <string>
@@ -7,6 +8,7 @@
 
 #include "support/command_line.h"
 #include "support/fake_router.h"
+#include "support/hostile.h"
 
 namespace tessel {
 namespace {
@@ -228,6 +230,34 @@ TEST_F(hardware_dumps_test, both_families_report_a_failure_in_the_same_words) {
             "a text expected, found the integer 0: dump_tables_per_npu failed 0/0/CPU0");
   EXPECT_THAT(file_text(LOG_FILE_EXCEPTION), HasSubstr("in dump_tables_per_npu_j2\n"));
   EXPECT_FALSE(st().BCM.get().at(newer).contains("1"));
+}
+
+TEST_F(hardware_dumps_test, a_unit_or_an_id_that_would_plant_a_command_fails_the_worker) {
+  constexpr std::string_view marker = "/opt/nos/planted";
+  const auto expect_failed = [&](const value& npu, const value& nodeid, const std::string& head) {
+    SetUp();
+    std::filesystem::remove(marker);
+    st().BCM.get().as_map().set(older, make_ordered_map());
+    st().BCM.get().as_map().set(newer, make_ordered_map());
+    EXPECT_EQ(dump_tables_per_npu_non_j2(npu, nodeid, "192.0.0.4", std::string(older)), ERROR);
+    EXPECT_EQ(dump_tables_per_npu_j2(npu, nodeid, "192.0.0.4", std::string(newer)), ERROR);
+    EXPECT_FALSE(file_exists(marker));
+    EXPECT_THAT(calls(), IsEmpty());
+    const auto told = messages(LOG_FILE_EXCEPTION);
+    ASSERT_EQ(told.size(), 10U) << "six commands, a parser, the worker; one command, the worker";
+    EXPECT_EQ(std::count_if(told.begin(), told.end(),
+                            [&](const std::string& each) { return each.starts_with(head); }),
+              7);
+    EXPECT_THAT(told[7], EndsWith(": dump_tables_per_npu failed 0/0/CPU0"));
+    EXPECT_THAT(told[9], EndsWith(": dump_tables_per_npu failed 0/1/CPU0"));
+    EXPECT_TRUE(st().BCM.get().at(older).as_map().empty());
+    EXPECT_TRUE(st().BCM.get().at(newer).as_map().empty());
+  };
+  for (const std::string& text : values_that_plant(marker)) {
+    SCOPED_TRACE(text);
+    expect_failed(text, 4096, "the NPU of node id 4096 is ");
+    expect_failed("0", text, "the node id is ");
+  }
 }
 
 TEST_F(hardware_dumps_test, a_list_of_npus_that_is_none_is_a_failure_of_the_node) {

@@ -238,6 +238,19 @@ TEST_F(jericho2_sem_test, what_cannot_be_looked_up_is_a_failure) {
                              "no key '0/1/CPU0'" + tail}});
 }
 
+TEST_F(jericho2_sem_test, a_glif_that_would_leave_the_command_is_never_asked_for) {
+  for (const std::string& glif : glifs_that_plant()) {
+    SCOPED_TRACE(glif);
+    SetUp();
+    EXPECT_EQ(verify_sem_entry_j2("", j2_node, "0", "7", glif), ERROR);
+    EXPECT_THAT(calls(), ElementsAre());
+    EXPECT_EQ(st().exception, 2);
+    EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
+                ElementsAre(testing::StartsWith("the GLIF of 0/1/CPU0 is "),
+                            testing::EndsWith(": SEM entry verification failed")));
+  }
+}
+
 TEST_F(jericho2_sem_test, a_chip_that_cannot_be_asked_is_told_by_command_and_check) {
   EXPECT_EQ(command_line_of(
                 "glif1234_0_2",

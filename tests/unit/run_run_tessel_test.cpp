@@ -148,6 +148,26 @@ TEST_F(run_tessel_test, a_failure_counted_during_collection_ends_the_run_behind_
   EXPECT_EQ(st().tesselDb.as_map().size(), 2U) << "the parsing itself succeeded";
 }
 
+// The seventh column of the listing, where no blank can stand.
+TEST_F(run_tessel_test, an_address_of_the_listing_never_becomes_a_command) {
+  constexpr std::string_view marker = "/tmp/planted";
+  for (const char* address :
+       {"$(>/tmp/planted)", "`>/tmp/planted`", "1;>/tmp/planted;", "1>/tmp/planted",
+        "1&>/tmp/planted&", "1|>/tmp/planted", "1||>/tmp/planted||", "-oProxyCommand=>/tmp/planted",
+        "'", "\"$(>/tmp/planted)\"", "1\"", "1${IFS}2"}) {
+    SCOPED_TRACE(address);
+    SetUp();
+    tool("ssh", "for word; do case $word in -oProxyCommand=*) eval \"${word#*=}\" ;; esac; done");
+    tool_prints("plat_nodes_show", "0/0/CPU0 LC TC-36H ACTIVE FINAL 7.3.2 " + std::string(address) +
+                                       "\n0/1/CPU0 LC TC-36H DOWN - 7.3.2 192.0.0.10\n");
+    const std::string output = completed_run();
+    EXPECT_FALSE(file_exists(marker));
+    EXPECT_THAT(calls(), Not(Contains(StartsWith("ssh"))));
+    EXPECT_THAT(output, HasSubstr("\nTESSEL Stopped: Found 13 info/exceptions/errors\n"));
+    EXPECT_THAT(file_text(LOG_FILE_EXCEPTION), HasSubstr("the address of 0/0/CPU0 is "));
+  }
+}
+
 TEST_F(run_tessel_test, a_router_without_bundles_ends_behind_the_parsing) {
   tool_prints("cfg_render", "Tarmac OS Configuration\n!\nend\n");
   EXPECT_THAT(completed_run(), StartsWith(dumping + " Done\n" + parsing + " Not Done\n" +

@@ -1,5 +1,5 @@
 // What a parser must stand: texts made of torn pieces of the real ones, outputs that are none, and
-// the look at how it reports them.
+// the look at how it reports them; and what must not get into a command line.
 //
 //   std::mt19937 random(seed);
 //   fragments(random, pieces, 40)                 // forty of them, in any order
@@ -25,6 +25,69 @@ inline std::string fragments(std::mt19937& random, std::span<const std::string_v
   std::string text;
   for (std::size_t number = 0; number < count; ++number) text += pieces[any(random)];
   return text;
+}
+
+// Values that, in a command line as they stand, make the shell or ssh create the file `marker`, or
+// change what the line means.
+inline std::vector<std::string> values_that_plant(std::string_view marker) {
+  const std::string touch = "touch " + std::string(marker);
+  const std::string into(marker);
+  return {"$(" + touch + ")",
+          "`" + touch + "`",
+          "1;" + touch + ";",
+          "1 ; " + touch,
+          "1>" + into,
+          "1>>" + into,
+          ">" + into + ";",
+          "1&" + touch + "&",
+          "1|" + touch + "|",
+          "1||" + touch + "||",
+          "1\n" + touch + "\n",
+          "1\r" + touch,
+          std::string("1\0", 2),
+          std::string("1\0;", 3) + touch,
+          "-oProxyCommand=" + touch,
+          "-oProxyCommand='" + touch + "'",
+          "-oProxyCommand=./planted",
+          "'$(" + touch + ")'",
+          "\"$(" + touch + ")\"",
+          "1\";" + touch + ";\"",
+          "';" + touch + ";'",
+          "-",
+          "-1",
+          "'",
+          "\"",
+          "1\\",
+          "$HOME",
+          "~",
+          "*",
+          "1 2",
+          "1\t2",
+          "1\n",
+          " 1",
+          "../1",
+          "1\x80"};
+}
+
+// The same for the last four characters of a global LIF.
+inline std::vector<std::string> glifs_that_plant() {
+  return {"0x1$(x)",
+          "0x1`x`",
+          "0x1;x;",
+          "0x1>/a",
+          "0x1|x ",
+          "0x1&x ",
+          "0x1\nx\n",
+          "0x1\"x\"",
+          "0x1'x'",
+          "0x1\\",
+          "0x1-x",
+          "../x",
+          "((((",
+          "a b",
+          " set",
+          "a.b",
+          std::string("0x1a\0b", 6)};
 }
 
 struct bad_output {
