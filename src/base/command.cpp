@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <spawn.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include <csignal>
 #include <cstring>
 
+#include "base/capture_file.h"
 #include "base/dump.h"
 #include "base/failure.h"
 #include "base/findings.h"
@@ -24,56 +24,6 @@ namespace {
 [[noreturn]] void cannot(std::string_view action, int cause) {
   throw failure(fmt::format("cannot {}: {}", action, std::strerror(cause)));
 }
-
-// Puts a new file under `path`, in the place of what stands there, and opens it. Returns -1 and
-// sets errno if it cannot.
-//
-// Everybody may write to the folder, and the audit has all rights: what somebody has put under the
-// name, a link above all, must not be written through. And of two calls with one name each reads
-// what its own command wrote. The content is the router's own: nobody else is to read it.
-int open_new(const std::string& path) {
-  constexpr int most_attempts = 100;  // each that fails is one where somebody else was faster
-  for (int attempt = 0; attempt < most_attempts; ++attempt) {
-    if (::unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
-    const int descriptor = open_beside_streams(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
-    if (descriptor >= 0 || errno != EEXIST) return descriptor;
-  }
-  return -1;
-}
-
-class capture_file {
- public:
-  // Born close-on-exec: other workers may be starting commands at this very moment.
-  explicit capture_file(std::string path) : path_(std::move(path)), descriptor_(open_new(path_)) {
-    if (descriptor_ < 0) cannot("open " + path_, errno);
-  }
-  ~capture_file() { ::close(descriptor_); }
-  capture_file(const capture_file&) = delete;
-  capture_file& operator=(const capture_file&) = delete;
-
-  int descriptor() const { return descriptor_; }
-
-  std::string read_all() const {
-    struct stat state {};
-    if (::fstat(descriptor_, &state) != 0) cannot("read " + path_, errno);
-    std::string text(static_cast<std::size_t>(state.st_size), '\0');
-    std::size_t filled = 0;
-    while (filled < text.size()) {
-      const ssize_t count = ::pread(descriptor_, text.data() + filled, text.size() - filled,
-                                    static_cast<off_t>(filled));
-      if (count < 0 && errno == EINTR) continue;
-      if (count < 0) cannot("read " + path_, errno);
-      if (count == 0) break;
-      filled += static_cast<std::size_t>(count);
-    }
-    text.resize(filled);
-    return text;
-  }
-
- private:
-  std::string path_;
-  int descriptor_;
-};
 
 // What a child gets for its three streams, and its signals as a shell expects them: the host may
 // have blocked or ignored some.
@@ -159,7 +109,7 @@ value execute(const filled_line& cmd, const filled_line& suffix) {
     plan.open("/dev/null", O_RDONLY, STDIN_FILENO);
     plan.use(capture.descriptor(), STDOUT_FILENO);
     wait_for(plan.shell(line));
-    return capture.read_all();
+    return capture.read(capture.whole_size());
   } catch (const std::exception& error) {
     return count_and_log(fmt::format("{}: execution failed for {}", error.what(), cmd.shown()));
   }

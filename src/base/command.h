@@ -17,8 +17,8 @@ namespace tessel {
 // so calls with one suffix that run side by side get their own outputs; the last one's stays.
 //
 // Returns ERROR (the integer 0), after counting and logging, if a value of `cmd` or `suffix` is not
-// to be filled in, and nothing is run then, if the command could not be run or its output not be
-// read.
+// to be filled in, and nothing is run then; if the command could not be run; or if its output could
+// not be read, or might have lost its end as /tmp is full.
 value execute(const filled_line& cmd, const filled_line& suffix = "0");
 
 // Hands the chip shell command `bcmd` to unit `npu_id` (or "all") of node `nodeid` (or "A" for all

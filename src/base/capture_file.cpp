@@ -1,0 +1,170 @@
+#include "base/capture_file.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+#include <string_view>
+
+#include "base/failure.h"
+#include "base/log_file.h"
+
+namespace tessel {
+
+namespace {
+
+[[noreturn]] void cannot(std::string_view action, int cause) {
+  throw failure(fmt::format("cannot {}: {}", action, std::strerror(cause)));
+}
+
+// Puts a new file under `path`, in the place of what stands there, and opens it. Returns -1 and
+// sets errno if it cannot.
+//
+// Everybody may write to the folder, and the audit has all rights: what somebody has put under the
+// name, a link above all, must not be written through. And of two calls with one name each reads
+// what its own command wrote. The content is the router's own: nobody else is to read it.
+int open_new(const std::string& path) {
+  constexpr int most_attempts = 100;  // each that fails is one where somebody else was faster
+  for (int attempt = 0; attempt < most_attempts; ++attempt) {
+    if (::unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
+    const int descriptor = open_beside_streams(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    if (descriptor >= 0 || errno != EEXIST) return descriptor;
+  }
+  return -1;
+}
+
+// While it lives, the signal that goes with EFBIG does not end the process. Masks are a thread's
+// own, so the host's way with the signal stays what it is.
+class held_size_signal {
+ public:
+  held_size_signal() {
+    sigset_t pending;
+    sigpending(&pending);
+    was_pending_ = sigismember(&pending, SIGXFSZ) == 1;
+    sigemptyset(&signal_);
+    sigaddset(&signal_, SIGXFSZ);
+    pthread_sigmask(SIG_BLOCK, &signal_, &before_);
+  }
+  ~held_size_signal() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  held_size_signal(const held_size_signal&) = delete;
+  held_size_signal& operator=(const held_size_signal&) = delete;
+
+  // Takes the signal of a call that has just failed; one that waited before it goes on waiting.
+  void take() const {
+    const timespec at_once{};
+    if (was_pending_) return;
+    while (sigtimedwait(&signal_, nullptr, &at_once) < 0 && errno == EINTR) {
+    }
+  }
+
+ private:
+  sigset_t signal_{};
+  sigset_t before_{};
+  bool was_pending_ = false;
+};
+
+// Repeats a call that a signal interrupted. Returns 0 or the cause of its failure.
+template <class Call>
+int cause_of(Call call) {
+  while (call() != 0) {
+    if (errno != EINTR) return errno;
+  }
+  return 0;
+}
+
+int reserve(int descriptor, off_t size, off_t page) {
+  const held_size_signal held;
+  const int cause =
+      cause_of([&] { return ::fallocate(descriptor, FALLOC_FL_KEEP_SIZE, size, page); });
+  if (cause == EFBIG) held.take();
+  return cause;
+}
+
+// Not every file system holds a reservation against the limit of the process, which is the
+// command's as well.
+bool is_limited(off_t end) {
+  rlimit limit{};
+  return ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY &&
+         static_cast<rlim_t>(end) > limit.rlim_cur;
+}
+
+int cause_of_no_free_page(int descriptor, off_t page) {
+  struct statvfs state {};
+  if (const int cause = cause_of([&] { return ::fstatvfs(descriptor, &state); })) return cause;
+  if (state.f_blocks == 0) return 0;  // a file system without a size of its own
+  const std::uint64_t blocks = ::geteuid() == 0 ? state.f_bfree : state.f_bavail;
+  return blocks * state.f_frsize < static_cast<std::uint64_t>(page) ? ENOSPC : 0;
+}
+
+// 0, or why one more page could perhaps not have been written behind `size`.
+//
+// The page is reserved, since quotas and limits show in no number of free blocks, and given back at
+// once: what a capture occupies stays what it was. A reservation can be what a neighbour's command
+// lacks in that moment. So only one exists at a time, and it takes more than its own page: with the
+// last one reserved, a neighbour may have met a full file system and find room again when it is
+// looked at. Neither of the two then passes for whole, and where two pages are free neither fails.
+int cause_of_no_room(int descriptor, off_t size) {
+  static std::mutex one_reservation;
+  const off_t page = ::sysconf(_SC_PAGESIZE);
+  const std::lock_guard lock(one_reservation);
+  const int reserved = reserve(descriptor, size, page);
+  const bool is_known = reserved != EOPNOTSUPP && reserved != ENOSYS;
+  if (is_known && reserved != 0) return reserved;
+  const int cause = is_limited(size + page) ? EFBIG : cause_of_no_free_page(descriptor, page);
+  const int kept = is_known ? cause_of([&] { return ::ftruncate(descriptor, size); }) : 0;
+  return cause != 0 ? cause : kept;
+}
+
+}  // namespace
+
+// Born close-on-exec: other workers may be starting commands at this very moment.
+capture_file::capture_file(std::string path)
+    : path_(std::move(path)), descriptor_(open_new(path_)) {
+  if (descriptor_ < 0) cannot("open " + path_, errno);
+}
+
+capture_file::~capture_file() {
+  ::close(descriptor_);
+}
+
+// A tool that cannot write all of its output stops there, and its status says nothing: many end
+// with one for reasons of their own. That there is still room afterwards shows that it could; if
+// there is none, the output may be whole all the same, but nobody can know.
+std::size_t capture_file::whole_size() const {
+  struct stat state {};
+  if (::fstat(descriptor_, &state) != 0) cannot("read " + path_, errno);
+  if (const int cause = cause_of_no_room(descriptor_, state.st_size)) {
+    const std::string folder = path_.substr(0, path_.rfind('/'));
+    cannot(fmt::format("be sure of the whole output, no room is left for it in {}", folder), cause);
+  }
+  return static_cast<std::size_t>(state.st_size);
+}
+
+std::string capture_file::read(std::size_t size) const {
+  std::string text(size, '\0');
+  std::size_t filled = 0;
+  while (filled < size) {
+    const ssize_t count =
+        ::pread(descriptor_, text.data() + filled, size - filled, static_cast<off_t>(filled));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) cannot("read " + path_, errno);
+    if (count == 0) {
+      throw failure(
+          fmt::format("cannot read {}: it ends after {} of {} bytes", path_, filled, size));
+    }
+    filled += static_cast<std::size_t>(count);
+  }
+  return text;
+}
+
+}  // namespace tessel
