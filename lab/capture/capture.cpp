@@ -79,6 +79,7 @@ std::string manifest_of(const capture& c) {
     text += fmt::format("blocked_captures = {}\n", toml_list(c.blocked_captures));
   if (!c.full_logs.empty()) text += fmt::format("full_logs = {}\n", toml_list(c.full_logs));
   if (c.file_limit > 0) text += fmt::format("file_limit = {}\n", c.file_limit);
+  if (c.tmp_kibibytes > 0) text += fmt::format("tmp_kibibytes = {}\n", c.tmp_kibibytes);
   text += "\n[nodes]\n";
   for (const auto& [address, name] : c.nodes)
     text += fmt::format("{} = {}\n", toml_text(address), toml_text(name));
@@ -104,11 +105,19 @@ std::vector<std::string> texts_of(const toml::table& table, std::string_view key
   return texts;
 }
 
+// 0 if there is none.
+std::uint64_t size_of(const toml::table& table, std::string_view key, std::string_view unit,
+                      const std::string& file) {
+  const auto size = table[key].value_or(std::int64_t{table.contains(key) ? -1 : 0});
+  if (size < 0) throw lab_error(fmt::format("{}: {} is no number of {}", file, key, unit));
+  return static_cast<std::uint64_t>(size);
+}
+
 // What a later lab, or a slip, added would be lost in silence.
 void refuse_unknown_keys(const toml::table& table, const std::string& file) {
-  constexpr std::array<std::string_view, 8> known{
-      "format",           "router",    "host_node_id", "missing_tools",
-      "blocked_captures", "full_logs", "file_limit",   "nodes"};
+  constexpr std::array<std::string_view, 9> known{
+      "format",    "router",     "host_node_id",  "missing_tools", "blocked_captures",
+      "full_logs", "file_limit", "tmp_kibibytes", "nodes"};
   for (const auto& [key, value] : table)
     if (std::find(known.begin(), known.end(), key.str()) == known.end())
       refuse(file, value, fmt::format("unknown key \"{}\"", key.str()));
@@ -220,10 +229,8 @@ capture parse_manifest(std::string_view text, const std::string& file) {
   c.missing_tools = texts_of(table, "missing_tools", file);
   c.blocked_captures = texts_of(table, "blocked_captures", file);
   c.full_logs = texts_of(table, "full_logs", file);
-  const auto limit =
-      table["file_limit"].value_or(std::int64_t{table.contains("file_limit") ? -1 : 0});
-  if (limit < 0) throw lab_error(fmt::format("{}: file_limit is no number of bytes", file));
-  c.file_limit = static_cast<std::uint64_t>(limit);
+  c.file_limit = size_of(table, "file_limit", "bytes", file);
+  c.tmp_kibibytes = size_of(table, "tmp_kibibytes", "kibibytes", file);
   // They become paths.
   for (const auto* names : {&c.blocked_captures, &c.full_logs})
     for (const std::string& name : *names)

@@ -44,10 +44,12 @@ struct capture {
   std::string files{};  // the list of a rendered one, as it was read; it is made anew for writing
   // What the route processor does not let the audit do: folders stand in the way of these capture
   // files ("running_cfg" is /tmp/tessel_running_cfg.log), these logs have no room ("stale_entries"
-  // is /var/log/tessel_stale_entries.log), and no file grows beyond so many bytes (0: as it likes).
+  // is /var/log/tessel_stale_entries.log), no file grows beyond so many bytes, and /tmp has room
+  // for so many kibibytes (0: as many as it likes).
   std::vector<std::string> blocked_captures{};
   std::vector<std::string> full_logs{};
   std::uint64_t file_limit = 0;
+  std::uint64_t tmp_kibibytes = 0;
   // Place ("local" or an address) and file name to the whole output.
   std::map<std::pair<std::string, std::string>, std::string> answers;
 };

@@ -20,13 +20,22 @@ bool edit_full_log(capture& c, const router&, planted_fault& p) {
   return true;
 }
 
-bool edit_file_limit(capture& c, const router&, planted_fault& p) {
-  constexpr std::uint64_t usual_limit = 50000;
-  c.file_limit = usual_limit;
+// True if `size` is what the argument says, a number above 0, or what it was if there is none.
+bool take_size(std::uint64_t& size, const planted_fault& p) {
   if (p.argument.empty()) return true;
   const char* end = p.argument.data() + p.argument.size();
-  const auto read = std::from_chars(p.argument.data(), end, c.file_limit);
-  return read.ec == std::errc{} && read.ptr == end && c.file_limit > 0;
+  const auto read = std::from_chars(p.argument.data(), end, size);
+  return read.ec == std::errc{} && read.ptr == end && size > 0;
+}
+
+bool edit_file_limit(capture& c, const router&, planted_fault& p) {
+  c.file_limit = 50000;
+  return take_size(c.file_limit, p);
+}
+
+bool edit_full_tmp(capture& c, const router&, planted_fault& p) {
+  c.tmp_kibibytes = 4;
+  return take_size(c.tmp_kibibytes, p);
 }
 
 constexpr std::string_view not_run = "{}: execution failed for {}";
@@ -101,6 +110,16 @@ constexpr fault rows[] = {
      .shown = phase::start,
      .stops_from = phase::start,
      .edit = edit_file_limit,
+     .takes_argument = true},
+    {.name = "tmp-full",
+     .description = "/tmp has little room; =KIBIBYTES (default: 4)",
+     .finding = not_run,
+     .also = {{"{}: get_router_type failed", checkpoint::groundwork, phase::start},
+              {"{}: Not able to get ASIC information", checkpoint::groundwork, phase::start}},
+     .at = checkpoint::chip_units,
+     .shown = phase::start,
+     .stops_from = phase::start,
+     .edit = edit_full_tmp,
      .takes_argument = true},
 };
 constexpr auto table = hiding(reach::router, rows);

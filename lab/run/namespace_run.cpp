@@ -67,7 +67,10 @@ void prepare(const run_request& request, const fs::path& record_work) {
   else
     folder.bind_to("/opt/nos/capture");
   logs.bind_to("/var/log");
-  mount_or_fail("tmpfs", "/tmp", "tmpfs", MS_NODEV | MS_NOSUID, "mode=1777");
+  std::string options = "mode=1777";
+  if (request.answers.tmp_kibibytes > 0)
+    options += fmt::format(",size={}k", request.answers.tmp_kibibytes);
+  mount_or_fail("tmpfs", "/tmp", "tmpfs", MS_NODEV | MS_NOSUID, options.c_str());
   for (const std::string& name : request.answers.blocked_captures)
     make_folder("/tmp/tessel_" + name + ".log");
   const held no_room("/dev/full");

@@ -118,10 +118,10 @@ int cause_of_no_room(int descriptor, off_t size) {
   const off_t page = ::sysconf(_SC_PAGESIZE);
   const std::lock_guard lock(one_reservation);
   const int reserved = reserve(descriptor, size, page);
-  const bool is_known = reserved != EOPNOTSUPP && reserved != ENOSYS;
-  if (is_known && reserved != 0) return reserved;
+  const bool is_reserved = reserved != EOPNOTSUPP && reserved != ENOSYS;
+  if (is_reserved && reserved != 0) return reserved;
   const int cause = is_limited(size + page) ? EFBIG : cause_of_no_free_page(descriptor, page);
-  const int kept = is_known ? cause_of([&] { return ::ftruncate(descriptor, size); }) : 0;
+  const int kept = is_reserved ? cause_of([&] { return ::ftruncate(descriptor, size); }) : 0;
   return cause != 0 ? cause : kept;
 }
 

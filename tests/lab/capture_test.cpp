@@ -80,11 +80,13 @@ TEST(CaptureFolder, KeepsWhatTheMachineDenies) {
   before.blocked_captures = {"0", "BM_PI"};
   before.full_logs = {"stale_entries"};
   before.file_limit = 50000;
+  before.tmp_kibibytes = 40;
   write_folder(before, scratch.path() / "out");
   const capture after = read_manifest(scratch.path() / "out");
   EXPECT_EQ(after.blocked_captures, before.blocked_captures);
   EXPECT_EQ(after.full_logs, before.full_logs);
   EXPECT_EQ(after.file_limit, before.file_limit);
+  EXPECT_EQ(after.tmp_kibibytes, before.tmp_kibibytes);
 }
 
 TEST(Manifest, NamesNoFileElsewhere) {
@@ -297,6 +299,7 @@ TEST(Manifest, IsRefusedWithTheLineThatIsWrong) {
       {"nodes = 1\n", "m:3: nodes is no table"},
       {"[nodes]\n\"192.0.0.4\" = 1\n", "m:4: 192.0.0.4 is no text"},
       {"file_limit = \"1\"\n", "m: file_limit is no number of bytes"},
+      {"tmp_kibibytes = -1\n", "m: tmp_kibibytes is no number of kibibytes"},
       {"[[[\n", "m:3: no TOML: what stands in brackets is no name"},
   };
   for (const row& r : rows) {

@@ -100,6 +100,7 @@ TEST(Catalogue, EveryFaultChangesWhatTheAuditMeets) {
       with_fault.faults.push_back(parse_fault(std::string{f.name}));
       const capture faulty = render(with_fault);
       const bool machine_differs = faulty.file_limit != healthy.file_limit ||
+                                   faulty.tmp_kibibytes != healthy.tmp_kibibytes ||
                                    faulty.full_logs != healthy.full_logs ||
                                    faulty.blocked_captures != healthy.blocked_captures;
       EXPECT_TRUE(machine_differs || faulty.answers != healthy.answers) << f.name << " in " << name;
@@ -311,13 +312,16 @@ TEST(Expected, UntaggedSubBundlesLeaveNoCleanRun) {
 TEST(Fault, OfTheMachineIsInTheCapture) {
   router r = plain("birch-small");
   r.faults = {parse_fault("capture-blocked=BM_PI"), parse_fault("log-full=debug"),
-              parse_fault("file-limit=7000")};
+              parse_fault("file-limit=7000"), parse_fault("tmp-full=40")};
   const capture c = render(r);
   EXPECT_EQ(c.blocked_captures, std::vector<std::string>{"BM_PI"});
   EXPECT_EQ(c.full_logs, std::vector<std::string>{"debug"});
   EXPECT_EQ(c.file_limit, 7000U);
-  r.faults = {parse_fault("file-limit=many")};
-  EXPECT_THROW(render(r), lab_error);
+  EXPECT_EQ(c.tmp_kibibytes, 40U);
+  for (const char* name : {"file-limit=many", "file-limit=0", "tmp-full=4k", "tmp-full=0"}) {
+    r.faults = {parse_fault(name)};
+    EXPECT_THROW(render(r), lab_error) << name;
+  }
 }
 
 TEST(Fault, MissingToolIsInTheManifestAndAnswersNothing) {

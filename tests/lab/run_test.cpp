@@ -417,6 +417,13 @@ TEST_F(Namespace, CaptureFileLogAndSizeAreDenied) {
   EXPECT_EQ(read_text(logs() / "tessel_debug.log"), "");
 }
 
+TEST_F(Namespace, TmpHasTheRoomThatAFaultLeaves) {
+  const outcome told = host(
+      "head -c 90000 /dev/zero >/tmp/large 2>/dev/null; stat -c %s /tmp/large; stat -c %a /tmp",
+      "birch-small --fault tmp-full=40");
+  EXPECT_EQ(told.out, "40960\n1777\n");
+}
+
 TEST_F(Namespace, SignalEndsTheHostAndItsTools) {
   const fs::path script = scratch_.path() / "host.sh";
   write_text(script,
