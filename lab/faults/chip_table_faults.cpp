@@ -104,11 +104,11 @@ bool plant_jericho2_mac(router& r, planted_fault& p) {
 bool edit_vsi_line(capture& c, const router& r, planted_fault& p) {
   const site s = find_site(r, p, verified_mac_older);
   if (!s) return false;
-  constexpr std::size_t too_long = 10000;
+  constexpr std::size_t digits = 10000;
   note_place(p, s, name_of(*s.b));
   std::string& table =
       answer_to(c, local_place, chip_command("d IHP_VSI_LOW_CFG_1", s.m->npu, *s.n));
-  table.insert(0, "IHP_VSI_LOW_CFG_1.IHP0[0]: <PAD=" + std::string(too_long, '0') +
+  table.insert(0, "IHP_VSI_LOW_CFG_1.IHP0[0]: <PAD=" + std::string(digits, '0') +
                       ",ENABLE_ROUTING=0,MY_MAC=0x0>\n");
   return true;
 }
@@ -201,9 +201,9 @@ constexpr fault table[] = {
      .plant = plant_rif_row},
     {.name = "vsi-overlong",
      .description = "a line of a chip's router interface table is ten kilobytes long",
-     .finding = "{}: RIF verification failed for {object}({}) NPU {},{node}",
      .at = checkpoint::chip_interfaces,
-     .hides = reach::node,
+     .hides = reach::nothing,
+     .counted = false,
      .edit = edit_vsi_line},
     {.name = "mac-low-bits",
      .description = "an older chip's MAC differs in the ten bits that the audit compares",

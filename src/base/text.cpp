@@ -15,8 +15,6 @@ namespace tessel {
 
 namespace {
 
-constexpr std::size_t longest_line = 8192;
-constexpr std::size_t longest_blank_run = 2048;
 constexpr std::size_t first_jit_stack = std::size_t{64} * 1024;
 constexpr std::size_t largest_jit_stack = std::size_t{32} * 1024 * 1024;
 
@@ -56,19 +54,6 @@ struct free_match_context {
 struct free_jit_stack {
   void operator()(pcre2_jit_stack* stack) const { pcre2_jit_stack_free(stack); }
 };
-
-template <class Belongs>
-void refuse_long_run(std::string_view text, std::string_view what, std::size_t longest,
-                     Belongs belongs, here where) {
-  std::size_t run = 0;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    run = belongs(text[at]) ? run + 1 : 0;
-    if (run <= longest) continue;
-    throw failure(fmt::format("the output has a {} of more than {} bytes, from byte {} of {}", what,
-                              longest, at - longest, text.size()),
-                  where);
-  }
-}
 
 }  // namespace
 
@@ -346,17 +331,6 @@ std::string list_text(const matches& entries) {
     result += ')';
   }
   return result + "]";
-}
-
-std::string_view readable(const value& output, here where) {
-  require_readable(output.as_text(where), where);
-  return output.as_text(where);
-}
-
-void require_readable(std::string_view text, here where) {
-  refuse_long_run(
-      text, "line", longest_line, [](char c) { return c != '\n'; }, where);
-  refuse_long_run(text, "run of blanks", longest_blank_run, is_white_space, where);
 }
 
 }  // namespace tessel

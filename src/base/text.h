@@ -23,8 +23,6 @@
 
 namespace tessel {
 
-class value;
-
 enum class letter_case { kept, ignored };
 
 // A compiled pattern. Throws `failure` if `expression` is none.
@@ -120,12 +118,5 @@ std::string quoted(std::string_view text);
 std::string list_text(std::span<const std::string_view> entries);
 // The list text form of matches: of those with several groups, tuples ('a', 'b').
 std::string list_text(const matches& entries);
-
-// A tool's output for a parser. Throws `failure` if `output` is no text (the command could not be
-// run), or holds a line of more than 8192 bytes or a run of white space of more than 2048, which no
-// tool prints: searching such a run would take time with the square of its length.
-std::string_view readable(const value& output, here where = here::current());
-// The same test on a text by itself.
-void require_readable(std::string_view text, here where = here::current());
 
 }  // namespace tessel

@@ -36,7 +36,7 @@ int check_bundle_health() {
     print_title("Bundle Health Check");
     run.bdlHealthCheck =
         execute(R"(lagmgr_health | grep "-v" "-E" "Checking|checking|Overall result")");
-    const auto [bdl_error, err_count] = parse_bundle_health(readable(run.bdlHealthCheck));
+    const auto [bdl_error, err_count] = parse_bundle_health(run.bdlHealthCheck.as_text());
     run.bdlHealthCheckCount = err_count;
     logger(bdl_error, "bundle_health");
     return SUCCESS;
@@ -46,18 +46,13 @@ int check_bundle_health() {
 }
 
 std::pair<std::string, std::int64_t> parse_bundle_health(std::string_view bdlHealthCheck) {
-  static const pattern& rule = constant("---*");
-  static const pattern& empty_lines = constant("\n\n\n*");
-  // Each word and each run of blanks in front of a line's text is matched in one way only; what is
-  // found is what information_block_definition finds.
-  static const pattern& information_block = constant(
-      "(?<!\\w)\\w++:\\s+\\d+\\s+(?:[\\w\\/,.][\\w \\/,.]*+|[ ](?=\n))\n+"
-      "\\s+(?:[\\w\\/,.][\\w \\/,.]*+|[ ](?=\n))\n+"
-      "\\s+(?:[\\w\\/,.][\\w \\/,.]*+|[ ](?![\\w \\/,.]))");
-  static const pattern& table_head = constant(R"(Process\s+Node\s+Result\s+\w+\s+[\w 0-9\/,.]+)");
+  static const pattern& rule = constant(health_rule);
+  static const pattern& empty_lines = constant(health_empty_lines);
+  static const pattern& block = constant(information_block);
+  static const pattern& table_head = constant(health_table_head);
   const std::string report = sub(empty_lines, "\n", sub(rule, "", bdlHealthCheck));
   const bool has_information = report.find("INFO:") != std::string::npos;
-  const std::string errors = sub(has_information ? information_block : table_head, "", report);
+  const std::string errors = sub(has_information ? block : table_head, "", report);
   std::string output = indented(strip(errors));
   const auto err_count = static_cast<std::int64_t>(split(output, bundle_word).size()) - 1;
   return {std::move(output), err_count};

@@ -13,9 +13,22 @@ namespace tessel {
 // logging and counting a failure. Main thread.
 int check_bundle_health();
 
-// A block of information in the report: a word and a colon, a number, and three lines of text.
+// What is taken out of the report: rules, all but one of the line feeds of a run, and then either
+// the blocks of information or the table's head with its first row.
+inline constexpr std::string_view health_rule = "---*";
+inline constexpr std::string_view health_empty_lines = "\n\n\n*";
+inline constexpr std::string_view health_table_head =
+    R"(Process\s+Node\s+Result\s+\w+\s+[\w 0-9\/,.]+)";
+
+// A block of information: a word and a colon, a number, and three lines of text.
 inline constexpr std::string_view information_block_definition =
     "\\w+:\\s+\\d+\\s+[\\w 0-9\\/,.]+\n+\\s+[\\w 0-9\\/,.]+\n+\\s+[\\w 0-9\\/,.]+";
+// Finds the same in time that grows with the text alone: a word, a line's text and the line feed
+// behind it are matched in one way only, and a line of nothing but blanks by its last one.
+inline constexpr std::string_view information_block =
+    "(?<!\\w)\\w++:\\s++\\d++\\s+(?:[\\w\\/,.][\\w \\/,.]*+|[ ](?=\n))\n"
+    "\\s+(?:[\\w\\/,.][\\w \\/,.]*+|[ ](?=\n))\n"
+    "\\s+(?:[\\w\\/,.][\\w \\/,.]*+|[ ](?![\\w \\/,.]))";
 
 // The report without rules, table head and information blocks, bundle lines at the margin and
 // details indented by three; and how often it names a bundle. Throws `failure` if the report cannot

@@ -20,9 +20,8 @@ namespace {
 class sem_rows {
  public:
   explicit sem_rows(std::string_view table) {
-    // A payload may itself be the word in front of the next one, so that is only looked ahead at.
-    static const pattern& row = constant(R"((?<!\w)(\w++)(?=\s+Payload=(\w+)))");
-    static const pattern& braced = constant(R"(\{\}\w+\s+Payload=0x\w+\{\})");
+    static const pattern& row = constant(sem_row);
+    static const pattern& braced = constant(braced_row);
     const matches found = findall(row, table);
     rows_.reserve(found.size());
     for (std::size_t at = 0; at < found.size(); ++at)
@@ -52,15 +51,31 @@ class sem_rows {
       by_length_;  // guarded by mutex_
 };
 
+constexpr std::string_view mac_name = "MY_MAC=0x";
+
+// Where `part`, a view into `whole`, begins.
+std::size_t place(std::string_view part, std::string_view whole) {
+  return static_cast<std::size_t>(part.data() - whole.data());
+}
+
 class vsi_rows {
  public:
   explicit vsi_rows(std::string_view table) {
+    static const pattern& head = constant(vsi_head);
+    static const pattern& mac = constant(vsi_mac);
+    const matches heads = findall(head, table);
+    const matches macs = findall(mac, table);
     // A line may hold several rows, each reaching to the line's last MAC.
-    static const pattern& row =
-        constant(R"(IHP\w+.IHP0\[(-?\d+)\](?=: <\w+=\w+,\w+=\w+.*MY_MAC=0x(\w+)))");
-    require_readable(table);
-    const matches found = findall(row, table);
-    for (std::size_t at = 0; at < found.size(); ++at) macs_.try_emplace(found[at][0], found[at][1]);
+    std::size_t line_end = 0;
+    std::size_t behind = 0;  // the first MAC behind the line
+    for (std::size_t at = 0; at < heads.size(); ++at) {
+      const std::size_t value = place(heads[at][1], table);
+      if (value >= line_end) line_end = std::min(table.find('\n', value), table.size());
+      while (behind < macs.size() && place(macs.text(behind), table) < line_end) ++behind;
+      if (behind == 0) continue;
+      const std::string_view last = macs.text(behind - 1);
+      if (place(last, table) - mac_name.size() > value) macs_.try_emplace(heads[at][0], last);
+    }
   }
 
   std::optional<std::string> find(std::string_view rif) const {
@@ -76,12 +91,18 @@ bool is_one_word(std::string_view key) {
   return std::all_of(key.begin(), key.end(), is_word);
 }
 
+// Letters, digits and other characters that stand for themselves, and points, which stand for one
+// character each.
+bool has_fixed_length(std::string_view key) {
+  return key.find_first_of("\\^$[]|()?*+{}") == std::string_view::npos;
+}
+
 }  // namespace
 
 std::optional<std::string> sem_payload_of(const raw_table& table, std::string_view key) {
   if (!key.empty() && is_one_word(key)) return st().indexes.get<sem_rows>(table)->find(key);
-  require_readable(*table);
-  const matches found = findall(pattern(fill(sem_definition, {key})), *table);
+  const std::string_view search = has_fixed_length(key) ? sem_payload : sem_definition;
+  const matches found = findall(pattern(fill(search, {key})), *table);
   return found.empty() ? std::nullopt : std::optional<std::string>(found.text(0));
 }
 

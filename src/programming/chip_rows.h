@@ -19,9 +19,26 @@ using raw_table = std::shared_ptr<const std::string>;
 inline constexpr std::string_view sem_definition = R"({}\s+Payload=(\w+))";
 inline constexpr std::string_view vsi_definition =
     R"(IHP\w+.IHP0\[{}\]: <\w+=\w+,\w+=\w+.*MY_MAC=0x(\w+))";
+inline constexpr std::string_view braced_definition = R"({}\w+\s+Payload=0x\w+{})";
 
-// The payload in the first row of `key`, as printed; nothing if there is no such row. These throw
-// `failure` if the table cannot be searched. Any thread.
+// How they are found, each in time that grows with the table alone: what may be repeated is
+// matched in one way only, and what other rows may share is only looked at.
+//
+// A word and its payload, which may itself be the word in front of the next one.
+inline constexpr std::string_view sem_row = R"((?<!\w)(\w++)(?=\s++Payload=(\w++)))";
+inline constexpr std::string_view braced_row = R"(\{\}\w++\s++Payload=0x\w++\{\})";
+// The payload behind a key of fixed length. No blank of a run that no payload follows is tried as
+// the first one again.
+inline constexpr std::string_view sem_payload = R"((?<={})\s++(?:Payload=(\w++)|(*SKIP)(*FAIL)))";
+// The RIF of a row and the first character of its second field's value, behind which its MAC
+// stands. The block's name may be the tail of a word.
+inline constexpr std::string_view vsi_head =
+    R"((?<!\w)(?>\w*?IHP)\w+.IHP0\[(-?\d++)\](?=: <\w++=\w++,\w++=(\w)))";
+inline constexpr std::string_view vsi_mac = R"(MY_MAC=0x(?=(\w++)))";
+
+// The payload in the first row of `key`, as printed; nothing if there is no such row. A key of more
+// than characters and points costs what it costs as a pattern; no key of a run is such a one. These
+// throw `failure` if the table cannot be searched. Any thread.
 std::optional<std::string> sem_payload_of(const raw_table& table, std::string_view key);
 
 // True if the table holds a row in braces, the only kind that a search for a given LIF can find:

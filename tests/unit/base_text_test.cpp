@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "support/fake_router.h"
+#include "support/pattern_steps.h"
 #include "support/together.h"
 
 namespace tessel {
@@ -292,25 +293,15 @@ TEST_F(text_test, the_list_text_form_of_matches) {
   EXPECT_EQ(list_text(findall(pattern("(\\w)=(\\d)?"), "a=1 b=")), "[('a', '1'), ('b', '')]");
 }
 
-TEST_F(text_test, a_tools_output_is_readable_unless_it_is_no_text) {
-  const value output = "a line\n";
-  EXPECT_EQ(readable(output).data(), output.as_text().data());
-  EXPECT_EQ(readable(""), "");
-  EXPECT_THAT(failure_of([] { readable(ERROR); }), HasSubstr("the integer 0"));
-  EXPECT_THAT(failure_of([] { readable(value()); }), HasSubstr("nothing"));
-}
-
-TEST_F(text_test, a_line_of_many_megabytes_is_a_failure_at_once) {
-  const std::string line(20'000'000, 'x');
-  EXPECT_THAT(failure_of([&] { readable("first\n" + line + "\n"); }), HasSubstr("from byte 6 of"));
-  EXPECT_THAT(failure_of([&] { require_readable(line); }), HasSubstr("a line of more than"));
-}
-
-TEST_F(text_test, a_run_of_blanks_that_no_tool_prints_is_a_failure) {
-  const std::string blanks = "a" + std::string(3'000, ' ') + "b";
-  const std::string lines = "a" + std::string(100'000, '\n') + "b";
-  EXPECT_THAT(failure_of([&] { readable(blanks); }), HasSubstr("run of blanks"));
-  EXPECT_THAT(failure_of([&] { readable(lines); }), HasSubstr("run of blanks"));
+TEST_F(text_test, steps_are_counted_for_items_and_for_the_bytes_that_they_pass) {
+  EXPECT_EQ(steps_of("a", ""), 1U) << "the letter is tried once";
+  EXPECT_EQ(steps_of("a", "b"), 3U) << "twice, and the search goes on by a byte";
+  EXPECT_EQ(steps_of("a", "a"), 4U) << "twice, and in between it is passed and the end reached";
+  const near_miss blanks{"blanks", "", " ", ""};
+  const std::uint64_t of_thousand = steps_of("\\s++x", blanks.text(1000));
+  EXPECT_GT(of_thousand, 1000U * 1000U / 2);
+  EXPECT_GT(steps_of("\\s++x", blanks.text(2000)), of_thousand * 39 / 10) << "the square";
+  EXPECT_LT(steps_of("(?<!\\s)\\s++x", blanks.text(2000)), 20'000U);
 }
 
 TEST_F(text_test, one_pattern_is_searched_by_many_threads) {

@@ -1,13 +1,16 @@
-// The health report's information blocks are found with a pattern that matches blanks in one way
-// only. What it takes away must be what the plain pattern takes away.
+// The health report's patterns: what the information blocks' one takes away must be what the plain
+// pattern takes away, and a report of any length is read in time that grows with it alone.
 #include <array>
 #include <random>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "base/text.h"
 #include "hygiene/bundle_health.h"
 #include "support/fake_router.h"
 #include "support/hostile.h"
+#include "support/pattern_steps.h"
 
 namespace tessel {
 namespace {
@@ -29,30 +32,113 @@ std::string by_definition(std::string_view report) {
   return result;
 }
 
+constexpr std::array<std::string_view, 18> pieces = {" ",
+                                                     "  ",
+                                                     "\n",
+                                                     "\t",
+                                                     "\n ",
+                                                     "word:",
+                                                     " 12 ",
+                                                     "text",
+                                                     "/",
+                                                     ",",
+                                                     ".",
+                                                     "!",
+                                                     "Bundle-Ether1",
+                                                     "ID: 7 first line\n  second line\n  third\n",
+                                                     "-",
+                                                     "--",
+                                                     "0",
+                                                     ": 1 \n \n "};
+
 TEST(information_block_test, the_blocks_of_the_plain_pattern_go) {
-  constexpr std::array<std::string_view, 18> pieces = {" ",
-                                                       "  ",
-                                                       "\n",
-                                                       "\t",
-                                                       "\n ",
-                                                       "word:",
-                                                       " 12 ",
-                                                       "text",
-                                                       "/",
-                                                       ",",
-                                                       ".",
-                                                       "!",
-                                                       "Bundle-Ether1",
-                                                       "ID: 7 first line\n  second line\n  third\n",
-                                                       "-",
-                                                       "--",
-                                                       "0",
-                                                       ": 1 \n \n "};
   for (unsigned seed = 1; seed <= 5000; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
     const std::string report = "INFO:" + fragments(random, pieces, 2 + seed % 30);
     ASSERT_EQ(parse_bundle_health(report).first, by_definition(report)) << quoted(report);
+  }
+}
+
+TEST(information_block_test, the_plain_pattern_finds_the_same_where_line_feeds_run) {
+  static const pattern& definition = constant(information_block_definition);
+  static const pattern& search = constant(information_block);
+  std::size_t blocks = 0;
+  for (unsigned seed = 1; seed <= 5000; ++seed) {
+    std::mt19937 random(seed);
+    const std::string text = fragments(random, pieces, 2 + seed % 30);
+    const matches found = findall(search, text);
+    ASSERT_EQ(list_text(found), list_text(findall(definition, text)))
+        << "seed " << seed << ", text " << quoted(text);
+    blocks += found.size();
+  }
+  EXPECT_GT(blocks, 2000U) << "too few of the texts hold a block";
+}
+
+struct searched_shape {
+  std::string_view expression;
+  near_miss shape;
+};
+
+TEST(health_steps_test, rules_and_empty_lines_cost_what_the_report_is_long) {
+  const std::array<searched_shape, 5> shapes = {{
+      {health_rule, {"single hyphens", "", "- ", ""}},
+      {health_rule, {"a word", "", "x", ""}},
+      {health_rule, {"one rule", "", "-", ""}},
+      {health_empty_lines, {"empty lines that blanks keep apart", "", "\n ", ""}},
+      {health_empty_lines, {"empty lines", "", "\n", ""}},
+  }};
+  for (const auto& [expression, shape] : shapes) expect_linear(expression, shape);
+}
+
+TEST(health_steps_test, a_table_head_costs_what_the_report_is_long) {
+  const std::array<near_miss, 9> shapes = {{
+      {"a head without the second column", "Process", " ", "Nod"},
+      {"a head without a row", "Process Node Result", "\n", ""},
+      {"a row of one word", "Process Node Result ", "x", ""},
+      {"a row of one word and blanks", "Process Node Result x", "\t", "!"},
+      {"a row that ends early", "Process Node Result ", "x", "\t!"},
+      {"heads upon heads", "", "Process Node Result\n", ""},
+      {"heads with a row of one word", "", "Process Node Result x!\n", ""},
+      {"first columns", "", "Process", ""},
+      {"first columns apart", "", "Process ", ""},
+  }};
+  for (const near_miss& shape : shapes) expect_linear(health_table_head, shape);
+}
+
+TEST(health_steps_test, an_information_block_costs_what_the_report_is_long) {
+  const std::array<near_miss, 20> shapes = {{
+      {"a word", "", "x", ""},
+      {"a word and its colon", "", "x", ":"},
+      {"words", "", "x ", ""},
+      {"heads of blocks", "", "INFO: ", ""},
+      {"numbers with a colon", "", "1: ", ""},
+      {"a head and blanks", "INFO:", " ", "!"},
+      {"a number without an end", "INFO: ", "7", "!"},
+      {"a number and blanks", "INFO: 1", "\t", "!"},
+      {"a number and line feeds", "INFO: 1", "\n", "!"},
+      {"a first line without an end", "INFO: 1 ", "x ", "!"},
+      {"a first line and line feeds", "INFO: 1 x", "\n", "!"},
+      {"a first line and blanks", "INFO: 1 x\n", " \t", "!"},
+      {"a second line without an end", "INFO: 1 x\n ", "x ", "!"},
+      {"a second line and line feeds", "INFO: 1 x\n y", "\n", "!"},
+      {"a second line and tabs", "INFO: 1 x\n y\n", "\t", "!"},
+      {"blank lines that end in no blank", "INFO: 1", " \t\n", "!"},
+      {"the last blanks of two lines, and tabs", "INFO: 1 \n\t \n", "\t", "!"},
+      {"the last blank of a line, tabs and a line", "INFO: 1 \n", "\t", "x !"},
+      {"blocks of two lines", "", "INFO: 1 x\n y\n!", ""},
+      {"blocks of which each ends in the next one's head", "", "INFO: 1 a\n b\n ", "!"},
+  }};
+  for (const near_miss& shape : shapes) expect_linear(information_block, shape);
+}
+
+TEST(health_steps_test, fragments_of_a_report_cost_what_they_are_long) {
+  std::vector<std::string_view> all(pieces.begin(), pieces.end());
+  all.insert(all.end(), {"INFO: 1", "INFO: 1 x", " \n", "\n\n", "Process", "Process Node Result",
+                         "Node", "x "});
+  for (const std::string_view expression :
+       {health_rule, health_empty_lines, health_table_head, information_block}) {
+    expect_linear_on_fragments(expression, all, 1000);
   }
 }
 

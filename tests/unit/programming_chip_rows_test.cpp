@@ -14,6 +14,7 @@
 #include "support/chip_world.h"
 #include "support/fake_router.h"
 #include "support/hostile.h"
+#include "support/pattern_steps.h"
 #include "support/together.h"
 
 namespace tessel {
@@ -63,7 +64,13 @@ TEST_F(chip_rows_test, a_payload_is_found_by_its_key) {
       row{"an empty table", "", "1005", std::nullopt},
       row{"an empty key has white space in front", "| Payload=0x1", "", "0x1"},
       row{"a key that is no word", "Not set Payload=0x1", "Not set", "0x1"},
-      row{"a key is a pattern, unescaped", "1x05 Payload=0x1", "1.05", "0x1"},
+      row{"a point is any character", "1x05 Payload=0x1", "1.05", "0x1"},
+      row{"but no line feed", "1\n05 Payload=0x1", "1.05", std::nullopt},
+      row{"a key is a pattern, unescaped", "12Payload=0x1 1005 Payload=0x2", "1[02]+5", "0x2"},
+      row{"of two alternatives one has the payload", "2 Payload=0x1", "1|2", "0x1"},
+      row{"blanks of the key may be the first of the row", "5   Payload=0x1", "5  ", "0x1"},
+      row{"one is left for the row", "5  Payload=0x1", "5  ", std::nullopt},
+      row{"a run without a payload hides no row behind it", "5 5 5  Payload=0x1", "5 ", "0x1"},
   };
   for (const row& each : rows) {
     SCOPED_TRACE(each.why);
@@ -127,25 +134,104 @@ TEST_F(chip_rows_test, a_sem_table_is_searched_whatever_stands_in_it) {
   }
 }
 
-TEST_F(chip_rows_test, a_table_that_a_pattern_cannot_be_tried_on_is_a_failure_each_time) {
-  for (const bad_output& each : endless_outputs()) {
-    SCOPED_TRACE(each.why);
-    const raw_table unreadable = each.output.as_shared_text();
-    for (int time = 0; time < 2; ++time) {
-      EXPECT_THAT(failure_of([&] { vsi_mac_of(unreadable, "5"); }),
-                  StartsWith("the output has a "));
-      EXPECT_THAT(failure_of([&] { sem_payload_of(unreadable, "Not set"); }),
-                  StartsWith("the output has a "))
-          << "such a key is no word to be looked up";
+TEST_F(chip_rows_test, a_key_that_is_no_word_is_searched_for_whatever_stands_in_the_table) {
+  for (const auto* outputs : {&meaningless_outputs(), &endless_outputs()}) {
+    for (const bad_output& each : *outputs) {
+      SCOPED_TRACE(each.why);
+      const raw_table row_behind = table(each.output.as_text() + "!Not set Payload=0x1\n");
+      for (const char* key : {"Not set", "Not.set", ".", "t", "!Not set", "", " set"}) {
+        EXPECT_THAT(sem_payload_of(row_behind, key), Optional(std::string("0x1"))) << key;
+      }
+      EXPECT_EQ(sem_payload_of(row_behind, "not set"), std::nullopt);
+      EXPECT_EQ(sem_payload_of(row_behind, " "), std::nullopt);
     }
   }
 }
 
-TEST_F(chip_rows_test, a_vsi_table_of_junk_has_no_rows) {
-  for (const bad_output& each : meaningless_outputs()) {
-    SCOPED_TRACE(each.why);
-    EXPECT_EQ(vsi_mac_of(each.output.as_shared_text(), "5"), std::nullopt);
+TEST_F(chip_rows_test, a_vsi_table_is_searched_whatever_stands_in_it) {
+  for (const auto* outputs : {&meaningless_outputs(), &endless_outputs()}) {
+    for (const bad_output& each : *outputs) {
+      SCOPED_TRACE(each.why);
+      const raw_table junk = each.output.as_shared_text();
+      EXPECT_EQ(vsi_mac_of(junk, "5"), std::nullopt);
+      const raw_table row_behind = table(*junk + "\n" + vsi_row("5", "2bc"));
+      EXPECT_THAT(vsi_mac_of(row_behind, "5"), Optional(std::string("2bc")));
+    }
   }
+}
+
+TEST_F(chip_rows_test, a_line_of_any_length_may_hold_a_row_or_any_number_of_them) {
+  const std::string long_field(300'000, '7');
+  EXPECT_THAT(vsi_mac_of(table("IHP_X.IHP0[5]: <A=1,B=" + long_field + ",MY_MAC=0x2bc>"), "5"),
+              Optional(std::string("2bc")));
+  std::string rows;
+  for (int rif = 0; rif < 30'000; ++rif) rows += fmt::format("IHP_X.IHP0[{}]: <A=1,B=2> ", rif);
+  const raw_table without = table(rows);
+  const raw_table with = table(rows + "MY_MAC=0x1 MY_MAC=0x2bc\n" + rows);
+  for (const char* rif : {"0", "777", "29999"}) {
+    EXPECT_EQ(vsi_mac_of(without, rif), std::nullopt);
+    EXPECT_THAT(vsi_mac_of(with, rif), Optional(std::string("2bc")));
+  }
+}
+
+TEST_F(chip_rows_test, a_sem_table_costs_what_it_is_long) {
+  const std::array<near_miss, 6> shapes = {{
+      {"a word", "", "5", ""},
+      {"keys", "", "1005 ", ""},
+      {"a key and blanks", "1005", " ", "Payloa"},
+      {"payloads that are keys", "", "1005 Payload=", ""},
+      {"rows without a payload", "", "1005 Payload= \n", ""},
+      {"a payload without an end", "1005 Payload=", "0", ""},
+  }};
+  for (const near_miss& shape : shapes) expect_linear(sem_row, shape);
+  const std::array<near_miss, 6> braced_shapes = {{
+      {"braces", "", "{}", ""},
+      {"a key without an end", "{}", "5", ""},
+      {"a key and blanks", "{}5", " ", "Payloa"},
+      {"keys in braces", "", "{}5 Payload=0x1{", ""},
+      {"a payload without an end", "{}5 Payload=0x", "1", "{"},
+      {"keys without a payload", "", "{}5 ", ""},
+  }};
+  for (const near_miss& shape : braced_shapes) expect_linear(braced_row, shape);
+}
+
+TEST_F(chip_rows_test, a_key_that_is_no_word_costs_what_the_table_is_long) {
+  const std::array<near_miss, 6> shapes = {{
+      {"blanks", "", " ", "Payloa"},
+      {"line feeds behind a key", "Not set", "\n", "Payload="},
+      {"keys", "", "Not set ", ""},
+      {"keys and runs of blanks", "", "Not set    \t", ""},
+      {"a word", "", "t", " "},
+      {"rows without a payload", "", "Not set Payload= ", ""},
+  }};
+  for (const char* key : {"", " ", ".", ". ", "Not set", "Not.set"}) {
+    for (const near_miss& shape : shapes) expect_linear(fill(sem_payload, {key}), shape);
+  }
+}
+
+TEST_F(chip_rows_test, a_vsi_table_costs_what_it_is_long) {
+  const std::array<near_miss, 11> shapes = {{
+      {"a word", "", "X", ""},
+      {"words", "", "X.", ""},
+      {"heads of a block's name", "", "IHP", ""},
+      {"a block's name without an end", "IHP", "X", ".IHP1[5]"},
+      {"cores", "", "IHP0", ""},
+      {"cores in brackets", "IHP", "IHP0[", ""},
+      {"blocks without a RIF", "", "IHPX.IHP0[", ""},
+      {"a RIF without an end", "IHPX.IHP0[", "5", "!"},
+      {"a field without an end", "IHPX.IHP0[5]: <A", "A", "!"},
+      {"a field's value without an end", "IHPX.IHP0[5]: <A=1,B=", "2", ""},
+      {"rows whose second field is the next row", "", "IHPX.IHP0[5]: <A=1,B=", ""},
+  }};
+  for (const near_miss& shape : shapes) expect_linear(vsi_head, shape);
+  const std::array<near_miss, 5> mac_shapes = {{
+      {"a word", "", "M", ""},
+      {"names", "", "MY_MAC", ""},
+      {"fields without a MAC", "", "MY_MAC=0x,", ""},
+      {"fields whose MAC is the next one's name", "", "MY_MAC=0x", ""},
+      {"a MAC without an end", "MY_MAC=0x", "1", ""},
+  }};
+  for (const near_miss& shape : mac_shapes) expect_linear(vsi_mac, shape);
 }
 
 TEST_F(chip_rows_test, a_key_that_is_no_pattern_is_a_failure) {
@@ -155,52 +241,119 @@ TEST_F(chip_rows_test, a_key_that_is_no_pattern_is_a_failure) {
 
 constexpr unsigned seeds = 3000;
 
+constexpr std::array<std::string_view, 38> sem_pieces = {"1005",
+                                                         "005",
+                                                         "5",
+                                                         "_5",
+                                                         "f1005",
+                                                         "8fff",
+                                                         "0c88064",
+                                                         "Payload",
+                                                         "Payload=",
+                                                         " ",
+                                                         " ",
+                                                         "\n",
+                                                         "\t",
+                                                         "\r\n",
+                                                         " ",
+                                                         "0x",
+                                                         "0x44",
+                                                         "=",
+                                                         "|",
+                                                         "Key=",
+                                                         "Key",
+                                                         "0x00001",
+                                                         "{}",
+                                                         "{",
+                                                         "}",
+                                                         "-",
+                                                         ".",
+                                                         "\xff",
+                                                         "\xc3",
+                                                         "\x80",
+                                                         "A",
+                                                         "z",
+                                                         "_",
+                                                         " Payload=0x1",
+                                                         " Payload=1005",
+                                                         " Payload=5 Payload=",
+                                                         "1005 Payload=0x44\n",
+                                                         "{}12 Payload=0x3{}"};
+
+constexpr std::array<std::string_view, 36> vsi_pieces = {
+    "IHP_VSI_LOW_CFG_1.IHP0[",
+    "IHPX.IHP0[5]: <A=1,B=IHPX.IHP0[6]: <A=1,B=",
+    "IHPXIHP0[5]: <A=1,B=2,",
+    "IIHPX_IHP0[5]: <A=1,B=2,",
+    "MY_MAC=0xMY_MAC=0x",
+    ": <A=1,B=2",
+    "IHP_X.IHP0[5]",
+    "IHP_X.IHP0[5]: <A=1,B=2",
+    "IHP_X.IHP0[55]: <A=1,B=2,MY_MAC=0x2bc>\n",
+    "IHP_X.IHP0[5]: <A=1,B=2,MY_MAC=0x1bc>\n",
+    "IHP1[5]: <A=1,B=2",
+    "IHP0[5",
+    "IHP0[",
+    "IHP",
+    "IHP0",
+    "IHPIHP0",
+    "_",
+    ".",
+    "[",
+    "]",
+    "]: <",
+    ": <",
+    "A=1,",
+    "B=2",
+    "MY_MAC=0x",
+    "MY_MAC=0x2bc",
+    "MY_MAC",
+    ">",
+    "\n",
+    " ",
+    "5",
+    "05",
+    "-5",
+    "6",
+    "\xff",
+    ","};
+
 TEST_F(chip_rows_test, sem_look_up_equals_the_plain_search_on_hostile_text) {
-  constexpr std::array<std::string_view, 38> pieces = {"1005",
-                                                       "005",
-                                                       "5",
-                                                       "_5",
-                                                       "f1005",
-                                                       "8fff",
-                                                       "0c88064",
-                                                       "Payload",
-                                                       "Payload=",
-                                                       " ",
-                                                       " ",
-                                                       "\n",
-                                                       "\t",
-                                                       "\r\n",
-                                                       " ",
-                                                       "0x",
-                                                       "0x44",
-                                                       "=",
-                                                       "|",
-                                                       "Key=",
-                                                       "Key",
-                                                       "0x00001",
-                                                       "{}",
-                                                       "{",
-                                                       "}",
-                                                       "-",
-                                                       ".",
-                                                       "\xff",
-                                                       "\xc3",
-                                                       "\x80",
-                                                       "A",
-                                                       "z",
-                                                       "_",
-                                                       " Payload=0x1",
-                                                       " Payload=1005",
-                                                       " Payload=5 Payload=",
-                                                       "1005 Payload=0x44\n",
-                                                       "{}12 Payload=0x3{}"};
-  const std::array<std::string_view, 14> keys = {"1005", "005", "5",   "_5",   "f1005",
-                                                 "8fff", "1",   "0x1", "0x44", "Payload",
-                                                 "A",    "05",  "",    "Key=5"};
+  const std::array<std::string_view, 30> keys = {"1005",
+                                                 "005",
+                                                 "5",
+                                                 "_5",
+                                                 "f1005",
+                                                 "8fff",
+                                                 "1",
+                                                 "0x1",
+                                                 "0x44",
+                                                 "Payload",
+                                                 "A",
+                                                 "05",
+                                                 "",
+                                                 " ",
+                                                 "  ",
+                                                 "\n",
+                                                 ".",
+                                                 "..",
+                                                 " .",
+                                                 ". ",
+                                                 "1.05",
+                                                 "5 ",
+                                                 " 05",
+                                                 "=5",
+                                                 "5\t",
+                                                 "Key=5",
+                                                 "|5",
+                                                 "\xff"
+                                                 "5",
+                                                 "10*5+?",
+                                                 "[05]|Key"};
   unsigned hits = 0;
   for (unsigned seed = 1; seed <= seeds; ++seed) {
     std::mt19937 random(seed);
-    std::string text = fragments(random, pieces, 2 + random() % 60);
+    std::string text = fragments(random, sem_pieces, 2 + random() % 60);
     if (random() % 3 == 0) text.insert(random() % text.size(), 1, '\0');
     const raw_table searched = table(text);
     for (const std::string_view key : keys) {
@@ -209,8 +362,7 @@ TEST_F(chip_rows_test, sem_look_up_equals_the_plain_search_on_hostile_text) {
       ASSERT_EQ(payload, first_hit(sem_definition, key, searched))
           << "seed " << seed << ", key " << quoted(key) << ", text " << quoted(text);
     }
-    ASSERT_EQ(has_braced_sem_row(searched),
-              !findall(pattern(R"({}\w+\s+Payload=0x\w+{})"), *searched).empty())
+    ASSERT_EQ(has_braced_sem_row(searched), !findall(pattern(braced_definition), *searched).empty())
         << "seed " << seed << ", text " << quoted(text);
     st().indexes.clear();
   }
@@ -218,42 +370,11 @@ TEST_F(chip_rows_test, sem_look_up_equals_the_plain_search_on_hostile_text) {
 }
 
 TEST_F(chip_rows_test, vsi_look_up_equals_the_plain_search_on_hostile_text) {
-  constexpr std::array<std::string_view, 31> pieces = {"IHP_VSI_LOW_CFG_1.IHP0[",
-                                                       "IHP_X.IHP0[5]",
-                                                       "IHP_X.IHP0[5]: <A=1,B=2",
-                                                       "IHP_X.IHP0[55]: <A=1,B=2,MY_MAC=0x2bc>\n",
-                                                       "IHP_X.IHP0[5]: <A=1,B=2,MY_MAC=0x1bc>\n",
-                                                       "IHP1[5]: <A=1,B=2",
-                                                       "IHP0[5",
-                                                       "IHP0[",
-                                                       "IHP",
-                                                       "IHP0",
-                                                       "IHPIHP0",
-                                                       "_",
-                                                       ".",
-                                                       "[",
-                                                       "]",
-                                                       "]: <",
-                                                       ": <",
-                                                       "A=1,",
-                                                       "B=2",
-                                                       "MY_MAC=0x",
-                                                       "MY_MAC=0x2bc",
-                                                       "MY_MAC",
-                                                       ">",
-                                                       "\n",
-                                                       " ",
-                                                       "5",
-                                                       "05",
-                                                       "-5",
-                                                       "6",
-                                                       "\xff",
-                                                       ","};
   const std::array<std::string_view, 8> rifs = {"5", "55", "05", "-5", "6", "65", "0", "-55"};
   unsigned hits = 0;
   for (unsigned seed = 1; seed <= seeds; ++seed) {
     std::mt19937 random(seed);
-    std::string text = fragments(random, pieces, 2 + random() % 40);
+    std::string text = fragments(random, vsi_pieces, 2 + random() % 40);
     if (random() % 3 == 0) text.insert(random() % text.size(), 1, '\0');
     const raw_table searched = table(text);
     for (const std::string_view rif : rifs) {
@@ -265,6 +386,18 @@ TEST_F(chip_rows_test, vsi_look_up_equals_the_plain_search_on_hostile_text) {
     st().indexes.clear();
   }
   EXPECT_GT(hits, seeds / 4) << "too few of the texts hold a row";
+}
+
+TEST_F(chip_rows_test, fragments_of_a_table_cost_what_they_are_long) {
+  for (const std::string_view expression : {sem_row, braced_row}) {
+    expect_linear_on_fragments(expression, sem_pieces, 1000);
+  }
+  for (const char* key : {"", " ", ". ", "5", "5 "}) {
+    expect_linear_on_fragments(fill(sem_payload, {key}), sem_pieces, 300);
+  }
+  for (const std::string_view expression : {vsi_head, vsi_mac}) {
+    expect_linear_on_fragments(expression, vsi_pieces, 1000);
+  }
 }
 
 TEST_F(chip_rows_test, many_threads_look_up_keys_of_many_lengths_in_one_table) {

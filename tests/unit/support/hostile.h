@@ -127,16 +127,6 @@ inline const std::vector<bad_output>& endless_outputs() {
   return outputs;
 }
 
-// Outputs that are refused where lines and runs of blanks must have an end.
-inline const std::vector<bad_output>& unreadable_outputs() {
-  static const std::vector<bad_output> outputs = [] {
-    std::vector<bad_output> all = {{"the command could not be run", ERROR}};
-    all.insert(all.end(), endless_outputs().begin(), endless_outputs().end());
-    return all;
-  }();
-  return outputs;
-}
-
 // The messages for the channel "exception" of a run whose logs were never opened.
 inline std::vector<std::string> kept_messages() {
   std::vector<std::string> found;
