@@ -22,44 +22,50 @@ extern "C" {
 #endif
 
 /*
- * What tessel_run returns when it returns at all: the run ended before anything was collected, and
- * there is no result table; or a failure ended it, whose traceback stands on standard error, as
- * does one line if tessel_init has not been called.
+ * What tessel_run returns, if it returns at all:
+ *
+ * - TESSEL_STOPPED_EARLY: the run ended before it collected anything and printed no result table.
+ * - TESSEL_ABORTED: a failure ended the run and its traceback is on standard error; or tessel_init
+ *   was not called, which one line on standard error says.
  */
 #define TESSEL_STOPPED_EARLY 0
 #define TESSEL_ABORTED (-2)
 
 /*
- * Sets the run state to its defaults and `m` to it. Ends the process with a failed assertion if
- * there is no memory for it.
+ * Sets the run state to its defaults and points `m` to it. Ends the process with a failed assertion
+ * if memory is short.
  */
 void tessel_init(void);
 
 /*
- * Runs the audit. `node_id` is the platform's id of the route processor that the host runs on,
- * 4096 or 4352 on most routers. A run that ends by itself, with findings or without, also one
- * that says "Not Done" or cannot open one of its five log channels, flushes standard output and
- * ends the process with status 0 from inside this call. Returns one of the values above otherwise:
- * a debug log or a stale-entry log that cannot be opened comes back as TESSEL_STOPPED_EARLY.
+ * Runs the audit. `node_id` is the platform's id of the route processor that the host runs on, 4096
+ * or 4352 on most routers.
+ *
+ * A run that reaches its own end flushes standard output and ends the process with status 0 from
+ * inside this call. That includes runs with findings, runs that print "Not Done", and runs that
+ * cannot open one of the five log channels. Otherwise the call returns one of the values above. If
+ * the debug log or the stale-entry log cannot be opened, it returns TESSEL_STOPPED_EARLY.
  *
  * Reads the processor clock before and after the run; nothing uses the readings yet.
  *
- * It ends the process by exit(3): the host's atexit handlers and the destructors of its static
- * objects run, and threads of the audit may still be at work meanwhile, as they may after a return.
- * They use nothing of the host but its standard streams.
+ * The process ends through exit(3): the host's atexit handlers and the destructors of its static
+ * objects run. Threads of the audit may still be running then, and also after a return. They use
+ * nothing of the host except its standard streams.
  */
 int32_t tessel_run(int32_t node_id);
 
-/* Releases `m`. The state itself stays, for threads of the audit that may still run. */
+/* Releases `m`. The state itself stays, because threads of the audit may still run. */
 void tessel_finalize(void);
 
 /*
- * The run driver by itself. Returns as tessel_run does, but a run that ends by itself comes back
- * from here with TESSEL_ABORTED: what ended it stays pending for tessel_run to act on.
+ * The run driver alone. Returns what tessel_run returns, with one difference: a run that reaches
+ * its own end returns TESSEL_ABORTED, and what ended it stays pending for tessel_run to act on.
  */
 int32_t run_tessel(uint32_t my_node_id);
 
-/* The run state from tessel_init to tessel_finalize, otherwise null. Of no use to a host. */
+/*
+ * The run state between tessel_init and tessel_finalize, otherwise null. Hosts have no use for it.
+ */
 extern void* m;
 
 #ifdef __cplusplus

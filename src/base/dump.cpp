@@ -42,7 +42,7 @@ void append_json_text(std::string& out, std::string_view text) {
   out += '"';
 }
 
-// Writes a value as indented JSON, in pieces, so that the largest store is never one text.
+// Writes a value as indented JSON in pieces, so that a large store is never held as one text.
 class json_writer {
  public:
   explicit json_writer(log_file& outfile) : outfile_(outfile) {}
@@ -52,7 +52,7 @@ class json_writer {
     outfile_.write(buffer_ + "\n");
   }
 
-  // True if a first piece stands in the file.
+  // True if the file already has the first piece.
   bool has_begun() const { return has_begun_; }
 
  private:

@@ -1,4 +1,4 @@
-// Values and stores as a person reads them.
+// Readable forms of values and stores.
 //
 //   plain("0x1")                       // 0x1
 //   printed(list)                      // ['0x1', 2]
@@ -16,19 +16,19 @@
 
 namespace tessel {
 
-// The map of a record's fields, the form in which it is serialised.
+// A record's fields as a map, the form in which a record is serialised.
 value dumper(const value& obj);
 
-// Writes `obj` as JSON to `outfile`, keys sorted, between the lines 'Start of LAYER entries...'
-// and 'End of LAYER entries...' (in quotes). What cannot be serialised is logged on the channel
-// "exception" and printed plainly instead; nothing is counted. Throws `failure` if a marker line
-// cannot be written.
+// Writes `obj` as JSON with sorted keys to `outfile`, between the lines 'Start of LAYER entries...'
+// and 'End of LAYER entries...' (quotes included). If serialising fails, the failure is logged on
+// the channel "exception", but not counted, and the printed form is written instead. Throws
+// `failure` if a marker line cannot be written.
 void print_object(const value& obj, log_file& outfile, std::string_view layer);
 
-// `text` in its quoted form as one line of `outfile`.
+// Writes the quoted form of `text` as one line of `outfile`.
 void pprint(std::string_view text, log_file& outfile);
 
-// A text as it is, an integer in decimal, anything else in its printed form.
+// A text unchanged, an integer in decimal, anything else in its printed form.
 std::string plain(const value& obj);
 
 // The printed form of a value: {'key': 'text', 'other': 1, 'list': ['a', 'b']}.

@@ -1,4 +1,4 @@
-// How a run tells what it found and what it could not do. Any thread.
+// Reporting of findings and of failures. Any thread.
 #pragma once
 
 #include <fmt/format.h>
@@ -13,8 +13,8 @@
 
 namespace tessel {
 
-// A finding: counts, numbers and logs it in one step. The first braces of `form` take the number
-// that `counted` gave it, the others take `parts`. Returns ERROR.
+// Reports a finding: counts it, numbers it and logs it in one step. The first braces of `form` take
+// the number that `counted` gave, the others take `parts`. Returns ERROR.
 template <class... Parts>
 int report_finding(counter& counted, std::string_view channel,
                    fmt::format_string<std::int64_t, const Parts&...> form, const Parts&... parts) {
@@ -23,24 +23,25 @@ int report_finding(counter& counted, std::string_view channel,
   return ERROR;
 }
 
-// Two layers disagree.
+// Reports that two layers disagree.
 template <class... Parts>
 int inconsistency(fmt::format_string<std::int64_t, const Parts&...> form, const Parts&... parts) {
   return report_finding(st().inconsistent, "inconsistent", form, parts...);
 }
 
-// A chip does not hold what the layers imply.
+// Reports that a chip does not hold what the layers imply.
 template <class... Parts>
 int report_programming_error(fmt::format_string<std::int64_t, const Parts&...> form,
                              const Parts&... parts) {
   return report_finding(st().programming_error, "programming_error", form, parts...);
 }
 
-// What a handler does with the failure that it absorbs: `message`, with the traceback behind it, on
-// the channel "exception", and a count. Returns ERROR.
+// For a handler that absorbs a failure: writes `message` and the traceback to the channel
+// "exception", and counts the failure. Returns ERROR.
 //
-// Which of the two comes first is each handler's own: a thread that sees the count finds the line
-// in the log, or the other way round.
+// The two differ in the order of logging and counting, and each handler needs its own: after
+// `log_and_count`, a thread that sees the count finds the line in the log; after `count_and_log`, a
+// thread that finds the line sees the count.
 int log_and_count(std::string_view message, here where = here::current());
 int count_and_log(std::string_view message, here where = here::current());
 

@@ -1,5 +1,5 @@
-// A place in the source, for tracebacks: `here where = here::current()` as a default argument is
-// the caller's place. Not the standard's own type, which Clang 14 cannot provide.
+// A place in the source, for tracebacks. As a default argument, `here where = here::current()` is
+// the caller's place. std::source_location is not used because Clang 14 cannot provide it.
 #pragma once
 
 #include <experimental/source_location>

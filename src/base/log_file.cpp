@@ -44,7 +44,7 @@ log_file::~log_file() {
 
 void log_file::close() {
   const int descriptor = descriptor_.exchange(-1);
-  // An interrupted close has closed all the same.
+  // A close that was interrupted has still closed the descriptor.
   if (descriptor >= 0 && ::close(descriptor) != 0 && errno != EINTR) cannot("close", path_);
 }
 
@@ -78,7 +78,7 @@ void log_file_slot::open(std::string_view path, file_mode mode) {
 void log_file_slot::close() {
   const std::lock_guard lock(mutex_);
   const std::shared_ptr<log_file> file = std::exchange(file_, nullptr);
-  // A worker takes it under the lock, so whoever holds it now is the last.
+  // Workers take their share under the lock, so with a count of one nobody else uses the file.
   if (file.use_count() == 1) file->close();
 }
 

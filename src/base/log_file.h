@@ -1,4 +1,4 @@
-// An open plain log file, and the place where the run keeps it.
+// An open log file, and the slot in which the run keeps it.
 #pragma once
 
 #include <sys/types.h>
@@ -16,29 +16,29 @@ enum class file_mode {
   truncate,  // "w+": created or emptied
 };
 
-// Opens a file as open(2) does, close-on-exec, and never in the place of a standard stream that the
-// host has closed: what is meant for that stream would go there. Returns -1 and sets errno if it
-// cannot.
+// Opens a file as open(2) does, close-on-exec. Never takes the number of a standard stream that the
+// host has closed, because output meant for that stream would go into the file. Returns -1 and sets
+// errno on failure.
 int open_beside_streams(const std::string& path, int flags, mode_t mode);
 
-// Writes go to the end of the file, whole, from any thread. The descriptor is close-on-exec.
+// Every write goes whole to the end of the file, from any thread. The descriptor is close-on-exec.
 class log_file {
  public:
-  // Throws `failure` naming the path and the cause if the file cannot be opened.
+  // Throws `failure` with the path and the cause if the file cannot be opened.
   log_file(std::string path, file_mode mode);
   ~log_file();
   log_file(const log_file&) = delete;
   log_file& operator=(const log_file&) = delete;
 
-  // Throws `failure` naming the path and the cause, a full disk for example.
+  // Throws `failure` with the path and the cause, for example if the disk is full.
   void write(std::string_view text);
-  // Bytes in the file now. Throws `failure`.
+  // The file's current size in bytes. Throws `failure`.
   std::int64_t size() const;
-  // True if nobody can find the file by a name any more: what is written to it would be lost.
+  // True if the file has no name any more, so that what is written to it would be lost.
   bool is_gone() const;
   int descriptor() const { return descriptor_; }
-  // Closes the descriptor, once; the destructor does it in silence. Throws `failure` naming the
-  // path and the cause: what was written before may not have reached the disk.
+  // Closes the descriptor if it is open. Throws `failure` with the path and the cause, because
+  // earlier writes may not have reached the disk. The destructor closes too, but ignores failures.
   void close();
 
  private:
@@ -46,13 +46,12 @@ class log_file {
   std::atomic<int> descriptor_;  // -1 once closed
 };
 
-// Holds an open file, or none. Whoever took the file may go on using it after it was closed here:
+// Holds an open file or none. A thread that has taken the file may use it after it was closed here;
 // the last user closes the descriptor.
 class log_file_slot {
  public:
   void open(std::string_view path, file_mode mode);
-  // Throws `failure` if the file is closed right here, nobody else using it, and that fails. The
-  // slot is empty afterwards in any case.
+  // Empties the slot. If nobody else uses the file, closes it, and throws `failure` if that fails.
   void close();
   bool opened_once() const;
   // The open file, or null.

@@ -54,7 +54,8 @@ std::shared_ptr<log_channel> channel_or_wait(std::string_view name, log_level le
   return nullptr;
 }
 
-// Neither file nor standard output may take a word: a lost line stops nobody.
+// Ignores the failure if standard output cannot be written either: a lost line must not end the
+// run.
 void say_and_go_on(std::string_view text) {
   try {
     print(text);
@@ -97,7 +98,7 @@ void log_channel::write(log_level level, std::string_view entry) {
 }
 
 void log_channel::rotate() {
-  // A file that cannot be renamed grows past its limit: no finding is lost for the sake of size.
+  // If the file cannot be renamed, it grows past its limit, so that no finding is lost.
   if (std::rename(path_.c_str(), (path_ + ".1").c_str()) != 0 && errno != ENOENT) return;
   reopen(file_mode::truncate);
 }
@@ -106,7 +107,7 @@ void log_channel::reopen(file_mode mode) {
   try {
     file_ = std::make_unique<log_file>(path_, mode);
   } catch (const failure&) {
-    // The open file is the backup now, or has no name, and takes the entry.
+    // The open file, which is now the backup or has no name, takes the entry.
   }
 }
 
@@ -144,7 +145,8 @@ void logger(std::string_view msg, std::string_view logger_name, bool exc_info, h
 int log_init() {
   run_state& run = st();
   try {
-    // Wider than what the end of a run removes: nothing of an earlier run or version stays.
+    // Matches more than the removal at the end of a run does, so that no file of an earlier run or
+    // version stays.
     execute("rm /tmp/tessel*");
     setup_logger("exception", LOG_FILE_EXCEPTION);
     setup_logger("inconsistent", LOG_FILE_INCONSISTENT);

@@ -1,8 +1,8 @@
 // The five log channels: "exception", "inconsistent", "programming_error", "delete_pending" and
 // "bundle_health". Each entry is a line "2026-11-21 07:38:53,123: message".
 //
-// `setup_logger` and `log_init` are called by the main thread before any worker starts; `logger`
-// from any thread at any time.
+// Threads: the main thread calls `setup_logger` and `log_init` before any worker starts. Any thread
+// may call `logger` at any time.
 #pragma once
 
 #include <memory>
@@ -27,18 +27,18 @@ inline constexpr std::string_view LOG_FILE_DEBUG = "/var/log/tessel_debug.log";
 
 enum class log_level { info, error };
 
-// One channel's file. It is opened again if something is written after it was closed, since a
-// worker may outlive the closing.
+// The file of one channel. A write after `close` opens it again, because a worker may outlive the
+// end of the run.
 class log_channel {
  public:
-  // `limit` is the size that a rotating file never reaches; 0 for a file that does not rotate.
-  // Throws `failure` if the file cannot be opened.
+  // A rotating file stays smaller than `limit` bytes; 0 means no rotation. Throws `failure` if the
+  // file cannot be opened.
   log_channel(std::string path, file_mode mode, std::int64_t limit, log_level level);
 
-  // Adds an entry, rotating to the one backup ".1" first if the entry would make the file reach
-  // the limit. Throws `failure`. Calls from several threads keep entries whole.
+  // Adds an entry. If the entry would make the file reach the limit, rotates first, to the one
+  // backup ".1". Entries from several threads do not mix. Throws `failure`.
   void write(log_level level, std::string_view entry);
-  // Throws `failure` if the file cannot be closed; the channel is closed afterwards in any case.
+  // The channel is closed afterwards in any case. Throws `failure` if closing the file fails.
   void close();
 
  private:
@@ -57,9 +57,9 @@ class log_channel {
 void setup_logger(std::string_view logger_name, std::string_view log_file_path,
                   log_level level = log_level::info, file_mode mode = file_mode::append);
 
-// Writes one entry; with `exc_info`, at level ERROR and with the traceback of the failure that is
-// being handled behind it. Never throws `failure`: what goes wrong is printed as "Log ERROR". An
-// entry for a channel that is not open yet is kept and written when it is.
+// Writes one entry. With `exc_info`, the entry has level ERROR and is followed by the traceback of
+// the failure that is being handled. An entry for a channel that is not open yet is kept and
+// written when the channel opens. Never throws `failure`: if writing fails, it prints "Log ERROR".
 void logger(std::string_view msg, std::string_view logger_name, bool exc_info = false,
             here where = here::current());
 

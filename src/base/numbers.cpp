@@ -13,7 +13,7 @@ namespace tessel {
 
 namespace {
 
-// A whole number of any length: sign and magnitude, 32 bits a limb, lowest first.
+// An integer of any length: sign and magnitude, in limbs of 32 bits, lowest first.
 class wide_integer {
  public:
   bool negative = false;
@@ -66,8 +66,8 @@ class wide_integer {
   std::vector<std::uint32_t> limbs_;
 };
 
-// Longer digit strings are no platform's number, and converting them takes time with the square
-// of their length.
+// No platform prints longer numbers, and the time to convert one grows with the square of its
+// length.
 constexpr std::size_t longest_number = 4096;
 
 std::optional<std::uint32_t> digit_of(char c, std::uint32_t base) {
@@ -140,7 +140,7 @@ std::int64_t fitting(const std::optional<wide_integer>& number, std::string_view
   return static_cast<std::int64_t>(wide);
 }
 
-// An integer as plain hexadecimal text, or a decimal text of any length.
+// Plain hexadecimal text of an integer or of a decimal text of any length.
 std::string decimal_to_hex(const value& number) {
   if (number.is_integer()) return convert_to_hex(number);
   const std::string& digits = number.as_text();

@@ -13,13 +13,14 @@ namespace tessel {
 
 namespace {
 
-// Called with print_mutex held.
+// The caller holds print_mutex.
 void write_out(std::string_view text) {
   errno = 0;
   if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) {
     return;
   }
-  // What stdio still holds would fail again, and block the exit of the process for nothing.
+  // Clear the error: a retry of what stdio still holds would fail again and block the exit of the
+  // process.
   const int cause = errno;
   std::clearerr(stdout);
   throw failure(fmt::format("cannot write standard output: {}", std::strerror(cause)));

@@ -1,11 +1,11 @@
 // The only writers of standard output.
 //
-// A title leaves its line open, and whatever is printed next is preceded by one blank:
+// A title leaves its line open. The next thing printed is preceded by one blank:
 //   print_title("Dumping Data");   // "Dumping Data............................"
 //   print("Done");                 // " Done\n"
 //
-// Each call is flushed, so that a person sees the phase that is running. May be called from any
-// thread. Each throws `failure` if standard output cannot be written.
+// Each call flushes, so that the operator sees which phase is running. All functions may be called
+// from any thread and throw `failure` if standard output cannot be written.
 #pragma once
 
 #include <cstddef>
@@ -16,13 +16,13 @@ namespace tessel {
 // The width to which a title is padded.
 inline constexpr std::size_t DOTS = 40;
 
-// `text` and a line end.
+// Prints `text` and a line end.
 void print(std::string_view text);
 
-// `title` padded on the right with "." to DOTS characters, without a line end.
+// Prints `title`, padded on the right with "." to DOTS characters, without a line end.
 void print_title(std::string_view title);
 
-// Ends a line that a title left open, if there is one.
+// Ends the line that a title left open, if there is one.
 void end_open_line();
 
 }  // namespace tessel

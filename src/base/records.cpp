@@ -91,7 +91,7 @@ subBundles::subBundles()
               {"delPending", DEFAULT},
               {"encap", make_list()}}) {}
 
-// The nodes of a bundle report their VLAN domains in turn, each on a thread of its own.
+// A shared map, because the nodes' threads set their VLAN domains in it one after the other.
 Bundles::Bundles()
     : record({{"ifh", DEFAULT},
               {"lagid", DEFAULT},

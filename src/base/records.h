@@ -1,13 +1,12 @@
-// The three records that hold the configuration's view of a bundle.
+// The three records that hold what the configuration says about a bundle.
 //
 //   auto bundle = std::make_shared<Bundles>();
 //   bundle->get("lagid");                    // "Not set"
-//   bundle->expect("lagid", "0x1");          // stored; agrees with itself from now on
-//   bundle->expect("lagid", "0x2");          // "0x1": what the record holds instead
+//   bundle->expect("lagid", "0x1");          // stored; "0x1" agrees from now on
+//   bundle->expect("lagid", "0x2");          // returns "0x1", what the record holds
 //   bundle->get("lag");                      // throws failure: no field 'lag'
 //
-// Threads: a record locks itself, and each operation is one step under its lock; any thread may
-// call any of them.
+// Threads: each operation is one step under the record's own lock. Any thread may call any of them.
 #pragma once
 
 #include <mutex>
@@ -26,18 +25,18 @@ class record {
   virtual ~record() = default;
   record& operator=(const record&) = delete;
 
-  // Throws `failure` naming the field if it was never declared or set.
+  // Throws `failure` with the field's name if it was never declared or set.
   value get(std::string_view field, here where = here::current()) const;
   // Sets or adds a field.
   void set(std::string_view field, value content);
 
-  // The expected-value rule in one step: a field that is not set takes `reported`; otherwise the
-  // two must be equal. Returns nothing if they agree, else what the record holds. Throws `failure`
-  // if there is no such field.
+  // Applies the expected-value rule in one step: a field that is not set takes `reported`; a field
+  // that is set must equal `reported`. Returns nothing if they agree, otherwise what the record
+  // holds. Throws `failure` if there is no such field.
   std::optional<value> expect(std::string_view field, const value& reported,
                               here where = here::current());
 
-  // Calls `step` with the field, under the lock, so that a test and a write are one. Throws
+  // Calls `step` with the field under the lock, so that a test and a write are one step. Throws
   // `failure` if there is no such field.
   template <class Step>
   auto in_one_step(std::string_view field, Step step, here where = here::current()) {
@@ -45,7 +44,7 @@ class record {
     return step(slot(field, where));
   }
 
-  // The fields in declaration order, as they are serialised.
+  // The fields in declaration order, the form in which they are serialised.
   virtual value fields_as_map() const;
 
  protected:
@@ -60,7 +59,7 @@ class record {
 };
 
 // One physical member port: name, ifh, pp_port, npu_id, npu_core, voq, memid, nodename, mtu,
-// vlan_domain. Copied when it enters a bundle, so that the store keeps what the forwarding object
+// vlan_domain. It is copied into its bundle, so that the store keeps what the forwarding object
 // said.
 class memberInfo : public record {
  public:

@@ -1,5 +1,5 @@
-// Text that is searched again and again with one pattern and another name each time is read once
-// into an index and looked up. The index of a text is built on first use and kept here.
+// Indexes for texts that are searched many times with one pattern and a different name each time.
+// The index of a text is built at the first look-up and kept here.
 #pragma once
 
 #include <exception>
@@ -14,13 +14,13 @@
 
 namespace tessel {
 
-// Any thread may call any function. An index is built once, by the thread that asks first; others
-// that ask for the same one wait for it.
+// Any thread may call any function. The first thread that asks for an index builds it; others that
+// ask for the same index wait.
 class text_indexes {
  public:
-  // The index of `text`, of type `Index`, which is built with `Index(std::string_view)`. Throws
-  // what building threw, at every call: a text that cannot be read is read once. A shortage of
-  // memory is not kept.
+  // The index of `text`, built with `Index(std::string_view)`. If building threw a `failure`, every
+  // call throws it again, so that an unreadable text is read only once. Other exceptions, such as a
+  // shortage of memory, are not kept, and the next call builds again.
   template <class Index>
   std::shared_ptr<const Index> get(const std::shared_ptr<const std::string>& text) {
     const std::shared_ptr<entry> found = find({std::type_index(typeid(Index)), text.get()}, text);
@@ -30,7 +30,7 @@ class text_indexes {
     return std::static_pointer_cast<const Index>(found->index);
   }
 
-  // Forgets all of them; who holds one may go on using it.
+  // Forgets all indexes. Those already handed out stay valid.
   void clear() {
     const std::lock_guard lock(mutex_);
     entries_.clear();
@@ -41,7 +41,7 @@ class text_indexes {
     std::shared_ptr<const std::string> text;  // constant; what the index's views point into
     std::mutex mutex;
     std::shared_ptr<const void> index;  // guarded by mutex
-    std::exception_ptr failure;         // guarded by mutex; why there is no index
+    std::exception_ptr failure;         // guarded by mutex; why building the index failed
   };
   using entry_key = std::pair<std::type_index, const std::string*>;
 

@@ -12,7 +12,7 @@ namespace tessel {
 
 namespace {
 
-constexpr std::size_t scan_limit = 8;     // up to here a walk beats hashing
+constexpr std::size_t scan_limit = 8;     // up to this size a linear search is faster than hashing
 constexpr std::size_t brief_limit = 100;  // bytes of a value that a message quotes
 constexpr std::string_view visited = "Visited";
 
@@ -162,7 +162,7 @@ std::size_t map::position(std::string_view key) const {
   return held == 0 ? npos : held - 1;
 }
 
-// Where the index holds `key`, or would.
+// The slot that holds `key`, or the free slot where it would go.
 std::size_t map::slot_of(std::string_view key) const {
   const std::size_t mask = index_.size() - 1;
   std::size_t slot = std::hash<std::string_view>()(key) & mask;
@@ -173,7 +173,7 @@ std::size_t map::slot_of(std::string_view key) const {
 void map::rebuild_index() {
   index_.clear();
   if (entries_.size() <= scan_limit) return;
-  // Room for as many again before half of it is taken.
+  // Half full only after the number of entries has doubled.
   std::size_t slots = 8 * scan_limit;
   while (slots < 4 * (entries_.size() + 1)) slots *= 2;
   index_.resize(slots);

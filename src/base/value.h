@@ -7,10 +7,10 @@
 //   entry.at("Visited") == "0"         // false: an integer never equals a text
 //   entry.at("mtu")                    // throws failure: no key 'mtu'
 //
-// Threads: a map is filled by the one thread that knows it and then published with one insert;
-// from then on its structure is frozen and everybody reads it without a lock. What still changes
-// is race-free: integer entries (`map::update`) and the visited mark (`map::mark_visited`). Only
-// a map made with `make_shared_map` takes inserts from several threads; it locks itself.
+// Threads: one thread fills a map and then publishes it with one insert. From then on its structure
+// is frozen, and all threads read it without a lock. Two changes stay possible and are free of
+// races: integer entries (`map::update`) and the visited mark (`map::mark_visited`). Only a map
+// made with `make_shared_map` takes inserts from several threads; it locks itself.
 #pragma once
 
 #include <atomic>
@@ -47,7 +47,7 @@ class value {
   value(std::shared_ptr<record> object);
 
   value(const value& other) : kind_(other.kind_), number_(other.number()), object_(other.object_) {}
-  // What was moved from is none.
+  // The moved-from value has kind none.
   value(value&& other) noexcept
       : kind_(std::exchange(other.kind_, value_kind::none)),
         number_(other.number()),
@@ -66,7 +66,8 @@ class value {
   // False for none, the integer 0, and an empty text, map or list.
   bool truthy() const;
 
-  // The content as one kind. Each throws `failure`, naming what was found, if it is another kind.
+  // The content as one kind. Each throws `failure`, naming what it found, if the value is another
+  // kind.
   std::int64_t as_integer(here where = here::current()) const;
   const std::string& as_text(here where = here::current()) const;
   std::shared_ptr<const std::string> as_shared_text(here where = here::current()) const;
@@ -74,13 +75,13 @@ class value {
   value_list& as_list(here where = here::current()) const;
   record& as_record(here where = here::current()) const;
 
-  // The entry of a map under `key`. Throws `failure` if there is none or this is no map.
+  // The entry of a map under `key`. Throws `failure` if there is no such key or this is not a map.
   value at(std::string_view key, here where = here::current()) const;
-  // True if a map holds `key`. Throws `failure` if this is no map: a text or ERROR in a store's
-  // place is never searched.
+  // True if a map holds `key`. Throws `failure` if this is not a map, so that a text or ERROR in
+  // the place of a store is never searched.
   bool contains(std::string_view key, here where = here::current()) const;
 
-  // By kind and content; a record equals only itself.
+  // Compares kind and content; a record equals only itself.
   friend bool operator==(const value& left, const value& right);
   friend bool operator==(const value& left, std::string_view right) {
     return left.is_text() && left.as_text() == right;
@@ -107,8 +108,8 @@ class value {
   std::shared_ptr<void> object_;
 };
 
-// Text keys in insertion order; look-up is by hash once there are more than a few. A `value` holds
-// it by reference: two values can be the same map.
+// Text keys in insertion order; larger maps look keys up by hash. A `value` holds a map by
+// reference: two values can be the same map.
 class map {
  public:
   enum class order : std::uint8_t { plain, ordered };
@@ -116,7 +117,7 @@ class map {
 
   explicit map(order kind = order::plain, access threads = access::frozen);
 
-  // Told apart only by the stale walk, which does not enter ordered maps.
+  // Only the stale-entry check uses the difference: it does not enter ordered maps.
   bool is_ordered() const { return order_ == order::ordered; }
   std::size_t size() const;
   bool empty() const { return size() == 0; }
@@ -127,16 +128,16 @@ class map {
   // The entry under `key`, or none.
   value find(std::string_view key) const;
 
-  // Inserts, or replaces in place. Of a map that is not shared: only before it is published.
+  // Inserts, or replaces in place. A map that is not shared takes this only before it is published.
   void set(std::string_view key, value content);
-  // Overwrites an integer entry with `number`; any time, from any thread. Throws `failure` if
+  // Overwrites an integer entry with `number`, at any time, from any thread. Throws `failure` if
   // there is no integer entry `key`.
   void update(std::string_view key, std::int64_t number, here where = here::current());
-  // Removes `key` if present. Only before the map is published. No phase takes an entry out; tests
-  // do, to make the gaps that phases have to cope with.
+  // Removes `key` if present. Only before the map is published. No phase removes entries; tests do,
+  // to make the gaps that phases have to cope with.
   void erase(std::string_view key);
 
-  // Sets "Visited" to the integer 1, adding it as the last entry if absent; any time, from any
+  // Sets "Visited" to the integer 1, as a new last entry if it is absent; at any time, from any
   // thread.
   void mark_visited();
 
@@ -161,7 +162,7 @@ class map {
   std::vector<entry> entries_;        // frozen once published; guarded by guard_ if that is set
   std::vector<std::uint32_t> index_;  // open addressing into entries_, position + 1; empty if small
   std::unique_ptr<std::shared_mutex> guard_;
-  std::atomic<bool> late_mark_ = false;  // "Visited" of an entry that was published without it
+  std::atomic<bool> late_mark_ = false;  // "Visited" was set on a map that was published without it
   order order_;
 };
 
@@ -171,8 +172,7 @@ value make_ordered_map();
 value make_shared_map(map::order kind = map::order::ordered);
 value make_list(value_list items = {});
 
-// `content` as it may stand in a failure's text: quoted if it is a text, and cut to a line's
-// length.
+// `content` for the text of a failure: a text is quoted, and a long one is cut.
 std::string brief(const value& content);
 std::string brief_text(std::string_view text);
 

@@ -11,8 +11,8 @@ namespace tessel {
 
 namespace {
 
-// Jobs nest a few calls deep and keep their data on the heap; the address space of thousands of
-// workers at once is what counts.
+// Jobs nest only a few calls deep and keep their data on the heap. A small stack saves address
+// space when thousands of workers run at once.
 constexpr std::size_t stack_size = std::size_t{512} * 1024;
 
 void run_to_the_end(std::function<void()>& job) {

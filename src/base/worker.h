@@ -12,12 +12,13 @@
 
 namespace tessel {
 
-// `start` is called once; `join` from any thread, any number of times, and only after `start`.
+// Call `start` once. `join` may be called from any thread, any number of times, but only after
+// `start`.
 //
-// The thread's resources go when the job ends, joined or not. If the system has no thread left to
-// give, `start` runs the job on the spot: a large router must not fail on a process limit. A job
-// that lets a failure out ends only itself; its traceback goes to standard error. A job must not
-// let an `exit_request` out.
+// The thread's resources are released when the job ends, joined or not. If the system cannot create
+// another thread, `start` runs the job in the calling thread: a large router must not fail because
+// of a process limit. A job that throws a failure ends only itself; its traceback goes to standard
+// error. A job must not throw `exit_request`.
 class worker {
  public:
   explicit worker(std::function<void()> job);
@@ -32,8 +33,8 @@ class worker {
 // Starts a worker that runs `job`.
 std::shared_ptr<worker> start_worker(std::function<void()> job);
 
-// Workers that were started, walked by position: others may append while `join_all` runs, and
-// those are joined too. All functions may be called from any thread.
+// The workers that were started. `join_all` walks them by position, so it also joins those that
+// other threads append meanwhile. All functions may be called from any thread.
 class worker_list {
  public:
   void append(std::shared_ptr<worker> started);
@@ -47,7 +48,7 @@ class worker_list {
   std::vector<std::shared_ptr<worker>> workers_;  // guarded by mutex_
 };
 
-// Joins a list at the end of a scope, however it is left.
+// Joins all workers of a list at the end of a scope, also if an exception leaves it.
 class join_at_end {
  public:
   explicit join_at_end(worker_list& workers) : workers_(workers) {}

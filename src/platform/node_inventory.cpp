@@ -17,8 +17,8 @@ namespace {
 
 constexpr int first_rp_id = 4096;
 constexpr int second_rp_id = 4352;
-constexpr int slots = 16;      // line cards of a chassis, numbered from 0
-constexpr int fir_slots = 47;  // the same of a fir system
+constexpr int slots = 16;      // line cards in a chassis, numbered from 0
+constexpr int fir_slots = 47;  // line cards in a fir system
 
 void insert_node(const std::string& nodename, int nodeid) {
   value node = make_map();
@@ -60,7 +60,8 @@ map& node_of(const std::vector<std::string_view>& node_info) {
   return st().nodeinfo.get().at(st().nodename).as_map();
 }
 
-// What a line tells of a node in any state. `route_processor` takes the node's name if it is one.
+// Enters what a line says about a node in any state. If the node is a route processor, stores its
+// name in `route_processor`.
 map& enter_common(const std::vector<std::string_view>& node_info, value& route_processor) {
   map& node = node_of(node_info);
   node.set("dump", 0);
@@ -110,7 +111,7 @@ void enter_listing_line(std::string_view line) {
     enter_standby(node_info);
     act_stb = true;
   }
-  // Only on this router type do standby nodes take part.
+  // Standby nodes take part only on this router type.
   if (st().router == aspen && act_stb) {
     map& node = node_of(node_info);
     if (node.at("band") == "FINAL") node.set("dump", 1);

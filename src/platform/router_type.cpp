@@ -18,8 +18,8 @@ namespace tessel {
 
 namespace {
 
-// The first text found in the model decides: the longer TRCEDARX stands before TRCEDAR. TR-BIRCH1
-// is found as TR-BIRCH already and stands here because it is a model of its own.
+// The first name found in the model decides, so the longer TRCEDARX comes before TRCEDAR. TR-BIRCH1
+// already matches TR-BIRCH; it is listed because it is a model of its own.
 constexpr std::array<std::pair<std::string_view, router_type>, 9> models = {{
     {"TR-BIRCH", birch},
     {"TR-BIRCH1", birch},
@@ -48,8 +48,8 @@ constexpr std::array<supported_asic, 6> supported_asics = {{
 
 constexpr std::string_view jericho2 = "BCM8869";
 
-// The shortest text ahead of the word on the first line that has one: what "(.+?)(?=processor)"
-// finds first, without trying every start on every line.
+// The text before "processor" on the first line where that text is not empty. This is the first
+// match of "(.+?)(?=processor)", found without trying every start on every line.
 std::string_view model_of(std::string_view shversion) {
   for (const std::string_view line : split(shversion, "\n")) {
     const std::size_t end = line.find("processor", 1);
@@ -70,7 +70,8 @@ bool is_supported(std::string_view asic) {
                      [asic](const supported_asic& known) { return known.type == asic; });
 }
 
-// Node name to the units that the R/S/I lines place on it, for the two chassis types that need it.
+// Enters for each node the units that the R/S/I lines list under it. Only two chassis types need
+// it.
 void read_npu_lists(std::string_view asic_dump, const matches& asic_info) {
   value npu_lists = make_ordered_map();
   for (std::size_t at = 0; at < asic_info.size(); ++at) {
@@ -127,8 +128,8 @@ int get_router_type() {
 }
 
 matches first_units_of(std::string_view unit_list) {
-  // As first_unit_definition, but from a head that no unit follows the search goes on behind what
-  // no other head of its line can need: a line of heads is read once.
+  // The same as first_unit_definition, with one addition: if no unit follows a head, the search
+  // skips text that no other head on the line can need, so that a line of many heads is read once.
   static const pattern& first_unit =
       constant(R"(Node ID: (\w+\/\w+\/CPU0)(?:(?:\n|\n*.*\n)\w+\s\d+\s\w+\s(BCM\d{4}))"
                R"(|(?!\n)(?>.*?(?=Node ID: \w++\/\w++\/CPU0\n)|.*+)(*SKIP)(*FAIL)))");

@@ -28,8 +28,8 @@ constexpr std::string_view bhc_str = "Bundle Health Status Error";
 
 constexpr std::int64_t most_previewed = 10;
 
-// The counters, each read once: workers may still be counting. Objects that wait for their deletion
-// are told only beside an inconsistency.
+// The counters, each read once, because workers may still be counting. Objects that wait for
+// deletion count only if there is an inconsistency.
 struct outcome {
   std::int64_t inconsistent = st().inconsistent;
   std::int64_t programming_error = st().programming_error;
@@ -66,21 +66,22 @@ void print_lines(const std::vector<std::string>& lines, std::size_t from, std::s
   for (std::size_t at = from; at < std::min(to, lines.size()); ++at) print(lines[at]);
 }
 
-// Where the last `count` lines start; a negative count skips so many lines from the beginning, and
-// none takes all.
+// Where the last `count` lines start. A negative count skips that many lines from the beginning;
+// zero takes all lines.
 std::size_t start_of_last(const std::vector<std::string>& lines, std::int64_t count) {
   const auto size = static_cast<std::int64_t>(lines.size());
   if (count > 0) return static_cast<std::size_t>(std::max<std::int64_t>(size - count, 0));
   return static_cast<std::size_t>(std::min(-count, size));
 }
 
-// `exceptions` is the count of the channel "exception", whichever the log.
+// `exceptions` is the count of the channel "exception", whatever `log_file` is.
 void preview(std::int64_t counted, std::int64_t exceptions, std::string_view log_file) {
   const std::string path(log_file);
   const std::vector<std::string> lines = lines_of(path);
   const auto count = static_cast<std::int64_t>(lines.size());
   if (counted > count) {
-    // The older findings have rotated out. The difference is that of the exceptions for every log.
+    // The older findings are in the rotated file. How many lines to take from there is computed
+    // from the exception count, for every log.
     const std::int64_t diff = exceptions - count;
     const std::vector<std::string> older = lines_of(path + ".1");
     print_lines(older, start_of_last(older, diff), older.size());
@@ -88,8 +89,8 @@ void preview(std::int64_t counted, std::int64_t exceptions, std::string_view log
   print_lines(lines, start_of_last(lines, counted), lines.size());
 }
 
-// The other findings use up room first, so that the whole preview stays at ten lines. Line 0 is the
-// channel's start line.
+// Shows at most ten preview lines in total: the other findings take their lines first. Line 0 is
+// the channel's start line.
 void preview_bundle_health(std::int64_t err_count, std::int64_t counted) {
   const std::vector<std::string> lines = lines_of(std::string(LOG_FILE_BUNDLE_HEALTH));
   const std::int64_t end = most_previewed + 1 - (err_count - counted);
@@ -135,9 +136,9 @@ void print_report(std::int64_t err_count, const outcome& found) {
 
 void print_results() {
   run_state& run = st();
-  // Workers may still be counting. Rows, total and preview are of one reading; the numbered
-  // findings of that reading stand whole in their logs, and no more of them until the preview is
-  // printed.
+  // Workers may still be counting. Under this lock the rows, the total and the preview come from
+  // one reading: the logs hold all numbered findings of that reading, and no further ones until the
+  // preview is printed.
   const std::lock_guard one_moment(run.finding_mutex);
   run.exception += run.info;
   if (run.inconsistent == 0) run.deletePending = 0;

@@ -1,17 +1,18 @@
-// The end of a run as the operator sees it: the result table and a preview of the findings.
+// The operator's view of a finished run: the result table and a preview of the findings.
 #pragma once
 
 #include <cstdint>
 
 namespace tessel {
 
-// Prints the table and, if anything was counted, the preview. Adds `info` to `exception`. Lets a
-// failure out, as print_errors does. Main thread.
+// Prints the table and, if anything was counted, the preview. Adds `info` to `exception`. Throws
+// `failure` as `print_errors` does. Main thread.
 void print_results();
 
-// Prints the log lines behind the counters, unless `err_count` findings are too many to preview,
-// and after a table the list of log files. Throws `failure` if a log file cannot be read: most
-// often a ".1" backup that a counter asks for and that was never made. Main thread.
+// Prints the log lines of the counted findings, unless `err_count` is too many for a preview. If
+// the table was printed, also prints the list of log files. Throws `failure` if a log file cannot
+// be read; most often that is a ".1" backup which a counter implies but which was never made. Main
+// thread.
 void print_errors(std::int64_t err_count);
 
 }  // namespace tessel

@@ -1,5 +1,4 @@
-// The exported shell of the library.
-// The assertion of tessel_init holds in release builds too.
+// The exported functions of the library. The assertion of tessel_init stays in release builds too.
 #undef NDEBUG
 #include <cassert>
 #include <cstdio>
@@ -21,8 +20,8 @@ __attribute__((visibility("default"))) void* m = nullptr;
 
 namespace {
 
-// What ended run_tessel, until tessel_run acts on it. Only the host's thread touches it; never
-// destroyed, since the process may end while it is in use.
+// The exception that ended run_tessel, kept until tessel_run acts on it. Only the host's thread
+// uses it. It is never destroyed, because the process may end while it is in use.
 std::exception_ptr& pending() {
   static auto& kept = *new std::exception_ptr;
   return kept;
@@ -32,20 +31,20 @@ void print_traceback(const std::exception& error, tessel::here where) {
   try {
     tessel::end_open_line();
   } catch (const std::exception&) {
-    // Standard output may be what failed.
+    // Ignored: standard output may be what failed.
   }
   std::fputs(tessel::traceback_of(error, where).c_str(), stderr);
 }
 
-// An exit request ends the process, flushing what stdio holds. Workers that still run are not
-// waited for; nothing that they use is destroyed.
+// On an exit request, flushes standard output and ends the process. Does not wait for workers that
+// still run; nothing that they use is destroyed.
 void act_on_pending(tessel::here where = tessel::here::current()) {
   const std::exception_ptr reason = std::exchange(pending(), nullptr);
   if (!reason) return;
   try {
     std::rethrow_exception(reason);
   } catch (const tessel::exit_request&) {
-    // A worker that is telling a finding finishes its line; none starts another.
+    // Wait for a worker that is reporting a finding; no other worker starts to report one.
     tessel::st().finding_mutex.lock();
     std::fflush(stdout);
     std::exit(0);
@@ -80,7 +79,7 @@ TESSEL_EXPORT int32_t run_tessel(uint32_t my_node_id) {
 }
 
 TESSEL_EXPORT int32_t tessel_run(int32_t node_id) {
-  // Both readings of the processor clock belong to the call; nothing uses them yet.
+  // The call reads the processor clock before and after the run; nothing uses the readings yet.
   static_cast<void>(std::clock());
   const int32_t result = run_tessel(static_cast<uint32_t>(node_id));
   static_cast<void>(std::clock());

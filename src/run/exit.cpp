@@ -71,16 +71,17 @@ void take_snapshot() {
 void exit_handler() {
   run_state& run = st();
   try {
-    // A worker that still runs may leave a capture behind this; the next run's start removes it.
+    // A worker that still runs may leave a capture file after this. The start of the next run
+    // removes it.
     execute("rm /tmp/tessel_*");
     run.exception += run.info;
     if (run.printed_results == 0) print_summary();
     take_snapshot();
     close_fd();
   } catch (const std::exception&) {
-    // The logs may be what failed: the run ends without another word.
+    // Not reported, because the logs may be what failed.
   }
-  // The counterpart of the run's start_time; no elapsed time is reported yet.
+  // Belongs to the run's start_time; no elapsed time is reported yet.
   [[maybe_unused]] const std::time_t end_time = std::time(nullptr);
   throw exit_request();
 }

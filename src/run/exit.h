@@ -1,17 +1,18 @@
-// The end of every run that got past the platform checks.
+// The end of every run that passed the platform checks.
 #pragma once
 
 namespace tessel {
 
-// Closes the log channels in the order of their names, then the stale-entry and the debug log. A
-// failure is printed and counted. Main thread.
+// Closes the log channels in the order of their names, then the stale-entry log and the debug log.
+// Prints and counts a failure. Main thread.
 void close_fd();
 
-// Writes the run's stores to the debug log as JSON. Lets a failure out. Main thread.
+// Writes the run's stores to the debug log as JSON. Throws `failure` if writing fails. Main thread.
 void take_snapshot();
 
 // Removes the capture files, prints the summary if no result table was printed, writes the
-// snapshot, closes the logs, and throws `exit_request`, whatever of that failed. Main thread.
+// snapshot, closes the logs, and throws `exit_request` even if one of these steps fails. Main
+// thread.
 [[noreturn]] void exit_handler();
 
 }  // namespace tessel

@@ -21,7 +21,7 @@ namespace tessel {
 
 namespace {
 
-// Prints a phase's word behind its title and passes the result on.
+// Prints "Done" or "Not Done" after a phase's title and returns `result`.
 bool done(bool result) {
   print(result ? "Done" : "Not Done");
   return result;
@@ -47,7 +47,7 @@ int run_tessel_with(const value& my_node_id) {
   if (!run.nodeinfo.get().truthy()) exit_handler();
 
   if (!done(dump_data() != ERROR)) exit_handler();
-  // Any failure counted so far ends the run here, even if the parsing itself went well.
+  // Any failure counted so far ends the run here, even if parsing itself succeeded.
   if (!done(parse_data() != ERROR && run.exception == 0)) exit_handler();
   if (!done(check_bundle_consistency() != ERROR)) {
     print_results();

@@ -9,7 +9,7 @@ std::atomic<run_state*> current = nullptr;
 }  // namespace
 
 run_state& new_state() {
-  // Never freed: workers of a run may still hold on to its state.
+  // Never freed: workers of a run may still use its state.
   auto* fresh = new run_state;
   current.store(fresh);
   return *fresh;

@@ -1,12 +1,12 @@
-// The run's shared state: one flat set of named values through which the phases meet. It is
-// created once by tessel_init, serves one run, and is never destroyed before the process ends,
-// since workers may outlive the driver.
+// The shared state of a run: one flat set of named values, the only connection between the phases.
+// tessel_init creates it, and it serves one run. It is never destroyed before the process ends,
+// because workers may outlive the driver.
 //
-// This header is the cellar under all folders: it stands here because the state belongs to the run,
-// but src/base sees it too, since logs, printing and commands keep theirs in it. So it includes
-// src/base alone, and nothing else of src/run may be included from outside.
+// Every folder may include this header. It is in src/run because the state belongs to the run, but
+// src/base includes it too, because logs, printing and commands keep their state in it. Therefore it
+// includes only src/base, and no other header of src/run may be included from outside.
 //
-// Who may touch what is said above each group.
+// A comment above each group says who may access it and when.
 #pragma once
 
 #include <atomic>
@@ -29,8 +29,8 @@
 
 namespace tessel {
 
-// An outcome counter. `++` returns the value that its own increment made, which is the number that
-// a message quotes. Any thread.
+// An outcome counter. `++` returns the value that this increment produced, which is the number that
+// the message shows. Any thread.
 class counter {
  public:
   std::int64_t operator++() { return count_.fetch_add(1) + 1; }
@@ -48,8 +48,8 @@ class counter {
   std::atomic<std::int64_t> count_ = 0;
 };
 
-// A store that is replaced as a whole during the run. Any thread; what is read is a handle on the
-// content as it was at that moment.
+// A store that is replaced as a whole during the run. Any thread. A reader gets a handle to the
+// content at that moment.
 class cell {
  public:
   explicit cell(value content) : content_(std::move(content)) {}
@@ -80,7 +80,7 @@ struct run_state {
   value my_node_id = DEFAULT;
   value activenodeinfo = DEFAULT;
   value standbynodeinfo = DEFAULT;
-  std::string nodename;  // of the node whose line of the inventory is being read
+  std::string nodename;  // the node whose inventory line is being read
   int activenode_cnt = 0;
 
   // Written by the main thread; no phase reads them.
@@ -88,7 +88,7 @@ struct run_state {
   int standbynode_cnt = 0;
   int vmcnt = 0;
 
-  // Without a reader, but for BUNDLE_SCALE: it would override the bundle limit, and nothing sets
+  // Nothing reads these, except BUNDLE_SCALE, which would override the bundle limit; nothing sets
   // it.
   value MAX_BUNDLES = DEFAULT;
   value MAX_SUB_BUNDLES = DEFAULT;
@@ -112,15 +112,15 @@ struct run_state {
   std::int64_t num_sub_bundles_l2 = 0;
   std::int64_t num_sub_bundles_l3 = 0;
 
-  // Locks itself: any thread.
+  // Locks itself; any thread.
   worker_list pid_list;
 
-  // The bundle level's workers of the consistency pass, by bundle. An entry is made by the main
-  // thread before the bundle's other workers start; a list locks itself.
+  // The consistency pass's workers at the bundle level, by bundle. The main thread makes a bundle's
+  // entry before the bundle's other workers start; a list locks itself.
   std::map<std::string, worker_list, std::less<>> bundle_workers;
 
-  // Replaced as a whole; each content is frozen once it stands here, except that the shared maps
-  // take inserts from the workers of collection. Fields of node records are overwritten in place.
+  // Replaced as a whole. The content is frozen once stored, except that the shared maps take
+  // inserts from the workers of collection. Fields of node records are overwritten in place.
   cell nodeinfo{make_ordered_map()};
   cell voq_usage{make_shared_map()};
   cell bdlInfoPI{make_ordered_map()};
@@ -131,12 +131,12 @@ struct run_state {
   cell bdlSubPI{""};
   cell run_cfg{make_list()};
 
-  // Filled by the main thread before the checks start, frozen afterwards. The records in it lock
-  // themselves.
+  // The main thread fills these before the checks start; frozen afterwards. The records in them
+  // lock themselves.
   value tesselDb = make_ordered_map();
   value bundle_dict = make_map();
 
-  // One entry a layer, each touched by that layer's worker alone until it is joined.
+  // One entry per layer. Only that layer's worker accesses it until the worker is joined.
   std::map<std::string, std::int64_t, std::less<>> staleRecurrsion{
       {"PI", 0}, {"BME", 0}, {"DPA", 0}, {"BCM", 0}};
   std::map<std::string, value_list, std::less<>> listRecurrsion{
@@ -147,15 +147,15 @@ struct run_state {
   std::map<std::string, std::shared_ptr<log_channel>, std::less<>> log_dictionary;
   std::vector<waiting_entry> waiting_entries;
 
-  // Locks itself: any thread.
+  // Locks itself; any thread.
   text_indexes indexes;
 
-  // Lock themselves: any thread.
+  // Lock themselves; any thread.
   log_file_slot dl_fd;
   log_file_slot stale_fd;
 
-  // Held while a finding is counted and logged, so that the two are one step: the results are of
-  // one moment, and the process does not end between them.
+  // Held while a finding is counted and logged, so that the two are one step: the results show one
+  // moment, and the process does not end between counting and logging.
   std::mutex finding_mutex;
 
   // Guarded by print_mutex.
@@ -166,7 +166,7 @@ struct run_state {
 // The state of this run.
 run_state& st();
 
-// Puts a fresh state in place, for tessel_init and for tests. The one before is left alone.
+// Puts a fresh state in place, for tessel_init and for tests. The previous one is left as it is.
 run_state& new_state();
 
 }  // namespace tessel
