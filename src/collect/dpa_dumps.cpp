@@ -23,11 +23,11 @@ struct object_type {
   std::string_view name;
   std::string_view grep_opt;
   value (*parse)(const value& output, std::string_view nodename);
-  // Ports leave their effect in `voq_usage`; the others' maps are kept under their name.
+  // True if the parsed map is kept under the type's name; ports go to `voq_usage` instead.
   bool is_kept;
 };
 
-// An l1port line counts even when its value is missing, so that filter alone keeps "not set".
+// An l1port line counts even if its value is missing, so only that filter keeps "not set".
 constexpr std::array<object_type, 5> object_types = {{
     {"lagport",
      "grep -Ea 'lagport|pending|lag_id|intf|mifh|npu_id|mtu|port_class|weight|max_member_count' | "

@@ -29,9 +29,9 @@ void dump_member_mtus() {
   st().mbrInfoPI.set(parse_interface_mtus(output.as_text()));
 }
 
-// Skips a node on a chassis whose two route processors both report to be active: they may run
-// different software. The probe's second id is text and the host's id a number, so the two differ
-// on every node that gets here.
+// Skips a node on a chassis whose two route processors both report to be active, because they may
+// run different software. The probe's second id is a text and the host's id an integer, so they
+// differ on every node that gets here.
 void skip_peer(const std::string& nodename, map& node, const matches& ids) {
   run_state& run = st();
   if (run.activenode_cnt != both_route_processors) return;
@@ -46,7 +46,7 @@ void skip_peer(const std::string& nodename, map& node, const matches& ids) {
   node.update("dump", 0);
 }
 
-// The node's worker, which alone reads its id, has not been started.
+// Safe without a lock: the node's worker, the only reader of the id, has not been started.
 void set_node_id(map& node, const value& id) {
   if (id.is_integer()) {
     node.update("nodeid", id.as_integer());
@@ -111,7 +111,7 @@ int dump_data() {
     run.bdlSubPI.set(
         execute("ifmgr_show database -l 0x1 -a | grep -E BE | grep -E LDP | sort | uniq", "IM_PI"));
     dump_running_config();
-    // Node workers put their NPU workers into the list before they end, so the walk meets them.
+    // Node workers append their NPU workers to the list before they end, so these are joined too.
     run.pid_list.join_all();
     return SUCCESS;
   } catch (const std::exception& error) {

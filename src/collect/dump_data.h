@@ -8,16 +8,19 @@
 namespace tessel {
 
 // Fills `mbrInfoPI`, `bdlSubPI` and `run_cfg`, and through its workers `DPA`, `BCM`, `voq_usage`,
-// `bdlInfoPI` and `bdlInfoPD`. Returns SUCCESS once all workers have ended, whatever they met;
-// ERROR, without waiting for them, after logging and counting a failure of its own. Main thread.
+// `bdlInfoPI` and `bdlInfoPD`. Returns SUCCESS once all workers have ended, even if they met
+// failures; ERROR, without waiting for them, after logging and counting a failure of its own. Main
+// thread.
 int dump_data();
 
-// One node's share: its forwarding objects, then, if its chip is supported, workers for its NPUs,
-// which it does not wait for. Always SUCCESS. A worker of `dump_data`.
+// Collects one node: its forwarding objects and then, if its chip is supported, its NPUs' tables.
+// It starts a worker for each NPU and does not wait for them. Always returns SUCCESS. Runs on a
+// worker of `dump_data`.
 int dump_task(const std::string& nodename, const value& node);
 
-// The running configuration from its banner to its "end" line, into `run_cfg`. Returns ERROR if
-// either is not found (printed) and after a failure (logged and counted). Main thread.
+// Stores the running configuration, from its banner to its "end" line, in `run_cfg`. Returns ERROR
+// if the banner or the end is not found (printed) or after a failure (logged and counted). Main
+// thread.
 int dump_running_config();
 
 }  // namespace tessel

@@ -29,13 +29,13 @@ value raw(const value& output, std::string_view, std::string_view) {
   return output;
 }
 
-// A parser that does not need to know where its text comes from.
+// Adapts a parser that does not need the node and the NPU of its text.
 template <value (*Parse)(const value&)>
 value parsed(const value& output, std::string_view, std::string_view) {
   return Parse(output);
 }
 
-// The last two share a file name: the first one's text is in memory by then.
+// The last two share a file name, which is safe: the text of the first is in memory by then.
 constexpr std::array<chip_command, 7> j2_commands = {{
     {"vis lag", "lag_pp_port", DEFAULT, "bdl_pp_port", parsed<parse_bdl_pp_port>},
     {"dbal table dump table=INGRESS_PP_PORT", "vlan_domain", DEFAULT, "vd",

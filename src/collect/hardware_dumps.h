@@ -1,5 +1,5 @@
-// The switch chips' tables, one worker for each NPU. Jericho2 and the earlier families have
-// different commands, so there are two.
+// Collection of the switch chips' tables, with one worker per NPU. Jericho2 and the earlier
+// families have different commands, so each has its own function.
 #pragma once
 
 #include <string>
@@ -8,15 +8,15 @@
 
 namespace tessel {
 
-// Makes `BCM[nodename]` and starts a worker for each unit of `npu_list` (list of texts), which it
-// does not wait for; they stand in `pid_list`. `nodeid` is a number, `nodeip` a text. Returns
-// SUCCESS, or ERROR after logging and counting a failure. The node's worker.
+// Makes `BCM[nodename]` and starts a worker for each unit of `npu_list` (list of texts). It does
+// not wait for them; they are in `pid_list`. `nodeid` is a number, `nodeip` a text. Returns
+// SUCCESS, or ERROR after logging and counting a failure. Called on the node's worker.
 int dump_hw_tables(const value& npu_list, const value& nodeid, const value& nodeip,
                    const std::string& nodename);
 
-// Sends the family's commands to one NPU and stores the outcome, parsed or raw, as
-// `BCM[nodename][npu]`, which appears only once it is complete. Returns SUCCESS, or ERROR after
-// logging and counting a failure. The NPU's worker.
+// Sends the family's commands to one NPU and stores the results, parsed or raw, as
+// `BCM[nodename][npu]`. The entry appears only when it is complete. Returns SUCCESS, or ERROR after
+// logging and counting a failure. Called on the NPU's worker.
 int dump_tables_per_npu_j2(const value& npu, const value& nodeid, const value& nodeip,
                            const std::string& nodename);
 int dump_tables_per_npu_non_j2(const value& npu, const value& nodeid, const value& nodeip,

@@ -1,4 +1,4 @@
-// The interface manager's status listing: which interface has which MTU.
+// The interface manager's status listing: the MTU of each interface.
 //
 //   HundredGigE0/0/0/1 is up, line protocol is up       {"0/0/0/1": "1514"}
 //     MTU 1514 bytes
@@ -10,14 +10,14 @@
 
 namespace tessel {
 
-// What the listing is searched for: the number that an interface's name ends in, then words and
-// blanks of any number of lines, up to the last MTU among them. Searching a long listing without
-// MTU lines that way takes time with the square of its length.
+// What to find in the listing: the number that ends an interface's name, then words and blanks over
+// any number of lines, up to the last MTU among them. Searching with this pattern would take time
+// quadratic in the length of a listing without MTU lines.
 inline constexpr std::string_view interface_mtu_definition =
     "([0-9\\/]+)\\s+is\\s+[\\w+,\\s+[\\w\\s]*\n\\s+MTU\\s+(\\w+)";
 
-// Interface number ("0/0/0/1") to MTU, both texts, as all matches of the definition give them, the
-// last of a number winning; found in one pass. Any thread.
+// Maps interface number ("0/0/0/1") to MTU, both texts. The result is that of all matches of the
+// definition, where the last match of a number wins, but found in one pass. Any thread.
 value parse_interface_mtus(std::string_view listing);
 
 }  // namespace tessel

@@ -47,7 +47,7 @@ value ports_of_listing(const value_list& lines) {
   for (const value& each : lines) {
     const std::string_view line = each.as_text();
     if (line.find("Node ID:") != std::string_view::npos) {
-      // This chassis lists every port once for each route processor.
+      // This chassis lists every port once per route processor.
       if (run.router == aspen && !(nodename == DEFAULT)) break;
       nodename = run.router == aspen ? run.activenodeinfo : value(word(split_words(line), 2));
     } else if (line.find("local") != std::string_view::npos) {
@@ -79,7 +79,7 @@ int fill_member_details() {
   try {
     dump_voq_usage();
     const value lines = run.voq_usage.get();
-    // Without a listing the store is still what it was before, a map, and holds no lines.
+    // If the listing could not be fetched, the store is still a map, and there are no lines.
     const value members = ports_of_listing(lines.is_list() ? lines.as_list() : value_list());
     run.voq_usage.set(members);
     if (members.truthy()) return SUCCESS;

@@ -16,7 +16,7 @@ namespace tessel {
 
 namespace {
 
-// Where an NPU sits, for descriptions.
+// The location of an NPU, for descriptions.
 struct npu_place {
   std::string_view nodename;
   std::string_view npu;
@@ -72,13 +72,13 @@ void add_diag_lag(std::string_view lag, const npu_place& place, map& bundle) {
   bundle.set(lagid, mem);
 }
 
-// A row: some number, the LAG id, a word, the global port, a word. Written so that a blank cell is
-// matched in one way only; what it finds is what tm_lag_row_definition finds.
+// Finds what tm_lag_row_definition finds: a number, the LAG id, a word, the global port, a word. It
+// is written so that a blank cell matches in only one way.
 constexpr std::string_view tm_lag_row =
     "\\s\\|(?:\\s++(\\d++)\\s++|\\s\\s++)\\|(?:\\s++\\w++\\s++|\\s\\s++)\\|"
     "(?:\\s++(\\w++)\\s++|\\s\\s++)\\|(?:\\s++(\\w++)\\s++|\\s\\s++)\\|\n";
 
-// A LAG's rows may go on in the next piece, so `lag_id` stays from piece to piece.
+// `lag_id` stays from piece to piece, because a LAG's rows may continue in the next piece.
 void add_tm_lag(std::string_view lag, const npu_place& place, std::string& lag_id, map& bundle) {
   static const pattern& row = constant(tm_lag_row);
   const matches rows = findall(row, lag);

@@ -1,4 +1,4 @@
-// The LAGs that a chip really holds, in the print of each family.
+// The LAGs that a chip really holds, as each family prints them.
 //
 //   LAG ID: 1                                {"LAG 0x1": {"0x0": {"gport": "0xc000021",
 //    0  |  0xc000021  |  Y                      "is_active": "Y", ...}, "Visited": 0, ...}}
@@ -6,7 +6,7 @@
 //   | 0 | 1 |   | 1 | yes | 0xc000021 | 0 |   {"0x1": {"members": ["0xc000021", "0xc000022"],
 //   |   |   |   |   | yes | 0xc000022 | 0 |      "Visited": 0, ...}}
 //
-// A chip without a LAG is a note (added to `info`) and its node's chip data count as unusable
+// A chip without a LAG is a note (added to `info`), and its node's chip data count as unusable
 // (`asic_supported` 0). Each parser counts and logs its failure and returns ERROR. Called on the
 // NPU's worker.
 #pragma once
@@ -17,16 +17,16 @@
 
 namespace tessel {
 
-// `diag lag` of the earlier chips. Keys are "LAG " and the id in hexadecimal; values map the member
-// id (hexadecimal text) to "gport" and "is_active" ("Y" or "N") as printed.
+// Parses `diag lag` of the earlier chips. Keys are "LAG " and the id in hexadecimal. Values map the
+// member id (hexadecimal text) to "gport" and "is_active" ("Y" or "N") as printed.
 value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::string_view npu);
 
-// What a row of `tm lag` is: the groups take LAG id, global port and a last word, each empty for a
-// blank cell.
+// Defines a row of `tm lag`. The groups are the LAG id, the global port and the last word, each
+// empty for a blank cell.
 inline constexpr std::string_view tm_lag_row_definition =
     "\\d*\\s+\\|\\s+(\\d*)\\s+\\|\\s+\\w*\\s+\\|\\s+(\\w*)\\s+\\|\\s+(\\w*)\\s+\\|\n";
 
-// `tm lag` of Jericho2. Keys are the id in hexadecimal; "members" lists the global ports as
+// Parses `tm lag` of Jericho2. Keys are the id in hexadecimal; "members" lists the global ports as
 // printed, in row order.
 value parse_tm_lag(const value& tm_lag, std::string_view nodename, std::string_view npu);
 

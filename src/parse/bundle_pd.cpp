@@ -16,11 +16,11 @@ namespace tessel {
 
 namespace {
 
-constexpr std::size_t first_node_row = 3;    // of a bundle's block, behind its header lines
-constexpr std::size_t first_member_row = 4;  // of a node's part, behind its header lines
+constexpr std::size_t first_node_row = 3;    // in a bundle's block, after its header lines
+constexpr std::size_t first_member_row = 4;  // in a node's part, after its header lines
 constexpr std::size_t row_words = 4;
 
-// The agents name the route processors without CPU0, unlike everybody else.
+// Only the agents name the route processors without CPU0; this adds it.
 std::string with_usual_node_names(std::string_view output) {
   return replace_all(replace_all(output, "0/RP0/0", "0/RP0/CPU0"), "0/RP1/0", "0/RP1/CPU0");
 }
@@ -47,11 +47,11 @@ void add_member_row(std::string_view line, std::string_view bundle_id, std::stri
   mem.as_map().set("Visited", 0);
   mem.as_map().set("Node Description",
                    fmt::format("{}_npu{}_node{}_memid{}", bundle_id, words[0], nodename, memid));
-  // Two letters stand for the interface type.
+  // The interface type takes two letters.
   members.set(words[3].substr(std::min<std::size_t>(2, words[3].size())), mem);
 }
 
-// One "Node:" part. Returns the node's name.
+// Adds one "Node:" part. Returns the node's name.
 std::string add_node_part(std::string_view part, std::string_view bundle_id, map& members) {
   const auto lines = split(part, "\n");
   std::string nodename(strip(lines[0]));

@@ -1,5 +1,5 @@
-// The bundle manager's agents' (PD) view: per bundle and node the LAG id, the global port and the
-// NPU mask, and the members with NPU, member id and system port.
+// The view of the bundle manager's agents (PD). Per bundle and node it has the LAG id, the global
+// port and the NPU mask; per member the NPU, the member id and the system port.
 //
 //   Bundle-Ether12                              {"BE12": {
 //   (two header lines)                            "members": {"0/0/CPU0": {"0/0/0/1": {
@@ -15,13 +15,13 @@
 
 namespace tessel {
 
-// The map of bundles in the dump's text, its node names already the usual ones. Throws `failure`
-// for what is no number.
+// The map of bundles in `text`, in which node names already have their usual form. Throws `failure`
+// if a value that must be a number is not one.
 value parse_bundle_info_PD(std::string_view text);
 
-// Runs the dump command and replaces `bdlInfoPD` by the map of bundles; until then, and after a
-// failure, it holds the command's text. Returns SUCCESS, or ERROR after counting and logging a
-// failure. A worker of collection.
+// Runs the dump command and replaces `bdlInfoPD` with the map of bundles. Before that, and after a
+// failure, `bdlInfoPD` holds the command's text. Returns SUCCESS, or ERROR after counting and
+// logging a failure. Called on a worker of collection.
 int dump_parse_bundle_info_PD();
 
 }  // namespace tessel

@@ -28,9 +28,9 @@ void report_missing(std::string_view what, const bundle_head& head) {
 }
 
 value members_of(std::string_view bundle, std::string_view name) {
-  // Finds what member_line_definition finds, in one way only. Where a line holds no handle behind a
-  // member's name, the search goes on at its end, or at a "Member interface" whose name stands on
-  // the next line.
+  // Finds what member_line_definition finds, but each match in only one way. If a line has no
+  // handle after a member's name, the search continues at the end of the line, or at a "Member
+  // interface" whose name is on the next line.
   static const pattern& member_line = constant(
       R"(Member interface\s++(?:(\w++(?<=\w\d)\/\d++\/\d++.*?)\s\((\w+))"
       R"(|\w++(?<=\w\d)\/\d++\/\d++(?>.*?(?=Member interface[^\S\n]*+\n)|.*+)(*SKIP)(*FAIL)))");
@@ -42,13 +42,13 @@ value members_of(std::string_view bundle, std::string_view name) {
     member.as_map().set("mifh", convert_to_hex(found[at][1]));
     member.as_map().set("Visited", 0);
     member.as_map().set("Node Description", fmt::format("{}_{}", name, printed_name));
-    // Two letters stand for the interface type.
+    // The interface type takes two letters.
     members.as_map().set(printed_name.substr(2), member);
   }
   return members;
 }
 
-// Adds the bundle of one piece to `bundles`. False if the piece ends the whole parser.
+// Adds the bundle of one piece to `bundles`. Returns false if the piece ends the whole parser.
 bool add_bundle(std::string_view bundle, map& bundles) {
   static const pattern& head_line = constant(R"(Bundle interface handle\s+(BE\d+)\s.(\w+))");
   static const pattern& mac_line = constant(R"(MAC address\s+(\w\w\w\w.\w\w\w\w.\w\w\w\w))");

@@ -1,4 +1,4 @@
-// The bundle manager's own (PI) database: which bundles exist, with handle, MAC, MTU and members.
+// The bundle manager's own (PI) database: the existing bundles with handle, MAC, MTU and members.
 //
 //   Bundle-Ether12
 //   Bundle interface handle BE12 (0x3000120)          {"BE12": {"mtu": "1514",
@@ -14,18 +14,19 @@
 
 namespace tessel {
 
-// What a member's line means: its name and its handle.
+// Defines a member's line: its name and its handle.
 inline constexpr std::string_view member_line_definition =
     R"(Member interface\s+(\w+\d+\/\d+\/\d+.*?)\s\((\w+))";
 
-// The map of bundles in the dump's text, those without a member left out with a note; or ERROR,
-// counted and logged, if a bundle has no MAC or MTU line. Throws `failure` for what is no number.
+// The map of bundles in `text`. A bundle without a member is left out, with a note. Returns ERROR,
+// counted and logged, if a bundle has no MAC line or no MTU line. Throws `failure` if a value that
+// must be a number is not one.
 value parse_bundle_info_PI(std::string_view text);
 
-// Runs the dump command and replaces `bdlInfoPI` by the map of bundles that have a member; until
-// then, and after a failure, it holds the command's text. Returns SUCCESS; ERROR, after logging and
-// counting, for a bundle without a MAC or MTU line and for any other failure. A worker of
-// collection.
+// Runs the dump command and replaces `bdlInfoPI` with the map of bundles that have a member. Before
+// that, and after a failure, `bdlInfoPI` holds the command's text. Returns SUCCESS; ERROR, after
+// logging and counting, for a bundle without a MAC or MTU line and for any other failure. Called on
+// a worker of collection.
 int dump_parse_bundle_info_PI();
 
 }  // namespace tessel

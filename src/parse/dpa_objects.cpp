@@ -22,7 +22,7 @@ namespace {
 
 using field_map = std::unordered_map<std::string_view, std::string_view>;
 
-// The last value of each field that a block prints.
+// Maps each field that a block prints to its last value.
 field_map fields_of(const pattern& field, std::string_view block) {
   field_map fields;
   const matches found = findall(field, block);
@@ -44,7 +44,7 @@ void leave_out_of_run(std::string_view note, std::string_view nodename) {
   run.nodeinfo.get().at(nodename).as_map().update("dump", 0);
 }
 
-// The members of one bundle on one node, as they come: NPU to member handle to member.
+// The members of one bundle on one node, in the order read: NPU to member handle to member.
 struct lagport_members {
   value by_npu = make_map();
   std::string last_npu;
@@ -92,7 +92,7 @@ void add_lagport(std::string_view bundle, std::string_view nodename, map& bundle
   static const pattern& handle_and_lag =
       constant("dpa_intf_t\\sintf\\s=>\\s(\\w+)\n\\s+\\w+ lag_id\\s=.\\s(\\w+)");
   static const pattern& limit_line = constant(R"(uint32_t max_member_count\s+=>\s+(\d+))");
-  // Of the three counters only the last, for deletion, tells an object on its way out.
+  // Only the last of the three counters, for deletion, shows an object on its way out.
   static const pattern& pending = constant(R"(pending\(cr/up/dl\):0/0/(1))");
   const matches ifh_lag = findall(handle_and_lag, bundle);
   if (ifh_lag.empty()) return;
@@ -116,8 +116,8 @@ void add_lagport(std::string_view bundle, std::string_view nodename, map& bundle
   bundle_dpa.set(ifh, tmp);
 }
 
-// True if the block is a port. Its name is the port tail with underscores for slashes behind the
-// letters of the type word.
+// Adds the block's port to `voq_usage`. Returns false if the block is not a port. A port's name is
+// the letters of its type word followed by the port tail, with underscores for slashes.
 bool add_port(std::string_view block, std::string_view nodename) {
   static const pattern& name_line = constant(R"(name\s=>\s[a-zA-Z]+(\w+))");
   static const pattern& field_line = constant(R"((?<!\w)(\w++)\s=>\s(\w+))");
@@ -138,8 +138,8 @@ bool add_port(std::string_view block, std::string_view nodename) {
 }
 
 struct wanted_field {
-  std::string_view key;    // in the result
-  std::string_view field;  // in the block
+  std::string_view key;    // in the resulting map
+  std::string_view field;  // in the printed block
 };
 
 struct interface_type {

@@ -1,5 +1,5 @@
-// The forwarding abstraction's (DPA) objects, one parser for each type. A block starts at the
-// type's element line; a field line ends in a type, a name, "=>" and the value:
+// The forwarding abstraction's (DPA) objects, with one parser per type. A block starts at the
+// element line of its type. A field line ends in a type, a name, "=>" and the value:
 //
 //   lagport element 0
 //     @dpa_intf_t intf => 0x3000120
@@ -12,8 +12,8 @@
 //                  "Visited": 0, ..., "deletePending": 0}}
 //
 // A text without an object is a note (added to `info`) and takes the node out of the run (`dump`
-// 0), except for l2intf, where it is normal. One bad block loses the whole type of that node: each
-// parser logs and counts its failure and returns ERROR. Called on the node's worker.
+// 0), except for l2intf, where it is normal. One bad block loses the whole type of that node: the
+// parser logs and counts the failure and returns ERROR. Called on the node's worker.
 #pragma once
 
 #include <string_view>
@@ -22,18 +22,18 @@
 
 namespace tessel {
 
-// Bundles by handle (hexadecimal text): "lagid", "members" (by NPU, then by member handle),
-// "vlan_domain" (by NPU, hexadecimal text or DEFAULT), "weight" (sum over the members: an integer,
-// or decimal text where 64 bits do not hold it), "max_member_count" (decimal text or DEFAULT),
-// "deletePending" (1 or 0).
+// Parses bundles. Maps the handle (hexadecimal text) to "lagid", "members" (by NPU, then by member
+// handle), "vlan_domain" (by NPU, hexadecimal text or DEFAULT), "weight" (sum over the members: an
+// integer, or decimal text if it does not fit 64 bits), "max_member_count" (decimal text or
+// DEFAULT) and "deletePending" (1 or 0).
 value parse_lagport_object_DPA(const value& lagport, std::string_view nodename);
 
-// Ports: adds a `memberInfo` to `voq_usage` for each, under its member tail. Returns SUCCESS or
-// ERROR; what was added before a failure stays.
+// Parses ports. Adds a `memberInfo` for each to `voq_usage`, under its member tail. Returns SUCCESS
+// or ERROR; what was added before a failure stays.
 int parse_l1port_object_DPA(const value& l1port, std::string_view nodename);
 
-// Interface attributes by handle, handle and values as printed: "rif", "lif", "mac"; "vlan_domain",
-// "lif", "is_l2"; "rif".
+// Parse interface attributes. Each maps the handle to values, all as printed. l2port has "rif",
+// "lif", "mac"; l2intf has "vlan_domain", "lif", "is_l2"; l3intf has "rif".
 value parse_l2port_object_DPA(const value& l2port, std::string_view nodename);
 value parse_l2intf_object_DPA(const value& l2intf, std::string_view nodename);
 value parse_l3intf_object_DPA(const value& l3intf, std::string_view nodename);

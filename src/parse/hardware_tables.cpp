@@ -25,7 +25,7 @@ map& inner_map(value& outer, std::string_view key) {
   return outer.at(key).as_map();
 }
 
-// Group 1 to group 2 to group 3, the last row of a key winning.
+// Maps group 1 to group 2 to group 3; the last row of a key wins.
 value nested_table(const pattern& row, const value& output) {
   value table = make_map();
   const matches rows = findall(row, output.as_text());
@@ -35,7 +35,7 @@ value nested_table(const pattern& row, const value& output) {
   return table;
 }
 
-// Group 1 to group 2, the last row of a key winning.
+// Maps group 1 to group 2; the last row of a key wins.
 value flat_table(const pattern& row, const value& output) {
   value table = make_map();
   const matches rows = findall(row, output.as_text());
@@ -49,7 +49,7 @@ bool standby_takes_part() {
   return run.nodeinfo.get().at(run.standbynodeinfo.as_text()).at("dump").truthy();
 }
 
-// The raw tables to search for a member, by node.
+// The raw tables in which to look for a member, by node.
 value tables_of(const record& member, std::string_view nodename) {
   run_state& run = st();
   const std::string npu = member.get("npu_id").as_text();

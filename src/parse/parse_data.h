@@ -1,10 +1,10 @@
-// The parse stage: what remains to be parsed once all workers of collection have ended.
+// The parse stage: parses what is left once all workers of collection have ended.
 #pragma once
 
 namespace tessel {
 
 // Parses the running configuration into `tesselDb`. Returns SUCCESS; ERROR, counted and noted, if
-// no bundle with a member is configured. Main thread. Lets a failure of printing out.
+// no bundle with a member is configured. Throws `failure` if printing fails. Main thread.
 int parse_data();
 
 }  // namespace tessel

@@ -28,7 +28,7 @@ std::string name_of(std::string_view head) {
 }
 
 // The sub-interface heads of the whole configuration, by the head of their bundle. One search for
-// all bundles gives what a search of "(?<=[^\s+])HEAD\.\d+" for each gives.
+// all bundles finds the same heads as a search of "(?<=[^\s+])HEAD\.\d+" per bundle.
 using sub_bundle_heads = std::unordered_map<std::string_view, std::vector<std::string_view>>;
 
 sub_bundle_heads sub_bundles_by_head(std::string_view bundle_cfg) {
@@ -47,7 +47,7 @@ void note_switches(const parsed_config& config) {
   const std::string text = list_text(config.stanzas());
   const bool hqos = text.find("hw-module profile qos hqos-enable") != std::string::npos;
   st().tesselDb.as_map().set("hqos", hqos ? 1 : 0);
-  // A configured "hw-module profile bundle-scale" is not taken over: BUNDLE_SCALE stays "Not set".
+  // A configured "hw-module profile bundle-scale" is ignored: BUNDLE_SCALE stays "Not set".
 }
 
 void add_members(Bundles& bdl_obj, const value& member_array) {
@@ -61,14 +61,14 @@ void add_members(Bundles& bdl_obj, const value& member_array) {
     const auto [nodename, port_details] = get_member_pp_port(mName, rsip);
     if (nodename == ERROR) continue;
     if (!members.contains(nodename.as_text())) members.as_map().set(nodename.as_text(), make_map());
-    // A copy: the checks write what other layers say into the bundle's members, and the store
-    // keeps what the forwarding object said.
+    // A copy, because the checks write what other layers report into the bundle's members, while
+    // the store keeps what the forwarding object said.
     auto own = std::make_shared<memberInfo>(static_cast<memberInfo&>(port_details.as_record()));
     members.at(nodename.as_text()).as_map().set(rsip, std::shared_ptr<record>(own));
   }
 }
 
-// A live standby node is compared against the very members of the active one.
+// Gives a live standby node the same members as the active one, to be compared with them.
 void share_members_with_standby(const Bundles& bdl_obj) {
   run_state& run = st();
   if (run.router != aspen || run.standbynodeinfo == DEFAULT) return;
@@ -107,8 +107,9 @@ void add_bundle(std::string_view head, const parsed_config& config, const sub_bu
   const std::string name = name_of(bundle);
   auto bdl_obj = std::make_shared<Bundles>();
   const value member_array = get_members(name, config);
-  // After a failure it is ERROR and no list: that fails in turn, is counted a second time and ends
-  // the parse, for a bundle without members would look like one that is not configured.
+  // After a failure `member_array` is ERROR, not a list. `as_list` then throws, which counts the
+  // failure a second time and ends the parse. Otherwise the bundle would look as if it were not
+  // configured.
   if (member_array.as_list().empty()) return;
   add_members(*bdl_obj, member_array);
   share_members_with_standby(*bdl_obj);
@@ -119,7 +120,7 @@ void add_bundle(std::string_view head, const parsed_config& config, const sub_bu
   run.tesselDb.as_map().set(name, std::shared_ptr<record>(bdl_obj));
 }
 
-// Enters each interface's text under its name; the first stanza of a name wins.
+// Stores each interface's text under its name; the first stanza of a name wins.
 void fill_bundle_dict(std::string_view bundle_cfg) {
   static const pattern& number = constant(R"(interface Bundle-Ether(\d+[^\s,']+|\d+))");
   const auto debug_log = st().dl_fd.require();
@@ -179,7 +180,7 @@ const parsed_config::port_names& parsed_config::ports_of(std::size_t position) c
   static const pattern& four_numbers = constant(R"((?<=interface\s)\w+\/\d+\/\d+\/\d+)");
   if (const auto known = ports_.find(position); known != ports_.end()) return known->second;
   const std::string stanza = list_text({&stanzas_[position], 1});
-  // A breakout port goes first, else its name would also yield its four-number head.
+  // Take out breakout ports first, because their names also contain a four-number name.
   const std::string remainder = sub(five_numbers, "", stanza);
   port_names names{distinct(findall(five_numbers, stanza)),
                    distinct(findall(four_numbers, remainder))};
@@ -232,14 +233,14 @@ int parse_running_config() {
   } catch (const std::exception& error) {
     log_and_count(fmt::format("{}: parse_running_config failed", error.what()));
   }
-  // The largest single value of a run is not kept longer than needed.
+  // Free the largest single value of a run as soon as possible.
   run.run_cfg.set(value());
   return SUCCESS;
 }
 
 std::pair<std::vector<std::string>, std::string> get_bundles(const parsed_config& config) {
   try {
-    // Other protocols mention bundles on indented lines.
+    // Indented lines of other protocols mention bundles too.
     static const pattern& mention = constant(R"((?<!\s)\s++interface Bundle-Ether\d+)");
     static const pattern& head = constant(R"((?<=[^\s+])interface Bundle-Ether\d+)");
     std::vector<std::string_view> stanzas;
@@ -256,9 +257,9 @@ std::pair<std::vector<std::string>, std::string> get_bundles(const parsed_config
   }
 }
 
-// A head can be repeated in its stanza's text. What does not stand behind the first on the line
-// stands behind none: the patterns of this function and of the next skip the others, so that a long
-// line is gone through once, and find what the definitions find.
+// A head can occur several times in its stanza's text. What does not follow the first occurrence on
+// a line follows no other. So the patterns of this function and of get_encap_id skip the others and
+// read a long line only once, and find what the definitions find.
 int get_bundle_type(const value& l2_cfg, std::string_view bundle) {
   try {
     const pattern l2(fill("{}(?:.*?l2transport|.*+(*SKIP)(*FAIL))", {bundle}));

@@ -4,8 +4,8 @@
 
 namespace tessel {
 
-// A value's last digits may themselves be the slot of a line that is glued to it, so values are
-// only looked ahead at.
+// Values are only looked ahead at, because a value's last digits may be the slot of a line that
+// follows without a separator.
 
 const slot_fields::field& slot_fields::npu() {
   static const field made = {R"({}:uint8_t mbr_npu_id\s=>\s(\d+))",

@@ -1,8 +1,8 @@
 // The array fields of one lagport block, read once and looked up by slot.
 //
-// A field line carries its slot and a colon in front of the type. The look-up gives what
-// `findall` of the pattern in `definition`, filled with the slot, gives first: the slot is not
-// anchored on the left, so the line of slot 11 also answers for slot 1 if it comes first.
+// A field line has its slot and a colon before the type. A look-up returns the first result of
+// `findall` with the pattern `definition` for that slot. The pattern does not anchor the slot on
+// the left, so the line of slot 11 also answers for slot 1 if it comes first.
 #pragma once
 
 #include <optional>
@@ -19,25 +19,25 @@ namespace tessel {
 class slot_fields {
  public:
   struct field {
-    std::string_view definition;  // of one slot, which fills the braces
-    const pattern& all;           // of all slots: the digits in front of the colon, the value
+    std::string_view definition;  // for one slot, which fills the braces
+    const pattern& all;           // for all slots: the digits before the colon, the value
   };
   static const field& npu();         // NPU of the member in a slot
   static const field& weight();      // weight of the member in a slot
-  static const field& port_class();  // VLAN domain on the NPU of that number
+  static const field& port_class();  // VLAN domain on the NPU with that number
 
   // Throws what `findall` throws. `block` must outlive this object.
   slot_fields(const field& which, std::string_view block);
 
-  // `slot` is a decimal text. Nothing if no line answers for it.
+  // `slot` is a decimal text. Returns nothing if no line answers for it.
   std::optional<std::string_view> first_of(std::string_view slot) const;
 
  private:
-  // Slots of more digits are looked up line by line.
+  // Slots with more digits are looked up line by line.
   static constexpr std::size_t indexed_digits = 20;
 
   std::vector<std::pair<std::string_view, std::string_view>> lines_;
-  // The last digits in front of the colon, in every length, to the first line that ends so.
+  // Maps the last digits before the colon, in every length, to the first line that ends in them.
   std::unordered_map<std::string_view, std::string_view> first_by_end_;
 };
 

@@ -11,9 +11,9 @@ namespace tessel {
 
 namespace {
 
-// The first row of each core and port. A row may start inside another, even inside the name of its
-// core, so what the definition has in front of "IHP" is looked back at, and what it has behind is
-// looked ahead at.
+// The first row of each core and port. A row may start inside another row, even inside the name of
+// its core. So the text before "IHP" is only looked back at, and the text after it only looked
+// ahead at.
 class vlan_domain_rows {
  public:
   explicit vlan_domain_rows(std::string_view table) {
@@ -37,7 +37,7 @@ class vlan_domain_rows {
   std::unordered_map<std::string, std::string_view> domains_;
 };
 
-// What the rows' pattern takes as a core or a port.
+// True if the rows' pattern accepts `name` as a core or a port.
 bool is_plain(std::string_view name) {
   constexpr std::size_t longest_number = 20;
   return name.size() <= longest_number &&
@@ -51,7 +51,8 @@ std::optional<std::string> vlan_domain_of(const std::shared_ptr<const std::strin
   if (is_plain(core) && is_plain(port)) {
     return st().indexes.get<vlan_domain_rows>(table)->find(core, port);
   }
-  // As vlan_domain_definition, whose word in front would be tried from each of its characters.
+  // The same as vlan_domain_definition, except that it does not try the leading word from each of
+  // its characters.
   const pattern row(fill(R"((?<=\w.)IHP{}\[{}\]:\s<\w+=\w+,VLAN_DOMAIN=(\w+),)", {core, port}));
   const matches found = findall(row, *table);
   return found.empty() ? std::nullopt : std::optional<std::string>(found.text(0));

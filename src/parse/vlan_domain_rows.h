@@ -11,7 +11,7 @@
 
 namespace tessel {
 
-// What one search of a table means: the braces take core and port.
+// Defines one search of a table; the braces take core and port.
 inline constexpr std::string_view vlan_domain_definition =
     R"(\w+.IHP{}\[{}\]:\s<\w+=\w+,VLAN_DOMAIN=(\w+),)";
 
