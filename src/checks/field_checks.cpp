@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t compared_lif_digits = 4;
 constexpr std::size_t shortest_glif = 5;
 
-// What a reported LIF meets in a record.
+// The result of comparing a reported LIF with a record.
 enum class lif_verdict { agrees, too_short, differs };
 
 }  // namespace
@@ -96,7 +96,7 @@ int check_memid(const value& memid, record& element, std::string_view error_stri
     return inconsistency("Inconsistency {}:{} Member ID is not consistent in {}:{}, Expected:{}",
                          error_string, layer, plain(memid), plain(*held));
   } catch (const std::exception& error) {
-    // The words stand for themselves: the object's name is not part of this message.
+    // This message always says "error_string" literally; it does not contain the object's name.
     return log_and_count(
         fmt::format("{}: Member ID verification failed for error_string", error.what()));
   }

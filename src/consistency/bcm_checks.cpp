@@ -31,18 +31,18 @@ record& voq_port(std::string_view member, here where = here::current()) {
   return st().voq_usage.get().at(member, where).as_record(where);
 }
 
-// One member on one NPU: what the two families' checks share.
+// One member on one NPU, as the checks of both chip families need it.
 struct member_on_npu {
   std::string_view member;
   std::string_view bundle;
   std::string_view nodename;
   std::string npu;
   std::string error_string;
-  record& element;  // of the bundle
-  record& port;     // of the member
+  record& element;  // the bundle's
+  record& port;     // the member's
 };
 
-// The bundle level enters whether the object is on its way out.
+// The bundle level sets `delPending`, so wait for it first.
 void check_bundle_delete_pending(const member_on_npu& at) {
   wait_for_bundle_level(at.bundle);
   check_delete_pending(at.element, at.error_string);
@@ -60,8 +60,8 @@ void report_mtu(const member_on_npu& at) {
   check_bundle_delete_pending(at);
 }
 
-// The earlier chips' MTU tables are indexed by core and port; on one chassis, ports are numbered
-// through all cores.
+// The earlier chips' MTU tables are indexed by core and port. One chassis numbers ports across all
+// cores of a chip.
 std::string mtu_port(std::string_view pp_port, std::string_view npu_core) {
   if (st().router != aspen) return std::string(pp_port);
   return port_on_core(pp_port, npu_core);
@@ -83,7 +83,7 @@ void check_member_non_j2(const member_on_npu& at) {
   if (!(at.port.get("mtu") == member_mtu.at(npu_core).at(port))) report_mtu(at);
 }
 
-// Global ports are printed with more digits than system ports, so the ends are compared.
+// Compares the ends, because global ports are printed with more digits than system ports.
 bool has_system_port(const value& bcm_members, std::string_view temp_string) {
   if (temp_string.empty()) return false;
   for (const value& sysport : bcm_members.as_list()) {
@@ -112,7 +112,7 @@ void check_member_j2(const member_on_npu& at) {
   const value m_profile = lag_mtu.at(npu_core).at(bundle_port.as_text());
   const value hw_mtu =
       convert_hex_to_int(tables.at("mtu_profile").at(npu_core).at(m_profile.as_text()));
-  // The port numbers of this chassis need the earlier chips' adjustment, and these have none.
+  // This chassis needs the port number adjustment of the earlier chips, and Jericho2 has none.
   if (st().router == aspen) throw failure("no port number on this family of chips");
   if (!(at.port.get("mtu") == hw_mtu)) report_mtu(at);
 }
@@ -128,14 +128,14 @@ int check_bundles_BCM(std::string_view bundle, std::string_view nodename,
     record& element = bundle_record(bundle);
     const value npu_list = npus_of(nodename);
     for (const value& npu : npu_list.as_list()) {
-      // Grows from NPU to NPU: a message names those walked so far, the latest first.
+      // Grows with each NPU: a message names all NPUs visited so far, the latest first.
       object = fmt::format("NPU{},{}", npu.as_text(), object);
       if (!is_entry_present(npu, BCM.at(nodename), "BCM", object)) return ERROR;
       const value tables = BCM.at(nodename).at(npu.as_text());
       const std::string lag_id = plain(element.get("lagid"));
       const bool j2 = is_j2(nodename) != ERROR;
       const value bcm = tables.at(j2 ? "tm_lag" : "diag_lag");
-      // An earlier chip that shows no LAG at all is not compared.
+      // An earlier chip that reports no LAG at all is not compared.
       if (!j2 && bcm.as_map().empty()) continue;
       const std::string lagid = j2 ? lag_id : "LAG " + lag_id;
       if (!bcm.contains(lagid)) {
@@ -160,7 +160,7 @@ int check_members_BCM(std::string_view member, std::string_view bundle, std::str
     const value members = element.get("members").at(nodename);
     const value npu_list = npus_of(nodename);
     for (const value& npu : npu_list.as_list()) {
-      // Grows from NPU to NPU: a message names those walked so far, the latest first.
+      // Grows with each NPU: a message names all NPUs visited so far, the latest first.
       object = fmt::format("NPU{},{}", npu.as_text(), object);
       const member_on_npu at{
           member, bundle, nodename, npu.as_text(), object, element, members.at(member).as_record()};

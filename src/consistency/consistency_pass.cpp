@@ -24,7 +24,7 @@ namespace tessel {
 
 namespace {
 
-// The nodes that take part, as the flag stands now.
+// The nodes whose `dump` flag is set now.
 std::vector<std::string> dumped_nodes() {
   std::vector<std::string> nodes;
   for (const auto& [nodename, node] : st().nodeinfo.get().as_map().items()) {
@@ -37,8 +37,8 @@ bool is_asic_supported(const std::string& nodename) {
   return st().nodeinfo.get().at(nodename).at("asic_supported").truthy();
 }
 
-// The first node to report a value sets what the others are held against. So the nodes take turns
-// at one object, in their order: the same router gives the same findings in every run.
+// The first node that reports a value sets the expectation for the others. So the nodes take turns
+// at one object, in their order, and the same router gives the same findings in every run.
 using turn = std::shared_ptr<worker>;
 
 turn start_after(const turn& previous, std::function<void()> check) {
@@ -48,8 +48,8 @@ turn start_after(const turn& previous, std::function<void()> check) {
   });
 }
 
-// The pass goes on without them: they stand in the run-wide list, which nobody joins before the
-// stale entry check.
+// The pass does not wait for these workers. They are in the run-wide list, which nobody joins
+// before the stale entry check.
 void start_bundle_level(const std::string& bundle) {
   run_state& run = st();
   turn pid;
@@ -60,14 +60,14 @@ void start_bundle_level(const std::string& bundle) {
   }
 }
 
-// The bundle level finds the LAG id in which the chip's members are looked up. A member that is
-// faster must not be told as missing.
+// The chip's members are looked up under the LAG id that the bundle level finds. Without this wait,
+// a faster member level would report them as missing.
 void wait_for_lag_id(const std::string& bundle) {
   if (bundle_record(bundle).get("lagid") == DEFAULT) wait_for_bundle_level(bundle);
 }
 
-// A member stands on one node, but on the active route processor and its standby it can be one
-// record.
+// A member is on one node, but the active route processor and its standby can share one record;
+// then they take turns too.
 void run_member_level(const std::string& bundle) {
   worker_list pid_list_members;
   std::unordered_map<std::string, turn> pids;
@@ -84,7 +84,7 @@ void run_member_level(const std::string& bundle) {
   pid_list_members.join_all();
 }
 
-// Every node that takes part is examined, with members of the bundle or without.
+// Checks every node that takes part, with or without members of the bundle.
 void run_sub_bundle_level(const std::string& bundle) {
   worker_list pid_list_sub;
   const std::vector<std::string> subs = bundle_record(bundle).get("sub_bundles").as_map().keys();
@@ -171,7 +171,7 @@ int check_sub_bundles(const std::string& sub_bdl, const std::string& bundle,
     const record& element = bundle_record(bundle).get("sub_bundles").at(sub_bdl).as_record();
     const std::string error_string =
         fmt::format("{}({}),{}", sub_bdl, plain(element.get("ifh")), nodename);
-    // Without hierarchical QoS sub-bundles have no LAG of their own.
+    // Without hierarchical QoS, sub-bundles have no LAG of their own.
     if (!st().tesselDb.at("hqos").truthy()) return SUCCESS;
     if (!check_sub_bundles_DPA(sub_bdl, bundle, nodename, error_string)) return ERROR;
     if (is_asic_supported(nodename) &&

@@ -16,12 +16,13 @@ namespace tessel {
 
 namespace {
 
-// The objects print a LIF in fixed width: 0x00012345 is 0x12345.
+// Drops the padding: the objects print a LIF in fixed width, so 0x00012345 becomes 0x12345.
 std::string short_lif(const value& lif) {
   return fmt::format("0x{}", strip_set_left(lif.as_text(), "0x"));
 }
 
-// Passes a check's verdict on; after a disagreement, tells whether the object is on its way out.
+// Returns true if `verdict` is SUCCESS. After a disagreement, also reports whether the object is on
+// its way out.
 bool agrees(int verdict, const record& element, std::string_view error_string) {
   if (!verdict) check_delete_pending(element, error_string);
   return verdict != ERROR;
@@ -38,8 +39,8 @@ void check_member_scale(const value& dpa) {
       plain(weight), plain(limit));
 }
 
-// The interface objects of a bundle on a node that holds members of it: LIF, RIF and MAC of the
-// l2port, then RIF of the l3intf or LIF of the l2intf. The layer text stays the l2port's.
+// Compares a bundle's interface objects on a node that has members of the bundle: LIF, RIF and MAC
+// of the l2port, then RIF of the l3intf or LIF of the l2intf. The messages name the l2port for all.
 bool bundle_interfaces_agree(const value& objects, const std::string& ifh, record& element,
                              std::string_view error_string) {
   constexpr std::string_view layer = "DPA_Bundles_l2port";
@@ -57,7 +58,8 @@ bool bundle_interfaces_agree(const value& objects, const std::string& ifh, recor
   return agrees(check_lif(lif_intf, element, error_string, layer), element, error_string);
 }
 
-// The bundle's VLAN domain on each NPU, compared with the l2intf object's on a layer 2 bundle.
+// The bundle's VLAN domain on each NPU. On a layer 2 bundle each is compared with the domain of the
+// l2intf object.
 value vlan_domains(const value& objects, const std::string& ifh, const record& element,
                    std::string_view error_string) {
   const value dpa = objects.at("lagport").at(ifh);
@@ -89,7 +91,7 @@ int check_bundles_DPA(std::string_view bundle, std::string_view nodename,
     const value dpa = objects.at("lagport").at(ifh);
     element.set("delPending", dpa.at("deletePending"));
     check_member_scale(dpa);
-    // Alone of all disagreements a wrong LAG id does not end the check.
+    // A wrong LAG id is the only disagreement that does not end the check.
     agrees(check_lagid(dpa.at("lagid"), element, error_string, "DPA_Bundles"), element,
            error_string);
     if (element.get("members").contains(nodename) &&
@@ -126,7 +128,7 @@ int check_members_DPA(std::string_view member, std::string_view bundle, std::str
         check_mtu(mtu, port, error_string, "DPA_Members")) {
       return SUCCESS;
     }
-    // The bundle level enters whether the object is on its way out.
+    // The bundle level sets `delPending`, so wait for it first.
     wait_for_bundle_level(bundle);
     check_delete_pending(element, error_string);
     return ERROR;
@@ -155,7 +157,7 @@ int check_sub_bundles_DPA(std::string_view sub, std::string_view bundle, std::st
     const int lif_verdict = check_lif(lif_l2, element, error_string, "DPA_Sub_Bundles_l2intf");
     if (!agrees(lif_verdict, element, error_string)) return ERROR;
     if (!(element.get("is_l2") == 0)) return SUCCESS;
-    // Through decimal, so that leading zeros go. The layer text is the bundle level's.
+    // The way through decimal drops leading zeros. The message names the layer of the bundle level.
     const std::string rif_l3 =
         convert_to_hex(convert_hex_to_int(objects.at("l3intf").at(ifh).at("rif")));
     const int rif_verdict = check_rif(rif_l3, element, error_string, "DPA_Bundles_l2port");

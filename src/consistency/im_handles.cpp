@@ -9,8 +9,8 @@ namespace tessel {
 
 namespace {
 
-// The handle at the end of `text`: the word there from its first "0x" on. Empty if it has none, or
-// nothing behind it.
+// The handle at the end of `text`: the last word, from its first "0x" on. Empty if that word has no
+// "0x", or nothing after it.
 std::string_view handle_at_end(std::string_view text) {
   std::size_t start = text.size();
   while (start > 0 && is_word(text[start - 1])) --start;

@@ -11,12 +11,12 @@
 
 namespace tessel {
 
-// What one search of the listing means: the braces take the name, its points escaped. The blank
-// behind it keeps BE1.1 from BE1.10.
+// Defines one search of the listing; the braces take the name with its points escaped. The blank
+// after the braces keeps BE1.1 from matching BE1.10.
 inline constexpr std::string_view im_handle_definition = R"((0x\w+)\s{} )";
 
-// The first handle that the listing shows for `sub_bdl` ("BE12.100"), as printed; nothing if it
-// shows none. Throws `failure` if the listing cannot be searched. Any thread.
+// The first handle that the listing has for `sub_bdl` ("BE12.100"), as printed; nothing if it has
+// none. Throws `failure` if the listing cannot be searched. Any thread.
 std::optional<std::string> im_handle_of(const std::shared_ptr<const std::string>& listing,
                                         std::string_view sub_bdl);
 

@@ -55,7 +55,7 @@ int check_bundle_scale() {
     auto [MAX_BUNDLES, MAX_SUB_BUNDLES_L2, MAX_SUB_BUNDLES_L3] = get_max_bundle_sub_bundle();
     if (!(run.BUNDLE_SCALE == DEFAULT)) MAX_BUNDLES = to_decimal(run.BUNDLE_SCALE);
     if (run.tesselDb.at("hqos") == 1) {
-      // All interfaces share one limit; the note tells the main bundles alone.
+      // All interfaces share one limit, but the note shows only the number of main bundles.
       const std::int64_t all = run.num_bundles + run.num_sub_bundles_l2 + run.num_sub_bundles_l3;
       note_if_more("bundles", all, MAX_BUNDLES, run.num_bundles);
       return SUCCESS;

@@ -1,4 +1,4 @@
-// Does the configuration stay within what the router type allows?
+// Compares the size of the configuration with the limits of the router type.
 #pragma once
 
 #include <array>
@@ -10,8 +10,8 @@ namespace tessel {
 // router. Throws `failure` for a type without limits. Main thread.
 std::array<std::int64_t, 3> get_max_bundle_sub_bundle();
 
-// Notes and counts (in `exception`) each limit that is exceeded, which is no ERROR. Returns ERROR
-// only after logging and counting a failure. Main thread, before the checks start.
+// Logs each exceeded limit as a note and counts it in `exception`; that is not an ERROR. Returns
+// ERROR only for a failure, after logging and counting it. Main thread, before the checks start.
 int check_bundle_scale();
 
 }  // namespace tessel

@@ -20,8 +20,8 @@ namespace tessel {
 
 namespace {
 
-// The LAG tables alone: the raw chip tables have no marks to look at. Leaves the last node that it
-// came to in `nodename`.
+// Keeps only the LAG tables, because the raw chip tables have no marks. Stores the last node
+// visited in `nodename`.
 value lag_tables(const value& BCM, std::optional<std::string>& nodename) {
   value tmp = make_map();
   for (const auto& [node, npus] : BCM.as_map().items()) {
@@ -44,7 +44,7 @@ bool is_clean_so_far() {
 }
 
 void start_layer(const value& obj, std::string_view layer) {
-  // In the printed form, so a mark that stands last in its map does not start the walk.
+  // Searches the printed form, so a mark that is the last entry of its map does not start the walk.
   static const pattern& stale = constant(R"(.Visited.:\s0,)");
   const std::string text = printed(obj);
   const matches stale_found = findall(stale, text);
@@ -72,7 +72,7 @@ int check_stale_entries() {
     run.BCM.set(lag_tables(run.BCM.get(), nodename));
     run.indexes.clear();
     run.snapshot = 1;
-    // Once the comparison itself has found something, an unvisited entry means nothing.
+    // After any earlier finding, an entry that was not visited means nothing.
     if (!is_clean_so_far()) return SUCCESS;
     const std::array<std::pair<std::string_view, value>, 4> layers = {{
         {"PI", run.bdlInfoPI.get()},
@@ -80,7 +80,7 @@ int check_stale_entries() {
         {"DPA", run.DPA.get()},
         {"BCM", run.BCM.get()},
     }};
-    // What the last workers still have to visit is not stale.
+    // Entries that the last workers have yet to visit are not stale, so wait for these workers.
     run.pid_list.join_all();
     for (const auto& [layer, obj] : layers) start_layer(obj, layer);
     run.pid_list.join_all();

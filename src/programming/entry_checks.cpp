@@ -114,8 +114,8 @@ int verify_rif_entry_j2(const record& obj, std::string_view nodename, std::strin
     }
     const std::int64_t piMac = low_bits_of_mac(obj);
     if (piMac != bcmMac) {
-      // This family's MAC is a number, of which the message would quote a first element: the
-      // difference shows in the counter and in this function's failure.
+      // The message would quote the first element of the chip's MAC, which on this family is a
+      // number. So the difference appears only in the counter and as this function's failure.
       ++st().programming_error;
       throw failure(fmt::format("the chip's MAC {} has no first element", bcmMac));
     }

@@ -29,7 +29,8 @@ void report_sem_missing(const record& obj, std::string_view err) {
   check_delete_pending(obj, err);
 }
 
-// The LIF next to `llif`. A LIF is held as text, to which no number can be added.
+// The LIF at `distance` from `llif`. A LIF that is held as text fails, since no number can be added
+// to it.
 std::string neighbour(const value& llif, std::int64_t distance) {
   if (!llif.is_integer()) {
     throw failure(fmt::format("cannot add {} to {}", distance, brief(llif)));
@@ -76,7 +77,7 @@ int verify_lif_rif_mac_mapping_key_llif(record& obj, std::string_view nodename,
                                         std::string_view err, int is_sub) {
   try {
     if (obj.get("glif") == DEFAULT) {
-      // A note for support, neither counted nor told to the operator.
+      // A note for support, which is neither counted nor shown to the operator.
       pprint(fmt::format("Programming Error {}: LIF/RIF verification failed for {}: GLIF {} is not "
                          "valid",
                          std::int64_t{st().programming_error}, err, plain(obj.get("glif"))),
@@ -115,14 +116,14 @@ int verify_lif_rif_mac_mapping_key_vd_j2(record& obj, std::string_view nodename,
                                          std::string_view npu, const value&, std::string_view err,
                                          int is_sub) {
   try {
-    // Read for its failure alone, should the record have no such field.
+    // Only to fail if the record has no such field.
     convert_hex_to_int(obj.get("lagid"));
     if (has_rif_to_verify(obj)) {
       verify_rif_entry_j2(obj, nodename, npu, err, is_sub, obj.get("rif"));
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    // The text is the earlier chips'.
+    // The message is the same as on the earlier chips.
     return log_and_count(
         fmt::format("{}: verify_lif_rif_mac_mapping_key_vd failed for {}", error.what(), err));
   }

@@ -30,8 +30,9 @@ std::string object_on_npu(std::string_view name, const record& element, const va
   return fmt::format("{}({}) NPU {},{}", name, plain(element.get("ifh")), plain(npu), nodename);
 }
 
-// Earlier findings explain a missing VLAN domain, those of other bundles' workers that may still
-// run as well; otherwise it is one.
+// Reports a missing VLAN domain only if the run has no earlier inconsistency or failure, which
+// would explain it. First waits for all workers, because other bundles' workers may still report
+// one.
 void report_vlan_domain_missing(const std::string& bundle, const record& element,
                                 const std::string& nodename) {
   st().pid_list.join_all();
@@ -41,7 +42,7 @@ void report_vlan_domain_missing(const std::string& bundle, const record& element
   check_delete_pending(element, err);
 }
 
-// Starts the work of each NPU at its first member whose VLAN domain agrees.
+// Starts the task of each NPU at its first member whose VLAN domain agrees.
 void start_npus(const std::string& bundle, const std::string& nodename, worker_list& workers) {
   const record& element = bundle_record(bundle);
   const value members = element.get("members").at(nodename);
@@ -65,8 +66,8 @@ void start_npus(const std::string& bundle, const std::string& nodename, worker_l
 }
 
 void check_one_bundle(const std::string& bundle) {
-  // The bundle's workers of the consistency pass enter its VLAN domains; one that is slow must not
-  // make a fault of a healthy router.
+  // The bundle's workers of the consistency pass set its VLAN domains. A slow worker must not make
+  // a healthy router look faulty.
   wait_for_bundle_level(bundle);
   worker_list pid_list_prgm;
   const record& element = bundle_record(bundle);
@@ -82,7 +83,8 @@ void check_one_bundle(const std::string& bundle) {
   pid_list_prgm.join_all();
 }
 
-// Starts `check` for each sub-bundle, calls `check_bundle` meanwhile, and waits.
+// Starts `check` for each sub-bundle, calls `check_bundle` meanwhile if the bundle has untagged
+// traffic, and waits.
 template <class SubCheck, class BundleCheck>
 void check_with_sub_bundles(const std::string& bundle, const std::string& nodename,
                             const value& npu, SubCheck check, BundleCheck check_bundle) {
@@ -98,7 +100,7 @@ void check_with_sub_bundles(const std::string& bundle, const std::string& nodena
   if (bundle_record(bundle).get("untagged") == 1) check_bundle(bundle_record(bundle));
 }
 
-// The key of a sub-bundle with two tags. Both fields of it are made of the outer tag.
+// The key of a sub-bundle with two tags. Both of its fields are made from the outer tag.
 std::string two_tag_key(std::string_view vd, const value& outer) {
   const std::int64_t first = to_decimal(outer);
   std::int64_t tag = 0;
@@ -159,7 +161,7 @@ int check_bdl_prgm_task_j2(const std::string& bundle, const std::string& nodenam
         });
     return SUCCESS;
   } catch (const std::exception& error) {
-    // The text is the earlier chips'.
+    // The message is the same as on the earlier chips.
     return log_and_count(fmt::format(
         "{}: Hardware data unavailable/check_bdl_prgm_task failed for {}", error.what(), bundle));
   }
