@@ -1,19 +1,20 @@
-// A whole audit in the lab, measured from inside the host: this program starts itself as its host.
+// Times a whole audit in the lab from inside the host: the lab starts this program as its host.
 #pragma once
 
 #include <filesystem>
 
 namespace bench {
 
-// Set in the environment of a host that is to write its times into /var/log.
+// Environment variable that makes this program act as a host and write its times to /var/log.
 inline constexpr const char* host_variable = "TESSEL_BENCH_HOST";
 
-// Loads the library named in the arguments ("--library FILE"), runs the audit without output, and
-// at the end of the process leaves the CPU seconds of the process itself and of its tools in
-// "/var/log/times". Does not return when the audit completes.
+// Loads the library named in the arguments ("--library FILE") and runs the audit without output.
+// When the process ends, writes the CPU seconds of the process itself and of its tools to
+// "/var/log/times". Does not return if the audit completes.
 int run_as_host(int argc, char** argv);
 
-// Goes with all that is in it, whatever happens meanwhile.
+// A folder that is removed with its content at the end of the scope, also if an exception leaves
+// it.
 class temporary_folder {
  public:
   temporary_folder();
@@ -27,15 +28,16 @@ class temporary_folder {
   std::filesystem::path path_;
 };
 
-// Seconds: CPU of the audit itself and of its tools, wall time from the lab's start to its end.
+// Seconds: the CPU time of the audit itself and of its tools, and the wall time from the lab's
+// start to its end.
 struct audit_times {
   double own = 0;
   double tools = 0;
   double wall = 0;
 };
 
-// Audits a capture folder; `record`, if not empty, is the capture to be recorded on the way. Throws
-// `lab_error` if the audit did not complete.
+// Audits a capture folder and, unless `record` is empty, records the run there. Throws `lab_error`
+// if the audit did not complete.
 audit_times audit(const std::filesystem::path& capture, const std::filesystem::path& logs,
                   const std::filesystem::path& record = {});
 

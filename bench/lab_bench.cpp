@@ -1,6 +1,6 @@
-// What the lab itself costs: a recording beside a plain run, a call of a tool out of a small and
-// out of the largest capture, the rendering of the largest router. What is compared is measured by
-// turns, so that a machine that is busy for a while is so for both.
+// The cost of the lab itself: a recorded run compared with a plain run, a tool call answered from a
+// small and from the largest capture, and the rendering of the largest router. Runs to be compared
+// alternate, so that a busy machine slows both alike.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <spawn.h>
@@ -63,7 +63,7 @@ struct measured {
   }
 };
 
-// The list of a recording has a line of explanation, then one per call.
+// A recording's list has one line of explanation and then one line per call.
 double calls_in(const fs::path& recorded) {
   std::ifstream list(recorded / "calls");
   double lines = -1;
@@ -97,15 +97,15 @@ void tell(const comparison& both, benchmark::State& state) {
   state.counters["plain_s"] = plain;
   state.counters["recorded_s"] = recorded;
   state.counters["ratio"] = recorded / plain;
-  // What it would be on a machine with nothing else to do.
+  // The ratio on a machine that does nothing else.
   state.counters["ratio_of_best"] = best(both.recorded.wall) / best(both.plain.wall);
   state.counters["calls"] = both.calls;
   state.counters["wall_ms_a_call"] = (recorded - plain) / both.calls * 1e3;
   state.counters["cpu_ms_a_call"] = cpu / both.calls * 1e3;
 }
 
-// An iteration is a plain run and a recorded one; its time is that of the recorded one, the
-// counters are medians and what follows from them.
+// One iteration is a plain run and a recorded run. Its time is that of the recorded run; the
+// counters are medians and values computed from them.
 void recording(benchmark::State& state, const char* latencies) {
   const temporary_folder folder;
   comparison both;
@@ -132,7 +132,7 @@ void recording(benchmark::State& state, const char* latencies) {
   tell(both, state);
 }
 
-// As long as on a router, and not at all.
+// With tools as slow as on a router, and with tools that take no time.
 BENCHMARK_CAPTURE(recording, tools_take_time, "ssh=150ms,chip=300ms,all=50ms")
     ->Iterations(9)
     ->UseManualTime()
@@ -144,7 +144,8 @@ BENCHMARK_CAPTURE(recording, tools_answer_at_once, "")
 
 // Serving ----------------------------------------------------------------------------------------
 
-// Seconds until a program has ended and all that it prints is read. Throws `lab_error` if it fails.
+// Seconds until a program has ended and all its output has been read. Throws `lab_error` if it
+// fails.
 double time_of(const fs::path& program, std::vector<std::string> words, const fs::path& capture) {
   std::string variable = "TESSEL_LAB_CAPTURE=" + capture.string();
   std::vector<char*> arguments;
@@ -181,8 +182,8 @@ double files_in(const fs::path& folder) {
       begin(all), end(all), [](const fs::directory_entry& e) { return e.is_regular_file(); }));
 }
 
-// The same short answer out of a small and out of the largest capture, and the longest one beside
-// what cat takes for it.
+// Times for the same short answer from a small and from the largest capture, and for the longest
+// answer compared with `cat`.
 struct serving_times {
   fs::path folder;
   std::vector<double> small;
@@ -204,7 +205,7 @@ struct serving_times {
   }
 };
 
-// The capture's size must not tell in the time of a call: `ratio` is about 1.
+// The size of the capture must not affect the time of a call: `ratio` is about 1.
 void serving(benchmark::State& state) {
   const temporary_folder folder;
   const fs::path program = fs::path(TESSEL_BUILD_DIR) / "tessel-lab";
@@ -238,7 +239,7 @@ BENCHMARK(serving)->Iterations(501)->UseManualTime()->Unit(benchmark::kMilliseco
 
 // Rendering --------------------------------------------------------------------------------------
 
-// From the request to the folder that holds all answers.
+// Times the way from the request to the folder that holds all answers.
 void rendering_largest(benchmark::State& state) {
   const temporary_folder folder;
   int number = 0;

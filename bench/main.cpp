@@ -1,6 +1,6 @@
 // Benchmarks of the parsers, of the programming pass's searches, of whole runs and of the lab.
-// Whole runs need the right to make a mount namespace; this program is then started again as their
-// host.
+// Whole runs need permission to make a mount namespace; the lab then starts this program again as
+// their host.
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>

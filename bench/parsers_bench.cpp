@@ -1,4 +1,4 @@
-// One case for each parser, at three sizes of router: the time for each bundle must stay the same.
+// One case per parser, at three sizes of router. The time per bundle must stay the same.
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -116,8 +116,8 @@ std::string node_name(unsigned card) {
   return "0/" + std::to_string(card) + "/CPU0";
 }
 
-// What collection leaves for the configuration's members: the ports of all cards, and the tables of
-// the older cards' VLAN domains.
+// What collection leaves for the configuration's members: the ports of all cards, and the raw VLAN
+// domain tables of the earlier chips.
 void collect_ports(benchmark::State& state) {
   constexpr unsigned cards = 4;
   const unsigned bundles = bundles_of(state);

@@ -1,7 +1,7 @@
-// The programming pass on routers that differ in their number of sub-bundles alone, and the
-// searches that it makes, one for each sub-bundle in a text that grows with them. With the index,
-// doubling the sub-bundles doubles the pass; searching the text each time would make it four times
-// as long.
+// The programming pass on routers that differ only in their number of sub-bundles, and its
+// searches: one per sub-bundle, in a text that grows with the number of sub-bundles. With the
+// index, twice the sub-bundles take twice the time; searching the text each time would take four
+// times as long.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -26,7 +26,7 @@ using tessel::value;
 constexpr const char* node = "0/0/CPU0";
 constexpr int subs_of_a_bundle = 256;
 
-// The digits of a VLAN domain, none of them a 0.
+// The digits of a VLAN domain, none of them 0.
 std::string domain_of(int bundle) {
   return fmt::format("1{:x}1", 0x11 + bundle);
 }
@@ -59,7 +59,7 @@ value node_record() {
   return record;
 }
 
-// One member on NPU 0, and sub-bundles of one tag each.
+// A bundle with one member on NPU 0 and sub-bundles of one tag each.
 value bundle_with(const std::string& domain, int number) {
   const auto [member, port] = new_record<tessel::memberInfo>();
   port->set("name", "Hu0/0/0/1");
@@ -108,7 +108,7 @@ void set_up_router(int subs) {
   run.BCM.get().as_map().set(node, one_entry("0", tables));
 }
 
-// The pass prints its title, and standard output is the benchmark's.
+// Discards standard output: the pass prints its title there, and the benchmark its results.
 class silence {
  public:
   silence() : kept_(::dup(STDOUT_FILENO)) {
@@ -127,7 +127,7 @@ class silence {
   int kept_;
 };
 
-// The time is that of all threads; each iteration reads the tables anew.
+// The time is that of all threads. Each iteration reads the tables anew.
 void programming_pass(benchmark::State& state) {
   set_up_router(static_cast<int>(state.range(0)));
   tessel::run_state& run = tessel::st();

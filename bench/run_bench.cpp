@@ -12,7 +12,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The time of an iteration is the process's own CPU; the tools' stands beside it.
+// The time of an iteration is the CPU time of the process itself; a counter shows that of the
+// tools.
 void whole_run(benchmark::State& state) {
   const temporary_folder folder;
   const fs::path capture = folder.path() / "capture";

@@ -1,4 +1,4 @@
-// What the tools of a generated router print, as the parsers get it.
+// The output of a generated router's tools, as the parsers get it.
 #pragma once
 
 #include <string>
@@ -9,12 +9,12 @@
 
 namespace bench {
 
-// A router with this many bundles: four members each, eight layer 2 and one layer 3 sub-bundle for
-// every bundle, on four cards of two NPUs, hqos on.
+// A router with this many bundles, on four cards of two NPUs, with hqos on. Each bundle has four
+// members, eight layer 2 sub-bundles and one layer 3 sub-bundle.
 lab::generate_request sized(unsigned bundles);
 
-// The answer to one command line, at an address or "local", with the lines that hold a match of
-// `kept` and none of `dropped` (either may be empty), as grep would leave them.
+// The answer to one command line at `place`, an address or "local". As grep would, it keeps the
+// lines that match `kept` and none of `dropped`; either may be empty.
 std::string text_of(unsigned bundles, std::string_view place, std::string_view command_line,
                     std::string_view kept = "", std::string_view dropped = "");
 

@@ -18,7 +18,7 @@ std::vector<command_answer>& known_answers() {
   return answers;
 }
 
-// Where commands are noted, or null.
+// The list in which commands are noted, or null.
 std::vector<std::string>* notes = nullptr;
 
 }  // namespace

@@ -1,5 +1,5 @@
-// The audit's commands as a fuzzer answers them: from memory. Stands in for base/command.cpp, so
-// that no process is ever started, whatever the text under test makes of a command line.
+// A replacement for base/command.cpp that answers the audit's commands from memory. No process is
+// ever started, whatever command line the text under test leads to.
 #pragma once
 
 #include <string>
@@ -7,17 +7,18 @@
 
 namespace fuzz {
 
-// Who is asked a command whose line holds `part` prints `text`; the first in the list decides, and
-// an empty part fits every line. All others print nothing, as an unknown command does.
+// A command whose line contains `part` prints `text`. The first entry that matches decides; an
+// empty part matches every line. A command without an entry prints nothing, as an unknown command
+// does.
 struct command_answer {
   std::string part;
   std::string text;
 };
 
-// What all commands from now on are answered with. Not while one is running.
+// Sets the answers to all later commands. Not while a command is running.
 void answer_commands(std::vector<command_answer> answers);
 
-// The command lines that `step` asks, as it writes them.
+// The command lines that `step` runs, exactly as it writes them.
 std::vector<std::string> commands_asked_by(void (*step)());
 
 }  // namespace fuzz

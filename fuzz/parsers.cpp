@@ -85,7 +85,7 @@ std::shared_ptr<const std::string> shared(const std::string& text) {
   return std::make_shared<const std::string>(text);
 }
 
-// What the run finds a router to be, with all nodes that its chassis can hold.
+// Sets the run's router type, with all nodes that its chassis can hold.
 void take_for(int router) {
   run_state& run = st();
   run.router = router;
@@ -94,7 +94,7 @@ void take_for(int router) {
 }
 
 void start_afresh() {
-  // Its workers have ended, so the former state can go.
+  // The workers of the previous state have ended, so it can be freed.
   static std::unique_ptr<run_state> current;
   current.reset(&new_state());
   st().dl_fd.open("/dev/null", file_mode::append);
@@ -118,8 +118,8 @@ std::shared_ptr<Bundles> bundle_with(std::string_view field, std::string_view co
   return bundle;
 }
 
-// The word behind the first `mark`, or `otherwise`: what a look-up in a table finds must have come
-// from somewhere.
+// The word after the first `mark`, or `otherwise`. It gives look-ups a key that occurs in the
+// table.
 std::string word_behind(std::string_view mark, std::string_view text, std::string_view otherwise) {
   const std::size_t found = text.find(mark);
   if (found == std::string_view::npos) return std::string(otherwise);
@@ -129,7 +129,8 @@ std::string word_behind(std::string_view mark, std::string_view text, std::strin
   return std::string(end > start ? text.substr(start, end - start) : otherwise);
 }
 
-// The configuration, with the ports that the forwarding objects know and the chips' VLAN domains.
+// Parses the configuration, with the ports that the forwarding objects know and the chips' VLAN
+// domains.
 void configure(const texts& all, std::string_view nodename, std::string_view standby) {
   constexpr int units_of_node = 8;
   parse_l1port_object_DPA(all[1], nodename);
@@ -174,7 +175,7 @@ void units(const texts&) {
   }
 }
 
-// One kind of chassis asks the node for its id, all others convert the name.
+// One kind of chassis asks each node for its id; all others convert the node's name.
 void node_ids(const texts&) {
   for (const int router : {birch, aspen}) {
     take_for(router);
@@ -235,8 +236,8 @@ void lif_map(const texts& all) {
   verify_sem_entry_j2("", node, npu, pp_ports.empty() ? "1" : pp_ports.front(), "0x4001");
 }
 
-// Each of a chassis' NPUs reads all of its chip's tables: many more of them than a chassis has only
-// take time.
+// Each NPU of a chassis reads all tables of its chip, so more NPUs than a chassis has only cost
+// time.
 bool has_too_many_units() {
   constexpr std::size_t most_units = 64;
   std::size_t count = 0;
@@ -375,7 +376,7 @@ void run(const fuzzed_parser& parser, std::string_view input) {
   try {
     parser.parse(all);
   } catch (const std::exception&) {
-    // A failure names what it stumbled on; its handler is not part of the parser.
+    // A parser may throw `failure`; the audit's handlers for it are not under test here.
   }
 }
 

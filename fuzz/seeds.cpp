@@ -32,13 +32,13 @@ const std::vector<lab::capture>& captures() {
   return made;
 }
 
-// What the files of a command are called, up to where the command is left open.
+// The beginning of the names of a command's files, up to where the command is left open.
 std::string start_of_file_name(std::string_view command) {
   const bool is_open = std::count(command.begin(), command.end(), '"') % 2 != 0;
   return lab::file_name(fmt::format("{}{}", command, is_open ? "\"" : ""));
 }
 
-// What the audit puts behind a command: "grep ... | sort", or nothing.
+// The filter that the audit appends to a command: "grep ... | sort", or nothing.
 std::string filter_of(std::string_view command) {
   static const std::vector<std::string> lines = command_lines();
   constexpr std::string_view pipe = " | ";
@@ -54,7 +54,7 @@ std::string filter_of(std::string_view command) {
   throw std::runtime_error(fmt::format("cannot run \"{}\": {}", filter, std::strerror(errno)));
 }
 
-// What the filter, run by the shell, leaves of a text.
+// Runs the filter in a shell and returns what it leaves of `text`.
 std::string filtered(const std::string& text, const std::string& filter) {
   if (filter.empty()) return text;
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> whole(std::tmpfile(), &std::fclose);
@@ -74,7 +74,7 @@ std::string filtered(const std::string& text, const std::string& filter) {
   return left;
 }
 
-// A router's answers to one command, of all its nodes and chips, as the audit gets them.
+// All answers to one command, from every node and chip of a router, as the audit gets them.
 std::vector<std::string> answers_of(const lab::capture& router, std::string_view command) {
   const std::string start = start_of_file_name(command);
   const std::string filter = filter_of(command);
@@ -85,8 +85,9 @@ std::vector<std::string> answers_of(const lab::capture& router, std::string_view
   return found;
 }
 
-// One input for each answer to the parser's first command. A router knows its nodes in one order,
-// so the answers to the others that stand at the same place are mostly of the same node or chip.
+// Makes one input for each answer to the parser's first command. A router lists its nodes in one
+// order, so the answers to the other commands at the same position are mostly of the same node or
+// chip.
 void add_inputs(const fuzzed_parser& parser, const lab::capture& router,
                 std::set<std::string>& inputs) {
   std::vector<std::vector<std::string>> answers;

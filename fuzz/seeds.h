@@ -1,4 +1,4 @@
-// The seed corpus: what the tools of the lab's routers print.
+// The seed corpus: the output of the tools on the lab's routers.
 #pragma once
 
 #include <filesystem>
@@ -9,13 +9,13 @@
 
 namespace fuzz {
 
-// Every answer of every described router, each once. All throw `lab::lab_error`.
+// Every answer of every described router, each once. All functions throw `lab::lab_error`.
 std::vector<std::string> all_texts();
 
-// The inputs that one parser gets on these routers, behind the audit's own filters, each once.
+// The inputs of one parser on these routers, after the audit's own filters, each once.
 std::vector<std::string> seeds(const fuzzed_parser& parser);
 
-// Writes the seeds of each parser as files for libFuzzer, into a folder of the parser's name.
+// Writes the seeds of each parser as files for libFuzzer, in a folder with the parser's name.
 void write_seeds(const std::filesystem::path& folder);
 
 }  // namespace fuzz

@@ -1,5 +1,5 @@
-// Workers that do their job on the spot, as the audit's own do where the system has no thread left.
-// Stands in for base/worker.cpp, so that an input takes the same way each time.
+// A replacement for base/worker.cpp that runs each job in the calling thread, as the audit does
+// when the system has no thread left. So an input takes the same path each time.
 #include <utility>
 
 #include "base/worker.h"
@@ -18,7 +18,7 @@ void worker::start() {
   try {
     part_->job();
   } catch (const std::exception&) {
-    // A job that lets a failure out ends only itself.
+    // A job that throws a failure ends only itself.
   }
   part_->job = nullptr;
 }

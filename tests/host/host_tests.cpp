@@ -1,4 +1,4 @@
-// The host's command line, what it says for each error, and how it ends.
+// Tests of the host's command line, its error messages and its exit statuses.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -150,7 +150,7 @@ TEST(choose_library, takes_what_is_asked_for_before_anything_else) {
   EXPECT_EQ(choose_library("./mine.so"), "./mine.so");
 }
 
-// What a process left: standard output, standard error and exit status (128 + n for signal n).
+// The outcome of a process: standard output, standard error and exit status (128 + n for signal n).
 struct ended {
   std::string out;
   std::string err;

@@ -1,5 +1,7 @@
-/* A library with the audit's entry points that does nothing but say how it was called and return
- * RESULT. Built without tessel_run where LACKS_RUN is set. */
+/*
+ * A library with the audit's entry points that only prints how it was called and returns RESULT.
+ * Built without tessel_run if LACKS_RUN is set.
+ */
 #include <inttypes.h>
 #include <stdio.h>
 #include <tessel/tessel.h>

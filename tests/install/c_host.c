@@ -1,6 +1,6 @@
 /*
- * A host in C: loads the library, runs one audit and relies on what the header promises: a
- * completed run ends the process with status 0 and standard output flushed.
+ * A host in C. It loads the library, runs one audit and relies on what the header promises: a
+ * completed run ends the process with status 0 and with standard output flushed.
  *
  *     c_host --library FILE
  */
@@ -15,7 +15,7 @@ typedef int32_t (*run_function)(int32_t);
 
 static void* library;
 
-/* POSIX lets an object pointer hold a function; ISO C has no cast for it. */
+/* POSIX allows an object pointer to hold a function; ISO C has no cast for it. */
 static plain_function plain(const char* name) {
   plain_function function = NULL;
   void* symbol = dlsym(library, name);
@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
     fprintf(stderr, "c_host: %s lacks an entry point\n", file);
     return 69;
   }
-  /* Stays in the buffer of a standard output that is a file, until somebody flushes it. */
+  /* Stays in the buffer until it is flushed, because standard output is a file here. */
   printf("[text that the host has not flushed]");
   init();
   const int32_t result = audit(4096);
