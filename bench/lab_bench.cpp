@@ -51,7 +51,7 @@ lab::generate_request largest_router() {
   return wanted;
 }
 
-// Recording --------------------------------------------------------------------------------------
+// --- Recording
 
 struct measured {
   std::vector<double> wall;
@@ -142,7 +142,7 @@ BENCHMARK_CAPTURE(recording, tools_answer_at_once, "")
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 
-// Serving ----------------------------------------------------------------------------------------
+// --- Serving
 
 // Seconds until a program has ended and all its output has been read. Throws `lab_error` if it
 // fails.
@@ -237,7 +237,7 @@ void serving(benchmark::State& state) {
 
 BENCHMARK(serving)->Iterations(501)->UseManualTime()->Unit(benchmark::kMillisecond);
 
-// Rendering --------------------------------------------------------------------------------------
+// --- Rendering
 
 // Times the way from the request to the folder that holds all answers.
 void rendering_largest(benchmark::State& state) {

@@ -131,7 +131,7 @@ TEST_F(command_test, what_another_has_opened_under_the_name_gets_no_word_of_the_
 
 TEST_F(command_test, calls_side_by_side_with_one_suffix_each_get_their_own_output) {
   open_logs();
-  // Each waits until both captures are open.
+  // Each command waits until both captures are open.
   ASSERT_EQ(execute("cd /opt/nos && mkfifo a b", "fifos"), "");
   const std::array<const char*, 2> pair = {"cd /opt/nos; echo first; echo >a; cat b >/dev/null",
                                            "cd /opt/nos; echo second; cat a >/dev/null; echo >b"};
@@ -183,7 +183,7 @@ TEST_F(command_test, a_capture_file_that_cannot_be_opened_is_a_failure) {
 }
 
 TEST_F(command_test, a_failure_is_counted_before_it_is_logged) {
-  // The channels are not open, so the entry waits, and whoever opens them sees the count already.
+  // The channels are not open, so the entry waits. Whoever opens them already sees the count.
   const read_only_folder none("/tmp");
   EXPECT_EQ(execute("echo one"), ERROR);
   EXPECT_EQ(st().exception, 1);
@@ -206,7 +206,7 @@ TEST_F(command_test, a_failure_before_the_channels_exist_prints_nothing_and_is_l
 
 TEST_F(command_test, a_process_that_cannot_be_started_is_a_failure) {
   open_logs();
-  // Longer than the system lets one argument be.
+  // Longer than the system allows for one argument.
   EXPECT_EQ(execute("echo " + std::string(200'000, 'x')), ERROR);
   EXPECT_EQ(st().exception, 1);
   EXPECT_THAT(
@@ -240,7 +240,7 @@ TEST_F(command_test, megabytes_of_output_are_read_whole) {
 
 TEST_F(command_test, three_commands_run_at_once) {
   open_logs();
-  // Each waits for another: run one after the other, they would never end.
+  // Each command waits for another: run one after the other, they would never end.
   ASSERT_EQ(execute("cd /opt/nos && rm -f a b c && mkfifo a b c"), "");
   const std::array<const char*, 3> ring = {"cd /opt/nos; echo 1 >a; cat c",
                                            "cd /opt/nos; cat a; echo 2 >b",
@@ -274,7 +274,7 @@ TEST_F(command_test, hundreds_of_commands_run_at_once_and_none_gets_the_output_o
 
 TEST_F(command_test, a_command_inherits_no_descriptor_but_its_three_streams) {
   EXPECT_EQ(status_in_child([] {
-              // What this program was started with is not ours to answer for.
+              // Descriptors that this program inherited at its start do not count.
               ::close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);
               open_logs();
               return execute(

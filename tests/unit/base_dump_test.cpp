@@ -25,7 +25,7 @@ std::string dump_of(const value& obj, std::string_view layer = "DPA") {
   return file_text(out_path);
 }
 
-// Cannot be serialised the first `times` times.
+// A record whose first `times` serialisations fail.
 class reluctant : public record {
  public:
   explicit reluctant(int times) : record(fields{{"ifh", "0x10"}}), times_(times) {}

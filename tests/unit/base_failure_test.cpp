@@ -27,7 +27,7 @@ void look_up_lagid() {
   throw std::bad_alloc();
 }
 
-// What the handler of check_lag logs.
+// The text that the handler of check_lag logs.
 template <class Body>
 std::string traceback_in_check_lag(Body body) {
   const auto check_lag = [&]() -> std::string {

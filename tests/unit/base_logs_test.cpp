@@ -54,8 +54,8 @@ void set_up_again() {
   open_logs();
 }
 
-// Fills the file of "inconsistent" so that a line with `room` bytes, its end included, just fills
-// it to the limit.
+// Fills the file of "inconsistent" so that a line of `room` bytes, its line end included, fills it
+// exactly to the limit.
 void fill_up_to(std::size_t room) {
   const std::size_t present = file_text(LOG_FILE_INCONSISTENT).size();
   log_file file(std::string(LOG_FILE_INCONSISTENT), file_mode::append);
@@ -94,7 +94,7 @@ TEST_F(logs_test, log_init_removes_the_capture_files_of_a_former_run) {
   EXPECT_TRUE(file_exists("/tmp/other"));
 }
 
-// By the clock of the stamps: that of std::time may lag behind it.
+// The clock that the time stamps use; std::time may lag behind it.
 std::time_t now() {
   using clock = std::chrono::system_clock;
   return std::chrono::floor<std::chrono::seconds>(clock::now().time_since_epoch()).count();

@@ -22,7 +22,7 @@ TEST_F(numbers_test, automatic_base) {
   struct row {
     const char* why;
     std::string text;
-    const char* decimal;  // null: is no number
+    const char* decimal;  // null: not a number
   };
   const std::array rows = {
       row{"hexadecimal with its prefix", "0x10", "16"},

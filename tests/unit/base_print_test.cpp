@@ -91,7 +91,7 @@ TEST_F(print_test, an_open_line_is_ended_once) {
 }
 
 TEST_F(print_test, each_call_is_flushed) {
-  // A child that ends without flushing leaves what was flushed before.
+  // Output that was flushed stays, even if the child ends without flushing.
   const std::string text = output_of([] {
     status_in_child([]() -> int {
       print_title("Dumping Data");

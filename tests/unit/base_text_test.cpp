@@ -31,14 +31,15 @@ std::vector<texts> rows_of(const matches& found) {
   return rows;
 }
 
-// A pattern compiled to machine code. Such are never freed, so a leak checker must find them here.
+// A pattern compiled to machine code. Such patterns are never freed; this keeps them reachable for
+// a leak checker.
 const pattern& compiled(const char* expression, letter_case letters = letter_case::kept) {
   static auto* const all = new std::vector<const pattern*>;
   all->push_back(&constant(expression, letters));
   return *all->back();
 }
 
-// A pattern of one group, or of none.
+// The matches of a pattern with one group or none.
 texts found_in(std::string_view expression, std::string_view subject) {
   texts all;
   const matches found = findall(pattern(expression), subject);
@@ -143,7 +144,7 @@ TEST_F(text_test, a_search_that_runs_away_is_a_failure_and_no_empty_result) {
 }
 
 TEST_F(text_test, the_limit_of_a_search_grows_with_the_text) {
-  // Each goes back through the whole text once or twice.
+  // Each pattern goes back through the whole text once or twice.
   const std::string subject = "a b" + std::string(16U << 20, 'x');
   for (const char* expression : {"a.*(b|c d)", "a.*?(y|$)", "a (?:b|c).*(?:x|y)$"}) {
     SCOPED_TRACE(expression);
@@ -317,7 +318,7 @@ TEST_F(text_test, one_pattern_is_searched_by_many_threads) {
   });
 }
 
-// The whole of what `findall` may give, by trying the pattern at every place.
+// What `findall` must return, found by trying the pattern at every position.
 texts every_match_of_a_then_digits(std::string_view subject) {
   texts found;
   for (std::size_t at = 0; at < subject.size(); ++at) {

@@ -111,7 +111,7 @@ TEST_F(worker_test, a_job_that_starts_jobs_can_join_them) {
 }
 
 TEST_F(worker_test, a_list_that_grows_while_it_is_walked_is_joined_whole) {
-  // Each job enters its successor before it ends, so no walk may stop behind any of them.
+  // Each job appends its successor before it ends, so a walk must not stop after any of them.
   constexpr int generations = 100;
   worker_list pid_list;
   std::atomic<int> ended = 0;
@@ -163,11 +163,12 @@ TEST_F(worker_test, a_worker_that_outlives_the_closing_of_its_log_loses_no_line)
   EXPECT_EQ(st().exception, 0);
 }
 
-// No thread is to be had: an ordinary user's limit is that of the processes it has already.
+// Makes every new thread fail: the limit of an ordinary user is no more than the processes that
+// exist already.
 void forbid_more_threads() {
   const rlimit none = {1, 1};
   if (::setrlimit(RLIMIT_NPROC, &none) != 0) throw failure("the limit is refused");
-  // In a user namespace there is no other user, but its root is an ordinary user as well.
+  // A user namespace has no second user, but the limit also applies to its root.
   if (::setresuid(65534, 65534, 65534) != 0 && errno != EINVAL) throw failure("no other user");
 }
 

@@ -19,7 +19,7 @@ using field_checks_test = logged_test;
 
 using field_check = int (*)(const value&, record&, string_view, string_view);
 
-// The checks that take what is reported into a field that is not set.
+// The checks that store the reported value in a field that is not set.
 struct expecting_check {
   field_check check;
   std::string field;
@@ -27,7 +27,7 @@ struct expecting_check {
 const std::vector<expecting_check> expecting_checks = {
     {check_lagid, "lagid"}, {check_mtu, "mtu"}, {check_rif, "rif"}, {check_memid, "memid"}};
 
-// A record that has all the fields of all checks, none of them set.
+// A record that has the fields of all checks, none of them set.
 value unset_record() {
   value element = new_record<Bundles>();
   element.as_record().set("memid", DEFAULT);
@@ -288,7 +288,7 @@ TEST_F(field_checks_test, check_lif_tells_of_a_first_value_that_is_too_short_for
   }
   EXPECT_THAT(findings(),
               ElementsAre("Inconsistency 1:BE12 GLIF is not consistent in DPA:0x12,Expected:0xXX12",
-                          // zeros go at both ends
+                          // zeros at both ends are removed
                           "Inconsistency 2:BE12 GLIF is not consistent in DPA:0x10,Expected:0xXX1",
                           "Inconsistency 3:BE12 GLIF is not consistent in DPA:0xx0,Expected:0xXX",
                           "Inconsistency 4:BE12 GLIF is not consistent in DPA:2,Expected:0xXX2",
@@ -399,7 +399,7 @@ TEST_F(field_checks_test, check_bundle_type_of_no_number_is_a_failure) {
 
 // --- failures
 
-// What each check writes when the record lacks its field.
+// The message of each check if the record lacks its field.
 struct failing_check {
   field_check check;
   std::string field;
@@ -415,7 +415,7 @@ const std::vector<failing_check> failing_checks = {
     {check_memid, "memid", "Member ID verification failed for error_string"},
 };
 
-// A memberInfo has memid and mtu, a subBundles the others; neither has all.
+// A memberInfo has memid and mtu, a subBundles the others; neither has all fields.
 value record_without(string_view field) {
   const bool of_sub_bundle = field == "memid" || field == "mtu" || field == "mac";
   return of_sub_bundle ? new_record<subBundles>() : new_record<memberInfo>();
@@ -459,7 +459,7 @@ TEST_F(field_checks_test, the_field_checks_log_a_failure_and_then_count_it) {
   const std::string name = page_long_name();
   std::int64_t failures = 0;
   for (const failing_check& each : failing_checks) {
-    if (each.message.find("{}") == string_view::npos) continue;  // its message has no room for it
+    if (each.message.find("{}") == string_view::npos) continue;  // no name in this message
     const value element = record_without(each.field);
     EXPECT_EQ(count_while_logging("exception", st().exception,
                                   [&] { each.check("0x12345", element.as_record(), name, "DPA"); }),

@@ -32,7 +32,7 @@ constexpr std::string_view skipped =
     "INFO: Both RPs are in active mode & software may be different. Performed TESSEL check on "
     "current node, skipped ";
 
-// What ssh runs on a node; $4 is the address, $5 the tool, $7 the object type.
+// The shell code that ssh runs as a node: $4 is the address, $5 the tool, $7 the object type.
 constexpr std::string_view remote = R"(case "$5" in
 */board_api_probe) printf 'Board\n  Node Id:0x1100\n  Node Id:4096\n' ;;
 *) echo "$7 element 0"; echo '  @dpa_intf_t intf => 0x5'; echo '  uint16_t lag_id => 0x1'
@@ -69,14 +69,14 @@ class dump_data_test : public router_test {
                                                    {"asic_supported", asic_supported}}));
   }
   static value node(std::string_view name) { return st().nodeinfo.get().at(name); }
-  // Runs the stage; its workers have ended.
+  // Runs the stage and waits for its workers.
   int dump() {
     int result = ERROR;
     output_ = output_of([&] { result = dump_data(); });
     st().pid_list.join_all();
     return result;
   }
-  // Messages but for those of the two bundle manager parsers, which find no bundle here.
+  // All messages except those of the two bundle manager parsers, which find no bundle here.
   static std::vector<std::string> other_messages() {
     std::vector<std::string> found;
     for (const std::string& each : messages(LOG_FILE_EXCEPTION)) {
@@ -87,7 +87,7 @@ class dump_data_test : public router_test {
   std::string output_;
 };
 
-constexpr std::int64_t empty_layers = 2;  // the counts of the two parsers without a bundle
+constexpr std::int64_t empty_layers = 2;  // counted by the two parsers that find no bundle
 
 TEST_F(dump_data_test, each_local_command_line_is_exactly_this) {
   EXPECT_EQ(command_line_of("showInterfaces", [this] { dump(); }),
@@ -243,7 +243,7 @@ TEST_F(dump_data_test, workers_already_started_run_on_when_the_stage_fails) {
   EXPECT_EQ(st().DPA.get().at("0/0/CPU0").as_map().size(), 4U) << "it was finished";
 }
 
-// ---- the chassis whose nodes are probed
+// --- the chassis whose nodes are probed
 
 TEST_F(dump_data_test, a_probed_id_is_the_first_that_is_printed) {
   st().router = aspen;
@@ -295,7 +295,7 @@ TEST_F(dump_data_test, with_one_probed_id_beside_two_active_nodes_the_stage_fail
 }
 
 TEST_F(dump_data_test, with_two_probed_ids_beside_two_active_nodes_every_node_is_skipped) {
-  // The second id is text and the host's a number: even the host's own node differs.
+  // The second id is a text and the host's an integer, so even the host's own node differs.
   st().router = aspen;
   st().activenode_cnt = 2;
   add_node("0/0/CPU0", "192.0.0.9", 1);
@@ -369,7 +369,7 @@ TEST_F(dump_data_test, a_node_with_such_an_address_loses_its_objects_and_the_oth
   EXPECT_EQ(st().exception, empty_layers + 10) << "five commands and five parsers";
 }
 
-// ---- workers
+// --- workers
 
 TEST_F(dump_data_test, the_stage_ends_only_when_the_whole_tree_of_workers_has_ended) {
   tool("asic_shell_show", "sleep 0.05; echo 'LAG ID: 1'");
@@ -434,7 +434,7 @@ TEST_F(dump_data_test, a_node_record_without_its_fields_ends_only_its_own_worker
   EXPECT_EQ(st().DPA.get().at("0/0/CPU0").as_map().size(), 4U);
 }
 
-// ---- running configuration
+// --- running configuration
 
 TEST_F(dump_data_test, the_configuration_is_kept_from_its_banner_to_its_end) {
   EXPECT_EQ(dump_running_config(), SUCCESS);
@@ -487,12 +487,12 @@ TEST_F(dump_data_test, a_configuration_of_many_megabytes_with_binary_bytes_is_cu
   EXPECT_TRUE(st().run_cfg.get() == body + "\nend");
 }
 
-// ---- bad output of every tool
+// --- bad output of every tool
 
 TEST_F(dump_data_test, missing_tools_are_empty_outputs) {
   router_test::SetUp();
   open_logs();
-  tool("ssh", "exit 127");  // the machine's own would look for the node
+  tool("ssh", "exit 127");  // otherwise the machine's own ssh would look for the node
   st().router = aspen;
   add_node("0/0/CPU0", "192.0.0.9", 1);
   EXPECT_EQ(dump(), SUCCESS);
@@ -501,7 +501,6 @@ TEST_F(dump_data_test, missing_tools_are_empty_outputs) {
 }
 
 TEST_F(dump_data_test, junk_from_every_tool_is_reported_and_survived) {
-  // The loose ends of the interface listing and the node id end the stage; the rest is taken.
   for (const bad_output& each : meaningless_outputs()) {
     SCOPED_TRACE(each.why);
     SetUp();

@@ -143,7 +143,7 @@ TEST_F(hardware_dumps_test, each_command_line_of_an_earlier_chip_is_exactly_this
 
 TEST_F(hardware_dumps_test, each_command_line_of_a_jericho2_chip_is_exactly_this) {
   for (const chip_row& each : newer_rows()) {
-    if (each.cmd.starts_with("dump chg")) continue;  // the file name is that of the row before
+    if (each.cmd.starts_with("dump chg")) continue;  // shares its file name with the row before
     EXPECT_EQ(command_line_of(each.fname + "_1_4096", [] { dump_newer(); }), line_of(each));
   }
   EXPECT_EQ(dump_newer(), SUCCESS);
@@ -161,7 +161,7 @@ TEST_F(hardware_dumps_test, an_empty_list_of_npus_gives_an_empty_map_and_no_work
 }
 
 TEST_F(hardware_dumps_test, each_npu_has_a_worker_that_is_not_waited_for) {
-  // The chip answers only once the starter is back.
+  // The chip answers only after the function that starts the workers has returned.
   tool("asic_shell_show", "while [ ! -e /opt/nos/go ]; do sleep 0.01; done\n" + std::string(chip));
   std::filesystem::remove("/opt/nos/go");
   EXPECT_EQ(dump_hw_tables(list_of({"0", "1", "2"}), 7, "192.0.0.4", std::string(older)), SUCCESS);

@@ -11,7 +11,7 @@
 namespace tessel {
 namespace {
 
-// What all matches of the definition give.
+// The result of all matches of the definition.
 value by_definition(std::string_view listing) {
   static const pattern& mtu = constant(interface_mtu_definition);
   const std::string interfaces = replace_all(listing, "Bundle-Ether", "BE");

@@ -15,7 +15,7 @@ using std::string_view;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// The upper layers have spoken; the chips' tables are varied.
+// The upper layers have set the record; the tests vary the chips' tables.
 class bcm_checks_test : public bundle_test {
  protected:
   void SetUp() override {

@@ -17,7 +17,7 @@ using std::string_view;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// The upper layers have spoken; the objects of the older node are varied.
+// The upper layers have set the record; the tests vary the objects of the older node.
 class dpa_checks_test : public bundle_test {
  protected:
   void SetUp() override {
@@ -58,7 +58,7 @@ void hold_no_member() {
   drop(bundle().get("members"), {be12::older});
 }
 
-// Fails the checks' read of an object that they should not look at.
+// Makes the checks fail if they read an object that they must not read.
 void break_interface_objects() {
   for (const char* object : {"l2port", "l2intf", "l3intf"}) put(objects(), {object}, ERROR);
 }
@@ -209,7 +209,7 @@ TEST_F(dpa_checks_test, a_wrong_LAG_id_alone_does_not_end_the_check) {
   EXPECT_EQ(bundle().get("vlan_domain"), map_of({{be12::older, map_of({{"0", "0x8"}})}}));
 }
 
-// One disagreement of a bundle, alone, on an object that is marked for delete.
+// One disagreement of a bundle by itself, on an object that is marked for delete.
 struct bundle_finding {
   std::string why;
   std::function<void()> vary;

@@ -23,7 +23,7 @@ handle looked_up(const std::string& listing, std::string_view sub_bdl) {
   return im_handle_of(std::make_shared<const std::string>(listing), sub_bdl);
 }
 
-// What the pattern finds, searched for this one name.
+// The result of searching with the pattern for this one name.
 handle searched(const std::string& listing, std::string_view sub_bdl) {
   const pattern row(fill(im_handle_definition, {replace_all(sub_bdl, ".", "\\.")}));
   const matches found = findall(row, listing);
@@ -65,7 +65,7 @@ TEST_F(im_handles_test, the_listings_lines_that_name_a_sub_bundle) {
   }
 }
 
-// Lines torn apart: what a match is made of, and what nearly is.
+// Torn lines: parts of a match, and parts that are almost right.
 constexpr std::array<std::string_view, 30> pieces = {
     "0x",         "0x3000a60", "0x1",    "0X2",    "x",    "_",   "0x10x2", "0x1 BE1.1 ",
     "BE",         "BE1.1",     "BE1.10", "BE11.1", "BE12", ".",   "BE12.1", "BE12.100",
@@ -78,7 +78,7 @@ std::string hostile_text(std::mt19937& random) {
   return text;
 }
 
-// Whole lines, of which a few are torn.
+// Whole lines, a few of them torn.
 std::string listing_of_lines(std::mt19937& random) {
   std::uniform_int_distribution<int> digit(0, 9);
   std::uniform_int_distribution<int> small(0, 2);

@@ -54,14 +54,14 @@ pass_run run_pass() {
   return run;
 }
 
-// The pass, and behind it the wait for the bundle level that a run without a finding makes.
+// Runs the pass and then waits for the bundle level, as a run without findings does.
 int run_pass_to_the_end() {
   const int result = run_pass().result;
   st().pid_list.join_all();
   return result;
 }
 
-// A bundle behind BE12, without members and sub-bundles.
+// Adds a bundle after BE12, without members and sub-bundles.
 void enter_second_bundle() {
   put(st().tesselDb, {"BE13"}, new_record<Bundles>());
   put(st().bdlInfoPI.get(), {"BE13"},
@@ -151,7 +151,7 @@ TEST_F(pass_test,
   st().tesselDb = ordered_map_of({{"hqos", 0}});
   EXPECT_EQ(st().tesselDb.as_map().size(), 1U) << "which means that no bundle was found";
   st().num_bundles = 257;
-  st().nodeinfo.set(ERROR);  // would fail whoever walks the nodes
+  st().nodeinfo.set(ERROR);  // makes every walk over the nodes fail
   const pass_run run = run_pass();
   EXPECT_EQ(run.result, SUCCESS);
   EXPECT_EQ(run.shown, "Bundle Consistency Check................");
@@ -183,7 +183,7 @@ TEST_F(pass_test, a_bundle_whose_sub_bundles_fail_in_PI_is_skipped_for_all_nodes
   EXPECT_EQ(counted(), (outcome{.exception = 1}));
 }
 
-// Whatever the pass says about this node is a finding or a failure.
+// After this, every check of this node is a finding or a failure.
 void break_all_layers_of_the_older_node() {
   drop(st().bdlInfoPI.get(), {"BE12", "members", be12::older_port});
   drop(st().bdlInfoPD.get(), {"BE12", be12::older});
@@ -216,7 +216,7 @@ TEST_F(pass_test,
 
 TEST_F(pass_test, a_node_with_asic_supported_false_skips_BCM_at_all_three_levels) {
   put(st().nodeinfo.get(), {be12::older, "asic_supported"}, 0);
-  put(st().BCM.get(), {be12::older}, ERROR);  // would fail whoever reads it
+  put(st().BCM.get(), {be12::older}, ERROR);  // makes every reader fail
   EXPECT_EQ(run_pass_to_the_end(), SUCCESS);
   EXPECT_EQ(counted(), outcome());
   EXPECT_TRUE(is_visited(lagport(be12::older))) << "the other steps run";
@@ -226,7 +226,7 @@ TEST_F(pass_test, a_node_with_asic_supported_false_skips_BCM_at_all_three_levels
 
 TEST_F(pass_test, with_hqos_at_0_check_sub_bundles_starts_and_returns_behind_its_error_string) {
   st().tesselDb.as_map().set("hqos", 0);
-  // What stands in this place is no record, which the forming of the name stumbles over.
+  // The value here is not a record, so forming the name fails.
   bundle().get("sub_bundles").as_map().set("BE12.300", "no record");
   put(st().DPA.get(), {be12::older, "lagport", be12::l3_sub_ifh}, ERROR);
   EXPECT_EQ(run_pass_to_the_end(), SUCCESS);
@@ -297,7 +297,7 @@ TEST_F(pass_test, a_failure_in_one_worker_stops_that_one_only) {
   EXPECT_TRUE(is_visited(lagport(be12::older, be12::l3_sub_ifh)));
 }
 
-// --- who waits for whom
+// --- waiting for workers
 
 TEST_F(pass_test, the_pass_waits_for_no_worker_of_the_bundle_level) {
   enter_second_bundle();
@@ -306,7 +306,7 @@ TEST_F(pass_test, the_pass_waits_for_no_worker_of_the_bundle_level) {
   bundle().set("lagid", "0x5");
   put(lagport(be12::older), {"lagid"}, "0x9");
   {
-    // The worker that has found this cannot end before its line is written.
+    // The worker with this finding cannot end before its line is written.
     const std::lock_guard no_line_yet(st().log_mutex);
     EXPECT_EQ(run_pass().result, SUCCESS);
     EXPECT_TRUE(reaches(st().inconsistent, 1));
@@ -319,7 +319,8 @@ TEST_F(pass_test, the_pass_waits_for_no_worker_of_the_bundle_level) {
       << "no line is lost";
 }
 
-// A healthy router was reported as faulty: the chip was asked for the members of LAG "Not set".
+// Guards against a healthy router being reported as faulty: the chip was asked for the members of
+// LAG "Not set".
 TEST_F(pass_test, a_member_that_is_faster_than_its_bundle_waits_for_the_LAG_id) {
   put(st().nodeinfo.get(), {be12::j2, "dump"}, 0);
   put(st().nodeinfo.get(), {be12::older, "act_standby"}, "Standby");  // so that DPA finds the id
@@ -338,7 +339,7 @@ TEST_F(pass_test, a_member_that_is_faster_than_its_bundle_waits_for_the_LAG_id) 
   EXPECT_THAT(exceptions(), IsEmpty());
 }
 
-// Whether the object is on its way out was told or not, by which of the two was faster.
+// Without the wait, the report of the delayed delete depends on which of the two is faster.
 TEST_F(pass_test, a_finding_of_a_member_waits_for_the_mark_of_delayed_delete) {
   enter_upper_layers();
   put(lagport(be12::older), {"members", "0", be12::older_mifh, "memid"}, "7");
@@ -412,7 +413,7 @@ TEST_F(pass_test, the_sub_bundle_level_has_ended_before_the_next_bundle_starts) 
   EXPECT_EQ(findings().size(), 1U);
 }
 
-// Which of two values was expected, and which marks were set, changed from run to run.
+// Without turns, the expected value and the marks change from run to run.
 TEST_F(pass_test, the_nodes_take_turns_at_a_bundle) {
   for (const std::string& nodename : {older, j2}) {
     put(st().nodeinfo.get(), {nodename, "act_standby"}, "Standby");  // so that DPA finds the id
@@ -489,7 +490,7 @@ TEST_F(pass_test, a_layer_that_disagrees_keeps_the_layers_below_it_from_being_co
 
 TEST_F(pass_test, a_member_or_sub_bundle_that_disagrees_in_DPA_is_not_compared_in_BCM) {
   enter_upper_layers();
-  st().BCM.set(ERROR);  // would fail whoever reads it
+  st().BCM.set(ERROR);  // makes every reader fail
   put(lagport(be12::older), {"members", "0", be12::older_mifh, "memid"}, "0x9");
   EXPECT_EQ(check_members(older_port, name, older), ERROR);
   sub_record(be12::l3_sub).set("lagid", "0x9");

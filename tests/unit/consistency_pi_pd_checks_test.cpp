@@ -364,7 +364,7 @@ TEST_F(pi_pd_checks_test, check_members_PD_fails_on_a_node_that_the_agents_membe
 TEST_F(pi_pd_checks_test,
        a_standby_node_is_skipped_by_the_two_PD_checks_without_a_line_and_its_fields_stay) {
   put(st().nodeinfo.get(), {be12::older, "act_standby"}, "Standby");
-  st().bdlInfoPD.set(ERROR);  // would fail whoever reads it
+  st().bdlInfoPD.set(ERROR);  // makes every reader fail
   EXPECT_EQ(bundles_PD(), SUCCESS);
   EXPECT_EQ(members_PD(), SUCCESS);
   EXPECT_EQ(counted(), outcome());

@@ -1,4 +1,4 @@
-// Many nodes' workers meet on the same records, counters and stores.
+// Workers of many nodes use the same records, counters and stores at the same time.
 #include <fmt/format.h>
 
 #include <atomic>
@@ -41,7 +41,7 @@ value unset_record() {
   return element;
 }
 
-// The numbers that the findings quote, in the order of the lines.
+// The numbers in the findings, in the order of the lines.
 std::vector<std::int64_t> quoted_numbers() {
   static const pattern& number = constant(R"(^Inconsistency (\d+):)");
   std::vector<std::int64_t> numbers;
@@ -53,7 +53,7 @@ std::vector<std::int64_t> quoted_numbers() {
   return numbers;
 }
 
-// Counting and logging are one step, so the lines even stand in the order of their numbers.
+// Counting and logging are one step, so the lines are also in the order of their numbers.
 void expect_each_number_once(std::int64_t count) {
   std::vector<std::int64_t> expected;
   for (std::int64_t number = 1; number <= count; ++number) expected.push_back(number);
@@ -131,7 +131,7 @@ TEST_F(consistency_threads_test, failures_and_delete_notes_are_all_counted_and_l
   element.as_record().set("delPending", 1);
   together(workers, [&](int) {
     for (int round = 0; round < each; ++round) {
-      check_memid("0x1", element.as_record(), "BE12", "DPA");  // has no such field
+      check_memid("0x1", element.as_record(), "BE12", "DPA");  // this record has no such field
       check_delete_pending(element.as_record(), "BE12");
     }
   });
@@ -143,7 +143,7 @@ TEST_F(consistency_threads_test, failures_and_delete_notes_are_all_counted_and_l
 
 // --- marks
 
-// Walks a store as the snapshot and the stale walk do; each mark is 0 or 1.
+// Walks a store as the snapshot and the stale entry check do. Each mark must be 0 or 1.
 void walk(const value& store) {
   if (!store.is_map()) return;
   for (const auto& [key, content] : store.as_map().items()) {
@@ -159,7 +159,7 @@ TEST_F(consistency_threads_test, marks_are_set_while_the_stores_are_walked) {
   constexpr int entries = 200;
   const value store = make_ordered_map();
   for (int number = 0; number < entries; ++number) {
-    // Every other entry was published without a mark, as the NPUs' tables are.
+    // Half of the entries are published without a mark, as the NPUs' tables are.
     store.as_map().set(std::to_string(number), number % 2 == 0
                                                    ? map_of({{"Visited", 0}, {"lagid", "0x1"}})
                                                    : ordered_map_of({{"lagid", "0x1"}}));
@@ -182,7 +182,7 @@ TEST_F(consistency_threads_test, marks_are_set_while_the_stores_are_walked) {
 
 // --- the whole pass on many nodes
 
-// Nodes that hold no member, which half of them know under another LAG id.
+// Adds nodes that hold no member; half of them report another LAG id.
 void enter_more_nodes(int count) {
   for (int number = 0; number < count; ++number) {
     const std::string nodename = fmt::format("0/{}/CPU0", number + 2);
@@ -234,7 +234,7 @@ TEST_F(consistency_threads_test, no_line_is_lost_of_workers_that_run_on_behind_t
     EXPECT_TRUE(reaches(st().inconsistent, 1)) << "the first of them holds up the others";
     EXPECT_THAT(findings(), IsEmpty());
   }
-  // What a run does next reads and writes the same stores.
+  // The next phases read and write the same stores.
   walk(st().DPA.get());
   print_object(st().DPA.get(), *st().dl_fd.require(), "DPA");
   print_object(st().tesselDb, *st().dl_fd.require(), "TESSELDB");

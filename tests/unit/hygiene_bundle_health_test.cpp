@@ -26,7 +26,7 @@ constexpr std::string_view head =
     "Process            Node          Result\n"
     "------------------------------------------------------\n";
 constexpr std::string_view title = "Bundle Health Check.....................";
-// What is left of a report in which there is nothing.
+// The cleaned form of an empty report.
 constexpr std::string_view three_blanks = "   ";
 
 class bundle_health_test : public router_test {
@@ -36,14 +36,14 @@ class bundle_health_test : public router_test {
     open_logs();
   }
 
-  // The phase's result; what it logged goes to `logged`.
+  // Runs the phase and returns its result; `logged` has what it logged.
   int check() {
     int result = -1;
     EXPECT_EQ(output_of([&] { result = check_bundle_health(); }), title);
     return result;
   }
 
-  // The health log behind its start line and the time stamp.
+  // The health log after its start line, without the time stamp.
   static std::string logged() {
     const std::string text = file_text(LOG_FILE_BUNDLE_HEALTH);
     constexpr std::size_t stamp = sizeof("2026-11-21 07:38:53,123: ") - 1;
@@ -51,7 +51,7 @@ class bundle_health_test : public router_test {
   }
 };
 
-// The report as it is cleaned ---------------------------------------------------------------------
+// --- The report as it is cleaned
 
 struct row {
   const char* why;
@@ -150,7 +150,7 @@ TEST_F(bundle_health_test, a_report_with_the_word_info_loses_its_blocks_and_keep
   }
 }
 
-// The phase ---------------------------------------------------------------------------------------
+// --- The phase
 
 TEST_F(bundle_health_test, the_tool_is_asked_in_this_line) {
   EXPECT_EQ(command_line_of("0", [this] { check(); }),

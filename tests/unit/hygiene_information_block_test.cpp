@@ -1,5 +1,5 @@
-// The health report's patterns: what the information blocks' one takes away must be what the plain
-// pattern takes away, and a report of any length is read in time that grows with it alone.
+// The patterns for the health report. The one for information blocks must remove exactly what the
+// plain pattern removes, and the time to read a report must grow only with its length.
 #include <array>
 #include <random>
 #include <string>
@@ -15,7 +15,7 @@
 namespace tessel {
 namespace {
 
-// The cleaned report as its steps are told, with the plain pattern.
+// Cleans a report step by step as documented, with the plain pattern.
 std::string by_definition(std::string_view report) {
   static const pattern& block = constant(information_block_definition);
   static const pattern& blank_lines = constant("\n\n\n*");

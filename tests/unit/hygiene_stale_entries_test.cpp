@@ -28,13 +28,13 @@ value entry(int visited, std::string_view name) {
   return map_of({{"Visited", visited}, {"Node Description", name}});
 }
 
-// What the stale log has for layers with these counts and no list.
+// The stale log's lines for layers with these counts and no list.
 std::string clean_layers() {
   return "'Number of stale entries in PI 0'\n'Number of stale entries in BME 0'\n"
          "'Number of stale entries in DPA 0'\n'Number of stale entries in BCM 0'\n";
 }
 
-// A router on which everything was referred to.
+// A router on which every entry was referred to.
 class stale_test : public router_test {
  protected:
   void SetUp() override {
@@ -59,7 +59,7 @@ class stale_test : public router_test {
     return result;
   }
 
-  // The stale log behind its start line.
+  // The stale log after its start line.
   static std::string logged() {
     const std::string text = file_text(LOG_FILE_STALE_ENTRIES);
     EXPECT_THAT(text, StartsWith(start_line));
@@ -74,8 +74,7 @@ value reduced_bcm() {
        {j2_node, map_of({{"0", map_of({{"tm_lag", map_of({{"0x1", entry(1, "0x1")}})}})}})}});
 }
 
-// What the chips' store is reduced to
-// --------------------------------------------------------------
+// --- The reduced store of the chips
 
 TEST_F(stale_test, bcm_is_reduced_to_the_lag_tables_of_each_family) {
   EXPECT_EQ(check(), SUCCESS);
@@ -155,7 +154,7 @@ TEST_F(stale_test, with_an_empty_bcm_a_failure_leaves_the_function) {
   expect_told({});
 }
 
-// The gate ----------------------------------------------------------------------------------------
+// --- The gate
 
 struct gate_row {
   const char* why;
@@ -200,7 +199,7 @@ TEST_F(stale_test, a_delete_pending_note_does_not_close_the_gate) {
   EXPECT_EQ(logged(), clean_layers());
 }
 
-// The walk ----------------------------------------------------------------------------------------
+// --- The walk
 
 TEST_F(stale_test, a_layer_with_a_clean_store_still_gets_its_line_with_the_count_0) {
   const std::size_t workers = st().pid_list.size();
@@ -338,7 +337,7 @@ TEST_F(stale_test, all_workers_of_the_run_are_waited_for_before_the_counts_are_w
   EXPECT_EQ(logged(), clean_layers());
 }
 
-// Below one map -----------------------------------------------------------------------------------
+// --- Below one map
 
 TEST_F(stale_test, plain_maps_are_entered_depth_first_and_nothing_else) {
   value object_with_mark = new_record<subBundles>();

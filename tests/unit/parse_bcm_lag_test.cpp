@@ -40,7 +40,7 @@ value tm_lag(std::string_view text) {
   return parse_tm_lag(text, node, "1");
 }
 
-// ---- earlier chips
+// --- earlier chips
 
 TEST_F(bcm_lag_test, a_diag_lag_section_becomes_this_map) {
   const value parsed = diag_lag(
@@ -143,9 +143,9 @@ TEST_F(bcm_lag_test, a_member_key_may_be_none_of_the_bookkeeping_keys) {
               ElementsAre("0x0", "Visited", "Node Description"));
 }
 
-// ---- Jericho2
+// --- Jericho2
 
-// The cut takes the first two cells.
+// The parser cuts the table at the first two cells of such a row.
 std::string rows_of_lag(std::string_view id) {
   return "| 0 | 1 |   | " + std::string(id) + " | yes | 0xc000021 | 0 |\n";
 }
@@ -176,7 +176,7 @@ TEST_F(bcm_lag_test, a_tm_lag_row_with_an_id_and_no_port_creates_the_lag_without
 }
 
 TEST_F(bcm_lag_test, a_lag_goes_on_in_the_next_piece) {
-  // The first two cells of a further row can hold numbers too: then it is a piece of its own.
+  // If the first two cells of a further row hold numbers, the row becomes a piece of its own.
   const value parsed = tm_lag(rows_of_lag("1") + "| 2 | 1 |   |   | yes | 0xc000009 | 0 |\n");
   EXPECT_EQ(parsed.at("0x1").at("members"), list_of({"0xc000021", "0xc000009"}));
 }
@@ -193,7 +193,7 @@ TEST_F(bcm_lag_test, an_id_that_comes_again_starts_its_lag_anew) {
   EXPECT_EQ(parsed.at("0x1").at("members"), list_of({"0xc000055"}));
 }
 
-// ---- failures
+// --- failures
 
 TEST_F(bcm_lag_test, a_tm_lag_piece_before_any_id_is_a_failure) {
   for (const char* text : {"| 0 | 1 |   |   | yes | 0xc000021 | 0 |\n", "| 0 | 1 | end\n"}) {

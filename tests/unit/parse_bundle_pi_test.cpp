@@ -17,7 +17,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-// Filtered as the pipeline leaves it.
+// As the filter of the command leaves it.
 constexpr std::string_view be12 =
     "Bundle-Ether12\n"
     "  Bundle interface handle        BE12 (0x3000120)\n"
@@ -332,7 +332,7 @@ TEST_F(bundle_pi_test, members_are_those_that_the_definition_finds) {
 TEST_F(bundle_pi_test, junk_around_and_between_bundles_harms_nothing) {
   std::string junk;
   for (const bad_output& each : meaningless_outputs()) {
-    // The filter has its own mind about NUL bytes.
+    // Skipped: the command's filter handles NUL bytes in its own way.
     if (each.output.as_text().find('\0') != std::string::npos) continue;
     for (const char c : each.output.as_text().substr(0, 2U << 20)) {
       junk += c;

@@ -1,5 +1,5 @@
-// Rows are searched with patterns that cannot be tried from every byte of a long run. What they
-// find must be what the plain patterns, which define the rows, find.
+// Rows are found with patterns that are not tried from every byte of a long run. They must find
+// exactly what the plain patterns find, which define the rows.
 #include <array>
 #include <random>
 #include <string>
@@ -27,8 +27,8 @@ class definitions_test : public router_test {
   }
 };
 
-// The members of each LAG of `tm lag`, as the plain row pattern gives them; ERROR for a piece
-// before any id.
+// The members of each LAG of `tm lag`, found with the plain row pattern; ERROR for a piece before
+// any id.
 value tm_lag_by_definition(std::string_view text) {
   static const pattern& start = constant(R"(\|\s+\d+\s+\|\s+\d+\s+\|)");
   static const pattern& row = constant(tm_lag_row_definition);
@@ -140,7 +140,7 @@ TEST_F(definitions_test, object_fields_are_those_of_the_plain_pattern) {
   }
 }
 
-// Each of these took minutes when a search was tried from every byte.
+// Each of these took minutes when the search was tried from every byte.
 TEST_F(definitions_test, long_runs_of_anything_are_read_once) {
   const std::size_t megabyte = 1U << 20;
   for (const char c : {'0', 'a', ' ', '\n', '|', '/'}) {

@@ -31,7 +31,7 @@ constexpr std::string_view lagport_head =
     "  @dpa_intf_t intf => 0x3000120\n"
     "  uint16_t lag_id => 0x1\n";
 
-// One slot: handle, NPU, weight.
+// The lines of one slot: handle, NPU, weight.
 std::string slot(int number, std::string_view handle, int npu, int weight) {
   const std::string n = std::to_string(number);
   return "  " + n + ":dpa_intf_t mifh => " + std::string(handle) + "\n  " + n +
@@ -74,7 +74,7 @@ TEST_F(dpa_objects_test, a_lagport_block_becomes_this_map) {
 struct object_type {
   const char* name;
   std::function<value(const value&)> parse;
-  std::string note;  // for a text without objects; empty where that is normal
+  std::string note;  // the note for a text without objects; empty where that is normal
   value nothing;     // the result of a text without objects
 };
 
@@ -290,7 +290,8 @@ TEST_F(dpa_objects_test, a_sum_of_weights_beyond_64_bits_is_kept_as_text) {
 }
 
 TEST_F(dpa_objects_test, a_slot_takes_the_first_line_that_ends_in_its_number) {
-  // The array lines are not anchored on the left, so the line of slot 11 answers for slot 1 too.
+  // The array patterns are not anchored on the left, so the line of slot 11 also answers for slot
+  // 1.
   const value entry =
       lagport(head() + slot(11, "0x6b", 3, 7) + slot(1, "0x61", 0, 1)).at("0x3000120");
   EXPECT_EQ(
@@ -320,7 +321,7 @@ TEST_F(dpa_objects_test, of_equal_bundle_handles_the_last_block_wins) {
   EXPECT_EQ(parsed.at("0x3000120").at("lagid"), "0x2");
 }
 
-// ---- ports
+// --- ports
 
 constexpr std::string_view port =
     "l1port element 0\n"
@@ -386,7 +387,7 @@ TEST_F(dpa_objects_test, a_port_block_without_one_of_its_fields_is_a_failure) {
 }
 
 TEST_F(dpa_objects_test, a_port_with_a_missing_value_still_counts) {
-  // Lines with "not set" pass this type's filter; the first word of it is read as the value.
+  // This type's filter keeps lines with "not set"; the first word of that is read as the value.
   EXPECT_EQ(parse_l1port_object_DPA(with(port, "mtu => 1514", "mtu => not set"), node), SUCCESS);
   EXPECT_EQ(st().voq_usage.get().at("0/0/0/1").as_record().get("mtu"), "not");
 }
@@ -409,7 +410,7 @@ TEST_F(dpa_objects_test, of_one_port_on_two_nodes_the_last_writer_wins) {
   EXPECT_EQ(st().voq_usage.get().at("0/0/0/1").as_record().get("nodename"), node);
 }
 
-// ---- interfaces by handle
+// --- interfaces by handle
 
 struct interface_type {
   const char* name;

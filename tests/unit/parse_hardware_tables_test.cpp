@@ -144,7 +144,7 @@ TEST_F(hardware_tables_test, a_profile_index_may_take_all_of_64_bits) {
       map_of({{"0", map_of({{"1844674407370955161", "16"}})}}));
 }
 
-// ---- VLAN domain of one member
+// --- VLAN domain of one member
 
 constexpr std::string_view active = "0/RP0/CPU0";
 constexpr std::string_view standby = "0/RP1/CPU0";

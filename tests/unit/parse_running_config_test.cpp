@@ -49,7 +49,7 @@ class running_config_test : public router_test {
     st().voq_usage.get().as_map().set(tail, port);
     return port;
   }
-  // Parses the stanzas behind a banner.
+  // Parses the stanzas with a banner before them.
   static void parse(std::string_view stanzas) {
     st().run_cfg.set(std::string(banner) + "!\n" + std::string(stanzas) + "end");
     EXPECT_EQ(parse_running_config(), SUCCESS);
@@ -518,7 +518,7 @@ TEST_F(running_config_test, a_configuration_cut_anywhere_is_reported_as_counted)
   }
 }
 
-// ---- indexes against the searches that define them
+// --- indexes compared with the searches that define them
 
 std::string quoted_text_of(const value& text) {
   return quoted(std::string_view(text.as_text()));
@@ -532,7 +532,7 @@ std::vector<std::string_view> stanzas_with(const parsed_config& config, std::str
   return found;
 }
 
-// The ports of a bundle, by one search of all its stanzas.
+// The ports of a bundle, found by one search of all its stanzas.
 value members_by_definition(const parsed_config& config, std::string_view number) {
   static const pattern& five = constant(R"((?<=interface\s)\w+\/\d+\/\d+\/\d+\/\d+)");
   static const pattern& four = constant(R"((?<=interface\s)\w+\/\d+\/\d+\/\d+)");
@@ -595,7 +595,7 @@ TEST_F(running_config_test, a_stanza_with_the_ids_of_many_bundles_is_searched_on
   }
 }
 
-// The sub-bundles of each bundle that got a record, found by one search for each bundle.
+// The sub-bundles of each bundle that has a record, found by one search per bundle.
 std::vector<std::pair<std::string, std::vector<std::string>>> by_definition(const value& text) {
   std::vector<std::pair<std::string, std::vector<std::string>>> expected;
   const parsed_config config(text);
@@ -701,7 +701,7 @@ TEST_F(running_config_test, indented_mentions_are_removed_as_the_pattern_removes
   }
 }
 
-// What the definitions say of a stanza.
+// The encapsulation of a stanza, found with the definitions.
 value encap_by_definition(const std::string& cfg, std::string_view name) {
   if (findall(pattern(fill(keyword_definition, {name})), cfg).empty()) return ERROR;
   const std::string tagged = list_text(findall(pattern(fill(tagged_definition, {name})), cfg));

@@ -41,7 +41,7 @@ TEST(slot_fields_test, a_slot_without_a_line_has_nothing) {
   EXPECT_EQ(slot_fields(slot_fields::npu(), "").first_of("0"), std::nullopt);
 }
 
-// What one search for a slot gives.
+// The result of one search for a slot.
 std::optional<std::string_view> by_definition(const slot_fields::field& which, letter_case letters,
                                               std::string_view text, std::string_view slot) {
   const matches found = findall(pattern(fill(which.definition, {slot}), letters), text);

@@ -23,7 +23,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-// A node of the "show unit" output with one unit of this chip.
+// A node in the "show unit" output, with one unit of this chip.
 std::string node_with(std::string_view name, std::string_view chip = "BCM88690_A0") {
   return "Node ID: " + std::string(name) + "\nUnit 0 chip " + std::string(chip) + " (current)\n";
 }
@@ -136,7 +136,7 @@ TEST_F(router_type_test, a_line_of_megabytes_is_read_like_any_other) {
   EXPECT_EQ(type_of("TR-ELM1 " + line + "\n"), invalid);
 }
 
-// The model is the first match of this pattern, which the banner is read by without it.
+// This pattern defines the model as its first match; the code finds it without the pattern.
 TEST_F(router_type_test, random_banners_give_what_the_pattern_gives) {
   const unsigned seed = std::random_device()();
   SCOPED_TRACE(testing::Message() << "seed " << seed);

@@ -28,7 +28,7 @@ raw_table table(std::string text) {
   return std::make_shared<const std::string>(std::move(text));
 }
 
-// What the index must give: the first hit of the plain search.
+// The first hit of the plain search, which the index must return.
 std::optional<std::string> first_hit(std::string_view definition, std::string_view filled_in,
                                      const raw_table& searched) {
   const matches found = findall(pattern(fill(definition, {filled_in})), *searched);
@@ -413,7 +413,7 @@ TEST_F(chip_rows_test, many_threads_look_up_keys_of_many_lengths_in_one_table) {
       for (int step = 0; step < entries; ++step) {
         const int number = (step + thread * 50) % entries;
         const std::string padded = fmt::format("{:08x}", number);
-        // Each thread comes to each length at another moment.
+        // Each thread asks for each length at a different time.
         const std::string_view key = tail(padded, 3U + static_cast<unsigned>((step + thread) % 6));
         EXPECT_THAT(sem_payload_of(searched, key), Optional(fmt::format("0x{:x}", number)));
         EXPECT_THAT(vsi_mac_of(searched, std::to_string(number)),

@@ -41,7 +41,7 @@ value bundle_with(const value& rif, const value& mac, int delPending = 0) {
   return bundle;
 }
 
-// VLAN domains ------------------------------------------------------------------------------------
+// --- VLAN domains
 
 TEST_F(entry_checks_test, equal_vlan_domains_are_no_finding) {
   EXPECT_EQ(verify_vlan_domain("0x8", "0x8", "0/0/0/1", err), SUCCESS);
@@ -65,7 +65,7 @@ TEST_F(entry_checks_test, vlan_domains_are_compared_as_they_stand_in_notation_to
                }});
 }
 
-// A sanitizer's runtime needs more memory than is left here.
+// A sanitizer's runtime needs more memory than this leaves.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define MEMORY_CAN_BE_LIMITED 0
 #elif defined(__has_feature)
@@ -74,7 +74,7 @@ TEST_F(entry_checks_test, vlan_domains_are_compared_as_they_stand_in_notation_to
 #define MEMORY_CAN_BE_LIMITED 1
 #endif
 #if MEMORY_CAN_BE_LIMITED
-// Takes all memory but a little; what it calls cannot copy a large text any more.
+// Takes almost all memory, so that later calls cannot copy a large text.
 void use_up_memory() {
   std::int64_t pages = 0;
   std::ifstream("/proc/self/statm") >> pages;
@@ -97,7 +97,7 @@ TEST_F(entry_checks_test, a_vlan_domain_that_cannot_be_told_is_a_failure) {
 }
 #endif
 
-// SEM entries -------------------------------------------------------------------------------------
+// --- SEM entries
 
 TEST_F(entry_checks_test,
        the_wildcard_returns_the_first_hit_of_sema_and_looks_in_semb_only_if_sema_has_none) {
@@ -191,7 +191,7 @@ TEST_F(entry_checks_test, a_sem_entry_that_cannot_be_looked_up_is_a_failure) {
   EXPECT_THAT(file_text(LOG_FILE_EXCEPTION), HasSubstr(", in verify_sem_entry\n"));
 }
 
-// The chip's own LIF map --------------------------------------------------------------------------
+// --- The chip's own LIF map
 
 class jericho2_sem_test : public entry_checks_test {
  protected:
@@ -261,14 +261,14 @@ TEST_F(jericho2_sem_test, a_chip_that_cannot_be_asked_is_told_by_command_and_che
   EXPECT_EQ(st().exception, 2);
 }
 
-// Router interfaces of the earlier chips ----------------------------------------------------------
+// --- Router interfaces of the earlier chips
 
 class rif_test : public entry_checks_test {
  protected:
   int verify(const value& bundle, int is_sub = 0) {
     return verify_rif_entry(bundle.as_record(), older_node, "0", err, is_sub);
   }
-  // The chip's MAC in the row of RIF 5.
+  // Sets the chip's MAC in the row of RIF 5.
   void chip_holds(std::string_view mac) {
     set_tables(older_node, "0", older_tables("", "", vsi_row("4", "1") + vsi_row("5", mac)));
   }
@@ -386,7 +386,7 @@ TEST_F(rif_test, junk_in_place_of_the_tables_is_no_row) {
   }
 }
 
-// Router interfaces of Jericho2 -------------------------------------------------------------------
+// --- Router interfaces of Jericho2
 
 class jericho2_rif_test : public entry_checks_test {
  protected:

@@ -40,7 +40,7 @@ std::string mapping(std::string_view glif, std::string_view llif, std::string_vi
       glif, llif, vsi);
 }
 
-// A layer 3 object on RIF 0x10, MAC 001: its chip has both.
+// A layer 3 object with RIF 0x10 and MAC 001; its chip has both.
 value healthy(std::string_view glif = "0x00011234") {
   value object = new_record<Bundles>();
   record& fields = object.as_record();
@@ -86,7 +86,7 @@ class mapping_test : public router_test {
   }
 };
 
-// The chip's own map of a global LIF --------------------------------------------------------------
+// --- The chip's own map of a global LIF
 
 TEST_F(mapping_test, a_known_glif_enters_its_local_lif) {
   const value object = healthy();
@@ -122,7 +122,7 @@ TEST_F(mapping_test, the_block_is_three_lines_and_the_first_one_counts) {
   struct row {
     const char* why;
     std::string output;
-    const char* llif;  // none if the block is not to be found
+    const char* llif;  // null if the block must not be found
   };
   const std::string block = mapping("0x11234", "0x456", "16");
   const std::array rows = {
@@ -255,7 +255,7 @@ TEST_F(mapping_test, a_chip_that_cannot_be_asked_is_told_by_command_and_check) {
                                       err)));
 }
 
-// Objects without an exact key --------------------------------------------------------------------
+// --- Objects without an exact key
 
 TEST_F(mapping_test, a_glif_that_is_not_set_for_a_key_less_call_writes_only_to_the_debug_log) {
   const auto note = [](int number) {
@@ -360,7 +360,7 @@ TEST_F(mapping_test, a_row_in_literal_braces_lets_the_check_go_on_to_the_rif) {
                    fmt::format("Programming Error 1: DPA RIF 0x10 not found in BCM for {}", err)}});
 }
 
-// Objects with an exact key -----------------------------------------------------------------------
+// --- Objects with an exact key
 
 TEST_F(mapping_test, a_sem_entry_enters_the_local_lif) {
   const value object = healthy();
@@ -449,7 +449,7 @@ TEST_F(mapping_test, a_record_without_the_fields_is_a_failure) {
            fmt::format("no field 'lagid': verify_lif_rif_mac_mapping_key_vd failed for {}", err)}});
 }
 
-// Jericho2 ----------------------------------------------------------------------------------------
+// --- Jericho2
 
 TEST_F(mapping_test, on_jericho2_the_rif_of_a_bundle_is_verified) {
   EXPECT_EQ(key_vd_j2(healthy()), SUCCESS);

@@ -39,7 +39,7 @@ struct port {
   value vlan_domain = "0x8";
 };
 
-// A layer 2 bundle without sub-bundles; the chips of its ports have its VLAN domain.
+// Adds a layer 2 bundle without sub-bundles; the chips of its ports have its VLAN domain.
 record& add_bundle(std::string_view name, std::initializer_list<port> ports) {
   const value bundle = new_record<Bundles>();
   record& fields = bundle.as_record();
@@ -86,7 +86,7 @@ std::string sem_missing(int number, std::string_view object) {
                      object);
 }
 
-// The first member of the bundle on this node, and its text in messages.
+// The first member of the bundle on this node, and its name in messages.
 value first_member(std::string_view bundle, std::string_view nodename) {
   return st()
       .tesselDb.at(bundle)
@@ -121,7 +121,7 @@ class programming_pass_test : public router_test {
   }
 };
 
-// Which work is started ---------------------------------------------------------------------------
+// --- Which work is started
 
 TEST_F(programming_pass_test, with_no_bundle_but_hqos_the_pass_starts_no_worker_and_succeeds) {
   EXPECT_EQ(check(), SUCCESS);
@@ -289,7 +289,7 @@ TEST_F(programming_pass_test, sub_bundles_on_jericho2_are_not_verified) {
   expect_told({});
 }
 
-// Chip keys ---------------------------------------------------------------------------------------
+// --- Chip keys
 
 TEST_F(programming_pass_test, the_vlan_domain_0x10_and_encap_5_give_the_key_1005) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0", "0x10"}});
@@ -333,7 +333,7 @@ TEST_F(programming_pass_test, a_vlan_domain_is_trimmed_by_the_set_of_0_and_x) {
     SetUp();
     record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0", each.vlan_domain}});
     bundle.set("untagged", 1);
-    // In front of the key a character that is no part of a word: the key is found whole or not.
+    // The key follows a character that is not part of a word, so only the whole key is found.
     sema(fmt::format("|{} Payload=0x44\n", each.key));
     EXPECT_EQ(check(), SUCCESS);
     EXPECT_EQ(bundle.get("llif"), "0x44");
@@ -409,7 +409,7 @@ TEST_F(programming_pass_test,
       {.programming_error = {sem_missing(1, "0x00021234,BE12.5(0x3000a60) NPU 1,0/0/CPU0")}});
 }
 
-// Failures ----------------------------------------------------------------------------------------
+// --- Failures
 
 TEST_F(programming_pass_test, an_encapsulation_that_is_no_number_is_a_failure_of_its_sub_bundle) {
   const std::array rows = {
@@ -544,7 +544,7 @@ TEST_F(programming_pass_test, a_task_on_jericho2_takes_the_core_of_its_member) {
                              "failed for BE12"}});
 }
 
-// A dump that failed leaves no entry for its NPU.
+// After a failed dump, the NPU has no entry.
 TEST_F(programming_pass_test, an_npu_missing_from_bcm_is_told_for_each_object_on_it) {
   for (const std::string_view nodename : {older_node, j2_node}) {
     st().BCM.get().at(nodename).as_map().erase("0");
@@ -576,10 +576,10 @@ TEST_F(programming_pass_test, a_failure_is_logged_before_it_is_counted) {
   output_of([] { EXPECT_TRUE(logs_before_counting([] { check_bundle_programming(); })); });
 }
 
-// Workers -----------------------------------------------------------------------------------------
+// --- Workers
 
-// A chip that answers a call only once `condition` holds, a test of /bin/sh; it gives up after ten
-// seconds and then answers nothing, which is a finding.
+// The chip answers a call only when `condition`, a test for /bin/sh, is true. After ten seconds it
+// gives up and answers nothing, which is a finding.
 void chip_answers_when(std::string_view condition, std::string_view at_once = ":") {
   tool("asic_shell_show",
        fmt::format("{}\ntries=0\nuntil {}; do\n  tries=$((tries + 1))\n"

@@ -28,7 +28,7 @@ const std::string log_list =
     "/var/log/tessel_exception.log\n"
     "/var/log/tessel_debug.log\n\n\n";
 
-// Lines "1" to "count" behind `prefix`.
+// The lines "1" to "count", each with `prefix` before the number.
 std::string lines(std::string_view prefix, int count) {
   std::string text;
   for (int number = 1; number <= count; ++number) {
@@ -37,7 +37,7 @@ std::string lines(std::string_view prefix, int count) {
   return text;
 }
 
-// As a preview shows them: each line with its own line end and one more.
+// The form in a preview: each line with its own line end and one more.
 std::string shown(std::string_view prefix, int from, int to) {
   std::string text;
   for (int number = from; number <= to; ++number) {
@@ -180,8 +180,8 @@ TEST_F(results_test, without_a_table_no_log_list_is_printed) {
   EXPECT_THAT(errors(11), EndsWith("error details\n"));
 }
 
-// The findings that a file lacks have rotated into its backup. How many lines of that are shown is
-// decided by the exceptions, whichever log it is.
+// Findings that are missing from the log have rotated into its backup. The number of exceptions
+// decides how many lines of the backup are shown, whichever log it is.
 TEST_F(results_test, older_findings_are_taken_from_the_backup) {
   struct row {
     const char* why;

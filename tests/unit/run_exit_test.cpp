@@ -237,7 +237,7 @@ TEST_F(exit_test, a_log_that_cannot_be_closed_is_told_and_counted) {
        {LOG_FILE_BUNDLE_HEALTH, LOG_FILE_STALE_ENTRIES, LOG_FILE_DEBUG}) {
     SCOPED_TRACE(path);
     SetUp();
-    // Within: another file would take the descriptor's number.
+    // Checked inside `output_of`, because later another file could take the descriptor's number.
     const std::string output = output_of([path] {
       EXPECT_EQ(::close(descriptor_of(path)), 0);
       close_fd();

@@ -1,5 +1,4 @@
-// The driver behind the consistency check: what a phase that could not be carried out does to the
-// run.
+// The driver from the consistency check on: the effect of a phase that cannot be carried out.
 
 #include <string>
 #include <vector>
@@ -16,8 +15,8 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-// A line card with two chips of the older family, a bundle, and a member that the forwarding
-// object of the member puts on another chip than that of the bundle.
+// A line card with two chips of the older family and one bundle. The member's forwarding object
+// puts it on one chip, the bundle's forwarding object on the other.
 class later_phases_test : public router_test {
  protected:
   void SetUp() override {
@@ -91,7 +90,7 @@ TEST_F(later_phases_test,
 
 TEST_F(later_phases_test,
        a_false_consistency_check_prints_not_done_and_the_table_and_skips_the_later_checks) {
-  // Collection passes over a node without an address before it asks whether that takes part.
+  // Collection skips a node without an address before it reads whether the node takes part.
   st().nodeinfo.get().as_map().set("x", map_of({{"nodeip", "None"}}));
   const std::string output = completed_run();
   EXPECT_THAT(output, StartsWith("Dumping Data............................ Done\n"
@@ -108,7 +107,7 @@ TEST_F(later_phases_test,
 }
 
 TEST_F(later_phases_test, a_false_stale_entry_check_prints_not_done_and_the_run_goes_on) {
-  // A node that the inventory knows and that takes no part, with a chip whose tables are missing.
+  // The inventory knows this node, but it takes no part, and the tables of its chip are missing.
   st().BCM.get().as_map().set("0/9/CPU0", map_of({{"0", make_map()}}));
   EXPECT_THAT(completed_run(), HasSubstr("\nStale Entry Check....................... Not Done\n"
                                          "Bundle Health Check..................... Done\n"

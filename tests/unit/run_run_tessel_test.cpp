@@ -31,7 +31,7 @@ const std::string parsing = "Parsing Data............................";
 const std::string consistency = "Bundle Consistency Check................";
 constexpr std::string_view no_router_type = "ERROR: Not able to get router type\n";
 
-// One line card whose chip is not supported, one bundle with one member.
+// One line card whose chip is not supported, and one bundle with one member.
 constexpr std::string_view remote = R"(case "$7" in
 lagport) echo 'lagport element 0 pending(cr/up/dl):0/0/0'
   echo '  @dpa_intf_t intf => 0x3000120'; echo '  uint16_t lag_id => 0x1'
@@ -73,11 +73,11 @@ class run_tessel_test : public router_test {
                 "0 0 0x21 Hu0/0/0/1\n");
     tool_prints("lagmgr_health", "");
   }
-  // What the operator sees of a run that ends with an exit request.
+  // The operator's view of a run that ends with an exit request.
   static std::string completed_run() {
     return output_of([] { EXPECT_THROW(run_tessel_with(4096), exit_request); });
   }
-  // What the operator sees of a run that returns to its host.
+  // The operator's view of a run that returns to its host.
   static std::string returned_run() {
     return output_of([] { EXPECT_EQ(run_tessel_with(4096), ERROR); });
   }
@@ -213,7 +213,7 @@ TEST_F(run_tessel_test, completed_runs_with_findings_and_without_look_the_same_t
       status = status_in_child([] {
         tessel_init();
         tessel_run(4096);
-        return 99;  // a completed run does not come back
+        return 99;  // a completed run does not return
       });
     });
     return status;
@@ -242,7 +242,7 @@ TEST_F(run_tessel_test, the_end_of_a_run_flushes_what_the_host_has_printed) {
 }
 
 TEST_F(run_tessel_test, a_failure_that_no_phase_absorbs_returns_minus_2_with_a_traceback) {
-  // A log that vanishes is missed by the preview at the end, which has no handler of its own.
+  // Only the preview at the end misses a log that has vanished, and it has no handler of its own.
   tool("ifmgr_show", "rm /var/log/tessel_exception.log");
   std::string output;
   const std::string complaint = error_output_of([&] {
@@ -266,7 +266,7 @@ TEST_F(run_tessel_test, a_failure_behind_a_title_ends_its_line_first) {
     output = output_of([] {
       EXPECT_EQ(status_in_child([] {
                   tessel_init();
-                  st().tesselDb = value();  // its size is asked for outside of any handler
+                  st().tesselDb = value();  // the parse stage reads its size outside of any handler
                   return tessel_run(4096) == TESSEL_ABORTED ? 7 : 99;
                 }),
                 7);
@@ -282,7 +282,8 @@ TEST_F(run_tessel_test, a_failure_within_a_phases_own_handler_comes_out_with_a_t
     output = output_of([] {
       EXPECT_EQ(status_in_child([] {
                   tessel_init();
-                  // The stale entry check, the first to look, has no node to name in its handler.
+                  // The stale entry check is the first to read this, and its handler has no node to
+                  // name.
                   st().BCM.set(ERROR);
                   return tessel_run(4096) == TESSEL_ABORTED ? 7 : 99;
                 }),
@@ -296,7 +297,7 @@ TEST_F(run_tessel_test, a_failure_within_a_phases_own_handler_comes_out_with_a_t
   EXPECT_THAT(complaint, HasSubstr("\nfailure: no node to name: "));
 }
 
-// Replaces standard output by a device that takes no byte.
+// Replaces standard output with a device that accepts no byte.
 void fill_standard_output(int) {
   const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
   ::dup2(full, STDOUT_FILENO);
@@ -304,7 +305,7 @@ void fill_standard_output(int) {
 }
 
 TEST_F(run_tessel_test, a_word_that_cannot_be_printed_comes_out_with_a_traceback) {
-  // Behind the phase's title, and before its word.
+  // Runs after the phase's title is printed and before its "Done".
   tool("ifmgr_show", "kill -USR1 $(cat /opt/nos/host)");
   std::string output;
   const std::string complaint = error_output_of([&] {
@@ -377,7 +378,7 @@ TEST_F(run_tessel_test, the_node_id_is_kept_as_an_unsigned_number) {
   });
 }
 
-// A sanitizer's runtime needs more memory than is left here.
+// A sanitizer's runtime needs more memory than this leaves.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define MEMORY_CAN_BE_LIMITED 0
 #elif defined(__has_feature)
@@ -386,7 +387,7 @@ TEST_F(run_tessel_test, the_node_id_is_kept_as_an_unsigned_number) {
 #define MEMORY_CAN_BE_LIMITED 1
 #endif
 #if MEMORY_CAN_BE_LIMITED
-// Leaves no piece of memory that a run state fits in, and some for words about it.
+// Leaves no block of memory that is large enough for a run state, but enough for an error message.
 void use_up_memory() {
   constexpr std::size_t largest = 1024;
   static_assert(sizeof(run_state) > largest);

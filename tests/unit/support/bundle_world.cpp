@@ -44,7 +44,7 @@ value configured_port(string_view nodename, string_view npu_core, string_view pp
   return port;
 }
 
-// The bundle's own copy, as the configuration's parser makes it.
+// The bundle's own copy of a port, as the configuration's parser makes it.
 value copy_of(const value& port) {
   return std::shared_ptr<record>(
       std::make_shared<memberInfo>(static_cast<memberInfo&>(port.as_record())));
@@ -165,7 +165,7 @@ value parent_of(value root, entry_path path) {
   return root;
 }
 
-// A channel's file that takes a page and then blocks who writes, until it is read.
+// A file for a channel that takes one page and then blocks the writer until it is read.
 class gate_file {
  public:
   explicit gate_file(string_view channel) : channel_(channel) {
@@ -182,7 +182,7 @@ class gate_file {
   gate_file(const gate_file&) = delete;
   gate_file& operator=(const gate_file&) = delete;
 
-  // Returns once there is something to read, or when `patience` is over.
+  // Returns true once there is something to read; false after `milliseconds`.
   bool await_writer(int milliseconds) const {
     pollfd gate{descriptor_, POLLIN, 0};
     return ::poll(&gate, 1, milliseconds) > 0;

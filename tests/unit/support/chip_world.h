@@ -1,5 +1,5 @@
-// A router with two line cards, one of each chip family, and what the checks of the chip tables
-// left behind.
+// A router with two line cards, one of each chip family, and the results of the checks of the chip
+// tables.
 //
 //   set_up_nodes();
 //   set_tables(older_node, "0", older_tables("1005 Payload=0x1\n", "", ""));
@@ -42,7 +42,7 @@ inline std::string vsi_row(std::string_view rif, std::string_view mac) {
          "]: <VSI_PROFILE=0x2,TOPOLOGY_ID=0x0,MY_MAC=0x" + std::string(mac) + ",MAC_CLASS=0>\n";
 }
 
-// Beside what other nodes and NPUs have.
+// Sets the tables of one NPU; those of other nodes and NPUs stay.
 inline void set_tables(std::string_view nodename, std::string_view npu, const value& tables) {
   const value bcm = st().BCM.get();
   if (!bcm.contains(nodename)) bcm.as_map().set(nodename, make_ordered_map());
@@ -57,8 +57,7 @@ struct told {
   std::vector<std::string> inconsistent = {};
 };
 
-// That this was logged and nothing else, and that each counter stands at the number of its
-// messages.
+// Expects exactly these messages, and each counter equal to the number of its messages.
 inline void expect_told(const told& expected) {
   using testing::ElementsAreArray;
   EXPECT_THAT(messages(LOG_FILE_PROGRAMMING_ERROR), ElementsAreArray(expected.programming_error));
@@ -73,8 +72,8 @@ inline void expect_told(const told& expected) {
   EXPECT_EQ(run.info, 0);
 }
 
-// Gives the others time to do what they must not do before this worker has ended. True if
-// `too_soon` came about.
+// Gives other threads time to do what they must not do before this worker has ended. Returns true
+// if `too_soon` became true.
 template <class Condition>
 bool happens_too_soon(Condition too_soon) {
   const auto give_up = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);

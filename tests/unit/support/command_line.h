@@ -1,5 +1,5 @@
-// The exact line that a command was given to the shell with: its capture file is made impossible,
-// and the log names the command that could not be run.
+// Captures the exact command line that the audit passes to the shell. It makes the capture file
+// impossible to create, so that the log names the command that could not be run.
 //
 //   EXPECT_EQ(command_line_of("running_cfg", [] { dump_running_config(); }), " cfg_render ...");
 //

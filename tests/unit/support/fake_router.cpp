@@ -45,13 +45,13 @@ value filled(value target, entry_list entries) {
 }
 
 void write_script(const std::string& path, const std::string& script) {
-  // A new file each time: a script that is being run may not be written to.
+  // A new file each time, because a script that is running cannot be written to.
   fs::remove(path);
   write_file(path, script);
   fs::permissions(path, fs::perms(0755));
 }
 
-// Files in /tmp would do, were there not tests that take /tmp away.
+// Not a file in /tmp, because some tests take /tmp away.
 std::string stream_output_of(std::FILE* stream, const std::function<void()>& body) {
   const int number = ::fileno(stream);
   std::fflush(stream);
@@ -79,7 +79,7 @@ std::string stream_output_of(std::FILE* stream, const std::function<void()>& bod
   return text;
 }
 
-// Many tests in one process would run out of descriptors.
+// Otherwise many tests in one process would run out of descriptors.
 void close_logs(run_state& run) {
   for (const auto& [name, channel] : run.log_dictionary) channel->close();
   run.dl_fd.close();
@@ -110,7 +110,7 @@ value list_of(std::initializer_list<value> items) {
 }
 
 void router_test::SetUp() {
-  // States are never freed; a leak checker finds them here.
+  // States are never freed; this keeps them reachable for a leak checker.
   static auto* const states = new std::vector<run_state*>;
   if (!states->empty()) close_logs(*states->back());
   states->push_back(&new_state());

@@ -1,4 +1,4 @@
-// The surroundings of a unit test: a fresh run state, the platform's tools as small shell scripts,
+// The environment of a unit test: a fresh run state, the platform's tools as small shell scripts,
 // the log files, standard output.
 //
 //   using tessel::router_test;
@@ -32,7 +32,7 @@
 
 namespace tessel {
 
-// How gtest shows a value: {'key': 'text', 'other': 1}.
+// The form in which gtest shows a value: {'key': 'text', 'other': 1}.
 void PrintTo(const value& shown, std::ostream* out);
 
 // map_of({{"lagid", "0x1"}, {"Visited", 0}})
@@ -52,10 +52,10 @@ class router_test : public testing::Test {
   void SetUp() override;
 };
 
-// Installs a tool under /opt/nos/bin and on the path: a script with this body for /bin/sh, which
-// replaces an earlier one. Each call is noted for `calls`.
+// Installs a tool under /opt/nos/bin and on the path: a script for /bin/sh with this body. It
+// replaces an earlier script of that name. `calls` lists each call.
 void tool(std::string_view name, std::string_view shell_script_body);
-// A tool that prints this text, byte for byte, whatever its arguments.
+// Installs a tool that prints `text`, byte for byte, whatever its arguments.
 void tool_prints(std::string_view name, std::string_view text);
 // The calls of all tools so far, in order: "name argument argument".
 std::vector<std::string> calls();
@@ -63,27 +63,28 @@ std::vector<std::string> calls();
 // Opens the log files as a run does; fails the test if it cannot.
 void open_logs();
 
-// A file's whole content, or the empty text if there is no such file; its lines without line ends;
-// the lines of a channel without time stamps, its start line and tracebacks.
+// `file_text` is a file's whole content, or empty if there is no such file. `log_lines` are its
+// lines without line ends. `messages` are a channel's lines without time stamps, start line and
+// tracebacks.
 std::string file_text(std::string_view path);
 std::vector<std::string> log_lines(std::string_view path);
 std::vector<std::string> messages(std::string_view path);
 void write_file(std::string_view path, std::string_view text);
 bool file_exists(std::string_view path);
 
-// What is written on standard output, or on standard error, while `body` runs.
+// What `body` writes to standard output, or to standard error.
 std::string output_of(const std::function<void()>& body);
 std::string error_output_of(const std::function<void()>& body);
 
 // The text of the failure that `body` throws; fails the test if it throws none.
 std::string failure_of(const std::function<void()>& body);
 
-// What `body` returns when run in a forked child; 128 and the signal's number if one ended it.
-// For what would spoil this process: limits, closed descriptors, signal dispositions.
+// The value that `body` returns in a forked child, or 128 plus the number of the signal that ended
+// it. For tests that would spoil this process: limits, closed descriptors, signal dispositions.
 int status_in_child(const std::function<int()>& body);
 
-// While it lives, the folder is another file system: one that takes no writes, or one that is
-// full. What the folder held before is out of sight meanwhile.
+// While the object lives, the folder is another file system: one that cannot be written, or one
+// that is full. The folder's previous content is hidden meanwhile.
 class read_only_folder {
  public:
   explicit read_only_folder(std::string folder);
@@ -102,7 +103,7 @@ class full_folder {
   full_folder(const full_folder&) = delete;
   full_folder& operator=(const full_folder&) = delete;
 
-  // Gives the space back.
+  // Frees the space.
   void make_room();
 
  private:

@@ -1,4 +1,4 @@
-// The first two groups of each match, as values that two searches can be compared by.
+// The first two groups of each match as values, to compare two searches.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
-// What a parser must stand: texts made of torn pieces of the real ones, outputs that are none, and
-// the look at how it reports them; and what must not get into a command line.
+// Hostile input for parsers: texts made of torn pieces of real ones, outputs that are not text, and
+// checks of how a parser reports them. Also values that must not get into a command line.
 //
 //   std::mt19937 random(seed);
 //   fragments(random, pieces, 40)                 // forty of them, in any order
@@ -117,7 +117,7 @@ inline const std::vector<bad_output>& meaningless_outputs() {
   return outputs;
 }
 
-// Runs of one kind without an end.
+// Endless runs of one kind of character.
 inline const std::vector<bad_output>& endless_outputs() {
   static const std::vector<bad_output> outputs = {
       {"an endless word", std::string(8U << 20, 'x')},
@@ -138,13 +138,14 @@ inline std::vector<std::string> kept_messages() {
   return found;
 }
 
-// Parsers write one line for each thing that they count, and the other way round.
+// Expects one message for each thing counted: a parser logs whatever it counts, and counts whatever
+// it logs.
 inline void expect_every_message_counted() {
   EXPECT_EQ(static_cast<std::int64_t>(st().waiting_entries.size()),
             std::int64_t{st().exception} + std::int64_t{st().info});
 }
 
-// True if `failing` adds to `exception` while the log is held up, within the time given.
+// True if `failing` adds to `exception` while the log is locked, within `patience`.
 inline bool counts_while_log_is_held(const std::function<void()>& failing,
                                      std::chrono::milliseconds patience) {
   run_state& run = st();
@@ -162,8 +163,8 @@ inline bool counts_while_log_is_held(const std::function<void()>& failing,
   return counted;
 }
 
-// Which of its two steps a handler takes first. Of the first kind none needs the time that it has;
-// of the second each needs all of it.
+// Show which step a handler takes first. The long limit of the first is never used up if the
+// handler behaves; the second always waits for its whole limit.
 inline bool counts_before_logging(const std::function<void()>& failing) {
   return counts_while_log_is_held(failing, std::chrono::seconds(20));
 }

@@ -1,5 +1,5 @@
-// The tests write where the audit does: /tmp, /var/log and /opt. Each process of theirs gets these
-// folders for itself, empty and in memory, in a mount namespace of its own.
+// The tests write where the audit does: /tmp, /var/log and /opt. So each test process runs in its
+// own mount namespace, in which these folders are empty and in memory.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr int skipped = 77;  // the status that ctest takes for a skipped test
+constexpr int skipped = 77;  // the exit status that ctest takes for a skipped test
 
 [[noreturn]] void missing(const std::string& what) {
   throw std::runtime_error(what + ": " + std::strerror(errno));
@@ -33,8 +33,8 @@ void write_map(const char* path, const std::string& content) {
   if (!file) missing(std::string("cannot write ") + path);
 }
 
-// An ordinary user becomes root of a user namespace and starts over as that. It takes a process of
-// its own: one that already runs threads, as a sanitizer's runtime does, may not change over.
+// Starts an ordinary user's test again as root of a user namespace. That needs a new process: one
+// that already runs threads, as a sanitizer's runtime does, cannot enter a user namespace.
 int run_as_namespace_root(char** arguments) {
   const uid_t user = ::getuid();
   const gid_t group = ::getgid();
@@ -67,7 +67,7 @@ void make_folder(const char* folder) {
 
 void enter_private_folders() {
   if (::unshare(CLONE_NEWNS) != 0) missing("a mount namespace is not to be had");
-  // A command that reaches a real ssh by mistake must not reach anybody's address.
+  // A command that reaches a real ssh by mistake must not reach any address.
   if (::unshare(CLONE_NEWNET) != 0) missing("a network namespace is not to be had");
   if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
     missing("cannot make the mounts private");
@@ -83,7 +83,7 @@ void enter_private_folders() {
 
 int main(int count, char** arguments) {
   try {
-    // Taken before gtest removes its options from the list.
+    // Copied before gtest removes its own options from the list.
     const std::vector<char*> given(arguments, arguments + count + 1);
     ::testing::InitGoogleMock(&count, arguments);
     if (::testing::GTEST_FLAG(list_tests)) return RUN_ALL_TESTS();

@@ -1,4 +1,4 @@
-// Threads that start at a gate, so that they really run side by side.
+// Threads that wait at a gate and start together, so that they really run at the same time.
 //
 //   together(8, [&](int number) { ++count; });   // numbers 0 to 7; returns when all have ended
 #pragma once
