@@ -1,5 +1,5 @@
-# What the sources can write to a log channel or to the console, for the checks that hold the
-# documents and the scenarios complete. Loaded with `require`.
+# Extracts the messages that the sources can write to a log channel or to the console, for the
+# checks that the documents and the scenarios are complete. Loaded with `require`.
 use strict;
 use warnings;
 
@@ -25,14 +25,14 @@ sub sources_below {
     return map { -d "$folder/$_" ? sources_below("$folder/$_") : /\.(?:cpp|h|c)$/ ? "$folder/$_" : () } names_below($folder);
 }
 
-# The functions that tell an operator something, and which of their arguments is the text.
+# The functions that show something to an operator, and the position of the text in their arguments.
 my %teller = (
     ( map { $_ => 0 } qw(logger pprint print say_and_go_on log_and_count count_and_log leave_out_of_run) ),
     ( map { $_ => 0 } qw(inconsistency report_programming_error) ),
     report_finding => 2,
 );
 
-# Calls whose text is none of their own: another function was given it, or a file or a tool.
+# Calls that pass on a text from elsewhere: from the caller, a file or a tool.
 my %hands_on = map { $_ => 1 } (
     'src/base/findings.cpp: message',
     'src/base/findings.h: fmt::format(form, ++counted, parts...)',
@@ -47,7 +47,7 @@ my %hands_on = map { $_ => 1 } (
     'src/report/results.cpp: fmt::format("{:27} : {:<8} {:28} : {}", first.label, first.number, second.label, second.number)',
 );
 
-# What frames a log or the report and says nothing by itself.
+# Texts that frame a log or the report and are not messages.
 my %is_frame = map { $_ => 1 } (
     'Done', 'Not Done', 'Overall Results:', 'Logs:', 'Logs Preview:',
     'Logs: \n/var/log/tessel_exception.log\n/var/log/tessel_debug.log',
@@ -56,7 +56,7 @@ my %is_frame = map { $_ => 1 } (
 
 my $literal = qr/"(?:[^"\\\n]|\\.)*"/;
 
-# The text of some literals that stand side by side, as the compiler sees it.
+# The text of string literals that the compiler joins.
 sub joined {
     my ($literals) = @_;
     my $text = join '', $literals =~ /"((?:[^"\\\n]|\\.)*)"/g;
@@ -76,7 +76,7 @@ sub texts_of {
     return map { joined($_) } without_comments($source) =~ /($literal(?:\s*$literal)*)/g;
 }
 
-# The arguments of a call whose opening bracket ends in front of $at.
+# The arguments of a call whose opening bracket is just before $at.
 sub arguments_at {
     my ( $source, $at ) = @_;
     my ( $depth, @arguments ) = ( 0, '' );
@@ -92,7 +92,7 @@ sub arguments_at {
     return map { s/\s+/ /gr =~ s/^ | $//gr } @arguments;
 }
 
-# [line, arguments] of each call of a function; what stands behind a type is a declaration.
+# [line, arguments] of each call of a function. A name after a type is a declaration, not a call.
 sub calls_of {
     my ( $source, $name ) = @_;
     my @calls;
@@ -103,14 +103,15 @@ sub calls_of {
     return @calls;
 }
 
-# The texts that an argument can be: a literal, one that is filled in, one of two.
+# The texts that an argument can be: a literal, a literal with its braces filled, or one of two.
 sub texts_in {
     my ($argument) = @_;
     my ($form) = $argument =~ /^fmt::format\(/ ? arguments_at( $argument, $+[0] ) : $argument;
     return grep { /[A-Za-z]{3}/ } map { joined($_) } $form =~ s/\{:[^}]*\}/{}/gr =~ /($literal(?: ?$literal)*)/g;
 }
 
-# What the calls of a function in a source give it in one place: literals, or constants of that source.
+# What the calls of a function in a source pass at one position: literals, or constants of that
+# source.
 sub words_for {
     my ( $source, $function, $place ) = @_;
     my @given = map { $_->[ 1 + $place ] // '' } calls_of( $source, $function );
@@ -118,8 +119,8 @@ sub words_for {
     return grep { defined } map { /^"(.*)"$/ ? $1 : $constant{$_} } @given;
 }
 
-# A check that several layers share is told which one to name: message to [place of its braces for the
-# layer, the layers that the callers name].
+# For a check that several layers share, the caller passes the layer's name. Maps the message to
+# [the position of the braces for the layer, the names that callers pass].
 sub layers_of_shared_messages {
     my @sources = map { without_comments( slurp($_) ) } sources_below('src');
     my %layers;
@@ -155,7 +156,7 @@ sub in_each_layer {
 
 my %handed_on;
 
-# Line and text of each message of a source, framing left out.
+# Line and text of each message of a source, without framing texts.
 sub messages_of {
     my ($file) = @_;
     my $source = without_comments( slurp($file) );
@@ -175,11 +176,11 @@ sub messages_of {
     return sort { $a->[0] <=> $b->[0] } @messages;
 }
 
-# Behind a walk through all sources: entries of the list above that none has any more.
+# Call after all sources have been read: the entries of %hands_on that no source needs any more.
 sub needless_hand_ons { return grep { !$handed_on{$_} } sort keys %hands_on }
 
-# [line, text] of the messages that docs/FINDINGS.md explains: terms of a definition list, and the
-# first column of the tables of notes, messages and lines.
+# [line, text] of the messages that docs/FINDINGS.md explains: the terms of definition lists, and
+# the first column of the tables of notes, messages and lines.
 sub documented_messages {
     my @lines = split /\n/, slurp('docs/FINDINGS.md');
     my ( @messages, $in_table );
@@ -194,7 +195,8 @@ sub documented_messages {
     return @messages;
 }
 
-# A pattern of what a message can become: each {} any text, a part that can be empty included.
+# A pattern of everything that a message can become: each {} is any text; a part that may be empty
+# is optional.
 sub pattern_of {
     my ( $text, $any ) = @_;
     return join $any // '.*', map { quotemeta } split /\{\}/, $text, -1;
