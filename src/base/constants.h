@@ -1,14 +1,14 @@
-// The words and numbers that every phase shares.
+// Words and numbers that all phases share.
 #pragma once
 
 #include <string_view>
 
 namespace tessel {
 
-// What a field holds that has no value yet.
+// The content of a field that has no value yet.
 inline constexpr std::string_view DEFAULT = "Not set";
 
-// What a function returns when it did its job, and when it failed.
+// The return values of a function that did its job, and of one that failed.
 inline constexpr int SUCCESS = 1;
 inline constexpr int ERROR = 0;
 

@@ -15,7 +15,7 @@
 
 namespace tessel {
 
-// The files of the channels, and the two that are written without a channel.
+// The files of the channels, and the two log files that are not channels.
 inline constexpr std::string_view LOG_FILE_EXCEPTION = "/var/log/tessel_exception.log";
 inline constexpr std::string_view LOG_FILE_INCONSISTENT = "/var/log/tessel_inconsistencies.log";
 inline constexpr std::string_view LOG_FILE_PROGRAMMING_ERROR =

@@ -1,6 +1,6 @@
-// What the two passes over the bundles share, the one over the layers and the one over the chips:
-// a bundle's record, the end of the workers that fill it, and the note on an object that waits for
-// its delayed delete.
+// The functions that both passes over the bundles use, the one over the layers and the one over the
+// chips: finding a bundle's record, waiting for the workers that fill it, and noting an object that
+// is marked for delayed delete.
 #pragma once
 
 #include <string_view>
@@ -10,16 +10,16 @@
 
 namespace tessel {
 
-// The record of a configured bundle. Throws `failure` if there is none.
+// The record of a configured bundle. Throws `failure` if the bundle is not configured.
 record& bundle_record(std::string_view bundle, here where = here::current());
 
-// Waits until the consistency pass's workers of the bundle level of `bundle` have ended, for who
-// reads what they enter in its record. Any thread but theirs, after check_bundle_consistency or on
-// a worker of its member level.
+// Waits until the consistency pass's workers of the bundle level of `bundle` have ended; call it
+// before reading what they set in the bundle's record. Any thread but theirs, after
+// check_bundle_consistency or on a worker of the bundle's member level.
 void wait_for_bundle_level(std::string_view bundle);
 
-// Called after a disagreement: notes and counts that `element` is marked for delayed delete, so
-// that a finding about an object on its way out can be told from a fault. Lets a failure out. Any
+// Call after a disagreement: logs and counts if `element` is marked for delayed delete, so that a
+// reader can tell a finding about an object on its way out from a fault. Throws `failure`. Any
 // thread.
 void check_delete_pending(const record& element, std::string_view error_string);
 

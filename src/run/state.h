@@ -3,8 +3,8 @@
 // because workers may outlive the driver.
 //
 // Every folder may include this header. It is in src/run because the state belongs to the run, but
-// src/base includes it too, because logs, printing and commands keep their state in it. Therefore it
-// includes only src/base, and no other header of src/run may be included from outside.
+// src/base includes it too, because logs, printing and commands keep their state in it. Therefore
+// it includes only src/base, and no other header of src/run may be included from outside.
 //
 // A comment above each group says who may access it and when.
 #pragma once
