@@ -183,7 +183,8 @@ TEST_F(command_test, a_capture_file_that_cannot_be_opened_is_a_failure) {
 }
 
 TEST_F(command_test, a_failure_is_counted_before_it_is_logged) {
-  // The channels are not open, so the entry waits. Whoever opens them already sees the count.
+  // The channels are not open, so the entry waits. The thread that opens them already sees the
+  // count.
   const read_only_folder none("/tmp");
   EXPECT_EQ(execute("echo one"), ERROR);
   EXPECT_EQ(st().exception, 1);
