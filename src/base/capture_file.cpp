@@ -27,14 +27,15 @@ namespace {
   throw failure(fmt::format("cannot {}: {}", action, std::strerror(cause)));
 }
 
-// Puts a new file under `path`, in the place of what stands there, and opens it. Returns -1 and
-// sets errno if it cannot.
+// Creates a new file at `path`, replacing any file there, and opens it. Returns -1 and sets errno
+// on failure.
 //
-// Everybody may write to the folder, and the audit has all rights: what somebody has put under the
-// name, a link above all, must not be written through. And of two calls with one name each reads
-// what its own command wrote. The content is the router's own: nobody else is to read it.
+// Everybody may write to the folder, and the audit has all rights. So it must not write through
+// whatever somebody has put under this name, above all a link. A new file also makes each of two
+// calls with the same name read the output of its own command. The content belongs to the router,
+// so no other user may read it.
 int open_new(const std::string& path) {
-  constexpr int most_attempts = 100;  // each that fails is one where somebody else was faster
+  constexpr int most_attempts = 100;  // an attempt fails if another process was faster
   for (int attempt = 0; attempt < most_attempts; ++attempt) {
     if (::unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
     const int descriptor = open_beside_streams(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
@@ -43,8 +44,8 @@ int open_new(const std::string& path) {
   return -1;
 }
 
-// While it lives, the signal that goes with EFBIG does not end the process. Masks are a thread's
-// own, so the host's way with the signal stays what it is.
+// While this object lives, the signal that comes with EFBIG does not end the process. A signal mask
+// belongs to one thread, so the host's handling of the signal stays unchanged.
 class held_size_signal {
  public:
   held_size_signal() {
@@ -59,7 +60,8 @@ class held_size_signal {
   held_size_signal(const held_size_signal&) = delete;
   held_size_signal& operator=(const held_size_signal&) = delete;
 
-  // Takes the signal of a call that has just failed; one that waited before it goes on waiting.
+  // Consumes the signal of a call that has just failed. A signal that was already pending stays
+  // pending.
   void take() const {
     const timespec at_once{};
     if (was_pending_) return;
@@ -90,8 +92,8 @@ int reserve(int descriptor, off_t size, off_t page) {
   return cause;
 }
 
-// Not every file system holds a reservation against the limit of the process, which is the
-// command's as well.
+// Not every file system applies the process's file size limit to a reservation. The command has the
+// same limit.
 bool is_limited(off_t end) {
   rlimit limit{};
   return ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY &&
@@ -101,18 +103,20 @@ bool is_limited(off_t end) {
 int cause_of_no_free_page(int descriptor, off_t page) {
   struct statvfs state {};
   if (const int cause = cause_of([&] { return ::fstatvfs(descriptor, &state); })) return cause;
-  if (state.f_blocks == 0) return 0;  // a file system without a size of its own
+  if (state.f_blocks == 0) return 0;  // a file system without a size limit of its own
   const std::uint64_t blocks = ::geteuid() == 0 ? state.f_bfree : state.f_bavail;
   return blocks * state.f_frsize < static_cast<std::uint64_t>(page) ? ENOSPC : 0;
 }
 
-// 0, or why one more page could perhaps not have been written behind `size`.
+// Returns 0, or the reason why one more page might not have fitted after `size`.
 //
-// The page is reserved, since quotas and limits show in no number of free blocks, and given back at
-// once: what a capture occupies stays what it was. A reservation can be what a neighbour's command
-// lacks in that moment. So only one exists at a time, and it takes more than its own page: with the
-// last one reserved, a neighbour may have met a full file system and find room again when it is
-// looked at. Neither of the two then passes for whole, and where two pages are free neither fails.
+// The page is reserved, because the number of free blocks does not show quotas and limits. It is
+// released at once, so a capture never occupies more than before. A reservation can take the space
+// that another worker's command needs at that moment. Therefore only one reservation exists at a
+// time, and the check fails unless one more page is free besides the reserved one. Otherwise, with
+// the last page reserved, the other command could meet a full file system and find room again when
+// its capture is checked. With this rule neither capture counts as whole in that case, and if two
+// pages are free neither check fails.
 int cause_of_no_room(int descriptor, off_t size) {
   static std::mutex one_reservation;
   const off_t page = ::sysconf(_SC_PAGESIZE);
@@ -127,7 +131,7 @@ int cause_of_no_room(int descriptor, off_t size) {
 
 }  // namespace
 
-// Born close-on-exec: other workers may be starting commands at this very moment.
+// Close-on-exec from the start, because other workers may be starting commands at this moment.
 capture_file::capture_file(std::string path)
     : path_(std::move(path)), descriptor_(open_new(path_)) {
   if (descriptor_ < 0) cannot("open " + path_, errno);
@@ -137,9 +141,9 @@ capture_file::~capture_file() {
   ::close(descriptor_);
 }
 
-// A tool that cannot write all of its output stops there, and its status says nothing: many end
-// with one for reasons of their own. That there is still room afterwards shows that it could; if
-// there is none, the output may be whole all the same, but nobody can know.
+// A tool that cannot write all of its output stops, and its exit status does not show that, because
+// many tools fail for reasons of their own. If there is still room afterwards, the tool could write
+// everything. If there is none, the output may still be whole, but nobody can know.
 std::size_t capture_file::whole_size() const {
   struct stat state {};
   if (::fstat(descriptor_, &state) != 0) cannot("read " + path_, errno);

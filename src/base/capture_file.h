@@ -1,4 +1,4 @@
-// The file in /tmp that takes a command's output, and the look at whether it took all of it.
+// The file in /tmp that takes a command's output, and the check that it took all of it.
 #pragma once
 
 #include <cstddef>
@@ -6,11 +6,11 @@
 
 namespace tessel {
 
-// Belongs to the thread that runs the command; several threads may each have one.
+// Used only by the thread that runs the command; several threads may each have one.
 class capture_file {
  public:
-  // Puts a new file under `path`, in the place of what stands there. Throws `failure` naming the
-  // path and the cause if it cannot.
+  // Creates a new file at `path`, replacing any file there. Throws `failure` with the path and the
+  // cause if that fails.
   explicit capture_file(std::string path);
   ~capture_file();
   capture_file(const capture_file&) = delete;
@@ -18,11 +18,12 @@ class capture_file {
 
   int descriptor() const { return descriptor_; }
 
-  // The number of bytes in it, once nobody writes to it any more. Throws `failure` naming the
-  // folder and the cause if its file system might not have taken more than that.
+  // The number of bytes in the file; call it when nobody writes to the file any more. Throws
+  // `failure` with the folder and the cause if the file system might not have accepted more than
+  // that.
   std::size_t whole_size() const;
 
-  // Its first `size` bytes. Throws `failure` naming the path if it cannot be read or has fewer.
+  // The first `size` bytes. Throws `failure` with the path if the file cannot be read or has fewer.
   std::string read(std::size_t size) const;
 
  private:

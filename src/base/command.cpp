@@ -25,8 +25,8 @@ namespace {
   throw failure(fmt::format("cannot {}: {}", action, std::strerror(cause)));
 }
 
-// What a child gets for its three streams, and its signals as a shell expects them: the host may
-// have blocked or ignored some.
+// The three streams of a child, and its signals as a shell expects them: the host may have blocked
+// or ignored some.
 class spawn_plan {
  public:
   spawn_plan() {
@@ -76,7 +76,7 @@ class spawn_plan {
   posix_spawnattr_t attributes_{};
 };
 
-// Before the debug log is open the child's standard error is descriptor 0, like dl_fd itself.
+// Before the debug log is open, the child's standard error is descriptor 0, as dl_fd itself is.
 void plan_standard_error(spawn_plan& plan, const log_file* debug_log) {
   if (debug_log != nullptr) {
     plan.use(debug_log->descriptor(), STDERR_FILENO);
@@ -88,8 +88,8 @@ void plan_standard_error(spawn_plan& plan, const log_file* debug_log) {
 }
 
 void wait_for(pid_t child) {
-  // The status is nobody's business. ECHILD: the host reaps children by itself, and the call has
-  // come back only after the child was gone.
+  // The exit status is ignored on purpose: the output counts whatever the status is. ECHILD means
+  // that the host reaps children by itself; the call returned only after the child had ended.
   while (::waitpid(child, nullptr, 0) < 0) {
     if (errno == EINTR) continue;
     if (errno == ECHILD) return;

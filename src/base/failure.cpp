@@ -13,8 +13,8 @@ namespace tessel {
 
 namespace {
 
-// The bare name in "int tessel::check_lagid(...)", which compilers spell differently around it.
-// Template arguments and "(anonymous namespace)" may hold what else ends a name.
+// The bare name in "int tessel::check_lagid(...)". Compilers differ in the text around it. Template
+// arguments and "(anonymous namespace)" may contain the characters that otherwise end a name.
 std::string_view bare_name(std::string_view signature) {
   constexpr std::string_view anonymous = "(anonymous namespace)";
   std::size_t start = 0;

@@ -18,8 +18,8 @@ struct alphabet {
   std::string_view admits;  // a pattern for the whole value
 };
 
-// In the order of the kinds. A global LIF is the end of one: see glif_tail. A chip command stands
-// between double quotes, where the shell still reads four characters.
+// In the order of `filling`. A GLIF is the end of a global LIF: see glif_tail. A chip command is
+// between double quotes, where the shell still interprets four characters.
 constexpr std::array<alphabet, 8> alphabets = {{
     {filling::address, "address", "[0-9A-Za-z_.:%][0-9A-Za-z_.:%-]*"},
     {filling::node_name, "node name", "[0-9A-Za-z_/]+"},

@@ -1,9 +1,9 @@
 // Command lines, and the names of their captures, with values filled in.
 //
-// Such a line is the shell's, and ssh reads a first word that begins with "-" as an option. The
-// values come out of what the router's tools print: a line that took them as they are would run
-// whatever somebody has put there, with all rights. So each kind of value has an alphabet that
-// means nothing to the shell, to ssh or to the file system, and any other value is refused.
+// The shell reads such a line, and ssh reads a first word that begins with "-" as an option. The
+// values come from the output of the router's tools. If a line took them unchecked, it would run
+// whatever somebody has put there, with all rights. So each kind of value has an alphabet that has
+// no meaning to the shell, to ssh or to the file system. Any other value is rejected.
 //
 //   execute({"node_id_convert -I {}", {{filling::node_name, nodename}}});
 #pragma once
@@ -14,7 +14,7 @@
 
 namespace tessel {
 
-// What a value is; its alphabet stands in filled_line.cpp.
+// The kind of a value; filled_line.cpp has the alphabet of each kind.
 enum class filling {
   address,
   node_name,
@@ -29,13 +29,13 @@ enum class filling {
 struct filled_value {
   filling kind;
   std::string text;
-  // Whose it is, for the message that refuses it: a node's name, or empty.
+  // The owner that the message about a rejected value names: a node's name, or empty.
   std::string owner = {};
 };
 
 class filled_line {
  public:
-  // A line that is written in the source: nothing is filled in.
+  // A line from the source code, with nothing to fill in.
   filled_line(const char* line) : form_(line) {}
   filled_line(std::string_view line) : form_(line) {}
   filled_line(std::string line) : form_(std::move(line)) {}
@@ -43,10 +43,10 @@ class filled_line {
   filled_line(std::string form, std::vector<filled_value> values)
       : form_(std::move(form)), values_(std::move(values)) {}
 
-  // The line. Throws `failure` naming the first value that its alphabet does not admit, and for a
-  // NUL byte, where the shell would take the line to end. Any thread.
+  // The line. Throws `failure` with the first value that its alphabet does not allow, and for a NUL
+  // byte, at which the shell would end the line. Any thread.
   std::string text() const;
-  // The line for a message, whatever the values are: on one line. Any thread.
+  // The line for a message, whatever the values are, without line ends. Any thread.
   std::string shown() const;
 
  private:

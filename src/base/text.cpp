@@ -18,8 +18,8 @@ namespace {
 constexpr std::size_t first_jit_stack = std::size_t{64} * 1024;
 constexpr std::size_t largest_jit_stack = std::size_t{32} * 1024 * 1024;
 
-// What one attempt may cost: a search that takes a few steps for each byte goes through a text of
-// any length, and one that runs away ends in time that is linear all the same.
+// The cost limit of one attempt. A search that takes a few steps per byte can read a text of any
+// length, and a search that runs away still ends in linear time.
 constexpr std::size_t least_match_limit = 10'000'000;
 constexpr std::size_t steps_per_byte = 64;
 
@@ -82,7 +82,7 @@ class matcher {
     while (start_ <= subject_.size()) {
       if (!match()) {
         if (!after_empty_) return false;
-        // An empty match stood here and nothing longer does: go on one byte later.
+        // There was an empty match here, and there is no longer one: continue one byte later.
         after_empty_ = false;
         ++start_;
         continue;
@@ -114,7 +114,7 @@ class matcher {
                        start_, options, data_.get(), context_.get());
   }
 
-  // The machine stack serves nearly every match; a deep one gets memory of its own.
+  // The machine stack is enough for nearly every match; a deep match gets memory of its own.
   void grow_jit_stack() {
     stack_.reset(pcre2_jit_stack_create(first_jit_stack, largest_jit_stack, nullptr));
     if (!stack_) throw std::bad_alloc();
@@ -158,7 +158,8 @@ pattern::~pattern() {
 
 const pattern& constant(std::string_view expression, letter_case letters) {
   const auto* made = new pattern(expression, letters);
-  // Without machine code (no executable memory) the pattern is interpreted: slower, not different.
+  // If this fails (no executable memory), the pattern is interpreted: slower, but with the same
+  // result.
   pcre2_jit_compile(static_cast<pcre2_code*>(made->code_), PCRE2_JIT_COMPLETE);
   return *made;
 }

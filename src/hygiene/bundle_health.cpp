@@ -15,8 +15,8 @@ namespace {
 
 constexpr std::string_view bundle_word = "Bundle-Ether";
 
-// Bundle lines stand at the margin, all others behind three blanks, below an empty line that is
-// indented like them and is all that an empty text gives.
+// Bundle lines start at the margin, all others after three blanks. The first line is empty and has
+// the three blanks too; an empty text gives only this line.
 std::string indented(std::string_view text) {
   std::string result = "   ";
   if (text.empty()) return result;

@@ -15,8 +15,8 @@ namespace tessel {
 
 namespace {
 
-// Words in front of a payload. Keys come in a few lengths, and each length asked for gets a map
-// from the words' ends of that length to the first payload.
+// The words before a payload. Keys have only a few lengths. Each length that is looked up gets a
+// map from the last characters of each word, in that length, to the first payload.
 class sem_rows {
  public:
   explicit sem_rows(std::string_view table) {
@@ -53,7 +53,7 @@ class sem_rows {
 
 constexpr std::string_view mac_name = "MY_MAC=0x";
 
-// Where `part`, a view into `whole`, begins.
+// The position of `part`, a view into `whole`.
 std::size_t place(std::string_view part, std::string_view whole) {
   return static_cast<std::size_t>(part.data() - whole.data());
 }
@@ -65,9 +65,9 @@ class vsi_rows {
     static const pattern& mac = constant(vsi_mac);
     const matches heads = findall(head, table);
     const matches macs = findall(mac, table);
-    // A line may hold several rows, each reaching to the line's last MAC.
+    // A line may have several rows; each extends to the line's last MAC.
     std::size_t line_end = 0;
-    std::size_t behind = 0;  // the first MAC behind the line
+    std::size_t behind = 0;  // the first MAC after the line
     for (std::size_t at = 0; at < heads.size(); ++at) {
       const std::size_t value = place(heads[at][1], table);
       if (value >= line_end) line_end = std::min(table.find('\n', value), table.size());
@@ -91,8 +91,8 @@ bool is_one_word(std::string_view key) {
   return std::all_of(key.begin(), key.end(), is_word);
 }
 
-// Letters, digits and other characters that stand for themselves, and points, which stand for one
-// character each.
+// True if the key has only characters that match themselves, and points, which match one character
+// each.
 bool has_fixed_length(std::string_view key) {
   return key.find_first_of("\\^$[]|()?*+{}") == std::string_view::npos;
 }

@@ -1,4 +1,4 @@
-// The raw chip tables that are searched once for every sub-bundle, node and NPU, each read once
+// The raw chip tables that are searched for every sub-bundle, node and NPU. Each table is read once
 // into an index.
 //
 //   0  1005   Payload=0x00001234                              sem_payload_of(table, "1005")
@@ -14,39 +14,39 @@ namespace tessel {
 
 using raw_table = std::shared_ptr<const std::string>;
 
-// What one search of a table means: the braces take the key, or the RIF in decimal. The key is not
+// Define one search of a table; the braces take the key, or the RIF in decimal. The key is not
 // anchored on the left: it may be the tail of a longer word.
 inline constexpr std::string_view sem_definition = R"({}\s+Payload=(\w+))";
 inline constexpr std::string_view vsi_definition =
     R"(IHP\w+.IHP0\[{}\]: <\w+=\w+,\w+=\w+.*MY_MAC=0x(\w+))";
 inline constexpr std::string_view braced_definition = R"({}\w+\s+Payload=0x\w+{})";
 
-// How they are found, each in time that grows with the table alone: what may be repeated is
-// matched in one way only, and what other rows may share is only looked at.
+// The patterns that do the search, each in time that grows only with the table. A repeated part
+// matches in only one way, and text that other rows may share is only looked at.
 //
-// A word and its payload, which may itself be the word in front of the next one.
+// A word and its payload, which may itself be the word before the next one.
 inline constexpr std::string_view sem_row = R"((?<!\w)(\w++)(?=\s++Payload=(\w++)))";
 inline constexpr std::string_view braced_row = R"(\{\}\w++\s++Payload=0x\w++\{\})";
-// The payload behind a key of fixed length. No blank of a run that no payload follows is tried as
-// the first one again.
+// The payload after a key of fixed length. If no payload follows a run of blanks, the search does
+// not start again inside the run.
 inline constexpr std::string_view sem_payload = R"((?<={})\s++(?:Payload=(\w++)|(*SKIP)(*FAIL)))";
-// The RIF of a row and the first character of its second field's value, behind which its MAC
-// stands. The block's name may be the tail of a word.
+// The RIF of a row and the first character of its second field's value; the row's MAC comes after
+// that. The block's name may be the tail of a word.
 inline constexpr std::string_view vsi_head =
     R"((?<!\w)(?>\w*?IHP)\w+.IHP0\[(-?\d++)\](?=: <\w++=\w++,\w++=(\w)))";
 inline constexpr std::string_view vsi_mac = R"(MY_MAC=0x(?=(\w++)))";
 
-// The payload in the first row of `key`, as printed; nothing if there is no such row. A key of more
-// than characters and points costs what it costs as a pattern; no key of a run is such a one. These
-// throw `failure` if the table cannot be searched. Any thread.
+// The payload in the first row of `key`, as printed; nothing if there is no such row. A key with
+// more than plain characters and points costs as much as its pattern, but no run has such a key.
+// These functions throw `failure` if the table cannot be searched. Any thread.
 std::optional<std::string> sem_payload_of(const raw_table& table, std::string_view key);
 
-// True if the table holds a row in braces, the only kind that a search for a given LIF can find:
-// its pattern keeps its braces as literal characters.
+// True if the table has a row in braces. Only such a row can match a search for a given LIF,
+// because its pattern keeps the braces as literal characters.
 bool has_braced_sem_row(const raw_table& table);
 
-// The field MY_MAC, hexadecimal digits, in the first row of `rif` (decimal text); nothing if there
-// is no such row.
+// The field MY_MAC, in hexadecimal digits, of the first row of `rif` (decimal text); nothing if
+// there is no such row.
 std::optional<std::string> vsi_mac_of(const raw_table& table, std::string_view rif);
 
 }  // namespace tessel

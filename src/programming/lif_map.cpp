@@ -25,8 +25,8 @@ value ask_lif_map(std::string_view nodename, std::string_view npu, std::string_v
 }
 
 matches lif_mappings_of(std::string_view lif_map, std::string_view glif) {
-  // As the definition, without giving back; where the lines below do not fit, they fit no other
-  // mapping of the same line either.
+  // The same as the definition, but without backtracking: if the lines below do not fit, they fit
+  // no other mapping on that line either.
   const pattern mapping(
       fill(R"({} -> \w++ In_LIF:(0x\w++).*+(?:\n.*+\n.*vsid:\s(\d+)|(*SKIP)(*FAIL)))", {glif}));
   return findall(mapping, lif_map);

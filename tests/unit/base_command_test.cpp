@@ -463,8 +463,8 @@ TEST_F(command_test, a_failure_of_execute_bcmd_itself_names_the_chip_command) {
 
 constexpr std::string_view marker = "/opt/nos/planted";
 
-// That a call with this value runs nothing, leaves no capture, is counted once and logged in one
-// line that begins like this.
+// Expects that a call with this value runs nothing, leaves no capture, is counted once, and is
+// logged in one line that begins with `head`.
 void expect_refused(const std::string& head, const std::function<value()>& call) {
   std::filesystem::remove(marker);
   const std::int64_t before = st().exception;

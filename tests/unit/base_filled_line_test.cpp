@@ -21,8 +21,8 @@ struct row {
   std::vector<std::string> refused;
 };
 
-// Every alphabet. What plants a command is refused by all of them but the chip command's, which
-// stands between double quotes.
+// All alphabets. Each rejects values that plant a command, except that of the chip command, which
+// is between double quotes.
 const std::vector<row>& rows() {
   static const std::vector<row> all = {
       {filling::address,
@@ -125,8 +125,8 @@ TEST(filled_line, a_line_of_the_source_is_what_it_is) {
             "a NUL byte would end the command line");
 }
 
-// Every byte: the shell hands on what a chip command may hold as it stands, and what it would not
-// hand on is refused.
+// Tries every byte. The shell passes on unchanged what a chip command may contain; everything else
+// is rejected.
 TEST_F(router_test, a_chip_command_reaches_the_tool_as_it_is_or_not_at_all) {
   open_logs();
   tool("asic_shell_show", "printf %s \"$2\"");

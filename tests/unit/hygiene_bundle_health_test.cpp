@@ -215,7 +215,7 @@ TEST_F(bundle_health_test, a_tool_that_cannot_be_run_is_told_by_command_and_chec
   EXPECT_THAT(messages(LOG_FILE_BUNDLE_HEALTH), IsEmpty());
 }
 
-// The filter drops the lines that tell of a check and leaves the empty ones between them.
+// The filter removes the lines of a check and keeps the empty lines between them.
 TEST_F(bundle_health_test, a_report_may_hold_thousands_of_empty_lines) {
   const std::string empty_lines(3000, '\n');
   tool_prints("lagmgr_health", empty_lines + std::string(head) +

@@ -27,8 +27,8 @@ inline std::string fragments(std::mt19937& random, std::span<const std::string_v
   return text;
 }
 
-// Values that, in a command line as they stand, make the shell or ssh create the file `marker`, or
-// change what the line means.
+// Values that, used unchecked in a command line, make the shell or ssh create the file `marker`, or
+// change the meaning of the line.
 inline std::vector<std::string> values_that_plant(std::string_view marker) {
   const std::string touch = "touch " + std::string(marker);
   const std::string into(marker);

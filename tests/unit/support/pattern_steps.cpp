@@ -67,7 +67,7 @@ std::vector<std::string_view> parts_of(const matches& found) {
   return parts;
 }
 
-// Constants are never freed, so each expression is made one once.
+// Constants are never freed, so each expression becomes a constant only once.
 const pattern& machine_code(std::string_view expression) {
   static auto* const made = new std::map<std::string, const pattern*, std::less<>>;
   auto found = made->find(expression);
@@ -122,7 +122,7 @@ void expect_linear(std::string_view expression, const near_miss& shape) {
     const std::uint64_t steps = steps_of(expression, shape.text(bytes));
     EXPECT_GE(steps, bytes) << "each byte is looked at";
     if (of_half != 0) {
-      // An exact double, but for the text's two ends.
+      // Exactly twice, except for the two ends of the text.
       EXPECT_LE(steps, of_half * 2 + of_half / 50) << bytes << " bytes, half took " << of_half;
     }
     of_half = steps;
@@ -130,7 +130,7 @@ void expect_linear(std::string_view expression, const near_miss& shape) {
   const std::string text = shape.text(mebibyte);
   const matches interpreted = findall(pattern(expression), text);
   const matches compiled = findall(machine_code(expression), text);
-  // No message could show megabytes of parts.
+  // Not EXPECT_EQ, whose message would show megabytes of parts.
   EXPECT_TRUE(parts_of(interpreted) == parts_of(compiled));
 }
 
@@ -144,7 +144,7 @@ void expect_linear_on_fragments(std::string_view expression,
     while (shape.unit.empty()) shape.unit = fragments(random, pieces, 1 + random() % 4);
     const std::uint64_t of_half = steps_of(expression, shape.text(bytes));
     const std::uint64_t steps = steps_of(expression, shape.text(2 * bytes));
-    // A unit more or less in the longer text counts.
+    // The longer text may have one unit more or fewer than twice the shorter one.
     ASSERT_LE(steps, of_half * 2 + of_half / 10)
         << quoted(expression) << ", seed " << seed << ": " << quoted(shape.head) << ", "
         << quoted(shape.unit) << " again and again, " << quoted(shape.tail);
