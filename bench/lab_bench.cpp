@@ -2,9 +2,7 @@
 // small and from the largest capture, and the rendering of the largest router. Runs to be compared
 // alternate, so that a busy machine slows both alike.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
 #include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,7 +15,9 @@
 #include <vector>
 
 #include "audit.h"
+#include "lab/base/descriptors.h"
 #include "lab/base/error.h"
+#include "lab/base/processes.h"
 #include "lab/faults/render_faulty.h"
 #include "lab/model/generate.h"
 #include "lab/tool/latency.h"
@@ -148,27 +148,23 @@ BENCHMARK_CAPTURE(recording, tools_answer_at_once, "")
 // fails.
 double time_of(const fs::path& program, std::vector<std::string> words, const fs::path& capture) {
   std::string variable = "TESSEL_LAB_CAPTURE=" + capture.string();
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
+  const std::vector<char*> arguments = lab::argument_list(words);
   std::array<char*, 2> environment{variable.data(), nullptr};
-  std::array<int, 2> pipe_ends{};
-  if (pipe2(pipe_ends.data(), O_CLOEXEC) != 0) throw lab::lab_error("no pipe");
+  lab::pipe_ends output = lab::new_pipe();
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, pipe_ends[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, output.in.number(), STDOUT_FILENO);
 
   const auto start = std::chrono::steady_clock::now();
   pid_t child = 0;
   const int problem =
       posix_spawn(&child, program.c_str(), &actions, nullptr, arguments.data(), environment.data());
-  close(pipe_ends[1]);
+  output.in.close();
   std::array<char, 1U << 16> buffer{};
-  while (read(pipe_ends[0], buffer.data(), buffer.size()) > 0) continue;
+  while (lab::read_some(output.out.number(), buffer.data(), buffer.size()) > 0) continue;
   int status = 0;
-  if (problem == 0) waitpid(child, &status, 0);
+  if (problem == 0) lab::collect(child, status);
   const seconds taken = std::chrono::steady_clock::now() - start;
-  close(pipe_ends[0]);
   posix_spawn_file_actions_destroy(&actions);
   if (problem != 0 || status != 0)
     throw lab::lab_error(program.string() + ": " +

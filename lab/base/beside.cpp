@@ -1,20 +1,20 @@
 #include "lab/base/beside.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "lab/base/error.h"
+#include "lab/base/processes.h"
 
 namespace lab {
 
@@ -37,12 +37,10 @@ void remove_stubbornly(const fs::path& folder) {
 // Waits until nobody holds the lifeline's other end, which the end of the process closes whatever
 // ended it; a handler of signals could not walk through folders. No signal to the group of the
 // process reaches this one.
-[[noreturn]] void remove_at_end(const fs::path& folder, int lifeline) {
+void remove_at_end(const fs::path& folder, int lifeline) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) std::signal(signal, SIG_IGN);
-  char byte = 0;
-  while (read(lifeline, &byte, 1) < 0 && errno == EINTR) continue;
+  await_end(lifeline);
   remove_stubbornly(folder);
-  _exit(0);
 }
 
 }  // namespace
@@ -93,23 +91,23 @@ folder_beside::folder_beside(const fs::path& out) {
         fmt::format("{}: cannot be made beside its place: {}", out.string(), std::strerror(errno)));
   // What a recording covers must not be reachable under the same name.
   path_ = fs::canonical(name);
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) return;  // then only a signal leaves it behind
-  lifeline_ = ends[1];
-  remover_ = fork();
-  if (remover_ == 0) {
+  std::optional<pipe_ends> ends = try_pipe();
+  if (!ends) return;  // then only a signal leaves it behind
+  remover_ = try_start([&] {
     setpgid(0, 0);
-    close(ends[1]);
-    remove_at_end(path_, ends[0]);
-  }
+    ends->in.close();
+    remove_at_end(path_, ends->out.number());
+    return EXIT_SUCCESS;
+  });
   if (remover_ > 0) setpgid(remover_, remover_);
-  close(ends[0]);
+  lifeline_ = std::move(ends->in);
 }
 
 folder_beside::~folder_beside() {
-  if (lifeline_ >= 0) close(lifeline_);
+  lifeline_.close();
   if (remover_ > 0) {
-    while (waitpid(remover_, nullptr, 0) < 0 && errno == EINTR) continue;
+    int ignored = 0;
+    collect(remover_, ignored);
     return;
   }
   std::error_code ignored;

@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <string>
 
+#include "lab/base/descriptors.h"
+
 namespace lab {
 
 // What a command line names, without what completion leaves at its end: "out" for "out/" and
@@ -31,11 +33,12 @@ class folder_beside {
   ~folder_beside();
   folder_beside(const folder_beside&) = delete;
   folder_beside& operator=(const folder_beside&) = delete;
+
   const std::filesystem::path& path() const { return path_; }
 
  private:
   std::filesystem::path path_;
-  int lifeline_ = -1;
+  descriptor lifeline_;
   pid_t remover_ = -1;
 };
 

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <string>
 
 namespace lab {
@@ -21,5 +23,9 @@ std::string one_line(std::string_view text) {
 }  // namespace
 
 lab_error::lab_error(std::string_view what) : std::runtime_error(one_line(what)) {}
+
+void fail(const std::string& what) {
+  throw lab_error(fmt::format("{}: {}", what, std::strerror(errno)));
+}
 
 }  // namespace lab

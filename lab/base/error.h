@@ -2,6 +2,7 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
 #include <string_view>
 
 namespace lab {
@@ -12,5 +13,8 @@ namespace lab {
 struct lab_error : std::runtime_error {
   explicit lab_error(std::string_view what);
 };
+
+// Throws `lab_error` with `what` and the text of errno.
+[[noreturn]] void fail(const std::string& what);
 
 }  // namespace lab

@@ -3,13 +3,14 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
+#include "lab/base/descriptors.h"
 #include "lab/base/error.h"
 
 namespace lab {
@@ -36,25 +37,14 @@ std::string read_whole(const fs::path& file) {
 
 std::string read_own(const fs::path& file) {
   // A pipe without a writer would hold up whoever opens it.
-  const int fd = open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  const descriptor in = open_file(file, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   struct stat status {};
-  if (fd < 0) fail_to_read(file, errno);
-  if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-    close(fd);
+  if (!in.is_open()) fail_to_read(file, errno);
+  if (fstat(in.number(), &status) != 0 || !S_ISREG(status.st_mode))
     throw lab_error(fmt::format("{}: is no regular file", file.string()));
-  }
-  std::string text(static_cast<std::size_t>(status.st_size), '\0');
-  std::size_t size = 0;
-  ssize_t got = 1;
-  while (got > 0 && size < text.size()) {
-    got = read(fd, text.data() + size, text.size() - size);
-    if (got > 0) size += static_cast<std::size_t>(got);
-  }
-  const int error = errno;
-  close(fd);
-  if (got < 0) fail_to_read(file, error);
-  text.resize(size);
-  return text;
+  auto text = read_up_to(in.number(), static_cast<std::size_t>(status.st_size));
+  if (!text) fail_to_read(file, errno);
+  return *std::move(text);
 }
 
 void write_whole(const fs::path& file, std::string_view text) {

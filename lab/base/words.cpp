@@ -1,5 +1,7 @@
 #include "lab/base/words.h"
 
+#include <algorithm>
+
 namespace lab {
 
 std::vector<std::string> words_of(std::string_view command_line) {
@@ -20,6 +22,12 @@ std::vector<std::string> words_of(std::string_view command_line) {
     }
   }
   return words;
+}
+
+bool names_option(const std::vector<std::string>& words, const std::string& option) {
+  return std::any_of(words.begin(), words.end(), [&](const std::string& word) {
+    return word == option || word.starts_with(option + "=");
+  });
 }
 
 }  // namespace lab

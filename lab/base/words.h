@@ -1,4 +1,4 @@
-// A command line as it stands in a document.
+// The words of command lines.
 #pragma once
 
 #include <string>
@@ -7,7 +7,12 @@
 
 namespace lab {
 
-// Words and double-quoted words: `-c "show unit" -u all` -> {"-c", "show unit", "-u", "all"}.
+// Of one as it stands in a document, words and double-quoted words:
+// `-c "show unit" -u all` -> {"-c", "show unit", "-u", "all"}.
+// {"-c", "show unit", "-u", "all"}.
 std::vector<std::string> words_of(std::string_view command_line);
+
+// True if words for another program hold the option, as a word of its own or with "=" behind it.
+bool names_option(const std::vector<std::string>& words, const std::string& option);
 
 }  // namespace lab

@@ -3,12 +3,10 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <zstd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <new>
@@ -16,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "lab/base/descriptors.h"
 #include "lab/base/error.h"
 
 namespace lab {
@@ -84,43 +83,33 @@ std::optional<std::uint64_t> octal_of(const char (&field)[Size]) {
   return number;
 }
 
-class file_descriptor {
+// A file whose failures are thrown with its name.
+class named_file {
  public:
-  file_descriptor(const fs::path& file, int flags)
-      : file_(file.string()), fd_(open(file.c_str(), flags | O_CLOEXEC, 0600)) {
-    if (fd_ < 0) throw lab_error(fmt::format("{}: {}", file_, std::strerror(errno)));
+  named_file(const fs::path& file, int flags)
+      : name_(file.string()), file_(open_file(file, flags, 0600)) {
+    if (!file_.is_open()) fail(name_);
   }
-  ~file_descriptor() { close(fd_); }
-  file_descriptor(const file_descriptor&) = delete;
-  file_descriptor& operator=(const file_descriptor&) = delete;
 
   std::size_t read_some(char* data, std::size_t size) const {
-    for (;;) {
-      const ssize_t got = read(fd_, data, size);
-      if (got >= 0) return static_cast<std::size_t>(got);
-      if (errno != EINTR) throw lab_error(fmt::format("{}: {}", file_, std::strerror(errno)));
-    }
+    const ssize_t got = lab::read_some(file_.number(), data, size);
+    if (got < 0) fail(name_);
+    return static_cast<std::size_t>(got);
   }
   void write_all(const char* data, std::size_t size) const {
-    while (size > 0) {
-      const ssize_t written = write(fd_, data, size);
-      if (written < 0 && errno == EINTR) continue;
-      if (written < 0) throw lab_error(fmt::format("{}: {}", file_, std::strerror(errno)));
-      data += written;
-      size -= static_cast<std::size_t>(written);
-    }
+    if (lab::write_all(file_.number(), {data, size}) < size) fail(name_);
   }
   std::uint64_t regular_size() const {
     struct stat status {};
-    if (fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode))
-      throw lab_error(fmt::format("{}: is no regular file", file_));
+    if (fstat(file_.number(), &status) != 0 || !S_ISREG(status.st_mode))
+      throw lab_error(fmt::format("{}: is no regular file", name_));
     return static_cast<std::uint64_t>(status.st_size);
   }
-  const std::string& file() const { return file_; }
+  const std::string& name() const { return name_; }
 
  private:
-  std::string file_;
-  int fd_;
+  std::string name_;
+  descriptor file_;
 };
 
 // A record "LENGTH path=NAME\n", whose length counts itself.
@@ -193,7 +182,7 @@ struct archive_writer::state {
       ZSTD_outBuffer packed{buffer.data(), buffer.size(), 0};
       const std::size_t left = ZSTD_compressStream2(context.get(), &packed, &in, how);
       if (ZSTD_isError(left) != 0)
-        throw lab_error(fmt::format("{}: {}", out.file(), ZSTD_getErrorName(left)));
+        throw lab_error(fmt::format("{}: {}", out.name(), ZSTD_getErrorName(left)));
       out.write_all(buffer.data(), packed.pos);
       if (how == ZSTD_e_end ? left == 0 : in.pos == in.size) return;
     }
@@ -229,7 +218,7 @@ struct archive_writer::state {
     put_padding(record.size());
   }
 
-  file_descriptor out;
+  named_file out;
   std::unique_ptr<ZSTD_CCtx, decltype(&ZSTD_freeCCtx)> context;
   std::vector<char> buffer = std::vector<char>(ZSTD_CStreamOutSize());
 };
@@ -240,7 +229,7 @@ archive_writer::~archive_writer() = default;
 
 void archive_writer::add(const std::string& name, const fs::path& source) {
   // Whoever opens a pipe would wait for its other end.
-  const file_descriptor in(source, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+  const named_file in(source, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   const std::uint64_t size = in.regular_size();
   if (const auto fields = fields_of(name)) {
     state_->put_head(fields->prefix, fields->name, '0', size);
@@ -252,7 +241,7 @@ void archive_writer::add(const std::string& name, const fs::path& source) {
   for (std::uint64_t left = size; left > 0;) {
     const std::size_t got = in.read_some(
         buffer.data(), static_cast<std::size_t>(std::min<std::uint64_t>(left, buffer.size())));
-    if (got == 0) throw lab_error(fmt::format("{}: became shorter while it was read", in.file()));
+    if (got == 0) throw lab_error(fmt::format("{}: became shorter while it was read", in.name()));
     state_->put(buffer.data(), got);
     left -= got;
   }
@@ -280,27 +269,27 @@ class unpacked_bytes {
       if (waiting_.pos == waiting_.size && !refill()) break;
       const std::size_t hint = ZSTD_decompressStream(context_.get(), &out, &waiting_);
       if (ZSTD_isError(hint) != 0)
-        throw lab_error(fmt::format("{}: no packed capture, or damaged: {}", in_.file(),
+        throw lab_error(fmt::format("{}: no packed capture, or damaged: {}", in_.name(),
                                     ZSTD_getErrorName(hint)));
       frame_is_open_ = hint != 0;
     }
     total_ += out.pos;
     if (total_ > most_)
-      throw lab_error(fmt::format("{}: unpacks to more than {}", in_.file(), size_text(most_)));
+      throw lab_error(fmt::format("{}: unpacks to more than {}", in_.name(), size_text(most_)));
     return out.pos;
   }
-  const std::string& file() const { return in_.file(); }
+  const std::string& file() const { return in_.name(); }
   std::uint64_t position() const { return total_; }
 
  private:
   bool refill() {
     waiting_ = {buffer_.data(), in_.read_some(buffer_.data(), buffer_.size()), 0};
     if (waiting_.size == 0 && frame_is_open_)
-      throw lab_error(fmt::format("{}: cut off; the packed data has no end", in_.file()));
+      throw lab_error(fmt::format("{}: cut off; the packed data has no end", in_.name()));
     return waiting_.size > 0;
   }
 
-  file_descriptor in_;
+  named_file in_;
   std::unique_ptr<ZSTD_DCtx, decltype(&ZSTD_freeDCtx)> context_;
   std::vector<char> buffer_ = std::vector<char>(ZSTD_DStreamInSize());
   ZSTD_inBuffer waiting_{buffer_.data(), 0, 0};

@@ -12,9 +12,8 @@
 #include <utility>
 
 #include "command_line/command_line.h"
-#include "lab/base/child.h"
 #include "lab/base/messages.h"
-#include "lab/base/mounts.h"
+#include "lab/base/namespaces.h"
 #include "lab/commands/commands.h"
 #include "lab/tool/ended_call.h"
 

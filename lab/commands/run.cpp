@@ -9,6 +9,7 @@
 
 #include "lab/base/beside.h"
 #include "lab/base/error.h"
+#include "lab/base/namespaces.h"
 #include "lab/capture/archive.h"
 #include "lab/capture/capture.h"
 #include "lab/capture/capture_check.h"

@@ -13,12 +13,13 @@
 #include <sstream>
 
 #include "lab/base/beside.h"
-#include "lab/base/child.h"
 #include "lab/base/error.h"
 #include "lab/base/files.h"
 #include "lab/base/messages.h"
-#include "lab/base/mounts.h"
+#include "lab/base/namespaces.h"
 #include "lab/base/private_files.h"
+#include "lab/base/processes.h"
+#include "lab/base/words.h"
 #include "lab/capture/answer_list.h"
 #include "lab/capture/capture.h"
 #include "lab/record/record_arrange.h"
@@ -143,43 +144,30 @@ void prepare(const record_request& request, const fs::path& work, pid_t recorder
   execute_program(words);
 }
 
-[[noreturn]] void be_child(const record_request& request, const fs::path& work,
-                           const sigset_t& signals_before, pid_t recorder) {
+// Returns the status to end with if there is no host to become.
+int be_child(const record_request& request, const fs::path& work, const held_back_signals& signals,
+             pid_t recorder) {
   setpgid(0, 0);
-  sigprocmask(SIG_SETMASK, &signals_before, nullptr);
+  signals.let_through();
   try {
     prepare(request, work, recorder);
     write_whole(work / prepared_mark, {});
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != recorder) _exit(cannot_prepare);
+    if (getppid() != recorder) return cannot_prepare;
     start_host(request, work);
   } catch (const no_privileges& missing) {
     fmt::print(stderr, "tessel-lab: {}\n", missing.what);
-    _exit(missing_privileges);
+    return missing_privileges;
   } catch (const std::exception& failure) {
     fmt::print(stderr, "tessel-lab: {}\n", told_as(message_of(failure), work, request.shown));
   }
-  _exit(cannot_prepare);
+  return cannot_prepare;
 }
 
-struct host_end {
-  int status = 0;
-  int passed_on = 0;  // the signal that the host was told of
-};
-
-host_end run_host(const record_request& request, const fs::path& work) {
-  const sigset_t awaited = awaited_signals();
-  sigset_t before;
-  sigprocmask(SIG_BLOCK, &awaited, &before);
-  const pid_t self = getpid();
-  const pid_t child = fork();
-  if (child < 0) fail("fork");
-  if (child == 0) be_child(request, work, before, self);
-  setpgid(child, child);
-  host_end end;
-  end.status = wait_for_child(child, awaited, end.passed_on);
-  sigprocmask(SIG_SETMASK, &before, nullptr);
-  return end;
+group_end run_host(const record_request& request, const fs::path& work) {
+  const held_back_signals signals;
+  const pid_t recorder = getpid();
+  return wait_for_group(start([&] { return be_child(request, work, signals, recorder); }));
 }
 
 // The capture's head ---------------------------------------------------------------------
@@ -266,7 +254,7 @@ capture head_of(const record_request& request, const fs::path& folder) {
 constexpr int signal_base = 128;
 
 // A host that was told to end may end in any way, killed at last; it may also be signalled itself.
-bool is_interruption(const host_end& end) {
+bool is_interruption(const group_end& end) {
   const int status = end.status;
   return end.passed_on != 0 || status == signal_base + SIGINT || status == signal_base + SIGTERM ||
          status == signal_base + SIGHUP;
@@ -291,7 +279,7 @@ namespace {
 
 int record_beside(const record_request& request, const fs::path& work) {
   make_work_folders(work);
-  const host_end end = run_host(request, work);
+  const group_end end = run_host(request, work);
   const int status = end.status;
   if (is_interruption(end)) {
     fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.shown);

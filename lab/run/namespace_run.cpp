@@ -11,15 +11,17 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 
 #include "lab/base/beside.h"
-#include "lab/base/child.h"
+#include "lab/base/descriptors.h"
 #include "lab/base/error.h"
 #include "lab/base/messages.h"
-#include "lab/base/mounts.h"
+#include "lab/base/namespaces.h"
+#include "lab/base/processes.h"
+#include "lab/base/words.h"
+#include "lab/run/tool_links.h"
 #include "lab/tool/ended_call.h"
 #include "lab/tool/tool_names.h"
 
@@ -56,12 +58,11 @@ void prepare(const run_request& request, const fs::path& record_work) {
   for (const char* made : {"/opt/nos", "/opt/nos/bin", "/opt/nos/lib", "/opt/nos/libexec",
                            "/opt/nos/capture", "/opt/nos/state", "/opt/nos/record"})
     make_folder(made);
-  bind_file(lab_program, "/opt/nos/libexec/tessel-lab");
   bind_file(host, "/opt/nos/libexec/tessel-host");
   bind_file(library, "/opt/nos/lib/libtessel.so");
   if (!request.calls.empty()) bind_file(calls, "/opt/nos/calls");
   if (!request.record.empty()) record.bind_to("/opt/nos/record");
-  link_tools(tools_there(request));
+  place_tools(lab_program, tools_there(request));
   if (request.folder.empty())
     write_files(request.answers, "/opt/nos/capture");
   else
@@ -126,20 +127,19 @@ void end_if_told() {
 }
 
 // The first process of its namespace: starts the nodes and the host, and collects whoever ends.
-// The kernel keeps signals from it that it does not await, so it passes them on.
-[[noreturn]] void be_first_process(const run_request& request, const sigset_t& signals_before) {
+// The kernel keeps signals from it that it does not await, so it passes them on. Returns the host's
+// status.
+int be_first_process(const run_request& request, const held_back_signals& signals) {
   start_nodes(request.nodes, tools_there(request));
-  const pid_t host = fork();
-  if (host < 0) fail("fork");
-  if (host == 0) {
-    sigprocmask(SIG_SETMASK, &signals_before, nullptr);
+  const pid_t host = start([&]() -> int {
+    signals.let_through();
     start_host(request);
-  }
+  });
   const sigset_t awaited = awaited_signals();
   for (;;) {
     int wait_status = 0;
-    const pid_t ended = waitpid(-1, &wait_status, WNOHANG);
-    if (ended == host) _exit(status_of(wait_status));
+    const pid_t ended = collect(-1, wait_status, WNOHANG);
+    if (ended == host) return status_of(wait_status);
     if (ended > 0) continue;
     const int signal = sigwaitinfo(&awaited, nullptr);
     if (signal > 0 && signal != SIGCHLD) kill(host, signal);
@@ -147,52 +147,44 @@ void end_if_told() {
 }
 
 // A lifeline's other end is held by the parent alone.
-bool is_cut(int lifeline) {
-  pollfd end{lifeline, 0, 0};
+bool is_cut(const descriptor& lifeline) {
+  pollfd end{lifeline.number(), 0, 0};
   return poll(&end, 1, 0) > 0 && (end.revents & POLLHUP) != 0;
 }
 
-[[noreturn]] void be_child(const run_request& request, const fs::path& record_work,
-                           const sigset_t& signals_before, int lifeline) {
+// Returns the status to end with if there is no host to become.
+int be_child(const run_request& request, const fs::path& record_work,
+             const held_back_signals& signals, const descriptor& lifeline) {
   // A group of its own, so that one signal reaches the host and every tool that it started.
   setpgid(0, 0);
-  if (!request.real_ssh) sigprocmask(SIG_SETMASK, &signals_before, nullptr);
+  if (!request.real_ssh) signals.let_through();
   try {
     prepare(request, record_work);
     // Entering a user namespace forgets this wish, so it is made behind that.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (is_cut(lifeline)) _exit(cannot_prepare);
-    if (request.real_ssh) be_first_process(request, signals_before);
+    if (is_cut(lifeline)) return cannot_prepare;
+    if (request.real_ssh) return be_first_process(request, signals);
     start_host(request);
   } catch (const no_privileges& missing) {
     end_if_told();
     fmt::print(stderr, "tessel-lab: {}\n", missing.what);
-    _exit(missing_privileges);
+    return missing_privileges;
   } catch (const std::exception& failure) {
     end_if_told();
     fmt::print(stderr, "tessel-lab: {}\n", message_of(failure));
   }
-  _exit(cannot_prepare);
+  return cannot_prepare;
 }
 
 int run_child(const run_request& request, const fs::path& record_work) {
-  const sigset_t awaited = awaited_signals();
-  sigset_t before;
-  sigprocmask(SIG_BLOCK, &awaited, &before);
-  std::array<int, 2> lifeline{};
-  if (pipe2(lifeline.data(), O_CLOEXEC) != 0) fail("pipe");
-  const pid_t child = request.real_ssh ? fork_into_process_namespace() : fork();
-  if (child < 0) fail("fork");
-  if (child == 0) {
-    close(lifeline[1]);
-    be_child(request, record_work, before, lifeline[0]);
-  }
-  setpgid(child, child);  // whoever is first: the child must not be signalled before it has one
-  int passed_on = 0;
-  const int status = wait_for_child(child, awaited, passed_on);
-  for (const int end : lifeline) close(end);
-  sigprocmask(SIG_SETMASK, &before, nullptr);
-  return status;
+  const held_back_signals signals;
+  pipe_ends lifeline = new_pipe();
+  const auto child = [&] {
+    lifeline.in.close();
+    return be_child(request, record_work, signals, lifeline.out);
+  };
+  const pid_t process = request.real_ssh ? start_in_process_namespace(child) : start(child);
+  return wait_for_group(process).status;
 }
 
 // What takes a recording's folder away if it is interrupted must not live in the namespace of the

@@ -18,7 +18,6 @@
 #include <string>
 #include <vector>
 
-#include "lab/base/child.h"
 #include "lab/capture/capture.h"
 #include "lab/run/real_ssh.h"
 

@@ -8,12 +8,10 @@
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -26,10 +24,14 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
-#include "lab/base/child.h"
+#include "lab/base/descriptors.h"
 #include "lab/base/error.h"
-#include "lab/base/mounts.h"
+#include "lab/base/files.h"
+#include "lab/base/namespaces.h"
+#include "lab/base/processes.h"
+#include "lab/run/tool_links.h"
 #include "lab/tool/latency.h"
 
 namespace lab {
@@ -73,31 +75,26 @@ std::string complaint_in(const fs::path& log) {
   return text.empty() ? "no complaint" : text;
 }
 
+int run_to_end(const std::function<int()>& action) {
+  int wait_status = 0;
+  if (collect(start(action), wait_status) < 0) fail("waitpid");
+  return status_of(wait_status);
+}
+
 // Runs a program to its end. Returns what it complained of if it failed, else nothing.
 std::string complaint_of(const std::vector<std::string>& words, const fs::path& log) {
-  const pid_t child = fork();
-  if (child < 0) fail("fork");
-  if (child == 0) {
-    const int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd < 0 || dup2(fd, STDOUT_FILENO) < 0 || dup2(fd, STDERR_FILENO) < 0) _exit(EXIT_FAILURE);
+  const int status = run_to_end([&] {
+    const descriptor out = open_file(log, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (dup2(out.number(), STDOUT_FILENO) < 0 || dup2(out.number(), STDERR_FILENO) < 0)
+      return EXIT_FAILURE;
     try {
       execute_program(words);
     } catch (const lab_error&) {
-      _exit(EXIT_FAILURE);
+      return EXIT_FAILURE;
     }
-  }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0)
-    if (errno != EINTR) fail(words.front());
-  if (WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS) return {};
+  });
+  if (status == EXIT_SUCCESS) return {};
   return fmt::format("{}: {}", words.front(), complaint_in(log));
-}
-
-void write_text(const fs::path& file, const std::string& text) {
-  std::ofstream out(file, std::ios::binary);
-  out << text;
-  out.close();
-  if (!out) throw lab_error(fmt::format("{}: cannot be written", file.string()));
 }
 
 void make_key(const fs::path& file) {
@@ -118,17 +115,11 @@ void set_up_network(const fs::path& script) {
 
 // The server forks processes that give up root. A user namespace with one user has nobody else.
 bool can_become(uid_t user, gid_t group) {
-  const pid_t child = fork();
-  if (child < 0) fail("fork");
-  if (child == 0) {
-    const bool became = setgroups(1, &group) == 0 && setresgid(group, group, group) == 0 &&
-                        setresuid(user, user, user) == 0;
-    _exit(became ? EXIT_SUCCESS : EXIT_FAILURE);
-  }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0)
-    if (errno != EINTR) fail("waitpid");
-  return WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS;
+  return run_to_end([&] {
+           const bool became = setgroups(1, &group) == 0 && setresgid(group, group, group) == 0 &&
+                               setresuid(user, user, user) == 0;
+           return became ? EXIT_SUCCESS : EXIT_FAILURE;
+         }) == EXIT_SUCCESS;
 }
 
 struct account {
@@ -164,8 +155,8 @@ void cover_the_machine() {
                   server->user, server->group);
   const fs::path folder = "/opt/nos/etc";
   make_folder(folder);
-  write_text(folder / "passwd", accounts);
-  write_text(folder / "shadow", "root:*:19000:0:99999:7:::\nsshd:*:19000:0:99999:7:::\n");
+  write_whole(folder / "passwd", accounts);
+  write_whole(folder / "shadow", "root:*:19000:0:99999:7:::\nsshd:*:19000:0:99999:7:::\n");
   if (chmod((folder / "shadow").c_str(), 0600) != 0) fail(folder.string());
   held(folder / "passwd").bind_to("/etc/passwd");
   if (fs::exists("/etc/shadow")) held(folder / "shadow").bind_to("/etc/shadow");
@@ -237,15 +228,15 @@ std::string server_settings(const ssh_node& node, bool calls_are_kept) {
 void write_server_files(const ssh_node& node, const fs::path& folder, bool calls_are_kept) {
   fs::copy_file(fs::path(home) / ".ssh" / "id_ed25519.pub", folder / "authorized_keys");
   make_key(folder / "host_key");
-  write_text(folder / "settings", server_settings(node, calls_are_kept));
-  write_text(folder / "close", close_amid_output);
+  write_whole(folder / "settings", server_settings(node, calls_are_kept));
+  write_whole(folder / "close", close_amid_output);
   if (chmod((folder / "close").c_str(), 0755) != 0) fail((folder / "close").string());
 }
 
 // The node's own /opt, seen from where the audit's still lies.
 void cover_with_own_folders(const ssh_node& node, const std::vector<std::string>& tools,
                             bool calls_are_kept) {
-  const held program("/opt/nos/libexec/tessel-lab");
+  const held program(tools_program);
   const held answers(fs::path("/opt/nos/capture") / node.address);
   const held own(folder_of(node));
   const held calls(calls_are_kept ? "/opt/nos/calls" : "/dev/null");
@@ -255,11 +246,10 @@ void cover_with_own_folders(const ssh_node& node, const std::vector<std::string>
        {"/opt/nos", "/opt/nos/bin", "/opt/nos/libexec", "/opt/nos/capture",
         "/opt/nos/capture/local", "/opt/nos/state", "/opt/nos/ssh", "/opt/nos/home"})
     make_folder(made);
-  bind_file(program, "/opt/nos/libexec/tessel-lab");
   answers.bind_to("/opt/nos/capture/local");
   own.bind_to("/opt/nos/ssh");
   if (calls_are_kept) bind_file(calls, "/opt/nos/calls");
-  link_tools(tools);
+  place_tools(program, tools);
   mount_or_fail("tmpfs", "/var/log", "tmpfs", harmless, "mode=0755");
   mount_or_fail("tmpfs", "/tmp", "tmpfs", harmless, "mode=1777");
 }
@@ -277,10 +267,10 @@ void enter_node(const ssh_node& node, const std::vector<std::string>& tools) {
 
 [[noreturn]] void serve_as_node(const ssh_node& node, const std::string& audit_address) {
   const fs::path script = "/opt/nos/ssh/network";
-  write_text(script, fmt::format("link set lo up\n"
-                                 "addr add {} peer {} dev eth0\n"
-                                 "link set eth0 up\n",
-                                 node.address, audit_address));
+  write_whole(script, fmt::format("link set lo up\n"
+                                  "addr add {} peer {} dev eth0\n"
+                                  "link set eth0 up\n",
+                                  node.address, audit_address));
   set_up_network(script);
   if (node.answer != node_answer::refuse)
     execute_program({program_path("sshd"), "-D", "-f", "/opt/nos/ssh/settings", "-E",
@@ -296,70 +286,46 @@ void enter_node(const ssh_node& node, const std::vector<std::string>& tools) {
 struct started_node {
   const ssh_node* node;
   pid_t process;
-  int report;
+  descriptor report;
 };
 
-void tell(int report, const std::string& text) {
-  if (write(report, text.data(), text.size()) < 0) _exit(EXIT_FAILURE);
+void tell(const descriptor& report, const std::string& text) {
+  if (write_all(report.number(), text) < text.size()) _exit(EXIT_FAILURE);
 }
 
-[[noreturn]] void be_node(const ssh_node& node, const std::vector<std::string>& tools,
-                          const std::string& audit_address, int report, int go) {
+int be_node(const ssh_node& node, const std::vector<std::string>& tools,
+            const std::string& audit_address, const descriptor& report, const descriptor& go) {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   try {
     enter_node(node, tools);
     tell(report, "r");
-    char nothing = 0;
-    while (read(go, &nothing, 1) < 0 && errno == EINTR) continue;
+    await_end(go.number());
     serve_as_node(node, audit_address);
   } catch (const no_privileges& missing) {
     tell(report, "p" + missing.what);
   } catch (const std::exception& failure) {
     tell(report, fmt::format("enode {}: {}", node.name, failure.what()));
   }
-  _exit(EXIT_FAILURE);
-}
-
-struct pipe_ends {
-  int out = -1;
-  int in = -1;
-};
-
-pipe_ends new_pipe() {
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) fail("pipe");
-  return {ends[0], ends[1]};
+  return EXIT_FAILURE;
 }
 
 started_node start_node(const ssh_node& node, const std::vector<std::string>& tools,
-                        const std::string& audit_address, const pipe_ends& go) {
+                        const std::string& audit_address, pipe_ends& go) {
   make_folder(folder_of(node));
-  const pipe_ends report = new_pipe();
-  const pid_t process = fork();
-  if (process < 0) fail("fork");
-  if (process == 0) {
-    close(go.in);
-    close(report.out);
-    be_node(node, tools, audit_address, report.in, go.out);
-  }
-  close(report.in);
-  return {&node, process, report.out};
+  pipe_ends report = new_pipe();
+  const pid_t process = start([&] {
+    go.in.close();
+    report.out.close();
+    return be_node(node, tools, audit_address, report.in, go.out);
+  });
+  return {&node, process, std::move(report.out)};
 }
 
 // Returns the next of what the node reports, at most `size` bytes; empty at the end.
 std::string reported(const started_node& started, std::size_t size) {
-  std::string text;
-  std::array<char, 256> buffer{};
-  while (text.size() < size) {
-    const ssize_t got =
-        read(started.report, buffer.data(), std::min(size - text.size(), buffer.size()));
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) break;
-    text.append(buffer.data(), static_cast<std::size_t>(got));
-  }
-  return text;
+  return read_up_to(started.report.number(), size).value_or("");
 }
 
 [[noreturn]] void throw_reported(const std::string& text, const started_node& started) {
@@ -385,12 +351,12 @@ bool listens(const started_node& started) {
 void wait_until_served(const started_node& started) {
   const std::string text = reported(started, longest_report);
   if (!text.empty()) throw_reported(text, started);
-  close(started.report);
   if (started.node->answer == node_answer::refuse) return;
   constexpr auto patience = std::chrono::seconds(60);
   const auto began = std::chrono::steady_clock::now();
   while (!listens(started)) {
-    const bool ended = waitpid(started.process, nullptr, WNOHANG) != 0;
+    int ignored = 0;
+    const bool ended = collect(started.process, ignored, WNOHANG) != 0;
     if (ended || std::chrono::steady_clock::now() - began > patience)
       throw lab_error(fmt::format("node {}: its sshd {}: {}", started.node->name,
                                   ended ? "ended" : "does not listen",
@@ -427,7 +393,7 @@ void connect_nodes(const std::vector<ssh_node>& nodes, const std::vector<started
         "link set node{0} up\n",
         i, started[i].process, audit_address, started[i].node->address);
   const fs::path script = fs::path(nodes_folder) / "network";
-  write_text(script, text);
+  write_whole(script, text);
   set_up_network(script);
 }
 
@@ -478,13 +444,13 @@ void insist_on_real_ssh() {
         "--real-ssh needs a root that can become another user; in this user namespace it cannot"};
 }
 
-pid_t fork_into_process_namespace() {
-  const long child = syscall(SYS_clone, CLONE_NEWPID | SIGCHLD, nullptr, nullptr, nullptr, nullptr);
+pid_t start_in_process_namespace(const std::function<int()>& action) {
+  const pid_t child = try_start(action, CLONE_NEWPID);
   if (child < 0)
     throw no_privileges{
         fmt::format("--real-ssh: no process id namespace: {}; it needs root with that right",
                     std::strerror(errno))};
-  return static_cast<pid_t>(child);
+  return child;
 }
 
 void start_nodes(const std::vector<ssh_node>& nodes, const std::vector<std::string>& tools) {
@@ -494,14 +460,14 @@ void start_nodes(const std::vector<ssh_node>& nodes, const std::vector<std::stri
   give_client_its_key();
   make_folder(nodes_folder);
   const std::string audit_address = free_address(nodes);
-  const pipe_ends go = new_pipe();
+  pipe_ends go = new_pipe();
   std::vector<started_node> started;
   for (const ssh_node& node : nodes)
     if (is_up(node)) started.push_back(start_node(node, tools, audit_address, go));
   wait_until_prepared(started);
   connect_nodes(nodes, started, audit_address);
-  close(go.out);
-  close(go.in);
+  go.out.close();
+  go.in.close();
   for (const started_node& one : started) wait_until_served(one);
   umask(mask_before);
   setenv("HOME", home, 1);

@@ -13,6 +13,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -35,8 +36,8 @@ std::vector<ssh_node> nodes_behind_ssh(const capture& answers,
 // Throws `no_privileges` if the machine lacks a program or a right for it.
 void insist_on_real_ssh();
 
-// fork(), but the child is the first process of a process id namespace. Throws `no_privileges`.
-pid_t fork_into_process_namespace();
+// As start(), but the child is the first process of a process id namespace. Throws `no_privileges`.
+pid_t start_in_process_namespace(const std::function<int()>& action);
 
 // Starts the nodes and returns when each of them listens, and gives the audit's ssh its key. For
 // the first process of the namespaces, after /opt stands as the audit sees it; `tools` are those

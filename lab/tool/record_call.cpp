@@ -17,8 +17,11 @@
 #include <ctime>
 #include <filesystem>
 #include <optional>
+#include <string_view>
+#include <utility>
 
-#include "lab/base/child.h"
+#include "lab/base/descriptors.h"
+#include "lab/base/processes.h"
 #include "lab/capture/answer_list.h"
 #include "lab/tool/ended_call.h"
 #include "lab/tool/serve.h"
@@ -41,20 +44,16 @@ std::string setting(const char* name) {
 bool go_back_to(const std::string& pid) {
   std::array<char, 4096> folder{};
   if (getcwd(folder.data(), folder.size()) == nullptr) folder = {"/"};
-  const int fd = open(fmt::format("/proc/{}/ns/mnt", pid).c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
-  const bool went = setns(fd, CLONE_NEWNS) == 0;
-  close(fd);
-  return went && (chdir(folder.data()) == 0 || chdir("/") == 0);
+  const descriptor mounts = open_file(fmt::format("/proc/{}/ns/mnt", pid), O_RDONLY);
+  if (!mounts.is_open()) return false;
+  return setns(mounts.number(), CLONE_NEWNS) == 0 && (chdir(folder.data()) == 0 || chdir("/") == 0);
 }
 
 [[noreturn]] void become_real_tool(const std::vector<std::string>& command) {
   const std::string work = setting(record_folder_variable);
   const std::string pid = setting(record_pid_variable);
   std::vector<std::string> words = command;
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
+  const std::vector<char*> arguments = argument_list(words);
 
   setenv("PATH", setting(record_path_variable).c_str(), 1);
   if (!pid.empty()) {
@@ -80,44 +79,22 @@ bool go_back_to(const std::string& pid) {
 
 // Keeping --------------------------------------------------------------------------------
 
-class kept_file {
- public:
-  ~kept_file() { end(); }
-  kept_file() = default;
-  kept_file(const kept_file&) = delete;
-  kept_file& operator=(const kept_file&) = delete;
+// What goes wrong with it must not harm the audit; the end of the recording reports it.
+struct kept_file {
+  descriptor file;
+  int problem = 0;  // an errno
+  std::size_t total = 0;
 
-  bool create(const std::string& file) {
-    fd_ = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    return fd_ >= 0;
+  bool create(const std::string& name) {
+    file = open_file(name, O_WRONLY | O_CREAT | O_EXCL, 0600);
+    return file.is_open();
   }
-  bool is_open() const { return fd_ >= 0; }
-  void end() {
-    if (fd_ >= 0) close(fd_);
-    fd_ = -1;
+  void keep(std::string_view text) {
+    if (problem != 0) return;
+    const std::size_t written = write_all(file.number(), text);
+    if (written < text.size()) problem = errno;
+    total += written;
   }
-  // What goes wrong here must not harm the audit; it is told at the end of the recording.
-  void write_all(const char* data, std::size_t size) {
-    while (size > 0 && problem_ == 0) {
-      const ssize_t written = write(fd_, data, size);
-      if (written < 0 && errno == EINTR) continue;
-      if (written < 0) {
-        problem_ = errno;
-        return;
-      }
-      data += written;
-      size -= static_cast<std::size_t>(written);
-      total_ += static_cast<std::size_t>(written);
-    }
-  }
-  void set_problem(int problem) { problem_ = problem; }
-  int problem() const { return problem_; }
-  std::size_t total() const { return total_; }
-
- private:
-  int fd_ = -1;
-  int problem_ = 0;
-  std::size_t total_ = 0;
 };
 
 std::int64_t now_in_microseconds() {
@@ -148,74 +125,47 @@ struct kept_call {
         if (out.create(file())) return;
       }
     } while (errno == EEXIST);
-    out.set_problem(errno);
+    out.problem = errno;
   }
-  void keep_complaint(const char* data, std::size_t size) {
-    if (!complaint.is_open() && !complaint.create(file() + std::string{complaint_suffix}))
-      complaint.set_problem(errno);
-    complaint.write_all(data, size);
+  void keep_complaint(std::string_view text) {
+    if (!complaint.file.is_open() && !complaint.create(file() + std::string{complaint_suffix}))
+      complaint.problem = errno;
+    complaint.keep(text);
   }
 };
 
 // One write, so that the lines of calls that run side by side stay whole.
 void note_end(const kept_call& kept, int status) {
-  const int problem = kept.out.problem() != 0 ? kept.out.problem() : kept.complaint.problem();
+  const int problem = kept.out.problem != 0 ? kept.out.problem : kept.complaint.problem;
   const std::string line =
       call_line({kept.what.place, kept.what.file, kept.number, kept.begin,
-                 now_in_microseconds() - kept.begin, status, kept.out.total(), problem});
-  const int fd =
-      open((kept.work + "/ended").c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+                 now_in_microseconds() - kept.begin, status, kept.out.total, problem});
+  const descriptor ended = open_file(kept.work + "/ended", O_WRONLY | O_APPEND | O_CREAT, 0600);
   // Without its line it counts as a call without an end. What the tool complains of is the audit's.
-  if (fd < 0) return;
-  [[maybe_unused]] const ssize_t written = write(fd, line.data(), line.size());
-  close(fd);
+  if (!ended.is_open()) return;
+  [[maybe_unused]] const ssize_t written = write(ended.number(), line.data(), line.size());
 }
 
 // Passing on -----------------------------------------------------------------------------
 
 struct stream {
-  int from = -1;
+  descriptor from;
   int to = -1;
   bool reader_is_gone = false;
 };
 
-void pass_on(stream& s, const char* data, std::size_t size) {
-  while (size > 0 && !s.reader_is_gone) {
-    const ssize_t written = write(s.to, data, size);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) {
-      s.reader_is_gone = true;
-      return;
-    }
-    data += written;
-    size -= static_cast<std::size_t>(written);
-  }
-}
-
-// Moves what has come. Returns false at the end of the stream: the tool has closed it, or whoever
-// reads ours has; the tool then meets the same end.
+// Moves what has come. Closes the stream at its end: the tool has closed it, or whoever reads ours
+// has; the tool then meets the same end.
 template <typename Keep>
-bool move_some(stream& s, std::vector<char>& buffer, const Keep& keep) {
-  const ssize_t got = read(s.from, buffer.data(), buffer.size());
-  if (got < 0 && errno == EINTR) return true;
+void move_some(stream& s, std::vector<char>& buffer, const Keep& keep) {
+  const ssize_t got = read_some(s.from.number(), buffer.data(), buffer.size());
   if (got > 0) {
-    pass_on(s, buffer.data(), static_cast<std::size_t>(got));
-    keep(buffer.data(), static_cast<std::size_t>(got));
-    if (!s.reader_is_gone) return true;
+    const std::string_view text{buffer.data(), static_cast<std::size_t>(got)};
+    s.reader_is_gone = write_all(s.to, text) < text.size();
+    keep(text);
+    if (!s.reader_is_gone) return;
   }
-  close(s.from);
-  s.from = -1;
-  return false;
-}
-
-// Returns nothing if it has not ended yet and `options` say not to wait.
-std::optional<int> wait_for_tool(pid_t tool, int options) {
-  int status = 0;
-  pid_t ended = 0;
-  do {
-    ended = waitpid(tool, &status, options);
-  } while (ended < 0 && errno == EINTR);
-  return ended == 0 ? std::nullopt : std::optional{status};
+  s.from.close();
 }
 
 // Until the tool has closed both streams. A process that it left behind may hold the second one for
@@ -223,21 +173,22 @@ std::optional<int> wait_for_tool(pid_t tool, int options) {
 int move_all(stream& out, stream& err, pid_t tool, kept_call& kept) {
   constexpr int interval = 20;  // milliseconds
   std::vector<char> buffer(std::size_t{1} << 17);
-  std::optional<int> ended;
-  while (out.from >= 0 || err.from >= 0) {
-    std::array<pollfd, 2> ready{{{out.from, POLLIN, 0}, {err.from, POLLIN, 0}}};
-    const int count = poll(ready.data(), ready.size(), out.from >= 0 ? -1 : ended ? 0 : interval);
+  int wait_status = 0;
+  bool has_ended = false;
+  while (out.from.is_open() || err.from.is_open()) {
+    std::array<pollfd, 2> ready{{{out.from.number(), POLLIN, 0}, {err.from.number(), POLLIN, 0}}};
+    const int patience = out.from.is_open() ? -1 : has_ended ? 0 : interval;
+    const int count = poll(ready.data(), ready.size(), patience);
     if (count < 0) continue;
     if (ready[1].revents != 0)
-      move_some(err, buffer,
-                [&](const char* data, std::size_t size) { kept.keep_complaint(data, size); });
+      move_some(err, buffer, [&](std::string_view text) { kept.keep_complaint(text); });
     if (ready[0].revents != 0)
-      move_some(out, buffer,
-                [&](const char* data, std::size_t size) { kept.out.write_all(data, size); });
-    if (count == 0 && ended) break;
-    if (count == 0) ended = wait_for_tool(tool, WNOHANG);
+      move_some(out, buffer, [&](std::string_view text) { kept.out.keep(text); });
+    if (count == 0 && has_ended) break;
+    if (count == 0) has_ended = collect(tool, wait_status, WNOHANG) != 0;
   }
-  return ended ? *ended : *wait_for_tool(tool, 0);
+  if (!has_ended) collect(tool, wait_status);
+  return wait_status;
 }
 
 // A reader that goes away and a file that may not grow must not end the stand-in.
@@ -271,9 +222,9 @@ class signal_actions {
 // Nothing is kept of this call, which the end of the recording tells; the audit must not suffer.
 [[noreturn]] void give_up(const std::vector<std::string>& command, kept_call& kept,
                           const signal_actions& actions) {
-  if (kept.out.problem() == 0) kept.out.set_problem(errno);
-  if (kept.out.is_open()) unlink(kept.file().c_str());
-  kept.out.end();
+  if (kept.out.problem == 0) kept.out.problem = errno;
+  if (kept.out.file.is_open()) unlink(kept.file().c_str());
+  kept.out.file.close();
   note_end(kept, 0);
   actions.restore();
   become_real_tool(command);
@@ -312,18 +263,17 @@ int record_call(const std::vector<std::string>& command) {
   kept.open_output();
 
   const signal_actions actions;
-  std::array<int, 2> out{};
-  std::array<int, 2> err{};
-  if (pipe2(out.data(), O_CLOEXEC) != 0 || pipe2(err.data(), O_CLOEXEC) != 0)
-    give_up(command, kept, actions);
-  fcntl(out[0], F_SETPIPE_SZ, static_cast<int>(pipe_size));
-  const pid_t tool = fork();
+  std::optional<pipe_ends> out = try_pipe();
+  std::optional<pipe_ends> err = out ? try_pipe() : std::nullopt;
+  if (!out || !err) give_up(command, kept, actions);
+  fcntl(out->out.number(), F_SETPIPE_SZ, static_cast<int>(pipe_size));
+  const pid_t tool =
+      try_start([&]() -> int { be_tool(command, out->in.number(), err->in.number(), actions); });
   if (tool < 0) give_up(command, kept, actions);
-  if (tool == 0) be_tool(command, out[1], err[1], actions);
-  close(out[1]);
-  close(err[1]);
-  stream from_out{out[0], STDOUT_FILENO};
-  stream from_err{err[0], STDERR_FILENO};
+  out->in.close();
+  err->in.close();
+  stream from_out{std::move(out->out), STDOUT_FILENO};
+  stream from_err{std::move(err->out), STDERR_FILENO};
   const int wait_status = move_all(from_out, from_err, tool, kept);
   note_end(kept, status_of(wait_status));
   return end_like(wait_status);

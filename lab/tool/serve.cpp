@@ -15,6 +15,7 @@
 #include <optional>
 #include <thread>
 
+#include "lab/base/descriptors.h"
 #include "lab/base/error.h"
 #include "lab/base/files.h"
 #include "lab/capture/answer_list.h"
@@ -65,26 +66,14 @@ call resolve_ssh(const std::vector<std::string>& command) {
 }
 
 void note_call(const std::string& line) {
-  const char* file = std::getenv("TESSEL_LAB_CALLS");
-  if (file == nullptr || *file == '\0') return;
-  const int fd = open(file, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-  if (fd < 0) return;
+  const char* name = std::getenv("TESSEL_LAB_CALLS");
+  if (name == nullptr || *name == '\0') return;
+  const descriptor calls = open_file(name, O_WRONLY | O_APPEND | O_CREAT, 0644);
+  if (!calls.is_open()) return;
   // One write, so that the lines of calls that run side by side stay whole.
   const std::string whole = line + "\n";
-  if (write(fd, whole.data(), whole.size()) < 0)
-    fmt::print(stderr, "{}: {}\n", file, std::strerror(errno));
-  close(fd);
-}
-
-bool write_all(int out, const char* data, std::size_t size) {
-  while (size > 0) {
-    const ssize_t written = write(out, data, size);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    data += written;
-    size -= static_cast<std::size_t>(written);
-  }
-  return true;
+  if (write(calls.number(), whole.data(), whole.size()) < 0)
+    fmt::print(stderr, "{}: {}\n", name, std::strerror(errno));
 }
 
 // The kernel copies by itself where it can; where it can't (a file opened for appending), we do.
@@ -99,10 +88,10 @@ bool copy_all(int in, int out) {
   if (errno != EINVAL && errno != ENOSYS) return false;
   std::array<char, 1U << 16> buffer{};
   for (;;) {
-    const ssize_t got = read(in, buffer.data(), buffer.size());
-    if (got == 0) return true;
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0 || !write_all(out, buffer.data(), static_cast<std::size_t>(got))) return false;
+    const ssize_t got = read_some(in, buffer.data(), buffer.size());
+    if (got <= 0) return got == 0;
+    const std::string_view text{buffer.data(), static_cast<std::size_t>(got)};
+    if (write_all(out, text) < text.size()) return false;
   }
 }
 
@@ -114,12 +103,9 @@ std::string capture_folder() {
 // Returns false if there is no such file. Throws `lab_error` if it cannot be copied.
 bool copy_file(const std::string& file, int out) {
   // The capture's own files only: a link leads elsewhere, a pipe holds up the audit.
-  const int in = open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  if (in < 0 && errno == ENOENT) return false;
-  const bool copied = in >= 0 && copy_all(in, out);
-  const int error = errno;
-  if (in >= 0) close(in);
-  if (!copied) throw lab_error(fmt::format("{}: {}", file, std::strerror(error)));
+  const descriptor in = open_file(file, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+  if (!in.is_open() && errno == ENOENT) return false;
+  if (!in.is_open() || !copy_all(in.number(), out)) fail(file);
   return true;
 }
 
@@ -129,10 +115,10 @@ std::size_t calls_before(const struct stat& list) {
   const char* named = std::getenv("TESSEL_LAB_STATE");
   const std::string folder = named != nullptr && *named != '\0' ? named : "/opt/nos/state";
   const std::string file = fmt::format("{}/{}-{}", folder, list.st_dev, list.st_ino);
-  const int fd = open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-  if (fd < 0) return 0;
-  const off_t behind = write(fd, ".", 1) == 1 ? lseek(fd, 0, SEEK_CUR) : 1;
-  close(fd);
+  const descriptor counted = open_file(file, O_WRONLY | O_APPEND | O_CREAT, 0644);
+  if (!counted.is_open()) return 0;
+  const off_t behind =
+      write(counted.number(), ".", 1) == 1 ? lseek(counted.number(), 0, SEEK_CUR) : 1;
   return static_cast<std::size_t>(behind > 0 ? behind - 1 : 0);
 }
 

@@ -1,6 +1,7 @@
 #include "lab/capture/capture.h"
 #include "lab/base/error.h"
 #include "lab/base/files.h"
+#include "lab/base/processes.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -149,16 +150,16 @@ TEST(CaptureFolder, TakesAwayNothingThatItDidNotMake) {
 TEST(CaptureFolder, LeavesNothingIfASignalEndsTheMaking) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGKILL}) {
     const scratch_folder scratch;
-    const pid_t maker = fork();
-    ASSERT_GE(maker, 0);
-    if (maker == 0)
+    const pid_t maker = start([&] {
       build_beside(scratch.path() / "out", [&](const std::filesystem::path& building) {
         std::filesystem::create_directory(building);
         lab_test::write_text(building / "file", "half");
         kill(getpid(), signal);
       });
+      return EXIT_SUCCESS;
+    });
     int status = 0;
-    ASSERT_EQ(waitpid(maker, &status, 0), maker);
+    ASSERT_EQ(collect(maker, status), maker);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << signal;
     for (int i = 0; i < 500 && !std::filesystem::is_empty(scratch.path()); ++i) usleep(10'000);
     EXPECT_TRUE(std::filesystem::is_empty(scratch.path())) << signal;

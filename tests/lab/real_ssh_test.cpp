@@ -1,8 +1,9 @@
 // Nodes behind OpenSSH servers, with a shell script in the host's place: who answers what, and that
 // nothing stays, whatever ends the run.
 #include "lab/run/real_ssh.h"
-#include "lab/base/child.h"
 #include "lab/base/error.h"
+#include "lab/base/namespaces.h"
+#include "lab/base/processes.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -219,19 +220,16 @@ class RealSsh : public testing::Test {
   // Starts the lab beside the test; returns its process.
   pid_t start(const std::string& script, const std::string& more = {}) {
     const std::string line = "exec " + command(script, "birch-small " + more);
-    const pid_t lab = fork();
-    if (lab == 0) {
+    return lab::start([&]() -> int {
       prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that fails leaves nothing running either
-      execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
-      _exit(127);
-    }
-    return lab;
+      lab::execute_program({"/bin/sh", "-c", line});
+    });
   }
 
   static int status_of(pid_t lab) {
     int status = 0;
-    waitpid(lab, &status, 0);
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    lab::collect(lab, status);
+    return lab::status_of(status);
   }
 
   // A host that serves until somebody ends it, with a login open on a node.

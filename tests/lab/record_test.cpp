@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "lab/base/child.h"
+#include "lab/base/namespaces.h"
 #include "lab/capture/answer_list.h"
 #include "lab/capture/archive.h"
 #include "lab/capture/capture.h"

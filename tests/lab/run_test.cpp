@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "lab/base/child.h"
+#include "lab/base/namespaces.h"
 #include "support.h"
 
 namespace {

@@ -1,6 +1,7 @@
-// The steps of which private file trees are made: what to hold, to cover, to bind. For a process
-// that is in a mount namespace of its own.
+// A mount namespace of one's own, and the steps of which a private file tree is made in it: what to
+// hold, to cover, to bind.
 //
+//     enter_namespace(0);
 //     const held program("/home/me/build/tessel-lab");   // before a mount covers the path
 //     mount_or_fail("tmpfs", "/opt", "tmpfs", MS_NODEV | MS_NOSUID, "mode=0755");
 //     bind_file(program, "/opt/tessel-lab");
@@ -8,7 +9,8 @@
 
 #include <filesystem>
 #include <string>
-#include <vector>
+
+#include "lab/base/descriptors.h"
 
 namespace lab {
 
@@ -17,8 +19,17 @@ struct no_privileges {
   std::string what;
 };
 
-// Throws `lab_error` with `what` and the text of errno.
-[[noreturn]] void fail(const std::string& what);
+// Exit statuses: of a child that could not be prepared, and where a right is missing.
+inline constexpr int cannot_prepare = 70;
+inline constexpr int missing_privileges = 77;
+
+// Enters a mount namespace, and `others` (CLONE_NEWNET), whose mounts nobody outside sees. Root
+// needs namespaces alone; anybody else gets the right to mount from a user namespace. Returns true
+// if there is none, so that a process may also go back. Throws `no_privileges`.
+bool enter_namespace(int others);
+
+// Throws `no_privileges` if enter_namespace would, before anything is made.
+void insist_on_namespace();
 
 // Throws `no_privileges` where mounting is not allowed, `lab_error` for any other failure.
 void mount_or_fail(const std::string& from, const std::string& to, const char* type,
@@ -28,14 +39,10 @@ void mount_or_fail(const std::string& from, const std::string& to, const char* t
 class held {
  public:
   explicit held(const std::filesystem::path& path);
-  held(const held&) = delete;
-  held& operator=(const held&) = delete;
-  ~held();
-
   void bind_to(const std::filesystem::path& target) const;
 
  private:
-  int fd_;
+  descriptor file_;
 };
 
 // A folder that is there already is fine.
@@ -43,8 +50,5 @@ void make_folder(const std::filesystem::path& folder);
 
 // Binds a file to a path where nothing has to be yet.
 void bind_file(const held& source, const std::filesystem::path& target);
-
-// Makes the tools in /opt/nos/bin, as links to /opt/nos/libexec/tessel-lab.
-void link_tools(const std::vector<std::string>& tools);
 
 }  // namespace lab

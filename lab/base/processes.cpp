@@ -1,0 +1,96 @@
+#include "lab/base/processes.h"
+
+#include <sched.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
+
+#include "lab/base/error.h"
+
+namespace lab {
+
+pid_t try_start(const std::function<int()>& action, unsigned long namespaces) {
+  const long child = namespaces == 0 ? fork()
+                                     : syscall(SYS_clone, namespaces | SIGCHLD, nullptr, nullptr,
+                                               nullptr, nullptr);
+  if (child != 0) return static_cast<pid_t>(child);
+  // Its caller's frames are the parent's: nothing may go back there.
+  const auto status = [&]() noexcept { return action(); };
+  _exit(status());
+}
+
+pid_t start(const std::function<int()>& action) {
+  const pid_t child = try_start(action);
+  if (child < 0) fail("fork");
+  return child;
+}
+
+pid_t collect(pid_t child, int& wait_status, int options) {
+  pid_t ended = 0;
+  do {
+    ended = waitpid(child, &wait_status, options);
+  } while (ended < 0 && errno == EINTR);
+  return ended;
+}
+
+int status_of(int wait_status) {
+  constexpr int signal_base = 128;
+  return WIFSIGNALED(wait_status) ? signal_base + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
+}
+
+std::vector<char*> argument_list(std::vector<std::string>& words) {
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  return arguments;
+}
+
+void execute_program(std::vector<std::string> words) {
+  execv(words.front().c_str(), argument_list(words).data());
+  fail(words.front());
+}
+
+sigset_t awaited_signals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&set, signal);
+  return set;
+}
+
+held_back_signals::held_back_signals() {
+  const sigset_t awaited = awaited_signals();
+  sigprocmask(SIG_BLOCK, &awaited, &before_);
+}
+
+void held_back_signals::let_through() const {
+  sigprocmask(SIG_SETMASK, &before_, nullptr);
+}
+
+group_end wait_for_group(pid_t child) {
+  constexpr timespec patience{5, 0};
+  const sigset_t awaited = awaited_signals();
+  // The child does so itself; whoever is first, it has its group before it is signalled.
+  setpgid(child, child);
+  group_end end;
+  for (;;) {
+    int wait_status = 0;
+    const pid_t ended = collect(child, wait_status, WNOHANG);
+    if (ended == child) {
+      kill(-child, SIGKILL);  // tools that the host left behind
+      end.status = status_of(wait_status);
+      return end;
+    }
+    if (ended < 0) fail("waiting for the host");
+    const int signal = end.passed_on != 0 ? sigtimedwait(&awaited, nullptr, &patience)
+                                          : sigwaitinfo(&awaited, nullptr);
+    if (signal < 0 && errno == EAGAIN) kill(-child, SIGKILL);
+    if (signal <= 0 || signal == SIGCHLD) continue;
+    kill(-child, signal);
+    if (end.passed_on == 0) end.passed_on = signal;
+  }
+}
+
+}  // namespace lab

@@ -1,0 +1,18 @@
+// The stand-in tools in a /opt that is the lab's own: one program, and a link to it per tool.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "lab/base/namespaces.h"
+
+namespace lab {
+
+// Where it is bound.
+inline constexpr const char* tools_program = "/opt/nos/libexec/tessel-lab";
+
+// Binds the program there and makes the tools in /opt/nos/bin; both folders exist. Throws
+// `lab_error` or `no_privileges`.
+void place_tools(const held& program, const std::vector<std::string>& tools);
+
+}  // namespace lab
