@@ -59,6 +59,7 @@ audit_times audit(const fs::path& capture, const fs::path& logs, const fs::path&
   request.host = fs::read_symlink("/proc/self/exe");
   request.library = fs::path(TESSEL_BUILD_DIR) / "libtessel.so";
   request.lab = fs::path(TESSEL_BUILD_DIR) / "tessel-lab";
+  request.tool = fs::path(TESSEL_BUILD_DIR) / "tessel-lab-tool";
   fs::remove(logs / times_file);
   setenv(host_variable, "1", 1);
   const auto start = std::chrono::steady_clock::now();

@@ -18,6 +18,8 @@
 #include "lab/base/descriptors.h"
 #include "lab/base/error.h"
 #include "lab/base/processes.h"
+#include "lab/capture/capture.h"
+#include "lab/capture/file_names.h"
 #include "lab/faults/render_faulty.h"
 #include "lab/model/generate.h"
 #include "lab/tool/latency.h"
@@ -204,7 +206,7 @@ struct serving_times {
 // The size of the capture must not affect the time of a call: `ratio` is about 1.
 void serving(benchmark::State& state) {
   const temporary_folder folder;
-  const fs::path program = fs::path(TESSEL_BUILD_DIR) / "tessel-lab";
+  const fs::path program = fs::path(TESSEL_BUILD_DIR) / "tessel-lab-tool";
   for (const char* tool : {"sw_version_show", "iface_show"})
     fs::create_symlink(program, folder.path() / tool);
   lab::write_folder(lab::render(lab::generate(usual_router())), folder.path() / "small");

@@ -14,6 +14,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "lab/capture/file_names.h"
 #include "lab/describe/description.h"
 #include "lab/faults/render_faulty.h"
 

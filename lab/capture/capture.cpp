@@ -1,24 +1,17 @@
 #include "lab/capture/capture.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
-#include <sstream>
 
 #include "lab/base/beside.h"
 #include "lab/base/error.h"
 #include "lab/base/files.h"
 #include "lab/base/messages.h"
 #include "lab/base/parse_toml.h"
-#include "lab/base/words.h"
+#include "lab/capture/file_names.h"
 
 namespace lab {
 namespace {
@@ -26,31 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::int64_t manifest_format = 1;
-
-std::string escaped(std::string_view text) {
-  constexpr std::string_view plain = "._=:-";
-  std::string result;
-  for (const char c : text) {
-    if (std::isalnum(static_cast<unsigned char>(c)) != 0 || plain.find(c) != std::string_view::npos)
-      result += c;
-    else if (c == ' ')
-      result += '+';
-    else
-      result += fmt::format("%{:02X}", static_cast<unsigned char>(c));
-  }
-  return result;
-}
-
-// A file name has 255 bytes at most, some of them for what stands behind it in a recording; the
-// rest of a longer one is told apart by its hash (FNV-1a).
-std::string shortened(std::string name) {
-  constexpr std::size_t longest = 220;
-  constexpr std::size_t kept = 200;
-  if (name.size() <= longest) return name;
-  std::uint64_t hash = 0xcbf29ce484222325;
-  for (const char c : name) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
-  return fmt::format("{}~{:016x}", name.substr(0, kept), hash);
-}
 
 std::string toml_text(std::string_view text) {
   std::string result = "\"";
@@ -133,27 +101,6 @@ std::string list_of_files(const capture& c) {
 }
 
 }  // namespace
-
-std::string file_name(std::string_view tool, const std::vector<std::string>& arguments) {
-  const std::size_t slash = tool.rfind('/');
-  std::string name = escaped(slash == std::string_view::npos ? tool : tool.substr(slash + 1));
-  for (const std::string& argument : arguments) name += "," + escaped(argument);
-  return shortened(std::move(name));
-}
-
-std::string shared_file_name(std::string_view file) {
-  const std::size_t unit = file.rfind(",-u,");
-  if (!file.starts_with("asic_shell_show,-c,") || unit == std::string_view::npos) return {};
-  return std::string{file.substr(0, unit)};
-}
-
-std::string file_name(std::string_view command_line) {
-  std::vector<std::string> words = words_of(command_line);
-  if (words.empty()) return {};
-  const std::string tool = words.front();
-  words.erase(words.begin());
-  return file_name(tool, words);
-}
 
 void answer(capture& c, std::string_view place, std::string_view command_line, std::string text) {
   c.answers.insert_or_assign({std::string{place}, file_name(command_line)}, std::move(text));

@@ -8,9 +8,7 @@
 //       local/asic_shell_show,-c,show+unit,-u,all,-n,A
 //       192.0.0.6/fwd_object_show,-t,lagport,-D
 //
-// The name of a file is the command line: the tool without its folder, then the arguments, commas
-// between them, '+' for a blank within an argument, %XX for whatever a file name or a shell would
-// stumble over.
+// The name of a file is the command line (lab/capture/file_names.h).
 #pragma once
 
 #include <cstdint>
@@ -25,15 +23,6 @@
 #include "lab/base/place.h"
 
 namespace lab {
-
-// "/opt/nos/bin/node_id_convert", {"-I", "0/0/CPU0"} -> "node_id_convert,-I,0%2F0%2FCPU0".
-std::string file_name(std::string_view tool, const std::vector<std::string>& arguments);
-// The same for a command line as it stands in a document: words and double-quoted words.
-std::string file_name(std::string_view command_line);
-
-// The file whose answer stands for all chips, for a chip command whose own file is not there:
-// "asic_shell_show,-c,diag+lag,-u,3,-n,7" -> "asic_shell_show,-c,diag+lag". Empty for all others.
-std::string shared_file_name(std::string_view file);
 
 struct capture {
   std::string router;

@@ -95,6 +95,10 @@ router faulty_router(const std::string& name, const std::vector<std::string>& fa
 
 std::filesystem::path own_program();
 
+// The program that stands in for a router's tools, which belongs beside this one. Throws
+// `lab_error` that says what to do if it is not there or cannot be executed.
+std::filesystem::path tool_program();
+
 // The host and the library that were named, or those that belong to this program; absolute. Throws
 // `lab_error` that names the option if there is no such file.
 std::filesystem::path host_of(const program_options& o);

@@ -10,7 +10,7 @@ int record_command(const record_options& o) {
   record_request request;
   request.out = target_named(o.out);
   request.shown = o.shown.value_or(request.out.string());
-  request.lab = own_program();
+  request.tool = tool_program();
   request.host = host_of(o.programs);
   request.library = library_of(o.programs);
   if (o.logs) request.logs = std::filesystem::absolute(target_named(*o.logs));

@@ -37,6 +37,16 @@ fs::path own_program() {
   return fs::read_symlink("/proc/self/exe");
 }
 
+fs::path tool_program() {
+  const fs::path beside = own_program().parent_path() / "tessel-lab-tool";
+  if (access(beside.c_str(), X_OK) != 0)
+    throw lab_error(fmt::format(
+        "{}: cannot be executed: {}; it stands in for the router's tools, copy it there from the "
+        "folder that tessel-lab was built or installed in",
+        beside.string(), std::strerror(errno)));
+  return beside;
+}
+
 fs::path host_of(const program_options& o) {
   const fs::path beside = own_program().parent_path() / "tessel-host";
   const fs::path host = existing_file(o.host ? fs::path{*o.host} : beside, "--host");
@@ -149,6 +159,7 @@ int run_command(const run_options& o) {
   run_request request;
   set_answers(o, request);
   request.lab = own_program();
+  request.tool = tool_program();
   request.host = host_of(o.programs);
   request.library = library_of(o.programs);
   if (request.real_ssh)

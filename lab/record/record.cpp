@@ -22,6 +22,7 @@
 #include "lab/base/words.h"
 #include "lab/capture/answer_list.h"
 #include "lab/capture/capture.h"
+#include "lab/capture/file_names.h"
 #include "lab/record/record_arrange.h"
 #include "lab/tool/ended_call.h"
 #include "lab/tool/tool_names.h"
@@ -119,7 +120,7 @@ void lead_path(const fs::path& work, bool way_back) {
 
 void prepare(const record_request& request, const fs::path& work, pid_t recorder) {
   const bool way_back = enter_namespace(0);
-  bind_file(held(request.lab), work / "program");
+  bind_file(held(request.tool), work / "program");
   bind_file(held(request.host), work / "tessel-host");
   bind_file(held(request.library), work / "library" / "libtessel.so");
   lead_path(work, way_back);

@@ -1,6 +1,6 @@
-// Records a run on a real router: the audit runs as always, but every tool that it calls is this
-// program, which passes the call through to the real one and keeps what that prints. In a private
-// mount namespace
+// Records a run on a real router: the audit runs as always, but every tool that it calls is
+// tessel-lab-tool, which passes the call through to the real one and keeps what that prints. In a
+// private mount namespace
 //
 //     /opt/nos/bin      holds a stand-in for each program that is really there
 //     .OUT.XXXXXX/bin   first on the path: a stand-in for each tool that is really on the path
@@ -27,7 +27,7 @@ struct record_request {
   std::filesystem::path logs;  // made if need be; empty: /var/log as it is
   std::filesystem::path host;
   std::filesystem::path library;
-  std::filesystem::path lab;  // this program
+  std::filesystem::path tool;  // tessel-lab-tool
   std::vector<std::string> host_arguments;
 };
 

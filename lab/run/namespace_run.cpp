@@ -47,6 +47,7 @@ std::vector<std::string> tools_there(const run_request& request) {
 void prepare(const run_request& request, const fs::path& record_work) {
   enter_namespace(CLONE_NEWNET);  // no tool of the lab needs a network
   const held lab_program(request.lab);
+  const held tool_program(request.tool);
   const held host(request.host);
   const held library(request.library);
   const held logs(request.logs);
@@ -58,11 +59,12 @@ void prepare(const run_request& request, const fs::path& record_work) {
   for (const char* made : {"/opt/nos", "/opt/nos/bin", "/opt/nos/lib", "/opt/nos/libexec",
                            "/opt/nos/capture", "/opt/nos/state", "/opt/nos/record"})
     make_folder(made);
+  bind_file(lab_program, "/opt/nos/libexec/tessel-lab");
   bind_file(host, "/opt/nos/libexec/tessel-host");
   bind_file(library, "/opt/nos/lib/libtessel.so");
   if (!request.calls.empty()) bind_file(calls, "/opt/nos/calls");
   if (!request.record.empty()) record.bind_to("/opt/nos/record");
-  place_tools(lab_program, tools_there(request));
+  place_tools(tool_program, tools_there(request));
   if (request.folder.empty())
     write_files(request.answers, "/opt/nos/capture");
   else

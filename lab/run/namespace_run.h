@@ -2,10 +2,10 @@
 // an audit finds its tools, writes its logs and removes its capture files without touching the
 // machine's own folders. In there:
 //
-//     /opt/nos/bin        every tool, a link to this program; first on the path
+//     /opt/nos/bin        every tool, a link to tessel-lab-tool; first on the path
 //     /opt/nos/capture    what the tools answer
 //     /opt/nos/state      how often they did, where that matters
-//     /opt/nos/libexec    this program and the host
+//     /opt/nos/libexec    this program, tessel-lab-tool and the host
 //     /opt/nos/lib        the library
 //     /var/log            the folder for the logs
 //     /tmp                empty
@@ -32,6 +32,7 @@ struct run_request {
   std::filesystem::path record;  // capture to record there, may be empty; absolute
   std::filesystem::path calls;   // where to list the tool calls, may be empty
   std::filesystem::path lab;     // this program
+  std::filesystem::path tool;    // tessel-lab-tool
   bool real_ssh = false;
   std::vector<ssh_node> nodes;              // if `real_ssh`: those that it leads to
   std::vector<std::string> host_arguments;  // behind those that name the library and the node id

@@ -1,4 +1,4 @@
-// The stand-in tools in a /opt that is the lab's own: one program, and a link to it per tool.
+// The stand-in tools in a /opt that is the lab's own: tessel-lab-tool, and a link to it per tool.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 namespace lab {
 
 // Where it is bound.
-inline constexpr const char* tools_program = "/opt/nos/libexec/tessel-lab";
+inline constexpr const char* tools_program = "/opt/nos/libexec/tessel-lab-tool";
 
 // Binds the program there and makes the tools in /opt/nos/bin; both folders exist. Throws
 // `lab_error` or `no_privileges`.

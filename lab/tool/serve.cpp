@@ -18,8 +18,9 @@
 #include "lab/base/descriptors.h"
 #include "lab/base/error.h"
 #include "lab/base/files.h"
+#include "lab/base/place.h"
 #include "lab/capture/answer_list.h"
-#include "lab/capture/capture.h"
+#include "lab/capture/file_names.h"
 #include "lab/tool/latency.h"
 
 namespace lab {

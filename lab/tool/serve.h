@@ -1,5 +1,5 @@
-// The stand-in tools: one program under the names of all tools. It finds the one file that holds
-// the answer to its command line, and copies it to standard output.
+// The stand-in tools: one program, tessel-lab-tool, under the names of all tools. It finds the one
+// file that holds the answer to its command line, and copies it to standard output.
 //
 //     /opt/nos/bin/asic_shell_show -c "show unit" -u all -n A
 //         -> local/asic_shell_show,-c,show+unit,-u,all,-n,A
@@ -39,9 +39,9 @@ struct call {
 // `command` is the tool's name and its arguments.
 call resolve(const std::vector<std::string>& command);
 
-// Answers the command on standard output. Returns the status to exit with: 0, the
-// one that was recorded, 127 for a command
-// line that the router does not know (which standard error names), 255 where ssh itself fails.
+// Answers the command on standard output. Returns the status to exit with: 0, the one that was
+// recorded, 127 for a command line that the router does not know (which standard error names), 255
+// where ssh itself fails.
 int serve(const std::vector<std::string>& command);
 
 }  // namespace lab

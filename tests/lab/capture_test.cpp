@@ -2,6 +2,7 @@
 #include "lab/base/error.h"
 #include "lab/base/files.h"
 #include "lab/base/processes.h"
+#include "lab/capture/file_names.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -183,6 +183,17 @@ class Recording : public testing::Test {
                       " --host /var/log/inner --library /var/log/library -- $ARGS",
                   "");
   }
+  // Records `host`, which writes /var/log/ready, and does `then` beside it from that moment on; the
+  // recording is $!.
+  outcome record_and(const std::string& host, const std::string& then) const {
+    script("inner", host);
+    return in_lab(
+        "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
+        " --library /var/log/library & n=0\n"
+        "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n" +
+            then,
+        "");
+  }
   outcome replay(const std::string& calls, const char* out = "cap") const {
     return run_lab((scratch_.path() / out).string() + " --logs " +
                    (scratch_.path() / "logs").string() + " --library " +
@@ -197,6 +208,14 @@ class Recording : public testing::Test {
     return run_shell("find " + scratch_.path().string() + " -name '.*' ! -path " +
                      scratch_.path().string())
         .out;
+  }
+  void expect_no_capture() const {
+    EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
+    EXPECT_EQ(left_beside(), "");
+  }
+  void expect_interrupted(const outcome& recorded) const {
+    EXPECT_THAT(recorded.err, HasSubstr("tessel-lab: interrupted; /var/log/cap was not made\n"));
+    expect_no_capture();
   }
   bool is_kept(const std::string& file) const { return fs::exists(scratch_.path() / "cap" / file); }
 
@@ -445,70 +464,44 @@ TEST_F(Recording, WithoutACallIsNoCapture) {
   const outcome recorded = record("", "exit 5");
   EXPECT_EQ(recorded.status, 5);
   EXPECT_EQ(recorded.err, "tessel-lab: no tool was called; /var/log/cap was not made\n");
-  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
-  EXPECT_EQ(left_beside(), "");
+  expect_no_capture();
 }
 
 TEST_F(Recording, ThatIsInterruptedIsNoCapture) {
-  script("inner", "iface_show; echo ready >/var/log/ready; sleep 600");
-  const outcome recorded = in_lab(
-      "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
-      " --library /var/log/library & n=0\n"
-      "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n"
-      "kill -TERM $!; wait $!; echo status $?",
-      "");
+  const outcome recorded = record_and("iface_show; echo ready >/var/log/ready; sleep 600",
+                                      "kill -TERM $!; wait $!; echo status $?");
   EXPECT_THAT(recorded.out, HasSubstr("status 143\n"));
-  EXPECT_THAT(recorded.err, HasSubstr("tessel-lab: interrupted; /var/log/cap was not made\n"));
-  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
-  EXPECT_EQ(left_beside(), "");
+  expect_interrupted(recorded);
 }
 
 TEST_F(Recording, OfAHostThatDoesNotEndWhenToldIsNoCapture) {
-  script("inner",
-         "trap '' TERM; iface_show >/dev/null; echo ready >/var/log/ready\n"
-         "while :; do sleep 1; done");
-  const outcome recorded = in_lab(
-      "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
-      " --library /var/log/library & n=0\n"
-      "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n"
-      "kill -TERM $!; wait $!; echo status $?",
-      "");
+  const outcome recorded = record_and(
+      "trap '' TERM; iface_show >/dev/null; echo ready >/var/log/ready\n"
+      "while :; do sleep 1; done",
+      "kill -TERM $!; wait $!; echo status $?");
   EXPECT_EQ(recorded.out, "status 137\n");
-  EXPECT_THAT(recorded.err, HasSubstr("tessel-lab: interrupted; /var/log/cap was not made\n"));
-  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
-  EXPECT_EQ(left_beside(), "");
+  expect_interrupted(recorded);
 }
 
 // A script's "command &" starts it with SIGINT ignored, and so does it its host.
 TEST_F(Recording, ThatIsInterruptedDoesNotSucceedIfTheHostDoes) {
-  script("inner",
-         "iface_show >/dev/null; echo ready >/var/log/ready; n=0\n"
-         "until [ -e /var/log/told ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done; exit 0");
-  const outcome recorded = in_lab(
-      "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
-      " --library /var/log/library & n=0\n"
-      "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n"
-      "kill -INT $!; sleep 0.2; echo x >/var/log/told; wait $!; echo status $?",
-      "");
+  const outcome recorded = record_and(
+      "iface_show >/dev/null; echo ready >/var/log/ready; n=0\n"
+      "until [ -e /var/log/told ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done; exit 0",
+      "kill -INT $!; sleep 0.2; echo x >/var/log/told; wait $!; echo status $?");
   EXPECT_EQ(recorded.out, "status 130\n");
-  EXPECT_THAT(recorded.err, HasSubstr("tessel-lab: interrupted; /var/log/cap was not made\n"));
-  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
+  expect_interrupted(recorded);
 }
 
 TEST_F(Recording, LeavesNothingIfItIsKilled) {
-  script("inner", "iface_show >/dev/null; echo ready >/var/log/ready; exec sleep 600");
-  const outcome recorded = in_lab(
-      "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
-      " --library /var/log/library & n=0\n"
-      "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n"
-      "ls -d /var/log/.cap.*\n"
-      "kill -KILL $!; wait $! 2>/dev/null; n=0\n"
-      "while ls -d /var/log/.cap.* >/dev/null 2>&1 && [ $n -le 250 ]; do sleep 0.02;"
-      " n=$((n+1)); done",
-      "");
+  const outcome recorded =
+      record_and("iface_show >/dev/null; echo ready >/var/log/ready; exec sleep 600",
+                 "ls -d /var/log/.cap.*\n"
+                 "kill -KILL $!; wait $! 2>/dev/null; n=0\n"
+                 "while ls -d /var/log/.cap.* >/dev/null 2>&1 && [ $n -le 250 ]; do sleep 0.02;"
+                 " n=$((n+1)); done");
   EXPECT_THAT(recorded.out, HasSubstr("/var/log/.cap."));
-  EXPECT_EQ(left_beside(), "");
-  EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
+  expect_no_capture();
 }
 
 TEST_F(Recording, GoesNowhereThatTheAuditClearsOrTheRecordingCovers) {
@@ -594,6 +587,7 @@ TEST_F(Recording, WorksWithoutRoot) {
   const std::string folder = scratch_.path().string();
   fs::permissions(scratch_.path(), fs::perms::all);
   fs::copy_file(LAB_PROGRAM, scratch_.path() / "tessel-lab");
+  fs::copy_file(LAB_TOOL, scratch_.path() / "tessel-lab-tool");
   fs::permissions(scratch_.path() / "library", fs::perms::all);
   const fs::path inner = script("inner",
                                 "/opt/nos/bin/sw_version_show; iface_show -i '.*';"

@@ -161,6 +161,29 @@ TEST(CommandLine, RefusesAPlaceBeforeItMakesAnything) {
   }
 }
 
+TEST(CommandLine, NeedsTheToolsProgramBesideItself) {
+  const lab_test::scratch_folder scratch;
+  const fs::path tool = scratch.path() / "tessel-lab-tool";
+  fs::copy_file(LAB_PROGRAM, scratch.path() / "tessel-lab");
+  const auto expect_refused = [&](const std::string& cause) {
+    for (const char* command : {"run birch-small --logs logs", "record cap"}) {
+      const outcome refused = run_shell("cd " + scratch.path().string() +
+                                        " && TESSEL_LAB_ROUTERS=" LAB_ROUTERS " ./tessel-lab " +
+                                        command + " --host /bin/true --library /bin/true");
+      EXPECT_EQ(refused.status, 1) << command;
+      EXPECT_EQ(refused.err, "tessel-lab: " + tool.string() + ": cannot be executed: " + cause +
+                                 "; it stands in for the router's tools, copy it there from the "
+                                 "folder that tessel-lab was built or installed in\n")
+          << command;
+      EXPECT_FALSE(fs::exists(scratch.path() / "logs"));
+    }
+  };
+  expect_refused("No such file or directory");
+  fs::copy_file(LAB_TOOL, tool);
+  fs::permissions(tool, fs::perms::owner_read);
+  expect_refused("Permission denied");
+}
+
 // What goes wrong with files is told in one line that names the file as the user does and the
 // cause; nothing half written stays.
 struct told_failure {
@@ -175,6 +198,7 @@ void expect_told(const std::string& within, const std::string& preparation,
   const lab_test::scratch_folder scratch;
   fs::permissions(scratch.path(), fs::perms::all);
   fs::copy_file(LAB_PROGRAM, scratch.path() / "tessel-lab");
+  fs::copy_file(LAB_TOOL, scratch.path() / "tessel-lab-tool");
   fs::copy(LAB_ROUTERS, scratch.path() / "routers");
   const std::string start = "cd " + scratch.path().string() +
                             "; export TESSEL_LAB_ROUTERS=$PWD/routers TMPDIR=$PWD/tmp\n"

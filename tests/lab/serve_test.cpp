@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "lab/capture/capture.h"
+#include "lab/capture/file_names.h"
 #include "support.h"
 
 namespace {
@@ -35,6 +36,15 @@ TEST(Resolve, RefusesWhatItDoesNotKnowOfSsh) {
   EXPECT_NE(resolve({"ssh", "..", "x"}).problem, "");
 }
 
+TEST(ToolProgram, HasNoCommandOfItsOwn) {
+  const outcome called = lab_test::run_shell(LAB_TOOL " list");
+  EXPECT_EQ(called.status, 64);
+  EXPECT_EQ(called.out, "");
+  EXPECT_EQ(called.err,
+            "tessel-lab-tool: no command of its own; tessel-lab starts it under the names of a "
+            "router's tools\n");
+}
+
 // The program under the names of the tools, with a capture of its own.
 class Tools : public testing::Test {
  protected:
@@ -45,7 +55,7 @@ class Tools : public testing::Test {
     lab::write_folder(c, scratch_.path() / "capture");
     fs::create_directory(scratch_.path() / "bin");
     for (const char* tool : {"asic_shell_show", "ssh", "lagmgr_health", "iface_show"})
-      fs::create_symlink(LAB_PROGRAM, scratch_.path() / "bin" / tool);
+      fs::create_symlink(LAB_TOOL, scratch_.path() / "bin" / tool);
     expected_ = c;
   }
   outcome shell(const std::string& line) const {
