@@ -7,16 +7,13 @@
 #include <random>
 
 #include "lab/base/error.h"
+#include "lab/model/limits.h"
 
 namespace lab {
 
 namespace {
 
 constexpr unsigned cores_of_npu = 2;
-constexpr unsigned vlans = 4094;
-constexpr unsigned slots = 16;
-constexpr unsigned fir_slots = 47;
-constexpr unsigned last_bundle = 65535;
 constexpr unsigned usual_members = 64;
 constexpr unsigned most_ports = 65535;
 
@@ -35,7 +32,7 @@ std::string chip_of(chip_mix family, unsigned card) {
 }
 
 void refuse_impossible_cards(const generate_request& wanted) {
-  const unsigned most_cards = wanted.type == "fir" ? fir_slots : slots;
+  const unsigned most_cards = wanted.type == "fir" ? fir_racks : slots;
   if (is_single_node(wanted.type) && wanted.cards != 1)
     throw lab_error(
         fmt::format("{} cards: a router of type {} is a single node", wanted.cards, wanted.type));
@@ -62,8 +59,9 @@ void refuse_impossible(const generate_request& wanted) {
   const unsigned layer3 = (wanted.bundles + 1) / 2;
   const std::uint64_t most = (std::uint64_t{wanted.l2_subs} + wanted.bundles - 1) / wanted.bundles +
                              (std::uint64_t{wanted.l3_subs} + layer3 - 1) / layer3;
-  if (most > vlans)
-    throw lab_error(fmt::format("{} sub-bundles on one bundle: there are {} VLANs", most, vlans));
+  if (most > last_vlan)
+    throw lab_error(
+        fmt::format("{} sub-bundles on one bundle: there are {} VLANs", most, last_vlan));
 }
 
 node route_processor(const std::string& name, std::uint32_t id, const char* state) {
@@ -136,7 +134,7 @@ member port(const generate_request& wanted, const router& r, unsigned ordinal,
 }
 
 std::string encapsulation(unsigned tag, std::mt19937& chance) {
-  const unsigned other = 1 + static_cast<unsigned>(chance() % vlans);
+  const unsigned other = 1 + static_cast<unsigned>(chance() % last_vlan);
   switch (chance() % 8) {
     case 0:
     case 1:

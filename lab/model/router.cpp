@@ -11,6 +11,7 @@
 #include <tuple>
 
 #include "lab/base/error.h"
+#include "lab/model/limits.h"
 #include "lab/model/router_check.h"
 
 namespace lab {

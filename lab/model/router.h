@@ -19,8 +19,6 @@ namespace lab {
 
 enum class chip_family { none, older, jericho2 };
 
-constexpr unsigned most_npus = 16;  // of a node
-
 struct node {
   std::string name;         // "0/0/CPU0"
   std::string kind = "LC";  // "RP" or "LC"

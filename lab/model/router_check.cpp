@@ -13,14 +13,11 @@
 
 #include "lab/base/error.h"
 #include "lab/base/place.h"
+#include "lab/model/limits.h"
 
 namespace lab {
 namespace {
 
-constexpr unsigned slots = 16;
-constexpr unsigned fir_racks = 47;
-constexpr unsigned last_bundle = 65535;
-constexpr unsigned last_vlan = 4094;
 constexpr unsigned last_mtu = 65535;
 constexpr std::uint32_t last_system_port = 0xffffff;  // the chips' listings have no more digits
 

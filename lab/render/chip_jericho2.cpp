@@ -166,21 +166,14 @@ std::string profile_mtus(const chip_unit& u) {
 }  // namespace
 
 void render_jericho2_chips(const router& r, capture& c) {
-  for (const node& n : r.nodes) {
-    if (family_of(n) != chip_family::jericho2) continue;
-    for (unsigned npu = 0; npu < n.npus; ++npu) {
-      const chip_unit u{r, n, npu};
-      const auto add = [&](const char* command, std::string text) {
-        answer(c, local_place, chip_command(command, npu, n), std::move(text));
-      };
-      add("vis lag", lag_ports(u));
-      add("dbal table dump table=INGRESS_PP_PORT", port_domains(u));
-      add("tm lag", lag_members(u));
-      add("dbal table dump table=IN_AC_UNTAGGED_DB", untagged_lifs(u));
-      add("dbal table dump table=ING_VSI_INFO_DB", vsi_macs(u));
-      add("dump ETPPC_EDITING_PER_PORT_TABLE ", lag_profiles(u));
-      add("dump chg ETPPC_MTU_MAP_TABLE", profile_mtus(u));
-    }
+  for (const chip_unit& u : chips_of(r, chip_family::jericho2)) {
+    answer_chip(c, u, "vis lag", lag_ports(u));
+    answer_chip(c, u, "dbal table dump table=INGRESS_PP_PORT", port_domains(u));
+    answer_chip(c, u, "tm lag", lag_members(u));
+    answer_chip(c, u, "dbal table dump table=IN_AC_UNTAGGED_DB", untagged_lifs(u));
+    answer_chip(c, u, "dbal table dump table=ING_VSI_INFO_DB", vsi_macs(u));
+    answer_chip(c, u, "dump ETPPC_EDITING_PER_PORT_TABLE ", lag_profiles(u));
+    answer_chip(c, u, "dump chg ETPPC_MTU_MAP_TABLE", profile_mtus(u));
   }
 }
 

@@ -173,20 +173,13 @@ std::string mtu_rows(const chip_unit& u) {
 }  // namespace
 
 void render_older_chips(const router& r, capture& c) {
-  for (const node& n : r.nodes) {
-    if (family_of(n) != chip_family::older) continue;
-    for (unsigned npu = 0; npu < n.npus; ++npu) {
-      const chip_unit u{r, n, npu};
-      const auto add = [&](const char* command, std::string text) {
-        answer(c, local_place, chip_command(command, npu, n), std::move(text));
-      };
-      add("d IHP_VTT_IN_PP_PORT_CONFIG", domain_rows(u));
-      add("diag dbal dbd 3", sem_rows(u, false));
-      add("diag dbal dbd 4", sem_rows(u, true));
-      add("diag lag", lag_tables(u));
-      add("d IHP_VSI_LOW_CFG_1", vsi_rows(u));
-      add("dump EPNI_PACKETPROCESSING_PORT_CONFIGURATION_TABLE", mtu_rows(u));
-    }
+  for (const chip_unit& u : chips_of(r, chip_family::older)) {
+    answer_chip(c, u, "d IHP_VTT_IN_PP_PORT_CONFIG", domain_rows(u));
+    answer_chip(c, u, "diag dbal dbd 3", sem_rows(u, false));
+    answer_chip(c, u, "diag dbal dbd 4", sem_rows(u, true));
+    answer_chip(c, u, "diag lag", lag_tables(u));
+    answer_chip(c, u, "d IHP_VSI_LOW_CFG_1", vsi_rows(u));
+    answer_chip(c, u, "dump EPNI_PACKETPROCESSING_PORT_CONFIGURATION_TABLE", mtu_rows(u));
   }
 }
 

@@ -4,7 +4,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "lab/capture/capture.h"
 #include "lab/model/router.h"
 
 namespace lab {
@@ -21,5 +23,11 @@ struct chip_unit {
     return overridden(r, field, object, n.name, static_cast<int>(npu));
   }
 };
+
+// Every chip of the family, node by node.
+std::vector<chip_unit> chips_of(const router& r, chip_family family);
+
+// What the chip answers to a command of its shell.
+void answer_chip(capture& c, const chip_unit& u, const char* command, std::string text);
 
 }  // namespace lab
