@@ -27,23 +27,6 @@ namespace {
   throw failure(fmt::format("cannot {}: {}", action, std::strerror(cause)));
 }
 
-// Creates a new file at `path`, replacing any file there, and opens it. Returns -1 and sets errno
-// on failure.
-//
-// Everybody may write to the folder, and the audit has all rights. So it must not write through
-// whatever somebody has put under this name, above all a link. A new file also makes each of two
-// calls with the same name read the output of its own command. The content belongs to the router,
-// so no other user may read it.
-int open_new(const std::string& path) {
-  constexpr int most_attempts = 100;  // an attempt fails if another process was faster
-  for (int attempt = 0; attempt < most_attempts; ++attempt) {
-    if (::unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
-    const int descriptor = open_beside_streams(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
-    if (descriptor >= 0 || errno != EEXIST) return descriptor;
-  }
-  return -1;
-}
-
 // While this object lives, the signal that comes with EFBIG does not end the process. A signal mask
 // belongs to one thread, so the host's handling of the signal stays unchanged.
 class held_size_signal {
@@ -131,11 +114,23 @@ int cause_of_no_room(int descriptor, off_t size) {
 
 }  // namespace
 
-// Close-on-exec from the start, because other workers may be starting commands at this moment.
-capture_file::capture_file(std::string path)
-    : path_(std::move(path)), descriptor_(open_new(path_)) {
-  if (descriptor_ < 0) cannot("open " + path_, errno);
+// Everybody may write to the folder, and the audit has all rights. So it must not write through
+// whatever somebody has put under this name, above all a link. A new file also makes each of two
+// calls with the same name read the output of its own command. The content belongs to the router,
+// so no other user may read it. Close-on-exec from the start, because other workers may be starting
+// commands at this moment.
+int open_capture(const std::string& path) {
+  constexpr int most_attempts = 100;  // an attempt fails if another process was faster
+  for (int attempt = 0; attempt < most_attempts; ++attempt) {
+    if (::unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
+    const int descriptor = open_beside_streams(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
+    if (descriptor >= 0 || errno != EEXIST) return descriptor;
+  }
+  return -1;
 }
+
+capture_file::capture_file(std::string path, int descriptor)
+    : path_(std::move(path)), descriptor_(descriptor) {}
 
 capture_file::~capture_file() {
   ::close(descriptor_);

@@ -6,12 +6,15 @@
 
 namespace tessel {
 
+// Creates a new file at `path`, replacing any file there, and opens it close-on-exec. Returns -1
+// and sets errno on failure. Any thread.
+int open_capture(const std::string& path);
+
 // Used only by the thread that runs the command; several threads may each have one.
 class capture_file {
  public:
-  // Creates a new file at `path`, replacing any file there. Throws `failure` with the path and the
-  // cause if that fails.
-  explicit capture_file(std::string path);
+  // Takes over what `open_capture` returned for `path`.
+  capture_file(std::string path, int descriptor);
   ~capture_file();
   capture_file(const capture_file&) = delete;
   capture_file& operator=(const capture_file&) = delete;

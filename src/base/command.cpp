@@ -25,6 +25,12 @@ namespace {
   throw failure(fmt::format("cannot {}: {}", action, std::strerror(cause)));
 }
 
+capture_file new_capture(const std::string& path) {
+  const int descriptor = open_capture(path);
+  if (descriptor < 0) cannot("open " + path, errno);
+  return {path, descriptor};
+}
+
 // The three streams of a child, and its signals as a shell expects them: the host may have blocked
 // or ignored some.
 class spawn_plan {
@@ -102,7 +108,7 @@ void wait_for(pid_t child) {
 value execute(const filled_line& cmd, const filled_line& suffix) {
   try {
     const std::string line = cmd.text();
-    const capture_file capture(fmt::format("/tmp/tessel_{}.log", suffix.text()));
+    const capture_file capture = new_capture(fmt::format("/tmp/tessel_{}.log", suffix.text()));
     const auto debug_log = st().dl_fd.get();
     spawn_plan plan;
     plan_standard_error(plan, debug_log.get());

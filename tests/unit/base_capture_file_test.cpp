@@ -165,7 +165,7 @@ TEST_F(capture_file_test, what_was_reserved_is_given_back_at_once) {
   }
   EXPECT_THAT(failure_of([] {
                 const other_tmp full(1);
-                const capture_file file("/tmp/x");
+                const capture_file file("/tmp/x", open_capture("/tmp/x"));
                 file.whole_size();
               }),
               AllOf(StartsWith(no_room), EndsWith("No space left on device")));
@@ -174,7 +174,7 @@ TEST_F(capture_file_test, what_was_reserved_is_given_back_at_once) {
 TEST_F(capture_file_test, the_reservation_of_a_failure_is_given_back_too) {
   open_logs();
   const other_tmp small(1);
-  const capture_file file("/tmp/x");
+  const capture_file file("/tmp/x", open_capture("/tmp/x"));
   EXPECT_THROW(file.whole_size(), failure) << "one page is its own, none is beside it";
   EXPECT_EQ(free_pages(), 1U);
 }
@@ -300,7 +300,7 @@ TEST_F(capture_file_test, the_hosts_own_way_with_the_signal_stays) {
 }
 
 TEST_F(capture_file_test, a_capture_that_is_shorter_than_its_size_was_is_a_failure) {
-  const capture_file file("/tmp/tessel_x.log");
+  const capture_file file("/tmp/tessel_x.log", open_capture("/tmp/tessel_x.log"));
   ASSERT_EQ(::write(file.descriptor(), "four", 4), 4);
   EXPECT_EQ(file.whole_size(), 4U);
   EXPECT_EQ(file.read(4), "four");
