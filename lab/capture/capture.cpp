@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <utility>
 
 #include "lab/base/beside.h"
 #include "lab/base/error.h"
@@ -106,7 +107,8 @@ void answer(capture& c, std::string_view place, std::string_view command_line, s
   c.answers.insert_or_assign({std::string{place}, file_name(command_line)}, std::move(text));
 }
 
-std::string& answer_to(capture& c, std::string_view place, std::string_view command_line) {
+const std::string& answer_to(const capture& c, std::string_view place,
+                             std::string_view command_line) {
   const std::string file = file_name(command_line);
   auto found = c.answers.find({std::string{place}, file});
   if (found == c.answers.end())
@@ -114,6 +116,10 @@ std::string& answer_to(capture& c, std::string_view place, std::string_view comm
   if (found == c.answers.end())
     throw lab_error(fmt::format("{}: no answer to \"{}\" at {}", c.router, command_line, place));
   return found->second;
+}
+
+std::string& answer_to(capture& c, std::string_view place, std::string_view command_line) {
+  return const_cast<std::string&>(answer_to(std::as_const(c), place, command_line));
 }
 
 void write_files(const capture& c, const fs::path& folder) {

@@ -47,6 +47,8 @@ struct capture {
 void answer(capture& c, std::string_view place, std::string_view command_line, std::string text);
 // Returns the answer to a command line, its own or the shared one. Throws `lab_error` if there is
 // none.
+const std::string& answer_to(const capture& c, std::string_view place,
+                             std::string_view command_line);
 std::string& answer_to(capture& c, std::string_view place, std::string_view command_line);
 
 // Writes the files and the manifest into `folder`, which exists and is empty.

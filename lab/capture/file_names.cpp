@@ -41,7 +41,10 @@ std::string shortened(std::string name) {
 std::string file_name(std::string_view tool, const std::vector<std::string>& arguments) {
   const std::size_t slash = tool.rfind('/');
   std::string name = escaped(slash == std::string_view::npos ? tool : tool.substr(slash + 1));
-  for (const std::string& argument : arguments) name += "," + escaped(argument);
+  for (const std::string& argument : arguments) {
+    name += ',';
+    name += escaped(argument);
+  }
   return shortened(std::move(name));
 }
 

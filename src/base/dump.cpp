@@ -33,7 +33,7 @@ void append_json_text(std::string& out, std::string_view text) {
         break;
       default:
         if (static_cast<unsigned char>(c) < 0x20) {
-          fmt::format_to(std::back_inserter(out), "\\u{:04x}", static_cast<unsigned char>(c));
+          out += fmt::format("\\u{:04x}", static_cast<unsigned char>(c));
         } else {
           out += c;
         }

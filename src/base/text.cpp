@@ -297,7 +297,7 @@ std::string quoted(std::string_view text) {
     } else if (c == '\t') {
       result += "\\t";
     } else if (byte < 0x20 || byte >= 0x7f) {
-      fmt::format_to(std::back_inserter(result), "\\x{:02x}", byte);
+      result += fmt::format("\\x{:02x}", byte);
     } else {
       result += c;
     }

@@ -56,7 +56,7 @@ INSTANTIATE_TEST_SUITE_P(Routers, WithOlderChips,
                          test_name);
 
 TEST_P(WithOlderChips, EveryKeyIsProgrammedOnceWithItsOwnLif) {
-  rendered at = rendered_router(GetParam());
+  const rendered& at = rendered_router(GetParam());
   std::size_t checked = 0;
   for (const node& n : at.r.nodes)
     for (unsigned npu = 0; family_of(n) == chip_family::older && npu < n.npus; ++npu) {
@@ -81,7 +81,7 @@ TEST_P(WithOlderChips, EveryKeyIsProgrammedOnceWithItsOwnLif) {
 }
 
 TEST_P(Healthy, HasEveryKindOfObject) {
-  const rendered at = rendered_router(GetParam());
+  const rendered& at = rendered_router(GetParam());
   bool l2 = false;
   bool l3 = false;
   bool breakout = false;
@@ -95,7 +95,7 @@ TEST_P(Healthy, HasEveryKindOfObject) {
 }
 
 TEST(HealthyBirch, HasEveryEncapsulation) {
-  const rendered at = rendered_router("birch-small");
+  const rendered& at = rendered_router("birch-small");
   std::string all;
   for (const bundle& b : at.r.bundles)
     for (const sub_bundle& s : b.subs) all += s.encapsulation + "\n";
@@ -122,7 +122,7 @@ TEST(Keys, AreThoseOfTheTrimmedDomain) {
 }
 
 TEST(UntaggedRouter, HasKeyAndMacOfTheBundleItself) {
-  rendered at = rendered_router("birch-untagged");
+  const rendered& at = rendered_router("birch-untagged");
   std::size_t checked = 0;
   for (const node& n : at.r.nodes)
     for (unsigned npu = 0; family_of(n) == chip_family::older && npu < n.npus; ++npu)

@@ -25,7 +25,7 @@ std::size_t lines_of(const std::string& text) {
 
 class Rendered : public testing::TestWithParam<const char*> {
  protected:
-  rendered at_ = rendered_router(GetParam());
+  const rendered& at_ = rendered_router(GetParam());
   const router& r_ = at_.r;
 };
 
@@ -127,10 +127,10 @@ TEST_P(Rendered, NodeIdsAreReadable) {
 }
 
 TEST(RoutersInCharge, OneOfTwoActiveProcessorsTellsOfTheOther) {
-  rendered at = rendered_router("aspen-both-active");
+  const rendered& at = rendered_router("aspen-both-active");
   for (const char* name : {"0/RP0/CPU0", "0/RP1/CPU0"})
     EXPECT_EQ(findall("Node Id:(\\w+)", at.on(name, "board_api_probe")).size(), 2U) << name;
-  rendered alone = rendered_router("aspen-standby");
+  const rendered& alone = rendered_router("aspen-standby");
   EXPECT_EQ(findall("Node Id:(\\w+)", alone.on("0/RP0/CPU0", "board_api_probe")).size(), 1U);
 }
 
@@ -633,7 +633,7 @@ TEST_P(Rendered, EveryGlobalLifIsKnownToEveryOlderChip) {
 
 // The forms for which the odd router is there, as the audit's patterns meet them.
 TEST(OddForms, AreThere) {
-  rendered at = rendered_router("birch-odd-forms");
+  const rendered& at = rendered_router("birch-odd-forms");
   const node& card = *find_node(at.r, "0/0/CPU0");
   const node& newer = *find_node(at.r, "0/1/CPU0");
   const std::string listing = at.local("iface_show -i .*");

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <stdexcept>
 
@@ -90,21 +91,25 @@ std::string filtered(const std::string& text, const std::string& pipeline) {
   return run_shell("cat " + file.string() + " | " + pipeline).out;
 }
 
-const std::string& rendered::local(const std::string& command) {
+const std::string& rendered::local(const std::string& command) const {
   return lab::answer_to(c, lab::local_place, command);
 }
 
-const std::string& rendered::on(const std::string& node_name, const std::string& command) {
+const std::string& rendered::on(const std::string& node_name, const std::string& command) const {
   return lab::answer_to(c, lab::find_node(r, node_name)->address, command);
 }
 
-const std::string& rendered::chip(const std::string& command, unsigned npu, const lab::node& n) {
+const std::string& rendered::chip(const std::string& command, unsigned npu,
+                                  const lab::node& n) const {
   return local(lab::chip_command(command, npu, n));
 }
 
-rendered rendered_router(const std::string& name) {
+const rendered& rendered_router(const std::string& name) {
+  static std::map<std::string, rendered> all;
+  const auto known = all.find(name);
+  if (known != all.end()) return known->second;
   const lab::router r = lab::load_router(std::string{LAB_ROUTERS} + "/" + name + ".toml");
-  return {r, lab::render(r)};
+  return all.emplace(name, rendered{r, lab::render(r)}).first->second;
 }
 
 rendered rendered_text(const std::string& description) {

@@ -51,11 +51,12 @@ std::string read_text(const std::filesystem::path& file);
 struct rendered {
   lab::router r;
   lab::capture c;
-  const std::string& local(const std::string& command);
-  const std::string& on(const std::string& node_name, const std::string& command);
-  const std::string& chip(const std::string& command, unsigned npu, const lab::node& n);
+  const std::string& local(const std::string& command) const;
+  const std::string& on(const std::string& node_name, const std::string& command) const;
+  const std::string& chip(const std::string& command, unsigned npu, const lab::node& n) const;
 };
-rendered rendered_router(const std::string& name);
+// Rendered once for all tests of a process; lives as long as that.
+const rendered& rendered_router(const std::string& name);
 rendered rendered_text(const std::string& description);
 
 }  // namespace lab_test

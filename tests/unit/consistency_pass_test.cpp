@@ -344,7 +344,7 @@ TEST_F(pass_test, a_finding_of_a_member_waits_for_the_mark_of_delayed_delete) {
   enter_upper_layers();
   put(lagport(be12::older), {"members", "0", be12::older_mifh, "memid"}, "7");
   std::atomic<bool> found = false;
-  st().bundle_workers["BE12"].append(start_worker([this, &found] {
+  st().bundle_workers["BE12"].append(start_worker([&found] {
     while (!found) std::this_thread::yield();
     bundle().set("delPending", 1);
   }));
