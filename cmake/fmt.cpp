@@ -1,4 +1,4 @@
-// The part of {fmt} that is no template, compiled once for all of the project.
+// The parts of {fmt} that are not templates, compiled once for the whole project.
 #include <fmt/format-inl.h>
 
 #include <locale>
