@@ -12,8 +12,8 @@
 namespace command_line {
 namespace {
 
-// CLI11's own layout with wrapped lines and plain labels; a group that is empty leaves a second
-// blank line there.
+// CLI11's layout with wrapped lines and plain labels, without the second blank line that it prints
+// for an empty group.
 class layout : public CLI::Formatter {
  public:
   explicit layout(std::string usage_end) : usage_end_(std::move(usage_end)) {
@@ -94,7 +94,7 @@ struct given_words {
   const CLI::App* command;
 };
 
-// Of `--name=value` CLI11 takes an empty value for none, and lets some values pass for a flag.
+// In `--name=value`, CLI11 treats an empty value as missing and accepts some values for a flag.
 given_words with_values_apart(CLI::App& app, const std::vector<std::string>& arguments) {
   given_words given{{}, &app};
   CLI::App* command = &app;
@@ -128,7 +128,7 @@ std::string stray_word(const std::string& word, const char* kind) {
   return looks_like_option(word) ? unknown_option(word) : std::string(kind) + " \"" + word + '"';
 }
 
-// CLI11's own texts name neither the word that was given nor the cause in a user's words.
+// CLI11's own messages name neither the given word nor the cause in a user's words.
 usage_error cause_of(const CLI::App& app, const CLI::ParseError& error) {
   if (const auto stray = app.remaining(); !stray.empty()) {
     const bool has_commands = !app.get_subcommands({}).empty();

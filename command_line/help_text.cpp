@@ -30,7 +30,7 @@ std::string wrapped(const std::string& text, std::size_t margin) {
   return lines;
 }
 
-// A name that is too long for its column has a line of its own.
+// A name that is too long for its column gets a line of its own.
 std::string entry(const std::string& name, const std::string& text) {
   std::string head = "  " + name;
   if (head.size() + 2 <= names_width)

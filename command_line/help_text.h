@@ -6,10 +6,10 @@
 
 namespace command_line {
 
-// The text in lines, those after the first behind a margin. Line breaks in it stay.
+// Wraps a text into lines and indents those after the first. Keeps the text's line breaks.
 std::string wrapped(const std::string& text, std::size_t margin);
 
-// What an option, an operand or a command is called, and beside it what it does.
+// The name of an option, operand or command, and beside it its description.
 std::string entry(const std::string& name, const std::string& text);
 
 std::string with_single_blank_lines(std::string text);

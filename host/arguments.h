@@ -1,9 +1,9 @@
-// The host's command line, read into a struct, and what a returned audit means.
+// The host's command line as a struct, and the meaning of an audit's return value.
 //
 //     tessel-host --library /usr/lib/libtessel.so --node-id 0x1000
 //       -> {action run, library "/usr/lib/libtessel.so", node_id 4096}
 //
-// Nothing here loads, prints or exits, so that tests need no process.
+// Nothing here loads a library, prints or exits, so tests need no process.
 #pragma once
 
 #include <cstdint>
@@ -32,19 +32,20 @@ struct host_arguments {
   std::string help;  // the text, if that is the action
 };
 
-// What the host says and exits with where tessel_run came back.
+// The host's message and exit status after tessel_run returned.
 struct returned_run {
   std::string message;
   int status = 0;
 };
 
-// Reads the arguments after the program's name. `--name value` and `--name=value` are the same;
-// of an option given twice the last one counts. `--help` wins over `--version`, both over a run.
-// Throws `usage_error` for an unknown option, a missing value, a stray argument or a bad node id.
+// Reads the arguments after the program's name. `--name value` and `--name=value` are the same; if
+// an option is given twice, the last one counts. `--help` has priority over `--version`, and both
+// over a run. Throws `usage_error` for an unknown option, a missing value, a stray argument or a
+// bad node id.
 [[nodiscard]] host_arguments parse_arguments(std::span<const char* const> arguments);
 
-// Decimal digits, or hexadecimal ones behind 0x or 0X; none for any other text and for what
-// exceeds 32 bits. A leading zero does not make a number octal.
+// Reads decimal digits, or hexadecimal ones after 0x or 0X; returns nothing for any other text and
+// for a number above 32 bits. A leading zero does not make a number octal.
 [[nodiscard]] std::optional<std::uint32_t> read_node_id(std::string_view text);
 
 [[nodiscard]] returned_run describe_returned_run(std::int32_t result);

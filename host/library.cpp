@@ -34,7 +34,7 @@ Function resolve(void* handle, const std::string& library, const char* name) {
   void* symbol = dlsym(handle, name);
   if (symbol == nullptr) {
     throw library_error("library '" + library + "' has no entry point '" + name +
-                        "'; it is no Tessel Checker library, name another with --library FILE");
+                        "'; it is not a Tessel Checker library; name another with --library FILE");
   }
   return reinterpret_cast<Function>(symbol);
 }

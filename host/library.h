@@ -1,4 +1,4 @@
-// The shared object and its entry points, found by name.
+// The shared object and its entry points, which are looked up by name.
 #pragma once
 
 #include "arguments.h"
@@ -11,7 +11,7 @@
 
 namespace tessel_host {
 
-// One line: which library, what is wrong with it, what to do.
+// One line: the library, what is wrong with it, what to do.
 class library_error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
@@ -22,12 +22,12 @@ struct entry_points {
   decltype(&tessel_finalize) finalize = nullptr;
 };
 
-// The library to load: the one asked for, else libtessel.so beside the executable, else where an
-// installation has it, else that name alone, for the dynamic linker to look up.
+// The library to load: the requested one, else libtessel.so beside the executable, else the
+// installed one, else the plain name for the dynamic linker to look up.
 [[nodiscard]] std::string choose_library(const std::optional<std::string>& asked_for);
 
-// Loads the library for the rest of the process's life (workers of an audit may outlive it) and
-// resolves the entry points. Throws `library_error` if it cannot.
+// Loads the library until the process ends (an audit's workers may outlive the audit) and resolves
+// the entry points. Throws `library_error` if it cannot.
 [[nodiscard]] entry_points load_entry_points(const std::string& library);
 
 }  // namespace tessel_host

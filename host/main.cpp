@@ -25,7 +25,7 @@ int show(std::string_view text) {
              : complain("cannot write to standard output", status_output_failed);
 }
 
-// A completed audit ends the process from inside tessel_run; only the others come back.
+// A completed audit ends the process inside tessel_run; only an incomplete one returns.
 int audit(const host_arguments& arguments) {
   const auto library = load_entry_points(choose_library(arguments.library));
   library.init();

@@ -1,6 +1,6 @@
-// The audit started as a main program instead of being loaded by a host. It hands its first
-// argument to the driver as the text that it is, and the driver takes numbers only, so this always
-// ends in a failure; a router runs the audit through the library.
+// The audit as a main program instead of a library that a host loads. It passes its first argument
+// to the driver as text, but the driver takes only numbers, so it always fails; a router runs the
+// audit through the library.
 #include "base/failure.h"
 #include "base/value.h"
 #include "run/run_tessel.h"

@@ -312,9 +312,9 @@ TEST(host, shows_help_and_version_on_standard_output) {
   EXPECT_EQ(help.status, 0);
   EXPECT_EQ(help.out, parse({"--help"}).help);
   EXPECT_EQ(run_shell(host + " -h").out, help.out);
-  for (const char* told : {"Usage: tessel-host [OPTIONS]\n", "--library FILE", "--node-id N",
+  for (const char* text : {"Usage: tessel-host [OPTIONS]\n", "--library FILE", "--node-id N",
                            "--help", "--version", "Exit status:\n"}) {
-    EXPECT_NE(help.out.find(told), std::string::npos) << told;
+    EXPECT_NE(help.out.find(text), std::string::npos) << text;
   }
   for (const int status : {0, 1, 2, status_usage, status_library_unavailable, status_output_failed})
     EXPECT_NE(help.out.find("\n  " + std::to_string(status) + " "), std::string::npos) << status;
