@@ -11,12 +11,12 @@
 namespace lab {
 namespace {
 
-// A LAG has one port number on all cores of a chip.
+// A LAG has the same port number on all cores of a chip.
 unsigned lag_port(const bundle& b) {
   return 256 + b.lag;
 }
 
-// The chip knows MTUs by profile: one for each MTU that a bundle of the router has.
+// The chip stores MTUs as profiles: one for each MTU of the router's bundles.
 std::map<std::string, unsigned> profiles_of(const chip_unit& u) {
   std::set<std::string> mtus;
   for (const bundle& b : u.r.bundles) {
@@ -72,7 +72,7 @@ void show_lag_row(std::string& text, const std::string& head, const std::string&
   text += fmt::format("{} {:<6} | {:<11} | {:<5} |\n", head, mode, port, state);
 }
 
-// A LAG's first row has its numbers, the rows of further members leave those cells empty.
+// The first row of a LAG has its numbers; the rows of further members leave these cells empty.
 std::string lag_members(const chip_unit& u) {
   constexpr std::uint32_t first_global_port = 0xc000000;
   const std::string further = "|       |      |       |      |";
@@ -151,7 +151,7 @@ std::string lag_profiles(const chip_unit& u) {
   return text;
 }
 
-// Ten entries of the map, one for each kind of frame, belong to a profile.
+// A profile has ten entries in the map, one for each kind of frame.
 std::string profile_mtus(const chip_unit& u) {
   constexpr unsigned kinds = 10;
   std::string text;

@@ -15,7 +15,7 @@ struct local_port {
   const member* m;
 };
 
-// The chip's own ports of bundles, by core and row.
+// The chip's bundle ports, by core and row.
 using port_table = std::map<std::pair<unsigned, unsigned>, local_port>;
 
 port_table ports_of(const chip_unit& u) {
@@ -26,7 +26,7 @@ port_table ports_of(const chip_unit& u) {
   return ports;
 }
 
-// Tables go on for some rows behind the last port.
+// Tables continue for some rows after the last port.
 unsigned rows_of(const port_table& ports) {
   unsigned last = 15;
   for (const auto& [key, port] : ports) last = std::max(last, key.second);
@@ -59,7 +59,7 @@ void show_sem_row(std::string& text, unsigned row, const std::string& key,
   text += fmt::format("  {:>5} | Key=0x{:0>16} Payload=0x{:0>8}\n", row, key, payload);
 }
 
-// What the chip's table gives for a key: the local LIF.
+// The local LIF that the chip's table has for a key.
 std::string payload_of(const chip_unit& u, const std::string& object, std::uint32_t local_lif) {
   return u.instead("chip.sem", object).value_or(fmt::format("{:x}", local_lif));
 }
@@ -93,7 +93,7 @@ void show_lag_member(std::string& text, unsigned id, std::uint32_t global_port, 
   text += fmt::format("  {:>9} | 0x{:08x} | {}\n", id, global_port, active);
 }
 
-// A slot that no port holds; without the audit's filter it would read as a member.
+// An empty slot; without the audit's filter it would read as a member.
 void show_free_slot(std::string& text) {
   text += "        255 | 0xbffffff | N\n\n";
 }
@@ -138,7 +138,7 @@ std::string vsi_rows(const chip_unit& u) {
   for (unsigned core = 0; core < u.n.cores; ++core) {
     show_vsi_row(text, core, 0, "0");
     for (const bundle& b : u.r.bundles) {
-      // The chip keeps more of the MAC than the ten bits that the layers above can be held to.
+      // The chip holds more of the MAC than the ten bits that can be compared with other layers.
       const std::string mac = fmt::format("{:#x}", 0x5400U | low_mac_bits(b.mac));
       const std::string held = u.instead("chip.mac", name_of(b)).value_or(mac);
       if (!b.l2 && held != absent) show_vsi_row(text, core, b.rif, held);

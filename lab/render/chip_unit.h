@@ -1,4 +1,4 @@
-// One chip of a node, as the chip renderers ask the model about it.
+// One chip of a node, for the chip renderers.
 #pragma once
 
 #include <optional>
@@ -27,7 +27,7 @@ struct chip_unit {
 // Every chip of the family, node by node.
 std::vector<chip_unit> chips_of(const router& r, chip_family family);
 
-// What the chip answers to a command of its shell.
+// Sets the chip's answer to a command of its shell.
 void answer_chip(capture& c, const chip_unit& u, const char* command, std::string text);
 
 }  // namespace lab

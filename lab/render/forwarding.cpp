@@ -7,9 +7,9 @@
 namespace lab {
 namespace {
 
-// Each object type is cut at its element line, and the audit's filter of a type keeps every line
-// with certain words: headings and element lines must not bring such a word in front of the first
-// element. "Forwarding objects" holds none of them.
+// The audit cuts each object type at its element line, and its filter of a type keeps every line
+// with certain words: no heading before the first element may contain such a word. "Forwarding
+// objects" contains none.
 std::string heading(const node& n) {
   return fmt::format("Forwarding objects, node {}\n------------------------\n", n.name);
 }
@@ -54,7 +54,7 @@ void show_slot(const router& r, const member& m, const node& n, std::string& tex
   if (weight != absent) text += fmt::format("  {}:uint16_t weight => {}\n", slot, weight);
 }
 
-// Slots of members on other nodes stay without a value here, and so does the next free one.
+// Slots of members on other nodes have no value here, nor has the next free one.
 void show_slots(const router& r, const bundle& b, const node& n, std::string& text) {
   const auto local = members_on(r, b, n);
   for (const member& m : b.members) {
@@ -110,7 +110,7 @@ std::string lagports(const router& r, const node& n) {
   for (const bundle& b : r.bundles) {
     if (!is_absent(r, "dpa.object", name_of(b), n.name))
       show_lagport(r, {name_of(b), b.handle, b.lag}, n, &b, count++, text);
-    // Without hierarchical QoS a sub-bundle has no LAG and no such object.
+    // Without hierarchical QoS a sub-bundle has no LAG, and so no such object.
     for (const sub_bundle& s : b.subs)
       if (r.hqos && !is_absent(r, "dpa.object", name_of(s), n.name))
         show_lagport(r, {name_of(s), s.handle, s.lag}, n, nullptr, count++, text);
@@ -164,7 +164,7 @@ void show_l2port(const router& r, const bundle& b, const node& n, std::size_t nu
   text += "  uint32_t vrf_id => not set\n  uint8_t trust => 1\n";
 }
 
-// What a port has that is in no bundle: an interface of its own.
+// A port outside all bundles has an interface of its own.
 constexpr std::uint32_t first_own_rif = 0x7f00;
 
 void show_own_l2port(const node& n, std::size_t number, std::string& text) {

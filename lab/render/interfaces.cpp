@@ -36,8 +36,8 @@ std::string management_port(const router& r) {
 
 std::string interface_listing(const router& r) {
   std::string text;
-  // A console line has no MTU; the next one that is told is that of a bundle, which nobody looks
-  // up.
+  // The console has no MTU; the next MTU in the listing is a bundle's, which the audit does not
+  // read.
   list_state(text, "Async0", "up");
   text += "  Hardware is Async console line\n\n";
   for (const bundle& b : r.bundles) {
@@ -160,7 +160,7 @@ void configure_ports(const router& r, std::string& text) {
           free_port(r, n));
 }
 
-// Other protocols name bundles as well, on lines of their own stanzas.
+// Other protocols also name bundles, in lines of their own stanzas.
 void configure_protocols(const router& r, std::string& text) {
   text += "route-policy pass-all\n  pass\nend-policy\n!\n";
   text += "router isis core\n net 49.0001.0102.5500.0001.00\n";

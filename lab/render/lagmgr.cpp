@@ -44,7 +44,7 @@ std::string database(const router& r) {
 
 // The agents' view ------------------------------------------------------------------------------
 
-// The agents name a route processor without its processor: "0/RP0/0" for "0/RP0/CPU0".
+// The agents shorten the name of a route processor: "0/RP0/0" for "0/RP0/CPU0".
 std::string agent_name(const node& n) {
   if (n.name.starts_with("0/RP")) return n.name.substr(0, n.name.rfind('/')) + "/0";
   return n.name;
@@ -90,7 +90,7 @@ std::string agents(const router& r) {
     text += fmt::format("Bundle-Ether{}\n", b.number);
     text += "  Node           LAG ID   Global port NPU mask\n";
     text += "  --------------------------------------------\n";
-    // A standby agent is told nothing until it takes over.
+    // A standby agent learns nothing until it takes over.
     for (const node& n : r.nodes)
       if (n.state != "STANDBY") show_agent_row(r, b, n, text);
     for (const node& n : r.nodes)
@@ -137,7 +137,7 @@ std::string failing_health(const router& r) {
   return text;
 }
 
-// Two tables, information of both forms, and several bundles in one line.
+// Two tables, both forms of information, and several bundles in one line.
 std::string mixed_health(const router& r) {
   std::string text = informing_health(r);
   text += "INFO: the hash check was left out, it is switched off\n\n";

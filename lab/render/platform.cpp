@@ -32,7 +32,7 @@ std::string inventory(const router& r) {
   return text;
 }
 
-// "0/3/CPU0" -> "0/3": where a unit sits, without the processor that drives it.
+// "0/3/CPU0" -> "0/3": the place of a unit, without its processor.
 std::string seat_of(const node& n) {
   return n.name.substr(0, n.name.rfind('/'));
 }
@@ -42,7 +42,7 @@ std::string unit_list(const router& r) {
   for (const node& n : r.nodes) {
     if (n.chip.empty() || !n.in_unit_list) continue;
     text += fmt::format("\nNode ID: {}\n", n.name);
-    // Cards with seats for port modules are told as such first.
+    // A card with slots for port modules has a line for that first.
     if (n.card.find("-MOD") != std::string::npos) text += "Card with port modules\n";
     for (unsigned npu = 0; npu < n.npus; ++npu) {
       text += fmt::format("Unit {} chip {}_A0 (current)\n", npu, n.chip);
@@ -53,7 +53,7 @@ std::string unit_list(const router& r) {
   return text;
 }
 
-// The converter puts the kind of location into the byte above the id; that of a fir counts in tens.
+// The converter puts the kind of location into the byte above the id; on a fir it counts in tens.
 std::string converted_id(const router& r, const node& n) {
   const unsigned id = 0x1000000U | n.id;
   return r.type == "fir" ? fmt::format("{}\n", id) : fmt::format("{:#x}\n", id);
@@ -65,7 +65,7 @@ const node* active_peer(const router& r, const node& n) {
   return nullptr;
 }
 
-// A route processor that is not alone in charge tells of the other one as well.
+// A route processor that shares its role also reports the other one.
 std::string board_probe(const router& r, const node& n) {
   std::string text = fmt::format(
       "Board API probe\n"
@@ -80,7 +80,7 @@ std::string board_probe(const router& r, const node& n) {
   return text;
 }
 
-// What the chip shell says where there is no chip.
+// The answer of the chip shell on a node without a chip.
 void render_chipless(const node& n, capture& c) {
   for (const char* command :
        {"d IHP_VTT_IN_PP_PORT_CONFIG", "diag dbal dbd 3", "diag dbal dbd 4", "diag lag",
@@ -107,8 +107,8 @@ std::string voq_usage(const router& r) {
 
 void render_platform(const router& r, capture& c) {
   answer(c, local_place, "sw_version_show", version_banner(r));
-  // A single node has no other to list. An aspen asks its boards for their ids, every other router
-  // the converter: each has the one tool and not the other.
+  // A single node has no other to list. An aspen gets node ids from its boards, every other router
+  // from the converter: each has only one of the two tools.
   if (!is_single_node(r.type)) answer(c, local_place, "plat_nodes_show -v", inventory(r));
   answer(c, local_place, "asic_shell_show -c \"show unit\" -u all -n A", unit_list(r));
   answer(c, local_place, "qos_voq_show -v x -i 0x10 -n A -t n -p 0x0", voq_usage(r));

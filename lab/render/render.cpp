@@ -7,8 +7,8 @@
 namespace lab {
 namespace {
 
-// What is left of a domain's hexadecimal form when zeros and the "x" are trimmed from both ends:
-// the chip's keys hold the domain in this form.
+// A domain's hexadecimal form with zeros and the "x" trimmed from both ends: the form of the domain
+// in the chip's keys.
 std::string trimmed_domain(unsigned domain) {
   const std::string text = fmt::format("{:x}", domain);
   const std::size_t first = text.find_first_not_of('0');
@@ -41,7 +41,7 @@ std::string lif_heading(const known_lif& lif) {
   return fmt::format("Ingress LIF 0x{:04x} (global)\n", lif.glif & 0xffff);
 }
 
-// `held` and `vsi` are what a chip has for the LIF, as texts.
+// `held` and `vsi` are the chip's values for the LIF, as texts.
 std::string lif_answer(const known_lif& lif, const std::string& held, const std::string& vsi) {
   std::string text = lif_heading(lif);
   if (held == absent) return text + "  no such global LIF\n";
@@ -56,7 +56,7 @@ std::string healthy_lif_answer(const known_lif& lif) {
   return lif_answer(lif, fmt::format("{:#x}", lif.local_lif), std::to_string(lif.vsi));
 }
 
-// Most routers have no chip that differs; the walk over all chips and LIFs is for those that have.
+// On most routers no chip differs; only the others need the walk over all chips and LIFs.
 void render_differing_lifs(const router& r, const std::vector<known_lif>& lifs, capture& c) {
   if (std::none_of(r.overrides.begin(), r.overrides.end(), [](const override_rule& rule) {
         return rule.field == "chip.glif" || rule.field == "chip.vsi";
@@ -88,7 +88,7 @@ sem_key key_of(const bundle& b, const sub_bundle& s) {
   const std::vector<unsigned> tags = tags_of(s.encapsulation);
   const std::string domain = trimmed_domain(b.vlan_domain);
   if (tags.size() == 1) return {fmt::format("{}{:03x}", domain, tags[0]), false};
-  // The outer tag stands in front, moved up by the bit that tells its kind.
+  // The outer tag comes first, shifted by the bit that gives its kind.
   if (tags.size() == 2) return {fmt::format("{:03x}{}{:03x}", tags[0] * 2, domain, tags[0]), true};
   return {};
 }
@@ -98,7 +98,7 @@ sem_key untagged_key_of(const bundle& b) {
 }
 
 void render_lif_queries(const router& r, capture& c) {
-  // Of a Jericho2 nobody asks for a LIF.
+  // Nobody asks a Jericho2 for a LIF.
   if (std::none_of(r.nodes.begin(), r.nodes.end(),
                    [](const node& n) { return family_of(n) == chip_family::older; }))
     return;

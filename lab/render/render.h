@@ -1,6 +1,6 @@
-// From the model to the text of every tool. Each function adds the whole outputs of one family of
-// tools to a capture, as the tools themselves print them: with headings, with fields that have no
-// value, with rows that the audit's own filters drop.
+// Renders the output of every tool from the model. Each function adds the complete outputs of one
+// family of tools to a capture, as the tools print them: with headings, fields without a value, and
+// rows that the audit's filters drop.
 #pragma once
 
 #include <string>
@@ -17,17 +17,17 @@ void render_forwarding(const router& r, capture& c);  // forwarding objects of e
 void render_older_chips(const router& r, capture& c);
 void render_jericho2_chips(const router& r, capture& c);
 
-// The whole capture. The faults that the router lists are not planted: see render in
+// The whole capture. Does not plant the faults that the router lists: see render in
 // lab/faults/render_faulty.h.
 capture render_answers(const router& r);
 
-// A chip command of one NPU, as the platform is asked for it.
+// The command line of a chip command for one NPU.
 std::string chip_command(const std::string& command, unsigned npu, const node& n);
-// The same under the name that stands for every chip without an answer of its own.
+// The same under the name that serves every chip without its own answer.
 std::string chip_command_of_all(const std::string& command);
 
-// The key under which the chip keeps a sub-bundle, empty if its encapsulation gives none; and
-// whether it stands in the second table, the one of double-tagged frames.
+// The chip's key of a sub-bundle, empty if its encapsulation gives none; and whether it is in the
+// second table, that of double-tagged frames.
 struct sem_key {
   std::string digits;
   bool double_tagged = false;
@@ -35,8 +35,8 @@ struct sem_key {
 sem_key key_of(const bundle& b, const sub_bundle& s);
 sem_key untagged_key_of(const bundle& b);
 
-// Adds the answers to "diag pp lif" for every global LIF: one for all chips, which hold a LIF
-// alike, and one for each NPU that is made to differ.
+// Adds the answers to "diag pp lif" for every global LIF: one for all chips, and one for each NPU
+// that an override makes differ.
 void render_lif_queries(const router& r, capture& c);
 
 }  // namespace lab
