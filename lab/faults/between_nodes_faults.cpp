@@ -1,5 +1,5 @@
-// Values that differ between nodes. The first node sets what is expected, so a finding may name
-// either.
+// Values that differ between nodes. The first node sets the expectation, so a finding may name
+// either node.
 #include <fmt/format.h>
 
 #include "lab/faults/sites.h"
@@ -7,14 +7,14 @@
 namespace lab {
 namespace {
 
-// Of two nodes that report a value each, the one that is compared first sets what is expected: the
-// finding, and what follows from it, may name the other one.
+// If two nodes report a value each, the one that is compared first sets the expectation: the
+// finding and its consequences may name the other one.
 bool on_several_nodes(const site& s) {
   return std::any_of(s.b->members.begin(), s.b->members.end(),
                      [&](const member& other) { return other.node != s.m->node; });
 }
 
-// Two nodes are compared: what happens on either may hide the finding.
+// The audit compares two nodes: a fault on either may hide the finding.
 bool is_of_every_node(planted_fault& p) {
   p.node.clear();
   return true;
@@ -26,8 +26,8 @@ bool plant_pd_lag(router& r, planted_fault& p) {
          is_of_every_node(p);
 }
 
-// Where the standby route processor serves the same ports, without an agent. The first of the two
-// sets what is expected.
+// For routers whose standby route processor serves the same ports, without an agent. The first of
+// the two sets the expectation.
 bool hold_id_beside_standby(router& r, planted_fault& p, bool standby_is_first) {
   const auto shares = [&](const node& n) {
     return n.state == "STANDBY" && port_owner(r, n) != n.name;

@@ -1,4 +1,4 @@
-// Faults of the chips' LAGs, their members and MTUs, with which the layers above are compared.
+// Faults of the chips' LAGs, members and MTUs, which the audit compares with the layers above.
 #include <fmt/format.h>
 
 #include "lab/faults/sites.h"
@@ -7,8 +7,8 @@ namespace lab {
 namespace {
 
 bool plant_chip_lag(router& r, planted_fault& p) {
-  // Where the bundle has no member the missing LAG has no other effect. Where the audit looks chips
-  // up by slot, it finds none for a listed route processor.
+  // On a chip without members of the bundle, a missing LAG has no other effect. If the audit looks
+  // chips up by slot, it finds none for a listed route processor.
   const bool by_slot = r.type == "birch" || r.type == "fir";
   const auto is_read = [&](const node& n) {
     return is_examined(n) && !(by_slot && n.kind == "RP" && n.in_unit_list);
@@ -86,7 +86,7 @@ bool plant_lag_port(router& r, planted_fault& p) {
   return true;
 }
 
-// If its chips give the ports a profile, the audit of an aspen fails over it.
+// The audit of an aspen fails if its chips give the ports an MTU profile.
 bool plant_lag_mtu(router& r, planted_fault& p) {
   const site s =
       find_site(r, p, [](const site& one) { return has_chip(one) && !on_older_chip(one); });

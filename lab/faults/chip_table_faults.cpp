@@ -1,4 +1,4 @@
-// Faults of the chip tables that forward: VLAN domains, exact match, LIFs, router interfaces.
+// Faults of the chips' forwarding tables: VLAN domains, exact match, LIFs, router interfaces.
 #include <fmt/format.h>
 
 #include "lab/faults/sites.h"
@@ -52,7 +52,7 @@ bool plant_sem_garbage(router& r, planted_fault& p) {
 
 // Router interfaces -----------------------------------------------------------------------------
 
-// The audit asks the VSI table only for layer 3 bundles with an untagged sub-bundle.
+// The audit reads the VSI table only for layer 3 bundles with an untagged sub-bundle.
 bool verified_mac(const site& s) {
   return !s.b->l2 && has_untagged(*s.b) && has_chip(s);
 }

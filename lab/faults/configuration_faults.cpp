@@ -4,7 +4,7 @@
 namespace lab {
 namespace {
 
-// Stands in for a node: these faults belong to the text, not to a bundle or node.
+// Used in place of a node: these faults belong to the text, not to a bundle or node.
 constexpr const char* in_configuration = "configuration";
 
 bool edit_no_banner(capture& c, const router&, planted_fault& p) {
@@ -79,7 +79,7 @@ bool plant_untagged(router& r, planted_fault& p) {
   return true;
 }
 
-// On older chips, where the key of a sub-bundle without a tag looks like its VLAN domain.
+// On older chips, where the key of an untagged sub-bundle looks like its VLAN domain.
 bool plant_no_key(router& r, planted_fault& p) {
   sub_bundle* sub = choose_sub(r, p, [](const sub_bundle& one) { return one.l2; });
   if (sub == nullptr) return false;
@@ -112,7 +112,7 @@ constexpr fault table[] = {
      .finding = "PARSE-ERROR: Not able to find the start of the running config",
      .at = checkpoint::configuration,
      .shown = phase::collecting,
-     .hides = reach::node,  // without a start the audit does not look for the end
+     .hides = reach::node,  // without the start the audit does not look for the end
      .counted = false,
      .edit = edit_no_banner},
     {.name = "config-no-end",

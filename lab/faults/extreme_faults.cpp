@@ -1,5 +1,4 @@
-// A running configuration that no operator writes: numbers, counts and lines beyond all bounds, and
-// bytes that are not text.
+// Extreme running configurations: excessive numbers, counts and lines, and bytes that are not text.
 #include <fmt/format.h>
 
 #include "lab/faults/sites.h"
@@ -17,8 +16,9 @@ bool edit_many_bundles(capture& c, const router&, planted_fault&) {
   return replace_once(configuration(c), "interface Loopback0\n", bundles + "interface Loopback0\n");
 }
 
-// Without hierarchical QoS, where each kind has a limit of its own. Neither numbers nor tags are
-// those of other sub-bundles: the chip would find the entry of one under the key of another.
+// Without hierarchical QoS, where each kind has a limit of its own. Numbers and tags differ from
+// those of other sub-bundles: otherwise the chip would find the entry of one under the key of
+// another.
 bool plant_many_subs(router& r, planted_fault& p, const sub_bundle& first, unsigned count) {
   const site s = find_site(r, p, [&](const site& one) { return first.l2 || !one.b->l2; });
   if (!s || r.hqos) return false;

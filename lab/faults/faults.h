@@ -1,12 +1,13 @@
 // Faults that can be planted into a router: each has a name, a description, the finding that the
-// audit must raise and what else it keeps the audit from finding. Most are overrides of the model,
-// chosen so that one layer on one node is wrong and the finding is the same whatever the order of
-// the audit's threads; the others edit the rendered outputs or what the audit may write.
+// audit must raise, and a reach within which it may hide other findings. Most are overrides of the
+// model, chosen so that one layer on one node is wrong and the finding does not depend on the order
+// of the audit's threads. The others edit the rendered outputs or restrict what the audit may
+// write.
 //
 //     router r = load_router("birch-small");
 //     r.faults = {parse_fault("sem-missing"), parse_fault("dpa-mac@3")};  // @3: its fourth place
-//     capture c = render(r);                                 // what the router's tools print
-//     std::vector<expectation> all = expected_findings(r);   // what the audit must report
+//     capture c = render(r);                                 // the output of the router's tools
+//     std::vector<expectation> all = expected_findings(r);   // the required findings
 //
 // The catalogue is a constant table in each lab/faults/*_faults.cpp, by what a fault harms. A new
 // row needs three decisions; docs/LAB.md ("Add a fault") goes through them with an example:
@@ -14,10 +15,10 @@
 // - `at`: which check of the audit raises the finding? Find the message in src/, and take the
 //   checkpoint whose comment names that check. A fault without a finding stands where the audit
 //   would notice it.
-// - `hides`: what does the audit skip, or see wrongly, after that check? Read on in src/ from the
+// - `hides`: what does the audit skip, or misread, after that check? Read on in src/ from the
 //   message: a check that returns ERROR ends the walk of its object (`object`), of the bundle on
 //   that node (`bundle`), and so on. What is checked before `at` is never hidden.
-// - `stops_from`: does the run, or a phase of it, end there? Then nothing of that phase shows.
+// - `stops_from`: does the run, or a phase of it, end there? Then no finding of that phase shows.
 #pragma once
 
 #include <span>
@@ -30,15 +31,15 @@
 
 namespace lab {
 
-// What an audit goes through, in its order. `none` stands behind all of them.
+// The phases of an audit, in order. `none` comes after all of them.
 enum class phase { start, collecting, parsing, consistency, programming, stale, health, none };
 
 // The checks of the audit, in the order of its walk from the platform down to the chips' tables. A
-// fault hides what its checkpoint or a later one would show, never an earlier one.
+// fault hides findings of its checkpoint and of later ones, never of earlier ones.
 enum class checkpoint {
   // Start, collection and parsing.
   chip_units,     // check_asic_support: the list of chip units
-  groundwork,     // what all checks need: router type, node ids, a node's answers, log files
+  groundwork,     // the basis of all checks: router type, node ids, a node's answers, log files
   inventory,      // get_list_of_vms: the list of nodes
   configuration,  // parse_data: banner, end and stanzas of the running configuration
   pi_table,       // parse_bundle_info_PI: the bundle manager's table as a whole
@@ -85,10 +86,10 @@ enum class checkpoint {
 
   stale,           // check_stale_entries
   health_report,   // check_bundle_health: the report as a whole
-  health_bundles,  // check_bundle_health: what the report names
+  health_bundles,  // check_bundle_health: the bundles in the report
 };
 
-// The phase in which the findings of a checkpoint show, but for those that say otherwise.
+// The phase in which the findings of a checkpoint show, unless a fault says otherwise.
 constexpr phase phase_of(checkpoint at) {
   if (at >= checkpoint::health_report) return phase::health;
   if (at >= checkpoint::stale) return phase::stale;
@@ -97,7 +98,7 @@ constexpr phase phase_of(checkpoint at) {
   return at == checkpoint::configuration ? phase::parsing : phase::collecting;
 }
 
-// How far around its place a fault keeps the audit from looking.
+// How far around its place a fault hides other findings.
 enum class reach {
   nothing,
   object,             // the same object: its bundle on that node, or its member or sub-bundle
@@ -107,26 +108,26 @@ enum class reach {
   router,             // everything
 };
 
-// A line that a fault's finding brings with it.
+// A line that comes with a fault's finding.
 struct by_product {
   std::string_view finding{};
   checkpoint at = checkpoint::groundwork;
   phase shown = phase_of(at);
 };
 
-// "tool-empty=lagmgr_health" is a row of its own for what one argument does; it is planted as the
-// fault that takes the argument.
+// "tool-empty=lagmgr_health" is a row for the effect of one argument; it is planted as the fault
+// that takes the argument.
 struct fault {
   std::string_view name;
   std::string_view description;
   // The line that a log or the console must show, as docs/FINDINGS.md writes it: {} stands for any
   // text, {object}, {bundle} and {node} for the place. Empty if the audit must not find the fault.
   std::string_view finding{};
-  // What must show as well; more hides it, as it may be about any object around the place. Rows
-  // without a finding are unused: see `lines_beside`.
+  // Lines that must also show. More faults hide these, as they may be about any object around the
+  // place. Rows without a finding are unused: see `lines_beside`.
   by_product also[2]{};
 
-  // Where the finding shows, and what the fault hides of others: see `hidden_by`.
+  // Where the finding shows, and which findings of other faults it hides: see `hidden_by`.
   checkpoint at = checkpoint::groundwork;
   phase shown = phase_of(at);
   reach hides = reach::object;                      // from `at` on, this far around the place
@@ -135,16 +136,16 @@ struct fault {
   phase stops_from = phase::none;  // the first phase that no finding of another fault survives in
   phase stops_to = phase::health;  // and the last
 
-  // Changes the model; returns false if the router has nothing to plant it into. May be null.
+  // Changes the model; returns false if the router has no place for the fault. May be null.
   bool (*plant)(router& r, planted_fault& p) = nullptr;
   // Changes the rendered outputs; returns false likewise. May be null.
   bool (*edit)(capture& c, const router& r, planted_fault& p) = nullptr;
   bool takes_argument = false;
-  // The fault whose rows say what the arguments do; empty: it has its own.
+  // The fault whose rows describe the arguments; empty if it has its own.
   std::string_view argued_like{};
 };
 
-// What a run must show beside the finding. The rows live as long as `f`.
+// The lines that a run must show beside the finding. The rows live as long as `f`.
 std::span<const by_product> lines_beside(const fault& f);
 
 const std::vector<fault>& fault_catalogue();
@@ -153,10 +154,10 @@ const std::vector<fault>& fault_catalogue();
 // an unknown name, a place that is not a number, an argument that the fault does not take.
 planted_fault parse_fault(const std::string& text);
 
-// Plants the model's faults and notes their places. Throws `lab_error` that names the fault that
-// does not apply.
+// Plants the model's faults and notes their places. Throws `lab_error` that names a fault that does
+// not apply.
 void plant_faults(router& r);
-// Does the same for those that edit rendered outputs.
+// Does the same for faults that edit rendered outputs.
 void edit_for_faults(router& r, capture& c);
 
 // True if the fault can be planted into the router.
@@ -165,19 +166,19 @@ bool applies(const router& r, std::string_view name);
 // Why an audit need not report `b` beside `a`, empty if it must. There are four rules:
 // - a fault that stops phases hides what would have shown in them;
 // - a fault that is counted hides stale entries, which only a clean run looks for;
-// - of two faults that change the same value, each hides the other, and so does one that takes the
-//   object of the other's value away;
-// - a fault hides what its checkpoint or a later one, down to `deepest`, would show around its
+// - of two faults that change the same value, each hides the other, and so does one that removes
+//   the object of the other's value;
+// - a fault hides the findings of its checkpoint and of later ones, down to `deepest`, around its
 //   place, as far as `hides` reaches.
 std::string hidden_by(const planted_fault& a, const planted_fault& b);
 
 struct expectation {
-  std::string name;       // the fault, as it was asked for
+  std::string name;       // the fault, as the user gave it
   std::string finding{};  // with its place filled in; {} stands for any text. Empty: none
   std::string hidden{};   // why it may be missing; empty: it must show
 };
 
-// What the audit of the router must report. Throws `lab_error` as rendering does.
+// The findings that the audit of the router must report. Throws `lab_error` as rendering does.
 std::vector<expectation> expected_findings(const router& r);
 
 }  // namespace lab

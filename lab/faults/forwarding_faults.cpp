@@ -18,7 +18,7 @@ bool shares_npu(const site& s) {
 }
 
 bool plant_dpa_lag(router& r, planted_fault& p) {
-  // The agent of the same node has set the expectation by the time that this object is compared.
+  // The agent of the same node sets the expectation before this object is compared.
   const site s = find_site(r, p, anywhere);
   return s && hold_of_bundle(r, p, s, "dpa.lag", other_lag(*s.b));
 }
@@ -40,8 +40,8 @@ bool plant_dpa_object(router& r, planted_fault& p) {
   return hold_without_members(r, p, "dpa.object");
 }
 
-// What a node's objects hold of a sub-bundle. Needs hierarchical QoS: without it the audit does not
-// compare sub-bundles.
+// The values of a sub-bundle in a node's objects. Needs hierarchical QoS: without it the audit does
+// not compare sub-bundles.
 bool hold_of_compared_sub(router& r, planted_fault& p, const char* field, std::string value) {
   const site s = find_site(r, p, [](const site& one) { return !one.b->subs.empty(); });
   if (!s || !r.hqos) return false;
@@ -94,12 +94,12 @@ bool plant_dpa_mac(router& r, planted_fault& p) {
 }
 
 bool plant_dpa_l3_rif(router& r, planted_fault& p) {
-  // The l2port object, which the same check reads first, has set the expectation by then.
+  // The l2port object, which the same check reads first, sets the expectation.
   const site s = find_site(r, p, is_l3);
   return s && hold_of_bundle(r, p, s, "dpa.l3-rif", fmt::format("{:#x}", s.b->rif + 0x100));
 }
 
-// The same number in another notation; the audit compares text.
+// The same number in another notation; the audit compares texts.
 bool plant_dpa_rif_zeros(router& r, planted_fault& p) {
   const site s = find_site(r, p, is_l3);
   return s && hold_of_bundle(r, p, s, "dpa.l3-rif", fmt::format("0x{:08x}", s.b->rif));

@@ -9,7 +9,7 @@
 namespace lab {
 namespace {
 
-// A port that no bundle has, on the node of a member.
+// A port that belongs to no bundle, on the node of a member.
 std::string foreign_port(const member& m) {
   return m.port.substr(0, m.port.find('/')) + "/" + "0/0/60";
 }
@@ -22,7 +22,7 @@ bool hold_foreign_port(router& r, planted_fault& p, const char* field, const sit
   return true;
 }
 
-// Not in a bundle that another fault leaves without members: it would have one again.
+// Not in a bundle that another fault leaves without members: this would give it one again.
 bool plant_stale_pi(router& r, planted_fault& p) {
   const auto whole = [&](const site& s) {
     return !is_absent(r, "pi.member", port_tail(s.m->port));
@@ -61,8 +61,8 @@ bool plant_health_mixed(router& r, planted_fault&) {
   return true;
 }
 
-// What a large router prints: the filter drops the lines between these empty ones, and a line names
-// all bundles.
+// The output of a large router: the filter drops the lines between these empty ones, and one line
+// names all bundles.
 bool edit_health_line(capture& c, const router&, planted_fault&) {
   constexpr std::size_t empty_lines = 3000;
   constexpr int bundles = 600;

@@ -20,7 +20,7 @@ bool edit_full_log(capture& c, const router&, planted_fault& p) {
   return true;
 }
 
-// True if `size` is what the argument says, a number above 0, or what it was if there is none.
+// Sets `size` to the argument, if there is one. False unless it is a number above 0.
 bool take_size(std::uint64_t& size, const planted_fault& p) {
   if (p.argument.empty()) return true;
   const char* end = p.argument.data() + p.argument.size();

@@ -1,4 +1,4 @@
-// Faults of the bundle manager, of the interface manager beside it, and of its agents on the nodes.
+// Faults of the bundle manager, of the interface manager, and of the bundle manager's agents.
 #include "lab/faults/sites.h"
 
 namespace lab {
@@ -6,7 +6,7 @@ namespace {
 
 // Bundle manager and interface manager ----------------------------------------------------------
 
-// One process holds this for the whole router: the place has no node.
+// One process manages the whole router: the place has no node.
 bool hold_centrally(router& r, planted_fault& p, const char* field, std::string value) {
   if (r.bundles.empty()) return false;
   note_place(p, {&placed(r.bundles, p), nullptr, nullptr}, name_of(placed(r.bundles, p)));

@@ -41,7 +41,7 @@ bool plant_unknown_asic(router& r, planted_fault& p) {
   return true;
 }
 
-// A standby route processor of an aspen that shares the ports of the active one.
+// The standby route processor of an aspen, which shares the ports of the active one.
 node* standby_processor(router& r, planted_fault& p) {
   if (r.type != "aspen") return nullptr;
   for (node& n : r.nodes)
@@ -135,7 +135,7 @@ bool edit_inventory(capture& c, const router& r, planted_fault&) {
   return true;
 }
 
-// The audit asks the boards of an aspen, and the converter on every other router.
+// The audit asks the boards of an aspen, but the converter on every other router.
 bool edit_node_id(capture& c, const router& r, planted_fault&) {
   if (r.type == "aspen") return false;
   for (const auto& key : answers_of(c, "node_id_convert"))

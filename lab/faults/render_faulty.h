@@ -1,4 +1,4 @@
-// What a router's tools print when its faults are planted.
+// Renders a router with its faults planted.
 #pragma once
 
 #include <vector>
@@ -8,8 +8,8 @@
 
 namespace lab {
 
-// The whole capture, with the router's planted faults. Throws `lab_error` if one of them does not
-// apply to this router. `planted` takes the faults with the places that they went to.
+// The whole capture, with the router's faults planted. Throws `lab_error` if one of them does not
+// apply to this router. `planted` gets the faults with their places.
 capture render(const router& r, std::vector<planted_fault>* planted = nullptr);
 
 }  // namespace lab

@@ -1,4 +1,4 @@
-// Where faults go, and the ways in which they change a router or its rendered outputs.
+// The places of faults, and the ways in which faults change a router or its rendered outputs.
 #pragma once
 
 #include <algorithm>
@@ -16,20 +16,20 @@
 
 namespace lab {
 
-// Parts of the catalogue: one source each, except that the two of the tools share one.
+// Parts of the catalogue: one source each; the two parts for tools share one.
 std::span<const fault> manager_faults();            // bundle manager, interface manager, agents
 std::span<const fault> forwarding_faults();         // one node's forwarding objects
 std::span<const fault> between_nodes_faults();      // values that differ between nodes
-std::span<const fault> unreadable_object_faults();  // forwarding objects that cannot be parsed
+std::span<const fault> unreadable_object_faults();  // forwarding objects that the audit cannot read
 std::span<const fault> chip_lag_faults();           // chips: LAGs, members, MTUs
-std::span<const fault> chip_table_faults();         // chips: the tables that forward
+std::span<const fault> chip_table_faults();         // chips: the forwarding tables
 std::span<const fault> hygiene_faults();            // stale entries, bundle health
 std::span<const fault> platform_faults();           // router, nodes, families of chips
 std::span<const fault> tool_faults();               // tools missing, silent, cut or garbled
-std::span<const fault> silent_tool_faults();        // what each tool does when silent
+std::span<const fault> silent_tool_faults();        // the effect of each silent tool
 std::span<const fault> configuration_faults();      // the running configuration
-std::span<const fault> extreme_faults();            // too large numbers, counts and lines in it
-std::span<const fault> machine_faults();            // what the route processor denies the audit
+std::span<const fault> extreme_faults();            // excessive numbers, counts and lines in it
+std::span<const fault> machine_faults();            // what the route processor denies to the audit
 
 // The rows with `hides` set in each.
 template <std::size_t N>
@@ -68,7 +68,8 @@ bool has_chip(const site& s);
 bool has_older_chip(const site& s);
 bool has_jericho2(const site& s);
 
-// The sites that fit, in the order of the description, counted through by the fault's place.
+// The site with the number of the fault's place, among those that fit, in the order of the
+// description.
 template <typename Fits>
 site find_site(const router& r, const planted_fault& p, Fits fits, bool last_first = false) {
   std::vector<site> sites = sites_of(r);
@@ -77,25 +78,25 @@ site find_site(const router& r, const planted_fault& p, Fits fits, bool last_fir
   return sites.empty() ? site{} : sites[p.place % sites.size()];
 }
 
-// One of a vector's elements by the fault's place. The vector is not empty.
+// The element with the number of the fault's place. The vector must not be empty.
 template <typename T>
 const T& placed(const std::vector<T>& all, const planted_fault& p) {
   return all[p.place % all.size()];
 }
 
-// Notes where the fault went.
+// Notes the place of the fault.
 void note_place(planted_fault& p, const site& s, std::string object);
 
 void hold(router& r, std::string field, const std::string& object, const std::string& node_name,
           std::string value, int npu = -1);
 
-// Note the place and hold what one layer has of the site's member or bundle on its node. False if
-// there is no site.
+// Note the place, and override one layer's value of the site's member or bundle on its node. False
+// if there is no site.
 bool hold_of_member(router& r, planted_fault& p, const site& s, std::string field,
                     std::string value);
 bool hold_of_bundle(router& r, planted_fault& p, const site& s, std::string field,
                     std::string value);
-// Holds what the chip of the site's member has of an object, on the node that was noted.
+// Overrides a value of an object in the chip of the site's member, on the noted node.
 void hold_on_npu(router& r, const planted_fault& p, std::string field, const std::string& object,
                  const site& s, std::string value);
 
@@ -104,13 +105,12 @@ void hold_on_npu(router& r, const planted_fault& p, std::string field, const std
 bool replace_once(std::string& text, std::string_view from, std::string_view to);
 
 std::string& configuration(capture& c);
-// Changes a description in the configuration: the one place where an operator's own text reaches
-// the audit.
+// Changes a description in the configuration: the only free text that the audit reads.
 bool describe_port(capture& c, const std::string& description);
 std::string& forwarding_objects(capture& c, const node& n, std::string_view type);
 
-// File names of all answers of a tool at all places, "asic_shell_show" or the beginning of its
-// arguments as well, "asic_shell_show,-c,diag+lag".
+// The file names of all answers of a tool at all places: "asic_shell_show", or with the beginning
+// of its arguments, "asic_shell_show,-c,diag+lag".
 std::vector<std::pair<std::string, std::string>> answers_of(const capture& c,
                                                             const std::string& tool);
 

@@ -1,5 +1,5 @@
-// Faults on the way to a node. They are planted where real servers answer, so they need
-// `--real-ssh`, and each names its node: `--fault node-refuses=0/0/CPU0`, or the node's address.
+// Faults of the connection to a node. They need real servers, so `--real-ssh`, and each names its
+// node: `--fault node-refuses=0/0/CPU0`, or the node's address.
 //
 //     std::vector<std::string> faults{"dpa-mac", "node-down=192.0.0.6"};
 //     take_ssh_faults(faults);   // {{"node-down", node_answer::none, "192.0.0.6"}}
@@ -12,9 +12,9 @@
 
 namespace lab {
 
-// What a node does when the audit connects.
+// The behaviour of a node when the audit connects.
 enum class node_answer {
-  whole,   // it serves
+  whole,   // it works
   refuse,  // it is up, but no server listens
   none,    // it is down: nothing has its address
   half,    // its server dies in the middle of every output
@@ -23,7 +23,7 @@ enum class node_answer {
 struct ssh_fault {
   std::string_view name;
   std::string_view description;
-  std::string_view finding;  // a line that the audit must show, {} for any text
+  std::string_view finding;  // a line that the audit must show; {} is any text
   node_answer answer;
 };
 

@@ -1,4 +1,4 @@
-// Tools that are missing, print nothing, break off or print garbage.
+// Tools that are missing, print nothing, stop early or print garbage.
 #include <fmt/format.h>
 
 #include "lab/faults/sites.h"
@@ -7,7 +7,7 @@
 namespace lab {
 namespace {
 
-// Some tools run only on some routers, or their answer matters only there.
+// Some tools run, or matter, only on some routers.
 bool is_asked(const router& r, std::string_view tool) {
   if (tool == "sw_version_show")
     return r.type != "fir";  // its nodes are invalid for an unknown model
@@ -48,7 +48,7 @@ bool plant_pd_garbage(router& r, planted_fault& p) {
   return true;
 }
 
-// Removes all objects of a type on one node, and leaves the heading.
+// Removes all objects of a type on one node, but leaves the heading.
 bool cut_objects(capture& c, const router& r, planted_fault& p, const std::string& type) {
   const site s = find_site(r, p, anywhere);
   if (!s) return false;
@@ -234,7 +234,7 @@ constexpr fault garbled_tools[] = {
      .edit = edit_mtu_map},
 };
 
-// What each tool does when it is silent or missing. Planted as tool-empty or tool-missing.
+// The effect of each tool that is silent or missing. Planted as tool-empty or tool-missing.
 constexpr fault silence[] = {
     {.name = "tool-empty=sw_version_show",
      .description = "the version tool prints nothing",
@@ -283,7 +283,7 @@ constexpr fault silence[] = {
                checkpoint::groundwork}},
      .at = checkpoint::groundwork,
      .shown = phase::parsing,
-     .deepest = checkpoint::configuration,  // what stands in the configuration itself
+     .deepest = checkpoint::configuration,  // the findings of the configuration itself
      .stops_from = phase::consistency},
     {.name = "tool-empty=ifmgr_show",
      .description = "the interface manager lists no interfaces",

@@ -1,4 +1,4 @@
-// Forwarding objects that lack what the audit must read.
+// Forwarding objects without values that the audit must read.
 #include "lab/faults/sites.h"
 
 namespace lab {
