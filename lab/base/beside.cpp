@@ -34,9 +34,9 @@ void remove_stubbornly(const fs::path& folder) {
   }
 }
 
-// Waits until nobody holds the lifeline's other end, which the end of the process closes whatever
-// ended it; a handler of signals could not walk through folders. No signal to the group of the
-// process reaches this one.
+// Waits until the lifeline's other end is closed, as it is when the process ends for any reason; a
+// signal handler could not walk through folders. This process ignores the signals that its caller's
+// group receives.
 void remove_at_end(const fs::path& folder, int lifeline) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) std::signal(signal, SIG_IGN);
   await_end(lifeline);
@@ -46,7 +46,7 @@ void remove_at_end(const fs::path& folder, int lifeline) {
 }  // namespace
 
 fs::path target_named(const std::string& name) {
-  if (name.empty()) throw lab_error("the name of what is to be made is empty");
+  if (name.empty()) throw lab_error("the name of the target is empty");
   std::string text = name;
   while (text.size() > 1 && (text.ends_with('/') || text.ends_with("/."))) text.pop_back();
   return text;
@@ -60,7 +60,7 @@ void check_target(const fs::path& out) {
     throw lab_error(fmt::format("{}: there is no such folder", folder.string()));
   if (access(folder.c_str(), W_OK | X_OK) != 0)
     throw lab_error(
-        fmt::format("{}: nothing can be made in it: {}", folder.string(), std::strerror(errno)));
+        fmt::format("{}: no file can be made in it: {}", folder.string(), std::strerror(errno)));
 }
 
 void make_logs_folder(const fs::path& folder) {
@@ -69,8 +69,8 @@ void make_logs_folder(const fs::path& folder) {
   if (!failure && access(folder.c_str(), W_OK | X_OK) != 0)
     failure = std::error_code{errno, std::generic_category()};
   if (failure)
-    throw lab_error(
-        fmt::format("{}: no folder for the logs: {}", folder.string(), failure.message()));
+    throw lab_error(fmt::format("{}: the folder for the logs cannot be used: {}", folder.string(),
+                                failure.message()));
 }
 
 bool lies_under(const fs::path& file, const fs::path& folder) {
@@ -88,8 +88,8 @@ folder_beside::folder_beside(const fs::path& out) {
   std::string name = target.parent_path() / fmt::format(".{}.XXXXXX", target.filename().string());
   if (mkdtemp(name.data()) == nullptr)
     throw lab_error(
-        fmt::format("{}: cannot be made beside its place: {}", out.string(), std::strerror(errno)));
-  // What a recording covers must not be reachable under the same name.
+        fmt::format("{}: no folder can be made beside it: {}", out.string(), std::strerror(errno)));
+  // Canonical, because a recording may cover a path that leads here.
   path_ = fs::canonical(name);
   std::optional<pipe_ends> ends = try_pipe();
   if (!ends) return;  // then only a signal leaves it behind

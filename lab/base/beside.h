@@ -1,5 +1,5 @@
-// A folder of one's own beside what is being made, on the same file system, so that the finished
-// thing needs a new name only.
+// A private folder beside the target that is being made. It is on the same file system, so a rename
+// puts the finished target in place.
 #pragma once
 
 #include <sys/types.h>
@@ -11,21 +11,22 @@
 
 namespace lab {
 
-// What a command line names, without what completion leaves at its end: "out" for "out/" and
-// "out/.". Throws `lab_error` for an empty name.
+// The path that a command line names, without what completion leaves at its end: "out" for "out/"
+// and "out/.". Throws `lab_error` for an empty name.
 std::filesystem::path target_named(const std::string& name);
 
-// Throws `lab_error` if `out` exists, or nothing can be made where it is to stand.
+// Throws `lab_error` if `out` exists or its folder does not allow a new entry.
 void check_target(const std::filesystem::path& out);
 
-// Makes the folder if need be. Throws `lab_error` if it cannot, or if nothing can be made in it.
+// Makes the folder if it is missing. Throws `lab_error` if it cannot, or if nothing can be made in
+// it.
 void make_logs_folder(const std::filesystem::path& folder);
 
-// True for the folder itself, too. Both are made absolute first.
+// True for the folder itself, too. Makes both paths absolute first.
 bool lies_under(const std::filesystem::path& file, const std::filesystem::path& folder);
 
-// Made with a name that nobody else has, ".OUT.XXXXXX", for this user alone; it goes with the
-// object, whatever is in it, and if a signal ends this process, too. Throws `lab_error` if it
+// A new folder with a unique name, ".OUT.XXXXXX", that only this user can enter. It is removed with
+// its contents when the object ends, or when a signal ends this process. Throws `lab_error` if it
 // cannot be made.
 class folder_beside {
  public:

@@ -1,6 +1,6 @@
-// Open files and pipes: who closes them, and how all of a text goes in and out. What fails sets
-// errno and shows in what is returned, so that each caller reports it in its own words. A signal
-// that comes meanwhile is no failure. A program that is started inherits none of them.
+// Open files and pipes: their owners, and reading and writing whole texts. A failure sets errno and
+// shows in the return value, so that each caller reports it in its own words. Signals do not
+// interrupt these functions. A program that is started inherits none of the descriptors.
 #pragma once
 
 #include <sys/types.h>
@@ -13,7 +13,8 @@
 
 namespace lab {
 
-// Owns an open descriptor, or none, and closes it in the end. Closing leaves errno as it was.
+// Owns an open descriptor, or none, and closes it at the end of its life. Closing leaves errno
+// unchanged.
 class descriptor {
  public:
   descriptor() = default;
@@ -30,7 +31,7 @@ class descriptor {
   int number_ = -1;
 };
 
-// As open(2). Not open, with errno, if it fails.
+// Like open(2). If that fails, the result is not open and errno is set.
 descriptor open_file(const std::filesystem::path& file, int flags, mode_t mode = 0);
 
 struct pipe_ends {
@@ -38,21 +39,21 @@ struct pipe_ends {
   descriptor in;   // to write into
 };
 
-// Nothing, with errno, if there can be none.
+// Returns nothing, with errno, if no pipe can be made.
 std::optional<pipe_ends> try_pipe();
 // Throws `lab_error` instead.
 pipe_ends new_pipe();
 
-// As read(2): the number of bytes, 0 at the end, negative with errno.
+// Like read(2): returns the number of bytes, 0 at the end, or a negative number with errno.
 ssize_t read_some(int from, char* data, std::size_t size);
 
-// Reads to the end, `most` bytes at most. Nothing, with errno, if that fails.
+// Reads to the end, but no more than `most` bytes. Returns nothing, with errno, if that fails.
 std::optional<std::string> read_up_to(int from, std::size_t most);
 
-// Waits until a pipe brings something or nobody holds its other end any more.
+// Waits until a pipe has something to read or its other end is closed.
 void await_end(int from);
 
-// Writes all of it. Returns how much was written; if that is less than all, errno says why.
+// Writes the whole text. Returns the number of bytes written; if some are missing, errno says why.
 std::size_t write_all(int to, std::string_view text);
 
 }  // namespace lab

@@ -7,9 +7,8 @@
 
 namespace lab {
 
-// What went wrong, in one line that names file and place; the command line prints it and ends.
-// Names and texts of any origin stand in it: what would end the line or steer the terminal is
-// written as "\x0a".
+// One line that says what went wrong, in which file and where; the command line prints it and
+// exits. It may quote names and texts of any origin, so control characters are written as "\x0a".
 struct lab_error : std::runtime_error {
   explicit lab_error(std::string_view what);
 };

@@ -41,7 +41,7 @@ std::string read_own(const fs::path& file) {
   struct stat status {};
   if (!in.is_open()) fail_to_read(file, errno);
   if (fstat(in.number(), &status) != 0 || !S_ISREG(status.st_mode))
-    throw lab_error(fmt::format("{}: is no regular file", file.string()));
+    throw lab_error(fmt::format("{}: not a regular file", file.string()));
   auto text = read_up_to(in.number(), static_cast<std::size_t>(status.st_size));
   if (!text) fail_to_read(file, errno);
   return *std::move(text);

@@ -9,10 +9,10 @@ namespace lab {
 
 // The whole file. Throws `lab_error`.
 std::string read_whole(const std::filesystem::path& file);
-// The same for one of a capture's own: neither what a link leads to nor what has no end.
+// The same for a file of a capture: refuses anything but a regular file, so links and pipes.
 std::string read_own(const std::filesystem::path& file);
 
-// Throws `lab_error` that names the file and the cause.
+// Replaces the file. Throws `lab_error` that names the file and the cause.
 void write_whole(const std::filesystem::path& file, std::string_view text);
 
 }  // namespace lab

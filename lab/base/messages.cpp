@@ -25,21 +25,21 @@ std::string message_of(const std::exception& failure) {
   return fmt::format("{}: {}", file.string(), of_files->code().message());
 }
 
-std::string told_as(std::string message, const fs::path& building, const std::string& shown) {
+std::string reported_as(std::string message, const fs::path& building, const std::string& shown) {
   const std::string text = building.string();
   for (std::size_t at = 0; (at = message.find(text, at)) != std::string::npos; at += shown.size())
     message.replace(at, text.size(), shown);
   return message;
 }
 
-void tell_as(const fs::path& building, const std::string& shown,
-             const std::function<void()>& action) try {
+void report_as(const fs::path& building, const std::string& shown,
+               const std::function<void()>& action) try {
   action();
 } catch (const std::exception& failure) {
   if (dynamic_cast<const lab_error*>(&failure) == nullptr &&
       dynamic_cast<const fs::filesystem_error*>(&failure) == nullptr)
     throw;
-  throw lab_error(told_as(message_of(failure), building, shown));
+  throw lab_error(reported_as(message_of(failure), building, shown));
 }
 
 void flush_output() {

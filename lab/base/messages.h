@@ -1,5 +1,5 @@
-// What a user is told of files that could not be read or written: one line that names the file as
-// the user knows it, and the cause.
+// Messages about files that could not be read or written: one line with the cause and the file's
+// name as the user knows it.
 #pragma once
 
 #include <exception>
@@ -10,17 +10,18 @@
 
 namespace lab {
 
-// Also of an error of the file system or of the output, whose own text is not for users.
+// The message of a failure. Rewords errors of the file system and of standard output, whose own
+// texts are not meant for users.
 std::string message_of(const std::exception& failure);
 
-// What is made in a folder that nobody knows is told of as what it will be: calls `action`, and
-// throws what goes wrong as a `lab_error` in which `shown` stands in the place of `building`.
-void tell_as(const std::filesystem::path& building, const std::string& shown,
-             const std::function<void()>& action);
-std::string told_as(std::string message, const std::filesystem::path& building,
-                    const std::string& shown);
+// Something that is made in a temporary folder is reported under its final name: calls `action`,
+// and throws its failure as a `lab_error` in which `shown` replaces `building`.
+void report_as(const std::filesystem::path& building, const std::string& shown,
+               const std::function<void()>& action);
+std::string reported_as(std::string message, const std::filesystem::path& building,
+                        const std::string& shown);
 
-// Throws `lab_error` if not all that was printed could be written.
+// Throws `lab_error` if some of the output could not be written.
 void flush_output();
 
 }  // namespace lab

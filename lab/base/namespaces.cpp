@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The kernel takes such a setting in one write only.
+// The kernel accepts such a setting only in one write.
 void write_setting(const char* file, const std::string& text) {
   const descriptor setting = open_file(file, O_WRONLY);
   if (!setting.is_open() ||

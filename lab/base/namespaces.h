@@ -1,5 +1,4 @@
-// A mount namespace of one's own, and the steps of which a private file tree is made in it: what to
-// hold, to cover, to bind.
+// A private mount namespace, and the steps that build a private file tree in it: hold, cover, bind.
 //
 //     enter_namespace(0);
 //     const held program("/home/me/build/tessel-lab");   // before a mount covers the path
@@ -14,21 +13,22 @@
 
 namespace lab {
 
-// A right or a facility of the machine that is missing, in one line.
+// One line that names the right or facility that the machine lacks.
 struct no_privileges {
   std::string what;
 };
 
-// Exit statuses: of a child that could not be prepared, and where a right is missing.
+// Exit statuses: of a child that could not be prepared, and of a run that lacks a right.
 inline constexpr int cannot_prepare = 70;
 inline constexpr int missing_privileges = 77;
 
-// Enters a mount namespace, and `others` (CLONE_NEWNET), whose mounts nobody outside sees. Root
-// needs namespaces alone; anybody else gets the right to mount from a user namespace. Returns true
-// if there is none, so that a process may also go back. Throws `no_privileges`.
+// Enters a new mount namespace, whose mounts nobody outside sees, and those that `others` names
+// (CLONE_NEWNET). A user other than root also enters a user namespace, which gives the right to
+// mount. Returns true if no user namespace was needed, so that a process may go back. Throws
+// `no_privileges`.
 bool enter_namespace(int others);
 
-// Throws `no_privileges` if enter_namespace would, before anything is made.
+// Throws `no_privileges` if enter_namespace would. Call it before anything is made.
 void insist_on_namespace();
 
 // Throws `no_privileges` where mounting is not allowed, `lab_error` for any other failure.
@@ -45,10 +45,10 @@ class held {
   descriptor file_;
 };
 
-// A folder that is there already is fine.
+// Does nothing if the folder exists.
 void make_folder(const std::filesystem::path& folder);
 
-// Binds a file to a path where nothing has to be yet.
+// Binds a file to a path; makes the target if it is missing.
 void bind_file(const held& source, const std::filesystem::path& target);
 
 }  // namespace lab

@@ -12,7 +12,7 @@ namespace {
 
 struct failed_assertion {};
 
-// Of one line, so of one key: a name of 255 bytes may be dots throughout.
+// Per line, and so per key: a name of 255 bytes may consist of dots.
 constexpr std::ptrdiff_t most_dots = 256;
 
 std::string_view first_lines(std::string_view text, std::size_t count) {
@@ -33,7 +33,7 @@ bool breaks_an_assertion(std::string_view text) {
   return false;
 }
 
-// An assertion does not know its place: it is in the last of the fewest lines that break it.
+// An assertion does not know its line: it is the last line of the shortest beginning that fails.
 std::size_t line_of_assertion(std::string_view text) {
   std::size_t without = 0;
   std::size_t with = static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + 1;
@@ -67,7 +67,7 @@ toml::table parse_toml(std::string_view text, const std::string& file) {
     throw lab_error(
         fmt::format("{}:{}: {}", file, failure.source().begin.line, failure.description()));
   } catch (const failed_assertion&) {
-    throw lab_error(fmt::format("{}:{}: no TOML: what stands in brackets is no name", file,
+    throw lab_error(fmt::format("{}:{}: not TOML: the text in brackets is not a name", file,
                                 line_of_assertion(text)));
   }
 }

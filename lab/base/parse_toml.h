@@ -1,6 +1,7 @@
-// The one way into the TOML library, which trusts its input too far: it asserts what a text may
-// well break ("[" and the end), and it frees nested tables one within the other, as deep as a key
-// has dots. Include this file, never the library's own, so that all of the program has it alike.
+// The only way into the TOML library, which trusts its input too much: it asserts conditions that a
+// text can break ("[" at the end), and it frees nested tables recursively, as deep as a key has
+// dots. Include this file, never the library's own, so that the whole program uses the same
+// settings.
 #pragma once
 
 #include <string>
@@ -8,21 +9,22 @@
 
 namespace lab {
 
-// Throws what parse_toml turns into an error that names the line.
+// Throws an exception that parse_toml turns into an error with the line.
 [[noreturn]] void toml_assertion_failed(const char* expression);
 
 }  // namespace lab
 
-// The library takes its assertions for promises to the compiler where NDEBUG is defined. Here they
-// are checks in every build.
+// With NDEBUG the library turns its assertions into promises to the compiler. Here they are checks
+// in every build.
 #pragma push_macro("NDEBUG")
 #undef NDEBUG
 #define TOML_ASSERT(expression) \
   ((expression) ? static_cast<void>(0) : ::lab::toml_assertion_failed(#expression))
-// Arrays and inline tables within each other; what is written here has three at most.
+// Nested arrays and inline tables; the lab's own files nest three at most.
 #define TOML_MAX_NESTED_VALUES 16
 #include <toml++/impl/preprocessor.h>
-// It also promises that nobody writes an "é" where a blank may stand; such a character is no blank.
+// The library also promises that no "é" occurs where a blank may occur; such a character is not a
+// blank.
 #pragma push_macro("TOML_UNREACHABLE")
 #undef TOML_UNREACHABLE
 #define TOML_UNREACHABLE return false
@@ -34,7 +36,7 @@ namespace lab {
 namespace lab {
 
 // `file` names the text in messages. Throws `lab_error`, one line that begins with file and line,
-// for whatever is no TOML.
+// for a text that is not TOML.
 toml::table parse_toml(std::string_view text, const std::string& file);
 
 }  // namespace lab

@@ -1,4 +1,4 @@
-// Where a tool runs: on the route processor of the audit, or on the node of an address.
+// The place where a tool runs: the audit's route processor, or the node that an address names.
 #pragma once
 
 #include <string_view>

@@ -1,12 +1,11 @@
-// What a real router printed is nobody else's business: it holds its configuration, with whatever
-// secrets stand in it.
+// Keeps the output of a real router private: it includes the configuration with its secrets.
 #pragma once
 
 #include <sys/stat.h>
 
 namespace lab {
 
-// As long as it lives, the files and folders that this process makes are its user's alone.
+// While it lives, only the user can read the files and folders that this process makes.
 class private_files {
  public:
   private_files() : before_(umask(S_IRWXG | S_IRWXO)) {}

@@ -17,7 +17,7 @@ pid_t try_start(const std::function<int()>& action, unsigned long namespaces) {
                                      : syscall(SYS_clone, namespaces | SIGCHLD, nullptr, nullptr,
                                                nullptr, nullptr);
   if (child != 0) return static_cast<pid_t>(child);
-  // Its caller's frames are the parent's: nothing may go back there.
+  // The frames below belong to the parent's caller: the child must not return or unwind into them.
   const auto status = [&]() noexcept { return action(); };
   _exit(status());
 }
@@ -72,7 +72,8 @@ void held_back_signals::let_through() const {
 group_end wait_for_group(pid_t child) {
   constexpr timespec patience{5, 0};
   const sigset_t awaited = awaited_signals();
-  // The child does so itself; whoever is first, it has its group before it is signalled.
+  // The child does the same: whichever comes first, the child has its group before it gets a
+  // signal.
   setpgid(child, child);
   group_end end;
   for (;;) {

@@ -15,36 +15,36 @@
 
 namespace lab {
 
-// Starts a child that calls `action` and ends with the status that this returns; what `action`
-// throws aborts the child. No buffer is flushed at its end. `namespaces` (CLONE_NEWPID) are new
-// ones for the child. Returns its process id, or -1 with errno.
+// Starts a child that calls `action` and exits with the status that it returns; an exception aborts
+// the child. The child flushes no buffers at its end. It enters new `namespaces` (CLONE_NEWPID).
+// Returns its process id, or -1 with errno.
 pid_t try_start(const std::function<int()>& action, unsigned long namespaces = 0);
 // Throws `lab_error` instead.
 pid_t start(const std::function<int()>& action);
 
-// As waitpid(2), also where signals come meanwhile.
+// Like waitpid(2), but signals do not interrupt it.
 pid_t collect(pid_t child, int& wait_status, int options = 0);
 
 // An exit status as a shell shows it: 128 + n for signal n.
 int status_of(int wait_status);
 
-// What an exec function takes, as long as `words` live and keep their place.
+// The arguments of an exec function; valid as long as `words` live and do not move.
 std::vector<char*> argument_list(std::vector<std::string>& words);
 
 // Becomes the program that the first word names. Throws `lab_error` if it cannot be started.
 [[noreturn]] void execute_program(std::vector<std::string> words);
 
-// SIGINT, SIGTERM, SIGHUP and SIGCHLD, those that wait_for_group awaits.
+// The signals that wait_for_group awaits: SIGINT, SIGTERM, SIGHUP and SIGCHLD.
 sigset_t awaited_signals();
 
-// Holds these back as long as it lives: begin it before the child is started.
+// Blocks these signals while it lives: make it before the child is started.
 class held_back_signals {
  public:
   held_back_signals();
   ~held_back_signals() { let_through(); }
   held_back_signals(const held_back_signals&) = delete;
   held_back_signals& operator=(const held_back_signals&) = delete;
-  // For the child, which is to get them as its parent did.
+  // For the child, which must receive them as its parent did.
   void let_through() const;
 
  private:
@@ -56,9 +56,9 @@ struct group_end {
   int passed_on = 0;  // the first signal that was passed on, 0 if there was none
 };
 
-// Waits for a child that leads a process group, and passes SIGINT, SIGTERM and SIGHUP on to it; one
-// that does not end within some seconds of a signal is killed. What it leaves behind in its group
-// is killed, too. Needs `held_back_signals`. Throws `lab_error`.
+// Waits for a child that leads a process group, and passes SIGINT, SIGTERM and SIGHUP on to it.
+// Kills a child that does not end within some seconds of a signal, and then every process that is
+// left in its group. Needs `held_back_signals`. Throws `lab_error`.
 group_end wait_for_group(pid_t child);
 
 }  // namespace lab

@@ -7,12 +7,11 @@
 
 namespace lab {
 
-// Of one as it stands in a document, words and double-quoted words:
-// `-c "show unit" -u all` -> {"-c", "show unit", "-u", "all"}.
+// Splits a command line at blanks; double quotes keep a word together: `-c "show unit" -u all` ->
 // {"-c", "show unit", "-u", "all"}.
 std::vector<std::string> words_of(std::string_view command_line);
 
-// True if words for another program hold the option, as a word of its own or with "=" behind it.
+// True if the words for another program contain the option, alone or followed by "=".
 bool names_option(const std::vector<std::string>& words, const std::string& option);
 
 }  // namespace lab

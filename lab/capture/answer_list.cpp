@@ -9,7 +9,7 @@
 namespace lab {
 namespace {
 
-// Reads a number and the blank behind it.
+// Reads a number and the blank after it.
 bool take_number(std::string_view& text, unsigned& number) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc{}) return false;
@@ -38,7 +38,7 @@ std::vector<listed_answer> parse_answer_list(std::string_view text, const std::s
     const bool has_numbers = take_number(line, status) && take_number(line, a.number);
     a.complains = line == "complains";
     if (!has_numbers || status > highest_status || a.number == 0 || (!a.complains && !line.empty()))
-      throw lab_error(fmt::format("{}:{}: no line \"STATUS NUMBER\"", file, answers.size() + 1));
+      throw lab_error(fmt::format("{}:{}: not a line \"STATUS NUMBER\"", file, answers.size() + 1));
     a.status = static_cast<int>(status);
     answers.push_back(a);
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);

@@ -1,12 +1,12 @@
-// A command line that has one answer, with status 0 and without a complaint, is one file of a
-// capture. Every other one has a list beside its numbered answers:
+// A command line with one answer, status 0 and no error output is one file of a capture. Every
+// other command line has a list beside its numbered answers:
 //
 //     local/lagmgr_health;answers      one line per call: status, number of the answer
 //     local/lagmgr_health;1            what it printed
 //     local/lagmgr_health;1;complaint  what it wrote to standard error, if anything
 //     local/lagmgr_health;2
 //
-// The calls are answered in this order; the last one counts for all that come behind it.
+// The calls are answered in this order; the last answer serves all further calls.
 #pragma once
 
 #include <string>
@@ -25,7 +25,7 @@ struct listed_answer {
 };
 
 std::string answer_list_text(const std::vector<listed_answer>& answers);
-// Throws `lab_error` that begins with `file`.
+// Throws `lab_error` that begins with the name `file`.
 std::vector<listed_answer> parse_answer_list(std::string_view text, const std::string& file);
 
 std::string numbered_file(std::string_view file, unsigned number);

@@ -38,7 +38,7 @@ bool is_plain_name(const std::string& name) {
          name.find('\0') == std::string::npos;
 }
 
-// Where an entry belongs: TOP/FILE or TOP/PLACE/FILE, where TOP is the same for all.
+// The place of an entry: TOP/FILE or TOP/PLACE/FILE, with the same TOP for all.
 class entry_places {
  public:
   explicit entry_places(const fs::path& archive) : archive_(archive.string()) {}
@@ -53,14 +53,14 @@ class entry_places {
     }
     if (parts.size() < 2 || parts.size() > 3 ||
         !std::all_of(parts.begin(), parts.end(), is_plain_name))
-      refuse(name, "no place within a capture");
+      refuse(name, "not a place within a capture");
     if (top_.empty()) top_ = parts.front();
-    if (parts.front() != top_) refuse(name, "outside of the archive's one folder");
-    if (!seen_.insert(name).second) refuse(name, "stands there twice");
+    if (parts.front() != top_) refuse(name, "outside the archive's folder");
+    if (!seen_.insert(name).second) refuse(name, "appears twice");
     const std::string place = parts.size() == 3 ? parts[1] : std::string{};
     (place.empty() ? files_ : places_).insert(parts[1]);
     if (files_.count(parts[1]) + places_.count(parts[1]) > 1)
-      refuse(name, "a file and a folder have one name");
+      refuse(name, "a file and a folder have the same name");
     return {place, parts.back()};
   }
 
@@ -81,7 +81,7 @@ struct source_file {
   fs::path file;
 };
 
-// What would not come out again is not packed.
+// Does not pack what unpacking would refuse.
 void collect(const fs::path& folder, const std::string& name, entry_places& places,
              std::vector<source_file>& files) {
   for (const fs::path& entry : sorted(folder)) {
@@ -118,7 +118,7 @@ void write_entry(const fs::path& folder, const place_in_capture& where, const st
 }  // namespace
 
 void pack_folder(const fs::path& folder, const fs::path& out, const archive_limits& limits) {
-  read_manifest(folder);  // refuses what is no capture
+  read_manifest(folder);  // refuses a folder that is not a capture
   check_recording_folder(folder, folder);
   entry_places places(folder);
   std::vector<source_file> files;
@@ -142,7 +142,7 @@ void unpack_folder(const fs::path& file, const fs::path& out, const archive_limi
     };
     read_archive(file, write, limits);
     if (!is_capture_folder(building))
-      throw lab_error(fmt::format("{}: no capture, there is no manifest in it", file.string()));
+      throw lab_error(fmt::format("{}: not a capture: it has no manifest", file.string()));
     parse_manifest(read_whole(building / "manifest"), file.string() + ": manifest");
     check_recording_folder(building, file);
   });
@@ -168,7 +168,7 @@ capture read_packed(const fs::path& file) {
     }
   });
   if (!has_manifest)
-    throw lab_error(fmt::format("{}: no capture, there is no manifest in it", file.string()));
+    throw lab_error(fmt::format("{}: not a capture: it has no manifest", file.string()));
   capture head = parse_manifest(manifest, file.string() + ": manifest");
   head.answers = std::move(c.answers);
   head.calls = std::move(c.calls);

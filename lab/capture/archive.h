@@ -1,13 +1,13 @@
-// A capture as one compressed file: a tar archive under zstd, so that `tar --zstd -xf` reads it
-// too.
+// A capture as one compressed file: a tar archive compressed with zstd, which `tar --zstd -xf`
+// reads too.
 //
 //     capture/manifest
 //     capture/calls
 //     capture/local/sw_version_show
 //     capture/192.0.0.6/fwd_object_show,-t,lagport,-D
 //
-// Reading trusts nothing: an archive that is cut off, of another kind or size, that holds links or
-// names that would leave the folder, is refused in one line that names file and place.
+// Reading trusts nothing: an invalid, truncated or oversized archive, or one with links or names
+// that escape the folder, is rejected with one line that names the file and the place.
 #pragma once
 
 #include <filesystem>
@@ -17,9 +17,9 @@
 
 namespace lab {
 
-// Both are built beside `out` and renamed at the end. They throw `lab_error` if `out` exists,
-// cannot be written, what is read is no capture or an archive of it would be beyond the limits;
-// nothing half written stays.
+// Both build their result beside `out` and rename it at the end. They throw `lab_error` if `out`
+// exists or cannot be written, if the input is not a capture, or if its archive would exceed the
+// limits; nothing is left behind then.
 void pack_folder(const std::filesystem::path& folder, const std::filesystem::path& out,
                  const archive_limits& limits = {});
 void unpack_folder(const std::filesystem::path& file, const std::filesystem::path& out,

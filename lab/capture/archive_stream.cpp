@@ -26,7 +26,7 @@ constexpr std::size_t block_size = 512;
 constexpr std::size_t longest_name = 4096;
 constexpr int compression_level = 6;
 
-// The head of an entry, as POSIX lays it out.
+// The header of an entry, as POSIX defines it.
 struct tar_head {
   char name[100];
   char mode[8];
@@ -102,7 +102,7 @@ class named_file {
   std::uint64_t regular_size() const {
     struct stat status {};
     if (fstat(file_.number(), &status) != 0 || !S_ISREG(status.st_mode))
-      throw lab_error(fmt::format("{}: is no regular file", name_));
+      throw lab_error(fmt::format("{}: not a regular file", name_));
     return static_cast<std::uint64_t>(status.st_size);
   }
   const std::string& name() const { return name_; }
@@ -125,7 +125,7 @@ struct name_fields {
   std::string_view name;
 };
 
-// How the head of an entry tells the name; nothing if it is too long for that.
+// The name as the header of an entry holds it; nothing if the name is too long for that.
 std::optional<name_fields> fields_of(std::string_view name) {
   if (name.size() <= sizeof tar_head::name) return name_fields{"", name};
   const std::size_t slash = name.rfind('/');
@@ -228,7 +228,7 @@ archive_writer::archive_writer(const fs::path& file) : state_(std::make_unique<s
 archive_writer::~archive_writer() = default;
 
 void archive_writer::add(const std::string& name, const fs::path& source) {
-  // Whoever opens a pipe would wait for its other end.
+  // Opening a pipe would wait for its other end.
   const named_file in(source, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   const std::uint64_t size = in.regular_size();
   if (const auto fields = fields_of(name)) {
@@ -262,14 +262,14 @@ class unpacked_bytes {
   unpacked_bytes(const fs::path& file, std::uint64_t most)
       : in_(file, O_RDONLY), context_(ZSTD_createDCtx(), &ZSTD_freeDCtx), most_(most) {}
 
-  // Fills as much of the memory as there are bytes. Returns how many that were.
+  // Fills the memory as far as there are bytes. Returns their number.
   std::size_t fill(char* data, std::size_t size) {
     ZSTD_outBuffer out{data, size, 0};
     while (out.pos < out.size) {
       if (waiting_.pos == waiting_.size && !refill()) break;
       const std::size_t hint = ZSTD_decompressStream(context_.get(), &out, &waiting_);
       if (ZSTD_isError(hint) != 0)
-        throw lab_error(fmt::format("{}: no packed capture, or damaged: {}", in_.name(),
+        throw lab_error(fmt::format("{}: not a packed capture, or damaged: {}", in_.name(),
                                     ZSTD_getErrorName(hint)));
       frame_is_open_ = hint != 0;
     }
@@ -293,7 +293,7 @@ class unpacked_bytes {
   std::unique_ptr<ZSTD_DCtx, decltype(&ZSTD_freeDCtx)> context_;
   std::vector<char> buffer_ = std::vector<char>(ZSTD_DStreamInSize());
   ZSTD_inBuffer waiting_{buffer_.data(), 0, 0};
-  bool frame_is_open_ = true;  // an empty file is cut off, too
+  bool frame_is_open_ = true;  // an empty file counts as cut off
   std::uint64_t most_;
   std::uint64_t total_ = 0;
 };
@@ -312,7 +312,7 @@ class archive_reader {
       const std::string name = long_name.empty() ? name_of(head) : long_name;
       const std::uint64_t size = size_of(head, name);
       if (head.kind == 'x' || head.kind == 'L') {
-        if (size > longest_name) refuse(name, "the name of the entry behind it is too long");
+        if (size > longest_name) refuse(name, "the name of the next entry is too long");
         const std::string record = read_text(name, size);
         long_name = head.kind == 'x' ? path_of(record) : record.substr(0, record.find('\0'));
       } else if (head.kind == '5' && size == 0) {
@@ -353,8 +353,9 @@ class archive_reader {
     std::memcpy(&head, block.data(), block.size());
     const auto sum = octal_of(head.sum);
     if (!sum || *sum != sum_of(head) || std::memcmp(head.magic, "ustar", 5) != 0)
-      throw lab_error(fmt::format("{}: no packed capture: byte {} of the archive begins no entry",
-                                  bytes_.file(), position));
+      throw lab_error(
+          fmt::format("{}: not a packed capture: no entry begins at byte {} of the archive",
+                      bytes_.file(), position));
     if (++heads_ > limits_.heads)
       throw lab_error(fmt::format("{}: more than {} entries", bytes_.file(), limits_.heads));
     return true;
@@ -366,25 +367,25 @@ class archive_reader {
     while (const std::size_t got = bytes_.fill(block.data(), block.size()))
       if (!std::all_of(block.begin(), block.begin() + static_cast<std::ptrdiff_t>(got),
                        [](char c) { return c == '\0'; }))
-        throw lab_error(fmt::format("{}: something stands behind the archive's end at byte {}",
+        throw lab_error(fmt::format("{}: there is data after the archive's end at byte {}",
                                     bytes_.file(), bytes_.position() - got));
   }
 
   static std::string name_of(const tar_head& head) {
     const std::string prefix = text_of(head.prefix);
-    // Archives of the older GNU kind keep something else there.
+    // Older GNU archives store something else there.
     const bool has_prefix = !prefix.empty() && head.magic[5] == '\0';
     return has_prefix ? prefix + '/' + text_of(head.name) : text_of(head.name);
   }
 
   std::uint64_t size_of(const tar_head& head, const std::string& name) const {
     const auto size = octal_of(head.size);
-    if (!size) refuse(name, "its size is no number");
+    if (!size) refuse(name, "its size is not a number");
     if (*size > limits_.file) refuse(name, "larger than " + size_text(limits_.file));
     return *size;
   }
 
-  // The memory grows with what is really there, whatever size was claimed.
+  // Memory grows with the bytes that are really there, not with the size that the header claims.
   std::string read_text(const std::string& name, std::uint64_t size) {
     constexpr std::size_t step = std::size_t{1} << 20;
     std::string text;

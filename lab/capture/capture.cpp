@@ -40,7 +40,7 @@ std::string toml_list(const std::vector<std::string>& words) {
 }
 
 std::string manifest_of(const capture& c) {
-  std::string text = "# What the stand-in tools of this folder stand in for.\n";
+  std::string text = "# The router whose tools this capture answers for.\n";
   text +=
       fmt::format("format = {}\nrouter = {}\nhost_node_id = {}\nmissing_tools = {}\n",
                   manifest_format, toml_text(c.router), c.host_node_id, toml_list(c.missing_tools));
@@ -60,7 +60,7 @@ std::string manifest_of(const capture& c) {
 }
 
 std::string text_of(const toml::node& node, std::string_view key, const std::string& file) {
-  if (!node.is_string()) refuse(file, node, fmt::format("{} is no text", key));
+  if (!node.is_string()) refuse(file, node, fmt::format("{} is not a text", key));
   return *node.value<std::string>();
 }
 
@@ -69,7 +69,7 @@ std::vector<std::string> texts_of(const toml::table& table, std::string_view key
   std::vector<std::string> texts;
   const toml::node* found = table.get(key);
   if (found == nullptr) return texts;
-  if (!found->is_array()) refuse(file, *found, fmt::format("{} is no list of texts", key));
+  if (!found->is_array()) refuse(file, *found, fmt::format("{} is not a list of texts", key));
   for (const toml::node& text : *found->as_array()) texts.push_back(text_of(text, key, file));
   return texts;
 }
@@ -78,11 +78,11 @@ std::vector<std::string> texts_of(const toml::table& table, std::string_view key
 std::uint64_t size_of(const toml::table& table, std::string_view key, std::string_view unit,
                       const std::string& file) {
   const auto size = table[key].value_or(std::int64_t{table.contains(key) ? -1 : 0});
-  if (size < 0) throw lab_error(fmt::format("{}: {} is no number of {}", file, key, unit));
+  if (size < 0) throw lab_error(fmt::format("{}: {} is not a number of {}", file, key, unit));
   return static_cast<std::uint64_t>(size);
 }
 
-// What a later lab, or a slip, added would be lost in silence.
+// An unknown key, from a later lab or a typing error, would be ignored silently.
 void refuse_unknown_keys(const toml::table& table, const std::string& file) {
   constexpr std::array<std::string_view, 9> known{
       "format",    "router",     "host_node_id",  "missing_tools", "blocked_captures",
@@ -146,7 +146,7 @@ void build_beside(const fs::path& out, const std::function<void(const fs::path&)
     throw lab_error(fmt::format("{}: exists already", out.string()));
   const folder_beside made(out);
   const fs::path building = made.path() / "built";
-  tell_as(building, out.string(), [&] {
+  report_as(building, out.string(), [&] {
     build(building);
     fs::rename(building, out);
   });
@@ -177,20 +177,20 @@ capture parse_manifest(std::string_view text, const std::string& file) {
   if (const toml::node* router = table.get("router")) c.router = text_of(*router, "router", file);
   const auto id = table["host_node_id"].value<std::int64_t>();
   if (!id || *id < 0 || *id > 0xffffffff)
-    throw lab_error(fmt::format("{}: host_node_id is no number of 32 bits", file));
+    throw lab_error(fmt::format("{}: host_node_id is not a number of 32 bits", file));
   c.host_node_id = static_cast<std::uint32_t>(*id);
   c.missing_tools = texts_of(table, "missing_tools", file);
   c.blocked_captures = texts_of(table, "blocked_captures", file);
   c.full_logs = texts_of(table, "full_logs", file);
   c.file_limit = size_of(table, "file_limit", "bytes", file);
   c.tmp_kibibytes = size_of(table, "tmp_kibibytes", "kibibytes", file);
-  // They become paths.
+  // The names become paths.
   for (const auto* names : {&c.blocked_captures, &c.full_logs})
     for (const std::string& name : *names)
       if (name.empty() || name.find('/') != std::string::npos)
-        throw lab_error(fmt::format("{}: \"{}\" is no file's name", file, name));
+        throw lab_error(fmt::format("{}: \"{}\" is not a file name", file, name));
   if (const toml::node* nodes = table.get("nodes")) {
-    if (!nodes->is_table()) refuse(file, *nodes, "nodes is no table");
+    if (!nodes->is_table()) refuse(file, *nodes, "nodes is not a table");
     for (const auto& [address, name] : *nodes->as_table())
       c.nodes.emplace_back(address.str(), text_of(name, address.str(), file));
   }
@@ -229,9 +229,9 @@ capture read_manifest(const fs::path& folder) {
   if (!fs::exists(folder))
     throw lab_error(fmt::format("{}: there is no such capture", folder.string()));
   if (!fs::is_directory(folder))
-    throw lab_error(fmt::format("{}: no capture, it is no folder", folder.string()));
+    throw lab_error(fmt::format("{}: not a capture: it is not a folder", folder.string()));
   if (!fs::exists(file))
-    throw lab_error(fmt::format("{}: no capture, there is no manifest in it", folder.string()));
+    throw lab_error(fmt::format("{}: not a capture: it has no manifest", folder.string()));
   check_tree(folder);
   return parse_manifest(read_own(file), file.string());
 }

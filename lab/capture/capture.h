@@ -1,14 +1,14 @@
-// A capture: what every tool of a router printed, one file per command and node. It is the only
-// thing that the stand-in tools read.
+// A capture: the output of every tool of a router, one file per command and node. The stand-in
+// tools read nothing else.
 //
 //     birch-small/
-//       manifest                            what router, which nodes, where the host runs
-//       files                               the names of all that stand below
+//       manifest                            the router, its nodes, the node of the host
+//       files                               the names of all files below
 //       local/cfg_render,-c,-l,1,-t,1,-o,1
 //       local/asic_shell_show,-c,show+unit,-u,all,-n,A
 //       192.0.0.6/fwd_object_show,-t,lagport,-D
 //
-// The name of a file is the command line (lab/capture/file_names.h).
+// A file's name is the command line (lab/capture/file_names.h).
 #pragma once
 
 #include <cstdint>
@@ -31,10 +31,10 @@ struct capture {
   std::vector<std::string> missing_tools;                  // tools that the router does not have
   std::string calls;    // the list of a recording, empty if it was rendered
   std::string files{};  // the list of a rendered one, as it was read; it is made anew for writing
-  // What the route processor does not let the audit do: folders stand in the way of these capture
-  // files ("running_cfg" is /tmp/tessel_running_cfg.log), these logs have no room ("stale_entries"
-  // is /var/log/tessel_stale_entries.log), no file grows beyond so many bytes, and /tmp has room
-  // for so many kibibytes (0: as many as it likes).
+  // What the route processor denies the audit: folders block these capture files ("running_cfg" is
+  // /tmp/tessel_running_cfg.log), these logs have no room ("stale_entries" is
+  // /var/log/tessel_stale_entries.log), no file may exceed this many bytes, and /tmp holds this
+  // many kibibytes (0: no limit).
   std::vector<std::string> blocked_captures{};
   std::vector<std::string> full_logs{};
   std::uint64_t file_limit = 0;
@@ -43,9 +43,9 @@ struct capture {
   std::map<std::pair<std::string, std::string>, std::string> answers;
 };
 
-// Adds an answer; an answer of the same name is replaced.
+// Adds an answer; replaces an answer of the same name.
 void answer(capture& c, std::string_view place, std::string_view command_line, std::string text);
-// Returns the answer to a command line, its own or the shared one. Throws `lab_error` if there is
+// Returns the answer to a command line: its own or the shared one. Throws `lab_error` if there is
 // none.
 const std::string& answer_to(const capture& c, std::string_view place,
                              std::string_view command_line);
@@ -56,13 +56,13 @@ void write_files(const capture& c, const std::filesystem::path& folder);
 
 void write_manifest(const capture& c, const std::filesystem::path& folder);
 
-// Makes `out`, which must not exist: `build` makes a file or folder in a folder beside it, which is
-// renamed at the end. Throws `lab_error`; nothing half written stays.
+// Makes `out`, which must not exist: `build` makes a file or folder at a path beside it, which is
+// renamed at the end. Throws `lab_error`; nothing is left behind then.
 void build_beside(const std::filesystem::path& out,
                   const std::function<void(const std::filesystem::path&)>& build);
 
-// Writes a capture folder: built beside `out`, renamed at the end. Throws `lab_error` if `out`
-// exists or cannot be written; nothing half written stays.
+// Writes a capture folder: builds it beside `out` and renames it at the end. Throws `lab_error` if
+// `out` exists or cannot be written; nothing is left behind then.
 void write_folder(const capture& c, const std::filesystem::path& out);
 
 bool is_capture_folder(const std::filesystem::path& folder);
@@ -70,12 +70,12 @@ bool is_capture_folder(const std::filesystem::path& folder);
 // Reads a manifest; `file` names it in messages. Throws `lab_error`.
 capture parse_manifest(std::string_view text, const std::string& file);
 
-// Reads the manifest alone: router, host, nodes and missing tools. Throws `lab_error`, also if
-// anything in the folder is neither a file nor a folder of files: a link would bring in what is
-// none of the capture's.
+// Reads only the manifest: router, host, nodes and missing tools. Throws `lab_error`, also if the
+// folder contains anything but files and folders of files: a link would bring in data from outside
+// the capture.
 capture read_manifest(const std::filesystem::path& folder);
 
-// Reads the answers as well. Throws `lab_error`.
+// Reads the manifest and the answers. Throws `lab_error`.
 capture read_folder(const std::filesystem::path& folder);
 
 }  // namespace lab

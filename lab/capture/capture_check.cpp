@@ -20,9 +20,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// How a capture is looked into, in memory or on disk: by "local/sw_version_show".
+// Access to a capture, in memory or on disk, by names such as "local/sw_version_show".
 struct contents {
-  std::function<std::optional<std::uint64_t>(const std::string& name)> size;  // none: not there
+  std::function<std::optional<std::uint64_t>(const std::string& name)>
+      size;  // nothing if it is missing
   std::function<std::string(const std::string& name)> text;
 
   bool has(const std::string& name) const { return size(name).has_value(); }
@@ -49,8 +50,7 @@ std::optional<called> parse_call(std::string_view line) {
 }
 
 [[noreturn]] void missing(const std::string& where, const std::string& name, std::size_t line) {
-  throw lab_error(
-      fmt::format("{}: {} is missing, which line {} of calls names", where, name, line));
+  throw lab_error(fmt::format("{}: {} is missing; line {} of calls names it", where, name, line));
 }
 
 // A numbered answer needs its list, and the list its answers.
@@ -64,7 +64,7 @@ void check_list(const contents& in, const std::string& where, const std::string&
     const std::string answer = numbered_file(command, a.number);
     const std::string complaint = answer + std::string{complaint_suffix};
     if (!in.has(answer) || (a.complains && !in.has(complaint)))
-      throw lab_error(fmt::format("{}: {} is missing, which {} names", where,
+      throw lab_error(fmt::format("{}: {} is missing; {} names it", where,
                                   in.has(answer) ? complaint : answer, list));
   }
 }
@@ -78,12 +78,12 @@ void check_calls(std::string_view calls, const std::string& where, const content
     if (line.starts_with('#')) continue;
     const auto call = parse_call(line);
     if (end == std::string_view::npos || !call)
-      throw lab_error(fmt::format("{}: calls:{}: no call of a tool", where, number));
+      throw lab_error(fmt::format("{}: calls:{}: not a tool call", where, number));
     const std::string name{call->name};
     const auto size = in.size(name);
     if (!size) missing(where, name, number);
     if (std::to_string(*size) != call->bytes)
-      throw lab_error(fmt::format("{}: {} has {} bytes, not the {} that line {} of calls tells",
+      throw lab_error(fmt::format("{}: {} has {} bytes, not the {} that line {} of calls gives",
                                   where, name, *size, call->bytes, number));
     if (name.find(';') != std::string::npos) check_list(in, where, name, number, checked);
   }
@@ -96,7 +96,7 @@ void check_files(std::string_view files, const std::string& where, const content
     files.remove_prefix(std::min(end + 1, files.size()));
     if (!in.has(name))
       throw lab_error(fmt::format(
-          "{}: {} is missing, which line {} of files names; take the line out if that is meant",
+          "{}: {} is missing; line {} of files names it; remove the line if that is intended",
           where, name, number));
   }
 }

@@ -47,7 +47,7 @@ std::string layer_of(std::string_view file) {
   return std::string{rank < tool_layers.size() ? tool_layers[rank].layer : "other tools"};
 }
 
-// The command line that a file name stands for, as far as a person needs it.
+// The command line behind a file name, as far as a person needs it.
 std::string command_of(std::string_view file) {
   std::string command;
   for (std::size_t i = 0; i < file.size(); ++i) {
@@ -63,8 +63,7 @@ std::string command_of(std::string_view file) {
   return command;
 }
 
-// All that a command line was answered, by place and command: of several answers, one behind the
-// other.
+// All answers to a command line, by place and command; several answers are concatenated.
 using answers_by_command = std::map<std::pair<std::string, std::string>, std::string>;
 
 answers_by_command all_answers(const capture& c) {
@@ -76,7 +75,7 @@ answers_by_command all_answers(const capture& c) {
   return all;
 }
 
-// What of a line the audit could ever look at, without what changes by itself.
+// The part of a line that the audit may read, without values that change by themselves.
 std::string_view relevant(std::string_view tool, std::string_view line) {
   const auto holds = [&](std::string_view part) {
     return line.find(part) != std::string_view::npos;
@@ -84,7 +83,8 @@ std::string_view relevant(std::string_view tool, std::string_view line) {
   if (tool == "iface_show" && !holds("line protocol") && !holds("MTU")) return {};
   if (tool == "cfg_render" && line.starts_with("!!")) return {};
   if (tool == "sw_version_show" && holds("uptime is")) return {};
-  if (tool == "plat_nodes_show") return line.substr(0, line.find_last_of(' '));  // but the uptime
+  if (tool == "plat_nodes_show")
+    return line.substr(0, line.find_last_of(' '));  // all but the uptime
   return line;
 }
 
@@ -98,7 +98,7 @@ void count_lines(std::string_view tool, std::string_view text, const handle_name
   }
 }
 
-// Node ids to names, as the platform was asked for them.
+// Node ids to names, from the platform's answers to the node id tool.
 std::map<std::string, std::string> nodes_by_id(const capture& a, const capture& b) {
   constexpr std::string_view query = "node_id_convert,-I,";
   constexpr unsigned long id_mask = 0xffffff;
@@ -187,7 +187,7 @@ class comparison {
   std::map<std::pair<std::size_t, std::string>, layer_change> changes_;
 };
 
-// The first few, and how many more there are.
+// The first few, and the number of the others.
 std::string enumeration(const std::set<std::string>& names, std::size_t most) {
   std::string text;
   std::size_t shown = 0;

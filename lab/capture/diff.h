@@ -1,5 +1,5 @@
-// What changed on a router between two captures: which layer, on which node, about which bundles.
-// Lines are compared, not their order; counters, uptimes and the like are no change.
+// The changes of a router between two captures: which layer, on which node, for which bundles. The
+// order of lines does not matter; counters, uptimes and the like do not count as changes.
 #pragma once
 
 #include <cstddef>
@@ -15,14 +15,14 @@ struct layer_change {
   std::string layer;            // "DPA"
   std::string where;            // "0/0/CPU0", "0/0/CPU0 NPU 1", or "router"
   std::set<std::string> named;  // bundles, sub-bundles, else ports: "BE1.100"
-  std::set<std::string> asked;  // the commands whose answers differ
-  std::size_t lines = 0;        // that only one of the captures has
+  std::set<std::string> asked;  // commands whose answers differ
+  std::size_t lines = 0;        // lines that only one capture has
 };
 
 // In the order of the layers, from the configuration down to the chips.
 std::vector<layer_change> changes_between(const capture& a, const capture& b);
 
-// As a person reads it, at most one screen.
+// A table for people, at most one screen long.
 std::string change_report(const std::vector<layer_change>& changes);
 
 }  // namespace lab

@@ -21,7 +21,7 @@ std::size_t end_of(std::string_view text, std::size_t from, std::string_view all
   return from;
 }
 
-// The number behind "Bundle-Ether" or "BE": "1" or "1.100".
+// The number after "Bundle-Ether" or "BE": "1" or "1.100".
 std::string bundle_in(std::string_view line) {
   for (const std::string_view prefix : {std::string_view{"Bundle-Ether"}, std::string_view{"BE"}}) {
     for (std::size_t at = line.find(prefix); at != std::string_view::npos;

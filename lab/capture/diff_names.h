@@ -1,4 +1,4 @@
-// Whom a line of a tool's output is about.
+// The bundle or port that a line of a tool's output is about.
 #pragma once
 
 #include <string>
@@ -19,8 +19,8 @@ struct owned_line {
   std::string owner;  // a bundle ("BE1", "BE1.100"), a port ("Hu0/0/0/1"), or empty
 };
 
-// Lines that name nobody belong to the first bundle, else port, that their block names; a blank
-// line or a "!" ends a block.
+// A line without a name belongs to the first bundle of its block, or else to the first port; a
+// blank line or a "!" ends a block.
 std::vector<owned_line> lines_with_owners(std::string_view text, const handle_names& names);
 
 }  // namespace lab

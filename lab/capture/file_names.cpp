@@ -25,8 +25,8 @@ std::string escaped(std::string_view text) {
   return result;
 }
 
-// A file name has 255 bytes at most, some of them for what stands behind it in a recording; the
-// rest of a longer one is told apart by its hash (FNV-1a).
+// A file name has 255 bytes at most, and a recording adds a suffix; a hash (FNV-1a) replaces the
+// rest of a longer name.
 std::string shortened(std::string name) {
   constexpr std::size_t longest = 220;
   constexpr std::size_t kept = 200;

@@ -10,7 +10,7 @@
 namespace lab {
 namespace {
 
-constexpr unsigned low_mac_bits = 10;  // of a MAC, that a chip's table is compared by
+constexpr unsigned low_mac_bits = 10;  // of a MAC, as a chip's table holds them
 constexpr std::size_t dotted_mac_size = 14;
 constexpr std::size_t paired_mac_size = 17;
 
@@ -22,12 +22,12 @@ bool is_letter_or_digit(char c) {
   return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-// What an address consists of.
+// The characters of an address.
 bool is_address_part(char c) {
   return is_hex(c) || c == '.' || c == ':';
 }
 
-// What addresses, and names that hold some, consist of.
+// The characters of addresses, and of names that contain them.
 bool is_word_part(char c) {
   return is_letter_or_digit(c) || c == '.' || c == ':' || c == '-' || c == '_';
 }
@@ -63,8 +63,8 @@ bool is_group_of_digits(std::string_view text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), is_hex);
 }
 
-// "mac00:26:5e:00:0a:02" and "8000.0026.5e00.0a02" hold a MAC; in "0026.5e00.0a02.00" more groups
-// follow, so that it is something else.
+// "mac00:26:5e:00:0a:02" and "8000.0026.5e00.0a02" contain a MAC; "0026.5e00.0a02.00" has more
+// groups, so it is something else.
 bool is_mac_place(std::string_view word, std::size_t begin, std::size_t end, char separator) {
   std::size_t left = begin;
   while (left > 0 && is_letter_or_digit(word[left - 1])) --left;
@@ -92,21 +92,21 @@ std::string_view mac_in(std::string_view word, std::string_view separators, std:
   return {};
 }
 
-// What may be an address within a name. "a::b" is an IPv6 address, but not likely in "a::b_c".
+// True for a likely address within a name. "a::b" is an IPv6 address, but not likely in "a::b_c".
 bool is_likely_address(std::string_view text) {
   if (std::count(text.begin(), text.end(), '.') >= 3 || mac_of(text)) return true;
   return std::count(text.begin(), text.end(), ':') >= 2 && !text.starts_with("::") &&
          std::any_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// Without the end of a sentence or of a heading, but not of a network ("2001:db8::").
+// Strips the punctuation of a sentence or heading, but not the end of a network ("2001:db8::").
 std::string_view without_ending(std::string_view text) {
   if (!text.ends_with("::"))
     while (!text.empty() && (text.back() == '.' || text.back() == ':')) text.remove_suffix(1);
   return text;
 }
 
-// Where the colon ahead of the last group stands, 0 if there is one group.
+// The position of the colon before the last group, 0 if there is one group.
 std::size_t begin_of_last_group(std::string_view groups) {
   const std::size_t colon = groups.rfind(':');
   return colon == std::string_view::npos ? 0 : colon;
@@ -117,8 +117,8 @@ bool may_hold_address(std::string_view word) {
   return count('.') >= 2 || count(':') >= 2 || count('-') >= 5;
 }
 
-// Where the system's id begins in "49.0001.1921.6800.1001.00", or in "1921.6800.1001.00": an area,
-// the id, which is made of an address of the router mostly, and a selector.
+// The position of the system id in "49.0001.1921.6800.1001.00" or "1921.6800.1001.00": an area, the
+// id, which is usually derived from an address of the router, and a selector.
 std::optional<std::size_t> system_id_in(std::string_view word) {
   constexpr std::size_t tail = sizeof("1921.6800.1001.00") - 1;
   if (word.size() < tail) return std::nullopt;
@@ -142,8 +142,8 @@ bool is_digit(char c) {
   return c >= '0' && c <= '9';
 }
 
-// The first address in "host.10.1.1.1", "peer10.1.1.1" or, with a port behind it, "10.1.1.1.179";
-// empty if there is none. More numbers than that are something else.
+// The first address in "host.10.1.1.1", "peer10.1.1.1" or, with a port, "10.1.1.1.179"; empty if
+// there is none. A text with more numbers is something else.
 std::string_view ipv4_in(std::string_view word) {
   constexpr auto octets = 4;
   for (std::size_t begin = 0; begin < word.size();) {
@@ -171,7 +171,7 @@ std::string_view port_behind(std::string_view word) {
                                                                           : std::string_view{};
 }
 
-// Masks, and the address of nobody.
+// Masks and the unspecified address.
 bool is_mask(std::uint32_t address) {
   const std::uint32_t first = address >> 24;
   return first == 255 || first == 0;
@@ -179,8 +179,7 @@ bool is_mask(std::uint32_t address) {
 
 }  // namespace
 
-// Half of all MACs have no letter, which would hide that two of them differ in case: each new one
-// has letters.
+// A MAC without letters would hide that two notations differ in case: each replacement has letters.
 std::string address_redactor::mac_for(std::uint64_t mac, bool upper_case, char separator) {
   constexpr std::uint64_t start = std::uint64_t{0x02aa} << 32;
   const std::uint64_t low = mac & ((1U << low_mac_bits) - 1);
@@ -243,7 +242,7 @@ bool address_redactor::replace_between_colons(std::string_view word, std::string
   return true;
 }
 
-// An address and perhaps the end of a sentence. Within a name it must look more like one.
+// An address, perhaps followed by punctuation. Within a name it must look more like an address.
 bool address_redactor::replace_likely(std::string_view text, bool in_name, std::string& out) {
   const std::string_view address = without_ending(text);
   if ((in_name && !is_likely_address(address)) || !replace(address, out)) return false;
@@ -251,7 +250,7 @@ bool address_redactor::replace_likely(std::string_view text, bool in_name, std::
   return true;
 }
 
-// Takes a MAC that begins within the first `most` bytes, and what stands ahead of it, off a word.
+// Takes a MAC that begins within the first `most` bytes, and the text before it, off a word.
 bool address_redactor::take_mac(std::string_view& word, std::string_view separators,
                                 std::size_t most, std::string& out) {
   const std::string_view mac = mac_in(word, separators, most);
@@ -288,7 +287,7 @@ void address_redactor::add_piece(std::string_view piece, bool in_name, std::stri
   }
 }
 
-// What is no address as a whole may have a port behind one, or a name ahead of it.
+// A word that is not an address as a whole may be an address with a port, or a name before one.
 void address_redactor::add_front(std::string_view front, std::string& out) {
   const std::string_view port = port_behind(front);
   if (!port.empty() && replace_likely(front.substr(0, front.size() - port.size() - 1), true, out)) {
@@ -303,7 +302,7 @@ void address_redactor::add_front(std::string_view front, std::string& out) {
   out.append(front.substr(std::min(begin + address.size(), front.size())));
 }
 
-// The pieces between dashes, of which a range is made, and many a name.
+// The pieces between dashes: the ends of a range, or parts of a name.
 void address_redactor::add_pieces(std::string_view word, bool in_name, std::string& out) {
   constexpr std::string_view separators = "-_";
   in_name = in_name || word.find_first_of(separators) != std::string_view::npos;
@@ -320,7 +319,7 @@ void address_redactor::add_word(std::string_view word, std::string& out) {
     out.append(word);
     return;
   }
-  // First those that dashes would part.
+  // First the MACs that are written with dashes.
   bool in_name = false;
   for (;;) {
     const std::string_view mac = mac_in(word, "-", word.size());

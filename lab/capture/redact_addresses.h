@@ -1,4 +1,4 @@
-// Finds addresses in a text and replaces them: one scan, whatever the text's size.
+// Finds and replaces the addresses in a text, in one scan.
 #pragma once
 
 #include <cstddef>
@@ -21,7 +21,8 @@ class address_redactor {
   std::size_t macs() const { return macs_.size(); }
 
  private:
-  // Those that replace add a replacement to `out` and return true, or return false and add nothing.
+  // The `replace` functions add a replacement to `out` and return true, or add nothing and return
+  // false.
   bool replace(std::string_view word, std::string& out);
   bool replace_between_colons(std::string_view word, std::string& out);
   bool replace_likely(std::string_view text, bool in_name, std::string& out);

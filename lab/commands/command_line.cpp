@@ -34,10 +34,10 @@ constexpr const char* host_arguments_footer =
     "Words after -- go to the host, for example: -- --node-id 4352\n"
     "The exit status is the host's; see tessel-host --help.";
 
-// What a command does, once its options are read.
+// The action of each command, to call after its options are read.
 using actions = std::map<const CLI::App*, std::function<int()>>;
 
-// What the options of all commands are read into.
+// The options of all commands.
 struct lab_options {
   faults_options faults;
   expect_options expect;

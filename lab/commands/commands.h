@@ -1,6 +1,6 @@
-// The subcommands of tessel-lab, one source each. A subcommand gets what its command line named,
-// and returns the status to exit with; it throws `usage_error` for values that do not go together,
-// and `lab_error` where it cannot do what it was told.
+// The subcommands of tessel-lab, one source each. A subcommand gets the values of its command line
+// and returns the exit status. It throws `usage_error` for values that do not go together, and
+// `lab_error` for any other failure.
 #pragma once
 
 #include <filesystem>
@@ -39,14 +39,14 @@ int render_command(const render_options& o);
 struct generate_options {
   std::string out;
   std::string type = "birch";
-  // What is not given is as `default_request` has it for the type.
+  // A size that is not given comes from `default_request` of the type.
   std::optional<unsigned> cards, npus, bundles, members, l2_subs, l3_subs, seed;
   std::optional<chip_mix> family;
   bool hqos = false;
 };
 int generate_command(const generate_options& o);
 
-// Those of this program if none are named.
+// By default, the host and the library of this program.
 struct program_options {
   std::optional<std::string> host;
   std::optional<std::string> library;
@@ -90,17 +90,17 @@ int diff_command(const diff_options& o);
 
 // What several of them share ---------------------------------------------------------------------
 
-// The described router of that name or file, with these faults, "name" or "name=argument".
+// The described router of that name or file, with these faults: "name" or "name=argument".
 router faulty_router(const std::string& name, const std::vector<std::string>& faults);
 
 std::filesystem::path own_program();
 
-// The program that stands in for a router's tools, which belongs beside this one. Throws
-// `lab_error` that says what to do if it is not there or cannot be executed.
+// The program that stands in for a router's tools; it belongs beside this one. Throws `lab_error`
+// that says what to do if it is missing or cannot be executed.
 std::filesystem::path tool_program();
 
-// The host and the library that were named, or those that belong to this program; absolute. Throws
-// `lab_error` that names the option if there is no such file.
+// The host and the library that the options name, or those of this program, as absolute paths.
+// Throws `lab_error` that names the option if there is no such file.
 std::filesystem::path host_of(const program_options& o);
 std::filesystem::path library_of(const program_options& o);
 

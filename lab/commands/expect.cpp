@@ -8,8 +8,8 @@
 
 namespace lab {
 
-// For programs: name, "shown", "hidden" or "none", and the finding, parted by tabulators; behind a
-// hidden one why it may be missing.
+// For programs: the name, "shown", "hidden" or "none", and the finding, separated by tabs; a hidden
+// finding is followed by the reason why it may be missing.
 int expect_command(const expect_options& o) {
   std::vector<std::string> faults = o.faults;
   for (const planted_ssh_fault& one : take_ssh_faults(faults))

@@ -17,8 +17,8 @@ int list_command() {
 
 namespace {
 
-// What a random choice of faults must know: one that needs an argument means nothing by itself, one
-// that ends the run hides most others.
+// For random choices of faults: an argued fault does nothing without its argument, and an ending
+// fault hides most others.
 const char* kind_of(const fault& f) {
   if (f.takes_argument) return "argued";
   return f.stops_from == phase::none ? "plain" : "ending";

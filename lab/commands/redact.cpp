@@ -20,7 +20,7 @@ int redact_command(const capture_options& o) {
   const redaction_counts n = redact(c);
   c.calls = calls_with_sizes(c);
   const private_files of_the_capture;
-  write_folder(c, out);  // with the list of calls, whose names and times tell nothing
+  write_folder(c, out);  // with the list of calls, which holds nothing confidential
   fmt::print(
       "Replaced: {} IP and {} MAC addresses, {} texts, {} names, {} secrets, {} serial numbers.\n",
       n.addresses, n.macs, n.texts, n.names, n.secrets, n.serials);

@@ -41,7 +41,7 @@ fs::path tool_program() {
   const fs::path beside = own_program().parent_path() / "tessel-lab-tool";
   if (access(beside.c_str(), X_OK) != 0)
     throw lab_error(fmt::format(
-        "{}: cannot be executed: {}; it stands in for the router's tools, copy it there from the "
+        "{}: cannot be executed: {}; it stands in for the router's tools; copy it there from the "
         "folder that tessel-lab was built or installed in",
         beside.string(), std::strerror(errno)));
   return beside;
@@ -56,7 +56,7 @@ fs::path host_of(const program_options& o) {
   return host;
 }
 
-// A build leaves it beside this program, an installation in its folder of libraries.
+// A build puts the library beside this program, an installation into its library folder.
 fs::path library_of(const program_options& o) {
   const fs::path folder = own_program().parent_path();
   const fs::path beside = folder / "libtessel.so";
@@ -67,7 +67,7 @@ fs::path library_of(const program_options& o) {
 
 namespace {
 
-// The named folder, made if need be, or a new one, which standard error then tells of.
+// The named folder, made if it is missing, or a new one, which standard error then names.
 fs::path logs_folder(const fs::path& named) {
   if (named.empty()) {
     const char* temporary = std::getenv("TMPDIR");
@@ -102,12 +102,12 @@ fs::path absolute_or_empty(const std::optional<std::string>& named) {
   return named ? fs::absolute(target_named(*named)) : fs::path{};
 }
 
-// What is written, once it is clear that all of it can be.
+// Prepares the outputs, once it is clear that all of them can be written.
 void set_outputs(const run_options& o, run_request& request) {
   const fs::path logs = absolute_or_empty(o.logs);
   request.calls = absolute_or_empty(o.calls);
   request.record = absolute_or_empty(o.record);
-  // Among the logs it stands in a folder that may have to be made first.
+  // The file may lie in the folder of the logs, which may have to be made first.
   const bool keeps_calls = !request.calls.empty();
   if (keeps_calls && (logs.empty() || !lies_under(request.calls, logs)))
     check_calls_file(request.calls);
@@ -116,8 +116,8 @@ void set_outputs(const run_options& o, run_request& request) {
   if (keeps_calls) make_calls_file(request.calls);
 }
 
-// A capture folder answers as it stands; a packed one is unpacked into memory, a router is rendered
-// first.
+// A capture folder is used as it is, a packed capture is unpacked into memory, a router is
+// rendered.
 void set_answers(const run_options& o, run_request& request) {
   std::vector<std::string> faults = o.faults;
   const std::vector<planted_ssh_fault> ssh_faults = take_ssh_faults(faults);
@@ -140,7 +140,7 @@ void set_answers(const run_options& o, run_request& request) {
   if (request.real_ssh) request.nodes = nodes_behind_ssh(request.answers, ssh_faults);
 }
 
-// The tools read it themselves.
+// The tools read the variable themselves.
 void set_latencies(const run_options& o) {
   unsetenv(latency_variable);
   if (!o.latency) return;

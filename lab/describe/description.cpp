@@ -22,7 +22,7 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t most_bases = 8;
 
-// A table with the keys that were asked for, so that the ones that nobody knows can be told.
+// A table and the keys that were read from it, so that unknown keys can be reported.
 struct section {
   const toml::table& table;
   std::string file;
@@ -46,7 +46,7 @@ const toml::node* take(section& s, std::string_view key) {
 void read(section& s, std::string_view key, std::string& value) {
   const toml::node* found = take(s, key);
   if (found == nullptr) return;
-  if (!found->is_string()) refuse(s, *found, fmt::format("{} is no text", key));
+  if (!found->is_string()) refuse(s, *found, fmt::format("{} is not a text", key));
   value = *found->value<std::string>();
 }
 
@@ -65,7 +65,7 @@ void read(section& s, std::string_view key, Number& value) {
   const auto number = found->is_integer() ? found->value<std::int64_t>() : std::nullopt;
   if (!number || *number < 0 || std::cmp_greater(*number, std::numeric_limits<Number>::max()))
     refuse(s, *found,
-           fmt::format("{} is no number from 0 to {}", key, std::numeric_limits<Number>::max()));
+           fmt::format("{} is not a number from 0 to {}", key, std::numeric_limits<Number>::max()));
   value = static_cast<Number>(*number);
 }
 
@@ -73,14 +73,14 @@ void read(section& s, std::string_view key, std::vector<std::string>& values) {
   const toml::node* found = take(s, key);
   if (found == nullptr) return;
   const toml::array* list = found->as_array();
-  if (list == nullptr) refuse(s, *found, fmt::format("{} is no list of texts", key));
+  if (list == nullptr) refuse(s, *found, fmt::format("{} is not a list of texts", key));
   for (const toml::node& entry : *list) {
-    if (!entry.is_string()) refuse(s, entry, fmt::format("{} is no list of texts", key));
+    if (!entry.is_string()) refuse(s, entry, fmt::format("{} is not a list of texts", key));
     values.push_back(*entry.value<std::string>());
   }
 }
 
-// What tells an entry from the others of its list; empty if nothing does.
+// The value that identifies an entry in its list; empty if there is none.
 std::string identity_of(const toml::table& table, std::string_view key) {
   const toml::node* found = table.get(key);
   if (found == nullptr) return {};
@@ -89,8 +89,8 @@ std::string identity_of(const toml::table& table, std::string_view key) {
   return number ? std::to_string(*number) : std::string{};
 }
 
-// Calls `job` with a section for each table of a list of tables. Of those that `identity` tells
-// apart, no two of one file may be alike: the second would change the first in silence.
+// Calls `job` with a section for each table of a list of tables. No two tables of one file may have
+// the same `identity`: the second would silently change the first.
 template <typename Job>
 void each(section& s, std::string_view key, const std::string& what, std::string_view identity,
           Job job) {
@@ -98,14 +98,14 @@ void each(section& s, std::string_view key, const std::string& what, std::string
   const toml::node* found = take(s, key);
   if (found == nullptr) return;
   const toml::array* list = found->as_array();
-  if (list == nullptr) refuse(s, *found, fmt::format("{} is no list of tables", key));
+  if (list == nullptr) refuse(s, *found, fmt::format("{} is not a list of tables", key));
   for (const toml::node& entry : *list) {
     const toml::table* table = entry.as_table();
-    if (table == nullptr) refuse(s, entry, fmt::format("{} is no list of tables", key));
+    if (table == nullptr) refuse(s, entry, fmt::format("{} is not a list of tables", key));
     section inner{*table, s.file, what, {}};
     const std::string name_of_entry = identity_of(*table, identity);
     if (!name_of_entry.empty() && !seen.insert(name_of_entry).second)
-      refuse(inner, *table, fmt::format("{} {} stands twice", identity, name_of_entry));
+      refuse(inner, *table, fmt::format("{} {} appears twice", identity, name_of_entry));
     job(inner);
     for (const auto& [name, value] : *table)
       if (!inner.known.contains(std::string{name.str()}))
@@ -222,7 +222,8 @@ void read_bundle(section& s, router& r) {
     return mac.size() == 14 && mac[4] == '.' && mac[9] == '.' &&
            mac.find_first_not_of("0123456789abcdef.") == std::string::npos;
   };
-  if (!dotted(b.mac)) refuse(s, s.table, fmt::format("mac \"{}\" is no 0026.5e00.0a01", b.mac));
+  if (!dotted(b.mac))
+    refuse(s, s.table, fmt::format("mac \"{}\" does not have the form 0026.5e00.0a01", b.mac));
 }
 
 void read_override(section& s, router& r) {
@@ -318,7 +319,7 @@ router load_router(const std::string& name) {
   if (!fs::exists(file))
     throw lab_error(is_file ? fmt::format("{}: there is no such file", name)
                             : fmt::format("there is no router \"{}\" in {}; `tessel-lab list` "
-                                          "names them, a file's name ends in .toml",
+                                          "shows the names; a file name ends in .toml",
                                           name, routers_directory().string()));
   if (fs::is_directory(file)) throw lab_error(fmt::format("{}: is a folder", file.string()));
   router r;

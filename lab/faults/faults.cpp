@@ -49,7 +49,7 @@ const fault& fault_of(const std::string& name) {
   return *found;
 }
 
-// The row that says what the fault does with its argument. Null if there is none.
+// The row for the fault with this argument. Null if there is none.
 const fault* known_effect(const planted_fault& p) {
   const fault& by_name = fault_of(p.name);
   if (p.argument.empty()) return &by_name;
@@ -57,7 +57,7 @@ const fault* known_effect(const planted_fault& p) {
   return find_fault(fmt::format("{}={}", list, p.argument));
 }
 
-// The fault as the user asked for it.
+// The fault as the user gave it.
 std::string text_of(const planted_fault& p) {
   std::string text = p.name;
   if (p.place > 0) text += fmt::format("@{}", p.place);
@@ -99,7 +99,7 @@ planted_fault parse_fault(const std::string& text) {
   if (wanted.argument == "ssh")
     throw lab_error(fmt::format("fault {}: ssh cannot be taken away", wanted.name));
   if (wanted.argument.find('/') != std::string::npos)
-    throw lab_error(fmt::format("fault {}: \"{}\" is a name without a folder in it", wanted.name,
+    throw lab_error(fmt::format("fault {}: \"{}\" name the tool without a folder", wanted.name,
                                 wanted.argument));
   return wanted;
 }
@@ -150,7 +150,7 @@ bool overlap(const std::string& a, const std::string& b) {
   return a.empty() || b.empty() || a == b;
 }
 
-// An object that is taken away takes its values along.
+// Removing an object removes its values.
 bool takes_along(const override_rule& object, const override_rule& value) {
   constexpr std::pair<std::string_view, std::string_view> held_by[] = {
       {"dpa.glif", "dpa.l2port"},
@@ -170,7 +170,7 @@ bool takes_along(const override_rule& object, const override_rule& value) {
          });
 }
 
-// True if `a` changes a value that `b` changes, or takes it away.
+// True if `a` changes or removes a value that `b` changes.
 bool hold_the_same(const planted_fault& a, const planted_fault& b) {
   return std::any_of(a.holds.begin(), a.holds.end(), [&](const override_rule& one) {
     return std::any_of(b.holds.begin(), b.holds.end(), [&](const override_rule& other) {
@@ -212,7 +212,7 @@ std::string filled_in(std::string_view finding, const planted_fault& p) {
   return text;
 }
 
-// `line` is what `b` would show at its place.
+// `line` is the line that `b` would show at its place.
 std::string hidden_by(const planted_fault& a, const planted_fault& b, const by_product& line) {
   const fault* hiding = known_effect(a);
   if (hiding == nullptr) return fmt::format("{} may do anything", text_of(a));

@@ -13,8 +13,8 @@
 // row needs three decisions; docs/LAB.md ("Add a fault") goes through them with an example:
 //
 // - `at`: which check of the audit raises the finding? Find the message in src/, and take the
-//   checkpoint whose comment names that check. A fault without a finding stands where the audit
-//   would notice it.
+//   checkpoint whose comment names that check. A fault without a finding has the checkpoint at
+//   which the audit would notice it.
 // - `hides`: what does the audit skip, or misread, after that check? Read on in src/ from the
 //   message: a check that returns ERROR ends the walk of its object (`object`), of the bundle on
 //   that node (`bundle`), and so on. What is checked before `at` is never hidden.

@@ -21,7 +21,7 @@ bool tells_its_units(std::string_view type) {
   return type == "birch" || type == "fir";
 }
 
-// On these types all ports belong to the route processor, whatever card they are on.
+// On these types all ports belong to the route processor, on any card.
 bool ports_are_central(std::string_view type) {
   return type == "aspen" || is_single_node(type);
 }
@@ -70,7 +70,7 @@ node route_processor(const std::string& name, std::uint32_t id, const char* stat
   n.kind = "RP";
   n.id = id;
   n.state = state;
-  // Its chip holds every LAG and no port of them, and `show unit` does not tell of it.
+  // Its chip holds every LAG without its ports, and `show unit` does not list the chip.
   n.chip = "BCM88470";
   n.npus = 1;
   n.in_unit_list = false;
@@ -91,7 +91,7 @@ void add_central_nodes(const generate_request& wanted, router& r) {
   r.nodes.push_back(central_node(wanted, "0/RP1/CPU0", 4352, "STANDBY"));
   if (wanted.family != chip_mix::jericho2) return;
   // The audit looks for the members of a live standby with Jericho2 in the bundle manager's agent,
-  // which knows the active side alone; and it fails where an aspen's Jericho2 has MTU profiles.
+  // which knows only the active side; and it fails where an aspen's Jericho2 has MTU profiles.
   r.nodes.back().band = "BOOTING";
   r.overrides.push_back({"chip.lag-mtu", "*", "", -1, std::string{absent}});
 }
@@ -114,14 +114,14 @@ void add_nodes(const generate_request& wanted, router& r) {
   }
 }
 
-// Where the ordinal-th port of the router sits.
+// The place of the ordinal-th port of the router.
 member port(const generate_request& wanted, const router& r, unsigned ordinal,
             std::mt19937& chance) {
   constexpr unsigned one_in = 8;
   const bool central = ports_are_central(wanted.type);
   const unsigned card = ordinal % wanted.cards;
   const unsigned on_card = ordinal / wanted.cards;
-  // On a node with the ports of all cards, neighbours on one card alternate between the cores.
+  // If a node has the ports of all cards, neighbours on one card alternate between the cores.
   const unsigned on_npu = central ? ordinal : on_card / wanted.npus;
   const std::string seat = fmt::format(fmt::runtime(wanted.type == "fir" ? "{}/0" : "0/{}"), card);
   member m;

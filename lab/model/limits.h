@@ -1,4 +1,4 @@
-// What no router goes beyond, whether it is described or made up.
+// The limits of every router, described or generated.
 #pragma once
 
 namespace lab {

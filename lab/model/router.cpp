@@ -40,9 +40,9 @@ const type_row* type_of(std::string_view type) {
   return found == router_types.end() ? nullptr : found;
 }
 
-constexpr unsigned cores_apart = 256;  // an aspen's port numbers of one core behind the other
+constexpr unsigned cores_apart = 256;  // between the first port numbers of an aspen's cores
 
-// The number that a text begins with.
+// The number at the beginning of a text.
 unsigned number_of(std::string_view digits) {
   unsigned number = 0;
   const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), number);
@@ -139,7 +139,8 @@ std::string model_of(std::string_view type) {
 
 chip_family family_of(const node& n) {
   if (n.chip.empty()) return chip_family::none;
-  // A chip that `show unit` does not list is unknown to the platform and spoken to as an older one.
+  // The platform does not know a chip that `show unit` does not list, and treats it as an older
+  // one.
   if (!n.in_unit_list) return chip_family::older;
   return n.chip.starts_with("BCM8869") ? chip_family::jericho2 : chip_family::older;
 }
@@ -238,8 +239,7 @@ std::vector<unsigned> tags_of(std::string_view encapsulation) {
     const std::size_t digits = std::min(word.find_first_not_of("0123456789"), word.size());
     if (keyword.find("dot1") != std::string_view::npos) {
       if (digits > 0) tags.push_back(number_of(word.substr(0, digits)));
-      // A list or a range goes by its first tag, and nothing behind it counts; "dot1q any" has
-      // none.
+      // Only the first tag of a list or a range counts; "dot1q any" has none.
       if (digits > 0 ? digits < word.size() : keyword == "dot1q") break;
     }
     keyword = word;
@@ -302,15 +302,15 @@ void derive_members(router& r, bundle& b,
   }
 }
 
-// Chips are searched by the last digits of a system port, so all of a router have as many digits:
-// no one is another's tail.
+// Chips are searched by the last digits of a system port. So all system ports of a router have the
+// same number of digits, and none ends like another.
 std::uint32_t first_system_port(const router& r) {
   std::size_t ports = 0;
   for (const bundle& b : r.bundles) ports += b.members.size();
   return ports < 0xf00 ? 0x101 : ports < 0xf000 ? 0x1001 : 0x10001;
 }
 
-// One count runs through bundles and sub-bundles, so that no two of them share a number.
+// Bundles and sub-bundles are numbered together, so that no two of them share a number.
 struct object_count {
   std::uint32_t objects = 0;
   std::uint32_t lags = 0;
@@ -323,7 +323,7 @@ void derive_sub(const router& r, const bundle& b, sub_bundle& s, object_count& c
   if (s.glif == 0) s.glif = 0x14000 + count.objects;
   s.local_lif = 0x2000 + count.objects;
   ++count.objects;
-  // Under hierarchical QoS a sub-bundle has a LAG of its own, otherwise it rides on its bundle's.
+  // With hierarchical QoS a sub-bundle has its own LAG, otherwise it uses that of its bundle.
   if (s.lag == 0) s.lag = r.hqos ? ++count.lags : b.lag;
   if (s.rif == 0 && !s.l2) s.rif = 0x11 + count.rifs++;
 }
@@ -335,7 +335,7 @@ void derive_bundle(bundle& b, unsigned ordinal, object_count& count) {
   b.local_lif = 0x2000 + count.objects;
   ++count.objects;
   if (b.rif == 0 && !b.l2) b.rif = 0x11 + count.rifs++;
-  // Three digits, the last of them not 0: no domain is another's tail, so no chip key is either.
+  // Three digits, the last of them not 0: no domain ends like another, so no chip key does either.
   if (b.vlan_domain == 0) b.vlan_domain = 0x111 + ordinal / 15 * 16 + ordinal % 15;
   if (b.mac.empty())
     b.mac = fmt::format("0026.5e{:02x}.{:04x}", b.number / 256, 0x0a01 + b.number % 256);
@@ -364,12 +364,13 @@ namespace {
   throw lab_error(fmt::format("{}: {}", where, what));
 }
 
-// The tools' tables are read column by column.
+// The tools' tables are split into columns at blanks.
 void check_columns(const node& n, std::string_view where) {
   for (const auto& [what, text] :
        {std::pair{"card", &n.card}, {"band", &n.band}, {"address", &n.address}})
     if (text->empty() || text->find_first_of(" \t\n") != std::string::npos)
-      impossible(where, fmt::format("node {}: {} \"{}\" is no single word", n.name, what, *text));
+      impossible(where,
+                 fmt::format("node {}: {} \"{}\" is not a single word", n.name, what, *text));
 }
 
 void check_nodes(const router& r, std::string_view file) {
@@ -378,22 +379,23 @@ void check_nodes(const router& r, std::string_view file) {
   std::set<std::uint32_t> ids;
   if (r.nodes.empty()) impossible(file, "no node is described");
   if (is_single_node(r.type) && (r.nodes.size() != 1 || r.nodes.front().name != "0/RP0/CPU0"))
-    impossible(file, fmt::format("a router of type {} is the one node 0/RP0/CPU0", r.type));
+    impossible(file, fmt::format("a router of type {} has the single node 0/RP0/CPU0", r.type));
   for (const node& n : r.nodes) {
     const std::string_view where = place_of(n.written, file);
     if (!names.insert(n.name).second)
-      impossible(where, fmt::format("node {} stands twice", n.name));
+      impossible(where, fmt::format("node {} appears twice", n.name));
     if (has_address(n) && !addresses.insert(n.address).second)
       impossible(where, fmt::format("node {}: address {} is taken", n.name, n.address));
     check_columns(n, where);
     if (n.chip.empty() && n.npus > 0)
-      impossible(where, fmt::format("node {}: {} NPUs and no chip", n.name, n.npus));
+      impossible(where, fmt::format("node {}: {} NPUs but no chip", n.name, n.npus));
     if (n.npus > most_npus)
       impossible(where,
                  fmt::format("node {}: {} NPUs, a node has at most {}", n.name, n.npus, most_npus));
     if (family_of(n) == chip_family::jericho2 && n.cores != 2)
       impossible(where, fmt::format("node {}: {} cores, a Jericho2 has two", n.name, n.cores));
-    // The tools ask for a chip by its node's id, so of two nodes with one id only one could answer.
+    // The tools address a chip by its node's id, so only one of two nodes with the same id could
+    // answer.
     if (!ids.insert(n.id).second)
       impossible(where,
                  fmt::format("node {}: id {:#x} is taken, give each node its own", n.name, n.id));
@@ -405,7 +407,7 @@ void check_member(const router& r, const bundle& b, const member& m, std::string
   const node* owner = find_node(r, m.node);
   const std::string place = fmt::format("bundle {}, member {}", b.number, m.port);
   if (port_type(m.port).size() < 2 || port_tail(m.port).empty())
-    impossible(where, place + ": a port is a type and numbers, as HundredGigE0/0/0/1");
+    impossible(where, place + ": a port is a type and numbers, such as HundredGigE0/0/0/1");
   if (owner == nullptr) impossible(where, fmt::format("{}: there is no node {}", place, m.node));
   if (m.npu >= owner->npus)
     impossible(where, fmt::format("{}: node {} has {} NPUs, not number {}", place, m.node,
@@ -424,7 +426,7 @@ void check_member(const router& r, const bundle& b, const member& m, std::string
 
 void check(const router& r, std::string_view file) {
   if (r.type.empty())
-    impossible(file, "type is missing: it says what the router is, as type = \"birch\"");
+    impossible(file, "type is missing: give the router's type, such as type = \"birch\"");
   if (!known_type(r.type)) impossible(file, fmt::format("unknown router type \"{}\"", r.type));
   check_nodes(r, file);
   std::set<unsigned> numbers;
@@ -432,7 +434,7 @@ void check(const router& r, std::string_view file) {
   for (const bundle& b : r.bundles) {
     const std::string_view where = place_of(b.written, file);
     if (!numbers.insert(b.number).second)
-      impossible(where, fmt::format("bundle {} stands twice", b.number));
+      impossible(where, fmt::format("bundle {} appears twice", b.number));
     if (b.members.size() > b.max_members)
       impossible(where, fmt::format("bundle {}: {} members where {} are allowed", b.number,
                                     b.members.size(), b.max_members));
@@ -441,7 +443,7 @@ void check(const router& r, std::string_view file) {
     for (const sub_bundle& s : b.subs) {
       const std::string_view at = place_of(s.written, file);
       if (!sub_numbers.insert(s.number).second)
-        impossible(at, fmt::format("sub-bundle {} stands twice", name_of(s)));
+        impossible(at, fmt::format("sub-bundle {} appears twice", name_of(s)));
     }
   }
   check_values(r, file);

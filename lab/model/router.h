@@ -1,7 +1,7 @@
-// The model of a router: what a description file says, completed by derived values, and what
-// every renderer reads. One number stands for one fact in all layers: a bundle's LAG id is given
-// (or derived) once and comes out in the agent's table, in the forwarding objects of every node
-// and in every chip. What a layer holds against the truth is an override:
+// The model of a router, which every renderer reads: the values of a description file, completed by
+// derived ones. Each fact is one number in all layers: a bundle's LAG id is given (or derived) once
+// and appears in the agent's table, in the forwarding objects of every node and in every chip. A
+// value that one layer holds against the truth is an override:
 //
 //     router r = load_router("birch-small");
 //     r.overrides.push_back({"dpa.lag", "BE1", "0/1/CPU0", -1, "0x99"});
@@ -26,14 +26,14 @@ struct node {
   std::string band = "FINAL";
   std::string address;   // of the internal network, "192.0.0.6"
   std::string card;      // the card's name in the inventory
-  std::uint32_t id = 0;  // what the tools call the node
+  std::uint32_t id = 0;  // the node's id in the tools
   std::string chip;      // "BCM88680", empty for a node without a chip
   unsigned npus = 0;
   unsigned cores = 2;
-  unsigned ports = 0;        // that its faceplate has; 0 if the description does not tell
-  bool in_unit_list = true;  // `show unit` tells of its chips
-  bool forwarding = true;    // it holds forwarding objects
-  std::string written{};     // "small.toml:12", where it is described; empty if it is made up
+  unsigned ports = 0;        // on its faceplate; 0 if the description does not say
+  bool in_unit_list = true;  // `show unit` lists its chips
+  bool forwarding = true;    // it has forwarding objects
+  std::string written{};     // "small.toml:12", its description; empty if it is generated
 };
 
 struct member {
@@ -48,7 +48,7 @@ struct member {
   unsigned weight = 1;
   unsigned mtu = 0;
   std::string description;
-  bool up = true;  // the bundle keeps the slot of a port that is down
+  bool up = true;  // a port that is down keeps its slot in the bundle
   std::string written{};
 };
 
@@ -56,7 +56,7 @@ struct sub_bundle {
   unsigned bundle = 0;
   unsigned number = 0;
   bool l2 = false;
-  std::string encapsulation;  // as configured behind the word, "dot1q 10 second-dot1q 20"
+  std::string encapsulation;  // as configured after the word, "dot1q 10 second-dot1q 20"
   std::string description;
   std::uint64_t handle = 0;
   std::uint32_t lag = 0;
@@ -85,7 +85,7 @@ struct bundle {
 };
 
 // A value that one layer holds against the truth. An empty node or an NPU of -1 means all of them.
-// The value "absent" takes the row or the line away.
+// The value "absent" removes the row or the line.
 struct override_rule {
   std::string field;   // one of override_fields()
   std::string object;  // "BE1", "BE1.100", a member's port tail or "*"
@@ -97,10 +97,9 @@ struct override_rule {
 
 struct planted_fault {
   std::string name;
-  std::string argument{};  // behind "=", empty if none was given
-  unsigned place = 0;      // behind "@": which of the places that suit it, counted through
-  // Where it went, known once it is planted: "BE1.100" of "BE1" on "0/0/CPU0". An empty text stands
-  // for all of them.
+  std::string argument{};  // after "=", empty if none was given
+  unsigned place = 0;      // after "@": the number of a place that suits it
+  // Its place, known once it is planted: "BE1.100" of "BE1" on "0/0/CPU0". An empty text means all.
   std::string object{};
   std::string bundle{};
   std::string node{};
@@ -111,10 +110,10 @@ struct router {
   std::string name;
   std::string description;
   std::string type;              // "birch", "elm", ...
-  std::string model;             // what the version banner calls it
-  std::string health = "clean";  // what the bundle manager's own check says
+  std::string model;             // its name in the version banner
+  std::string health = "clean";  // the result of the bundle manager's own check
   bool hqos = false;
-  unsigned bundle_scale = 0;  // bundles that its hw-module profile allows, 0: none is configured
+  unsigned bundle_scale = 0;  // bundles that its hw-module profile allows; 0: no profile
   std::uint32_t host_node_id = 4096;
   std::vector<node> nodes;
   std::vector<bundle> bundles;
@@ -129,23 +128,24 @@ struct field_description {
   std::string_view meaning;
 };
 
-// Every field that an override can name.
+// Every field that an override can change.
 const std::vector<field_description>& override_fields();
 
-// Returns what the layer holds instead of the truth, or nothing. The last matching rule counts.
+// Returns the value that the layer holds instead of the truth, or nothing. The last matching rule
+// counts.
 std::optional<std::string> overridden(const router& r, std::string_view field,
                                       std::string_view object, std::string_view node_name = {},
                                       int npu = -1);
 
-// True if an override takes the thing away.
+// True if an override removes the object.
 bool is_absent(const router& r, std::string_view field, std::string_view object,
                std::string_view node_name = {}, int npu = -1);
 
-// Fills in every value that the description left out: LAG ids, handles, LIFs, port numbers.
+// Derives every value that the description left out: LAG ids, handles, LIFs, port numbers.
 void derive(router& r);
 
 // Throws `lab_error` if the router is impossible: two bundles with one handle, a member on a node
-// that does not exist, an unknown type. `file` is named where no line is known.
+// that does not exist, an unknown type. The message names `file` if it knows no line.
 void check(const router& r, std::string_view file);
 
 bool is_single_node(std::string_view type);
@@ -153,19 +153,18 @@ bool known_type(std::string_view type);
 std::string model_of(std::string_view type);
 
 chip_family family_of(const node& n);
-// A node whose address the inventory gives as "None" cannot be asked for anything.
+// False for a node whose address in the inventory is "None": nobody can ask it for anything.
 bool has_address(const node& n);
 const node* find_node(const router& r, std::string_view name);
 
-// The ports that a node's tables show. A standby route processor of an aspen serves the ports of
-// the active one; every other node serves its own.
+// The ports in a node's tables. A standby route processor of an aspen serves the ports of the
+// active one; every other node serves its own.
 std::string_view port_owner(const router& r, const node& n);
 std::vector<const member*> members_on(const router& r, const bundle& b, const node& n);
 std::vector<const member*> members_on(const router& r, const bundle& b, const node& n,
                                       unsigned npu);
 
-// A port of the node that no bundle uses: every node has one, a route processor the one for its
-// management.
+// A port of the node that no bundle uses; on a route processor, its management port.
 std::string free_port(const router& r, const node& n);
 
 // "HundredGigE0/0/0/1" -> "0/0/0/1"; the type in front -> "HundredGigE"; "Hu0/0/0/1".
@@ -179,15 +178,15 @@ std::string name_of(const bundle& b);
 std::string name_of(const sub_bundle& s);
 bool has_untagged(const bundle& b);
 
-// The VLAN tags of an encapsulation by which a chip keeps it, outer first:
-// "dot1q 10 second-dot1q 20" -> {10, 20}, "dot1q 10-20" -> {10}, "default" -> {}.
+// The VLAN tags that a chip stores for an encapsulation, outer first: "dot1q 10 second-dot1q 20" ->
+// {10, 20}, "dot1q 10-20" -> {10}, "default" -> {}.
 std::vector<unsigned> tags_of(std::string_view encapsulation);
 
-// "0026.5e01.0011" -> "00:26:5e:01:00:11"; its low ten bits as the chips keep them.
+// "0026.5e01.0011" -> "00:26:5e:01:00:11"; its low ten bits, as the chips hold them.
 std::string colon_mac(std::string_view dotted);
 unsigned low_mac_bits(std::string_view dotted);
 
-// The row of a port in the chip's per-core tables. An aspen numbers its ports through all cores.
+// The row of a port in the chip's per-core tables. An aspen numbers its ports across all cores.
 unsigned chip_row(const router& r, const member& m);
 
 }  // namespace lab

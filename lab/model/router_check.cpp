@@ -21,7 +21,7 @@ namespace {
 constexpr unsigned last_mtu = 65535;
 constexpr std::uint32_t last_system_port = 0xffffff;  // the chips' listings have no more digits
 
-// The object that a message is about.
+// The subject of a message.
 struct subject {
   std::string_view place;
   std::string name;
@@ -31,7 +31,7 @@ struct subject {
   throw lab_error(fmt::format("{}: {}: {}", s.place, s.name, what));
 }
 
-// One kind of number that no two objects share.
+// A kind of number that no two objects may share.
 class numbers {
  public:
   explicit numbers(const char* what) : what_(what) {}
@@ -69,7 +69,7 @@ bool is_slot(std::string_view text, unsigned slots_there) {
          (text.front() != '0' || text.size() == 1);
 }
 
-// The audit knows all nodes that a type may have by their names.
+// The audit knows the names of all nodes that a type may have.
 bool is_node_of(std::string_view type, std::string_view name) {
   constexpr std::string_view end = "/CPU0";
   if (!name.ends_with(end)) return false;
@@ -81,7 +81,7 @@ bool is_node_of(std::string_view type, std::string_view name) {
          (name.starts_with("0/") && is_slot(name.substr(2), slots));
 }
 
-// It names a folder of the capture and stands between blanks; "None" is a node's without one.
+// An address names a folder of the capture and contains no blanks; "None" means that there is none.
 bool is_address(std::string_view text) {
   constexpr std::string_view plain = "._:%-";
   return !text.empty() && text.front() != '.' && text != local_place &&
@@ -96,7 +96,7 @@ void check_nodes(const router& r, std::string_view file) {
   for (const node& n : r.nodes)
     if (!is_address(n.address))
       refuse({place_of(n.written, file), "node " + n.name},
-             fmt::format("address \"{}\" is none, as 192.0.0.6", n.address));
+             fmt::format("address \"{}\" is not valid; give one such as 192.0.0.6", n.address));
   for (const node& n : r.nodes)
     if (!is_node_of(r.type, n.name))
       refuse({place_of(n.written, file), "node " + n.name},
@@ -124,7 +124,7 @@ bool is_port_tail(std::string_view tail) {
   return numbers == 3 || numbers == 4;
 }
 
-// A port stands on the card that serves it, unless all ports are a route processor's.
+// A port is on the card that serves it, unless a route processor serves all ports.
 void check_seat(const node& n, const member& m, const subject& s) {
   const std::string seat = n.name.substr(0, n.name.rfind('/') + 1);
   if (n.kind != "RP" && !port_tail(m.port).starts_with(seat))
@@ -148,7 +148,7 @@ void check_ports(const router& r, const node& n, std::string_view file) {
 
 void check_mtu(unsigned mtu, const subject& s) {
   if (mtu == 0 || mtu > last_mtu)
-    refuse(s, fmt::format("mtu {} is none of 1 to {}", mtu, last_mtu));
+    refuse(s, fmt::format("mtu {} is not from 1 to {}", mtu, last_mtu));
 }
 
 struct taken {
@@ -164,7 +164,8 @@ void check_member(const router& r, const bundle& b, const member& m, std::string
                   taken& all) {
   const subject s = of(b, m, file);
   check_mtu(m.mtu, s);
-  if (!is_port_tail(port_tail(m.port))) refuse(s, "a port's numbers are as 0/0/0/1 or 0/0/0/1/3");
+  if (!is_port_tail(port_tail(m.port)))
+    refuse(s, "a port's numbers have the form 0/0/0/1 or 0/0/0/1/3");
   check_seat(*find_node(r, m.node), m, s);
   if (m.system_port > last_system_port)
     refuse(s, fmt::format("system_port {:#x} is beyond {:#x}", m.system_port, last_system_port));
@@ -174,8 +175,8 @@ void check_member(const router& r, const bundle& b, const member& m, std::string
       .first->second.take(m.pp_port, s);
   constexpr unsigned cores_apart = 256;
   if (r.type == "aspen" && m.pp_port < cores_apart * m.core)
-    refuse(s, fmt::format("pp_port {} is none of core {}, whose ports begin at {}", m.pp_port,
-                          m.core, cores_apart * m.core));
+    refuse(s, fmt::format("pp_port {} does not belong to core {}, whose ports begin at {}",
+                          m.pp_port, m.core, cores_apart * m.core));
 }
 
 // Sub-bundles ------------------------------------------------------------------------------------
@@ -228,7 +229,7 @@ void check_sub(const bundle& b, const sub_bundle& sub, std::string_view file, ta
   if (sub.rif != 0) all.rifs.take(sub.rif, s);
   if (sub.lag != b.lag) all.lags.take(sub.lag, s);
   if (!is_encapsulation(sub.encapsulation))
-    refuse(s, fmt::format("encapsulation \"{}\" is none of \"default\", \"untagged\", "
+    refuse(s, fmt::format("encapsulation \"{}\" is not one of \"default\", \"untagged\", "
                           "\"dot1q 10\", \"dot1q 10 second-dot1q 20\", \"dot1ad 10\", \"dot1ad 10 "
                           "dot1q 20\", with a tag from 1 to {}, 10-20, 10,20 or any",
                           sub.encapsulation, last_vlan));
@@ -247,9 +248,10 @@ void check_overrides(const router& r, std::string_view file) {
   }
   for (const override_rule& rule : r.overrides)
     if (!objects.contains(rule.object))
-      refuse({place_of(rule.written, file), "override of " + rule.field},
-             fmt::format("there is no \"{}\"; an object is as BE1, BE1.100, 0/0/0/1 or *",
-                         rule.object));
+      refuse(
+          {place_of(rule.written, file), "override of " + rule.field},
+          fmt::format("there is no \"{}\"; an object is named such as BE1, BE1.100, 0/0/0/1 or *",
+                      rule.object));
 }
 
 }  // namespace

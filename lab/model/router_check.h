@@ -1,5 +1,5 @@
-// What no router can be, whatever its tools would print: two things with one number, a name that
-// its type does not have, a value that no layer could hold.
+// Checks for impossible routers: two objects with one number, a name that the type does not have, a
+// value that no layer can hold.
 #pragma once
 
 #include <string>
@@ -9,11 +9,12 @@
 
 namespace lab {
 
-// The place to tell of a thing: where it is described, or the file if that is not known.
+// The place of an object for messages: the line of its description, or the file if that is not
+// known.
 std::string_view place_of(const std::string& written, std::string_view file);
 
-// Throws `lab_error`, one line that begins with the place and names the object. The router's
-// bundles, members and nodes belong together already.
+// Throws `lab_error`, one line that begins with the place and names the object. The members must
+// already refer to existing nodes.
 void check_values(const router& r, std::string_view file);
 
 }  // namespace lab

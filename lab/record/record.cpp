@@ -33,7 +33,7 @@ namespace {
 namespace fs = std::filesystem;
 
 const fs::path tool_folder = "/opt/nos/bin";
-constexpr const char* prepared_mark = "prepared";  // of a child that got so far
+constexpr const char* prepared_mark = "prepared";  // made by a child that is ready
 constexpr const char* usual_path = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
 std::string tool_path() {
@@ -56,7 +56,7 @@ fs::path on_path(const std::string& tool) {
   return {};
 }
 
-// What the stand-ins need and write into.
+// The folders that the stand-ins need and write into.
 void make_work_folders(const fs::path& work) {
   for (const char* made : {"capture/local", "bin", "nos", "real/folder", "real/path", "library"})
     fs::create_directories(work / made);
@@ -64,7 +64,7 @@ void make_work_folders(const fs::path& work) {
     fs::permissions(work / kept, fs::perms::owner_all);
 }
 
-// The stand-ins beside it are found by the search path, whose folders a colon parts.
+// The stand-ins are found by the search path, in which a colon separates folders.
 [[noreturn]] void refuse_colon(const fs::path& out) {
   throw lab_error(
       fmt::format("{}: there is a colon in it; record to a place without one", out.string()));
@@ -85,7 +85,7 @@ void make_stand_in(const fs::path& work, const fs::path& link) {
   fs::create_symlink(work / "program", link);
 }
 
-// What is no program in the tools' folder stays what it is.
+// Files in the tools' folder that are not programs stay as they are.
 void keep_entry(const fs::directory_entry& entry, const fs::path& target) {
   if (entry.is_directory()) {
     fs::create_directory(target);
@@ -145,7 +145,7 @@ void prepare(const record_request& request, const fs::path& work, pid_t recorder
   execute_program(words);
 }
 
-// Returns the status to end with if there is no host to become.
+// Becomes the host. Returns the exit status if it cannot.
 int be_child(const record_request& request, const fs::path& work, const held_back_signals& signals,
              pid_t recorder) {
   setpgid(0, 0);
@@ -160,7 +160,7 @@ int be_child(const record_request& request, const fs::path& work, const held_bac
     fmt::print(stderr, "tessel-lab: {}\n", missing.what);
     return missing_privileges;
   } catch (const std::exception& failure) {
-    fmt::print(stderr, "tessel-lab: {}\n", told_as(message_of(failure), work, request.shown));
+    fmt::print(stderr, "tessel-lab: {}\n", reported_as(message_of(failure), work, request.shown));
   }
   return cannot_prepare;
 }
@@ -173,7 +173,7 @@ group_end run_host(const record_request& request, const fs::path& work) {
 
 // The capture's head ---------------------------------------------------------------------
 
-// As the host reads it; what it would refuse has ended the run before.
+// Reads it as the host does; the host has already ended the run for an id that it refuses.
 std::uint32_t host_node_id(const std::vector<std::string>& arguments) {
   constexpr std::string_view option = "--node-id";
   std::string_view text;
@@ -191,8 +191,8 @@ std::uint32_t host_node_id(const std::vector<std::string>& arguments) {
   return id;
 }
 
-// The answers to a command, the last one first. They have numbers if one of its calls complained,
-// failed or was answered differently.
+// The answers to a command, the last one first. They have numbers if one of its calls wrote errors,
+// failed or got a different answer.
 std::vector<std::string> answers_from_last(const fs::path& place, const std::string& command) {
   if (fs::is_regular_file(place / command)) return {read_whole(place / command)};
   const fs::path list = place / (command + std::string{list_suffix});
@@ -220,7 +220,7 @@ std::vector<std::pair<std::string, std::string>> nodes_in(const std::string& ans
   return nodes;
 }
 
-// Of the last answer that names any: the tool may have failed when it was called again.
+// From the last answer that names nodes: a later call of the tool may have failed.
 std::vector<std::pair<std::string, std::string>> recorded_nodes(const fs::path& place) {
   for (const std::string& answer : answers_from_last(place, file_name("plat_nodes_show -v")))
     if (auto nodes = nodes_in(answer); !nodes.empty()) return nodes;
@@ -245,7 +245,7 @@ capture head_of(const record_request& request, const fs::path& folder) {
   for (const std::string& tool : tool_names()) {
     const bool in_folder = is_program(tool_folder / tool);
     const bool is_on_path = !on_path(tool).empty();
-    // A tool that is there in one way only may have been looked for in the other way.
+    // A tool that exists only by path or only by name may have been called in the other way.
     if (!in_folder && (!is_on_path || !was_called(folder / local_place, tool)) && tool != "ssh")
       head.missing_tools.push_back(tool);
   }
@@ -254,7 +254,8 @@ capture head_of(const record_request& request, const fs::path& folder) {
 
 constexpr int signal_base = 128;
 
-// A host that was told to end may end in any way, killed at last; it may also be signalled itself.
+// A host that was asked to end may end in any way, at last by SIGKILL; it may also get a signal
+// directly.
 bool is_interruption(const group_end& end) {
   const int status = end.status;
   return end.passed_on != 0 || status == signal_base + SIGINT || status == signal_base + SIGTERM ||
@@ -267,12 +268,12 @@ void check_record_target(const fs::path& out, const fs::path& logs, const fs::pa
   check_target(out);
   const fs::path place = fs::weakly_canonical(fs::absolute(out));
   if (place.parent_path() == "/tmp" && place.filename().string().starts_with("tessel"))
-    throw lab_error(fmt::format(
-        "{}: an audit clears /tmp/tessel*; record to a place of another name", place.string()));
+    throw lab_error(fmt::format("{}: an audit clears /tmp/tessel*; give the recording another name",
+                                place.string()));
   if (out.filename().string().find(':') != std::string::npos) refuse_colon(out);
   for (const fs::path& other : {logs, calls})
     if (!other.empty() && lies_under(other, out))
-      throw lab_error(fmt::format("{}: the recording is to stand there; name another place for it",
+      throw lab_error(fmt::format("{}: the recording is made there; name another place for it",
                                   other.string()));
 }
 
@@ -284,10 +285,10 @@ int record_beside(const record_request& request, const fs::path& work) {
   const int status = end.status;
   if (is_interruption(end)) {
     fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.shown);
-    // A host that ignores the signal may still have ended well before it was killed.
+    // A host that ignores the signal may still succeed before it is killed.
     return status == EXIT_SUCCESS ? signal_base + end.passed_on : status;
   }
-  if (!fs::exists(work / prepared_mark)) return status;  // the child has told why
+  if (!fs::exists(work / prepared_mark)) return status;  // the child has reported why
   const private_files of_the_capture;
   const fs::path folder = work / "capture";
   const recorded_calls calls = arrange_recording(work);
@@ -314,9 +315,9 @@ int run_recorded(const record_request& request) {
   if (!request.logs.empty()) make_logs_folder(request.logs);
   const folder_beside work(request.out);
   int status = 0;
-  tell_as(work.path(), request.shown, [&] {
-    tell_as(work.path() / "capture", request.shown,
-            [&] { status = record_beside(request, work.path()); });
+  report_as(work.path(), request.shown, [&] {
+    report_as(work.path() / "capture", request.shown,
+              [&] { status = record_beside(request, work.path()); });
   });
   return status;
 }

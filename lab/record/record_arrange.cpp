@@ -46,7 +46,7 @@ calls_by_command read_ended(const fs::path& file, const fs::path& capture) {
   return calls;
 }
 
-// The numbered outputs that no ended call tells of.
+// The numbered outputs that belong to no ended call.
 void add_cut_off(const fs::path& folder, calls_by_command& calls) {
   for (const auto& place : fs::directory_iterator(folder)) {
     for (const auto& entry : fs::directory_iterator(place.path())) {
@@ -55,7 +55,7 @@ void add_cut_off(const fs::path& folder, calls_by_command& calls) {
       ended_call c{place.path().filename().string(), name.substr(0, mark)};
       const char* end = name.data() + name.size();
       const auto number = std::from_chars(name.data() + mark + 1, end, c.number);
-      if (number.ec != std::errc{} || number.ptr != end) continue;  // a complaint
+      if (number.ec != std::errc{} || number.ptr != end) continue;  // error output
       std::vector<kept>& known = calls[{c.place, c.file}];
       if (std::any_of(known.begin(), known.end(),
                       [&](const kept& k) { return k.call.number == c.number; }))
@@ -85,8 +85,8 @@ bool same_bytes(const fs::path& a, const fs::path& b) {
   }
 }
 
-// The calls of one command line: equal answers become one, which loses its number if there is no
-// other, if it succeeded and if there was no complaint.
+// The calls of one command line: equal answers become one. A single answer loses its number if its
+// calls succeeded and wrote no errors.
 void arrange_answers(const fs::path& place, const std::string& file, std::vector<kept>& calls) {
   std::sort(calls.begin(), calls.end(),
             [](const kept& a, const kept& b) { return a.call.number < b.call.number; });
@@ -133,7 +133,7 @@ std::string call_list(std::vector<kept> calls) {
   std::int64_t first = 0;
   for (const kept& k : calls)
     if (!k.cut_off && (first == 0 || k.call.begin < first)) first = k.call.begin;
-  // When a call that was cut off began is not known: those stand at the end.
+  // The beginning of a call that was cut off is not known: such calls come last.
   std::stable_sort(calls.begin(), calls.end(), [](const kept& a, const kept& b) {
     return std::pair{a.cut_off, a.call.begin} < std::pair{b.cut_off, b.call.begin};
   });

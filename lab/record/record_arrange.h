@@ -1,4 +1,4 @@
-// From what the stand-ins left in a recording's work folder to a capture.
+// Turns the files that the stand-ins left in a recording's work folder into a capture.
 #pragma once
 
 #include <cstddef>
@@ -8,11 +8,11 @@ namespace lab {
 
 struct recorded_calls {
   std::size_t all = 0;
-  std::size_t cut_off = 0;  // began, but did not end
+  std::size_t cut_off = 0;  // began but did not end
 };
 
 // Gives every answer its name in `folder`/capture and writes the list of calls there. Throws
-// `lab_error` if something could not be kept.
+// `lab_error` if an output could not be kept.
 recorded_calls arrange_recording(const std::filesystem::path& folder);
 
 }  // namespace lab

@@ -31,7 +31,7 @@ namespace {
 namespace fs = std::filesystem;
 
 // Setting up -------------------------------------------------------------------------------------
-// The functions of this section run in the child, which has the namespace to itself.
+// The functions of this section run in the child, which alone has the namespace.
 
 std::vector<std::string> tools_there(const run_request& request) {
   std::vector<std::string> tools;
@@ -43,9 +43,9 @@ std::vector<std::string> tools_there(const run_request& request) {
   return tools;
 }
 
-// A path of the lab's machine may lie under /opt, /var or /tmp: all are held before any is covered.
+// The given paths may lie under /opt, /var or /tmp: all are opened before any of these is covered.
 void prepare(const run_request& request, const fs::path& record_work) {
-  enter_namespace(CLONE_NEWNET);  // no tool of the lab needs a network
+  enter_namespace(CLONE_NEWNET);  // the lab's tools need no network
   const held lab_program(request.lab);
   const held tool_program(request.tool);
   const held host(request.host);
@@ -82,7 +82,7 @@ void prepare(const run_request& request, const fs::path& record_work) {
   if (chdir("/") != 0) fail("/");
 }
 
-// A limit that a file reaches is an error for the audit, not its end.
+// A file at its limit must be an error for the audit, not end it.
 void limit_files(std::uint64_t bytes) {
   const rlimit limit{bytes, bytes};
   if (signal(SIGXFSZ, SIG_IGN) == SIG_ERR || setrlimit(RLIMIT_FSIZE, &limit) != 0)
@@ -91,7 +91,7 @@ void limit_files(std::uint64_t bytes) {
 
 [[noreturn]] void start_host(const run_request& request) {
   setenv("PATH", "/opt/nos/bin:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
-  setenv("LD_LIBRARY_PATH", "/opt/nos/lib", 1);  // a host of another kind finds it by name
+  setenv("LD_LIBRARY_PATH", "/opt/nos/lib", 1);  // another host may find the library by name
   setenv("TESSEL_LAB_CAPTURE", "/opt/nos/capture", 1);
   setenv("TESSEL_LAB_STATE", "/opt/nos/state", 1);
   setenv("TMPDIR", "/tmp", 1);
@@ -119,8 +119,8 @@ void limit_files(std::uint64_t bytes) {
   execute_program(std::move(words));
 }
 
-// A signal ends the nodes, too, before they stand. That is no failure of theirs.
-void end_if_told() {
+// A signal also ends nodes that are still starting. That is not their failure.
+void end_if_signalled() {
   constexpr int signal_base = 128;
   sigset_t pending;
   sigpending(&pending);
@@ -128,9 +128,9 @@ void end_if_told() {
     if (sigismember(&pending, signal) == 1) _exit(signal_base + signal);
 }
 
-// The first process of its namespace: starts the nodes and the host, and collects whoever ends.
-// The kernel keeps signals from it that it does not await, so it passes them on. Returns the host's
-// status.
+// The first process of its namespace: starts the nodes and the host, and collects every process
+// that ends. The kernel delivers only signals that this process awaits, so it awaits them and
+// passes them on. Returns the host's status.
 int be_first_process(const run_request& request, const held_back_signals& signals) {
   start_nodes(request.nodes, tools_there(request));
   const pid_t host = start([&]() -> int {
@@ -148,13 +148,13 @@ int be_first_process(const run_request& request, const held_back_signals& signal
   }
 }
 
-// A lifeline's other end is held by the parent alone.
+// Only the parent may hold the lifeline's other end.
 bool is_cut(const descriptor& lifeline) {
   pollfd end{lifeline.number(), 0, 0};
   return poll(&end, 1, 0) > 0 && (end.revents & POLLHUP) != 0;
 }
 
-// Returns the status to end with if there is no host to become.
+// Becomes the host. Returns the exit status if it cannot.
 int be_child(const run_request& request, const fs::path& record_work,
              const held_back_signals& signals, const descriptor& lifeline) {
   // A group of its own, so that one signal reaches the host and every tool that it started.
@@ -162,17 +162,17 @@ int be_child(const run_request& request, const fs::path& record_work,
   if (!request.real_ssh) signals.let_through();
   try {
     prepare(request, record_work);
-    // Entering a user namespace forgets this wish, so it is made behind that.
+    // Entering a user namespace resets this setting, so it comes after that.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (is_cut(lifeline)) return cannot_prepare;
     if (request.real_ssh) return be_first_process(request, signals);
     start_host(request);
   } catch (const no_privileges& missing) {
-    end_if_told();
+    end_if_signalled();
     fmt::print(stderr, "tessel-lab: {}\n", missing.what);
     return missing_privileges;
   } catch (const std::exception& failure) {
-    end_if_told();
+    end_if_signalled();
     fmt::print(stderr, "tessel-lab: {}\n", message_of(failure));
   }
   return cannot_prepare;
@@ -189,8 +189,8 @@ int run_child(const run_request& request, const fs::path& record_work) {
   return wait_for_group(process).status;
 }
 
-// What takes a recording's folder away if it is interrupted must not live in the namespace of the
-// processes, with which it would end.
+// The process that removes the folder of an interrupted recording must live outside the process
+// namespace, or it would end with it.
 int run_and_record(const run_request& request) {
   const folder_beside work(request.record);
   const int status = run_child(request, work.path());

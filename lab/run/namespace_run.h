@@ -1,17 +1,17 @@
-// Runs the host in a private mount namespace whose /opt, /var/log and /tmp are the lab's, so that
-// an audit finds its tools, writes its logs and removes its capture files without touching the
-// machine's own folders. In there:
+// Runs the host in a private mount namespace with its own /opt, /var/log and /tmp, so that an audit
+// finds its tools, writes its logs and removes its capture files without touching the machine's
+// folders. The namespace contains:
 //
 //     /opt/nos/bin        every tool, a link to tessel-lab-tool; first on the path
-//     /opt/nos/capture    what the tools answer
-//     /opt/nos/state      how often they did, where that matters
+//     /opt/nos/capture    the tools' answers
+//     /opt/nos/state      how often they answered, where that matters
 //     /opt/nos/libexec    this program, tessel-lab-tool and the host
 //     /opt/nos/lib        the library
 //     /var/log            the folder for the logs
 //     /tmp                empty
 //
-// All of it goes with the namespace when the host ends. With `real_ssh` there is no stand-in for
-// ssh: the machine's own leads to servers that are started for the run.
+// All of it vanishes with the namespace when the host ends. With `real_ssh` there is no stand-in
+// for ssh: the machine's own ssh connects to servers that are started for the run.
 #pragma once
 
 #include <filesystem>
@@ -24,24 +24,24 @@
 namespace lab {
 
 struct run_request {
-  capture answers;               // if `folder` is empty; else only its manifest's part
+  capture answers;               // if `folder` is set, only what its manifest says
   std::filesystem::path folder;  // a capture folder
   std::filesystem::path logs;    // exists
   std::filesystem::path host;
   std::filesystem::path library;
-  std::filesystem::path record;  // capture to record there, may be empty; absolute
+  std::filesystem::path record;  // where to record a capture; absolute, may be empty
   std::filesystem::path calls;   // where to list the tool calls, may be empty
   std::filesystem::path lab;     // this program
   std::filesystem::path tool;    // tessel-lab-tool
   bool real_ssh = false;
-  std::vector<ssh_node> nodes;              // if `real_ssh`: those that it leads to
-  std::vector<std::string> host_arguments;  // behind those that name the library and the node id
+  std::vector<ssh_node> nodes;              // the nodes behind ssh, if `real_ssh`
+  std::vector<std::string> host_arguments;  // follow those for library and node id
 };
 
 // Returns the host's exit status, 128 + n if signal n ended it, or `missing_privileges` with one
-// line on standard error that says what the child lacks. SIGINT, SIGTERM and SIGHUP end the host,
-// too. Call from a program with one thread. Throws `lab_error` for a file that cannot be opened,
-// and `no_privileges` if processes cannot have a namespace.
+// line on standard error that says what the child lacks. Passes SIGINT, SIGTERM and SIGHUP on to
+// the host. Call it from a program with one thread. Throws `lab_error` for a file that cannot be
+// opened, and `no_privileges` if no process namespace can be made.
 int run_in_namespace(const run_request& request);
 
 }  // namespace lab

@@ -39,7 +39,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// In the audit's /opt. A node finds its own folder of these as /opt/nos/ssh.
+// In the audit's /opt. A node sees its own folder of these as /opt/nos/ssh.
 constexpr const char* nodes_folder = "/opt/nos/nodes";
 constexpr const char* home = "/opt/nos/home";
 
@@ -64,7 +64,7 @@ std::string text_of(const fs::path& file) {
   return text.str();
 }
 
-// What a program complained of, as part of one line.
+// A program's error output, as part of one line.
 std::string complaint_in(const fs::path& log) {
   std::string text = text_of(log);
   text.erase(std::find_if(text.rbegin(), text.rend(), [](char c) { return c != '\n' && c != '\r'; })
@@ -81,7 +81,7 @@ int run_to_end(const std::function<int()>& action) {
   return status_of(wait_status);
 }
 
-// Runs a program to its end. Returns what it complained of if it failed, else nothing.
+// Runs a program to its end. Returns its error output if it failed, else nothing.
 std::string complaint_of(const std::vector<std::string>& words, const fs::path& log) {
   const int status = run_to_end([&] {
     const descriptor out = open_file(log, O_WRONLY | O_CREAT | O_TRUNC, 0644);
@@ -104,7 +104,7 @@ void make_key(const fs::path& file) {
   if (!complaint.empty()) throw lab_error(complaint);
 }
 
-// Missing veth pairs are a matter of the kernel or of rights.
+// If no veth pair can be made, the kernel lacks support or the user lacks the right.
 void set_up_network(const fs::path& script) {
   const std::string complaint =
       complaint_of({program_path("ip"), "-batch", script.string()}, script.string() + ".log");
@@ -113,7 +113,8 @@ void set_up_network(const fs::path& script) {
 
 // What the machine has ---------------------------------------------------------------------------
 
-// The server forks processes that give up root. A user namespace with one user has nobody else.
+// The server forks processes that give up root. A user namespace with a single user does not allow
+// that.
 bool can_become(uid_t user, gid_t group) {
   return run_to_end([&] {
            const bool became = setgroups(1, &group) == 0 && setresgid(group, group, group) == 0 &&
@@ -127,8 +128,8 @@ struct account {
   gid_t group = 0;
 };
 
-// Of the machine's own file: what else may know of accounts needs libraries that a program without
-// any does not load.
+// Reads the machine's own file: other sources of accounts need libraries that a static program does
+// not load.
 std::optional<account> account_of(std::string_view name) {
   std::ifstream accounts("/etc/passwd");
   for (std::string line; std::getline(accounts, line);) {
@@ -145,8 +146,9 @@ std::optional<account> account_of(std::string_view name) {
 
 // What the machine keeps for its own ssh -------------------------------------------------
 
-// Neither client nor servers read or write a file of the machine: accounts, home and settings are
-// the lab's own. A machine's root may be locked, have another shell, or a key that would fit.
+// Neither the client nor the servers read or write a file of the machine: accounts, home and
+// settings are the lab's own. The machine's root may be locked, have another shell, or own a
+// matching key.
 void cover_the_machine() {
   const auto server = account_of("sshd");
   if (!server) throw no_privileges{"there is no user sshd"};
@@ -180,8 +182,8 @@ void give_client_its_key() {
 // The inside of a node ---------------------------------------------------------------------------
 
 // Every login runs this in place of its command. The server of a connection is the parent of the
-// login's shell. When it sleeps and nothing it sent lacks the client's receipt, half of the output
-// has arrived, never more or less; then it dies.
+// login's shell. When it sleeps and the client has acknowledged all it sent, exactly half of the
+// output has arrived; then the script kills it.
 constexpr const char* close_amid_output = R"(#!/bin/sh
 sh -c "$SSH_ORIGINAL_COMMAND" >/tmp/answer.$$
 head -c $(($(wc -c </tmp/answer.$$) / 2)) /tmp/answer.$$
@@ -196,9 +198,9 @@ done
 kill -9 $PPID
 )";
 
-// The audit opens connections to all nodes at once and many to one: the server must not turn any
-// away, which it would do at random from the tenth unfinished login on. The key exchange that both
-// sides prefer, meant for secrets of decades, costs six times the processor time of this one.
+// The audit connects to all nodes at once, and many times to one: the server must not turn any
+// connection away, as it would at random from the tenth unfinished login on. The default key
+// exchange, meant to keep secrets for decades, takes six times the processor time of this one.
 std::string server_settings(const ssh_node& node, bool calls_are_kept) {
   std::string text = fmt::format(
       "ListenAddress {}\n"
@@ -215,11 +217,11 @@ std::string server_settings(const ssh_node& node, bool calls_are_kept) {
       "MaxStartups 10000\n"
       "MaxSessions 10000\n",
       node.address);
-  // The server heeds the first line of a kind alone.
+  // The server uses only the first line of a kind.
   std::string variables;
   if (calls_are_kept) variables += " TESSEL_LAB_CALLS=/opt/nos/calls";
-  if (const char* told = std::getenv(latency_variable))
-    variables += fmt::format(" {}={}", latency_variable, told);
+  if (const char* given = std::getenv(latency_variable))
+    variables += fmt::format(" {}={}", latency_variable, given);
   if (!variables.empty()) text += "SetEnv" + variables + "\n";
   if (node.answer == node_answer::half) text += "ForceCommand exec /opt/nos/ssh/close\n";
   return text;
@@ -233,7 +235,7 @@ void write_server_files(const ssh_node& node, const fs::path& folder, bool calls
   if (chmod((folder / "close").c_str(), 0755) != 0) fail((folder / "close").string());
 }
 
-// The node's own /opt, seen from where the audit's still lies.
+// Builds the node's own /opt while the audit's is still visible.
 void cover_with_own_folders(const ssh_node& node, const std::vector<std::string>& tools,
                             bool calls_are_kept) {
   const held program(tools_program);
@@ -281,15 +283,15 @@ void enter_node(const ssh_node& node, const std::vector<std::string>& tools) {
 
 // Starting the nodes -----------------------------------------------------------------------------
 
-// A node reports "r" when its namespaces stand, then nothing if all goes well: the report ends
-// when it becomes the server. Anything else is "e" or, for a missing right, "p", and a line.
+// A node reports "r" when its namespaces are ready. Then the report ends when the node becomes the
+// server, unless it fails: "e" and a line or, for a missing right, "p" and a line.
 struct started_node {
   const ssh_node* node;
   pid_t process;
   descriptor report;
 };
 
-void tell(const descriptor& report, const std::string& text) {
+void send(const descriptor& report, const std::string& text) {
   if (write_all(report.number(), text) < text.size()) _exit(EXIT_FAILURE);
 }
 
@@ -300,13 +302,13 @@ int be_node(const ssh_node& node, const std::vector<std::string>& tools,
   sigprocmask(SIG_SETMASK, &none, nullptr);
   try {
     enter_node(node, tools);
-    tell(report, "r");
+    send(report, "r");
     await_end(go.number());
     serve_as_node(node, audit_address);
   } catch (const no_privileges& missing) {
-    tell(report, "p" + missing.what);
+    send(report, "p" + missing.what);
   } catch (const std::exception& failure) {
-    tell(report, fmt::format("enode {}: {}", node.name, failure.what()));
+    send(report, fmt::format("enode {}: {}", node.name, failure.what()));
   }
   return EXIT_FAILURE;
 }
@@ -323,7 +325,7 @@ started_node start_node(const ssh_node& node, const std::vector<std::string>& to
   return {&node, process, std::move(report.out)};
 }
 
-// Returns the next of what the node reports, at most `size` bytes; empty at the end.
+// Returns the next part of the node's report, at most `size` bytes; empty at the end.
 std::string reported(const started_node& started, std::size_t size) {
   return read_up_to(started.report.number(), size).value_or("");
 }
@@ -365,7 +367,7 @@ void wait_until_served(const started_node& started) {
   }
 }
 
-// One that no node has.
+// An address that no node has.
 std::string free_address(const std::vector<ssh_node>& nodes) {
   for (unsigned last = 0;; ++last) {
     std::string address = fmt::format("198.18.{}.{}", last / 250, last % 250 + 1);
@@ -375,7 +377,7 @@ std::string free_address(const std::vector<ssh_node>& nodes) {
   }
 }
 
-// A node that is down costs the audit no time: the answer is "No route to host", at once.
+// A node that is down costs the audit no time: it gets "No route to host" at once.
 bool is_up(const ssh_node& node) {
   return node.answer != node_answer::none &&
          fs::exists(fs::path("/opt/nos/capture") / node.address);
@@ -405,8 +407,8 @@ std::vector<ssh_node> nodes_behind_ssh(const capture& answers,
   for (const auto& [address, name] : answers.nodes) {
     in_addr ignored{};
     if (inet_pton(AF_INET, address.c_str(), &ignored) != 1)
-      throw lab_error(fmt::format("--real-ssh: the address \"{}\" of node {} is no IPv4 address",
-                                  address, name));
+      throw lab_error(fmt::format(
+          "--real-ssh: the address \"{}\" of node {} is not an IPv4 address", address, name));
     nodes.push_back({address, name});
   }
   for (const planted_ssh_fault& fault : faults) {
@@ -454,7 +456,7 @@ pid_t start_in_process_namespace(const std::function<int()>& action) {
 }
 
 void start_nodes(const std::vector<ssh_node>& nodes, const std::vector<std::string>& tools) {
-  // The server refuses keys that others could write.
+  // The server refuses keys that other users could write.
   const mode_t mask_before = umask(022);
   cover_the_machine();
   give_client_its_key();

@@ -1,4 +1,4 @@
-// The stand-in tools in a /opt that is the lab's own: tessel-lab-tool, and a link to it per tool.
+// The stand-in tools in the lab's private /opt: tessel-lab-tool, and a link to it per tool.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace lab {
 
-// Where it is bound.
+// The path of tessel-lab-tool there.
 inline constexpr const char* tools_program = "/opt/nos/libexec/tessel-lab-tool";
 
 // Binds the program there and makes the tools in /opt/nos/bin; both folders exist. Throws

@@ -41,7 +41,7 @@ std::chrono::microseconds time_of(std::string_view part, std::string_view text) 
       std::from_chars(text.data(), text.data() + text.size(), number, std::chars_format::fixed);
   if (error != std::errc{} || end != text.data() + text.size() || text.front() < '0' ||
       text.front() > '9')
-    refuse(part, "no time such as 150ms or 0.15s");
+    refuse(part, "not a time such as 150ms or 0.15s");
   if (number * factor > longest) refuse(part, "more than 600s");
   return std::chrono::microseconds{static_cast<std::int64_t>(number * factor * 1e6 + 0.5)};
 }
@@ -60,7 +60,7 @@ std::vector<latency> parse_latencies(std::string_view text) {
     const std::size_t comma = text.find(',');
     const std::string_view part = text.substr(0, comma);
     const std::size_t equals = part.find('=');
-    if (equals == std::string_view::npos) refuse(part, "no CLASS=TIME such as ssh=150ms");
+    if (equals == std::string_view::npos) refuse(part, "not CLASS=TIME such as ssh=150ms");
     const std::string tool = tool_of_class(part, part.substr(0, equals));
     if (find(latencies, tool) != nullptr) refuse(part, "named twice");
     latencies.push_back({tool, time_of(part, part.substr(equals + 1))});

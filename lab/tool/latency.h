@@ -1,10 +1,9 @@
-// Tools that answer late.
+// Delays for the tools' answers.
 //
 //     --latency ssh=150ms,chip=0.3s,all=5ms
 //
-// A class is a tool's own name, `chip` for asic_shell_show, or `all` for every tool that is not
-// named otherwise. What runs on another node costs the way there and the tool: `ssh` and the tool's
-// own class.
+// A class is a tool's name, `chip` for asic_shell_show, or `all` for every tool without a class of
+// its own. A call on another node takes both times: that of `ssh` and that of the tool's class.
 #pragma once
 
 #include <chrono>
@@ -21,7 +20,7 @@ struct latency {
   std::chrono::microseconds time{};
 };
 
-// Throws `lab_error`, one line that names the part that is wrong.
+// Throws `lab_error`, one line that names the wrong part.
 std::vector<latency> parse_latencies(std::string_view text);
 
 // `remote_tool` is empty unless `tool` is ssh.

@@ -1,6 +1,6 @@
 // Stands in for the tools of a router, under their names: answers from a capture, or passes the
-// call on and keeps what comes back. It starts once or twice per tool call, so it is small and
-// needs nothing that has to be loaded.
+// call on and keeps the answer. It starts once or twice per tool call, so it is small and loads no
+// library.
 #include <fmt/format.h>
 
 #include <cstdio>
@@ -16,9 +16,10 @@ int main(int argc, char** argv) {
   const std::vector<std::string> words(argv, argv + argc);
   const std::string_view name = words.empty() ? std::string_view{} : words.front();
   if (name.empty() || name.substr(name.rfind('/') + 1) == "tessel-lab-tool") {
-    fmt::print(stderr,
-               "tessel-lab-tool: no command of its own; tessel-lab starts it under the names of a "
-               "router's tools\n");
+    fmt::print(
+        stderr,
+        "tessel-lab-tool: do not call it directly; tessel-lab starts it under the names of a "
+        "router's tools\n");
     return usage_status;
   }
   return lab::is_recording() ? lab::record_call(words) : lab::serve(words);

@@ -40,7 +40,8 @@ std::string setting(const char* name) {
 
 // The real tool --------------------------------------------------------------------------
 
-// Into the mounts of the process that does not see the stand-ins. The working folder would be lost.
+// Enters the mounts of the process that does not see the stand-ins. That would lose the working
+// folder, so sets it again.
 bool go_back_to(const std::string& pid) {
   std::array<char, 4096> folder{};
   if (getcwd(folder.data(), folder.size()) == nullptr) folder = {"/"};
@@ -79,7 +80,7 @@ bool go_back_to(const std::string& pid) {
 
 // Keeping --------------------------------------------------------------------------------
 
-// What goes wrong with it must not harm the audit; the end of the recording reports it.
+// A failure to keep output must not harm the audit; the end of the recording reports it.
 struct kept_file {
   descriptor file;
   int problem = 0;  // an errno
@@ -103,7 +104,7 @@ std::int64_t now_in_microseconds() {
   return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
 }
 
-// One call of a tool: where its output goes, when it began.
+// One call of a tool: the place of its output, and when it began.
 struct kept_call {
   std::string work;
   call what;
@@ -115,7 +116,7 @@ struct kept_call {
   std::string file() const {
     return work + "/capture/" + what.place + "/" + numbered_file(what.file, number);
   }
-  // Takes the first free number, so that calls are numbered in the order in which they began.
+  // Takes the first free number, so that the calls are numbered in the order of their beginnings.
   void open_output() {
     do {
       ++number;
@@ -134,14 +135,15 @@ struct kept_call {
   }
 };
 
-// One write, so that the lines of calls that run side by side stay whole.
+// One write, so that lines of simultaneous calls do not mix.
 void note_end(const kept_call& kept, int status) {
   const int problem = kept.out.problem != 0 ? kept.out.problem : kept.complaint.problem;
   const std::string line =
       call_line({kept.what.place, kept.what.file, kept.number, kept.begin,
                  now_in_microseconds() - kept.begin, status, kept.out.total, problem});
   const descriptor ended = open_file(kept.work + "/ended", O_WRONLY | O_APPEND | O_CREAT, 0600);
-  // Without its line it counts as a call without an end. What the tool complains of is the audit's.
+  // Without this line the call counts as one without an end. Standard error belongs to the tool, so
+  // nothing is reported here.
   if (!ended.is_open()) return;
   [[maybe_unused]] const ssize_t written = write(ended.number(), line.data(), line.size());
 }
@@ -154,8 +156,8 @@ struct stream {
   bool reader_is_gone = false;
 };
 
-// Moves what has come. Closes the stream at its end: the tool has closed it, or whoever reads ours
-// has; the tool then meets the same end.
+// Passes on the bytes that have arrived. Closes the stream at its end: the tool has closed it, or
+// our reader has; in that case the tool meets the same end.
 template <typename Keep>
 void move_some(stream& s, std::vector<char>& buffer, const Keep& keep) {
   const ssize_t got = read_some(s.from.number(), buffer.data(), buffer.size());
@@ -168,8 +170,9 @@ void move_some(stream& s, std::vector<char>& buffer, const Keep& keep) {
   s.from.close();
 }
 
-// Until the tool has closed both streams. A process that it left behind may hold the second one for
-// ever (ssh's shared connections do): then the tool's own end counts. Returns its wait status.
+// Waits until the tool has closed both streams. A process that it left behind may hold the second
+// one for ever (ssh's shared connections do): then the tool's own end counts. Returns its wait
+// status.
 int move_all(stream& out, stream& err, pid_t tool, kept_call& kept) {
   constexpr int interval = 20;  // milliseconds
   std::vector<char> buffer(std::size_t{1} << 17);
@@ -191,7 +194,7 @@ int move_all(stream& out, stream& err, pid_t tool, kept_call& kept) {
   return wait_status;
 }
 
-// A reader that goes away and a file that may not grow must not end the stand-in.
+// Neither a reader that goes away nor a file that may not grow must end the stand-in.
 class signal_actions {
  public:
   signal_actions() {
@@ -210,7 +213,7 @@ class signal_actions {
   struct sigaction file_size_ {};
 };
 
-// The tool must find its streams and signals as if it had been called itself.
+// The tool must find its streams and signals as if it had been called directly.
 [[noreturn]] void be_tool(const std::vector<std::string>& command, int out, int err,
                           const signal_actions& actions) {
   actions.restore();
@@ -219,7 +222,7 @@ class signal_actions {
   become_real_tool(command);
 }
 
-// Nothing is kept of this call, which the end of the recording tells; the audit must not suffer.
+// Nothing of this call is kept, and the end of the recording reports that; the audit goes on.
 [[noreturn]] void give_up(const std::vector<std::string>& command, kept_call& kept,
                           const signal_actions& actions) {
   if (kept.out.problem == 0) kept.out.problem = errno;
@@ -230,7 +233,7 @@ class signal_actions {
   become_real_tool(command);
 }
 
-// As the shell would have seen the tool itself.
+// Ends as the tool itself would have ended for the shell.
 int end_like(int wait_status) {
   if (!WIFSIGNALED(wait_status)) return WEXITSTATUS(wait_status);
   const int number = WTERMSIG(wait_status);
@@ -246,8 +249,8 @@ int end_like(int wait_status) {
 bool is_recording() {
   const char* work = std::getenv(record_folder_variable);
   if (work == nullptr) return false;
-  // In the lab this program is the real tool as well, which has the same environment where there is
-  // no way back; only its place tells.
+  // In the lab this program is also the real tool, and with a user namespace it has the same
+  // environment; only its path shows the difference.
   std::error_code ignored;
   const std::string self = std::filesystem::read_symlink("/proc/self/exe", ignored).string();
   return !self.starts_with(fmt::format("{}/real/", work));
@@ -257,7 +260,7 @@ int record_call(const std::vector<std::string>& command) {
   kept_call kept;
   kept.work = setting(record_folder_variable);
   kept.what = resolve(command);
-  // A tool that a tool calls is part of the one that the audit called.
+  // A tool that another tool calls is part of the audit's call.
   if (!kept.what.problem.empty() || std::getenv(record_inner_variable) != nullptr)
     become_real_tool(command);
   kept.open_output();

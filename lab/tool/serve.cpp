@@ -41,7 +41,7 @@ std::string readable(const std::vector<std::string>& command) {
   return line;
 }
 
-// What may be a folder's name and stand between blanks.
+// True if the text can be a folder's name and has no blanks.
 bool is_address(const std::string& text) {
   const bool plain = std::all_of(text.begin(), text.end(), [](unsigned char c) {
     return std::isalnum(c) != 0 || (c != 0 && std::strchr("._:%@-", c) != nullptr);
@@ -58,7 +58,7 @@ call resolve_ssh(const std::vector<std::string>& command) {
   }
   if (next >= command.size()) return {{}, {}, "ssh: no address"};
   const std::string& address = command[next];
-  if (!is_address(address)) return {{}, {}, fmt::format("ssh: \"{}\" is no address", address)};
+  if (!is_address(address)) return {{}, {}, fmt::format("ssh: \"{}\" is not an address", address)};
   std::string remote;
   for (std::size_t i = next + 1; i < command.size(); ++i)
     remote += (remote.empty() ? "" : " ") + command[i];
@@ -71,13 +71,13 @@ void note_call(const std::string& line) {
   if (name == nullptr || *name == '\0') return;
   const descriptor calls = open_file(name, O_WRONLY | O_APPEND | O_CREAT, 0644);
   if (!calls.is_open()) return;
-  // One write, so that the lines of calls that run side by side stay whole.
+  // One write, so that lines of simultaneous calls do not mix.
   const std::string whole = line + "\n";
   if (write(calls.number(), whole.data(), whole.size()) < 0)
     fmt::print(stderr, "{}: {}\n", name, std::strerror(errno));
 }
 
-// The kernel copies by itself where it can; where it can't (a file opened for appending), we do.
+// Lets the kernel copy where it can; copies here where it cannot (a file opened for appending).
 bool copy_all(int in, int out) {
   constexpr std::size_t chunk = 1U << 30;
   for (;;) {
@@ -103,15 +103,15 @@ std::string capture_folder() {
 
 // Returns false if there is no such file. Throws `lab_error` if it cannot be copied.
 bool copy_file(const std::string& file, int out) {
-  // The capture's own files only: a link leads elsewhere, a pipe holds up the audit.
+  // Only regular files of the capture: a link leads elsewhere, a pipe would block the audit.
   const descriptor in = open_file(file, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   if (!in.is_open() && errno == ENOENT) return false;
   if (!in.is_open() || !copy_all(in.number(), out)) fail(file);
   return true;
 }
 
-// How many calls of this command line there were before this one, of all processes of a run: where
-// a byte that is appended comes to stand. None without a folder to count in.
+// The number of earlier calls of this command line by all processes of a run: the offset at which
+// an appended byte lands. 0 if there is no folder to count in.
 std::size_t calls_before(const struct stat& list) {
   const char* named = std::getenv("TESSEL_LAB_STATE");
   const std::string folder = named != nullptr && *named != '\0' ? named : "/opt/nos/state";
@@ -123,7 +123,7 @@ std::size_t calls_before(const struct stat& list) {
   return static_cast<std::size_t>(behind > 0 ? behind - 1 : 0);
 }
 
-// Returns nothing if the command line has no list.
+// Returns nothing if the command line has no list of answers.
 std::optional<int> serve_from_list(const std::string& file) {
   const std::string list_file = file + std::string{list_suffix};
   struct stat status {};
@@ -138,8 +138,8 @@ std::optional<int> serve_from_list(const std::string& file) {
   return answer.status;
 }
 
-// These have a place of their own and are called by it, all others by name. On a router a caller
-// who mixes them up finds nothing.
+// These tools are called by their full path, all others by name. On a router a wrong call finds
+// nothing.
 constexpr std::array<std::string_view, 5> called_by_place{
     "asic_shell_show", "board_api_probe", "fwd_object_show", "plat_nodes_show", "sw_version_show"};
 
@@ -153,12 +153,12 @@ bool is_found(const std::vector<std::string>& command, const call& wanted) {
   return has_place == by_place;
 }
 
-void wait_as_told(const std::string& tool, const call& wanted) {
-  const char* told = std::getenv(latency_variable);
-  if (told == nullptr || *told == '\0') return;
+void wait_latency(const std::string& tool, const call& wanted) {
+  const char* given = std::getenv(latency_variable);
+  if (given == nullptr || *given == '\0') return;
   const std::string remote_tool =
       wanted.place == local_place ? std::string{} : wanted.file.substr(0, wanted.file.find(','));
-  std::this_thread::sleep_for(latency_of(parse_latencies(told), tool, remote_tool));
+  std::this_thread::sleep_for(latency_of(parse_latencies(given), tool, remote_tool));
 }
 
 }  // namespace
@@ -185,7 +185,7 @@ int serve(const std::vector<std::string>& command) {
   const std::string folder = capture_folder() + "/" + wanted.place;
   const std::string file = folder + "/" + wanted.file;
   try {
-    wait_as_told(tool_of(command), wanted);
+    wait_latency(tool_of(command), wanted);
     if (copy_file(file, STDOUT_FILENO)) return EXIT_SUCCESS;
     if (const auto status = serve_from_list(file)) return *status;
     const std::string shared = shared_file_name(wanted.file);

@@ -6,7 +6,7 @@
 
 namespace lab {
 
-// Every tool that stands in the lab's bin folder.
+// Every tool in the lab's bin folder.
 const std::vector<std::string>& tool_names();
 
 }  // namespace lab

@@ -27,7 +27,7 @@ capture sample() {
   answer(c, "local", "cfg_render -c", std::string("a\0b\xff\n", 5));
   answer(c, "local", "lagmgr_health", std::string(700000, 'x') + "end");
   answer(c, "192.0.0.6", "fwd_object_show -t lagport -D", "");
-  // Longer than the name field of an archive's entry, and than both of its fields.
+  // Longer than the name field of an archive's entry, and than both of its name fields.
   answer(c, "local", "asic_shell_show -c " + std::string(120, 'd'), "long");
   answer(c, "local", "asic_shell_show -c " + std::string(190, 'e'), "longer");
   return c;
@@ -42,7 +42,7 @@ std::string refusal_of(const std::function<void()>& action) {
   return "nothing was refused";
 }
 
-class Archive : public testing::Test {
+class archive_test : public testing::Test {
  protected:
   void SetUp() override {
     write_folder(sample(), in("capture"));
@@ -50,7 +50,7 @@ class Archive : public testing::Test {
   }
   fs::path in(const char* name) const { return scratch_.path() / name; }
 
-  // What a command line makes of a folder "x", whose manifest is in order, packed.
+  // A packed folder "x" with a valid manifest, after a command line has changed it.
   void pack_by_hand(const std::string& line) {
     const auto made =
         run_shell("set -e; cd " + scratch_.path().string() +
@@ -66,14 +66,14 @@ class Archive : public testing::Test {
     EXPECT_EQ(refusal.find('\n'), std::string::npos) << refusal;
     return refusal;
   }
-  // How large the archive is before its compression.
+  // The size of the archive before compression.
   std::uint64_t unpacked_size() const {
     return std::stoull(run_shell("zstd -dc <" + in("packed").string() + " | wc -c").out);
   }
   scratch_folder scratch_;
 };
 
-TEST_F(Archive, ComesBackAsPacked) {
+TEST_F(archive_test, comes_back_as_packed) {
   unpack_folder(in("packed"), in("out"));
   EXPECT_EQ(run_shell("diff -r " + in("capture").string() + " " + in("out").string()).out, "");
   EXPECT_EQ(read_packed(in("packed")).answers, sample().answers);
@@ -81,19 +81,19 @@ TEST_F(Archive, ComesBackAsPacked) {
   EXPECT_LT(fs::file_size(in("packed")), 5000U);
 }
 
-TEST_F(Archive, IsItsUsersAloneInEitherForm) {
+TEST_F(archive_test, is_private_to_the_user_in_either_form) {
   unpack_folder(in("packed"), in("out"));
   EXPECT_EQ(run_shell("cd " + scratch_.path().string() + " && find out packed -perm /077 -ls").out,
             "");
 }
 
-TEST_F(Archive, OfOneCaptureIsOneFileWheneverItIsMade) {
+TEST_F(archive_test, of_one_capture_is_the_same_file_at_any_time) {
   unpack_folder(in("packed"), in("out"));
   pack_folder(in("out"), in("again"));
   EXPECT_EQ(read_text(in("packed")), read_text(in("again")));
 }
 
-TEST_F(Archive, IsReadByTarAndMadeByTar) {
+TEST_F(archive_test, is_read_by_tar_and_made_by_tar) {
   if (run_shell("tar --version && zstd --version").status != 0) GTEST_SKIP() << "no tar or no zstd";
   const std::string folder = scratch_.path().string();
   EXPECT_EQ(run_shell("cd " + folder +
@@ -102,17 +102,17 @@ TEST_F(Archive, IsReadByTarAndMadeByTar) {
             "");
   for (const char* format : {"gnu", "ustar", "posix"}) {
     const std::string name = std::string{"of-"} + format;
-    // Without access times the POSIX kind has records for long names only.
+    // Without access times the POSIX format has records only for long names.
     const auto made = run_shell("cd " + folder + " && tar --format=" + format +
                                 " --pax-option=delete=atime,delete=ctime,delete=mtime --zstd -cf " +
                                 name + " capture");
-    if (made.status != 0) continue;  // the oldest kind has no place for the longest name
+    if (made.status != 0) continue;  // the oldest format cannot hold the longest name
     unpack_folder(in(name.c_str()), in((name + ".out").c_str()));
     EXPECT_EQ(run_shell("cd " + folder + " && diff -r capture " + name + ".out").out, "") << name;
   }
 }
 
-TEST_F(Archive, IsNeverWrittenOverSomething) {
+TEST_F(archive_test, never_overwrites_anything) {
   EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("packed")); }),
             in("packed").string() + ": exists already");
   fs::create_directory(in("there"));
@@ -120,21 +120,21 @@ TEST_F(Archive, IsNeverWrittenOverSomething) {
             in("there").string() + ": exists already");
 }
 
-TEST_F(Archive, OfWhatIsNoCaptureIsNotMade) {
+TEST_F(archive_test, is_made_only_of_a_capture) {
   fs::create_directory(in("empty"));
   EXPECT_EQ(refusal_of([&] { pack_folder(in("empty"), in("out")); }),
-            in("empty").string() + ": no capture, there is no manifest in it");
+            in("empty").string() + ": not a capture: it has no manifest");
   fs::create_symlink("/etc/hostname", in("capture") / "local" / "link");
   EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
             in("capture").string() + ": local/link: neither a regular file nor a folder");
   EXPECT_FALSE(fs::exists(in("out")));
 }
 
-TEST_F(Archive, IsNotMadeOfWhatWouldNotComeOutAgain) {
+TEST_F(archive_test, is_not_made_of_entries_that_unpacking_refuses) {
   const std::string folder = in("capture").string();
   write_text(in("capture") / "local" / ".hidden", "");
   EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
-            folder + ": entry \"capture/local/.hidden\": no place within a capture");
+            folder + ": entry \"capture/local/.hidden\": not a place within a capture");
   fs::remove(in("capture") / "local" / ".hidden");
   fs::create_directory(in("capture") / "local" / "deeper");
   write_text(in("capture") / "local" / "deeper" / "file", "");
@@ -143,7 +143,7 @@ TEST_F(Archive, IsNotMadeOfWhatWouldNotComeOutAgain) {
   EXPECT_FALSE(fs::exists(in("out")));
 }
 
-TEST_F(Archive, CutOffAnywhereIsRefused) {
+TEST_F(archive_test, cut_off_anywhere_is_refused) {
   const std::string whole = read_text(in("packed"));
   for (std::size_t size = 0; size < whole.size(); size += size < 40 ? 1 : 23) {
     write_text(in("cut"), whole.substr(0, size));
@@ -151,7 +151,7 @@ TEST_F(Archive, CutOffAnywhereIsRefused) {
   }
 }
 
-TEST_F(Archive, DamagedAnywhereIsRefused) {
+TEST_F(archive_test, damaged_anywhere_is_refused) {
   const std::string whole = read_text(in("packed"));
   for (std::size_t at = 0; at < whole.size(); at += 17) {
     std::string damaged = whole;
@@ -161,20 +161,20 @@ TEST_F(Archive, DamagedAnywhereIsRefused) {
   }
 }
 
-TEST_F(Archive, OfAnotherKindIsRefused) {
+TEST_F(archive_test, of_another_kind_is_refused) {
   write_text(in("text"), "no archive at all");
-  EXPECT_THAT(unpack_refusal("text"), HasSubstr("text: no packed capture, or damaged"));
+  EXPECT_THAT(unpack_refusal("text"), HasSubstr("text: not a packed capture, or damaged"));
   pack_by_hand("head -c 2000 /dev/zero | tr '\\0' x >y; zstd -q y -o foreign");
-  EXPECT_THAT(unpack_refusal("foreign"), HasSubstr("byte 0 of the archive begins no entry"));
+  EXPECT_THAT(unpack_refusal("foreign"), HasSubstr("no entry begins at byte 0 of the archive"));
   pack_by_hand("rm x/manifest; tar --zstd -cf headless x");
-  EXPECT_THAT(unpack_refusal("headless"), HasSubstr("there is no manifest in it"));
+  EXPECT_THAT(unpack_refusal("headless"), HasSubstr("it has no manifest"));
   pack_by_hand("echo 'format = [' >x/manifest; tar --zstd -cf damaged-manifest x");
   EXPECT_THAT(unpack_refusal("damaged-manifest"),
               HasSubstr(in("damaged-manifest").string() + ": manifest:1: "));
   EXPECT_THAT(refusal_of([&] { read_packed(in("nowhere")); }), HasSubstr("No such file"));
 }
 
-TEST_F(Archive, ThatWouldLeaveTheFolderIsRefused) {
+TEST_F(archive_test, that_escapes_the_folder_is_refused) {
   const char* const transforms[] = {
       "s,x/local/a,x/../../a,",  "s,x/local/a,/etc/a,",      "s,x/local/a,x/local/../a,",
       "s,x/local/a,x/local/..,", "s,x/local/a,x/local/b/a,", "s,x/local/a,y/local/a,",
@@ -190,23 +190,24 @@ TEST_F(Archive, ThatWouldLeaveTheFolderIsRefused) {
   }
 }
 
-TEST_F(Archive, WithAFileThatIsAFolderTooIsRefused) {
+TEST_F(archive_test, with_a_file_and_a_folder_of_the_same_name_is_refused) {
   pack_by_hand(
       "echo 2 >x/b; tar --transform 's,x/b,x/local,' --zstd -cf before x/manifest x/b x/local/a\n"
       "tar --transform 's,x/b,x/local,' --zstd -cf behind x/manifest x/local/a x/b");
-  EXPECT_EQ(unpack_refusal("before"),
-            in("before").string() + ": entry \"x/local/a\": a file and a folder have one name");
+  EXPECT_EQ(
+      unpack_refusal("before"),
+      in("before").string() + ": entry \"x/local/a\": a file and a folder have the same name");
   EXPECT_EQ(unpack_refusal("behind"),
-            in("behind").string() + ": entry \"x/local\": a file and a folder have one name");
+            in("behind").string() + ": entry \"x/local\": a file and a folder have the same name");
 }
 
-TEST_F(Archive, OfARecordingWithoutAnAnswerThatItsCallsNameIsRefused) {
+TEST_F(archive_test, of_a_recording_that_lacks_an_answer_is_refused) {
   pack_by_hand("echo '0.0 0.1 0 4 local/b' >x/calls; tar --zstd -cf lacking x");
   EXPECT_EQ(unpack_refusal("lacking"),
-            in("lacking").string() + ": local/b is missing, which line 1 of calls names");
+            in("lacking").string() + ": local/b is missing; line 1 of calls names it");
 }
 
-TEST_F(Archive, WithLinksOrDevicesIsRefused) {
+TEST_F(archive_test, with_links_or_devices_is_refused) {
   pack_by_hand("ln -s /etc/passwd x/local/link; tar --zstd -cf symbolic x");
   EXPECT_THAT(unpack_refusal("symbolic"),
               HasSubstr("entry \"x/local/link\": neither a regular file nor a folder"));
@@ -216,15 +217,15 @@ TEST_F(Archive, WithLinksOrDevicesIsRefused) {
   EXPECT_THAT(unpack_refusal("pipe"), HasSubstr("entry \"x/local/pipe\""));
 }
 
-TEST_F(Archive, ThatMemoryDoesNotHoldIsRefusedByName) {
+TEST_F(archive_test, that_exceeds_memory_is_refused_by_name) {
   EXPECT_EQ(refusal_of([&] {
               read_archive(in("packed"), [](const archive_entry&) { throw std::bad_alloc{}; });
             }),
             in("packed").string() + ": needs more memory than there is");
 }
 
-TEST_F(Archive, OfAbsurdSizeIsRefused) {
-  // The size field of the second entry claims more than is there, with a sum that fits.
+TEST_F(archive_test, of_absurd_size_is_refused) {
+  // The size field of the second entry claims more bytes than there are, with a correct checksum.
   pack_by_hand(
       "tar -cf y x/manifest x/local/a\n"
       "perl -0777 -e '$_ = <STDIN>; my $at = index $_, \"x/local/a\";"
@@ -241,8 +242,8 @@ TEST_F(Archive, OfAbsurdSizeIsRefused) {
   EXPECT_THAT(unpack_refusal("huge"), HasSubstr("entry \"x/local/a\": larger than 512 MiB"));
 }
 
-// For limits around each of the sizes that a capture has: whatever the one makes, the other takes.
-TEST_F(Archive, IsRefusedInPackingIfAndOnlyIfInUnpacking) {
+// For limits around each of a capture's sizes: unpacking accepts whatever packing makes.
+TEST_F(archive_test, has_the_same_limits_in_packing_and_unpacking) {
   const auto agree = [&](const archive_limits& limits) {
     const std::string refusal =
         refusal_of([&] { pack_folder(in("capture"), in("small"), limits); });
@@ -262,18 +263,18 @@ TEST_F(Archive, IsRefusedInPackingIfAndOnlyIfInUnpacking) {
   limits.file = 700002;
   EXPECT_FALSE(agree(limits));
   limits = {};
-  // Seven files with the list of them, two of them with names that need an entry of their own.
+  // Seven files including their list; two have names that need an entry of their own.
   int taken = 0;
   for (limits.heads = 0; limits.heads < 12; ++limits.heads) taken += agree(limits) ? 1 : 0;
   EXPECT_EQ(taken, 12 - 9);
   limits = {};
   const std::uint64_t size = unpacked_size();
-  ASSERT_GT(size, 2060U) << "zstd told nothing";
+  ASSERT_GT(size, 2060U) << "zstd printed nothing";
   for (limits.archive = size - 1030; limits.archive < size + 1030; limits.archive += 103)
     EXPECT_EQ(agree(limits), limits.archive >= size) << limits.archive;
 }
 
-TEST_F(Archive, ThatWouldBeTooLargeIsNotMade) {
+TEST_F(archive_test, that_would_be_too_large_is_not_made) {
   const std::string large = (in("capture") / "local" / "large").string();
   write_text(large, "");
   fs::resize_file(large, (std::uint64_t{512} << 20) + 1);
@@ -290,7 +291,7 @@ TEST_F(Archive, ThatWouldBeTooLargeIsNotMade) {
   EXPECT_FALSE(fs::exists(in("out")));
 }
 
-TEST_F(Archive, OfAPipeIsRefusedAtOnce) {
+TEST_F(archive_test, of_a_pipe_is_refused_at_once) {
   ASSERT_EQ(run_shell("mkfifo " + (in("capture") / "local" / "pipe").string()).status, 0);
   EXPECT_EQ(refusal_of([&] { pack_folder(in("capture"), in("out")); }),
             in("capture").string() + ": local/pipe: neither a regular file nor a folder");

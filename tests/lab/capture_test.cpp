@@ -20,7 +20,7 @@ namespace {
 using namespace lab;
 using lab_test::scratch_folder;
 
-TEST(FileName, HoldsToolAndArguments) {
+TEST(file_name, holds_tool_and_arguments) {
   struct row {
     const char* why;
     const char* command;
@@ -30,7 +30,7 @@ TEST(FileName, HoldsToolAndArguments) {
       {"no argument", "lagmgr_health", "lagmgr_health"},
       {"the folder of the tool is left out", "/opt/nos/bin/plat_nodes_show -v",
        "plat_nodes_show,-v"},
-      {"a slash cannot stand in a file name", "node_id_convert -I 0/0/CPU0",
+      {"a file name cannot contain a slash", "node_id_convert -I 0/0/CPU0",
        "node_id_convert,-I,0%2F0%2FCPU0"},
       {"a quoted argument holds blanks", "asic_shell_show -c \"show unit\" -u all -n A",
        "asic_shell_show,-c,show+unit,-u,all,-n,A"},
@@ -44,7 +44,7 @@ TEST(FileName, HoldsToolAndArguments) {
   for (const row& r : rows) EXPECT_EQ(file_name(r.command), r.name) << r.why;
 }
 
-TEST(FileName, TellsApartWhatAShellTellsApart) {
+TEST(file_name, differs_where_a_shell_sees_a_difference) {
   EXPECT_NE(file_name("t", {"a b"}), file_name("t", {"a", "b"}));
   EXPECT_NE(file_name("t", {"a+b"}), file_name("t", {"a b"}));
   EXPECT_NE(file_name("t", {"a,b"}), file_name("t", {"a", "b"}));
@@ -63,7 +63,7 @@ capture sample() {
   return c;
 }
 
-TEST(CaptureFolder, ComesBackAsWritten) {
+TEST(capture_folder, comes_back_as_written) {
   const scratch_folder scratch;
   const capture before = sample();
   write_folder(before, scratch.path() / "out");
@@ -76,7 +76,7 @@ TEST(CaptureFolder, ComesBackAsWritten) {
   EXPECT_EQ(after.answers, before.answers);
 }
 
-TEST(CaptureFolder, KeepsWhatTheMachineDenies) {
+TEST(capture_folder, keeps_the_restrictions_of_the_machine) {
   const scratch_folder scratch;
   capture before = sample();
   before.blocked_captures = {"0", "BM_PI"};
@@ -91,7 +91,7 @@ TEST(CaptureFolder, KeepsWhatTheMachineDenies) {
   EXPECT_EQ(after.tmp_kibibytes, before.tmp_kibibytes);
 }
 
-TEST(Manifest, NamesNoFileElsewhere) {
+TEST(manifest, cannot_name_a_file_elsewhere) {
   const scratch_folder scratch;
   lab_test::write_text(scratch.path() / "manifest",
                        "format = 1\nhost_node_id = 1\nfull_logs = [\"/../../etc/passwd\"]\n");
@@ -104,7 +104,7 @@ TEST(Manifest, NamesNoFileElsewhere) {
   EXPECT_THROW(read_manifest(scratch.path()), lab_error);
 }
 
-TEST(CaptureFolder, EveryRouterComesBackAsWritten) {
+TEST(capture_folder, every_router_comes_back_as_written) {
   for (const char* name : {"birch-small", "elm-single", "aspen-standby"}) {
     const scratch_folder scratch;
     const capture before = lab_test::rendered_router(name).c;
@@ -113,7 +113,7 @@ TEST(CaptureFolder, EveryRouterComesBackAsWritten) {
   }
 }
 
-TEST(CaptureFolder, OfAnOddNameComesBackAsWritten) {
+TEST(capture_folder, with_an_odd_name_comes_back_as_written) {
   const scratch_folder scratch;
   capture c = sample();
   c.router = "a\nb\t\x01\x7f\"\\";
@@ -123,13 +123,13 @@ TEST(CaptureFolder, OfAnOddNameComesBackAsWritten) {
   EXPECT_EQ(read_folder(scratch.path() / "out").nodes, c.nodes);
 }
 
-TEST(CaptureFolder, IsNotWrittenOverAnother) {
+TEST(capture_folder, does_not_overwrite_another) {
   const scratch_folder scratch;
   write_folder(sample(), scratch.path() / "out");
   EXPECT_THROW(write_folder(sample(), scratch.path() / "out"), lab_error);
 }
 
-TEST(CaptureFolder, LeavesNothingHalfWritten) {
+TEST(capture_folder, leaves_nothing_half_written) {
   const scratch_folder scratch;
   capture c = sample();
   c.answers[{"local", std::string(300, 'x')}] = "no file system takes this name";
@@ -137,7 +137,7 @@ TEST(CaptureFolder, LeavesNothingHalfWritten) {
   EXPECT_TRUE(std::filesystem::is_empty(scratch.path()));
 }
 
-TEST(CaptureFolder, TakesAwayNothingThatItDidNotMake) {
+TEST(capture_folder, removes_nothing_that_it_did_not_make) {
   const scratch_folder scratch;
   for (const char* name : {"out.tmp", ".out.tmp", "out.recording"})
     lab_test::write_text(scratch.path() / name, "somebody's");
@@ -147,8 +147,8 @@ TEST(CaptureFolder, TakesAwayNothingThatItDidNotMake) {
     EXPECT_EQ(lab_test::read_text(scratch.path() / name), "somebody's") << name;
 }
 
-// Ends this process by the signal in the middle of the making.
-TEST(CaptureFolder, LeavesNothingIfASignalEndsTheMaking) {
+// Ends this process by the signal while it writes the capture.
+TEST(capture_folder, leaves_nothing_if_a_signal_ends_the_writer) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGKILL}) {
     const scratch_folder scratch;
     const pid_t maker = start([&] {
@@ -167,7 +167,7 @@ TEST(CaptureFolder, LeavesNothingIfASignalEndsTheMaking) {
   }
 }
 
-TEST(CaptureFolder, MakesTheFoldersAboveIt) {
+TEST(capture_folder, makes_the_folders_above_it) {
   const scratch_folder scratch;
   write_folder(sample(), scratch.path() / "above" / "out");
   EXPECT_TRUE(is_capture_folder(scratch.path() / "above" / "out"));
@@ -175,7 +175,7 @@ TEST(CaptureFolder, MakesTheFoldersAboveIt) {
   EXPECT_THROW(write_folder(sample(), scratch.path() / "file" / "out"), lab_error);
 }
 
-TEST(Manifest, OfAnotherFormatIsRefused) {
+TEST(manifest, of_another_format_is_refused) {
   const scratch_folder scratch;
   lab_test::write_text(scratch.path() / "manifest", "format = 99\nhost_node_id = 1\n");
   EXPECT_THROW(read_manifest(scratch.path()), lab_error);
@@ -186,9 +186,9 @@ TEST(Manifest, OfAnotherFormatIsRefused) {
   EXPECT_THROW(read_manifest(scratch.path() / "nowhere"), lab_error);
 }
 
-// A capture comes from anybody. None of its readers may bring in another file of this machine or
-// wait for ever.
-TEST(CaptureFolder, OfOtherThingsThanFilesIsRefusedByEveryReader) {
+// A capture may come from anybody. No reader of it may read another file of this machine or wait
+// for ever.
+TEST(capture_folder, with_anything_but_files_is_refused_by_every_reader) {
   namespace fs = std::filesystem;
   struct row {
     const char* why;
@@ -230,17 +230,17 @@ TEST(CaptureFolder, OfOtherThingsThanFilesIsRefusedByEveryReader) {
     for (const std::string& command :
          {"run " + k.string(), "pack " + k.string() + " " + out, "redact " + k.string() + " " + out,
           "diff " + k.string() + " " + k.string()}) {
-      const auto told = lab_test::run_shell("timeout 20 " LAB_PROGRAM " " + command);
-      EXPECT_NE(told.status, 0) << r.why;
-      EXPECT_EQ(told.err, "tessel-lab: " + k.string() + ": " + r.message + "\n") << r.why;
+      const auto result = lab_test::run_shell("timeout 20 " LAB_PROGRAM " " + command);
+      EXPECT_NE(result.status, 0) << r.why;
+      EXPECT_EQ(result.err, "tessel-lab: " + k.string() + ": " + r.message + "\n") << r.why;
       EXPECT_FALSE(fs::exists(out)) << r.why;
     }
   }
 }
 
-// What a rendered capture lost would be a finding of the audit, and nobody would look for its
+// A file that is missing in a rendered capture would become a finding of the audit with a hidden
 // cause.
-TEST(CaptureFolder, ThatLacksWhatItWasMadeWithIsRefusedByEveryReader) {
+TEST(capture_folder, that_lacks_a_file_is_refused_by_every_reader) {
   namespace fs = std::filesystem;
   struct row {
     const char* why;
@@ -248,9 +248,9 @@ TEST(CaptureFolder, ThatLacksWhatItWasMadeWithIsRefusedByEveryReader) {
     const char* message;
   };
   const row rows[] = {
-      {"a file", "local/cfg_render,-c", "local/cfg_render,-c is missing, which line 2 of files"},
+      {"a file", "local/cfg_render,-c", "local/cfg_render,-c is missing; line 2 of files"},
       {"a node", "192.0.0.6",
-       "192.0.0.6/fwd_object_show,-t,lagport,-D is missing, which line 1 of files"},
+       "192.0.0.6/fwd_object_show,-t,lagport,-D is missing; line 1 of files"},
   };
   for (const row& r : rows) {
     const scratch_folder scratch;
@@ -261,22 +261,22 @@ TEST(CaptureFolder, ThatLacksWhatItWasMadeWithIsRefusedByEveryReader) {
     for (const std::string& command :
          {"run " + k.string(), "pack " + k.string() + " " + out, "redact " + k.string() + " " + out,
           "diff " + k.string() + " " + k.string()}) {
-      const auto told = lab_test::run_shell(LAB_PROGRAM " " + command);
-      EXPECT_NE(told.status, 0) << r.why;
-      EXPECT_EQ(told.err, "tessel-lab: " + k.string() + ": " + r.message +
-                              " names; take the line out if that is meant\n");
+      const auto result = lab_test::run_shell(LAB_PROGRAM " " + command);
+      EXPECT_NE(result.status, 0) << r.why;
+      EXPECT_EQ(result.err, "tessel-lab: " + k.string() + ": " + r.message +
+                                " names it; remove the line if that is intended\n");
     }
   }
 }
 
-TEST(CaptureFolder, MayBeReachedByALink) {
+TEST(capture_folder, may_be_reached_by_a_link) {
   const scratch_folder scratch;
   write_folder(sample(), scratch.path() / "out");
   std::filesystem::create_symlink("out", scratch.path() / "link");
   EXPECT_EQ(read_folder(scratch.path() / "link").answers, sample().answers);
 }
 
-TEST(CaptureFile, IsNeitherALinkNorAPipe) {
+TEST(capture_file, is_neither_a_link_nor_a_pipe) {
   const scratch_folder scratch;
   lab_test::write_text(scratch.path() / "file", "text");
   EXPECT_EQ(read_own(scratch.path() / "file"), "text");
@@ -288,21 +288,21 @@ TEST(CaptureFile, IsNeitherALinkNorAPipe) {
   EXPECT_THROW(read_own(scratch.path() / "nowhere"), lab_error);
 }
 
-TEST(Manifest, IsRefusedWithTheLineThatIsWrong) {
+TEST(manifest, is_refused_with_the_line_that_is_wrong) {
   struct row {
     const char* line;
     const char* message;
   };
   const row rows[] = {
       {"colour = 1\n", "m:3: unknown key \"colour\""},
-      {"missing_tools = \"ssh\"\n", "m:3: missing_tools is no list of texts"},
-      {"missing_tools = [1]\n", "m:3: missing_tools is no text"},
-      {"router = 1\n", "m:3: router is no text"},
-      {"nodes = 1\n", "m:3: nodes is no table"},
-      {"[nodes]\n\"192.0.0.4\" = 1\n", "m:4: 192.0.0.4 is no text"},
-      {"file_limit = \"1\"\n", "m: file_limit is no number of bytes"},
-      {"tmp_kibibytes = -1\n", "m: tmp_kibibytes is no number of kibibytes"},
-      {"[[[\n", "m:3: no TOML: what stands in brackets is no name"},
+      {"missing_tools = \"ssh\"\n", "m:3: missing_tools is not a list of texts"},
+      {"missing_tools = [1]\n", "m:3: missing_tools is not a text"},
+      {"router = 1\n", "m:3: router is not a text"},
+      {"nodes = 1\n", "m:3: nodes is not a table"},
+      {"[nodes]\n\"192.0.0.4\" = 1\n", "m:4: 192.0.0.4 is not a text"},
+      {"file_limit = \"1\"\n", "m: file_limit is not a number of bytes"},
+      {"tmp_kibibytes = -1\n", "m: tmp_kibibytes is not a number of kibibytes"},
+      {"[[[\n", "m:3: not TOML: the text in brackets is not a name"},
   };
   for (const row& r : rows) {
     std::string message;
@@ -315,7 +315,7 @@ TEST(Manifest, IsRefusedWithTheLineThatIsWrong) {
   }
 }
 
-TEST(Answer, ThatIsNotThereIsAnError) {
+TEST(answer, that_is_missing_is_an_error) {
   capture c = sample();
   EXPECT_NO_THROW(answer_to(c, "local", "cfg_render -c"));
   EXPECT_THROW(answer_to(c, "192.0.0.6", "cfg_render -c"), lab_error);

@@ -1,4 +1,4 @@
-// Every subcommand's help, and what each says of a wrong command line.
+// Every subcommand's help, and its messages for a wrong command line.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -24,7 +24,7 @@ outcome lab_program(const std::string& arguments) {
 struct command_row {
   std::string name;
   std::vector<std::string> operands;
-  std::vector<std::string> values;  // options that take one, with their labels
+  std::vector<std::string> values;  // options that take a value, with their labels
   std::vector<std::string> flags;
   bool takes_rest = false;
 };
@@ -59,7 +59,7 @@ std::string option_name(const std::string& value) {
   return value.substr(0, value.find(' '));
 }
 
-// The operands of a command that gets as many as it takes.
+// As many operands as the command takes.
 std::string operands_for(const command_row& command) {
   std::string words;
   for (const std::string& operand : command.operands) words += " '" + operand + "'";
@@ -86,7 +86,7 @@ void expect_readable(const outcome& help, const std::string& what) {
   EXPECT_EQ(help.out.find(" \n"), std::string::npos) << what;
 }
 
-TEST(Help, OfTheWholeNamesEveryCommand) {
+TEST(help, of_the_program_names_every_command) {
   const outcome help = lab_program("--help");
   expect_readable(help, "--help");
   EXPECT_EQ(help.out.find("tessel-lab simulates a router"), 0U);
@@ -98,7 +98,7 @@ TEST(Help, OfTheWholeNamesEveryCommand) {
   EXPECT_EQ(lab_program("-h").out, help.out);
 }
 
-TEST(Help, OfEachCommandNamesItsOperandsAndOptionsAndNoOthers) {
+TEST(help, of_each_command_names_its_operands_and_options_and_no_others) {
   for (const command_row& command : commands()) {
     const outcome help = lab_program(command.name + " --help");
     expect_readable(help, command.name);
@@ -121,7 +121,7 @@ TEST(Help, OfEachCommandNamesItsOperandsAndOptionsAndNoOthers) {
   }
 }
 
-TEST(Help, IsShownWhateverElseIsThere) {
+TEST(help, is_shown_beside_any_other_words) {
   const std::string help = lab_program("run --help").out;
   for (const char* line :
        {"run -h", "--help run", "run birch-small --help", "run --help birch-small",
@@ -133,13 +133,13 @@ TEST(Help, IsShownWhateverElseIsThere) {
   EXPECT_EQ(lab_program("--version").out.find("tessel-lab "), 0U);
 }
 
-TEST(Help, SaysThatItCannotBeWritten) {
+TEST(help, says_that_it_cannot_be_written) {
   const outcome failed = run_shell("exec >/dev/full; " LAB_PROGRAM " --help");
   EXPECT_EQ(failed.status, 1);
   EXPECT_EQ(failed.err, "tessel-lab: standard output: No space left on device\n");
 }
 
-TEST(WrongCommandLine, NamesAnUnknownOptionOfEachCommand) {
+TEST(wrong_command_line, names_an_unknown_option_of_each_command) {
   for (const command_row& command : commands()) {
     const std::string start = command.name + operands_for(command);
     for (const char* option :
@@ -154,7 +154,7 @@ TEST(WrongCommandLine, NamesAnUnknownOptionOfEachCommand) {
   }
 }
 
-TEST(WrongCommandLine, NamesTheOptionThatLacksItsValue) {
+TEST(wrong_command_line, names_the_option_that_lacks_its_value) {
   for (const command_row& command : commands())
     for (const std::string& value : command.values) {
       const std::string option = option_name(value);
@@ -163,14 +163,14 @@ TEST(WrongCommandLine, NamesTheOptionThatLacksItsValue) {
       expect_refusal(start, message + hint_of(command));
       expect_refusal(start + " --help", message + " before --help" + hint_of(command));
       if (command.takes_rest) expect_refusal(start + " -- more", message + hint_of(command));
-      // No abbreviations: all but the last letter of it is another word.
+      // No abbreviations: a name without its last letter is another word.
       const std::string shorter = option.substr(0, option.size() - 1);
       expect_refusal(command.name + operands_for(command) + " " + shorter + "=1",
                      command.name + ": unknown option " + shorter + hint_of(command));
     }
 }
 
-TEST(WrongCommandLine, RefusesAValueForAFlag) {
+TEST(wrong_command_line, refuses_a_value_for_a_flag) {
   for (const command_row& command : commands()) {
     std::vector<std::string> flags = command.flags;
     flags.emplace_back("--help");
@@ -182,7 +182,7 @@ TEST(WrongCommandLine, RefusesAValueForAFlag) {
   expect_refusal("--version=1", "--version takes no value; see tessel-lab --help");
 }
 
-TEST(WrongCommandLine, NamesTheOperandThatIsMissingOrTooMuch) {
+TEST(wrong_command_line, names_a_missing_or_extra_operand) {
   for (const command_row& command : commands()) {
     std::string given = command.name;
     for (const std::string& operand : command.operands) {
@@ -194,7 +194,7 @@ TEST(WrongCommandLine, NamesTheOperandThatIsMissingOrTooMuch) {
   }
 }
 
-TEST(WrongCommandLine, RefusesABadNumber) {
+TEST(wrong_command_line, refuses_a_bad_number) {
   for (const command_row& command : commands())
     for (const std::string& value : command.values)
       if (value.ends_with(" N"))
@@ -205,7 +205,7 @@ TEST(WrongCommandLine, RefusesABadNumber) {
                   "\": not a number from 0 to 4294967295" + hint_of(command));
 }
 
-TEST(WrongCommandLine, NamesWhatIsNoCommand) {
+TEST(wrong_command_line, names_an_unknown_command) {
   const std::string hint = "; see tessel-lab --help";
   expect_refusal("", "no command" + hint);
   expect_refusal("audit", "unknown command \"audit\"" + hint);
@@ -218,7 +218,7 @@ TEST(WrongCommandLine, NamesWhatIsNoCommand) {
   expect_refusal("'a\nb\033[1m'", "unknown command \"a\\x0ab\\x1b[1m\"" + hint);
 }
 
-TEST(CommandLineForms, OptionsStandAnywhereAndTakeTheirValueEitherWay) {
+TEST(command_line_forms, options_may_come_anywhere_and_take_a_value_in_either_form) {
   const std::string wanted =
       lab_program("expect birch-small --fault dpa-mac --fault sem-missing").out;
   EXPECT_EQ(std::count(wanted.begin(), wanted.end(), '\n'), 2);
@@ -226,7 +226,7 @@ TEST(CommandLineForms, OptionsStandAnywhereAndTakeTheirValueEitherWay) {
                            "expect --fault=dpa-mac --fault=sem-missing birch-small",
                            "expect --fault dpa-mac --fault=sem-missing birch-small"})
     EXPECT_EQ(lab_program(line).out, wanted) << line;
-  // What CLI11 takes for a list or for nothing is a name like any other.
+  // Words that CLI11 reads as a list or as nothing are names like any other.
   for (const char* name : {"{}", "[dpa-mac,dpa-mac]", "%%", ""}) {
     const outcome refused = lab_program("expect birch-small --fault '" + std::string{name} + "'");
     EXPECT_EQ(refused.status, 1) << name;
@@ -235,7 +235,7 @@ TEST(CommandLineForms, OptionsStandAnywhereAndTakeTheirValueEitherWay) {
   }
 }
 
-TEST(CommandLineForms, AnOperandMayBeNamedLikeACommand) {
+TEST(command_line_forms, an_operand_may_be_named_like_a_command) {
   const lab_test::scratch_folder scratch;
   const outcome made = run_shell("set -e; cd " + scratch.path().string() +
                                  "; export TESSEL_LAB_ROUTERS=" LAB_ROUTERS "; lab=" LAB_PROGRAM

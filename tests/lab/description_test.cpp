@@ -37,7 +37,7 @@ std::string refusal(const std::string& text) {
   return "accepted";
 }
 
-TEST(Description, LeavesTheRestToDerivation) {
+TEST(description, derives_the_values_that_are_not_given) {
   const router r = parse_router(small, "test.toml");
   ASSERT_EQ(r.bundles.size(), 1U);
   const bundle& b = r.bundles.front();
@@ -51,7 +51,7 @@ TEST(Description, LeavesTheRestToDerivation) {
   EXPECT_GE(b.members.front().system_port, 0x100U) << "three digits, no one is another's tail";
 }
 
-TEST(Description, KeepsWhatItSays) {
+TEST(description, keeps_the_values_that_are_given) {
   const router r = parse_router(R"toml(type = "birch"
 model = "TR-WILLOW (x86_64)"
 hqos = true
@@ -93,14 +93,14 @@ value = "0x99"
   EXPECT_EQ(overridden(r, "dpa.lag", "BE5", "0/1/CPU0"), std::nullopt);
 }
 
-TEST(Description, ErrorNamesFileLineAndPlace) {
+TEST(description, error_names_file_line_and_place) {
   struct row {
     const char* why;
     const char* text;
     const char* message;
   };
   const row rows[] = {
-      {"no TOML at all", "type = \"birch\"\nhqos = maybe\n", "test.toml:2: "},
+      {"a text that is not TOML", "type = \"birch\"\nhqos = maybe\n", "test.toml:2: "},
       {"unknown key at the top", "type = \"birch\"\ncolour = 1\n",
        "test.toml:2: router: unknown key \"colour\""},
       {"unknown key in a list",
@@ -109,28 +109,28 @@ TEST(Description, ErrorNamesFileLineAndPlace) {
       {"unknown type", "type = \"willow\"\n",
        "test.toml:1: router: unknown router type \"willow\""},
       {"a text where a number belongs", "type = \"birch\"\nhost_node_id = \"x\"\n",
-       "test.toml:2: router: host_node_id is no number from 0 to 4294967295"},
+       "test.toml:2: router: host_node_id is not a number from 0 to 4294967295"},
       {"a number beyond its range", "type = \"birch\"\nhost_node_id = 4294967296\n",
-       "test.toml:2: router: host_node_id is no number"},
+       "test.toml:2: router: host_node_id is not a number"},
       {"a negative number", "type = \"birch\"\nhost_node_id = -1\n",
-       "test.toml:2: router: host_node_id is no number"},
-      {"a choice that is none", "type = \"birch\"\nhealth = \"poor\"\n",
+       "test.toml:2: router: host_node_id is not a number"},
+      {"an unknown choice", "type = \"birch\"\nhealth = \"poor\"\n",
        "test.toml:2: router: health is \"poor\", not one of clean, info, errors, mixed"},
       {"a missing name", "type = \"birch\"\n[[node]]\nchip = \"x\"\n",
        "test.toml:2: [[node]]: name is missing"},
       {"an unknown override",
        "type = \"birch\"\n[[override]]\nfield = \"a.b\"\nobject = \"BE1\"\nvalue = \"1\"\n",
        "test.toml:2: [[override]]: unknown field \"a.b\""},
-      {"a node that stands twice",
+      {"a node that appears twice",
        "type = \"birch\"\n[[node]]\nname = \"0/0/CPU0\"\n[[node]]\nname = \"0/0/CPU0\"\n",
-       "test.toml:4: [[node]]: name 0/0/CPU0 stands twice"},
-      {"a bundle that stands twice",
+       "test.toml:4: [[node]]: name 0/0/CPU0 appears twice"},
+      {"a bundle that appears twice",
        "type = \"birch\"\n[[bundle]]\nnumber = 1\n[[bundle]]\nnumber = 1\n",
-       "test.toml:4: [[bundle]]: number 1 stands twice"},
-      {"a port that stands twice in its bundle",
+       "test.toml:4: [[bundle]]: number 1 appears twice"},
+      {"a port that appears twice in its bundle",
        "type = \"birch\"\n[[bundle]]\nnumber = 1\nmembers = [{ port = \"HundredGigE0/0/0/1\" },\n"
        "           { port = \"HundredGigE0/0/0/1\" }]\n",
-       "test.toml:5: members: port HundredGigE0/0/0/1 stands twice"},
+       "test.toml:5: members: port HundredGigE0/0/0/1 appears twice"},
       {"a base that is not there", "base = \"nowhere\"\n",
        "test.toml:1: router: there is no router \"nowhere\""},
       {"an unknown fault", "type = \"birch\"\nfaults = [\"chip-mtu\",\n\"rust\"]\n",
@@ -140,7 +140,7 @@ TEST(Description, ErrorNamesFileLineAndPlace) {
     EXPECT_EQ(refusal(r.text).substr(0, std::string{r.message}.size()), r.message) << r.why;
 }
 
-TEST(Description, ImpossibleRouterIsRefused) {
+TEST(description, impossible_router_is_refused) {
   struct row {
     const char* why;
     std::string text;
@@ -169,7 +169,7 @@ TEST(Description, ImpossibleRouterIsRefused) {
        "test.toml:16: bundle 6, member HundredGigE0/0/0/1: the port is a member already"},
       {"a single-node type with two nodes",
        "type = \"elm\"\n[[node]]\nname = \"0/RP0/CPU0\"\n[[node]]\nname = \"0/0/CPU0\"\n",
-       "test.toml: a router of type elm is the one node 0/RP0/CPU0"},
+       "test.toml: a router of type elm has the single node 0/RP0/CPU0"},
       {"two nodes with one id",
        base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\n[[node]]\nname = \"0/2/CPU0\"\nid = 7\n",
        "test.toml:17: node 0/2/CPU0: id 0x7 is taken, give each node its own"},
@@ -180,7 +180,7 @@ TEST(Description, ImpossibleRouterIsRefused) {
        "test.toml:14: node 0/1/CPU0: 17 NPUs, a node has at most 16"},
       {"a tag that no frame has",
        base + second + "subs = [{ number = 8, encapsulation = \"dot1q 8 second-dot1q 4095\" }]\n",
-       "test.toml:17: sub-bundle BE6.8: encapsulation \"dot1q 8 second-dot1q 4095\" is none of "
+       "test.toml:17: sub-bundle BE6.8: encapsulation \"dot1q 8 second-dot1q 4095\" is not one of "
        "\"default\", \"untagged\", \"dot1q 10\", \"dot1q 10 second-dot1q 20\", \"dot1ad 10\", "
        "\"dot1ad 10 dot1q 20\", with a tag from 1 to 4094, 10-20, 10,20 or any"},
       {"a Jericho2 with more cores than two",
@@ -195,20 +195,20 @@ TEST(Description, ImpossibleRouterIsRefused) {
        "a "
        "Jericho2 has one MTU for a bundle"},
       {"a card of two words", base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\ncard = \"TC LC\"\n",
-       "test.toml:14: node 0/1/CPU0: card \"TC LC\" is no single word"},
+       "test.toml:14: node 0/1/CPU0: card \"TC LC\" is not a single word"},
       {"no band", base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nband = \"\"\n",
-       "test.toml:14: node 0/1/CPU0: band \"\" is no single word"},
+       "test.toml:14: node 0/1/CPU0: band \"\" is not a single word"},
       {"no node", "type = \"birch\"\n", "test.toml: no node is described"},
   };
   for (const row& r : rows) EXPECT_EQ(refusal(r.text), r.message) << r.why;
 }
 
-// Two things with one number, or a value that no layer holds: the audit of such a router, which has
-// no fault, would find some or die.
-TEST(Description, ValuesThatNoRouterHasAreRefused) {
+// Two objects with one number, or a value that no layer can hold: the audit of such a router would
+// report faults that it does not have, or crash.
+TEST(description, values_that_no_router_has_are_refused) {
   struct row {
     const char* why;
-    std::string text;  // behind `small`
+    std::string text;  // after `small`
     const char* message;
   };
   const auto bundle = [](const std::string& more) {
@@ -252,11 +252,11 @@ TEST(Description, ValuesThatNoRouterHasAreRefused) {
       {"a port of one core", member("pp_port = 10"),
        "test.toml:16: bundle 6, member HundredGigE0/0/0/2: pp_port 0xa is taken by bundle 5, "
        "member HundredGigE0/0/0/1, give each its own"},
-      {"no MTU", bundle("mtu = 0\n"), "test.toml:14: bundle 6: mtu 0 is none of 1 to 65535"},
+      {"no MTU", bundle("mtu = 0\n"), "test.toml:14: bundle 6: mtu 0 is not from 1 to 65535"},
       {"an MTU beyond sixteen bits", bundle("mtu = 65536\n"),
-       "test.toml:14: bundle 6: mtu 65536 is none of 1 to 65535"},
+       "test.toml:14: bundle 6: mtu 65536 is not from 1 to 65535"},
       {"a member's MTU", member("mtu = 70000"),
-       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: mtu 70000 is none of 1 to 65535"},
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: mtu 70000 is not from 1 to 65535"},
       {"bundle 0", "[[bundle]]\nnumber = 0\n",
        "test.toml:14: bundle 0: a bundle's number is from 1 to 65535"},
       {"a bundle beyond sixteen bits", "[[bundle]]\nnumber = 65536\n",
@@ -274,38 +274,42 @@ TEST(Description, ValuesThatNoRouterHasAreRefused) {
        "0/0/CPU0 to 0/15/CPU0"},
       {"an address that leads out of a capture",
        "[[node]]\nname = \"0/1/CPU0\"\nid = 1\naddress = \"../../tmp\"\n",
-       "test.toml:14: node 0/1/CPU0: address \"../../tmp\" is none, as 192.0.0.6"},
+       "test.toml:14: node 0/1/CPU0: address \"../../tmp\" is not valid; give one such as "
+       "192.0.0.6"},
       {"the route processor's own place for an address",
        "[[node]]\nname = \"0/1/CPU0\"\nid = 1\naddress = \"local\"\n",
-       "test.toml:14: node 0/1/CPU0: address \"local\" is none, as 192.0.0.6"},
+       "test.toml:14: node 0/1/CPU0: address \"local\" is not valid; give one such as 192.0.0.6"},
       {"a port without its last number",
        "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/\", node = "
        "\"0/0/CPU0\" }]\n",
-       "test.toml:16: bundle 6, member HundredGigE0/0/0/: a port's numbers are as 0/0/0/1 or "
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/: a port's numbers have the form 0/0/0/1 "
+       "or "
        "0/0/0/1/3"},
       {"a port with a letter",
        "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/1x\", node = "
        "\"0/0/CPU0\" }]\n",
-       "test.toml:16: bundle 6, member HundredGigE0/0/0/1x: a port's numbers are as 0/0/0/1 or "
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/1x: a port's numbers have the form 0/0/0/1 "
+       "or "
        "0/0/0/1/3"},
       {"a system port of too many digits", member("system_port = 0x1000000"),
        "test.toml:16: bundle 6, member HundredGigE0/0/0/2: system_port 0x1000000 is beyond "
        "0xffffff"},
       {"an encapsulation without a tag", sub("dot1q"),
-       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q\" is none of"},
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q\" is not one of"},
       {"an encapsulation of another kind", sub("vlan 7"),
-       "test.toml:17: sub-bundle BE6.1: encapsulation \"vlan 7\" is none of"},
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"vlan 7\" is not one of"},
       {"an inner tag of the other form", sub("dot1q 7 dot1q 8"),
-       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7 dot1q 8\" is none of"},
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7 dot1q 8\" is not one of"},
       {"a blank too many", sub("dot1q  7"),
-       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q  7\" is none of"},
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q  7\" is not one of"},
       {"a range without an end", sub("dot1q 7-"),
-       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7-\" is none of"},
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7-\" is not one of"},
       {"a range beyond the last VLAN", sub("dot1q 7-4095"),
-       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7-4095\" is none of"},
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7-4095\" is not one of"},
       {"an override of no object",
        "[[override]]\nfield = \"dpa.lag\"\nobject = \"BE9\"\nvalue = \"1\"\n",
-       "test.toml:14: override of dpa.lag: there is no \"BE9\"; an object is as BE1, BE1.100, "
+       "test.toml:14: override of dpa.lag: there is no \"BE9\"; an object is named such as BE1, "
+       "BE1.100, "
        "0/0/0/1 or *"},
   };
   for (const row& r : rows)
@@ -315,7 +319,7 @@ TEST(Description, ValuesThatNoRouterHasAreRefused) {
     EXPECT_EQ(refusal(small + sub(fine)), "accepted") << fine;
 }
 
-TEST(Description, TypesHaveNodesOfTheirOwn) {
+TEST(description, types_have_nodes_of_their_own) {
   const auto described = [](const std::string& type, const std::string& node,
                             const std::string& more = {}) {
     return "type = \"" + type + "\"\n[[node]]\nname = \"" + node + "\"\nid = 4096\n" + more;
@@ -333,21 +337,22 @@ TEST(Description, TypesHaveNodesOfTheirOwn) {
   EXPECT_EQ(refusal(described("birch", "0/3/CPU0")),
             "test.toml: no route processor is described, add the node 0/RP0/CPU0");
   EXPECT_EQ(refusal("[[node]]\nname = \"0/RP0/CPU0\"\n"),
-            "test.toml: type is missing: it says what the router is, as type = \"birch\"");
+            "test.toml: type is missing: give the router's type, such as type = \"birch\"");
   EXPECT_EQ(refusal(described("aspen", "0/RP0/CPU0",
                               "chip = \"BCM88680\"\n[[bundle]]\nnumber = 1\nmembers = [{ port = "
                               "\"HundredGigE0/7/0/1\", node = \"0/RP0/CPU0\", core = 1, "
                               "pp_port = 20 }]\n")),
-            "test.toml:8: bundle 1, member HundredGigE0/7/0/1: pp_port 20 is none of core 1, whose "
+            "test.toml:8: bundle 1, member HundredGigE0/7/0/1: pp_port 20 does not belong to core "
+            "1, whose "
             "ports begin at 256");
 }
 
-TEST(Description, MessageIsOneLineWhateverTheDescriptionHolds) {
+TEST(description, message_is_one_line_whatever_the_description_holds) {
   EXPECT_EQ(refusal("type = \"birch\"\n\"a\\nb\\u001b[2J\" = 1\n"),
             "test.toml:2: router: unknown key \"a\\x0ab\\x1b[2J\"");
 }
 
-class WithRouters : public testing::Test {
+class base_test : public testing::Test {
  protected:
   void SetUp() override { setenv("TESSEL_LAB_ROUTERS", scratch_.path().c_str(), 1); }
   void TearDown() override { unsetenv("TESSEL_LAB_ROUTERS"); }
@@ -357,7 +362,7 @@ class WithRouters : public testing::Test {
   scratch_folder scratch_;
 };
 
-TEST_F(WithRouters, BaseIsChangedByNameAndNumber) {
+TEST_F(base_test, base_is_changed_by_name_and_number) {
   describe("first", small);
   describe("second", R"(description = "second"
 base = "first"
@@ -383,14 +388,14 @@ subs = [{ number = 7, encapsulation = "dot1q 8" }, { number = 9, encapsulation =
   EXPECT_TRUE(r.bundles.front().subs.front().l2) << "what the variant leaves out stays";
 }
 
-TEST_F(WithRouters, BaseThatLeadsBackIsRefused) {
+TEST_F(base_test, base_that_leads_back_is_refused) {
   describe("one", "base = \"two\"\n");
   describe("two", "base = \"one\"\n");
   EXPECT_THROW(load_router("one"), lab_error);
   EXPECT_THROW(load_router("two"), lab_error);
 }
 
-TEST_F(WithRouters, NamesComeInOrder) {
+TEST_F(base_test, names_come_in_order) {
   describe("b", small);
   describe("a", small);
   lab_test::write_text(scratch_.path() / "notes.txt", "no router");
@@ -398,7 +403,7 @@ TEST_F(WithRouters, NamesComeInOrder) {
   EXPECT_THROW(load_router("c"), lab_error);
 }
 
-TEST(Encapsulation, TagsAreTheNumbersBehindTheirKeyword) {
+TEST(encapsulation, tags_are_the_numbers_after_their_keyword) {
   using tags = std::vector<unsigned>;
   EXPECT_EQ(tags_of("dot1q 100"), tags({100}));
   EXPECT_EQ(tags_of("dot1q 10 second-dot1q 20"), tags({10, 20}));
@@ -417,7 +422,7 @@ TEST(Encapsulation, TagsAreTheNumbersBehindTheirKeyword) {
   EXPECT_EQ(tags_of(""), tags());
 }
 
-TEST(Ports, SystemPortsHaveOneLengthHoweverManyThereAre) {
+TEST(ports, system_ports_have_one_length_in_any_number) {
   std::string text =
       "type = \"birch\"\n[[node]]\nname = \"0/0/CPU0\"\nchip = \"BCM88680\"\n"
       "[[node]]\nname = \"0/RP0/CPU0\"\nid = 4096\n";
@@ -432,7 +437,7 @@ TEST(Ports, SystemPortsHaveOneLengthHoweverManyThereAre) {
   EXPECT_EQ(free_port(r, r.nodes.front()), "HundredGigE0/0/0/3840");
 }
 
-TEST(Ports, NamesInEachLayer) {
+TEST(ports, names_in_each_layer) {
   EXPECT_EQ(port_tail("HundredGigE0/0/0/1"), "0/0/0/1");
   EXPECT_EQ(port_tail("TwentyFiveGigE0/0/0/2/3"), "0/0/0/2/3");
   EXPECT_EQ(short_name("HundredGigE0/0/0/1"), "Hu0/0/0/1");

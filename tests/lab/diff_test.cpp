@@ -21,12 +21,12 @@ void replace_in(std::string& text, const std::string& from, const std::string& t
 
 const std::string dpa = "fwd_object_show -t lagport -D";
 
-TEST(Changes, OfNothingAreNone) {
+TEST(changes, there_are_none_between_equal_captures) {
   EXPECT_TRUE(changes_between(birch(), birch()).empty());
   EXPECT_EQ(change_report({}), "No layer changed.\n");
 }
 
-TEST(Changes, TellLayerNodeAndBundle) {
+TEST(changes, name_layer_node_and_bundle) {
   capture b = birch();
   replace_in(answer_to(b, "192.0.0.6", dpa), "lag_id => 0x1\n", "lag_id => 0x401\n");
   const auto changes = changes_between(birch(), b);
@@ -40,7 +40,7 @@ TEST(Changes, TellLayerNodeAndBundle) {
             "DPA            0/0/CPU0                2  BE1\n");
 }
 
-TEST(Changes, StandInTheOrderOfTheLayers) {
+TEST(changes, come_in_the_order_of_the_layers) {
   capture b = birch();
   const std::string health = "lagmgr_health";
   const std::string chip = "asic_shell_show -c \"diag lag\" -u 1 -n 0";
@@ -63,7 +63,7 @@ TEST(Changes, StandInTheOrderOfTheLayers) {
   EXPECT_EQ(changes[3].layer, "bundle health");
 }
 
-TEST(Changes, ThatComeByThemselvesAreNone) {
+TEST(changes, do_not_include_values_that_change_by_themselves) {
   capture b = birch();
   replace_in(answer_to(b, "local", "iface_show -i .*"), "1234567 packets", "1234568 packets");
   replace_in(answer_to(b, "local", "plat_nodes_show -v"), "12w3d", "13w1d");
@@ -72,7 +72,7 @@ TEST(Changes, ThatComeByThemselvesAreNone) {
   EXPECT_TRUE(changes_between(birch(), b).empty());
 }
 
-TEST(Changes, InTheOrderOfLinesAreNone) {
+TEST(changes, do_not_include_the_order_of_lines) {
   capture a;
   capture b;
   answer(a, "local", "ifmgr_show database", "0x1 Hu0/0/0/0 x\n0x2 Hu0/0/0/1 y\n");
@@ -82,7 +82,7 @@ TEST(Changes, InTheOrderOfLinesAreNone) {
   EXPECT_EQ(changes_between(a, b).at(0).named, std::set<std::string>{"Hu0/0/0/0"});
 }
 
-TEST(Changes, TellWhatOnlyOneCaptureWasAsked) {
+TEST(changes, include_commands_that_only_one_capture_answers) {
   capture a = birch();
   capture b = birch();
   a.answers.erase({"local", "lagmgr_health"});
@@ -92,7 +92,7 @@ TEST(Changes, TellWhatOnlyOneCaptureWasAsked) {
   EXPECT_EQ(*changes_between(b, a)[0].asked.begin(), "lagmgr_health (A only)");
 }
 
-TEST(Changes, OfStatusOrOfFurtherAnswersAreTold) {
+TEST(changes, include_statuses_and_further_answers) {
   capture a;
   capture b;
   answer(a, "local", "lagmgr_health", "fine\n");
@@ -102,7 +102,7 @@ TEST(Changes, OfStatusOrOfFurtherAnswersAreTold) {
   EXPECT_EQ(changes_between(a, b)[0].lines, 2U) << "the head of the list and its line";
 }
 
-TEST(Changes, OfManyNodesFitOnAScreen) {
+TEST(changes, of_many_nodes_fit_on_a_screen) {
   std::vector<layer_change> many(
       50,
       layer_change{"DPA", "0/0/CPU0", {"BE1", "BE2", "BE3", "BE4", "BE5", "BE6", "BE7"}, {}, 9});
@@ -112,7 +112,7 @@ TEST(Changes, OfManyNodesFitOnAScreen) {
   EXPECT_NE(report.find("... and 30 more\n"), std::string::npos);
 }
 
-TEST(OwnersOfLines, AreNamedInTheLineOrItsBlock) {
+TEST(owners_of_lines, are_named_in_the_line_or_its_block) {
   const handle_names names{{"0x3000004", "BE1"}, {"0x1000040", "Hu0/0/0/0"}};
   const auto owner = [&](const char* text, std::size_t line) {
     return lines_with_owners(text, names).at(line).owner;

@@ -17,7 +17,7 @@ namespace {
 
 using namespace lab;
 
-// For faults that ask for so much that every other one would be slow beside them.
+// For faults so large that they would slow down every other one.
 bool is_slow(const fault& f) {
   return f.name == "scale-l2-subs" || f.name == "overlong-line";
 }
@@ -30,7 +30,7 @@ router plain(const std::string& name) {
   return lab_test::rendered_router(name).r;
 }
 
-TEST(Catalogue, NamesAreUniqueAndTold) {
+TEST(catalogue, names_are_unique_and_described) {
   std::set<std::string_view> names;
   for (const fault& f : fault_catalogue()) {
     EXPECT_TRUE(names.insert(f.name).second) << f.name;
@@ -40,7 +40,7 @@ TEST(Catalogue, NamesAreUniqueAndTold) {
   }
 }
 
-TEST(Catalogue, ArgumentsBelongToAFaultThatTakesThem) {
+TEST(catalogue, arguments_belong_to_a_fault_that_takes_them) {
   std::set<std::string_view> taking;
   for (const fault& f : fault_catalogue())
     if (f.takes_argument) taking.insert(f.name);
@@ -51,14 +51,14 @@ TEST(Catalogue, ArgumentsBelongToAFaultThatTakesThem) {
   }
 }
 
-TEST(Catalogue, ReachIsFromTheCheckpointDown) {
+TEST(catalogue, reach_is_from_the_checkpoint_down) {
   for (const fault& f : fault_catalogue()) {
     EXPECT_LE(f.at, f.deepest) << f.name;
     EXPECT_LE(f.stops_from == phase::none ? phase::start : f.stops_from, f.stops_to) << f.name;
   }
 }
 
-TEST(Catalogue, AFindingBringsOnlyLinesWithText) {
+TEST(catalogue, lines_beside_a_finding_have_a_text) {
   fault one{.name = "one", .description = "a fault"};
   EXPECT_TRUE(lines_beside(one).empty());
   one.also[0] = {"first", checkpoint::pd_member};
@@ -69,7 +69,7 @@ TEST(Catalogue, AFindingBringsOnlyLinesWithText) {
   EXPECT_EQ(lines_beside(one).size(), 2U);
 }
 
-TEST(Checkpoint, SaysInWhichPhaseItsFindingsShow) {
+TEST(checkpoint, says_in_which_phase_its_findings_show) {
   EXPECT_EQ(phase_of(checkpoint::groundwork), phase::collecting);
   EXPECT_EQ(phase_of(checkpoint::configuration), phase::parsing);
   EXPECT_EQ(phase_of(checkpoint::pi_table), phase::collecting);
@@ -82,7 +82,7 @@ TEST(Checkpoint, SaysInWhichPhaseItsFindingsShow) {
   EXPECT_EQ(phase_of(checkpoint::health_bundles), phase::health);
 }
 
-TEST(Catalogue, EveryFaultAppliesSomewhere) {
+TEST(catalogue, every_fault_applies_somewhere) {
   for (const fault& f : fault_catalogue()) {
     bool somewhere = false;
     for (const char* name : routers) somewhere = somewhere || applies(plain(name), f.name);
@@ -90,7 +90,7 @@ TEST(Catalogue, EveryFaultAppliesSomewhere) {
   }
 }
 
-TEST(Catalogue, EveryFaultChangesWhatTheAuditMeets) {
+TEST(catalogue, every_fault_changes_the_input_of_the_audit) {
   for (const char* name : routers) {
     const router r = plain(name);
     const capture healthy = render(r);
@@ -118,7 +118,7 @@ std::vector<std::string> documented_messages() {
   return messages;
 }
 
-// A pattern in which {} and {object} are any text.
+// A pattern in which {} and {object} match any text.
 std::regex pattern_of(const std::string& message) {
   const std::string escaped =
       std::regex_replace(message, std::regex(R"([.*+?()|\[\]^$\\])"), R"(\$&)");
@@ -129,7 +129,7 @@ std::size_t fixed_words(const std::string& message) {
   return std::regex_replace(message, std::regex(R"(\{\})"), "").size();
 }
 
-TEST(Catalogue, EveryFindingIsAMessageOfTheAudit) {
+TEST(catalogue, every_finding_is_a_message_of_the_audit) {
   std::vector<std::pair<std::string, std::regex>> messages;
   for (const std::string& message : documented_messages())
     if (fixed_words(message) > 10) messages.emplace_back(message, pattern_of(message));
@@ -143,12 +143,12 @@ TEST(Catalogue, EveryFindingIsAMessageOfTheAudit) {
   for (const fault& f : fault_catalogue()) {
     for (const by_product& line : lines_beside(f))
       EXPECT_TRUE(is_message(std::string{line.finding})) << f.name << ": " << line.finding;
-    if (f.finding.empty() || f.shown == phase::health) continue;  // a report, no message
+    if (f.finding.empty() || f.shown == phase::health) continue;  // a report, not a message
     EXPECT_TRUE(is_message(std::string{f.finding})) << f.name << ": " << f.finding;
   }
 }
 
-TEST(Catalogue, ModelFaultsNameKnownFields) {
+TEST(catalogue, model_faults_name_known_fields) {
   std::set<std::string_view> known;
   for (const field_description& field : override_fields()) known.insert(field.name);
   for (const fault& f : fault_catalogue())
@@ -161,7 +161,7 @@ TEST(Catalogue, ModelFaultsNameKnownFields) {
     }
 }
 
-TEST(Fault, ThatDoesNotApplyIsTold) {
+TEST(fault, that_does_not_apply_is_reported) {
   router r = plain("elm-single");
   r.faults.push_back(parse_fault("node-not-final"));
   try {
@@ -172,7 +172,7 @@ TEST(Fault, ThatDoesNotApplyIsTold) {
   }
 }
 
-TEST(Fault, WhoseAnswerIsGoneDoesNotApply) {
+TEST(fault, whose_answer_is_gone_does_not_apply) {
   router r = plain("birch-small");
   r.faults = {parse_fault("tool-missing=lagmgr_health"), parse_fault("health-overlong@2")};
   try {
@@ -184,7 +184,7 @@ TEST(Fault, WhoseAnswerIsGoneDoesNotApply) {
   }
 }
 
-TEST(Fault, NameAndArgumentAreChecked) {
+TEST(fault, name_and_argument_are_checked) {
   EXPECT_EQ(parse_fault("tool-empty=lagmgr_health").argument, "lagmgr_health");
   EXPECT_THROW(parse_fault("tool-emptied"), lab_error);
   EXPECT_THROW(parse_fault("sem-missing=BE1"), lab_error);
@@ -198,7 +198,7 @@ TEST(Fault, NameAndArgumentAreChecked) {
   EXPECT_THROW(render(r), lab_error);
 }
 
-TEST(Fault, LagIdDiffersOnOneNodeAlone) {
+TEST(fault, lag_id_differs_on_only_one_node) {
   router r = plain("birch-small");
   const capture healthy = render(r);
   r.faults.push_back(parse_fault("dpa-lag-id"));
@@ -217,7 +217,7 @@ std::vector<planted_fault> planted(const std::string& name,
   return places;
 }
 
-TEST(Fault, GoesToTheNextPlaceThatSuitsIt) {
+TEST(fault, goes_to_the_next_place_that_suits_it) {
   const auto first = planted("birch-small", {"chip-mtu"}).front();
   EXPECT_EQ(first.object, "0/0/0/0");
   EXPECT_EQ(first.bundle, "BE1");
@@ -234,20 +234,20 @@ std::string why(const std::string& router_name, const std::string& a, const std:
   return hidden_by(both[0], both[1]);
 }
 
-TEST(Hiding, EndOfTheRunHidesWhatWouldHaveShownLater) {
+TEST(hiding, end_of_the_run_hides_what_would_have_shown_later) {
   EXPECT_NE(why("birch-small", "pi-no-mac", "chip-mtu@3"), "");
   EXPECT_NE(why("birch-small", "model-unknown", "pi-no-mac"), "");
   EXPECT_EQ(why("birch-small", "chip-mtu@3", "pi-no-mac"), "");
   EXPECT_EQ(why("birch-small", "pi-no-mac", "asic-unknown"), "") << "shown before it";
 }
 
-TEST(Hiding, AnythingCountedHidesStaleEntries) {
+TEST(hiding, anything_counted_hides_stale_entries) {
   EXPECT_NE(why("birch-small", "chip-mtu", "stale-pi@5"), "");
   EXPECT_EQ(why("birch-small", "stale-bme", "stale-pi"), "");
   EXPECT_EQ(why("birch-small", "health-errors", "stale-pi"), "");
 }
 
-TEST(Hiding, HigherLayerHidesLowerOneAtTheSamePlace) {
+TEST(hiding, higher_layer_hides_lower_one_at_the_same_place) {
   EXPECT_NE(why("birch-small", "dpa-mac", "dpa-l3-rif"), "");
   EXPECT_EQ(why("birch-small", "dpa-l3-rif", "dpa-mac"), "");
   EXPECT_EQ(why("birch-small", "dpa-mac@2", "dpa-l3-rif"), "") << "another node";
@@ -258,26 +258,26 @@ TEST(Hiding, HigherLayerHidesLowerOneAtTheSamePlace) {
   EXPECT_EQ(why("birch-small", "dpa-mtu", "chip-mtu@1"), "") << "another member";
 }
 
-TEST(Hiding, EffectsOfSomeArgumentsAreKnown) {
+TEST(hiding, effects_of_some_arguments_are_known) {
   EXPECT_NE(why("birch-small", "tool-empty=iface_show", "chip-mtu"), "");
   EXPECT_EQ(why("birch-small", "tool-empty=iface_show", "pi-bundle-missing"), "");
   EXPECT_EQ(why("birch-small", "tool-missing=iface_show", "pi-bundle-missing"), "") << "as silent";
   EXPECT_NE(why("birch-small", "capture-blocked=IM_PI", "pi-bundle-missing"), "") << "unknown";
 }
 
-TEST(Hiding, OneValueIsChangedOnce) {
+TEST(hiding, one_value_is_changed_once) {
   EXPECT_NE(why("birch-small", "dpa-l3-rif", "l3intf-no-rif"), "");
   EXPECT_EQ(why("birch-small", "dpa-l3-rif", "l3intf-no-rif@2"), "") << "another node";
   EXPECT_NE(why("birch-small", "dpa-l3intf-missing", "l3intf-no-rif"), "")
       << "goes with its object";
 }
 
-TEST(Hiding, ValuesThatDifferBetweenNodesNeedAllOfThem) {
+TEST(hiding, values_that_differ_between_nodes_need_all_of_them) {
   EXPECT_NE(why("birch-small", "l2port-empty@2", "dpa-glif"), "");
-  EXPECT_EQ(why("birch-small", "l2port-empty@2", "dpa-mac"), "") << "told on one node";
+  EXPECT_EQ(why("birch-small", "l2port-empty@2", "dpa-mac"), "") << "reported on one node";
 }
 
-TEST(Expected, FindingsNameTheirPlace) {
+TEST(expected, findings_name_their_place) {
   router r = plain("birch-small");
   r.faults = {parse_fault("dpa-mac@2"), parse_fault("health-info"), parse_fault("stale-pi")};
   const auto expected = expected_findings(r);
@@ -291,7 +291,7 @@ TEST(Expected, FindingsNameTheirPlace) {
   EXPECT_EQ(expected[2].hidden, "dpa-mac@2 leaves no clean run");
 }
 
-TEST(Expected, LinesThatComeWithAFindingAreHiddenByMore) {
+TEST(expected, lines_that_come_with_a_finding_are_hidden_by_more) {
   router r = plain("birch-small");
   r.faults = {parse_fault("pd-bundle-missing"), parse_fault("pi-member-missing")};
   const auto expected = expected_findings(r);
@@ -303,13 +303,13 @@ TEST(Expected, LinesThatComeWithAFindingAreHiddenByMore) {
   EXPECT_EQ(expected[2].name, "pi-member-missing");
 }
 
-TEST(Expected, UntaggedSubBundlesLeaveNoCleanRun) {
+TEST(expected, untagged_sub_bundles_leave_no_clean_run) {
   router r = plain("birch-untagged");
   r.faults = {parse_fault("stale-pi")};
   EXPECT_NE(expected_findings(r).front().hidden, "");
 }
 
-TEST(Fault, OfTheMachineIsInTheCapture) {
+TEST(fault, of_the_machine_is_in_the_capture) {
   router r = plain("birch-small");
   r.faults = {parse_fault("capture-blocked=BM_PI"), parse_fault("log-full=debug"),
               parse_fault("file-limit=7000"), parse_fault("tmp-full=40")};
@@ -324,7 +324,7 @@ TEST(Fault, OfTheMachineIsInTheCapture) {
   }
 }
 
-TEST(Fault, MissingToolIsInTheManifestAndAnswersNothing) {
+TEST(fault, missing_tool_is_in_the_manifest_and_answers_nothing) {
   router r = plain("birch-small");
   r.faults.push_back(parse_fault("tool-missing"));
   const capture c = render(r);
@@ -332,7 +332,7 @@ TEST(Fault, MissingToolIsInTheManifestAndAnswersNothing) {
   for (const auto& [key, text] : c.answers) EXPECT_NE(key.second.rfind("lagmgr_agent_show", 0), 0U);
 }
 
-TEST(Fault, BytesAndMegabytesStandInTheConfiguration) {
+TEST(fault, bytes_and_megabytes_are_in_the_configuration) {
   router r = plain("birch-small");
   r.faults.push_back(parse_fault("overlong-line"));
   EXPECT_GT(render(r).answers.at({"local", "cfg_render,-c,-l,1,-t,1,-o,1"}).size(), 8U << 20U);
@@ -341,14 +341,14 @@ TEST(Fault, BytesAndMegabytesStandInTheConfiguration) {
   EXPECT_NE(c.answers.at({"local", "cfg_render,-c,-l,1,-t,1,-o,1"}).find('\0'), std::string::npos);
 }
 
-TEST(Router, RendersTheSameTwice) {
+TEST(router, renders_the_same_twice) {
   for (const char* name : routers) {
     const router r = plain(name);
     EXPECT_TRUE(render(r).answers == render(r).answers) << name;
   }
 }
 
-TEST(Router, EveryDescribedOneRenders) {
+TEST(router, every_described_one_renders) {
   setenv("TESSEL_LAB_ROUTERS", LAB_ROUTERS, 1);
   const auto names = router_names();
   EXPECT_GE(names.size(), 10U);

@@ -15,7 +15,7 @@ namespace {
 using namespace lab;
 namespace fs = std::filesystem;
 
-// What a type allows: bundles, layer 2 and layer 3 sub-bundles.
+// The limits of a type: bundles, layer 2 and layer 3 sub-bundles.
 struct limits {
   const char* type;
   unsigned bundles;
@@ -37,7 +37,7 @@ generate_request largest(const limits& row) {
   return wanted;
 }
 
-TEST(Generate, ReachesTheLimitsOfEveryType) {
+TEST(generate, reaches_the_limits_of_every_type) {
   for (const limits& row : all_limits) {
     const router r = generate(largest(row));
     EXPECT_EQ(r.type, row.type);
@@ -51,7 +51,7 @@ TEST(Generate, ReachesTheLimitsOfEveryType) {
   }
 }
 
-TEST(Generate, GoesBeyondThem) {
+TEST(generate, goes_beyond_the_limits) {
   generate_request wanted = largest(all_limits[0]);
   wanted.bundles = 2000;
   wanted.members = 16;
@@ -65,7 +65,7 @@ TEST(Generate, GoesBeyondThem) {
   for (const node& n : r.nodes) EXPECT_FALSE(tails.contains(port_tail(free_port(r, n)))) << n.name;
 }
 
-TEST(Generate, SpreadsMembersOverCardsNpusAndCores) {
+TEST(generate, spreads_members_over_cards_npus_and_cores) {
   generate_request wanted = default_request("birch");
   wanted.cards = 3;
   wanted.npus = 4;
@@ -88,7 +88,7 @@ std::set<chip_family> families(const std::string& type, chip_mix mix) {
   return found;
 }
 
-TEST(Generate, PutsTheChipsWhereThePortsAre) {
+TEST(generate, puts_the_chips_where_the_ports_are) {
   using set = std::set<chip_family>;
   for (const limits& row : all_limits) {
     EXPECT_EQ(families(row.type, chip_mix::older), set{chip_family::older}) << row.type;
@@ -98,7 +98,7 @@ TEST(Generate, PutsTheChipsWhereThePortsAre) {
   }
 }
 
-TEST(Generate, SameSeedSameRouter) {
+TEST(generate, same_seed_same_router) {
   generate_request wanted = default_request("birch");
   const auto once = render(generate(wanted)).answers;
   EXPECT_EQ(render(generate(wanted)).answers, once);
@@ -106,7 +106,7 @@ TEST(Generate, SameSeedSameRouter) {
   EXPECT_NE(render(generate(wanted)).answers, once);
 }
 
-TEST(Generate, AnswersDoNotGrowWithChipsTimesLifs) {
+TEST(generate, answers_do_not_grow_with_chips_times_lifs) {
   generate_request wanted = default_request("birch");
   wanted.bundles = 16;
   wanted.l2_subs = 400;
@@ -126,7 +126,7 @@ std::string refusal(generate_request wanted) {
   return "accepted";
 }
 
-TEST(Generate, RefusesWhatCannotBeBuilt) {
+TEST(generate, refuses_what_cannot_be_built) {
   const auto birch = [](auto change) {
     generate_request wanted = default_request("birch");
     change(wanted);
@@ -152,7 +152,7 @@ TEST(Generate, RefusesWhatCannotBeBuilt) {
   EXPECT_EQ(refusal(wanted), "2 cards: a router of type elm is a single node");
 }
 
-TEST(GenerateCommand, WritesACapture) {
+TEST(generate_command, writes_a_capture) {
   const lab_test::scratch_folder scratch;
   const std::string out = (scratch.path() / "out").string();
   const auto made = lab_test::run_shell(LAB_PROGRAM
@@ -175,7 +175,7 @@ TEST(GenerateCommand, WritesACapture) {
   EXPECT_EQ(read_folder(out).answers, render(generate(wanted)).answers);
 }
 
-TEST(GenerateCommand, TakesEachTypeThatItsHelpNames) {
+TEST(generate_command, takes_each_type_that_its_help_names) {
   const auto help = lab_test::run_shell(LAB_PROGRAM " generate --help").out;
   const auto types = lab_test::findall(
       "[a-z]+", help.substr(help.find("--type TYPE") + 11,
@@ -190,7 +190,7 @@ TEST(GenerateCommand, TakesEachTypeThatItsHelpNames) {
   }
 }
 
-TEST(GenerateCommand, ReadsANumberAsDecimal) {
+TEST(generate_command, reads_a_number_as_decimal) {
   const lab_test::scratch_folder scratch;
   const std::string out = (scratch.path() / "out").string();
   EXPECT_EQ(lab_test::run_shell(LAB_PROGRAM " generate " + out + " --bundles=010").status, 0);
@@ -199,7 +199,7 @@ TEST(GenerateCommand, ReadsANumberAsDecimal) {
   EXPECT_EQ(read_folder(out).answers, render(generate(wanted)).answers);
 }
 
-TEST(GenerateCommand, RefusesBadValuesInOneLineAndWritesNothing) {
+TEST(generate_command, refuses_bad_values_in_one_line_and_writes_nothing) {
   struct row {
     const char* arguments;
     std::string message;

@@ -1,4 +1,4 @@
-// What the programming pass looks for, found in the healthy routers' chips by the same steps: the
+// Finds the values of the programming pass in the healthy routers' chips by the same steps: the
 // VLAN domain trimmed by characters, the key formed from it, the first hit in the first table.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -41,21 +41,21 @@ std::string test_name(const testing::TestParamInfo<const char*>& chosen) {
   return name;
 }
 
-class Healthy : public testing::TestWithParam<const char*> {};
-INSTANTIATE_TEST_SUITE_P(Routers, Healthy,
+class healthy_test : public testing::TestWithParam<const char*> {};
+INSTANTIATE_TEST_SUITE_P(routers, healthy_test,
                          testing::Values("birch-small", "elm-single", "aspen-standby",
                                          "birch-six-npus", "dogwood-eight-cards", "fir-racks"),
                          test_name);
 
-class WithOlderChips : public testing::TestWithParam<const char*> {};
-INSTANTIATE_TEST_SUITE_P(Routers, WithOlderChips,
+class older_chips_test : public testing::TestWithParam<const char*> {};
+INSTANTIATE_TEST_SUITE_P(routers, older_chips_test,
                          testing::Values("aspen-active-cards", "aspen-standby", "birch-odd-forms",
                                          "birch-older", "birch-six-npus", "birch-small",
                                          "cedar-mixed", "dogwood-eight-cards", "elm-single",
                                          "fir-racks"),
                          test_name);
 
-TEST_P(WithOlderChips, EveryKeyIsProgrammedOnceWithItsOwnLif) {
+TEST_P(older_chips_test, every_key_is_programmed_once_with_its_own_lif) {
   const rendered& at = rendered_router(GetParam());
   std::size_t checked = 0;
   for (const node& n : at.r.nodes)
@@ -80,7 +80,7 @@ TEST_P(WithOlderChips, EveryKeyIsProgrammedOnceWithItsOwnLif) {
   EXPECT_GT(checked, 0U);
 }
 
-TEST_P(Healthy, HasEveryKindOfObject) {
+TEST_P(healthy_test, has_every_kind_of_object) {
   const rendered& at = rendered_router(GetParam());
   bool l2 = false;
   bool l3 = false;
@@ -94,7 +94,7 @@ TEST_P(Healthy, HasEveryKindOfObject) {
   EXPECT_TRUE(l2 && l3 && breakout);
 }
 
-TEST(HealthyBirch, HasEveryEncapsulation) {
+TEST(healthy_birch, has_every_encapsulation) {
   const rendered& at = rendered_router("birch-small");
   std::string all;
   for (const bundle& b : at.r.bundles)
@@ -104,7 +104,7 @@ TEST(HealthyBirch, HasEveryEncapsulation) {
     EXPECT_FALSE(findall(std::string{"(?m)"} + kind, all).empty()) << kind;
 }
 
-TEST(Keys, AreThoseOfTheTrimmedDomain) {
+TEST(keys, are_those_of_the_trimmed_domain) {
   bundle b;
   sub_bundle s;
   s.encapsulation = "dot1q 5";
@@ -121,7 +121,7 @@ TEST(Keys, AreThoseOfTheTrimmedDomain) {
   EXPECT_EQ(key(b, s), "0c88064");
 }
 
-TEST(UntaggedRouter, HasKeyAndMacOfTheBundleItself) {
+TEST(untagged_router, has_key_and_mac_of_the_bundle_itself) {
   const rendered& at = rendered_router("birch-untagged");
   std::size_t checked = 0;
   for (const node& n : at.r.nodes)

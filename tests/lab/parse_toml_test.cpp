@@ -17,7 +17,7 @@ namespace {
 
 using namespace lab;
 
-// What the text is refused with; empty if it is not.
+// The message that refuses the text; empty if it is accepted.
 template <typename Parse>
 std::string refusal(Parse parse) {
   try {
@@ -37,7 +37,7 @@ void expect_one_line(const std::string& message, const std::string& begin) {
   EXPECT_EQ(message.find('\n'), std::string::npos) << message;
 }
 
-TEST(Toml, BrokenHeadersAreRefusedWithTheirLine) {
+TEST(toml, broken_headers_are_refused_with_their_line) {
   const std::string rows[] = {"[",          "[[",
                               "[[[",        "[.a]",
                               "[[,",        "[[{",
@@ -55,15 +55,16 @@ TEST(Toml, BrokenHeadersAreRefusedWithTheirLine) {
            {"", "# one\n\ntype = \"elm\"\n[a]\nb = \"\"\"\n[\n\"\"\"\n"}) {
         const std::string text = before + row + behind;
         const std::string message = refusal_of_toml(text);
-        if (message.empty()) continue;  // what stands behind made a header of it
+        if (message.empty()) continue;  // the next character made it a header
         expect_one_line(message, before.empty() ? "f.toml:1: " : "f.toml:8: ");
       }
   for (const char* row : {"[", "[[", "[[[", "[.a]", "[[,", "[[{", "[[#"})
     EXPECT_NE(refusal_of_toml(row), "") << row;
-  EXPECT_EQ(refusal_of_toml("a = 1\n[\n"), "f.toml:2: no TOML: what stands in brackets is no name");
+  EXPECT_EQ(refusal_of_toml("a = 1\n[\n"),
+            "f.toml:2: not TOML: the text in brackets is not a name");
 }
 
-TEST(Toml, DepthIsRefusedAndNotFollowed) {
+TEST(toml, depth_is_refused_and_not_followed) {
   constexpr std::size_t many = 200'000;
   std::string inline_tables = "a = ";
   std::string dots = "a";
@@ -79,7 +80,7 @@ TEST(Toml, DepthIsRefusedAndNotFollowed) {
     expect_one_line(refusal_of_toml(text), "f.toml:");
 }
 
-TEST(Toml, AsDeepAsItMayBeIsFreed) {
+TEST(toml, the_deepest_allowed_table_is_freed) {
   std::string key = "a";
   for (int i = 0; i < 256; ++i) key += ".a";
   std::string text = "[" + key + "]\n" + key + " = [\n";
@@ -88,15 +89,15 @@ TEST(Toml, AsDeepAsItMayBeIsFreed) {
   EXPECT_EQ(refusal_of_toml(text + "]\n"), "");
 }
 
-// Where a blank may stand the library takes some letters for neither blank nor letter.
-TEST(Toml, LettersBeyondAsciiOutsideOfTextsAreRefused) {
+// Where a blank may occur, the library takes some letters for neither blank nor letter.
+TEST(toml, letters_beyond_ascii_are_refused_outside_of_texts) {
   for (const char* letter : {"\xc3\xa9", "\xc2\xa1", "\xef\xbb\xbd", "\xef\xac\xa9", "\xd9\x86"})
     for (const char* before : {"", "[", "a ", "a = ", "a = 1 ", "[a] ", "a = { ", "a = [1 "})
       expect_one_line(refusal_of_toml(std::string{before} + letter + "\n"), "f.toml:1: ");
   EXPECT_EQ(refusal_of_toml("a = \"\xc3\xa9\" # \xc3\xa9\n"), "");
 }
 
-TEST(Toml, DotsOfANameAreNoDepth) {
+TEST(toml, dots_in_a_name_are_not_depth) {
   EXPECT_EQ(refusal_of_toml("router = \"" + std::string(255, '.') + "\"\n"), "");
 }
 
@@ -137,8 +138,8 @@ std::string mutilated(const std::string& text, std::mt19937& random) {
   }
 }
 
-// Refused or not, in one line that begins with the file, and nothing else happens.
-TEST(Toml, NoTextEndsTheProgram) {
+// Accepted, or refused in one line that begins with the file; nothing else happens.
+TEST(toml, no_text_ends_the_program) {
   std::mt19937 random(7);
   const std::string manifest = a_manifest();
   for (int i = 0; i < 2000; ++i) {

@@ -1,4 +1,4 @@
-// Open files, pipes and child processes, as the rest of the lab uses them.
+// Open files, pipes and child processes, as the lab uses them.
 #include "lab/base/processes.h"
 
 #include <fcntl.h>
@@ -25,7 +25,7 @@ bool is_open(int number) {
   return fcntl(number, F_GETFD) >= 0;
 }
 
-// What a function in a child ends with, as a shell shows it.
+// The exit status of a function in a child, as a shell shows it.
 int status_in_child(const std::function<int()>& action) {
   int wait_status = 0;
   const pid_t child = start(action);
@@ -33,7 +33,7 @@ int status_in_child(const std::function<int()>& action) {
   return status_of(wait_status);
 }
 
-TEST(Descriptor, IsClosedOnceAndLeavesErrnoAlone) {
+TEST(descriptor, is_closed_once_and_leaves_errno_alone) {
   descriptor first = open_file("/dev/null", O_RDONLY);
   ASSERT_TRUE(first.is_open());
   const int number = first.number();
@@ -52,13 +52,13 @@ TEST(Descriptor, IsClosedOnceAndLeavesErrnoAlone) {
   EXPECT_FALSE(is_open(number));
 }
 
-TEST(Descriptor, ThatCannotBeOpenedLeavesTheCause) {
+TEST(descriptor, that_cannot_be_opened_leaves_the_cause) {
   errno = 0;
   EXPECT_FALSE(open_file("/nowhere/file", O_RDONLY).is_open());
   EXPECT_EQ(errno, ENOENT);
 }
 
-TEST(Descriptor, PipesEndWithTheirWriters) {
+TEST(descriptor, pipes_end_with_their_writers) {
   pipe_ends ends = new_pipe();
   EXPECT_EQ(fcntl(ends.in.number(), F_GETFD), FD_CLOEXEC);
   EXPECT_EQ(write_all(ends.in.number(), "abcdef"), 6U);
@@ -69,7 +69,7 @@ TEST(Descriptor, PipesEndWithTheirWriters) {
   await_end(ends.out.number());
 }
 
-TEST(Descriptor, NoPipeAndNoBytesHaveACause) {
+TEST(descriptor, failed_pipes_and_reads_have_a_cause) {
   EXPECT_EQ(read_up_to(-1, 1), std::nullopt);
   EXPECT_EQ(errno, EBADF);
   EXPECT_EQ(status_in_child([] {
@@ -78,15 +78,16 @@ TEST(Descriptor, NoPipeAndNoBytesHaveACause) {
               const bool has_cause = !try_pipe() && errno == EMFILE;
               try {
                 new_pipe();
-              } catch (const lab_error& told) {
-                return has_cause && std::string{told.what()} == "pipe: Too many open files" ? 0 : 2;
+              } catch (const lab_error& failure) {
+                return has_cause && std::string{failure.what()} == "pipe: Too many open files" ? 0
+                                                                                               : 2;
               }
               return 1;
             }),
             0);
 }
 
-TEST(Descriptor, TellsHowMuchWasWritten) {
+TEST(descriptor, reports_how_much_was_written) {
   const lab_test::scratch_folder scratch;
   const std::string file = (scratch.path() / "file").string();
   EXPECT_EQ(status_in_child([&] {
@@ -100,8 +101,8 @@ TEST(Descriptor, TellsHowMuchWasWritten) {
   EXPECT_EQ(lab_test::read_text(file), std::string(10, 'x'));
 }
 
-// Both sides meet a signal while they wait for each other.
-TEST(Descriptor, ASignalIsNoEnd) {
+// Both sides receive a signal while they wait for each other.
+TEST(descriptor, is_not_interrupted_by_a_signal) {
   struct sigaction harmless {};
   struct sigaction before {};
   harmless.sa_handler = [](int) {};
@@ -130,7 +131,7 @@ TEST(Descriptor, ASignalIsNoEnd) {
   sigaction(SIGUSR1, &before, nullptr);
 }
 
-TEST(Child, EndsWithItsStatusOrSignal) {
+TEST(child, ends_with_its_status_or_signal) {
   EXPECT_EQ(status_in_child([] { return 7; }), 7);
   EXPECT_EQ(status_in_child([]() -> int {
               raise(SIGKILL);
@@ -139,7 +140,7 @@ TEST(Child, EndsWithItsStatusOrSignal) {
             128 + SIGKILL);
 }
 
-TEST(Child, NeverComesBackIntoItsParentsCode) {
+TEST(child, never_returns_into_its_parents_code) {
   EXPECT_EQ(status_in_child([]() -> int {
               const rlimit no_core{0, 0};
               setrlimit(RLIMIT_CORE, &no_core);
@@ -149,17 +150,17 @@ TEST(Child, NeverComesBackIntoItsParentsCode) {
             128 + SIGABRT);
 }
 
-TEST(Child, BecomesAProgram) {
+TEST(child, becomes_a_program) {
   EXPECT_EQ(status_in_child([]() -> int { execute_program({"/bin/sh", "-c", "exit 3"}); }), 3);
   try {
     execute_program({"/nowhere/program", "word"});
     ADD_FAILURE();
-  } catch (const lab_error& told) {
-    EXPECT_STREQ(told.what(), "/nowhere/program: No such file or directory");
+  } catch (const lab_error& failure) {
+    EXPECT_STREQ(failure.what(), "/nowhere/program: No such file or directory");
   }
 }
 
-TEST(Child, IsCollectedOnlyOnceItHasEnded) {
+TEST(child, is_collected_only_once_it_has_ended) {
   pipe_ends go = new_pipe();
   const pid_t child = start([&] {
     go.in.close();
@@ -175,8 +176,9 @@ TEST(Child, IsCollectedOnlyOnceItHasEnded) {
   EXPECT_EQ(errno, ECHILD);
 }
 
-// The parent passes a signal on, the group's head ends by it, and so does what it left behind.
-TEST(Child, LeadsAGroupThatEndsWithIt) {
+// The parent passes a signal on; it ends the head of the group and every process that is left in
+// the group.
+TEST(child, leads_a_group_that_ends_with_it) {
   pipe_ends alive = new_pipe();
   const int status = status_in_child([&] {
     alive.out.close();
@@ -197,7 +199,7 @@ TEST(Child, LeadsAGroupThatEndsWithIt) {
   });
   EXPECT_EQ(status, 0);
   alive.in.close();
-  // Held by whoever is left of the group.
+  // Held by every process that is left of the group.
   pollfd held{alive.out.number(), POLLIN, 0};
   EXPECT_EQ(poll(&held, 1, 10'000), 1) << "the group outlives its head";
 }

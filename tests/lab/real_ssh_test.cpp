@@ -1,5 +1,5 @@
-// Nodes behind OpenSSH servers, with a shell script in the host's place: who answers what, and that
-// nothing stays, whatever ends the run.
+// Nodes behind OpenSSH servers, with a shell script as the host: which node answers what, and that
+// nothing remains however the run ends.
 #include "lab/run/real_ssh.h"
 #include "lab/base/error.h"
 #include "lab/base/namespaces.h"
@@ -34,9 +34,9 @@ using lab_test::read_text;
 using lab_test::run_shell;
 using lab_test::write_text;
 
-// What can be planted -----------------------------------------------------------------------------
+// Faults ----------------------------------------------------------------------------------------
 
-TEST(SshFaults, AreTakenOutOfTheOthers) {
+TEST(ssh_faults, are_separated_from_the_others) {
   std::vector<std::string> faults{"dpa-mac", "node-down=192.0.0.6", "tool-empty=lagmgr_health",
                                   "node-closes=0/1/CPU0"};
   const auto taken = lab::take_ssh_faults(faults);
@@ -48,7 +48,7 @@ TEST(SshFaults, AreTakenOutOfTheOthers) {
   EXPECT_EQ(taken[1].answer, lab::node_answer::half);
 }
 
-TEST(SshFaults, FindTheirNodeByNameOrAddress) {
+TEST(ssh_faults, find_their_node_by_name_or_address) {
   const lab::capture c = lab_test::rendered_router("birch-small").c;
   const auto nodes = lab::nodes_behind_ssh(c, {{"node-down", lab::node_answer::none, "0/0/CPU0"},
                                                {"x", lab::node_answer::half, "192.0.0.7"}});
@@ -59,7 +59,7 @@ TEST(SshFaults, FindTheirNodeByNameOrAddress) {
   EXPECT_EQ(nodes[3].answer, lab::node_answer::half);
 }
 
-TEST(SshFaults, FailureIsOneLine) {
+TEST(ssh_faults, failure_is_one_line) {
   struct row {
     const char* why;
     const char* arguments;
@@ -83,19 +83,19 @@ TEST(SshFaults, FailureIsOneLine) {
   }
 }
 
-TEST(SshFaults, AreListed) {
+TEST(ssh_faults, are_listed) {
   const std::string faults = run_shell(LAB_PROGRAM " faults").out;
   for (const lab::ssh_fault& one : lab::ssh_faults())
     EXPECT_NE(faults.find("\n" + std::string{one.name} + " "), std::string::npos) << one.name;
 }
 
-TEST(SshNodes, NeedIpv4Addresses) {
+TEST(ssh_nodes, need_ipv4_addresses) {
   lab::capture c;
   c.nodes = {{"../../etc", "0/0/CPU0"}};
   EXPECT_THROW(lab::nodes_behind_ssh(c, {}), lab::lab_error);
 }
 
-// What runs ---------------------------------------------------------------------------------------
+// Runs --------------------------------------------------------------------------------------------
 
 // Namespaces that processes are in: links such as "net:[4026532541]".
 using links = std::set<std::string>;
@@ -119,7 +119,7 @@ std::string text_of(pid_t process, const char* file) {
 
 pid_t parent_of(pid_t process) {
   const std::string stat = text_of(process, "stat");
-  const std::size_t name_end = stat.rfind(") ");  // a name may hold blanks and brackets
+  const std::size_t name_end = stat.rfind(") ");  // a name may contain blanks and brackets
   return name_end == std::string::npos ? 0 : std::stoi(stat.substr(name_end + 4));
 }
 
@@ -141,7 +141,7 @@ bool descends_from(pid_t process, pid_t ancestor) {
   return false;
 }
 
-// The namespaces that a process and all that it started have beyond our own.
+// The namespaces of a process and its descendants, without our own.
 links made_by(pid_t ancestor) {
   links made;
   for (const pid_t process : processes())
@@ -150,9 +150,9 @@ links made_by(pid_t ancestor) {
   return made;
 }
 
-// What of a run is still there: processes of its mount namespaces, into each of which the folder of
-// its logs was mounted, and whoever keeps one of its namespaces open or mounted. The number of a
-// namespace that is gone soon belongs to another run's, so that a process has it proves nothing.
+// The remains of a run: processes in its mount namespaces, each of which has the folder of its logs
+// mounted, and processes that keep one of its namespaces open or mounted. A namespace number alone
+// proves nothing: the number of a closed namespace is soon reused by another run.
 std::set<std::string> left_of(const links& made, const std::string& folder) {
   std::set<std::string> left;
   for (const pid_t process : processes()) {
@@ -188,7 +188,7 @@ std::set<std::string> names_in(const fs::path& folder) {
   return names;
 }
 
-class RealSsh : public testing::Test {
+class real_ssh_test : public testing::Test {
  protected:
   void SetUp() override {
     write_text(scratch_.path() / "library", "no library");
@@ -221,7 +221,7 @@ class RealSsh : public testing::Test {
   pid_t start(const std::string& script, const std::string& more = {}) {
     const std::string line = "exec " + command(script, "birch-small " + more);
     return lab::start([&]() -> int {
-      prctl(PR_SET_PDEATHSIG, SIGTERM);  // a test that fails leaves nothing running either
+      prctl(PR_SET_PDEATHSIG, SIGTERM);  // so that a failed test leaves nothing running
       lab::execute_program({"/bin/sh", "-c", line});
     });
   }
@@ -232,7 +232,7 @@ class RealSsh : public testing::Test {
     return lab::status_of(status);
   }
 
-  // A host that serves until somebody ends it, with a login open on a node.
+  // A host that runs until it is ended, with a login open on a node.
   pid_t start_long_run() {
     const pid_t lab = start(
         "fetch 192.0.0.6 'echo on the node; sleep 600' >/var/log/login & "
@@ -245,37 +245,37 @@ class RealSsh : public testing::Test {
   lab_test::scratch_folder scratch_;
 };
 
-TEST_F(RealSsh, EveryNodeAnswersAsItself) {
+TEST_F(real_ssh_test, every_node_answers_as_itself) {
   auto router = lab_test::rendered_router("birch-small");
-  const outcome told = host(
+  const outcome result = host(
       "fetch 192.0.0.6 /opt/nos/bin/fwd_object_show -t lagport -D >/var/log/six\n"
       "fetch 192.0.0.7 /opt/nos/bin/fwd_object_show -t lagport -D >/var/log/seven\n"
       "fetch 192.0.0.7 hostname\n"
       "command -v ssh",
       "birch-small");
-  EXPECT_EQ(told.out, "0-1-CPU0\n/usr/bin/ssh\n");
-  EXPECT_EQ(told.err, "");
+  EXPECT_EQ(result.out, "0-1-CPU0\n/usr/bin/ssh\n");
+  EXPECT_EQ(result.err, "");
   EXPECT_EQ(read_text(logs() / "six"), router.on("0/0/CPU0", "fwd_object_show -t lagport -D"));
   EXPECT_EQ(read_text(logs() / "seven"), router.on("0/1/CPU0", "fwd_object_show -t lagport -D"));
 }
 
-TEST_F(RealSsh, ServesACaptureFolderAndKeepsTheCalls) {
+TEST_F(real_ssh_test, serves_a_capture_folder_and_keeps_the_calls) {
   const std::string folder = (scratch_.path() / "capture").string();
   const std::string calls = (scratch_.path() / "calls").string();
   ASSERT_EQ(
       run_shell("TESSEL_LAB_ROUTERS=" LAB_ROUTERS " " LAB_PROGRAM " render elm-single " + folder)
           .status,
       0);
-  const outcome told =
+  const outcome result =
       host("sw_version_show >/dev/null; fetch 192.0.0.4 /opt/nos/bin/fwd_object_show -t l1port -D",
            folder + " --keep-calls " + calls);
-  EXPECT_EQ(told.out, read_text(folder + "/192.0.0.4/fwd_object_show,-t,l1port,-D"));
-  EXPECT_NE(told.out, "");
+  EXPECT_EQ(result.out, read_text(folder + "/192.0.0.4/fwd_object_show,-t,l1port,-D"));
+  EXPECT_NE(result.out, "");
   EXPECT_EQ(read_text(calls), "sw_version_show\nfwd_object_show -t l1port -D\n");
 }
 
-// What a script in the host's place gets is recorded as it came, and answered without any ssh.
-TEST_F(RealSsh, IsRecorded) {
+// The answers that a script as the host gets are recorded unchanged, and replayed without ssh.
+TEST_F(real_ssh_test, is_recorded) {
   const std::string cap = (scratch_.path() / "cap").string();
   const std::string script =
       "fetch 192.0.0.6 /opt/nos/bin/fwd_object_show -t lagport -D; echo $?\n"
@@ -297,7 +297,7 @@ TEST_F(RealSsh, IsRecorded) {
   EXPECT_EQ(run_shell(replay).out, recorded.out);
 }
 
-TEST_F(RealSsh, RecordedAuditIsReplayedWithItsFindings) {
+TEST_F(real_ssh_test, recorded_audit_is_replayed_with_its_findings) {
   const fs::path beside = fs::path{LAB_PROGRAM}.parent_path();
   if (!fs::exists(beside / "tessel-host") || !fs::exists(beside / "libtessel.so")) {
     if (std::getenv("CI") != nullptr) FAIL() << "host and library are not built";
@@ -306,7 +306,8 @@ TEST_F(RealSsh, RecordedAuditIsReplayedWithItsFindings) {
   const outcome compared =
       run_shell("export TESSEL_LAB_ROUTERS=" LAB_ROUTERS "; cd " + scratch_.path().string() +
                 "\n"
-                // Without times and numbers and in a fixed order: threads wrote them side by side.
+                // Without times and numbers and in a fixed order, as threads wrote them
+                // simultaneously.
                 "lines_of() { (cd $1; for f in *.log; do sed \"s/^/$f: /\" $f; done) | sed -E "
                 "'s/[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8},[0-9]{3}//g;"
                 " s/((Inconsistency|Programming Error) )[0-9]+/\\1/' | LC_ALL=C sort; }\n"
@@ -323,55 +324,55 @@ TEST_F(RealSsh, RecordedAuditIsReplayedWithItsFindings) {
   EXPECT_EQ(compared.out, "plain 0\nrecorded 0\nreplayed 0\ncrossed 0\n2\n") << compared.err;
 }
 
-TEST_F(RealSsh, NoneOfManyLoginsIsTurnedAway) {
-  const outcome told =
+TEST_F(real_ssh_test, none_of_many_logins_is_refused) {
+  const outcome result =
       host("for i in $(seq 40); do fetch 192.0.0.6 echo in & done; wait", "birch-small");
-  EXPECT_EQ(std::count(told.out.begin(), told.out.end(), '\n'), 40);
+  EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 40);
 }
 
-TEST_F(RealSsh, OnlyTheNodesCanBeReached) {
-  const outcome told = host(
+TEST_F(real_ssh_test, only_the_nodes_can_be_reached) {
+  const outcome result = host(
       "ip -4 route show default\n"
       "ip -o link | grep -vc -e ': lo:' -e ': node[0-3]@'\n"
       "fetch 192.0.0.99 true; echo $?",
       "birch-small");
-  EXPECT_EQ(told.out, "0\n255\n");
+  EXPECT_EQ(result.out, "0\n255\n");
 }
 
-TEST_F(RealSsh, NodeThatRefuses) {
-  const outcome told =
+TEST_F(real_ssh_test, node_that_refuses) {
+  const outcome result =
       host("ssh -o StrictHostKeyChecking=no 192.0.0.6 true; echo $?\nfetch 192.0.0.7 echo well",
            "birch-small --fault node-refuses=0/0/CPU0");
-  EXPECT_EQ(told.out, "255\nwell\n");
-  EXPECT_THAT(told.err, testing::HasSubstr("Connection refused"));
+  EXPECT_EQ(result.out, "255\nwell\n");
+  EXPECT_THAT(result.err, testing::HasSubstr("Connection refused"));
 }
 
-TEST_F(RealSsh, NodeThatIsDownCostsNoTime) {
-  const outcome told = host(
+TEST_F(real_ssh_test, node_that_is_down_costs_no_time) {
+  const outcome result = host(
       "timeout 10 ssh -o StrictHostKeyChecking=no 192.0.0.7 true; echo $?\n"
       "fetch 192.0.0.6 echo well",
       "birch-small --fault node-down=192.0.0.7");
-  EXPECT_EQ(told.out, "255\nwell\n");
-  EXPECT_THAT(told.err, testing::HasSubstr("No route to host"));
+  EXPECT_EQ(result.out, "255\nwell\n");
+  EXPECT_THAT(result.err, testing::HasSubstr("No route to host"));
 }
 
-TEST_F(RealSsh, NodeThatClosesGivesHalfOfEveryOutput) {
+TEST_F(real_ssh_test, node_that_closes_gives_half_of_every_output) {
   auto router = lab_test::rendered_router("birch-small");
-  const outcome told = host(
+  const outcome result = host(
       "for i in 1 2 3 4 5; do\n"
       "  fetch 192.0.0.6 /opt/nos/bin/fwd_object_show -t l2port -D >/var/log/half$i &\n"
       "done; wait\n"
       "fetch 192.0.0.6 /opt/nos/bin/board_api_probe >/dev/null; echo $?",
       "birch-small --fault node-closes=0/0/CPU0");
-  EXPECT_EQ(told.out, "255\n");
+  EXPECT_EQ(result.out, "255\n");
   const std::string whole = router.on("0/0/CPU0", "fwd_object_show -t l2port -D");
   for (int i = 1; i <= 5; ++i)
     EXPECT_EQ(read_text(logs() / fmt::format("half{}", i)), whole.substr(0, whole.size() / 2));
 }
 
-// What stays --------------------------------------------------------------------------------------
+// Remains -----------------------------------------------------------------------------------------
 
-TEST_F(RealSsh, TheMachinesOwnFilesAreNeitherReadNorWritten) {
+TEST_F(real_ssh_test, the_machines_own_files_are_neither_read_nor_written) {
   const std::string accounts = read_text("/etc/passwd");
   const auto ssh_settings = names_in("/etc/ssh");
   const auto runtime = names_in("/run/sshd");
@@ -379,9 +380,9 @@ TEST_F(RealSsh, TheMachinesOwnFilesAreNeitherReadNorWritten) {
   const fs::path own_ssh = fs::path(own_home.substr(0, own_home.size() - 1)) / ".ssh";
   const auto own_keys = names_in(own_ssh);
   const bool had_ssh = fs::exists(own_ssh);
-  const outcome told =
+  const outcome result =
       host("fetch 192.0.0.6 true\necho ~root $HOME; ls /etc/ssh | wc -l; ls ~/.ssh", "birch-small");
-  EXPECT_EQ(told.out,
+  EXPECT_EQ(result.out,
             "/opt/nos/home /opt/nos/home\n0\nid_ed25519\nid_ed25519.log\nid_ed25519.pub\n"
             "known_hosts\n");
   EXPECT_EQ(read_text("/etc/passwd"), accounts);
@@ -392,14 +393,14 @@ TEST_F(RealSsh, TheMachinesOwnFilesAreNeitherReadNorWritten) {
   EXPECT_FALSE(fs::exists("/opt/nos"));
 }
 
-TEST_F(RealSsh, NothingStaysBehindAnOrdinaryEnd) {
+TEST_F(real_ssh_test, nothing_remains_after_an_ordinary_end) {
   const auto interfaces = names_in("/sys/class/net");
   const pid_t lab = start(
       "fetch 192.0.0.6 true\necho x >/var/log/started\n"
       "n=0; until [ -e /var/log/go ] || [ $n -gt 3000 ]; do sleep 0.02; n=$((n+1)); done; exit 3");
   ASSERT_TRUE(comes_true([&] { return fs::exists(logs() / "started"); }));
   const links made = made_by(lab);
-  // One process id namespace; mounts and a network for the audit and for each of four nodes.
+  // One process id namespace; a mount and a network namespace for the audit and each of four nodes.
   EXPECT_GE(made.size(), 1U + 5U + 5U + 4U);
   EXPECT_GE(left(made).size(), 6U) << "the first process, the host and four servers";
   write_text(logs() / "go", "");
@@ -408,7 +409,7 @@ TEST_F(RealSsh, NothingStaysBehindAnOrdinaryEnd) {
   EXPECT_EQ(names_in("/sys/class/net"), interfaces);
 }
 
-TEST_F(RealSsh, NothingStaysBehindASignal) {
+TEST_F(real_ssh_test, nothing_remains_after_a_signal) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     fs::remove_all(logs());
     const pid_t lab = start_long_run();
@@ -420,7 +421,7 @@ TEST_F(RealSsh, NothingStaysBehindASignal) {
   }
 }
 
-TEST_F(RealSsh, NothingStaysBehindARecordingThatIsInterrupted) {
+TEST_F(real_ssh_test, nothing_remains_after_an_interrupted_recording) {
   const auto beside = [&] {
     auto names = names_in(scratch_.path());
     for (const char* known : {"host.sh", "library", "logs"}) names.erase(known);
@@ -442,7 +443,7 @@ TEST_F(RealSsh, NothingStaysBehindARecordingThatIsInterrupted) {
   }
 }
 
-TEST_F(RealSsh, NothingStaysBehindAKilledLab) {
+TEST_F(real_ssh_test, nothing_remains_after_a_killed_lab) {
   const pid_t lab = start_long_run();
   const links made = made_by(lab);
   EXPECT_GE(made.size(), 15U);
@@ -451,11 +452,11 @@ TEST_F(RealSsh, NothingStaysBehindAKilledLab) {
   EXPECT_TRUE(comes_true([&] { return left(made).empty(); }));
 }
 
-TEST_F(RealSsh, NothingStaysBehindALabThatEndsWhileItPrepares) {
+TEST_F(real_ssh_test, nothing_remains_after_a_lab_that_ends_while_it_prepares) {
   for (const int signal : {SIGTERM, SIGKILL}) {
     const pid_t lab = start("sleep 600");
     links made;
-    // The audit's namespaces stand, and those of a first node.
+    // The namespaces of the audit and of a first node are ready.
     ASSERT_TRUE(comes_true([&] {
       made = made_by(lab);
       return made.size() > 3;
@@ -466,7 +467,7 @@ TEST_F(RealSsh, NothingStaysBehindALabThatEndsWhileItPrepares) {
   }
 }
 
-TEST_F(RealSsh, NothingStaysBehindAKilledHost) {
+TEST_F(real_ssh_test, nothing_remains_after_a_killed_host) {
   const pid_t lab = start_long_run();
   const links made = made_by(lab);
   const auto all = processes();
@@ -480,11 +481,11 @@ TEST_F(RealSsh, NothingStaysBehindAKilledHost) {
   EXPECT_THAT(left(made), testing::IsEmpty());
 }
 
-// What is missing ---------------------------------------------------------------------------------
+// Requirements -----------------------------------------------------------------------------------
 
-TEST_F(RealSsh, TellsWhatIsMissing) {
+TEST_F(real_ssh_test, reports_what_is_missing) {
   struct row {
-    const char* within;  // what takes it away from the lab
+    const char* within;  // what hides it from the lab
     const char* message;
   };
   const row rows[] = {
@@ -499,10 +500,10 @@ TEST_F(RealSsh, TellsWhatIsMissing) {
        "openssh-server\n"},
   };
   for (const row& r : rows) {
-    const outcome told = run_shell(r.within + command("echo ran", "birch-small"));
-    EXPECT_EQ(told.status, lab::missing_privileges) << r.within;
-    EXPECT_EQ(told.err, r.message) << r.within;
-    EXPECT_EQ(told.out, "") << r.within;
+    const outcome result = run_shell(r.within + command("echo ran", "birch-small"));
+    EXPECT_EQ(result.status, lab::missing_privileges) << r.within;
+    EXPECT_EQ(result.err, r.message) << r.within;
+    EXPECT_EQ(result.out, "") << r.within;
   }
 }
 

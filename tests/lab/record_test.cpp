@@ -1,5 +1,5 @@
-// Recording, on a router made of shell scripts: a lab whose /opt/nos/bin a script fills with tools
-// of its own, before it records what another script in the host's place calls.
+// Recording on a router made of shell scripts: one script fills the lab's /opt/nos/bin with its own
+// tools, and another script, as the host, calls them.
 #include "lab/record/record.h"
 #include "lab/base/error.h"
 
@@ -34,7 +34,7 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
 
-TEST(AnswerList, ComesBackAsWritten) {
+TEST(answer_list, comes_back_as_written) {
   const auto list =
       lab::parse_answer_list(lab::answer_list_text({{0, 1, false}, {3, 12, true}}), "f");
   ASSERT_EQ(list.size(), 2U);
@@ -44,13 +44,13 @@ TEST(AnswerList, ComesBackAsWritten) {
   EXPECT_FALSE(list[0].complains);
 }
 
-TEST(AnswerList, ThatIsDamagedIsRefusedWithFileAndLine) {
+TEST(answer_list, that_is_damaged_is_refused_with_file_and_line) {
   for (const char* text : {"0\n", "0 1 more\n", "x 1\n", "0 0\n", "256 1\n", "0 -1\n", "\n"}) {
     try {
       lab::parse_answer_list(std::string{"0 1\n"} + text, "f");
       ADD_FAILURE() << text;
     } catch (const lab::lab_error& refused) {
-      EXPECT_STREQ(refused.what(), "f:2: no line \"STATUS NUMBER\"") << text;
+      EXPECT_STREQ(refused.what(), "f:2: not a line \"STATUS NUMBER\"") << text;
     }
   }
   EXPECT_THROW(lab::parse_answer_list("", "f"), lab::lab_error);
@@ -71,7 +71,7 @@ capture recorded_sample() {
   return c;
 }
 
-TEST(RecordedCapture, MustHoldWhatItsCallsName) {
+TEST(recorded_capture, must_hold_every_answer_that_its_calls_name) {
   struct row {
     const char* why;
     std::function<void(capture&)> damage;
@@ -84,33 +84,33 @@ TEST(RecordedCapture, MustHoldWhatItsCallsName) {
       {"whole", [](capture&) {}, ""},
       {"no list of calls", [](capture& c) { c.calls.clear(); }, ""},
       {"an answer", without("cfg_render"),
-       ": local/cfg_render is missing, which line 2 of calls names"},
+       ": local/cfg_render is missing; line 2 of calls names it"},
       {"the end of an answer",
        [](capture& c) {
          c.answers.at({"local", "cfg_render"}).pop_back();
        },
-       ": local/cfg_render has 3 bytes, not the 4 that line 2 of calls tells"},
+       ": local/cfg_render has 3 bytes, not the 4 that line 2 of calls gives"},
       {"the end of a cut-off answer",
        [](capture& c) {
          c.answers.at({"local", "lagmgr_health;2"}).clear();
        },
-       ": local/lagmgr_health;2 has 0 bytes, not the 3 that line 4 of calls tells"},
+       ": local/lagmgr_health;2 has 0 bytes, not the 3 that line 4 of calls gives"},
       {"a size", [](capture& c) { c.calls += "0.1 0.1 0 many local/cfg_render\n"; },
-       ": calls:5: no call of a tool"},
+       ": calls:5: not a tool call"},
       {"a numbered answer", without("lagmgr_health;1"),
-       ": local/lagmgr_health;1 is missing, which line 3 of calls names"},
+       ": local/lagmgr_health;1 is missing; line 3 of calls names it"},
       {"a list", without("lagmgr_health;answers"),
-       ": local/lagmgr_health;answers is missing, which line 3 of calls names"},
+       ": local/lagmgr_health;answers is missing; line 3 of calls names it"},
       {"a complaint", without("lagmgr_health;2;complaint"),
-       ": local/lagmgr_health;2;complaint is missing, which local/lagmgr_health;answers names"},
+       ": local/lagmgr_health;2;complaint is missing; local/lagmgr_health;answers names it"},
       {"a damaged list",
        [](capture& c) {
          c.answers[{"local", "lagmgr_health;answers"}] = "0 1\nx\n";
        },
-       ": local/lagmgr_health;answers:2: no line \"STATUS NUMBER\""},
-      {"damaged calls", [](capture& c) { c.calls += "what\n"; }, ": calls:5: no call of a tool"},
+       ": local/lagmgr_health;answers:2: not a line \"STATUS NUMBER\""},
+      {"damaged calls", [](capture& c) { c.calls += "what\n"; }, ": calls:5: not a tool call"},
       {"calls that are cut off", [](capture& c) { c.calls.pop_back(); },
-       ": calls:4: no call of a tool"},
+       ": calls:4: not a tool call"},
   };
   for (const row& r : rows) {
     capture c = recorded_sample();
@@ -136,7 +136,7 @@ TEST(RecordedCapture, MustHoldWhatItsCallsName) {
   }
 }
 
-TEST(RecordedCapture, TellsTheSizesOfWhatReplacedItsAnswers) {
+TEST(recorded_capture, has_the_sizes_of_its_replaced_answers) {
   capture c = recorded_sample();
   c.answers[{"local", "cfg_render"}] = "much longer";
   c.answers[{"local", "lagmgr_health;2"}].clear();
@@ -150,7 +150,7 @@ TEST(RecordedCapture, TellsTheSizesOfWhatReplacedItsAnswers) {
   EXPECT_NO_THROW(check_recording(c, "c"));
 }
 
-class Recording : public testing::Test {
+class recording_test : public testing::Test {
  protected:
   void SetUp() override {
     write_text(scratch_.path() / "library", "no library");
@@ -170,7 +170,7 @@ class Recording : public testing::Test {
     return run_shell("TESSEL_LAB_ROUTERS=" LAB_ROUTERS " timeout 60 " LAB_PROGRAM " run " +
                      arguments);
   }
-  // Runs `text` in the host's place, with the scratch folder as /var/log.
+  // Runs `text` as the host, with the scratch folder as /var/log.
   outcome in_lab(const std::string& text, const std::string& more) const {
     return run_lab("birch-small --logs " + scratch_.path().string() + " --library " +
                    (scratch_.path() / "library").string() + " --host " +
@@ -183,8 +183,8 @@ class Recording : public testing::Test {
                       " --host /var/log/inner --library /var/log/library -- $ARGS",
                   "");
   }
-  // Records `host`, which writes /var/log/ready, and does `then` beside it from that moment on; the
-  // recording is $!.
+  // Records `host`, which writes /var/log/ready; from that moment on runs `then` beside it. $! is
+  // the recording.
   outcome record_and(const std::string& host, const std::string& then) const {
     script("inner", host);
     return in_lab(
@@ -203,7 +203,7 @@ class Recording : public testing::Test {
   std::string kept(const std::string& file) const {
     return read_text(scratch_.path() / "cap" / file);
   }
-  // What a recording made beside its target and did not take away.
+  // Files that a recording made beside its target and did not remove.
   std::string left_beside() const {
     return run_shell("find " + scratch_.path().string() + " -name '.*' ! -path " +
                      scratch_.path().string())
@@ -226,7 +226,7 @@ class Recording : public testing::Test {
   lab_test::scratch_folder scratch_;
 };
 
-TEST_F(Recording, ChangesNothingOfACall) {
+TEST_F(recording_test, changes_nothing_of_a_call) {
   const std::string tools =
       "tool iface_show 'for word; do printf \"<%s>\" \"$word\"; done; echo \"$0\"; exit 7'\n"
       "tool lagmgr_health 'echo complaint >&2; cat; pwd; exit 0'\n"
@@ -250,7 +250,7 @@ TEST_F(Recording, ChangesNothingOfACall) {
   EXPECT_EQ(recorded.status, plain.status);
 }
 
-TEST_F(Recording, KeepsStatusAndComplaintForTheReplay) {
+TEST_F(recording_test, keeps_status_and_error_output_for_the_replay) {
   const std::string calls =
       "iface_show; echo \"status $?\"\n"
       "lagmgr_health 2>&1 >/dev/null; lagmgr_health 2>/dev/null; echo \"status $?\"\n"
@@ -266,7 +266,7 @@ TEST_F(Recording, KeepsStatusAndComplaintForTheReplay) {
   EXPECT_EQ(kept("local/cfg_render;answers"), "143 1\n");
 }
 
-TEST_F(Recording, KeepsDifferentAnswersInOrder) {
+TEST_F(recording_test, keeps_different_answers_in_order) {
   const std::string tool =
       "tool iface_show 'n=$(cat /tmp/n 2>/dev/null); n=$((n+1)); echo $n >/tmp/n;"
       " [ $n -eq 2 ] && n=1; echo answer $n; exit $((n / 4))'\n";
@@ -277,13 +277,13 @@ TEST_F(Recording, KeepsDifferentAnswersInOrder) {
   EXPECT_EQ(replay(calls).out, recorded.out);
   EXPECT_EQ(replay(calls + "\niface_show -i .; iface_show -i .").out,
             recorded.out + "answer 4\nanswer 4\n")
-      << "the last one counts for all behind it";
+      << "the last answer serves all further calls";
   EXPECT_EQ(kept("local/iface_show,-i,.;answers"), "0 1\n0 1\n0 3\n1 4\n");
   EXPECT_FALSE(is_kept("local/iface_show,-i,.;2"));
   EXPECT_EQ(kept("local/lagmgr_health"), "same\n");
 }
 
-TEST_F(Recording, OfAReplayIsTheSameCapture) {
+TEST_F(recording_test, of_a_replay_is_the_same_capture) {
   const std::string tool =
       "tool iface_show 'n=$(cat /tmp/n 2>/dev/null); n=$((n+1)); echo $n >/tmp/n; echo $n;"
       " echo $n >&2; exit $n'\n";
@@ -299,8 +299,8 @@ TEST_F(Recording, OfAReplayIsTheSameCapture) {
             "");
 }
 
-TEST_F(Recording, StreamsWhatIsBig) {
-  // Four times what a pipe holds; the reader gets the first byte while the tool still writes.
+TEST_F(recording_test, streams_large_outputs) {
+  // Four times the size of a pipe; the reader gets the first byte while the tool still writes.
   const std::string tools =
       "tool iface_show 'echo first; i=0; while [ ! -e /tmp/seen ] && [ $i -lt 500 ]; do i=$((i+1));"
       " sleep 0.02; done; ls /tmp; head -c 4000000 /dev/zero'\n";
@@ -310,7 +310,7 @@ TEST_F(Recording, StreamsWhatIsBig) {
   EXPECT_EQ(kept("local/iface_show").size(), 4000011U);
 }
 
-TEST_F(Recording, KeepsSideBySideCallsApart) {
+TEST_F(recording_test, keeps_side_by_side_calls_apart) {
   const std::string calls =
       "for i in 1 2 3 4 5 6 7 8; do { iface_show $i | cat >/tmp/$i; } & done; wait; cat /tmp/[1-8]";
   const outcome recorded =
@@ -321,14 +321,14 @@ TEST_F(Recording, KeepsSideBySideCallsApart) {
               std::string{"begin "} + i + "\nend " + i + "\n");
 }
 
-TEST_F(Recording, ReaderThatGoesAwayEndsTheTool) {
+TEST_F(recording_test, a_reader_that_goes_away_ends_the_tool) {
   const outcome recorded = record(
       "tool iface_show 'while echo line; do :; done 2>/dev/null; echo ended >/var/log/ended'\n",
       "iface_show | head -n 1; echo over");
   EXPECT_EQ(recorded.out, "line\nover\n");
 }
 
-TEST_F(Recording, NotesTheCallsInOrder) {
+TEST_F(recording_test, notes_the_calls_in_order) {
   record("tool iface_show 'sleep 0.2; echo 12345'\ntool lagmgr_health 'exit 3'\n",
          "iface_show -i x; lagmgr_health; ssh -q 192.0.0.4 'iface_show -i y'");
   const std::string calls = kept("calls");
@@ -341,18 +341,18 @@ TEST_F(Recording, NotesTheCallsInOrder) {
   std::vector<double> begun;
   std::vector<double> took;
   std::string line;
-  std::getline(lines, line);  // the columns' titles
+  std::getline(lines, line);  // the titles of the columns
   while (std::getline(lines, line)) {
     std::istringstream columns(line);
     columns >> begun.emplace_back() >> took.emplace_back();
   }
   ASSERT_EQ(begun.size(), 3U);
   EXPECT_GE(took[0], 0.2) << "the tool sleeps so long";
-  EXPECT_GE(begun[1], begun[0] + took[0]) << "each call begins behind the one in front of it";
+  EXPECT_GE(begun[1], begun[0] + took[0]) << "each call begins after the one before it";
   EXPECT_GE(begun[2], begun[1] + took[1]);
 }
 
-TEST_F(Recording, KeepsACallThatTheEndCutOffAsFarAsItCame) {
+TEST_F(recording_test, keeps_the_beginning_of_a_call_that_the_end_cut_off) {
   const outcome recorded = record("tool iface_show 'echo begun; sleep 600'\n",
                                   "iface_show >/tmp/out & n=0\n"
                                   "until [ -s /tmp/out ] || [ $n -gt 500 ]; do sleep 0.02;"
@@ -363,19 +363,19 @@ TEST_F(Recording, KeepsACallThatTheEndCutOffAsFarAsItCame) {
   EXPECT_THAT(kept("calls"), HasSubstr("\n- - cut-off 6 local/iface_show\n"));
 }
 
-TEST_F(Recording, TellsTheNodesAndTheHost) {
+TEST_F(recording_test, lists_the_nodes_and_the_host) {
   const outcome recorded = in_lab(
       "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
       " --library /var/log/library -- --node-id 0x1100",
       "");
   EXPECT_NE(recorded.status, 0) << "there is no inner script";
   script("inner", "echo \"$@\"; /opt/nos/bin/plat_nodes_show -v >/dev/null");
-  const outcome told = in_lab(
+  const outcome result = in_lab(
       "rm /opt/nos/bin/lagmgr_agent_show\n"
       "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
       " --library /var/log/library -- --node-id 0x1100",
       "");
-  EXPECT_THAT(told.out, MatchesRegex("--library .*/library/libtessel.so --node-id 0x1100\n"));
+  EXPECT_THAT(result.out, MatchesRegex("--library .*/library/libtessel.so --node-id 0x1100\n"));
   const lab::capture head = lab::read_manifest(scratch_.path() / "cap");
   EXPECT_EQ(head.host_node_id, 4352U);
   EXPECT_EQ(head.router, "cap");
@@ -384,8 +384,8 @@ TEST_F(Recording, TellsTheNodesAndTheHost) {
   EXPECT_EQ(head.nodes.front(), (std::pair<std::string, std::string>{"192.0.0.4", "0/RP0/CPU0"}));
 }
 
-TEST_F(Recording, TellsTheNodesOfTheLastAnswerIfThereIsMoreThanOne) {
-  // The first call fails and complains.
+TEST_F(recording_test, lists_the_nodes_of_the_last_of_several_answers) {
+  // The first call fails with error output.
   record(
       "tool plat_nodes_show '[ -e /tmp/asked ] || { touch /tmp/asked; echo busy >&2; exit 1; };"
       " echo 0/3/CPU0 LC ACTIVE FINAL x x 192.0.0.9'\n",
@@ -396,7 +396,7 @@ TEST_F(Recording, TellsTheNodesOfTheLastAnswerIfThereIsMoreThanOne) {
   EXPECT_EQ(head.nodes.front(), (std::pair<std::string, std::string>{"192.0.0.9", "0/3/CPU0"}));
 }
 
-TEST_F(Recording, TellsTheNodesOfTheLastAnswerThatNamesAny) {
+TEST_F(recording_test, lists_the_nodes_of_the_last_answer_that_names_any) {
   for (const char* last : {"exit 1", "exit 0", "echo busy >&2; exit 1", "echo Node Type State"}) {
     fs::remove_all(scratch_.path() / "cap");
     record("tool plat_nodes_show '[ ! -e /tmp/asked ] || { " + std::string{last} +
@@ -408,7 +408,7 @@ TEST_F(Recording, TellsTheNodesOfTheLastAnswerThatNamesAny) {
   }
 }
 
-TEST_F(Recording, IsNamedLikeItsFolderWithoutASlash) {
+TEST_F(recording_test, is_named_like_its_folder_without_a_slash) {
   for (const char* out : {"cap/", "cap/.", "./cap//"}) {
     const outcome recorded = record("tool iface_show 'echo x'\n", "iface_show", out);
     EXPECT_EQ(recorded.err, "");
@@ -423,13 +423,13 @@ TEST_F(Recording, IsNamedLikeItsFolderWithoutASlash) {
   }
 }
 
-TEST_F(Recording, InARunIsNamedAsTheUserDoes) {
+TEST_F(recording_test, in_a_run_has_the_name_that_the_user_gave) {
   const std::string place = (scratch_.path() / "cap").string();
   EXPECT_EQ(in_lab("exit 5", "--record " + place + "/").err,
             "tessel-lab: no tool was called; " + place + " was not made\n");
 }
 
-TEST_F(Recording, IsRefusedBeforeTheLogsFolderIsMade) {
+TEST_F(recording_test, is_refused_before_the_logs_folder_is_made) {
   const std::string line =
       "/opt/nos/libexec/tessel-lab record --host /var/log/outer --library /var/log/library --logs "
       "/tmp/logs ";
@@ -441,7 +441,7 @@ TEST_F(Recording, IsRefusedBeforeTheLogsFolderIsMade) {
   }
 }
 
-TEST_F(Recording, PassesTheHostsStatusOnAndLeavesNothingElseBehind) {
+TEST_F(recording_test, passes_the_hosts_status_on_and_leaves_nothing_else_behind) {
   EXPECT_EQ(record("tool iface_show 'echo x'\n", "iface_show; exit 3").status, 3);
   EXPECT_TRUE(is_kept("manifest"));
   EXPECT_EQ(left_beside(), "");
@@ -450,7 +450,7 @@ TEST_F(Recording, PassesTheHostsStatusOnAndLeavesNothingElseBehind) {
   EXPECT_EQ(again.err, "tessel-lab: /var/log/cap: exists already\n");
 }
 
-TEST_F(Recording, IsItsUsersAlone) {
+TEST_F(recording_test, is_private_to_the_user) {
   record("tool iface_show 'echo x; echo y >&2'\n",
          "umask 000; iface_show; ssh 192.0.0.4 'iface_show'");
   ASSERT_TRUE(is_kept("local/iface_show;1;complaint"));
@@ -460,21 +460,21 @@ TEST_F(Recording, IsItsUsersAlone) {
   EXPECT_NE(run_shell(find + "-type f").out, "");
 }
 
-TEST_F(Recording, WithoutACallIsNoCapture) {
+TEST_F(recording_test, without_a_call_makes_no_capture) {
   const outcome recorded = record("", "exit 5");
   EXPECT_EQ(recorded.status, 5);
   EXPECT_EQ(recorded.err, "tessel-lab: no tool was called; /var/log/cap was not made\n");
   expect_no_capture();
 }
 
-TEST_F(Recording, ThatIsInterruptedIsNoCapture) {
+TEST_F(recording_test, that_is_interrupted_makes_no_capture) {
   const outcome recorded = record_and("iface_show; echo ready >/var/log/ready; sleep 600",
                                       "kill -TERM $!; wait $!; echo status $?");
   EXPECT_THAT(recorded.out, HasSubstr("status 143\n"));
   expect_interrupted(recorded);
 }
 
-TEST_F(Recording, OfAHostThatDoesNotEndWhenToldIsNoCapture) {
+TEST_F(recording_test, of_a_host_that_ignores_signals_makes_no_capture) {
   const outcome recorded = record_and(
       "trap '' TERM; iface_show >/dev/null; echo ready >/var/log/ready\n"
       "while :; do sleep 1; done",
@@ -483,17 +483,17 @@ TEST_F(Recording, OfAHostThatDoesNotEndWhenToldIsNoCapture) {
   expect_interrupted(recorded);
 }
 
-// A script's "command &" starts it with SIGINT ignored, and so does it its host.
-TEST_F(Recording, ThatIsInterruptedDoesNotSucceedIfTheHostDoes) {
+// A script's "command &" starts the recording with SIGINT ignored, and so its host too.
+TEST_F(recording_test, that_is_interrupted_does_not_succeed_if_the_host_does) {
   const outcome recorded = record_and(
       "iface_show >/dev/null; echo ready >/var/log/ready; n=0\n"
-      "until [ -e /var/log/told ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done; exit 0",
-      "kill -INT $!; sleep 0.2; echo x >/var/log/told; wait $!; echo status $?");
+      "until [ -e /var/log/signalled ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done; exit 0",
+      "kill -INT $!; sleep 0.2; echo x >/var/log/signalled; wait $!; echo status $?");
   EXPECT_EQ(recorded.out, "status 130\n");
   expect_interrupted(recorded);
 }
 
-TEST_F(Recording, LeavesNothingIfItIsKilled) {
+TEST_F(recording_test, leaves_nothing_if_it_is_killed) {
   const outcome recorded =
       record_and("iface_show >/dev/null; echo ready >/var/log/ready; exec sleep 600",
                  "ls -d /var/log/.cap.*\n"
@@ -504,13 +504,13 @@ TEST_F(Recording, LeavesNothingIfItIsKilled) {
   expect_no_capture();
 }
 
-TEST_F(Recording, GoesNowhereThatTheAuditClearsOrTheRecordingCovers) {
+TEST_F(recording_test, is_refused_where_the_audit_clears_or_the_recording_covers) {
   const outcome cleared = in_lab(
       "/opt/nos/libexec/tessel-lab record /tmp/tessel-cap --host "
       "/var/log/outer --library /var/log/library",
       "");
   EXPECT_EQ(cleared.err,
-            "tessel-lab: /tmp/tessel-cap: an audit clears /tmp/tessel*; record to a place of "
+            "tessel-lab: /tmp/tessel-cap: an audit clears /tmp/tessel*; give the recording "
             "another name\n");
   const outcome within_a_run = in_lab(
       "/opt/nos/libexec/tessel-lab run /opt/nos/capture --record /tmp/tessel-cap --host "
@@ -529,7 +529,7 @@ TEST_F(Recording, GoesNowhereThatTheAuditClearsOrTheRecordingCovers) {
   EXPECT_EQ(relative.err, cleared.err);
 }
 
-TEST_F(Recording, GoesToNoPlaceThatTheSearchPathCannotName) {
+TEST_F(recording_test, is_refused_where_the_search_path_cannot_name_it) {
   const outcome refused = record("tool iface_show 'echo x'\n", "iface_show", "cap-12:30");
   EXPECT_EQ(refused.err,
             "tessel-lab: /var/log/cap-12:30: there is a colon in it; record to a place without "
@@ -542,7 +542,7 @@ TEST_F(Recording, GoesToNoPlaceThatTheSearchPathCannotName) {
   EXPECT_THAT(below.err, HasSubstr("/tmp/12:30/cap: there is a colon in it"));
 }
 
-TEST_F(Recording, LeavesTheLogsWhereTheyGoUnlessToldOtherwise) {
+TEST_F(recording_test, leaves_the_logs_in_place_unless_an_option_moves_them) {
   script("inner", "iface_show >/dev/null; echo finding >/var/log/mark");
   const std::string line =
       "/opt/nos/libexec/tessel-lab record /tmp/cap --host /var/log/inner --library "
@@ -555,7 +555,7 @@ TEST_F(Recording, LeavesTheLogsWhereTheyGoUnlessToldOtherwise) {
   EXPECT_FALSE(fs::exists(scratch_.path() / "mark"));
 }
 
-TEST_F(Recording, WithoutRoomForAPipeHarmsNoCall) {
+TEST_F(recording_test, without_a_pipe_harms_no_call) {
   // One descriptor, 3, is enough for the output's file or for the tool, not for a pipe.
   const outcome recorded = record(
       "cp /bin/cat iface_show\n",
@@ -570,7 +570,7 @@ TEST_F(Recording, WithoutRoomForAPipeHarmsNoCall) {
   EXPECT_FALSE(fs::exists(scratch_.path() / "cap"));
 }
 
-TEST_F(Recording, ToolsFindTheirCompanionsAndEachOther) {
+TEST_F(recording_test, tools_find_their_companions_and_each_other) {
   const outcome recorded = record(
       "tool iface_show '. \"$(dirname \"$0\")/../share/words\"; echo $word; lagmgr_health;"
       " /opt/nos/bin/lagmgr_health'\n"
@@ -581,8 +581,8 @@ TEST_F(Recording, ToolsFindTheirCompanionsAndEachOther) {
   EXPECT_FALSE(is_kept("local/lagmgr_health")) << "the audit did not call it";
 }
 
-// Who is not root has no way back to the mounts of before.
-TEST_F(Recording, WorksWithoutRoot) {
+// Without root a process cannot go back to the earlier mounts.
+TEST_F(recording_test, works_without_root) {
   if (geteuid() != 0) GTEST_SKIP() << "as all the others do";
   const std::string folder = scratch_.path().string();
   fs::permissions(scratch_.path(), fs::perms::all);
@@ -593,7 +593,7 @@ TEST_F(Recording, WorksWithoutRoot) {
                                 "/opt/nos/bin/sw_version_show; iface_show -i '.*';"
                                 " ssh 192.0.0.4 /opt/nos/bin/fwd_object_show -t lagport -D");
   fs::permissions(inner, fs::perms::all);
-  // The source tree may lie where nobody else can read.
+  // The source tree may lie where other users cannot read.
   fs::create_directory(scratch_.path() / "routers");
   fs::copy_file(LAB_ROUTERS "/birch-small.toml", scratch_.path() / "routers/birch-small.toml");
   const auto as_nobody = [&](const std::string& more) {

@@ -19,7 +19,7 @@ std::string addresses_of(const std::string& text) {
   return r.redacted(text);
 }
 
-TEST(RedactedAddresses, AreReplacedInEveryNotation) {
+TEST(redacted_addresses, are_replaced_in_every_notation) {
   struct row {
     const char* why;
     const char* text;
@@ -48,7 +48,7 @@ TEST(RedactedAddresses, AreReplacedInEveryNotation) {
       {"a route distinguisher and a port", "rd 10.20.30.40:100 http://10.7.7.7:8080/",
        "rd 240.0.0.1:100 http://240.0.0.2:8080/"},
       {"a node's own with a port", "192.0.0.6:22", "192.0.0.6:22"},
-      {"behind a colon", "peer:10.0.0.2 peer:fd00::1 mac:00:26:5e:00:0a:02",
+      {"after a colon", "peer:10.0.0.2 peer:fd00::1 mac:00:26:5e:00:0a:02",
        "peer:240.0.0.1 peer:2001:db8::0:1 mac:02:aa:00:00:02:02"},
       {"a range", "10.9.8.1-10.9.8.7.", "240.0.0.1-240.0.0.2."},
       {"a node's own within a name", "to-192.0.0.6", "to-192.0.0.6"},
@@ -69,7 +69,7 @@ TEST(RedactedAddresses, AreReplacedInEveryNotation) {
        "2001:db8::0:1."},
       {"IPv6 with an IPv4 address in it", "::ffff:10.1.1.1 64:ff9b::10.1.1.1",
        "2001:db8::0:1 2001:db8::0:2"},
-      {"with a port behind a dot", "10.1.1.1.179 2001:db8:aa::1.179 10.1.1.1.179.",
+      {"with a port after a dot", "10.1.1.1.179 2001:db8:aa::1.179 10.1.1.1.179.",
        "240.0.0.1.179 2001:db8::0:1.179 240.0.0.1.179."},
       {"between letters", "host.10.1.1.1 a.10.1.1.1.b peer10.1.1.1 10.1.1.2x 10.1.1.1.example.net",
        "host.240.0.0.1 a.240.0.0.1.b peer240.0.0.1 240.0.0.2x 240.0.0.1.example.net"},
@@ -79,7 +79,7 @@ TEST(RedactedAddresses, AreReplacedInEveryNotation) {
        "bia0026.5e00.0a02vlan mac.0026.5e00.0a02",
        "bia_02aa.0000.0202 bia_02:aa:00:00:02:02 bia-02-aa-00-00-02-02-x mac02:aa:00:00:02:02up "
        "bia02aa.0000.0202vlan mac.02aa.0000.0202"},
-      {"a MAC behind a priority and behind a type", "8000.0026.5e00.0a02 01:00:26:5e:00:0a:02",
+      {"a MAC after a priority and after a type", "8000.0026.5e00.0a02 01:00:26:5e:00:0a:02",
        "8000.02aa.0000.0202 01:02:aa:00:00:02:02"},
       {"a range of MACs", "0026.5e00.0a02-0026.5e00.0a03 00:26:5e:00:0a:02-00:26:5e:00:0a:03",
        "02aa.0000.0202-02aa.0000.0203 02:aa:00:00:02:02-02:aa:00:00:02:03"},
@@ -90,7 +90,7 @@ TEST(RedactedAddresses, AreReplacedInEveryNotation) {
   for (const row& r : rows) EXPECT_EQ(addresses_of(r.text), r.redacted) << r.why;
 }
 
-TEST(RedactedAddresses, AreNotFoundInOtherThings) {
+TEST(redacted_addresses, are_not_found_in_other_things) {
   for (const char* text : {"version 7.3.2",
                            "0/RP0/CPU0",
                            "HundredGigE0/0/0/1.100",
@@ -131,10 +131,10 @@ TEST(RedactedAddresses, AreNotFoundInOtherThings) {
     EXPECT_EQ(addresses_of(text), text);
 }
 
-TEST(RedactedAddresses, LeaveAllOtherBytesAlone) {
+TEST(redacted_addresses, leave_all_other_bytes_alone) {
   std::string text;
   for (int i = 0; i < 65536; ++i) text += static_cast<char>(i * 7919 >> 4);
-  // With so many bytes of chance some look like a word, but nothing like an address.
+  // Among so many random bytes some look like a word, but none like an address.
   EXPECT_EQ(addresses_of(text), text);
 }
 
@@ -177,7 +177,7 @@ capture sample() {
   return c;
 }
 
-TEST(Redacted, HoldsNoSecretAndNoName) {
+TEST(redacted, holds_no_secret_and_no_name) {
   capture c = sample();
   const redaction_counts counts = redact(c);
   std::string all;
@@ -192,7 +192,7 @@ TEST(Redacted, HoldsNoSecretAndNoName) {
   EXPECT_EQ(counts.serials, 1U);
 }
 
-TEST(Redacted, KeepsWhatTheAuditReads) {
+TEST(redacted, keeps_what_the_audit_reads) {
   capture c = sample();
   redact(c);
   EXPECT_EQ(answer_to(c, "local", "cfg_render -c"),
@@ -228,7 +228,7 @@ TEST(Redacted, KeepsWhatTheAuditReads) {
             "Hardware revision 1.2, chassis serial serial-1\n");
 }
 
-TEST(Redacted, HoldsNoSecretInAnyNotation) {
+TEST(redacted, holds_no_secret_in_any_notation) {
   struct row {
     const char* line;
     const char* redacted;
@@ -269,7 +269,7 @@ TEST(Redacted, HoldsNoSecretInAnyNotation) {
   }
 }
 
-TEST(Redacted, HoldsTheRoutersNameNowhere) {
+TEST(redacted, holds_the_routers_name_nowhere) {
   capture c;
   answer(c, "192.0.0.6", "fwd_object_show -t l2port -D",
          "RP/0/RP0/CPU0:corehost#show\ncorehost2 my-corehost corehost.lab corehost\n");
@@ -283,7 +283,7 @@ TEST(Redacted, HoldsTheRoutersNameNowhere) {
   EXPECT_EQ(answer_to(c, "local", "sw_version_show"), "name-2 uptime is 2 weeks\nname-1\n");
 }
 
-TEST(Redacted, HoldsTheSameOfLinesThatEndInAnotherWay) {
+TEST(redacted, is_the_same_with_other_line_ends) {
   capture c = sample();
   capture other = sample();
   for (auto& [key, text] : other.answers)
@@ -300,7 +300,7 @@ TEST(Redacted, HoldsTheSameOfLinesThatEndInAnotherWay) {
   EXPECT_EQ(other.answers, c.answers);
 }
 
-TEST(Redacted, AnswerCutOffInsideABannerEndsTheBanner) {
+TEST(redacted, answer_cut_off_inside_a_banner_ends_the_banner) {
   capture c;
   answer(c, "local", "cfg_render -a", "banner motd # Keep out\nOr be");
   answer(c, "local", "cfg_render -b", "interface Bundle-Ether1\n mtu 9216\n");
@@ -309,7 +309,7 @@ TEST(Redacted, AnswerCutOffInsideABannerEndsTheBanner) {
   EXPECT_EQ(answer_to(c, "local", "cfg_render -b"), "interface Bundle-Ether1\n mtu 9216\n");
 }
 
-TEST(Redacted, OfOneCaptureIsAlwaysTheSame) {
+TEST(redacted, of_one_capture_is_always_the_same) {
   capture a = lab_test::rendered_router("birch-small").c;
   capture b = a;
   redact(a);

@@ -1,4 +1,4 @@
-// Each tool's output, through the filter it is piped into, against the patterns that read it.
+// Each tool's output, after the audit's filter, against the patterns that read it.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -23,13 +23,13 @@ std::size_t lines_of(const std::string& text) {
   return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
 }
 
-class Rendered : public testing::TestWithParam<const char*> {
+class rendered_test : public testing::TestWithParam<const char*> {
  protected:
   const rendered& at_ = rendered_router(GetParam());
   const router& r_ = at_.r;
 };
 
-INSTANTIATE_TEST_SUITE_P(Routers, Rendered,
+INSTANTIATE_TEST_SUITE_P(routers, rendered_test,
                          testing::Values("aspen-active-cards", "aspen-jericho2", "aspen-standby",
                                          "birch-jericho2", "birch-odd-forms", "birch-older",
                                          "birch-six-npus", "birch-small", "birch-untagged",
@@ -55,13 +55,13 @@ std::vector<std::string> split(const std::string& text, const std::string& separ
 
 // Platform ---------------------------------------------------------------------------------------
 
-TEST_P(Rendered, BannerNamesTheModelFirst) {
+TEST_P(rendered_test, banner_names_the_model_first) {
   const auto models = findall("(.+?)(?=processor)", at_.local("sw_version_show"));
   ASSERT_EQ(models.size(), 1U);
   EXPECT_NE(models[0][0].find(model_of(r_.type)), std::string::npos);
 }
 
-TEST_P(Rendered, InventoryHasItsColumns) {
+TEST_P(rendered_test, inventory_has_its_columns) {
   if (is_single_node(r_.type)) {
     EXPECT_THROW(at_.local("plat_nodes_show -v"), lab_error) << "nobody lists a single node";
     return;
@@ -82,15 +82,15 @@ TEST_P(Rendered, InventoryHasItsColumns) {
     ++known;
   }
   EXPECT_EQ(known, r_.nodes.size());
-  EXPECT_GT(lines_of(text), r_.nodes.size()) << "headings and other modules stand there, too";
+  EXPECT_GT(lines_of(text), r_.nodes.size()) << "it also has headings and other modules";
 }
 
-TEST_P(Rendered, UnitsAreToldPerNode) {
+TEST_P(rendered_test, units_are_listed_per_node) {
   const std::string text = at_.local("asic_shell_show -c \"show unit\" -u all -n A");
   const auto chips = findall(
       "Node ID: (\\w+\\/\\w+\\/CPU0)(?:\\n|\\n*.*\\n)\\w+\\s\\d+\\s\\w+\\s(BCM\\d{4})", text);
-  std::map<std::string, std::string> told;
-  for (const groups& chip : chips) told[chip[0]] = chip[1];
+  std::map<std::string, std::string> listed;
+  for (const groups& chip : chips) listed[chip[0]] = chip[1];
   std::map<std::string, std::set<std::string>> units;
   if (r_.type == "fir")
     for (const groups& seat : findall("R\\/S\\/I:\\s(\\d+)\\/\\d+\\/(\\d+)", text))
@@ -99,19 +99,19 @@ TEST_P(Rendered, UnitsAreToldPerNode) {
     for (const groups& seat : findall("R\\/S\\/I:\\s\\d+\\/(\\d+)\\/(\\d+)", text))
       units["0/" + seat[0] + "/CPU0"].insert(seat[1]);
   for (const node& n : r_.nodes) {
-    EXPECT_EQ(told.contains(n.name), !n.chip.empty() && n.in_unit_list) << n.name;
-    if (told.contains(n.name)) {
-      EXPECT_EQ(told[n.name], n.chip.substr(0, 7));
+    EXPECT_EQ(listed.contains(n.name), !n.chip.empty() && n.in_unit_list) << n.name;
+    if (listed.contains(n.name)) {
+      EXPECT_EQ(listed[n.name], n.chip.substr(0, 7));
     }
     if (n.kind == "LC") {
       EXPECT_EQ(units[n.name].size(), n.npus) << n.name;
     }
   }
   for (const auto& [name, seats] : units)
-    EXPECT_TRUE(told.contains(name)) << name << " has units and no heading";
+    EXPECT_TRUE(listed.contains(name)) << name << " has units and no heading";
 }
 
-TEST_P(Rendered, NodeIdsAreReadable) {
+TEST_P(rendered_test, node_ids_are_readable) {
   for (const node& n : r_.nodes) {
     if (r_.type != "aspen") {
       const std::string id = at_.local("node_id_convert -I " + n.name);
@@ -126,7 +126,7 @@ TEST_P(Rendered, NodeIdsAreReadable) {
   }
 }
 
-TEST(RoutersInCharge, OneOfTwoActiveProcessorsTellsOfTheOther) {
+TEST(routers_in_charge, one_of_two_active_processors_reports_the_other) {
   const rendered& at = rendered_router("aspen-both-active");
   for (const char* name : {"0/RP0/CPU0", "0/RP1/CPU0"})
     EXPECT_EQ(findall("Node Id:(\\w+)", at.on(name, "board_api_probe")).size(), 2U) << name;
@@ -136,7 +136,7 @@ TEST(RoutersInCharge, OneOfTwoActiveProcessorsTellsOfTheOther) {
 
 // Interfaces -------------------------------------------------------------------------------------
 
-TEST_P(Rendered, ListingGivesTheMtuOfEveryMember) {
+TEST_P(rendered_test, listing_gives_the_mtu_of_every_member) {
   std::string text = filtered(at_.local("iface_show -i .*"), "grep \"-E\" \"line protocol|MTU\"");
   EXPECT_LT(lines_of(text), lines_of(at_.local("iface_show -i .*")));
   std::string::size_type at = 0;
@@ -150,7 +150,7 @@ TEST_P(Rendered, ListingGivesTheMtuOfEveryMember) {
       EXPECT_EQ(mtus[port_tail(m.port)], std::to_string(m.mtu)) << m.port;
 }
 
-TEST_P(Rendered, InterfaceManagerHasAHandlePerSubBundle) {
+TEST_P(rendered_test, interface_manager_has_a_handle_per_sub_bundle) {
   const std::string text = filtered(at_.local("ifmgr_show database -l 0x1 -a"),
                                     "grep -E BE | grep -E LDP | sort | uniq");
   for (const bundle& b : r_.bundles)
@@ -187,7 +187,7 @@ std::vector<std::string> stanzas(const rendered& at) {
   return split(joined, "!");
 }
 
-TEST_P(Rendered, ConfigurationGivesMembersOfEachBundleAlone) {
+TEST_P(rendered_test, configuration_gives_each_bundle_only_its_own_members) {
   const auto all = stanzas(at_);
   for (const bundle& b : r_.bundles) {
     std::set<std::string> found;
@@ -201,7 +201,7 @@ TEST_P(Rendered, ConfigurationGivesMembersOfEachBundleAlone) {
   }
 }
 
-TEST_P(Rendered, ConfigurationTellsLayersAndTags) {
+TEST_P(rendered_test, configuration_gives_layers_and_tags) {
   std::map<std::string, std::string> heads;
   for (const std::string& stanza : stanzas(at_))
     for (const auto& name : findall("^\\s*interface Bundle-Ether(\\d+[^\\s,']+|\\d+)", stanza))
@@ -227,14 +227,14 @@ TEST_P(Rendered, ConfigurationTellsLayersAndTags) {
   }
 }
 
-TEST_P(Rendered, ConfigurationTurnsOnHierarchicalQos) {
+TEST_P(rendered_test, configuration_turns_on_hierarchical_qos) {
   const std::string& text = at_.local("cfg_render -c -l 1 -t 1 -o 1");
   EXPECT_EQ(text.find("hw-module profile qos hqos-enable") != std::string::npos, r_.hqos);
 }
 
 // Bundle manager ---------------------------------------------------------------------------------
 
-TEST_P(Rendered, DatabaseHasHandleMacMtuAndMembers) {
+TEST_P(rendered_test, database_has_handle_mac_mtu_and_members) {
   const std::string text = filtered(at_.local("lagmgr_table_show -d -P 0x0 -N all -L 0x3 -O all"),
                                     "grep -E 'Bundle|Member|Operational MTU|Local'");
   const auto pieces = split(text, "Bundle-Ether");
@@ -266,7 +266,7 @@ std::vector<std::string> words(const std::string& line) {
   return found;
 }
 
-TEST_P(Rendered, AgentsAreReadByPosition) {
+TEST_P(rendered_test, agents_are_read_by_position) {
   std::string text = at_.local("lagmgr_agent_show -m -a all");
   for (const char* rp : {"0/RP0", "0/RP1"})
     for (std::size_t at = 0; (at = text.find(std::string{rp} + "/0", at)) != std::string::npos;)
@@ -306,7 +306,7 @@ TEST_P(Rendered, AgentsAreReadByPosition) {
   }
 }
 
-TEST_P(Rendered, HealthReportNamesNoBundle) {
+TEST_P(rendered_test, health_report_names_no_bundle) {
   const std::string all = at_.local("lagmgr_health");
   const std::string text = filtered(all, "grep \"-v\" \"-E\" \"Checking|checking|Overall result\"");
   EXPECT_LT(text.size(), all.size());
@@ -323,7 +323,7 @@ std::map<std::string, std::string> fields(const std::string& pattern, const std:
   return found;
 }
 
-TEST_P(Rendered, LagportObjectsAreReadable) {
+TEST_P(rendered_test, lagport_objects_are_readable) {
   for (const node& n : r_.nodes) {
     if (!n.forwarding) continue;
     const std::string& whole = at_.on(n.name, "fwd_object_show -t lagport -D");
@@ -373,7 +373,7 @@ TEST_P(Rendered, LagportObjectsAreReadable) {
   }
 }
 
-TEST_P(Rendered, PortObjectsAreReadable) {
+TEST_P(rendered_test, port_objects_are_readable) {
   for (const node& n : r_.nodes) {
     if (!n.forwarding) continue;
     const std::string text = filtered(at_.on(n.name, "fwd_object_show -t l1port -D"),
@@ -401,7 +401,7 @@ TEST_P(Rendered, PortObjectsAreReadable) {
   }
 }
 
-// Every piece that is not empty must name its handle, the one in front of the first element, too.
+// Every non-empty piece must name its handle, including the one before the first element.
 std::map<std::string, std::map<std::string, std::string>> interface_objects(
     const std::string& text, const std::string& type) {
   std::map<std::string, std::map<std::string, std::string>> objects;
@@ -414,7 +414,7 @@ std::map<std::string, std::map<std::string, std::string>> interface_objects(
   return objects;
 }
 
-TEST_P(Rendered, InterfaceObjectsAreReadable) {
+TEST_P(rendered_test, interface_objects_are_readable) {
   for (const node& n : r_.nodes) {
     if (!n.forwarding) continue;
     const auto l2port =
@@ -430,7 +430,8 @@ TEST_P(Rendered, InterfaceObjectsAreReadable) {
                                           "l3intf");
     for (const bundle& b : r_.bundles) {
       const std::string handle = fmt::format("{:#x}", b.handle);
-      constexpr unsigned compared = 0xffff;  // of a global LIF, and asked of the chips
+      constexpr unsigned compared =
+          0xffff;  // the bits of a global LIF that are compared and looked up in the chips
       EXPECT_EQ(std::stoul(l2port.at(handle).at("lif"), nullptr, 16) & compared, b.glif & compared);
       EXPECT_EQ(std::stoul(l2port.at(handle).at("rif"), nullptr, 16), b.rif);
       EXPECT_EQ(l2port.at(handle).at("bia_mac"), colon_mac(b.mac));
@@ -458,7 +459,7 @@ std::string hex(const std::string& number) {
   return fmt::format("{:#x}", std::stoul(number, nullptr, 0));
 }
 
-TEST_P(Rendered, OlderChipsAreReadable) {
+TEST_P(rendered_test, older_chips_are_readable) {
   for (const node& n : r_.nodes)
     for (unsigned npu = 0; family_of(n) == chip_family::older && npu < n.npus; ++npu) {
       const std::string domains = filtered(at_.chip("d IHP_VTT_IN_PP_PORT_CONFIG", npu, n),
@@ -485,7 +486,7 @@ TEST_P(Rendered, OlderChipsAreReadable) {
     }
 }
 
-TEST_P(Rendered, OlderChipsHoldEveryLag) {
+TEST_P(rendered_test, older_chips_hold_every_lag) {
   for (const node& n : r_.nodes)
     for (unsigned npu = 0; family_of(n) == chip_family::older && npu < n.npus; ++npu) {
       const std::string text = filtered(at_.chip("diag lag", npu, n), "grep -v -E 0xbffffff");
@@ -494,7 +495,7 @@ TEST_P(Rendered, OlderChipsHoldEveryLag) {
       for (std::size_t i = 1; i < pieces.size(); ++i) {
         const auto id = findall("(?<=ID:\\s)\\d+", pieces[i]);
         if (id.empty()) {
-          EXPECT_EQ(i + 1, pieces.size()) << "a word behind the last group: " << pieces[i];
+          EXPECT_EQ(i + 1, pieces.size()) << "a word after the last group: " << pieces[i];
           continue;
         }
         auto& members = lags[id[0][0]];
@@ -519,11 +520,11 @@ TEST_P(Rendered, OlderChipsHoldEveryLag) {
     }
 }
 
-TEST_P(Rendered, Jericho2HoldsEveryLag) {
+TEST_P(rendered_test, jericho2_holds_every_lag) {
   for (const node& n : r_.nodes)
     for (unsigned npu = 0; family_of(n) == chip_family::jericho2 && npu < n.npus; ++npu) {
       const std::string& text = at_.chip("tm lag", npu, n);
-      // Cut as the audit cuts: at the first two cells of a row that has them.
+      // Cut as by the audit: at the first two cells of a row that has them.
       std::map<std::string, std::vector<std::string>> lags;
       std::string lag;
       std::string rest;
@@ -555,7 +556,7 @@ TEST_P(Rendered, Jericho2HoldsEveryLag) {
     }
 }
 
-TEST_P(Rendered, Jericho2GivesTheMtuOfEveryMember) {
+TEST_P(rendered_test, jericho2_gives_the_mtu_of_every_member) {
   for (const node& n : r_.nodes)
     for (unsigned npu = 0; family_of(n) == chip_family::jericho2 && npu < n.npus; ++npu) {
       std::map<std::string, std::string> port_of;
@@ -589,7 +590,7 @@ TEST_P(Rendered, Jericho2GivesTheMtuOfEveryMember) {
     }
 }
 
-TEST_P(Rendered, Jericho2TablesAreReadable) {
+TEST_P(rendered_test, jericho2_tables_are_readable) {
   for (const node& n : r_.nodes)
     for (unsigned npu = 0; family_of(n) == chip_family::jericho2 && npu < n.npus; ++npu) {
       std::map<std::string, std::string> macs;
@@ -615,7 +616,7 @@ TEST_P(Rendered, Jericho2TablesAreReadable) {
     }
 }
 
-TEST_P(Rendered, EveryGlobalLifIsKnownToEveryOlderChip) {
+TEST_P(rendered_test, every_global_lif_is_known_to_every_older_chip) {
   for (const node& n : r_.nodes)
     for (unsigned npu = 0; family_of(n) == chip_family::older && npu < n.npus; ++npu)
       for (const bundle& b : r_.bundles)
@@ -631,8 +632,8 @@ TEST_P(Rendered, EveryGlobalLifIsKnownToEveryOlderChip) {
         }
 }
 
-// The forms for which the odd router is there, as the audit's patterns meet them.
-TEST(OddForms, AreThere) {
+// The forms that the odd router exists for, as the audit's patterns meet them.
+TEST(odd_forms, are_there) {
   const rendered& at = rendered_router("birch-odd-forms");
   const node& card = *find_node(at.r, "0/0/CPU0");
   const node& newer = *find_node(at.r, "0/1/CPU0");

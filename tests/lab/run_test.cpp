@@ -1,4 +1,4 @@
-// The command line and the namespace, with a shell script in the host's place.
+// The command line and the namespace, with a shell script as the host.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -29,7 +29,7 @@ bool has_namespace() {
              .status != lab::missing_privileges;
 }
 
-TEST(CommandLine, ListsRoutersAndFaults) {
+TEST(command_line, lists_routers_and_faults) {
   const outcome routers = lab_program("list");
   EXPECT_EQ(routers.status, 0);
   EXPECT_NE(routers.out.find("\nbirch-small "), std::string::npos);
@@ -40,9 +40,9 @@ TEST(CommandLine, ListsRoutersAndFaults) {
   EXPECT_NE(faults.out.find("Lag ID is not consistent"), std::string::npos);
 }
 
-TEST(CommandLine, RefusesALatencyBeforeItMakesAnything) {
+TEST(command_line, refuses_a_latency_before_it_makes_anything) {
   const lab_test::scratch_folder scratch;
-  // Whatever file stands for host and library: none of them is started.
+  // Any file can be the host and the library, as neither is used.
   const outcome refused = run_shell("TMPDIR=" + scratch.path().string() +
                                     " TESSEL_LAB_ROUTERS=" LAB_ROUTERS " " LAB_PROGRAM
                                     " run birch-small --host " LAB_PROGRAM " --library " LAB_PROGRAM
@@ -53,7 +53,7 @@ TEST(CommandLine, RefusesALatencyBeforeItMakesAnything) {
   EXPECT_TRUE(fs::is_empty(scratch.path()));
 }
 
-TEST(CommandLine, FailureIsOneLine) {
+TEST(command_line, failure_is_one_line) {
   struct row {
     const char* why;
     const char* arguments;
@@ -76,13 +76,13 @@ TEST(CommandLine, FailureIsOneLine) {
        "tessel-lab: render: OUT is missing; see tessel-lab render --help\n"},
       {"an unknown router", "run willow-huge", 1,
        "tessel-lab: there is no router \"willow-huge\" in " LAB_ROUTERS
-       "; `tessel-lab list` names them, a file's name ends in .toml\n"},
+       "; `tessel-lab list` shows the names; a file name ends in .toml\n"},
       {"an unknown fault", "run birch-small --fault rust", 1,
        "tessel-lab: there is no fault \"rust\"; `tessel-lab faults` lists them\n"},
       {"no such host", "run birch-small --host /nowhere", 1,
        "tessel-lab: /nowhere: there is no such file; name it with --host\n"},
-      {"a folder that is no capture", "run /usr", 1,
-       "tessel-lab: /usr: no capture, there is no manifest in it\n"},
+      {"a folder that is not a capture", "run /usr", 1,
+       "tessel-lab: /usr: not a capture: it has no manifest\n"},
   };
   for (const row& r : rows) {
     const outcome refused = lab_program(r.arguments);
@@ -92,7 +92,7 @@ TEST(CommandLine, FailureIsOneLine) {
   }
 }
 
-TEST(CommandLine, NamesOfFoldersMayEndInASlash) {
+TEST(command_line, names_of_folders_may_end_in_a_slash) {
   const lab_test::scratch_folder scratch;
   const outcome made = run_shell("set -e; cd " + scratch.path().string() +
                                  "; export TESSEL_LAB_ROUTERS=" LAB_ROUTERS "; lab=" LAB_PROGRAM
@@ -115,10 +115,10 @@ TEST(CommandLine, NamesOfFoldersMayEndInASlash) {
             "again\ngenerated\npacked\nredacted\nrendered\nunpacked\n");
 }
 
-TEST(CommandLine, RefusesAPlaceBeforeItMakesAnything) {
+TEST(command_line, refuses_a_place_before_it_makes_anything) {
   struct row {
     const char* arguments;
-    const char* message;  // behind the scratch folder's path
+    const char* message;  // after the scratch folder's path
   };
   const row rows[] = {
       {"--record there", "/there: exists already"},
@@ -128,18 +128,20 @@ TEST(CommandLine, RefusesAPlaceBeforeItMakesAnything) {
       {"--record nowhere/out", "/nowhere: there is no such folder"},
       {"--record file/out", "/file: there is no such folder"},
       {"--record a:b", "a:b: there is a colon in it; record to a place without one"},
-      {"--record out --logs out/", "/out: the recording is to stand there; name another place"},
-      {"--record out --logs out/logs", "/out/logs: the recording is to stand there; name another"},
-      {"--record out --keep-calls out", "/out: the recording is to stand there; name another"},
+      {"--record out --logs out/", "/out: the recording is made there; name another place"},
+      {"--record out --logs out/logs", "/out/logs: the recording is made there; name another"},
+      {"--record out --keep-calls out", "/out: the recording is made there; name another"},
       {"--keep-calls there", "/there: is a folder; name a file with --keep-calls"},
       {"--keep-calls nowhere/calls", "/nowhere: there is no such folder"},
       {"--keep-calls calls --record there", "/there: exists already"},
-      {"--keep-calls file --logs file/logs", "file/logs: no folder for the logs: Not a directory"},
-      {"--keep-calls calls --logs file", "file: no folder for the logs: Not a directory"},
+      {"--keep-calls file --logs file/logs",
+       "file/logs: the folder for the logs cannot be used: Not a directory"},
+      {"--keep-calls calls --logs file",
+       "file: the folder for the logs cannot be used: Not a directory"},
       {"--logs logs --record there", "/there: exists already"},
       {"--logs logs --keep-calls there", "/there: is a folder"},
-      {"--logs file", "file: no folder for the logs: Not a directory"},
-      {"--record ''", "the name of what is to be made is empty"},
+      {"--logs file", "file: the folder for the logs cannot be used: Not a directory"},
+      {"--record ''", "the name of the target is empty"},
   };
   if (!has_namespace()) return lab_test::cannot_run_here("no namespaces");
   for (const row& r : rows) {
@@ -161,7 +163,7 @@ TEST(CommandLine, RefusesAPlaceBeforeItMakesAnything) {
   }
 }
 
-TEST(CommandLine, NeedsTheToolsProgramBesideItself) {
+TEST(command_line, needs_the_tools_program_beside_itself) {
   const lab_test::scratch_folder scratch;
   const fs::path tool = scratch.path() / "tessel-lab-tool";
   fs::copy_file(LAB_PROGRAM, scratch.path() / "tessel-lab");
@@ -172,7 +174,7 @@ TEST(CommandLine, NeedsTheToolsProgramBesideItself) {
                                         command + " --host /bin/true --library /bin/true");
       EXPECT_EQ(refused.status, 1) << command;
       EXPECT_EQ(refused.err, "tessel-lab: " + tool.string() + ": cannot be executed: " + cause +
-                                 "; it stands in for the router's tools, copy it there from the "
+                                 "; it stands in for the router's tools; copy it there from the "
                                  "folder that tessel-lab was built or installed in\n")
           << command;
       EXPECT_FALSE(fs::exists(scratch.path() / "logs"));
@@ -184,17 +186,17 @@ TEST(CommandLine, NeedsTheToolsProgramBesideItself) {
   expect_refused("Permission denied");
 }
 
-// What goes wrong with files is told in one line that names the file as the user does and the
-// cause; nothing half written stays.
-struct told_failure {
+// A failure with a file is reported in one line with the cause and the file's name as the user gave
+// it; nothing is left behind.
+struct reported_failure {
   const char* line;  // "lab" is the program
   int status;
   const char* message;
 };
 
 // `within` runs the file with the line.
-void expect_told(const std::string& within, const std::string& preparation,
-                 const std::vector<told_failure>& rows) {
+void expect_reported(const std::string& within, const std::string& preparation,
+                     const std::vector<reported_failure>& rows) {
   const lab_test::scratch_folder scratch;
   fs::permissions(scratch.path(), fs::perms::all);
   fs::copy_file(LAB_PROGRAM, scratch.path() / "tessel-lab");
@@ -216,7 +218,7 @@ void expect_told(const std::string& within, const std::string& preparation,
     return run_shell("cd " + scratch.path().string() + "; find . | sort").out;
   };
   const std::string before = names();
-  for (const told_failure& row : rows) {
+  for (const reported_failure& row : rows) {
     write_text(scratch.path() / "line", start + row.line + "\n");
     fs::permissions(scratch.path() / "line", fs::perms::others_read, fs::perm_options::add);
     const outcome failed = run_shell("cd " + scratch.path().string() + " && " + within + " line");
@@ -232,8 +234,8 @@ void expect_told(const std::string& within, const std::string& preparation,
   }
 }
 
-TEST(CommandLine, TellsWhatIsNotWhatItShouldBe) {
-  expect_told(
+TEST(command_line, reports_files_of_the_wrong_kind) {
+  expect_reported(
       "sh",
       "mkdir folder.toml; cp -r cap linked; ln -s /etc/passwd linked/local/link\n"
       "cp -r cap piped; mkfifo piped/192.0.0.6/pipe; touch plain\n",
@@ -245,9 +247,9 @@ TEST(CommandLine, TellsWhatIsNotWhatItShouldBe) {
           {"lab run birch-small --host plain --library plain", 1,
            "plain: cannot be executed: Permission denied; name another with --host\n"},
           {"lab pack nope out", 1, "nope: there is no such capture\n"},
-          {"lab pack packed out", 1, "packed: no capture, it is no folder\n"},
+          {"lab pack packed out", 1, "packed: not a capture: it is not a folder\n"},
           {"lab pack cap out/", 1, "out/: a packed capture is a file, not a folder\n"},
-          {"lab pack cap ''", 1, "the name of what is to be made is empty\n"},
+          {"lab pack cap ''", 1, "the name of the target is empty\n"},
           {"lab unpack packed open/a/b", 1, "/open/a: there is no such folder\n"},
           {"lab redact linked out", 1, "linked: local/link: neither a regular file nor a folder\n"},
           {"lab redact piped out", 1,
@@ -259,17 +261,17 @@ TEST(CommandLine, TellsWhatIsNotWhatItShouldBe) {
       });
 }
 
-TEST(CommandLine, TellsWhatIsDenied) {
+TEST(command_line, reports_what_is_denied) {
   const std::string nobody = "setpriv --reuid 65534 --regid 65534 --clear-groups";
   if (run_shell(nobody + " unshare --user --map-root-user --mount true").status != 0)
     return lab_test::cannot_run_here("needs root, to become somebody else who has namespaces");
-  expect_told(
+  expect_reported(
       nobody + " sh",
       "mkdir closed hidden; chmod 700 hidden; cp -r cap secret; chmod 0 secret/manifest\n"
       "chmod 755 secret\n",
       {
           {"lab render birch-small hidden/out", 1, "hidden/out: Permission denied\n"},
-          {"lab render birch-small closed/out", 1, "closed/out: cannot be made"},
+          {"lab render birch-small closed/out", 1, "closed/out: no folder can be made beside it"},
           {"lab generate closed/above/out", 1,
            "/closed/above: cannot be made: Permission denied\n"},
           {"lab run hidden/cap", 1, "hidden/cap: Permission denied\n"},
@@ -277,11 +279,11 @@ TEST(CommandLine, TellsWhatIsDenied) {
           {"lab diff cap hidden/cap", 2, "hidden/cap: Permission denied\n"},
           {"lab redact secret open/out", 1, "secret/manifest: cannot be read: Permission denied\n"},
           {"lab run birch-small --logs closed --host host --library text", 1,
-           "closed: no folder for the logs: Permission denied\n"},
+           "closed: the folder for the logs cannot be used: Permission denied\n"},
           {"lab run birch-small --keep-calls text --host host --library text", 1,
            "/text: cannot be written: Permission denied\n"},
           {"lab run birch-small --record closed/out --host host --library text", 1,
-           "/closed: nothing can be made in it: Permission denied\n"},
+           "/closed: no file can be made in it: Permission denied\n"},
           {"lab run birch-small --real-ssh --host host --library text", 77,
            "--real-ssh needs root"},
           {"TMPDIR=$PWD/closed lab run birch-small --host host --library text", 1,
@@ -289,22 +291,23 @@ TEST(CommandLine, TellsWhatIsDenied) {
       });
 }
 
-TEST(CommandLine, TellsThatThereAreNoNamespaces) {
+TEST(command_line, reports_that_there_are_no_namespaces) {
   const std::string without =
       "unshare --user --map-root-user sh -c 'echo 0 >/proc/sys/user/max_mnt_namespaces &&"
       " echo 0 >/proc/sys/user/max_user_namespaces && exec sh \"$1\"' sh";
   if (run_shell(without + " /dev/null").status != 0)
     return lab_test::cannot_run_here("no user namespace");
-  expect_told(without, "",
-              {
-                  {"lab run birch-small --host host --library text", 77, "no mount namespace: "},
-                  {"lab run birch-small --host host --library text --record out", 77,
-                   "no mount namespace: "},
-                  {"lab record out --host host --library text", 77, "no mount namespace: "},
-              });
+  expect_reported(
+      without, "",
+      {
+          {"lab run birch-small --host host --library text", 77, "no mount namespace: "},
+          {"lab run birch-small --host host --library text --record out", 77,
+           "no mount namespace: "},
+          {"lab record out --host host --library text", 77, "no mount namespace: "},
+      });
 }
 
-TEST(CommandLine, TellsThatTheDiskIsFull) {
+TEST(command_line, reports_a_full_disk) {
   if (run_shell("unshare --mount mount -t tmpfs none /mnt").status != 0)
     return lab_test::cannot_run_here("no mount namespace");
   const std::string full =
@@ -314,21 +317,22 @@ TEST(CommandLine, TellsThatTheDiskIsFull) {
   const std::string pack = filled + "lab pack cap open/out; status=$?; rm open/fill; exit $status";
   const std::string record = "lab run cap --logs tmp --host host --library text --record open/out";
   const std::string record_filled = filled + record + "; status=$?; rm open/fill; exit $status";
-  expect_told(full, "",
-              {
-                  {"lab render birch-small open/out", 1, "cannot be written: No space left"},
-                  {"lab generate --bundles 60 open/out/", 1, "cannot be written: No space left"},
-                  {"lab unpack packed open/out", 1, ": open/out/"},
-                  {"lab redact packed open/out", 1, ": open/out/"},
-                  {pack.c_str(), 1, ": open/out: No space left on device\n"},
-                  {record.c_str(), 1,
-                   "/open/out/local/iface_show,-i,.%2A: could not be kept: No space left"},
-                  {record_filled.c_str(), 1, "/open/out"},
-              });
+  expect_reported(
+      full, "",
+      {
+          {"lab render birch-small open/out", 1, "cannot be written: No space left"},
+          {"lab generate --bundles 60 open/out/", 1, "cannot be written: No space left"},
+          {"lab unpack packed open/out", 1, ": open/out/"},
+          {"lab redact packed open/out", 1, ": open/out/"},
+          {pack.c_str(), 1, ": open/out: No space left on device\n"},
+          {record.c_str(), 1,
+           "/open/out/local/iface_show,-i,.%2A: could not be kept: No space left"},
+          {record_filled.c_str(), 1, "/open/out"},
+      });
 }
 
 // A script runs as the host; the library is any file.
-class Namespace : public testing::Test {
+class namespace_test : public testing::Test {
  protected:
   void SetUp() override {
     write_text(scratch_.path() / "library", "no library");
@@ -352,15 +356,15 @@ class Namespace : public testing::Test {
   lab_test::scratch_folder scratch_;
 };
 
-TEST_F(Namespace, PassesTheHostsStatusOn) {
+TEST_F(namespace_test, passes_the_hosts_status_on) {
   EXPECT_EQ(host("exit 0", "birch-small").status, 0);
   EXPECT_EQ(host("exit 3", "birch-small").status, 3);
   EXPECT_EQ(host("kill -9 $$", "birch-small").status, 137);
 }
 
-TEST_F(Namespace, TellsTheHostItsLibraryAndNodeId) {
-  const outcome told = host("echo \"$@\"; cat $2", "birch-small");
-  EXPECT_EQ(told.out, "--library /opt/nos/lib/libtessel.so --node-id 4096\nno library");
+TEST_F(namespace_test, gives_the_host_its_library_and_node_id) {
+  const outcome result = host("echo \"$@\"; cat $2", "birch-small");
+  EXPECT_EQ(result.out, "--library /opt/nos/lib/libtessel.so --node-id 4096\nno library");
   EXPECT_EQ(host("echo \"$@\"", "birch-small -- --node-id 7 more").out,
             "--library /opt/nos/lib/libtessel.so --node-id 7 more\n");
   EXPECT_EQ(host("echo \"$@\"", "birch-small -- --library=x").out, "--node-id 4096 --library=x\n");
@@ -369,28 +373,28 @@ TEST_F(Namespace, TellsTheHostItsLibraryAndNodeId) {
       "<--node-id><7><--library=><--help><--><-x><>");
 }
 
-TEST_F(Namespace, ToolsAnswerThere) {
-  const outcome told = host(
+TEST_F(namespace_test, tools_answer_there) {
+  const outcome result = host(
       "/opt/nos/bin/sw_version_show | grep -c processor\n"
       "node_id_convert -I 0/1/CPU0\n"
       "ssh  -q -o 'StrictHostKeyChecking=no' 192.0.0.7 /opt/nos/bin/fwd_object_show -t lagport -D"
       " | grep -c element\n"
       "command -v ssh",
       "birch-small");
-  EXPECT_EQ(told.out, "1\n0x1000001\n13\n/opt/nos/bin/ssh\n");
+  EXPECT_EQ(result.out, "1\n0x1000001\n13\n/opt/nos/bin/ssh\n");
 }
 
-TEST_F(Namespace, LeavesTheLogsBehindAndNothingElse) {
+TEST_F(namespace_test, leaves_the_logs_behind_and_nothing_else) {
   std::string mark = "/tmp/lab-test-mark.XXXXXX";  // the machine's own
   close(mkstemp(mark.data()));
   write_text(mark, "kept");
-  const outcome told = host(
+  const outcome result = host(
       "echo finding >/var/log/tessel_exception.log\n"
       "echo capture >/tmp/tessel_0.log\n"
       "rm -f /tmp/*; rm -f /opt/nos/bin/ssh\n"
       "ls /tmp | wc -l",
       "birch-small");
-  EXPECT_EQ(told.out, "0\n");
+  EXPECT_EQ(result.out, "0\n");
   EXPECT_EQ(read_text(logs() / "tessel_exception.log"), "finding\n");
   EXPECT_EQ(read_text(mark), "kept");
   fs::remove(mark);
@@ -399,7 +403,7 @@ TEST_F(Namespace, LeavesTheLogsBehindAndNothingElse) {
   EXPECT_FALSE(fs::exists("/opt/nos"));
 }
 
-TEST_F(Namespace, KeepsTheCallsAmongTheLogs) {
+TEST_F(namespace_test, keeps_the_calls_among_the_logs) {
   host("lagmgr_health >/dev/null", "birch-small --keep-calls " + (logs() / "calls").string());
   EXPECT_EQ(read_text(logs() / "calls"), "lagmgr_health\n");
   fs::remove_all(logs());
@@ -407,48 +411,48 @@ TEST_F(Namespace, KeepsTheCallsAmongTheLogs) {
   EXPECT_EQ(read_text(logs() / "calls"), "lagmgr_health\n") << "in a folder that is made";
 }
 
-TEST_F(Namespace, KeepsTheCalls) {
+TEST_F(namespace_test, keeps_the_calls) {
   const fs::path calls = scratch_.path() / "calls";
   host("plat_nodes_show -v >/dev/null; lagmgr_health >/dev/null",
        "birch-small --keep-calls " + calls.string());
   EXPECT_EQ(read_text(calls), "plat_nodes_show -v\nlagmgr_health\n");
 }
 
-TEST_F(Namespace, RunsACaptureFolder) {
+TEST_F(namespace_test, runs_a_capture_folder) {
   const fs::path folder = scratch_.path() / "capture";
   ASSERT_EQ(lab_program("render aspen-standby " + folder.string()).status, 0);
   EXPECT_EQ(host("/opt/nos/bin/sw_version_show", folder.string()).out,
             read_text(folder / "local" / "sw_version_show"));
 }
 
-TEST_F(Namespace, MissingToolIsNotThere) {
-  const outcome told =
+TEST_F(namespace_test, a_missing_tool_cannot_be_called) {
+  const outcome result =
       host("command -v lagmgr_agent_show || echo none", "birch-small --fault tool-missing");
-  EXPECT_EQ(told.out, "none\n");
+  EXPECT_EQ(result.out, "none\n");
   const fs::path folder = scratch_.path() / "capture";
   ASSERT_EQ(lab_program("render birch-small " + folder.string() + " --fault tool-missing").status,
             0);
   EXPECT_EQ(host("command -v lagmgr_agent_show || echo none", folder.string()).out, "none\n");
 }
 
-TEST_F(Namespace, CaptureFileLogAndSizeAreDenied) {
-  const outcome told = host(
+TEST_F(namespace_test, capture_file_log_and_size_are_denied) {
+  const outcome result = host(
       "test -d /tmp/tessel_BM_PI.log && echo folder\n"
       "echo x 2>/dev/null >/var/log/tessel_debug.log || echo no room\n"
       "head -c 9000 /dev/zero >/tmp/large; stat -c %s /tmp/large",
       "birch-small --fault capture-blocked=BM_PI --fault log-full=debug --fault file-limit=7000");
-  EXPECT_EQ(told.out, "folder\nno room\n7000\n");
+  EXPECT_EQ(result.out, "folder\nno room\n7000\n");
   EXPECT_EQ(read_text(logs() / "tessel_debug.log"), "");
 }
 
-TEST_F(Namespace, TmpHasTheRoomThatAFaultLeaves) {
-  const outcome told = host(
+TEST_F(namespace_test, tmp_has_the_room_that_a_fault_leaves) {
+  const outcome result = host(
       "head -c 90000 /dev/zero >/tmp/large 2>/dev/null; stat -c %s /tmp/large; stat -c %a /tmp",
       "birch-small --fault tmp-full=40");
-  EXPECT_EQ(told.out, "40960\n1777\n");
+  EXPECT_EQ(result.out, "40960\n1777\n");
 }
 
-TEST_F(Namespace, SignalEndsTheHostAndItsTools) {
+TEST_F(namespace_test, signal_ends_the_host_and_its_tools) {
   const fs::path script = scratch_.path() / "host.sh";
   write_text(script,
              "#!/bin/sh\necho $$ >/var/log/host\nsleep 600 & echo $! >/var/log/tool\nwait\n");
@@ -474,18 +478,18 @@ TEST_F(Namespace, SignalEndsTheHostAndItsTools) {
   EXPECT_EQ(ended.out, "status 143\n");
 }
 
-TEST_F(Namespace, LogsGoToAFolderOfTheirOwnUnlessNamed) {
+TEST_F(namespace_test, logs_go_to_a_new_folder_unless_one_is_named) {
   const fs::path script = scratch_.path() / "host.sh";
   write_text(script, "#!/bin/sh\necho x >/var/log/mark\n");
   fs::permissions(script, fs::perms::owner_all);
-  const outcome told =
+  const outcome result =
       run_shell("TMPDIR=" + scratch_.path().string() +
                 " TESSEL_LAB_ROUTERS=" LAB_ROUTERS " " LAB_PROGRAM " run birch-small --host " +
                 script.string() + " --library " + (scratch_.path() / "library").string());
-  EXPECT_EQ(told.status, 0);
+  EXPECT_EQ(result.status, 0);
   const std::string head = "tessel-lab: the logs are in ";
-  ASSERT_EQ(told.err.find(head), 0U) << told.err;
-  const fs::path folder = told.err.substr(head.size(), told.err.size() - head.size() - 1);
+  ASSERT_EQ(result.err.find(head), 0U) << result.err;
+  const fs::path folder = result.err.substr(head.size(), result.err.size() - head.size() - 1);
   EXPECT_EQ(read_text(folder / "mark"), "x\n");
 }
 

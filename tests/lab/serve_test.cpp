@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 using lab_test::outcome;
 using lab_test::read_text;
 
-TEST(Resolve, FindsPlaceAndFile) {
+TEST(resolve, finds_place_and_file) {
   using lab::resolve;
   EXPECT_EQ(resolve({"/opt/nos/bin/sw_version_show"}).place, "local");
   EXPECT_EQ(resolve({"/opt/nos/bin/sw_version_show"}).file, "sw_version_show");
@@ -26,7 +26,7 @@ TEST(Resolve, FindsPlaceAndFile) {
   EXPECT_EQ(resolve({"ssh", "192.0.0.6", "fwd_object_show -t lagport -D"}).file, remote.file);
 }
 
-TEST(Resolve, RefusesWhatItDoesNotKnowOfSsh) {
+TEST(resolve, refuses_unknown_forms_of_ssh) {
   using lab::resolve;
   EXPECT_NE(resolve({"ssh"}).problem, "");
   EXPECT_NE(resolve({"ssh", "-o"}).problem, "");
@@ -36,17 +36,17 @@ TEST(Resolve, RefusesWhatItDoesNotKnowOfSsh) {
   EXPECT_NE(resolve({"ssh", "..", "x"}).problem, "");
 }
 
-TEST(ToolProgram, HasNoCommandOfItsOwn) {
+TEST(tool_program, refuses_to_be_called_directly) {
   const outcome called = lab_test::run_shell(LAB_TOOL " list");
   EXPECT_EQ(called.status, 64);
   EXPECT_EQ(called.out, "");
   EXPECT_EQ(called.err,
-            "tessel-lab-tool: no command of its own; tessel-lab starts it under the names of a "
+            "tessel-lab-tool: do not call it directly; tessel-lab starts it under the names of a "
             "router's tools\n");
 }
 
 // The program under the names of the tools, with a capture of its own.
-class Tools : public testing::Test {
+class tools_test : public testing::Test {
  protected:
   void SetUp() override {
     lab::capture c = lab_test::rendered_router("birch-small").c;
@@ -69,7 +69,7 @@ class Tools : public testing::Test {
   std::string big_;
 };
 
-TEST_F(Tools, AnswerInFull) {
+TEST_F(tools_test, answer_in_full) {
   const outcome unit = shell(bin_ + "/asic_shell_show -c \"show unit\" -u all -n A");
   EXPECT_EQ(unit.status, 0);
   EXPECT_EQ(unit.out,
@@ -77,7 +77,7 @@ TEST_F(Tools, AnswerInFull) {
   EXPECT_EQ(unit.err, "");
 }
 
-TEST_F(Tools, AnswerForAllChipsUnlessOneHasItsOwn) {
+TEST_F(tools_test, answer_for_all_chips_unless_one_has_its_own) {
   const fs::path local = scratch_.path() / "capture" / "local";
   lab_test::write_text(local / lab::file_name("asic_shell_show -c \"diag odd\""), "all\n");
   lab_test::write_text(local / lab::file_name("asic_shell_show -c \"diag odd\" -u 1 -n 7"),
@@ -87,12 +87,12 @@ TEST_F(Tools, AnswerForAllChipsUnlessOneHasItsOwn) {
   EXPECT_EQ(shell(bin_ + "/asic_shell_show -c \"diag even\" -u 1 -n 7").status, 127);
 }
 
-TEST_F(Tools, AnswerLateIfToldTo) {
+TEST_F(tools_test, answer_late_if_asked) {
   const auto seconds = [&](const char* latencies, const char* line) {
     const auto begin = std::chrono::steady_clock::now();
-    const outcome told = shell(std::string{"export TESSEL_LAB_LATENCY="} + latencies + "\n" + line +
-                               " >/dev/null\n");
-    EXPECT_EQ(told.status, 0) << told.err;
+    const outcome result = shell(std::string{"export TESSEL_LAB_LATENCY="} + latencies + "\n" +
+                                 line + " >/dev/null\n");
+    EXPECT_EQ(result.status, 0) << result.err;
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   };
   const char* remote = "ssh 192.0.0.4 /opt/nos/bin/fwd_object_show -t lagport -D";
@@ -100,10 +100,10 @@ TEST_F(Tools, AnswerLateIfToldTo) {
   EXPECT_GE(seconds("ssh=150ms,fwd_object_show=150ms", remote), 0.3);
   EXPECT_LT(seconds("lagmgr_health=20s,chip=20s", remote), 15);
   EXPECT_EQ(shell("export TESSEL_LAB_LATENCY=soon\nlagmgr_health").err,
-            "lagmgr_health: latency \"soon\": no CLASS=TIME such as ssh=150ms\n");
+            "lagmgr_health: latency \"soon\": not CLASS=TIME such as ssh=150ms\n");
 }
 
-TEST_F(Tools, AnswerMegabytesAndBytesThroughFileAndPipe) {
+TEST_F(tools_test, answer_megabytes_and_bytes_through_file_and_pipe) {
   EXPECT_EQ(shell("lagmgr_health").out, big_);
   EXPECT_EQ(shell("lagmgr_health | cat").out, big_);
   const fs::path appended = scratch_.path() / "appended";
@@ -111,7 +111,7 @@ TEST_F(Tools, AnswerMegabytesAndBytesThroughFileAndPipe) {
   EXPECT_EQ(read_text(appended), big_);
 }
 
-TEST_F(Tools, AnswerForTheNodeBehindTheAddress) {
+TEST_F(tools_test, answer_for_the_node_behind_the_address) {
   const std::string line =
       "ssh  -q -o 'StrictHostKeyChecking=no' {} "
       "/opt/nos/bin/fwd_object_show -t l2port -D | cat";
@@ -123,7 +123,7 @@ TEST_F(Tools, AnswerForTheNodeBehindTheAddress) {
   }
 }
 
-TEST_F(Tools, RefuseAnUnknownCommandLine) {
+TEST_F(tools_test, refuse_an_unknown_command_line) {
   const outcome refused = shell(bin_ + "/asic_shell_show -c \"rm all\" -u 0 -n 0");
   EXPECT_EQ(refused.status, 127);
   EXPECT_EQ(refused.out, "");
@@ -136,7 +136,7 @@ TEST_F(Tools, RefuseAnUnknownCommandLine) {
   EXPECT_EQ(shell("ssh 192.0.0.99 /opt/nos/bin/board_api_probe").status, 255);
 }
 
-TEST_F(Tools, AreNotFoundWhereNoRouterHasThem) {
+TEST_F(tools_test, are_not_found_where_no_router_has_them) {
   const char* asked = " -c \"show unit\" -u all -n A";
   EXPECT_EQ(shell(bin_ + "/asic_shell_show" + asked).status, 0);
   const outcome by_name = shell(std::string{"asic_shell_show"} + asked);
@@ -150,7 +150,7 @@ TEST_F(Tools, AreNotFoundWhereNoRouterHasThem) {
   EXPECT_EQ(shell(node + "fwd_object_show -t lagport -D").status, 127);
 }
 
-TEST_F(Tools, ListTheirCalls) {
+TEST_F(tools_test, list_their_calls) {
   const fs::path calls = scratch_.path() / "calls";
   shell("export TESSEL_LAB_CALLS=" + calls.string() +
         "\niface_show \"-i\" \".*\"\nssh -q 192.0.0.4 /opt/nos/bin/board_api_probe\nlagmgr_health "
@@ -160,7 +160,7 @@ TEST_F(Tools, ListTheirCalls) {
             "lagmgr_health --unknown\n");
 }
 
-TEST_F(Tools, ListCallsThatRunSideBySideWhole) {
+TEST_F(tools_test, list_calls_that_run_side_by_side_whole) {
   const fs::path calls = scratch_.path() / "calls";
   shell("export TESSEL_LAB_CALLS=" + calls.string() +
         "\nfor i in 1 2 3 4 5 6 7 8 9 10; do iface_show -i .\\* >/dev/null & done; wait");

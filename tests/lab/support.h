@@ -1,4 +1,4 @@
-// What the lab's tests share: patterns as the audit applies them, its filters, little commands.
+// Helpers of the lab's tests: patterns as the audit applies them, its filters, shell commands.
 #pragma once
 
 #include <filesystem>
@@ -10,15 +10,15 @@
 
 namespace lab_test {
 
-using groups = std::vector<std::string>;  // a match's groups, or the match where there is none
+using groups = std::vector<std::string>;  // a match's groups, or the match if it has none
 
 // All matches, left to right. Byte-wise, line feed as the only line end.
 std::vector<groups> findall(const std::string& pattern, const std::string& text);
 
-// What is left of a text behind a pipeline such as "grep -E 'x' | grep -v 'y'".
+// The output of a pipeline such as "grep -E 'x' | grep -v 'y'" for a text.
 std::string filtered(const std::string& text, const std::string& pipeline);
 
-// A folder that goes with the test, never one that an audit would clear.
+// A folder that is removed after the test, never one that an audit would clear.
 class scratch_folder {
  public:
   scratch_folder();
@@ -37,8 +37,8 @@ struct outcome {
   std::string err;
 };
 
-// Ends a test that lacks a privilege: as failed where CI is set, else as skipped, which is told.
-// The test has to return behind it.
+// Ends a test that lacks a privilege: as failed if CI is set, else as skipped with a message. The
+// test must return after the call.
 void cannot_run_here(const std::string& why);
 
 // Runs a shell line and waits for it.
