@@ -1,4 +1,5 @@
 // The driver from the consistency check on: the effect of a phase that cannot be carried out.
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -83,9 +84,15 @@ TEST_F(
 
 TEST_F(later_phases_test,
        a_false_health_check_prints_not_done_and_the_run_still_reaches_the_table) {
-  tool_prints("lagmgr_health", std::string(1U << 20, 'x'));
+  // The report goes through a capture without a name of its own. The last command before it that
+  // has one puts a folder in its place.
+  tool("cfg_render",
+       "rm -f /tmp/tessel_0.log; mkdir /tmp/tessel_0.log\n"
+       "printf 'Tarmac OS Configuration\n!\ninterface Bundle-Ether12\n!\n"
+       "interface HundredGigE0/0/0/1\n bundle id 12 mode active\n!\nend\n'");
   EXPECT_THAT(completed_run(), HasSubstr("\nBundle Health Check..................... Not Done\n"
                                          "\n\nOverall Results:\n"));
+  EXPECT_EQ(::rmdir("/tmp/tessel_0.log"), 0) << "nothing could be captured there";
 }
 
 TEST_F(later_phases_test,
