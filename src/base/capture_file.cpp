@@ -85,10 +85,16 @@ bool is_limited(off_t end) {
 
 int cause_of_no_free_page(int descriptor, off_t page) {
   struct statvfs state {};
-  if (const int cause = cause_of([&] { return ::fstatvfs(descriptor, &state); })) return cause;
+  // Where blocks cannot be counted either, nothing speaks against the output.
+  if (::fstatvfs(descriptor, &state) != 0) return 0;
   if (state.f_blocks == 0) return 0;  // a file system without a size limit of its own
   const std::uint64_t blocks = ::geteuid() == 0 ? state.f_bfree : state.f_bavail;
   return blocks * state.f_frsize < static_cast<std::uint64_t>(page) ? ENOSPC : 0;
+}
+
+// True if a file system has no reservation, or a sandbox forbids it: that says nothing about room.
+bool is_refusal(int cause) {
+  return cause == EOPNOTSUPP || cause == ENOSYS || cause == EPERM || cause == EINVAL;
 }
 
 // Returns 0, or the reason why one more page might not have fitted after `size`.
@@ -105,11 +111,11 @@ int cause_of_no_room(int descriptor, off_t size) {
   const off_t page = ::sysconf(_SC_PAGESIZE);
   const std::lock_guard lock(one_reservation);
   const int reserved = reserve(descriptor, size, page);
-  const bool is_reserved = reserved != EOPNOTSUPP && reserved != ENOSYS;
-  if (is_reserved && reserved != 0) return reserved;
-  const int cause = is_limited(size + page) ? EFBIG : cause_of_no_free_page(descriptor, page);
-  const int kept = is_reserved ? cause_of([&] { return ::ftruncate(descriptor, size); }) : 0;
-  return cause != 0 ? cause : kept;
+  const int counted = cause_of_no_free_page(descriptor, page);
+  const int kept = cause_of([&] { return ::ftruncate(descriptor, size); });
+  if (reserved != 0 && !is_refusal(reserved)) return reserved;
+  if (is_limited(size + page)) return EFBIG;
+  return counted != 0 ? counted : kept;
 }
 
 }  // namespace
