@@ -3,6 +3,10 @@
 
 #include <locale>
 
+#if FMT_VERSION / 10000 != 9
+#error "what follows repeats the instantiations of {fmt} 9: adapt it to this version"
+#endif
+
 FMT_BEGIN_NAMESPACE
 namespace detail {
 

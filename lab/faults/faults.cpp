@@ -99,8 +99,8 @@ planted_fault parse_fault(const std::string& text) {
   if (wanted.argument == "ssh")
     throw lab_error(fmt::format("fault {}: ssh cannot be taken away", wanted.name));
   if (wanted.argument.find('/') != std::string::npos)
-    throw lab_error(fmt::format("fault {}: \"{}\" name the tool without a folder", wanted.name,
-                                wanted.argument));
+    throw lab_error(fmt::format("fault {}: \"{}\" contains a slash; give the name without a folder",
+                                wanted.name, wanted.argument));
   return wanted;
 }
 

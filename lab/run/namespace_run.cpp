@@ -135,7 +135,12 @@ int be_first_process(const run_request& request, const held_back_signals& signal
   start_nodes(request.nodes, tools_there(request));
   const pid_t host = start([&]() -> int {
     signals.let_through();
-    start_host(request);
+    try {
+      start_host(request);
+    } catch (const std::exception& failure) {
+      fmt::print(stderr, "tessel-lab: {}\n", message_of(failure));
+      return cannot_prepare;
+    }
   });
   const sigset_t awaited = awaited_signals();
   for (;;) {

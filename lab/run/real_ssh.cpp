@@ -128,8 +128,7 @@ struct account {
   gid_t group = 0;
 };
 
-// Reads the machine's own file: other sources of accounts need libraries that a static program does
-// not load.
+// Reads the machine's own file only, so that no name service is asked.
 std::optional<account> account_of(std::string_view name) {
   std::ifstream accounts("/etc/passwd");
   for (std::string line; std::getline(accounts, line);) {

@@ -189,7 +189,14 @@ TEST(fault, name_and_argument_are_checked) {
   EXPECT_THROW(parse_fault("tool-emptied"), lab_error);
   EXPECT_THROW(parse_fault("sem-missing=BE1"), lab_error);
   EXPECT_THROW(parse_fault("tool-missing=ssh"), lab_error);
-  EXPECT_THROW(parse_fault("log-full=../../etc/passwd"), lab_error);
+  try {
+    parse_fault("log-full=../../etc/passwd");
+    ADD_FAILURE() << "a path was taken for a name";
+  } catch (const lab_error& failure) {
+    EXPECT_STREQ(failure.what(),
+                 "fault log-full: \"../../etc/passwd\" contains a slash; give the name without a "
+                 "folder");
+  }
   EXPECT_THROW(parse_fault("dpa-mac@x"), lab_error);
   EXPECT_THROW(parse_fault("dpa-mac@"), lab_error);
   EXPECT_THROW(parse_fault("dpa-mac@99999999999"), lab_error);

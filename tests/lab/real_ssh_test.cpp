@@ -481,6 +481,14 @@ TEST_F(real_ssh_test, nothing_remains_after_a_killed_host) {
   EXPECT_THAT(left(made), testing::IsEmpty());
 }
 
+TEST_F(real_ssh_test, host_that_cannot_be_started_is_one_line) {
+  const std::string line = command("exit 0", "birch-small");
+  write_text(scratch_.path() / "host.sh", std::string("\0 no program\n", 13));
+  const outcome result = run_shell(line);
+  EXPECT_EQ(result.status, lab::cannot_prepare);
+  EXPECT_EQ(result.err, "tessel-lab: /opt/nos/libexec/tessel-host: Exec format error\n");
+}
+
 // Requirements -----------------------------------------------------------------------------------
 
 TEST_F(real_ssh_test, reports_what_is_missing) {

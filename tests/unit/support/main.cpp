@@ -96,7 +96,8 @@ void keep_report_reachable() {
   if (folder < 0) missing("cannot open " + report.parent_path().string());
   const std::string reachable = std::string(kind) + "/proc/self/fd/" + std::to_string(folder) +
                                 "/" + report.filename().string();
-  ::setenv("GTEST_OUTPUT", reachable.c_str(), 1);
+  // The variable itself was read before main.
+  ::testing::GTEST_FLAG(output) = reachable;
 }
 
 }  // namespace
