@@ -85,7 +85,7 @@ TEST_F(worker_test, a_worker_may_be_forgotten_while_it_runs) {
   ended.wait();
 }
 
-TEST_F(worker_test, a_failure_ends_only_its_own_job_and_is_told_on_standard_error) {
+TEST_F(worker_test, a_failure_ends_only_its_own_job_and_is_reported_on_standard_error) {
   const std::string told = error_output_of([] {
     const auto failing = start_worker([] { throw failure("no key 'lagid'"); });
     const auto out_of_memory = start_worker([] { throw std::bad_alloc(); });

@@ -48,7 +48,7 @@ TEST_F(field_checks_test, is_node_present_of_a_known_node_is_SUCCESS_and_silent)
   EXPECT_THAT(findings(), IsEmpty());
 }
 
-TEST_F(field_checks_test, is_node_present_tells_of_a_node_that_a_layer_lacks) {
+TEST_F(field_checks_test, is_node_present_reports_a_node_that_a_layer_lacks) {
   const value obj = map_of({{"0/0/CPU0", 1}});
   EXPECT_EQ(is_node_present("0/1/CPU0", obj, "Bundle", "DPA"), ERROR);
   EXPECT_EQ(is_node_present("0/0/CPU", obj, "Lag", "BME"), ERROR) << "a part of a name is no name";
@@ -106,7 +106,7 @@ TEST_F(field_checks_test, is_entry_present_marks_the_entry_asked_for_alone) {
   EXPECT_EQ(look(obj, {"0x2", "Visited"}), 1);
 }
 
-TEST_F(field_checks_test, is_entry_present_tells_of_an_entry_that_a_layer_lacks) {
+TEST_F(field_checks_test, is_entry_present_reports_an_entry_that_a_layer_lacks) {
   const value obj = map_of({{"0x3000120", map_of({{"Visited", 0}})}});
   EXPECT_EQ(is_entry_present("0x3000121", obj, "DPA", be12::bundle_text), ERROR);
   EXPECT_EQ(is_entry_present("0X3000120", obj, "BCM", "NPU0,BE12"), ERROR);
@@ -147,7 +147,7 @@ TEST_F(field_checks_test, is_entry_present_in_ERROR_or_a_text_is_a_failure_and_n
 // --- check_lagid, check_mtu, check_rif, check_memid
 
 TEST_F(field_checks_test,
-       check_lagid_stores_the_first_value_tells_of_another_and_is_silent_about_the_same) {
+       check_lagid_stores_the_first_value_reports_another_and_is_silent_about_the_same) {
   const value element = unset_record();
   EXPECT_EQ(check_lagid("0x1", element.as_record(), "BE12", "BME"), SUCCESS);
   EXPECT_EQ(element.as_record().get("lagid"), "0x1");
@@ -280,7 +280,7 @@ TEST_F(field_checks_test, check_lif_takes_a_first_value_of_five_characters_or_mo
   EXPECT_EQ(counted(), outcome());
 }
 
-TEST_F(field_checks_test, check_lif_tells_of_a_first_value_that_is_too_short_for_a_global_LIF) {
+TEST_F(field_checks_test, check_lif_reports_a_first_value_that_is_too_short_for_a_global_LIF) {
   for (const char* lif : {"0x12", "0x10", "0xx0", "2", ""}) {
     const value element = unset_record();
     EXPECT_EQ(check_lif(lif, element.as_record(), "BE12", "DPA"), ERROR) << lif;
@@ -304,7 +304,7 @@ TEST_F(field_checks_test,
   EXPECT_THAT(findings(), IsEmpty());
 }
 
-TEST_F(field_checks_test, check_lif_tells_of_other_last_characters) {
+TEST_F(field_checks_test, check_lif_reports_other_last_characters) {
   const value element = record_with("glif", "0x12345");
   EXPECT_EQ(check_lif("0x12346", element.as_record(), "BE12", "DPA"), ERROR);
   EXPECT_EQ(check_lif("0x345", element.as_record(), "BE12", "DPA"), ERROR) << "x345 is not 2345";

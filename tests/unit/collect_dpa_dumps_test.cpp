@@ -249,7 +249,7 @@ TEST_F(dpa_dumps_test, an_address_that_would_plant_a_command_loses_each_type_and
   }
 }
 
-TEST_F(dpa_dumps_test, a_node_name_that_is_none_never_gets_into_a_file_name) {
+TEST_F(dpa_dumps_test, a_malformed_node_name_never_gets_into_a_file_name) {
   dump("0/../x;y");
   EXPECT_THAT(calls(), IsEmpty());
   EXPECT_THAT(messages(LOG_FILE_EXCEPTION)[0], StartsWith("the node name is '0_.._x;y', and "));

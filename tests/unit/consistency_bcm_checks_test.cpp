@@ -85,7 +85,7 @@ TEST_F(bcm_checks_test, on_Jericho2_the_plain_LAG_id_is_looked_for) {
   EXPECT_EQ(look(tables(be12::j2, "1"), {"tm_lag", "0x5", "Visited"}), 1) << "the walk goes on";
 }
 
-TEST_F(bcm_checks_test, a_LAG_that_is_missing_is_told_per_NPU) {
+TEST_F(bcm_checks_test, a_LAG_that_is_missing_is_reported_per_NPU) {
   for (const char* npu : {"0", "1"}) drop(tables(be12::older, npu), {"diag_lag", "LAG 0x5"});
   EXPECT_EQ(bundles_on(be12::older), SUCCESS);
   EXPECT_THAT(findings(),
@@ -106,7 +106,7 @@ TEST_F(bcm_checks_test, a_missing_LAG_of_an_object_marked_for_delete_is_noted) {
 }
 
 TEST_F(bcm_checks_test,
-       an_empty_diag_lag_on_one_NPU_is_silent_for_bundles_and_members_and_told_for_sub_bundles) {
+       an_empty_diag_lag_on_one_NPU_is_silent_for_bundles_and_members_but_not_for_sub_bundles) {
   put(tables(be12::older, "0"), {"diag_lag"}, make_map());
   EXPECT_EQ(bundles_on(be12::older), SUCCESS);
   EXPECT_EQ(older_member(), SUCCESS);
@@ -125,7 +125,7 @@ TEST_F(bcm_checks_test, an_empty_tm_lag_is_compared_at_the_bundle_and_passed_ove
   EXPECT_EQ(counted(), (outcome{.inconsistent = 1}));
 }
 
-TEST_F(bcm_checks_test, lagid_at_Not_set_is_looked_for_as_that_text_and_told_as_missing) {
+TEST_F(bcm_checks_test, lagid_at_Not_set_is_looked_for_as_that_text_and_reported_as_missing) {
   bundle().set("lagid", DEFAULT);
   EXPECT_EQ(bundles_on(be12::older), SUCCESS);
   EXPECT_EQ(bundles_on(be12::j2), SUCCESS);
@@ -136,7 +136,7 @@ TEST_F(bcm_checks_test, lagid_at_Not_set_is_looked_for_as_that_text_and_told_as_
                           "Inconsistency 4: Not set not found in BCM for NPU1,NPU0,BE12"));
 }
 
-TEST_F(bcm_checks_test, a_node_that_BCM_lacks_is_told) {
+TEST_F(bcm_checks_test, a_node_that_BCM_lacks_is_reported) {
   drop(st().BCM.get(), {be12::older});
   EXPECT_EQ(bundles_on(be12::older), ERROR);
   EXPECT_THAT(findings(),
@@ -144,7 +144,7 @@ TEST_F(bcm_checks_test, a_node_that_BCM_lacks_is_told) {
   EXPECT_EQ(counted(), (outcome{.inconsistent = 1}));
 }
 
-TEST_F(bcm_checks_test, an_NPU_that_BCM_lacks_is_told_and_ends_the_check) {
+TEST_F(bcm_checks_test, an_NPU_that_BCM_lacks_is_reported_and_ends_the_check) {
   put(st().nodeinfo.get(), {be12::older, "npu_list"}, list_of({"0", "7", "1"}));
   bundle().set("delPending", 1);
   EXPECT_EQ(bundles_on(be12::older), ERROR);
@@ -310,7 +310,7 @@ TEST_F(bcm_checks_test, on_Jericho2_a_member_is_found_by_the_end_of_a_global_por
   }
 }
 
-TEST_F(bcm_checks_test, a_system_port_of_zeros_is_found_nowhere_and_told) {
+TEST_F(bcm_checks_test, a_system_port_of_zeros_is_found_nowhere_and_reported) {
   for (const char* sysport : {"0x00000000", "0", ""}) {
     enter_all_layers();
     st().inconsistent = 0;
@@ -393,7 +393,8 @@ TEST_F(bcm_checks_test, on_the_older_chips_the_first_missing_LAG_of_a_sub_bundle
   EXPECT_EQ(counted(), (outcome{.inconsistent = 1, .deletePending = 1}));
 }
 
-TEST_F(bcm_checks_test, on_Jericho2_each_missing_LAG_of_a_sub_bundle_is_told_and_the_walk_goes_on) {
+TEST_F(bcm_checks_test,
+       on_Jericho2_each_missing_LAG_of_a_sub_bundle_is_reported_and_the_walk_goes_on) {
   for (const char* npu : {"0", "1"}) drop(tables(be12::j2, npu), {"tm_lag", "0x6"});
   sub_record(be12::l3_sub).set("delPending", 1);
   EXPECT_EQ(sub_on(be12::j2), SUCCESS);
@@ -413,7 +414,7 @@ TEST_F(bcm_checks_test, delayed_delete_of_the_bundle_is_not_that_of_its_sub_bund
   EXPECT_EQ(counted(), (outcome{.inconsistent = 1}));
 }
 
-TEST_F(bcm_checks_test, a_sub_bundle_without_a_LAG_id_is_told_as_missing) {
+TEST_F(bcm_checks_test, a_sub_bundle_without_a_LAG_id_is_reported_as_missing) {
   sub_record(be12::l3_sub).set("lagid", DEFAULT);
   sub_record(be12::l3_sub).set("ifh", DEFAULT);
   EXPECT_EQ(sub_on(be12::older), ERROR);

@@ -86,7 +86,7 @@ TEST_F(dpa_checks_test, each_node_fills_the_vlan_domain_under_its_own_name) {
   EXPECT_EQ(counted(), outcome());
 }
 
-TEST_F(dpa_checks_test, a_node_that_DPA_lacks_is_told) {
+TEST_F(dpa_checks_test, a_node_that_DPA_lacks_is_reported) {
   drop(st().DPA.get(), {be12::older});
   EXPECT_EQ(bundles_DPA(), ERROR);
   EXPECT_EQ(members_DPA(), ERROR);
@@ -96,7 +96,7 @@ TEST_F(dpa_checks_test, a_node_that_DPA_lacks_is_told) {
   EXPECT_EQ(counted(), (outcome{.inconsistent = 2}));
 }
 
-TEST_F(dpa_checks_test, a_handle_that_the_lagports_lack_is_told) {
+TEST_F(dpa_checks_test, a_handle_that_the_lagports_lack_is_reported) {
   drop(objects(), {"lagport", be12::ifh});
   EXPECT_EQ(bundles_DPA(), ERROR);
   EXPECT_EQ(members_DPA(), ERROR);
@@ -320,7 +320,7 @@ TEST_F(dpa_checks_test, a_LIF_RIF_or_MAC_that_differs_keeps_the_vlan_domain_from
   EXPECT_EQ(bundle().get("vlan_domain"), make_map());
 }
 
-TEST_F(dpa_checks_test, the_first_disagreement_of_LIF_RIF_and_MAC_is_the_only_one_told) {
+TEST_F(dpa_checks_test, the_first_disagreement_of_LIF_RIF_and_MAC_is_the_only_one_reported) {
   bundle().set("glif", "0x19999");
   bundle().set("rif", "0x99");
   bundle().set("mac", "other");
@@ -334,7 +334,7 @@ TEST_F(dpa_checks_test, a_LIF_loses_its_leading_zeros_and_keeps_its_trailing_one
   EXPECT_EQ(bundle().get("glif"), "0x120000");
 }
 
-TEST_F(dpa_checks_test, a_LIF_of_nothing_but_zeros_is_told_with_an_empty_tail) {
+TEST_F(dpa_checks_test, a_LIF_of_nothing_but_zeros_is_reported_with_an_empty_tail) {
   put(objects(), {"l2port", be12::ifh, "lif"}, "0x00000000");
   EXPECT_EQ(bundles_DPA(), ERROR);
   EXPECT_THAT(findings(), ElementsAre("Inconsistency 1:BE12(0x3000120), 0/0/CPU0 GLIF is not "
@@ -383,7 +383,7 @@ TEST_F(dpa_checks_test,
 
 // --- VLAN domains
 
-TEST_F(dpa_checks_test, the_vlan_domains_of_all_NPUs_are_compared_and_each_difference_is_told) {
+TEST_F(dpa_checks_test, the_vlan_domains_of_all_NPUs_are_compared_and_each_difference_is_reported) {
   make_layer_2();
   put(lagport_of(be12::ifh), {"members"},
       map_of({{"0", make_map()}, {"1", make_map()}, {"2", make_map()}}));

@@ -46,7 +46,7 @@ TEST_F(pi_pd_checks_test, check_bundles_PI_overwrites_and_never_compares) {
 }
 
 TEST_F(pi_pd_checks_test,
-       a_bundle_that_bdlInfoPI_lacks_is_told_with_layer_BM_PI_and_the_bundles_name) {
+       a_bundle_that_bdlInfoPI_lacks_is_reported_with_layer_BM_PI_and_the_bundles_name) {
   drop(st().bdlInfoPI.get(), {"BE12"});
   EXPECT_EQ(check_bundles_PI("BE12"), ERROR);
   EXPECT_THAT(findings(), ElementsAre("Inconsistency 1: BM PI has no entry for BE12"));
@@ -101,7 +101,7 @@ TEST_F(pi_pd_checks_test, check_sub_bundles_PI_gives_each_sub_bundle_its_short_h
 }
 
 TEST_F(pi_pd_checks_test,
-       a_sub_bundle_that_bdlSubPI_does_not_list_is_told_once_per_run_and_stays_Not_set) {
+       a_sub_bundle_that_bdlSubPI_does_not_list_is_reported_once_per_run_and_stays_Not_set) {
   st().bdlSubPI.set("0x03000a68 BE12.200  up\n");
   testing::internal::CaptureStdout();
   EXPECT_EQ(check_bundle_consistency(), SUCCESS);
@@ -134,7 +134,8 @@ TEST_F(pi_pd_checks_test, two_matches_of_one_handle_count_as_one) {
   EXPECT_EQ(counted(), outcome());
 }
 
-TEST_F(pi_pd_checks_test, of_two_different_handles_for_one_name_one_is_taken_and_nothing_told) {
+TEST_F(pi_pd_checks_test,
+       of_two_different_handles_for_one_name_one_is_taken_and_nothing_is_reported) {
   st().bdlSubPI.set("0x1a BE12.100  up\n0x2b BE12.100  up\n0x03000a68 BE12.200  up\n");
   EXPECT_EQ(check_sub_bundles_PI("BE12"), SUCCESS);
   EXPECT_THAT(sub_record(be12::l3_sub).get("ifh").as_text(), AnyOf("0x1a", "0x2b"));
@@ -191,7 +192,7 @@ TEST_F(pi_pd_checks_test, check_members_PI_copies_handle_and_mtu_of_that_member_
   EXPECT_EQ(counted(), outcome());
 }
 
-TEST_F(pi_pd_checks_test, a_member_that_the_bundle_manager_lacks_is_told) {
+TEST_F(pi_pd_checks_test, a_member_that_the_bundle_manager_lacks_is_reported) {
   drop(st().bdlInfoPI.get(), {"BE12", "members", be12::older_port});
   EXPECT_EQ(members_PI(), ERROR);
   EXPECT_THAT(findings(), ElementsAre("Inconsistency 1: BM PI Member has no entry for "
@@ -240,7 +241,7 @@ TEST_F(pi_pd_checks_test, the_first_nodes_LAG_id_stands_and_the_others_are_compa
   EXPECT_EQ(bundle().get("lagid"), "0x5");
 }
 
-TEST_F(pi_pd_checks_test, a_bundle_that_the_agents_lack_is_told) {
+TEST_F(pi_pd_checks_test, a_bundle_that_the_agents_lack_is_reported) {
   drop(st().bdlInfoPD.get(), {"BE12"});
   EXPECT_EQ(bundles_PD(), ERROR);
   EXPECT_THAT(findings(),
@@ -248,7 +249,7 @@ TEST_F(pi_pd_checks_test, a_bundle_that_the_agents_lack_is_told) {
   EXPECT_EQ(counted(), (outcome{.inconsistent = 1}));
 }
 
-TEST_F(pi_pd_checks_test, a_bundle_that_the_nodes_agent_lacks_is_told) {
+TEST_F(pi_pd_checks_test, a_bundle_that_the_nodes_agent_lacks_is_reported) {
   drop(st().bdlInfoPD.get(), {"BE12", be12::older});
   EXPECT_EQ(bundles_PD(), ERROR);
   EXPECT_THAT(findings(),
@@ -307,7 +308,7 @@ TEST_F(pi_pd_checks_test, check_members_PD_sets_the_member_id_and_marks_the_entr
   EXPECT_EQ(counted(), outcome());
 }
 
-TEST_F(pi_pd_checks_test, a_member_that_the_nodes_agent_lacks_is_told) {
+TEST_F(pi_pd_checks_test, a_member_that_the_nodes_agent_lacks_is_reported) {
   drop(st().bdlInfoPD.get(), {"BE12", "members", be12::older, be12::older_port});
   EXPECT_EQ(members_PD(), ERROR);
   EXPECT_THAT(
@@ -316,7 +317,7 @@ TEST_F(pi_pd_checks_test, a_member_that_the_nodes_agent_lacks_is_told) {
   EXPECT_EQ(counted(), (outcome{.inconsistent = 1}));
 }
 
-TEST_F(pi_pd_checks_test, another_member_id_is_told) {
+TEST_F(pi_pd_checks_test, another_member_id_is_reported) {
   port_record(be12::older, be12::older_port).set("memid", "0x9");
   EXPECT_EQ(members_PD(), ERROR);
   EXPECT_THAT(findings(),

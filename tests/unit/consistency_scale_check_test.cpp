@@ -69,7 +69,7 @@ TEST_F(scale_check_test, num_bundles_equal_to_MAX_BUNDLES_logs_nothing) {
   EXPECT_THAT(exceptions(), IsEmpty());
 }
 
-TEST_F(scale_check_test, one_more_than_each_limit_is_told_each_for_itself) {
+TEST_F(scale_check_test, one_more_than_each_limit_is_reported_separately) {
   configure(257, 8193, 1025);
   EXPECT_EQ(check_bundle_scale(), SUCCESS);
   EXPECT_THAT(exceptions(),

@@ -61,7 +61,7 @@ void expect_each_number_once(std::int64_t count) {
   EXPECT_EQ(st().inconsistent, count);
 }
 
-TEST_F(consistency_threads_test, of_two_layers_that_disagree_exactly_one_is_told) {
+TEST_F(consistency_threads_test, of_two_layers_that_disagree_exactly_one_is_reported) {
   constexpr int rounds = 60;
   std::int64_t told = 0;
   for (int round = 0; round < rounds; ++round) {
@@ -83,7 +83,8 @@ TEST_F(consistency_threads_test, of_two_layers_that_disagree_exactly_one_is_told
   expect_each_number_once(told);
 }
 
-TEST_F(consistency_threads_test, of_many_nodes_each_that_disagrees_with_the_first_is_told_once) {
+TEST_F(consistency_threads_test,
+       of_many_nodes_each_that_disagrees_with_the_first_is_reported_once) {
   constexpr int nodes = 16;
   for (const auto& [check, field] : checked_fields) {
     st().inconsistent = 0;
@@ -96,7 +97,7 @@ TEST_F(consistency_threads_test, of_many_nodes_each_that_disagrees_with_the_firs
   }
 }
 
-TEST_F(consistency_threads_test, of_many_nodes_that_agree_none_is_told) {
+TEST_F(consistency_threads_test, of_many_nodes_that_agree_none_is_reported) {
   const value element = unset_record();
   together(16, [&](int) {
     for (const auto& [check, field] : checked_fields) {
@@ -207,7 +208,7 @@ void leave_only_more_nodes(int count) {
   enter_more_nodes(count);
 }
 
-TEST_F(consistency_threads_test, on_many_nodes_half_of_which_disagree_half_are_told) {
+TEST_F(consistency_threads_test, on_many_nodes_half_of_which_disagree_half_are_reported) {
   constexpr int nodes = 20;
   leave_only_more_nodes(nodes);
   output_of([] { EXPECT_EQ(check_bundle_consistency(), SUCCESS); });

@@ -203,7 +203,7 @@ TEST_F(bundle_health_test, a_tool_that_fails_is_heard_all_the_same) {
   EXPECT_EQ(file_text(LOG_FILE_DEBUG), "broken\n");
 }
 
-TEST_F(bundle_health_test, a_tool_that_cannot_be_run_is_told_by_command_and_check) {
+TEST_F(bundle_health_test, a_tool_that_cannot_be_run_is_reported_by_command_and_check) {
   const read_only_folder no_captures("/tmp");
   EXPECT_EQ(check(), ERROR);
   EXPECT_EQ(st().bdlHealthCheck, ERROR);

@@ -80,7 +80,7 @@ struct searched_shape {
   near_miss shape;
 };
 
-TEST(health_steps_test, rules_and_empty_lines_cost_what_the_report_is_long) {
+TEST(health_steps_test, rules_and_empty_lines_take_time_linear_in_the_length_of_the_report) {
   const std::array<searched_shape, 5> shapes = {{
       {health_rule, {"single hyphens", "", "- ", ""}},
       {health_rule, {"a word", "", "x", ""}},
@@ -91,7 +91,7 @@ TEST(health_steps_test, rules_and_empty_lines_cost_what_the_report_is_long) {
   for (const auto& [expression, shape] : shapes) expect_linear(expression, shape);
 }
 
-TEST(health_steps_test, a_table_head_costs_what_the_report_is_long) {
+TEST(health_steps_test, a_table_head_takes_time_linear_in_the_length_of_the_report) {
   const std::array<near_miss, 9> shapes = {{
       {"a head without the second column", "Process", " ", "Nod"},
       {"a head without a row", "Process Node Result", "\n", ""},
@@ -106,7 +106,7 @@ TEST(health_steps_test, a_table_head_costs_what_the_report_is_long) {
   for (const near_miss& shape : shapes) expect_linear(health_table_head, shape);
 }
 
-TEST(health_steps_test, an_information_block_costs_what_the_report_is_long) {
+TEST(health_steps_test, an_information_block_takes_time_linear_in_the_length_of_the_report) {
   const std::array<near_miss, 20> shapes = {{
       {"a word", "", "x", ""},
       {"a word and its colon", "", "x", ":"},
@@ -132,7 +132,7 @@ TEST(health_steps_test, an_information_block_costs_what_the_report_is_long) {
   for (const near_miss& shape : shapes) expect_linear(information_block, shape);
 }
 
-TEST(health_steps_test, fragments_of_a_report_cost_what_they_are_long) {
+TEST(health_steps_test, fragments_of_a_report_take_time_linear_in_their_length) {
   std::vector<std::string_view> all(pieces.begin(), pieces.end());
   all.insert(all.end(), {"INFO: 1", "INFO: 1 x", " \n", "\n\n", "Process", "Process Node Result",
                          "Node", "x "});

@@ -120,7 +120,7 @@ TEST_F(chip_rows_test, only_a_row_in_literal_braces_is_braced) {
   }
 }
 
-TEST_F(chip_rows_test, a_sem_table_is_searched_whatever_stands_in_it) {
+TEST_F(chip_rows_test, a_sem_table_is_searched_whatever_it_holds) {
   for (const auto* outputs : {&meaningless_outputs(), &endless_outputs()}) {
     for (const bad_output& each : *outputs) {
       SCOPED_TRACE(each.why);
@@ -134,7 +134,7 @@ TEST_F(chip_rows_test, a_sem_table_is_searched_whatever_stands_in_it) {
   }
 }
 
-TEST_F(chip_rows_test, a_key_that_is_no_word_is_searched_for_whatever_stands_in_the_table) {
+TEST_F(chip_rows_test, a_key_that_is_not_a_word_is_found_whatever_the_table_holds) {
   for (const auto* outputs : {&meaningless_outputs(), &endless_outputs()}) {
     for (const bad_output& each : *outputs) {
       SCOPED_TRACE(each.why);
@@ -148,7 +148,7 @@ TEST_F(chip_rows_test, a_key_that_is_no_word_is_searched_for_whatever_stands_in_
   }
 }
 
-TEST_F(chip_rows_test, a_vsi_table_is_searched_whatever_stands_in_it) {
+TEST_F(chip_rows_test, a_vsi_table_is_searched_whatever_it_holds) {
   for (const auto* outputs : {&meaningless_outputs(), &endless_outputs()}) {
     for (const bad_output& each : *outputs) {
       SCOPED_TRACE(each.why);
@@ -174,7 +174,7 @@ TEST_F(chip_rows_test, a_line_of_any_length_may_hold_a_row_or_any_number_of_them
   }
 }
 
-TEST_F(chip_rows_test, a_sem_table_costs_what_it_is_long) {
+TEST_F(chip_rows_test, a_sem_table_takes_time_linear_in_its_length) {
   const std::array<near_miss, 6> shapes = {{
       {"a word", "", "5", ""},
       {"keys", "", "1005 ", ""},
@@ -195,7 +195,7 @@ TEST_F(chip_rows_test, a_sem_table_costs_what_it_is_long) {
   for (const near_miss& shape : braced_shapes) expect_linear(braced_row, shape);
 }
 
-TEST_F(chip_rows_test, a_key_that_is_no_word_costs_what_the_table_is_long) {
+TEST_F(chip_rows_test, a_key_that_is_not_a_word_takes_time_linear_in_the_length_of_the_table) {
   const std::array<near_miss, 6> shapes = {{
       {"blanks", "", " ", "Payloa"},
       {"line feeds behind a key", "Not set", "\n", "Payload="},
@@ -209,7 +209,7 @@ TEST_F(chip_rows_test, a_key_that_is_no_word_costs_what_the_table_is_long) {
   }
 }
 
-TEST_F(chip_rows_test, a_vsi_table_costs_what_it_is_long) {
+TEST_F(chip_rows_test, a_vsi_table_takes_time_linear_in_its_length) {
   const std::array<near_miss, 11> shapes = {{
       {"a word", "", "X", ""},
       {"words", "", "X.", ""},
@@ -388,7 +388,7 @@ TEST_F(chip_rows_test, vsi_look_up_equals_the_plain_search_on_hostile_text) {
   EXPECT_GT(hits, seeds / 4) << "too few of the texts hold a row";
 }
 
-TEST_F(chip_rows_test, fragments_of_a_table_cost_what_they_are_long) {
+TEST_F(chip_rows_test, fragments_of_a_table_take_time_linear_in_their_length) {
   for (const std::string_view expression : {sem_row, braced_row}) {
     expect_linear_on_fragments(expression, sem_pieces, 1000);
   }

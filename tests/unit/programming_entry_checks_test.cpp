@@ -83,7 +83,7 @@ void use_up_memory() {
   ::setrlimit(RLIMIT_AS, &limit);
 }
 
-TEST_F(entry_checks_test, a_vlan_domain_that_cannot_be_told_is_a_failure) {
+TEST_F(entry_checks_test, a_vlan_domain_that_cannot_be_reported_is_a_failure) {
   const value large = std::string(64U << 20, 'x');
   EXPECT_EQ(status_in_child([&] {
               use_up_memory();
@@ -251,7 +251,7 @@ TEST_F(jericho2_sem_test, a_glif_that_would_leave_the_command_is_never_asked_for
   }
 }
 
-TEST_F(jericho2_sem_test, a_chip_that_cannot_be_asked_is_told_by_command_and_check) {
+TEST_F(jericho2_sem_test, a_chip_that_cannot_be_asked_is_reported_by_command_and_check) {
   EXPECT_EQ(command_line_of(
                 "glif1234_0_2",
                 [] { EXPECT_EQ(verify_sem_entry_j2("", j2_node, "0", "7", "0x1234"), ERROR); }),
@@ -298,7 +298,7 @@ TEST_F(rif_test, mac_values_that_differ_above_the_low_ten_bits_of_the_last_three
   expect_told({});
 }
 
-TEST_F(rif_test, a_mac_that_differs_in_the_low_ten_bits_is_told_as_the_table_has_it) {
+TEST_F(rif_test, a_mac_that_differs_in_the_low_ten_bits_is_reported_as_the_table_has_it) {
   chip_holds("056bC");
   EXPECT_EQ(verify(bundle_with("0x5", "0011.2233.4abd")), SUCCESS);
   expect_told({.programming_error = {
@@ -323,7 +323,7 @@ TEST_F(rif_test, a_rif_without_a_row_is_a_finding_and_no_delete_pending_test_is_
                    fmt::format("Programming Error 1: DPA RIF 0x6 not found in BCM for {}", err)}});
 }
 
-TEST_F(rif_test, a_rif_is_read_with_the_base_that_its_prefix_tells) {
+TEST_F(rif_test, a_rif_is_read_with_the_base_of_its_prefix) {
   set_tables(older_node, "0",
              older_tables("", "", vsi_row("16", "1") + vsi_row("8", "1") + vsi_row("10", "1")));
   for (const char* rif : {"0x10", "010", "10", " +0x8 "}) {

@@ -244,7 +244,7 @@ TEST_F(mapping_test, junk_from_the_chip_is_one_finding) {
   }
 }
 
-TEST_F(mapping_test, a_chip_that_cannot_be_asked_is_told_by_command_and_check) {
+TEST_F(mapping_test, a_chip_that_cannot_be_asked_is_reported_by_command_and_check) {
   const read_only_folder no_captures("/tmp");
   EXPECT_EQ(ask(healthy()), ERROR);
   EXPECT_EQ(st().exception, 2);
@@ -383,7 +383,7 @@ TEST_F(mapping_test, a_missing_sem_entry_does_not_stop_the_rif_check) {
            fmt::format("INFO: Inconsistent object {} is marked for delay delete", err)}});
 }
 
-TEST_F(mapping_test, a_missing_sem_entry_is_told_with_a_glif_that_is_not_set) {
+TEST_F(mapping_test, a_missing_sem_entry_is_reported_with_a_glif_that_is_not_set) {
   EXPECT_EQ(key_vd(healthy_with("glif", DEFAULT), "8fff", sub_level), SUCCESS);
   expect_told({.programming_error = {fmt::format(
                    "Programming Error 1: SEMA/B entry is not present for glif Not set,{}", err)}});

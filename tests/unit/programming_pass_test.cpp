@@ -131,7 +131,7 @@ TEST_F(programming_pass_test, with_no_bundle_but_hqos_the_pass_starts_no_worker_
 }
 
 TEST_F(programming_pass_test,
-       a_node_without_a_vlan_domain_entry_is_told_on_a_run_without_findings) {
+       a_node_without_a_vlan_domain_entry_is_reported_on_a_run_without_findings) {
   record& bundle = add_bundle("BE12", {{older_node, "0/0/0/1", "0"}, {j2_node, "0/1/0/1", "0"}});
   bundle.set("vlan_domain", map_of({}));
   bundle.set("delPending", 1);
@@ -402,7 +402,7 @@ TEST_F(programming_pass_test,
 }
 
 TEST_F(programming_pass_test,
-       a_missing_entry_of_a_sub_bundle_is_told_with_name_handle_npu_and_node) {
+       a_missing_entry_of_a_sub_bundle_is_reported_with_name_handle_npu_and_node) {
   add_sub(add_bundle("BE12", {{older_node, "0/0/0/1", "1"}}), "BE12.5", list_of({"5"}));
   EXPECT_EQ(check(), SUCCESS);
   expect_told(
@@ -545,7 +545,7 @@ TEST_F(programming_pass_test, a_task_on_jericho2_takes_the_core_of_its_member) {
 }
 
 // After a failed dump, the NPU has no entry.
-TEST_F(programming_pass_test, an_npu_missing_from_bcm_is_told_for_each_object_on_it) {
+TEST_F(programming_pass_test, an_npu_missing_from_bcm_is_reported_for_each_object_on_it) {
   for (const std::string_view nodename : {older_node, j2_node}) {
     st().BCM.get().at(nodename).as_map().erase("0");
   }

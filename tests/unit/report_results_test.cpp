@@ -266,7 +266,7 @@ TEST_F(results_test, what_was_printed_behind_a_title_is_preceded_by_one_blank) {
               StartsWith(" \n\nOverall Results:\n"));
 }
 
-TEST_F(results_test, a_late_delete_pending_object_beside_no_inconsistency_is_not_told) {
+TEST_F(results_test, a_late_delete_pending_object_beside_no_inconsistency_is_not_reported) {
   std::atomic<bool> ended = false;
   std::jthread late([&ended] {
     while (!ended) ++st().deletePending;

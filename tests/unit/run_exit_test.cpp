@@ -232,7 +232,7 @@ int descriptor_of(std::string_view path) {
   return -1;
 }
 
-TEST_F(exit_test, a_log_that_cannot_be_closed_is_told_and_counted) {
+TEST_F(exit_test, a_log_that_cannot_be_closed_is_reported_and_counted) {
   for (const std::string_view path :
        {LOG_FILE_BUNDLE_HEALTH, LOG_FILE_STALE_ENTRIES, LOG_FILE_DEBUG}) {
     SCOPED_TRACE(path);
