@@ -168,7 +168,7 @@ sub messages_of {
             my @texts    = texts_in($argument);
             push @messages, map { [ $line, $_ ] } grep { !$is_frame{$_} } @texts;
             next if @texts;
-            die "$file:$line: no text stands here; if it comes from elsewhere, say so in script/messages.pl: $name($argument)\n"
+            die "$file:$line: this call contains no text; if its text comes from elsewhere, add it to %hands_on in script/messages.pl: $name($argument)\n"
               if !$hands_on{"$file: $argument"};
             $handed_on{"$file: $argument"} = 1;
         }
