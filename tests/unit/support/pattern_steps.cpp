@@ -118,7 +118,7 @@ std::string near_miss::text(std::size_t bytes) const {
 void expect_linear(std::string_view expression, const near_miss& shape) {
   SCOPED_TRACE(quoted(expression) + " on " + shape.why);
   std::uint64_t of_half = 0;
-  for (const std::size_t bytes : {mebibyte / 4, mebibyte / 2, mebibyte}) {
+  for (const std::size_t bytes : {longest_counted / 2, longest_counted}) {
     const std::uint64_t steps = steps_of(expression, shape.text(bytes));
     EXPECT_GE(steps, bytes) << "each byte is looked at";
     if (of_half != 0) {
@@ -127,7 +127,7 @@ void expect_linear(std::string_view expression, const near_miss& shape) {
     }
     of_half = steps;
   }
-  const std::string text = shape.text(mebibyte);
+  const std::string text = shape.text(longest_counted);
   const matches interpreted = findall(pattern(expression), text);
   const matches compiled = findall(machine_code(expression), text);
   // Not EXPECT_EQ, whose message would show megabytes of parts.
@@ -136,7 +136,7 @@ void expect_linear(std::string_view expression, const near_miss& shape) {
 
 void expect_linear_on_fragments(std::string_view expression,
                                 std::span<const std::string_view> pieces, unsigned seeds) {
-  constexpr std::size_t bytes = 8192;
+  constexpr std::size_t bytes = fragments_counted;
   for (unsigned seed = 1; seed <= seeds; ++seed) {
     std::mt19937 random(seed);
     near_miss shape{"fragments", fragments(random, pieces, random() % 5), "",
