@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <regex>
 #include <set>
 
@@ -90,22 +91,35 @@ TEST(catalogue, every_fault_applies_somewhere) {
   }
 }
 
+// What the router answers with the fault planted in it; nothing if the fault does not apply.
+std::optional<capture> answers_with(const fault& f, router r) {
+  r.faults.push_back(parse_fault(std::string{f.name}));
+  try {
+    return render(r);
+  } catch (const lab_error&) {
+    return std::nullopt;
+  }
+}
+
 TEST(catalogue, every_fault_changes_the_input_of_the_audit) {
+  std::size_t looked_at = 0;
   for (const char* name : routers) {
     const router r = plain(name);
     const capture healthy = render(r);
     for (const fault& f : fault_catalogue()) {
-      if (is_slow(f) || !applies(r, f.name)) continue;
-      router with_fault = r;
-      with_fault.faults.push_back(parse_fault(std::string{f.name}));
-      const capture faulty = render(with_fault);
-      const bool machine_differs = faulty.file_limit != healthy.file_limit ||
-                                   faulty.tmp_kibibytes != healthy.tmp_kibibytes ||
-                                   faulty.full_logs != healthy.full_logs ||
-                                   faulty.blocked_captures != healthy.blocked_captures;
-      EXPECT_TRUE(machine_differs || faulty.answers != healthy.answers) << f.name << " in " << name;
+      if (is_slow(f)) continue;
+      const std::optional<capture> faulty = answers_with(f, r);
+      if (!faulty) continue;
+      ++looked_at;
+      const bool machine_differs = faulty->file_limit != healthy.file_limit ||
+                                   faulty->tmp_kibibytes != healthy.tmp_kibibytes ||
+                                   faulty->full_logs != healthy.full_logs ||
+                                   faulty->blocked_captures != healthy.blocked_captures;
+      EXPECT_TRUE(machine_differs || faulty->answers != healthy.answers)
+          << f.name << " in " << name;
     }
   }
+  EXPECT_GT(looked_at, fault_catalogue().size());
 }
 
 std::vector<std::string> documented_messages() {
