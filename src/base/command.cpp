@@ -15,6 +15,7 @@
 #include "base/failure.h"
 #include "base/findings.h"
 #include "base/log_file.h"
+#include "base/worker.h"
 #include "run/state.h"
 
 namespace tessel {
@@ -103,6 +104,14 @@ void wait_for(pid_t child) {
   }
 }
 
+// Runs the command to its end and returns the size of what it printed. Meanwhile the crew gives
+// this job's core to another one.
+std::size_t size_after(spawn_plan& plan, const std::string& line, const capture_file& capture) {
+  const blocking until_the_command_has_ended;
+  wait_for(plan.shell(line));
+  return capture.whole_size();
+}
+
 }  // namespace
 
 value execute(const filled_line& cmd, const filled_line& suffix) {
@@ -114,8 +123,7 @@ value execute(const filled_line& cmd, const filled_line& suffix) {
     plan_standard_error(plan, debug_log.get());
     plan.open("/dev/null", O_RDONLY, STDIN_FILENO);
     plan.use(capture.descriptor(), STDOUT_FILENO);
-    wait_for(plan.shell(line));
-    return capture.read(capture.whole_size());
+    return capture.read(size_after(plan, line, capture));
   } catch (const std::exception& error) {
     return count_and_log(fmt::format("{}: execution failed for {}", error.what(), cmd.shown()));
   }

@@ -3,12 +3,12 @@
 
 #include <fmt/format.h>
 
-#include <mutex>
 #include <string_view>
 
 #include "base/constants.h"
 #include "base/here.h"
 #include "base/logs.h"
+#include "base/worker.h"
 #include "run/state.h"
 
 namespace tessel {
@@ -18,7 +18,7 @@ namespace tessel {
 template <class... Parts>
 int report_finding(counter& counted, std::string_view channel,
                    fmt::format_string<std::int64_t, const Parts&...> form, const Parts&... parts) {
-  const std::lock_guard one_step(st().finding_mutex);
+  const patient_lock one_step(st().finding_mutex);
   logger(fmt::format(form, ++counted, parts...), channel);
   return ERROR;
 }

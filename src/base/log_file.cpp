@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/failure.h"
+#include "base/worker.h"
 
 namespace tessel {
 
@@ -49,6 +50,7 @@ void log_file::close() {
 }
 
 void log_file::write(std::string_view text) {
+  const blocking while_the_disk_is_slow(blocking::length::brief);
   while (!text.empty()) {
     const ssize_t done = ::write(descriptor_, text.data(), text.size());
     if (done < 0 && errno == EINTR) continue;

@@ -15,6 +15,7 @@
 #include "base/failure.h"
 #include "base/print.h"
 #include "base/text.h"
+#include "base/worker.h"
 #include "run/state.h"
 
 namespace tessel {
@@ -44,7 +45,7 @@ std::string entry_of(std::string_view msg, const std::string& details) {
 std::shared_ptr<log_channel> channel_or_wait(std::string_view name, log_level level,
                                              const std::string& entry) {
   run_state& run = st();
-  const std::lock_guard lock(run.log_mutex);
+  const patient_lock lock(run.log_mutex);
   const auto found = run.log_dictionary.find(name);
   if (found != run.log_dictionary.end()) return found->second;
   if (std::find(channel_names.begin(), channel_names.end(), name) == channel_names.end()) {
@@ -90,7 +91,7 @@ log_channel::log_channel(std::string path, file_mode mode, std::int64_t limit, l
 
 void log_channel::write(log_level level, std::string_view entry) {
   if (level < level_) return;
-  const std::lock_guard lock(mutex_);
+  const patient_lock lock(mutex_);
   if (!file_) file_ = std::make_unique<log_file>(path_, file_mode::append);
   if (file_->is_gone()) reopen(file_mode::append);
   if (limit_ > 0 && file_->size() + static_cast<std::int64_t>(entry.size()) >= limit_) rotate();

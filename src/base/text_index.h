@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "base/failure.h"
+#include "base/worker.h"
 
 namespace tessel {
 
@@ -24,7 +25,7 @@ class text_indexes {
   template <class Index>
   std::shared_ptr<const Index> get(const std::shared_ptr<const std::string>& text) {
     const std::shared_ptr<entry> found = find({std::type_index(typeid(Index)), text.get()}, text);
-    const std::lock_guard lock(found->mutex);
+    const patient_lock lock(found->mutex);
     if (found->failure) std::rethrow_exception(found->failure);
     if (!found->index) build<Index>(*found);
     return std::static_pointer_cast<const Index>(found->index);

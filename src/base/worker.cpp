@@ -1,9 +1,13 @@
 #include "base/worker.h"
 
 #include <pthread.h>
+#include <sched.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdio>
+#include <deque>
+#include <utility>
 
 #include "base/failure.h"
 
@@ -11,65 +15,260 @@ namespace tessel {
 
 namespace {
 
-// Jobs nest only a few calls deep and keep their data on the heap. A small stack saves address
-// space when thousands of workers run at once.
+// Jobs nest a few calls deep, a join on the spot a few jobs deep, and their data is on the heap.
 constexpr std::size_t stack_size = std::size_t{512} * 1024;
+// A carrier that had nothing to do for so long ends. Between two waves of commands it should stay.
+constexpr std::chrono::seconds idle_time{10};
+constexpr int most_brief = 8;
 
-void run_to_the_end(std::function<void()>& job) {
-  try {
-    job();
-  } catch (const std::exception& error) {
-    std::fputs(traceback_of(error).c_str(), stderr);
-  }
+int usable_processors() {
+  cpu_set_t set;
+  return ::sched_getaffinity(0, sizeof set, &set) == 0 ? std::max(1, CPU_COUNT(&set)) : 1;
 }
 
 }  // namespace
 
+// Everything but `job` is guarded by the crew's mutex; `job` belongs to whoever begins it.
 struct worker::shared_part {
+  enum class progress { waiting, begun, ended };
   std::function<void()> job;
-  std::mutex mutex;
+  progress state = progress::waiting;
+  int joiners = 0;
   std::condition_variable ended;
-  bool has_ended = false;  // guarded by mutex
-
-  void run() {
-    run_to_the_end(job);
-    job = nullptr;
-    const std::lock_guard lock(mutex);
-    has_ended = true;
-    ended.notify_all();
-  }
-
-  static void* thread_main(void* argument) {
-    const std::unique_ptr<std::shared_ptr<shared_part>> own(
-        static_cast<std::shared_ptr<shared_part>*>(argument));
-    (*own)->run();
-    return nullptr;
-  }
 };
+
+// The queue and the threads before it. A thread counts as computing from the moment at which it is
+// called for a job until it blocks, idles or ends; so nobody is called twice for one job.
+struct crew {
+  using job = worker::shared_part;
+  using held = std::unique_lock<std::mutex>;
+
+  static crew& get();
+
+  void start(const std::shared_ptr<job>& started);
+  void join(job& awaited);
+  bool give_way(blocking::length expected);
+  void come_back(blocking::length expected);
+  std::size_t wait_until_begun(std::chrono::milliseconds patience);
+
+  std::mutex mutex;
+  int width = usable_processors();
+  crew_figures figures;
+
+ private:
+  std::shared_ptr<job> take_next();
+  void begin(job& taken);
+  void run(held& lock, job& begun);
+  void run_on_the_spot(held& lock, job& waiting);
+  bool call_carrier(held& lock);
+  bool add_carrier(held& lock);
+  void carry();
+  static void* thread_main(void*);
+
+  std::deque<std::shared_ptr<job>> queue_;  // as started; a join may have begun some of them
+  std::size_t waiting_ = 0;                 // of these, those that have not begun
+  int computing_ = 0;
+  int idle_ = 0;
+  int called_ = 0;  // idle ones that were called and have not woken yet; they count as computing
+  int alive_ = 0;
+  int brief_ = 0;
+  std::condition_variable calls_;
+  std::condition_variable all_begun_;
+};
+
+namespace {
+
+// Whether the job on this thread is one of those that compute: on a carrier always, elsewhere while
+// a join runs a job on the spot.
+thread_local bool is_counted = false;
+thread_local int blocking_depth = 0;
+
+// Jobs may outlive the driver: never destroyed.
+crew* the_crew = nullptr;
+
+}  // namespace
+
+crew& crew::get() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    the_crew = new crew;
+    // A forked process has none of the threads.
+    pthread_atfork(nullptr, nullptr, [] { the_crew = new crew; });
+  });
+  return *the_crew;
+}
+
+void crew::begin(job& taken) {
+  taken.state = job::progress::begun;
+  if (--waiting_ == 0) all_begun_.notify_all();
+}
+
+std::shared_ptr<crew::job> crew::take_next() {
+  while (!queue_.empty()) {
+    std::shared_ptr<job> next = std::move(queue_.front());
+    queue_.pop_front();
+    if (next->state != job::progress::waiting) continue;
+    begin(*next);
+    return next;
+  }
+  return nullptr;
+}
+
+void crew::run(held& lock, job& begun) {
+  lock.unlock();
+  run_contained(begun.job);
+  begun.job = nullptr;
+  lock.lock();
+  begun.state = job::progress::ended;
+  if (begun.joiners > 0) begun.ended.notify_all();
+}
+
+void* crew::thread_main(void*) {
+  is_counted = true;
+  get().carry();
+  return nullptr;
+}
+
+void crew::carry() {
+  held lock(mutex);
+  for (;;) {
+    // Those that came back from blocking may be too many: then this one makes room.
+    while (computing_ <= width) {
+      const std::shared_ptr<job> next = take_next();
+      if (!next) break;
+      run(lock, *next);
+    }
+    --computing_;
+    ++idle_;
+    const auto until = std::chrono::system_clock::now() + idle_time;
+    if (!calls_.wait_until(lock, until, [this] { return called_ > 0; })) {
+      --idle_;
+      --alive_;
+      return;
+    }
+    --called_;
+  }
+}
+
+// True if there is a carrier now. The lock is open while the system makes the thread.
+bool crew::add_carrier(held& lock) {
+  ++alive_;
+  ++computing_;
+  lock.unlock();
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  pthread_attr_setstacksize(&attributes, stack_size);
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+  pthread_t thread{};
+  const int refused = pthread_create(&thread, &attributes, thread_main, nullptr);
+  pthread_attr_destroy(&attributes);
+  lock.lock();
+  if (refused == 0) {
+    ++figures.threads_started;
+    figures.most_threads = std::max(figures.most_threads, static_cast<std::size_t>(alive_));
+    return true;
+  }
+  ++figures.refused;
+  --alive_;
+  --computing_;
+  return alive_ > 0;
+}
+
+// Sees to it that the next job is taken as soon as it may compute. False if nobody will ever come.
+bool crew::call_carrier(held& lock) {
+  if (waiting_ == 0 || computing_ >= width) return true;
+  if (idle_ == 0) return add_carrier(lock);
+  --idle_;
+  ++computing_;
+  ++called_;
+  calls_.notify_one();
+  return true;
+}
+
+void crew::start(const std::shared_ptr<job>& started) {
+  held lock(mutex);
+  queue_.push_back(started);
+  ++waiting_;
+  if (call_carrier(lock) || started->state != job::progress::waiting) return;
+  run_on_the_spot(lock, *started);
+}
+
+void crew::run_on_the_spot(held& lock, job& waiting) {
+  begin(waiting);
+  const bool was_counted = std::exchange(is_counted, true);
+  if (!was_counted) ++computing_;
+  run(lock, waiting);
+  is_counted = was_counted;
+  if (was_counted) return;
+  --computing_;
+  call_carrier(lock);
+}
+
+void crew::join(job& awaited) {
+  held lock(mutex);
+  if (awaited.state == job::progress::waiting) {
+    run_on_the_spot(lock, awaited);
+    return;
+  }
+  if (awaited.state == job::progress::ended) return;
+  const bool gives_way = is_counted && blocking_depth == 0;
+  if (gives_way) {
+    --computing_;
+    call_carrier(lock);
+  }
+  ++awaited.joiners;
+  awaited.ended.wait(lock, [&] { return awaited.state == job::progress::ended; });
+  --awaited.joiners;
+  if (gives_way) ++computing_;
+}
+
+bool crew::give_way(blocking::length expected) {
+  held lock(mutex);
+  if (expected == blocking::length::brief) {
+    if (brief_ == most_brief) return false;
+    ++brief_;
+  }
+  --computing_;
+  call_carrier(lock);
+  return true;
+}
+
+void crew::come_back(blocking::length expected) {
+  const held lock(mutex);
+  if (expected == blocking::length::brief) --brief_;
+  ++computing_;
+}
+
+std::size_t crew::wait_until_begun(std::chrono::milliseconds patience) {
+  held lock(mutex);
+  while (alive_ == 0) {
+    const std::shared_ptr<job> next = take_next();
+    if (!next) break;
+    run(lock, *next);
+  }
+  all_begun_.wait_until(lock, std::chrono::system_clock::now() + patience,
+                        [this] { return waiting_ == 0; });
+  return waiting_;
+}
 
 worker::worker(std::function<void()> job) : part_(std::make_shared<shared_part>()) {
   part_->job = std::move(job);
 }
 
 void worker::start() {
-  pthread_attr_t attributes;
-  pthread_attr_init(&attributes);
-  pthread_attr_setstacksize(&attributes, stack_size);
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  auto own = std::make_unique<std::shared_ptr<shared_part>>(part_);
-  pthread_t thread{};
-  const int refused = pthread_create(&thread, &attributes, shared_part::thread_main, own.get());
-  pthread_attr_destroy(&attributes);
-  if (refused == 0) {
-    static_cast<void>(own.release());
-  } else {
-    part_->run();
-  }
+  crew::get().start(part_);
 }
 
 void worker::join() {
-  std::unique_lock lock(part_->mutex);
-  part_->ended.wait(lock, [this] { return part_->has_ended; });
+  crew::get().join(*part_);
+}
+
+void run_contained(const std::function<void()>& job) {
+  try {
+    job();
+  } catch (const std::exception& error) {
+    std::fputs(traceback_of(error).c_str(), stderr);
+  }
 }
 
 std::shared_ptr<worker> start_worker(std::function<void()> job) {
@@ -95,6 +294,39 @@ void worker_list::join_all() {
 std::size_t worker_list::size() const {
   const std::lock_guard lock(mutex_);
   return workers_.size();
+}
+
+blocking::blocking(length expected) : expected_(expected) {
+  if (!is_counted || ++blocking_depth > 1) return;
+  gave_way_ = crew::get().give_way(expected);
+}
+
+blocking::~blocking() {
+  if (!is_counted) return;
+  --blocking_depth;
+  if (gave_way_) crew::get().come_back(expected_);
+}
+
+patient_lock::patient_lock(std::mutex& mutex) : mutex_(mutex) {
+  if (mutex_.try_lock()) return;
+  const blocking until_free(blocking::length::brief);
+  mutex_.lock();
+}
+
+std::size_t wait_until_begun(std::chrono::milliseconds patience) {
+  return crew::get().wait_until_begun(patience);
+}
+
+crew_figures figures_of_crew() {
+  crew& all = crew::get();
+  const std::lock_guard lock(all.mutex);
+  return all.figures;
+}
+
+void set_crew_width(unsigned jobs) {
+  crew& all = crew::get();
+  const std::lock_guard lock(all.mutex);
+  all.width = static_cast<int>(std::max(1U, jobs));
 }
 
 }  // namespace tessel

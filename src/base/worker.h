@@ -1,10 +1,30 @@
-// Plain workers, one per job, with no pool and no limit.
+// Jobs, and the crew of threads that carries them.
 //
-//   auto pid = std::make_shared<worker>([] { dump_task(...); });
-//   pid->start();
+//   auto pid = start_worker([] { dump_task(...); });
 //   st().pid_list.append(pid);
+//
+// A job that was started waits in one queue until a carrier, a thread of the crew, takes it and
+// runs it to its end. As many carriers compute at once as there are cores. A carrier that is about
+// to block says so (`blocking`); while it blocks another one may compute, on a new thread if none
+// is idle. So any number of commands runs at once, as if each job had a thread of its own, and
+// 150,000 comparisons do not cost 150,000 threads.
+//
+// Every run ends and reports the same, with one core, with one carrier, and where the system gives
+// no thread at all:
+//
+// 1. A job that has begun has a thread until it ends. It never waits for the crew: leaving a
+//    `blocking` scope waits for nothing, at the price of a few more that compute for a moment.
+// 2. A job waits for a command, for a lock whose holder has begun, or for a job that it joins.
+// 3. A join runs a job that has not begun on the spot. One that has begun has its thread by 1.
+// 4. Nobody joins a job that, by itself or through others, joins him, and nobody joins with a lock
+//    held that a job takes. So the walk from who waits to what he waits for ends at a job that
+//    computes or at a command.
+// 5. A job that nobody joins is taken in its turn by whichever carrier comes free, and by 1 to 4
+// one
+//    does. Where there is no carrier and none is to be had, `start` runs the job on the spot.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -15,10 +35,9 @@ namespace tessel {
 // Call `start` once. `join` may be called from any thread, any number of times, but only after
 // `start`.
 //
-// The thread's resources are released when the job ends, joined or not. If the system cannot create
-// another thread, `start` runs the job in the calling thread: a large router must not fail because
-// of a process limit. A job that throws a failure ends only itself; its traceback goes to standard
-// error. A job must not throw `exit_request`.
+// Carriers take jobs in the order in which they were started; only a join may begin one earlier, on
+// the joining thread. A job that lets a failure out ends only itself; its traceback goes to
+// standard error. A job must not let an `exit_request` out.
 class worker {
  public:
   explicit worker(std::function<void()> job);
@@ -26,12 +45,17 @@ class worker {
   void join();
 
  private:
+  friend struct crew;
   struct shared_part;
   std::shared_ptr<shared_part> part_;
 };
 
 // Starts a worker that runs `job`.
 std::shared_ptr<worker> start_worker(std::function<void()> job);
+
+// Runs `job` on the calling thread as a worker would: a failure that leaves it ends only the job,
+// and its traceback goes to standard error. For a worker that walks several jobs in their order.
+void run_contained(const std::function<void()>& job);
 
 // The workers that were started. `join_all` walks them by position, so it also joins those that
 // other threads append meanwhile. All functions may be called from any thread.
@@ -59,5 +83,50 @@ class join_at_end {
  private:
   worker_list& workers_;
 };
+
+// While it lives, the job on this thread blocks and another one may compute. Scopes may nest; on a
+// thread that carries no job they do nothing. `brief` is for what is over in a moment unless the
+// machine is in trouble, a log write or a lock: of those only a few bring in another carrier, so
+// that a crowd before one lock does not become a crowd of threads.
+class blocking {
+ public:
+  enum class length { unknown, brief };
+  explicit blocking(length expected = length::unknown);
+  ~blocking();
+  blocking(const blocking&) = delete;
+  blocking& operator=(const blocking&) = delete;
+
+ private:
+  bool gave_way_ = false;
+  length expected_;
+};
+
+// Holds a mutex like std::lock_guard; a job that has to wait for it lets another one compute.
+class patient_lock {
+ public:
+  explicit patient_lock(std::mutex& mutex);
+  ~patient_lock() { mutex_.unlock(); }
+  patient_lock(const patient_lock&) = delete;
+  patient_lock& operator=(const patient_lock&) = delete;
+
+ private:
+  std::mutex& mutex_;
+};
+
+// Waits until every job that was started has begun, `patience` at most. Returns how many have not.
+// Where there is no carrier, the caller runs them. Call it on a thread that carries no job.
+std::size_t wait_until_begun(std::chrono::milliseconds patience);
+
+// What the crew has done since the process began, and how many jobs may compute at once.
+struct crew_figures {
+  std::size_t threads_started = 0;
+  std::size_t most_threads = 0;  // alive at one moment
+  std::size_t refused = 0;       // threads that the system did not give
+};
+crew_figures figures_of_crew();
+
+// How many jobs compute at once: the processors that this process may use, unless set here. For
+// tests and measurements.
+void set_crew_width(unsigned jobs);
 
 }  // namespace tessel

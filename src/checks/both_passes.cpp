@@ -12,8 +12,8 @@ record& bundle_record(std::string_view bundle, here where) {
 }
 
 void wait_for_bundle_level(std::string_view bundle) {
-  auto& workers = st().bundle_workers;
-  if (const auto found = workers.find(bundle); found != workers.end()) found->second.join_all();
+  const auto& workers = st().bundle_workers;
+  if (const auto found = workers.find(bundle); found != workers.end()) found->second->join();
 }
 
 void check_delete_pending(const record& element, std::string_view error_string) {

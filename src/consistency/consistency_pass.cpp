@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -13,6 +12,7 @@
 #include "base/findings.h"
 #include "base/logs.h"
 #include "base/print.h"
+#include "base/worker.h"
 #include "checks/both_passes.h"
 #include "consistency/bcm_checks.h"
 #include "consistency/dpa_checks.h"
@@ -38,13 +38,12 @@ bool is_asic_supported(const std::string& nodename) {
 }
 
 // The first node that reports a value sets the expectation for the others. So the nodes take turns
-// at one object, in their order, and the same router gives the same findings in every run.
-using turn = std::shared_ptr<worker>;
-
-turn start_after(const turn& previous, std::function<void()> check) {
-  return start_worker([previous, check = std::move(check)] {
-    if (previous) previous->join();
-    check();
+// at one object, in their order, and the same router gives the same findings in every run. One
+// worker walks them; what ends the check of one node does not end the walk.
+template <class Check>
+std::shared_ptr<worker> start_walk(std::vector<std::string> nodenames, Check check) {
+  return start_worker([nodenames = std::move(nodenames), check = std::move(check)] {
+    for (const std::string& nodename : nodenames) run_contained([&] { check(nodename); });
   });
 }
 
@@ -52,12 +51,10 @@ turn start_after(const turn& previous, std::function<void()> check) {
 // before the stale entry check.
 void start_bundle_level(const std::string& bundle) {
   run_state& run = st();
-  turn pid;
-  for (const std::string& nodename : dumped_nodes()) {
-    pid = start_after(pid, [bundle, nodename] { check_bundles(bundle, nodename); });
-    run.bundle_workers[bundle].append(pid);
-    run.pid_list.append(pid);
-  }
+  const auto pid = start_walk(
+      dumped_nodes(), [bundle](const std::string& nodename) { check_bundles(bundle, nodename); });
+  run.bundle_workers[bundle] = pid;
+  run.pid_list.append(pid);
 }
 
 // The chip's members are looked up under the LAG id that the bundle level finds. Without this wait,
@@ -66,20 +63,31 @@ void wait_for_lag_id(const std::string& bundle) {
   if (bundle_record(bundle).get("lagid") == DEFAULT) wait_for_bundle_level(bundle);
 }
 
-// A member is on one node, but the active route processor and its standby can share one record;
-// then they take turns too.
-void run_member_level(const std::string& bundle) {
-  worker_list pid_list_members;
-  std::unordered_map<std::string, turn> pids;
+// The members of the bundle on nodes that take part, each with its nodes. A member is on one node,
+// but the active route processor and its standby can share one record.
+std::vector<std::pair<std::string, std::vector<std::string>>> members_with_nodes(
+    const std::string& bundle) {
+  std::vector<std::pair<std::string, std::vector<std::string>>> found;
+  std::unordered_map<std::string, std::size_t> positions;
   const value members = bundle_record(bundle).get("members");
   for (const std::string& nodename : dumped_nodes()) {
     if (!members.contains(nodename)) continue;
     for (const std::string& member : members.at(nodename).as_map().keys()) {
-      turn& pid = pids[member];
-      pid =
-          start_after(pid, [member, bundle, nodename] { check_members(member, bundle, nodename); });
-      pid_list_members.append(pid);
+      const auto [at, is_new] = positions.try_emplace(member, found.size());
+      if (is_new) found.emplace_back(member, std::vector<std::string>());
+      found[at->second].second.push_back(nodename);
     }
+  }
+  return found;
+}
+
+void run_member_level(const std::string& bundle) {
+  worker_list pid_list_members;
+  for (auto& [member, nodenames] : members_with_nodes(bundle)) {
+    pid_list_members.append(
+        start_walk(std::move(nodenames), [member = member, bundle](const std::string& nodename) {
+          check_members(member, bundle, nodename);
+        }));
   }
   pid_list_members.join_all();
 }
@@ -87,15 +95,11 @@ void run_member_level(const std::string& bundle) {
 // Checks every node that takes part, with or without members of the bundle.
 void run_sub_bundle_level(const std::string& bundle) {
   worker_list pid_list_sub;
-  const std::vector<std::string> subs = bundle_record(bundle).get("sub_bundles").as_map().keys();
-  std::vector<turn> pids(subs.size());
-  for (const std::string& nodename : dumped_nodes()) {
-    for (std::size_t at = 0; at < subs.size(); ++at) {
-      pids[at] = start_after(pids[at], [sub = subs[at], bundle, nodename] {
-        check_sub_bundles(sub, bundle, nodename);
-      });
-      pid_list_sub.append(pids[at]);
-    }
+  const std::vector<std::string> nodenames = dumped_nodes();
+  for (const std::string& sub : bundle_record(bundle).get("sub_bundles").as_map().keys()) {
+    pid_list_sub.append(start_walk(nodenames, [sub, bundle](const std::string& nodename) {
+      check_sub_bundles(sub, bundle, nodename);
+    }));
   }
   pid_list_sub.join_all();
 }

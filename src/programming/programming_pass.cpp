@@ -83,21 +83,48 @@ void check_one_bundle(const std::string& bundle) {
   pid_list_prgm.join_all();
 }
 
-// Starts `check` for each sub-bundle, calls `check_bundle` meanwhile if the bundle has untagged
-// traffic, and waits.
-template <class SubCheck, class BundleCheck>
+// Where a sub-bundle's entries are on a chip, by its tags.
+enum class found_by { one_tag, two_tags, global_lif };
+
+found_by way_to_entries(const value_list& tags) {
+  if (tags.size() == 1 && !(tags[0] == "untagged")) return found_by::one_tag;
+  return tags.size() == 2 ? found_by::two_tags : found_by::global_lif;
+}
+
+// The tables at hand do not say where a global LIF is: the chip is asked for each.
+bool is_asked_of_chip(const record& sub_obj) {
+  const value encap = sub_obj.get("encap");
+  return encap.is_list() && way_to_entries(encap.as_list()) == found_by::global_lif;
+}
+
+bool is_never_asked_of_chip(const record&) {
+  return false;
+}
+
+// Calls `check` for each sub-bundle, then `check_bundle` if the bundle has untagged traffic, and
+// waits. Where the chip is asked, all its answers are awaited at once, each on a worker of its own;
+// the comparisons of the others need none.
+template <class Asked, class SubCheck, class BundleCheck>
 void check_with_sub_bundles(const std::string& bundle, const std::string& nodename,
-                            const value& npu, SubCheck check, BundleCheck check_bundle) {
+                            const value& npu, Asked is_asked, SubCheck check,
+                            BundleCheck check_bundle) {
   worker_list pid_list_prgm;
   const join_at_end waiting(pid_list_prgm);
-  const value sub_list = bundle_record(bundle).get("sub_bundles");
+  record& element = bundle_record(bundle);
+  const value sub_list = element.get("sub_bundles");
   for (const auto& [sub, each] : sub_list.as_map().items()) {
-    const value sub_obj = each;
-    const std::string sub_err = object_on_npu(sub, sub_obj.as_record(), npu, nodename);
-    pid_list_prgm.append(
-        start_worker([check, sub_obj, sub_err] { check(sub_obj.as_record(), sub_err); }));
+    record& sub_obj = each.as_record();
+    const auto check_sub = [&check, &sub_obj,
+                            sub_err = object_on_npu(sub, sub_obj, npu, nodename)] {
+      check(sub_obj, sub_err);
+    };
+    if (is_asked(sub_obj)) {
+      pid_list_prgm.append(start_worker(check_sub));
+    } else {
+      run_contained(check_sub);
+    }
   }
-  if (bundle_record(bundle).get("untagged") == 1) check_bundle(bundle_record(bundle));
+  if (element.get("untagged") == 1) check_bundle(element);
 }
 
 // The key of a sub-bundle with two tags. Both of its fields are made from the outer tag.
@@ -130,8 +157,8 @@ int check_bdl_prgm_task(const std::string& bundle, const std::string& nodename, 
   try {
     const value npu = mem.as_record().get("npu_id");
     check_with_sub_bundles(
-        bundle, nodename, npu,
-        [=](record& sub_obj, const std::string& sub_err) {
+        bundle, nodename, npu, is_asked_of_chip,
+        [&](record& sub_obj, const std::string& sub_err) {
           check_sub_bdl_prgm_task(sub_obj, nodename, vd, npu.as_text(), sub_err);
         },
         [&](record& element) {
@@ -151,8 +178,8 @@ int check_bdl_prgm_task_j2(const std::string& bundle, const std::string& nodenam
     const value npu = mem.as_record().get("npu_id");
     const value npu_core = mem.as_record().get("npu_core");
     check_with_sub_bundles(
-        bundle, nodename, npu,
-        [=](record& sub_obj, const std::string& sub_err) {
+        bundle, nodename, npu, is_never_asked_of_chip,
+        [&](record& sub_obj, const std::string& sub_err) {
           check_sub_bdl_prgm_task_j2(sub_obj, nodename, vd, npu.as_text(), npu_core, sub_err);
         },
         [&](record& element) {
@@ -172,14 +199,19 @@ int check_sub_bdl_prgm_task(record& sub_obj, std::string_view nodename, std::str
   try {
     const value encap = sub_obj.get("encap");
     const value_list& tags = encap.as_list();
-    if (tags.size() == 1 && !(tags[0] == "untagged")) {
-      const std::string key = fmt::format("{}{:03x}", vd, to_decimal(tags[0]));
-      verify_lif_rif_mac_mapping_key_vd(sub_obj, nodename, npu, key, err, of_sub_bundle);
-    } else if (tags.size() == 2) {
-      verify_lif_rif_mac_mapping_key_vd(sub_obj, nodename, npu, two_tag_key(vd, tags[0]), err,
-                                        of_sub_bundle);
-    } else {
-      verify_lif_rif_mac_mapping_key_llif(sub_obj, nodename, npu, vd, err, of_sub_bundle);
+    switch (way_to_entries(tags)) {
+      case found_by::one_tag:
+        verify_lif_rif_mac_mapping_key_vd(sub_obj, nodename, npu,
+                                          fmt::format("{}{:03x}", vd, to_decimal(tags[0])), err,
+                                          of_sub_bundle);
+        break;
+      case found_by::two_tags:
+        verify_lif_rif_mac_mapping_key_vd(sub_obj, nodename, npu, two_tag_key(vd, tags[0]), err,
+                                          of_sub_bundle);
+        break;
+      case found_by::global_lif:
+        verify_lif_rif_mac_mapping_key_llif(sub_obj, nodename, npu, vd, err, of_sub_bundle);
+        break;
     }
     return SUCCESS;
   } catch (const std::exception& error) {

@@ -1,9 +1,9 @@
 // The programming pass: do the chips hold what the layers above imply?
 //
 // It goes bundle by bundle, with one worker for each node and NPU that has a member of the bundle;
-// that worker starts one for each sub-bundle. `vd` is the bundle's VLAN domain without the
-// characters "0" and "x" at both ends ("0x10" is "1"); the chip keys are built from it. `err` names
-// the object, NPU and node.
+// that worker starts one for each sub-bundle about which it has to ask the chip. `vd` is the
+// bundle's VLAN domain without the characters "0" and "x" at both ends ("0x10" is "1"); the chip
+// keys are built from it. `err` names the object, NPU and node.
 #pragma once
 
 #include <string>
@@ -25,7 +25,8 @@ int check_bdl_prgm_task(const std::string& bundle, const std::string& nodename, 
 int check_bdl_prgm_task_j2(const std::string& bundle, const std::string& nodename, const value& mem,
                            const std::string& vd, const std::string& err);
 
-// Checks one sub-bundle on one NPU. Called on the sub-bundle's worker.
+// Checks one sub-bundle on one NPU. Called on the worker of node and NPU, or on one of
+// the sub-bundle's own.
 int check_sub_bdl_prgm_task(record& sub_obj, std::string_view nodename, std::string_view vd,
                             std::string_view npu, std::string_view err);
 int check_sub_bdl_prgm_task_j2(record& sub_obj, std::string_view nodename, std::string_view vd,

@@ -10,9 +10,11 @@
 #include <string_view>
 #include <vector>
 
+#include "base/dump.h"
 #include "base/failure.h"
 #include "base/logs.h"
 #include "base/print.h"
+#include "base/worker.h"
 #include "run/state.h"
 
 namespace tessel {
@@ -134,7 +136,23 @@ void print_report(std::int64_t err_count, const outcome& found) {
 
 }  // namespace
 
+void wait_for_late_workers(std::chrono::seconds patience) {
+  const std::size_t late = wait_until_begun(patience);
+  const auto debug_log = st().dl_fd.get();
+  if (late == 0 || !debug_log) return;
+  try {
+    pprint(
+        fmt::format("{} jobs had not begun {} seconds after the last check, the results may lack "
+                    "what they find",
+                    late, patience.count()),
+        *debug_log);
+  } catch (const std::exception&) {
+    // The note is for support; the results matter more.
+  }
+}
+
 void print_results() {
+  wait_for_late_workers();
   run_state& run = st();
   // Workers may still be counting. Under this lock the rows, the total and the preview come from
   // one reading: the logs hold all numbered findings of that reading, and no further ones until the

@@ -1,12 +1,18 @@
 // The operator's view of a finished run: the result table and a preview of the findings.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 
 namespace tessel {
 
-// Prints the table and, if anything was counted, the preview. Adds `info` to `exception`. Throws
-// `failure` as `print_errors` does. Main thread.
+// Waits until each worker that was started has begun, so that no finding is lost because it still
+// waited for a core; after `patience` it goes on and notes in the debug log how many have not. A
+// worker that has begun may outlive the run. Main thread.
+void wait_for_late_workers(std::chrono::seconds patience = std::chrono::seconds(10));
+
+// Waits for late workers, then prints the table and, if anything was counted, the preview. Adds
+// `info` to `exception`. Throws `failure` as `print_errors` does. Main thread.
 void print_results();
 
 // Prints the log lines of the counted findings, unless `err_count` is too many for a preview. If

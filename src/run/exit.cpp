@@ -71,6 +71,7 @@ void take_snapshot() {
 void exit_handler() {
   run_state& run = st();
   try {
+    wait_for_late_workers();
     // A worker that still runs may leave a capture file after this. The start of the next run
     // removes it.
     execute("rm /tmp/tessel_*");

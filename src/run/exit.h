@@ -10,9 +10,9 @@ void close_fd();
 // Writes the run's stores to the debug log as JSON. Throws `failure` if writing fails. Main thread.
 void take_snapshot();
 
-// Removes the capture files, prints the summary if no result table was printed, writes the
-// snapshot, closes the logs, and throws `exit_request` even if one of these steps fails. Main
-// thread.
+// Waits for late workers, removes the capture files, prints the summary if no result table was
+// printed, writes the snapshot, closes the logs, and throws `exit_request` even if one of these
+// steps fails. Main thread.
 [[noreturn]] void exit_handler();
 
 }  // namespace tessel

@@ -115,9 +115,9 @@ struct run_state {
   // Locks itself; any thread.
   worker_list pid_list;
 
-  // The consistency pass's workers at the bundle level, by bundle. The main thread makes a bundle's
-  // entry before the bundle's other workers start; a list locks itself.
-  std::map<std::string, worker_list, std::less<>> bundle_workers;
+  // The consistency pass's worker at the bundle level, by bundle. The main thread makes a bundle's
+  // entry before the bundle's other workers start.
+  std::map<std::string, std::shared_ptr<worker>, std::less<>> bundle_workers;
 
   // Replaced as a whole. The content is frozen once stored, except that the shared maps take
   // inserts from the workers of collection. Fields of node records are overwritten in place.

@@ -1,16 +1,21 @@
 #include "base/worker.h"
 
+#include <fmt/format.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <functional>
 #include <latch>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "base/command.h"
 #include "base/logs.h"
@@ -23,9 +28,10 @@ namespace {
 using testing::HasSubstr;
 using worker_test = router_test;
 
-TEST_F(worker_test, a_job_runs_on_a_thread_of_its_own) {
+TEST_F(worker_test, a_job_runs_on_another_thread_than_its_starter) {
   std::thread::id ran_on;
   const auto job = start_worker([&] { ran_on = std::this_thread::get_id(); });
+  EXPECT_EQ(wait_until_begun(std::chrono::seconds(60)), 0U) << "a join might run it on the spot";
   job->join();
   EXPECT_NE(ran_on, std::thread::id());
   EXPECT_NE(ran_on, std::this_thread::get_id());
@@ -54,12 +60,15 @@ TEST_F(worker_test, joining_again_is_fine_from_any_thread) {
   job->join();
 }
 
-TEST_F(worker_test, as_many_run_at_once_as_were_started) {
+TEST_F(worker_test, as_many_block_at_once_as_were_started) {
   constexpr int count = 300;
   std::latch all_here(count);
   worker_list started;
   for (int number = 0; number < count; ++number) {
-    started.append(start_worker([&] { all_here.arrive_and_wait(); }));
+    started.append(start_worker([&] {
+      const blocking until_all_are_here;
+      all_here.arrive_and_wait();
+    }));
   }
   started.join_all();
   EXPECT_TRUE(all_here.try_wait());
@@ -163,6 +172,185 @@ TEST_F(worker_test, a_worker_that_outlives_the_closing_of_its_log_loses_no_line)
   EXPECT_EQ(st().exception, 0);
 }
 
+// --- the crew
+
+// How many jobs compute at once, for one test.
+class crew_width {
+ public:
+  explicit crew_width(unsigned jobs) { set_crew_width(jobs); }
+  ~crew_width() { set_crew_width(std::thread::hardware_concurrency()); }
+  crew_width(const crew_width&) = delete;
+  crew_width& operator=(const crew_width&) = delete;
+};
+
+TEST_F(worker_test, jobs_begin_in_the_order_of_their_start) {
+  const crew_width one(1);
+  std::latch gate(1);
+  std::latch last(1);
+  std::vector<int> order;
+  const auto first = start_worker([&] { gate.wait(); });
+  for (int number = 0; number < 50; ++number)
+    start_worker([&, number] { order.push_back(number); });
+  const auto end = start_worker([&] { last.count_down(); });
+  gate.count_down();
+  last.wait();
+  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+  EXPECT_EQ(order.size(), 50U);
+}
+
+TEST_F(worker_test, no_more_compute_at_once_than_the_crew_is_wide) {
+  const crew_width three(3);
+  std::atomic<int> computing = 0;
+  std::atomic<int> most = 0;
+  worker_list started;
+  for (int number = 0; number < 200; ++number) {
+    started.append(start_worker([&] {
+      const int now = ++computing;
+      int seen = most;
+      while (now > seen && !most.compare_exchange_weak(seen, now)) continue;
+      std::this_thread::yield();
+      --computing;
+    }));
+  }
+  wait_until_begun(std::chrono::seconds(60));
+  started.join_all();
+  EXPECT_LE(most, 3);
+}
+
+TEST_F(worker_test, comparisons_do_not_cost_a_thread_each) {
+  const crew_figures before = figures_of_crew();
+  worker_list started;
+  std::atomic<int> ended = 0;
+  for (int number = 0; number < 20000; ++number) started.append(start_worker([&] { ++ended; }));
+  started.join_all();
+  EXPECT_EQ(ended, 20000);
+  EXPECT_LE(figures_of_crew().threads_started - before.threads_started,
+            std::thread::hardware_concurrency());
+}
+
+TEST_F(worker_test, with_one_core_a_job_that_blocks_lets_the_next_one_begin) {
+  const crew_width one(1);
+  std::latch second_ran(1);
+  const auto first = start_worker([&] {
+    const blocking for_the_second;
+    second_ran.wait();
+  });
+  start_worker([&] { second_ran.count_down(); });
+  first->join();
+}
+
+TEST_F(worker_test, a_job_run_on_the_spot_by_a_join_gives_way_like_every_other) {
+  const crew_width one(1);
+  std::latch gate(1);
+  std::latch here(1);
+  std::latch third_ran(1);
+  const auto first = start_worker([&] {
+    here.count_down();
+    gate.wait();
+  });
+  here.wait();
+  const auto second = start_worker([&] {
+    gate.count_down();
+    const blocking for_the_third;
+    third_ran.wait();
+  });
+  start_worker([&] { third_ran.count_down(); });
+  second->join();  // the first still has the one place
+  first->join();
+}
+
+TEST_F(worker_test, with_one_core_nested_starts_and_joins_end) {
+  const crew_width one(1);
+  std::atomic<int> ended = 0;
+  std::function<void(int)> nest = [&](int depth) {
+    if (depth > 0) {
+      worker_list inner;
+      for (int number = 0; number < 4; ++number) {
+        inner.append(start_worker([&nest, depth] { nest(depth - 1); }));
+      }
+      inner.join_all();
+    }
+    ++ended;
+  };
+  start_worker([&] { nest(5); })->join();
+  EXPECT_EQ(ended, 1 + 4 + 16 + 64 + 256 + 1024);
+}
+
+TEST_F(worker_test, with_one_core_a_list_that_grows_while_it_is_joined_ends) {
+  const crew_width one(1);
+  worker_list pid_list;
+  std::atomic<int> ended = 0;
+  for (int number = 0; number < 20; ++number) {
+    pid_list.append(start_worker([&] {
+      for (int more = 0; more < 5; ++more) {
+        pid_list.append(start_worker([&] { execute("true", fmt::format("grown_{}", ended++)); }));
+      }
+    }));
+  }
+  pid_list.join_all();
+  EXPECT_EQ(ended, 100);
+  EXPECT_EQ(st().exception, 0);
+}
+
+TEST_F(worker_test, joins_on_the_spot_and_by_carriers_run_each_job_once) {
+  for (int round = 0; round < 50; ++round) {
+    constexpr int count = 40;
+    std::vector<std::atomic<int>> runs(count);
+    worker_list started;
+    for (int number = 0; number < count; ++number) {
+      started.append(start_worker([&runs, number] { ++runs[static_cast<std::size_t>(number)]; }));
+    }
+    together(3, [&](int) { started.join_all(); });
+    for (const auto& each : runs) EXPECT_EQ(each, 1);
+  }
+}
+
+TEST_F(worker_test,
+       waiting_for_the_beginning_ends_when_all_have_begun_and_not_when_all_have_ended) {
+  std::latch gate(1);
+  std::vector<std::shared_ptr<worker>> started;
+  for (int number = 0; number < 20; ++number) {
+    started.push_back(start_worker([&] {
+      const blocking until_told;
+      gate.wait();
+    }));
+  }
+  EXPECT_EQ(wait_until_begun(std::chrono::seconds(60)), 0U);
+  gate.count_down();
+  for (const auto& each : started) each->join();
+}
+
+TEST_F(worker_test, waiting_for_the_beginning_is_given_up_after_a_time_and_says_how_many_wait) {
+  const crew_width one(1);
+  std::latch gate(1);
+  std::latch here(1);
+  const auto busy = start_worker([&] {
+    here.count_down();
+    gate.wait();
+  });
+  here.wait();
+  const auto one_more = start_worker([] {});
+  const auto another = start_worker([] {});
+  EXPECT_EQ(wait_until_begun(std::chrono::milliseconds(20)), 2U);
+  gate.count_down();
+  EXPECT_EQ(wait_until_begun(std::chrono::seconds(60)), 0U);
+  another->join();
+}
+
+TEST_F(worker_test, a_crowd_before_a_lock_does_not_become_a_crowd_of_threads) {
+  const std::size_t before = figures_of_crew().threads_started;
+  std::mutex crowded;
+  crowded.lock();
+  worker_list started;
+  for (int number = 0; number < 500; ++number) {
+    started.append(start_worker([&] { const patient_lock lock(crowded); }));
+  }
+  EXPECT_GT(wait_until_begun(std::chrono::milliseconds(50)), 400U);
+  crowded.unlock();
+  started.join_all();
+  EXPECT_LE(figures_of_crew().threads_started - before, std::thread::hardware_concurrency() + 8);
+}
+
 // Makes every new thread fail: the limit of an ordinary user is no more than the processes that
 // exist already.
 void forbid_more_threads() {
@@ -191,6 +379,36 @@ TEST_F(worker_test, where_the_system_has_no_thread_left_the_job_runs_on_the_spot
               }
               pid_list.join_all();
               return ended == 100 && pid_list.size() == 100 ? 7 : 2;
+            }),
+            7);
+}
+
+TEST_F(worker_test, where_threads_run_out_in_the_middle_every_job_ends) {
+  EXPECT_EQ(status_in_child([] {
+              std::latch gate(1);
+              std::vector<std::shared_ptr<worker>> before;
+              for (int number = 0; number < 3; ++number) {
+                before.push_back(start_worker([&] {
+                  const blocking until_told;
+                  gate.wait();
+                }));
+              }
+              if (wait_until_begun(std::chrono::seconds(60)) != 0) return 1;
+              forbid_more_threads();
+              worker_list pid_list;
+              std::atomic<int> ended = 0;
+              for (int number = 0; number < 50; ++number) {
+                pid_list.append(start_worker([&] {
+                  pid_list.append(start_worker([&] { ++ended; }));
+                  ++ended;
+                }));
+              }
+              pid_list.join_all();
+              if (ended != 100) return 2;
+              gate.count_down();
+              for (const auto& each : before) each->join();
+              if (figures_of_crew().refused == 0) return 3;
+              return 7;
             }),
             7);
 }

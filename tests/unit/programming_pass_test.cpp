@@ -617,10 +617,10 @@ TEST_F(programming_pass_test, a_bundle_waits_for_its_workers_of_the_consistency_
   const value of_node = domains.at(older_node);
   domains.as_map().erase(older_node);
   bool came_too_soon = false;
-  st().bundle_workers["BE12"].append(start_worker([&] {
+  st().bundle_workers["BE12"] = start_worker([&] {
     came_too_soon = happens_too_soon([] { return st().programming_error > 0; });
     domains.as_map().set(older_node, of_node);
-  }));
+  });
   EXPECT_EQ(check(), SUCCESS);
   EXPECT_FALSE(came_too_soon);
   expect_told({.programming_error = {sem_missing(1, "0x00011234,BE12(0x3000120) NPU 0,0/0/CPU0")}});

@@ -2,10 +2,15 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <latch>
+#include <memory>
 #include <string>
 #include <thread>
 
+#include "base/findings.h"
 #include "base/text.h"
+#include "base/worker.h"
 #include "support/fake_router.h"
 
 namespace tessel {
@@ -276,6 +281,66 @@ TEST_F(results_test, a_late_delete_pending_object_beside_no_inconsistency_is_not
     if (HasFailure()) break;
   }
   ended = true;
+}
+
+// --- workers that wait for a core
+
+// One job that holds the only core until it is told to end.
+class busy_core {
+ public:
+  busy_core() {
+    set_crew_width(1);
+    job_ = start_worker([this] {
+      here_.count_down();
+      gate_.wait();
+    });
+    here_.wait();
+  }
+  ~busy_core() {
+    end();
+    set_crew_width(std::thread::hardware_concurrency());
+  }
+  busy_core(const busy_core&) = delete;
+  busy_core& operator=(const busy_core&) = delete;
+
+  void end() {
+    if (!job_) return;
+    gate_.count_down();
+    job_->join();
+    job_ = nullptr;
+  }
+
+ private:
+  std::latch here_{1};
+  std::latch gate_{1};
+  std::shared_ptr<worker> job_;
+};
+
+TEST_F(results_test, the_results_wait_for_a_worker_that_has_not_begun) {
+  open_logs();
+  busy_core busy;
+  start_worker([] { inconsistency("Inconsistency {}: {}", "late"); });
+  std::jthread elsewhere([&] { busy.end(); });
+  EXPECT_THAT(results(), HasSubstr("Inconsistency 1: late"));
+  EXPECT_THAT(file_text(LOG_FILE_DEBUG), Not(HasSubstr("had not begun")));
+}
+
+TEST_F(results_test, workers_that_do_not_begin_in_time_are_noted_in_the_debug_log) {
+  open_logs();
+  busy_core busy;
+  start_worker([] {});
+  start_worker([] {});
+  wait_for_late_workers(std::chrono::seconds(0));
+  EXPECT_THAT(file_text(LOG_FILE_DEBUG),
+              EndsWith("'2 jobs had not begun 0 seconds after the last check, the results may lack "
+                       "what they find'\n"));
+}
+
+TEST_F(results_test, without_a_debug_log_late_workers_are_not_noted) {
+  busy_core busy;
+  start_worker([] {});
+  wait_for_late_workers(std::chrono::seconds(0));
+  EXPECT_EQ(st().exception, 0);
 }
 
 }  // namespace
