@@ -59,14 +59,14 @@ enum class checkpoint {
   pd_member_id,  // check_members_PD: its id
 
   // The forwarding objects (DPA).
-  dpa_bundle,      // check_bundles_DPA: the node, and the bundle's lagport object
+  dpa_bundle,      // check_bundles_DPA: the node, the bundle's lagport object, and its weight
   dpa_lag,         // check_bundles_DPA: its LAG id
   dpa_l2port,      // check_bundles_DPA: the l2port object
   dpa_lif,         // check_bundles_DPA: LIF and RIF of the l2port object
   dpa_mac,         // check_bundles_DPA: its MAC
   dpa_intf,        // check_bundles_DPA: the l3intf or l2intf object
   dpa_intf_value,  // check_bundles_DPA: its RIF or LIF
-  dpa_members,     // check_bundles_DPA: VLAN domain and weight; check_members_DPA: the member
+  dpa_members,     // check_bundles_DPA: VLAN domain; check_members_DPA: the member
   dpa_member_id,   // check_members_DPA: its id
   dpa_mtu,         // check_members_DPA: its MTU
   dpa_sub,         // check_sub_bundles_DPA: the sub-bundle's object and LAG id

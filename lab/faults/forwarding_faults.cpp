@@ -158,7 +158,8 @@ constexpr fault table[] = {
      .finding =
          "Inconsistency {}: member scale limit exceeded due to weights of members ({}) being "
          "more than allowed ({})",
-     .at = checkpoint::dpa_members,
+     .at = checkpoint::dpa_bundle,
+     .hides = reach::nothing,
      .plant = plant_weight},
     {.name = "dpa-lag-id",
      .description = "one node's forwarding object has a different LAG id",

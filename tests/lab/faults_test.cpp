@@ -268,6 +268,22 @@ TEST(hiding, anything_counted_hides_stale_entries) {
   EXPECT_EQ(why("birch-small", "health-errors", "stale-pi"), "");
 }
 
+TEST(hiding, empty_health_report_hides_nothing_that_shows_before_it) {
+  for (const std::string quiet : {"tool-empty=lagmgr_health", "tool-missing=lagmgr_health"}) {
+    EXPECT_EQ(why("birch-small", quiet, "stale-pi"), "");
+    EXPECT_EQ(why("birch-small", quiet, "stale-bcm"), "");
+    EXPECT_EQ(why("birch-small", quiet, "chip-mtu"), "");
+  }
+}
+
+TEST(hiding, weight_of_members_is_checked_before_the_LAG_id_and_ends_nothing) {
+  for (const char* const later : {"dpa-lag-id", "dpa-l2port-missing", "dpa-mac"}) {
+    EXPECT_EQ(why("birch-small", later, "dpa-weight"), "") << later;
+    EXPECT_EQ(why("birch-small", "dpa-weight", later), "") << later;
+  }
+  EXPECT_NE(why("birch-small", "pd-bundle-missing", "dpa-weight"), "");
+}
+
 TEST(hiding, higher_layer_hides_lower_one_at_the_same_place) {
   EXPECT_NE(why("birch-small", "dpa-mac", "dpa-l3-rif"), "");
   EXPECT_EQ(why("birch-small", "dpa-l3-rif", "dpa-mac"), "");
