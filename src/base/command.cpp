@@ -139,7 +139,7 @@ value execute_bcmd(const filled_line& bcmd, const value& npu_id, const value& no
                           .text();
     if (grep_opt != DEFAULT) cmd = fmt::format("{} | grep {}", cmd, grep_opt);
     const filled_line suffix("{}_{}_{}", {{filling::capture, fname.text()}, npu, node});
-    return execute(cmd, suffix);
+    return execute(filled_line(cmd), suffix);
   } catch (const std::exception& error) {
     return count_and_log(fmt::format("{}: execution failed for {}", error.what(), bcmd.shown()));
   }

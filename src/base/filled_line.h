@@ -8,8 +8,10 @@
 //   execute({"node_id_convert -I {}", {{filling::node_name, nodename}}});
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tessel {
@@ -35,13 +37,21 @@ struct filled_value {
 
 class filled_line {
  public:
-  // A line from the source code, with nothing to fill in.
-  filled_line(const char* line) : form_(line) {}
-  filled_line(std::string_view line) : form_(line) {}
-  filled_line(std::string line) : form_(std::move(line)) {}
-  // Each "{}" of `form` takes the next value.
-  filled_line(std::string form, std::vector<filled_value> values)
-      : form_(std::move(form)), values_(std::move(values)) {}
+  // A string literal, with nothing to fill in.
+  template <std::size_t size>
+  filled_line(const char (&literal)[size]) : form_(literal, size - 1) {}
+  // A string literal of which each "{}" takes the next value.
+  template <std::size_t size>
+  filled_line(const char (&literal)[size], std::vector<filled_value> values)
+      : form_(literal, size - 1), values_(std::move(values)) {}
+  // The same for a text that is built at run time. Nothing checks this text, so it may consist only
+  // of literals and of what text() has returned. The caller has to write the name of this class:
+  // a text that happens to be there is not accepted.
+  explicit filled_line(std::string_view form, std::vector<filled_value> values = {})
+      : form_(form), values_(std::move(values)) {}
+  // A buffer is not a literal.
+  template <std::size_t size>
+  filled_line(char (&buffer)[size], std::vector<filled_value> values = {}) = delete;
 
   // The line. Throws `failure` with the first value that its alphabet does not allow, and for a NUL
   // byte, at which the shell would end the line. Any thread.

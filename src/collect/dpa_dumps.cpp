@@ -46,9 +46,9 @@ value fetch(const object_type& type, const value& nodeip, const std::string& nod
       "ssh  -q -o 'StrictHostKeyChecking=no' {{}} /opt/nos/bin/fwd_object_show -t {} -D | {}",
       type.name, type.grep_opt);
   const std::string node_in_file_name = replace_all(nodename, "/", "_");
-  return execute(
-      {form, {{filling::address, nodeip.as_text(), nodename}}},
-      {fmt::format("{}_{{}}", type.name), {{filling::node_in_file_name, node_in_file_name}}});
+  return execute(filled_line(form, {{filling::address, nodeip.as_text(), nodename}}),
+                 filled_line(fmt::format("{}_{{}}", type.name),
+                             {{filling::node_in_file_name, node_in_file_name}}));
 }
 
 }  // namespace

@@ -71,7 +71,8 @@ int dump_tables(const Commands& commands, const value& npu, const value& nodeid,
     const std::string& unit = npu.as_text();
     const value dict = make_ordered_map();
     for (const chip_command& each : commands) {
-      const value output = execute_bcmd(each.cmd, npu, nodeid, nodeip, each.fname, each.grep_opt);
+      const value output = execute_bcmd(filled_line(each.cmd), npu, nodeid, nodeip,
+                                        filled_line(each.fname), each.grep_opt);
       dict.as_map().set(each.key, each.parse(output, nodename, unit));
     }
     st().BCM.get().at(nodename).as_map().set(unit, dict);

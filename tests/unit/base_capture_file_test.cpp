@@ -64,17 +64,17 @@ std::size_t free_pages() {
 }
 
 // A command that prints so many bytes.
-std::string printing(std::size_t bytes) {
+filled_line printing(std::size_t bytes) {
   const std::string file = fmt::format("/opt/nos/bytes_{}", bytes);
   if (!file_exists(file)) write_file(file, std::string(bytes, 'x'));
-  return "cat " + file;
+  return filled_line("cat " + file);
 }
 
 // True if the command's output is what it printed, false if it is a failure that says why. Anything
 // else is what must not be.
 bool is_whole(std::size_t bytes, const std::string& suffix, std::string_view cause) {
   const std::int64_t before = st().exception;
-  const value output = execute(printing(bytes), suffix);
+  const value output = execute(printing(bytes), filled_line(suffix));
   if (output == std::string(bytes, 'x')) return true;
   EXPECT_EQ(output, ERROR) << "an output of " << bytes << " bytes that is not whole";
   EXPECT_GT(st().exception, before);
@@ -90,7 +90,7 @@ TEST_F(capture_file_test, an_output_that_does_not_fit_is_a_failure_and_never_a_s
   EXPECT_EQ(st().exception, 1);
   EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
               ElementsAre(fmt::format("{}No space left on device: execution failed for {}", no_room,
-                                      printing(20 * page()))));
+                                      printing(20 * page()).text())));
   EXPECT_THAT(log_lines(LOG_FILE_EXCEPTION),
               testing::Contains("Traceback (most recent call last):"));
 }
@@ -133,7 +133,8 @@ TEST_F(capture_file_test, outputs_side_by_side_are_whole_or_fail) {
     const other_tmp small(pages);
     std::array<value, workers> results;
     together(workers, [&](int number) {
-      results[static_cast<std::size_t>(number)] = execute(printing(bytes), std::to_string(number));
+      results[static_cast<std::size_t>(number)] =
+          execute(printing(bytes), filled_line(std::to_string(number)));
     });
     for (const value& each : results) {
       EXPECT_TRUE(each == ERROR || each == std::string(bytes, 'x')) << "silently short";
@@ -146,8 +147,9 @@ TEST_F(capture_file_test, neighbours_do_not_fail_for_each_others_reservations) {
   constexpr int workers = 16;
   for (int round = 0; round < 5; ++round) {
     const other_tmp small(workers + 2);
-    together(workers,
-             [](int number) { EXPECT_EQ(execute("echo one", std::to_string(number)), "one\n"); });
+    together(workers, [](int number) {
+      EXPECT_EQ(execute("echo one", filled_line(std::to_string(number))), "one\n");
+    });
   }
   EXPECT_THAT(messages(LOG_FILE_EXCEPTION), IsEmpty());
 }

@@ -61,7 +61,7 @@ TEST_F(command_test, the_result_is_what_the_command_wrote_on_standard_output) {
   };
   for (const row& each : rows) {
     SCOPED_TRACE(each.why);
-    EXPECT_EQ(execute(each.cmd), each.expected);
+    EXPECT_EQ(execute(filled_line(each.cmd)), each.expected);
   }
   EXPECT_EQ(st().exception, 0);
   EXPECT_THAT(messages(LOG_FILE_EXCEPTION), IsEmpty());
@@ -138,7 +138,7 @@ TEST_F(command_test, calls_side_by_side_with_one_suffix_each_get_their_own_outpu
   std::array<value, 2> results;
   together(2, [&](int number) {
     const auto at = static_cast<std::size_t>(number);
-    results[at] = execute(pair[at], "shared");
+    results[at] = execute(filled_line(pair[at]), "shared");
   });
   EXPECT_THAT(results, ElementsAre("first\n", "second\n"));
   EXPECT_EQ(st().exception, 0);
@@ -208,7 +208,7 @@ TEST_F(command_test, a_failure_before_the_channels_exist_prints_nothing_and_is_l
 TEST_F(command_test, a_process_that_cannot_be_started_is_a_failure) {
   open_logs();
   // Longer than the system allows for one argument.
-  EXPECT_EQ(execute("echo " + std::string(200'000, 'x')), ERROR);
+  EXPECT_EQ(execute(filled_line("echo " + std::string(200'000, 'x'))), ERROR);
   EXPECT_EQ(st().exception, 1);
   EXPECT_THAT(
       file_text(LOG_FILE_EXCEPTION),
@@ -249,7 +249,7 @@ TEST_F(command_test, three_commands_run_at_once) {
   std::array<value, 3> results;
   together(3, [&](int number) {
     const auto at = static_cast<std::size_t>(number);
-    results[at] = execute(ring[at], std::to_string(number));
+    results[at] = execute(filled_line(ring[at]), filled_line(std::to_string(number)));
   });
   EXPECT_THAT(results, ElementsAre("3\n", "1\n", "2\n"));
 }
@@ -262,7 +262,8 @@ TEST_F(command_test, hundreds_of_commands_run_at_once_and_none_gets_the_output_o
   for (int number = 0; number < count; ++number) {
     started.append(start_worker([&results, number] {
       const std::string word = std::to_string(number);
-      results[static_cast<std::size_t>(number)] = execute("echo " + word + "; echo e >&2", word);
+      results[static_cast<std::size_t>(number)] =
+          execute(filled_line("echo " + word + "; echo e >&2"), filled_line(word));
     }));
   }
   started.join_all();
@@ -298,7 +299,7 @@ TEST_F(command_test, commands_that_start_side_by_side_inherit_nothing_of_one_ano
                   const value others = execute(
                       "for n in 3 4 5 6 7 8 9 11 12 13 14 15 16 17 18 19 20 21 22 23; do "
                       "readlink /proc/self/fd/$n; done | grep -v pipe",
-                      suffix);
+                      filled_line(suffix));
                   if (others != "") ++strays;
                 }
               });
@@ -496,7 +497,7 @@ TEST_F(command_test, a_value_that_would_plant_a_command_is_a_failure_and_nothing
     expect_refused("the node id is ", [&] { return execute_bcmd("show unit", 0, text); });
     const bool has_nul = text.find('\0') != std::string::npos;
     expect_refused(has_nul ? "a NUL byte would" : "the capture name is ",
-                   [&] { return execute_bcmd("show unit", 0, 1, DEFAULT, text); });
+                   [&] { return execute_bcmd("show unit", 0, 1, DEFAULT, filled_line(text)); });
   }
 }
 
@@ -508,7 +509,7 @@ TEST_F(command_test, a_chip_command_that_would_leave_its_quotes_is_a_failure) {
        {"x\"; " + touch + "; \"", "$(" + touch + ")", "`" + touch + "`", std::string("x\\"),
         std::string("x\n") + touch, std::string("x\0", 2)}) {
     SCOPED_TRACE(text);
-    expect_refused("", [&] { return execute_bcmd(text, 0, 1); });
+    expect_refused("", [&] { return execute_bcmd(filled_line(text), 0, 1); });
   }
 }
 
@@ -529,10 +530,8 @@ TEST_F(command_test, a_refused_command_is_counted_before_it_is_logged) {
 
 TEST_F(command_test, a_NUL_byte_in_a_command_or_a_suffix_is_a_failure) {
   open_logs();
-  expect_refused("a NUL byte",
-                 [] { return execute(std::string("touch /opt/nos/planted\0x", 24)); });
-  expect_refused("a NUL byte",
-                 [] { return execute("touch /opt/nos/planted", std::string("a\0b", 3)); });
+  expect_refused("a NUL byte", [] { return execute("touch /opt/nos/planted\0x"); });
+  expect_refused("a NUL byte", [] { return execute("touch /opt/nos/planted", "a\0b"); });
 }
 
 TEST_F(command_test, ERROR_in_place_of_a_text_fails_the_caller_in_turn) {

@@ -1,6 +1,8 @@
 #include "base/filled_line.h"
 
 #include <string>
+#include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "base/command.h"
@@ -121,8 +123,21 @@ TEST(filled_line, a_line_of_the_source_is_what_it_is) {
   EXPECT_EQ(filled_line("rm /tmp/tessel_* | grep '{}' \"$x\"").text(),
             "rm /tmp/tessel_* | grep '{}' \"$x\"");
   EXPECT_EQ(filled_line("").text(), "");
-  EXPECT_EQ(failure_of([] { filled_line(std::string("echo a\0b", 8)).text(); }),
+  EXPECT_EQ(failure_of([] { filled_line("echo a\0b").text(); }),
             "a NUL byte would end the command line");
+}
+
+// Only a literal becomes a line by itself.
+TEST(filled_line, a_text_that_was_made_at_run_time_must_be_named_as_a_line) {
+  EXPECT_TRUE((std::is_convertible_v<const char(&)[5], filled_line>));
+  EXPECT_FALSE((std::is_convertible_v<std::string, filled_line>));
+  EXPECT_FALSE((std::is_convertible_v<std::string_view, filled_line>));
+  EXPECT_FALSE((std::is_convertible_v<const char*, filled_line>));
+  EXPECT_FALSE((std::is_constructible_v<filled_line, char(&)[5]>));
+  const std::string built = "tool " + std::string("{}");
+  EXPECT_EQ(filled_line(built).text(), "tool {}");
+  EXPECT_EQ(filled_line(built, {{filling::npu, "3"}}).text(), "tool 3");
+  EXPECT_EQ(filled_line(std::string_view("a b").substr(2)).text(), "b");
 }
 
 // Tries every byte. The shell passes on unchanged what a chip command may contain; everything else
@@ -140,7 +155,7 @@ TEST_F(router_test, a_chip_command_reaches_the_tool_as_it_is_or_not_at_all) {
       refused += text;
     }
   }
-  EXPECT_EQ(execute_bcmd(admitted, "0", "0"), admitted);
+  EXPECT_EQ(execute_bcmd(filled_line(admitted), "0", "0"), admitted);
   EXPECT_EQ(admitted.size(), 95U - 4U) << "printable ASCII but for the four of the shell";
   for (const char each : std::string_view("\"$`\\\n\0", 6)) {
     EXPECT_NE(refused.find(each), std::string::npos) << each;

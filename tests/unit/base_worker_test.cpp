@@ -283,7 +283,8 @@ TEST_F(worker_test, with_one_core_a_list_that_grows_while_it_is_joined_ends) {
   for (int number = 0; number < 20; ++number) {
     pid_list.append(start_worker([&] {
       for (int more = 0; more < 5; ++more) {
-        pid_list.append(start_worker([&] { execute("true", fmt::format("grown_{}", ended++)); }));
+        pid_list.append(
+            start_worker([&] { execute("true", filled_line(fmt::format("grown_{}", ended++))); }));
       }
     }));
   }
