@@ -93,7 +93,7 @@ const std::vector<field_description>& override_fields() {
       {"chip.lag", "absent: the chip has no such LAG"},
       {"chip.lag-port", "absent: a Jericho2 chip has a LAG's port on core 0 alone"},
       {"chip.member", "absent: the chip's LAG has no such member"},
-      {"chip.extra-lag", "a LAG of one member that nobody configured"},
+      {"chip.extra-lag", "a LAG of one member that is not configured"},
       {"chip.mtu", "MTU of a port (a bundle on Jericho2) in the chip"},
       {"chip.lag-mtu", "absent: a Jericho2 chip, object \"*\", gives no port an MTU profile"},
       {"chip.vlan-domain", "VLAN domain of a port in the chip"},

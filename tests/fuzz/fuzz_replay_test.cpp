@@ -69,7 +69,7 @@ INSTANTIATE_TEST_SUITE_P(parsers, fuzz_replay,
                            return std::string(fuzz::parsers()[parameter.param].name);
                          });
 
-// The inputs of the lab's healthy routers are no use if they stop at the first phase.
+// The inputs of the lab's healthy routers are useless if they stop at the first phase.
 TEST(fuzz_replay_of_whole_runs, reaches_the_last_phase) {
   const auto parsers = fuzz::parsers();
   const auto whole_run = std::find_if(parsers.begin(), parsers.end(), [](const auto& parser) {

@@ -133,7 +133,7 @@ TEST(parse_arguments, takes_nothing_from_the_environment_or_a_file) {
   EXPECT_EQ(complaint_about({"--config", "x"}), "unknown option --config; see tessel-host --help");
 }
 
-TEST(describe_returned_run, tells_an_early_stop_from_an_abort) {
+TEST(describe_returned_run, distinguishes_an_early_stop_from_an_abort) {
   EXPECT_EQ(describe_returned_run(0).status, 1);
   EXPECT_EQ(describe_returned_run(0).message,
             "the audit did not complete: it stopped before it collected anything; what it printed "
@@ -233,7 +233,7 @@ TEST(host, names_a_library_name_that_the_dynamic_linker_does_not_find) {
   EXPECT_NE(result.err.find("LD_LIBRARY_PATH"), std::string::npos) << result.err;
 }
 
-TEST(host, tells_how_to_name_a_library_in_the_working_folder) {
+TEST(host, says_how_to_name_a_library_in_the_working_folder) {
   const auto result = run_shell("cd " + stand_ins + " && " + host + " --library libstopped.so");
   EXPECT_EQ(result.status, status_library_unavailable);
   expect_one_line(result.err);
@@ -283,7 +283,7 @@ TEST(host, takes_the_library_beside_itself_where_none_is_named) {
   EXPECT_NE(without.err.find("cannot load library 'libtessel.so'"), std::string::npos);
 }
 
-TEST(host, names_a_file_that_is_no_library) {
+TEST(host, names_a_file_that_is_not_a_library) {
   const auto result = run_with_library("/etc/passwd");
   EXPECT_EQ(result.status, status_library_unavailable);
   expect_one_line(result.err);

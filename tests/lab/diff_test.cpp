@@ -21,7 +21,7 @@ void replace_in(std::string& text, const std::string& from, const std::string& t
 
 const std::string dpa = "fwd_object_show -t lagport -D";
 
-TEST(changes, there_are_none_between_equal_captures) {
+TEST(changes, are_empty_between_equal_captures) {
   EXPECT_TRUE(changes_between(birch(), birch()).empty());
   EXPECT_EQ(change_report({}), "No layer changed.\n");
 }

@@ -56,7 +56,7 @@ TEST_F(command_test, the_result_is_what_the_command_wrote_on_standard_output) {
       row{"a redirection of its own", "echo one >/opt/nos/one; cat /opt/nos/one", "one\n"},
       row{"an empty command line", "", ""},
       row{"a NUL byte", "printf 'a\\000b'", std::string("a\0b", 3)},
-      row{"bytes that are no text", "printf '\\377\\376'", "\xff\xfe"},
+      row{"bytes that are not text", "printf '\\377\\376'", "\xff\xfe"},
       row{"carriage returns stay", "printf 'a\\r\\n'", "a\r\n"},
   };
   for (const row& each : rows) {

@@ -182,7 +182,7 @@ TEST_F(logs_test, details_are_the_traceback_of_the_failure_that_is_being_handled
   EXPECT_THAT(lines[5], EndsWith(": INFO: without details"));
 }
 
-TEST_F(logs_test, details_without_a_failure_are_none) {
+TEST_F(logs_test, without_a_failure_there_are_no_details) {
   open_logs();
   logger("alone", "exception", true);
   EXPECT_EQ(log_lines(LOG_FILE_EXCEPTION).size(), 2U);
@@ -243,7 +243,7 @@ TEST_F(logs_test, a_stale_entry_log_that_cannot_be_written_fails_log_init) {
   EXPECT_EQ(st().exception, 1);
 }
 
-TEST_F(logs_test, a_line_that_cannot_be_written_is_reported_and_stops_nobody) {
+TEST_F(logs_test, a_line_that_cannot_be_written_is_reported_and_stops_no_caller) {
   const full_folder full("/var/log");
   write_file(LOG_FILE_EXCEPTION, "");
   const auto channel = std::make_shared<log_channel>(std::string(LOG_FILE_EXCEPTION),
@@ -254,7 +254,7 @@ TEST_F(logs_test, a_line_that_cannot_be_written_is_reported_and_stops_nobody) {
   EXPECT_EQ(st().exception, 0);
 }
 
-TEST_F(logs_test, a_line_that_can_neither_be_written_nor_reported_stops_nobody_either) {
+TEST_F(logs_test, a_line_that_can_neither_be_written_nor_reported_stops_no_caller_either) {
   EXPECT_EQ(status_in_child([] {
               const int none = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
               ::dup2(none, STDOUT_FILENO);

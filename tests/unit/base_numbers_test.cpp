@@ -115,7 +115,7 @@ TEST_F(numbers_test, convert_to_hex_is_lower_case_without_leading_zeros) {
             "0x100000000000000000000000000000000");
 }
 
-TEST_F(numbers_test, convert_to_hex_of_what_is_no_number_is_the_callers_failure) {
+TEST_F(numbers_test, convert_to_hex_of_a_text_that_is_not_a_number_is_the_callers_failure) {
   EXPECT_THAT(failure_of([] { convert_to_hex(DEFAULT); }), HasSubstr("'Not set'"));
   EXPECT_THAT(failure_of([] { convert_to_hex(""); }), HasSubstr("''"));
   EXPECT_THAT(failure_of([] { convert_to_hex("12 34"); }), HasSubstr("'12 34'"));

@@ -127,7 +127,7 @@ TEST_F(text_test, case_is_ignored_only_where_asked) {
   EXPECT_TRUE(findall(pattern("untagged"), "Untagged UNTAGGED").empty());
 }
 
-TEST_F(text_test, an_expression_that_is_none_is_a_failure_that_names_it) {
+TEST_F(text_test, an_invalid_expression_is_a_failure_that_names_it) {
   EXPECT_THAT(failure_of([] { pattern("BE(12"); }), HasSubstr("'BE(12'"));
   EXPECT_THAT(failure_of([] { pattern("[z-a]"); }), HasSubstr("'[z-a]'"));
   EXPECT_THAT(failure_of([] { constant("*"); }), HasSubstr("'*'"));
@@ -210,7 +210,8 @@ TEST_F(text_test, strip_removes_white_space_at_both_ends) {
   EXPECT_EQ(strip(" \t\r\n\v\fa b\n"), "a b");
   EXPECT_EQ(strip(" \n"), "");
   EXPECT_EQ(strip(""), "");
-  EXPECT_EQ(strip(std::string_view("\0a\0", 3)), std::string_view("\0a\0", 3)) << "NUL is none";
+  EXPECT_EQ(strip(std::string_view("\0a\0", 3)), std::string_view("\0a\0", 3))
+      << "NUL is not a blank";
 }
 
 TEST_F(text_test, a_set_of_characters_is_trimmed_and_no_prefix) {
@@ -248,7 +249,7 @@ TEST_F(text_test, a_value_with_a_point_matches_any_character_there) {
 TEST_F(text_test, templates_are_filled_from_left_to_right) {
   EXPECT_EQ(fill("{}_{}_{}", {"1", "0", "4096"}), "1_0_4096");
   EXPECT_EQ(fill("{}-{}", {"{}", "x"}), "{}-x") << "what was put in is not filled";
-  EXPECT_EQ(fill("\\d{4}{}", {"x"}), "\\d{4}x") << "a repeat count is no place";
+  EXPECT_EQ(fill("\\d{4}{}", {"x"}), "\\d{4}x") << "a repeat count is not a place";
   EXPECT_EQ(fill("a", {"x"}), "a");
   EXPECT_EQ(fill("{}{}", {"x"}), "x{}");
   EXPECT_EQ(fill("", {}), "");

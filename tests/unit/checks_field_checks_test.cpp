@@ -51,7 +51,8 @@ TEST_F(field_checks_test, is_node_present_of_a_known_node_is_SUCCESS_and_silent)
 TEST_F(field_checks_test, is_node_present_reports_a_node_that_a_layer_lacks) {
   const value obj = map_of({{"0/0/CPU0", 1}});
   EXPECT_EQ(is_node_present("0/1/CPU0", obj, "Bundle", "DPA"), ERROR);
-  EXPECT_EQ(is_node_present("0/0/CPU", obj, "Lag", "BME"), ERROR) << "a part of a name is no name";
+  EXPECT_EQ(is_node_present("0/0/CPU", obj, "Lag", "BME"), ERROR)
+      << "a part of a name is not a name";
   EXPECT_THAT(findings(),
               ElementsAre("Inconsistency 1: DPA has no Bundle entry in location 0/1/CPU0",
                           "Inconsistency 2: BME has no Lag entry in location 0/0/CPU"));
@@ -435,7 +436,7 @@ TEST_F(field_checks_test, a_missing_field_is_a_failure_and_no_finding) {
   EXPECT_TRUE(all_have_tracebacks());
 }
 
-TEST_F(field_checks_test, a_value_that_is_no_text_where_characters_count_is_a_failure) {
+TEST_F(field_checks_test, a_value_that_is_not_a_text_where_characters_count_is_a_failure) {
   const value glif_held = record_with("glif", 5);
   EXPECT_EQ(check_lif("0x12345", glif_held.as_record(), "BE12", "DPA"), ERROR);
   EXPECT_EQ(check_lif(5, unset_record().as_record(), "BE12", "DPA"), ERROR);

@@ -198,7 +198,7 @@ TEST_F(dump_data_test, a_probed_node_id_of_64_bits_is_named_as_it_is) {
   EXPECT_EQ(node("0/0/CPU0").at("nodeid"), "18446744073709551615");
 }
 
-TEST_F(dump_data_test, a_node_id_that_is_no_number_ends_the_whole_stage) {
+TEST_F(dump_data_test, a_node_id_that_is_not_a_number_ends_the_whole_stage) {
   for (const char* printed : {"", "none\n", "08\n", "1 2\n"}) {
     SCOPED_TRACE(printed);
     SetUp();
@@ -315,7 +315,7 @@ TEST_F(dump_data_test, two_active_nodes_matter_on_one_router_type_only) {
   EXPECT_EQ(node("0/0/CPU0").at("dump"), 1);
 }
 
-TEST_F(dump_data_test, a_probed_id_that_is_no_number_ends_the_stage) {
+TEST_F(dump_data_test, a_probed_id_that_is_not_a_number_ends_the_stage) {
   st().router = aspen;
   add_node("0/0/CPU0", "192.0.0.9", 1);
   tool("ssh", "echo Node Id:unknown");

@@ -260,7 +260,7 @@ TEST_F(hardware_dumps_test, a_unit_or_an_id_that_would_plant_a_command_fails_the
   }
 }
 
-TEST_F(hardware_dumps_test, a_list_of_npus_that_is_none_is_a_failure_of_the_node) {
+TEST_F(hardware_dumps_test, an_npu_list_of_another_kind_is_a_failure_of_the_node) {
   EXPECT_EQ(dump_hw_tables("Not set", 4096, "192.0.0.4", std::string(older)), ERROR);
   EXPECT_THAT(
       messages(LOG_FILE_EXCEPTION),

@@ -95,7 +95,7 @@ TEST_F(member_details_test, a_line_that_cannot_be_read_is_a_failure) {
   };
   for (const row& each :
        {row{"a short port line", "Hu0/0/0/1 60 1 local\n", "no word 4 in a line of 4"},
-        row{"a handle that is no number", "Hu0/0/0/1 xyz 1 0 5 33 1024 local\n",
+        row{"a handle that is not a number", "Hu0/0/0/1 xyz 1 0 5 33 1024 local\n",
             "'0xxyz' is no number"},
         row{"a section without a name", "Node ID:\n", "no word 2 in a line of 2"}}) {
     SCOPED_TRACE(each.why);

@@ -223,7 +223,7 @@ TEST_F(bcm_checks_test, the_MTU_is_the_interface_managers_against_the_chips_as_t
               ElementsAre("Inconsistency 1: MTU verification failed for 0/0/0/1, NPU0,P ,NPU: 0"));
   put(tables(be12::older, "0"), {"member_mtu", "0", "13"}, 9000);
   EXPECT_EQ(older_member(), SUCCESS);
-  EXPECT_EQ(counted(), (outcome{.inconsistent = 2})) << "a number is no text";
+  EXPECT_EQ(counted(), (outcome{.inconsistent = 2})) << "a number is not a text";
 }
 
 TEST_F(bcm_checks_test, the_ports_place_is_what_the_forwarding_object_said) {
@@ -668,7 +668,7 @@ TEST_F(bcm_checks_test, what_is_looked_up_without_a_presence_test_is_a_failure_w
        "BCM verification failed for BE12.100(0x3000a60), NPU 1, 0/0/CPU0"},
       {"the bundle's record", [] { drop(st().tesselDb, {"BE12"}); },
        [] { return bundles_on(be12::older); }, "'BE12'", "BCM lag verification failed for BE12"},
-      {"a port that is no number, where ports are adjusted",
+      {"a port that is not a number, where ports are adjusted",
        [] {
          st().router = aspen;
          set_voq_port("Not set", "0");

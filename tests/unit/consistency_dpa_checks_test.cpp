@@ -155,7 +155,7 @@ TEST_F(dpa_checks_test, a_weight_beyond_64_bits_is_compared_as_a_number) {
   EXPECT_EQ(counted(), (outcome{.inconsistent = 1}));
 }
 
-TEST_F(dpa_checks_test, weight_equal_to_max_member_count_is_no_finding_only_greater_is) {
+TEST_F(dpa_checks_test, weight_equal_to_max_member_count_is_not_a_finding_only_greater_is) {
   put(lagport_of(be12::ifh), {"weight"}, 64);
   EXPECT_EQ(bundles_DPA(), SUCCESS);
   EXPECT_EQ(counted(), outcome());
@@ -204,7 +204,7 @@ TEST_F(dpa_checks_test,
 TEST_F(dpa_checks_test, a_wrong_LAG_id_alone_does_not_end_the_check) {
   put(lagport_of(be12::ifh), {"lagid"}, "0x9");
   EXPECT_EQ(bundles_DPA(), SUCCESS);
-  EXPECT_EQ(counted(), (outcome{.inconsistent = 1})) << "and is no delete-pending one";
+  EXPECT_EQ(counted(), (outcome{.inconsistent = 1})) << "and is not a delete-pending one";
   EXPECT_EQ(bundle().get("glif"), "0x12345");
   EXPECT_EQ(bundle().get("vlan_domain"), map_of({{be12::older, map_of({{"0", "0x8"}})}}));
 }
@@ -699,7 +699,7 @@ TEST_F(dpa_checks_test, what_is_looked_up_without_a_presence_test_is_a_failure_w
        "'deletePending'", bundle_message},
       {"max_member_count", [] { drop(lagport_of(be12::ifh), {"max_member_count"}); }, bundles_DPA,
        "'max_member_count'", bundle_message},
-      {"a limit that is no number",
+      {"a limit that is not a number",
        [] { put(lagport_of(be12::ifh), {"max_member_count"}, "many"); }, bundles_DPA, "many",
        bundle_message},
       {"LAG id", [] { drop(lagport_of(be12::ifh), {"lagid"}); }, bundles_DPA, "'lagid'",
@@ -720,7 +720,7 @@ TEST_F(dpa_checks_test, what_is_looked_up_without_a_presence_test_is_a_failure_w
          drop(objects(), {"l2intf", be12::ifh});
        },
        bundles_DPA, "'0x3000120'", bundle_message},
-      {"a RIF that is no number",
+      {"a RIF that is not a number",
        [] {
          put(objects(), {"l2port", be12::ifh, "rif"}, "none");
        },

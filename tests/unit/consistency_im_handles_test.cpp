@@ -46,7 +46,7 @@ TEST_F(im_handles_test, the_listings_lines_that_name_a_sub_bundle) {
       {"a name that is another's end", "0x1 BE11.1 up", "BE1.1", std::nullopt},
       {"a point is a point", "0x1 BE1x1 up", "BE1.1", std::nullopt},
       {"no blank behind the name", "0x1 BE1.1\n", "BE1.1", std::nullopt},
-      {"a tab behind the name is no blank", "0x1 BE1.1\tup", "BE1.1", std::nullopt},
+      {"a tab behind the name is not a blank", "0x1 BE1.1\tup", "BE1.1", std::nullopt},
       {"a tab before the name is", "0x1\tBE1.1 up", "BE1.1", "0x1"},
       {"even a line end", "0x1\nBE1.1 up", "BE1.1", "0x1"},
       {"two blanks before the name", "0x1  BE1.1 up", "BE1.1", std::nullopt},
@@ -56,7 +56,7 @@ TEST_F(im_handles_test, the_listings_lines_that_name_a_sub_bundle) {
       {"any word is a handle", "0xno_ne BE1.1 up", "BE1.1", "0xno_ne"},
       {"names on one line", "0x1 BE1.1 0x2 BE1.2 up", "BE1.2", "0x2"},
       {"a zero byte in front", std::string("\0000x1 BE1.1 ", 11), "BE1.1", "0x1"},
-      {"a main bundle is none", "0x1 BE1 up", "BE1", std::nullopt},
+      {"a main bundle is not a sub-bundle", "0x1 BE1 up", "BE1", std::nullopt},
   };
   for (const row& each : rows) {
     EXPECT_EQ(looked_up(each.listing, each.sub_bdl), each.expected) << each.why;

@@ -278,7 +278,7 @@ TEST_F(pass_test, a_failure_of_the_walk_is_logged_and_then_counted) {
   EXPECT_TRUE(logs_before_counting([] { run_pass(); }));
 }
 
-TEST_F(pass_test, a_store_of_bundles_that_is_none_ends_the_pass_with_ERROR) {
+TEST_F(pass_test, a_bundle_store_of_another_kind_ends_the_pass_with_ERROR) {
   st().tesselDb = ERROR;
   EXPECT_EQ(run_pass_to_the_end(), ERROR);
   EXPECT_EQ(exceptions().size(), 3U);

@@ -143,7 +143,7 @@ TEST_F(pi_pd_checks_test,
   EXPECT_THAT(findings(), IsEmpty());
 }
 
-TEST_F(pi_pd_checks_test, a_name_is_no_other_names_beginning_and_its_point_is_a_point) {
+TEST_F(pi_pd_checks_test, a_name_matches_only_as_a_whole_and_its_point_only_a_point) {
   st().bdlSubPI.set("0x1 BE12.1000  up\n0x2 BE12x100  up\n0x3 BE1.100  up\n0x4 BE12.200  up\n");
   EXPECT_EQ(check_sub_bundles_PI("BE12"), SUCCESS);
   EXPECT_EQ(sub_record(be12::l3_sub).get("ifh"), DEFAULT);
@@ -151,7 +151,7 @@ TEST_F(pi_pd_checks_test, a_name_is_no_other_names_beginning_and_its_point_is_a_
   EXPECT_EQ(counted(), (outcome{.inconsistent = 1}));
 }
 
-TEST_F(pi_pd_checks_test, a_handle_that_is_no_number_fails_the_sub_bundles_of_the_bundle) {
+TEST_F(pi_pd_checks_test, a_handle_that_is_not_a_number_fails_the_sub_bundles_of_the_bundle) {
   st().bdlSubPI.set("0xnone BE12.100  up\n0x4 BE12.200  up\n");
   EXPECT_EQ(check_sub_bundles_PI("BE12"), ERROR);
   EXPECT_THAT(exceptions(),

@@ -77,7 +77,7 @@ TEST_F(scale_check_test, one_more_than_each_limit_is_reported_separately) {
                           "INFO: Allowed l2 sub-bundles: 8192, configured more: 8193",
                           "INFO: Allowed l3 sub-bundles: 1024, configured more: 1025"));
   EXPECT_EQ(counted(), (outcome{.exception = 3}));
-  EXPECT_THAT(findings(), IsEmpty()) << "a breach is no inconsistency";
+  EXPECT_THAT(findings(), IsEmpty()) << "a breach is not an inconsistency";
 }
 
 TEST_F(scale_check_test,

@@ -81,7 +81,7 @@ TEST_F(bundle_health_test, bundle_lines_stand_at_the_margin_and_details_behind_t
       row{"a line that names two bundles counts twice", "Bundle-Ether1 and Bundle-Ether2 differ",
           "   \nBundle-Ether1 and Bundle-Ether2 differ", 2},
       row{"a bundle anywhere in its line", "\t  see Bundle-Ether1", "   \nsee Bundle-Ether1", 1},
-      row{"another case is no bundle", "bundle-ether1\nBundle Ether1",
+      row{"another case is not a bundle", "bundle-ether1\nBundle Ether1",
           "   \n   bundle-ether1\n   Bundle Ether1", 0},
       row{"a rule cuts two words together", "Bundle--Ether1 Bundle-----Ether2",
           "   \n   BundleEther1 BundleEther2", 0},
@@ -91,7 +91,7 @@ TEST_F(bundle_health_test, bundle_lines_stand_at_the_margin_and_details_behind_t
       row{"blanks keep line ends apart", "a\n \n \nb", "   \n   a\n   \n   \n   b", 0},
       row{"white space of all kinds in front goes, behind it stays", "x\n \t\r\v\fa \t \n b ",
           "   \n   x\n   a \t \n   b", 0},
-      row{"bytes that are no text", std::string("Bundle-Ether1\0\xff\n\xc3", 17),
+      row{"bytes that are not text", std::string("Bundle-Ether1\0\xff\n\xc3", 17),
           std::string("   \nBundle-Ether1\0\xff\n   \xc3", 24), 1},
   };
   for (const row& each : rows) {
@@ -112,7 +112,7 @@ TEST_F(bundle_health_test, the_table_head_and_its_first_row_are_taken_away) {
           "   \n   (2)\n   x", 0},
       row{"a head without a row stays", table, "   \n   Process            Node          Result",
           0},
-      row{"another order of columns is no head", "Node Process Result\nlagmgr 0/RP0/CPU0 OK\n",
+      row{"another order of columns is not a head", "Node Process Result\nlagmgr 0/RP0/CPU0 OK\n",
           "   \n   Node Process Result\n   lagmgr 0/RP0/CPU0 OK", 0},
   };
   for (const row& each : rows) {
@@ -139,9 +139,9 @@ TEST_F(bundle_health_test, a_report_with_the_word_info_loses_its_blocks_and_keep
       row{"a block of two lines stays", table + "INFO: 2 bundles\n  a: b\n",
           shown + "\n   INFO: 2 bundles\n   a: b", 0},
       row{"inside of another word", table + "NOINFO:\n", shown + "\n   NOINFO:", 0},
-      row{"a bundle in a block is no cell's text", "INFO: 1 a\n  Bundle-Ether1\n  b\n",
+      row{"a bundle in a block is not the text of a cell", "INFO: 1 a\n  Bundle-Ether1\n  b\n",
           "   \n   INFO: 1 a\nBundle-Ether1\n   b", 1},
-      row{"in another case it is no such word", table + "info: 2 a\n  b\n  c\n",
+      row{"in another case it is another word", table + "info: 2 a\n  b\n  c\n",
           "   \n   info: 2 a\n   b\n   c", 0},
   };
   for (const row& each : rows) {
@@ -179,7 +179,8 @@ TEST_F(bundle_health_test, the_filter_drops_its_lines_before_the_parser_sees_the
   EXPECT_EQ(st().bdlHealthCheckCount, 3);
 }
 
-TEST_F(bundle_health_test, a_tool_that_prints_nothing_is_no_failure_and_three_blanks_are_logged) {
+TEST_F(bundle_health_test,
+       a_tool_that_prints_nothing_is_not_a_failure_and_three_blanks_are_logged) {
   tool_prints("lagmgr_health", "");
   EXPECT_EQ(check(), SUCCESS);
   EXPECT_EQ(st().bdlHealthCheck, "");
@@ -188,7 +189,7 @@ TEST_F(bundle_health_test, a_tool_that_prints_nothing_is_no_failure_and_three_bl
   EXPECT_EQ(st().exception, 0);
 }
 
-TEST_F(bundle_health_test, a_tool_that_is_missing_is_no_failure_and_three_blanks_are_logged) {
+TEST_F(bundle_health_test, a_tool_that_is_missing_is_not_a_failure_and_three_blanks_are_logged) {
   EXPECT_EQ(check(), SUCCESS);
   EXPECT_EQ(logged(), "   \n");
   EXPECT_EQ(st().exception, 0);

@@ -137,7 +137,7 @@ TEST_F(stale_test, a_failure_behind_the_reduction_names_the_last_node_whatever_i
               ElementsAre(EndsWith(": Stale entry verification failed in 0/1/CPU0")));
 }
 
-TEST_F(stale_test, an_empty_bcm_is_no_failure_by_itself) {
+TEST_F(stale_test, an_empty_bcm_is_not_a_failure_by_itself) {
   st().BCM.set(make_ordered_map());
   EXPECT_EQ(check(), SUCCESS);
   EXPECT_EQ(logged(), clean_layers());
@@ -183,7 +183,7 @@ TEST_F(stale_test, after_any_finding_failure_or_note_no_stale_entry_is_ever_repo
   }
 }
 
-TEST_F(stale_test, at_the_gate_nobody_waits_for_workers_that_still_run) {
+TEST_F(stale_test, the_gate_does_not_wait_for_workers_that_still_run) {
   std::latch go(1);
   const auto running = start_worker([&go] { go.wait(); });
   st().pid_list.append(running);

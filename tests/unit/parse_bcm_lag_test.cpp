@@ -115,7 +115,7 @@ TEST_F(bcm_lag_test, the_first_id_of_a_section_counts) {
       << "and as decimal where that fails";
 }
 
-TEST_F(bcm_lag_test, rows_that_are_no_members_are_passed_over) {
+TEST_F(bcm_lag_test, rows_that_are_not_members_are_skipped) {
   struct row {
     const char* why;
     std::string line;
@@ -209,7 +209,7 @@ TEST_F(bcm_lag_test, a_tm_lag_piece_before_any_id_is_a_failure) {
   }
 }
 
-TEST_F(bcm_lag_test, an_output_that_is_no_text_is_a_failure_that_is_counted_once) {
+TEST_F(bcm_lag_test, an_output_that_is_not_a_text_is_a_failure_that_is_counted_once) {
   EXPECT_EQ(parse_diag_lag_BCM(ERROR, node, "1"), ERROR);
   EXPECT_EQ(st().exception, 1);
   EXPECT_EQ(parse_tm_lag(ERROR, node, "1"), ERROR);

@@ -161,7 +161,7 @@ TEST_F(bundle_pd_test, of_a_name_that_comes_twice_the_later_block_wins) {
   EXPECT_EQ(store(), "{'BE12': {'members': {}}, 'BE7': {'members': {}}}");
 }
 
-TEST_F(bundle_pd_test, an_id_that_is_no_number_is_a_failure) {
+TEST_F(bundle_pd_test, an_id_that_is_not_a_number_is_a_failure) {
   struct row {
     const char* why;
     std::string output;
@@ -232,7 +232,7 @@ TEST_F(bundle_pd_test, junk_behind_a_block_harms_nothing) {
     SetUp();
     parse("\n" + std::string(be12) + each.output.as_text());
     EXPECT_EQ(messages(LOG_FILE_EXCEPTION).size(), static_cast<std::size_t>(st().exception));
-    EXPECT_LE(st().exception, 1) << "four words of noise can be a row whose id is no number";
+    EXPECT_LE(st().exception, 1) << "four words of noise can be a row whose id is not a number";
   }
 }
 

@@ -142,7 +142,7 @@ TEST_F(bundle_pi_test, a_member_name_runs_up_to_the_blank_in_front_of_its_bracke
   }
 }
 
-TEST_F(bundle_pi_test, a_member_line_that_is_none_is_passed_over) {
+TEST_F(bundle_pi_test, a_malformed_member_line_is_skipped) {
   for (const char* line :
        {"Hu0/0 (0x60)", "Hu0/0/0/1(0x60)", "Hu0/0/0/1 [0x60]", "/0/0/1 (0x60)"}) {
     SCOPED_TRACE(line);
@@ -200,7 +200,7 @@ TEST_F(bundle_pi_test, handles_become_lower_case_hexadecimal) {
   EXPECT_EQ(st().bdlInfoPI.get().at("BE7").at("members").at("0/0/0/9").at("mifh"), "0x10");
 }
 
-TEST_F(bundle_pi_test, a_handle_that_is_no_number_is_a_failure) {
+TEST_F(bundle_pi_test, a_handle_that_is_not_a_number_is_a_failure) {
   for (const std::string_view handle : {"0x3000070", "0x70"}) {
     SCOPED_TRACE(handle);
     SetUp();

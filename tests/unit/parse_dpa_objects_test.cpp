@@ -113,7 +113,7 @@ TEST_F(dpa_objects_test, an_empty_text_takes_the_node_out_of_the_run_except_for_
   }
 }
 
-TEST_F(dpa_objects_test, an_output_that_is_no_text_is_a_failure_that_is_counted_once) {
+TEST_F(dpa_objects_test, an_output_that_is_not_a_text_is_a_failure_that_is_counted_once) {
   for (const object_type& type : object_types()) {
     SCOPED_TRACE(type.name);
     SetUp();
@@ -134,7 +134,7 @@ TEST_F(dpa_objects_test, failures_are_logged_before_they_are_counted) {
   }
 }
 
-TEST_F(dpa_objects_test, junk_is_no_object_and_for_interfaces_a_bad_one) {
+TEST_F(dpa_objects_test, junk_gives_no_object_but_for_interfaces_a_bad_one) {
   std::vector<bad_output> junk = meaningless_outputs();
   junk.insert(junk.end(), endless_outputs().begin(), endless_outputs().end());
   for (const object_type& type : object_types()) {
@@ -259,11 +259,11 @@ TEST_F(dpa_objects_test, one_bad_lagport_block_loses_all_of_the_node) {
   const std::array rows = {
       row{"a member with no NPU line", head() + "  3:dpa_intf_t mifh => 0x60\n",
           "no NPU for the member in slot 3"},
-      row{"a member handle that is no number", head() + slot(0, "none", 0, 1),
+      row{"a member handle that is not a number", head() + slot(0, "none", 0, 1),
           "'none' is no number"},
-      row{"a bundle handle that is no number", with(head(), "0x3000120", "none"),
+      row{"a bundle handle that is not a number", with(head(), "0x3000120", "none"),
           "'none' is no number"},
-      row{"a LAG id that is no number", with(head(), "0x1\n", "lag\n"), "'lag' is no number"},
+      row{"a LAG id that is not a number", with(head(), "0x1\n", "lag\n"), "'lag' is no number"},
       row{"a weight beyond all numbers",
           head() + slot(0, "0x60", 0, 1) +
               "  1:dpa_intf_t mifh => 0x61\n  1:uint8_t mbr_npu_id => 0\n"
@@ -398,7 +398,7 @@ TEST_F(dpa_objects_test, a_port_whose_handle_is_not_set_is_a_failure) {
               ElementsAre("'not' is no number: parse l1port object failed 0/0/CPU0"));
 }
 
-TEST_F(dpa_objects_test, a_piece_without_a_name_is_no_port) {
+TEST_F(dpa_objects_test, a_piece_without_a_name_is_not_a_port) {
   EXPECT_EQ(parse_l1port_object_DPA("l1port element 0\n  uint32_t mtu => 1\n", node), SUCCESS);
   EXPECT_EQ(dump_flag(), 0);
   EXPECT_EQ(st().info, 1);

@@ -76,7 +76,7 @@ TEST_F(hardware_tables_test, a_text_without_a_matching_row_yields_an_empty_map) 
   EXPECT_THAT(kept_messages(), IsEmpty());
 }
 
-TEST_F(hardware_tables_test, an_output_that_is_no_text_goes_up_as_a_failure_unlogged) {
+TEST_F(hardware_tables_test, an_output_that_is_not_a_text_goes_up_as_a_failure_unlogged) {
   for (const table& each : tables()) {
     SCOPED_TRACE(each.name);
     EXPECT_EQ(failure_of([&] { each.parse(ERROR); }), "a text expected, found the integer 0");
@@ -118,7 +118,7 @@ TEST_F(hardware_tables_test, a_hexadecimal_mtu_becomes_decimal_text) {
             map_of({{"0", map_of({{"0", "16"}})}}));
 }
 
-TEST_F(hardware_tables_test, an_mtu_that_is_no_number_stays_as_printed) {
+TEST_F(hardware_tables_test, an_mtu_that_is_not_a_number_stays_as_printed) {
   EXPECT_EQ(
       parse_member_mtu("EPNI_PACKETPROCESSING_PORT_CONFIGURATION_TABLE.EPNI0[1]: <A=1,MTU=none>\n"),
       map_of({{"0", map_of({{"1", "none"}})}}));
@@ -292,8 +292,8 @@ TEST_F(vlan_domain_test, what_is_missing_is_a_failure_that_names_it) {
           "a text expected, found the integer 0"},
       row{"no inventory", [] { st().nodeinfo.set(ERROR); },
           "no key '0/RP0/CPU0' in the integer 0: a map is expected"},
-      row{"a port that is no number", [] { add_member("x", "0"); }, "'x' is no number"},
-      row{"a domain that is no number", [] { add_table(active, "0", domain_row(0, 5, "none")); },
+      row{"a port that is not a number", [] { add_member("x", "0"); }, "'x' is no number"},
+      row{"a domain that is not a number", [] { add_table(active, "0", domain_row(0, 5, "none")); },
           "'none' is no number"},
   };
   for (const row& each : rows) {

@@ -210,7 +210,7 @@ TEST_F(running_config_test, every_kind_of_encapsulation_becomes_its_tags) {
                     list_of({"40"}), 1},
       encapsulation{"the first of a range", " l2transport", "dot1q 10-20", list_of({"10"}), 1},
       encapsulation{"neither tags nor untagged", " l2transport", "default", make_list(), 1},
-      encapsulation{"untagged on layer 3 is no entry", "", "untagged", make_list(), 0},
+      encapsulation{"untagged on layer 3 is not an entry", "", "untagged", make_list(), 0},
   };
   for (const encapsulation& each : rows) {
     SCOPED_TRACE(each.why);
@@ -300,7 +300,7 @@ TEST_F(running_config_test, hierarchical_qos_is_a_line_of_the_configuration) {
   EXPECT_EQ(st().tesselDb.at("hqos"), 0);
 }
 
-TEST_F(running_config_test, mentions_in_other_protocols_are_no_bundles) {
+TEST_F(running_config_test, mentions_in_other_protocols_are_not_bundles) {
   parse(
       "router ospf 1\n area 0\n  interface Bundle-Ether99\n   cost 1\n  !\n"
       "  interface Bundle-Ether98.7\n  !\n !\n!\n"

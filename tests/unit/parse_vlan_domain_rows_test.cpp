@@ -43,7 +43,7 @@ TEST_F(vlan_domain_rows_test, each_table_is_read_for_itself) {
   EXPECT_EQ(vlan_domain_of(shared("A.IHP0[3]: <P=1,VLAN_DOMAIN=0x99,"), "0", "3"), "0x99");
 }
 
-TEST_F(vlan_domain_rows_test, names_that_are_no_plain_words_are_put_in_without_escaping) {
+TEST_F(vlan_domain_rows_test, names_that_are_not_plain_words_are_put_in_without_escaping) {
   const auto text = shared(table);
   EXPECT_EQ(vlan_domain_of(text, ".", "30"), "0x12") << "a point matches any character";
   EXPECT_EQ(vlan_domain_of(text, "1", "\\d"), "0x11");

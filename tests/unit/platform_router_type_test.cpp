@@ -62,7 +62,7 @@ TEST_F(router_type_test, the_model_in_the_banner_decides) {
       row{"birch with a number", "some TR-BIRCH1 () processor\n", birch},
       row{"aspen", "some TR-ASPEN () processor\n", aspen},
       row{"cedar is told apart by what stands behind it", "some TR-CEDAR () processor\n", cedar},
-      row{"without that it is no model", "some TR-CEDAR (Intel) processor\n", invalid},
+      row{"without that it is not a model", "some TR-CEDAR (Intel) processor\n", invalid},
       row{"the shorter name", "some TRCEDAR () processor\n", cedarl},
       row{"the longer one is tested first", "some TRCEDARX () processor\n", gorse},
       row{"elm", "some TR-ELM1 () processor\n", elm},
@@ -92,7 +92,7 @@ TEST_F(router_type_test, the_model_in_the_banner_decides) {
 TEST_F(router_type_test, a_banner_with_no_word_processor_yields_the_empty_model_and_invalid) {
   EXPECT_EQ(type_of("Tessel TR-ASPEN chassis\n"), invalid);
   EXPECT_EQ(st().router, invalid);
-  EXPECT_THAT(messages(LOG_FILE_EXCEPTION), IsEmpty()) << "which is no failure";
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION), IsEmpty()) << "which is not a failure";
 }
 
 TEST_F(router_type_test, a_banner_that_holds_two_of_the_names_decides_by_the_order) {
@@ -255,7 +255,7 @@ TEST_F(router_type_test, a_node_without_units_has_an_empty_list_which_passes) {
   EXPECT_EQ(st().info, 0);
 }
 
-TEST_F(router_type_test, a_node_whose_npu_list_is_no_list_is_left_out_with_a_note) {
+TEST_F(router_type_test, a_node_whose_npu_list_is_not_a_list_is_left_out_with_a_note) {
   st().router = aspen;
   nodeinfo_init();
   node("0/0/CPU0").as_map().set("npu_list", DEFAULT);
@@ -320,7 +320,7 @@ TEST_F(router_type_test, is_j2_knows_a_Jericho2_from_the_others) {
   EXPECT_EQ(st().exception, 0);
 }
 
-TEST_F(router_type_test, a_node_that_show_unit_does_not_name_is_no_Jericho2_without_a_failure) {
+TEST_F(router_type_test, a_node_that_show_unit_does_not_name_is_not_a_Jericho2_and_not_a_failure) {
   support(aspen, node_with("0/0/CPU0"));
   EXPECT_EQ(node("0/1/CPU0").at("asic"), DEFAULT);
   EXPECT_EQ(output_of([] { EXPECT_EQ(is_j2("0/1/CPU0"), ERROR); }), "");

@@ -47,7 +47,7 @@ TEST_F(chip_rows_test, a_payload_is_found_by_its_key) {
       row{"as printed", "  1 | Key=0x0000000000001005 Payload=0x00000044\n", "1005", "0x00000044"},
       row{"the first hit comes first", "1005 Payload=0x1\n1005 Payload=0x2\n", "1005", "0x1"},
       row{"the tail of a longer word", "ffff1005 Payload=0x1\n1005 Payload=0x2\n", "1005", "0x1"},
-      row{"the head of a longer word is none", "10050 Payload=0x1\n", "1005", std::nullopt},
+      row{"the head of a longer word does not count", "10050 Payload=0x1\n", "1005", std::nullopt},
       row{"another case is another key", "8FFF Payload=0x1\n", "8fff", std::nullopt},
       row{"a payload may itself be a key", "1005 Payload=2005 Payload=3005", "2005", "3005"},
       row{"and its own row still stands", "1005 Payload=2005 Payload=3005", "1005", "2005"},
@@ -56,14 +56,14 @@ TEST_F(chip_rows_test, a_payload_is_found_by_its_key) {
       row{"no white space, no row", "1005Payload=0x1", "1005", std::nullopt},
       row{"no payload, no row", "1005 Payload= 0x1\n1005 Payload=", "1005", std::nullopt},
       row{"a payload ends with the word", "1005 Payload=0x1-2", "1005", "0x1"},
-      row{"bytes that are no text",
+      row{"bytes that are not text",
           std::string("\0\xff"
                       "1005 Payload=0x1\xfe",
                       19),
           "1005", "0x1"},
       row{"an empty table", "", "1005", std::nullopt},
       row{"an empty key has white space in front", "| Payload=0x1", "", "0x1"},
-      row{"a key that is no word", "Not set Payload=0x1", "Not set", "0x1"},
+      row{"a key that is not a word", "Not set Payload=0x1", "Not set", "0x1"},
       row{"a point is any character", "1x05 Payload=0x1", "1.05", "0x1"},
       row{"but no line feed", "1\n05 Payload=0x1", "1.05", std::nullopt},
       row{"a key is a pattern, unescaped", "12Payload=0x1 1005 Payload=0x2", "1[02]+5", "0x2"},
@@ -234,7 +234,7 @@ TEST_F(chip_rows_test, a_vsi_table_takes_time_linear_in_its_length) {
   for (const near_miss& shape : mac_shapes) expect_linear(vsi_mac, shape);
 }
 
-TEST_F(chip_rows_test, a_key_that_is_no_pattern_is_a_failure) {
+TEST_F(chip_rows_test, a_key_that_is_not_a_pattern_is_a_failure) {
   EXPECT_THAT(failure_of([] { sem_payload_of(table("1005 Payload=0x1"), "(1005"); }),
               StartsWith("pattern "));
 }

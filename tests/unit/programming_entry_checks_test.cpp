@@ -43,7 +43,7 @@ value bundle_with(const value& rif, const value& mac, int delPending = 0) {
 
 // --- VLAN domains
 
-TEST_F(entry_checks_test, equal_vlan_domains_are_no_finding) {
+TEST_F(entry_checks_test, equal_vlan_domains_are_not_a_finding) {
   EXPECT_EQ(verify_vlan_domain("0x8", "0x8", "0/0/0/1", err), SUCCESS);
   EXPECT_EQ(verify_vlan_domain(0, 0, "0/0/0/1", err), SUCCESS);
   expect_told({});
@@ -344,7 +344,7 @@ TEST_F(rif_test, a_rif_that_cannot_be_verified_is_a_failure) {
   EXPECT_EQ(verify(bundle_with("0x5", "001")), ERROR);
   chip_holds("1");
   EXPECT_EQ(verify(bundle_with("0x5", DEFAULT)), ERROR);
-  EXPECT_EQ(verify(bundle_with("0x5", "0011.2233.4.bc")), ERROR) << "a dot is no digit";
+  EXPECT_EQ(verify(bundle_with("0x5", "0011.2233.4.bc")), ERROR) << "a dot is not a digit";
   EXPECT_EQ(verify(bundle_with("0x5", "")), ERROR);
   EXPECT_EQ(verify(bundle_with("0x5", 5)), ERROR);
   EXPECT_EQ(verify(bundle_with(5, "001")), ERROR);
@@ -370,7 +370,7 @@ TEST_F(rif_test, a_rif_that_cannot_be_verified_is_a_failure) {
                }});
 }
 
-TEST_F(rif_test, junk_in_place_of_the_tables_is_no_row) {
+TEST_F(rif_test, junk_in_place_of_the_tables_has_no_row) {
   const std::string not_found =
       fmt::format("Programming Error 1: DPA RIF 0x5 not found in BCM for {}", err);
   for (const auto* outputs : {&meaningless_outputs(), &endless_outputs()}) {
@@ -398,7 +398,7 @@ class jericho2_rif_test : public entry_checks_test {
   }
 };
 
-TEST_F(jericho2_rif_test, a_mac_that_agrees_in_its_low_ten_bits_is_no_finding) {
+TEST_F(jericho2_rif_test, a_mac_that_agrees_in_its_low_ten_bits_is_not_a_finding) {
   chip_holds("700");
   EXPECT_EQ(verify(bundle_with("0x5", "0011.2233.4abc"), "0x5"), SUCCESS) << "abc is 2bc is 700";
   EXPECT_EQ(verify(bundle_with("0x5", "0011.2233.4abc"), "5"), SUCCESS);
@@ -450,7 +450,7 @@ TEST_F(jericho2_rif_test, with_is_sub_true_no_search_is_made_at_all) {
   expect_told({});
 }
 
-TEST_F(jericho2_rif_test, a_rif_text_that_is_no_number_ends_in_the_handler) {
+TEST_F(jericho2_rif_test, a_rif_text_that_is_not_a_number_ends_in_the_handler) {
   chip_holds("700");
   EXPECT_EQ(verify(bundle_with("0x5", "0011.2233.4abc"), DEFAULT), ERROR);
   EXPECT_EQ(verify(bundle_with("0x5", "0011.2233.4abc"), "0xzz"), ERROR);
@@ -462,7 +462,7 @@ TEST_F(jericho2_rif_test, a_rif_that_cannot_be_verified_is_a_failure) {
   const value bundle = bundle_with("0x5", "0011.2233.4abc");
   const std::string tail = fmt::format(": RIF verification failed for {}", err);
   chip_holds("701");
-  EXPECT_EQ(verify(bundle, "0x6"), ERROR) << "a RIF that is missing is no finding";
+  EXPECT_EQ(verify(bundle, "0x6"), ERROR) << "a RIF that is missing is not a finding";
   chip_holds("a mac");
   EXPECT_EQ(verify(bundle, "0x5"), ERROR);
   chip_holds("701");

@@ -469,7 +469,7 @@ TEST_F(mapping_test, on_jericho2_a_sub_bundle_is_not_verified) {
   expect_told({});
 }
 
-TEST_F(mapping_test, on_jericho2_a_lagid_that_is_not_set_is_no_failure) {
+TEST_F(mapping_test, on_jericho2_a_lagid_that_is_not_set_is_not_a_failure) {
   EXPECT_EQ(key_vd_j2(healthy_with("lagid", DEFAULT)), SUCCESS);
   EXPECT_EQ(key_vd_j2(healthy_with("lagid", DEFAULT), sub_level), SUCCESS);
   EXPECT_EQ(key_vd_j2(healthy_with("lagid", "lag")), SUCCESS);

@@ -411,7 +411,8 @@ TEST_F(programming_pass_test,
 
 // --- Failures
 
-TEST_F(programming_pass_test, an_encapsulation_that_is_no_number_is_a_failure_of_its_sub_bundle) {
+TEST_F(programming_pass_test,
+       an_encapsulation_that_is_not_a_number_is_a_failure_of_its_sub_bundle) {
   const std::array rows = {
       key_row{"one tag", list_of({"abc"}), "'abc' is no number"},
       key_row{"a hexadecimal tag", list_of({"0x5"}), "'0x5' is no number"},

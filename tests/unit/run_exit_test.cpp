@@ -112,7 +112,7 @@ TEST_F(exit_test, stores_that_hold_texts_are_written_as_texts) {
   EXPECT_THAT(debug, HasSubstr("{\n   \"0/0/CPU0\":{\n      \"lagport\":0\n   }\n}\n"));
 }
 
-TEST_F(exit_test, a_store_that_is_none_is_left_out) {
+TEST_F(exit_test, a_store_without_a_value_is_left_out) {
   st().bdlInfoPI.set(value());
   exit_output();
   EXPECT_THAT(snapshot_labels(),
@@ -154,7 +154,7 @@ TEST_F(exit_test, the_logs_are_closed) {
   EXPECT_EQ(st().stale_fd.get(), nullptr);
 }
 
-TEST_F(exit_test, closing_twice_is_no_failure) {
+TEST_F(exit_test, closing_twice_is_not_a_failure) {
   EXPECT_EQ(output_of([] {
               close_fd();
               close_fd();
