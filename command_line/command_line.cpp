@@ -1,13 +1,11 @@
 #include "command_line/command_line.h"
 
 #include <algorithm>
-#include <array>
-#include <cctype>
-#include <cstdio>
 #include <memory>
 #include <utility>
 
 #include "command_line/help_text.h"
+#include "command_line/one_line.h"
 
 namespace command_line {
 namespace {
@@ -52,17 +50,6 @@ class layout : public CLI::Formatter {
   std::string usage_end_;
 };
 
-std::string one_line(const std::string& text) {
-  std::string line;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    std::array<char, 5> escaped{};
-    std::snprintf(escaped.data(), escaped.size(), "\\x%02x", static_cast<unsigned>(byte));
-    line += std::iscntrl(byte) != 0 ? std::string(escaped.data()) : std::string(1, c);
-  }
-  return line;
-}
-
 bool looks_like_option(const std::string& word) {
   return word.starts_with('-');
 }
@@ -77,10 +64,7 @@ const CLI::App& addressed(const CLI::App& app) {
 }
 
 usage_error complaint_about(const CLI::App& app, const CLI::App& command, const std::string& what) {
-  const bool is_command = &command != &app;
-  const std::string name = app.get_name() + (is_command ? ' ' + command.get_name() : "");
-  return usage_error((is_command ? command.get_name() + ": " : "") + what + "; see " + name +
-                     " --help");
+  return complaint(app.get_name(), &command == &app ? "" : command.get_name(), what);
 }
 
 CLI::App* command_named(const CLI::App& app, const std::string& word) {
@@ -161,6 +145,12 @@ std::optional<std::string> help_or_nothing(CLI::App& app, std::vector<std::strin
 }  // namespace
 
 usage_error::usage_error(const std::string& what) : std::runtime_error(one_line(what)) {}
+
+usage_error complaint(const std::string& program, const std::string& command,
+                      const std::string& what) {
+  if (command.empty()) return usage_error(what + "; see " + program + " --help");
+  return usage_error(command + ": " + what + "; see " + program + ' ' + command + " --help");
+}
 
 void set_up(CLI::App& app, const std::string& usage_end) {
   app.formatter(std::make_shared<layout>(usage_end));
