@@ -37,8 +37,8 @@ pid_t collect(pid_t child, int& wait_status, int options) {
 }
 
 int status_of(int wait_status) {
-  constexpr int signal_base = 128;
-  return WIFSIGNALED(wait_status) ? signal_base + WTERMSIG(wait_status) : WEXITSTATUS(wait_status);
+  return WIFSIGNALED(wait_status) ? status_of_signal(WTERMSIG(wait_status))
+                                  : WEXITSTATUS(wait_status);
 }
 
 std::vector<char*> argument_list(std::vector<std::string>& words) {

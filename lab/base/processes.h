@@ -27,6 +27,10 @@ pid_t collect(pid_t child, int& wait_status, int options = 0);
 
 // An exit status as a shell shows it: 128 + n for signal n.
 int status_of(int wait_status);
+constexpr int status_of_signal(int signal) {
+  constexpr int signal_base = 128;
+  return signal_base + signal;
+}
 
 // The arguments of an exec function; valid as long as `words` live and do not move.
 std::vector<char*> argument_list(std::vector<std::string>& words);

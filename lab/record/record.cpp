@@ -252,14 +252,12 @@ capture head_of(const record_request& request, const fs::path& folder) {
   return head;
 }
 
-constexpr int signal_base = 128;
-
 // A host that was asked to end may end in any way, at last by SIGKILL; it may also get a signal
 // directly.
 bool is_interruption(const group_end& end) {
   const int status = end.status;
-  return end.passed_on != 0 || status == signal_base + SIGINT || status == signal_base + SIGTERM ||
-         status == signal_base + SIGHUP;
+  return end.passed_on != 0 || status == status_of_signal(SIGINT) ||
+         status == status_of_signal(SIGTERM) || status == status_of_signal(SIGHUP);
 }
 
 }  // namespace
@@ -286,7 +284,7 @@ int record_beside(const record_request& request, const fs::path& work) {
   if (is_interruption(end)) {
     fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.shown);
     // A host that ignores the signal may still succeed before it is killed.
-    return status == EXIT_SUCCESS ? signal_base + end.passed_on : status;
+    return status == EXIT_SUCCESS ? status_of_signal(end.passed_on) : status;
   }
   if (!fs::exists(work / prepared_mark)) return status;  // the child has reported why
   const private_files of_the_capture;

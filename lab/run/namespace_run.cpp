@@ -121,11 +121,10 @@ void limit_files(std::uint64_t bytes) {
 
 // A signal also ends nodes that are still starting. That is not their failure.
 void end_if_signalled() {
-  constexpr int signal_base = 128;
   sigset_t pending;
   sigpending(&pending);
   for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-    if (sigismember(&pending, signal) == 1) _exit(signal_base + signal);
+    if (sigismember(&pending, signal) == 1) _exit(status_of_signal(signal));
 }
 
 // The first process of its namespace: starts the nodes and the host, and collects every process
