@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "lab/base/beside.h"
+#include "lab/base/descriptors.h"
 #include "lab/base/error.h"
 #include "lab/base/namespaces.h"
 #include "lab/capture/archive.h"
@@ -92,10 +93,9 @@ void check_calls_file(const fs::path& file) {
 }
 
 void make_calls_file(const fs::path& file) {
-  const int fd = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0)
+  const descriptor made = open_file(file, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  if (!made.is_open())
     throw lab_error(fmt::format("{}: cannot be written: {}", file.string(), std::strerror(errno)));
-  close(fd);
 }
 
 fs::path absolute_or_empty(const std::optional<std::string>& named) {
