@@ -8,11 +8,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "arguments.h"
+#include "command_line/one_line.h"
 #include "library.h"
 
 namespace {
@@ -129,8 +131,16 @@ TEST(parse_arguments, refuses_each_wrong_value_of_a_repeated_option) {
   EXPECT_NE(complaint_about({"--node-id", "x", "--node-id", "2"}), "no complaint");
 }
 
-TEST(parse_arguments, takes_nothing_from_the_environment_or_a_file) {
+TEST(parse_arguments, has_no_option_for_a_configuration_file) {
   EXPECT_EQ(complaint_about({"--config", "x"}), "unknown option --config; see tessel-host --help");
+}
+
+TEST(one_line, writes_control_characters_as_numbers_and_nothing_else) {
+  using command_line::one_line;
+  EXPECT_EQ(one_line(std::string("a\0b\x1f\x7f", 5)), "a\\x00b\\x1f\\x7f");
+  EXPECT_EQ(one_line("\t\n\r"), "\\x09\\x0a\\x0d");
+  EXPECT_EQ(one_line(" ~\xc3\xa4\xff\\"), " ~\xc3\xa4\xff\\");
+  EXPECT_EQ(one_line(""), "");
 }
 
 TEST(describe_returned_run, distinguishes_an_early_stop_from_an_abort) {
@@ -216,6 +226,39 @@ TEST(host, names_a_result_that_it_does_not_know) {
   const auto result = run_with_library(stand_ins + "/libodd.so");
   EXPECT_EQ(result.status, 2);
   EXPECT_EQ(result.err, "tessel-host: " + describe_returned_run(5).message + "\n");
+}
+
+// The names that a variable for one of the host's options could have.
+std::vector<std::string> variables_of_options() {
+  std::vector<std::string> names;
+  for (const char* const option : {"NODE_ID", "LIBRARY", "HELP", "VERSION", "CONFIG", "OPTIONS"})
+    for (const char* const prefix : {"", "TESSEL_", "TESSEL_HOST_", "HOST_"})
+      names.push_back(std::string(prefix) + option);
+  return names;
+}
+
+TEST(host, takes_no_option_from_the_environment) {
+  std::string set;
+  for (const std::string& name : variables_of_options()) set += name + "=17 ";
+  const auto result = run_shell("env " + set + host + " --library " + stand_ins + "/libstopped.so");
+  EXPECT_EQ(result.status, 1) << result.err;
+  EXPECT_EQ(result.out, "init\nrun 4096\nfinalize\n");
+}
+
+TEST(host, takes_no_option_from_a_file) {
+  const std::filesystem::path folder =
+      testing::TempDir() + "/host_files_" + std::to_string(getpid());
+  std::filesystem::create_directories(folder / ".config" / "tessel-host");
+  for (const char* const name :
+       {"config.ini", "config.toml", "tessel-host.ini", "tessel-host.toml", "tessel-host.conf",
+        ".tessel-host", ".tesselrc", ".config/tessel-host/config.toml"})
+    std::ofstream(folder / name) << "node-id=17\nlibrary=\"/nowhere\"\n";
+  const auto result =
+      run_shell("cd " + folder.string() + " && HOME=$PWD XDG_CONFIG_HOME=$PWD/.config " + host +
+                " --library " + stand_ins + "/libstopped.so");
+  std::filesystem::remove_all(folder);
+  EXPECT_EQ(result.status, 1) << result.err;
+  EXPECT_EQ(result.out, "init\nrun 4096\nfinalize\n");
 }
 
 TEST(host, names_a_library_that_is_not_there) {
