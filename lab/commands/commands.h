@@ -16,6 +16,11 @@ namespace lab {
 
 using command_line::usage_error;
 
+// The error for a command line whose values do not go together.
+inline usage_error wrong_values(const std::string& command, const std::string& what) {
+  return command_line::complaint("tessel-lab", command, what);
+}
+
 int list_command();
 
 struct faults_options {

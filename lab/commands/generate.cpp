@@ -1,5 +1,3 @@
-#include <fmt/format.h>
-
 #include <cstdlib>
 
 #include "lab/base/beside.h"
@@ -25,7 +23,7 @@ router wanted_router(const generate_options& o) {
     wanted.hqos = o.hqos;
     return generate(wanted);
   } catch (const lab_error& impossible) {
-    throw usage_error(fmt::format("generate: {}", impossible.what()));
+    throw wrong_values("generate", impossible.what());
   }
 }
 

@@ -123,11 +123,11 @@ void set_answers(const run_options& o, run_request& request) {
   const std::vector<planted_ssh_fault> ssh_faults = take_ssh_faults(faults);
   request.real_ssh = o.real_ssh;
   if (!ssh_faults.empty() && !request.real_ssh)
-    throw usage_error(fmt::format("run: fault {} needs --real-ssh", ssh_faults.front().name));
+    throw wrong_values("run", fmt::format("fault {} needs --real-ssh", ssh_faults.front().name));
   const std::string& what = o.source;
   const bool is_file = fs::is_regular_file(what) && !what.ends_with(".toml");
   if ((fs::is_directory(what) || is_file) && !faults.empty())
-    throw usage_error("run: a fault is planted into a router, not into a capture");
+    throw wrong_values("run", "a fault is planted into a router, not into a capture");
   if (fs::is_directory(what)) {
     request.folder = fs::absolute(what);
     request.answers = read_manifest(what);
@@ -147,7 +147,7 @@ void set_latencies(const run_options& o) {
   try {
     parse_latencies(*o.latency);
   } catch (const lab_error& failure) {
-    throw usage_error(fmt::format("run: {}", failure.what()));
+    throw wrong_values("run", failure.what());
   }
   setenv(latency_variable, o.latency->c_str(), 1);
 }

@@ -206,7 +206,7 @@ TEST(generate_command, refuses_bad_values_in_one_line_and_writes_nothing) {
   };
   const std::string hint = "; see tessel-lab generate --help";
   const row rows[] = {
-      {"--cards 17", "17 cards: a router of type birch has 1 to 16"},
+      {"--cards 17", "17 cards: a router of type birch has 1 to 16" + hint},
       {"--cards many", "--cards \"many\": not a number from 0 to 4294967295" + hint},
       {"--cards 0x10", "--cards \"0x10\": not a number from 0 to 4294967295" + hint},
       {"--cards ''", "--cards \"\": not a number from 0 to 4294967295" + hint},
@@ -216,7 +216,7 @@ TEST(generate_command, refuses_bad_values_in_one_line_and_writes_nothing) {
       {"--bundles ' 1'", "--bundles \" 1\": not a number from 0 to 4294967295" + hint},
       {"--bundles 4294967296",
        "--bundles \"4294967296\": not a number from 0 to 4294967295" + hint},
-      {"--type willow", "unknown router type \"willow\""},
+      {"--type willow", "unknown router type \"willow\"" + hint},
       {"--family new", "--family \"new\": not one of old, j2, mixed" + hint},
       {"--seed", "--seed needs a value" + hint},
       {"--speed 9", "unknown option --speed" + hint},

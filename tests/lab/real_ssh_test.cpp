@@ -68,7 +68,7 @@ TEST(ssh_faults, failure_is_one_line) {
   };
   const row rows[] = {
       {"no real ssh", "--fault node-down=0/0/CPU0", 64,
-       "tessel-lab: run: fault node-down needs --real-ssh\n"},
+       "tessel-lab: run: fault node-down needs --real-ssh; see tessel-lab run --help\n"},
       {"no node named", "--real-ssh --fault node-refuses", 1,
        "tessel-lab: fault node-refuses needs a node: --fault node-refuses=NAME or =ADDRESS\n"},
       {"no such node", "--real-ssh --fault node-closes=0/9/CPU0", 1,

@@ -49,7 +49,8 @@ TEST(command_line, refuses_a_latency_before_it_makes_anything) {
                                     " --latency ssh=5");
   EXPECT_EQ(refused.status, 64);
   EXPECT_EQ(refused.err,
-            "tessel-lab: run: latency \"ssh=5\": a time needs its unit, as in 150ms or 0.15s\n");
+            "tessel-lab: run: latency \"ssh=5\": a time needs its unit, as in 150ms or 0.15s; see "
+            "tessel-lab run --help\n");
   EXPECT_TRUE(fs::is_empty(scratch.path()));
 }
 
@@ -74,6 +75,9 @@ TEST(command_line, failure_is_one_line) {
        "tessel-lab: run: ROUTER|CAPTURE|PACKED is missing; see tessel-lab run --help\n"},
       {"no folder", "render birch-small", 64,
        "tessel-lab: render: OUT is missing; see tessel-lab render --help\n"},
+      {"a fault in a capture", "run " LAB_ROUTERS " --fault chip-mtu", 64,
+       "tessel-lab: run: a fault is planted into a router, not into a capture; see tessel-lab run "
+       "--help\n"},
       {"an unknown router", "run willow-huge", 1,
        "tessel-lab: there is no router \"willow-huge\" in " LAB_ROUTERS
        "; `tessel-lab list` shows the names; a file name ends in .toml\n"},
