@@ -1,22 +1,33 @@
 // Faults of the chips' LAGs, members and MTUs, which the audit compares with the layers above.
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "lab/faults/sites.h"
 
 namespace lab {
 namespace {
 
+// Of these types the audit takes a node's units from the list of units, by slot; of the others it
+// knows only the first one.
+bool finds_units_by_slot(const router& r) {
+  return r.type == "birch" || r.type == "fir";
+}
+
+unsigned examined_units(const router& r, const node& n) {
+  return finds_units_by_slot(r) ? n.npus : std::min(n.npus, 1U);
+}
+
 bool plant_chip_lag(router& r, planted_fault& p) {
   // On a chip without members of the bundle, a missing LAG has no other effect. If the audit looks
   // chips up by slot, it finds none for a listed route processor.
-  const bool by_slot = r.type == "birch" || r.type == "fir";
   const auto is_read = [&](const node& n) {
-    return is_examined(n) && !(by_slot && n.kind == "RP" && n.in_unit_list);
+    return is_examined(n) && !(finds_units_by_slot(r) && n.kind == "RP" && n.in_unit_list);
   };
   std::vector<std::pair<site, int>> places;
   for (const bundle& b : r.bundles)
     for (const node& n : r.nodes)
-      for (unsigned npu = 0; npu < n.npus; ++npu)
+      for (unsigned npu = 0; npu < examined_units(r, n); ++npu)
         if (is_read(n) && members_on(r, b, n).empty())
           places.push_back({{&b, nullptr, &n}, static_cast<int>(npu)});
   if (places.empty()) return false;

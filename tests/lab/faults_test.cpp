@@ -250,6 +250,19 @@ TEST(fault, goes_to_the_next_place_that_suits_it) {
   EXPECT_EQ(around.object, first.object) << "ten members";
 }
 
+TEST(fault, missing_LAG_is_planted_only_in_a_unit_that_the_audit_reads) {
+  const router r = plain("cedar-mixed");
+  const capture healthy = render(r);
+  for (int place = 0; place < 12; ++place) {
+    router faulty = r;
+    faulty.faults = {parse_fault("chip-lag-missing@" + std::to_string(place))};
+    for (const auto& [key, text] : render(faulty).answers) {
+      const bool is_read = key.second.find(",-u,0,") != std::string::npos;
+      EXPECT_TRUE(is_read || text == healthy.answers.at(key)) << key.second << " at " << place;
+    }
+  }
+}
+
 std::string why(const std::string& router_name, const std::string& a, const std::string& b) {
   const auto both = planted(router_name, {a, b});
   return hidden_by(both[0], both[1]);
