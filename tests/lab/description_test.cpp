@@ -140,17 +140,30 @@ TEST(description, error_names_file_line_and_place) {
     EXPECT_EQ(refusal(r.text).substr(0, std::string{r.message}.size()), r.message) << r.why;
 }
 
-TEST(description, impossible_router_is_refused) {
-  struct row {
-    const char* why;
-    std::string text;
-    const char* message;
-  };
+struct refused_router {
+  const char* why;
+  std::string text;
+  const char* message;
+};
+
+void expect_refusals(const std::vector<refused_router>& rows) {
+  for (const refused_router& r : rows) EXPECT_EQ(refusal(r.text), r.message) << r.why;
+}
+
+// Routers with `small` and this text. Only the beginning of the message is compared.
+void expect_refusals_after_small(const std::vector<refused_router>& rows) {
+  for (const refused_router& r : rows)
+    EXPECT_EQ(refusal(small + r.text).substr(0, std::string{r.message}.size()), r.message) << r.why;
+}
+
+const std::string second_bundle =
+    "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/2\", node = \"0/0/CPU0\" "
+    "}]\n";
+
+TEST(description, impossible_bundle_is_refused) {
   const std::string base = small;
-  const std::string second =
-      "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/2\", node = \"0/0/CPU0\" "
-      "}]\n";
-  const row rows[] = {
+  const std::string& second = second_bundle;
+  expect_refusals({
       {"two bundles with one handle", base + second + "handle = 0x3000004\n",
        "test.toml:14: bundle 6: handle 0x3000004 is taken by bundle 5, give each its own"},
       {"a node that is not there",
@@ -167,6 +180,25 @@ TEST(description, impossible_router_is_refused) {
        base + "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/1\", node = "
               "\"0/0/CPU0\" }]\n",
        "test.toml:16: bundle 6, member HundredGigE0/0/0/1: the port is a member already"},
+      {"a tag that no frame has",
+       base + second + "subs = [{ number = 8, encapsulation = \"dot1q 8 second-dot1q 4095\" }]\n",
+       "test.toml:17: sub-bundle BE6.8: encapsulation \"dot1q 8 second-dot1q 4095\" is not one of "
+       "\"default\", \"untagged\", \"dot1q 10\", \"dot1q 10 second-dot1q 20\", \"dot1ad 10\", "
+       "\"dot1ad 10 dot1q 20\", with a tag from 1 to 4094, 10-20, 10,20 or any"},
+      {"members of a Jericho2 with unlike MTUs",
+       base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nchip = \"BCM88690\"\n[[bundle]]\nnumber = 6\n"
+              "members = [{ port = \"HundredGigE0/1/0/1\", node = \"0/1/CPU0\" },\n"
+              "           { port = \"HundredGigE0/1/0/2\", node = \"0/1/CPU0\", mtu = 1514 }]\n",
+       "test.toml:21: bundle 6, member HundredGigE0/1/0/2: mtu 1514, but 9216 on "
+       "HundredGigE0/1/0/1; "
+       "a "
+       "Jericho2 has one MTU for a bundle"},
+  });
+}
+
+TEST(description, impossible_node_is_refused) {
+  const std::string base = small;
+  expect_refusals({
       {"a single-node type with two nodes",
        "type = \"elm\"\n[[node]]\nname = \"0/RP0/CPU0\"\n[[node]]\nname = \"0/0/CPU0\"\n",
        "test.toml: a router of type elm has the single node 0/RP0/CPU0"},
@@ -178,53 +210,63 @@ TEST(description, impossible_router_is_refused) {
       {"more NPUs than a node has",
        base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nchip = \"BCM88680\"\nnpus = 17\n",
        "test.toml:14: node 0/1/CPU0: 17 NPUs, a node has at most 16"},
-      {"a tag that no frame has",
-       base + second + "subs = [{ number = 8, encapsulation = \"dot1q 8 second-dot1q 4095\" }]\n",
-       "test.toml:17: sub-bundle BE6.8: encapsulation \"dot1q 8 second-dot1q 4095\" is not one of "
-       "\"default\", \"untagged\", \"dot1q 10\", \"dot1q 10 second-dot1q 20\", \"dot1ad 10\", "
-       "\"dot1ad 10 dot1q 20\", with a tag from 1 to 4094, 10-20, 10,20 or any"},
       {"a Jericho2 with more cores than two",
        base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nchip = \"BCM88690\"\ncores = 4\n",
        "test.toml:14: node 0/1/CPU0: 4 cores, a Jericho2 has two"},
-      {"members of a Jericho2 with unlike MTUs",
-       base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nchip = \"BCM88690\"\n[[bundle]]\nnumber = 6\n"
-              "members = [{ port = \"HundredGigE0/1/0/1\", node = \"0/1/CPU0\" },\n"
-              "           { port = \"HundredGigE0/1/0/2\", node = \"0/1/CPU0\", mtu = 1514 }]\n",
-       "test.toml:21: bundle 6, member HundredGigE0/1/0/2: mtu 1514, but 9216 on "
-       "HundredGigE0/1/0/1; "
-       "a "
-       "Jericho2 has one MTU for a bundle"},
       {"a card of two words", base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\ncard = \"TC LC\"\n",
        "test.toml:14: node 0/1/CPU0: card \"TC LC\" is not a single word"},
       {"no band", base + "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nband = \"\"\n",
        "test.toml:14: node 0/1/CPU0: band \"\" is not a single word"},
       {"no node", "type = \"birch\"\n", "test.toml: no node is described"},
-  };
-  for (const row& r : rows) EXPECT_EQ(refusal(r.text), r.message) << r.why;
+  });
 }
 
 // Two objects with one number, or a value that no layer can hold: the audit of such a router would
 // report faults that it does not have, or crash.
-TEST(description, values_that_no_router_has_are_refused) {
-  struct row {
-    const char* why;
-    std::string text;  // after `small`
-    const char* message;
-  };
-  const auto bundle = [](const std::string& more) {
-    return "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/2\", node = "
-           "\"0/0/CPU0\", npu = 1 }]\n" +
-           more;
-  };
-  const auto member = [](const std::string& more) {
-    return "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/2\", node = "
-           "\"0/0/CPU0\", npu = 1, " +
-           more + " }]\n";
-  };
-  const auto sub = [&](const std::string& encapsulation) {
-    return bundle("subs = [{ number = 1, encapsulation = \"" + encapsulation + "\" }]\n");
-  };
-  const row rows[] = {
+
+std::string bundle_with(const std::string& more) {
+  return "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/2\", node = "
+         "\"0/0/CPU0\", npu = 1 }]\n" +
+         more;
+}
+
+std::string member_with(const std::string& more) {
+  return "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/0/0/2\", node = "
+         "\"0/0/CPU0\", npu = 1, " +
+         more + " }]\n";
+}
+
+std::string sub_with(const std::string& encapsulation) {
+  return bundle_with("subs = [{ number = 1, encapsulation = \"" + encapsulation + "\" }]\n");
+}
+
+TEST(description, number_that_another_object_has_is_refused) {
+  expect_refusals_after_small({
+      {"a LAG id", bundle_with("lag = 1\n"),
+       "test.toml:14: bundle 6: lag 0x1 is taken by bundle 5, give each its own"},
+      {"a sub-bundle's LAG id", bundle_with("subs = [{ number = 1, lag = 1 }]\n"),
+       "test.toml:17: sub-bundle BE6.1: lag 0x1 is taken by bundle 5, give each its own"},
+      {"a global LIF", bundle_with("glif = 0x14000\n"),
+       "test.toml:14: bundle 6: glif 0x14000 is taken by bundle 5, give each its own"},
+      {"a RIF", bundle_with("rif = 0x11\n"),
+       "test.toml:14: bundle 6: rif 0x11 is taken by bundle 5, give each its own"},
+      {"a member's handle", member_with("handle = 0x1000040"),
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: handle 0x1000040 is taken by bundle 5, "
+       "member HundredGigE0/0/0/1, give each its own"},
+      {"a member with a bundle's handle", member_with("handle = 0x3000004"),
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: handle 0x3000004 is taken by bundle 5, "
+       "give each its own"},
+      {"a system port", member_with("system_port = 0x101"),
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: system_port 0x101 is taken by bundle 5, "
+       "member HundredGigE0/0/0/1, give each its own"},
+      {"a port of one core", member_with("pp_port = 10"),
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: pp_port 0xa is taken by bundle 5, "
+       "member HundredGigE0/0/0/1, give each its own"},
+  });
+}
+
+TEST(description, number_that_no_router_has_is_refused) {
+  expect_refusals_after_small({
       {"more members than ports",
        "[[node]]\nname = \"0/1/CPU0\"\nid = 7\nchip = \"BCM88680\"\nports = 1\n[[bundle]]\nnumber "
        "= 6\n"
@@ -232,35 +274,23 @@ TEST(description, values_that_no_router_has_are_refused) {
        "           { port = \"HundredGigE0/1/0/1/1\", node = \"0/1/CPU0\" },\n"
        "           { port = \"HundredGigE0/1/0/2\", node = \"0/1/CPU0\" }]\n",
        "test.toml:14: node 0/1/CPU0: members on 2 ports, it has 1"},
-      {"a LAG id", bundle("lag = 1\n"),
-       "test.toml:14: bundle 6: lag 0x1 is taken by bundle 5, give each its own"},
-      {"a sub-bundle's LAG id", bundle("subs = [{ number = 1, lag = 1 }]\n"),
-       "test.toml:17: sub-bundle BE6.1: lag 0x1 is taken by bundle 5, give each its own"},
-      {"a global LIF", bundle("glif = 0x14000\n"),
-       "test.toml:14: bundle 6: glif 0x14000 is taken by bundle 5, give each its own"},
-      {"a RIF", bundle("rif = 0x11\n"),
-       "test.toml:14: bundle 6: rif 0x11 is taken by bundle 5, give each its own"},
-      {"a member's handle", member("handle = 0x1000040"),
-       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: handle 0x1000040 is taken by bundle 5, "
-       "member HundredGigE0/0/0/1, give each its own"},
-      {"a member with a bundle's handle", member("handle = 0x3000004"),
-       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: handle 0x3000004 is taken by bundle 5, "
-       "give each its own"},
-      {"a system port", member("system_port = 0x101"),
-       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: system_port 0x101 is taken by bundle 5, "
-       "member HundredGigE0/0/0/1, give each its own"},
-      {"a port of one core", member("pp_port = 10"),
-       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: pp_port 0xa is taken by bundle 5, "
-       "member HundredGigE0/0/0/1, give each its own"},
-      {"no MTU", bundle("mtu = 0\n"), "test.toml:14: bundle 6: mtu 0 is not from 1 to 65535"},
-      {"an MTU beyond sixteen bits", bundle("mtu = 65536\n"),
+      {"no MTU", bundle_with("mtu = 0\n"), "test.toml:14: bundle 6: mtu 0 is not from 1 to 65535"},
+      {"an MTU beyond sixteen bits", bundle_with("mtu = 65536\n"),
        "test.toml:14: bundle 6: mtu 65536 is not from 1 to 65535"},
-      {"a member's MTU", member("mtu = 70000"),
+      {"a member's MTU", member_with("mtu = 70000"),
        "test.toml:16: bundle 6, member HundredGigE0/0/0/2: mtu 70000 is not from 1 to 65535"},
       {"bundle 0", "[[bundle]]\nnumber = 0\n",
        "test.toml:14: bundle 0: a bundle's number is from 1 to 65535"},
       {"a bundle beyond sixteen bits", "[[bundle]]\nnumber = 65536\n",
        "test.toml:14: bundle 65536: a bundle's number is from 1 to 65535"},
+      {"a system port of too many digits", member_with("system_port = 0x1000000"),
+       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: system_port 0x1000000 is beyond "
+       "0xffffff"},
+  });
+}
+
+TEST(description, name_that_no_router_has_is_refused) {
+  expect_refusals_after_small({
       {"a port of another slot",
        "[[bundle]]\nnumber = 6\nmembers = [{ port = \"HundredGigE0/1/0/2\", node = "
        "\"0/0/CPU0\" }]\n",
@@ -291,32 +321,32 @@ TEST(description, values_that_no_router_has_are_refused) {
        "test.toml:16: bundle 6, member HundredGigE0/0/0/1x: a port's numbers have the form 0/0/0/1 "
        "or "
        "0/0/0/1/3"},
-      {"a system port of too many digits", member("system_port = 0x1000000"),
-       "test.toml:16: bundle 6, member HundredGigE0/0/0/2: system_port 0x1000000 is beyond "
-       "0xffffff"},
-      {"an encapsulation without a tag", sub("dot1q"),
-       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q\" is not one of"},
-      {"an encapsulation of another kind", sub("vlan 7"),
-       "test.toml:17: sub-bundle BE6.1: encapsulation \"vlan 7\" is not one of"},
-      {"an inner tag of the other form", sub("dot1q 7 dot1q 8"),
-       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7 dot1q 8\" is not one of"},
-      {"a blank too many", sub("dot1q  7"),
-       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q  7\" is not one of"},
-      {"a range without an end", sub("dot1q 7-"),
-       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7-\" is not one of"},
-      {"a range beyond the last VLAN", sub("dot1q 7-4095"),
-       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7-4095\" is not one of"},
       {"an override of no object",
        "[[override]]\nfield = \"dpa.lag\"\nobject = \"BE9\"\nvalue = \"1\"\n",
        "test.toml:14: override of dpa.lag: there is no \"BE9\"; an object is named such as BE1, "
        "BE1.100, "
        "0/0/0/1 or *"},
-  };
-  for (const row& r : rows)
-    EXPECT_EQ(refusal(small + r.text).substr(0, std::string{r.message}.size()), r.message) << r.why;
+  });
+}
+
+TEST(description, encapsulation_that_no_router_has_is_refused) {
+  expect_refusals_after_small({
+      {"an encapsulation without a tag", sub_with("dot1q"),
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q\" is not one of"},
+      {"an encapsulation of another kind", sub_with("vlan 7"),
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"vlan 7\" is not one of"},
+      {"an inner tag of the other form", sub_with("dot1q 7 dot1q 8"),
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7 dot1q 8\" is not one of"},
+      {"a blank too many", sub_with("dot1q  7"),
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q  7\" is not one of"},
+      {"a range without an end", sub_with("dot1q 7-"),
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7-\" is not one of"},
+      {"a range beyond the last VLAN", sub_with("dot1q 7-4095"),
+       "test.toml:17: sub-bundle BE6.1: encapsulation \"dot1q 7-4095\" is not one of"},
+  });
   for (const char* fine : {"default", "untagged", "dot1q any", "dot1q 1,3-4,4094",
                            "dot1q 7 second-dot1q any", "dot1ad 7 dot1q 8-9", "dot1ad any dot1q 4"})
-    EXPECT_EQ(refusal(small + sub(fine)), "accepted") << fine;
+    EXPECT_EQ(refusal(small + sub_with(fine)), "accepted") << fine;
 }
 
 TEST(description, types_have_nodes_of_their_own) {

@@ -71,6 +71,30 @@ capture recorded_sample() {
   return c;
 }
 
+std::string refusal_of(const std::function<void()>& check) {
+  try {
+    check();
+  } catch (const lab_error& refused) {
+    return refused.what();
+  }
+  return {};
+}
+
+// Every way to read the capture refuses it with this message after the name of its folder; an empty
+// message: none does.
+void expect_check_everywhere(const capture& c, const std::string& message) {
+  const lab_test::scratch_folder scratch;
+  const fs::path folder = scratch.path() / "capture";
+  const fs::path packed = scratch.path() / "packed";
+  write_folder(c, folder);
+  const std::string expected = message.empty() ? "" : folder.string() + message;
+  EXPECT_EQ(refusal_of([&] { check_recording(c, folder); }), expected);
+  EXPECT_EQ(refusal_of([&] { check_recording_folder(folder, folder); }), expected);
+  EXPECT_EQ(refusal_of([&] { read_capture(folder); }), expected);
+  EXPECT_EQ(refusal_of([&] { pack_folder(folder, packed); }), expected);
+  EXPECT_EQ(fs::exists(packed), expected.empty());
+}
+
 TEST(recorded_capture, must_hold_every_answer_that_its_calls_name) {
   struct row {
     const char* why;
@@ -115,24 +139,8 @@ TEST(recorded_capture, must_hold_every_answer_that_its_calls_name) {
   for (const row& r : rows) {
     capture c = recorded_sample();
     r.damage(c);
-    const lab_test::scratch_folder scratch;
-    const fs::path folder = scratch.path() / "capture";
-    write_folder(c, folder);
-    const auto refusal_of = [](const std::function<void()>& check) -> std::string {
-      try {
-        check();
-      } catch (const lab_error& refused) {
-        return refused.what();
-      }
-      return {};
-    };
-    const std::string expected = *r.message == '\0' ? "" : folder.string() + r.message;
-    EXPECT_EQ(refusal_of([&] { check_recording(c, folder); }), expected) << r.why;
-    EXPECT_EQ(refusal_of([&] { check_recording_folder(folder, folder); }), expected) << r.why;
-    EXPECT_EQ(refusal_of([&] { read_capture(folder); }), expected) << r.why;
-    EXPECT_EQ(refusal_of([&] { pack_folder(folder, scratch.path() / "packed"); }), expected)
-        << r.why;
-    EXPECT_EQ(fs::exists(scratch.path() / "packed"), expected.empty()) << r.why;
+    SCOPED_TRACE(r.why);
+    expect_check_everywhere(c, r.message);
   }
 }
 

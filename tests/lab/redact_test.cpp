@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <string>
+#include <vector>
 
 #include "lab/capture/redact_addresses.h"
 #include "support.h"
@@ -19,13 +21,18 @@ std::string addresses_of(const std::string& text) {
   return r.redacted(text);
 }
 
-TEST(redacted_addresses, are_replaced_in_every_notation) {
-  struct row {
-    const char* why;
-    const char* text;
-    const char* redacted;
-  };
-  const row rows[] = {
+struct redacted_row {
+  const char* why;
+  const char* text;
+  const char* redacted;
+};
+
+void expect_redacted(const std::vector<redacted_row>& rows) {
+  for (const redacted_row& r : rows) EXPECT_EQ(addresses_of(r.text), r.redacted) << r.why;
+}
+
+TEST(redacted_addresses, of_IPv4_are_replaced_in_every_notation) {
+  expect_redacted({
       {"an address and its mask", "ipv4 address 10.0.0.2 255.255.255.0",
        "ipv4 address 240.0.0.1 255.255.255.0"},
       {"equal ones stay equal", "10.0.0.2 10.0.0.3 10.0.0.2", "240.0.0.1 240.0.0.2 240.0.0.1"},
@@ -33,18 +40,6 @@ TEST(redacted_addresses, are_replaced_in_every_notation) {
       {"at the end of a sentence", "from 10.0.0.2. Then", "from 240.0.0.1. Then"},
       {"in brackets", "(10.0.0.2)[10.0.0.2]", "(240.0.0.1)[240.0.0.1]"},
       {"a node's own", "ssh 192.0.0.6 x 192.0.0.66", "ssh 192.0.0.6 x 240.0.0.1"},
-      {"IPv6", "ipv6 address 2001:db8:7::1/64 fe80::1",
-       "ipv6 address 2001:db8::0:1/64 2001:db8::0:2"},
-      {"one IPv6 address in two spellings", "FD00:0::1 fd00::1", "2001:db8::0:1 2001:db8::0:1"},
-      {"a network ahead of its length", "fd00::/8", "2001:db8::0:1/8"},
-      {"a MAC of the bundle manager and of the forwarding layer",
-       "0026.5e00.0a02 00:26:5e:00:0a:02", "02aa.0000.0202 02:aa:00:00:02:02"},
-      {"MACs that differ in the upper part still do", "0026.5e00.0a02 0026.5f00.0a02",
-       "02aa.0000.0202 02aa.0000.0602"},
-      {"MACs that differ in the low ten bits still do", "0026.5e00.0a02 0026.5e00.0a03",
-       "02aa.0000.0202 02aa.0000.0203"},
-      {"MACs that differ in case still do", "00:26:5E:00:0A:02 00:26:5e:00:0a:02",
-       "02:AA:00:00:02:02 02:aa:00:00:02:02"},
       {"a route distinguisher and a port", "rd 10.20.30.40:100 http://10.7.7.7:8080/",
        "rd 240.0.0.1:100 http://240.0.0.2:8080/"},
       {"a node's own with a port", "192.0.0.6:22", "192.0.0.6:22"},
@@ -54,8 +49,17 @@ TEST(redacted_addresses, are_replaced_in_every_notation) {
       {"a node's own within a name", "to-192.0.0.6", "to-192.0.0.6"},
       {"within names", "10.1.1.2_x to-10.1.1.2 10.1.1.2:1-x x_10.1.1.2-y",
        "240.0.0.1_x to-240.0.0.1 240.0.0.1:1-x x_240.0.0.1-y"},
-      {"a MAC with dashes", "00-26-5E-00-0A-02, 0026.5e00.0a02.",
-       "02-AA-00-00-02-02, 02aa.0000.0202."},
+      {"between letters", "host.10.1.1.1 a.10.1.1.1.b peer10.1.1.1 10.1.1.2x 10.1.1.1.example.net",
+       "host.240.0.0.1 a.240.0.0.1.b peer240.0.0.1 240.0.0.2x 240.0.0.1.example.net"},
+  });
+}
+
+TEST(redacted_addresses, of_IPv6_are_replaced_in_every_notation) {
+  expect_redacted({
+      {"IPv6", "ipv6 address 2001:db8:7::1/64 fe80::1",
+       "ipv6 address 2001:db8::0:1/64 2001:db8::0:2"},
+      {"one IPv6 address in two spellings", "FD00:0::1 fd00::1", "2001:db8::0:1 2001:db8::0:1"},
+      {"a network ahead of its length", "fd00::/8", "2001:db8::0:1/8"},
       {"an IPv6 range", "2001:db8:5::1-2001:db8:5::9 fd00::-fd00::ff,",
        "2001:db8::0:1-2001:db8::0:2 2001:db8::0:3-2001:db8::0:4,"},
       {"IPv6 with a zone, a port, a length",
@@ -71,9 +75,22 @@ TEST(redacted_addresses, are_replaced_in_every_notation) {
        "2001:db8::0:1 2001:db8::0:2"},
       {"with a port after a dot", "10.1.1.1.179 2001:db8:aa::1.179 10.1.1.1.179.",
        "240.0.0.1.179 2001:db8::0:1.179 240.0.0.1.179."},
-      {"between letters", "host.10.1.1.1 a.10.1.1.1.b peer10.1.1.1 10.1.1.2x 10.1.1.1.example.net",
-       "host.240.0.0.1 a.240.0.0.1.b peer240.0.0.1 240.0.0.2x 240.0.0.1.example.net"},
       {"IPv6 that ends like a MAC", "x_2001:db8:00:26:5e:00:0a:02", "x_2001:db8::0:1"},
+  });
+}
+
+TEST(redacted_addresses, of_MAC_are_replaced_in_every_notation) {
+  expect_redacted({
+      {"a MAC of the bundle manager and of the forwarding layer",
+       "0026.5e00.0a02 00:26:5e:00:0a:02", "02aa.0000.0202 02:aa:00:00:02:02"},
+      {"MACs that differ in the upper part still do", "0026.5e00.0a02 0026.5f00.0a02",
+       "02aa.0000.0202 02aa.0000.0602"},
+      {"MACs that differ in the low ten bits still do", "0026.5e00.0a02 0026.5e00.0a03",
+       "02aa.0000.0202 02aa.0000.0203"},
+      {"MACs that differ in case still do", "00:26:5E:00:0A:02 00:26:5e:00:0a:02",
+       "02:AA:00:00:02:02 02:aa:00:00:02:02"},
+      {"a MAC with dashes", "00-26-5E-00-0A-02, 0026.5e00.0a02.",
+       "02-AA-00-00-02-02, 02aa.0000.0202."},
       {"MACs within names",
        "bia_0026.5e00.0a02 bia_00:26:5e:00:0a:02 bia-00-26-5e-00-0a-02-x mac00:26:5e:00:0a:02up "
        "bia0026.5e00.0a02vlan mac.0026.5e00.0a02",
@@ -86,8 +103,7 @@ TEST(redacted_addresses, are_replaced_in_every_notation) {
       {"a system's id, alone and in a NET",
        "net 49.0001.1921.6800.1001.00 1921.6800.1001.00-00 1921.6800.1001",
        "net 49.0001.02aa.0000.0001.00 02aa.0000.0001.00-00 02aa.0000.0001"},
-  };
-  for (const row& r : rows) EXPECT_EQ(addresses_of(r.text), r.redacted) << r.why;
+  });
 }
 
 TEST(redacted_addresses, are_not_found_in_other_things) {

@@ -16,18 +16,18 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 // The upper layers have set the record; the tests vary the chips' tables.
+void enter_all_layers() {
+  enter_healthy_bundle();
+  enter_upper_layers();
+  sub_record(be12::l3_sub).set("lagid", "0x6");
+  sub_record(be12::l2_sub).set("lagid", "0x7");
+}
+
 class bcm_checks_test : public bundle_test {
  protected:
   void SetUp() override {
     bundle_test::SetUp();
     enter_all_layers();
-  }
-
-  static void enter_all_layers() {
-    enter_healthy_bundle();
-    enter_upper_layers();
-    sub_record(be12::l3_sub).set("lagid", "0x6");
-    sub_record(be12::l2_sub).set("lagid", "0x7");
   }
 };
 
@@ -430,17 +430,29 @@ TEST_F(bcm_checks_test, a_sub_bundle_without_a_LAG_id_is_reported_as_missing) {
 
 // --- the summary of findings
 
-TEST_F(bcm_checks_test, the_summary_of_findings) {
-  struct row {
-    std::string why;
-    std::function<void()> vary;
-    std::function<int()> check;
-    std::string told;
-    int result;
-  };
+struct finding_row {
+  std::string why;
+  std::function<void()> vary;
+  std::function<int()> check;
+  std::string told;
+  int result;
+};
+
+void expect_findings(const std::vector<finding_row>& rows) {
+  for (const finding_row& each : rows) {
+    enter_all_layers();
+    st().inconsistent = 0;
+    each.vary();
+    EXPECT_EQ(each.check(), each.result) << each.why;
+    EXPECT_EQ(counted(), (outcome{.inconsistent = 1})) << each.why;
+    EXPECT_EQ(last(findings()), "Inconsistency 1: " + each.told) << each.why;
+  }
+}
+
+TEST_F(bcm_checks_test, the_findings_of_bundles_and_sub_bundles) {
   const auto on_older = [] { return bundles_on(be12::older); };
   const auto on_j2 = [] { return bundles_on(be12::j2); };
-  const std::vector<row> rows = {
+  const std::vector<finding_row> rows = {
       {"bundles, older: NPU not in BCM",
        [] {
          drop(st().BCM.get(), {be12::older, "0"});
@@ -461,6 +473,24 @@ TEST_F(bcm_checks_test, the_summary_of_findings) {
          drop(tables(be12::j2, "0"), {"tm_lag", "0x5"});
        },
        on_j2, "0x5 not found in BCM for NPU0,BE12", SUCCESS},
+      {"sub-bundles, older: LAG missing",
+       [] {
+         drop(tables(be12::older, "1"), {"diag_lag", "LAG 0x6"});
+       },
+       [] { return sub_on(be12::older); },
+       "LAG 0x6 not found in BCM for BE12.100(0x3000a60), NPU 1, 0/0/CPU0,NPU: 1", ERROR},
+      {"sub-bundles, Jericho2: LAG missing",
+       [] {
+         drop(tables(be12::j2, "1"), {"tm_lag", "0x6"});
+       },
+       [] { return sub_on(be12::j2); },
+       "0x6 not found in BCM for BE12.100(0x3000a60), NPU 1, 0/1/CPU0", SUCCESS},
+  };
+  expect_findings(rows);
+}
+
+TEST_F(bcm_checks_test, the_findings_of_members) {
+  const std::vector<finding_row> rows = {
       {"members, older: member missing",
        [] {
          drop(tables(be12::older, "0"), {"diag_lag", "LAG 0x5", "0x1"});
@@ -481,27 +511,8 @@ TEST_F(bcm_checks_test, the_summary_of_findings) {
          put(tables(be12::j2, "0"), {"mtu_profile", "1", "3"}, "1");
        },
        j2_member, "MTU verification failed for 0/1/0/2, NPU0,P ,NPU: 0", SUCCESS},
-      {"sub-bundles, older: LAG missing",
-       [] {
-         drop(tables(be12::older, "1"), {"diag_lag", "LAG 0x6"});
-       },
-       [] { return sub_on(be12::older); },
-       "LAG 0x6 not found in BCM for BE12.100(0x3000a60), NPU 1, 0/0/CPU0,NPU: 1", ERROR},
-      {"sub-bundles, Jericho2: LAG missing",
-       [] {
-         drop(tables(be12::j2, "1"), {"tm_lag", "0x6"});
-       },
-       [] { return sub_on(be12::j2); },
-       "0x6 not found in BCM for BE12.100(0x3000a60), NPU 1, 0/1/CPU0", SUCCESS},
   };
-  for (const row& each : rows) {
-    enter_all_layers();
-    st().inconsistent = 0;
-    each.vary();
-    EXPECT_EQ(each.check(), each.result) << each.why;
-    EXPECT_EQ(counted(), (outcome{.inconsistent = 1})) << each.why;
-    EXPECT_EQ(last(findings()), "Inconsistency 1: " + each.told) << each.why;
-  }
+  expect_findings(rows);
 }
 
 // --- failures
@@ -520,6 +531,15 @@ void expect_failure(const failing_row& each) {
   EXPECT_EQ(each.check(), ERROR) << each.why;
   EXPECT_EQ(counted(), (outcome{.exception = 1})) << each.why;
   EXPECT_THAT(last(exceptions()), failed_on(each.named, each.message)) << each.why;
+}
+
+void expect_failures(const std::vector<failing_row>& rows) {
+  for (const failing_row& each : rows) {
+    enter_all_layers();
+    expect_failure(each);
+  }
+  EXPECT_THAT(findings(), IsEmpty());
+  EXPECT_TRUE(all_have_tracebacks());
 }
 
 TEST_F(bcm_checks_test, a_table_that_is_ERROR_or_a_text_is_a_failure_counted_once) {
@@ -567,86 +587,100 @@ TEST_F(bcm_checks_test, a_table_that_is_ERROR_or_a_text_is_a_failure_counted_onc
         {"tm_lag", replace(be12::j2, "tm_lag"), sub_on_j2, "",
          "BCM verification failed for BE12.100(0x3000a60), NPU 0, 0/1/CPU0"},
     };
-    for (const failing_row& each : rows) {
-      enter_all_layers();
-      expect_failure(each);
-    }
+    expect_failures(rows);
   }
-  EXPECT_THAT(findings(), IsEmpty());
-  EXPECT_TRUE(all_have_tracebacks());
 }
 
-TEST_F(bcm_checks_test, what_is_looked_up_without_a_presence_test_is_a_failure_when_missing) {
-  const std::string member = "BCM member verification failed for NPU0,P";
-  const std::string behind = "BCM member verification failed for NPU1,NPU0,P";
+const std::string member_failure = "BCM member verification failed for NPU0,P";
+const std::string second_npu_failure = "BCM member verification failed for NPU1,NPU0,P";
+
+TEST_F(bcm_checks_test, what_a_member_lacks_without_a_presence_test_is_a_failure) {
   const std::vector<failing_row> rows = {
-      {"the LAG, which the bundle level tells of, older",
+      {"the LAG, which the bundle level reports, older",
        [] {
          drop(tables(be12::older, "1"), {"diag_lag", "LAG 0x5"});
        },
-       older_member, "'LAG 0x5'", behind},
-      {"the LAG, which the bundle level tells of, Jericho2",
+       older_member, "'LAG 0x5'", second_npu_failure},
+      {"the LAG, which the bundle level reports, Jericho2",
        [] {
          drop(tables(be12::j2, "1"), {"tm_lag", "0x5"});
        },
-       j2_member, "'0x5'", behind},
+       j2_member, "'0x5'", second_npu_failure},
       {"LAG id not set", [] { bundle().set("lagid", DEFAULT); }, older_member, "'LAG Not set'",
-       member},
+       member_failure},
       {"LAG id not set, Jericho2", [] { bundle().set("lagid", DEFAULT); }, j2_member, "'Not set'",
-       member},
+       member_failure},
       {"core in the MTU table",
        [] {
          drop(tables(be12::older, "0"), {"member_mtu", "0"});
          put(tables(be12::older, "0"), {"member_mtu", "9"}, make_map());
        },
-       older_member, "'0'", member},
+       older_member, "'0'", member_failure},
       {"port in the MTU table",
        [] {
          drop(tables(be12::older, "0"), {"member_mtu", "0", "13"});
        },
-       older_member, "'13'", member},
+       older_member, "'13'", member_failure},
       {"member in voq_usage", [] { drop(st().voq_usage.get(), {be12::older_port}); }, older_member,
-       "'0/0/0/1'", member},
+       "'0/0/0/1'", member_failure},
       {"member in voq_usage, Jericho2", [] { drop(st().voq_usage.get(), {be12::j2_port}); },
-       j2_member, "'0/1/0/2'", member},
+       j2_member, "'0/1/0/2'", member_failure},
       {"member in the agents' view, even where no LAG is shown",
        [] {
          put(tables(be12::j2, "0"), {"tm_lag"}, make_map());
          drop(st().bdlInfoPD.get(), {"BE12", "members", be12::j2});
        },
-       j2_member, "'0/1/CPU0'", member},
-      {"LAG among the bundle ports",
-       [] {
-         drop(tables(be12::j2, "0"), {"bdl_pp_port", "5"});
-       },
-       j2_member, "'5'", member},
-      {"core among the bundle ports",
-       [] {
-         drop(tables(be12::j2, "0"), {"bdl_pp_port", "5", "1"});
-       },
-       j2_member, "'1'", member},
-      {"bundle port",
-       [] {
-         drop(tables(be12::j2, "0"), {"lag_mtu", "1", "200"});
-       },
-       j2_member, "'200'", member},
-      {"profile",
-       [] {
-         drop(tables(be12::j2, "0"), {"mtu_profile", "1", "3"});
-       },
-       j2_member, "'3'", member},
+       j2_member, "'0/1/CPU0'", member_failure},
       {"a table of the NPU", [] { drop(tables(be12::older, "0"), {"diag_lag"}); }, older_member,
-       "'diag_lag'", member},
+       "'diag_lag'", member_failure},
       {"the NPU at all",
        [] {
          drop(st().BCM.get(), {be12::j2, "1"});
        },
-       j2_member, "'1'", behind},
+       j2_member, "'1'", second_npu_failure},
       {"the node's NPUs",
        [] {
          drop(st().nodeinfo.get(), {be12::older, "npu_list"});
        },
        older_member, "'npu_list'", "BCM member verification failed for P"},
+      {"a port that is not a number, where ports are adjusted",
+       [] {
+         st().router = aspen;
+         set_voq_port("Not set", "0");
+       },
+       older_member, "Not set", member_failure},
+  };
+  expect_failures(rows);
+}
+
+TEST_F(bcm_checks_test, what_a_member_lacks_in_a_Jericho2_without_a_presence_test_is_a_failure) {
+  const std::vector<failing_row> rows = {
+      {"LAG among the bundle ports",
+       [] {
+         drop(tables(be12::j2, "0"), {"bdl_pp_port", "5"});
+       },
+       j2_member, "'5'", member_failure},
+      {"core among the bundle ports",
+       [] {
+         drop(tables(be12::j2, "0"), {"bdl_pp_port", "5", "1"});
+       },
+       j2_member, "'1'", member_failure},
+      {"bundle port",
+       [] {
+         drop(tables(be12::j2, "0"), {"lag_mtu", "1", "200"});
+       },
+       j2_member, "'200'", member_failure},
+      {"profile",
+       [] {
+         drop(tables(be12::j2, "0"), {"mtu_profile", "1", "3"});
+       },
+       j2_member, "'3'", member_failure},
+  };
+  expect_failures(rows);
+}
+
+TEST_F(bcm_checks_test, what_a_bundle_or_a_sub_bundle_lacks_without_a_presence_test_is_a_failure) {
+  const std::vector<failing_row> rows = {
       {"the node's NPUs, bundle level",
        [] {
          drop(st().nodeinfo.get(), {be12::older, "npu_list"});
@@ -668,19 +702,8 @@ TEST_F(bcm_checks_test, what_is_looked_up_without_a_presence_test_is_a_failure_w
        "BCM verification failed for BE12.100(0x3000a60), NPU 1, 0/0/CPU0"},
       {"the bundle's record", [] { drop(st().tesselDb, {"BE12"}); },
        [] { return bundles_on(be12::older); }, "'BE12'", "BCM lag verification failed for BE12"},
-      {"a port that is not a number, where ports are adjusted",
-       [] {
-         st().router = aspen;
-         set_voq_port("Not set", "0");
-       },
-       older_member, "Not set", member},
   };
-  for (const failing_row& each : rows) {
-    enter_all_layers();
-    expect_failure(each);
-  }
-  EXPECT_THAT(findings(), IsEmpty());
-  EXPECT_TRUE(all_have_tracebacks());
+  expect_failures(rows);
 }
 
 TEST_F(bcm_checks_test, each_check_logs_a_failure_and_then_counts_it) {

@@ -243,8 +243,9 @@ void expect_findings(const std::vector<bundle_finding>& rows, int (*check)()) {
 const outcome told_once{.inconsistent = 1, .exception = 0, .deletePending = 0};
 const outcome told_and_noted{.inconsistent = 1, .exception = 0, .deletePending = 1};
 
+const std::string of_the_bundle = "Inconsistency 1:BE12(0x3000120), 0/0/CPU0 ";
+
 TEST_F(dpa_checks_test, the_results_by_finding_of_a_bundle) {
-  const std::string told = "Inconsistency 1:BE12(0x3000120), 0/0/CPU0 ";
   const std::vector<bundle_finding> rows = {
       {"node missing",
        [] { drop(st().DPA.get(), {be12::older}); },
@@ -267,31 +268,38 @@ TEST_F(dpa_checks_test, the_results_by_finding_of_a_bundle) {
        SUCCESS},
       {"LAG id",
        [] { put(lagport_of(be12::ifh), {"lagid"}, "0x9"); },
-       {told + "Lag ID is not consistent in DPA_Bundles:0x5, Expected:0x9"},
+       {of_the_bundle + "Lag ID is not consistent in DPA_Bundles:0x5, Expected:0x9"},
        told_and_noted,
        SUCCESS},
+  };
+  expect_findings(rows, bundles_DPA);
+}
+
+TEST_F(dpa_checks_test, the_results_by_finding_of_the_interfaces_of_a_bundle) {
+  const std::vector<bundle_finding> rows = {
       {"LIF of the l2port",
        [] { bundle().set("glif", "0x19999"); },
-       {told + "GLIF is not consistent in DPA_Bundles_l2port:0x12345,Expected:0x19999"},
+       {of_the_bundle + "GLIF is not consistent in DPA_Bundles_l2port:0x12345,Expected:0x19999"},
        told_and_noted,
        ERROR},
       {"RIF of the l2port",
        [] { bundle().set("rif", "0x99"); },
-       {told + "RIF is not consistent in DPA_Bundles_l2port:0x21, Expected:0x99"},
+       {of_the_bundle + "RIF is not consistent in DPA_Bundles_l2port:0x21, Expected:0x99"},
        told_and_noted,
        ERROR},
       {"MAC",
        [] {
          put(objects(), {"l2port", be12::ifh, "mac"}, "00:11:22:33:44:99");
        },
-       {told + "MAC is not consistent in DPA_Bundles_l2port:001122334499, Expected:0011.2233.445a"},
+       {of_the_bundle +
+        "MAC is not consistent in DPA_Bundles_l2port:001122334499, Expected:0011.2233.445a"},
        told_and_noted,
        ERROR},
       {"RIF of the l3intf",
        [] {
          put(objects(), {"l3intf", be12::ifh, "rif"}, "0x22");
        },
-       {told + "RIF is not consistent in DPA_Bundles_l2port:0x22, Expected:0x21"},
+       {of_the_bundle + "RIF is not consistent in DPA_Bundles_l2port:0x22, Expected:0x21"},
        told_and_noted,
        ERROR},
       {"LIF of the l2intf",
@@ -299,7 +307,7 @@ TEST_F(dpa_checks_test, the_results_by_finding_of_a_bundle) {
          make_layer_2();
          put(objects(), {"l2intf", be12::ifh, "lif"}, "0x00012399");
        },
-       {told + "GLIF is not consistent in DPA_Bundles_l2port:0x12399,Expected:0x12345"},
+       {of_the_bundle + "GLIF is not consistent in DPA_Bundles_l2port:0x12399,Expected:0x12345"},
        told_and_noted,
        ERROR},
       {"VLAN domain",
@@ -307,7 +315,7 @@ TEST_F(dpa_checks_test, the_results_by_finding_of_a_bundle) {
          make_layer_2();
          put(objects(), {"l2intf", be12::ifh, "vlan_domain"}, "16");
        },
-       {told + "vlan_domain is not consistent in DPA_l2intf:0x10, Expected:0x8"},
+       {of_the_bundle + "vlan_domain is not consistent in DPA_l2intf:0x10, Expected:0x8"},
        told_once,
        SUCCESS},
   };
@@ -634,6 +642,20 @@ struct failing_row {
   std::string message;
 };
 
+void expect_failures(const std::vector<failing_row>& rows) {
+  for (const failing_row& each : rows) {
+    enter_healthy_bundle();
+    enter_upper_layers();
+    st().exception = 0;
+    each.vary();
+    EXPECT_EQ(each.check(), ERROR) << each.why;
+    EXPECT_EQ(counted(), (outcome{.exception = 1})) << each.why;
+    EXPECT_THAT(last(exceptions()), failed_on(each.named, each.message)) << each.why;
+  }
+  EXPECT_THAT(findings(), IsEmpty());
+  EXPECT_TRUE(all_have_tracebacks());
+}
+
 const std::string bundle_message =
     "DPA bundle consistency check failed for BE12(0x3000120), 0/0/CPU0";
 const std::string member_message =
@@ -677,21 +699,11 @@ TEST_F(dpa_checks_test, a_slot_of_DPA_that_holds_ERROR_or_a_text_fails_the_reade
         {"the store", [&] { st().DPA.set(slot); }, bundles_DPA, "0/0/CPU0",
          "is_node_present check failed for 0/0/CPU0 in DPA"},
     };
-    for (const failing_row& each : rows) {
-      enter_healthy_bundle();
-      enter_upper_layers();
-      st().exception = 0;
-      each.vary();
-      EXPECT_EQ(each.check(), ERROR) << each.why;
-      EXPECT_EQ(counted(), (outcome{.exception = 1})) << each.why;
-      EXPECT_THAT(last(exceptions()), failed_on(each.named, each.message)) << each.why;
-    }
+    expect_failures(rows);
   }
-  EXPECT_THAT(findings(), IsEmpty());
-  EXPECT_TRUE(all_have_tracebacks());
 }
 
-TEST_F(dpa_checks_test, what_is_looked_up_without_a_presence_test_is_a_failure_when_missing) {
+TEST_F(dpa_checks_test, what_a_bundle_lacks_without_a_presence_test_is_a_failure) {
   const std::vector<failing_row> rows = {
       {"no lagport object at all", [] { drop(objects(), {"lagport"}); }, bundles_DPA, "'lagport'",
        bundle_message},
@@ -732,6 +744,12 @@ TEST_F(dpa_checks_test, what_is_looked_up_without_a_presence_test_is_a_failure_w
        bundles_DPA, "'0'", bundle_message},
       {"the bundle's record", [] { drop(st().tesselDb, {"BE12"}); }, bundles_DPA, "'BE12'",
        bundle_message},
+  };
+  expect_failures(rows);
+}
+
+TEST_F(dpa_checks_test, what_a_member_or_a_sub_bundle_lacks_without_a_presence_test_is_a_failure) {
+  const std::vector<failing_row> rows = {
       {"NPU of the member", [] { port_record(be12::older, be12::older_port).set("npu_id", "7"); },
        members_DPA, "'7'", member_message},
       {"NPU of the member not set",
@@ -758,17 +776,7 @@ TEST_F(dpa_checks_test, what_is_looked_up_without_a_presence_test_is_a_failure_w
       {"the sub-bundle", [] { drop(bundle().get("sub_bundles"), {be12::l3_sub}); }, sub_bundles_DPA,
        "'BE12.100'", sub_message},
   };
-  for (const failing_row& each : rows) {
-    enter_healthy_bundle();
-    enter_upper_layers();
-    st().exception = 0;
-    each.vary();
-    EXPECT_EQ(each.check(), ERROR) << each.why;
-    EXPECT_EQ(counted(), (outcome{.exception = 1})) << each.why;
-    EXPECT_THAT(last(exceptions()), failed_on(each.named, each.message)) << each.why;
-  }
-  EXPECT_THAT(findings(), IsEmpty());
-  EXPECT_TRUE(all_have_tracebacks());
+  expect_failures(rows);
 }
 
 TEST_F(dpa_checks_test, each_check_logs_a_failure_and_then_counts_it) {
