@@ -44,7 +44,7 @@ int run_as_namespace_root(char** arguments) {
   const gid_t group = ::getgid();
   const auto child =
       static_cast<pid_t>(::syscall(SYS_clone, CLONE_NEWUSER | SIGCHLD, nullptr, 0, 0, 0));
-  if (child < 0) missing("a user namespace is not to be had");
+  if (child < 0) missing("cannot enter a user namespace");
   if (child == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     write_map("/proc/self/setgroups", "deny");
@@ -70,9 +70,9 @@ void make_folder(const char* folder) {
 }
 
 void enter_private_folders() {
-  if (::unshare(CLONE_NEWNS) != 0) missing("a mount namespace is not to be had");
+  if (::unshare(CLONE_NEWNS) != 0) missing("cannot enter a mount namespace");
   // A command that reaches a real ssh by mistake must not reach any address.
-  if (::unshare(CLONE_NEWNET) != 0) missing("a network namespace is not to be had");
+  if (::unshare(CLONE_NEWNET) != 0) missing("cannot enter a network namespace");
   if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
     missing("cannot make the mounts private");
   }
