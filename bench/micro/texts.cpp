@@ -1,4 +1,4 @@
-#include "texts.h"
+#include "micro/texts.h"
 
 #include <map>
 

@@ -14,7 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "audit.h"
 #include "lab/base/descriptors.h"
 #include "lab/base/error.h"
 #include "lab/base/processes.h"
@@ -23,6 +22,8 @@
 #include "lab/faults/render_faulty.h"
 #include "lab/model/generate.h"
 #include "lab/tool/latency.h"
+#include "runs/audit.h"
+#include "runs/sizes.h"
 
 namespace bench {
 
@@ -43,14 +44,7 @@ lab::generate_request usual_router() {
 }
 
 lab::generate_request largest_router() {
-  lab::generate_request wanted = usual_router();
-  wanted.cards = 16;
-  wanted.npus = 4;
-  wanted.bundles = 256;
-  wanted.members = 16;
-  wanted.l2_subs = 8192;
-  wanted.l3_subs = 1024;
-  return wanted;
+  return sized_request("XL", "mixed", false);
 }
 
 // --- Recording
@@ -59,9 +53,9 @@ struct measured {
   std::vector<double> wall;
   std::vector<double> tools;
 
-  void add(const audit_times& times) {
-    wall.push_back(times.wall);
-    tools.push_back(times.tools);
+  void add(const measures& run) {
+    wall.push_back(run.value(value_name::wall));
+    tools.push_back(run.value(value_name::tools));
   }
 };
 
@@ -81,9 +75,9 @@ struct comparison {
   measured recorded;
   double calls = 0;
 
-  void run_plain() { plain.add(audit(capture, logs)); }
+  void run_plain() { plain.add(audit({capture, logs, {}, false})); }
   void run_recorded() {
-    recorded.add(audit(capture, logs, record));
+    recorded.add(audit({capture, logs, record, false}));
     calls = calls_in(record);
     fs::remove_all(record);
   }
@@ -190,11 +184,12 @@ struct serving_times {
   std::vector<double> cat;
 
   double call(const std::vector<std::string>& words, const char* capture) const {
-    return time_of(folder / words.front(), words, folder / capture);
+    const fs::path program = folder / fs::path(words.front()).filename();
+    return time_of(program, words, folder / capture);
   }
   void measure() {
-    small.push_back(call({"sw_version_show"}, "small"));
-    largest.push_back(call({"sw_version_show"}, "largest"));
+    small.push_back(call({"/opt/nos/bin/sw_version_show"}, "small"));
+    largest.push_back(call({"/opt/nos/bin/sw_version_show"}, "largest"));
     longest.push_back(call({"iface_show", "-i", ".*"}, "largest"));
     cat.push_back(time_of("/bin/cat", {"cat", longest_answer().string()}, folder));
   }

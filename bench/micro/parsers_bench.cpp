@@ -7,6 +7,7 @@
 #include "collect/interface_mtus.h"
 #include "consistency/im_handles.h"
 #include "hygiene/bundle_health.h"
+#include "micro/texts.h"
 #include "parse/bcm_lag.h"
 #include "parse/bundle_pd.h"
 #include "parse/bundle_pi.h"
@@ -15,7 +16,6 @@
 #include "parse/running_config.h"
 #include "platform/node_inventory.h"
 #include "run/state.h"
-#include "texts.h"
 
 namespace {
 

@@ -1,0 +1,152 @@
+#include "runs/tables.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <optional>
+
+namespace bench {
+
+namespace {
+
+using namespace value_name;
+
+constexpr double mega = 1e6;
+constexpr double kibibytes_in_mebibyte = 1024;
+constexpr double mebibyte = 1024 * 1024;
+
+std::string on_or_off(bool hqos) {
+  return hqos ? "on" : "off";
+}
+
+std::string router_of(const result& r) {
+  return fmt::format("| {} | {} | {} |", r.size, r.family, on_or_off(r.hqos));
+}
+
+double own(const measures& run) {
+  return run.value(own_user) + run.value(own_system);
+}
+
+double floors(const measures& run) {
+  return run.value(matching) + run.value(reading) + run.value(starting) + run.value(writing);
+}
+
+// Twice the text and a constant part.
+double allowed_memory(const measures& run) {
+  return 2 * run.value(text_bytes) / mebibyte + 64;
+}
+
+double allowed_threads(const measures& run) {
+  return 64 + run.value(most_commands);
+}
+
+double allowed_files(const measures& run) {
+  return 32 + run.value(most_commands);
+}
+
+std::optional<double> phase_time(const result& r, const std::string& phase) {
+  for (const phase_cost& each : r.run.phases)
+    if (each.name == phase) return each.own.sum();
+  return std::nullopt;
+}
+
+std::vector<const result*> same_router(const std::vector<result>& results, const result& wanted) {
+  std::vector<const result*> found;
+  for (const result& each : results)
+    if (each.family == wanted.family && each.hqos == wanted.hqos) found.push_back(&each);
+  return found;
+}
+
+std::string growth(const std::vector<const result*>& sizes, const std::string& phase) {
+  std::optional<double> half;
+  std::optional<double> whole;
+  for (const result* each : sizes) {
+    if (each->size == "L") half = phase_time(*each, phase);
+    if (each->size == "XL") whole = phase_time(*each, phase);
+  }
+  // The ratio of shorter times says nothing.
+  constexpr double shortest = 0.01;
+  if (!half || !whole || *half < shortest) return "–";
+  return fmt::format("{:.2f}", *whole / *half);
+}
+
+std::string phase_table(const std::vector<const result*>& sizes) {
+  std::string text = fmt::format("\nOwn processor time of the phases in ms, chips {}, hqos {}:\n\n",
+                                 sizes.front()->family, on_or_off(sizes.front()->hqos));
+  std::string head = "| phase |";
+  std::string line = "| --- |";
+  for (const result* each : sizes) {
+    head += fmt::format(" {} |", each->size);
+    line += " ---: |";
+  }
+  text += head + " L→XL |\n" + line + " ---: |\n";
+  for (const phase_cost& phase : sizes.front()->run.phases) {
+    text += fmt::format("| {} |", phase.name);
+    for (const result* each : sizes)
+      text += fmt::format(" {:.1f} |", phase_time(*each, phase.name).value_or(0) * 1e3);
+    text += fmt::format(" {} |\n", growth(sizes, phase.name));
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string cost_head() {
+  return "| router | chips | hqos | text MB | own CPU s | user | system | floors s | match | read "
+         "| start | write | CPU / floors | wall s | first line ms | tools CPU s |\n"
+         "| --- | --- | --- | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: "
+         "| "
+         "---: | ---: | ---: |\n";
+}
+
+std::string cost_row(const result& r) {
+  const measures& run = r.run;
+  return fmt::format(
+      "{} {:.1f} | {:.3f} | {:.3f} | {:.3f} | {:.3f} | {:.3f} | {:.3f} | {:.3f} | {:.3f} | {:.2f} "
+      "| {:.2f} | {:.1f} | {:.2f} |\n",
+      router_of(r), run.value(text_bytes) / mega, own(run), run.value(own_user),
+      run.value(own_system), floors(run), run.value(matching), run.value(reading),
+      run.value(starting), run.value(writing), own(run) / floors(run), run.value(wall),
+      run.value(first_line) * 1e3, run.value(tools));
+}
+
+std::string count_head() {
+  return "| router | chips | hqos | peak MiB | of allowed | threads started | of allowed | most "
+         "alive | most files | of allowed | commands | most at once | snapshot MB |\n"
+         "| --- | --- | --- | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: "
+         "|\n";
+}
+
+std::string count_row(const result& r) {
+  const measures& run = r.run;
+  const double memory = run.value(peak_kib) / kibibytes_in_mebibyte;
+  return fmt::format(
+      "{} {:.1f} | {:.2f} | {:.0f} | {:.2f} | {:.0f} | {:.0f} | {:.2f} | {:.0f} | {:.0f} | {:.1f} "
+      "|\n",
+      router_of(r), memory, memory / allowed_memory(run), run.value(threads),
+      run.value(threads) / allowed_threads(run), run.value(most_threads), run.value(most_files),
+      run.value(most_files) / allowed_files(run), run.value(commands), run.value(most_commands),
+      run.value(snapshot_bytes) / mega);
+}
+
+std::string phase_tables(const std::vector<result>& results) {
+  std::string text;
+  for (const result& each : results) {
+    const auto sizes = same_router(results, each);
+    if (sizes.front() == &each) text += phase_table(sizes);
+  }
+  return text;
+}
+
+std::string chain_head() {
+  return "| router | chips | hqos | wall s | longest chain s | wall / chain |\n"
+         "| --- | --- | --- | ---: | ---: | ---: |\n";
+}
+
+std::string chain_row(const result& r) {
+  const double taken = r.run.value(wall);
+  return fmt::format("{} {:.3f} | {:.3f} | {:.3f} |\n", router_of(r), taken, r.chain,
+                     taken / r.chain);
+}
+
+}  // namespace bench
