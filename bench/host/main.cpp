@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "floors.h"
 #include "measured_run.h"
@@ -50,7 +51,23 @@ struct ended_run {
   double wall = 0;
 };
 
-ended_run run_second(char** argv) {
+// The words that start the second process: this program with the same arguments, or valgrind with
+// all of that.
+std::vector<std::string> command_of_second(int argc, char** argv) {
+  std::vector<std::string> words;
+  if (std::getenv(callgrind_variable) != nullptr)
+    words = {"valgrind", "--tool=callgrind", "--quiet",
+             "--callgrind-out-file=" + (logs / callgrind_file).string()};
+  words.push_back(fs::read_symlink("/proc/self/exe").string());
+  words.insert(words.end(), argv + 1, argv + argc);
+  return words;
+}
+
+ended_run run_second(std::vector<std::string> words) {
+  std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
   const std::string console = (logs / console_file).string();
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
@@ -59,9 +76,10 @@ ended_run run_second(char** argv) {
   const double started = now();
   setenv(started_variable, std::to_string(started).c_str(), 1);
   pid_t child = 0;
-  const int refused = posix_spawn(&child, "/proc/self/exe", &actions, nullptr, argv, environ);
+  const int refused =
+      posix_spawnp(&child, arguments.front(), &actions, nullptr, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
-  if (refused != 0) throw std::runtime_error(std::string("posix_spawn: ") + std::strerror(refused));
+  if (refused != 0) throw std::runtime_error(words.front() + ": " + std::strerror(refused));
   ended_run ended;
   rusage used{};
   while (wait4(child, &ended.status, 0, &used) < 0) {
@@ -81,8 +99,8 @@ void add_end(const ended_run& ended, measures& run) {
   run.phases.push_back({"End of the process", {0, own}, ended.wall - run.value(wall), 0});
 }
 
-int measure(char** argv) {
-  const ended_run ended = run_second(argv);
+int measure(int argc, char** argv) {
+  const ended_run ended = run_second(command_of_second(argc, argv));
   if (!WIFEXITED(ended.status) || WEXITSTATUS(ended.status) != 0) return 1;
   measures run = read_measures(logs / measures_file);
   add_end(ended, run);
@@ -100,7 +118,7 @@ int main(int argc, char** argv) {
     const char* started = std::getenv(bench::started_variable);
     if (started != nullptr)
       return bench::run_measured(bench::request_of(argc, argv), atof(started));
-    return bench::measure(argv);
+    return bench::measure(argc, argv);
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "tessel-bench-host: %s\n", failure.what());
     return 1;

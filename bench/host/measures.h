@@ -16,6 +16,9 @@ inline constexpr const char* measures_file = "bench-measures";
 inline constexpr const char* console_file = "bench-console";
 // If this environment variable is set, the host also measures the floors.
 inline constexpr const char* floors_variable = "TESSEL_BENCH_FLOORS";
+// If this one is set, the audit runs under callgrind, whose result is put beside the measures.
+inline constexpr const char* callgrind_variable = "TESSEL_BENCH_CALLGRIND";
+inline constexpr const char* callgrind_file = "bench-callgrind";
 
 // Seconds of processor time.
 struct processor_time {

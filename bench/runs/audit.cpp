@@ -29,6 +29,13 @@ fs::path library() {
   return named != nullptr ? fs::path(named) : fs::path(TESSEL_BUILD_DIR) / "libtessel.so";
 }
 
+void set_variable(const char* name, bool wanted) {
+  if (wanted)
+    setenv(name, "1", 1);
+  else
+    unsetenv(name);
+}
+
 // A run that ended early costs less, so it must not count.
 void insist_on_whole_run(const fs::path& logs, int status) {
   const std::string console = content_of(logs / console_file);
@@ -63,10 +70,8 @@ measures audit(const audit_request& wanted) {
   request.library = library();
   request.lab = build / "tessel-lab";
   request.tool = build / "tessel-lab-tool";
-  if (wanted.with_floors)
-    setenv(floors_variable, "1", 1);
-  else
-    unsetenv(floors_variable);
+  set_variable(floors_variable, wanted.with_floors);
+  set_variable(callgrind_variable, wanted.with_callgrind);
   for (const char* left : {console_file, measures_file}) fs::remove(wanted.logs / left);
   const int status = lab::run_in_namespace(request);
   insist_on_whole_run(wanted.logs, status);

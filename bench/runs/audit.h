@@ -27,6 +27,7 @@ struct audit_request {
   std::filesystem::path logs;     // an existing folder
   std::filesystem::path record;   // where to record the run; empty: nowhere
   bool with_floors = false;
+  bool with_callgrind = false;  // leaves `callgrind_file` in `logs`
 };
 
 // Throws `lab_error` if the audit did not run to its end.

@@ -2,14 +2,17 @@
 // namespace.
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "lab/base/namespaces.h"
 #include "lab/capture/capture.h"
 #include "lab/faults/render_faulty.h"
 #include "lab/model/generate.h"
@@ -26,8 +29,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-double own(const measures& run) {
-  return run.value(value_name::own_user) + run.value(value_name::own_system);
+// Of several audits of a router the one with the least processor time, but the shortest floors and
+// wall times: on a busy machine these have little to do with each other.
+void keep_better(measures& best, measures run) {
+  using namespace value_name;
+  const auto own = [](const measures& each) {
+    return each.value(own_user) + each.value(own_system);
+  };
+  std::map<const char*, double> shortest;
+  for (const char* name : {wall, first_line, matching, reading, starting, writing})
+    shortest[name] = std::min(best.value(name), run.value(name));
+  if (own(run) < own(best)) best = std::move(run);
+  for (const auto& [name, time] : shortest) best.values[name] = time;
 }
 
 result measure(const options& wanted, const std::string& size, const std::string& family,
@@ -41,12 +54,19 @@ result measure(const options& wanted, const std::string& size, const std::string
   lab::write_folder(lab::render(router), request.capture);
   result best{size, family, hqos, 0, {}};
   for (unsigned count = 0; count < wanted.repeat; ++count) {
-    request.with_floors = wanted.latency.empty();
+    request.with_floors = wanted.latency.empty() && wanted.callgrind.empty();
+    request.with_callgrind = !wanted.callgrind.empty();
     for (const fs::directory_entry& left : fs::directory_iterator(request.logs))
       fs::remove_all(left);
     measures run = audit(request);
-    if (count == 0 || own(run) < own(best.run)) best.run = std::move(run);
+    if (count == 0)
+      best.run = std::move(run);
+    else
+      keep_better(best.run, std::move(run));
   }
+  if (request.with_callgrind)
+    fs::copy_file(request.logs / callgrind_file, wanted.callgrind,
+                  fs::copy_options::overwrite_existing);
   best.chain = longest_chain(best.run, router);
   return best;
 }
@@ -80,6 +100,7 @@ int run(const options& wanted) {
     show(help_text);
     return EXIT_SUCCESS;
   }
+  lab::insist_on_namespace();
   if (!wanted.latency.empty()) {
     lab::parse_latencies(wanted.latency);
     setenv(lab::latency_variable, wanted.latency.c_str(), 1);
@@ -89,6 +110,7 @@ int run(const options& wanted) {
   show("\n" + count_head());
   for (const result& each : results) show(count_row(each));
   show(phase_tables(results));
+  show("\n" + limit_table(results));
   return EXIT_SUCCESS;
 }
 
@@ -102,6 +124,9 @@ int main(int argc, char** argv) {
   } catch (const bench::bad_options& wrong) {
     fmt::print(stderr, "tessel-bench: {}; see --help\n", wrong.what());
     return 64;
+  } catch (const lab::no_privileges& missing) {
+    fmt::print(stderr, "tessel-bench: {}\n", missing.what);
+    return lab::missing_privileges;
   } catch (const std::exception& failure) {
     fmt::print(stderr, "tessel-bench: {}\n", failure.what());
     return EXIT_FAILURE;

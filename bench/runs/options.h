@@ -11,7 +11,8 @@ struct options {
   std::vector<std::string> sizes;
   std::vector<std::string> families;
   std::vector<bool> hqos;
-  std::string latency;  // as for tessel-lab
+  std::string latency;    // as for tessel-lab
+  std::string callgrind;  // the file to write
   unsigned repeat = 1;
   bool help = false;
 };

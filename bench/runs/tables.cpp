@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
+#include <functional>
 #include <optional>
 
 namespace bench {
@@ -12,8 +12,7 @@ namespace {
 using namespace value_name;
 
 constexpr double mega = 1e6;
-constexpr double kibibytes_in_mebibyte = 1024;
-constexpr double mebibyte = 1024 * 1024;
+constexpr double kibi = 1024;
 
 std::string on_or_off(bool hqos) {
   return hqos ? "on" : "off";
@@ -31,9 +30,8 @@ double floors(const measures& run) {
   return run.value(matching) + run.value(reading) + run.value(starting) + run.value(writing);
 }
 
-// Twice the text and a constant part.
-double allowed_memory(const measures& run) {
-  return 2 * run.value(text_bytes) / mebibyte + 64;
+double allowed_kib(const measures& run) {
+  return 2 * run.value(text_bytes) / kibi + 64 * kibi;
 }
 
 double allowed_threads(const measures& run) {
@@ -57,7 +55,8 @@ std::vector<const result*> same_router(const std::vector<result>& results, const
   return found;
 }
 
-std::string growth(const std::vector<const result*>& sizes, const std::string& phase) {
+// Of a phase, from L to XL.
+std::optional<double> growth(const std::vector<const result*>& sizes, const std::string& phase) {
   std::optional<double> half;
   std::optional<double> whole;
   for (const result* each : sizes) {
@@ -66,8 +65,75 @@ std::string growth(const std::vector<const result*>& sizes, const std::string& p
   }
   // The ratio of shorter times says nothing.
   constexpr double shortest = 0.01;
-  if (!half || !whole || *half < shortest) return "–";
-  return fmt::format("{:.2f}", *whole / *half);
+  if (!half || !whole || *half < shortest) return std::nullopt;
+  return *whole / *half;
+}
+
+bool is_large(const result& r) {
+  return r.size == "L" || r.size == "XL";
+}
+
+std::string name_of(const result& r) {
+  return fmt::format("{} {} {}", r.size, r.family, r.hqos ? "hqos" : "no hqos");
+}
+
+struct limit {
+  std::string what;
+  double allowed = 0;
+  std::string unit;
+  // The value of a router, or nothing if the limit is not for it.
+  std::function<std::optional<double>(const result&)> value;
+};
+
+std::optional<double> if_large(const result& r, double value) {
+  return is_large(r) ? std::optional(value) : std::nullopt;
+}
+
+std::optional<double> if_smallest(const result& r, double value) {
+  return r.size == "S" ? std::optional(value) : std::nullopt;
+}
+
+std::optional<double> fastest_growth(const std::vector<result>& results, const result& r) {
+  std::optional<double> fastest;
+  if (r.size != "XL") return fastest;
+  for (const phase_cost& phase : r.run.phases) {
+    const auto grown = growth(same_router(results, r), phase.name);
+    if (grown && (!fastest || *grown > *fastest)) fastest = grown;
+  }
+  return fastest;
+}
+
+std::vector<limit> limits(const std::vector<result>& results) {
+  const auto share = [](const char* name, double (*allowed)(const measures&)) {
+    return [=](const result& r) { return std::optional(r.run.value(name) / allowed(r.run)); };
+  };
+  return {
+      {"own CPU on L and XL, of the floors", 3, "",
+       [](const result& r) { return if_large(r, own(r.run) / floors(r.run)); }},
+      {"growth of a phase from L to XL", 2.2, "",
+       [&](const result& r) { return fastest_growth(results, r); }},
+      {"peak memory, of twice the text and 64 MiB", 1, "", share(peak_kib, allowed_kib)},
+      {"threads started, of 64 and the most commands at once", 1, "",
+       share(threads, allowed_threads)},
+      {"open files, of 32 and the most commands at once", 1, "", share(most_files, allowed_files)},
+      {"first line on S", 20, " ms",
+       [](const result& r) { return if_smallest(r, r.run.value(first_line) * 1e3); }},
+      {"own CPU on S", 30, " ms", [](const result& r) { return if_smallest(r, own(r.run) * 1e3); }},
+  };
+}
+
+std::string limit_row(const limit& each, const std::vector<result>& results) {
+  std::optional<double> worst;
+  std::string place;
+  for (const result& r : results) {
+    const std::optional<double> value = each.value(r);
+    if (!value || (worst && *value <= *worst)) continue;
+    worst = value;
+    place = name_of(r);
+  }
+  if (!worst) return {};
+  return fmt::format("| {} | {}{} | {:.2f}{} | {} | {} |\n", each.what, each.allowed, each.unit,
+                     *worst, each.unit, place, *worst <= each.allowed ? "yes" : "no");
 }
 
 std::string phase_table(const std::vector<const result*>& sizes) {
@@ -84,7 +150,8 @@ std::string phase_table(const std::vector<const result*>& sizes) {
     text += fmt::format("| {} |", phase.name);
     for (const result* each : sizes)
       text += fmt::format(" {:.1f} |", phase_time(*each, phase.name).value_or(0) * 1e3);
-    text += fmt::format(" {} |\n", growth(sizes, phase.name));
+    const auto grown = growth(sizes, phase.name);
+    text += grown ? fmt::format(" {:.2f} |\n", *grown) : " – |\n";
   }
   return text;
 }
@@ -119,14 +186,13 @@ std::string count_head() {
 
 std::string count_row(const result& r) {
   const measures& run = r.run;
-  const double memory = run.value(peak_kib) / kibibytes_in_mebibyte;
   return fmt::format(
       "{} {:.1f} | {:.2f} | {:.0f} | {:.2f} | {:.0f} | {:.0f} | {:.2f} | {:.0f} | {:.0f} | {:.1f} "
       "|\n",
-      router_of(r), memory, memory / allowed_memory(run), run.value(threads),
-      run.value(threads) / allowed_threads(run), run.value(most_threads), run.value(most_files),
-      run.value(most_files) / allowed_files(run), run.value(commands), run.value(most_commands),
-      run.value(snapshot_bytes) / mega);
+      router_of(r), run.value(peak_kib) / kibi, run.value(peak_kib) / allowed_kib(run),
+      run.value(threads), run.value(threads) / allowed_threads(run), run.value(most_threads),
+      run.value(most_files), run.value(most_files) / allowed_files(run), run.value(commands),
+      run.value(most_commands), run.value(snapshot_bytes) / mega);
 }
 
 std::string phase_tables(const std::vector<result>& results) {
@@ -135,6 +201,13 @@ std::string phase_tables(const std::vector<result>& results) {
     const auto sizes = same_router(results, each);
     if (sizes.front() == &each) text += phase_table(sizes);
   }
+  return text;
+}
+
+std::string limit_table(const std::vector<result>& results) {
+  std::string text =
+      "| limit | allowed | worst | router | kept |\n| --- | ---: | ---: | --- | --- |\n";
+  for (const limit& each : limits(results)) text += limit_row(each, results);
   return text;
 }
 
