@@ -197,7 +197,7 @@ void print_object(const value& obj, log_file& outfile, std::string_view layer) {
 }
 
 std::string plain(const value& obj) {
-  return obj.is_text() ? obj.as_text() : printed(obj);
+  return obj.is_text() ? std::string(obj.as_text()) : printed(obj);
 }
 
 std::string printed(const value& obj) {

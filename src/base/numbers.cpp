@@ -143,7 +143,7 @@ std::int64_t fitting(const std::optional<wide_integer>& number, std::string_view
 // Plain hexadecimal text of an integer or of a decimal text of any length.
 std::string decimal_to_hex(const value& number) {
   if (number.is_integer()) return convert_to_hex(number);
-  const std::string& digits = number.as_text();
+  const std::string_view digits = number.as_text();
   return signed_text(known(read_number(digits, number_base::decimal), digits, here::current()), 16);
 }
 
@@ -156,7 +156,8 @@ value convert_hex_to_int(const value& val) {
 }
 
 std::string convert_to_hex(const value& val, here where) {
-  const std::string text = val.is_integer() ? std::to_string(val.as_integer()) : val.as_text(where);
+  const std::string text =
+      val.is_integer() ? std::to_string(val.as_integer()) : std::string(val.as_text(where));
   auto number = read_number(text, number_base::automatic);
   if (!number) number = read_number(text, number_base::decimal);
   if (!number) throw failure(fmt::format("{} is no number", brief_text(text)), where);
@@ -178,13 +179,13 @@ value convert_object_to_hex(const value& val) {
 }
 
 wide_int to_wide(const value& text, here where) {
-  const std::string& digits = text.as_text(where);
+  const std::string_view digits = text.as_text(where);
   return fitting_wide(read_number(digits, number_base::automatic), digits, where);
 }
 
 wide_int to_wide_decimal(const value& text, here where) {
   if (text.is_integer()) return text.as_integer();
-  const std::string& digits = text.as_text(where);
+  const std::string_view digits = text.as_text(where);
   return fitting_wide(read_number(digits, number_base::decimal), digits, where);
 }
 
@@ -194,18 +195,18 @@ value number_value(wide_int number) {
 }
 
 std::uint64_t to_low_bits(const value& text, here where) {
-  const std::string& digits = text.as_text(where);
+  const std::string_view digits = text.as_text(where);
   return known(read_number(digits, number_base::automatic), digits, where).low_bits();
 }
 
 std::int64_t to_integer(const value& text, here where) {
-  const std::string& digits = text.as_text(where);
+  const std::string_view digits = text.as_text(where);
   return fitting(read_number(digits, number_base::automatic), digits, where);
 }
 
 std::int64_t to_decimal(const value& text, here where) {
   if (text.is_integer()) return text.as_integer();
-  const std::string& digits = text.as_text(where);
+  const std::string_view digits = text.as_text(where);
   return fitting(read_number(digits, number_base::decimal), digits, where);
 }
 

@@ -14,9 +14,10 @@ namespace {
 // The field's content, or null.
 template <class Fields>
 auto* content_of(Fields& fields, std::string_view field) {
+  const text_key sought(field);
   const auto found = std::find_if(fields.begin(), fields.end(),
-                                  [field](const auto& each) { return each.first == field; });
-  return found == fields.end() ? nullptr : &found->second;
+                                  [&sought](const auto& each) { return sought.is(each.name); });
+  return found == fields.end() ? nullptr : &found->content;
 }
 
 template <class Fields>
@@ -27,6 +28,11 @@ auto& content_in(Fields& fields, std::string_view field, here where) {
 }
 
 }  // namespace
+
+record::record(const std::vector<std::pair<std::string, value>>& fields) {
+  fields_.reserve(fields.size());
+  for (const auto& [name, content] : fields) fields_.push_back({name, content});
+}
 
 record::record(const record& other) {
   const std::lock_guard lock(other.mutex_);
@@ -47,7 +53,7 @@ void record::set(std::string_view field, value content) {
   if (value* held = content_of(fields_, field)) {
     *held = std::move(content);
   } else {
-    fields_.emplace_back(std::string(field), std::move(content));
+    fields_.push_back({field, std::move(content)});
   }
 }
 
@@ -65,7 +71,8 @@ std::optional<value> record::expect(std::string_view field, const value& reporte
 value record::fields_as_map() const {
   value fields = make_ordered_map();
   const std::lock_guard lock(mutex_);
-  for (const auto& [name, content] : fields_) fields.as_map().set(name, content);
+  fields.as_map().reserve(fields_.size());
+  for (const named_value& each : fields_) fields.as_map().put(each.name, each.content);
   return fields;
 }
 

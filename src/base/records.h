@@ -48,14 +48,18 @@ class record {
   virtual value fields_as_map() const;
 
  protected:
-  explicit record(std::vector<std::pair<std::string, value>> fields) : fields_(std::move(fields)) {}
+  explicit record(const std::vector<std::pair<std::string, value>>& fields);
   record(const record& other);
 
  private:
+  struct named_value {
+    value name;
+    value content;
+  };
   value& slot(std::string_view field, here where);
 
   mutable std::mutex mutex_;
-  std::vector<std::pair<std::string, value>> fields_;  // guarded by mutex_
+  std::vector<named_value> fields_;  // guarded by mutex_
 };
 
 // One physical member port: name, ifh, pp_port, npu_id, npu_core, voq, memid, nodename, mtu,

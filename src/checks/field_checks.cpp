@@ -105,7 +105,7 @@ int check_memid(const value& memid, record& element, std::string_view error_stri
 int check_lif(const value& lif, record& element, std::string_view error_string,
               std::string_view layer) {
   try {
-    const std::string& reported = lif.as_text();
+    const std::string_view reported = lif.as_text();
     std::string held;
     const lif_verdict verdict = element.in_one_step("glif", [&](value& glif) {
       if (glif == DEFAULT) {

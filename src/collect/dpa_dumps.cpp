@@ -46,7 +46,7 @@ value fetch(const object_type& type, const value& nodeip, const std::string& nod
       "ssh  -q -o 'StrictHostKeyChecking=no' {{}} /opt/nos/bin/fwd_object_show -t {} -D | {}",
       type.name, type.grep_opt);
   const std::string node_in_file_name = replace_all(nodename, "/", "_");
-  return execute(filled_line(form, {{filling::address, nodeip.as_text(), nodename}}),
+  return execute(filled_line(form, {{filling::address, std::string(nodeip.as_text()), nodename}}),
                  filled_line(fmt::format("{}_{{}}", type.name),
                              {{filling::node_in_file_name, node_in_file_name}}));
 }

@@ -68,7 +68,7 @@ template <class Commands>
 int dump_tables(const Commands& commands, const value& npu, const value& nodeid,
                 const value& nodeip, const std::string& nodename, here where = here::current()) {
   try {
-    const std::string& unit = npu.as_text();
+    const std::string_view unit = npu.as_text();
     const value dict = make_ordered_map();
     for (const chip_command& each : commands) {
       const value output = execute_bcmd(filled_line(each.cmd), npu, nodeid, nodeip,

@@ -23,7 +23,7 @@ value npus_of(std::string_view nodename) {
   return st().nodeinfo.get().at(nodename).at("npu_list");
 }
 
-value tables_of(std::string_view nodename, const std::string& npu) {
+value tables_of(std::string_view nodename, std::string_view npu) {
   return st().BCM.get().at(nodename).at(npu);
 }
 
@@ -36,7 +36,7 @@ struct member_on_npu {
   std::string_view member;
   std::string_view bundle;
   std::string_view nodename;
-  std::string npu;
+  std::string_view npu;
   std::string error_string;
   record& element;  // the bundle's
   record& port;     // the member's
@@ -183,7 +183,7 @@ int check_sub_bundles_BCM(std::string_view sub, std::string_view bundle, std::st
   try {
     const value npu_list = npus_of(nodename);
     for (const value& each : npu_list.as_list()) {
-      const std::string& npu = each.as_text();
+      const std::string_view npu = each.as_text();
       const record& element = bundle_record(bundle).get("sub_bundles").at(sub).as_record();
       object = fmt::format("{}({}), NPU {}, {}", sub, plain(element.get("ifh")), npu, nodename);
       const value tables = tables_of(nodename, npu);

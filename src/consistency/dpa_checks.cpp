@@ -41,7 +41,7 @@ void check_member_scale(const value& dpa) {
 
 // Compares a bundle's interface objects on a node that has members of the bundle: LIF, RIF and MAC
 // of the l2port, then RIF of the l3intf or LIF of the l2intf. The messages name the l2port for all.
-bool bundle_interfaces_agree(const value& objects, const std::string& ifh, record& element,
+bool bundle_interfaces_agree(const value& objects, std::string_view ifh, record& element,
                              std::string_view error_string) {
   constexpr std::string_view layer = "DPA_Bundles_l2port";
   const std::string lif_l2 = short_lif(objects.at("l2port").at(ifh).at("lif"));
@@ -60,7 +60,7 @@ bool bundle_interfaces_agree(const value& objects, const std::string& ifh, recor
 
 // The bundle's VLAN domain on each NPU. On a layer 2 bundle each is compared with the domain of the
 // l2intf object.
-value vlan_domains(const value& objects, const std::string& ifh, const record& element,
+value vlan_domains(const value& objects, std::string_view ifh, const record& element,
                    std::string_view error_string) {
   const value dpa = objects.at("lagport").at(ifh);
   value vd = make_map();
@@ -87,7 +87,7 @@ int check_bundles_DPA(std::string_view bundle, std::string_view nodename,
     record& element = bundle_record(bundle);
     const value handle = element.get("ifh");
     if (!is_entry_present(handle, objects.at("lagport"), "DPA", error_string)) return ERROR;
-    const std::string& ifh = handle.as_text();
+    const std::string_view ifh = handle.as_text();
     const value dpa = objects.at("lagport").at(ifh);
     element.set("delPending", dpa.at("deletePending"));
     check_member_scale(dpa);
@@ -146,7 +146,7 @@ int check_sub_bundles_DPA(std::string_view sub, std::string_view bundle, std::st
     const value handle = element.get("ifh");
     const value objects = st().DPA.get().at(nodename);
     if (!is_entry_present(handle, objects.at("lagport"), "DPA", error_string)) return ERROR;
-    const std::string& ifh = handle.as_text();
+    const std::string_view ifh = handle.as_text();
     const value dpa = objects.at("lagport").at(ifh);
     element.set("delPending", dpa.at("deletePending"));
     const int lagid_verdict =

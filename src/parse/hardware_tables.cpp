@@ -57,7 +57,7 @@ value tables_of(const record& member, std::string_view nodename) {
   value vd = make_map();
   vd.as_map().set(nodename, bcm.at(nodename).at(npu).at("vd"));
   if (!standby_takes_part()) return vd;
-  const std::string& standby = run.standbynodeinfo.as_text();
+  const std::string_view standby = run.standbynodeinfo.as_text();
   if (!bcm.contains(standby)) {
     throw failure(fmt::format("no port number: {} has no chip tables", standby));
   }

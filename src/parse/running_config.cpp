@@ -54,7 +54,7 @@ void add_members(Bundles& bdl_obj, const value& member_array) {
   static const pattern& port_tail = constant(R"((?<=\w)\d++(?:\/\d+\/\d+.*|(*SKIP)(*FAIL)))");
   const value members = bdl_obj.get("members");
   for (const value& member : member_array.as_list()) {
-    const std::string& mName = member.as_text();
+    const std::string_view mName = member.as_text();
     const matches tails = findall(port_tail, mName);
     if (tails.empty()) throw failure(fmt::format("no port number in {}", quoted(mName)));
     const std::string_view rsip = tails.text(0);
@@ -72,7 +72,7 @@ void add_members(Bundles& bdl_obj, const value& member_array) {
 void share_members_with_standby(const Bundles& bdl_obj) {
   run_state& run = st();
   if (run.router != aspen || run.standbynodeinfo == DEFAULT) return;
-  const std::string& standby = run.standbynodeinfo.as_text();
+  const std::string_view standby = run.standbynodeinfo.as_text();
   if (!run.nodeinfo.get().at(standby).at("dump").truthy()) return;
   const value members = bdl_obj.get("members");
   members.as_map().set(standby, members.at(run.activenodeinfo.as_text()));
@@ -293,7 +293,7 @@ std::pair<value, value> get_member_pp_port(std::string_view mName, std::string_v
 value get_encap_id(const value& encap_cfg, std::string_view sbName) {
   try {
     static const pattern& tag = constant(R"(dot\w++(?:\s(\d+)|(*SKIP)(*FAIL)))");
-    const std::string& cfg = encap_cfg.as_text();
+    const std::string_view cfg = encap_cfg.as_text();
     const pattern keyword(fill(R"([^\s]{}(?:.*?encapsulation|.*+(*SKIP)(*FAIL)))", {sbName}));
     if (findall(keyword, cfg).empty()) {
       logger(fmt::format("{}: Dont have any encapsulation config.", sbName), "exception");

@@ -89,6 +89,116 @@ TEST_F(value_test, equality_is_by_kind_and_content) {
   EXPECT_TRUE(value(1) == 1);
 }
 
+TEST_F(value_test, a_text_of_any_length_stays_what_it_is) {
+  for (const std::size_t length : {0, 1, 3, 4, 7, 8, 9, 14, 15, 16, 17, 100, 255, 256, 257, 5000}) {
+    SCOPED_TRACE(length);
+    std::string text;
+    for (std::size_t at = 0; at < length; ++at) text += static_cast<char>(at * 37 + 1);
+    const value moved = std::string(text);
+    const value copied = text;
+    const value viewed = std::string_view(text);
+    for (const value& each : {moved, copied, viewed}) {
+      EXPECT_TRUE(each.is_text());
+      EXPECT_EQ(each.as_text(), text);
+      EXPECT_EQ(*each.as_shared_text(), text);
+      EXPECT_EQ(each, moved);
+      EXPECT_EQ(each.truthy(), length > 0);
+      value other = each;
+      value taken = std::move(other);
+      EXPECT_EQ(taken.as_text(), text);
+      EXPECT_EQ(value(each).as_text(), text) << "of a temporary";
+    }
+    EXPECT_FALSE(moved == text + "x");
+    EXPECT_EQ(moved.as_shared_text(), value(moved).as_shared_text()) << "copies share it";
+  }
+}
+
+TEST_F(value_test, keys_that_differ_in_one_byte_are_different_keys) {
+  value entries = make_map();
+  std::vector<std::string> keys = {""};
+  for (const std::size_t length : {1, 4, 8, 9, 15, 16, 40}) {
+    for (std::size_t at = 0; at < length; ++at) {
+      for (const char other : {'\0', 'b', '\xff'}) {
+        keys.emplace_back(length, 'a');
+        keys.back()[at] = other;
+      }
+    }
+  }
+  for (std::size_t at = 0; at < keys.size(); ++at) {
+    entries.as_map().set(keys[at], static_cast<int>(at));
+  }
+  EXPECT_EQ(keys_of(entries), keys);
+  for (std::size_t at = 0; at < keys.size(); ++at) {
+    EXPECT_EQ(entries.at(keys[at]), static_cast<int>(at));
+    EXPECT_EQ(entries.in(keys[at]), static_cast<int>(at));
+  }
+}
+
+TEST_F(value_test, a_literal_is_a_text_and_a_key_like_any_other) {
+  const value name = value::literal("Node Description");
+  EXPECT_EQ(name, "Node Description");
+  EXPECT_EQ(name, value(std::string("Node Description")));
+  EXPECT_EQ(*name.as_shared_text(), "Node Description");
+  value entries = make_map();
+  entries.as_map().put(name, "a");
+  entries.as_map().set("Node Description", "b");
+  entries.as_map().put(value::literal("mtu"), "c");
+  EXPECT_EQ(entries.at("mtu"), "c");
+  EXPECT_EQ(entries.at("Node Description"), "b");
+  EXPECT_EQ(entries.as_map().size(), 2U);
+}
+
+TEST_F(value_test, an_entry_can_be_read_in_its_place) {
+  const value entries = map_of({{"mtu", "1514"}, {"none", value()}});
+  EXPECT_EQ(&entries.in("mtu"), &entries.in("mtu"));
+  EXPECT_EQ(entries.in("mtu"), "1514");
+  EXPECT_EQ(entries.get("mtu"), value("1514"));
+  EXPECT_TRUE(entries.get("none").has_value());
+  EXPECT_FALSE(entries.get("rif").has_value());
+  EXPECT_THAT(failure_of([&] { entries.in("rif"); }), HasSubstr("no key 'rif'"));
+  EXPECT_THAT(failure_of([&] { entries.in("mtu").in("rif"); }), HasSubstr("the text '1514'"));
+  EXPECT_THAT(failure_of([&] { static_cast<void>(entries.in("mtu").get("rif")); }),
+              HasSubstr("'rif' looked for in the text '1514'"));
+  entries.as_map().mark_visited();
+  EXPECT_EQ(entries.in("Visited"), 1);
+}
+
+TEST_F(value_test, a_shared_map_gives_copies_only_until_it_is_frozen) {
+  const value store = make_shared_map();
+  store.as_map().set("0/0/CPU0", 1);
+  EXPECT_FALSE(store.as_map().is_frozen());
+  EXPECT_THAT(failure_of([&] { store.in("0/0/CPU0"); }), HasSubstr("still grows"));
+  store.as_map().freeze();
+  EXPECT_TRUE(store.as_map().is_frozen());
+  EXPECT_EQ(store.in("0/0/CPU0"), 1);
+}
+
+TEST_F(value_test, a_map_is_walked_in_order_with_its_late_mark) {
+  for (const value& entries : {map_of({{"b", 1}, {"a", 2}}), make_shared_map()}) {
+    entries.as_map().set("b", 1);
+    entries.as_map().set("a", 2);
+    entries.as_map().mark_visited();
+    std::vector<std::pair<std::string, value>> walked;
+    entries.as_map().for_each([&walked](std::string_view key, const value& content) {
+      walked.emplace_back(key, content);
+    });
+    EXPECT_EQ(walked, entries.as_map().items());
+    EXPECT_EQ(walked.size(), 3U);
+  }
+}
+
+TEST_F(value_test, room_for_more_or_less_than_comes_changes_nothing) {
+  for (const std::size_t room : {1, 8, 9, 100}) {
+    for (const int size : {0, 1, 8, 9, 30, 300}) {
+      value entries = make_map(room);
+      for (int number = 0; number < size; ++number) entries.as_map().set(numbered(number), number);
+      for (int number = 0; number < size; ++number) EXPECT_EQ(entries.at(numbered(number)), number);
+      EXPECT_EQ(entries.as_map().size(), static_cast<std::size_t>(size));
+      EXPECT_FALSE(entries.contains(numbered(size)));
+    }
+  }
+}
+
 TEST_F(value_test, truth) {
   EXPECT_FALSE(value().truthy());
   EXPECT_FALSE(value(0).truthy());

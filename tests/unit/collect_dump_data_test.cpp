@@ -523,7 +523,8 @@ TEST_F(dump_data_test, endless_runs_from_every_tool_are_reported_and_survived) {
     add_node("0/0/CPU0", "192.0.0.9", 1, 1);
     for (const char* name : {"ssh", "ifmgr_show", "cfg_render", "lagmgr_table_show",
                              "lagmgr_agent_show", "asic_shell_show", "iface_show"}) {
-      tool_prints(name, "Bundle lagport l2port intf port LDP BE MTU " + each.output.as_text());
+      tool_prints(
+          name, "Bundle lagport l2port intf port LDP BE MTU " + std::string(each.output.as_text()));
     }
     EXPECT_EQ(dump(), SUCCESS);
     EXPECT_EQ(static_cast<std::int64_t>(messages(LOG_FILE_EXCEPTION).size()),

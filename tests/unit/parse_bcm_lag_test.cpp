@@ -225,7 +225,7 @@ TEST_F(bcm_lag_test, an_output_that_is_not_a_text_is_a_failure_that_is_counted_o
 TEST_F(bcm_lag_test, endless_runs_behind_a_lag_harm_nothing) {
   for (const bad_output& each : endless_outputs()) {
     SCOPED_TRACE(each.why);
-    const std::string& run = each.output.as_text();
+    const std::string run(each.output.as_text());
     EXPECT_EQ(diag_lag("LAG ID: 1\n 0 | 0x1 | Y\n" + run).at("LAG 0x1").as_map().size(), 3U);
     EXPECT_EQ(tm_lag(rows_of_lag("1") + run).at("0x1").at("members"), list_of({"0xc000021"}));
   }
@@ -249,7 +249,7 @@ TEST_F(bcm_lag_test, junk_behind_a_lag_harms_nothing) {
   for (const bad_output& each : meaningless_outputs()) {
     SCOPED_TRACE(each.why);
     SetUp();
-    const std::string junk = each.output.as_text();
+    const std::string junk(each.output.as_text());
     EXPECT_THAT(diag_lag(junk + "LAG ID: 1\n 0 | 0x1 | Y\n" + junk).as_map().keys(),
                 testing::Contains("LAG 0x1"));
     EXPECT_THAT(tm_lag(junk + rows_of_lag("1") + junk).as_map().keys(), ElementsAre("0x1"));

@@ -220,7 +220,7 @@ TEST_F(bundle_pd_test, an_output_cut_anywhere_is_reported_at_most_once) {
 TEST_F(bundle_pd_test, an_endless_run_behind_a_block_harms_nothing) {
   for (const bad_output& each : endless_outputs()) {
     SCOPED_TRACE(each.why);
-    EXPECT_EQ(parse("\n" + std::string(be12) + each.output.as_text()), SUCCESS);
+    EXPECT_EQ(parse("\n" + std::string(be12) + std::string(each.output.as_text())), SUCCESS);
     EXPECT_EQ(store(), "{" + std::string(be12_parsed) + "}");
   }
   EXPECT_EQ(st().exception, 0);
@@ -230,7 +230,7 @@ TEST_F(bundle_pd_test, junk_behind_a_block_harms_nothing) {
   for (const bad_output& each : meaningless_outputs()) {
     SCOPED_TRACE(each.why);
     SetUp();
-    parse("\n" + std::string(be12) + each.output.as_text());
+    parse("\n" + std::string(be12) + std::string(each.output.as_text()));
     EXPECT_EQ(messages(LOG_FILE_EXCEPTION).size(), static_cast<std::size_t>(st().exception));
     EXPECT_LE(st().exception, 1) << "four words of noise can be a row whose id is not a number";
   }

@@ -89,7 +89,8 @@ TEST_F(hardware_tables_test, endless_runs_behind_a_table_harm_nothing) {
   for (const table& each : tables()) {
     for (const bad_output& endless : endless_outputs()) {
       SCOPED_TRACE(std::string(each.name) + ", " + endless.why);
-      EXPECT_EQ(each.parse(each.text + "\n" + endless.output.as_text()), each.expected);
+      EXPECT_EQ(each.parse(each.text + "\n" + std::string(endless.output.as_text())),
+                each.expected);
     }
   }
 }
@@ -321,7 +322,7 @@ TEST_F(vlan_domain_test, a_failure_is_logged_before_it_is_counted) {
 TEST_F(vlan_domain_test, a_table_of_junk_harms_nothing) {
   for (const bad_output& each : meaningless_outputs()) {
     SCOPED_TRACE(each.why);
-    add_table(active, "0", each.output.as_text() + "\n" + domain_row(0, 5, "0x10"));
+    add_table(active, "0", std::string(each.output.as_text()) + "\n" + domain_row(0, 5, "0x10"));
     EXPECT_EQ(parse_vlan_domain("0/0/0/1"), SUCCESS);
     EXPECT_EQ(domains(), map_of({{active, "0x10"}}));
   }
@@ -330,7 +331,7 @@ TEST_F(vlan_domain_test, a_table_of_junk_harms_nothing) {
 TEST_F(vlan_domain_test, an_endless_run_in_a_table_harms_nothing) {
   for (const bad_output& each : endless_outputs()) {
     SCOPED_TRACE(each.why);
-    add_table(active, "0", domain_row(0, 5, "0x10") + each.output.as_text());
+    add_table(active, "0", domain_row(0, 5, "0x10") + std::string(each.output.as_text()));
     EXPECT_EQ(parse_vlan_domain("0/0/0/1"), SUCCESS);
     EXPECT_EQ(domains(), map_of({{active, "0x10"}}));
   }

@@ -440,7 +440,8 @@ TEST_F(running_config_test, junk_between_stanzas_harms_nothing) {
   for (const bad_output& each : meaningless_outputs()) {
     SCOPED_TRACE(each.why);
     SetUp();
-    const std::string junk = "junk " + each.output.as_text().substr(0, 1U << 20) + "\n!\n";
+    const std::string junk =
+        "junk " + std::string(each.output.as_text().substr(0, 1U << 20)) + "\n!\n";
     parse(junk + "interface Bundle-Ether12\n!\n" + junk + std::string(member_of_12) + junk);
     EXPECT_THAT(members("BE12"), ElementsAre("0/0/0/1"));
     EXPECT_EQ(st().exception, 0);
