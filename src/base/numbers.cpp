@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <optional>
 #include <vector>
 
@@ -107,6 +109,31 @@ std::optional<wide_integer> read_number(std::string_view text, number_base wante
   return number;
 }
 
+// Nearly all numbers are short, without a sign and without blanks around them: these are read and
+// written without the arithmetic for any length. Returns nothing for all others.
+std::optional<std::int64_t> short_digits(std::string_view digits, int base) {
+  constexpr std::size_t most_digits = 15;
+  if (digits.empty() || digits.size() > most_digits || digits[0] == '-') return std::nullopt;
+  const char* const end = digits.data() + digits.size();
+  std::int64_t number = 0;
+  const auto read = std::from_chars(digits.data(), end, number, base);
+  return read.ec == std::errc() && read.ptr == end ? std::optional(number) : std::nullopt;
+}
+
+// The same in automatic base, except for octal numbers.
+std::optional<std::int64_t> short_number(std::string_view text) {
+  if (has_hex_prefix(text)) return short_digits(text.substr(2), 16);
+  if (text.size() > 1 && text[0] == '0') return std::nullopt;
+  return short_digits(text, 10);
+}
+
+std::string short_text(std::int64_t number, int base) {
+  std::array<char, 24> digits{'0', 'x'};
+  char* const start = digits.data() + (base == 16 ? 2 : 0);
+  const char* const end = std::to_chars(start, digits.data() + digits.size(), number, base).ptr;
+  return {digits.data(), static_cast<std::size_t>(end - digits.data())};
+}
+
 std::string signed_text(const wide_integer& number, std::uint32_t base) {
   const std::string digits = number.text(base);
   const bool minus = number.negative && digits != "0";
@@ -151,11 +178,15 @@ std::string decimal_to_hex(const value& number) {
 
 value convert_hex_to_int(const value& val) {
   if (!val.is_text()) return val;
+  if (const auto number = short_number(val.as_text())) return short_text(*number, 10);
   const auto number = read_number(val.as_text(), number_base::automatic);
   return number ? value(signed_text(*number, 10)) : val;
 }
 
 std::string convert_to_hex(const value& val, here where) {
+  if (val.is_text()) {
+    if (const auto number = short_number(val.as_text())) return short_text(*number, 16);
+  }
   const std::string text =
       val.is_integer() ? std::to_string(val.as_integer()) : std::string(val.as_text(where));
   auto number = read_number(text, number_base::automatic);
@@ -180,12 +211,14 @@ value convert_object_to_hex(const value& val) {
 
 wide_int to_wide(const value& text, here where) {
   const std::string_view digits = text.as_text(where);
+  if (const auto number = short_number(digits)) return *number;
   return fitting_wide(read_number(digits, number_base::automatic), digits, where);
 }
 
 wide_int to_wide_decimal(const value& text, here where) {
   if (text.is_integer()) return text.as_integer();
   const std::string_view digits = text.as_text(where);
+  if (const auto number = short_digits(digits, 10)) return *number;
   return fitting_wide(read_number(digits, number_base::decimal), digits, where);
 }
 
@@ -207,6 +240,7 @@ std::int64_t to_integer(const value& text, here where) {
 std::int64_t to_decimal(const value& text, here where) {
   if (text.is_integer()) return text.as_integer();
   const std::string_view digits = text.as_text(where);
+  if (const auto number = short_digits(digits, 10)) return *number;
   return fitting(read_number(digits, number_base::decimal), digits, where);
 }
 

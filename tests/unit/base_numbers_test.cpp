@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <limits>
+#include <random>
 #include <string>
 
 #include "support/fake_router.h"
@@ -92,6 +93,29 @@ TEST_F(numbers_test, convert_to_hex_of_16_as_number_and_text_and_of_0x10) {
   EXPECT_EQ(convert_to_hex(16), "0x10");
   EXPECT_EQ(convert_to_hex("16"), "0x10");
   EXPECT_EQ(convert_to_hex("0x10"), "0x10");
+}
+
+TEST_F(numbers_test, short_and_long_numbers_are_converted_alike) {
+  std::mt19937_64 random(1);
+  for (int round = 0; round < 20000; ++round) {
+    const std::uint64_t number = random() >> round % 64;
+    const std::string hex = fmt::format("0x{:x}", number);
+    const std::string decimal = std::to_string(number);
+    // A blank in front makes the text one that is read without the shortcut.
+    for (const std::string& text : {hex, decimal, fmt::format("0x0{:X}", number)}) {
+      ASSERT_EQ(convert_to_hex(text), hex) << text;
+      ASSERT_EQ(convert_to_hex(" " + text), hex) << text;
+      ASSERT_EQ(convert_hex_to_int(text), decimal) << text;
+      ASSERT_EQ(convert_hex_to_int(" " + text), decimal) << text;
+      ASSERT_EQ(to_wide(text), to_wide(" " + text)) << text;
+    }
+    ASSERT_EQ(to_wide_decimal("0" + decimal), to_wide_decimal(" 0" + decimal));
+  }
+  EXPECT_EQ(convert_hex_to_int("+1"), "1");
+  EXPECT_EQ(convert_hex_to_int("00"), "0");
+  for (const char* same : {"-1", "--1", "0x-1", "0x", "0x+1", "1-", "1x", "", "0_1"}) {
+    EXPECT_EQ(convert_hex_to_int(same), same);
+  }
 }
 
 TEST_F(numbers_test, convert_to_hex_of_010_is_0x8_by_the_first_reading) {
