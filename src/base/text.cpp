@@ -55,6 +55,46 @@ struct free_jit_stack {
   void operator()(pcre2_jit_stack* stack) const { pcre2_jit_stack_free(stack); }
 };
 
+// What the library needs for a search, beside the pattern.
+struct search_memory {
+  std::unique_ptr<pcre2_match_data, free_match_data> data;
+  std::unique_ptr<pcre2_jit_stack, free_jit_stack> stack;
+  std::unique_ptr<pcre2_match_context, free_match_context> context;
+};
+
+// A search of a short block takes less time than making its memory. So each thread keeps one for
+// the next search with machine code. A search without it may need, and keep, much more memory.
+search_memory& spare_memory() {
+  thread_local search_memory spare;
+  return spare;
+}
+
+constexpr std::uint32_t spare_groups = 16;
+
+bool fits_spare_memory(const pcre2_code* code) {
+  std::size_t machine_code = 0;
+  std::uint32_t groups = 0;
+  pcre2_pattern_info(code, PCRE2_INFO_JITSIZE, &machine_code);
+  pcre2_pattern_info(code, PCRE2_INFO_CAPTURECOUNT, &groups);
+  return machine_code > 0 && groups < spare_groups;
+}
+
+search_memory take_memory(const pcre2_code* code) {
+  const bool is_usual = fits_spare_memory(code);
+  if (is_usual && spare_memory().data) return std::move(spare_memory());
+  search_memory made;
+  made.data.reset(is_usual ? pcre2_match_data_create(spare_groups, nullptr)
+                           : pcre2_match_data_create_from_pattern(code, nullptr));
+  made.context.reset(pcre2_match_context_create(nullptr));
+  if (!made.data || !made.context) throw std::bad_alloc();
+  return made;
+}
+
+void give_back(search_memory used, const pcre2_code* code) {
+  if (!fits_spare_memory(code) || used.stack) return;
+  spare_memory() = std::move(used);
+}
+
 }  // namespace
 
 // One left-to-right search of one text.
@@ -65,11 +105,12 @@ class matcher {
         code_(static_cast<pcre2_code*>(what.code_)),
         subject_(subject),
         where_(where),
-        data_(pcre2_match_data_create_from_pattern(code_, nullptr)),
-        context_(pcre2_match_context_create(nullptr)) {
-    if (!data_ || !context_) throw std::bad_alloc();
-    pcre2_set_match_limit(context_.get(), match_limit(subject_.size()));
+        memory_(take_memory(code_)) {
+    pcre2_set_match_limit(context(), match_limit(subject_.size()));
   }
+  ~matcher() { give_back(std::move(memory_), code_); }
+  matcher(const matcher&) = delete;
+  matcher& operator=(const matcher&) = delete;
 
   std::uint32_t groups() const {
     std::uint32_t count = 0;
@@ -87,7 +128,7 @@ class matcher {
         ++start_;
         continue;
       }
-      const PCRE2_SIZE* ends = pcre2_get_ovector_pointer(data_.get());
+      const PCRE2_SIZE* ends = pcre2_get_ovector_pointer(data());
       begin_ = ends[0];
       end_ = ends[1];
       after_empty_ = begin_ == end_;
@@ -101,29 +142,32 @@ class matcher {
   std::size_t end() const { return end_; }
 
   std::string_view group(std::uint32_t number) const {
-    const PCRE2_SIZE* ends = pcre2_get_ovector_pointer(data_.get());
+    const PCRE2_SIZE* ends = pcre2_get_ovector_pointer(data());
     const std::size_t at = std::size_t{2} * number;
     if (ends[at] == PCRE2_UNSET) return {};
     return subject_.substr(ends[at], ends[at + 1] - ends[at]);
   }
 
  private:
+  pcre2_match_data* data() const { return memory_.data.get(); }
+  pcre2_match_context* context() const { return memory_.context.get(); }
+
   int attempt() {
     const std::uint32_t options = after_empty_ ? PCRE2_NOTEMPTY_ATSTART | PCRE2_ANCHORED : 0U;
     return pcre2_match(code_, reinterpret_cast<PCRE2_SPTR>(subject_.data()), subject_.size(),
-                       start_, options, data_.get(), context_.get());
+                       start_, options, data(), context());
   }
 
   // The machine stack is enough for nearly every match; a deep match gets memory of its own.
   void grow_jit_stack() {
-    stack_.reset(pcre2_jit_stack_create(first_jit_stack, largest_jit_stack, nullptr));
-    if (!stack_) throw std::bad_alloc();
-    pcre2_jit_stack_assign(context_.get(), nullptr, stack_.get());
+    memory_.stack.reset(pcre2_jit_stack_create(first_jit_stack, largest_jit_stack, nullptr));
+    if (!memory_.stack) throw std::bad_alloc();
+    pcre2_jit_stack_assign(context(), nullptr, memory_.stack.get());
   }
 
   bool match() {
     int result = attempt();
-    if (result == PCRE2_ERROR_JIT_STACKLIMIT && !stack_) {
+    if (result == PCRE2_ERROR_JIT_STACKLIMIT && !memory_.stack) {
       grow_jit_stack();
       result = attempt();
     }
@@ -140,9 +184,7 @@ class matcher {
   pcre2_code* code_;
   std::string_view subject_;
   here where_;
-  std::unique_ptr<pcre2_match_data, free_match_data> data_;
-  std::unique_ptr<pcre2_jit_stack, free_jit_stack> stack_;
-  std::unique_ptr<pcre2_match_context, free_match_context> context_;
+  search_memory memory_;
   std::size_t start_ = 0;
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
@@ -259,6 +301,15 @@ std::string replace_all(std::string_view subject, std::string_view what, std::st
   }
   result += subject.substr(start);
   return result;
+}
+
+std::string joined(std::initializer_list<std::string_view> parts) {
+  std::size_t size = 0;
+  for (const std::string_view part : parts) size += part.size();
+  std::string whole;
+  whole.reserve(size);
+  for (const std::string_view part : parts) whole += part;
+  return whole;
 }
 
 std::string fill(std::string_view form, std::span<const std::string_view> values) {

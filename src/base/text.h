@@ -106,6 +106,9 @@ std::string_view tail(std::string_view subject, std::size_t count);
 // Replaces every occurrence of `what`; an empty `what` does not occur.
 std::string replace_all(std::string_view subject, std::string_view what, std::string_view by);
 
+// All parts, one after the other.
+std::string joined(std::initializer_list<std::string_view> parts);
+
 // Replaces each "{}" of `form` with the next value, without escaping. Only for patterns; messages
 // are formatted with fmt.
 std::string fill(std::string_view form, std::span<const std::string_view> values);

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "base/cursor.h"
 #include "base/dump.h"
 #include "base/failure.h"
 #include "base/findings.h"
@@ -16,10 +17,15 @@ namespace tessel {
 
 namespace {
 
+const value node_description = value::literal("Node Description");
+constexpr std::size_t entries_of_member = 3;
+constexpr std::size_t entries_of_lag = 2;  // beside the members
+
 // The location of an NPU, for descriptions.
 struct npu_place {
   std::string_view nodename;
   std::string_view npu;
+  std::string suffix = fmt::format("_npu{}_node{}", npu, nodename);
 };
 
 void take_chip_as_unusable(std::string_view nodename) {
@@ -33,43 +39,40 @@ void take_chip_as_unusable(std::string_view nodename) {
 }
 
 value diag_lag_members(std::string_view lag, std::string_view lagid, const npu_place& place) {
-  static const pattern& row = constant(R"((?<!\d)\d++\s++\|\s++\w++\s++\|\s++[YN])");
+  static const pattern& row = constant(R"((?<!\d)(\d++\s++)\|\s++(\w++)\s++\|\s++([YN]))");
   value mem = make_map();
+  // Most LAGs have no member, and a row has this mark.
+  if (lag.find('|') == std::string_view::npos) return mem;
   const matches rows = findall(row, lag);
+  if (!rows.empty()) mem.as_map().reserve(rows.size() + entries_of_lag);
   for (std::size_t at = 0; at < rows.size(); ++at) {
-    const auto cells = split(rows.text(at), "|");
-    if (cells.size() != 3) {
-      throw failure(fmt::format("{} cells in the row {}", cells.size(), quoted(rows.text(at))));
-    }
+    const auto cells = rows[at];
     const std::string memid = convert_to_hex(cells[0]);
-    value member = make_map();
-    member.as_map().set("gport", strip(cells[1]));
-    member.as_map().set("is_active", strip(cells[2]));
-    member.as_map().set("Node Description", fmt::format("{}_npu{}_node{}_memid{}", lagid, place.npu,
-                                                        place.nodename, memid));
-    mem.as_map().set(memid, member);
+    value member = make_map(entries_of_member);
+    member.as_map().set("gport", cells[1]);
+    member.as_map().set("is_active", cells[2]);
+    member.as_map().put(node_description, joined({lagid, place.suffix, "_memid", memid}));
+    mem.as_map().set(memid, std::move(member));
   }
   return mem;
 }
 
 void add_diag_lag(std::string_view lag, const npu_place& place, map& bundle) {
-  static const pattern& id = constant(R"((?<=ID:\s)\d+)");
-  const matches ids = findall(id, lag);
-  if (ids.empty()) {
+  const std::string_view id = diag_lag_id(lag);
+  if (id.empty()) {
     pprint(fmt::format("Data Not Found: Not able to get lag id from diag_lag output, Location {}, "
                        "NPU {}",
                        place.nodename, place.npu),
            *st().dl_fd.require());
     return;
   }
-  const std::string lagid = "LAG " + convert_to_hex(ids.text(0));
-  const value mem = diag_lag_members(lag, lagid, place);
+  const std::string lagid = "LAG " + convert_to_hex(id);
+  value mem = diag_lag_members(lag, lagid, place);
   if (mem.truthy()) {
     mem.as_map().set("Visited", 0);
-    mem.as_map().set("Node Description",
-                     fmt::format("{}_npu{}_node{}", lagid, place.npu, place.nodename));
+    mem.as_map().put(node_description, joined({lagid, place.suffix}));
   }
-  bundle.set(lagid, mem);
+  bundle.set(lagid, std::move(mem));
 }
 
 // Finds what tm_lag_row_definition finds: a number, the LAG id, a word, the global port, a word. It
@@ -96,18 +99,27 @@ void add_tm_lag(std::string_view lag, const npu_place& place, std::string& lag_i
   const value entry = bundle.at(lag_id);
   if (entry.at("members").truthy()) {
     entry.as_map().set("Visited", 0);
-    entry.as_map().set("Node Description",
-                       fmt::format("{}_npu{}_node{}", lag_id, place.npu, place.nodename));
+    entry.as_map().put(node_description, joined({lag_id, place.suffix}));
   }
 }
 
 }  // namespace
 
+std::string_view diag_lag_id(std::string_view lag) {
+  constexpr std::string_view head = "ID:";
+  for (std::size_t at = lag.find(head); at != std::string_view::npos; at = lag.find(head, at + 1)) {
+    cursor behind(lag, at + head.size());
+    if (!behind.skip_blank()) continue;
+    if (const std::string_view id = behind.digits(); !id.empty()) return id;
+  }
+  return {};
+}
+
 value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::string_view npu) {
-  const npu_place place{nodename, npu};
+  const npu_place place = {nodename, npu};
   try {
-    value bundle = make_map();
     const auto pieces = split(diag_lag.as_text(), "LAG");
+    value bundle = make_map(pieces.size());
     for (std::size_t at = 1; at < pieces.size(); ++at) {
       add_diag_lag(pieces[at], place, bundle.as_map());
     }
@@ -120,7 +132,7 @@ value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::
 }
 
 value parse_tm_lag(const value& tm_lag, std::string_view nodename, std::string_view npu) {
-  const npu_place place{nodename, npu};
+  const npu_place place = {nodename, npu};
   try {
     static const pattern& lag_start = constant(R"(\|\s+\d+\s+\|\s+\d+\s+\|)");
     value bundle = make_map();

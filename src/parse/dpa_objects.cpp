@@ -4,7 +4,6 @@
 
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "base/failure.h"
@@ -13,6 +12,7 @@
 #include "base/numbers.h"
 #include "base/records.h"
 #include "base/text.h"
+#include "parse/block_fields.h"
 #include "parse/slot_fields.h"
 #include "run/state.h"
 
@@ -20,21 +20,15 @@ namespace tessel {
 
 namespace {
 
-using field_map = std::unordered_map<std::string_view, std::string_view>;
+const value node_description = value::literal("Node Description");
+const value max_member_count = value::literal("max_member_count");
 
-// Maps each field that a block prints to its last value.
-field_map fields_of(const pattern& field, std::string_view block) {
-  field_map fields;
-  const matches found = findall(field, block);
-  for (std::size_t at = 0; at < found.size(); ++at) fields[found[at][0]] = found[at][1];
-  return fields;
-}
-
-std::string_view field(const field_map& fields, std::string_view name,
+// The last value that a block prints for a field.
+std::string_view field(const field_lines& fields, std::string_view name,
                        here where = here::current()) {
-  const auto found = fields.find(name);
-  if (found == fields.end()) throw failure(fmt::format("no field {}", quoted(name)), where);
-  return found->second;
+  const auto found = fields.last_of(name);
+  if (!found) throw failure(fmt::format("no field {}", quoted(name)), where);
+  return *found;
 }
 
 void leave_out_of_run(std::string_view note, std::string_view nodename) {
@@ -55,6 +49,8 @@ lagport_members members_of(std::string_view bundle, std::string_view lagid,
                            std::string_view nodename) {
   static const pattern& member_line = constant(R"((?<!\d)(\d++):dpa_intf_t\smifh\s=>\s(\w+))");
   lagport_members members;
+  // Most blocks have no member, and a member's line has this word.
+  if (bundle.find("mifh") == std::string_view::npos) return members;
   const slot_fields npus(slot_fields::npu(), bundle);
   const slot_fields weights(slot_fields::weight(), bundle);
   const matches found = findall(member_line, bundle);
@@ -65,12 +61,13 @@ lagport_members members_of(std::string_view bundle, std::string_view lagid,
     if (!npu) throw failure(fmt::format("no NPU for the member in slot {}", slot));
     members.last_npu = *npu;
     if (!members.by_npu.contains(*npu)) members.by_npu.as_map().set(*npu, make_map());
-    value member = make_map();
+    constexpr std::size_t entries = 3;
+    value member = make_map(entries);
     member.as_map().set("memid", convert_to_hex(slot));
     member.as_map().set("Visited", 0);
-    member.as_map().set("Node Description",
-                        fmt::format("Lag {}_npu{}_node{}_mifh{}", lagid, *npu, nodename, mifh));
-    members.by_npu.at(*npu).as_map().set(mifh, member);
+    member.as_map().put(node_description,
+                        joined({"Lag ", lagid, "_npu", *npu, "_node", nodename, "_mifh", mifh}));
+    members.by_npu.at(*npu).as_map().set(mifh, std::move(member));
     if (const auto weight = weights.first_of(slot)) {
       members.total_weight += to_wide_decimal(*weight);
     }
@@ -79,8 +76,9 @@ lagport_members members_of(std::string_view bundle, std::string_view lagid,
 }
 
 value vlan_domains_of(std::string_view bundle, const value& by_npu) {
-  const slot_fields port_classes(slot_fields::port_class(), bundle);
   value domains = make_map();
+  if (!by_npu.truthy()) return domains;
+  const slot_fields port_classes(slot_fields::port_class(), bundle);
   for (const std::string& npu : by_npu.as_map().keys()) {
     const auto domain = port_classes.first_of(npu);
     domains.as_map().set(npu, domain ? value(convert_to_hex(*domain)) : value(DEFAULT));
@@ -89,42 +87,39 @@ value vlan_domains_of(std::string_view bundle, const value& by_npu) {
 }
 
 void add_lagport(std::string_view bundle, std::string_view nodename, map& bundle_dpa) {
-  static const pattern& handle_and_lag =
-      constant("dpa_intf_t\\sintf\\s=>\\s(\\w+)\n\\s+\\w+ lag_id\\s=.\\s(\\w+)");
-  static const pattern& limit_line = constant(R"(uint32_t max_member_count\s+=>\s+(\d+))");
   // Only the last of the three counters, for deletion, shows an object on its way out.
-  static const pattern& pending = constant(R"(pending\(cr/up/dl\):0/0/(1))");
-  const matches ifh_lag = findall(handle_and_lag, bundle);
-  if (ifh_lag.empty()) return;
-  const std::string ifh = convert_to_hex(ifh_lag[0][0]);
-  const std::string lagid = convert_to_hex(ifh_lag[0][1]);
-  const matches limit = findall(limit_line, bundle);
+  constexpr std::string_view pending = "pending(cr/up/dl):0/0/1";
+  const auto head = lagport_head_of(bundle);
+  if (!head) return;
+  const std::string ifh = convert_to_hex(head->ifh);
+  const std::string lagid = convert_to_hex(head->lagid);
+  const std::string_view limit = member_limit_of(bundle);
   const lagport_members members = members_of(bundle, lagid, nodename);
-  value tmp = make_map();
+  constexpr std::size_t most_entries = 8;
+  value tmp = make_map(most_entries);
   map& entry = tmp.as_map();
   entry.set("lagid", lagid);
   entry.set("members", members.by_npu);
   entry.set("vlan_domain", vlan_domains_of(bundle, members.by_npu));
   entry.set("weight", number_value(members.total_weight));
-  entry.set("max_member_count", limit.empty() ? DEFAULT : limit.text(0));
+  entry.put(max_member_count, limit.empty() ? DEFAULT : limit);
   if (members.by_npu.truthy()) {
     entry.set("Visited", 0);
-    entry.set("Node Description",
-              fmt::format("Lag {}_npu{}_node{}", lagid, members.last_npu, nodename));
+    entry.put(node_description,
+              joined({"Lag ", lagid, "_npu", members.last_npu, "_node", nodename}));
   }
-  entry.set("deletePending", findall(pending, bundle).empty() ? 0 : 1);
-  bundle_dpa.set(ifh, tmp);
+  entry.set("deletePending", bundle.find(pending) == std::string_view::npos ? 0 : 1);
+  bundle_dpa.set(ifh, std::move(tmp));
 }
 
 // Adds the block's port to `voq_usage`. Returns false if the block is not a port. A port's name is
 // the letters of its type word followed by the port tail, with underscores for slashes.
 bool add_port(std::string_view block, std::string_view nodename) {
   static const pattern& name_line = constant(R"(name\s=>\s[a-zA-Z]+(\w+))");
-  static const pattern& field_line = constant(R"((?<!\w)(\w++)\s=>\s(\w+))");
   const matches name = findall(name_line, block);
   if (name.empty()) return false;
   const std::string intf_name = replace_all(name.text(0), "_", "/");
-  const field_map intf_prop = fields_of(field_line, block);
+  const field_lines intf_prop(field_lines::values::words, block);
   auto mem_obj = std::make_shared<memberInfo>();
   mem_obj->set("name", field(intf_prop, "intf_name"));
   mem_obj->set("ifh", convert_to_hex(field(intf_prop, "intf")));
@@ -149,20 +144,19 @@ struct interface_type {
 };
 
 value interfaces_of(const interface_type& type, const value& output, std::string_view nodename) {
-  static const pattern& field_line = constant(R"((?<!\w)(\w++)\s=>\s([\w:]*))");
-  static const pattern& handle_line = constant(R"(@dpa_intf_t\s+intf\s+=>\s+(\w+))");
-  value interfaces = make_map();
-  for (const std::string_view block :
-       split(output.as_text(), fmt::format("{} element", type.name))) {
+  const std::string_view text = output.as_text();
+  const auto blocks = split(text, fmt::format("{} element", type.name));
+  value interfaces = make_map(blocks.size());
+  for (const std::string_view block : blocks) {
     if (block.empty()) continue;
-    const field_map intf_prop = fields_of(field_line, block);
-    const matches handle = findall(handle_line, block);
+    const field_lines intf_prop(field_lines::values::words_and_colons, block);
+    const std::string_view handle = interface_handle_of(block);
     if (handle.empty()) throw failure(fmt::format("no handle in the block {}", brief_text(block)));
-    value entry = make_map();
+    value entry = make_map(type.fields.size());
     for (const wanted_field& each : type.fields) {
       entry.as_map().set(each.key, field(intf_prop, each.field));
     }
-    interfaces.as_map().set(handle.text(0), entry);
+    interfaces.as_map().set(handle, std::move(entry));
   }
   if (!interfaces.truthy() && !type.may_be_empty) {
     leave_out_of_run(fmt::format("INFO: DPA {} object dont have any interface from", type.name),
@@ -175,8 +169,9 @@ value interfaces_of(const interface_type& type, const value& output, std::string
 
 value parse_lagport_object_DPA(const value& lagport, std::string_view nodename) {
   try {
-    value bundle_dpa = make_map();
-    for (const std::string_view bundle : split(lagport.as_text(), "lagport element")) {
+    const auto bundles = split(lagport.as_text(), "lagport element");
+    value bundle_dpa = make_map(bundles.size());
+    for (const std::string_view bundle : bundles) {
       add_lagport(bundle, nodename, bundle_dpa.as_map());
     }
     if (!bundle_dpa.truthy()) {
