@@ -1,5 +1,6 @@
 #include "base/dump.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -81,6 +82,72 @@ TEST_F(dump_test, keys_are_sorted_and_empty_containers_stay_short) {
   EXPECT_EQ(dump_of(map_of({{"b", make_map()}, {"a", make_list()}, {"B", value()}})),
             "'Start of DPA entries...'\n{\n   \"B\":null,\n   \"a\":[],\n   \"b\":{}\n}\n"
             "'End of DPA entries...'\n");
+}
+
+TEST_F(dump_test, keys_of_a_map_of_any_size_and_order_are_sorted) {
+  open_logs();
+  for (const int size : {2, 32, 33, 100, 5000}) {
+    for (const int step : {1, 7919}) {
+      SCOPED_TRACE(std::to_string(size) + " keys, step " + std::to_string(step));
+      std::vector<std::string> keys;
+      const value store = make_map();
+      for (int number = 0; number < size; ++number) {
+        // In numeric order, which is not the order of the texts, or in none.
+        keys.push_back("LAG " + std::to_string(number * step % 20011));
+        store.as_map().set(keys.back(), number);
+      }
+      std::sort(keys.begin(), keys.end());
+      std::string expected = "'Start of DPA entries...'\n{";
+      for (const std::string& key : keys) {
+        expected += (key == keys.front() ? "\n   \"" : ",\n   \"") + key +
+                    "\":" + std::to_string(store.at(key).as_integer());
+      }
+      EXPECT_EQ(dump_of(store), expected + "\n}\n'End of DPA entries...'\n");
+    }
+  }
+}
+
+TEST_F(dump_test, a_character_that_JSON_cannot_hold_is_escaped_wherever_it_is) {
+  open_logs();
+  struct row {
+    char character;
+    const char* escaped;
+  };
+  for (const row& each :
+       {row{'"', "\\\""}, row{'\\', "\\\\"}, row{'\n', "\\n"}, row{'\x1f', "\\u001f"},
+        row{'\0', "\\u0000"}, row{'\x7f', "\x7f"}, row{'\xa2', "\xa2"}, row{' ', " "}}) {
+    for (std::size_t before = 0; before < 20; ++before) {
+      const std::string front(before, 'a');
+      const std::string text = front + each.character + "bcdefghijk";
+      EXPECT_EQ(dump_of(text), "'Start of DPA entries...'\n\"" + front + each.escaped +
+                                   "bcdefghijk\"\n'End of DPA entries...'\n");
+    }
+  }
+}
+
+TEST_F(dump_test, deep_maps_are_indented_at_any_depth) {
+  open_logs();
+  constexpr int levels = 30;
+  value store = map_of({{"a", 1}, {"b", 2}});
+  std::string expected = std::string("{\n") + std::string(3 * (levels + 1), ' ') + "\"a\":1,\n" +
+                         std::string(3 * (levels + 1), ' ') + "\"b\":2\n" +
+                         std::string(3 * levels, ' ') + "}";
+  for (int level = levels; level > 0; --level) {
+    const value inner = store;
+    store = map_of({{"k", inner}});
+    expected = "{\n" + std::string(3U * static_cast<unsigned>(level), ' ') + "\"k\":" + expected +
+               "\n" + std::string(3U * static_cast<unsigned>(level - 1), ' ') + "}";
+  }
+  EXPECT_EQ(dump_of(store),
+            "'Start of DPA entries...'\n" + expected + "\n'End of DPA entries...'\n");
+}
+
+TEST_F(dump_test, a_map_that_still_grows_is_dumped_like_any_other) {
+  open_logs();
+  const value store = make_shared_map();
+  store.as_map().set("b", map_of({{"x", 1}}));
+  store.as_map().set("a", 2);
+  EXPECT_EQ(dump_of(store), dump_of(map_of({{"a", 2}, {"b", map_of({{"x", 1}})}})));
 }
 
 TEST_F(dump_test, an_inventory_that_is_the_number_0_is_dumped_as_it_is) {
