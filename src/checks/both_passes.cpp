@@ -8,7 +8,7 @@
 namespace tessel {
 
 record& bundle_record(std::string_view bundle, here where) {
-  return st().tesselDb.at(bundle, where).as_record(where);
+  return st().tesselDb.in(bundle, where).as_record(where);
 }
 
 void wait_for_bundle_level(std::string_view bundle) {

@@ -39,10 +39,10 @@ int is_entry_present(const value& entry, const value& obj, std::string_view laye
                      std::string_view error_string) {
   try {
     if (entry == DEFAULT) return ERROR;
-    if (!obj.contains(entry.as_text())) {
+    const auto held = obj.get(entry.as_text());
+    if (!held)
       return inconsistency("Inconsistency {}: {} has no entry for {}", layer, error_string);
-    }
-    obj.at(entry.as_text()).as_map().mark_visited();
+    held->as_map().mark_visited();
     return SUCCESS;
   } catch (const std::exception& error) {
     return count_and_log(fmt::format("{}: is_entry_present verification failed for {} in {}",

@@ -92,6 +92,20 @@ void start_node(const std::string& nodename, const value& record_of_node) {
       start_worker([nodename, record_of_node] { dump_task(nodename, record_of_node); }));
 }
 
+// No worker of collection is left, so nothing is inserted any more: from now on the stores are read
+// without their locks.
+void end_inserts() {
+  run_state& run = st();
+  for (const cell* store : {&run.DPA, &run.BCM, &run.voq_usage}) {
+    const value content = store->get();
+    if (!content.is_map()) continue;
+    content.as_map().freeze();
+    content.as_map().for_each([](std::string_view, const value& inner) {
+      if (inner.is_map()) inner.as_map().freeze();
+    });
+  }
+}
+
 std::size_t offset_in(std::string_view text, std::string_view part) {
   return static_cast<std::size_t>(part.data() - text.data());
 }
@@ -113,6 +127,7 @@ int dump_data() {
     dump_running_config();
     // Node workers append their NPU workers to the list before they end, so these are joined too.
     run.pid_list.join_all();
+    end_inserts();
     return SUCCESS;
   } catch (const std::exception& error) {
     return log_and_count(fmt::format("{}: dump data failed", error.what()));

@@ -31,6 +31,12 @@ record& voq_port(std::string_view member, here where = here::current()) {
   return st().voq_usage.get().at(member, where).as_record(where);
 }
 
+// Names a sub-bundle on one NPU. Only a message needs the name.
+std::string sub_bundle_on_npu(std::string_view sub, const record& element, std::string_view npu,
+                              std::string_view nodename) {
+  return fmt::format("{}({}), NPU {}, {}", sub, plain(element.get("ifh")), npu, nodename);
+}
+
 // One member on one NPU, as the checks of both chip families need it.
 struct member_on_npu {
   std::string_view member;
@@ -179,30 +185,41 @@ int check_members_BCM(std::string_view member, std::string_view bundle, std::str
 
 int check_sub_bundles_BCM(std::string_view sub, std::string_view bundle, std::string_view nodename,
                           std::string_view error_string) {
-  std::string object(error_string);
+  // What the message of a failure names: the object, once it is found, on the NPU of that moment.
+  value node;
+  const record* element = nullptr;
+  std::string_view npu;
+  const auto object = [&] {
+    return element == nullptr ? std::string(error_string)
+                              : sub_bundle_on_npu(sub, *element, npu, nodename);
+  };
   try {
-    const value npu_list = npus_of(nodename);
-    for (const value& each : npu_list.as_list()) {
-      const std::string_view npu = each.as_text();
-      const record& element = bundle_record(bundle).get("sub_bundles").at(sub).as_record();
-      object = fmt::format("{}({}), NPU {}, {}", sub, plain(element.get("ifh")), npu, nodename);
-      const value tables = tables_of(nodename, npu);
-      const std::string bcm_lag_id = plain(element.get("lagid"));
+    node = st().nodeinfo.get().at(nodename);
+    value chips;
+    std::string lag_id;
+    for (const value& each : node.at("npu_list").as_list()) {
+      npu = each.as_text();
+      if (element == nullptr) {
+        element = &bundle_record(bundle).get("sub_bundles").at(sub).as_record();
+        chips = st().BCM.get().at(nodename);
+        lag_id = plain(element->get("lagid"));
+      }
+      const value tables = chips.at(npu);
       if (is_j2(nodename)) {
-        if (tables.at("tm_lag").contains(bcm_lag_id)) continue;
-        inconsistency("Inconsistency {}: {} not found in BCM for {}", bcm_lag_id, object);
-        check_delete_pending(element, object);
+        if (tables.at("tm_lag").contains(lag_id)) continue;
+        inconsistency("Inconsistency {}: {} not found in BCM for {}", lag_id, object());
+        check_delete_pending(*element, object());
         continue;
       }
-      const std::string lagid = "LAG " + bcm_lag_id;
+      const std::string lagid = "LAG " + lag_id;
       if (tables.at("diag_lag").contains(lagid)) continue;
-      inconsistency("Inconsistency {}: {} not found in BCM for {},NPU: {}", lagid, object, npu);
-      check_delete_pending(element, object);
+      inconsistency("Inconsistency {}: {} not found in BCM for {},NPU: {}", lagid, object(), npu);
+      check_delete_pending(*element, object());
       return ERROR;
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    return log_and_count(fmt::format("{}: BCM verification failed for {}", error.what(), object));
+    return log_and_count(fmt::format("{}: BCM verification failed for {}", error.what(), object()));
   }
 }
 

@@ -18,7 +18,7 @@ namespace {
 
 // Drops the padding: the objects print a LIF in fixed width, so 0x00012345 becomes 0x12345.
 std::string short_lif(const value& lif) {
-  return fmt::format("0x{}", strip_set_left(lif.as_text(), "0x"));
+  return joined({"0x", strip_set_left(lif.as_text(), "0x")});
 }
 
 // Returns true if `verdict` is SUCCESS. After a disagreement, also reports whether the object is on
@@ -145,12 +145,13 @@ int check_sub_bundles_DPA(std::string_view sub, std::string_view bundle, std::st
     record& element = main_bundle.get("sub_bundles").at(sub).as_record();
     const value handle = element.get("ifh");
     const value objects = st().DPA.get().at(nodename);
-    if (!is_entry_present(handle, objects.at("lagport"), "DPA", error_string)) return ERROR;
+    const value lagport = objects.at("lagport");
+    if (!is_entry_present(handle, lagport, "DPA", error_string)) return ERROR;
     const std::string_view ifh = handle.as_text();
-    const value dpa = objects.at("lagport").at(ifh);
-    element.set("delPending", dpa.at("deletePending"));
+    const value& dpa = lagport.in(ifh);
+    element.set("delPending", dpa.in("deletePending"));
     const int lagid_verdict =
-        check_lagid(dpa.at("lagid"), element, error_string, "DPA_Sub_Bundles");
+        check_lagid(dpa.in("lagid"), element, error_string, "DPA_Sub_Bundles");
     if (!agrees(lagid_verdict, element, error_string)) return ERROR;
     if (!main_bundle.get("members").contains(nodename)) return SUCCESS;
     const std::string lif_l2 = short_lif(objects.at("l2intf").at(ifh).at("lif"));

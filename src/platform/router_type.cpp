@@ -156,7 +156,7 @@ int check_asic_support() {
 
 int is_j2(std::string_view nodename) {
   try {
-    return st().nodeinfo.get().at(nodename).at("asic") == jericho2 ? SUCCESS : ERROR;
+    return st().nodeinfo.get().in(nodename).in("asic") == jericho2 ? SUCCESS : ERROR;
   } catch (const std::exception& error) {
     print(fmt::format("\n{}: Not able to get ASIC information on the node {} ", error.what(),
                       nodename));

@@ -31,24 +31,28 @@ class sem_rows {
 
   std::optional<std::string> find(std::string_view key) const {
     const std::lock_guard lock(mutex_);
-    auto [slot, is_new] = by_length_.try_emplace(key.size());
-    if (is_new) {
-      for (const auto& [word, payload] : rows_) {
-        if (word.size() >= key.size()) slot->second.try_emplace(tail(word, key.size()), payload);
-      }
-    }
-    const auto found = slot->second.find(key);
-    return found == slot->second.end() ? std::nullopt : std::optional<std::string>(found->second);
+    const auto [slot, is_new] = by_length_.try_emplace(key.size());
+    if (is_new) fill(slot->second, key.size());
+    const auto payload = slot->second.get(key);
+    return payload ? std::optional<std::string>(payload->as_text()) : std::nullopt;
   }
 
   bool has_braced() const { return has_braced_; }
 
  private:
+  void fill(tessel::map& payloads, std::size_t length) const {
+    payloads.reserve(rows_.size());
+    for (const auto& [word, payload] : rows_) {
+      if (word.size() < length) continue;
+      const std::string_view end = tail(word, length);
+      if (!payloads.contains(end)) payloads.set(end, payload);
+    }
+  }
+
   std::vector<std::pair<std::string_view, std::string_view>> rows_;
   bool has_braced_ = false;
   mutable std::mutex mutex_;
-  mutable std::map<std::size_t, std::unordered_map<std::string_view, std::string_view>>
-      by_length_;  // guarded by mutex_
+  mutable std::map<std::size_t, tessel::map> by_length_;  // guarded by mutex_
 };
 
 constexpr std::string_view mac_name = "MY_MAC=0x";
