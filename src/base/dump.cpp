@@ -166,7 +166,7 @@ class json_writer {
   }
 
   void append_map(const map& entries, std::size_t depth) {
-    if (entries.is_frozen()) {
+    if (!entries.is_locked()) {
       append_entries(entries, depth);
       return;
     }

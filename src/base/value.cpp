@@ -126,8 +126,12 @@ value::value(std::string&& text) {
               : value(std::make_shared<const std::string>(std::move(text)));
 }
 
-value::value(std::shared_ptr<const std::string> text)
-    : value(form::shared_text, new shared_text_object(std::move(text))) {}
+value::value(std::shared_ptr<const std::string> text) {
+  // A key is found by its form too: a short text has one form only.
+  *this = text->size() <= longest_short_text
+              ? value(std::string_view(*text))
+              : value(form::shared_text, new shared_text_object(std::move(text)));
+}
 value::value(std::unique_ptr<map> entries) : value(form::map, entries.release()) {}
 value::value(std::unique_ptr<value_list> items)
     : value(form::list, new list_object(std::move(*items))) {}
@@ -149,7 +153,8 @@ value& value::operator=(const value& other) {
 
 value& value::operator=(value&& other) noexcept {
   if (this == &other) return *this;
-  drop();
+  // `other` may be part of what this value is the last to hold.
+  const value held_before(std::move(*this));
   take(other);
   return *this;
 }

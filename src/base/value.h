@@ -103,7 +103,8 @@ class value {
   value at(std::string_view key, here where = here::current()) const;
   // The entry, or nothing. Throws `failure` as `contains` does.
   std::optional<value> get(std::string_view key, here where = here::current()) const;
-  // The same as `at` without a copy, for a map that is frozen. The map must outlive the use.
+  // The same as `at` without a copy, good until the next insert into the map, which must not be a
+  // shared one.
   const value& in(std::string_view key, here where = here::current()) const;
   // True if a map holds `key`. Throws `failure` if this is not a map, so that a text or ERROR in
   // the place of a store is never searched.
@@ -188,12 +189,14 @@ class value {
   }
   void destroy();
 
-  // The last byte of `tag_` holds the form. `first_` is the integer or a pointer; a short text
-  // fills the 15 bytes before the last one, padded with zeros; a literal has its length below the
-  // form.
+  // The last byte of `tag_`, on a little-endian machine, holds the form. `first_` is the integer or
+  // a pointer; a short text fills the 15 bytes before the last one, padded with zeros; a literal
+  // has its length below the form.
   std::int64_t first_ = 0;
   std::uint64_t tag_ = 0;
 };
+
+static_assert(std::endian::native == std::endian::little && sizeof(value) == 16);
 
 // A key as maps compare it: two words, or a view if it is longer.
 class text_key {
@@ -246,11 +249,12 @@ class text_key {
 class map : public counted {
  public:
   enum class order : std::uint8_t { plain, ordered };
-  enum class access : std::uint8_t { frozen, shared };
+  enum class access : std::uint8_t { unlocked, shared };
 
-  explicit map(order kind = order::plain, access threads = access::frozen);
+  explicit map(order kind = order::plain, access threads = access::unlocked);
 
-  bool is_frozen() const { return !guard_; }
+  // True if inserts come from several threads, so that every look-up takes a lock.
+  bool is_locked() const { return guard_ != nullptr; }
   // Only the stale-entry check uses the difference: it does not enter ordered maps.
   bool is_ordered() const { return order_ == order::ordered; }
   std::size_t size() const;

@@ -19,6 +19,8 @@ namespace {
 constexpr std::size_t stack_size = std::size_t{512} * 1024;
 // A carrier that had nothing to do for so long ends. Between two waves of commands it should stay.
 constexpr std::chrono::seconds idle_time{10};
+// So many log writes and locks at once let another job compute. A machine whose disk blocks has
+// more of them, but then more threads would only wait for the same disk.
 constexpr int most_brief = 8;
 
 int usable_processors() {
@@ -38,7 +40,8 @@ struct worker::shared_part {
 };
 
 // The queue and the threads before it. A thread counts as computing from the moment at which it is
-// called for a job until it blocks, idles or ends; so nobody is called twice for one job.
+// called for a job until it blocks, idles or ends. A job waits while fewer compute than may only if
+// somebody was called for it, or no thread is to be had.
 struct crew {
   using job = worker::shared_part;
   using held = std::unique_lock<std::mutex>;
@@ -59,7 +62,8 @@ struct crew {
   std::shared_ptr<job> take_next();
   void begin(job& taken);
   void run(held& lock, job& begun);
-  void run_on_the_spot(held& lock, job& waiting);
+  void run_on_the_spot(held& lock, job& begun);
+  void run_what_nobody_takes(held& lock);
   bool call_carrier(held& lock);
   bool add_carrier(held& lock);
   void carry();
@@ -92,8 +96,12 @@ crew& crew::get() {
   static std::once_flag once;
   std::call_once(once, [] {
     the_crew = new crew;
-    // A forked process has none of the threads.
-    pthread_atfork(nullptr, nullptr, [] { the_crew = new crew; });
+    // A forked process has none of the threads, and its one thread carries no job.
+    pthread_atfork(nullptr, nullptr, [] {
+      the_crew = new crew;
+      is_counted = false;
+      blocking_depth = 0;
+    });
   });
   return *the_crew;
 }
@@ -140,8 +148,7 @@ void crew::carry() {
     }
     --computing_;
     ++idle_;
-    const auto until = std::chrono::system_clock::now() + idle_time;
-    if (!calls_.wait_until(lock, until, [this] { return called_ > 0; })) {
+    if (!calls_.wait_for(lock, idle_time, [this] { return called_ > 0; })) {
       --idle_;
       --alive_;
       return;
@@ -150,9 +157,9 @@ void crew::carry() {
   }
 }
 
-// True if there is a carrier now. The lock is open while the system makes the thread.
+// False if the system gives no thread. The lock is open meanwhile, so afterwards everything may
+// have changed.
 bool crew::add_carrier(held& lock) {
-  ++alive_;
   ++computing_;
   lock.unlock();
   pthread_attr_t attributes;
@@ -164,24 +171,29 @@ bool crew::add_carrier(held& lock) {
   pthread_attr_destroy(&attributes);
   lock.lock();
   if (refused == 0) {
+    ++alive_;
     ++figures.threads_started;
     figures.most_threads = std::max(figures.most_threads, static_cast<std::size_t>(alive_));
     return true;
   }
   ++figures.refused;
-  --alive_;
   --computing_;
-  return alive_ > 0;
+  return false;
 }
 
 // Sees to it that the next job is taken as soon as it may compute. False if nobody will ever come.
 bool crew::call_carrier(held& lock) {
-  if (waiting_ == 0 || computing_ >= width) return true;
-  if (idle_ == 0) return add_carrier(lock);
-  --idle_;
-  ++computing_;
-  ++called_;
-  calls_.notify_one();
+  while (waiting_ > 0 && computing_ < width) {
+    if (idle_ > 0) {
+      --idle_;
+      ++computing_;
+      ++called_;
+      calls_.notify_one();
+      return true;
+    }
+    if (add_carrier(lock)) return true;
+    if (idle_ == 0) return alive_ > 0;
+  }
   return true;
 }
 
@@ -189,15 +201,22 @@ void crew::start(const std::shared_ptr<job>& started) {
   held lock(mutex);
   queue_.push_back(started);
   ++waiting_;
-  if (call_carrier(lock) || started->state != job::progress::waiting) return;
-  run_on_the_spot(lock, *started);
+  run_what_nobody_takes(lock);
 }
 
-void crew::run_on_the_spot(held& lock, job& waiting) {
-  begin(waiting);
+// Not only the job just started: another thread may have relied on the carrier that was refused.
+void crew::run_what_nobody_takes(held& lock) {
+  while (!call_carrier(lock)) {
+    const std::shared_ptr<job> next = take_next();
+    if (!next) return;
+    run_on_the_spot(lock, *next);
+  }
+}
+
+void crew::run_on_the_spot(held& lock, job& begun) {
   const bool was_counted = std::exchange(is_counted, true);
   if (!was_counted) ++computing_;
-  run(lock, waiting);
+  run(lock, begun);
   is_counted = was_counted;
   if (was_counted) return;
   --computing_;
@@ -207,6 +226,7 @@ void crew::run_on_the_spot(held& lock, job& waiting) {
 void crew::join(job& awaited) {
   held lock(mutex);
   if (awaited.state == job::progress::waiting) {
+    begin(awaited);
     run_on_the_spot(lock, awaited);
     return;
   }
@@ -241,13 +261,8 @@ void crew::come_back(blocking::length expected) {
 
 std::size_t crew::wait_until_begun(std::chrono::milliseconds patience) {
   held lock(mutex);
-  while (alive_ == 0) {
-    const std::shared_ptr<job> next = take_next();
-    if (!next) break;
-    run(lock, *next);
-  }
-  all_begun_.wait_until(lock, std::chrono::system_clock::now() + patience,
-                        [this] { return waiting_ == 0; });
+  run_what_nobody_takes(lock);
+  all_begun_.wait_for(lock, patience, [this] { return waiting_ == 0; });
   return waiting_;
 }
 

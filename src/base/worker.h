@@ -13,15 +13,17 @@
 // no thread at all:
 //
 // 1. A job that has begun has a thread until it ends. It never waits for the crew: leaving a
-//    `blocking` scope waits for nothing, at the price of a few more that compute for a moment.
-// 2. A job waits for a command, for a lock whose holder has begun, or for a job that it joins.
+//    `blocking` scope waits for nothing. The price is that those that come back compute beside the
+//    carriers that took their place; each carrier that ends a job then makes room.
+// 2. A job waits for a command, for a lock whose holder has begun, for a job that it joins, or,
+//    where no thread is to be had, for the jobs that `start` runs on the spot.
 // 3. A join runs a job that has not begun on the spot. One that has begun has its thread by 1.
-// 4. Nobody joins a job that, by itself or through others, joins him, and nobody joins with a lock
-//    held that a job takes. So the walk from who waits to what he waits for ends at a job that
-//    computes or at a command.
-// 5. A job that nobody joins is taken in its turn by whichever carrier comes free, and by 1 to 4
-// one
-//    does. Where there is no carrier and none is to be had, `start` runs the job on the spot.
+// 4. Nobody starts or joins a job that, by itself or through others, waits for him, and nobody
+//    starts or joins with a lock held that a job takes. So the walk from who waits to what he waits
+//    for ends at a job that computes or at a command.
+// 5. Whenever a job waits and fewer compute than may, an idle carrier is called or a new one made,
+//    and where neither is to be had, `start` runs the job on the spot or leaves it to the carriers
+//    that there are. By 1 to 4 each of them comes free.
 #pragma once
 
 #include <chrono>
@@ -114,7 +116,8 @@ class patient_lock {
 };
 
 // Waits until every job that was started has begun, `patience` at most. Returns how many have not.
-// Where there is no carrier, the caller runs them. Call it on a thread that carries no job.
+// Where there is no carrier, the caller runs them, however long that takes. Call it on a thread
+// that carries no job.
 std::size_t wait_until_begun(std::chrono::milliseconds patience);
 
 // What the crew has done since the process began, and how many jobs may compute at once.

@@ -25,8 +25,12 @@ constexpr std::size_t entries_of_lag = 2;  // beside the members
 struct npu_place {
   std::string_view nodename;
   std::string_view npu;
-  std::string suffix = fmt::format("_npu{}_node{}", npu, nodename);
+  std::string suffix;
 };
+
+npu_place place_of(std::string_view nodename, std::string_view npu) {
+  return {nodename, npu, fmt::format("_npu{}_node{}", npu, nodename)};
+}
 
 void take_chip_as_unusable(std::string_view nodename) {
   run_state& run = st();
@@ -39,7 +43,7 @@ void take_chip_as_unusable(std::string_view nodename) {
 }
 
 value diag_lag_members(std::string_view lag, std::string_view lagid, const npu_place& place) {
-  static const pattern& row = constant(R"((?<!\d)(\d++\s++)\|\s++(\w++)\s++\|\s++([YN]))");
+  static const pattern& row = constant(R"((?<!\d)(\d++)\s++\|\s++(\w++)\s++\|\s++([YN]))");
   value mem = make_map();
   // Most LAGs have no member, and a row has this mark.
   if (lag.find('|') == std::string_view::npos) return mem;
@@ -116,8 +120,8 @@ std::string_view diag_lag_id(std::string_view lag) {
 }
 
 value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::string_view npu) {
-  const npu_place place = {nodename, npu};
   try {
+    const npu_place place = place_of(nodename, npu);
     const auto pieces = split(diag_lag.as_text(), "LAG");
     value bundle = make_map(pieces.size());
     for (std::size_t at = 1; at < pieces.size(); ++at) {
@@ -132,8 +136,8 @@ value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::
 }
 
 value parse_tm_lag(const value& tm_lag, std::string_view nodename, std::string_view npu) {
-  const npu_place place = {nodename, npu};
   try {
+    const npu_place place = place_of(nodename, npu);
     static const pattern& lag_start = constant(R"(\|\s+\d+\s+\|\s+\d+\s+\|)");
     value bundle = make_map();
     std::string lag_id;

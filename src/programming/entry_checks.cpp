@@ -20,7 +20,9 @@ constexpr std::size_t compared_mac_digits = 3;
 
 value table_of(std::string_view nodename, std::string_view npu, std::string_view key,
                here where = here::current()) {
-  return st().BCM.get().at(nodename, where).at(npu, where).at(key, where);
+  const value kept = st().chip_tables.get();
+  const value tables = kept.kind() == value_kind::none ? st().BCM.get() : kept;
+  return tables.at(nodename, where).at(npu, where).at(key, where);
 }
 
 std::int64_t low_bits_of_mac(const record& obj) {

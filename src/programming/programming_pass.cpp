@@ -143,9 +143,11 @@ int check_bundle_programming() {
   run_state& run = st();
   try {
     print_title("Bundle Programming Check");
+    run.chip_tables.set(run.BCM.get());
     for (const std::string& bundle : run.tesselDb.as_map().keys()) {
       if (bundle != "hqos") check_one_bundle(bundle);
     }
+    run.chip_tables.set(value());
     return SUCCESS;
   } catch (const std::exception& error) {
     return log_and_count(fmt::format("{}: Bundle programming verification failed", error.what()));

@@ -128,6 +128,9 @@ struct run_state {
   cell bdlInfoPD{make_ordered_map()};
   cell DPA{make_shared_map()};
   cell BCM{make_shared_map()};
+  // What BCM held when the programming pass began; none without that pass. A failed pass does not
+  // wait for its workers, and the stale entry check leaves only the LAGs in BCM meanwhile.
+  cell chip_tables{value()};
   cell bdlSubPI{""};
   cell run_cfg{make_list()};
 

@@ -166,10 +166,10 @@ TEST_F(value_test, an_entry_can_be_read_in_its_place) {
 TEST_F(value_test, a_shared_map_gives_copies_only_until_it_is_frozen) {
   const value store = make_shared_map();
   store.as_map().set("0/0/CPU0", 1);
-  EXPECT_FALSE(store.as_map().is_frozen());
+  EXPECT_TRUE(store.as_map().is_locked());
   EXPECT_THAT(failure_of([&] { store.in("0/0/CPU0"); }), HasSubstr("still grows"));
   store.as_map().freeze();
-  EXPECT_TRUE(store.as_map().is_frozen());
+  EXPECT_FALSE(store.as_map().is_locked());
   EXPECT_EQ(store.in("0/0/CPU0"), 1);
 }
 

@@ -19,6 +19,7 @@
 
 #include "base/command.h"
 #include "base/logs.h"
+#include "support/crew.h"
 #include "support/fake_router.h"
 #include "support/together.h"
 
@@ -39,12 +40,17 @@ TEST_F(worker_test, a_job_runs_on_another_thread_than_its_starter) {
 
 TEST_F(worker_test, join_waits_for_the_end_of_the_job) {
   std::latch gate(1);
-  bool ended = false;
+  std::atomic<bool> ended = false;
   const auto job = start_worker([&] {
     gate.wait();
     ended = true;
   });
-  gate.count_down();
+  EXPECT_EQ(wait_until_begun(std::chrono::seconds(60)), 0U);
+  const std::jthread elsewhere([&] {
+    // Time enough for a join that does not wait.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    gate.count_down();
+  });
   job->join();
   EXPECT_TRUE(ended);
 }
@@ -174,15 +180,6 @@ TEST_F(worker_test, a_worker_that_outlives_the_closing_of_its_log_loses_no_line)
 
 // --- the crew
 
-// How many jobs compute at once, for one test.
-class crew_width {
- public:
-  explicit crew_width(unsigned jobs) { set_crew_width(jobs); }
-  ~crew_width() { set_crew_width(std::thread::hardware_concurrency()); }
-  crew_width(const crew_width&) = delete;
-  crew_width& operator=(const crew_width&) = delete;
-};
-
 TEST_F(worker_test, jobs_begin_in_the_order_of_their_start) {
   const crew_width one(1);
   std::latch gate(1);
@@ -208,7 +205,7 @@ TEST_F(worker_test, no_more_compute_at_once_than_the_crew_is_wide) {
       const int now = ++computing;
       int seen = most;
       while (now > seen && !most.compare_exchange_weak(seen, now)) continue;
-      std::this_thread::yield();
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));  // computes, for the crew
       --computing;
     }));
   }
@@ -410,6 +407,42 @@ TEST_F(worker_test, where_threads_run_out_in_the_middle_every_job_ends) {
               for (const auto& each : before) each->join();
               if (figures_of_crew().refused == 0) return 3;
               return 7;
+            }),
+            7);
+}
+
+// While a thread is asked for, its place counts as taken. Jobs that others start meanwhile, and
+// carriers that come free meanwhile, rely on it.
+TEST_F(worker_test, where_threads_are_refused_no_job_is_left_behind_by_those_that_start_at_once) {
+  EXPECT_EQ(status_in_child([] {
+              set_crew_width(1);
+              std::latch gate(1);
+              const auto carried = start_worker([&] { gate.wait(); });
+              std::latch go(1);
+              std::atomic<int> ended = 0;
+              const auto starts = [&] {
+                go.wait();
+                for (int number = 0; number < 500; ++number) {
+                  start_worker([&] {
+                    const blocking lets_the_next_one_begin;
+                    ++ended;
+                  });
+                }
+              };
+              std::thread first(starts);
+              std::thread second(starts);
+              forbid_more_threads();
+              go.count_down();
+              gate.count_down();
+              first.join();
+              second.join();
+              if (wait_until_begun(std::chrono::seconds(5)) != 0) return 1;
+              carried->join();
+              const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+              while (ended < 1000 && std::chrono::steady_clock::now() < give_up) {
+                std::this_thread::yield();
+              }
+              return ended == 1000 ? 7 : 2;
             }),
             7);
 }

@@ -138,7 +138,8 @@ TEST_F(chip_rows_test, a_key_that_is_not_a_word_is_found_whatever_the_table_hold
   for (const auto* outputs : {&meaningless_outputs(), &endless_outputs()}) {
     for (const bad_output& each : *outputs) {
       SCOPED_TRACE(each.why);
-      const raw_table row_behind = table(std::string(each.output.as_text()) + "!Not set Payload=0x1\n");
+      const raw_table row_behind =
+          table(std::string(each.output.as_text()) + "!Not set Payload=0x1\n");
       for (const char* key : {"Not set", "Not.set", ".", "t", "!Not set", "", " set"}) {
         EXPECT_THAT(sem_payload_of(row_behind, key), Optional(std::string("0x1"))) << key;
       }

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdio>
 #include <initializer_list>
+#include <latch>
 #include <set>
 #include <string>
 #include <string_view>
@@ -14,6 +15,7 @@
 
 #include "base/worker.h"
 #include "support/chip_world.h"
+#include "support/crew.h"
 #include "support/fake_router.h"
 #include "support/hostile.h"
 
@@ -660,6 +662,24 @@ TEST_F(programming_pass_test, a_failure_of_the_walk_does_not_wait_for_workers_al
   EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
               Contains(StartsWith("cannot add 1 to the text '0x456'")));
   EXPECT_EQ(st().programming_error, 0);
+}
+
+TEST_F(programming_pass_test, a_worker_of_a_failed_pass_still_sees_the_tables_that_the_pass_saw) {
+  record& bundle =
+      add_bundle("BE12", {{older_node, "0/0/0/1", "0", "0x10"}, {older_node, "0/0/0/2", "7"}});
+  bundle.get("vlan_domain").at(older_node).as_map().erase("7");
+  add_sub(bundle, "BE12.5", list_of({"5"}));
+  sema("1005 Payload=0x44\n");
+  std::latch done(1);
+  {
+    busy_core busy;
+    EXPECT_EQ(check(), ERROR);
+    st().BCM.set(make_ordered_map());  // as the stale entry check reduces it
+    start_worker([&] { done.count_down(); });
+    EXPECT_EQ(st().exception, 1) << "of the pass itself";
+  }
+  done.wait();
+  expect_told({.exception = {"no key '7': Bundle programming verification failed"}});
 }
 
 TEST_F(programming_pass_test, each_of_many_findings_has_a_number_of_its_own) {

@@ -3,13 +3,12 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <latch>
-#include <memory>
 #include <string>
 #include <thread>
 
 #include "base/text.h"
 #include "base/worker.h"
+#include "support/crew.h"
 #include "support/fake_router.h"
 
 namespace tessel {
@@ -284,43 +283,14 @@ TEST_F(results_test, a_late_delete_pending_object_beside_no_inconsistency_is_not
 
 // --- workers that wait for a core
 
-// One job that holds the only core until it is told to end.
-class busy_core {
- public:
-  busy_core() {
-    set_crew_width(1);
-    job_ = start_worker([this] {
-      here_.count_down();
-      gate_.wait();
-    });
-    here_.wait();
-  }
-  ~busy_core() {
-    end();
-    set_crew_width(std::thread::hardware_concurrency());
-  }
-  busy_core(const busy_core&) = delete;
-  busy_core& operator=(const busy_core&) = delete;
-
-  void end() {
-    if (!job_) return;
-    gate_.count_down();
-    job_->join();
-    job_ = nullptr;
-  }
-
- private:
-  std::latch here_{1};
-  std::latch gate_{1};
-  std::shared_ptr<worker> job_;
-};
-
 TEST_F(results_test, the_results_wait_for_a_worker_that_has_not_begun) {
   open_logs();
   busy_core busy;
   std::atomic<bool> core_is_free = false;
   const auto late = start_worker([] {});
   std::jthread elsewhere([&] {
+    // Time enough for results that do not wait.
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
     core_is_free = true;
     busy.end();
   });
