@@ -169,11 +169,13 @@ CLI::Option* add_value(CLI::App& app, const std::string& name, const std::string
                        const std::string& help, taker take) {
   const auto take_all = [name, take = std::move(take)](const CLI::results_t& values) {
     for (const std::string& value : values) {
-      if (value.starts_with("--")) throw bad_value(name + " needs a value before " + value);
+      if (value.starts_with("--"))
+        throw bad_value(std::string(name).append(" needs a value before ").append(value));
       try {
         take(value);
       } catch (const bad_value& refusal) {
-        throw bad_value(name + " \"" + value + "\": " + refusal.what());
+        throw bad_value(
+            std::string(name).append(" \"").append(value).append("\": ").append(refusal.what()));
       }
     }
     return true;

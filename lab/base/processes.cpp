@@ -43,6 +43,7 @@ int status_of(int wait_status) {
 
 std::vector<char*> argument_list(std::vector<std::string>& words) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   return arguments;

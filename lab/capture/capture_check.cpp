@@ -60,7 +60,8 @@ void check_list(const contents& in, const std::string& where, const std::string&
   const std::string list = command + std::string{list_suffix};
   if (!checked.insert(list).second) return;
   if (!in.has(list)) missing(where, list, line);
-  for (const listed_answer& a : parse_answer_list(in.text(list), where + ": " + list)) {
+  for (const listed_answer& a :
+       parse_answer_list(in.text(list), fmt::format("{}: {}", where, list))) {
     const std::string answer = numbered_file(command, a.number);
     const std::string complaint = answer + std::string{complaint_suffix};
     if (!in.has(answer) || (a.complains && !in.has(complaint)))

@@ -39,7 +39,7 @@ fs::path own_program() {
 }
 
 fs::path tool_program() {
-  const fs::path beside = own_program().parent_path() / "tessel-lab-tool";
+  fs::path beside = own_program().parent_path() / "tessel-lab-tool";
   if (access(beside.c_str(), X_OK) != 0)
     throw lab_error(fmt::format(
         "{}: cannot be executed: {}; it stands in for the router's tools; copy it there from the "
@@ -50,7 +50,7 @@ fs::path tool_program() {
 
 fs::path host_of(const program_options& o) {
   const fs::path beside = own_program().parent_path() / "tessel-host";
-  const fs::path host = existing_file(o.host ? fs::path{*o.host} : beside, "--host");
+  fs::path host = existing_file(o.host ? fs::path{*o.host} : beside, "--host");
   if (access(host.c_str(), X_OK) != 0)
     throw lab_error(fmt::format("{}: cannot be executed: {}; name another with --host",
                                 host.string(), std::strerror(errno)));

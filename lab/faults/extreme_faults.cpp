@@ -1,6 +1,8 @@
 // Extreme running configurations: excessive numbers, counts and lines, and bytes that are not text.
 #include <fmt/format.h>
 
+#include <cstdint>
+
 #include "lab/faults/sites.h"
 
 namespace lab {
@@ -32,7 +34,7 @@ bool plant_many_subs(router& r, planted_fault& p, const sub_bundle& first, unsig
       sub.number += i;
       sub.encapsulation = fmt::format("dot1q {}", first_tag + i % tags);
       if (sub.l2) sub.encapsulation += fmt::format(" second-dot1q {}", 1 + i / tags);
-      sub.handle += 0x20 * i;
+      sub.handle += std::uint64_t{0x20} * i;
       sub.lag = b.lag;
       sub.glif += i;
       if (!sub.l2) sub.rif += i;

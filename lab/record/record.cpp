@@ -50,7 +50,7 @@ bool is_program(const fs::path& file) {
 fs::path on_path(const std::string& tool) {
   std::istringstream folders(tool_path());
   for (std::string folder; std::getline(folders, folder, ':');) {
-    const fs::path file = fs::path{folder.empty() ? "." : folder} / tool;
+    fs::path file = fs::path{folder.empty() ? "." : folder} / tool;
     if (is_program(file)) return file;
   }
   return {};

@@ -51,7 +51,7 @@ fs::path folder_of(const ssh_node& node) {
 
 std::string program_path(const std::string& name) {
   for (const char* folder : {"/usr/sbin/", "/usr/bin/", "/sbin/", "/bin/"}) {
-    const std::string path = folder + name;
+    std::string path = folder + name;
     if (access(path.c_str(), X_OK) == 0 && fs::is_regular_file(path)) return path;
   }
   return {};

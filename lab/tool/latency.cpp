@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 #include "lab/base/error.h"
 #include "lab/tool/tool_names.h"
@@ -43,7 +44,7 @@ std::chrono::microseconds time_of(std::string_view part, std::string_view text) 
       text.front() > '9')
     refuse(part, "not a time such as 150ms or 0.15s");
   if (number * factor > longest) refuse(part, "more than 600s");
-  return std::chrono::microseconds{static_cast<std::int64_t>(number * factor * 1e6 + 0.5)};
+  return std::chrono::microseconds{std::llround(number * factor * 1e6)};
 }
 
 const latency* find(const std::vector<latency>& latencies, std::string_view tool) {
