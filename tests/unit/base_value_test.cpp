@@ -90,7 +90,8 @@ TEST_F(value_test, equality_is_by_kind_and_content) {
 }
 
 TEST_F(value_test, a_text_of_any_length_stays_what_it_is) {
-  for (const std::size_t length : {0, 1, 3, 4, 7, 8, 9, 14, 15, 16, 17, 100, 255, 256, 257, 5000}) {
+  for (const std::size_t length :
+       {0U, 1U, 3U, 4U, 7U, 8U, 9U, 14U, 15U, 16U, 17U, 100U, 255U, 256U, 257U, 5000U}) {
     SCOPED_TRACE(length);
     std::string text;
     for (std::size_t at = 0; at < length; ++at) text += static_cast<char>(at * 37 + 1);
@@ -116,7 +117,7 @@ TEST_F(value_test, a_text_of_any_length_stays_what_it_is) {
 TEST_F(value_test, keys_that_differ_in_one_byte_are_different_keys) {
   value entries = make_map();
   std::vector<std::string> keys = {""};
-  for (const std::size_t length : {1, 4, 8, 9, 15, 16, 40}) {
+  for (const std::size_t length : {1U, 4U, 8U, 9U, 15U, 16U, 40U}) {
     for (std::size_t at = 0; at < length; ++at) {
       for (const char other : {'\0', 'b', '\xff'}) {
         keys.emplace_back(length, 'a');
@@ -188,7 +189,7 @@ TEST_F(value_test, a_map_is_walked_in_order_with_its_late_mark) {
 }
 
 TEST_F(value_test, room_for_more_or_less_than_comes_changes_nothing) {
-  for (const std::size_t room : {1, 8, 9, 100}) {
+  for (const std::size_t room : {1U, 8U, 9U, 100U}) {
     for (const int size : {0, 1, 8, 9, 30, 300}) {
       value entries = make_map(room);
       for (int number = 0; number < size; ++number) entries.as_map().set(numbered(number), number);
