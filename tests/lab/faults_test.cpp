@@ -101,16 +101,26 @@ std::optional<capture> answers_with(const fault& f, router r) {
   }
 }
 
+// A sanitizer sees the same code wherever a fault is planted: there the first router is enough.
+#ifdef TESSEL_UNDER_SANITIZER
+constexpr bool in_each_router = false;
+#else
+constexpr bool in_each_router = true;
+#endif
+
 TEST(catalogue, every_fault_changes_the_input_of_the_audit) {
-  std::size_t looked_at = 0;
+  const std::vector<fault>& catalogue = fault_catalogue();
+  const auto slow_faults =
+      static_cast<std::size_t>(std::count_if(catalogue.begin(), catalogue.end(), is_slow));
+  std::set<std::string_view> looked_at;
   for (const char* name : routers) {
     const router r = plain(name);
     const capture healthy = render(r);
     for (const fault& f : fault_catalogue()) {
-      if (is_slow(f)) continue;
+      if (is_slow(f) || (!in_each_router && looked_at.contains(f.name))) continue;
       const std::optional<capture> faulty = answers_with(f, r);
       if (!faulty) continue;
-      ++looked_at;
+      looked_at.insert(f.name);
       const bool machine_differs = faulty->file_limit != healthy.file_limit ||
                                    faulty->tmp_kibibytes != healthy.tmp_kibibytes ||
                                    faulty->full_logs != healthy.full_logs ||
@@ -119,7 +129,7 @@ TEST(catalogue, every_fault_changes_the_input_of_the_audit) {
           << f.name << " in " << name;
     }
   }
-  EXPECT_GT(looked_at, fault_catalogue().size());
+  EXPECT_EQ(looked_at.size() + slow_faults, fault_catalogue().size());
 }
 
 std::vector<std::string> documented_messages() {

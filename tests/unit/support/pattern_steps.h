@@ -32,26 +32,18 @@ struct near_miss {
 inline constexpr std::size_t mebibyte = std::size_t{1} << 20;
 
 // Steps are exact whatever the build, and a sanitizer sees the same code on a short text.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TESSEL_UNDER_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define TESSEL_UNDER_SANITIZER 1
-#endif
-#endif
 #ifdef TESSEL_UNDER_SANITIZER
 inline constexpr std::size_t longest_counted = mebibyte / 16;
-inline constexpr std::size_t fragments_counted = 2048;
 #else
 inline constexpr std::size_t longest_counted = mebibyte;
-inline constexpr std::size_t fragments_counted = 8192;
 #endif
 
-// Expects that a text of twice the length takes at most twice the steps, up to `longest_counted`,
-// and that machine code and the interpreter find the same in it, without a failure.
+// Expects that a text of `longest_counted` takes at most sixteen times the steps of a sixteenth of
+// it, and that machine code and the interpreter find the same in it, without a failure.
 void expect_linear(std::string_view expression, const near_miss& shape);
 
-// The same for many short shapes, each made of a few of the pieces. A failure shows its seed.
+// Expects for many short shapes, each made of a few of the pieces, that a text of twice the length
+// takes at most twice the steps. A failure shows its seed.
 void expect_linear_on_fragments(std::string_view expression,
                                 std::span<const std::string_view> pieces, unsigned seeds);
 
