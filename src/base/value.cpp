@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t scan_limit = 8;     // up to this size a linear search is faster than hashing
 constexpr std::size_t brief_limit = 100;  // bytes of a value that a message quotes
 constexpr std::size_t most_room = 16384;  // entries for which a new map makes room
-constexpr std::size_t least_shared_text = 256;  // a shorter text is rather copied than moved
+constexpr std::size_t least_shared_text = 256;  // shorter texts are copied, not moved
 constexpr std::string_view visited = "Visited";
 const text_key visited_key(visited);
 

@@ -82,8 +82,8 @@ struct crew {
 
 namespace {
 
-// Whether the job on this thread is one of those that compute: on a carrier always, elsewhere while
-// a join runs a job on the spot.
+// Whether the job on this thread counts as computing: on a carrier always, elsewhere while a start
+// or a join runs a job on the spot.
 thread_local bool is_counted = false;
 thread_local int blocking_depth = 0;
 

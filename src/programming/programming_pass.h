@@ -25,8 +25,8 @@ int check_bdl_prgm_task(const std::string& bundle, const std::string& nodename, 
 int check_bdl_prgm_task_j2(const std::string& bundle, const std::string& nodename, const value& mem,
                            const std::string& vd, const std::string& err);
 
-// Checks one sub-bundle on one NPU. Called on the worker of node and NPU, or on one of
-// the sub-bundle's own.
+// Checks one sub-bundle on one NPU. Called on the worker of node and NPU or, where the chip is
+// asked, on the sub-bundle's own.
 int check_sub_bdl_prgm_task(record& sub_obj, std::string_view nodename, std::string_view vd,
                             std::string_view npu, std::string_view err);
 int check_sub_bdl_prgm_task_j2(record& sub_obj, std::string_view nodename, std::string_view vd,
