@@ -105,7 +105,9 @@ std::string read_whole(const char* path) {
   while (filled < text.size()) {
     const ssize_t got =
         pread(file, text.data() + filled, text.size() - filled, static_cast<off_t>(filled));
-    if (got <= 0) fail(path);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) fail(path);
+    if (got == 0) throw std::runtime_error(std::string(path) + ": shorter than its size");
     filled += static_cast<std::size_t>(got);
   }
   close(file);
@@ -116,6 +118,7 @@ void write_whole(const char* path, std::string_view text) {
   const int file = open_or_fail(path, O_WRONLY | O_CREAT | O_TRUNC);
   while (!text.empty()) {
     const ssize_t done = write(file, text.data(), text.size());
+    if (done < 0 && errno == EINTR) continue;
     if (done < 0) fail(path);
     text.remove_prefix(static_cast<std::size_t>(done));
   }

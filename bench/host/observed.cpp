@@ -116,6 +116,11 @@ void* run_counted(void* given) {
   return work->routine(work->argument);
 }
 
+// True if a call with these flags has a further argument.
+bool takes_mode(int flags) {
+  return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+}
+
 template <class Function>
 Function real(const char* name) {
   void* found = dlsym(RTLD_NEXT, name);
@@ -206,7 +211,7 @@ IN_FRONT int open(const char* path, int flags, ...) {
   static const auto real = bench::real<int (*)(const char*, int, ...)>("open");
   va_list rest;
   va_start(rest, flags);
-  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, mode_t) : 0;
+  const mode_t mode = bench::takes_mode(flags) ? va_arg(rest, mode_t) : 0;
   va_end(rest);
   return bench::note_descriptor(real(path, flags, mode));
 }
@@ -215,7 +220,7 @@ IN_FRONT int openat(int folder, const char* path, int flags, ...) {
   static const auto real = bench::real<int (*)(int, const char*, int, ...)>("openat");
   va_list rest;
   va_start(rest, flags);
-  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(rest, mode_t) : 0;
+  const mode_t mode = bench::takes_mode(flags) ? va_arg(rest, mode_t) : 0;
   va_end(rest);
   return bench::note_descriptor(real(folder, path, flags, mode));
 }

@@ -8,6 +8,7 @@ namespace bench {
 
 const char* const help_text =
     R"(usage: tessel-bench [SIZE...] [--family FAMILY] [--hqos on|off] [--latency LIST] [--repeat N]
+                    [--callgrind FILE]
 
 Audits generated routers and prints what each audit cost, as Markdown tables.
   SIZE             S, M, L or XL; several may be named (all)
@@ -16,7 +17,8 @@ Audits generated routers and prints what each audit cost, as Markdown tables.
   --latency LIST   the tools answer late, as with tessel-lab: ssh=150ms,chip=300ms
   --callgrind FILE counts instructions: runs each audit under valgrind, whose result goes to FILE
   --repeat N       of N audits of a router show the one with the least processor time, and the
-                   shortest floors and wall times (1)
+                   shortest floors and wall times; with late tools, the one that took least beside
+                   them (1)
 )";
 
 namespace {

@@ -12,7 +12,7 @@ struct result {
   std::string size;
   std::string family;
   bool hqos = false;
-  double chain = 0;  // seconds; see runs/chain.h
+  double chain = 0;  // seconds; see runs/chain.h. 0 if the tools answered at once.
   measures run;
 };
 
@@ -26,7 +26,7 @@ std::string count_row(const result& r);
 // and its growth from L to XL.
 std::string phase_tables(const std::vector<result>& results);
 
-// What a run may cost, with the router that comes closest to each limit or exceeds it most.
+// What a run may cost, or how long it may take with late tools, with the router that comes closest to each limit or exceeds it most.
 std::string limit_table(const std::vector<result>& results);
 
 // Wall time against the longest chain of commands.

@@ -10,8 +10,16 @@ using testing::EndsWith;
 using testing::HasSubstr;
 
 result sized(const char* size, double parsing) {
-  result r{size, "older", true, 2, {}};
+  result r{size, "older", true, 0, {}};
   r.run.phases = {{"Parsing Data", {parsing / 2, parsing / 2}, 0, 0}};
+  return r;
+}
+
+// A run with late tools, whose longest chain took two seconds.
+result late(const char* size, double wall) {
+  result r = sized(size, 1);
+  r.chain = 2;
+  r.run.values[value_name::wall] = wall;
   return r;
 }
 
@@ -72,9 +80,14 @@ TEST(tables, a_limit_that_is_for_none_of_the_routers_is_left_out) {
 }
 
 TEST(tables, wall_time_is_set_against_the_longest_chain) {
-  result r = sized("M", 1);
-  r.run.values[value_name::wall] = 2.5;
-  EXPECT_EQ(chain_row(r), "| M | older | on | 2.500 | 2.000 | 1.250 |\n");
+  EXPECT_EQ(chain_row(late("M", 2.5)), "| M | older | on | 2.500 | 2.000 | 1.250 |\n");
+}
+
+TEST(tables, with_late_tools_only_the_time_beside_them_has_a_limit) {
+  const std::string text = limit_table({late("M", 2.08), late("L", 2.2)});
+  EXPECT_THAT(text, EndsWith("| wall time, of the longest chain | 1.05 | 1.10 | L older hqos | no |"
+                             "\n"));
+  EXPECT_THAT(text, testing::Not(HasSubstr("own CPU")));
 }
 
 }  // namespace
