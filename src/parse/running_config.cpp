@@ -14,6 +14,7 @@
 #include "base/records.h"
 #include "base/text.h"
 #include "parse/hardware_tables.h"
+#include "parse/interface_text.h"
 #include "run/state.h"
 
 namespace tessel {
@@ -257,13 +258,9 @@ std::pair<std::vector<std::string>, std::string> get_bundles(const parsed_config
   }
 }
 
-// A head can occur several times in its stanza's text. What does not follow the first occurrence on
-// a line follows no other. So the patterns of this function and of get_encap_id skip the others and
-// read a long line only once, and find what the definitions find.
 int get_bundle_type(const value& l2_cfg, std::string_view bundle) {
   try {
-    const pattern l2(fill("{}(?:.*?l2transport|.*+(*SKIP)(*FAIL))", {bundle}));
-    return findall(l2, l2_cfg.as_text()).empty() ? 0 : 1;
+    return is_layer_2(l2_cfg.as_text(), bundle) ? 1 : 0;
   } catch (const std::exception& error) {
     return log_and_count(
         fmt::format("{}: get_bundle_type from running config failed for {}", error.what(), bundle));
@@ -292,27 +289,14 @@ std::pair<value, value> get_member_pp_port(std::string_view mName, std::string_v
 
 value get_encap_id(const value& encap_cfg, std::string_view sbName) {
   try {
-    static const pattern& tag = constant(R"(dot\w++(?:\s(\d+)|(*SKIP)(*FAIL)))");
     const std::string_view cfg = encap_cfg.as_text();
-    const pattern keyword(fill(R"([^\s]{}(?:.*?encapsulation|.*+(*SKIP)(*FAIL)))", {sbName}));
-    if (findall(keyword, cfg).empty()) {
+    if (!has_encapsulation(cfg, sbName)) {
       logger(fmt::format("{}: Dont have any encapsulation config.", sbName), "exception");
       ++st().info;
       return ERROR;
     }
-    const pattern tagged(
-        fill(R"([^\s]{}(?:.*(encapsulation|l2transport encapsulation) )"
-             R"((dot1q \d+ second-dot1q \d+|dot1ad \w+ dot1q \d+|dot1q \d+|dot1ad \d+))"
-             R"(|.*+(*SKIP)(*FAIL)))",
-             {sbName}));
-    const std::string encap = list_text(findall(tagged, cfg));
-    const matches encap_list = findall(tag, encap);
-    value_list tags;
-    for (std::size_t at = 0; at < encap_list.size(); ++at) tags.emplace_back(encap_list.text(at));
-    if (!tags.empty()) return make_list(std::move(tags));
-    const pattern untagged(
-        fill("{} l2transport(?:(?>.*?encapsulation).*?untagged|.*+(*SKIP)(*FAIL))", {sbName}));
-    if (!findall(untagged, cfg).empty()) tags.emplace_back("untagged");
+    value_list tags = tags_of(cfg, sbName);
+    if (tags.empty() && is_untagged(cfg, sbName)) tags.emplace_back("untagged");
     return make_list(std::move(tags));
   } catch (const std::exception& error) {
     return log_and_count(fmt::format("{}: get_encap_id failed for {}", error.what(), sbName));

@@ -58,16 +58,6 @@ class parsed_config {
 // of "\n\s+!|\n" are removed. The remaining "!" separate the stanzas.
 std::string without_line_ends(std::string_view run_cfg);
 
-// Define what to find in a stanza's text; the braces take the interface head. Only the second
-// pattern's groups are used; for the others it counts only whether there is a match.
-inline constexpr std::string_view l2_definition = "{}.*l2transport";
-inline constexpr std::string_view tagged_definition =
-    R"([^\s]{}.*(encapsulation|l2transport encapsulation) )"
-    R"((dot1q \d+ second-dot1q \d+|dot1ad \w+ dot1q \d+|dot1q \d+|dot1ad \d+))";
-inline constexpr std::string_view keyword_definition =
-    R"([^\s]{}.*(encapsulation|l2transport encapsulation))";
-inline constexpr std::string_view untagged_definition = "{} l2transport.*encapsulation.*(untagged)";
-
 // Fills `tesselDb`, `bundle_dict` and the scale figures, and clears `run_cfg`. Always returns
 // SUCCESS: a failure is logged and counted, and what is already in `tesselDb` stays.
 int parse_running_config();
