@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <optional>
 #include <vector>
@@ -72,12 +73,22 @@ class wide_integer {
 // length.
 constexpr std::size_t longest_number = 4096;
 
-std::optional<std::uint32_t> digit_of(char c, std::uint32_t base) {
-  std::uint32_t digit = base;
-  if (c >= '0' && c <= '9') digit = static_cast<std::uint32_t>(c - '0');
-  if (c >= 'a' && c <= 'f') digit = static_cast<std::uint32_t>(c - 'a') + 10;
-  if (c >= 'A' && c <= 'F') digit = static_cast<std::uint32_t>(c - 'A') + 10;
-  return digit < base ? std::optional(digit) : std::nullopt;
+constexpr std::uint8_t no_digit = 0xff;
+
+// What each character stands for as a hexadecimal digit.
+constexpr std::array<std::uint8_t, 256> digit_values = [] {
+  std::array<std::uint8_t, 256> values{};
+  values.fill(no_digit);
+  for (std::uint8_t digit = 0; digit < 16; ++digit) {
+    values[static_cast<unsigned char>("0123456789abcdef"[digit])] = digit;
+    values[static_cast<unsigned char>("0123456789ABCDEF"[digit])] = digit;
+  }
+  return values;
+}();
+
+// The digit, or a number that is not below `base`.
+std::uint32_t digit_of(char c) {
+  return digit_values[static_cast<unsigned char>(c)];
 }
 
 bool has_hex_prefix(std::string_view digits) {
@@ -102,22 +113,25 @@ std::optional<wide_integer> read_number(std::string_view text, number_base wante
   }
   if (text.empty() || text.size() > longest_number) return std::nullopt;
   for (const char c : text) {
-    const auto digit = digit_of(c, base);
-    if (!digit) return std::nullopt;
-    number.multiply_add(base, *digit);
+    const std::uint32_t digit = digit_of(c);
+    if (digit >= base) return std::nullopt;
+    number.multiply_add(base, digit);
   }
   return number;
 }
 
 // Nearly all numbers are short, without a sign and without blanks around them: these are read and
 // written without the arithmetic for any length. Returns nothing for all others.
-std::optional<std::int64_t> short_digits(std::string_view digits, int base) {
+std::optional<std::int64_t> short_digits(std::string_view digits, std::uint32_t base) {
   constexpr std::size_t most_digits = 15;
-  if (digits.empty() || digits.size() > most_digits || digits[0] == '-') return std::nullopt;
-  const char* const end = digits.data() + digits.size();
+  if (digits.empty() || digits.size() > most_digits) return std::nullopt;
   std::int64_t number = 0;
-  const auto read = std::from_chars(digits.data(), end, number, base);
-  return read.ec == std::errc() && read.ptr == end ? std::optional(number) : std::nullopt;
+  for (const char c : digits) {
+    const std::uint32_t digit = digit_of(c);
+    if (digit >= base) return std::nullopt;
+    number = number * base + digit;
+  }
+  return number;
 }
 
 // The same in automatic base, except for octal numbers.
@@ -127,11 +141,22 @@ std::optional<std::int64_t> short_number(std::string_view text) {
   return short_digits(text, 10);
 }
 
-std::string short_text(std::int64_t number, int base) {
-  std::array<char, 24> digits{'0', 'x'};
-  char* const start = digits.data() + (base == 16 ? 2 : 0);
-  const char* const end = std::to_chars(start, digits.data() + digits.size(), number, base).ptr;
+std::string decimal_text(std::int64_t number) {
+  std::array<char, 24> digits;
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number).ptr;
   return {digits.data(), static_cast<std::size_t>(end - digits.data())};
+}
+
+std::string hex_text(std::int64_t number) {
+  constexpr unsigned bits_of_digit = 4;
+  auto rest = static_cast<std::uint64_t>(number);
+  const auto bits = static_cast<unsigned>(std::bit_width(rest | 1));
+  std::string text(2 + (bits + bits_of_digit - 1) / bits_of_digit, '0');
+  text[1] = 'x';
+  for (std::size_t at = text.size(); rest != 0; rest >>= bits_of_digit) {
+    text[--at] = "0123456789abcdef"[rest & 0xf];
+  }
+  return text;
 }
 
 std::string signed_text(const wide_integer& number, std::uint32_t base) {
@@ -178,21 +203,22 @@ std::string decimal_to_hex(const value& number) {
 
 value convert_hex_to_int(const value& val) {
   if (!val.is_text()) return val;
-  if (const auto number = short_number(val.as_text())) return short_text(*number, 10);
+  if (const auto number = short_number(val.as_text())) return decimal_text(*number);
   const auto number = read_number(val.as_text(), number_base::automatic);
   return number ? value(signed_text(*number, 10)) : val;
 }
 
-std::string convert_to_hex(const value& val, here where) {
-  if (val.is_text()) {
-    if (const auto number = short_number(val.as_text())) return short_text(*number, 16);
-  }
-  const std::string text =
-      val.is_integer() ? std::to_string(val.as_integer()) : std::string(val.as_text(where));
-  auto number = read_number(text, number_base::automatic);
-  if (!number) number = read_number(text, number_base::decimal);
-  if (!number) throw failure(fmt::format("{} is no number", brief_text(text)), where);
+std::string hex_of(std::string_view printed, here where) {
+  if (const auto number = short_number(printed)) return hex_text(*number);
+  auto number = read_number(printed, number_base::automatic);
+  if (!number) number = read_number(printed, number_base::decimal);
+  if (!number) throw failure(fmt::format("{} is no number", brief_text(printed)), where);
   return signed_text(*number, 16);
+}
+
+std::string convert_to_hex(const value& val, here where) {
+  if (val.is_integer()) return hex_of(std::to_string(val.as_integer()), where);
+  return hex_of(val.as_text(where), where);
 }
 
 value convert_object_to_hex(const value& val) {

@@ -28,6 +28,8 @@ value convert_hex_to_int(const value& val);
 // Lower-case hexadecimal text, with "0x" in front, of a text or an integer. The text is read with
 // automatic base and, if that fails ("08"), as plain decimal. Throws `failure` if both fail.
 std::string convert_to_hex(const value& val, here where = here::current());
+// The same of a text.
+std::string hex_of(std::string_view printed, here where = here::current());
 
 // Converts the outer keys (automatic base) and the inner values (integers) of a map of maps to
 // hexadecimal text; the inner keys stay. Throws `failure` if one of them is not a number. No parser

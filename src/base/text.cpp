@@ -330,40 +330,63 @@ std::string fill(std::string_view form, std::initializer_list<std::string_view> 
   return fill(form, std::span(values.begin(), values.size()));
 }
 
-std::string quoted(std::string_view text) {
+namespace {
+
+// True if a quoted text holds this character as it is, or if only the quote around it decides that.
+constexpr bool is_printable(char c) {
+  return c >= 0x20 && c < 0x7f && c != '\\';
+}
+
+void append_escape(std::string& out, char c) {
+  if (c == '\n') {
+    out += "\\n";
+  } else if (c == '\r') {
+    out += "\\r";
+  } else if (c == '\t') {
+    out += "\\t";
+  } else if (is_printable(c) || c == '\\') {
+    out += {'\\', c};
+  } else {
+    out += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+  }
+}
+
+void append_quoted(std::string& out, std::string_view text) {
   const bool single = text.find('\'') == text.npos || text.find('"') != text.npos;
   const char quote = single ? '\'' : '"';
+  out += quote;
+  std::size_t done = 0;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (is_printable(text[at]) && text[at] != quote) continue;
+    out += text.substr(done, at - done);
+    append_escape(out, text[at]);
+    done = at + 1;
+  }
+  out += text.substr(done);
+  out += quote;
+}
+
+}  // namespace
+
+std::string quoted(std::string_view text) {
   std::string result;
   result.reserve(text.size() + 2);
-  result += quote;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == quote || c == '\\') {
-      result += '\\';
-      result += c;
-    } else if (c == '\n') {
-      result += "\\n";
-    } else if (c == '\r') {
-      result += "\\r";
-    } else if (c == '\t') {
-      result += "\\t";
-    } else if (byte < 0x20 || byte >= 0x7f) {
-      result += fmt::format("\\x{:02x}", byte);
-    } else {
-      result += c;
-    }
-  }
-  result += quote;
+  append_quoted(result, text);
   return result;
 }
 
 std::string list_text(std::span<const std::string_view> entries) {
+  constexpr std::size_t around_entry = 4;
+  std::size_t size = 2;
+  for (const std::string_view entry : entries) size += entry.size() + around_entry;
   std::string result = "[";
+  result.reserve(size);
   for (const std::string_view entry : entries) {
     if (result.size() > 1) result += ", ";
-    result += quoted(entry);
+    append_quoted(result, entry);
   }
-  return result + "]";
+  result += ']';
+  return result;
 }
 
 std::string list_text(const matches& entries) {
@@ -372,13 +395,13 @@ std::string list_text(const matches& entries) {
     if (at > 0) result += ", ";
     const auto parts = entries[at];
     if (parts.size() == 1) {
-      result += quoted(parts[0]);
+      append_quoted(result, parts[0]);
       continue;
     }
     result += '(';
     for (std::size_t part = 0; part < parts.size(); ++part) {
       result += part > 0 ? ", " : "";
-      result += quoted(parts[part]);
+      append_quoted(result, parts[part]);
     }
     result += ')';
   }

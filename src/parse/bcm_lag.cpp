@@ -2,15 +2,17 @@
 
 #include <fmt/format.h>
 
+#include <initializer_list>
 #include <string>
+#include <vector>
 
-#include "base/cursor.h"
 #include "base/dump.h"
 #include "base/failure.h"
 #include "base/findings.h"
 #include "base/logs.h"
 #include "base/numbers.h"
 #include "base/text.h"
+#include "parse/lag_rows.h"
 #include "run/state.h"
 
 namespace tessel {
@@ -20,6 +22,7 @@ namespace {
 const value node_description = value::literal("Node Description");
 constexpr std::size_t entries_of_member = 3;
 constexpr std::size_t entries_of_lag = 2;  // beside the members
+constexpr std::size_t entries_of_tm_lag = 3;
 
 // The location of an NPU, for descriptions.
 struct npu_place {
@@ -42,91 +45,89 @@ void take_chip_as_unusable(std::string_view nodename) {
   run.nodeinfo.get().at(nodename).as_map().update("asic_supported", 0);
 }
 
-value diag_lag_members(std::string_view lag, std::string_view lagid, const npu_place& place) {
-  static const pattern& row = constant(R"((?<!\d)(\d++)\s++\|\s++(\w++)\s++\|\s++([YN]))");
+// What the parsers of one text keep from LAG to LAG, so that they need no new memory for each.
+struct lag_reader {
+  npu_place place;
+  map& bundle;
+  std::vector<diag_lag_row> rows;
+  std::string description;
+
+  value describe(std::initializer_list<std::string_view> parts) {
+    description.clear();
+    for (const std::string_view part : parts) description += part;
+    return std::string_view(description);
+  }
+};
+
+value diag_lag_members(std::string_view lag, std::string_view lagid, lag_reader& reader) {
   value mem = make_map();
-  // Most LAGs have no member, and a row has this mark.
-  if (lag.find('|') == std::string_view::npos) return mem;
-  const matches rows = findall(row, lag);
-  if (!rows.empty()) mem.as_map().reserve(rows.size() + entries_of_lag);
-  for (std::size_t at = 0; at < rows.size(); ++at) {
-    const auto cells = rows[at];
-    const std::string memid = convert_to_hex(cells[0]);
+  find_diag_lag_rows(lag, reader.rows);
+  if (reader.rows.empty()) return mem;
+  mem.as_map().reserve(reader.rows.size() + entries_of_lag);
+  for (const diag_lag_row& row : reader.rows) {
+    const std::string memid = hex_of(row.member);
     value member = make_map(entries_of_member);
-    member.as_map().set("gport", cells[1]);
-    member.as_map().set("is_active", cells[2]);
-    member.as_map().put(node_description, joined({lagid, place.suffix, "_memid", memid}));
+    member.as_map().set("gport", row.gport);
+    member.as_map().set("is_active", row.is_active);
+    member.as_map().put(node_description,
+                        reader.describe({lagid, reader.place.suffix, "_memid", memid}));
     mem.as_map().set(memid, std::move(member));
   }
   return mem;
 }
 
-void add_diag_lag(std::string_view lag, const npu_place& place, map& bundle) {
+void add_diag_lag(std::string_view lag, lag_reader& reader) {
   const std::string_view id = diag_lag_id(lag);
   if (id.empty()) {
     pprint(fmt::format("Data Not Found: Not able to get lag id from diag_lag output, Location {}, "
                        "NPU {}",
-                       place.nodename, place.npu),
+                       reader.place.nodename, reader.place.npu),
            *st().dl_fd.require());
     return;
   }
-  const std::string lagid = "LAG " + convert_to_hex(id);
-  value mem = diag_lag_members(lag, lagid, place);
+  const std::string lagid = "LAG " + hex_of(id);
+  value mem = diag_lag_members(lag, lagid, reader);
   if (mem.truthy()) {
     mem.as_map().set("Visited", 0);
-    mem.as_map().put(node_description, joined({lagid, place.suffix}));
+    mem.as_map().put(node_description, reader.describe({lagid, reader.place.suffix}));
   }
-  bundle.set(lagid, std::move(mem));
+  reader.bundle.set(lagid, std::move(mem));
 }
 
-// Finds what tm_lag_row_definition finds: a number, the LAG id, a word, the global port, a word. It
-// is written so that a blank cell matches in only one way.
-constexpr std::string_view tm_lag_row =
-    "\\s\\|(?:\\s++(\\d++)\\s++|\\s\\s++)\\|(?:\\s++\\w++\\s++|\\s\\s++)\\|"
-    "(?:\\s++(\\w++)\\s++|\\s\\s++)\\|(?:\\s++(\\w++)\\s++|\\s\\s++)\\|\n";
+// A LAG of `tm lag`. It stays from piece to piece, because its rows may continue in the next piece.
+struct tm_lag {
+  std::string id;
+  value entry;
+  value members;
+};
 
-// `lag_id` stays from piece to piece, because a LAG's rows may continue in the next piece.
-void add_tm_lag(std::string_view lag, const npu_place& place, std::string& lag_id, map& bundle) {
-  static const pattern& row = constant(tm_lag_row);
-  const matches rows = findall(row, lag);
-  for (std::size_t at = 0; at < rows.size(); ++at) {
-    const std::string_view id = rows[at][0];
-    const std::string_view mem_gport = rows[at][1];
-    if (!id.empty()) {
-      lag_id = convert_to_hex(id);
-      value entry = make_map();
-      entry.as_map().set("members", make_list());
-      bundle.set(lag_id, entry);
+void add_tm_lag(std::string_view piece, tm_lag& lag, lag_reader& reader) {
+  tm_lag_rows rows(piece);
+  while (rows.next()) {
+    if (!rows.lag_id().empty()) {
+      lag = {hex_of(rows.lag_id()), make_map(entries_of_tm_lag), make_list()};
+      lag.entry.as_map().set("members", lag.members);
+      reader.bundle.set(lag.id, lag.entry);
     }
-    if (!mem_gport.empty()) bundle.at(lag_id).at("members").as_list().emplace_back(mem_gport);
+    if (rows.gport().empty()) continue;
+    if (!lag.members.is_list()) break;
+    lag.members.as_list().emplace_back(rows.gport());
   }
-  const value entry = bundle.at(lag_id);
-  if (entry.at("members").truthy()) {
-    entry.as_map().set("Visited", 0);
-    entry.as_map().put(node_description, joined({lag_id, place.suffix}));
+  if (!lag.members.is_list()) throw failure(fmt::format("no key {}", quoted(lag.id)));
+  if (lag.members.truthy()) {
+    lag.entry.as_map().set("Visited", 0);
+    lag.entry.as_map().put(node_description, reader.describe({lag.id, reader.place.suffix}));
   }
 }
 
 }  // namespace
 
-std::string_view diag_lag_id(std::string_view lag) {
-  constexpr std::string_view head = "ID:";
-  for (std::size_t at = lag.find(head); at != std::string_view::npos; at = lag.find(head, at + 1)) {
-    cursor behind(lag, at + head.size());
-    if (!behind.skip_blank()) continue;
-    if (const std::string_view id = behind.digits(); !id.empty()) return id;
-  }
-  return {};
-}
-
 value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::string_view npu) {
   try {
-    const npu_place place = place_of(nodename, npu);
     const auto pieces = split(diag_lag.as_text(), "LAG");
     value bundle = make_map(pieces.size());
-    for (std::size_t at = 1; at < pieces.size(); ++at) {
-      add_diag_lag(pieces[at], place, bundle.as_map());
-    }
+    lag_reader reader{place_of(nodename, npu), bundle.as_map(), {}, {}};
+    for (std::size_t at = 1; at < pieces.size(); ++at) add_diag_lag(pieces[at], reader);
     if (!bundle.truthy()) take_chip_as_unusable(nodename);
     return bundle;
   } catch (const std::exception& error) {
@@ -135,16 +136,13 @@ value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::
   }
 }
 
-value parse_tm_lag(const value& tm_lag, std::string_view nodename, std::string_view npu) {
+value parse_tm_lag(const value& tm_lag_text, std::string_view nodename, std::string_view npu) {
   try {
-    const npu_place place = place_of(nodename, npu);
-    static const pattern& lag_start = constant(R"(\|\s+\d+\s+\|\s+\d+\s+\|)");
     value bundle = make_map();
-    std::string lag_id;
-    const auto pieces = split(tm_lag.as_text(), lag_start);
-    for (std::size_t at = 1; at < pieces.size(); ++at) {
-      add_tm_lag(pieces[at], place, lag_id, bundle.as_map());
-    }
+    lag_reader reader{place_of(nodename, npu), bundle.as_map(), {}, {}};
+    tm_lag_pieces pieces(tm_lag_text.as_text());
+    tm_lag lag;
+    while (pieces.next()) add_tm_lag(pieces.piece(), lag, reader);
     if (!bundle.truthy()) take_chip_as_unusable(nodename);
     return bundle;
   } catch (const std::exception& error) {

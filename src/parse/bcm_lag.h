@@ -21,18 +21,8 @@ namespace tessel {
 // member id (hexadecimal text) to "gport" and "is_active" ("Y" or "N") as printed.
 value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::string_view npu);
 
-// The LAG id in a block of `diag lag`: the first text that the definition finds; empty if there is
-// none.
-inline constexpr std::string_view diag_lag_id_definition = R"((?<=ID:\s)\d+)";
-std::string_view diag_lag_id(std::string_view lag);
-
-// Defines a row of `tm lag`. The groups are the LAG id, the global port and the last word, each
-// empty for a blank cell.
-inline constexpr std::string_view tm_lag_row_definition =
-    "\\d*\\s+\\|\\s+(\\d*)\\s+\\|\\s+\\w*\\s+\\|\\s+(\\w*)\\s+\\|\\s+(\\w*)\\s+\\|\n";
-
 // Parses `tm lag` of Jericho2. Keys are the id in hexadecimal; "members" lists the global ports as
 // printed, in row order.
-value parse_tm_lag(const value& tm_lag, std::string_view nodename, std::string_view npu);
+value parse_tm_lag(const value& tm_lag_text, std::string_view nodename, std::string_view npu);
 
 }  // namespace tessel

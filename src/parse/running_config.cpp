@@ -45,8 +45,7 @@ sub_bundle_heads sub_bundles_by_head(std::string_view bundle_cfg) {
 }
 
 void note_switches(const parsed_config& config) {
-  const std::string text = list_text(config.stanzas());
-  const bool hqos = text.find("hw-module profile qos hqos-enable") != std::string::npos;
+  const bool hqos = config.text().find("hw-module profile qos hqos-enable") != std::string::npos;
   st().tesselDb.as_map().set("hqos", hqos ? 1 : 0);
   // A configured "hw-module profile bundle-scale" is ignored: BUNDLE_SCALE stays "Not set".
 }

@@ -31,6 +31,8 @@ class parsed_config {
   parsed_config(const parsed_config&) = delete;
   parsed_config& operator=(const parsed_config&) = delete;
 
+  // The whole configuration as one long line.
+  std::string_view text() const { return text_; }
   const std::vector<std::string_view>& stanzas() const { return stanzas_; }
   // The full names of the ports in the stanzas that contain "bundle id NUMBER " (with the blank),
   // each once, breakout ports first. Throws `failure` if a stanza cannot be searched.

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "base/text.h"
-#include "parse/bcm_lag.h"
 #include "support/fake_router.h"
 #include "support/hostile.h"
 
@@ -68,7 +67,6 @@ void expect_equal_to_definitions(std::string_view text) {
   static const pattern& head = defined(lagport_head_definition);
   static const pattern& limit = defined(member_limit_definition);
   static const pattern& handle = defined(interface_handle_definition);
-  static const pattern& id = defined(diag_lag_id_definition);
   EXPECT_EQ(field_lines(field_lines::values::words, text).lines(), lines_by(words, text));
   EXPECT_EQ(field_lines(field_lines::values::words_and_colons, text).lines(),
             lines_by(with_colons, text));
@@ -80,7 +78,6 @@ void expect_equal_to_definitions(std::string_view text) {
   }
   EXPECT_EQ(member_limit_of(text), first_by(limit, text));
   EXPECT_EQ(interface_handle_of(text), first_by(handle, text));
-  EXPECT_EQ(diag_lag_id(text), first_by(id, text));
 }
 
 TEST(block_fields_test, each_function_finds_what_its_pattern_finds_first) {

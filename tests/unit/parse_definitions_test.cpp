@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "parse/bcm_lag.h"
 #include "parse/dpa_objects.h"
+#include "parse/lag_rows.h"
 #include "platform/node_inventory.h"
 #include "support/fake_router.h"
 #include "support/hostile.h"
@@ -30,8 +31,8 @@ class definitions_test : public router_test {
 // The members of each LAG of `tm lag`, found with the plain row pattern; ERROR for a piece before
 // any id.
 value tm_lag_by_definition(std::string_view text) {
-  static const pattern& start = constant(R"(\|\s+\d+\s+\|\s+\d+\s+\|)");
-  static const pattern& row = constant(tm_lag_row_definition);
+  static const pattern& start = constant(tm_lag_pieces::definition);
+  static const pattern& row = constant(tm_lag_rows::definition);
   value members = make_map();
   std::string lag_id;
   const auto pieces = split(text, start);
