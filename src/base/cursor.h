@@ -42,6 +42,12 @@ class cursor {
     if (found) ++at_;
     return found;
   }
+  // The next character, which is stepped over; empty at the end of the text.
+  std::string_view one() {
+    const std::string_view next = text_.substr(at_, 1);
+    at_ += next.size();
+    return next;
+  }
   bool skip_blanks() {
     return !run([](char c) { return is_white_space(c); }).empty();
   }

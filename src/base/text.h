@@ -10,6 +10,7 @@
 // All functions may be called from any thread. Several threads may use one `pattern` at once.
 #pragma once
 
+#include <array>
 #include <concepts>
 #include <cstddef>
 #include <initializer_list>
@@ -89,10 +90,18 @@ std::vector<std::string_view> split_words(std::string_view subject);
 // The characters of "\\s" and of "\\w".
 inline constexpr std::string_view white_space = " \t\n\r\f\v";
 constexpr bool is_white_space(char c) {
-  return white_space.find(c) != std::string_view::npos;
+  return c == ' ' || (c >= '\t' && c <= '\r');
 }
+inline constexpr std::array<bool, 256> word_characters = [] {
+  std::array<bool, 256> belongs{};
+  for (const char c : std::string_view("0123456789abcdefghijklmnopqrstuvwxyz"
+                                       "ABCDEFGHIJKLMNOPQRSTUVWXYZ_")) {
+    belongs[static_cast<unsigned char>(c)] = true;
+  }
+  return belongs;
+}();
 constexpr bool is_word(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+  return word_characters[static_cast<unsigned char>(c)];
 }
 
 // `subject` without the white space at both ends.

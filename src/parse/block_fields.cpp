@@ -12,10 +12,6 @@ namespace {
 constexpr std::size_t npos = std::string_view::npos;
 constexpr std::string_view arrow = "=>";
 
-bool is_word_or_colon(char c) {
-  return is_word(c) || c == ':';
-}
-
 // Calls `read` with a cursor behind each occurrence of `head` until it returns true.
 template <class Read>
 void at_first(std::string_view block, std::string_view head, Read read) {
@@ -24,10 +20,10 @@ void at_first(std::string_view block, std::string_view head, Read read) {
   }
 }
 
-}  // namespace
-
-field_lines::field_lines(values kind, std::string_view block) {
-  const bool with_colons = kind == values::words_and_colons;
+// Calls `step` with name and value of each line of the block. The value is a run of characters that
+// belong to a set.
+template <class Belongs, class Step>
+void walk_lines(std::string_view block, bool may_be_empty, Belongs belongs, Step step) {
   std::size_t done = 0;  // the end of the last line's value
   for (std::size_t at = block.find(arrow); at != npos; at = block.find(arrow, at + arrow.size())) {
     if (at == 0 || at - 1 <= done || !is_white_space(block[at - 1])) continue;
@@ -38,17 +34,45 @@ field_lines::field_lines(values kind, std::string_view block) {
     if (name == name_end || (name > 0 && is_word(block[name - 1]))) continue;
     cursor behind(block, at + arrow.size());
     if (!behind.skip_blank()) continue;
-    const std::string_view content = behind.run(with_colons ? is_word_or_colon : is_word);
-    if (content.empty() && !with_colons) continue;
+    const std::string_view content = behind.run(belongs);
+    if (content.empty() && !may_be_empty) continue;
     done = behind.place();
-    lines_.emplace_back(block.substr(name, name_end - name), content);
+    step(block.substr(name, name_end - name), content);
   }
+}
+
+template <class Step>
+void walk_lines(field_lines::values kind, std::string_view block, Step step) {
+  if (kind == field_lines::values::words) {
+    walk_lines(
+        block, false, [](char c) { return is_word(c); }, step);
+  } else {
+    walk_lines(
+        block, true, [](char c) { return is_word(c) || c == ':'; }, step);
+  }
+}
+
+}  // namespace
+
+field_lines::field_lines(values kind, std::string_view block) {
+  walk_lines(kind, block, [this](std::string_view name, std::string_view content) {
+    lines_.emplace_back(name, content);
+  });
 }
 
 std::optional<std::string_view> field_lines::last_of(std::string_view name) const {
   const auto found = std::find_if(lines_.rbegin(), lines_.rend(),
                                   [name](const auto& line) { return line.first == name; });
   return found == lines_.rend() ? std::nullopt : std::optional(found->second);
+}
+
+void last_values::read(std::string_view block) {
+  for (wanted& each : wanted_) each.last.reset();
+  walk_lines(kind_, block, [this](std::string_view name, std::string_view content) {
+    for (wanted& each : wanted_) {
+      if (each.name == name) each.last = content;
+    }
+  });
 }
 
 std::optional<lagport_head> lagport_head_of(std::string_view block) {

@@ -29,6 +29,30 @@ class field_lines {
   std::vector<std::pair<std::string_view, std::string_view>> lines_;
 };
 
+// The values of some of these lines, of one block after the other, without memory for the others.
+// For one thread.
+class last_values {
+ public:
+  explicit last_values(field_lines::values kind) : kind_(kind) {}
+
+  // Adds a field to those wanted. `name` must outlive this object.
+  void want(std::string_view name) { wanted_.push_back({name, std::nullopt}); }
+  // Forgets the last block. `block` must stay as long as a value is used.
+  void read(std::string_view block);
+  // What `last_of` gives for the field that was wanted at this position.
+  const std::optional<std::string_view>& of(std::size_t position) const {
+    return wanted_[position].last;
+  }
+
+ private:
+  struct wanted {
+    std::string_view name;
+    std::optional<std::string_view> last;
+  };
+  field_lines::values kind_;
+  std::vector<wanted> wanted_;
+};
+
 // The handle and the LAG id of a lagport block, as printed; nothing if the block has none.
 struct lagport_head {
   std::string_view ifh;

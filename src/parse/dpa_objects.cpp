@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,78 +39,97 @@ void leave_out_of_run(std::string_view note, std::string_view nodename) {
   run.nodeinfo.get().at(nodename).as_map().update("dump", 0);
 }
 
+// What the parser keeps from bundle to bundle, so that it needs no new memory for each.
+struct lagport_reader {
+  std::string_view nodename;
+  map& bundles;
+  // Of the thousands of bundles on a node most have no member. All of these share this map, which
+  // never changes.
+  value no_members;
+  slot_fields slots;
+  std::string description;
+
+  value describe(std::initializer_list<std::string_view> parts) {
+    description.clear();
+    for (const std::string_view part : parts) description += part;
+    return std::string_view(description);
+  }
+};
+
 // The members of one bundle on one node, in the order read: NPU to member handle to member.
 struct lagport_members {
-  value by_npu = make_map();
-  std::string last_npu;
+  value by_npu;
+  std::string_view last_npu;
   wide_int total_weight = 0;
 };
 
+map& members_on(std::string_view npu, map& by_npu) {
+  if (by_npu.look_up(npu) == nullptr) by_npu.set(npu, make_map());
+  return by_npu.look_up(npu)->as_map();
+}
+
 lagport_members members_of(std::string_view bundle, std::string_view lagid,
-                           std::string_view nodename) {
-  static const pattern& member_line = constant(R"((?<!\d)(\d++):dpa_intf_t\smifh\s=>\s(\w+))");
-  lagport_members members;
-  // Most blocks have no member, and a member's line has this word.
+                           lagport_reader& reader) {
+  lagport_members members{reader.no_members, {}};
+  // A member's line has this word.
   if (bundle.find("mifh") == std::string_view::npos) return members;
-  const slot_fields npus(slot_fields::npu(), bundle);
-  const slot_fields weights(slot_fields::weight(), bundle);
-  const matches found = findall(member_line, bundle);
-  for (std::size_t at = 0; at < found.size(); ++at) {
-    const std::string_view slot = found[at][0];
-    const std::string mifh = convert_to_hex(found[at][1]);
-    const auto npu = npus.first_of(slot);
+  reader.slots.read(bundle);
+  if (!reader.slots.members().empty()) members.by_npu = make_map();
+  for (const auto& [slot, handle] : reader.slots.members()) {
+    const std::string mifh = hex_of(handle);
+    const auto npu = reader.slots.npu_of(slot);
     if (!npu) throw failure(fmt::format("no NPU for the member in slot {}", slot));
     members.last_npu = *npu;
-    if (!members.by_npu.contains(*npu)) members.by_npu.as_map().set(*npu, make_map());
     constexpr std::size_t entries = 3;
     value member = make_map(entries);
-    member.as_map().set("memid", convert_to_hex(slot));
+    member.as_map().set("memid", hex_of(slot));
     member.as_map().set("Visited", 0);
-    member.as_map().put(node_description,
-                        joined({"Lag ", lagid, "_npu", *npu, "_node", nodename, "_mifh", mifh}));
-    members.by_npu.at(*npu).as_map().set(mifh, std::move(member));
-    if (const auto weight = weights.first_of(slot)) {
+    member.as_map().put(node_description, reader.describe({"Lag ", lagid, "_npu", *npu, "_node",
+                                                           reader.nodename, "_mifh", mifh}));
+    members_on(*npu, members.by_npu.as_map()).set(mifh, std::move(member));
+    if (const auto weight = reader.slots.weight_of(slot)) {
       members.total_weight += to_wide_decimal(*weight);
     }
   }
   return members;
 }
 
-value vlan_domains_of(std::string_view bundle, const value& by_npu) {
+value vlan_domains_of(const slot_fields& slots, const value& by_npu) {
   value domains = make_map();
-  if (!by_npu.truthy()) return domains;
-  const slot_fields port_classes(slot_fields::port_class(), bundle);
-  for (const std::string& npu : by_npu.as_map().keys()) {
-    const auto domain = port_classes.first_of(npu);
-    domains.as_map().set(npu, domain ? value(convert_to_hex(*domain)) : value(DEFAULT));
-  }
+  by_npu.as_map().for_each([&](std::string_view npu, const value&) {
+    const auto domain = slots.port_class_of(npu);
+    domains.as_map().set(npu, domain ? value(hex_of(*domain)) : value(DEFAULT));
+  });
   return domains;
 }
 
-void add_lagport(std::string_view bundle, std::string_view nodename, map& bundle_dpa) {
+void add_lagport(std::string_view bundle, lagport_reader& reader) {
   // Only the last of the three counters, for deletion, shows an object on its way out.
   constexpr std::string_view pending = "pending(cr/up/dl):0/0/1";
   const auto head = lagport_head_of(bundle);
   if (!head) return;
-  const std::string ifh = convert_to_hex(head->ifh);
-  const std::string lagid = convert_to_hex(head->lagid);
+  const std::string ifh = hex_of(head->ifh);
+  const std::string lagid = hex_of(head->lagid);
   const std::string_view limit = member_limit_of(bundle);
-  const lagport_members members = members_of(bundle, lagid, nodename);
-  constexpr std::size_t most_entries = 8;
-  value tmp = make_map(most_entries);
+  const lagport_members members = members_of(bundle, lagid, reader);
+  const bool has_members = members.by_npu.truthy();
+  constexpr std::size_t entries_of_all = 6;
+  constexpr std::size_t entries_with_members = 8;
+  value tmp = make_map(has_members ? entries_with_members : entries_of_all);
   map& entry = tmp.as_map();
   entry.set("lagid", lagid);
   entry.set("members", members.by_npu);
-  entry.set("vlan_domain", vlan_domains_of(bundle, members.by_npu));
+  entry.set("vlan_domain",
+            has_members ? vlan_domains_of(reader.slots, members.by_npu) : reader.no_members);
   entry.set("weight", number_value(members.total_weight));
   entry.put(max_member_count, limit.empty() ? DEFAULT : limit);
-  if (members.by_npu.truthy()) {
+  if (has_members) {
     entry.set("Visited", 0);
     entry.put(node_description,
-              joined({"Lag ", lagid, "_npu", members.last_npu, "_node", nodename}));
+              reader.describe({"Lag ", lagid, "_npu", members.last_npu, "_node", reader.nodename}));
   }
   entry.set("deletePending", bundle.find(pending) == std::string_view::npos ? 0 : 1);
-  bundle_dpa.set(ifh, std::move(tmp));
+  reader.bundles.set(ifh, std::move(tmp));
 }
 
 // Adds the block's port to `voq_usage`. Returns false if the block is not a port. A port's name is
@@ -122,7 +142,7 @@ bool add_port(std::string_view block, std::string_view nodename) {
   const field_lines intf_prop(field_lines::values::words, block);
   auto mem_obj = std::make_shared<memberInfo>();
   mem_obj->set("name", field(intf_prop, "intf_name"));
-  mem_obj->set("ifh", convert_to_hex(field(intf_prop, "intf")));
+  mem_obj->set("ifh", hex_of(field(intf_prop, "intf")));
   mem_obj->set("pp_port", field(intf_prop, "pp_port_id"));
   mem_obj->set("npu_id", field(intf_prop, "device"));
   mem_obj->set("npu_core", field(intf_prop, "core"));
@@ -143,20 +163,30 @@ struct interface_type {
   bool may_be_empty;
 };
 
+// The attributes of one interface, as printed.
+value interface_of(const interface_type& type, std::string_view block, last_values& found,
+                   here where = here::current()) {
+  found.read(block);
+  value entry = make_map(type.fields.size());
+  for (std::size_t at = 0; at < type.fields.size(); ++at) {
+    const auto& [key, name] = type.fields[at];
+    if (!found.of(at)) throw failure(fmt::format("no field {}", quoted(name)), where);
+    entry.as_map().set(key, *found.of(at));
+  }
+  return entry;
+}
+
 value interfaces_of(const interface_type& type, const value& output, std::string_view nodename) {
   const std::string_view text = output.as_text();
   const auto blocks = split(text, fmt::format("{} element", type.name));
   value interfaces = make_map(blocks.size());
+  last_values found(field_lines::values::words_and_colons);
+  for (const wanted_field& each : type.fields) found.want(each.field);
   for (const std::string_view block : blocks) {
     if (block.empty()) continue;
-    const field_lines intf_prop(field_lines::values::words_and_colons, block);
     const std::string_view handle = interface_handle_of(block);
     if (handle.empty()) throw failure(fmt::format("no handle in the block {}", brief_text(block)));
-    value entry = make_map(type.fields.size());
-    for (const wanted_field& each : type.fields) {
-      entry.as_map().set(each.key, field(intf_prop, each.field));
-    }
-    interfaces.as_map().set(handle, std::move(entry));
+    interfaces.as_map().set(handle, interface_of(type, block, found));
   }
   if (!interfaces.truthy() && !type.may_be_empty) {
     leave_out_of_run(fmt::format("INFO: DPA {} object dont have any interface from", type.name),
@@ -171,9 +201,8 @@ value parse_lagport_object_DPA(const value& lagport, std::string_view nodename) 
   try {
     const auto bundles = split(lagport.as_text(), "lagport element");
     value bundle_dpa = make_map(bundles.size());
-    for (const std::string_view bundle : bundles) {
-      add_lagport(bundle, nodename, bundle_dpa.as_map());
-    }
+    lagport_reader reader{nodename, bundle_dpa.as_map(), make_map(), {}, {}};
+    for (const std::string_view bundle : bundles) add_lagport(bundle, reader);
     if (!bundle_dpa.truthy()) {
       leave_out_of_run("INFO: DPA lagport object dont have any bundle data/no bundle member from",
                        nodename);

@@ -70,6 +70,16 @@ void expect_equal_to_definitions(std::string_view text) {
   EXPECT_EQ(field_lines(field_lines::values::words, text).lines(), lines_by(words, text));
   EXPECT_EQ(field_lines(field_lines::values::words_and_colons, text).lines(),
             lines_by(with_colons, text));
+  for (const auto kind : {field_lines::values::words, field_lines::values::words_and_colons}) {
+    const field_lines lines(kind, text);
+    last_values wanted(kind);
+    for (const std::string_view name : {"a", "b_1", "intf"}) wanted.want(name);
+    wanted.read(" intf => 7");
+    wanted.read(text);
+    EXPECT_EQ(wanted.of(0), lines.last_of("a"));
+    EXPECT_EQ(wanted.of(1), lines.last_of("b_1"));
+    EXPECT_EQ(wanted.of(2), lines.last_of("intf"));
+  }
   const auto found = lagport_head_of(text);
   const line_list heads = lines_by(head, text);
   ASSERT_EQ(found.has_value(), !heads.empty());
