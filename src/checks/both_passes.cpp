@@ -16,7 +16,7 @@ void wait_for_bundle_level(std::string_view bundle) {
   if (const auto found = workers.find(bundle); found != workers.end()) found->second->join();
 }
 
-void check_delete_pending(const record& element, std::string_view error_string) {
+void check_delete_pending(const record& element, const object_name& error_string) {
   if (!(element.get("delPending") == 1)) return;
   logger(fmt::format("INFO: Inconsistent object {} is marked for delay delete", error_string),
          "delete_pending");

@@ -7,6 +7,7 @@
 
 #include "base/here.h"
 #include "base/records.h"
+#include "checks/object_name.h"
 
 namespace tessel {
 
@@ -21,6 +22,6 @@ void wait_for_bundle_level(std::string_view bundle);
 // Call after a disagreement: logs and counts if `element` is marked for delayed delete, so that a
 // reader can tell a finding about an object on its way out from a fault. Throws `failure`. Any
 // thread.
-void check_delete_pending(const record& element, std::string_view error_string);
+void check_delete_pending(const record& element, const object_name& error_string);
 
 }  // namespace tessel

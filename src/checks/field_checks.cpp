@@ -36,7 +36,7 @@ int is_node_present(std::string_view nodename, const value& obj, std::string_vie
 }
 
 int is_entry_present(const value& entry, const value& obj, std::string_view layer,
-                     std::string_view error_string) {
+                     const object_name& error_string) {
   try {
     if (entry == DEFAULT) return ERROR;
     const auto held = obj.get(entry.as_text());
@@ -50,7 +50,7 @@ int is_entry_present(const value& entry, const value& obj, std::string_view laye
   }
 }
 
-int check_lagid(const value& lagid, record& element, std::string_view error_string,
+int check_lagid(const value& lagid, record& element, const object_name& error_string,
                 std::string_view layer) {
   try {
     const auto held = element.expect("lagid", lagid);
@@ -63,7 +63,7 @@ int check_lagid(const value& lagid, record& element, std::string_view error_stri
   }
 }
 
-int check_mtu(const value& mtu, record& element, std::string_view error_string,
+int check_mtu(const value& mtu, record& element, const object_name& error_string,
               std::string_view layer) {
   try {
     const auto held = element.expect("mtu", mtu);
@@ -75,7 +75,7 @@ int check_mtu(const value& mtu, record& element, std::string_view error_string,
   }
 }
 
-int check_rif(const value& rif, record& element, std::string_view error_string,
+int check_rif(const value& rif, record& element, const object_name& error_string,
               std::string_view layer) {
   try {
     const auto held = element.expect("rif", rif);
@@ -88,7 +88,7 @@ int check_rif(const value& rif, record& element, std::string_view error_string,
   }
 }
 
-int check_memid(const value& memid, record& element, std::string_view error_string,
+int check_memid(const value& memid, record& element, const object_name& error_string,
                 std::string_view layer) {
   try {
     const auto held = element.expect("memid", memid);
@@ -102,7 +102,7 @@ int check_memid(const value& memid, record& element, std::string_view error_stri
   }
 }
 
-int check_lif(const value& lif, record& element, std::string_view error_string,
+int check_lif(const value& lif, record& element, const object_name& error_string,
               std::string_view layer) {
   try {
     const std::string_view reported = lif.as_text();
@@ -131,7 +131,7 @@ int check_lif(const value& lif, record& element, std::string_view error_string,
   }
 }
 
-int check_mac(const value& mac, record& element, std::string_view error_string,
+int check_mac(const value& mac, record& element, const object_name& error_string,
               std::string_view layer) {
   try {
     const std::string held = element.get("mac").as_text();
@@ -146,7 +146,7 @@ int check_mac(const value& mac, record& element, std::string_view error_string,
   }
 }
 
-int check_bundle_type(const value& is_l2, record& element, std::string_view error_string,
+int check_bundle_type(const value& is_l2, record& element, const object_name& error_string,
                       std::string_view layer) {
   try {
     const value held = element.get("is_l2");

@@ -15,6 +15,7 @@
 
 #include "base/records.h"
 #include "base/value.h"
+#include "checks/object_name.h"
 
 namespace tessel {
 
@@ -25,33 +26,33 @@ int is_node_present(std::string_view nodename, const value& obj, std::string_vie
 // SUCCESS if the text `entry` is a key of the map `obj`; this also sets "Visited" to 1 in the
 // entry. If `entry` is not set, returns ERROR without a message.
 int is_entry_present(const value& entry, const value& obj, std::string_view layer,
-                     std::string_view error_string);
+                     const object_name& error_string);
 
 // Compare the fields `lagid` (hexadecimal text), `mtu` (decimal text), `rif` and `memid`
 // (hexadecimal text).
-int check_lagid(const value& lagid, record& element, std::string_view error_string,
+int check_lagid(const value& lagid, record& element, const object_name& error_string,
                 std::string_view layer);
-int check_mtu(const value& mtu, record& element, std::string_view error_string,
+int check_mtu(const value& mtu, record& element, const object_name& error_string,
               std::string_view layer);
-int check_rif(const value& rif, record& element, std::string_view error_string,
+int check_rif(const value& rif, record& element, const object_name& error_string,
               std::string_view layer);
-int check_memid(const value& memid, record& element, std::string_view error_string,
+int check_memid(const value& memid, record& element, const object_name& error_string,
                 std::string_view layer);
 
 // Compares the last four characters of the field `glif`, a hexadecimal text. A text of fewer than
 // five characters cannot set the expectation.
-int check_lif(const value& lif, record& element, std::string_view error_string,
+int check_lif(const value& lif, record& element, const object_name& error_string,
               std::string_view layer);
 
 // Compares the field `mac`, which the bundle manager has set. The record has the form
 // xxxx.xxxx.xxxx, `mac` the form xx:xx:xx:xx:xx:xx.
-int check_mac(const value& mac, record& element, std::string_view error_string,
+int check_mac(const value& mac, record& element, const object_name& error_string,
               std::string_view layer);
 
 // Compares the field `is_l2`, which the running configuration has set, with a number given as text,
 // whose prefix determines the base. No layer reports it today; the function is kept for the first
 // layer that does.
-int check_bundle_type(const value& is_l2, record& element, std::string_view error_string,
+int check_bundle_type(const value& is_l2, record& element, const object_name& error_string,
                       std::string_view layer);
 
 }  // namespace tessel

@@ -19,50 +19,49 @@ namespace tessel {
 
 namespace {
 
-value npus_of(std::string_view nodename) {
-  return st().nodeinfo.get().at(nodename).at("npu_list");
-}
-
-value tables_of(std::string_view nodename, std::string_view npu) {
-  return st().BCM.get().at(nodename).at(npu);
+const value& tables_of(const chip_view& chip) {
+  return chip.tables.get();
 }
 
 record& voq_port(std::string_view member, here where = here::current()) {
   return st().voq_usage.get().at(member, where).as_record(where);
 }
 
-// Names a sub-bundle on one NPU. Only a message needs the name.
-std::string sub_bundle_on_npu(std::string_view sub, const record& element, std::string_view npu,
-                              std::string_view nodename) {
-  return fmt::format("{}({}), NPU {}, {}", sub, plain(element.get("ifh")), npu, nodename);
+// Grows with each NPU: a message names all NPUs visited so far, the latest first.
+std::string behind_npus(const node_view& node, std::size_t visited, const object_name& object) {
+  std::string text = object.text();
+  for (std::size_t at = 0; at < visited; ++at) {
+    text = fmt::format("NPU{},{}", node.chips()[at].npu.as_text(), text);
+  }
+  return text;
 }
 
 // One member on one NPU, as the checks of both chip families need it.
 struct member_on_npu {
   std::string_view member;
-  std::string_view bundle;
-  std::string_view nodename;
-  std::string_view npu;
-  std::string error_string;
+  const bundle_view& bundle;
+  const node_view& node;
+  const chip_view& chip;
+  const object_name& error_string;
   record& element;  // the bundle's
   record& port;     // the member's
 };
 
 // The bundle level sets `delPending`, so wait for it first.
 void check_bundle_delete_pending(const member_on_npu& at) {
-  wait_for_bundle_level(at.bundle);
+  wait_for_bundle_level(at.bundle.name);
   check_delete_pending(at.element, at.error_string);
 }
 
 void report_member_missing(const member_on_npu& at) {
   inconsistency("Inconsistency {}: Member ID not found in BCM for {}, {} ,NPU: {}", at.member,
-                at.error_string, at.npu);
+                at.error_string, at.chip.npu.as_text());
   check_bundle_delete_pending(at);
 }
 
 void report_mtu(const member_on_npu& at) {
   inconsistency("Inconsistency {}: MTU verification failed for {}, {} ,NPU: {}", at.member,
-                at.error_string, at.npu);
+                at.error_string, at.chip.npu.as_text());
   check_bundle_delete_pending(at);
 }
 
@@ -75,13 +74,13 @@ std::string mtu_port(std::string_view pp_port, std::string_view npu_core) {
 
 void check_member_non_j2(const member_on_npu& at) {
   const std::string lagid = "LAG " + at.element.get("lagid").as_text();
-  const value tables = tables_of(at.nodename, at.npu);
-  const value diag_lag = tables.at("diag_lag");
+  const value& tables = tables_of(at.chip);
+  const value& diag_lag = at.chip.lags.get();
   if (!diag_lag.as_map().empty()) {
-    const value bcm_members = diag_lag.at(lagid);
+    const value& bcm_members = diag_lag.in(lagid);
     if (!bcm_members.contains(at.port.get("memid").as_text())) report_member_missing(at);
   }
-  if (!(at.port.get("npu_id") == at.npu)) return;
+  if (!(at.port.get("npu_id") == at.chip.npu)) return;
   const value member_mtu = tables.at("member_mtu");
   if (member_mtu.as_map().empty()) return;
   const std::string npu_core = voq_port(at.member).get("npu_core").as_text();
@@ -100,16 +99,16 @@ bool has_system_port(const value& bcm_members, std::string_view temp_string) {
 
 void check_member_j2(const member_on_npu& at) {
   const std::string lagid = at.element.get("lagid").as_text();
-  const value mem = st().bdlInfoPD.get().at(at.bundle).at("members").at(at.nodename);
-  const value tables = tables_of(at.nodename, at.npu);
-  const value tm_lag = tables.at("tm_lag");
+  const value mem = st().bdlInfoPD.get().at(at.bundle.name).at("members").at(at.node.name);
+  const value& tables = tables_of(at.chip);
+  const value& tm_lag = at.chip.lags.get();
   if (!tm_lag.as_map().empty()) {
-    const value bcm_members = tm_lag.at(lagid).at("members");
+    const value& bcm_members = tm_lag.in(lagid).in("members");
     const std::string sysport = mem.at(at.member).at("sysport").as_text();
     const bool entry_found = has_system_port(bcm_members, strip_set_left(sysport, "0x"));
     if (!entry_found) report_member_missing(at);
   }
-  if (!(at.port.get("npu_id") == at.npu)) return;
+  if (!(at.port.get("npu_id") == at.chip.npu)) return;
   const value lag_mtu = tables.at("lag_mtu");
   if (lag_mtu.as_map().empty()) return;
   const std::string lag_id = plain(convert_hex_to_int(lagid));
@@ -125,22 +124,21 @@ void check_member_j2(const member_on_npu& at) {
 
 }  // namespace
 
-int check_bundles_BCM(std::string_view bundle, std::string_view nodename,
-                      std::string_view error_string) {
-  std::string object(error_string);
+int check_bundles_BCM(const bundle_view& bundle, const node_view& node,
+                      const object_name& error_string) {
+  std::size_t visited = 0;
+  const auto named = [&] { return behind_npus(node, visited, error_string); };
+  const object_name object(named);
   try {
-    const value BCM = st().BCM.get();
-    if (!is_node_present(nodename, BCM, "Bundle", "BCM")) return ERROR;
-    record& element = bundle_record(bundle);
-    const value npu_list = npus_of(nodename);
-    for (const value& npu : npu_list.as_list()) {
-      // Grows with each NPU: a message names all NPUs visited so far, the latest first.
-      object = fmt::format("NPU{},{}", npu.as_text(), object);
-      if (!is_entry_present(npu, BCM.at(nodename), "BCM", object)) return ERROR;
-      const value tables = BCM.at(nodename).at(npu.as_text());
+    if (!is_node_present(node.name, node.BCM, "Bundle", "BCM")) return ERROR;
+    record& element = bundle.element();
+    for (const chip_view& chip : node.chips()) {
+      chip.npu.as_text();
+      ++visited;
+      if (!is_entry_present(chip.npu, node.npus.get(), "BCM", object)) return ERROR;
       const std::string lag_id = plain(element.get("lagid"));
-      const bool j2 = is_j2(nodename) != ERROR;
-      const value bcm = tables.at(j2 ? "tm_lag" : "diag_lag");
+      const bool j2 = node.is_jericho2();
+      const value& bcm = chip.lags.get();
       // An earlier chip that reports no LAG at all is not compared.
       if (!j2 && bcm.as_map().empty()) continue;
       const std::string lagid = j2 ? lag_id : "LAG " + lag_id;
@@ -149,7 +147,7 @@ int check_bundles_BCM(std::string_view bundle, std::string_view nodename,
         check_delete_pending(element, object);
         continue;
       }
-      bcm.at(lagid).as_map().mark_visited();
+      bcm.in(lagid).as_map().mark_visited();
     }
     return SUCCESS;
   } catch (const std::exception& error) {
@@ -158,19 +156,20 @@ int check_bundles_BCM(std::string_view bundle, std::string_view nodename,
   }
 }
 
-int check_members_BCM(std::string_view member, std::string_view bundle, std::string_view nodename,
-                      std::string_view error_string) {
-  std::string object(error_string);
+int check_members_BCM(std::string_view member, const bundle_view& bundle, const node_view& node,
+                      const object_name& error_string) {
+  std::size_t visited = 0;
+  const auto named = [&] { return behind_npus(node, visited, error_string); };
+  const object_name object(named);
   try {
-    record& element = bundle_record(bundle);
-    const value members = element.get("members").at(nodename);
-    const value npu_list = npus_of(nodename);
-    for (const value& npu : npu_list.as_list()) {
-      // Grows with each NPU: a message names all NPUs visited so far, the latest first.
-      object = fmt::format("NPU{},{}", npu.as_text(), object);
+    record& element = bundle.element();
+    const value& members = bundle.members().in(node.name);
+    for (const chip_view& chip : node.chips()) {
+      chip.npu.as_text();
+      ++visited;
       const member_on_npu at{
-          member, bundle, nodename, npu.as_text(), object, element, members.at(member).as_record()};
-      if (is_j2(nodename)) {
+          member, bundle, node, chip, object, element, members.in(member).as_record()};
+      if (node.is_jericho2()) {
         check_member_j2(at);
       } else {
         check_member_non_j2(at);
@@ -183,43 +182,40 @@ int check_members_BCM(std::string_view member, std::string_view bundle, std::str
   }
 }
 
-int check_sub_bundles_BCM(std::string_view sub, std::string_view bundle, std::string_view nodename,
-                          std::string_view error_string) {
-  // What the message of a failure names: the object, once it is found, on the NPU of that moment.
-  value node;
+int check_sub_bundles_BCM(std::string_view sub, const bundle_view& bundle, const node_view& node,
+                          const object_name& error_string) {
+  // What a message names: the object, once it is found, on the NPU of that moment.
   const record* element = nullptr;
   std::string_view npu;
-  const auto object = [&] {
-    return element == nullptr ? std::string(error_string)
-                              : sub_bundle_on_npu(sub, *element, npu, nodename);
+  const auto named = [&] {
+    if (element == nullptr) return error_string.text();
+    return fmt::format("{}({}), NPU {}, {}", sub, plain(element->get("ifh")), npu, node.name);
   };
+  const object_name object(named);
   try {
-    node = st().nodeinfo.get().at(nodename);
-    value chips;
     std::string lag_id;
-    for (const value& each : node.at("npu_list").as_list()) {
-      npu = each.as_text();
+    for (const chip_view& chip : node.chips()) {
+      npu = chip.npu.as_text();
       if (element == nullptr) {
-        element = &bundle_record(bundle).get("sub_bundles").at(sub).as_record();
-        chips = st().BCM.get().at(nodename);
+        element = &bundle.sub_bundle(sub);
         lag_id = plain(element->get("lagid"));
       }
-      const value tables = chips.at(npu);
-      if (is_j2(nodename)) {
-        if (tables.at("tm_lag").contains(lag_id)) continue;
-        inconsistency("Inconsistency {}: {} not found in BCM for {}", lag_id, object());
-        check_delete_pending(*element, object());
+      const value& lags = chip.lags.get();
+      if (node.is_jericho2()) {
+        if (lags.contains(lag_id)) continue;
+        inconsistency("Inconsistency {}: {} not found in BCM for {}", lag_id, object);
+        check_delete_pending(*element, object);
         continue;
       }
       const std::string lagid = "LAG " + lag_id;
-      if (tables.at("diag_lag").contains(lagid)) continue;
-      inconsistency("Inconsistency {}: {} not found in BCM for {},NPU: {}", lagid, object(), npu);
-      check_delete_pending(*element, object());
+      if (lags.contains(lagid)) continue;
+      inconsistency("Inconsistency {}: {} not found in BCM for {},NPU: {}", lagid, object, npu);
+      check_delete_pending(*element, object);
       return ERROR;
     }
     return SUCCESS;
   } catch (const std::exception& error) {
-    return log_and_count(fmt::format("{}: BCM verification failed for {}", error.what(), object()));
+    return log_and_count(fmt::format("{}: BCM verification failed for {}", error.what(), object));
   }
 }
 

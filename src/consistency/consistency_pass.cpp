@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -24,92 +25,120 @@ namespace tessel {
 
 namespace {
 
-// The nodes whose `dump` flag is set now.
-std::vector<std::string> dumped_nodes() {
-  std::vector<std::string> nodes;
+// Few enough that the sub-bundles of one bundle keep several cores busy.
+constexpr std::ptrdiff_t subs_of_a_walk = 8;
+
+using node_list = std::vector<node_view>;
+using node_turns = std::vector<const node_view*>;
+
+// A bundle and the nodes that take part. Workers share it, because those of the bundle level may
+// outlive the pass.
+struct walked_bundle {
+  std::shared_ptr<const bundle_view> bundle;
+  std::shared_ptr<const node_list> nodes;
+};
+
+// The nodes whose `dump` flag is set; after collection nothing changes it.
+std::shared_ptr<const node_list> dumped_nodes() {
+  auto nodes = std::make_shared<node_list>();
   for (const auto& [nodename, node] : st().nodeinfo.get().as_map().items()) {
-    if (node.at("dump").truthy()) nodes.push_back(nodename);
+    if (node.at("dump").truthy()) nodes->emplace_back(nodename);
   }
   return nodes;
 }
 
-bool is_asic_supported(const std::string& nodename) {
-  return st().nodeinfo.get().at(nodename).at("asic_supported").truthy();
+node_turns all_of(const node_list& nodes) {
+  node_turns turns;
+  for (const node_view& node : nodes) turns.push_back(&node);
+  return turns;
+}
+
+bool is_asic_supported(const node_view& node) {
+  return node.asic_supported.get().truthy();
 }
 
 // The first node that reports a value sets the expectation for the others. So the nodes take turns
 // at one object, in their order, and the same router gives the same findings in every run. One
 // worker walks them; what ends the check of one node does not end the walk.
+//
+// A walk may take several objects to each node: what the node holds of one lies beside what it
+// holds of the next, and a large router's tables do not fit into the processor's cache.
 template <class Check>
-std::shared_ptr<worker> start_walk(std::vector<std::string> nodenames, Check check) {
-  return start_worker([nodenames = std::move(nodenames), check = std::move(check)] {
-    for (const std::string& nodename : nodenames) run_contained([&] { check(nodename); });
+std::shared_ptr<worker> start_walk(const walked_bundle& walked, node_turns nodes,
+                                   std::vector<std::string> objects, Check check) {
+  return start_worker([walked, nodes = std::move(nodes), objects = std::move(objects), check] {
+    for (const node_view* node : nodes) {
+      for (const std::string& object : objects) {
+        run_contained([&] { check(object, *walked.bundle, *node); });
+      }
+    }
   });
 }
 
 // The pass does not wait for these workers. They are in the run-wide list, which nobody joins
 // before the stale entry check.
-void start_bundle_level(const std::string& bundle) {
+void start_bundle_level(const walked_bundle& walked) {
   run_state& run = st();
-  const auto pid = start_walk(
-      dumped_nodes(), [bundle](const std::string& nodename) { check_bundles(bundle, nodename); });
-  run.bundle_workers[bundle] = pid;
+  const std::string& name = walked.bundle->name;
+  const auto pid = start_walk(walked, all_of(*walked.nodes), {name},
+                              [](const std::string&, const bundle_view& bundle,
+                                 const node_view& node) { check_bundles(bundle, node); });
+  run.bundle_workers[name] = pid;
   run.pid_list.append(pid);
 }
 
 // The chip's members are looked up under the LAG id that the bundle level finds. Without this wait,
 // a faster member level would report them as missing.
-void wait_for_lag_id(const std::string& bundle) {
-  if (bundle_record(bundle).get("lagid") == DEFAULT) wait_for_bundle_level(bundle);
+void wait_for_lag_id(const bundle_view& bundle) {
+  if (bundle.element().get("lagid") == DEFAULT) wait_for_bundle_level(bundle.name);
 }
 
 // The members of the bundle on nodes that take part, each with its nodes. A member is on one node,
 // but the active route processor and its standby can share one record.
-std::vector<std::pair<std::string, std::vector<std::string>>> members_with_nodes(
-    const std::string& bundle) {
-  std::vector<std::pair<std::string, std::vector<std::string>>> found;
+std::vector<std::pair<std::string, node_turns>> members_with_nodes(const walked_bundle& walked) {
+  std::vector<std::pair<std::string, node_turns>> found;
   std::unordered_map<std::string, std::size_t> positions;
-  const value members = bundle_record(bundle).get("members");
-  for (const std::string& nodename : dumped_nodes()) {
-    if (!members.contains(nodename)) continue;
-    for (const std::string& member : members.at(nodename).as_map().keys()) {
+  const value& members = walked.bundle->members();
+  for (const node_view& node : *walked.nodes) {
+    if (!members.contains(node.name)) continue;
+    for (const std::string& member : members.in(node.name).as_map().keys()) {
       const auto [at, is_new] = positions.try_emplace(member, found.size());
-      if (is_new) found.emplace_back(member, std::vector<std::string>());
-      found[at->second].second.push_back(nodename);
+      if (is_new) found.emplace_back(member, node_turns());
+      found[at->second].second.push_back(&node);
     }
   }
   return found;
 }
 
-void run_member_level(const std::string& bundle) {
+void run_member_level(const walked_bundle& walked) {
   worker_list pid_list_members;
-  for (auto& [member, nodenames] : members_with_nodes(bundle)) {
-    pid_list_members.append(
-        start_walk(std::move(nodenames), [member = member, bundle](const std::string& nodename) {
-          check_members(member, bundle, nodename);
-        }));
+  for (auto& [member, nodes] : members_with_nodes(walked)) {
+    pid_list_members.append(start_walk(walked, std::move(nodes), {member}, check_members));
   }
   pid_list_members.join_all();
 }
 
 // Checks every node that takes part, with or without members of the bundle.
-void run_sub_bundle_level(const std::string& bundle) {
+void run_sub_bundle_level(const walked_bundle& walked) {
   worker_list pid_list_sub;
-  const std::vector<std::string> nodenames = dumped_nodes();
-  for (const std::string& sub : bundle_record(bundle).get("sub_bundles").as_map().keys()) {
-    pid_list_sub.append(start_walk(nodenames, [sub, bundle](const std::string& nodename) {
-      check_sub_bundles(sub, bundle, nodename);
-    }));
+  const std::vector<std::string> subs = walked.bundle->sub_bundles().as_map().keys();
+  for (auto from = subs.begin(); from != subs.end();) {
+    const auto to = from + std::min<std::ptrdiff_t>(subs_of_a_walk, subs.end() - from);
+    pid_list_sub.append(start_walk(walked, all_of(*walked.nodes), {from, to}, check_sub_bundles));
+    from = to;
   }
   pid_list_sub.join_all();
 }
 
-void check_one_bundle(const std::string& bundle) {
+// Makes `nodes` at the first bundle that gets so far.
+void check_one_bundle(const std::string& bundle, std::shared_ptr<const node_list>& nodes) {
   if (!check_bundles_PI(bundle)) return;
   if (!check_sub_bundles_PI(bundle)) return;
-  start_bundle_level(bundle);
-  run_member_level(bundle);
-  run_sub_bundle_level(bundle);
+  if (!nodes) nodes = dumped_nodes();
+  const walked_bundle walked{std::make_shared<const bundle_view>(bundle), nodes};
+  start_bundle_level(walked);
+  run_member_level(walked);
+  run_sub_bundle_level(walked);
 }
 
 }  // namespace
@@ -122,8 +151,9 @@ int check_bundle_consistency() {
       ++run.exception;
       logger("INFO: bundle scale check failed", "exception");
     }
+    std::shared_ptr<const node_list> nodes;
     for (const std::string& bundle : run.tesselDb.as_map().keys()) {
-      if (bundle != "hqos") check_one_bundle(bundle);
+      if (bundle != "hqos") check_one_bundle(bundle, nodes);
     }
     return SUCCESS;
   } catch (const std::exception& error) {
@@ -131,61 +161,60 @@ int check_bundle_consistency() {
   }
 }
 
-int check_bundles(const std::string& bundle, const std::string& nodename) {
+int check_bundles(const bundle_view& bundle, const node_view& node) {
   try {
-    const record& element = bundle_record(bundle);
-    const std::string error_string =
-        fmt::format("{}({}), {}", bundle, plain(element.get("ifh")), nodename);
-    if (element.get("members").contains(nodename) &&
-        !check_bundles_PD(bundle, nodename, error_string)) {
+    const value ifh = bundle.element().get("ifh");
+    const auto named = [&] {
+      return fmt::format("{}({}), {}", bundle.name, plain(ifh), node.name);
+    };
+    const object_name error_string(named);
+    if (bundle.members().contains(node.name) && !check_bundles_PD(bundle, node, error_string)) {
       return ERROR;
     }
-    if (!check_bundles_DPA(bundle, nodename, error_string)) return ERROR;
-    if (is_asic_supported(nodename) && !check_bundles_BCM(bundle, nodename, error_string)) {
-      return ERROR;
-    }
+    if (!check_bundles_DPA(bundle, node, error_string)) return ERROR;
+    if (is_asic_supported(node) && !check_bundles_BCM(bundle, node, error_string)) return ERROR;
     return SUCCESS;
   } catch (const std::exception& error) {
     return log_and_count(fmt::format("{}: Bundle consistency check failed for {}, {}", error.what(),
-                                     bundle, nodename));
+                                     bundle.name, node.name));
   }
 }
 
-int check_members(const std::string& member, const std::string& bundle,
-                  const std::string& nodename) {
+int check_members(std::string_view member, const bundle_view& bundle, const node_view& node) {
   try {
-    const std::string error_string = fmt::format("{},{}({}), {}", member, bundle,
-                                                 plain(bundle_record(bundle).get("ifh")), nodename);
-    if (!check_members_PI(member, bundle, nodename, error_string)) return ERROR;
-    if (!check_members_PD(member, bundle, nodename, error_string)) return ERROR;
-    if (!check_members_DPA(member, bundle, nodename, error_string)) return ERROR;
-    if (!is_asic_supported(nodename)) return SUCCESS;
+    const value ifh = bundle.element().get("ifh");
+    const auto named = [&] {
+      return fmt::format("{},{}({}), {}", member, bundle.name, plain(ifh), node.name);
+    };
+    const object_name error_string(named);
+    if (!check_members_PI(member, bundle, node, error_string)) return ERROR;
+    if (!check_members_PD(member, bundle, node, error_string)) return ERROR;
+    if (!check_members_DPA(member, bundle, node, error_string)) return ERROR;
+    if (!is_asic_supported(node)) return SUCCESS;
     wait_for_lag_id(bundle);
-    if (!check_members_BCM(member, bundle, nodename, error_string)) return ERROR;
+    if (!check_members_BCM(member, bundle, node, error_string)) return ERROR;
     return SUCCESS;
   } catch (const std::exception& error) {
     return log_and_count(fmt::format("{}: Member consistency check failed for {} {}, {}",
-                                     error.what(), member, bundle, nodename));
+                                     error.what(), member, bundle.name, node.name));
   }
 }
 
-int check_sub_bundles(const std::string& sub_bdl, const std::string& bundle,
-                      const std::string& nodename) {
+int check_sub_bundles(std::string_view sub_bdl, const bundle_view& bundle, const node_view& node) {
   try {
-    const record& element = bundle_record(bundle).get("sub_bundles").at(sub_bdl).as_record();
-    const std::string error_string =
-        fmt::format("{}({}),{}", sub_bdl, plain(element.get("ifh")), nodename);
+    const value ifh = bundle.sub_bundle(sub_bdl).get("ifh");
+    const auto named = [&] { return fmt::format("{}({}),{}", sub_bdl, plain(ifh), node.name); };
+    const object_name error_string(named);
     // Without hierarchical QoS, sub-bundles have no LAG of their own.
-    if (!st().tesselDb.at("hqos").truthy()) return SUCCESS;
-    if (!check_sub_bundles_DPA(sub_bdl, bundle, nodename, error_string)) return ERROR;
-    if (is_asic_supported(nodename) &&
-        !check_sub_bundles_BCM(sub_bdl, bundle, nodename, error_string)) {
+    if (!st().tesselDb.in("hqos").truthy()) return SUCCESS;
+    if (!check_sub_bundles_DPA(sub_bdl, bundle, node, error_string)) return ERROR;
+    if (is_asic_supported(node) && !check_sub_bundles_BCM(sub_bdl, bundle, node, error_string)) {
       return ERROR;
     }
     return SUCCESS;
   } catch (const std::exception& error) {
     return log_and_count(fmt::format("{}: Sub-Bundle consistency check failed for {} {}, {}",
-                                     error.what(), sub_bdl, bundle, nodename));
+                                     error.what(), sub_bdl, bundle.name, node.name));
   }
 }
 

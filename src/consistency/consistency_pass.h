@@ -7,8 +7,9 @@
 // expectation for the others.
 #pragma once
 
-#include <string>
 #include <string_view>
+
+#include "consistency/views.h"
 
 namespace tessel {
 
@@ -20,11 +21,9 @@ int check_bundle_consistency();
 
 // Check one bundle, one of its members or one of its sub-bundles on one node. When a layer
 // disagrees, the layers below it are not compared. Each returns SUCCESS or ERROR; failures are
-// logged and counted. Each call runs on a worker of its own.
-int check_bundles(const std::string& bundle, const std::string& nodename);
-int check_members(const std::string& member, const std::string& bundle,
-                  const std::string& nodename);
-int check_sub_bundles(const std::string& sub_bdl, const std::string& bundle,
-                      const std::string& nodename);
+// logged and counted. Called on the worker that walks the nodes of the object.
+int check_bundles(const bundle_view& bundle, const node_view& node);
+int check_members(std::string_view member, const bundle_view& bundle, const node_view& node);
+int check_sub_bundles(std::string_view sub_bdl, const bundle_view& bundle, const node_view& node);
 
 }  // namespace tessel

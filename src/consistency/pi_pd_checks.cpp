@@ -13,8 +13,8 @@ namespace tessel {
 
 namespace {
 
-bool is_standby(std::string_view nodename) {
-  return st().nodeinfo.get().at(nodename).at("act_standby") == "Standby";
+bool is_standby(const node_view& node) {
+  return node.act_standby.get() == "Standby";
 }
 
 }  // namespace
@@ -53,11 +53,11 @@ int check_sub_bundles_PI(std::string_view bundle) {
   }
 }
 
-int check_members_PI(std::string_view member, std::string_view bundle, std::string_view nodename,
-                     std::string_view error_string) {
+int check_members_PI(std::string_view member, const bundle_view& bundle, const node_view& node,
+                     const object_name& error_string) {
   try {
-    const value members = bundle_record(bundle).get("members").at(nodename);
-    const value pi_members = st().bdlInfoPI.get().at(bundle).at("members");
+    const value members = bundle.members().at(node.name);
+    const value pi_members = st().bdlInfoPI.get().at(bundle.name).at("members");
     if (!is_entry_present(member, pi_members, "BM PI Member", error_string)) return ERROR;
     record& element = members.at(member).as_record();
     element.set("ifh", pi_members.at(member).at("mifh"));
@@ -69,27 +69,27 @@ int check_members_PI(std::string_view member, std::string_view bundle, std::stri
   }
 }
 
-int check_bundles_PD(std::string_view bundle, std::string_view nodename,
-                     std::string_view error_string) {
+int check_bundles_PD(const bundle_view& bundle, const node_view& node,
+                     const object_name& error_string) {
   try {
-    if (is_standby(nodename)) return SUCCESS;
+    if (is_standby(node)) return SUCCESS;
     const value bdlInfoPD = st().bdlInfoPD.get();
-    if (!is_entry_present(bundle, bdlInfoPD, "BME", error_string)) return ERROR;
-    const value pd = bdlInfoPD.at(bundle);
-    if (!is_node_present(nodename, pd, "Bundle", "BME")) return ERROR;
-    return check_lagid(pd.at(nodename).at("lagid"), bundle_record(bundle), error_string, "BME");
+    if (!is_entry_present(bundle.name, bdlInfoPD, "BME", error_string)) return ERROR;
+    const value pd = bdlInfoPD.at(bundle.name);
+    if (!is_node_present(node.name, pd, "Bundle", "BME")) return ERROR;
+    return check_lagid(pd.at(node.name).at("lagid"), bundle.element(), error_string, "BME");
   } catch (const std::exception& error) {
     return log_and_count(
         fmt::format("{}: BME Bundle verification failed for {}", error.what(), error_string));
   }
 }
 
-int check_members_PD(std::string_view member, std::string_view bundle, std::string_view nodename,
-                     std::string_view error_string) {
+int check_members_PD(std::string_view member, const bundle_view& bundle, const node_view& node,
+                     const object_name& error_string) {
   try {
-    if (is_standby(nodename)) return SUCCESS;
-    const value members = bundle_record(bundle).get("members").at(nodename);
-    const value pd_members = st().bdlInfoPD.get().at(bundle).at("members").at(nodename);
+    if (is_standby(node)) return SUCCESS;
+    const value members = bundle.members().at(node.name);
+    const value pd_members = st().bdlInfoPD.get().at(bundle.name).at("members").at(node.name);
     if (!is_entry_present(member, pd_members, "BME", error_string)) return ERROR;
     record& element = members.at(member).as_record();
     const value pd_member = pd_members.at(member);

@@ -8,6 +8,9 @@
 
 #include <string_view>
 
+#include "checks/object_name.h"
+#include "consistency/views.h"
+
 namespace tessel {
 
 // Copies handle, MAC and MTU of the bundle into its record. Main thread.
@@ -18,15 +21,15 @@ int check_bundles_PI(std::string_view bundle);
 int check_sub_bundles_PI(std::string_view bundle);
 
 // Copies handle and MTU of the member into its record. Called on the member's worker.
-int check_members_PI(std::string_view member, std::string_view bundle, std::string_view nodename,
-                     std::string_view error_string);
+int check_members_PI(std::string_view member, const bundle_view& bundle, const node_view& node,
+                     const object_name& error_string);
 
 // Compares the agent's LAG id. Skips a standby node. Called on the bundle's worker.
-int check_bundles_PD(std::string_view bundle, std::string_view nodename,
-                     std::string_view error_string);
+int check_bundles_PD(const bundle_view& bundle, const node_view& node,
+                     const object_name& error_string);
 
 // Compares the agent's NPU and member id. Skips a standby node. Called on the member's worker.
-int check_members_PD(std::string_view member, std::string_view bundle, std::string_view nodename,
-                     std::string_view error_string);
+int check_members_PD(std::string_view member, const bundle_view& bundle, const node_view& node,
+                     const object_name& error_string);
 
 }  // namespace tessel

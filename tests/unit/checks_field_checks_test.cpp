@@ -17,7 +17,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using field_checks_test = logged_test;
 
-using field_check = int (*)(const value&, record&, string_view, string_view);
+using field_check = int (*)(const value&, record&, const object_name&, string_view);
 
 // The checks that store the reported value in a field that is not set.
 struct expecting_check {

@@ -443,6 +443,41 @@ TEST_F(pass_test, the_nodes_take_turns_at_a_sub_bundle) {
   EXPECT_EQ(findings().size(), 100U);
 }
 
+// One worker takes several sub-bundles to each node, and there is more than one such worker.
+TEST_F(pass_test, the_nodes_take_turns_at_each_of_many_sub_bundles) {
+  constexpr int subs = 41;
+  st().num_sub_bundles_l2 = subs;
+  std::string listing;
+  for (int number = 0; number < subs; ++number) {
+    const std::string sub = fmt::format("BE12.{}", 1000 + number);
+    const std::string ifh = fmt::format("0x4000{:03x}", number);
+    listing += fmt::format("{} {}  up\n", ifh, sub);
+    bundle().get("sub_bundles").as_map().set(sub, new_record<subBundles>());
+    for (const string_view nodename : {be12::older, be12::j2}) {
+      put(st().DPA.get(), {nodename, "lagport", ifh},
+          map_of({{"lagid", fmt::format("{}{:x}", nodename == be12::older ? "0xa" : "0xb", number)},
+                  {"deletePending", 0},
+                  {"Visited", 0}}));
+      put(st().DPA.get(), {nodename, "l2intf", ifh}, map_of({{"lif", "0x00012348"}}));
+    }
+    for (const char* npu : {"0", "1"}) {
+      put(st().BCM.get(), {be12::older, npu, "diag_lag", fmt::format("LAG 0xa{:x}", number)},
+          make_map());
+    }
+  }
+  st().bdlSubPI.set(std::string(st().bdlSubPI.get().as_text()) + listing);
+  EXPECT_EQ(run_pass_to_the_end(), SUCCESS);
+  EXPECT_EQ(counted(), (outcome{.inconsistent = subs}));
+  for (int number = 0; number < subs; ++number) {
+    const std::string sub = fmt::format("BE12.{}", 1000 + number);
+    EXPECT_EQ(sub_record(sub).get("lagid"), fmt::format("0xa{:x}", number)) << "the first node";
+    EXPECT_THAT(findings(), testing::Contains(testing::EndsWith(fmt::format(
+                                ":{}(0x4000{:03x}),0/1/CPU0 Lag ID is not consistent in "
+                                "DPA_Sub_Bundles:0xa{:x}, Expected:0xb{:x}",
+                                sub, number, number, number))));
+  }
+}
+
 // --- the three drivers
 
 TEST_F(pass_test, a_layer_that_disagrees_keeps_the_layers_below_it_from_being_compared) {

@@ -23,7 +23,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using consistency_threads_test = bundle_test;
 
-using field_check = int (*)(const value&, record&, string_view, string_view);
+using field_check = int (*)(const value&, record&, const object_name&, string_view);
 
 struct checked_field {
   field_check check;
