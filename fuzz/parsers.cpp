@@ -205,15 +205,15 @@ void sem_tables(const texts& all) {
   set_table(node, npu, "SEMB", all[1]);
   for (const std::string& key : {word_behind("Key=0x", all[0], "1005"),
                                  word_behind("Key=0x", all[1], "1005"), std::string("no key")}) {
-    verify_sem_entry(any_llif, node, npu, key);
-    verify_sem_entry("5", node, npu, key);
+    verify_sem_entry(any_llif, {node, npu}, key);
+    verify_sem_entry("5", {node, npu}, key);
   }
 }
 
 void vsi_table(const texts& all) {
   set_table(node, npu, "VSI", all[0]);
   const auto bundle = bundle_with("rif", word_behind("IHP0[", all[0], "5"));
-  verify_rif_entry(*bundle, node, npu, object, 0);
+  verify_rif_entry(*bundle, {node, npu}, object, 0);
 }
 
 void vsi_table_j2(const texts& all) {
@@ -223,7 +223,7 @@ void vsi_table_j2(const texts& all) {
   const std::vector<std::string> rifs = table.as_map().keys();
   for (std::size_t at = 0; at < std::min(rifs.size(), most_rows); ++at) {
     const auto bundle = bundle_with("rif", rifs[at]);
-    verify_rif_entry_j2(*bundle, node, npu, object, 0, rifs[at]);
+    verify_rif_entry_j2(*bundle, {node, npu}, object, 0, rifs[at]);
   }
 }
 
@@ -233,7 +233,7 @@ void lif_map(const texts& all) {
   const value lifs = parse_lif_entries(all[1]);
   set_table(node, npu, "lif", lifs);
   const std::vector<std::string> pp_ports = lifs.as_map().keys();
-  verify_sem_entry_j2("", node, npu, pp_ports.empty() ? "1" : pp_ports.front(), "0x4001");
+  verify_sem_entry_j2("", {node, npu}, pp_ports.empty() ? "1" : pp_ports.front(), "0x4001");
 }
 
 // Each NPU of a chassis reads all tables of its chip, so more NPUs than a chassis has only cost

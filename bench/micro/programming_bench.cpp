@@ -158,7 +158,7 @@ void sem_searches_indexed(benchmark::State& state) {
   for (auto _ : state) {
     tessel::st().indexes.clear();
     for (int row = 0; row < rows; ++row) {
-      benchmark::DoNotOptimize(tessel::sem_payload_of(table, key_of(row)));
+      benchmark::DoNotOptimize(tessel::sem_table(table).payload_of(key_of(row)));
     }
   }
   state.SetComplexityN(state.range(0));

@@ -1,6 +1,8 @@
 #include "programming/chip_rows.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <unordered_map>
@@ -9,14 +11,14 @@
 
 #include "base/text.h"
 #include "base/value.h"
+#include "base/worker.h"
 #include "run/state.h"
 
 namespace tessel {
 
-namespace {
-
 // The words before a payload. Keys have only a few lengths. Each length that is looked up gets a
-// map from the last characters of each word, in that length, to the first payload.
+// map from the last characters of each word, in that length, to the first payload. It is made once
+// and then read without a lock.
 class sem_rows {
  public:
   explicit sem_rows(std::string_view table) {
@@ -29,31 +31,47 @@ class sem_rows {
     has_braced_ = !findall(braced, table).empty();
   }
 
-  std::optional<std::string> find(std::string_view key) const {
-    const std::lock_guard lock(mutex_);
-    const auto [slot, is_new] = by_length_.try_emplace(key.size());
-    if (is_new) fill(slot->second, key.size());
-    const auto payload = slot->second.get(key);
-    return payload ? std::optional<std::string>(payload->as_text()) : std::nullopt;
+  std::optional<std::string_view> find(std::string_view key) const {
+    const value* payload = payloads_of(key.size()).look_up(key);
+    return payload == nullptr ? std::nullopt : std::optional(payload->as_text());
   }
 
   bool has_braced() const { return has_braced_; }
 
  private:
-  void fill(tessel::map& payloads, std::size_t length) const {
-    payloads.reserve(rows_.size());
+  static constexpr std::size_t longest_published = 31;
+
+  const tessel::map& payloads_of(std::size_t length) const {
+    if (length <= longest_published) {
+      const tessel::map* known = published_[length].load(std::memory_order_acquire);
+      if (known != nullptr) return *known;
+    }
+    const patient_lock lock(mutex_);
+    auto found = by_length_.find(length);
+    if (found == by_length_.end()) found = by_length_.emplace(length, payloads(length)).first;
+    const tessel::map& made = found->second.as_map();
+    if (length <= longest_published) published_[length].store(&made, std::memory_order_release);
+    return made;
+  }
+
+  value payloads(std::size_t length) const {
+    value made = make_map(rows_.size());
     for (const auto& [word, payload] : rows_) {
       if (word.size() < length) continue;
       const std::string_view end = tail(word, length);
-      if (!payloads.contains(end)) payloads.set(end, payload);
+      if (!made.contains(end)) made.as_map().set(end, payload);
     }
+    return made;
   }
 
   std::vector<std::pair<std::string_view, std::string_view>> rows_;
   bool has_braced_ = false;
   mutable std::mutex mutex_;
-  mutable std::map<std::size_t, tessel::map> by_length_;  // guarded by mutex_
+  mutable std::map<std::size_t, value> by_length_;  // guarded by mutex_; what it holds is constant
+  mutable std::array<std::atomic<const tessel::map*>, longest_published + 1> published_{};
 };
+
+namespace {
 
 constexpr std::string_view mac_name = "MY_MAC=0x";
 
@@ -103,15 +121,20 @@ bool has_fixed_length(std::string_view key) {
 
 }  // namespace
 
-std::optional<std::string> sem_payload_of(const raw_table& table, std::string_view key) {
-  if (!key.empty() && is_one_word(key)) return st().indexes.get<sem_rows>(table)->find(key);
-  const std::string_view search = has_fixed_length(key) ? sem_payload : sem_definition;
-  const matches found = findall(pattern(fill(search, {key})), *table);
-  return found.empty() ? std::nullopt : std::optional<std::string>(found.text(0));
+const sem_rows& sem_table::rows() const {
+  if (!rows_) rows_ = st().indexes.get<sem_rows>(table_);
+  return *rows_;
 }
 
-bool has_braced_sem_row(const raw_table& table) {
-  return st().indexes.get<sem_rows>(table)->has_braced();
+std::optional<std::string_view> sem_table::payload_of(std::string_view key) const {
+  if (!key.empty() && is_one_word(key)) return rows().find(key);
+  const std::string_view search = has_fixed_length(key) ? sem_payload : sem_definition;
+  const matches found = findall(pattern(fill(search, {key})), *table_);
+  return found.empty() ? std::nullopt : std::optional(found.text(0));
+}
+
+bool sem_table::has_braced_row() const {
+  return rows().has_braced();
 }
 
 std::optional<std::string> vsi_mac_of(const raw_table& table, std::string_view rif) {

@@ -18,19 +18,12 @@ namespace {
 
 constexpr std::size_t compared_mac_digits = 3;
 
-value table_of(std::string_view nodename, std::string_view npu, std::string_view key,
-               here where = here::current()) {
-  const value kept = st().chip_tables.get();
-  const value tables = kept.kind() == value_kind::none ? st().BCM.get() : kept;
-  return tables.at(nodename, where).at(npu, where).at(key, where);
-}
-
 std::int64_t low_bits_of_mac(const record& obj) {
   const std::string mac = obj.get("mac").as_text();
   return to_hexadecimal(tail(mac, compared_mac_digits)) & mask;
 }
 
-void report_rif_missing(const record& obj, std::string_view err) {
+void report_rif_missing(const record& obj, const object_name& err) {
   report_programming_error("Programming Error {}: DPA RIF {} not found in BCM for {}",
                            plain(obj.get("rif")), err);
 }
@@ -38,7 +31,7 @@ void report_rif_missing(const record& obj, std::string_view err) {
 }  // namespace
 
 int verify_vlan_domain(const value& bundle_vd, const value& member_vd, const value& member,
-                       std::string_view err) {
+                       const object_name& err) {
   try {
     if (bundle_vd == member_vd) return SUCCESS;
     return report_programming_error(
@@ -50,14 +43,13 @@ int verify_vlan_domain(const value& bundle_vd, const value& member_vd, const val
   }
 }
 
-value verify_sem_entry(std::string_view llif, std::string_view nodename, std::string_view npu,
-                       std::string_view key) {
+value verify_sem_entry(std::string_view llif, const chip& where, std::string_view key) {
   try {
-    for (const std::string_view name : {"SEMA", "SEMB"}) {
-      const raw_table table = table_of(nodename, npu, name).as_shared_text();
+    for (const sem_name name : {sem_name::a, sem_name::b}) {
+      const sem_table& table = where.sem(name);
       if (llif != any_llif) {
-        if (has_braced_sem_row(table)) return SUCCESS;
-      } else if (const auto payload = sem_payload_of(table, key)) {
+        if (table.has_braced_row()) return SUCCESS;
+      } else if (const auto payload = table.payload_of(key)) {
         return convert_to_hex(*payload);
       }
     }
@@ -67,13 +59,13 @@ value verify_sem_entry(std::string_view llif, std::string_view nodename, std::st
   }
 }
 
-int verify_sem_entry_j2(std::string_view, std::string_view nodename, std::string_view npu,
-                        std::string_view pp_port, std::string_view glif) {
+int verify_sem_entry_j2(std::string_view, const chip& where, std::string_view pp_port,
+                        std::string_view glif) {
   try {
     static const pattern& in_lif = constant(R"(\s+IN_LIF\s+(\d+))");
-    const value lif = table_of(nodename, npu, "lif").at(pp_port);
+    const value lif = where.table("lif").at(pp_port);
     const std::string_view digits = glif_tail(glif);
-    const value lif_map = ask_lif_map(nodename, npu, digits);
+    const value lif_map = ask_lif_map(where.nodename(), where.npu(), digits);
     const matches found = findall(in_lif, lif_map.as_text());
     if (found.empty()) throw failure(fmt::format("no in-LIF for {}", digits));
     return lif == found.text(0) ? SUCCESS : ERROR;
@@ -82,12 +74,11 @@ int verify_sem_entry_j2(std::string_view, std::string_view nodename, std::string
   }
 }
 
-int verify_rif_entry(const record& obj, std::string_view nodename, std::string_view npu,
-                     std::string_view err, int is_sub) {
+int verify_rif_entry(const record& obj, const chip& where, const object_name& err, int is_sub) {
   try {
     if (is_sub) return SUCCESS;
     const std::string rif = std::to_string(to_integer(obj.get("rif")));
-    const auto bcmMac = vsi_mac_of(table_of(nodename, npu, "VSI").as_shared_text(), rif);
+    const auto bcmMac = vsi_mac_of(where.table("VSI").as_shared_text(), rif);
     if (!bcmMac) {
       report_rif_missing(obj, err);
       return SUCCESS;
@@ -104,12 +95,12 @@ int verify_rif_entry(const record& obj, std::string_view nodename, std::string_v
   }
 }
 
-int verify_rif_entry_j2(const record& obj, std::string_view nodename, std::string_view npu,
-                        std::string_view err, int is_sub, const value& rif) {
+int verify_rif_entry_j2(const record& obj, const chip& where, const object_name& err, int is_sub,
+                        const value& rif) {
   try {
     if (is_sub) return SUCCESS;
     const std::string row = plain(convert_hex_to_int(rif));
-    const std::int64_t bcmMac = to_decimal(table_of(nodename, npu, "VSI").at(row));
+    const std::int64_t bcmMac = to_decimal(where.table("VSI").at(row));
     if (bcmMac == 0) {
       report_rif_missing(obj, err);
       return SUCCESS;

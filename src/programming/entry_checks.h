@@ -3,7 +3,8 @@
 //
 // Disagreements are numbered and logged on the channel "programming_error". Failures (a missing
 // NPU, a table that holds ERROR, a text that is not a number) are logged, counted and returned as
-// ERROR. `err` names the object, NPU and node. Called on the workers of the programming pass.
+// ERROR. `err` names the object, NPU and node, `where` is the chip. Called on the workers of the
+// programming pass.
 #pragma once
 
 #include <cstdint>
@@ -12,6 +13,8 @@
 
 #include "base/records.h"
 #include "base/value.h"
+#include "checks/object_name.h"
+#include "programming/chip.h"
 
 namespace tessel {
 
@@ -23,28 +26,26 @@ inline constexpr std::string_view any_llif = R"(\w+)";
 
 // SUCCESS if the two VLAN domains are equal as texts: the notation counts too.
 int verify_vlan_domain(const value& bundle_vd, const value& member_vd, const value& member,
-                       std::string_view err);
+                       const object_name& err);
 
 // Looks up `key` in the earlier chips' tables SEMA and then SEMB. With `any_llif`, returns the
 // payload as hexadecimal text, or ERROR. With any other `llif`, returns SUCCESS or, in practice
 // always, ERROR.
-value verify_sem_entry(std::string_view llif, std::string_view nodename, std::string_view npu,
-                       std::string_view key);
+value verify_sem_entry(std::string_view llif, const chip& where, std::string_view key);
 
 // Jericho2: SUCCESS if the chip maps `glif` to the LIF that its table has for `pp_port`. No pass
 // calls it, because none verifies LIFs on this family yet. It is kept as the only reader of the
 // table "lif".
-int verify_sem_entry_j2(std::string_view llif, std::string_view nodename, std::string_view npu,
-                        std::string_view pp_port, std::string_view glif);
+int verify_sem_entry_j2(std::string_view llif, const chip& where, std::string_view pp_port,
+                        std::string_view glif);
 
 // Compares the low ten bits of a bundle's MAC with the earlier chip's VSI table, in the row of the
 // bundle's RIF. Skips sub-bundles (`is_sub` 1). Returns SUCCESS, also after a finding.
-int verify_rif_entry(const record& obj, std::string_view nodename, std::string_view npu,
-                     std::string_view err, int is_sub);
+int verify_rif_entry(const record& obj, const chip& where, const object_name& err, int is_sub);
 
 // The same on Jericho2, for RIF `rif`. A MAC that differs is counted and becomes this function's
 // own failure; it has no message of its own.
-int verify_rif_entry_j2(const record& obj, std::string_view nodename, std::string_view npu,
-                        std::string_view err, int is_sub, const value& rif);
+int verify_rif_entry_j2(const record& obj, const chip& where, const object_name& err, int is_sub,
+                        const value& rif);
 
 }  // namespace tessel

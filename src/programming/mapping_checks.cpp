@@ -23,7 +23,7 @@ bool has_rif_to_verify(const record& obj) {
   return !obj.get("is_l2").truthy() && !(obj.get("rif") == DEFAULT);
 }
 
-void report_sem_missing(const record& obj, std::string_view err) {
+void report_sem_missing(const record& obj, const object_name& err) {
   report_programming_error("Programming Error {}: SEMA/B entry is not present for glif {},{}",
                            plain(obj.get("glif")), err);
   check_delete_pending(obj, err);
@@ -38,10 +38,9 @@ std::string neighbour(const value& llif, std::int64_t distance) {
   return std::to_string(llif.as_integer() + distance);
 }
 
-bool has_sem_entry(const value& llif, std::string_view nodename, std::string_view npu,
-                   std::string_view key) {
+bool has_sem_entry(const value& llif, const chip& where, std::string_view key) {
   const auto present = [&](const std::string& number) {
-    return verify_sem_entry(strip_set(number, "0x"), nodename, npu, key).truthy();
+    return verify_sem_entry(strip_set(number, "0x"), where, key).truthy();
   };
   return present(plain(llif)) || present(neighbour(llif, 1)) || present(neighbour(llif, -1));
 }
@@ -49,7 +48,7 @@ bool has_sem_entry(const value& llif, std::string_view nodename, std::string_vie
 }  // namespace
 
 int get_glif_to_llif_vsi_mapping(std::string_view nodename, std::string_view npu, record& obj,
-                                 std::string_view err, value* llif) {
+                                 const object_name& err, value* llif) {
   try {
     const std::string full_glif = obj.get("glif").as_text();
     const std::string_view glif = glif_tail(full_glif);
@@ -72,9 +71,8 @@ int get_glif_to_llif_vsi_mapping(std::string_view nodename, std::string_view npu
   }
 }
 
-int verify_lif_rif_mac_mapping_key_llif(record& obj, std::string_view nodename,
-                                        std::string_view npu, std::string_view key,
-                                        std::string_view err, int is_sub) {
+int verify_lif_rif_mac_mapping_key_llif(record& obj, const chip& where, std::string_view key,
+                                        const object_name& err, int is_sub) {
   try {
     if (obj.get("glif") == DEFAULT) {
       // A note for support, which is neither counted nor shown to the operator.
@@ -85,9 +83,10 @@ int verify_lif_rif_mac_mapping_key_llif(record& obj, std::string_view nodename,
       return SUCCESS;
     }
     value llif;
-    if (!get_glif_to_llif_vsi_mapping(nodename, npu, obj, err, &llif)) return SUCCESS;
-    if (!has_sem_entry(llif, nodename, npu, key)) report_sem_missing(obj, err);
-    if (has_rif_to_verify(obj)) verify_rif_entry(obj, nodename, npu, err, is_sub);
+    if (!get_glif_to_llif_vsi_mapping(where.nodename(), where.npu(), obj, err, &llif))
+      return SUCCESS;
+    if (!has_sem_entry(llif, where, key)) report_sem_missing(obj, err);
+    if (has_rif_to_verify(obj)) verify_rif_entry(obj, where, err, is_sub);
     return SUCCESS;
   } catch (const std::exception& error) {
     return log_and_count(
@@ -95,16 +94,16 @@ int verify_lif_rif_mac_mapping_key_llif(record& obj, std::string_view nodename,
   }
 }
 
-int verify_lif_rif_mac_mapping_key_vd(record& obj, std::string_view nodename, std::string_view npu,
-                                      std::string_view key, std::string_view err, int is_sub) {
+int verify_lif_rif_mac_mapping_key_vd(record& obj, const chip& where, std::string_view key,
+                                      const object_name& err, int is_sub) {
   try {
-    const value llif = verify_sem_entry(any_llif, nodename, npu, key);
+    const value llif = verify_sem_entry(any_llif, where, key);
     if (llif == ERROR) {
       report_sem_missing(obj, err);
     } else {
       obj.set("llif", llif);
     }
-    if (has_rif_to_verify(obj)) verify_rif_entry(obj, nodename, npu, err, is_sub);
+    if (has_rif_to_verify(obj)) verify_rif_entry(obj, where, err, is_sub);
     return SUCCESS;
   } catch (const std::exception& error) {
     return log_and_count(
@@ -112,14 +111,13 @@ int verify_lif_rif_mac_mapping_key_vd(record& obj, std::string_view nodename, st
   }
 }
 
-int verify_lif_rif_mac_mapping_key_vd_j2(record& obj, std::string_view nodename,
-                                         std::string_view npu, const value&, std::string_view err,
-                                         int is_sub) {
+int verify_lif_rif_mac_mapping_key_vd_j2(record& obj, const chip& where, const value&,
+                                         const object_name& err, int is_sub) {
   try {
     // Only to fail if the record has no such field.
     convert_hex_to_int(obj.get("lagid"));
     if (has_rif_to_verify(obj)) {
-      verify_rif_entry_j2(obj, nodename, npu, err, is_sub, obj.get("rif"));
+      verify_rif_entry_j2(obj, where, err, is_sub, obj.get("rif"));
     }
     return SUCCESS;
   } catch (const std::exception& error) {

@@ -1,7 +1,9 @@
 #include "programming/programming_pass.h"
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
 
+#include <cstdint>
 #include <unordered_set>
 
 #include "base/dump.h"
@@ -25,9 +27,9 @@ constexpr int of_bundle = 0;
 constexpr int of_sub_bundle = 1;
 
 // Names a bundle or sub-bundle on one NPU of a node.
-std::string object_on_npu(std::string_view name, const record& element, const value& npu,
+std::string object_on_npu(std::string_view name, const record& element, std::string_view npu,
                           std::string_view nodename) {
-  return fmt::format("{}({}) NPU {},{}", name, plain(element.get("ifh")), plain(npu), nodename);
+  return fmt::format("{}({}) NPU {},{}", name, plain(element.get("ifh")), npu, nodename);
 }
 
 // Reports a missing VLAN domain only if the run has no earlier inconsistency or failure, which
@@ -50,7 +52,8 @@ void start_npus(const std::string& bundle, const std::string& nodename, worker_l
   for (const auto& [mName, mem] : members.as_map().items()) {
     const record& port = mem.as_record();
     const std::string npu = port.get("npu_id").as_text();
-    const std::string err = object_on_npu(bundle, element, npu, nodename);
+    const auto named = [&] { return object_on_npu(bundle, element, npu, nodename); };
+    const object_name err(named);
     const value bundle_vd = element.get("vlan_domain").at(nodename).at(npu);
     const bool j2 = is_j2(nodename) != ERROR;
     if (!j2 && !verify_vlan_domain(bundle_vd, port.get("vlan_domain").at(nodename),
@@ -61,7 +64,8 @@ void start_npus(const std::string& bundle, const std::string& nodename, worker_l
     const std::string vd(strip_set(bundle_vd.as_text(), "0x"));
     if (!started.insert(npu).second) continue;
     const auto task = j2 ? check_bdl_prgm_task_j2 : check_bdl_prgm_task;
-    workers.append(start_worker([=, mem = mem] { task(bundle, nodename, mem, vd, err); }));
+    workers.append(
+        start_worker([=, mem = mem, err = err.text()] { task(bundle, nodename, mem, vd, err); }));
   }
 }
 
@@ -92,39 +96,38 @@ found_by way_to_entries(const value_list& tags) {
 }
 
 // The tables at hand do not say where a global LIF is: the chip is asked for each.
-bool is_asked_of_chip(const record& sub_obj) {
-  const value encap = sub_obj.get("encap");
-  return encap.is_list() && way_to_entries(encap.as_list()) == found_by::global_lif;
-}
-
-bool is_never_asked_of_chip(const record&) {
-  return false;
+bool is_asked_of_chip(record& sub_obj) {
+  return sub_obj.in_one_step("encap", [](const value& encap) {
+    return encap.is_list() && way_to_entries(encap.as_list()) == found_by::global_lif;
+  });
 }
 
 // Calls `check` for each sub-bundle, then `check_bundle` if the bundle has untagged traffic, and
 // waits. Where the chip is asked, all its answers are awaited at once, each on a worker of its own;
-// the comparisons of the others need none.
-template <class Asked, class SubCheck, class BundleCheck>
-void check_with_sub_bundles(const std::string& bundle, const std::string& nodename,
-                            const value& npu, Asked is_asked, SubCheck check,
-                            BundleCheck check_bundle) {
+// the comparisons of the others need none. On a chip that is never asked, `can_be_asked` is false.
+template <class SubCheck, class BundleCheck>
+void check_with_sub_bundles(const std::string& bundle, const chip& where, bool can_be_asked,
+                            SubCheck check, BundleCheck check_bundle) {
   worker_list pid_list_prgm;
   const join_at_end waiting(pid_list_prgm);
   record& element = bundle_record(bundle);
   const value sub_list = element.get("sub_bundles");
-  for (const auto& [sub, each] : sub_list.as_map().items()) {
-    record& sub_obj = each.as_record();
-    const auto check_sub = [&check, &sub_obj,
-                            sub_err = object_on_npu(sub, sub_obj, npu, nodename)] {
-      check(sub_obj, sub_err);
-    };
-    if (is_asked(sub_obj)) {
-      pid_list_prgm.append(start_worker(check_sub));
+  sub_list.as_map().for_each([&, place = here::current()](std::string_view sub, const value& each) {
+    record& sub_obj = each.as_record(place);
+    const auto named = [&] { return object_on_npu(sub, sub_obj, where.npu(), where.nodename()); };
+    if (can_be_asked && is_asked_of_chip(sub_obj)) {
+      pid_list_prgm.append(start_worker([&check, &sub_obj, on_chip = chip(where),
+                                         sub_err = named()] { check(sub_obj, on_chip, sub_err); }));
     } else {
-      run_contained(check_sub);
+      run_contained([&] { check(sub_obj, where, object_name(named)); });
     }
-  }
+  });
   if (element.get("untagged") == 1) check_bundle(element);
+}
+
+// The key of a sub-bundle with one tag.
+std::string one_tag_key(std::string_view vd, std::int64_t tag) {
+  return fmt::format(FMT_COMPILE("{}{:03x}"), vd, tag);
 }
 
 // The key of a sub-bundle with two tags. Both of its fields are made from the outer tag.
@@ -134,7 +137,7 @@ std::string two_tag_key(std::string_view vd, const value& outer) {
   if (__builtin_mul_overflow(first, 2, &tag)) {
     throw failure(fmt::format("{} is too large a VLAN", plain(outer)));
   }
-  return fmt::format("{:03x}{}{:03x}", tag, vd, first);
+  return fmt::format(FMT_COMPILE("{:03x}{}{:03x}"), tag, vd, first);
 }
 
 }  // namespace
@@ -157,15 +160,14 @@ int check_bundle_programming() {
 int check_bdl_prgm_task(const std::string& bundle, const std::string& nodename, const value& mem,
                         const std::string& vd, const std::string& err) {
   try {
-    const value npu = mem.as_record().get("npu_id");
+    const chip where(nodename, mem.as_record().get("npu_id").as_text());
     check_with_sub_bundles(
-        bundle, nodename, npu, is_asked_of_chip,
-        [&](record& sub_obj, const std::string& sub_err) {
-          check_sub_bdl_prgm_task(sub_obj, nodename, vd, npu.as_text(), sub_err);
+        bundle, where, true,
+        [&](record& sub_obj, const chip& on_chip, const object_name& sub_err) {
+          check_sub_bdl_prgm_task(sub_obj, on_chip, vd, sub_err);
         },
         [&](record& element) {
-          verify_lif_rif_mac_mapping_key_vd(element, nodename, npu.as_text(), vd + "fff", err,
-                                            of_bundle);
+          verify_lif_rif_mac_mapping_key_vd(element, where, vd + "fff", err, of_bundle);
         });
     return SUCCESS;
   } catch (const std::exception& error) {
@@ -177,16 +179,15 @@ int check_bdl_prgm_task(const std::string& bundle, const std::string& nodename, 
 int check_bdl_prgm_task_j2(const std::string& bundle, const std::string& nodename, const value& mem,
                            const std::string& vd, const std::string& err) {
   try {
-    const value npu = mem.as_record().get("npu_id");
+    const chip where(nodename, mem.as_record().get("npu_id").as_text());
     const value npu_core = mem.as_record().get("npu_core");
     check_with_sub_bundles(
-        bundle, nodename, npu, is_never_asked_of_chip,
-        [&](record& sub_obj, const std::string& sub_err) {
-          check_sub_bdl_prgm_task_j2(sub_obj, nodename, vd, npu.as_text(), npu_core, sub_err);
+        bundle, where, false,
+        [&](record& sub_obj, const chip& on_chip, const object_name& sub_err) {
+          check_sub_bdl_prgm_task_j2(sub_obj, on_chip, vd, npu_core, sub_err);
         },
         [&](record& element) {
-          verify_lif_rif_mac_mapping_key_vd_j2(element, nodename, npu.as_text(), npu_core, err,
-                                               of_bundle);
+          verify_lif_rif_mac_mapping_key_vd_j2(element, where, npu_core, err, of_bundle);
         });
     return SUCCESS;
   } catch (const std::exception& error) {
@@ -196,23 +197,22 @@ int check_bdl_prgm_task_j2(const std::string& bundle, const std::string& nodenam
   }
 }
 
-int check_sub_bdl_prgm_task(record& sub_obj, std::string_view nodename, std::string_view vd,
-                            std::string_view npu, std::string_view err) {
+int check_sub_bdl_prgm_task(record& sub_obj, const chip& where, std::string_view vd,
+                            const object_name& err) {
   try {
     const value encap = sub_obj.get("encap");
     const value_list& tags = encap.as_list();
     switch (way_to_entries(tags)) {
       case found_by::one_tag:
-        verify_lif_rif_mac_mapping_key_vd(sub_obj, nodename, npu,
-                                          fmt::format("{}{:03x}", vd, to_decimal(tags[0])), err,
+        verify_lif_rif_mac_mapping_key_vd(sub_obj, where, one_tag_key(vd, to_decimal(tags[0])), err,
                                           of_sub_bundle);
         break;
       case found_by::two_tags:
-        verify_lif_rif_mac_mapping_key_vd(sub_obj, nodename, npu, two_tag_key(vd, tags[0]), err,
+        verify_lif_rif_mac_mapping_key_vd(sub_obj, where, two_tag_key(vd, tags[0]), err,
                                           of_sub_bundle);
         break;
       case found_by::global_lif:
-        verify_lif_rif_mac_mapping_key_llif(sub_obj, nodename, npu, vd, err, of_sub_bundle);
+        verify_lif_rif_mac_mapping_key_llif(sub_obj, where, vd, err, of_sub_bundle);
         break;
     }
     return SUCCESS;
@@ -222,10 +222,10 @@ int check_sub_bdl_prgm_task(record& sub_obj, std::string_view nodename, std::str
   }
 }
 
-int check_sub_bdl_prgm_task_j2(record& sub_obj, std::string_view nodename, std::string_view,
-                               std::string_view npu, const value& npu_core, std::string_view err) {
+int check_sub_bdl_prgm_task_j2(record& sub_obj, const chip& where, std::string_view,
+                               const value& npu_core, const object_name& err) {
   try {
-    verify_lif_rif_mac_mapping_key_vd_j2(sub_obj, nodename, npu, npu_core, err, of_sub_bundle);
+    verify_lif_rif_mac_mapping_key_vd_j2(sub_obj, where, npu_core, err, of_sub_bundle);
     return SUCCESS;
   } catch (const std::exception& error) {
     return log_and_count(

@@ -11,6 +11,8 @@
 
 #include "base/records.h"
 #include "base/value.h"
+#include "checks/object_name.h"
+#include "programming/chip.h"
 
 namespace tessel {
 
@@ -27,9 +29,9 @@ int check_bdl_prgm_task_j2(const std::string& bundle, const std::string& nodenam
 
 // Checks one sub-bundle on one NPU. Called on the worker of node and NPU or, where the chip is
 // asked, on the sub-bundle's own.
-int check_sub_bdl_prgm_task(record& sub_obj, std::string_view nodename, std::string_view vd,
-                            std::string_view npu, std::string_view err);
-int check_sub_bdl_prgm_task_j2(record& sub_obj, std::string_view nodename, std::string_view vd,
-                               std::string_view npu, const value& npu_core, std::string_view err);
+int check_sub_bdl_prgm_task(record& sub_obj, const chip& where, std::string_view vd,
+                            const object_name& err);
+int check_sub_bdl_prgm_task_j2(record& sub_obj, const chip& where, std::string_view vd,
+                               const value& npu_core, const object_name& err);
 
 }  // namespace tessel

@@ -101,7 +101,7 @@ TEST_F(stale_test, only_bcm_is_rebound) {
 TEST_F(stale_test, the_raw_chip_tables_are_let_go) {
   raw_table sema = st().BCM.get().at(older_node).at("0").at("SEMA").as_shared_text();
   const std::weak_ptr<const std::string> watched = sema;
-  EXPECT_TRUE(sem_payload_of(sema, "1005").has_value());
+  EXPECT_TRUE(sem_table(sema).payload_of("1005").has_value());
   sema.reset();
   EXPECT_EQ(check(), SUCCESS);
   EXPECT_TRUE(watched.expired());

@@ -75,7 +75,7 @@ TEST_F(chip_rows_test, a_payload_is_found_by_its_key) {
   for (const row& each : rows) {
     SCOPED_TRACE(each.why);
     const raw_table searched = table(each.text);
-    EXPECT_EQ(sem_payload_of(searched, each.key), each.expected);
+    EXPECT_EQ(sem_table(searched).payload_of(each.key), each.expected);
     EXPECT_EQ(first_hit(sem_definition, each.key, searched), each.expected);
   }
 }
@@ -113,10 +113,10 @@ TEST_F(chip_rows_test, a_mac_is_found_by_its_rif) {
 }
 
 TEST_F(chip_rows_test, only_a_row_in_literal_braces_is_braced) {
-  EXPECT_TRUE(has_braced_sem_row(table("1 Payload=0x1\n{}12 Payload=0x3{}\n")));
+  EXPECT_TRUE(sem_table(table("1 Payload=0x1\n{}12 Payload=0x3{}\n")).has_braced_row());
   for (const char* text : {"", "12 Payload=0x3\n", "{}12 Payload=0x3\n", "{1}2 Payload=0x3{1}",
                            "{} Payload=0x3{}", "{}12 Payload=3{}"}) {
-    EXPECT_FALSE(has_braced_sem_row(table(text))) << text;
+    EXPECT_FALSE(sem_table(table(text)).has_braced_row()) << text;
   }
 }
 
@@ -125,11 +125,11 @@ TEST_F(chip_rows_test, a_sem_table_is_searched_whatever_it_holds) {
     for (const bad_output& each : *outputs) {
       SCOPED_TRACE(each.why);
       const raw_table junk = each.output.as_shared_text();
-      EXPECT_EQ(sem_payload_of(junk, "1005"), std::nullopt);
-      EXPECT_FALSE(has_braced_sem_row(junk));
+      EXPECT_EQ(sem_table(junk).payload_of("1005"), std::nullopt);
+      EXPECT_FALSE(sem_table(junk).has_braced_row());
       const raw_table row_behind = table(*junk + "\n{}1005 Payload=0x1{}\n");
-      EXPECT_THAT(sem_payload_of(row_behind, "1005"), Optional(std::string("0x1")));
-      EXPECT_TRUE(has_braced_sem_row(row_behind));
+      EXPECT_THAT(sem_table(row_behind).payload_of("1005"), Optional(std::string("0x1")));
+      EXPECT_TRUE(sem_table(row_behind).has_braced_row());
     }
   }
 }
@@ -141,10 +141,10 @@ TEST_F(chip_rows_test, a_key_that_is_not_a_word_is_found_whatever_the_table_hold
       const raw_table row_behind =
           table(std::string(each.output.as_text()) + "!Not set Payload=0x1\n");
       for (const char* key : {"Not set", "Not.set", ".", "t", "!Not set", "", " set"}) {
-        EXPECT_THAT(sem_payload_of(row_behind, key), Optional(std::string("0x1"))) << key;
+        EXPECT_THAT(sem_table(row_behind).payload_of(key), Optional(std::string("0x1"))) << key;
       }
-      EXPECT_EQ(sem_payload_of(row_behind, "not set"), std::nullopt);
-      EXPECT_EQ(sem_payload_of(row_behind, " "), std::nullopt);
+      EXPECT_EQ(sem_table(row_behind).payload_of("not set"), std::nullopt);
+      EXPECT_EQ(sem_table(row_behind).payload_of(" "), std::nullopt);
     }
   }
 }
@@ -236,7 +236,7 @@ TEST_F(chip_rows_test, a_vsi_table_takes_time_linear_in_its_length) {
 }
 
 TEST_F(chip_rows_test, a_key_that_is_not_a_pattern_is_a_failure) {
-  EXPECT_THAT(failure_of([] { sem_payload_of(table("1005 Payload=0x1"), "(1005"); }),
+  EXPECT_THAT(failure_of([] { sem_table(table("1005 Payload=0x1")).payload_of("(1005"); }),
               StartsWith("pattern "));
 }
 
@@ -358,12 +358,14 @@ TEST_F(chip_rows_test, sem_look_up_equals_the_plain_search_on_hostile_text) {
     if (random() % 3 == 0) text.insert(random() % text.size(), 1, '\0');
     const raw_table searched = table(text);
     for (const std::string_view key : keys) {
-      const auto payload = sem_payload_of(searched, key);
+      const sem_table rows(searched);
+      const auto payload = rows.payload_of(key);
       hits += payload ? 1 : 0;
       ASSERT_EQ(payload, first_hit(sem_definition, key, searched))
           << "seed " << seed << ", key " << quoted(key) << ", text " << quoted(text);
     }
-    ASSERT_EQ(has_braced_sem_row(searched), !findall(pattern(braced_definition), *searched).empty())
+    ASSERT_EQ(sem_table(searched).has_braced_row(),
+              !findall(pattern(braced_definition), *searched).empty())
         << "seed " << seed << ", text " << quoted(text);
     st().indexes.clear();
   }
@@ -416,12 +418,24 @@ TEST_F(chip_rows_test, many_threads_look_up_keys_of_many_lengths_in_one_table) {
         const std::string padded = fmt::format("{:08x}", number);
         // Each thread asks for each length at a different time.
         const std::string_view key = tail(padded, 3U + static_cast<unsigned>((step + thread) % 6));
-        EXPECT_THAT(sem_payload_of(searched, key), Optional(fmt::format("0x{:x}", number)));
+        EXPECT_THAT(sem_table(searched).payload_of(key), Optional(fmt::format("0x{:x}", number)));
         EXPECT_THAT(vsi_mac_of(searched, std::to_string(number)),
                     Optional(fmt::format("{:x}", number)));
-        EXPECT_FALSE(has_braced_sem_row(searched));
+        EXPECT_FALSE(sem_table(searched).has_braced_row());
       }
     });
+  }
+}
+
+TEST_F(chip_rows_test, a_key_of_any_length_is_the_tail_of_a_word) {
+  const std::string word = std::string(40, '7') + "1005";
+  const raw_table searched = table("1 | Key=0x" + word + " Payload=0x1\n");
+  const sem_table rows(searched);
+  for (int time = 0; time < 2; ++time) {
+    for (std::size_t length = 1; length <= word.size(); ++length) {
+      EXPECT_THAT(rows.payload_of(tail(word, length)), Optional(std::string_view("0x1"))) << length;
+    }
+    EXPECT_EQ(rows.payload_of("8" + word), std::nullopt);
   }
 }
 
@@ -430,7 +444,7 @@ TEST_F(chip_rows_test, a_look_up_goes_on_while_the_indexes_are_forgotten) {
   together(4, [&](int thread) {
     for (int step = 0; step < 300; ++step) {
       if (thread == 0) st().indexes.clear();
-      EXPECT_THAT(sem_payload_of(searched, "1005"), Optional(std::string("0x1")));
+      EXPECT_THAT(sem_table(searched).payload_of("1005"), Optional(std::string("0x1")));
       EXPECT_THAT(vsi_mac_of(searched, "5"), Optional(std::string("2bc")));
     }
   });

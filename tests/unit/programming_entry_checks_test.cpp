@@ -106,15 +106,15 @@ TEST_F(entry_checks_test,
   set_tables(older_node, "0", older_tables(one, other, ""));
   set_tables(older_node, "1", older_tables("2005 Payload=0x1\n", other, ""));
   set_tables(older_node, "2", older_tables(one, ERROR, ""));
-  EXPECT_EQ(verify_sem_entry(any_llif, older_node, "0", "1005"), "0x44");
-  EXPECT_EQ(verify_sem_entry(any_llif, older_node, "1", "1005"), "0x66");
-  EXPECT_EQ(verify_sem_entry(any_llif, older_node, "2", "1005"), "0x44") << "SEMB is not read";
+  EXPECT_EQ(verify_sem_entry(any_llif, {older_node, "0"}, "1005"), "0x44");
+  EXPECT_EQ(verify_sem_entry(any_llif, {older_node, "1"}, "1005"), "0x66");
+  EXPECT_EQ(verify_sem_entry(any_llif, {older_node, "2"}, "1005"), "0x44") << "SEMB is not read";
   expect_told({});
 }
 
 TEST_F(entry_checks_test, the_wildcard_returns_error_if_neither_table_has_the_key) {
   set_tables(older_node, "0", older_tables("2005 Payload=0x1\n", "", ""));
-  EXPECT_EQ(verify_sem_entry(any_llif, older_node, "0", "1005"), ERROR);
+  EXPECT_EQ(verify_sem_entry(any_llif, {older_node, "0"}, "1005"), ERROR);
   expect_told({});
 }
 
@@ -122,7 +122,7 @@ TEST_F(entry_checks_test, a_concrete_llif_returns_error_even_though_the_chip_hol
   const value rows = "1 | Key=0x1005 Payload=0x44\n1005 Payload=0x44\n";
   set_tables(older_node, "0", older_tables(rows, rows, ""));
   for (const char* llif : {"44", "0x44", "", R"(\w*)", R"(\w+ )", R"(\\w+)"}) {
-    EXPECT_EQ(verify_sem_entry(llif, older_node, "0", "1005"), ERROR) << llif;
+    EXPECT_EQ(verify_sem_entry(llif, {older_node, "0"}, "1005"), ERROR) << llif;
   }
   expect_told({});
 }
@@ -131,14 +131,14 @@ TEST_F(entry_checks_test, a_concrete_llif_finds_only_a_row_in_literal_braces) {
   const value braced = "{}12 Payload=0x3{}\n";
   set_tables(older_node, "0", older_tables(braced, ERROR, ""));
   set_tables(older_node, "1", older_tables("", braced, ""));
-  EXPECT_EQ(verify_sem_entry("44", older_node, "0", "1005"), SUCCESS);
-  EXPECT_EQ(verify_sem_entry("44", older_node, "1", "1005"), SUCCESS);
+  EXPECT_EQ(verify_sem_entry("44", {older_node, "0"}, "1005"), SUCCESS);
+  EXPECT_EQ(verify_sem_entry("44", {older_node, "1"}, "1005"), SUCCESS);
   expect_told({});
 }
 
 TEST_F(entry_checks_test, a_key_that_occurs_only_as_the_tail_of_a_longer_word_does_match) {
   set_tables(older_node, "0", older_tables("Key=0x00000000000c1005 Payload=0x44\n", "", ""));
-  EXPECT_EQ(verify_sem_entry(any_llif, older_node, "0", "1005"), "0x44");
+  EXPECT_EQ(verify_sem_entry(any_llif, {older_node, "0"}, "1005"), "0x44");
 }
 
 TEST_F(entry_checks_test, a_payload_is_given_in_usual_hexadecimal_form) {
@@ -159,7 +159,7 @@ TEST_F(entry_checks_test, a_payload_is_given_in_usual_hexadecimal_form) {
     SCOPED_TRACE(each.why);
     set_tables(older_node, "0",
                older_tables(fmt::format("1005 Payload={}\n", each.payload), "", ""));
-    EXPECT_EQ(verify_sem_entry(any_llif, older_node, "0", "1005"), each.expected);
+    EXPECT_EQ(verify_sem_entry(any_llif, {older_node, "0"}, "1005"), each.expected);
   }
   expect_told({});
 }
@@ -170,12 +170,12 @@ TEST_F(entry_checks_test, a_sem_entry_that_cannot_be_looked_up_is_a_failure) {
   set_tables(older_node, "2", map_of({{"SEMA", ""}}));
   set_tables(older_node, "3", older_tables("1005 Payload=zz\n1005 Payload=0x1\n", "", ""));
   set_tables(older_node, "4", ERROR);
-  EXPECT_EQ(verify_sem_entry(any_llif, "0/9/CPU0", "0", "1005"), ERROR);
-  EXPECT_EQ(verify_sem_entry(any_llif, older_node, "9", "1005"), ERROR);
+  EXPECT_EQ(verify_sem_entry(any_llif, {"0/9/CPU0", "0"}, "1005"), ERROR);
+  EXPECT_EQ(verify_sem_entry(any_llif, {older_node, "9"}, "1005"), ERROR);
   for (const char* npu : {"0", "1", "2", "3", "4"}) {
-    EXPECT_EQ(verify_sem_entry(any_llif, older_node, npu, "1005"), ERROR);
+    EXPECT_EQ(verify_sem_entry(any_llif, {older_node, npu}, "1005"), ERROR);
   }
-  EXPECT_EQ(verify_sem_entry("44", older_node, "0", "1005"), ERROR);
+  EXPECT_EQ(verify_sem_entry("44", {older_node, "0"}, "1005"), ERROR);
   const std::string tail = ": SEM entry verification failed";
   expect_told({.exception = {
                    "no key '0/9/CPU0'" + tail,
@@ -203,21 +203,21 @@ class jericho2_sem_test : public entry_checks_test {
 };
 
 TEST_F(jericho2_sem_test, the_chip_maps_the_glif_to_the_lif_of_the_port) {
-  EXPECT_EQ(verify_sem_entry_j2("", j2_node, "0", "7", "0x00011234"), SUCCESS);
-  EXPECT_EQ(verify_sem_entry_j2("", j2_node, "0", "8", "0x00011234"), ERROR)
+  EXPECT_EQ(verify_sem_entry_j2("", {j2_node, "0"}, "7", "0x00011234"), SUCCESS);
+  EXPECT_EQ(verify_sem_entry_j2("", {j2_node, "0"}, "8", "0x00011234"), ERROR)
       << "a number is not the text";
   expect_told({});
 }
 
 TEST_F(jericho2_sem_test, another_lif_is_error_without_a_word) {
   tool_prints("asic_shell_show", " IN_LIF 4661\n IN_LIF 4660\n");
-  EXPECT_EQ(verify_sem_entry_j2("", j2_node, "0", "7", "0x00011234"), ERROR);
+  EXPECT_EQ(verify_sem_entry_j2("", {j2_node, "0"}, "7", "0x00011234"), ERROR);
   expect_told({});
 }
 
 TEST_F(jericho2_sem_test, the_chip_is_asked_for_the_last_four_characters) {
-  verify_sem_entry_j2("", j2_node, "0", "7", "0x00011234");
-  verify_sem_entry_j2("", j2_node, "0", "7", "1f");
+  verify_sem_entry_j2("", {j2_node, "0"}, "7", "0x00011234");
+  verify_sem_entry_j2("", {j2_node, "0"}, "7", "1f");
   EXPECT_THAT(calls(),
               ElementsAre("asic_shell_show -c diag pp lif id=0x1234 gl=1 type=in -u 0 -n 2",
                           "asic_shell_show -c diag pp lif id=0x1f gl=1 type=in -u 0 -n 2"));
@@ -227,13 +227,13 @@ TEST_F(jericho2_sem_test, the_chip_is_asked_for_the_last_four_characters) {
 
 TEST_F(jericho2_sem_test, what_cannot_be_looked_up_is_a_failure) {
   const std::string tail = ": SEM entry verification failed";
-  EXPECT_EQ(verify_sem_entry_j2("", j2_node, "0", "9", "0x1234"), ERROR);
-  EXPECT_EQ(verify_sem_entry_j2("", j2_node, "1", "7", "0x1234"), ERROR);
+  EXPECT_EQ(verify_sem_entry_j2("", {j2_node, "0"}, "9", "0x1234"), ERROR);
+  EXPECT_EQ(verify_sem_entry_j2("", {j2_node, "1"}, "7", "0x1234"), ERROR);
   EXPECT_THAT(calls(), ElementsAre()) << "the chip is asked last";
   tool_prints("asic_shell_show", "");
-  EXPECT_EQ(verify_sem_entry_j2("", j2_node, "0", "7", "0x1234"), ERROR);
+  EXPECT_EQ(verify_sem_entry_j2("", {j2_node, "0"}, "7", "0x1234"), ERROR);
   st().nodeinfo.set(map_of({}));
-  EXPECT_EQ(verify_sem_entry_j2("", j2_node, "0", "7", "0x1234"), ERROR);
+  EXPECT_EQ(verify_sem_entry_j2("", {j2_node, "0"}, "7", "0x1234"), ERROR);
   expect_told({.exception = {"no key '9'" + tail, "no key '1'" + tail, "no in-LIF for 1234" + tail,
                              "no key '0/1/CPU0'" + tail}});
 }
@@ -242,7 +242,7 @@ TEST_F(jericho2_sem_test, a_glif_that_would_leave_the_command_is_never_asked_for
   for (const std::string& glif : glifs_that_plant()) {
     SCOPED_TRACE(glif);
     SetUp();
-    EXPECT_EQ(verify_sem_entry_j2("", j2_node, "0", "7", glif), ERROR);
+    EXPECT_EQ(verify_sem_entry_j2("", {j2_node, "0"}, "7", glif), ERROR);
     EXPECT_THAT(calls(), ElementsAre());
     EXPECT_EQ(st().exception, 2);
     EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
@@ -252,10 +252,12 @@ TEST_F(jericho2_sem_test, a_glif_that_would_leave_the_command_is_never_asked_for
 }
 
 TEST_F(jericho2_sem_test, a_chip_that_cannot_be_asked_is_reported_by_command_and_check) {
-  EXPECT_EQ(command_line_of(
-                "glif1234_0_2",
-                [] { EXPECT_EQ(verify_sem_entry_j2("", j2_node, "0", "7", "0x1234"), ERROR); }),
-            "/opt/nos/bin/asic_shell_show -c \"diag pp lif id=0x1234 gl=1 type=in\" -u 0 -n 2");
+  EXPECT_EQ(
+      command_line_of("glif1234_0_2",
+                      [] {
+                        EXPECT_EQ(verify_sem_entry_j2("", {j2_node, "0"}, "7", "0x1234"), ERROR);
+                      }),
+      "/opt/nos/bin/asic_shell_show -c \"diag pp lif id=0x1234 gl=1 type=in\" -u 0 -n 2");
   EXPECT_THAT(messages(LOG_FILE_EXCEPTION).back(),
               "a text expected, found the integer 0: SEM entry verification failed");
   EXPECT_EQ(st().exception, 2);
@@ -266,7 +268,7 @@ TEST_F(jericho2_sem_test, a_chip_that_cannot_be_asked_is_reported_by_command_and
 class rif_test : public entry_checks_test {
  protected:
   int verify(const value& bundle, int is_sub = 0) {
-    return verify_rif_entry(bundle.as_record(), older_node, "0", err, is_sub);
+    return verify_rif_entry(bundle.as_record(), {older_node, "0"}, err, is_sub);
   }
   // Sets the chip's MAC in the row of RIF 5.
   void chip_holds(std::string_view mac) {
@@ -379,8 +381,8 @@ TEST_F(rif_test, junk_in_place_of_the_tables_has_no_row) {
       SetUp();
       set_tables(older_node, "0", older_tables(each.output, each.output, each.output));
       EXPECT_EQ(verify(bundle_with("0x5", "001")), SUCCESS);
-      EXPECT_EQ(verify_sem_entry(any_llif, older_node, "0", "1005"), ERROR);
-      EXPECT_EQ(verify_sem_entry(any_llif, older_node, "0", "Not set"), ERROR);
+      EXPECT_EQ(verify_sem_entry(any_llif, {older_node, "0"}, "1005"), ERROR);
+      EXPECT_EQ(verify_sem_entry(any_llif, {older_node, "0"}, "Not set"), ERROR);
       expect_told({.programming_error = {not_found}});
     }
   }
@@ -391,7 +393,7 @@ TEST_F(rif_test, junk_in_place_of_the_tables_has_no_row) {
 class jericho2_rif_test : public entry_checks_test {
  protected:
   int verify(const value& bundle, const value& rif, int is_sub = 0) {
-    return verify_rif_entry_j2(bundle.as_record(), j2_node, "0", err, is_sub, rif);
+    return verify_rif_entry_j2(bundle.as_record(), {j2_node, "0"}, err, is_sub, rif);
   }
   void chip_holds(const value& mac) {
     set_tables(j2_node, "0", ordered_map_of({{"VSI", map_of({{"5", mac}})}}));
@@ -478,17 +480,18 @@ TEST_F(jericho2_rif_test, a_rif_that_cannot_be_verified_is_a_failure) {
 }
 
 TEST_F(entry_checks_test, a_failure_is_logged_before_it_is_counted) {
-  EXPECT_TRUE(logs_before_counting([] { verify_sem_entry(any_llif, older_node, "9", "1005"); }));
-  EXPECT_TRUE(logs_before_counting(
-      [] { verify_rif_entry(bundle_with("0x5", "001").as_record(), older_node, "9", err, 0); }));
+  EXPECT_TRUE(logs_before_counting([] { verify_sem_entry(any_llif, {older_node, "9"}, "1005"); }));
   EXPECT_TRUE(logs_before_counting([] {
-    verify_rif_entry_j2(bundle_with("0x5", "001").as_record(), older_node, "9", err, 0, "0x5");
+    verify_rif_entry(bundle_with("0x5", "001").as_record(), {older_node, "9"}, err, 0);
+  }));
+  EXPECT_TRUE(logs_before_counting([] {
+    verify_rif_entry_j2(bundle_with("0x5", "001").as_record(), {older_node, "9"}, err, 0, "0x5");
   }));
 }
 
 TEST_F(entry_checks_test, a_failure_before_the_logs_are_open_waits_for_them) {
   router_test::SetUp();
-  verify_sem_entry(any_llif, older_node, "0", "1005");
+  verify_sem_entry(any_llif, {older_node, "0"}, "1005");
   ASSERT_EQ(kept_messages().size(), 1U);
   EXPECT_THAT(kept_messages()[0], StartsWith("no key '0/0/CPU0': SEM"));
 }

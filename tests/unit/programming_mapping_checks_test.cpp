@@ -74,14 +74,15 @@ class mapping_test : public router_test {
     return get_glif_to_llif_vsi_mapping(older_node, "0", object.as_record(), err);
   }
   static int key_llif(const value& object, int is_sub = sub_level) {
-    return verify_lif_rif_mac_mapping_key_llif(object.as_record(), older_node, "0", "1", err,
+    return verify_lif_rif_mac_mapping_key_llif(object.as_record(), {older_node, "0"}, "1", err,
                                                is_sub);
   }
   static int key_vd(const value& object, std::string_view key = "1005", int is_sub = bundle_level) {
-    return verify_lif_rif_mac_mapping_key_vd(object.as_record(), older_node, "0", key, err, is_sub);
+    return verify_lif_rif_mac_mapping_key_vd(object.as_record(), {older_node, "0"}, key, err,
+                                             is_sub);
   }
   static int key_vd_j2(const value& object, int is_sub = bundle_level) {
-    return verify_lif_rif_mac_mapping_key_vd_j2(object.as_record(), j2_node, "0", value(), err,
+    return verify_lif_rif_mac_mapping_key_vd_j2(object.as_record(), {j2_node, "0"}, value(), err,
                                                 is_sub);
   }
 };
@@ -321,7 +322,7 @@ TEST_F(mapping_test, each_of_two_npus_goes_on_with_the_lif_that_its_own_chip_gav
     const value object = healthy();
     together(2, [&](int npu) {
       const std::string number = std::to_string(npu);
-      EXPECT_EQ(verify_lif_rif_mac_mapping_key_llif(object.as_record(), older_node, number, "1",
+      EXPECT_EQ(verify_lif_rif_mac_mapping_key_llif(object.as_record(), {older_node, number}, "1",
                                                     "NPU " + number, bundle_level),
                 ERROR);
     });

@@ -365,7 +365,7 @@ TEST_F(programming_pass_test, a_sub_bundle_with_one_or_two_tags_has_an_exact_key
     SetUp();
     sema(fmt::format("|{} Payload=0x44\n", each.key));
     const value sub = sub_with(each.encap);
-    EXPECT_EQ(check_sub_bdl_prgm_task(sub.as_record(), older_node, "8", "0", "here"), SUCCESS);
+    EXPECT_EQ(check_sub_bdl_prgm_task(sub.as_record(), {older_node, "0"}, "8", "here"), SUCCESS);
     EXPECT_EQ(sub.as_record().get("llif"), "0x44");
     EXPECT_THAT(calls(), IsEmpty());
     expect_told({});
@@ -384,7 +384,7 @@ TEST_F(programming_pass_test, a_sub_bundle_without_an_exact_key_is_looked_up_by_
     SetUp();
     tool_prints("asic_shell_show", "");
     const value sub = sub_with(each.encap);
-    EXPECT_EQ(check_sub_bdl_prgm_task(sub.as_record(), older_node, "8", "0", "here"), SUCCESS);
+    EXPECT_EQ(check_sub_bdl_prgm_task(sub.as_record(), {older_node, "0"}, "8", "here"), SUCCESS);
     EXPECT_THAT(calls(),
                 ElementsAre("asic_shell_show -c diag pp lif id=0x1234 gl=1 type=in -u 0 -n 1"));
     expect_told({.programming_error = {
@@ -431,7 +431,7 @@ TEST_F(programming_pass_test,
     SCOPED_TRACE(each.why);
     SetUp();
     const value sub = sub_with(each.encap);
-    EXPECT_EQ(check_sub_bdl_prgm_task(sub.as_record(), older_node, "8", "0", "here"), ERROR);
+    EXPECT_EQ(check_sub_bdl_prgm_task(sub.as_record(), {older_node, "0"}, "8", "here"), ERROR);
     expect_told(
         {.exception = {fmt::format("{}: verify_lif_rif_mac_mapping failed for here", each.key)}});
   }
@@ -531,8 +531,9 @@ TEST_F(programming_pass_test, tasks_that_were_carried_out_succeed_whatever_they_
   EXPECT_EQ(check_bdl_prgm_task_j2("BE12", std::string(j2_node), first_member("BE12", j2_node), "8",
                                    "here"),
             SUCCESS);
-  EXPECT_EQ(check_sub_bdl_prgm_task(sub.as_record(), older_node, "8", "0", "there"), SUCCESS);
-  EXPECT_EQ(check_sub_bdl_prgm_task_j2(sub.as_record(), j2_node, "8", "0", "0", "there"), SUCCESS);
+  EXPECT_EQ(check_sub_bdl_prgm_task(sub.as_record(), {older_node, "0"}, "8", "there"), SUCCESS);
+  EXPECT_EQ(check_sub_bdl_prgm_task_j2(sub.as_record(), {j2_node, "0"}, "8", "0", "there"),
+            SUCCESS);
   expect_told({.programming_error = {sem_missing(1, "0x00011234,here"),
                                      sem_missing(2, "0x00021234,there")}});
 }
@@ -571,8 +572,9 @@ TEST_F(programming_pass_test, an_npu_missing_from_bcm_is_reported_for_each_objec
 
 TEST_F(programming_pass_test, a_failure_is_logged_before_it_is_counted) {
   const value sub = sub_with(DEFAULT);
-  EXPECT_TRUE(logs_before_counting(
-      [&] { check_sub_bdl_prgm_task(sub.as_record(), older_node, "8", "0", "here"); }));
+  EXPECT_TRUE(logs_before_counting([&] {
+    check_sub_bdl_prgm_task(sub.as_record(), {older_node, "0"}, "8", "here");
+  }));
   EXPECT_TRUE(
       logs_before_counting([] { check_bdl_prgm_task("BE9", "0/0/CPU0", ERROR, "8", "here"); }));
   st().tesselDb.as_map().set("BE12", "text");

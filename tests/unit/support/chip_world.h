@@ -3,7 +3,7 @@
 //
 //   set_up_nodes();
 //   set_tables(older_node, "0", older_tables("1005 Payload=0x1\n", "", ""));
-//   EXPECT_EQ(verify_sem_entry(any_llif, older_node, "0", "1005"), "0x1");
+//   EXPECT_EQ(verify_sem_entry(any_llif, {older_node, "0"}, "1005"), "0x1");
 //   expect_told({.programming_error = {"Programming Error 1: ..."}});
 #pragma once
 
