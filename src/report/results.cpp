@@ -137,9 +137,16 @@ void print_report(std::int64_t err_count, const outcome& found) {
 }  // namespace
 
 void wait_for_late_workers(std::chrono::seconds patience) {
-  const std::size_t late = wait_until_begun(patience);
-  const auto debug_log = st().dl_fd.get();
-  if (late == 0 || !debug_log) return;
+  using clock = std::chrono::steady_clock;
+  run_state& run = st();
+  const auto left = std::max(patience - run.waited_for_workers, clock::duration());
+  const auto start = clock::now();
+  const std::size_t late =
+      wait_until_begun(std::chrono::duration_cast<std::chrono::milliseconds>(left));
+  run.waited_for_workers += clock::now() - start;
+  const auto debug_log = run.dl_fd.get();
+  if (late == 0 || run.noted_late_workers || !debug_log) return;
+  run.noted_late_workers = true;
   try {
     pprint(
         fmt::format("{} jobs had not begun {} seconds after the last check, the results may lack "

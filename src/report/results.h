@@ -7,8 +7,9 @@
 namespace tessel {
 
 // Waits until each worker that was started has begun, so that no finding is lost because it still
-// waited for a core; after `patience` it goes on and notes in the debug log how many have not. A
-// worker that has begun may outlive the run. Main thread.
+// waited for a core; after `patience` it goes on and notes in the debug log how many have not. What
+// earlier calls of the run have waited counts, and only the first of them notes. A worker that has
+// begun may outlive the run. Main thread.
 void wait_for_late_workers(std::chrono::seconds patience = std::chrono::seconds(10));
 
 // Waits for late workers, then prints the table and, if anything was counted, the preview. Adds

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <functional>
@@ -107,6 +108,9 @@ struct run_state {
   // Main thread only.
   int printed_results = 0;
   int snapshot = 0;
+  // For workers that had not begun when the checks ended.
+  std::chrono::steady_clock::duration waited_for_workers{};
+  bool noted_late_workers = false;
   value bdlHealthCheck = "Done";
   std::int64_t num_bundles = 0;
   std::int64_t num_sub_bundles_l2 = 0;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <latch>
 #include <string>
@@ -11,6 +12,7 @@
 #include "base/text.h"
 #include "base/worker.h"
 #include "report/results.h"
+#include "support/crew.h"
 #include "support/fake_router.h"
 
 namespace tessel {
@@ -260,6 +262,17 @@ TEST_F(exit_test, a_debug_log_that_a_worker_still_holds_is_closed_by_the_worker)
   EXPECT_EQ(file_text(LOG_FILE_DEBUG), "late\n");
   held = nullptr;
   EXPECT_EQ(descriptor_of(LOG_FILE_DEBUG), -1);
+}
+
+TEST_F(exit_test, after_results_that_have_waited_their_time_the_end_waits_no_longer) {
+  busy_core busy;
+  start_worker([] {});
+  st().waited_for_workers = std::chrono::seconds(10);
+  st().noted_late_workers = true;
+  const auto start = std::chrono::steady_clock::now();
+  exit_output();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_THAT(file_text(LOG_FILE_DEBUG), Not(HasSubstr("had not begun")));
 }
 
 }  // namespace
