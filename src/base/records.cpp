@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
+#include <utility>
 
 #include "base/constants.h"
 #include "base/failure.h"
@@ -11,53 +11,73 @@ namespace tessel {
 
 namespace {
 
-// The field's content, or null.
-template <class Fields>
-auto* content_of(Fields& fields, std::string_view field) {
-  const text_key sought(field);
-  const auto found = std::find_if(fields.begin(), fields.end(),
-                                  [&sought](const auto& each) { return sought.is(each.name); });
-  return found == fields.end() ? nullptr : &found->content;
+const value unset = DEFAULT;
+
+const row_keys& fields_of_member() {
+  static const row_keys& fields =
+      *new row_keys{"name", "ifh",   "pp_port",  "npu_id", "npu_core",
+                    "voq",  "memid", "nodename", "mtu",    "vlan_domain"};
+  return fields;
 }
 
-template <class Fields>
-auto& content_in(Fields& fields, std::string_view field, here where) {
-  auto* content = content_of(fields, field);
-  if (content == nullptr) throw failure(fmt::format("no field {}", brief_text(field)), where);
-  return *content;
+const row_keys& fields_of_sub_bundle() {
+  static const row_keys& fields =
+      *new row_keys{"ifh", "lagid", "llif", "glif", "rif", "is_l2", "delPending", "encap"};
+  return fields;
+}
+
+const row_keys& fields_of_bundle() {
+  static const row_keys& fields =
+      *new row_keys{"ifh", "lagid", "llif",        "glif",    "rif",        "vlan_domain", "mac",
+                    "mtu", "is_l2", "sub_bundles", "members", "delPending", "untagged"};
+  return fields;
 }
 
 }  // namespace
 
-record::record(const std::vector<std::pair<std::string, value>>& fields) {
-  fields_.reserve(fields.size());
-  for (const auto& [name, content] : fields) fields_.push_back({name, content});
+record::record(const row_keys& fields, value_list contents)
+    : fields_(fields), contents_(std::move(contents)) {
+  if (contents_.size() == fields_.size()) return;
+  throw failure(fmt::format("{} contents for {} fields", contents_.size(), fields_.size()));
 }
 
-record::record(const record& other) {
+record::record(const record& other) : fields_(other.fields_) {
   const std::lock_guard lock(other.mutex_);
-  fields_ = other.fields_;
+  contents_ = other.contents_;
+  more_ = other.more_;
 }
 
-value& record::slot(std::string_view field, here where) {
-  return content_in(fields_, field, where);
+// Null if there is no such field.
+value* record::content_of(const text_key& field) {
+  const std::size_t place = fields_.position(field);
+  if (place < contents_.size()) return &contents_[place];
+  for (auto& [name, content] : more_) {
+    if (name == field.text()) return &content;
+  }
+  return nullptr;
 }
 
-value record::get(std::string_view field, here where) const {
+value& record::slot(const text_key& field, here where) {
+  value* const content = content_of(field);
+  if (content != nullptr) return *content;
+  throw failure(fmt::format("no field {}", brief_text(field.text())), where);
+}
+
+value record::get(text_key field, here where) const {
   const std::lock_guard lock(mutex_);
-  return content_in(fields_, field, where);
+  return const_cast<record*>(this)->slot(field, where);
 }
 
-void record::set(std::string_view field, value content) {
+void record::set(text_key field, value content) {
   const std::lock_guard lock(mutex_);
-  if (value* held = content_of(fields_, field)) {
+  if (value* const held = content_of(field)) {
     *held = std::move(content);
   } else {
-    fields_.push_back({field, std::move(content)});
+    more_.emplace_back(field.text(), std::move(content));
   }
 }
 
-std::optional<value> record::expect(std::string_view field, const value& reported, here where) {
+std::optional<value> record::expect(text_key field, const value& reported, here where) {
   return in_one_step(
       field,
       [&reported](value& held) -> std::optional<value> {
@@ -69,50 +89,26 @@ std::optional<value> record::expect(std::string_view field, const value& reporte
 }
 
 value record::fields_as_map() const {
-  value fields = make_ordered_map();
   const std::lock_guard lock(mutex_);
-  fields.as_map().reserve(fields_.size());
-  for (const named_value& each : fields_) fields.as_map().put(each.name, each.content);
+  value_list copy = contents_;
+  value fields = make_row(fields_, copy, map::order::ordered);
+  for (const auto& [name, content] : more_) fields.as_map().put(name, content);
   return fields;
 }
 
 memberInfo::memberInfo()
-    : record({{"name", DEFAULT},
-              {"ifh", DEFAULT},
-              {"pp_port", DEFAULT},
-              {"npu_id", DEFAULT},
-              {"npu_core", DEFAULT},
-              {"voq", DEFAULT},
-              {"memid", DEFAULT},
-              {"nodename", DEFAULT},
-              {"mtu", DEFAULT},
-              {"vlan_domain", make_map()}}) {}
+    : record(fields_of_member(),
+             {unset, unset, unset, unset, unset, unset, unset, unset, unset, make_map()}) {}
 
 subBundles::subBundles()
-    : record({{"ifh", DEFAULT},
-              {"lagid", DEFAULT},
-              {"llif", DEFAULT},
-              {"glif", DEFAULT},
-              {"rif", DEFAULT},
-              {"is_l2", DEFAULT},
-              {"delPending", DEFAULT},
-              {"encap", make_list()}}) {}
+    : record(fields_of_sub_bundle(),
+             {unset, unset, unset, unset, unset, unset, unset, make_list()}) {}
 
 // A shared map, because the nodes' threads set their VLAN domains in it one after the other.
 Bundles::Bundles()
-    : record({{"ifh", DEFAULT},
-              {"lagid", DEFAULT},
-              {"llif", DEFAULT},
-              {"glif", DEFAULT},
-              {"rif", DEFAULT},
-              {"vlan_domain", make_shared_map(map::order::plain)},
-              {"mac", DEFAULT},
-              {"mtu", DEFAULT},
-              {"is_l2", DEFAULT},
-              {"sub_bundles", make_map()},
-              {"members", make_map()},
-              {"delPending", DEFAULT},
-              {"untagged", DEFAULT}}) {}
+    : record(fields_of_bundle(),
+             {unset, unset, unset, unset, unset, make_shared_map(map::order::plain), unset, unset,
+              unset, make_map(), make_map(), unset, unset}) {}
 
 value Bundles::fields_as_map() const {
   value wrapped = make_ordered_map();

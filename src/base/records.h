@@ -26,20 +26,19 @@ class record {
   record& operator=(const record&) = delete;
 
   // Throws `failure` with the field's name if it was never declared or set.
-  value get(std::string_view field, here where = here::current()) const;
+  value get(text_key field, here where = here::current()) const;
   // Sets or adds a field.
-  void set(std::string_view field, value content);
+  void set(text_key field, value content);
 
   // Applies the expected-value rule in one step: a field that is not set takes `reported`; a field
   // that is set must equal `reported`. Returns nothing if they agree, otherwise what the record
   // holds. Throws `failure` if there is no such field.
-  std::optional<value> expect(std::string_view field, const value& reported,
-                              here where = here::current());
+  std::optional<value> expect(text_key field, const value& reported, here where = here::current());
 
   // Calls `step` with the field under the lock, so that a test and a write are one step. Throws
   // `failure` if there is no such field.
   template <class Step>
-  auto in_one_step(std::string_view field, Step step, here where = here::current()) {
+  auto in_one_step(text_key field, Step step, here where = here::current()) {
     const std::lock_guard lock(mutex_);
     return step(slot(field, where));
   }
@@ -48,18 +47,19 @@ class record {
   virtual value fields_as_map() const;
 
  protected:
-  explicit record(const std::vector<std::pair<std::string, value>>& fields);
+  // The declared fields, which all records of a sort share, and the content of each. Throws
+  // `failure` if their numbers differ.
+  record(const row_keys& fields, value_list contents);
   record(const record& other);
 
  private:
-  struct named_value {
-    value name;
-    value content;
-  };
-  value& slot(std::string_view field, here where);
+  value* content_of(const text_key& field);
+  value& slot(const text_key& field, here where);
 
   mutable std::mutex mutex_;
-  std::vector<named_value> fields_;  // guarded by mutex_
+  const row_keys& fields_;
+  value_list contents_;                        // guarded by mutex_
+  std::vector<std::pair<value, value>> more_;  // fields that were set, not declared; the same
 };
 
 // One physical member port: name, ifh, pp_port, npu_id, npu_core, voq, memid, nodename, mtu,

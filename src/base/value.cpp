@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <map>
 #include <new>
 
@@ -19,8 +20,12 @@ constexpr std::size_t scan_limit = 8;     // up to this size a linear search is 
 constexpr std::size_t brief_limit = 100;  // bytes of a value that a message quotes
 constexpr std::size_t most_room = 16384;  // entries for which a new map makes room
 constexpr std::size_t least_shared_text = 256;  // shorter texts are copied, not moved
-constexpr std::string_view visited = "Visited";
-const text_key visited_key(visited);
+constexpr std::size_t first_room = 4;           // entries of a map that grows
+constexpr text_key visited("Visited");
+
+bool is_visited(const text_key& key) {
+  return key.text() == visited.text();
+}
 
 // The bits of a short key, mixed so that all of them count in the lowest ones.
 std::uint32_t mixed(std::uint64_t first, std::uint64_t second) {
@@ -55,14 +60,8 @@ std::shared_ptr<const std::string> shared_copy(std::string_view text) {
   throw failure(fmt::format("{} expected, found {}", wanted, brief(found)), where);
 }
 
-[[noreturn]] void no_map_for(std::string_view key, const value& found, here where) {
-  throw failure(fmt::format("no key {} in {}: a map is expected", brief_text(key), brief(found)),
-                where);
-}
-
-[[noreturn]] void no_map_to_search(std::string_view key, const value& found, here where) {
-  throw failure(
-      fmt::format("{} looked for in {}: a map is expected", brief_text(key), brief(found)), where);
+[[noreturn]] void no_key(const text_key& key, here where) {
+  throw failure(fmt::format("no key {}", brief_text(key.text())), where);
 }
 
 bool equal_maps(const map& left, const map& right) {
@@ -92,31 +91,33 @@ struct value::shared_text_object : counted {
 
 // The characters follow the object in the same piece of memory.
 struct value::long_text_object : counted {
-  explicit long_text_object(std::size_t length) : size(length) {}
+  explicit long_text_object(std::size_t length) : size(static_cast<std::uint32_t>(length)) {}
   char* characters() { return reinterpret_cast<char*>(this + 1); }
   std::string_view view() { return {characters(), size}; }
 
-  static long_text_object* make(std::string_view text) {
-    void* memory = ::operator new(sizeof(long_text_object) + text.size());
-    auto* made = new (memory) long_text_object(text.size());
-    std::memcpy(made->characters(), text.data(), text.size());
-    return made;
+  static constexpr std::size_t most = std::numeric_limits<std::uint32_t>::max();
+  static long_text_object* make(std::size_t length) {
+    return new (::operator new(sizeof(long_text_object) + length)) long_text_object(length);
   }
   static void free(long_text_object* object) {
     object->~long_text_object();
     ::operator delete(object);
   }
 
-  std::size_t size;
+  std::uint32_t size;
 };
 
 value::value(std::string_view text) {
-  if (text.size() <= longest_short_text) {
+  if (text.size() <= text_key::longest_short) {
     const text_key key(text);
-    first_ = key.first_;
+    first_ = static_cast<std::int64_t>(key.first_);
     tag_ = key.tag_;
+  } else if (text.size() <= long_text_object::most) {
+    long_text_object* const made = long_text_object::make(text.size());
+    std::memcpy(made->characters(), text.data(), text.size());
+    *this = value(form::long_text, made);
   } else {
-    *this = value(form::long_text, long_text_object::make(text));
+    *this = value(std::make_shared<const std::string>(text));
   }
 }
 
@@ -128,21 +129,27 @@ value::value(std::string&& text) {
 
 value::value(std::shared_ptr<const std::string> text) {
   // A key is found by its form too: a short text has one form only.
-  *this = text->size() <= longest_short_text
+  *this = text->size() <= text_key::longest_short
               ? value(std::string_view(*text))
               : value(form::shared_text, new shared_text_object(std::move(text)));
 }
-value::value(std::unique_ptr<map> entries) : value(form::map, entries.release()) {}
-value::value(std::unique_ptr<value_list> items)
-    : value(form::list, new list_object(std::move(*items))) {}
 value::value(std::shared_ptr<record> object)
     : value(form::record, new record_object(std::move(object))) {}
 
 value value::refer_to(std::string_view text) {
-  if (text.size() <= longest_short_text) return text;
+  if (text.size() <= text_key::longest_short) return text;
   value made;
   made.first_ = std::bit_cast<std::int64_t>(text.data());
   made.tag_ = tag_of(form::literal_text) | text.size();
+  return made;
+}
+
+value value::of_key(const text_key& key) {
+  if (key.held() == form::borrowed_text) return key.text();
+  if (!key.is_short()) return refer_to(key.text());
+  value made;
+  made.first_ = static_cast<std::int64_t>(key.first_);
+  made.tag_ = key.tag_;
   return made;
 }
 
@@ -162,7 +169,7 @@ value& value::operator=(value&& other) noexcept {
 void value::destroy() {
   switch (held()) {
     case form::map:
-      delete static_cast<map*>(object());
+      map::destroy(static_cast<map*>(object()));
       break;
     case form::list:
       delete static_cast<list_object*>(object());
@@ -198,7 +205,7 @@ value_kind value::kind() const {
 std::string_view value::long_view() const {
   switch (held()) {
     case form::literal_text:
-      return {std::bit_cast<const char*>(number()), tag_ & ~(std::uint64_t{0xff} << form_shift)};
+      return {std::bit_cast<const char*>(number()), tag_ & text_key::most_length};
     case form::long_text:
       return static_cast<long_text_object*>(object())->view();
     default:
@@ -215,7 +222,7 @@ bool value::truthy() const {
     case value_kind::text:
       return !as_text().empty();
     case value_kind::map:
-      return !as_map().empty();
+      return object() != nullptr && !as_map().empty();
     case value_kind::list:
       return !as_list().empty();
     case value_kind::record:
@@ -245,9 +252,17 @@ std::shared_ptr<const std::string> value::as_shared_text(here where) const {
   return shared_copy(view());
 }
 
-map& value::as_map(here where) const {
-  if (!is_map()) wrong_kind("a map", *this, where);
-  return *static_cast<map*>(object());
+// The first one that asks makes the map; of several threads one.
+counted* value::ask_for_map() const {
+  value made = map::held(map::make(map::order::plain));
+  counted* const entries = made.object();
+  std::int64_t held_before = 0;
+  if (!std::atomic_ref(first_).compare_exchange_strong(held_before, made.first_,
+                                                       std::memory_order_acq_rel)) {
+    return std::bit_cast<counted*>(held_before);
+  }
+  made.tag_ = 0;
+  return entries;
 }
 
 value_list& value::as_list(here where) const {
@@ -260,26 +275,21 @@ record& value::as_record(here where) const {
   return *static_cast<record_object*>(object())->object;
 }
 
-value value::at(std::string_view key, here where) const {
-  if (!is_map()) no_map_for(key, *this, where);
-  return as_map().at(key, where);
+void value::no_map(const value& found, here where) {
+  wrong_kind("a map", found, where);
 }
 
-bool value::contains(std::string_view key, here where) const {
-  if (!is_map()) no_map_to_search(key, *this, where);
-  return as_map().contains(key);
+void value::no_map_to_search(const text_key& key, const value& found, here where) {
+  throw failure(
+      fmt::format("{} looked for in {}: a map is expected", brief_text(key.text()), brief(found)),
+      where);
 }
 
-std::optional<value> value::get(std::string_view key, here where) const {
-  if (!is_map()) no_map_to_search(key, *this, where);
-  return as_map().get(key);
-}
-
-const value& value::in(std::string_view key, here where) const {
-  if (!is_map()) no_map_for(key, *this, where);
-  const value* found = as_map().look_up(key);
-  if (found == nullptr) throw failure(fmt::format("no key {}", brief_text(key)), where);
-  return *found;
+void value::no_entry(const text_key& key, const value& found, here where) {
+  if (found.is_map()) no_key(key, where);
+  throw failure(
+      fmt::format("no key {} in {}: a map is expected", brief_text(key.text()), brief(found)),
+      where);
 }
 
 bool operator==(const value& left, const value& right) {
@@ -304,86 +314,169 @@ bool operator==(const value& left, const value& right) {
 // Keys that differ only in the last digit get slots side by side: the tables number their rows, and
 // the checks look up one row after the other.
 std::uint32_t text_key::hash() const {
-  if (tag_ == 0) return static_cast<std::uint32_t>(std::hash<std::string_view>()(text_));
-  if (text_.empty()) return 0;
-  auto first = static_cast<std::uint64_t>(first_);
+  const std::string_view whole = text();
+  if (!is_short()) return static_cast<std::uint32_t>(std::hash<std::string_view>()(whole));
+  if (whole.empty()) return 0;
+  std::uint64_t first = first_;
   std::uint64_t second = tag_;
-  const auto last = static_cast<unsigned char>(text_.back());
-  const std::size_t place = text_.size() - 1;
-  constexpr std::size_t word = sizeof first;
+  const auto last = static_cast<unsigned char>(whole.back());
+  const std::size_t place = whole.size() - 1;
   (place < word ? first : second) ^= std::uint64_t{last} << 8 * (place % word);
   return mixed(first, second) + hexadecimal_digit(last);
 }
 
-map::map(order kind, access threads) : order_(kind) {
-  if (threads == access::shared) guard_ = std::make_unique<std::shared_mutex>();
+// What a map keeps apart from itself: keys, contents and, if there is room for more than
+// `scan_limit`, the index. It has a free slot always.
+struct map::block {
+  value* keys() { return reinterpret_cast<value*>(this + 1); }
+  value* contents() { return keys() + capacity; }
+  // A slot is 0 if it is free; otherwise it has position + 1 in the bits of the mask, and the hash
+  // in the others.
+  std::uint32_t* index() { return reinterpret_cast<std::uint32_t*>(contents() + capacity); }
+
+  static block* make(std::size_t capacity) {
+    std::size_t slots = capacity > scan_limit ? 4 * scan_limit : 0;
+    while (3 * slots < 4 * capacity && slots > 0) slots *= 2;
+    const std::size_t size =
+        sizeof(block) + 2 * capacity * sizeof(value) + slots * sizeof(std::uint32_t);
+    auto* const made = new (::operator new(size))
+        block{static_cast<std::uint32_t>(capacity), static_cast<std::uint32_t>(slots)};
+    std::fill_n(made->index(), slots, 0U);
+    return made;
+  }
+
+  std::uint32_t capacity;
+  std::uint32_t slots;
+};
+
+struct map::shared_map : map {
+  explicit shared_map(order kind) : map(kind, access::shared) {}
+  mutable std::shared_mutex mutex;
+};
+
+map::map(const row_keys& keys, std::span<value> contents, order kind)
+    : size_(static_cast<std::uint32_t>(contents.size())),
+      order_(kind),
+      access_(access::unlocked),
+      shape_(shape::row),
+      keys_(keys.keys_) {
+  std::uninitialized_move(contents.begin(), contents.end(), this->contents());
+}
+
+map::~map() {
+  std::destroy_n(contents(), size_);
+  if (is_row() || keys_ == nullptr) return;
+  block* const held = own_block();
+  std::destroy_n(held->keys(), size_);
+  ::operator delete(held);
+}
+
+map* map::make(order kind, access threads) {
+  if (threads == access::unlocked) return new (::operator new(sizeof(map))) map(kind);
+  return new (::operator new(sizeof(shared_map))) shared_map(kind);
+}
+
+// Null is an empty map that nobody has asked for.
+value map::held(map* made) {
+  return {value::form::map, made};
+}
+
+void map::destroy(map* which) {
+  if (which->access_ == access::unlocked) {
+    which->~map();
+  } else {
+    static_cast<shared_map*>(which)->~shared_map();
+  }
+  ::operator delete(which);
+}
+
+map::block* map::own_block() const {
+  return reinterpret_cast<block*>(const_cast<value*>(keys_)) - 1;
+}
+
+const value* map::contents() const {
+  if (is_row()) return reinterpret_cast<const value*>(this + 1);
+  return keys_ == nullptr ? nullptr : own_block()->contents();
+}
+
+std::shared_mutex& map::guard() const {
+  return static_cast<const shared_map*>(this)->mutex;
 }
 
 std::shared_lock<std::shared_mutex> map::reading() const {
-  return guard_ ? std::shared_lock(*guard_) : std::shared_lock<std::shared_mutex>();
+  return is_locked() ? std::shared_lock(guard()) : std::shared_lock<std::shared_mutex>();
 }
 
 std::unique_lock<std::shared_mutex> map::writing() const {
-  return guard_ ? std::unique_lock(*guard_) : std::unique_lock<std::shared_mutex>();
+  return is_locked() ? std::unique_lock(guard()) : std::unique_lock<std::shared_mutex>();
 }
 
-std::size_t map::position(const text_key& key) const {
-  if (index_.empty()) {
-    for (std::size_t at = 0; at < entries_.size(); ++at) {
-      if (key.is(entries_[at].key)) return at;
-    }
-    return npos;
+inline std::size_t map::position(const text_key& key) const {
+  if (shape_ == shape::indexed) {
+    const std::size_t guessed = guessed_position(key);
+    return guessed != npos ? guessed : indexed_position(key);
   }
-  if (const std::size_t guessed = guessed_position(key); guessed != npos) return guessed;
-  const std::uint32_t held = index_[slot_of(key, key.hash())].place;
-  if (held == 0) return npos;
-  last_found_.store(held - 1, std::memory_order_relaxed);
-  return held - 1;
+  const std::size_t found = value::place_of(key, keys_, size_);
+  return found == size_ ? npos : found;
 }
 
-std::size_t map::guessed_position(const text_key& key) const {
+inline std::size_t map::guessed_position(const text_key& key) const {
   const std::uint32_t last = last_found_.load(std::memory_order_relaxed);
-  if (last < entries_.size() && key.is(entries_[last].key)) return last;
+  if (last < size_ && keys_[last].is(key)) return last;
   const std::uint32_t next = last + 1;
-  if (next >= entries_.size() || !key.is(entries_[next].key)) return npos;
+  if (next >= size_ || !keys_[next].is(key)) return npos;
   last_found_.store(next, std::memory_order_relaxed);
   return next;
 }
 
-// The slot that holds `key`, or the free slot where it would go.
-std::size_t map::slot_of(const text_key& key, std::uint32_t hash) const {
-  const std::size_t mask = index_.size() - 1;
-  std::size_t at = hash & mask;
-  while (index_[at].place != 0 &&
-         (index_[at].hash != hash || !key.is(entries_[index_[at].place - 1].key))) {
-    at = (at + 1) & mask;
-  }
-  return at;
+std::size_t map::indexed_position(const text_key& key) const {
+  const std::uint32_t held = *slot_of(key, key.hash());
+  if (held == 0) return npos;
+  const std::uint32_t found = (held & (own_block()->slots - 1)) - 1;
+  last_found_.store(found, std::memory_order_relaxed);
+  return found;
 }
 
-void map::rebuild_index(std::size_t entries) {
-  index_.clear();
-  if (entries <= scan_limit) return;
-  std::size_t slots = 4 * scan_limit;
-  while (3 * slots < 4 * entries) slots *= 2;
-  index_.resize(slots);
-  for (std::size_t at = 0; at < entries_.size(); ++at) enter(at, text_key(entries_[at].key.view()));
+// The slot that holds `key`, or the free slot where it would go.
+inline std::uint32_t* map::slot_of(const text_key& key, std::uint32_t hash) const {
+  block* const held = own_block();
+  std::uint32_t* const index = held->index();
+  const std::uint32_t mask = held->slots - 1;
+  std::uint32_t at = hash & mask;
+  while (index[at] != 0 &&
+         (((index[at] ^ hash) & ~mask) != 0 || !keys_[(index[at] & mask) - 1].is(key))) {
+    at = (at + 1) & mask;
+  }
+  return &index[at];
 }
 
 void map::enter(std::size_t at, const text_key& key) {
   const std::uint32_t hash = key.hash();
-  index_[slot_of(key, hash)] = {hash, static_cast<std::uint32_t>(at + 1)};
+  const std::uint32_t mask = own_block()->slots - 1;
+  *slot_of(key, hash) = (hash & ~mask) | static_cast<std::uint32_t>(at + 1);
+}
+
+// Moves the entries into a block of their own with this room.
+void map::move_into(std::size_t capacity) {
+  block* const next = block::make(capacity);
+  std::uninitialized_move_n(contents(), size_, next->contents());
+  if (is_row()) {
+    std::uninitialized_copy_n(keys_, size_, next->keys());
+  } else if (keys_ != nullptr) {
+    // What was moved from is none, which needs no destructor.
+    std::uninitialized_move_n(own_block()->keys(), size_, next->keys());
+    ::operator delete(own_block());
+  }
+  keys_ = next->keys();
+  shape_ = next->slots > 0 ? shape::indexed : shape::small;
+  if (shape_ != shape::indexed) return;
+  for (std::size_t at = 0; at < size_; ++at) enter(at, text_key(keys_[at].view()));
 }
 
 std::size_t map::size() const {
   const auto lock = reading();
-  const bool extra = holds_late_mark() && position(visited_key) == npos;
-  return entries_.size() + (extra ? 1 : 0);
-}
-
-bool map::contains(std::string_view key) const {
-  const auto lock = reading();
-  return position(text_key(key)) != npos || (key == visited && holds_late_mark());
+  const bool extra = holds_late_mark() && position(visited) == npos;
+  return size_ + (extra ? 1 : 0);
 }
 
 const value& map::late_mark() {
@@ -391,101 +484,123 @@ const value& map::late_mark() {
   return mark;
 }
 
-const value* map::find_here(std::string_view key) const {
-  if (holds_late_mark() && key == visited) return &late_mark();
-  const std::size_t at = position(text_key(key));
-  return at == npos ? nullptr : &entries_[at].content;
+inline const value* map::find_here(const text_key& key) const {
+  if (holds_late_mark() && is_visited(key)) return &late_mark();
+  const std::size_t at = position(key);
+  return at == npos ? nullptr : contents() + at;
 }
 
-const value* map::look_up(std::string_view key) const {
-  if (guard_) throw failure("a map that still grows gives copies only");
+const value* map::look_up(text_key key) const {
+  if (is_locked()) throw failure("a map that still grows gives copies only");
   return find_here(key);
 }
 
-value map::find(std::string_view key) const {
+bool map::contains(text_key key) const {
   const auto lock = reading();
-  const value* found = find_here(key);
-  return found == nullptr ? value() : *found;
+  return find_here(key) != nullptr;
 }
 
-std::optional<value> map::get(std::string_view key) const {
+// Copies the entry to `found`. False if there is none.
+bool map::copy_to(value& found, text_key key) const {
+  if (!is_locked()) return copy_here(found, key);
   const auto lock = reading();
-  const value* found = find_here(key);
-  return found == nullptr ? std::nullopt : std::optional(*found);
+  return copy_here(found, key);
 }
 
-value map::at(std::string_view key, here where) const {
-  const auto lock = reading();
-  const value* found = find_here(key);
-  if (found == nullptr) throw failure(fmt::format("no key {}", brief_text(key)), where);
-  return *found;
+bool map::copy_here(value& found, const text_key& key) const {
+  const value* const entry = find_here(key);
+  if (entry == nullptr) return false;
+  found = *entry;
+  return true;
 }
 
-void map::set(std::string_view key, value content) {
-  const auto lock = writing();
-  const text_key sought(key);
-  const std::size_t at = position(sought);
-  if (at != npos) {
-    entries_[at].content = std::move(content);
-  } else {
-    append(sought, value(key), std::move(content));
-  }
+value map::find(text_key key) const {
+  value found;
+  copy_to(found, key);
+  return found;
+}
+
+std::optional<value> map::get(text_key key) const {
+  std::optional<value> found(std::in_place);
+  if (!copy_to(*found, key)) found.reset();
+  return found;
+}
+
+value map::at(text_key key, here where) const {
+  value found;
+  if (!copy_to(found, key)) no_key(key, where);
+  return found;
+}
+
+void map::set(text_key key, value content) {
+  insert_or_replace(key, nullptr, std::move(content));
 }
 
 void map::put(const value& key, value content) {
+  insert_or_replace(key.as_text(), &key, std::move(content));
+}
+
+// `key` is the value to keep, or null if there is only `sought`.
+void map::insert_or_replace(const text_key& sought, const value* key, value content) {
   const auto lock = writing();
-  const text_key sought(key.as_text());
   const std::size_t at = position(sought);
   if (at != npos) {
-    entries_[at].content = std::move(content);
+    contents()[at] = std::move(content);
   } else {
-    append(sought, key, std::move(content));
+    append(key == nullptr ? value::of_key(sought) : *key, std::move(content));
   }
 }
 
-void map::append(const text_key& sought, value key, value content) {
-  entries_.push_back({std::move(key), std::move(content)});
-  const std::size_t size = entries_.size();
-  if (index_.empty() && size <= scan_limit) return;
-  if (3 * index_.size() < 4 * size) {
-    rebuild_index(size);
-  } else {
-    enter(size - 1, sought);
+void map::append(value key, value content) {
+  if (is_row() || keys_ == nullptr || size_ == own_block()->capacity) {
+    move_into(std::max<std::size_t>(first_room, 2 * std::size_t{size_}));
   }
+  block* const held = own_block();
+  const value* const added = std::construct_at(held->keys() + size_, std::move(key));
+  std::construct_at(held->contents() + size_, std::move(content));
+  ++size_;
+  if (shape_ == shape::indexed) enter(size_ - 1, text_key(added->view()));
 }
 
 void map::reserve(std::size_t entries) {
   const auto lock = writing();
-  entries_.reserve(entries);
-  if (entries > entries_.size()) rebuild_index(entries);
+  const std::size_t room = is_row() || keys_ == nullptr ? size_ : own_block()->capacity;
+  if (entries > room) move_into(entries);
 }
 
-void map::update(std::string_view key, std::int64_t number, here where) {
+void map::update(text_key key, std::int64_t number, here where) {
   const auto lock = reading();
-  const std::size_t at = position(text_key(key));
-  if (at == npos) throw failure(fmt::format("no key {}", brief_text(key)), where);
-  value& content = entries_[at].content;
+  const std::size_t at = position(key);
+  if (at == npos) no_key(key, where);
+  value& content = contents()[at];
   if (!content.is_integer()) wrong_kind("an integer", content, where);
   content.store(number);
 }
 
-void map::erase(std::string_view key) {
+void map::erase(text_key key) {
   const auto lock = writing();
-  const std::size_t at = position(text_key(key));
+  const std::size_t at = position(key);
   if (at == npos) return;
-  entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(at));
-  rebuild_index(entries_.size());
+  if (is_row()) move_into(size_);
+  const auto close_gap = [this, at](value* list) {
+    std::move(list + at + 1, list + size_, list + at);
+    std::destroy_at(list + size_ - 1);
+  };
+  close_gap(own_block()->keys());
+  close_gap(contents());
+  --size_;
+  move_into(own_block()->capacity);
 }
 
 void map::freeze() {
-  guard_.reset();
+  if (is_locked()) access_ = access::frozen;
 }
 
 void map::mark_visited() {
   const auto lock = reading();
-  const std::size_t at = position(visited_key);
-  if (at != npos && entries_[at].content.is_integer()) {
-    entries_[at].content.store(1);
+  const std::size_t at = position(visited);
+  if (at != npos && contents()[at].is_integer()) {
+    contents()[at].store(1);
   } else {
     late_mark_.store(true, std::memory_order_relaxed);
   }
@@ -494,7 +609,7 @@ void map::mark_visited() {
 std::vector<std::pair<std::string, value>> map::items() const {
   const auto lock = reading();
   std::vector<std::pair<std::string, value>> copy;
-  copy.reserve(entries_.size() + 1);
+  copy.reserve(size_ + std::size_t{1});
   walk([&copy](std::string_view key, const value& content) { copy.emplace_back(key, content); });
   return copy;
 }
@@ -502,25 +617,61 @@ std::vector<std::pair<std::string, value>> map::items() const {
 std::vector<std::string> map::keys() const {
   const auto lock = reading();
   std::vector<std::string> names;
-  names.reserve(entries_.size() + 1);
+  names.reserve(size_ + std::size_t{1});
   walk([&names](std::string_view key, const value&) { names.emplace_back(key); });
   return names;
 }
 
+row_keys::row_keys(std::initializer_list<std::string_view> keys) {
+  if (keys.size() > most) {
+    throw failure(fmt::format("a row of {} keys; at most {} are possible", keys.size(), most));
+  }
+  for (const std::string_view key : keys) {
+    if (std::find(keys_, keys_ + size_, key) != keys_ + size_) {
+      throw failure(fmt::format("a row with two keys {}", brief_text(key)));
+    }
+    keys_[size_++] = value::refer_to(key);
+  }
+}
+
 value make_map(std::size_t expected_entries) {
-  auto made = std::make_unique<map>();
+  if (expected_entries == 0) return map::held(nullptr);
+  value entries = map::held(map::make(map::order::plain));
   // The number comes from a tool's text, which may be nonsense.
-  if (expected_entries > 0) made->reserve(std::min(expected_entries, most_room));
-  return value(std::move(made));
+  entries.as_map().reserve(std::min(expected_entries, most_room));
+  return entries;
 }
+
 value make_ordered_map() {
-  return value(std::make_unique<map>(map::order::ordered));
+  return map::held(map::make(map::order::ordered));
 }
+
 value make_shared_map(map::order kind) {
-  return value(std::make_unique<map>(kind, map::access::shared));
+  return map::held(map::make(kind, map::access::shared));
 }
+
+value make_row(const row_keys& keys, std::span<value> contents, map::order kind) {
+  if (contents.size() != keys.size()) {
+    throw failure(fmt::format("{} contents for a row of {}", contents.size(), keys.size()));
+  }
+  void* const memory = ::operator new(sizeof(map) + contents.size() * sizeof(value));
+  return map::held(new (memory) map(keys, contents, kind));
+}
+
 value make_list(value_list items) {
-  return value(std::make_unique<value_list>(std::move(items)));
+  return {value::form::list, new value::list_object(std::move(items))};
+}
+
+value make_text(std::initializer_list<std::string_view> parts) {
+  std::size_t size = 0;
+  for (const std::string_view part : parts) size += part.size();
+  if (size <= text_key::longest_short || size > value::long_text_object::most) {
+    return joined(parts);
+  }
+  auto* const made = value::long_text_object::make(size);
+  char* at = made->characters();
+  for (const std::string_view part : parts) at = std::copy(part.begin(), part.end(), at);
+  return {value::form::long_text, made};
 }
 
 std::string brief_text(std::string_view text) {

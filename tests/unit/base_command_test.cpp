@@ -447,8 +447,14 @@ TEST_F(command_test, a_failure_below_execute_bcmd_counts_once) {
 
 class unprintable : public record {
  public:
-  unprintable() : record(std::vector<std::pair<std::string, value>>()) {}
+  unprintable() : record(no_fields(), {}) {}
   value fields_as_map() const override { throw failure("not to be printed"); }
+
+ private:
+  static const row_keys& no_fields() {
+    static const row_keys& fields = *new row_keys{};
+    return fields;
+  }
 };
 
 TEST_F(command_test, a_failure_of_execute_bcmd_itself_names_the_chip_command) {

@@ -29,14 +29,17 @@ std::string dump_of(const value& obj, std::string_view layer = "DPA") {
 // A record whose first `times` serialisations fail.
 class reluctant : public record {
  public:
-  explicit reluctant(int times) : record(fields{{"ifh", "0x10"}}), times_(times) {}
+  explicit reluctant(int times) : record(fields(), {"0x10"}), times_(times) {}
   value fields_as_map() const override {
     if (times_-- > 0) throw failure("fields are being held back");
     return record::fields_as_map();
   }
 
  private:
-  using fields = std::vector<std::pair<std::string, value>>;
+  static const row_keys& fields() {
+    static const row_keys& names = *new row_keys{"ifh"};
+    return names;
+  }
   mutable int times_;
 };
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <limits>
+#include <random>
 #include <string>
 #include <thread>
 #include <utility>
@@ -410,13 +411,249 @@ TEST_F(value_test, a_value_in_a_message_is_kept_short) {
   EXPECT_LT(brief(std::string(50'000'000, '\xff')).size(), 500U);
 }
 
+// The plain pattern: keys and contents in a list.
+class plain_map {
+ public:
+  value* find(const std::string& key) {
+    for (auto& [held, content] : entries_) {
+      if (held == key) return &content;
+    }
+    return nullptr;
+  }
+  void set(const std::string& key, const value& content) {
+    if (value* held = find(key)) {
+      *held = content;
+    } else {
+      entries_.emplace_back(key, content);
+    }
+  }
+  void erase(const std::string& key) {
+    std::erase_if(entries_, [&key](const auto& each) { return each.first == key; });
+  }
+  const std::vector<std::pair<std::string, value>>& items() const { return entries_; }
+
+ private:
+  std::vector<std::pair<std::string, value>> entries_;
+};
+
+// Keys of many lengths and forms, some of which differ in one byte only.
+std::vector<std::string> hostile_keys() {
+  std::vector<std::string> keys = {"", "Visited", "Visite", "Visited ", "Node Description"};
+  for (const std::size_t length : {1U, 3U, 4U, 7U, 8U, 9U, 12U, 15U, 16U, 17U, 40U}) {
+    for (const char end : {'\0', 'a', '1', '\xff'}) keys.push_back(std::string(length, 'a') + end);
+  }
+  return keys;
+}
+
+void expect_same(const value& entries, plain_map& plain, const std::vector<std::string>& keys) {
+  ASSERT_EQ(entries.as_map().items(), plain.items());
+  ASSERT_EQ(entries.as_map().size(), plain.items().size());
+  ASSERT_EQ(entries.truthy(), !plain.items().empty());
+  std::vector<std::pair<std::string, value>> walked;
+  entries.as_map().for_each(
+      [&](std::string_view key, const value& content) { walked.emplace_back(key, content); });
+  ASSERT_EQ(walked, plain.items());
+  for (const std::string& key : keys) {
+    const value* expected = plain.find(key);
+    ASSERT_EQ(entries.contains(key), expected != nullptr);
+    ASSERT_EQ(entries.get(key).has_value(), expected != nullptr);
+    if (expected == nullptr) continue;
+    ASSERT_EQ(entries.at(key), *expected);
+    ASSERT_EQ(entries.in(key), *expected);
+  }
+}
+
+void change_somehow(const value& entries, plain_map& plain, const std::vector<std::string>& keys,
+                    std::mt19937& random) {
+  const std::string& key = keys[random() % keys.size()];
+  const value content =
+      random() % 2 == 0 ? value(static_cast<int>(random() % 9)) : value(std::string(20, 'x'));
+  switch (random() % 6) {
+    case 0:
+      entries.as_map().erase(key);
+      plain.erase(key);
+      break;
+    case 1:
+      entries.as_map().reserve(random() % 40);
+      break;
+    case 2:
+      if (const value* held = plain.find(key); held != nullptr && held->is_integer()) {
+        entries.as_map().update(key, 77);
+        plain.set(key, 77);
+      }
+      break;
+    case 3:
+      entries.as_map().put(key, content);
+      plain.set(key, content);
+      break;
+    default:
+      entries.as_map().set(key, content);
+      plain.set(key, content);
+  }
+}
+
+TEST_F(value_test, a_map_of_any_origin_is_what_a_plain_list_of_entries_is) {
+  static const row_keys& row = *new row_keys{"lagid", "Visited", "Node Description", ""};
+  static const row_keys& unmarked = *new row_keys{"gport", "is_active"};
+  const std::vector<std::string> keys = hostile_keys();
+  for (unsigned seed = 0; seed < 600; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    const std::array maps = {make_map(), make_map(seed % 30),
+                             make_row(row, "0x1", 0, "LAG 0x1 of node 0/0/CPU0", make_map()),
+                             make_row(unmarked, "0x2", "Y"), make_shared_map()};
+    value entries = maps[seed % maps.size()];
+    if (seed % maps.size() == 4) entries.as_map().freeze();
+    plain_map plain;
+    for (const auto& [key, content] : entries.as_map().items()) plain.set(key, content);
+    ASSERT_NO_FATAL_FAILURE(expect_same(entries, plain, keys));
+    const std::size_t changes = random() % 60;
+    for (std::size_t change = 0; change < changes; ++change) {
+      change_somehow(entries, plain, keys, random);
+    }
+    ASSERT_NO_FATAL_FAILURE(expect_same(entries, plain, keys));
+    entries.as_map().mark_visited();
+    plain.set("Visited", 1);
+    ASSERT_NO_FATAL_FAILURE(expect_same(entries, plain, keys));
+  }
+}
+
+TEST_F(value_test, a_row_equals_a_map_with_the_same_entries_and_stays_one_when_it_grows) {
+  static const row_keys& keys = *new row_keys{"gport", "is_active", "Node Description"};
+  const value row = make_row(keys, "0x42", "Y", "LAG 0x1_npu0_node0/0/CPU0");
+  const value entries = map_of(
+      {{"gport", "0x42"}, {"is_active", "Y"}, {"Node Description", "LAG 0x1_npu0_node0/0/CPU0"}});
+  EXPECT_EQ(row, entries);
+  EXPECT_EQ(entries, row);
+  EXPECT_EQ(row.as_map().shared_keys(), &keys);
+  EXPECT_EQ(entries.as_map().shared_keys(), nullptr);
+  EXPECT_FALSE(row.as_map().is_ordered());
+
+  row.as_map().set("gport", "0x43");
+  EXPECT_EQ(row.as_map().shared_keys(), &keys) << "no other key";
+  EXPECT_EQ(row.in("gport"), "0x43");
+  row.as_map().set("mtu", "1514");
+  EXPECT_EQ(row.as_map().shared_keys(), nullptr);
+  EXPECT_THAT(keys_of(row), ElementsAre("gport", "is_active", "Node Description", "mtu"));
+  EXPECT_EQ(row.in("Node Description"), "LAG 0x1_npu0_node0/0/CPU0");
+
+  const value other = make_row(keys, 1, 2, 3);
+  EXPECT_THAT(keys_of(other), ElementsAre("gport", "is_active", "Node Description"));
+  other.as_map().mark_visited();
+  EXPECT_EQ(other.as_map().shared_keys(), nullptr) << "not all of it is in the row";
+  EXPECT_EQ(other.in("Visited"), 1);
+}
+
+TEST_F(value_test, a_row_is_ordered_if_it_is_made_so) {
+  static const row_keys& keys = *new row_keys{"ifh"};
+  value_list contents = {"0x10"};
+  const value row = make_row(keys, contents, map::order::ordered);
+  EXPECT_TRUE(row.as_map().is_ordered());
+  row.as_map().set("mtu", "1514");
+  EXPECT_TRUE(row.as_map().is_ordered());
+  EXPECT_EQ(contents[0].kind(), value_kind::none) << "moved into the row";
+}
+
+TEST_F(value_test, keys_that_cannot_make_a_row_are_a_failure) {
+  EXPECT_THAT(failure_of([] { row_keys({"lagid", "mtu", "lagid"}); }), HasSubstr("'lagid'"));
+  EXPECT_THAT(failure_of([] {
+                row_keys({"0", "1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "11", "12", "13",
+                          "14", "15", "16"});
+              }),
+              HasSubstr("17 keys; at most 16"));
+  static const row_keys& keys = *new row_keys{"lagid", "mtu"};
+  EXPECT_THAT(failure_of([] { make_row(keys, "0x1"); }), HasSubstr("1 contents for a row of 2"));
+  EXPECT_EQ(keys.position("mtu"), 1U);
+  EXPECT_EQ(keys.position("mt"), keys.size());
+  EXPECT_EQ(keys[1], "mtu");
+}
+
+TEST_F(value_test, an_empty_map_is_one_map_for_all_that_share_it) {
+  const value entry = make_map();
+  const value holder = map_of({{"members", make_map()}});
+  EXPECT_FALSE(entry.truthy());
+  EXPECT_FALSE(entry.contains("mtu"));
+  EXPECT_FALSE(entry.get("mtu").has_value());
+  EXPECT_THAT(failure_of([&] { entry.at("mtu"); }), HasSubstr("no key 'mtu'"));
+  EXPECT_THAT(failure_of([&] { entry.in("mtu"); }), HasSubstr("no key 'mtu'"));
+  EXPECT_EQ(entry, make_map());
+  const value copy = entry;
+  copy.as_map().set("mtu", "1514");
+  EXPECT_EQ(entry.at("mtu"), "1514");
+  holder.at("members").as_map().mark_visited();
+  EXPECT_EQ(holder.in("members").in("Visited"), 1);
+  value moved_from = make_map();
+  const value moved = std::move(moved_from);
+  EXPECT_TRUE(moved.is_map());
+  EXPECT_EQ(moved_from.kind(), value_kind::none);
+}
+
+TEST_F(value_test, many_threads_that_ask_for_an_empty_map_get_the_same_one) {
+  for (int round = 0; round < 100; ++round) {
+    const value lags = map_of({{"LAG 0x1", make_map()}});
+    std::array<const map*, 4> seen = {};
+    together(4, [&](int number) {
+      const value& lag = lags.in("LAG 0x1");
+      if (number % 2 == 0) static_cast<void>(lag.truthy());
+      const value copy = lag;
+      copy.as_map().mark_visited();
+      seen[static_cast<std::size_t>(number)] = &lag.as_map();
+    });
+    for (const map* each : seen) EXPECT_EQ(each, seen[0]);
+    EXPECT_EQ(lags.in("LAG 0x1").in("Visited"), 1);
+  }
+}
+
+// The key that the compiler makes of a literal is the key of the same text at run time.
+template <std::size_t Size>
+void expect_literal_is_text(const value& entries, const char (&text)[Size], text_key literal) {
+  const std::string at_run_time(text, Size - 1);
+  EXPECT_EQ(literal.text(), at_run_time);
+  EXPECT_EQ(literal.hash(), text_key(at_run_time).hash());
+  entries.as_map().set(literal, static_cast<int>(Size));
+  EXPECT_EQ(entries.at(at_run_time), static_cast<int>(Size));
+  entries.as_map().set(at_run_time, "again");
+  EXPECT_EQ(entries.at(literal), "again");
+}
+
+TEST_F(value_test, a_literal_key_is_the_key_of_its_text) {
+  const value entries = make_map();
+#define EXPECT_LITERAL(text) expect_literal_is_text(entries, text, text)
+  EXPECT_LITERAL("");
+  EXPECT_LITERAL("a");
+  EXPECT_LITERAL("rif");
+  EXPECT_LITERAL("lags");
+  EXPECT_LITERAL("members");
+  EXPECT_LITERAL("weighted");
+  EXPECT_LITERAL("npu\0core");
+  EXPECT_LITERAL("\xff\x80\x7f\x01");
+  EXPECT_LITERAL("deletePending");
+  EXPECT_LITERAL("fifteen letters");
+  EXPECT_LITERAL("Node Description");
+  EXPECT_LITERAL("a key that is longer than all that fit into a value");
+#undef EXPECT_LITERAL
+  EXPECT_EQ(entries.as_map().size(), 12U);
+}
+
+TEST_F(value_test, a_text_of_parts_is_the_text_that_they_make) {
+  for (std::size_t size = 0; size < 40; ++size) {
+    const std::string text(size, 'x');
+    const value made = make_text({text, "_npu", "", text});
+    EXPECT_EQ(made, text + "_npu" + text);
+    EXPECT_EQ(map_of({{text + "_npu" + text, 1}}).at(made.as_text()), 1);
+  }
+  EXPECT_EQ(make_text({}), "");
+}
+
 TEST_F(value_test, marks_are_set_by_many_threads_while_others_walk_the_map) {
   constexpr int rounds = 200;
   const value with = map_of({{"lagid", "0x1"}, {"Visited", 0}});
   const value without = map_of({{"lagid", "0x1"}});
+  static const row_keys& keys = *new row_keys{"lagid"};
+  const value row = make_row(keys, "0x1");
   together(8, [&](int number) {
     for (int round = 0; round < rounds; ++round) {
-      for (const value& entry : {with, without}) {
+      for (const value& entry : {with, without, row}) {
         if (number % 2 == 0) {
           entry.as_map().mark_visited();
           continue;
@@ -433,6 +670,7 @@ TEST_F(value_test, marks_are_set_by_many_threads_while_others_walk_the_map) {
   EXPECT_EQ(with.at("Visited"), 1);
   EXPECT_EQ(without.at("Visited"), 1);
   EXPECT_EQ(without.as_map().size(), 2U);
+  EXPECT_EQ(row, without);
 }
 
 TEST_F(value_test, an_integer_is_overwritten_by_many_threads_while_others_copy_it) {
