@@ -1,7 +1,12 @@
 #include "base/dump.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <map>
+#include <random>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -126,6 +131,89 @@ TEST_F(dump_test, a_character_that_JSON_cannot_hold_is_escaped_wherever_it_is) {
                                    "bcdefghijk\"\n'End of DPA entries...'\n");
     }
   }
+}
+
+// The plain pattern, byte by byte.
+std::string escaped(std::string_view text) {
+  std::string out;
+  for (const char c : text) {
+    const auto at = std::string_view("\"\\\n\r\t").find(c);
+    if (at != std::string_view::npos) {
+      out += '\\';
+      out += "\"\\nrt"[at];
+    } else if (static_cast<unsigned char>(c) < 0x20) {
+      out += fmt::format("\\u{:04x}", static_cast<unsigned char>(c));
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
+TEST_F(dump_test, a_text_of_any_bytes_is_escaped_as_byte_by_byte) {
+  open_logs();
+  std::mt19937 random(7);
+  for (const std::size_t size :
+       {0U, 1U, 3U, 4U, 5U, 7U, 8U, 9U, 15U, 16U, 17U, 31U, 4095U, 4096U, 4097U, 70000U}) {
+    // From texts without escapes to texts of nothing else.
+    for (const unsigned plain : {1U, 2U, 8U, 1000U, 1U << 30}) {
+      std::string text;
+      while (text.size() < size) {
+        text += static_cast<char>(random() % plain == 0 ? random() : 'a' + random() % 26);
+      }
+      const std::string dump = "'Start of DPA entries...'\n{\n   \"" + escaped(text) + "\":\"" +
+                               escaped(text) + "\"\n}\n'End of DPA entries...'\n";
+      ASSERT_EQ(dump_of(map_of({{text, text}})), dump) << size << " bytes, 1 of " << plain;
+    }
+  }
+}
+
+TEST_F(dump_test, rows_are_dumped_like_other_maps) {
+  open_logs();
+  static const row_keys& keys =
+      *new row_keys{"gport", "a \"quoted\" key of a row\n", "Visited", ""};
+  static const row_keys& unmarked = *new row_keys{"gport", "Node Description"};
+  const value rows = make_map();
+  const value maps = make_map();
+  for (int number = 0; number < 40; ++number) {
+    value row = number % 3 == 0 ? make_row(unmarked, number, make_map())
+                                : make_row(keys, "0x1", make_list({number}), 0, "");
+    if (number % 4 == 0) row.as_map().mark_visited();
+    if (number % 7 == 0) row.as_map().set("mtu", number);
+    const value same = make_map();
+    for (const auto& [key, content] : row.as_map().items()) same.as_map().set(key, content);
+    rows.as_map().set(std::to_string(number), row);
+    maps.as_map().set(std::to_string(number), same);
+  }
+  EXPECT_EQ(dump_of(rows), dump_of(maps));
+  EXPECT_THAT(dump_of(rows), HasSubstr("\n      \"a \\\"quoted\\\" key of a row\\n\":[\n"));
+}
+
+TEST_F(dump_test, tables_of_one_size_are_sorted_each_by_its_own_keys) {
+  open_logs();
+  constexpr int size = 200;
+  std::mt19937 random(3);
+  const value chips = make_map();
+  std::string expected = "'Start of DPA entries...'\n{";
+  for (const int chip : {0, 1, 2, 3, 4, 5}) {
+    std::map<std::string, int> sorted;
+    const value table = make_map();
+    for (int number = 0; number < size; ++number) {
+      // The first three chips have the same keys in the same order, the others have not.
+      const int key = chip < 3 ? number * 7919 % 20011 : static_cast<int>(random() % 100000);
+      if (sorted.contains(std::to_string(key))) --number;
+      sorted[std::to_string(key)] = number;
+      table.as_map().set(std::to_string(key), number);
+    }
+    chips.as_map().set(std::to_string(chip), table);
+    expected += (chip == 0 ? "\n   \"" : ",\n   \"") + std::to_string(chip) + "\":";
+    char before = '{';
+    for (const auto& [key, number] : sorted) {
+      expected += fmt::format("{}\n      \"{}\":{}", std::exchange(before, ','), key, number);
+    }
+    expected += "\n   }";
+  }
+  EXPECT_EQ(dump_of(chips), expected + "\n}\n'End of DPA entries...'\n");
 }
 
 TEST_F(dump_test, deep_maps_are_indented_at_any_depth) {
