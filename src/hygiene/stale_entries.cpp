@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
@@ -43,12 +44,54 @@ bool is_clean_so_far() {
   return run.inconsistent == 0 && run.programming_error == 0 && run.exception == 0 && run.info == 0;
 }
 
+constexpr std::string_view mark = "Visited";
+
+// What the entries show without printing them. In a printed text the word may mean anything.
+enum class marks : std::uint8_t { all_set, one_is_0, only_print_shows };
+
+marks marks_of_map(const map& entries);
+
+marks marks_of(const value& obj) {
+  switch (obj.kind()) {
+    case value_kind::none:
+    case value_kind::integer:
+      return marks::all_set;
+    case value_kind::text:
+      return obj.as_text().find(mark) == std::string_view::npos ? marks::all_set
+                                                                : marks::only_print_shows;
+    case value_kind::map:
+      return obj.truthy() ? marks_of_map(obj.as_map()) : marks::all_set;
+    case value_kind::list:
+      for (const value& item : obj.as_list()) {
+        if (const marks seen = marks_of(item); seen != marks::all_set) return seen;
+      }
+      return marks::all_set;
+    case value_kind::record:
+      return marks::only_print_shows;
+  }
+  return marks::only_print_shows;
+}
+
+marks marks_of_map(const map& entries) {
+  marks result = marks::all_set;
+  bool before_was_0 = false;
+  entries.for_each([&](std::string_view key, const value& content) {
+    if (result != marks::all_set) return;
+    // A mark of 0 has a comma behind it only if another entry follows.
+    if (before_was_0) {
+      result = marks::one_is_0;
+      return;
+    }
+    const bool is_mark = key == mark;
+    before_was_0 = is_mark && content == 0;
+    const bool has_word = !is_mark && key.find(mark) != std::string_view::npos;
+    result = has_word ? marks::only_print_shows : marks_of(content);
+  });
+  return result;
+}
+
 void start_layer(const value& obj, std::string_view layer) {
-  // Searches the printed form, so a mark that is the last entry of its map does not start the walk.
-  static const pattern& stale = constant(R"(.Visited.:\s0,)");
-  const std::string text = printed(obj);
-  const matches stale_found = findall(stale, text);
-  if (stale_found.empty()) return;
+  if (!shows_stale_mark(obj)) return;
   st().pid_list.append(start_worker([obj, layer] { get_non_visited_nodes(obj, layer); }));
 }
 
@@ -63,6 +106,14 @@ void report_layer(std::string_view layer) {
 }
 
 }  // namespace
+
+bool shows_stale_mark(const value& obj) {
+  const marks seen = marks_of(obj);
+  if (seen != marks::only_print_shows) return seen == marks::one_is_0;
+  static const pattern& stale = constant(stale_mark_definition);
+  const std::string text = printed(obj);
+  return !findall(stale, text).empty();
+}
 
 int check_stale_entries() {
   run_state& run = st();
@@ -96,14 +147,16 @@ int check_stale_entries() {
 int get_non_visited_nodes(const value& obj, std::string_view layer) {
   run_state& run = st();
   try {
-    for (const auto& [key, content] : obj.as_map().items()) {
-      if (content.is_map() && !content.as_map().is_ordered()) {
-        get_non_visited_nodes(content, layer);
-      } else if (key == "Visited" && content == 0) {
+    obj.as_map().for_each([&](std::string_view key, const value& content) {
+      if (content.is_map()) {
+        if (content.truthy() && !content.as_map().is_ordered()) {
+          get_non_visited_nodes(content, layer);
+        }
+      } else if (key == mark && content == 0) {
         run.listRecurrsion.find(layer)->second.push_back(obj);
         ++run.staleRecurrsion.find(layer)->second;
       }
-    }
+    });
     return SUCCESS;
   } catch (const std::exception& error) {
     return log_and_count(

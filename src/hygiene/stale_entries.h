@@ -7,6 +7,15 @@
 
 namespace tessel {
 
+// The definition of a stale mark in the printed form of a store. A mark that is the last entry of
+// its map is none.
+inline constexpr std::string_view stale_mark_definition = R"(.Visited.:\s0,)";
+
+// True if the printed form of `obj` has a stale mark. Prints only a store that has the word in
+// other places than as a key, or has records. Throws `failure` if a record cannot be printed. Any
+// thread.
+bool shows_stale_mark(const value& obj);
+
 // Reduces `BCM` to the LAG tables. If the run has no finding or note so far, waits for all workers,
 // lists the stale entries of each layer in the stale-entry log and counts them. Returns SUCCESS, or
 // ERROR after logging and counting a failure. Throws `failure` if `BCM` has no node to name in that

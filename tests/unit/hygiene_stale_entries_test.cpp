@@ -3,9 +3,13 @@
 #include <array>
 #include <latch>
 #include <memory>
+#include <random>
 #include <string>
 #include <string_view>
 
+#include "base/dump.h"
+#include "base/records.h"
+#include "base/text.h"
 #include "base/text_index.h"
 #include "base/worker.h"
 #include "programming/chip_rows.h"
@@ -152,6 +156,59 @@ TEST_F(stale_test, with_an_empty_bcm_a_failure_leaves_the_function) {
   });
   EXPECT_EQ(st().snapshot, 1);
   expect_told({});
+}
+
+// --- What shows a stale mark
+
+value some_text(std::mt19937& random) {
+  static const std::array texts = {"",
+                                   "0x1",
+                                   "Visited",
+                                   "'Visited': 0, ",
+                                   "Visit",
+                                   "ed': 0,",
+                                   "a longer text without the word",
+                                   "a longer text, not Visited: 0,"};
+  return texts[random() % 12 < 10 ? random() % 2 : random() % texts.size()];
+}
+
+value some_key(std::mt19937& random) {
+  static const std::array keys = {"Visited", "lagid",     "members",  "mtu",      "0x1",
+                                  "rif",     "xVisitedx", "Visited'", "\nVisited"};
+  return keys[random() % (random() % 20 == 0 ? keys.size() : 6)];
+}
+
+// A value of the kinds that stores hold, seldom of others.
+value some_store(std::mt19937& random, int depth) {
+  const auto kind = random() % 40;
+  if (depth == 0 || kind < 10) return static_cast<int>(random() % 2);
+  if (kind < 20) return some_text(random);
+  if (kind == 20) return make_list({some_store(random, depth - 1)});
+  if (kind == 21) return new_record<subBundles>();
+  if (kind == 22) return value();
+  const value made = random() % 2 == 0 ? make_map() : make_shared_map();
+  const std::size_t entries = random() % 4;
+  for (std::size_t at = 0; at < entries; ++at) {
+    const value key = some_key(random);
+    made.as_map().put(key, some_store(random, depth - 1));
+  }
+  if (random() % 8 == 0) made.as_map().mark_visited();
+  return made;
+}
+
+TEST_F(stale_test, a_store_shows_a_stale_mark_where_its_printed_form_does) {
+  static const pattern& definition = constant(stale_mark_definition);
+  std::mt19937 random(11);
+  std::array<int, 2> seen = {};
+  for (int round = 0; round < 20000; ++round) {
+    const value store = map_of({{"a", some_store(random, 4)}, {"b", some_store(random, 4)}});
+    const std::string text = printed(store);
+    const bool expected = !findall(definition, text).empty();
+    ASSERT_EQ(shows_stale_mark(store), expected) << text;
+    ++seen[expected ? 1 : 0];
+  }
+  EXPECT_GT(seen[0], 1000);
+  EXPECT_GT(seen[1], 500);
 }
 
 // --- The gate
