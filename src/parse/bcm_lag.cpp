@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -19,8 +18,6 @@ namespace tessel {
 
 namespace {
 
-const value node_description = value::literal("Node Description");
-constexpr std::size_t entries_of_member = 3;
 constexpr std::size_t entries_of_lag = 2;  // beside the members
 constexpr std::size_t entries_of_tm_lag = 3;
 
@@ -45,19 +42,17 @@ void take_chip_as_unusable(std::string_view nodename) {
   run.nodeinfo.get().at(nodename).as_map().update("asic_supported", 0);
 }
 
-// What the parsers of one text keep from LAG to LAG, so that they need no new memory for each.
+// What the parsers of one text keep from LAG to LAG.
 struct lag_reader {
   npu_place place;
   map& bundle;
-  std::vector<diag_lag_row> rows;
-  std::string description;
-
-  value describe(std::initializer_list<std::string_view> parts) {
-    description.clear();
-    for (const std::string_view part : parts) description += part;
-    return std::string_view(description);
-  }
+  std::vector<diag_lag_row> rows;  // so that no LAG needs new memory for them
 };
+
+const row_keys& keys_of_member() {
+  static const row_keys& keys = *new row_keys{"gport", "is_active", "Node Description"};
+  return keys;
+}
 
 value diag_lag_members(std::string_view lag, std::string_view lagid, lag_reader& reader) {
   value mem = make_map();
@@ -66,12 +61,8 @@ value diag_lag_members(std::string_view lag, std::string_view lagid, lag_reader&
   mem.as_map().reserve(reader.rows.size() + entries_of_lag);
   for (const diag_lag_row& row : reader.rows) {
     const std::string memid = hex_of(row.member);
-    value member = make_map(entries_of_member);
-    member.as_map().set("gport", row.gport);
-    member.as_map().set("is_active", row.is_active);
-    member.as_map().put(node_description,
-                        reader.describe({lagid, reader.place.suffix, "_memid", memid}));
-    mem.as_map().set(memid, std::move(member));
+    mem.as_map().set(memid, make_row(keys_of_member(), row.gport, row.is_active,
+                                     make_text({lagid, reader.place.suffix, "_memid", memid})));
   }
   return mem;
 }
@@ -89,7 +80,7 @@ void add_diag_lag(std::string_view lag, lag_reader& reader) {
   value mem = diag_lag_members(lag, lagid, reader);
   if (mem.truthy()) {
     mem.as_map().set("Visited", 0);
-    mem.as_map().put(node_description, reader.describe({lagid, reader.place.suffix}));
+    mem.as_map().set("Node Description", make_text({lagid, reader.place.suffix}));
   }
   reader.bundle.set(lagid, std::move(mem));
 }
@@ -116,7 +107,7 @@ void add_tm_lag(std::string_view piece, tm_lag& lag, lag_reader& reader) {
   if (!lag.members.is_list()) throw failure(fmt::format("no key {}", quoted(lag.id)));
   if (lag.members.truthy()) {
     lag.entry.as_map().set("Visited", 0);
-    lag.entry.as_map().put(node_description, reader.describe({lag.id, reader.place.suffix}));
+    lag.entry.as_map().set("Node Description", make_text({lag.id, reader.place.suffix}));
   }
 }
 
@@ -126,7 +117,7 @@ value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::
   try {
     const auto pieces = split(diag_lag.as_text(), "LAG");
     value bundle = make_map(pieces.size());
-    lag_reader reader{place_of(nodename, npu), bundle.as_map(), {}, {}};
+    lag_reader reader{place_of(nodename, npu), bundle.as_map(), {}};
     for (std::size_t at = 1; at < pieces.size(); ++at) add_diag_lag(pieces[at], reader);
     if (!bundle.truthy()) take_chip_as_unusable(nodename);
     return bundle;
@@ -139,7 +130,7 @@ value parse_diag_lag_BCM(const value& diag_lag, std::string_view nodename, std::
 value parse_tm_lag(const value& tm_lag_text, std::string_view nodename, std::string_view npu) {
   try {
     value bundle = make_map();
-    lag_reader reader{place_of(nodename, npu), bundle.as_map(), {}, {}};
+    lag_reader reader{place_of(nodename, npu), bundle.as_map(), {}};
     tm_lag_pieces pieces(tm_lag_text.as_text());
     tm_lag lag;
     while (pieces.next()) add_tm_lag(pieces.piece(), lag, reader);

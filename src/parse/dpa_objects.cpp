@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,9 +20,6 @@ namespace tessel {
 
 namespace {
 
-const value node_description = value::literal("Node Description");
-const value max_member_count = value::literal("max_member_count");
-
 // The last value that a block prints for a field.
 std::string_view field(const field_lines& fields, std::string_view name,
                        here where = here::current()) {
@@ -39,26 +35,16 @@ void leave_out_of_run(std::string_view note, std::string_view nodename) {
   run.nodeinfo.get().at(nodename).as_map().update("dump", 0);
 }
 
-// What the parser keeps from bundle to bundle, so that it needs no new memory for each.
+// What the parser keeps from bundle to bundle.
 struct lagport_reader {
   std::string_view nodename;
   map& bundles;
-  // Of the thousands of bundles on a node most have no member. All of these share this map, which
-  // never changes.
-  value no_members;
-  slot_fields slots;
-  std::string description;
-
-  value describe(std::initializer_list<std::string_view> parts) {
-    description.clear();
-    for (const std::string_view part : parts) description += part;
-    return std::string_view(description);
-  }
+  slot_fields slots;  // so that no bundle needs new memory for them
 };
 
 // The members of one bundle on one node, in the order read: NPU to member handle to member.
 struct lagport_members {
-  value by_npu;
+  value by_npu = make_map();
   std::string_view last_npu;
   wide_int total_weight = 0;
 };
@@ -68,24 +54,25 @@ map& members_on(std::string_view npu, map& by_npu) {
   return by_npu.look_up(npu)->as_map();
 }
 
+const row_keys& keys_of_member() {
+  static const row_keys& keys = *new row_keys{"memid", "Visited", "Node Description"};
+  return keys;
+}
+
 lagport_members members_of(std::string_view bundle, std::string_view lagid,
                            lagport_reader& reader) {
-  lagport_members members{reader.no_members, {}};
+  lagport_members members;
   // A member's line has this word.
   if (bundle.find("mifh") == std::string_view::npos) return members;
   reader.slots.read(bundle);
-  if (!reader.slots.members().empty()) members.by_npu = make_map();
   for (const auto& [slot, handle] : reader.slots.members()) {
     const std::string mifh = hex_of(handle);
     const auto npu = reader.slots.npu_of(slot);
     if (!npu) throw failure(fmt::format("no NPU for the member in slot {}", slot));
     members.last_npu = *npu;
-    constexpr std::size_t entries = 3;
-    value member = make_map(entries);
-    member.as_map().set("memid", hex_of(slot));
-    member.as_map().set("Visited", 0);
-    member.as_map().put(node_description, reader.describe({"Lag ", lagid, "_npu", *npu, "_node",
-                                                           reader.nodename, "_mifh", mifh}));
+    value member =
+        make_row(keys_of_member(), hex_of(slot), 0,
+                 make_text({"Lag ", lagid, "_npu", *npu, "_node", reader.nodename, "_mifh", mifh}));
     members_on(*npu, members.by_npu.as_map()).set(mifh, std::move(member));
     if (const auto weight = reader.slots.weight_of(slot)) {
       members.total_weight += to_wide_decimal(*weight);
@@ -103,6 +90,20 @@ value vlan_domains_of(const slot_fields& slots, const value& by_npu) {
   return domains;
 }
 
+// Only the objects with members get a mark and a description.
+const row_keys& keys_with_members() {
+  static const row_keys& keys =
+      *new row_keys{"lagid",   "members",          "vlan_domain",  "weight", "max_member_count",
+                    "Visited", "Node Description", "deletePending"};
+  return keys;
+}
+
+const row_keys& keys_without_members() {
+  static const row_keys& keys = *new row_keys{"lagid",  "members",          "vlan_domain",
+                                              "weight", "max_member_count", "deletePending"};
+  return keys;
+}
+
 void add_lagport(std::string_view bundle, lagport_reader& reader) {
   // Only the last of the three counters, for deletion, shows an object on its way out.
   constexpr std::string_view pending = "pending(cr/up/dl):0/0/1";
@@ -112,24 +113,18 @@ void add_lagport(std::string_view bundle, lagport_reader& reader) {
   const std::string lagid = hex_of(head->lagid);
   const std::string_view limit = member_limit_of(bundle);
   const lagport_members members = members_of(bundle, lagid, reader);
-  const bool has_members = members.by_npu.truthy();
-  constexpr std::size_t entries_of_all = 6;
-  constexpr std::size_t entries_with_members = 8;
-  value tmp = make_map(has_members ? entries_with_members : entries_of_all);
-  map& entry = tmp.as_map();
-  entry.set("lagid", lagid);
-  entry.set("members", members.by_npu);
-  entry.set("vlan_domain",
-            has_members ? vlan_domains_of(reader.slots, members.by_npu) : reader.no_members);
-  entry.set("weight", number_value(members.total_weight));
-  entry.put(max_member_count, limit.empty() ? DEFAULT : limit);
-  if (has_members) {
-    entry.set("Visited", 0);
-    entry.put(node_description,
-              reader.describe({"Lag ", lagid, "_npu", members.last_npu, "_node", reader.nodename}));
+  const value most = limit.empty() ? DEFAULT : limit;
+  const value weight = number_value(members.total_weight);
+  const int is_pending = bundle.find(pending) == std::string_view::npos ? 0 : 1;
+  if (members.by_npu.truthy()) {
+    value name = make_text({"Lag ", lagid, "_npu", members.last_npu, "_node", reader.nodename});
+    reader.bundles.set(ifh, make_row(keys_with_members(), lagid, members.by_npu,
+                                     vlan_domains_of(reader.slots, members.by_npu), weight, most, 0,
+                                     std::move(name), is_pending));
+  } else {
+    reader.bundles.set(ifh, make_row(keys_without_members(), lagid, make_map(), make_map(), weight,
+                                     most, is_pending));
   }
-  entry.set("deletePending", bundle.find(pending) == std::string_view::npos ? 0 : 1);
-  reader.bundles.set(ifh, std::move(tmp));
 }
 
 // Adds the block's port to `voq_usage`. Returns false if the block is not a port. A port's name is
@@ -152,14 +147,10 @@ bool add_port(std::string_view block, std::string_view nodename) {
   return true;
 }
 
-struct wanted_field {
-  std::string_view key;    // in the resulting map
-  std::string_view field;  // in the printed block
-};
-
 struct interface_type {
   std::string_view name;
-  std::vector<wanted_field> fields;
+  const row_keys& keys;                  // of the resulting maps
+  std::vector<std::string_view> fields;  // in the printed block
   bool may_be_empty;
 };
 
@@ -167,13 +158,13 @@ struct interface_type {
 value interface_of(const interface_type& type, std::string_view block, last_values& found,
                    here where = here::current()) {
   found.read(block);
-  value entry = make_map(type.fields.size());
+  value_list contents;
+  contents.reserve(type.fields.size());
   for (std::size_t at = 0; at < type.fields.size(); ++at) {
-    const auto& [key, name] = type.fields[at];
-    if (!found.of(at)) throw failure(fmt::format("no field {}", quoted(name)), where);
-    entry.as_map().set(key, *found.of(at));
+    if (!found.of(at)) throw failure(fmt::format("no field {}", quoted(type.fields[at])), where);
+    contents.emplace_back(*found.of(at));
   }
-  return entry;
+  return make_row(type.keys, contents);
 }
 
 value interfaces_of(const interface_type& type, const value& output, std::string_view nodename) {
@@ -181,7 +172,7 @@ value interfaces_of(const interface_type& type, const value& output, std::string
   const auto blocks = split(text, fmt::format("{} element", type.name));
   value interfaces = make_map(blocks.size());
   last_values found(field_lines::values::words_and_colons);
-  for (const wanted_field& each : type.fields) found.want(each.field);
+  for (const std::string_view each : type.fields) found.want(each);
   for (const std::string_view block : blocks) {
     if (block.empty()) continue;
     const std::string_view handle = interface_handle_of(block);
@@ -201,7 +192,7 @@ value parse_lagport_object_DPA(const value& lagport, std::string_view nodename) 
   try {
     const auto bundles = split(lagport.as_text(), "lagport element");
     value bundle_dpa = make_map(bundles.size());
-    lagport_reader reader{nodename, bundle_dpa.as_map(), make_map(), {}, {}};
+    lagport_reader reader{nodename, bundle_dpa.as_map(), {}};
     for (const std::string_view bundle : bundles) add_lagport(bundle, reader);
     if (!bundle_dpa.truthy()) {
       leave_out_of_run("INFO: DPA lagport object dont have any bundle data/no bundle member from",
@@ -230,8 +221,8 @@ int parse_l1port_object_DPA(const value& l1port, std::string_view nodename) {
 
 value parse_l2port_object_DPA(const value& l2port, std::string_view nodename) {
   try {
-    return interfaces_of({"l2port", {{"rif", "rif"}, {"lif", "lif"}, {"mac", "bia_mac"}}, false},
-                         l2port, nodename);
+    static const row_keys& keys = *new row_keys{"rif", "lif", "mac"};
+    return interfaces_of({"l2port", keys, {"rif", "lif", "bia_mac"}, false}, l2port, nodename);
   } catch (const std::exception& error) {
     return log_and_count(fmt::format("{}: parse l2port object failed {}", error.what(), nodename));
   }
@@ -239,11 +230,9 @@ value parse_l2port_object_DPA(const value& l2port, std::string_view nodename) {
 
 value parse_l2intf_object_DPA(const value& l2intf, std::string_view nodename) {
   try {
-    return interfaces_of(
-        {"l2intf",
-         {{"vlan_domain", "vlan_domain"}, {"lif", "gport_id_lif"}, {"is_l2", "l2_intf_type"}},
-         true},
-        l2intf, nodename);
+    static const row_keys& keys = *new row_keys{"vlan_domain", "lif", "is_l2"};
+    return interfaces_of({"l2intf", keys, {"vlan_domain", "gport_id_lif", "l2_intf_type"}, true},
+                         l2intf, nodename);
   } catch (const std::exception& error) {
     return log_and_count(fmt::format("{}: parse l2intf object failed {}", error.what(), nodename));
   }
@@ -251,7 +240,8 @@ value parse_l2intf_object_DPA(const value& l2intf, std::string_view nodename) {
 
 value parse_l3intf_object_DPA(const value& l3intf, std::string_view nodename) {
   try {
-    return interfaces_of({"l3intf", {{"rif", "l3a_intf_id"}}, false}, l3intf, nodename);
+    static const row_keys& keys = *new row_keys{"rif"};
+    return interfaces_of({"l3intf", keys, {"l3a_intf_id"}, false}, l3intf, nodename);
   } catch (const std::exception& error) {
     return log_and_count(fmt::format("{}: parse l3intf object failed {}", error.what(), nodename));
   }
