@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -12,11 +11,11 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
-#include <ctime>
 #include <mutex>
 #include <string_view>
 
 #include "base/failure.h"
+#include "base/held_signals.h"
 #include "base/log_file.h"
 
 namespace tessel {
@@ -26,37 +25,6 @@ namespace {
 [[noreturn]] void cannot(std::string_view action, int cause) {
   throw failure(fmt::format("cannot {}: {}", action, std::strerror(cause)));
 }
-
-// While this object lives, the signal that comes with EFBIG does not end the process. A signal mask
-// belongs to one thread, so the host's handling of the signal stays unchanged.
-class held_size_signal {
- public:
-  held_size_signal() {
-    sigset_t pending;
-    sigpending(&pending);
-    was_pending_ = sigismember(&pending, SIGXFSZ) == 1;
-    sigemptyset(&signal_);
-    sigaddset(&signal_, SIGXFSZ);
-    pthread_sigmask(SIG_BLOCK, &signal_, &before_);
-  }
-  ~held_size_signal() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  held_size_signal(const held_size_signal&) = delete;
-  held_size_signal& operator=(const held_size_signal&) = delete;
-
-  // Consumes the signal of a call that has just failed. A signal that was already pending stays
-  // pending.
-  void take() const {
-    const timespec at_once{};
-    if (was_pending_) return;
-    while (sigtimedwait(&signal_, nullptr, &at_once) < 0 && errno == EINTR) {
-    }
-  }
-
- private:
-  sigset_t signal_{};
-  sigset_t before_{};
-  bool was_pending_ = false;
-};
 
 // Repeats a call that a signal interrupted. Returns 0 or the cause of its failure.
 template <class Call>
@@ -68,7 +36,7 @@ int cause_of(Call call) {
 }
 
 int reserve(int descriptor, off_t size, off_t page) {
-  const held_size_signal held;
+  const held_signals held({SIGXFSZ});
   const int cause =
       cause_of([&] { return ::fallocate(descriptor, FALLOC_FL_KEEP_SIZE, size, page); });
   if (cause == EFBIG) held.take();

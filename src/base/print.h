@@ -1,11 +1,13 @@
-// The only writers of standard output.
+// The only writers of standard output, and the one of standard error.
 //
 // A title leaves its line open. The next thing printed is preceded by one blank:
 //   print_title("Dumping Data");   // "Dumping Data............................"
 //   print("Done");                 // " Done\n"
 //
-// Each call flushes, so that the operator sees which phase is running. All functions may be called
-// from any thread and throw `failure` if standard output cannot be written.
+// Each call writes at once, after what the host has printed, so that the operator sees which phase
+// is running. A reader that is slow is waited for. All functions may be called from any thread, and
+// throw `failure` if standard output cannot be written: a closed pipe is such a failure, not the
+// end of the process.
 #pragma once
 
 #include <cstddef>
@@ -24,5 +26,9 @@ void print_title(std::string_view title);
 
 // Ends the line that a title left open, if there is one.
 void end_open_line();
+
+// Writes `text` to standard error as it is, a traceback for example. Throws nothing: what cannot be
+// written is lost. Any thread.
+void print_error(std::string_view text);
 
 }  // namespace tessel

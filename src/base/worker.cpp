@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <condition_variable>
-#include <cstdio>
 #include <deque>
 #include <utility>
 
 #include "base/failure.h"
+#include "base/print.h"
 
 namespace tessel {
 
@@ -282,7 +282,7 @@ void run_contained(const std::function<void()>& job) {
   try {
     job();
   } catch (const std::exception& error) {
-    std::fputs(traceback_of(error).c_str(), stderr);
+    print_error(traceback_of(error));
   }
 }
 

@@ -33,7 +33,7 @@ void print_traceback(const std::exception& error, tessel::here where) {
   } catch (const std::exception&) {
     // Ignored: standard output may be what failed.
   }
-  std::fputs(tessel::traceback_of(error, where).c_str(), stderr);
+  tessel::print_error(tessel::traceback_of(error, where));
 }
 
 // On an exit request, flushes standard output and ends the process. Does not wait for workers that
@@ -65,7 +65,7 @@ TESSEL_EXPORT void tessel_init(void) {
 
 TESSEL_EXPORT int32_t run_tessel(uint32_t my_node_id) {
   if (m == nullptr) {
-    std::fputs("tessel: tessel_init has not been called\n", stderr);
+    tessel::print_error("tessel: tessel_init has not been called\n");
     return TESSEL_ABORTED;
   }
   try {

@@ -1,13 +1,21 @@
 #include "base/print.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <set>
 #include <string>
+#include <thread>
 
 #include "base/text.h"
 #include "support/fake_router.h"
@@ -127,6 +135,200 @@ TEST_F(print_test, after_a_failed_write_nothing_of_it_is_left_to_be_written) {
             }),
             7);
   EXPECT_EQ(file_text("/var/log/stdout"), "kept\n");
+}
+
+// A pipe of one page in the place of standard output, for a forked child. It is full at first.
+class console_pipe {
+ public:
+  explicit console_pipe(int flags = 0) {
+    if (::pipe2(ends_.data(), O_CLOEXEC | flags) != 0) throw failure("no pipe");
+    const int page = ::fcntl(ends_[1], F_SETPIPE_SZ, 1);
+    filling_ = std::string(static_cast<std::size_t>(page), 'x');
+    if (::write(ends_[1], filling_.data(), filling_.size()) != page) throw failure("not filled");
+    if (::dup2(ends_[1], STDOUT_FILENO) < 0) throw failure("no standard output");
+    ::close(ends_[1]);
+  }
+
+  void close_reader() { ::close(ends_[0]); }
+
+  // What came after the filling. Starts to read after a while, in which the writer must wait.
+  std::string read_late(const std::function<void()>& writer) {
+    std::string text;
+    std::jthread reader([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      text = read_all();
+    });
+    writer();
+    ::close(STDOUT_FILENO);
+    reader.join();
+    return text.substr(filling_.size());
+  }
+
+ private:
+  std::string read_all() const {
+    std::string text;
+    std::array<char, 4096> part{};
+    for (;;) {
+      const ssize_t count = ::read(ends_[0], part.data(), part.size());
+      if (count > 0) {
+        text.append(part.data(), static_cast<std::size_t>(count));
+      } else if (count == 0) {
+        return text;
+      } else {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+    }
+  }
+
+  std::array<int, 2> ends_{};
+  std::string filling_;
+};
+
+// From here on a signal arrives every few milliseconds on this thread, without SA_RESTART.
+void interrupt_often() {
+  struct sigaction action {};
+  action.sa_handler = [](int) {};
+  ::sigaction(SIGALRM, &action, nullptr);
+  const itimerval often{{0, 5000}, {0, 5000}};
+  ::setitimer(ITIMER_REAL, &often, nullptr);
+}
+
+void block_signal(int number) {
+  sigset_t own;
+  ::sigemptyset(&own);
+  ::sigaddset(&own, number);
+  ::pthread_sigmask(SIG_BLOCK, &own, nullptr);
+}
+
+bool is_pending(int number) {
+  sigset_t pending;
+  ::sigpending(&pending);
+  return ::sigismember(&pending, number) == 1;
+}
+
+TEST_F(print_test, a_signal_without_restart_loses_nothing) {
+  for (const std::size_t length : {std::size_t{10}, std::size_t{50000}}) {
+    EXPECT_EQ(status_in_child([&] {
+                console_pipe console;
+                const std::string text(length, 'a');
+                const std::string seen = console.read_late([&] {
+                  interrupt_often();
+                  print(text);
+                });
+                return seen == text + "\n" ? 7 : 1;
+              }),
+              7);
+  }
+}
+
+TEST_F(print_test, a_full_pipe_that_does_not_block_is_waited_for) {
+  for (const std::size_t length : {std::size_t{10}, std::size_t{50000}}) {
+    EXPECT_EQ(status_in_child([&] {
+                console_pipe console(O_NONBLOCK);
+                const std::string text(length, 'a');
+                const std::string seen = console.read_late([&] {
+                  interrupt_often();
+                  print(text);
+                });
+                return seen == text + "\n" ? 7 : 1;
+              }),
+              7);
+  }
+}
+
+TEST_F(print_test, what_the_host_has_printed_comes_first_even_if_it_must_wait) {
+  EXPECT_EQ(status_in_child([] {
+              console_pipe console(O_NONBLOCK);
+              const std::string seen = console.read_late([] {
+                std::fputs("host ", stdout);
+                print("audit");
+              });
+              return seen == "host audit\n" ? 7 : 1;
+            }),
+            7);
+}
+
+TEST_F(print_test, a_stream_of_the_hosts_own_in_the_place_of_standard_output_is_used) {
+  EXPECT_EQ(status_in_child([] {
+              char* text = nullptr;
+              std::size_t length = 0;
+              std::FILE* const before = stdout;
+              stdout = ::open_memstream(&text, &length);
+              print("kept");
+              std::FILE* const own = stdout;
+              stdout = before;
+              std::fclose(own);
+              const bool same = std::string(text, length) == "kept\n";
+              std::free(text);
+              return same ? 7 : 1;
+            }),
+            7);
+}
+
+TEST_F(print_test, a_closed_pipe_is_a_failure_and_ends_no_host) {
+  EXPECT_EQ(status_in_child([] {
+              ::signal(SIGPIPE, SIG_DFL);
+              console_pipe console;
+              console.close_reader();
+              const std::string text = failure_of([] { print("lost"); });
+              return text == "cannot write standard output: Broken pipe" ? 7 : 1;
+            }),
+            7)
+      << "128 and 13 would be the signal's";
+}
+
+TEST_F(print_test, the_hosts_own_way_with_a_closed_pipe_stays) {
+  static volatile sig_atomic_t caught = 0;
+  EXPECT_EQ(status_in_child([] {
+              ::signal(SIGPIPE, [](int) { caught = caught + 1; });
+              console_pipe console;
+              console.close_reader();
+              failure_of([] { print("lost"); });
+              if (caught != 0 || is_pending(SIGPIPE)) return 1;
+              ::raise(SIGPIPE);
+              return caught == 1 ? 7 : 2;
+            }),
+            7)
+      << "a handler is not called, and is still there";
+  EXPECT_EQ(status_in_child([] {
+              block_signal(SIGPIPE);
+              console_pipe console;
+              console.close_reader();
+              failure_of([] { print("lost"); });
+              if (is_pending(SIGPIPE)) return 1;
+              ::raise(SIGPIPE);
+              failure_of([] { print("lost"); });
+              return is_pending(SIGPIPE) ? 7 : 2;
+            }),
+            7)
+      << "a host that blocks it keeps what it had waiting, and gets nothing of ours";
+}
+
+TEST_F(print_test, a_file_that_may_not_grow_is_a_failure_and_ends_no_host) {
+  EXPECT_EQ(status_in_child([] {
+              const int file = ::open("/var/log/stdout", O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+              ::dup2(file, STDOUT_FILENO);
+              const rlimit limit{10, 10};
+              ::setrlimit(RLIMIT_FSIZE, &limit);
+              const std::string text = failure_of([] { print("0123456789abcdef"); });
+              return text == "cannot write standard output: File too large" ? 7 : 1;
+            }),
+            7)
+      << "128 and 25 would be the signal's";
+  EXPECT_EQ(file_text("/var/log/stdout"), "0123456789") << "what fits is written";
+}
+
+TEST_F(print_test, a_closed_standard_error_ends_no_host_either) {
+  EXPECT_EQ(error_output_of([] { print_error("a traceback\n"); }), "a traceback\n");
+  EXPECT_EQ(status_in_child([] {
+              ::signal(SIGPIPE, SIG_DFL);
+              console_pipe console;
+              console.close_reader();
+              ::dup2(STDOUT_FILENO, STDERR_FILENO);
+              print_error("lost");
+              return 7;
+            }),
+            7);
 }
 
 TEST_F(print_test, lines_of_many_threads_stay_whole) {
