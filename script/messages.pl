@@ -27,7 +27,7 @@ sub sources_below {
 
 # The functions that show something to an operator, and the position of the text in their arguments.
 my %teller = (
-    ( map { $_ => 0 } qw(logger pprint print say_and_go_on log_and_count count_and_log leave_out_of_run) ),
+    ( map { $_ => 0 } qw(logger pprint print note_for_support say_and_go_on log_and_count count_and_log leave_out_of_run) ),
     ( map { $_ => 0 } qw(inconsistency report_programming_error) ),
     report_finding => 2,
 );

@@ -82,10 +82,13 @@ void prepare(const run_request& request, const fs::path& record_work) {
   if (chdir("/") != 0) fail("/");
 }
 
-// A file at its limit must be an error for the audit, not end it.
+// A file at its limit must be an error for the audit, not end it. The tools that it ends shall
+// leave nothing behind.
 void limit_files(std::uint64_t bytes) {
   const rlimit limit{bytes, bytes};
-  if (signal(SIGXFSZ, SIG_IGN) == SIG_ERR || setrlimit(RLIMIT_FSIZE, &limit) != 0)
+  const rlimit no_core{0, 0};
+  if (signal(SIGXFSZ, SIG_DFL) == SIG_ERR || setrlimit(RLIMIT_CORE, &no_core) != 0 ||
+      setrlimit(RLIMIT_FSIZE, &limit) != 0)
     fail("limit of files");
 }
 

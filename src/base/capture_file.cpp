@@ -11,8 +11,11 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 #include <string_view>
+#include <system_error>
+#include <vector>
 
 #include "base/failure.h"
 #include "base/held_signals.h"
@@ -101,6 +104,22 @@ int open_capture(const std::string& path) {
     if (descriptor >= 0 || errno != EEXIST) return descriptor;
   }
   return -1;
+}
+
+left_captures remove_left_captures(std::string_view beginning) {
+  std::vector<std::string> paths;
+  std::error_code unreadable;  // then `rm` saw no names either, and has said why
+  for (std::filesystem::directory_iterator at("/tmp", unreadable), end; !unreadable && at != end;
+       at.increment(unreadable)) {
+    if (at->path().filename().string().starts_with(beginning)) paths.push_back(at->path().string());
+  }
+  left_captures left;
+  for (const std::string& path : paths) {
+    if (::unlink(path.c_str()) == 0 || errno == ENOENT || errno == EISDIR) continue;
+    ++left.files;
+    left.cause = std::strerror(errno);
+  }
+  return left;
 }
 
 capture_file::capture_file(std::string path, int descriptor)

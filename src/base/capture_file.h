@@ -3,12 +3,22 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace tessel {
 
 // Creates a new file at `path`, replacing any file there, and opens it close-on-exec. Returns -1
 // and sets errno on failure. Any thread.
 int open_capture(const std::string& path);
+
+// Removes the files in /tmp whose names begin with `beginning`, for what `rm` has left: too many
+// names do not fit on one command line. Leaves folders, as `rm` does. Returns how many files cannot
+// be removed, and the cause for the last of them. Main thread.
+struct left_captures {
+  std::size_t files = 0;
+  std::string cause;
+};
+left_captures remove_left_captures(std::string_view beginning);
 
 // Used only by the thread that runs the command; several threads may each have one.
 class capture_file {

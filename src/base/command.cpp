@@ -66,6 +66,9 @@ class spawn_plan {
   }
 
   pid_t shell(std::string line) {
+    // What the host has left inheritable is not for the tools. Last, because the streams come from
+    // descriptors that this closes.
+    check(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
     std::string name = "sh";
     std::string option = "-c";
     char* arguments[] = {name.data(), option.data(), line.data(), nullptr};

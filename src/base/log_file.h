@@ -1,11 +1,13 @@
 // An open log file, and the slot in which the run keeps it.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/types.h>
 
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,21 +18,34 @@ enum class file_mode {
   truncate,  // "w+": created or emptied
 };
 
+enum class readers {
+  as_usual,  // a new file by the host's umask; an existing one as it is
+  owner,     // nobody else, also if the file exists
+};
+
 // Opens a file as open(2) does, close-on-exec. Never takes the number of a standard stream that the
 // host has closed, because output meant for that stream would go into the file. Returns -1 and sets
 // errno on failure.
 int open_beside_streams(const std::string& path, int flags, mode_t mode);
 
+// Opens a log for `flags` as `open_beside_streams` does. A link is followed only if root alone can
+// have made it. Returns -1 and sets errno if the system refuses. Throws `failure`, which says what
+// to do, for another's link and for what would block or lose the entries: a FIFO, a socket, a block
+// device. A character device such as /dev/null is fine.
+int open_log(const std::string& path, int flags, mode_t mode = 0);
+
 // Every write goes whole to the end of the file, from any thread. The descriptor is close-on-exec.
 class log_file {
  public:
-  // Throws `failure` with the path and the cause if the file cannot be opened.
-  log_file(std::string path, file_mode mode);
+  // Throws `failure` with the path and the cause if the file cannot be opened, and what `open_log`
+  // throws.
+  log_file(std::string path, file_mode mode, readers allowed = readers::as_usual);
   ~log_file();
   log_file(const log_file&) = delete;
   log_file& operator=(const log_file&) = delete;
 
-  // Throws `failure` with the path and the cause, for example if the disk is full.
+  // Throws `failure` with the path and the cause, for example if the disk is full or the file has
+  // reached the process's limit.
   void write(std::string_view text);
   // The file's current size in bytes. Throws `failure`.
   std::int64_t size() const;
@@ -46,11 +61,30 @@ class log_file {
   std::atomic<int> descriptor_;  // -1 once closed
 };
 
+// Reads a log file. Used by one thread.
+class log_reader {
+ public:
+  // Throws what `open_log` throws.
+  explicit log_reader(const std::string& path) : descriptor_(open_log(path, O_RDONLY)) {}
+  ~log_reader();
+  log_reader(const log_reader&) = delete;
+  log_reader& operator=(const log_reader&) = delete;
+
+  bool is_open() const { return descriptor_ >= 0; }
+  // The whole content, call it once; empty for a device, which keeps nothing and might let a reader
+  // wait. Nothing if it cannot be read.
+  std::optional<std::string> text() const;
+
+ private:
+  int descriptor_;
+};
+
 // Holds an open file or none. A thread that has taken the file may use it after it was closed here;
 // the last user closes the descriptor.
 class log_file_slot {
  public:
-  void open(std::string_view path, file_mode mode);
+  // Throws what `log_file` throws.
+  void open(std::string_view path, file_mode mode, readers allowed = readers::as_usual);
   // Empties the slot. If nobody else uses the file, closes it, and throws `failure` if that fails.
   void close();
   bool opened_once() const;

@@ -143,18 +143,37 @@ void logger(std::string_view msg, std::string_view logger_name, bool exc_info, h
   }
 }
 
+void note_for_support(std::string_view text) {
+  const auto debug_log = st().dl_fd.get();
+  if (!debug_log) return;
+  try {
+    pprint(text, *debug_log);
+  } catch (const std::exception&) {
+    // A lost note must not end the run.
+  }
+}
+
+void note_left_captures(const left_captures& left) {
+  if (left.files == 0) return;
+  note_for_support(fmt::format("{} files of the audit stay in /tmp: {}; remove them by hand",
+                               left.files, left.cause));
+}
+
 int log_init() {
   run_state& run = st();
   try {
     // Matches more than the removal at the end of a run does, so that no file of an earlier run or
     // version stays.
     execute("rm /tmp/tessel*");
+    const left_captures left = remove_left_captures("tessel");
     setup_logger("exception", LOG_FILE_EXCEPTION);
     setup_logger("inconsistent", LOG_FILE_INCONSISTENT);
     setup_logger("programming_error", LOG_FILE_PROGRAMMING_ERROR);
     setup_logger("delete_pending", LOG_FILE_DELETE_PENDING);
     setup_logger("bundle_health", LOG_FILE_BUNDLE_HEALTH, log_level::info, file_mode::truncate);
-    run.dl_fd.open(LOG_FILE_DEBUG, file_mode::truncate);
+    // It holds the configuration and addresses, as the captures do.
+    run.dl_fd.open(LOG_FILE_DEBUG, file_mode::truncate, readers::owner);
+    note_left_captures(left);
     run.stale_fd.open(LOG_FILE_STALE_ENTRIES, file_mode::append);
     pprint("Started Tessel Checker", *run.stale_fd.require());
     return SUCCESS;

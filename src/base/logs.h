@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/capture_file.h"
 #include "base/here.h"
 #include "base/log_file.h"
 
@@ -62,6 +63,13 @@ void setup_logger(std::string_view logger_name, std::string_view log_file_path,
 // written when the channel opens. Never throws `failure`: if writing fails, it prints "Log ERROR".
 void logger(std::string_view msg, std::string_view logger_name, bool exc_info = false,
             here where = here::current());
+
+// Writes one line to the debug log, about something that a run neither counts nor prints. Does
+// nothing if the log is not open or cannot be written. Any thread.
+void note_for_support(std::string_view text);
+
+// Notes for support the captures that could not be removed, if there are any.
+void note_left_captures(const left_captures& left);
 
 // Removes old capture files and opens the channels, the debug log and the stale-entry log. Returns
 // SUCCESS or ERROR.

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <fstream>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -51,16 +50,19 @@ void print_row(const labelled& first, const labelled& second) {
                     second.number));
 }
 
-// The lines of a log file, each with its line end.
+// The lines of a log file, each with its line end. A device keeps none, and a read of it could
+// wait.
 std::vector<std::string> lines_of(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw failure(fmt::format("cannot open {}", path));
+  const log_reader file(path);
+  if (!file.is_open()) throw failure(fmt::format("cannot open {}", path));
+  const auto text = file.text();
+  if (!text) throw failure(fmt::format("cannot read {}", path));
   std::vector<std::string> lines;
-  for (std::string line; std::getline(file, line);) {
-    if (!file.eof()) line += '\n';
-    lines.push_back(line);
+  for (std::size_t start = 0; start < text->size();) {
+    const std::size_t end = std::min(text->find('\n', start), text->size() - 1) + 1;
+    lines.push_back(text->substr(start, end - start));
+    start = end;
   }
-  if (file.bad()) throw failure(fmt::format("cannot read {}", path));
   return lines;
 }
 

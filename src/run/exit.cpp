@@ -10,9 +10,11 @@
 #include <utility>
 #include <vector>
 
+#include "base/capture_file.h"
 #include "base/command.h"
 #include "base/dump.h"
 #include "base/failure.h"
+#include "base/logs.h"
 #include "base/print.h"
 #include "report/results.h"
 #include "run/state.h"
@@ -75,6 +77,7 @@ void exit_handler() {
     // A worker that still runs may leave a capture file after this. The start of the next run
     // removes it.
     execute("rm /tmp/tessel_*");
+    note_left_captures(remove_left_captures("tessel_"));
     run.exception += run.info;
     if (run.printed_results == 0) print_summary();
     take_snapshot();

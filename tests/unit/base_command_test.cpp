@@ -399,6 +399,21 @@ TEST_F(command_test, a_host_without_standard_streams_gets_its_results) {
   }
 }
 
+TEST_F(command_test, what_the_host_has_left_inheritable_does_not_reach_a_command) {
+  open_logs();
+  EXPECT_EQ(status_in_child([] {
+              const int kept = ::open("/dev/null", O_RDONLY);
+              if (::dup2(kept, 57) < 0 || ::dup2(kept, 1000) < 0) return 1;
+              const value seen = execute("echo /proc/self/fd/*");
+              if (seen != "/proc/self/fd/0 /proc/self/fd/1 /proc/self/fd/2 /proc/self/fd/3\n") {
+                return 2;  // the last one is what lists the folder
+              }
+              return ::fcntl(57, F_GETFD) == 0 && ::fcntl(1000, F_GETFD) == 0 ? 7 : 3;
+            }),
+            7)
+      << "3 would mean that the host has lost them";
+}
+
 TEST_F(command_test, execute_bcmd_hands_a_chip_command_to_the_platform_tool) {
   tool("asic_shell_show", "printf '%s|' \"$@\"; echo");
   EXPECT_EQ(execute_bcmd("show unit", "all", "A", DEFAULT, "show_unit"),

@@ -1,7 +1,11 @@
 #include "base/logs.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -9,6 +13,8 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <functional>
+#include <iterator>
 #include <set>
 #include <string>
 #include <vector>
@@ -464,6 +470,148 @@ TEST_F(logs_test, a_file_that_cannot_be_closed_is_named_with_the_cause) {
   EXPECT_EQ(failure_of([&] { file.close(); }), "cannot close /tmp/plain: Bad file descriptor");
   EXPECT_NO_THROW(file.close()) << "once is enough";
   EXPECT_EQ(file.descriptor(), -1);
+}
+
+// The text with which a log at this path is refused.
+std::string refusal_of(const std::string& path) {
+  const std::string to_write = failure_of([&] { log_file(path, file_mode::truncate); });
+  EXPECT_EQ(failure_of([&] { log_reader{path}; }), to_write) << "a reader would wait as well";
+  return to_write;
+}
+
+TEST_F(logs_test, a_log_that_is_no_file_is_refused_before_anything_waits) {
+  ASSERT_EQ(::mkfifo("/var/log/fifo", 0644), 0);
+  EXPECT_EQ(
+      refusal_of("/var/log/fifo"),
+      "cannot open /var/log/fifo: it is a FIFO, and the audit keeps its logs in files; remove "
+      "it");
+  const int unused = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{AF_UNIX, "/var/log/socket"};
+  ASSERT_EQ(::bind(unused, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ::close(unused);
+  EXPECT_THAT(refusal_of("/var/log/socket"), HasSubstr("it is a socket"));
+  ASSERT_EQ(::symlink("fifo", "/var/log/link"), 0);
+  EXPECT_THAT(refusal_of("/var/log/link"), HasSubstr("/var/log/link: it is a FIFO"));
+}
+
+TEST_F(logs_test, a_FIFO_in_the_place_of_a_log_ends_the_run_as_a_full_disk_does) {
+  ASSERT_EQ(::mkfifo(std::string(LOG_FILE_INCONSISTENT).c_str(), 0644), 0);
+  EXPECT_EQ(output_of([] { EXPECT_THROW(log_init(), exit_request); }), fixed_words);
+  SetUp();
+  ASSERT_EQ(::mkfifo(std::string(LOG_FILE_DEBUG).c_str(), 0644), 0);
+  EXPECT_THAT(output_of([] { EXPECT_EQ(log_init(), ERROR); }),
+              AllOf(StartsWith("\ncannot open /var/log/tessel_debug.log: it is a FIFO"),
+                    EndsWith("; remove it: Log init failed\n")));
+}
+
+// A log in /var/log that is a link; `spoil` gives somebody else a hand in it.
+std::string opened_by_link(const std::function<void()>& spoil) {
+  write_file("/tmp/target", "former");
+  std::filesystem::remove("/var/log/linked");
+  EXPECT_EQ(::symlink("/tmp/target", "/var/log/linked"), 0);
+  spoil();
+  try {
+    log_file("/var/log/linked", file_mode::truncate);
+  } catch (const failure& refused) {
+    EXPECT_EQ(file_text("/tmp/target"), "former");
+    return refused.what();
+  }
+  return file_text("/tmp/target").empty() ? "emptied" : "kept";
+}
+
+TEST_F(logs_test, a_link_that_root_made_is_followed_and_no_other) {
+  constexpr uid_t another = 1000;
+  const auto refused = AllOf(StartsWith("cannot open /var/log/linked: it is a link that others"),
+                             HasSubstr("remove it, or let root own it"));
+  EXPECT_EQ(opened_by_link([] {}), "emptied");
+  EXPECT_EQ(opened_by_link([] { ::chmod("/var/log", 0775); }), "emptied") << "the group is root";
+  EXPECT_THAT(opened_by_link([] { ::chmod("/var/log", 0777); }), refused);
+  EXPECT_THAT(opened_by_link([] { ::chmod("/var/log", 01777); }), refused);
+  ::chmod("/var/log", 0755);
+  EXPECT_THAT(opened_by_link([] {
+                std::filesystem::remove("/tmp/target");
+                write_file("/tmp/other", "former");
+                ::chmod("/tmp", 0777);
+                EXPECT_EQ(::symlink("/tmp/other", "/tmp/target"), 0);
+              }),
+              refused)
+      << "a link behind the link";
+  ::chmod("/tmp", 0755);
+  if (::chown("/var/log", 0, another) != 0) GTEST_SKIP() << "a namespace of one user";
+  EXPECT_THAT(opened_by_link([] { ::chmod("/var/log", 0775); }), refused);
+  EXPECT_THAT(opened_by_link([] { EXPECT_EQ(::chown("/var/log", another, 0), 0); }), refused);
+  EXPECT_EQ(::chown("/var/log", 0, 0), 0);
+  ::chmod("/var/log", 0755);
+  EXPECT_THAT(opened_by_link([] { EXPECT_EQ(::lchown("/var/log/linked", another, 0), 0); }),
+              refused);
+}
+
+TEST_F(logs_test, a_log_that_leads_to_a_device_takes_everything_and_keeps_nothing) {
+  ASSERT_EQ(::symlink("/dev/null", std::string(LOG_FILE_DEBUG).c_str()), 0);
+  ASSERT_EQ(::symlink("/dev/zero", std::string(LOG_FILE_INCONSISTENT).c_str()), 0);
+  struct stat before {};
+  ASSERT_EQ(::stat("/dev/null", &before), 0);
+  open_logs();
+  st().dl_fd.require()->write("into nothing");
+  logger("into nothing", "inconsistent");
+  EXPECT_EQ(log_reader(std::string(LOG_FILE_INCONSISTENT)).text(), "") << "not zeros without end";
+  struct stat after {};
+  ASSERT_EQ(::stat("/dev/null", &after), 0);
+  EXPECT_EQ(after.st_mode, before.st_mode) << "only a file gets its permissions";
+}
+
+TEST_F(logs_test, a_log_is_opened_so_that_its_writers_and_its_tools_may_wait) {
+  const log_file file("/var/log/plain", file_mode::append);
+  EXPECT_EQ(::fcntl(file.descriptor(), F_GETFL) & (O_NONBLOCK | O_APPEND), O_APPEND);
+}
+
+unsigned permissions_of(std::string_view path) {
+  struct stat state {};
+  EXPECT_EQ(::stat(std::string(path).c_str(), &state), 0);
+  return state.st_mode & 07777U;
+}
+
+TEST_F(logs_test, the_debug_log_is_for_its_owner_alone_and_the_others_are_as_usual) {
+  write_file(LOG_FILE_DEBUG, "former");
+  ::chmod(std::string(LOG_FILE_DEBUG).c_str(), 0644);
+  write_file(LOG_FILE_INCONSISTENT, "former\n");
+  ::chmod(std::string(LOG_FILE_INCONSISTENT).c_str(), 0664);
+  open_logs();
+  EXPECT_EQ(permissions_of(LOG_FILE_DEBUG), 0600U);
+  EXPECT_EQ(permissions_of(LOG_FILE_INCONSISTENT), 0664U);
+  EXPECT_EQ(permissions_of(LOG_FILE_EXCEPTION), 0644U);
+  EXPECT_EQ(permissions_of(LOG_FILE_STALE_ENTRIES), 0644U);
+}
+
+TEST_F(logs_test, a_log_at_the_limit_of_files_is_a_failure_and_ends_no_host) {
+  EXPECT_EQ(status_in_child([] {
+              log_file file("/var/log/plain", file_mode::append);
+              const rlimit sixty_bytes{60, 60};
+              ::setrlimit(RLIMIT_FSIZE, &sixty_bytes);
+              const std::string text = failure_of([&] { file.write(std::string(100, 'x')); });
+              return text == "cannot write /var/log/plain: File too large" ? 7 : 1;
+            }),
+            7)
+      << "128 and 25 would be the signal's";
+}
+
+TEST_F(logs_test, a_note_for_support_is_a_line_of_the_debug_log_or_nothing) {
+  EXPECT_EQ(output_of([] { note_for_support("before the log is open"); }), "");
+  open_logs();
+  note_for_support("12 files");
+  EXPECT_EQ(file_text(LOG_FILE_DEBUG), "'12 files'\n");
+  st().dl_fd.open("/dev/full", file_mode::append);
+  EXPECT_EQ(output_of([] { note_for_support("lost"); }), "");
+  EXPECT_EQ(st().exception, 0);
+}
+
+TEST_F(logs_test, log_init_removes_more_captures_than_fit_on_a_command_line) {
+  for (int number = 0; number < 12000; ++number) {
+    write_file(fmt::format("/tmp/tessel{:0240}", number), "");
+  }
+  write_file("/tmp/other", "kept");
+  open_logs();
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator("/tmp"), {}), 1);
 }
 
 }  // namespace

@@ -1,9 +1,12 @@
 #include "run/exit.h"
 
+#include <fmt/format.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
+#include <iterator>
 #include <latch>
 #include <string>
 #include <vector>
@@ -18,6 +21,7 @@
 namespace tessel {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -148,6 +152,30 @@ TEST_F(exit_test, capture_files_are_removed_and_others_stay) {
   EXPECT_FALSE(file_exists("/tmp/tessel_one.log"));
   EXPECT_FALSE(file_exists("/tmp/tessel_0.log"));
   EXPECT_TRUE(file_exists("/tmp/tessel.log"));
+}
+
+TEST_F(exit_test, more_captures_than_fit_on_a_command_line_are_removed) {
+  for (int number = 0; number < 12000; ++number) {
+    write_file(fmt::format("/tmp/tessel_{:0240}", number), "");
+  }
+  write_file("/tmp/tessel.log", "");
+  std::filesystem::create_directory("/tmp/tessel_folder");
+  exit_output();
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator("/tmp"), {}), 2);
+  EXPECT_THAT(log_lines(LOG_FILE_DEBUG), Contains(HasSubstr("Argument list too long")));
+  EXPECT_EQ(st().exception, 0);
+}
+
+TEST_F(exit_test, a_capture_that_cannot_be_removed_is_noted_and_not_counted) {
+  write_file("/tmp/tessel_busy.log", "");
+  ASSERT_EQ(::mount("/tmp/tessel_busy.log", "/tmp/tessel_busy.log", "", MS_BIND, ""), 0);
+  const std::string output = exit_output();
+  ::umount2("/tmp/tessel_busy.log", MNT_DETACH);
+  EXPECT_THAT(log_lines(LOG_FILE_DEBUG),
+              Contains("'1 files of the audit stay in /tmp: Device or resource busy; remove them "
+                       "by hand'"));
+  EXPECT_EQ(st().exception, 0);
+  EXPECT_EQ(output, "\nTESSEL Stopped: Found 0 info/exceptions/errors\n\n");
 }
 
 TEST_F(exit_test, the_logs_are_closed) {
