@@ -26,7 +26,8 @@ extern "C" {
  *
  * - TESSEL_STOPPED_EARLY: the run ended before it collected anything and printed no result table.
  * - TESSEL_ABORTED: a failure ended the run and its traceback is on standard error; or tessel_init
- *   was not called, which one line on standard error says.
+ *   was not called, or an audit has ended and its host's atexit handlers run, which one line on
+ *   standard error says.
  */
 #define TESSEL_STOPPED_EARLY 0
 #define TESSEL_ABORTED (-2)
@@ -49,7 +50,7 @@ void tessel_init(void);
  * Reads the processor clock before and after the run; nothing uses the readings yet.
  *
  * The process ends through exit(3): the host's atexit handlers and the destructors of its static
- * objects run. Threads of the audit may still be running then, and also after a return. They use
+ * objects run. They may call these functions, but no second audit starts. Threads of the audit may still be running then, and also after a return. They use
  * nothing of the host except its standard streams.
  */
 int32_t tessel_run(int32_t node_id);

@@ -112,8 +112,17 @@ void log_channel::reopen(file_mode mode) {
   }
 }
 
+void log_channel::close(limited_patience& patience) {
+  std::unique_lock lock(mutex_, std::defer_lock);
+  if (patience.lock(lock)) close_file();
+}
+
 void log_channel::close() {
-  const std::lock_guard lock(mutex_);
+  const patient_lock lock(mutex_);
+  close_file();
+}
+
+void log_channel::close_file() {
   if (const std::unique_ptr<log_file> file = std::move(file_)) file->close();
 }
 

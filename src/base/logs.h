@@ -13,6 +13,7 @@
 #include "base/capture_file.h"
 #include "base/here.h"
 #include "base/log_file.h"
+#include "base/worker.h"
 
 namespace tessel {
 
@@ -39,17 +40,21 @@ class log_channel {
   // Adds an entry. If the entry would make the file reach the limit, rotates first, to the one
   // backup ".1". Entries from several threads do not mix. Throws `failure`.
   void write(log_level level, std::string_view entry);
-  // The channel is closed afterwards in any case. Throws `failure` if closing the file fails.
+  // The channel is closed afterwards, even if that fails and throws `failure`. Only while another
+  // thread's entry is being written, for longer than `patience`, it stays open; without `patience`
+  // it waits.
+  void close(limited_patience& patience);
   void close();
 
  private:
   void rotate();
   void reopen(file_mode mode);
+  void close_file();
 
   const std::string path_;
   const std::int64_t limit_;
   const log_level level_;
-  std::mutex mutex_;
+  std::timed_mutex mutex_;
   std::unique_ptr<log_file> file_;  // guarded by mutex_; null while closed
 };
 

@@ -176,7 +176,7 @@ bool crew::add_carrier(held& lock) {
     figures.most_threads = std::max(figures.most_threads, static_cast<std::size_t>(alive_));
     return true;
   }
-  ++figures.refused;
+  if (figures.refused++ == 0) figures.why_refused = refused;
   --computing_;
   return false;
 }
@@ -322,10 +322,11 @@ blocking::~blocking() {
   if (gave_way_) crew::get().come_back(expected_);
 }
 
-patient_lock::patient_lock(std::mutex& mutex) : mutex_(mutex) {
-  if (mutex_.try_lock()) return;
-  const blocking until_free(blocking::length::brief);
-  mutex_.lock();
+bool limited_patience::lock(std::unique_lock<std::timed_mutex>& held) {
+  const auto start = std::chrono::steady_clock::now();
+  const bool locked = held.try_lock_for(left_);
+  left_ -= std::min(left_, std::chrono::steady_clock::now() - start);
+  return locked;
 }
 
 std::size_t wait_until_begun(std::chrono::milliseconds patience) {

@@ -104,15 +104,31 @@ class blocking {
 };
 
 // Holds a mutex like std::lock_guard; a job that has to wait for it lets another one compute.
+template <class Mutex>
 class patient_lock {
  public:
-  explicit patient_lock(std::mutex& mutex);
+  explicit patient_lock(Mutex& mutex) : mutex_(mutex) {
+    if (mutex_.try_lock()) return;
+    const blocking until_free(blocking::length::brief);
+    mutex_.lock();
+  }
   ~patient_lock() { mutex_.unlock(); }
   patient_lock(const patient_lock&) = delete;
   patient_lock& operator=(const patient_lock&) = delete;
 
  private:
-  std::mutex& mutex_;
+  Mutex& mutex_;
+};
+
+// How long a thread waits, in all, for mutexes whose holders may hang. For one thread.
+class limited_patience {
+ public:
+  explicit limited_patience(std::chrono::milliseconds whole) : left_(whole) {}
+  // Locks `held` if that is possible within what is left. Returns whether it did.
+  bool lock(std::unique_lock<std::timed_mutex>& held);
+
+ private:
+  std::chrono::steady_clock::duration left_;
 };
 
 // Waits until every job that was started has begun, `patience` at most. Returns how many have not.
@@ -125,6 +141,7 @@ struct crew_figures {
   std::size_t threads_started = 0;
   std::size_t most_threads = 0;  // alive at one moment
   std::size_t refused = 0;       // threads that the system did not give
+  int why_refused = 0;           // the error of the first of them
 };
 crew_figures figures_of_crew();
 

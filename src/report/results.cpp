@@ -166,7 +166,8 @@ void print_results() {
   // Workers may still be counting. Under this lock the rows, the total and the preview come from
   // one reading: the logs hold all numbered findings of that reading, and no further ones until the
   // preview is printed.
-  const std::lock_guard one_moment(run.finding_mutex);
+  std::unique_lock one_moment(run.finding_mutex, std::defer_lock);
+  run.for_lines.lock(one_moment);  // if a disk hangs, the results are what there is
   run.exception += run.info;
   if (run.inconsistent == 0) run.deletePending = 0;
   const outcome found;

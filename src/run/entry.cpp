@@ -1,10 +1,12 @@
 // The exported functions of the library. The assertion of tessel_init stays in release builds too.
 #undef NDEBUG
+#include <atomic>
 #include <cassert>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
+#include <mutex>
 #include <utility>
 
 #include "base/failure.h"
@@ -27,6 +29,10 @@ std::exception_ptr& pending() {
   return kept;
 }
 
+// Set before the process ends. The host's atexit handlers run after that, and an audit that one of
+// them starts would wait for what the ended one still holds.
+std::atomic<bool> is_ending = false;
+
 void print_traceback(const std::exception& error, tessel::here where) {
   try {
     tessel::end_open_line();
@@ -44,8 +50,12 @@ void act_on_pending(tessel::here where = tessel::here::current()) {
   try {
     std::rethrow_exception(reason);
   } catch (const tessel::exit_request&) {
-    // Wait for a worker that is reporting a finding; no other worker starts to report one.
-    tessel::st().finding_mutex.lock();
+    is_ending = true;
+    // Wait for a worker that is reporting a finding; no other worker starts to report one. Whoever
+    // hangs there, with its disk, is not waited for.
+    tessel::run_state& run = tessel::st();
+    std::unique_lock until_the_end(run.finding_mutex, std::defer_lock);
+    if (run.for_lines.lock(until_the_end)) until_the_end.release();
     std::fflush(stdout);
     std::exit(0);
   } catch (const std::exception& error) {
@@ -56,6 +66,7 @@ void act_on_pending(tessel::here where = tessel::here::current()) {
 }  // namespace
 
 TESSEL_EXPORT void tessel_init(void) {
+  if (is_ending) return;
   try {
     m = &tessel::new_state();
   } catch (const std::exception&) {
@@ -64,6 +75,10 @@ TESSEL_EXPORT void tessel_init(void) {
 }
 
 TESSEL_EXPORT int32_t run_tessel(uint32_t my_node_id) {
+  if (is_ending) {
+    tessel::print_error("tessel: the process is ending, no audit starts any more\n");
+    return TESSEL_ABORTED;
+  }
   if (m == nullptr) {
     tessel::print_error("tessel: tessel_init has not been called\n");
     return TESSEL_ABORTED;

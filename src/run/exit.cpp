@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <cstring>
 #include <ctime>
 #include <memory>
 #include <mutex>
@@ -16,6 +17,7 @@
 #include "base/failure.h"
 #include "base/logs.h"
 #include "base/print.h"
+#include "base/worker.h"
 #include "report/results.h"
 #include "run/state.h"
 
@@ -40,12 +42,21 @@ std::vector<std::shared_ptr<log_channel>> open_channels() {
   return channels;
 }
 
+// The jobs ran all the same; the note is for whoever wonders why they took so long.
+void note_refused_threads() {
+  const crew_figures crew = figures_of_crew();
+  if (crew.refused == 0) return;
+  note_for_support(fmt::format(
+      "the system refused {} threads: {}; their jobs ran on fewer, raise the limit of processes",
+      crew.refused, std::strerror(crew.why_refused)));
+}
+
 }  // namespace
 
 void close_fd() {
   run_state& run = st();
   try {
-    for (const auto& channel : open_channels()) channel->close();
+    for (const auto& channel : open_channels()) channel->close(run.for_lines);
     run.stale_fd.close();
     run.dl_fd.close();
   } catch (const std::exception& error) {
@@ -76,6 +87,7 @@ void exit_handler() {
     wait_for_late_workers();
     // A worker that still runs may leave a capture file after this. The start of the next run
     // removes it.
+    note_refused_threads();
     execute("rm /tmp/tessel_*");
     note_left_captures(remove_left_captures("tessel_"));
     run.exception += run.info;

@@ -163,7 +163,10 @@ struct run_state {
 
   // Held while a finding is counted and logged, so that the two are one step: the results show one
   // moment, and the process does not end between counting and logging.
-  std::mutex finding_mutex;
+  std::timed_mutex finding_mutex;
+
+  // Main thread only. A worker's line whose disk hangs must not hold the end of the run.
+  limited_patience for_lines{std::chrono::seconds(1)};
 
   // Guarded by print_mutex.
   std::mutex print_mutex;

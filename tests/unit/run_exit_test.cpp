@@ -2,21 +2,27 @@
 
 #include <fmt/format.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <iterator>
 #include <latch>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "base/findings.h"
 #include "base/logs.h"
 #include "base/text.h"
 #include "base/worker.h"
 #include "report/results.h"
 #include "support/crew.h"
 #include "support/fake_router.h"
+#include "support/hung_disk.h"
 
 namespace tessel {
 namespace {
@@ -215,6 +221,49 @@ TEST_F(exit_test, a_worker_that_outlives_the_closing_gets_its_line_into_the_file
   closed.count_down();
   st().pid_list.join_all();
   EXPECT_THAT(messages(LOG_FILE_INCONSISTENT), ElementsAre("Inconsistency 1: found late"));
+}
+
+TEST_F(exit_test, a_worker_whose_disk_hangs_does_not_hold_the_end) {
+  auto disk = std::make_unique<hung_disk>(LOG_FILE_INCONSISTENT);
+  const auto hung = start_worker([] { inconsistency("Inconsistency {}: found late"); });
+  disk->wait_for_a_writer();
+  const std::string output =
+      output_of([] { EXPECT_NO_THROW(print_results()) << "it holds the lock of the results"; });
+  EXPECT_THAT(output, HasSubstr("Inconsistencies             : 1 "));
+  EXPECT_EQ(exit_output(), "");
+  EXPECT_THAT(snapshot_labels(), Not(IsEmpty()));
+  EXPECT_EQ(st().dl_fd.get(), nullptr) << "the other logs are closed";
+  disk = nullptr;
+  hung->join();
+  EXPECT_THAT(messages(LOG_FILE_INCONSISTENT), ElementsAre("Inconsistency 1: found late"));
+}
+
+TEST_F(exit_test, refused_threads_are_one_uncounted_line_of_the_debug_log) {
+  EXPECT_EQ(status_in_child([] {
+              rlimit before{};
+              ::getrlimit(RLIMIT_NPROC, &before);
+              const rlimit none = {1, before.rlim_max};
+              ::setrlimit(RLIMIT_NPROC, &none);
+              // The logs stay root's; the limit does not apply to root itself.
+              if (::setresuid(65534, 65534, 0) != 0 && errno != EINVAL) return 1;
+              start_worker([] {})->join();
+              start_worker([] {})->join();
+              if (::setresuid(0, 0, 0) != 0 && errno != EINVAL) return 2;
+              ::setrlimit(RLIMIT_NPROC, &before);
+              const auto refused = figures_of_crew().refused;
+              exit_output();
+              const std::string line = fmt::format(
+                  "'the system refused {} threads: Resource temporarily unavailable; "
+                  "their jobs ran on fewer, raise the limit of processes'",
+                  refused);
+              const auto lines = log_lines(LOG_FILE_DEBUG);
+              const auto found = std::count(lines.begin(), lines.end(), line);
+              return refused > 0 && found == 1 && st().exception == 0 ? 7 : 3;
+            }),
+            7);
+  SetUp();
+  exit_output();
+  EXPECT_THAT(log_lines(LOG_FILE_DEBUG), Not(Contains(HasSubstr("the system refused"))));
 }
 
 TEST_F(exit_test, no_failure_handler_catches_the_exit_request) {

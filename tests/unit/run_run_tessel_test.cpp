@@ -4,15 +4,21 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
+#include "base/findings.h"
 #include "base/text.h"
+#include "base/worker.h"
 #include "support/fake_router.h"
+#include "support/hung_disk.h"
 #include "tessel/tessel.h"
 
 namespace tessel {
@@ -224,6 +230,58 @@ TEST_F(run_tessel_test, completed_runs_with_findings_and_without_look_the_same_t
               "0 0 0x21 Hu0/0/0/1\n");
   EXPECT_EQ(status_of_run(), 0);
   EXPECT_THAT(messages(LOG_FILE_INCONSISTENT), Not(IsEmpty()));
+}
+
+// The end of the child whose host calls in again while the process ends, and what it complains.
+std::pair<int, std::string> calling_in_again(void (*handler)()) {
+  int status = -1;
+  const std::string complaint = error_output_of([&] {
+    output_of([&] {
+      status = status_in_child([handler] {
+        std::atexit(handler);
+        tessel_init();
+        tessel_run(4096);
+        return 99;
+      });
+    });
+  });
+  return {status, complaint};
+}
+
+TEST_F(run_tessel_test, an_atexit_handler_that_calls_in_again_comes_back_at_once) {
+  constexpr const char* complaint = "tessel: the process is ending, no audit starts any more\n";
+  EXPECT_EQ(calling_in_again([] { ::_exit(tessel_run(4096) == TESSEL_ABORTED ? 7 : 98); }),
+            std::pair(7, std::string(complaint)));
+  const std::size_t of_one_run = calls().size();
+  EXPECT_EQ(calling_in_again([] {
+              tessel_finalize();
+              tessel_init();
+              ::_exit(run_tessel(4096) == TESSEL_ABORTED ? 7 : 98);
+            }),
+            std::pair(7, std::string(complaint)));
+  EXPECT_EQ(calls().size(), 2 * of_one_run) << "no tool ran for the second audit";
+}
+
+TEST_F(run_tessel_test, a_worker_whose_disk_hangs_does_not_hold_the_process) {
+  tool("lagmgr_health", "sleep 0.3");
+  const std::string output = output_of([] {
+    EXPECT_EQ(status_in_child([] {
+                tessel_init();
+                start_worker([] {
+                  while (!st().stale_fd.opened_once()) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                  }
+                  static const hung_disk disk(LOG_FILE_INCONSISTENT);
+                  inconsistency("Inconsistency {}: found late");
+                });
+                tessel_run(4096);
+                return 99;
+              }),
+              0);
+  });
+  EXPECT_THAT(output, HasSubstr("Inconsistencies             : 1 "));
+  EXPECT_THAT(output, EndsWith("*Done*********************************\n"));
+  EXPECT_THAT(file_text(LOG_FILE_DEBUG), HasSubstr("'End of VM information entries...'"));
 }
 
 TEST_F(run_tessel_test, the_end_of_a_run_flushes_what_the_host_has_printed) {
