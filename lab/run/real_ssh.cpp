@@ -261,7 +261,8 @@ void enter_node(const ssh_node& node, const std::vector<std::string>& tools) {
     throw no_privileges{fmt::format("no namespaces for a node: {}", std::strerror(errno))};
   std::string host_name = node.name;
   std::replace(host_name.begin(), host_name.end(), '/', '-');
-  sethostname(host_name.data(), std::min<std::size_t>(host_name.size(), HOST_NAME_MAX));
+  if (sethostname(host_name.data(), std::min<std::size_t>(host_name.size(), HOST_NAME_MAX)) != 0)
+    throw no_privileges{fmt::format("no host name for a node: {}", std::strerror(errno))};
   write_server_files(node, folder_of(node), calls_are_kept);
   cover_with_own_folders(node, tools, calls_are_kept);
 }
