@@ -1,6 +1,5 @@
 #include "parse/slot_fields.h"
 
-#include <algorithm>
 
 #include "base/cursor.h"
 #include "base/text.h"
@@ -54,7 +53,7 @@ std::string_view member_at(cursor& at) {
 
 void slot_values::clear() {
   lines_.clear();
-  first_by_end_.clear();
+  slots_.clear();
 }
 
 void slot_values::add(std::string_view slot, std::string_view content) {
@@ -63,23 +62,18 @@ void slot_values::add(std::string_view slot, std::string_view content) {
 
 void slot_values::finish() {
   if (lines_.size() <= few_lines) return;
-  for (const auto& [slot, content] : lines_) {
-    const std::size_t longest = std::min(slot.size(), indexed_digits);
-    for (std::size_t length = 1; length <= longest; ++length) {
-      first_by_end_.try_emplace(tail(slot, length), content);
-    }
-  }
+  for (std::size_t at = 0; at < lines_.size(); ++at) slots_.add(lines_[at].first, at);
 }
 
 std::optional<std::string_view> slot_values::first_of(std::string_view slot) const {
-  if (lines_.size() <= few_lines || slot.empty() || slot.size() > indexed_digits) {
-    for (const auto& [digits, content] : lines_) {
-      if (digits.ends_with(slot)) return content;
-    }
-    return std::nullopt;
+  if (lines_.size() > few_lines) {
+    const auto first = slots_.first_of(slot);
+    return first ? std::optional(lines_[*first].second) : std::nullopt;
   }
-  const auto found = first_by_end_.find(slot);
-  return found == first_by_end_.end() ? std::nullopt : std::optional(found->second);
+  for (const auto& [digits, content] : lines_) {
+    if (digits.ends_with(slot)) return content;
+  }
+  return std::nullopt;
 }
 
 void slot_fields::clear() {

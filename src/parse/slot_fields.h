@@ -11,9 +11,10 @@
 
 #include <optional>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include "parse/digit_ends.h"
 
 namespace tessel {
 
@@ -29,13 +30,11 @@ class slot_values {
   std::optional<std::string_view> first_of(std::string_view slot) const;
 
  private:
-  // Slots with more digits are looked up line by line, and so are all slots if there are few lines.
-  static constexpr std::size_t indexed_digits = 20;
+  // Up to so many lines are looked at one by one.
   static constexpr std::size_t few_lines = 16;
 
   std::vector<std::pair<std::string_view, std::string_view>> lines_;
-  // Maps the last digits before the colon, in every length, to the first line that ends in them.
-  std::unordered_map<std::string_view, std::string_view> first_by_end_;
+  digit_ends slots_;  // the digits before the colon of each line, if there are more
 };
 
 // Can read one block after the other, and needs no new memory for each. For one thread.
