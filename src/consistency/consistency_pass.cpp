@@ -25,8 +25,8 @@ namespace tessel {
 
 namespace {
 
-// Few enough that the sub-bundles of one bundle keep several cores busy.
-constexpr std::ptrdiff_t subs_of_a_walk = 8;
+// Few enough that the sub-bundles of one bundle, or its members, keep several cores busy.
+constexpr std::ptrdiff_t objects_of_a_walk = 8;
 
 using node_list = std::vector<node_view>;
 using node_turns = std::vector<const node_view*>;
@@ -64,14 +64,20 @@ bool is_asic_supported(const node_view& node) {
 // A walk may take several objects to each node: what the node holds of one lies beside what it
 // holds of the next, and a large router's tables do not fit into the processor's cache.
 template <class Check>
+void walk(const walked_bundle& walked, const node_turns& nodes,
+          const std::vector<std::string>& objects, Check check) {
+  for (const node_view* node : nodes) {
+    for (const std::string& object : objects) {
+      run_contained([&] { check(object, *walked.bundle, *node); });
+    }
+  }
+}
+
+template <class Check>
 std::shared_ptr<worker> start_walk(const walked_bundle& walked, node_turns nodes,
                                    std::vector<std::string> objects, Check check) {
   return start_worker([walked, nodes = std::move(nodes), objects = std::move(objects), check] {
-    for (const node_view* node : nodes) {
-      for (const std::string& object : objects) {
-        run_contained([&] { check(object, *walked.bundle, *node); });
-      }
-    }
+    walk(walked, nodes, objects, check);
   });
 }
 
@@ -110,10 +116,16 @@ std::vector<std::pair<std::string, node_turns>> members_with_nodes(const walked_
   return found;
 }
 
+// A member is on few nodes and soon compared, so a worker takes several.
 void run_member_level(const walked_bundle& walked) {
   worker_list pid_list_members;
-  for (auto& [member, nodes] : members_with_nodes(walked)) {
-    pid_list_members.append(start_walk(walked, std::move(nodes), {member}, check_members));
+  const auto members = members_with_nodes(walked);
+  for (auto from = members.begin(); from != members.end();) {
+    const auto to = from + std::min<std::ptrdiff_t>(objects_of_a_walk, members.end() - from);
+    pid_list_members.append(start_worker([walked, some = std::vector(from, to)] {
+      for (const auto& [member, nodes] : some) walk(walked, nodes, {member}, check_members);
+    }));
+    from = to;
   }
   pid_list_members.join_all();
 }
@@ -123,7 +135,7 @@ void run_sub_bundle_level(const walked_bundle& walked) {
   worker_list pid_list_sub;
   const std::vector<std::string> subs = walked.bundle->sub_bundles().as_map().keys();
   for (auto from = subs.begin(); from != subs.end();) {
-    const auto to = from + std::min<std::ptrdiff_t>(subs_of_a_walk, subs.end() - from);
+    const auto to = from + std::min<std::ptrdiff_t>(objects_of_a_walk, subs.end() - from);
     pid_list_sub.append(start_walk(walked, all_of(*walked.nodes), {from, to}, check_sub_bundles));
     from = to;
   }
