@@ -52,8 +52,10 @@ blocking::~blocking() {
   static_cast<void>(expected_);
 }
 
-patient_lock::patient_lock(std::mutex& mutex) : mutex_(mutex) {
-  mutex_.lock();
+bool limited_patience::lock(std::unique_lock<std::timed_mutex>& held) {
+  static_cast<void>(left_);
+  held.lock();
+  return true;
 }
 
 std::size_t wait_until_begun(std::chrono::milliseconds) {

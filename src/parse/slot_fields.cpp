@@ -1,6 +1,5 @@
 #include "parse/slot_fields.h"
 
-
 #include "base/cursor.h"
 #include "base/text.h"
 
