@@ -3,16 +3,19 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 #include <thread>
 
 #include "base/logs.h"
@@ -165,15 +168,30 @@ value parent_of(value root, entry_path path) {
   return root;
 }
 
-// A file for a channel that takes one page and then blocks the writer until it is read.
+// The descriptor that is open as `path`.
+int descriptor_of(const std::string& path) {
+  for (const auto& each : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    if (std::filesystem::read_symlink(each, gone) == path) {
+      return std::stoi(each.path().filename().string());
+    }
+  }
+  throw std::runtime_error("nothing is open as " + path);
+}
+
+// A file for a channel that takes one page and then blocks the writer until it is read. A channel
+// refuses such a file, so it gets the pipe in the place of a plain one.
 class gate_file {
  public:
   explicit gate_file(string_view channel) : channel_(channel) {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) cannot();
+    descriptor_ = ends[0];
+    if (::fcntl(descriptor_, F_SETPIPE_SZ, 4096) < 0) cannot();
     ::unlink(path);
-    if (::mkfifo(path, 0600) != 0) cannot();
-    descriptor_ = ::open(path, O_RDWR | O_CLOEXEC);
-    if (descriptor_ < 0 || ::fcntl(descriptor_, F_SETPIPE_SZ, 4096) < 0) cannot();
     before_ = exchange(std::make_shared<log_channel>(path, file_mode::append, 0, log_level::info));
+    if (::dup3(ends[1], descriptor_of(path), O_CLOEXEC) < 0) cannot();
+    ::close(ends[1]);
   }
   ~gate_file() {
     exchange(before_);
