@@ -26,7 +26,8 @@ std::string count_row(const result& r);
 // and its growth from L to XL.
 std::string phase_tables(const std::vector<result>& results);
 
-// What a run may cost, or how long it may take with late tools, with the router that comes closest to each limit or exceeds it most.
+// What a run may cost, or how long it may take with late tools, with the router that comes closest
+// to each limit or exceeds it most.
 std::string limit_table(const std::vector<result>& results);
 
 // Wall time against the longest chain of commands.

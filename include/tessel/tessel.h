@@ -50,8 +50,9 @@ void tessel_init(void);
  * Reads the processor clock before and after the run; nothing uses the readings yet.
  *
  * The process ends through exit(3): the host's atexit handlers and the destructors of its static
- * objects run. They may call these functions, but no second audit starts. Threads of the audit may still be running then, and also after a return. They use
- * nothing of the host except its standard streams.
+ * objects run. These may call the functions of this header, but no second audit starts. Threads of
+ * the audit may still be running then, and also after a return. They use nothing of the host except
+ * its standard streams.
  */
 int32_t tessel_run(int32_t node_id);
 

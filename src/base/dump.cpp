@@ -183,11 +183,10 @@ class json_file {
  public:
   explicit json_file(log_file& outfile) : outfile_(outfile), memory_(new char[piece]) {}
 
-  // True if the file already has the first piece.
+  // True if the file already has a piece that is not the last.
   bool has_begun() const { return has_begun_; }
 
   void flush() {
-    has_begun_ = true;
     outfile_.write({memory_.get(), static_cast<std::size_t>(at_ - memory_.get())});
     at_ = memory_.get();
   }
@@ -233,7 +232,10 @@ class json_file {
 
   // The end of what is written, with room for so many bytes, far fewer than a piece.
   char*& room(std::size_t bytes) {
-    if (static_cast<std::size_t>(memory_.get() + piece - at_) < bytes) flush();
+    if (static_cast<std::size_t>(memory_.get() + piece - at_) < bytes) {
+      has_begun_ = true;
+      flush();
+    }
     return at_;
   }
 

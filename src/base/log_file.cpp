@@ -90,8 +90,8 @@ void give_up(int descriptor) {
   errno = cause;
 }
 
-// Empties the file if it shall be, now that it is known to be one. Returns false and sets errno if
-// that fails.
+// Empties the file if `mode` asks for it, now that it is known to be one. Returns false and sets
+// errno if that fails.
 bool is_prepared(int descriptor, file_mode mode, readers allowed) {
   struct stat state {};
   if (::fstat(descriptor, &state) != 0) return false;

@@ -27,16 +27,38 @@ void wait_for_room(int descriptor) {
   }
 }
 
-// Returns 0 or the cause of the failure.
-int cause_of_unwritten(int descriptor, std::string_view text) {
-  while (!text.empty()) {
+// Calls `write`, which returns 0 or the cause of a failure, without the signals that come with one.
+// They are held for this call alone: whoever waits for a reader may start a carrier, which would
+// inherit the mask.
+template <class Write>
+int cause_without_signals(Write write) {
+  const held_signals held({SIGPIPE, SIGXFSZ});
+  const int cause = write();
+  if (cause != 0) held.take();
+  return cause;
+}
+
+// Writes a part of `text` and removes it. Returns 0 or the cause of the failure.
+int cause_of_unwritten_part(int descriptor, std::string_view& text) {
+  return cause_without_signals([&] {
     const ssize_t done = ::write(descriptor, text.data(), text.size());
-    if (done >= 0) {
-      text.remove_prefix(static_cast<std::size_t>(done));
-    } else if (errno == EAGAIN) {
+    if (done < 0) return errno;
+    text.remove_prefix(static_cast<std::size_t>(done));
+    return 0;
+  });
+}
+
+// What happens to a text for which a descriptor that does not block has no room.
+enum class when_full { wait, lose };
+
+// Returns 0 or the cause of the failure.
+int cause_of_unwritten(int descriptor, std::string_view text, when_full full) {
+  while (!text.empty()) {
+    const int cause = cause_of_unwritten_part(descriptor, text);
+    if (cause == EAGAIN && full == when_full::wait) {
       wait_for_room(descriptor);
-    } else if (errno != EINTR) {
-      return errno;
+    } else if (cause != 0 && cause != EINTR) {
+      return cause;
     }
   }
   return 0;
@@ -47,29 +69,30 @@ int cause_of_unflushed(std::FILE* stream) {
   return std::fflush(stream) == 0 ? 0 : errno;
 }
 
+int cause_of_loss_in_stdio(std::FILE* stream, std::string_view text) {
+  return cause_without_signals([&] {
+    if (std::fwrite(text.data(), 1, text.size(), stream) != text.size()) return errno;
+    return cause_of_unflushed(stream);
+  });
+}
+
 // Writes beside stdio, which drops what an interrupted write has left. Returns 0 or the cause of
 // the failure.
-int cause_of_loss(std::FILE* stream, std::string_view text) {
-  const held_signals held({SIGPIPE, SIGXFSZ});
+int cause_of_loss(std::FILE* stream, std::string_view text, when_full full) {
   const int descriptor = ::fileno(stream);
-  int cause = 0;
-  if (descriptor < 0) {  // the host has put a stream of its own in place
-    cause = std::fwrite(text.data(), 1, text.size(), stream) == text.size() ? 0 : errno;
-    if (cause == 0) cause = cause_of_unflushed(stream);
-  } else {
-    if (::__fpending(stream) > 0) {
-      wait_for_room(descriptor);
-      cause = cause_of_unflushed(stream);
-    }
-    if (cause == 0) cause = cause_of_unwritten(descriptor, text);
+  // The host has put a stream of its own in place.
+  if (descriptor < 0) return cause_of_loss_in_stdio(stream, text);
+  if (::__fpending(stream) > 0) {
+    if (full == when_full::wait) wait_for_room(descriptor);
+    const int cause = cause_without_signals([&] { return cause_of_unflushed(stream); });
+    if (cause != 0) return cause;
   }
-  if (cause != 0) held.take();
-  return cause;
+  return cause_of_unwritten(descriptor, text, full);
 }
 
 // The caller holds print_mutex.
 void write_out(std::string_view text) {
-  const int cause = cause_of_loss(stdout, text);
+  const int cause = cause_of_loss(stdout, text, when_full::wait);
   if (cause == 0) return;
   // Clear the error: a retry of what stdio still holds would fail again and block the exit of the
   // process.
@@ -105,7 +128,7 @@ void end_open_line() {
 }
 
 void print_error(std::string_view text) {
-  cause_of_loss(stderr, text);
+  cause_of_loss(stderr, text, when_full::lose);
 }
 
 }  // namespace tessel

@@ -130,12 +130,14 @@ int check_bundles_BCM(const bundle_view& bundle, const node_view& node,
   const auto named = [&] { return behind_npus(node, visited, error_string); };
   const object_name object(named);
   try {
-    if (!is_node_present(node.name, node.BCM, "Bundle", "BCM")) return ERROR;
+    // The store as it is now: a late worker may come after the stale check has replaced it.
+    const value BCM = st().BCM.get();
+    if (!is_node_present(node.name, BCM, "Bundle", "BCM")) return ERROR;
     record& element = bundle.element();
     for (const chip_view& chip : node.chips()) {
       chip.npu.as_text();
       ++visited;
-      if (!is_entry_present(chip.npu, node.npus.get(), "BCM", object)) return ERROR;
+      if (!is_entry_present(chip.npu, BCM.at(node.name), "BCM", object)) return ERROR;
       const std::string lag_id = plain(element.get("lagid"));
       const bool j2 = node.is_jericho2();
       const value& bcm = chip.lags.get();

@@ -8,8 +8,7 @@
 
 namespace tessel {
 
-node_view::node_view(std::string nodename)
-    : name(std::move(nodename)), DPA(st().DPA.get()), BCM(st().BCM.get()) {
+node_view::node_view(std::string nodename) : name(std::move(nodename)), DPA(st().DPA.get()) {
   const store_part node = store_part(st().nodeinfo.get()).at(name);
   asic_supported = node.at("asic_supported");
   act_standby = node.at("act_standby");
@@ -21,7 +20,7 @@ node_view::node_view(std::string nodename)
   l2port = objects.at("l2port");
   l2intf = objects.at("l2intf");
   l3intf = objects.at("l3intf");
-  npus = store_part(BCM).at(name);
+  const store_part npus = store_part(st().BCM.get()).at(name);
   if (npu_list_.found() == nullptr || !npu_list_.found()->is_list()) return;
   for (const value& npu : npu_list_.found()->as_list()) {
     const store_part tables = npu.is_text() ? npus.at(npu.as_text()) : store_part();

@@ -41,8 +41,7 @@ class node_view {
   const std::vector<chip_view>& chips(here where = here::current()) const;
 
   std::string name;
-  value DPA;  // of all nodes
-  value BCM;
+  value DPA;                  // of all nodes
   store_part asic_supported;  // the node's record
   store_part act_standby;
   store_part objects;  // the node in DPA
@@ -50,7 +49,6 @@ class node_view {
   store_part l2port;
   store_part l2intf;
   store_part l3intf;
-  store_part npus;  // the node in BCM
 
  private:
   store_part npu_list_;

@@ -108,10 +108,10 @@ bool is_asked_of_chip(record& sub_obj) {
 template <class SubCheck, class BundleCheck>
 void check_with_sub_bundles(const std::string& bundle, const chip& where, bool can_be_asked,
                             SubCheck check, BundleCheck check_bundle) {
-  worker_list pid_list_prgm;
-  const join_at_end waiting(pid_list_prgm);
   record& element = bundle_record(bundle);
   const value sub_list = element.get("sub_bundles");
+  worker_list pid_list_prgm;
+  const join_at_end waiting(pid_list_prgm);
   sub_list.as_map().for_each([&, place = here::current()](std::string_view sub, const value& each) {
     record& sub_obj = each.as_record(place);
     const auto named = [&] { return object_on_npu(sub, sub_obj, where.npu(), where.nodename()); };

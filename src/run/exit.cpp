@@ -85,9 +85,9 @@ void exit_handler() {
   run_state& run = st();
   try {
     wait_for_late_workers();
+    note_refused_threads();
     // A worker that still runs may leave a capture file after this. The start of the next run
     // removes it.
-    note_refused_threads();
     execute("rm /tmp/tessel_*");
     note_left_captures(remove_left_captures("tessel_"));
     run.exception += run.info;

@@ -499,10 +499,11 @@ TEST_F(value_test, a_map_of_any_origin_is_what_a_plain_list_of_entries_is) {
   for (unsigned seed = 0; seed < 600; ++seed) {
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
-    const std::array maps = {make_map(), make_map(seed % 30),
-                             make_row(row, "0x1", 0, "LAG 0x1 of node 0/0/CPU0", make_map()),
-                             make_row(unmarked, "0x2", "Y"), make_shared_map()};
-    value entries = maps[seed % maps.size()];
+    std::array maps = {make_map(), make_map(seed % 30),
+                       make_row(row, "0x1", 0, "LAG 0x1 of node 0/0/CPU0", make_map()),
+                       make_row(unmarked, "0x2", "Y"), make_shared_map()};
+    // Moved, because a copy makes an empty map, which otherwise is made when it is asked for.
+    value entries = std::move(maps[seed % maps.size()]);
     if (seed % maps.size() == 4) entries.as_map().freeze();
     plain_map plain;
     for (const auto& [key, content] : entries.as_map().items()) plain.set(key, content);
@@ -570,7 +571,8 @@ TEST_F(value_test, keys_that_cannot_make_a_row_are_a_failure) {
 
 TEST_F(value_test, an_empty_map_is_one_map_for_all_that_share_it) {
   const value entry = make_map();
-  const value holder = map_of({{"members", make_map()}});
+  const value holder = make_map();
+  holder.as_map().set("members", make_map());
   EXPECT_FALSE(entry.truthy());
   EXPECT_FALSE(entry.contains("mtu"));
   EXPECT_FALSE(entry.get("mtu").has_value());
@@ -590,7 +592,8 @@ TEST_F(value_test, an_empty_map_is_one_map_for_all_that_share_it) {
 
 TEST_F(value_test, many_threads_that_ask_for_an_empty_map_get_the_same_one) {
   for (int round = 0; round < 100; ++round) {
-    const value lags = map_of({{"LAG 0x1", make_map()}});
+    const value lags = make_map();
+    lags.as_map().set("LAG 0x1", make_map());  // moved in, so it is not made yet
     std::array<const map*, 4> seen = {};
     together(4, [&](int number) {
       const value& lag = lags.in("LAG 0x1");

@@ -44,9 +44,8 @@ TEST_F(views_test, the_LAGs_of_a_chip_are_those_of_its_family) {
 
 TEST_F(views_test, a_node_that_no_store_knows_fails_where_it_is_read) {
   const node_view node("0/9/CPU0");
-  for (const store_part* part :
-       {&node.asic_supported, &node.act_standby, &node.objects, &node.lagport, &node.l2port,
-        &node.l2intf, &node.l3intf, &node.npus}) {
+  for (const store_part* part : {&node.asic_supported, &node.act_standby, &node.objects,
+                                 &node.lagport, &node.l2port, &node.l2intf, &node.l3intf}) {
     EXPECT_THAT(failure_of([part] { part->get(); }), HasSubstr("no key '0/9/CPU0'"));
   }
   EXPECT_THAT(failure_of([&] { node.chips(); }), HasSubstr("no key '0/9/CPU0'"));
