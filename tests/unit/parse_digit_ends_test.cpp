@@ -33,7 +33,8 @@ std::optional<std::size_t> first_in_a_row(const std::vector<std::string>& texts,
 }
 
 TEST(digit_ends_test, the_first_text_with_the_end_is_found) {
-  const digit_ends ends = ends_of({"11", "1", "21", "5"});
+  const std::vector<std::string> texts = {"11", "1", "21", "5"};
+  const digit_ends ends = ends_of(texts);
   EXPECT_EQ(ends.first_of("11"), 0U);
   EXPECT_EQ(ends.first_of("1"), 0U) << "not the equal one, which comes later";
   EXPECT_EQ(ends.first_of("21"), 2U);
@@ -45,13 +46,16 @@ TEST(digit_ends_test, the_first_text_with_the_end_is_found) {
 TEST(digit_ends_test, every_text_has_the_empty_end) {
   EXPECT_EQ(digit_ends().first_of(""), std::nullopt);
   EXPECT_EQ(digit_ends().first_of("1"), std::nullopt);
-  EXPECT_EQ(ends_of({"1", "2"}).first_of(""), 0U);
-  EXPECT_EQ(ends_of({"", "2"}).first_of(""), 0U);
-  EXPECT_EQ(ends_of({"", "2"}).first_of("2"), 1U);
+  const std::vector<std::string> plain = {"1", "2"};
+  EXPECT_EQ(ends_of(plain).first_of(""), 0U);
+  const std::vector<std::string> with_empty = {"", "2"};
+  EXPECT_EQ(ends_of(with_empty).first_of(""), 0U);
+  EXPECT_EQ(ends_of(with_empty).first_of("2"), 1U);
 }
 
 TEST(digit_ends_test, after_clear_there_is_none) {
-  digit_ends ends = ends_of({"1"});
+  const std::vector<std::string> texts = {"1"};
+  digit_ends ends = ends_of(texts);
   ends.clear();
   EXPECT_EQ(ends.first_of("1"), std::nullopt);
 }
