@@ -23,7 +23,6 @@ TEST_F(views_test, a_node_has_its_own_parts_of_the_stores) {
   EXPECT_EQ(&node.l2port.get().as_map(), &objects.at("l2port").as_map());
   EXPECT_EQ(&node.l2intf.get().as_map(), &objects.at("l2intf").as_map());
   EXPECT_EQ(&node.l3intf.get().as_map(), &objects.at("l3intf").as_map());
-  EXPECT_EQ(&node.npus.get().as_map(), &st().BCM.get().at(be12::older).as_map());
   EXPECT_EQ(node.asic_supported.get(), 1);
   EXPECT_EQ(node.act_standby.get(), "Active");
 }

@@ -44,7 +44,7 @@ texts tm_lag_rows_of(std::string_view piece) {
 
 // Constants are never destroyed, so each is made once.
 const pattern& known(std::string_view definition) {
-  static std::map<std::string_view, const pattern*> all;
+  static auto& all = *new std::map<std::string_view, const pattern*>;
   const pattern*& found = all[definition];
   if (found == nullptr) found = &constant(definition);
   return *found;
