@@ -62,4 +62,8 @@ std::size_t wait_until_begun(std::chrono::milliseconds) {
   return 0;
 }
 
+unsigned width_of_crew() {
+  return 1;
+}
+
 }  // namespace tessel

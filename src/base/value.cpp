@@ -56,6 +56,20 @@ std::shared_ptr<const std::string> shared_copy(std::string_view text) {
   return copy;
 }
 
+// Memory for a store. The C library enlarges the heap of each thread but the first one page by page,
+// with a system call for each, and every such call stops the other threads' page faults. So a thread
+// makes room for many objects at once, and less than what the library would give back.
+void* allocated(std::size_t size) {
+  constexpr std::size_t room = std::size_t{96} * 1024;
+  thread_local std::size_t left = 0;
+  if (left < size) {
+    ::operator delete(::operator new(room));
+    left = room;
+  }
+  left -= std::min(left, size);
+  return ::operator new(size);
+}
+
 [[noreturn]] void wrong_kind(std::string_view wanted, const value& found, here where) {
   throw failure(fmt::format("{} expected, found {}", wanted, brief(found)), where);
 }
@@ -97,7 +111,7 @@ struct value::long_text_object : counted {
 
   static constexpr std::size_t most = std::numeric_limits<std::uint32_t>::max();
   static long_text_object* make(std::size_t length) {
-    return new (::operator new(sizeof(long_text_object) + length)) long_text_object(length);
+    return new (allocated(sizeof(long_text_object) + length)) long_text_object(length);
   }
   static void free(long_text_object* object) {
     object->~long_text_object();
@@ -339,7 +353,7 @@ struct map::block {
     while (3 * slots < 4 * capacity && slots > 0) slots *= 2;
     const std::size_t size =
         sizeof(block) + 2 * capacity * sizeof(value) + slots * sizeof(std::uint32_t);
-    auto* const made = new (::operator new(size))
+    auto* const made = new (allocated(size))
         block{static_cast<std::uint32_t>(capacity), static_cast<std::uint32_t>(slots)};
     std::fill_n(made->index(), slots, 0U);
     return made;
@@ -414,7 +428,7 @@ std::unique_lock<std::shared_mutex> map::writing() const {
 inline std::size_t map::position(const text_key& key) const {
   if (shape_ == shape::indexed) {
     const std::size_t guessed = guessed_position(key);
-    return guessed != npos ? guessed : indexed_position(key);
+    return guessed != npos ? guessed : indexed_position(key, key.hash());
   }
   const std::size_t found = value::place_of(key, keys_, size_);
   return found == size_ ? npos : found;
@@ -429,8 +443,8 @@ inline std::size_t map::guessed_position(const text_key& key) const {
   return next;
 }
 
-std::size_t map::indexed_position(const text_key& key) const {
-  const std::uint32_t held = *slot_of(key, key.hash());
+std::size_t map::indexed_position(const text_key& key, std::uint32_t hash) const {
+  const std::uint32_t held = *slot_of(key, hash);
   if (held == 0) return npos;
   const std::uint32_t found = (held & (own_block()->slots - 1)) - 1;
   last_found_.store(found, std::memory_order_relaxed);
@@ -438,7 +452,7 @@ std::size_t map::indexed_position(const text_key& key) const {
 }
 
 // The slot that holds `key`, or the free slot where it would go.
-inline std::uint32_t* map::slot_of(const text_key& key, std::uint32_t hash) const {
+inline const std::uint32_t* map::slot_of(const text_key& key, std::uint32_t hash) const {
   block* const held = own_block();
   std::uint32_t* const index = held->index();
   const std::uint32_t mask = held->slots - 1;
@@ -450,10 +464,14 @@ inline std::uint32_t* map::slot_of(const text_key& key, std::uint32_t hash) cons
   return &index[at];
 }
 
-void map::enter(std::size_t at, const text_key& key) {
-  const std::uint32_t hash = key.hash();
-  const std::uint32_t mask = own_block()->slots - 1;
-  *slot_of(key, hash) = (hash & ~mask) | static_cast<std::uint32_t>(at + 1);
+// Only of keys that are not in the index, so the first free slot is theirs.
+void map::enter(std::size_t at, std::uint32_t hash) {
+  block* const held = own_block();
+  std::uint32_t* const index = held->index();
+  const std::uint32_t mask = held->slots - 1;
+  std::uint32_t slot = hash & mask;
+  while (index[slot] != 0) slot = (slot + 1) & mask;
+  index[slot] = (hash & ~mask) | static_cast<std::uint32_t>(at + 1);
 }
 
 // Moves the entries into a block of their own with this room.
@@ -470,7 +488,7 @@ void map::move_into(std::size_t capacity) {
   keys_ = next->keys();
   shape_ = next->slots > 0 ? shape::indexed : shape::small;
   if (shape_ != shape::indexed) return;
-  for (std::size_t at = 0; at < size_; ++at) enter(at, text_key(keys_[at].view()));
+  for (std::size_t at = 0; at < size_; ++at) enter(at, text_key(keys_[at].view()).hash());
 }
 
 std::size_t map::size() const {
@@ -543,23 +561,28 @@ void map::put(const value& key, value content) {
 // `key` is the value to keep, or null if there is only `sought`.
 void map::insert_or_replace(const text_key& sought, const value* key, value content) {
   const auto lock = writing();
-  const std::size_t at = position(sought);
+  const std::uint32_t hash = shape_ == shape::indexed ? sought.hash() : 0;
+  const std::size_t at =
+      shape_ == shape::indexed ? indexed_position(sought, hash) : position(sought);
   if (at != npos) {
     contents()[at] = std::move(content);
   } else {
-    append(key == nullptr ? value::of_key(sought) : *key, std::move(content));
+    append(key == nullptr ? value::of_key(sought) : *key, hash, std::move(content));
   }
 }
 
-void map::append(value key, value content) {
+// `hash` is that of the key if the map has an index.
+void map::append(value key, std::uint32_t hash, value content) {
   if (is_row() || keys_ == nullptr || size_ == own_block()->capacity) {
+    const bool was_indexed = shape_ == shape::indexed;
     move_into(std::max<std::size_t>(first_room, 2 * std::size_t{size_}));
+    if (!was_indexed && shape_ == shape::indexed) hash = text_key(key.view()).hash();
   }
   block* const held = own_block();
-  const value* const added = std::construct_at(held->keys() + size_, std::move(key));
+  std::construct_at(held->keys() + size_, std::move(key));
   std::construct_at(held->contents() + size_, std::move(content));
   ++size_;
-  if (shape_ == shape::indexed) enter(size_ - 1, text_key(added->view()));
+  if (shape_ == shape::indexed) enter(size_ - 1, hash);
 }
 
 void map::reserve(std::size_t entries) {
@@ -654,7 +677,7 @@ value make_row(const row_keys& keys, std::span<value> contents, map::order kind)
   if (contents.size() != keys.size()) {
     throw failure(fmt::format("{} contents for a row of {}", contents.size(), keys.size()));
   }
-  void* const memory = ::operator new(sizeof(map) + contents.size() * sizeof(value));
+  void* const memory = allocated(sizeof(map) + contents.size() * sizeof(value));
   return map::held(new (memory) map(keys, contents, kind));
 }
 

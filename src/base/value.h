@@ -423,13 +423,13 @@ class map : public counted {
   value* contents() { return const_cast<value*>(std::as_const(*this).contents()); }
   inline std::size_t position(const text_key& key) const;
   inline std::size_t guessed_position(const text_key& key) const;
-  std::size_t indexed_position(const text_key& key) const;
+  std::size_t indexed_position(const text_key& key, std::uint32_t hash) const;
   inline const value* find_here(const text_key& key) const;
   bool copy_to(value& found, text_key key) const;
   bool copy_here(value& found, const text_key& key) const;
-  inline std::uint32_t* slot_of(const text_key& key, std::uint32_t hash) const;
-  void enter(std::size_t at, const text_key& key);
-  void append(value key, value content);
+  inline const std::uint32_t* slot_of(const text_key& key, std::uint32_t hash) const;
+  void enter(std::size_t at, std::uint32_t hash);
+  void append(value key, std::uint32_t hash, value content);
   void insert_or_replace(const text_key& sought, const value* key, value content);
   void move_into(std::size_t capacity);
   template <class Step>

@@ -347,6 +347,12 @@ crew_figures figures_of_crew() {
   return all.figures;
 }
 
+unsigned width_of_crew() {
+  crew& all = crew::get();
+  const std::lock_guard lock(all.mutex);
+  return static_cast<unsigned>(all.width);
+}
+
 void set_crew_width(unsigned jobs) {
   crew& all = crew::get();
   const std::lock_guard lock(all.mutex);

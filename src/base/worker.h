@@ -145,8 +145,9 @@ struct crew_figures {
 };
 crew_figures figures_of_crew();
 
-// How many jobs compute at once: the processors that this process may use, unless set here. For
-// tests and measurements.
+// How many jobs compute at once: the processors that this process may use, unless set here. Setting
+// it is for tests and measurements.
+unsigned width_of_crew();
 void set_crew_width(unsigned jobs);
 
 }  // namespace tessel

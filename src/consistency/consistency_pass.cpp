@@ -25,8 +25,8 @@ namespace tessel {
 
 namespace {
 
-// Few enough that the sub-bundles of one bundle, or its members, keep several cores busy.
-constexpr std::ptrdiff_t objects_of_a_walk = 8;
+// A job for each object would mostly wake carriers and put them to sleep.
+constexpr std::size_t least_objects_of_a_walk = 8;
 
 using node_list = std::vector<node_view>;
 using node_turns = std::vector<const node_view*>;
@@ -116,29 +116,36 @@ std::vector<std::pair<std::string, node_turns>> members_with_nodes(const walked_
   return found;
 }
 
-// A member is on few nodes and soon compared, so a worker takes several.
+// Calls `take` with as many parts of a bundle's objects as keep all cores busy.
+template <class Object, class Take>
+void for_each_part(const std::vector<Object>& objects, Take take) {
+  const std::size_t cores = width_of_crew();
+  const std::size_t of_a_core = (objects.size() + cores - 1) / cores;
+  const std::size_t size = std::max(least_objects_of_a_walk, of_a_core);
+  for (std::size_t from = 0; from < objects.size(); from += size) {
+    const auto first = objects.begin() + static_cast<std::ptrdiff_t>(from);
+    const std::size_t count = std::min(size, objects.size() - from);
+    take(std::vector(first, first + static_cast<std::ptrdiff_t>(count)));
+  }
+}
+
 void run_member_level(const walked_bundle& walked) {
   worker_list pid_list_members;
-  const auto members = members_with_nodes(walked);
-  for (auto from = members.begin(); from != members.end();) {
-    const auto to = from + std::min<std::ptrdiff_t>(objects_of_a_walk, members.end() - from);
-    pid_list_members.append(start_worker([walked, some = std::vector(from, to)] {
+  for_each_part(members_with_nodes(walked), [&](auto some) {
+    pid_list_members.append(start_worker([walked, some = std::move(some)] {
       for (const auto& [member, nodes] : some) walk(walked, nodes, {member}, check_members);
     }));
-    from = to;
-  }
+  });
   pid_list_members.join_all();
 }
 
 // Checks every node that takes part, with or without members of the bundle.
 void run_sub_bundle_level(const walked_bundle& walked) {
   worker_list pid_list_sub;
-  const std::vector<std::string> subs = walked.bundle->sub_bundles().as_map().keys();
-  for (auto from = subs.begin(); from != subs.end();) {
-    const auto to = from + std::min<std::ptrdiff_t>(objects_of_a_walk, subs.end() - from);
-    pid_list_sub.append(start_walk(walked, all_of(*walked.nodes), {from, to}, check_sub_bundles));
-    from = to;
-  }
+  for_each_part(walked.bundle->sub_bundles().as_map().keys(), [&](auto subs) {
+    pid_list_sub.append(
+        start_walk(walked, all_of(*walked.nodes), std::move(subs), check_sub_bundles));
+  });
   pid_list_sub.join_all();
 }
 
@@ -214,11 +221,12 @@ int check_members(std::string_view member, const bundle_view& bundle, const node
 
 int check_sub_bundles(std::string_view sub_bdl, const bundle_view& bundle, const node_view& node) {
   try {
-    const value ifh = bundle.sub_bundle(sub_bdl).get("ifh");
+    const record& element = bundle.sub_bundle(sub_bdl);
+    // Without hierarchical QoS, sub-bundles have no LAG of their own.
+    if (!bundle.hqos.get().truthy()) return SUCCESS;
+    const value ifh = element.get("ifh");
     const auto named = [&] { return fmt::format("{}({}),{}", sub_bdl, plain(ifh), node.name); };
     const object_name error_string(named);
-    // Without hierarchical QoS, sub-bundles have no LAG of their own.
-    if (!st().tesselDb.in("hqos").truthy()) return SUCCESS;
     if (!check_sub_bundles_DPA(sub_bdl, bundle, node, error_string)) return ERROR;
     if (is_asic_supported(node) && !check_sub_bundles_BCM(sub_bdl, bundle, node, error_string)) {
       return ERROR;

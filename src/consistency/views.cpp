@@ -39,6 +39,7 @@ bool node_view::is_jericho2() const {
 
 bundle_view::bundle_view(std::string bundle)
     : name(std::move(bundle)),
+      hqos(store_part(st().tesselDb).at("hqos")),
       element_(store_part(st().tesselDb).at(name)),
       members_(element_.field("members")),
       sub_bundles_(element_.field("sub_bundles")) {}

@@ -72,6 +72,7 @@ class bundle_view {
   record& sub_bundle(std::string_view sub, here where = here::current()) const;
 
   std::string name;
+  store_part hqos;  // of the whole router
 
  private:
   store_part element_;

@@ -51,14 +51,17 @@ enum class marks : std::uint8_t { all_set, one_is_0, only_print_shows };
 
 marks marks_of_map(const map& entries);
 
+bool has_word(std::string_view text) {
+  return text.size() >= mark.size() && text.find(mark) != std::string_view::npos;
+}
+
 marks marks_of(const value& obj) {
   switch (obj.kind()) {
     case value_kind::none:
     case value_kind::integer:
       return marks::all_set;
     case value_kind::text:
-      return obj.as_text().find(mark) == std::string_view::npos ? marks::all_set
-                                                                : marks::only_print_shows;
+      return has_word(obj.as_text()) ? marks::only_print_shows : marks::all_set;
     case value_kind::map:
       return obj.truthy() ? marks_of_map(obj.as_map()) : marks::all_set;
     case value_kind::list:
@@ -84,8 +87,7 @@ marks marks_of_map(const map& entries) {
     }
     const bool is_mark = key == mark;
     before_was_0 = is_mark && content == 0;
-    const bool has_word = !is_mark && key.find(mark) != std::string_view::npos;
-    result = has_word ? marks::only_print_shows : marks_of(content);
+    result = !is_mark && has_word(key) ? marks::only_print_shows : marks_of(content);
   });
   return result;
 }

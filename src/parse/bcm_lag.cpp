@@ -19,7 +19,6 @@ namespace tessel {
 namespace {
 
 constexpr std::size_t entries_of_lag = 2;  // beside the members
-constexpr std::size_t entries_of_tm_lag = 3;
 
 // The location of an NPU, for descriptions.
 struct npu_place {
@@ -85,30 +84,54 @@ void add_diag_lag(std::string_view lag, lag_reader& reader) {
   reader.bundle.set(lagid, std::move(mem));
 }
 
+const row_keys& keys_of_tm_lag() {
+  static const row_keys& keys = *new row_keys{"members", "Visited", "Node Description"};
+  return keys;
+}
+
+// A LAG without a member has no mark and no description.
+const row_keys& keys_of_empty_tm_lag() {
+  static const row_keys& keys = *new row_keys{"members"};
+  return keys;
+}
+
 // A LAG of `tm lag`. It stays from piece to piece, because its rows may continue in the next piece.
 struct tm_lag {
   std::string id;
-  value entry;
-  value members;
+  value members;  // a list, as soon as there is a LAG
+  bool is_stored = false;
 };
 
+void store_unmarked(tm_lag& lag, lag_reader& reader) {
+  if (lag.is_stored || !lag.members.is_list()) return;
+  reader.bundle.set(lag.id, make_row(keys_of_empty_tm_lag(), lag.members));
+}
+
+// At the end of a piece. The rows of the next one may find the LAG stored already.
+void store(tm_lag& lag, lag_reader& reader) {
+  if (!lag.members.truthy()) {
+    store_unmarked(lag, reader);
+  } else {
+    reader.bundle.set(lag.id, make_row(keys_of_tm_lag(), lag.members, 0,
+                                       make_text({lag.id, reader.place.suffix})));
+  }
+  lag.is_stored = true;
+}
+
+// Only the last LAG of a piece is marked; nearly all pieces have just one.
 void add_tm_lag(std::string_view piece, tm_lag& lag, lag_reader& reader) {
   tm_lag_rows rows(piece);
   while (rows.next()) {
     if (!rows.lag_id().empty()) {
-      lag = {hex_of(rows.lag_id()), make_map(entries_of_tm_lag), make_list()};
-      lag.entry.as_map().set("members", lag.members);
-      reader.bundle.set(lag.id, lag.entry);
+      store_unmarked(lag, reader);
+      lag = {hex_of(rows.lag_id()), make_list()};
     }
     if (rows.gport().empty()) continue;
     if (!lag.members.is_list()) break;
     lag.members.as_list().emplace_back(rows.gport());
   }
   if (!lag.members.is_list()) throw failure(fmt::format("no key {}", quoted(lag.id)));
-  if (lag.members.truthy()) {
-    lag.entry.as_map().set("Visited", 0);
-    lag.entry.as_map().set("Node Description", make_text({lag.id, reader.place.suffix}));
-  }
+  store(lag, reader);
 }
 
 }  // namespace

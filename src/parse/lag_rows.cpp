@@ -87,11 +87,18 @@ tm_lag_pieces::tm_lag_pieces(std::string_view text) : text_(text) {
   find_cut();
 }
 
-// Moves to the first cut that begins at the end of the last one or behind it.
+// Moves to the first cut that begins at the end of the last one or behind it. What a cell has been
+// read as has no bar in it, so the search goes on behind it.
 void tm_lag_pieces::find_cut() {
-  for (cut_ = text_.find('|', cut_end_); cut_ != npos; cut_ = text_.find('|', cut_ + 1)) {
+  std::size_t from = cut_end_;
+  while ((cut_ = text_.find('|', from)) != npos) {
     cursor at(text_, cut_ + 1);
-    if (!skip_number_cell(at) || !skip_number_cell(at)) continue;
+    if (!skip_number_cell(at)) {
+      from = at.place();
+      continue;
+    }
+    from = at.place() - 1;
+    if (!skip_number_cell(at)) continue;
     cut_end_ = at.place();
     return;
   }
