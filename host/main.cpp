@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
@@ -13,8 +14,9 @@ namespace {
 
 using namespace tessel_host;
 
-int complain(const std::string& message, int status) {
-  std::fprintf(stderr, "tessel-host: %s\n", message.c_str());
+// Needs no memory, because the lack of it may be the complaint.
+int complain(std::string_view message, int status) {
+  std::fprintf(stderr, "tessel-host: %.*s\n", static_cast<int>(message.size()), message.data());
   return status;
 }
 
@@ -31,8 +33,12 @@ int audit(const host_arguments& arguments) {
   library.init();
   const auto result = library.run(static_cast<std::int32_t>(arguments.node_id));
   library.finalize();
-  const auto returned = describe_returned_run(result);
-  return complain(returned.message, returned.status);
+  try {
+    const auto returned = describe_returned_run(result);
+    return complain(returned.message, returned.status);
+  } catch (const std::bad_alloc&) {
+    return complain("the audit did not complete, and no memory is left to say more", 2);
+  }
 }
 
 int act_on(const host_arguments& arguments) {
@@ -57,6 +63,8 @@ int main(int argc, char** argv) {
     return complain(error.what(), status_usage);
   } catch (const library_error& error) {
     return complain(error.what(), status_library_unavailable);
+  } catch (const std::bad_alloc&) {
+    return complain("cannot start the audit: out of memory", status_library_unavailable);
   } catch (const std::exception& error) {
     return complain(std::string("cannot start the audit: ") + error.what(),
                     status_library_unavailable);

@@ -57,7 +57,7 @@ bool is_limited(off_t end) {
 int cause_of_no_free_page(int descriptor, off_t page) {
   struct statvfs state {};
   // Where blocks cannot be counted either, nothing speaks against the output.
-  if (::fstatvfs(descriptor, &state) != 0) return 0;
+  if (cause_of([&] { return ::fstatvfs(descriptor, &state); }) != 0) return 0;
   if (state.f_blocks == 0) return 0;  // a file system without a size limit of its own
   const std::uint64_t blocks = ::geteuid() == 0 ? state.f_bfree : state.f_bavail;
   return blocks * state.f_frsize < static_cast<std::uint64_t>(page) ? ENOSPC : 0;
@@ -97,9 +97,12 @@ int cause_of_no_room(int descriptor, off_t size) {
 // so no other user may read it. Close-on-exec from the start, because other workers may be starting
 // commands at this moment.
 int open_capture(const std::string& path) {
-  constexpr int most_attempts = 100;  // an attempt fails if another process was faster
+  constexpr int most_attempts = 100;  // one fails if another process or a signal was faster
   for (int attempt = 0; attempt < most_attempts; ++attempt) {
-    if (::unlink(path.c_str()) != 0 && errno != ENOENT) return -1;
+    if (::unlink(path.c_str()) != 0) {
+      if (errno == EINTR) continue;
+      if (errno != ENOENT) return -1;
+    }
     const int descriptor = open_beside_streams(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600);
     if (descriptor >= 0 || errno != EEXIST) return descriptor;
   }

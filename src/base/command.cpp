@@ -73,7 +73,10 @@ class spawn_plan {
     std::string option = "-c";
     char* arguments[] = {name.data(), option.data(), line.data(), nullptr};
     pid_t child = 0;
-    const int refused = posix_spawn(&child, "/bin/sh", &actions_, &attributes_, arguments, environ);
+    int refused = 0;
+    do {
+      refused = posix_spawn(&child, "/bin/sh", &actions_, &attributes_, arguments, environ);
+    } while (refused == EINTR);
     if (refused != 0) cannot("start /bin/sh", refused);
     return child;
   }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <typeinfo>
 
@@ -71,7 +72,7 @@ std::string on_one_line(std::string_view text) {
 
 failure::failure(const std::string& text, here where) : text_(on_one_line(text)), where_(where) {}
 
-std::string traceback_of(const std::exception& error, here handler) {
+std::string traceback_of(const std::exception& error, here handler) try {
   std::string text = "Traceback (most recent call last):\n";
   const auto* known = dynamic_cast<const failure*>(&error);
   const bool same_function = known != nullptr && std::string_view(known->where().function_name()) ==
@@ -79,6 +80,8 @@ std::string traceback_of(const std::exception& error, here handler) {
   if (!same_function) text += place_line(handler);
   if (known != nullptr) text += place_line(known->where());
   return text + fmt::format("{}: {}\n", kind_of(error), error.what());
+} catch (const std::bad_alloc&) {
+  return "out of memory\n";  // short enough to need none
 }
 
 std::string traceback_of_current(here handler) {

@@ -32,7 +32,8 @@ std::string on_one_line(std::string_view text);
 struct exit_request {};
 
 // The traceback of `error` as seen by a handler at `handler`: a head line, one line per place
-// (outermost first), and a last line with kind and text. Every line has its line end.
+// (outermost first), and a last line with kind and text. Every line has its line end. Throws
+// nothing: where memory lacks for that, the text is only "out of memory" and a line end.
 std::string traceback_of(const std::exception& error, here handler = here::current());
 
 // The same for the failure that is being handled now; empty outside of a handler.

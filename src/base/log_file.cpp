@@ -105,10 +105,21 @@ bool is_prepared(int descriptor, file_mode mode, readers allowed) {
   return true;
 }
 
+// True if the last line has no end: a full disk or the end of its writer has cut it off.
+bool ends_within_line(int descriptor) {
+  struct stat state {};
+  char last = '\n';
+  return ::fstat(descriptor, &state) == 0 && S_ISREG(state.st_mode) && state.st_size > 0 &&
+         ::pread(descriptor, &last, 1, state.st_size - 1) == 1 && last != '\n';
+}
+
 }  // namespace
 
 int open_beside_streams(const std::string& path, int flags, mode_t mode) {
-  const int first = ::open(path.c_str(), flags | O_CLOEXEC, mode);
+  int first = -1;
+  do {
+    first = ::open(path.c_str(), flags | O_CLOEXEC, mode);
+  } while (first < 0 && errno == EINTR);
   if (first < 0 || first > STDERR_FILENO) return first;
   const int moved = ::fcntl(first, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   const int cause = errno;
@@ -154,6 +165,7 @@ log_file::log_file(std::string path, file_mode mode, readers allowed)
     cannot("open", path_);
   }
   descriptor_ = descriptor;
+  is_torn_ = ends_within_line(descriptor_);
 }
 
 log_file::~log_file() {
@@ -169,12 +181,23 @@ void log_file::close() {
 
 void log_file::write(std::string_view text) {
   const blocking while_the_disk_is_slow(blocking::length::brief);
+  // What an earlier write has cut off must not swallow the line that follows.
+  if (is_torn_) {
+    write_whole("\n");
+    is_torn_ = false;
+  }
+  write_whole(text);
+}
+
+void log_file::write_whole(std::string_view text) {
   const held_signals held({SIGXFSZ});
+  const std::size_t size = text.size();
   while (!text.empty()) {
     const ssize_t done = ::write(descriptor_, text.data(), text.size());
     if (done < 0 && errno == EINTR) continue;
     if (done < 0) {
       held.take();
+      if (text.size() < size) is_torn_ = true;
       cannot("write", path_);
     }
     text.remove_prefix(static_cast<std::size_t>(done));
@@ -184,7 +207,7 @@ void log_file::write(std::string_view text) {
 std::int64_t log_file::size() const {
   struct stat state {};
   if (::fstat(descriptor_, &state) != 0) cannot("read the size of", path_);
-  return state.st_size;
+  return state.st_size + (is_torn_ ? 1 : 0);
 }
 
 bool log_file::is_gone() const {

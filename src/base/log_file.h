@@ -34,7 +34,9 @@ int open_beside_streams(const std::string& path, int flags, mode_t mode);
 // device. A character device such as /dev/null is fine.
 int open_log(const std::string& path, int flags, mode_t mode = 0);
 
-// Every write goes whole to the end of the file, from any thread. The descriptor is close-on-exec.
+// Every write goes whole to the end of the file, from any thread. If a write fails halfway, or the
+// file already ended within a line, the next one begins on a new line. The descriptor is
+// close-on-exec.
 class log_file {
  public:
   // Throws `failure` with the path and the cause if the file cannot be opened, and what `open_log`
@@ -47,7 +49,7 @@ class log_file {
   // Throws `failure` with the path and the cause, for example if the disk is full or the file has
   // reached the process's limit.
   void write(std::string_view text);
-  // The file's current size in bytes. Throws `failure`.
+  // The size in bytes at which the next write begins. Throws `failure`.
   std::int64_t size() const;
   // True if the file has no name any more, so that what is written to it would be lost.
   bool is_gone() const;
@@ -57,8 +59,11 @@ class log_file {
   void close();
 
  private:
+  void write_whole(std::string_view text);
+
   std::string path_;
-  std::atomic<int> descriptor_;  // -1 once closed
+  std::atomic<int> descriptor_;        // -1 once closed
+  std::atomic<bool> is_torn_ = false;  // the last line has no end
 };
 
 // Reads a log file. Used by one thread.
@@ -70,9 +75,10 @@ class log_reader {
   log_reader(const log_reader&) = delete;
   log_reader& operator=(const log_reader&) = delete;
 
+  // False if the system refused the file; errno has the cause.
   bool is_open() const { return descriptor_ >= 0; }
   // The whole content, call it once; empty for a device, which keeps nothing and might let a reader
-  // wait. Nothing if it cannot be read.
+  // wait. Nothing if it cannot be read; errno has the cause.
   std::optional<std::string> text() const;
 
  private:

@@ -55,11 +55,19 @@ std::shared_ptr<log_channel> channel_or_wait(std::string_view name, log_level le
   return nullptr;
 }
 
-// Ignores the failure if standard output cannot be written either: a lost line must not end the
-// run.
-void say_and_go_on(std::string_view text) {
+// These two ignore that standard output cannot be written either, or that memory lacks even for
+// that: a lost line must not end the run.
+void report_lost_channel() {
   try {
-    print(text);
+    print("Log ERROR: No space left on device/Not able to access file system");
+  } catch (const std::exception&) {
+    return;
+  }
+}
+
+void report_lost_line(const std::exception& loss) {
+  try {
+    print(fmt::format("Log ERROR: {}", loss.what()));
   } catch (const std::exception&) {
     return;
   }
@@ -136,7 +144,7 @@ void setup_logger(std::string_view logger_name, std::string_view log_file_path, 
     channel->write(log_level::info, entry_of("Started Tessel Checker", ""));
     write_waiting_entries(logger_name, *channel);
   } catch (const std::exception&) {
-    say_and_go_on("Log ERROR: No space left on device/Not able to access file system");
+    report_lost_channel();
     throw exit_request();
   }
 }
@@ -148,7 +156,7 @@ void logger(std::string_view msg, std::string_view logger_name, bool exc_info, h
     const auto channel = channel_or_wait(logger_name, level, entry);
     if (channel) channel->write(level, entry);
   } catch (const std::exception& error) {
-    say_and_go_on(fmt::format("Log ERROR: {}", error.what()));
+    report_lost_line(error);
   }
 }
 

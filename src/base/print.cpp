@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "base/failure.h"
 #include "base/held_signals.h"
@@ -105,9 +106,11 @@ void write_out(std::string_view text) {
 void print(std::string_view text) {
   run_state& run = st();
   const patient_lock lock(run.print_mutex);
-  const std::string line = fmt::format("{}{}\n", run.line_is_open ? " " : "", text);
+  // A short line needs no memory, the lack of which it may report.
+  fmt::memory_buffer line;
+  fmt::format_to(std::back_inserter(line), "{}{}\n", run.line_is_open ? " " : "", text);
   run.line_is_open = false;
-  write_out(line);
+  write_out({line.data(), line.size()});
 }
 
 void print_title(std::string_view title) {

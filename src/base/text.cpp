@@ -3,10 +3,13 @@
 #define PCRE2_CODE_UNIT_WIDTH 8
 #include <fmt/format.h>
 #include <pcre2.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <memory>
+#include <new>
 
 #include "base/failure.h"
 #include "base/value.h"
@@ -62,11 +65,25 @@ struct search_memory {
   std::unique_ptr<pcre2_match_context, free_match_context> context;
 };
 
+void forget_spare_memory(void* spare) {
+  delete static_cast<search_memory*>(spare);
+}
+
 // A search of a short block takes less time than making its memory. So each thread keeps one for
 // the next search with machine code. A search without it may need, and keep, much more memory.
+//
+// The C library ends the process if it has no memory to note the destructor of a `thread_local`. A
+// key needs none.
 search_memory& spare_memory() {
-  thread_local search_memory spare;
-  return spare;
+  static const pthread_key_t key = [] {
+    pthread_key_t made{};
+    if (pthread_key_create(&made, forget_spare_memory) != 0) throw std::bad_alloc();
+    return made;
+  }();
+  if (void* const kept = pthread_getspecific(key)) return *static_cast<search_memory*>(kept);
+  auto made = std::make_unique<search_memory>();
+  if (pthread_setspecific(key, made.get()) != 0) throw std::bad_alloc();
+  return *made.release();
 }
 
 constexpr std::uint32_t spare_groups = 16;

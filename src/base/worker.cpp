@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
+#include <new>
 #include <thread>
 #include <utility>
 
 #include "base/failure.h"
 #include "base/print.h"
+#include "run/state.h"
 
 namespace tessel {
 
@@ -283,6 +285,8 @@ void run_contained(const std::function<void()>& job) {
   try {
     job();
   } catch (const std::exception& error) {
+    // The handler of the job had no memory to count what it caught.
+    if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) ++st().exception;
     print_error(traceback_of(error));
   }
 }

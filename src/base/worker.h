@@ -39,7 +39,8 @@ namespace tessel {
 //
 // Carriers take jobs in the order in which they were started; only a join may begin one earlier, on
 // the joining thread. A job that lets a failure out ends only itself; its traceback goes to
-// standard error. A job must not let an `exit_request` out.
+// standard error, and a lack of memory is counted, because no handler could. A job must not let an
+// `exit_request` out.
 class worker {
  public:
   explicit worker(std::function<void()> job);
@@ -56,7 +57,7 @@ class worker {
 std::shared_ptr<worker> start_worker(std::function<void()> job);
 
 // Runs `job` on the calling thread as a worker would: a failure that leaves it ends only the job,
-// and its traceback goes to standard error. For a worker that walks several jobs in their order.
+// as there. For a worker that walks several jobs in their order.
 void run_contained(const std::function<void()>& job);
 
 // The workers that were started. `join_all` walks them by position, so it also joins those that

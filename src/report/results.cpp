@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -54,9 +56,9 @@ void print_row(const labelled& first, const labelled& second) {
 // wait.
 std::vector<std::string> lines_of(const std::string& path) {
   const log_reader file(path);
-  if (!file.is_open()) throw failure(fmt::format("cannot open {}", path));
+  if (!file.is_open()) throw failure(fmt::format("cannot open {}: {}", path, std::strerror(errno)));
   const auto text = file.text();
-  if (!text) throw failure(fmt::format("cannot read {}", path));
+  if (!text) throw failure(fmt::format("cannot read {}: {}", path, std::strerror(errno)));
   std::vector<std::string> lines;
   for (std::size_t start = 0; start < text->size();) {
     const std::size_t end = std::min(text->find('\n', start), text->size() - 1) + 1;

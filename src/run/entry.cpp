@@ -1,12 +1,15 @@
 // The exported functions of the library. The assertion of tessel_init stays in release builds too.
 #undef NDEBUG
+#include <array>
 #include <atomic>
 #include <cassert>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "base/failure.h"
@@ -23,10 +26,13 @@ __attribute__((visibility("default"))) void* m = nullptr;
 namespace {
 
 // The exception that ended run_tessel, kept until tessel_run acts on it. Only the host's thread
-// uses it. It is never destroyed, because the process may end while it is in use.
+// uses it. It is never destroyed, because the process may end while it is in use. It has its place
+// from the start, because the exception may be the lack of memory, and none may leave a handler
+// here: the host cannot catch it.
 std::exception_ptr& pending() {
-  static auto& kept = *new std::exception_ptr;
-  return kept;
+  alignas(std::exception_ptr) static std::array<std::byte, sizeof(std::exception_ptr)> place;
+  static auto* const kept = new (place.data()) std::exception_ptr;
+  return *kept;
 }
 
 // Set before the process ends. The host's atexit handlers run after that, and an audit that one of

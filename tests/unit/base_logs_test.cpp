@@ -10,6 +10,7 @@
 
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -268,6 +269,39 @@ TEST_F(logs_test, a_line_that_can_neither_be_written_nor_reported_stops_no_calle
               return 7;
             }),
             7);
+}
+
+TEST_F(logs_test, a_line_that_a_former_run_could_not_finish_swallows_no_entry) {
+  write_file(LOG_FILE_INCONSISTENT, "2026-11-21 07:38:53,123: Incons");
+  set_up_again();
+  logger("a finding", "inconsistent");
+  EXPECT_THAT(log_lines(LOG_FILE_INCONSISTENT),
+              ElementsAre("2026-11-21 07:38:53,123: Incons", EndsWith(": Started Tessel Checker"),
+                          EndsWith(": a finding")));
+}
+
+void limit_files(rlim_t bytes) {
+  const rlimit most{bytes, RLIM_INFINITY};
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &most), 0);
+}
+
+TEST_F(logs_test, a_line_that_met_a_full_disk_halfway_swallows_no_entry) {
+  EXPECT_EQ(status_in_child([] {
+              ::signal(SIGXFSZ, SIG_IGN);
+              log_channel channel("/tmp/halfway.log", file_mode::append, 0, log_level::info);
+              channel.write(log_level::info, std::string(30, 'a') + "\n");
+              limit_files(40);
+              const std::string entry = std::string(30, 'b') + "\n";
+              const std::string cause = failure_of([&] { channel.write(log_level::info, entry); });
+              limit_files(40 - 1);
+              failure_of([&] { channel.write(log_level::info, entry); });
+              limit_files(RLIM_INFINITY);
+              channel.write(log_level::info, "an entry\n");
+              return cause == "cannot write /tmp/halfway.log: File too large" ? 7 : 1;
+            }),
+            7);
+  EXPECT_EQ(file_text("/tmp/halfway.log"),
+            std::string(30, 'a') + "\n" + std::string(9, 'b') + "\nan entry\n");
 }
 
 TEST_F(logs_test, a_channel_that_was_closed_is_opened_again_for_a_late_line) {

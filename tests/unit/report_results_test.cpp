@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -247,7 +248,7 @@ TEST_F(results_test, a_log_that_cannot_be_opened_is_a_failure_where_it_is_read) 
     st().*each.counted = 2;
     std::string text;
     const std::string output = output_of([&] { text = failure_of([] { print_results(); }); });
-    EXPECT_EQ(text, "cannot open " + std::string(each.log));
+    EXPECT_EQ(text, "cannot open " + std::string(each.log) + ": No such file or directory");
     EXPECT_THAT(output, EndsWith("\nLogs Preview:\n\n\n")) << "no star line";
     EXPECT_EQ(st().printed_results, 1);
   }
@@ -258,7 +259,15 @@ TEST_F(results_test, a_backup_that_was_never_made_is_a_failure) {
   st().exception = 2;
   std::string text;
   output_of([&] { text = failure_of([] { print_errors(2); }); });
-  EXPECT_EQ(text, "cannot open /var/log/tessel_exception.log.1");
+  EXPECT_EQ(text, "cannot open /var/log/tessel_exception.log.1: No such file or directory");
+}
+
+TEST_F(results_test, a_log_that_cannot_be_read_is_named_with_the_cause) {
+  std::filesystem::create_directory(LOG_FILE_EXCEPTION);
+  st().exception = 2;
+  std::string text;
+  output_of([&] { text = failure_of([] { print_errors(2); }); });
+  EXPECT_EQ(text, "cannot read /var/log/tessel_exception.log: Is a directory");
 }
 
 TEST_F(results_test, what_was_printed_behind_a_title_is_preceded_by_one_blank) {

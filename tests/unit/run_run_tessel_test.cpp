@@ -314,7 +314,9 @@ TEST_F(run_tessel_test, a_failure_that_no_phase_absorbs_returns_minus_2_with_a_t
   });
   EXPECT_THAT(output, EndsWith("\nLogs Preview:\n\n\n")) << "no closing line";
   EXPECT_THAT(complaint, StartsWith("Traceback (most recent call last):\n"));
-  EXPECT_THAT(complaint, EndsWith("failure: cannot open /var/log/tessel_exception.log\n"));
+  EXPECT_THAT(
+      complaint,
+      EndsWith("failure: cannot open /var/log/tessel_exception.log: No such file or directory\n"));
   EXPECT_TRUE(file_exists("/tmp/tessel_IM_PI.log")) << "no exit handling";
 }
 
