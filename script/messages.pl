@@ -37,6 +37,7 @@ my %hands_on = map { $_ => 1 } (
     'src/base/findings.cpp: message',
     'src/base/findings.h: fmt::format(form, ++counted, parts...)',
     'src/base/findings.h: form',
+    'src/base/logs.cpp: text',                                      # of note_for_support
     'src/hygiene/bundle_health.cpp: bdl_error',                     # the bundle manager's report
     'src/parse/dpa_objects.cpp: fmt::format("{}, {}", note, nodename)',
     'src/report/results.cpp: lines[at]',                            # of a log

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <filesystem>
 #include <mutex>
+#include <new>
 #include <string_view>
 #include <system_error>
 #include <vector>
@@ -110,17 +111,22 @@ int open_capture(const std::string& path) {
 }
 
 left_captures remove_left_captures(std::string_view beginning) {
-  std::vector<std::string> paths;
-  std::error_code unreadable;  // then `rm` saw no names either, and has said why
-  for (std::filesystem::directory_iterator at("/tmp", unreadable), end; !unreadable && at != end;
-       at.increment(unreadable)) {
-    if (at->path().filename().string().starts_with(beginning)) paths.push_back(at->path().string());
-  }
   left_captures left;
-  for (const std::string& path : paths) {
-    if (::unlink(path.c_str()) == 0 || errno == ENOENT || errno == EISDIR) continue;
-    ++left.files;
-    left.cause = std::strerror(errno);
+  try {
+    std::vector<std::string> paths;
+    std::error_code unreadable;  // then `rm` saw no names either, and has said why
+    for (std::filesystem::directory_iterator at("/tmp", unreadable), end; !unreadable && at != end;
+         at.increment(unreadable)) {
+      if (at->path().filename().string().starts_with(beginning))
+        paths.push_back(at->path().string());
+    }
+    for (const std::string& path : paths) {
+      if (::unlink(path.c_str()) == 0 || errno == ENOENT || errno == EISDIR) continue;
+      ++left.files;
+      left.cause = std::strerror(errno);
+    }
+  } catch (const std::bad_alloc&) {
+    // Cleaning up must not hold up the summary. The next run removes what is left.
   }
   return left;
 }

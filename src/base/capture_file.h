@@ -13,7 +13,8 @@ int open_capture(const std::string& path);
 
 // Removes the files in /tmp whose names begin with `beginning`, for what `rm` has left: too many
 // names do not fit on one command line. Leaves folders, as `rm` does. Returns how many files cannot
-// be removed, and the cause for the last of them. Main thread.
+// be removed, and the cause for the last of them; without memory some may stay uncounted. Main
+// thread.
 struct left_captures {
   std::size_t files = 0;
   std::string cause;
@@ -29,6 +30,7 @@ class capture_file {
   capture_file(const capture_file&) = delete;
   capture_file& operator=(const capture_file&) = delete;
 
+  const std::string& path() const { return path_; }
   int descriptor() const { return descriptor_; }
 
   // The number of bytes in the file; call it when nobody writes to the file any more. Throws

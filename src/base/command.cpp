@@ -9,12 +9,14 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <utility>
 
 #include "base/capture_file.h"
 #include "base/dump.h"
 #include "base/failure.h"
 #include "base/findings.h"
 #include "base/log_file.h"
+#include "base/memory_limit.h"
 #include "base/worker.h"
 #include "run/state.h"
 
@@ -129,7 +131,9 @@ value execute(const filled_line& cmd, const filled_line& suffix) {
     plan_standard_error(plan, debug_log.get());
     plan.open("/dev/null", O_RDONLY, STDIN_FILENO);
     plan.use(capture.descriptor(), STDOUT_FILENO);
-    return capture.read(size_after(plan, line, capture));
+    const std::size_t size = size_after(plan, line, capture);
+    text_share share(st().texts, size, capture.path());
+    return held_text(capture.read(size), std::move(share));
   } catch (const std::exception& error) {
     return count_and_log(fmt::format("{}: execution failed for {}", error.what(), cmd.shown()));
   }

@@ -8,6 +8,7 @@
 #include "base/constants.h"
 #include "base/here.h"
 #include "base/logs.h"
+#include "base/memory_reserve.h"
 #include "base/worker.h"
 #include "run/state.h"
 
@@ -19,6 +20,7 @@ template <class... Parts>
 int report_finding(counter& counted, std::string_view channel,
                    fmt::format_string<std::int64_t, const Parts&...> form, const Parts&... parts) {
   const patient_lock one_step(st().finding_mutex);
+  const words_first the_number_needs_its_line;
   logger(fmt::format(form, ++counted, parts...), channel);
   return ERROR;
 }

@@ -13,6 +13,7 @@
 #include "base/constants.h"
 #include "base/dump.h"
 #include "base/failure.h"
+#include "base/memory_reserve.h"
 #include "base/print.h"
 #include "base/text.h"
 #include "base/worker.h"
@@ -150,6 +151,7 @@ void setup_logger(std::string_view logger_name, std::string_view log_file_path, 
 }
 
 void logger(std::string_view msg, std::string_view logger_name, bool exc_info, here where) {
+  const words_first no_line_is_lost;
   try {
     const log_level level = exc_info ? log_level::error : log_level::info;
     const std::string entry = entry_of(msg, exc_info ? traceback_of_current(where) : "");

@@ -13,6 +13,7 @@
 
 #include "base/failure.h"
 #include "base/held_signals.h"
+#include "base/memory_reserve.h"
 #include "base/worker.h"
 #include "run/state.h"
 
@@ -106,6 +107,7 @@ void write_out(std::string_view text) {
 void print(std::string_view text) {
   run_state& run = st();
   const patient_lock lock(run.print_mutex);
+  const words_first no_line_is_lost;
   // A short line needs no memory, the lack of which it may report.
   fmt::memory_buffer line;
   fmt::format_to(std::back_inserter(line), "{}{}\n", run.line_is_open ? " " : "", text);

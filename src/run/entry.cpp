@@ -14,6 +14,7 @@
 
 #include "base/failure.h"
 #include "base/here.h"
+#include "base/memory_reserve.h"
 #include "base/print.h"
 #include "run/run_tessel.h"
 #include "run/state.h"
@@ -74,6 +75,7 @@ void act_on_pending(tessel::here where = tessel::here::current()) {
 TESSEL_EXPORT void tessel_init(void) {
   if (is_ending) return;
   try {
+    tessel::keep_memory_reserve();
     m = &tessel::new_state();
   } catch (const std::exception&) {
     assert(0);  // no memory for the run state
@@ -110,4 +112,5 @@ TESSEL_EXPORT int32_t tessel_run(int32_t node_id) {
 
 TESSEL_EXPORT void tessel_finalize(void) {
   m = nullptr;
+  tessel::end_memory_reserve();
 }

@@ -16,6 +16,7 @@
 #include "base/dump.h"
 #include "base/failure.h"
 #include "base/logs.h"
+#include "base/memory_reserve.h"
 #include "base/print.h"
 #include "base/worker.h"
 #include "report/results.h"
@@ -27,6 +28,7 @@ namespace {
 
 void print_summary() {
   run_state& run = st();
+  const words_first the_reader_must_know;
   const std::int64_t exception = run.exception;
   print(fmt::format("\nTESSEL Stopped: Found {} info/exceptions/errors\n", exception));
   if (exception == 0) return;

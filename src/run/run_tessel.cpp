@@ -4,6 +4,7 @@
 
 #include "base/failure.h"
 #include "base/logs.h"
+#include "base/memory_limit.h"
 #include "base/print.h"
 #include "collect/dump_data.h"
 #include "consistency/consistency_pass.h"
@@ -34,6 +35,7 @@ int run_tessel_with(const value& my_node_id) {
   if (!my_node_id.is_integer()) throw failure("an integer is required");
   run.my_node_id = my_node_id;
   run.start_time = std::time(nullptr);
+  run.texts.set_limit(read_memory_limit());
 
   if (!log_init()) return ERROR;
   run.router = get_router_type();

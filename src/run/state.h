@@ -24,6 +24,7 @@
 #include "base/constants.h"
 #include "base/log_file.h"
 #include "base/logs.h"
+#include "base/memory_limit.h"
 #include "base/text_index.h"
 #include "base/value.h"
 #include "base/worker.h"
@@ -156,6 +157,9 @@ struct run_state {
 
   // Locks itself; any thread.
   text_indexes indexes;
+
+  // The raw outputs of commands. Its limit is set before the first command; otherwise any thread.
+  text_account texts;
 
   // Lock themselves; any thread.
   log_file_slot dl_fd;

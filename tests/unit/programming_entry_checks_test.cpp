@@ -14,6 +14,7 @@
 #include "support/command_line.h"
 #include "support/fake_router.h"
 #include "support/hostile.h"
+#include "support/limited_memory.h"
 
 namespace tessel {
 namespace {
@@ -65,14 +66,6 @@ TEST_F(entry_checks_test, vlan_domains_are_compared_as_they_stand_in_notation_to
                }});
 }
 
-// A sanitizer's runtime needs more memory than this leaves.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define MEMORY_CAN_BE_LIMITED 0
-#elif defined(__has_feature)
-#define MEMORY_CAN_BE_LIMITED !(__has_feature(address_sanitizer) || __has_feature(thread_sanitizer))
-#else
-#define MEMORY_CAN_BE_LIMITED 1
-#endif
 #if MEMORY_CAN_BE_LIMITED
 // Takes almost all memory, so that later calls cannot copy a large text.
 void use_up_memory() {

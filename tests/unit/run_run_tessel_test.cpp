@@ -19,6 +19,7 @@
 #include "base/worker.h"
 #include "support/fake_router.h"
 #include "support/hung_disk.h"
+#include "support/limited_memory.h"
 #include "tessel/tessel.h"
 
 namespace tessel {
@@ -438,14 +439,6 @@ TEST_F(run_tessel_test, the_node_id_is_kept_as_an_unsigned_number) {
   });
 }
 
-// A sanitizer's runtime needs more memory than this leaves.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define MEMORY_CAN_BE_LIMITED 0
-#elif defined(__has_feature)
-#define MEMORY_CAN_BE_LIMITED !(__has_feature(address_sanitizer) || __has_feature(thread_sanitizer))
-#else
-#define MEMORY_CAN_BE_LIMITED 1
-#endif
 #if MEMORY_CAN_BE_LIMITED
 // Leaves no block of memory that is large enough for a run state, but enough for an error message.
 void use_up_memory() {
