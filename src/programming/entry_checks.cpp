@@ -62,7 +62,7 @@ value verify_sem_entry(std::string_view llif, const chip& where, std::string_vie
 int verify_sem_entry_j2(std::string_view, const chip& where, std::string_view pp_port,
                         std::string_view glif) {
   try {
-    static const pattern& in_lif = constant(R"(\s+IN_LIF\s+(\d+))");
+    static const pattern& in_lif = constant(R"((?<=\s)IN_LIF\s+(\d+))");
     const value lif = where.table("lif").at(pp_port);
     const std::string_view digits = glif_tail(glif);
     const value lif_map = ask_lif_map(where.nodename(), where.npu(), digits);

@@ -1,7 +1,6 @@
 #include "parse/interface_text.h"
 
 #include <array>
-#include <chrono>
 #include <random>
 #include <string>
 #include <vector>
@@ -176,28 +175,6 @@ TEST(interface_text_test, a_text_that_is_none_is_read_as_the_patterns_read_it) {
     const std::string junk(each.output.as_text().substr(0, 1U << 20));
     expect_equal_to_definitions(junk, head_of_12_5);
     expect_equal_to_definitions("'aaa " + junk.substr(0, 1U << 12) + "encapsulation", "a.a");
-  }
-}
-
-// The time that all functions take for `unit` repeated up to so many bytes.
-std::chrono::nanoseconds time_for(std::string_view unit, std::size_t bytes) {
-  std::string text = "'interface Bundle-Ether12.5";
-  while (text.size() < bytes) text += unit;
-  const auto start = std::chrono::steady_clock::now();
-  is_layer_2(text, head_of_12_5);
-  has_encapsulation(text, head_of_12_5);
-  tags_of(text, head_of_12_5);
-  is_untagged(text, head_of_12_5);
-  return std::chrono::steady_clock::now() - start;
-}
-
-TEST(interface_text_test, time_grows_with_the_text_alone) {
-  for (const std::string_view unit :
-       {"interface Bundle-Ether12", "'interface Bundle-Ether12.5", " encapsulation",
-        " encapsulation dot1ad ", "dot", " l2transport", "7", " ", "\n",
-        " interface Bundle-Ether12.5 l2transport encapsulation dot1q x"}) {
-    SCOPED_TRACE(unit);
-    EXPECT_LT(time_for(unit, 1U << 20), std::chrono::seconds(1));
   }
 }
 

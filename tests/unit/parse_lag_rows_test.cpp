@@ -1,7 +1,6 @@
 #include "parse/lag_rows.h"
 
 #include <array>
-#include <chrono>
 #include <map>
 #include <random>
 #include <string>
@@ -161,24 +160,6 @@ TEST(lag_rows_test, a_text_that_is_none_is_read_as_the_patterns_read_it) {
   for (const bad_output& each : meaningless_outputs()) {
     SCOPED_TRACE(each.why);
     expect_equal_to_definitions(each.output.as_text().substr(0, 1U << 13));
-  }
-}
-
-TEST(lag_rows_test, time_grows_with_the_text_alone) {
-  for (const std::string_view unit : {"|", " ", "1", "a", "\n", "|\n", "  |\n", " |", "1 |", "| 1 ",
-                                      " 1 | a |", "ID:", "ID: ", " 1 | 2 | 3 | 4 | 5\n|"}) {
-    SCOPED_TRACE(unit);
-    for (const std::string_view head : {"", "| 1 | 2 |", "|  |  |  |"}) {
-      std::string text(head);
-      while (text.size() < 1U << 20) text += unit;
-      text += "|\n";
-      const auto start = std::chrono::steady_clock::now();
-      diag_lag_id(text);
-      diag_lag_rows(text);
-      tm_lag_pieces_of(text);
-      tm_lag_rows_of(text);
-      EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
-    }
   }
 }
 

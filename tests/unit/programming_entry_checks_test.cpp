@@ -6,10 +6,12 @@
 
 #include <array>
 #include <fstream>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/text.h"
 #include "support/chip_world.h"
 #include "support/command_line.h"
 #include "support/fake_router.h"
@@ -200,6 +202,27 @@ TEST_F(jericho2_sem_test, the_chip_maps_the_glif_to_the_lif_of_the_port) {
   EXPECT_EQ(verify_sem_entry_j2("", {j2_node, "0"}, "8", "0x00011234"), ERROR)
       << "a number is not the text";
   expect_told({});
+}
+
+// The blanks before the word are only looked back at, so that a run of them is read once.
+TEST_F(jericho2_sem_test, the_lif_is_what_the_plain_pattern_finds_first) {
+  static const pattern& definition = constant(R"(\s+IN_LIF\s+(\d+))");
+  constexpr std::array<std::string_view, 9> pieces = {
+      " ", "\n", "IN_LIF", " IN_LIF 7", "4660", " IN_LIF 4660", "\t", "IN_LIF  466", "x"};
+  int same = 0;
+  for (unsigned seed = 1; seed <= 300; ++seed) {
+    std::mt19937 random(seed);
+    const std::string answer = fragments(random, pieces, 2 + seed % 10);
+    SCOPED_TRACE(quoted(answer));
+    tool_prints("asic_shell_show", answer);
+    st().exception = 0;
+    const int result = verify_sem_entry_j2("", {j2_node, "0"}, "7", "0x00011234");
+    const matches found = findall(definition, answer);
+    ASSERT_EQ(st().exception, found.empty() ? 1 : 0);
+    ASSERT_EQ(result, !found.empty() && found.text(0) == "4660" ? SUCCESS : ERROR);
+    same += result;
+  }
+  EXPECT_GT(same, 20);
 }
 
 TEST_F(jericho2_sem_test, another_lif_is_error_without_a_word) {
