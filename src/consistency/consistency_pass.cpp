@@ -116,7 +116,7 @@ std::vector<std::pair<std::string, node_turns>> members_with_nodes(const walked_
   return found;
 }
 
-// Calls `take` with as many parts of a bundle's objects as keep all cores busy.
+// Calls `take` with the objects of a bundle in parts, at most one for each core.
 template <class Object, class Take>
 void for_each_part(const std::vector<Object>& objects, Take take) {
   const std::size_t cores = width_of_crew();

@@ -89,8 +89,8 @@ const row_keys& keys_of_tm_lag() {
   return keys;
 }
 
-// A LAG without a member has no mark and no description.
-const row_keys& keys_of_empty_tm_lag() {
+// Of a LAG without a member, and of one that is not the last of its piece.
+const row_keys& keys_of_unmarked_tm_lag() {
   static const row_keys& keys = *new row_keys{"members"};
   return keys;
 }
@@ -102,12 +102,13 @@ struct tm_lag {
   bool is_stored = false;
 };
 
+// Once stored, a LAG gets its further members through the list alone.
 void store_unmarked(tm_lag& lag, lag_reader& reader) {
   if (lag.is_stored || !lag.members.is_list()) return;
-  reader.bundle.set(lag.id, make_row(keys_of_empty_tm_lag(), lag.members));
+  reader.bundle.set(lag.id, make_row(keys_of_unmarked_tm_lag(), lag.members));
 }
 
-// At the end of a piece. The rows of the next one may find the LAG stored already.
+// At the end of a piece.
 void store(tm_lag& lag, lag_reader& reader) {
   if (!lag.members.truthy()) {
     store_unmarked(lag, reader);

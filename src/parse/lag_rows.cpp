@@ -87,8 +87,8 @@ tm_lag_pieces::tm_lag_pieces(std::string_view text) : text_(text) {
   find_cut();
 }
 
-// Moves to the first cut that begins at the end of the last one or behind it. What a cell has been
-// read as has no bar in it, so the search goes on behind it.
+// Moves to the first cut that begins at the end of the last one or behind it. What has been read of
+// a cell has no bar in it, so the search goes on behind it.
 void tm_lag_pieces::find_cut() {
   std::size_t from = cut_end_;
   while ((cut_ = text_.find('|', from)) != npos) {

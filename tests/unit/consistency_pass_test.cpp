@@ -13,6 +13,7 @@
 #include "base/print.h"
 #include "checks/both_passes.h"
 #include "support/bundle_world.h"
+#include "support/crew.h"
 #include "support/hostile.h"
 
 namespace tessel {
@@ -224,9 +225,17 @@ TEST_F(pass_test, a_node_with_asic_supported_false_skips_BCM_at_all_three_levels
   EXPECT_TRUE(is_visited(lagport(be12::older, be12::l3_sub_ifh)));
 }
 
+TEST_F(pass_test, a_store_that_says_nothing_of_hqos_is_a_failure_of_each_sub_bundles_check) {
+  st().tesselDb.as_map().erase("hqos");
+  const bundle_view bundle(name);
+  EXPECT_EQ(check_sub_bundles(be12::l3_sub, bundle, be12::older), ERROR);
+  EXPECT_THAT(exceptions(),
+              ElementsAre(testing::StartsWith("no key 'hqos': Sub-Bundle consistency")));
+}
+
 TEST_F(pass_test, with_hqos_at_0_check_sub_bundles_starts_and_returns_behind_its_error_string) {
   st().tesselDb.as_map().set("hqos", 0);
-  // The value here is not a record, so forming the name fails.
+  // Only a record has a handle to name.
   bundle().get("sub_bundles").as_map().set("BE12.300", "no record");
   put(st().DPA.get(), {be12::older, "lagport", be12::l3_sub_ifh}, ERROR);
   EXPECT_EQ(run_pass_to_the_end(), SUCCESS);
@@ -443,8 +452,14 @@ TEST_F(pass_test, the_nodes_take_turns_at_a_sub_bundle) {
   EXPECT_EQ(findings().size(), 100U);
 }
 
-// One worker takes several sub-bundles to each node, and there is more than one such worker.
-TEST_F(pass_test, the_nodes_take_turns_at_each_of_many_sub_bundles) {
+// One worker takes several sub-bundles to each node. There are as many workers as cores, unless
+// they would have hardly anything to do.
+class many_sub_bundles_test : public pass_test, public testing::WithParamInterface<unsigned> {};
+
+INSTANTIATE_TEST_SUITE_P(cores, many_sub_bundles_test, testing::Values(1, 2, 4, 16));
+
+TEST_P(many_sub_bundles_test, the_nodes_take_turns_at_each) {
+  const crew_width cores(GetParam());
   constexpr int subs = 41;
   st().num_sub_bundles_l2 = subs;
   std::string listing;

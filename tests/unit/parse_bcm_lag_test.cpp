@@ -181,6 +181,29 @@ TEST_F(bcm_lag_test, a_lag_goes_on_in_the_next_piece) {
   EXPECT_EQ(parsed.at("0x1").at("members"), list_of({"0xc000021", "0xc000009"}));
 }
 
+TEST_F(bcm_lag_test, only_the_last_lag_of_a_piece_is_marked) {
+  EXPECT_EQ(printed(tm_lag("| 0 | 1 |   | 1 | yes | 0xc1 | 0 |\n |   | 2 | yes | 0xc2 | 0 |\n")),
+            "{'0x1': {'members': ['0xc1']}, '0x2': {'members': ['0xc2'], 'Visited': 0, "
+            "'Node Description': '0x2_npu1_node0/0/CPU0'}}");
+}
+
+TEST_F(bcm_lag_test, an_id_twice_in_a_piece_starts_its_lag_anew) {
+  EXPECT_EQ(printed(tm_lag("| 0 | 1 |   | 1 | yes | 0xc1 | 0 |\n |   | 1 | yes | 0xc2 | 0 |\n")),
+            "{'0x1': {'members': ['0xc2'], 'Visited': 0, "
+            "'Node Description': '0x1_npu1_node0/0/CPU0'}}");
+}
+
+TEST_F(bcm_lag_test, a_lag_whose_first_member_comes_in_the_next_piece_is_marked_then) {
+  const std::string begun = "| 0 | 1 |   | 1 | yes |   |   |\n";
+  const std::string continued = "| 2 | 1 |   |   | yes | 0xc1 | 0 |\n";
+  EXPECT_EQ(printed(tm_lag(begun + continued)),
+            "{'0x1': {'members': ['0xc1'], 'Visited': 0, "
+            "'Node Description': '0x1_npu1_node0/0/CPU0'}}");
+  EXPECT_EQ(printed(tm_lag(begun + continued + " |   | 2 | yes |   |   |\n")),
+            "{'0x1': {'members': ['0xc1']}, '0x2': {'members': []}}")
+      << "unless another one follows there";
+}
+
 TEST_F(bcm_lag_test, what_stands_in_front_of_the_first_cut_is_dropped) {
   EXPECT_THAT(tm_lag("x |   | 9 | yes | 0x1 | 0 |\n" + rows_of_lag("1")).as_map().keys(),
               ElementsAre("0x1"));

@@ -3,7 +3,6 @@
 
 #include <latch>
 #include <memory>
-#include <thread>
 
 #include "base/worker.h"
 
@@ -12,10 +11,13 @@ namespace tessel {
 // How many jobs compute at once, for one test.
 class crew_width {
  public:
-  explicit crew_width(unsigned jobs) { set_crew_width(jobs); }
-  ~crew_width() { set_crew_width(std::thread::hardware_concurrency()); }
+  explicit crew_width(unsigned jobs) : before_(width_of_crew()) { set_crew_width(jobs); }
+  ~crew_width() { set_crew_width(before_); }
   crew_width(const crew_width&) = delete;
   crew_width& operator=(const crew_width&) = delete;
+
+ private:
+  unsigned before_;
 };
 
 // One job that holds the only core until `end`, or until the object goes.
