@@ -14,6 +14,7 @@
 #include "commands.h"
 #include "consistency/consistency_pass.h"
 #include "consistency/im_handles.h"
+#include "definitions.h"
 #include "hygiene/bundle_health.h"
 #include "hygiene/stale_entries.h"
 #include "parse/bcm_lag.h"
@@ -297,6 +298,12 @@ std::vector<std::string_view> commands_of_whole_run() {
           lif_answer};
 }
 
+// For what reads only one text.
+template <void (*Read)(std::string_view text)>
+void only(const texts& all) {
+  Read(all[0]);
+}
+
 const std::vector<fuzzed_parser>& all_parsers() {
   static const std::vector<fuzzed_parser> made = {
       {"router_type", {version}, router_type},
@@ -336,6 +343,22 @@ const std::vector<fuzzed_parser>& all_parsers() {
       {"lif_map", {lif_answer, local_lifs}, lif_map},
       {"port_mtu_profiles", {port_mtu_profiles}, [](const texts& all) { get_mtu_profile(all[0]); }},
       {"mtu_profiles", {mtu_profiles}, [](const texts& all) { parse_mtu_profiles(all[0]); }},
+      {"definition_of_diag_lag", {diag_lag}, only<compare_lag_rows>},
+      {"definition_of_tm_lag", {tm_lag}, only<compare_lag_rows>},
+      {"definition_of_fields", {l2port}, only<compare_block_fields>},
+      {"definition_of_slots", {lagport}, only<compare_slot_fields>},
+      {"definition_of_lagports", {lagport}, only<compare_block_fields>},
+      {"definition_of_encapsulations", {configuration}, only<compare_interface_text>},
+      {"definition_of_mtus", {interface_listing}, only<compare_interface_mtus>},
+      {"definition_of_handles", {handle_listing}, only<compare_im_handles>},
+      {"definition_of_vlan_domains", {vlan_domains}, only<compare_vlan_domains>},
+      {"definition_of_sem", {sem_a}, only<compare_chip_rows>},
+      {"definition_of_vsi", {vsi_macs}, only<compare_chip_rows>},
+      {"definition_of_lif_mappings", {lif_answer}, only<compare_lif_mappings>},
+      {"definition_of_units", {unit_list}, only<compare_units>},
+      {"definition_of_members", {pi_table}, only<compare_bundle_members>},
+      {"definition_of_health_blocks", {health_report}, only<compare_health_report>},
+      {"snapshot", {handle_listing}, only<check_snapshot>},
       {"whole_run", commands_of_whole_run(), whole_run},
   };
   return made;

@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
 
@@ -54,6 +57,30 @@ TEST_P(fuzz_replay, survives_its_seeds_and_their_mutations) {
     fuzz::run(parser(), mutilated(input, random));
     fuzz::run(parser(), mutilated(mutilated(input, random), random));
   }
+}
+
+// Texts that a parser once failed on, or took too long for.
+TEST_P(fuzz_replay, survives_the_cases_that_were_found) {
+  const std::filesystem::path cases = std::filesystem::path(TESSEL_FUZZ_CASES) / parser().name;
+  if (!std::filesystem::exists(cases)) return;
+  for (const auto& each : std::filesystem::directory_iterator(cases)) {
+    std::ifstream file(each.path(), std::ios::binary);
+    ASSERT_TRUE(file) << each.path();
+    fuzz::run(parser(), std::string{std::istreambuf_iterator<char>(file), {}});
+  }
+}
+
+TEST(fuzz_replay_of_cases, each_folder_of_cases_has_the_name_of_a_parser) {
+  const auto all = fuzz::parsers();
+  std::size_t folders = 0;
+  for (const auto& each : std::filesystem::directory_iterator(TESSEL_FUZZ_CASES)) {
+    ++folders;
+    const std::string name = each.path().filename();
+    EXPECT_TRUE(std::any_of(all.begin(), all.end(), [&](const auto& parser) {
+      return parser.name == name;
+    })) << name;
+  }
+  EXPECT_GT(folders, 0U);
 }
 
 TEST_P(fuzz_replay, survives_what_other_tools_print) {

@@ -315,6 +315,15 @@ TEST_F(dump_data_test, two_active_nodes_matter_on_one_router_type_only) {
   EXPECT_EQ(node("0/0/CPU0").at("dump"), 1);
 }
 
+TEST_F(dump_data_test, an_empty_probed_id_is_none) {
+  st().router = aspen;
+  add_node("0/0/CPU0", "192.0.0.9", 1);
+  tool("ssh", "echo Node Id:");
+  EXPECT_EQ(dump(), SUCCESS);
+  EXPECT_EQ(node("0/0/CPU0").at("dump"), 0);
+  EXPECT_THAT(other_messages(), ElementsAre("ERROR: Not able to get node id for 0/0/CPU0"));
+}
+
 TEST_F(dump_data_test, a_probed_id_that_is_not_a_number_ends_the_stage) {
   st().router = aspen;
   add_node("0/0/CPU0", "192.0.0.9", 1);

@@ -1,4 +1,6 @@
 // How often each part of each pattern, and of each text that is read without one, may occur.
+#include <fmt/format.h>
+
 #include <array>
 #include <memory>
 #include <string>
@@ -107,7 +109,8 @@ TEST_F(pattern_widths_test, rows_of_chip_tables) {
 
 template <char Core, char Port>
 std::string vlan_domain(std::string_view text) {
-  return vlan_domain_of(shared(text), std::string(1, Core), std::string(1, Port)).value_or("");
+  const auto found = vlan_domain_of(shared(text), std::string(1, Core), std::string(1, Port));
+  return found ? "=" + *found : "";
 }
 
 std::string of_twenty(std::string_view text) {
@@ -117,8 +120,8 @@ std::string of_twenty(std::string_view text) {
 TEST_F(pattern_widths_test, rows_of_vlan_domains) {
   constexpr std::string_view row =
       "{0:T}{1:.}IHP{1:0}[{1:3}]:{1: }<{+:P}={+:1},VLAN_DOMAIN={+=:7},";
-  expect_widths({"of a name", vlan_domain<'0', '3'>, row, "$1"});
-  expect_widths({"of a pattern", vlan_domain<'0', '.'>, row, "$1"});
+  expect_widths({"of a name", vlan_domain<'0', '3'>, row, "=$1"});
+  expect_widths({"of a pattern", vlan_domain<'0', '.'>, row, "=$1"});
   const std::string head = "T.IHP" + std::string(20, '1') + "[" + std::string(20, '2');
   expect_widths({"of the longest name", of_twenty, head + "]: <P=1,VLAN_DOMAIN={+=:7},", "$1"});
   EXPECT_EQ(vlan_domain_of(shared("T.IHP[]: <P=1,VLAN_DOMAIN=7,"), "", ""), "7");
@@ -354,7 +357,7 @@ TEST_F(pattern_widths_test, lines_of_bundles) {
   constexpr std::string_view mtu = "Operational MTU 7\n";
   constexpr std::string_view head = "Bundle interface handle BE1 (0x5\n";
   constexpr std::string_view member = "Member interface Hu0/0/0 (6)\n";
-  const std::string heads = std::string("Bundle interface handle{+: }BE{+=:1}{1: }{2:(}{+=:5}\n")
+  const std::string heads = std::string("Bundle interface handle{+: }BE{+=:1}{1: }{1:(}{+=:5}\n")
                                 .append(mac)
                                 .append(mtu)
                                 .append(member);
@@ -368,6 +371,22 @@ TEST_F(pattern_widths_test, lines_of_bundles) {
   const std::string members = std::string(head).append(mac).append(mtu).append(
       "Member interface{+: }Hu{+=:0}/{+=:1}/{+=:2}{*=:.}{0: }({+=:6})\n");
   expect_widths({"a member", bundles, members, "BE1 0x5 aaaa.bbbb.cccc 7 $1/$2/$3$4=0x$h5"});
+}
+
+TEST_F(pattern_widths_test, a_mac_ends_with_its_twelfth_character) {
+  EXPECT_EQ(bundles("Bundle interface handle BE1 (0x5\nMAC address aaaa.bbbb.ccccd\n"
+                    "Operational MTU 7\nMember interface Hu0/0/0 (6)\n"),
+            "BE1 0x5 aaaa.bbbb.cccc 7 0/0/0=0x6");
+}
+
+TEST_F(pattern_widths_test, a_line_without_a_name_may_have_another) {
+  for (const char* torn : {"Hu0//0", "Hu0/0/", "0/0/0"}) {
+    EXPECT_EQ(bundles("Bundle interface handle BE1 (0x5\nMAC address aaaa.bbbb.cccc\n"
+                      "Operational MTU 7\nMember interface " +
+                      std::string(torn) + " Member interface Hu0/0/1 (7)\n"),
+              "BE1 0x5 aaaa.bbbb.cccc 7 0/0/1=0x7")
+        << torn;
+  }
 }
 
 TEST_F(pattern_widths_test, a_members_name_ends_before_its_first_handle) {
@@ -409,6 +428,8 @@ TEST_F(pattern_widths_test, lines_of_the_health_report) {
   expect_all(std::array{
       width_row{"a table's head", health, "x!Process{+: }Node{+: }Result{+: }{+:w}{+: }{+:r}!y",
                 "   \n   x!!y", "   \n   $0"},
+      width_row{"a row behind tabs", health, "x!Process Node Result w{+:\t}r!y", "   \n   x!!y",
+                "   \n   $0"},
       width_row{"a block", block, information, "found"},
       width_row{"a block by definition", block_by_definition, information, "found"},
       width_row{"a block of blanks", block, blank_information, "found"},
@@ -558,6 +579,8 @@ std::string untagged(std::string_view text) {
   return is_untagged(text, Head) ? "yes" : "";
 }
 
+constexpr std::string_view head_with_tag = R"((dot\w*\s*7))";
+
 template <const std::string_view& Head>
 void expect_widths_of_interfaces() {
   expect_all(std::array{
@@ -584,6 +607,9 @@ void expect_widths_of_interfaces() {
 TEST_F(pattern_widths_test, encapsulations) {
   expect_widths_of_interfaces<plain_head>();
   expect_widths_of_interfaces<pattern_head>();
+  expect_widths({"a tag in a head", tags<head_with_tag>,
+                 "'dot{+:1}{1: }7 encapsulation dot1q {m=:5}", "/7/$1", "/$1"});
+  EXPECT_EQ(tags<head_with_tag>("'dot1 7 encapsulation dot1q x"), "");
 }
 
 std::string heads(std::string_view text) {
@@ -624,6 +650,29 @@ TEST_F(pattern_widths_test, heads_of_bundles) {
   });
 }
 
+// The part of a port's name by which the forwarding layer must know it.
+std::string port_tail(std::string_view name) {
+  new_state();
+  st().router = birch;
+  st().dl_fd.open(LOG_FILE_DEBUG, file_mode::truncate);
+  st().run_cfg.set(
+      fmt::format("Tarmac OS Configuration\n!\ninterface Bundle-Ether12\n mtu 1\n!\n"
+                  "interface {}\n bundle id 12 mode active\n!\nend",
+                  name));
+  EXPECT_EQ(parse_running_config(), SUCCESS);
+  const std::vector<std::string> messages = kept_messages();
+  if (messages.empty()) return "";
+  const std::size_t start = messages[0].find('\'') + 1;
+  return messages[0].substr(start, messages[0].find('\'', start) - start);
+}
+
+TEST_F(pattern_widths_test, tails_of_ports) {
+  expect_widths(
+      {"four numbers", port_tail, "HundredGigE{m=:1}/{m=:2}/{m=:3}/{m=:4}", "$1/$2/$3/$4"});
+  expect_widths({"five numbers", port_tail, "HundredGigE{m=:1}/{m=:2}/{m=:3}/{m=:4}/{m=:5}",
+                 "$1/$2/$3/$4/$5"});
+}
+
 TEST_F(pattern_widths_test, names_of_members) {
   expect_all(std::array{
       width_row{"four numbers", ports_of_7, "interface{1: }{+=:H}/{+=:0}/{+=:1}/{+=:2}",
@@ -645,7 +694,7 @@ std::string whole_tm_row(std::string_view text) {
 
 std::string vlan_domain_by_definition(std::string_view text) {
   const matches found = findall(pattern(fill(vlan_domain_definition, {"0", "3"})), text);
-  return found.empty() ? "" : std::string(found.text(0));
+  return found.empty() ? "" : "=" + std::string(found.text(0));
 }
 
 std::string braced_by_definition(std::string_view text) {
@@ -671,6 +720,8 @@ TEST_F(pattern_widths_test, definitions_of_lags) {
                 "{*:1}{+: }|{+: }{*=:2}{+: }|{+: }{*:m}{+: }|{+: }{*=:p}{+: }|{+: }{*=:s}{+: }|"
                 "{0:\n}",
                 "$1/$2/$3"},
+      width_row{"a row that begins with blanks", whole_tm_row, "{+=: }| 2 | m | p | s |\n",
+                "$1| 2 | m | p | s |\n"},
       width_row{"a row that begins with a number", whole_tm_row, "{*=:1} | 2 | m | p | s |\n",
                 "$1 | 2 | m | p | s |\n"},
   });
@@ -705,7 +756,7 @@ TEST_F(pattern_widths_test, definitions_of_forwarding_objects) {
 TEST_F(pattern_widths_test, definitions_of_chip_tables) {
   expect_all(std::array{
       width_row{"a VLAN domain", vlan_domain_by_definition,
-                "{0:T}{1:.}IHP{1:0}[{1:3}]:{1: }<{+:P}={+:1},VLAN_DOMAIN={+=:7},", "$1"},
+                "{0:T}{1:.}IHP{1:0}[{1:3}]:{1: }<{+:P}={+:1},VLAN_DOMAIN={+=:7},", "=$1"},
       width_row{"a payload", by_definition<sem_definition, key_1005>, "1005{+: }Payload={+=:x}",
                 "$1"},
       width_row{"a row in braces", braced_by_definition, "{+:k}{+: }Payload=0x{+:1}", "yes"},
@@ -750,6 +801,9 @@ TEST_F(pattern_widths_test, definitions_of_names_and_interfaces) {
       width_row{"two tags", by_definition<tagged_definition, plain_head>,
                 "'interface B1.5 encapsulation dot1q {+=:5} second-dot1q {m=:6}",
                 "encapsulation/dot1q $1 second-dot1q $2"},
+      width_row{"the second one without a number", by_definition<tagged_definition, plain_head>,
+                "'interface B1.5 encapsulation dot1q 5 second-dot1q {*:x}",
+                "encapsulation/dot1q 5"},
       width_row{"two tags of two kinds", by_definition<tagged_definition, plain_head>,
                 "'interface B1.5 encapsulation dot1ad {m=:w} dot1q {m=:6}",
                 "encapsulation/dot1ad $1 dot1q $2"},
