@@ -1,6 +1,7 @@
 #include "base/logs.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
@@ -90,6 +91,15 @@ void write_waiting_entries(std::string_view name, log_channel& channel) {
                 [name](const waiting_entry& each) { return each.channel == name; });
 }
 
+// True if the file has this name, or if that cannot be known.
+bool is_at(const log_file& file, const std::string& path) {
+  struct stat open {};
+  struct stat named {};
+  if (::fstat(file.descriptor(), &open) != 0) return true;
+  return ::stat(path.c_str(), &named) == 0 && open.st_dev == named.st_dev &&
+         open.st_ino == named.st_ino;
+}
+
 }  // namespace
 
 log_channel::log_channel(std::string path, file_mode mode, std::int64_t limit, log_level level)
@@ -108,9 +118,12 @@ void log_channel::write(log_level level, std::string_view entry) {
 }
 
 void log_channel::rotate() {
+  // Another audit has rotated the log, or the new file could not be opened the last time: what is
+  // in its place now must not replace the backup, which has the entries of this one.
+  if (!is_at(*file_, path_)) return reopen(file_mode::append);
   // If the file cannot be renamed, it grows past its limit, so that no finding is lost.
   if (std::rename(path_.c_str(), (path_ + ".1").c_str()) != 0 && errno != ENOENT) return;
-  reopen(file_mode::truncate);
+  reopen(file_mode::append);  // another audit may have begun it already
 }
 
 void log_channel::reopen(file_mode mode) {

@@ -95,9 +95,10 @@ crew* the_crew = nullptr;
 
 }  // namespace
 
+// Not `std::call_once`: a failure would leave it through the C library, which ends the process if
+// it has no memory to let one pass.
 crew& crew::get() {
-  static std::once_flag once;
-  std::call_once(once, [] {
+  static const bool is_made = [] {
     the_crew = new crew;
     // A forked process has none of the threads, and its one thread carries no job.
     pthread_atfork(nullptr, nullptr, [] {
@@ -105,7 +106,9 @@ crew& crew::get() {
       is_counted = false;
       blocking_depth = 0;
     });
-  });
+    return true;
+  }();
+  static_cast<void>(is_made);
   return *the_crew;
 }
 

@@ -409,6 +409,16 @@ TEST_F(logs_test, where_the_backup_cannot_be_written_the_file_grows_and_loses_no
   EXPECT_EQ(messages(LOG_FILE_INCONSISTENT).size(), 3U);
 }
 
+TEST_F(logs_test, a_file_that_others_have_put_in_place_replaces_no_backup) {
+  open_logs();
+  logger(message_of(60000), "inconsistent");
+  std::filesystem::rename(LOG_FILE_INCONSISTENT, backup);
+  write_file(LOG_FILE_INCONSISTENT, "");
+  logger(message_of(60000, 'b'), "inconsistent");
+  EXPECT_THAT(messages(backup), ElementsAre(message_of(60000)));
+  EXPECT_THAT(messages(LOG_FILE_INCONSISTENT), ElementsAre(message_of(60000, 'b')));
+}
+
 TEST_F(logs_test, lines_of_many_threads_stay_whole_through_rotations) {
   open_logs();
   constexpr int threads = 6;

@@ -1,5 +1,6 @@
 #include "base/memory_limit.h"
 
+#include <fmt/format.h>
 #include <sys/resource.h>
 
 #include <atomic>
