@@ -1,0 +1,190 @@
+# What an audit leaves, and whether that is the truth beside what a plain audit leaves. Used by the
+# scripts that let audits fail; the runner's functions are main's. Loaded with `require`.
+use strict;
+use warnings;
+
+package judge;
+
+my $stamp    = qr/\d{4}-\d\d-\d\d \d\d:\d\d:\d\d,\d{3}/;
+my @channels = qw(inconsistencies programming_error delay_delete bundle_health);
+my $labels   = join '|', 'Inconsistencies', 'Stale Entries', 'BCM Programming Error', 'Delete Pending DPA Objects',
+  'Info/Error/Module Exception', 'Bundle Health Status Error';
+my %is_good  = map { $_ => 1 } qw(same noted counted stopped stated);
+
+sub is_good { return $is_good{ $_[0] } }
+
+# The six figures of the result table, or none if the report did not reach its end.
+sub table_of {
+    my ($console) = @_;
+    return if $console !~ /^\*+Done\*+$/m;
+    my %table = $console =~ m{\b($labels) *: (\d+)}g;
+    return keys %table == 6 ? \%table : undef;
+}
+
+# The lines of a log and of its backup that this run has written, or those of the last run.
+sub lines_of {
+    my ( $out, $log, $is_last ) = @_;
+    my $text = join "\n", map { main::slurp("$out/logs/tessel_$log.log$_") } '.1', '';
+    $text =~ s/\A.*(?=^$stamp: Started Tessel Checker$)//ms if $is_last;
+    $text = main::filtered( $text, 0 );
+    my $former = main::former_text(1000);
+    return grep { $_ ne '' && index( $former, $_ ) < 0 && !/Started Tessel Checker/ } split /\n/, $text;
+}
+
+# Makes a folder for an audit behind bad_host, with what that needs in /var/log.
+sub prepare {
+    my ( $out, $build, @files ) = @_;
+    main::remove_tree($out);
+    main::make_path("$out/logs");
+    for my $file ( "$build/tessel-host", map { "$main::home/$_" } @files ) {
+        my $copy = "$out/logs/" . main::basename($file);
+        main::copy( $file, $copy ) && chmod 0755, $copy or die "cannot copy $file: $!\n";
+    }
+    return;
+}
+
+# What the log of stale entries reports: their number, and their names in either form of a dump.
+sub stale_lines {
+    my ($out) = @_;
+    my $text = main::slurp("$out/logs/tessel_stale_entries.log");
+    my %names = map { $_ => 1 } $text =~ /["']Node Description["']: ?["']([^"']+)["']/g;
+    return ( sort keys %names, $text =~ /^('Number of stale entries in .*')$/mg );
+}
+
+# Everything of an audit that an operator reads, after the filter; of the last one, if several have
+# written the logs. `findings` maps each line that reports one to how often it stands there.
+sub left_by {
+    my ( $out, $is_last ) = @_;
+    my %left = ( out => $out, findings => {} );
+    $left{console} = main::slurp("$out/console");
+    $left{stderr}  = main::slurp("$out/stderr") =~ s/^ERROR: ld\.so: object '.*\n//mgr;
+    $left{table}   = table_of( $left{console} );
+    for my $log (@channels) { $left{findings}{"$log: $_"}++ for lines_of( $out, $log, $is_last ) }
+    $left{findings}{"stale_entries: $_"}++ for stale_lines($out);
+    $left{exceptions} = join "\n", lines_of( $out, 'exception', $is_last );
+    my @logs = map { "$out/logs/$_" } grep { /^tessel_(?!debug)/ } main::names_in("$out/logs");
+    $left{glued} = join ', ', grep { main::slurp($_) =~ /^.+$stamp: /m } @logs;    # an entry within a line
+    $left{shown} = main::filtered( main::without_preview( $left{console}, map { main::slurp($_) } @logs ), 1 );
+    return \%left;
+}
+
+# The findings of one that the other lacks.
+sub missing {
+    my ( $from, $in ) = @_;
+    return grep { ( $in->{findings}{$_} // 0 ) < $from->{findings}{$_} } sort keys %{ $from->{findings} };
+}
+
+# True if the run shows that it was not complete.
+sub says_so {
+    my ( $status, $left, $plain ) = @_;
+    return 1 if $status != 0 && $left->{stderr} =~ /\S/;
+    return 1 if $left->{console} =~ /^TESSEL Stopped: Found [1-9]|(?:^|\. )Log ERROR: |: Log init failed$/m;
+    return 1 if $left->{exceptions} =~ /pprint print_object failed: cannot write/;
+    return more_failures( $left, $plain ) > 0;
+}
+
+# How many failures the run counts that a plain one does not. A check that fails may also report its
+# object as missing.
+sub more_failures {
+    my ( $left, $plain ) = @_;
+    my ( $counted, $usual ) = map { ( $_->{table} // {} )->{'Info/Error/Module Exception'} // 0 } $left, $plain;
+    return $counted - $usual;
+}
+
+# A finding that is counted without a line, or has a line and is not counted.
+sub miscounted {
+    my ($left) = @_;
+    return '' if !$left->{table} || $left->{console} =~ /Log ERROR: /;
+    my %lines = (
+        'Inconsistencies'       => 'inconsistencies: <time>: Inconsistency',
+        'BCM Programming Error' => 'programming_error: <time>: Programming Error',
+    );
+    for my $label ( sort keys %lines ) {
+        my $logged = 0;
+        $logged += $left->{findings}{$_} for grep { index( $_, $lines{$label} ) == 0 } keys %{ $left->{findings} };
+        return "$label: $left->{table}{$label} counted, $logged logged" if $logged != $left->{table}{$label};
+    }
+    return '';
+}
+
+sub same_table {
+    my ( $one, $other ) = @_;
+    return 0 if !$one || !$other;
+    return !grep { $one->{$_} != $other->{$_} } keys %$one;
+}
+
+# `same`: nothing differs. `noted`: only notes differ, no finding and no figure of the table.
+# `counted`: the table counts failures. `stopped`: the run says that it has stopped. Any other word
+# is a fault, and the second one explains it.
+sub outcome {
+    my ( $status, $left, $plain ) = @_;
+    return ( 'crash', main::failure_shown($status) )  if main::is_of_signal($status);
+    return ( 'status', main::failure_shown($status) ) if $status > 2;
+    return ( 'torn', "an entry begins within a line of $left->{glued}" ) if $left->{glued} ne '';
+    my @lost  = missing( $plain, $left );
+    my @false = missing( $left,  $plain );
+    my $is_same = $status == 0 && !@lost && !@false && same_table( $left->{table}, $plain->{table} );
+    return 'same' if $is_same && !grep { $left->{$_} ne $plain->{$_} } qw(shown stderr exceptions);
+    @false = grep { !/^stale_entries: 'Number of stale entries in \w+ 0'$/ && !is_cut( $_, $plain ) } @false;
+    return ( 'false', "reports what is not there: $false[0]" ) if @false > more_failures( $left, $plain );
+    my $wrong = miscounted($left);
+    return ( 'miscounted', $wrong ) if $wrong ne '' && !says_so( $status, $left, $plain );
+    return 'noted' if $is_same;
+    my $lacks = @lost ? "lacks $lost[0]" : 'is not as a plain one';
+    return ( 'silent', "$lacks and does not say so" ) if !says_so( $status, $left, $plain );
+    return $status == 0 && $left->{table} ? 'counted' : 'stopped';
+}
+
+# True for the beginning of a line of the plain run: the rest did not fit on the disk.
+sub is_cut {
+    my ( $line, $plain ) = @_;
+    my ($log) = $line =~ /^(\w+: )/;
+    return 1 if $line =~ /^\w+: [-\d :,]{0,25}$/;
+    my $cut = $line =~ s/$stamp:/<time>:/r;
+    return grep { index( $_, $cut ) == 0 } "$log<time>: Started Tessel Checker", keys %{ $plain->{findings} };
+}
+
+# ---- Results ----------------------------------------------------------------------------------
+
+# Nothing if a plain audit ended well. Otherwise says how it ended and returns the exit status of the
+# script.
+sub plain_failure {
+    my ( $status, $out, $timeout ) = @_;
+    return if main::succeeded($status);
+    if ( defined $status && $status == main::STATUS_LACKS_PRIVILEGE() ) {
+        print 'cannot run here: ', main::slurp("$out/stderr");
+        return $ENV{CI} ? 1 : $status;
+    }
+    print 'a plain audit: ', main::failure_shown( $status, $timeout ), ", see $out\n";
+    return 1;
+}
+
+# What the results of another build say no longer counts: they begin with the build's mark.
+sub mark_of {
+    my ($build) = @_;
+    my $library = main::slurp("$build/libtessel.so");
+    return join "\t", 'library', length $library, unpack '%32N*', $library;
+}
+
+# The lines of a file of results, without the last two words: the audits that need no repetition.
+# Begins a new file if there is none of this build.
+sub done_before {
+    my ( $file, $build ) = @_;
+    my ( $mark, @lines ) = split /\n/, main::slurp($file);
+    if ( ( $mark // '' ) ne mark_of($build) ) {
+        main::spew( $file, mark_of($build) . "\n" );
+        return {};
+    }
+    return { map { s/\t[^\t]*\t[^\t]*\z//r => 1 } @lines };
+}
+
+# In one write, so that lines of audits that end at the same time do not mix.
+sub append {
+    my ( $file, $line ) = @_;
+    open my $handle, '>>', $file or die "cannot write $file: $!\n";
+    syswrite( $handle, "$line\n" ) // die "cannot write $file: $!\n";
+    close $handle or die "cannot write $file: $!\n";
+    return;
+}
+
+1;
