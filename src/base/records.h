@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/brief_mutex.h"
 #include "base/value.h"
 
 namespace tessel {
@@ -56,7 +57,7 @@ class record {
   value* content_of(const text_key& field);
   value& slot(const text_key& field, here where);
 
-  mutable std::mutex mutex_;
+  mutable brief_mutex mutex_;
   const row_keys& fields_;
   value_list contents_;                        // guarded by mutex_
   std::vector<std::pair<value, value>> more_;  // fields that were set, not declared; the same

@@ -95,27 +95,41 @@ const row_keys& keys_of_unmarked_tm_lag() {
   return keys;
 }
 
-// A LAG of `tm lag`. It stays from piece to piece, because its rows may continue in the next piece.
+// The LAG of `tm lag` whose rows are being read. They may continue in the next piece.
 struct tm_lag {
-  std::string id;
-  value members;  // a list, as soon as there is a LAG
-  bool is_stored = false;
+  std::string id;  // empty before the first one
+  value_list members;
+  bool is_marked = false;
+  bool is_stored = true;
+  // Nearly all LAGs are those of sub-bundles, which have no members of their own.
+  value no_members = make_list();
 };
 
-// Once stored, a LAG gets its further members through the list alone.
-void store_unmarked(tm_lag& lag, lag_reader& reader) {
-  if (lag.is_stored || !lag.members.is_list()) return;
-  reader.bundle.set(lag.id, make_row(keys_of_unmarked_tm_lag(), lag.members));
+void begin(tm_lag& lag, std::string_view id) {
+  lag.id = hex_of(id);
+  lag.members.clear();
+  lag.is_marked = false;
+  lag.is_stored = false;
 }
 
-// At the end of a piece.
+void add_member(tm_lag& lag, std::string_view gport) {
+  lag.members.emplace_back(gport);
+  lag.is_stored = false;
+}
+
+void mark(tm_lag& lag) {
+  if (lag.members.empty() || lag.is_marked) return;
+  lag.is_marked = true;
+  lag.is_stored = false;
+}
+
+// Takes the place of what an earlier piece has shown of the LAG.
 void store(tm_lag& lag, lag_reader& reader) {
-  if (!lag.members.truthy()) {
-    store_unmarked(lag, reader);
-  } else {
-    reader.bundle.set(lag.id, make_row(keys_of_tm_lag(), lag.members, 0,
-                                       make_text({lag.id, reader.place.suffix})));
-  }
+  if (lag.is_stored) return;
+  const value members = lag.members.empty() ? lag.no_members : make_list(lag.members);
+  reader.bundle.set(lag.id, lag.is_marked ? make_row(keys_of_tm_lag(), members, 0,
+                                                     make_text({lag.id, reader.place.suffix}))
+                                          : make_row(keys_of_unmarked_tm_lag(), members));
   lag.is_stored = true;
 }
 
@@ -124,14 +138,15 @@ void add_tm_lag(std::string_view piece, tm_lag& lag, lag_reader& reader) {
   tm_lag_rows rows(piece);
   while (rows.next()) {
     if (!rows.lag_id().empty()) {
-      store_unmarked(lag, reader);
-      lag = {hex_of(rows.lag_id()), make_list()};
+      store(lag, reader);
+      begin(lag, rows.lag_id());
     }
     if (rows.gport().empty()) continue;
-    if (!lag.members.is_list()) break;
-    lag.members.as_list().emplace_back(rows.gport());
+    if (lag.id.empty()) break;
+    add_member(lag, rows.gport());
   }
-  if (!lag.members.is_list()) throw failure(fmt::format("no key {}", quoted(lag.id)));
+  if (lag.id.empty()) throw failure(fmt::format("no key {}", quoted(lag.id)));
+  mark(lag);
   store(lag, reader);
 }
 
