@@ -652,7 +652,7 @@ TEST_F(pattern_widths_test, heads_of_bundles) {
 
 // The part of a port's name by which the forwarding layer must know it.
 std::string port_tail(std::string_view name) {
-  new_state();
+  start_new_state();
   st().router = birch;
   st().dl_fd.open(LOG_FILE_DEBUG, file_mode::truncate);
   st().run_cfg.set(

@@ -109,11 +109,15 @@ value list_of(std::initializer_list<value> items) {
   return make_list(value_list(items));
 }
 
-void router_test::SetUp() {
+void start_new_state() {
   // States are never freed; this keeps them reachable for a leak checker.
   static auto* const states = new std::vector<run_state*>;
   if (!states->empty()) close_logs(*states->back());
   states->push_back(&new_state());
+}
+
+void router_test::SetUp() {
+  start_new_state();
   for (const std::string_view folder :
        {std::string_view("/tmp"), std::string_view("/var/log"), bin_folder, path_folder}) {
     empty_folder(folder);

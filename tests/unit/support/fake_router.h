@@ -46,6 +46,9 @@ value new_record() {
   return std::shared_ptr<record>(std::make_shared<Record>());
 }
 
+// Replaces the run state within a test, for functions that are called again and again.
+void start_new_state();
+
 // Starts each test with a fresh state, no log files, no capture files and no tools.
 class router_test : public testing::Test {
  protected:
