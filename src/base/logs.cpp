@@ -96,14 +96,15 @@ bool is_at(const log_file& file, const std::string& path) {
   struct stat open {};
   struct stat named {};
   if (::fstat(file.descriptor(), &open) != 0) return true;
-  return ::stat(path.c_str(), &named) == 0 && open.st_dev == named.st_dev &&
-         open.st_ino == named.st_ino;
+  if (::stat(path.c_str(), &named) != 0) return errno != ENOENT;
+  return open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }
 
 }  // namespace
 
 log_channel::log_channel(std::string path, file_mode mode, std::int64_t limit, log_level level)
     : path_(std::move(path)),
+      backup_(path_ + ".1"),
       limit_(limit),
       level_(level),
       file_(std::make_unique<log_file>(path_, mode)) {}
@@ -122,14 +123,14 @@ void log_channel::rotate() {
   // in its place now must not replace the backup, which has the entries of this one.
   if (!is_at(*file_, path_)) return reopen(file_mode::append);
   // If the file cannot be renamed, it grows past its limit, so that no finding is lost.
-  if (std::rename(path_.c_str(), (path_ + ".1").c_str()) != 0 && errno != ENOENT) return;
+  if (std::rename(path_.c_str(), backup_.c_str()) != 0 && errno != ENOENT) return;
   reopen(file_mode::append);  // another audit may have begun it already
 }
 
 void log_channel::reopen(file_mode mode) {
   try {
     file_ = std::make_unique<log_file>(path_, mode);
-  } catch (const failure&) {
+  } catch (const std::exception&) {
     // The open file, which is now the backup or has no name, takes the entry.
   }
 }

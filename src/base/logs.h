@@ -52,6 +52,7 @@ class log_channel {
   void close_file();
 
   const std::string path_;
+  const std::string backup_;
   const std::int64_t limit_;
   const log_level level_;
   std::timed_mutex mutex_;

@@ -22,7 +22,10 @@ using path_buffer = std::array<char, 4096>;
 // The beginning of a small file of the system, in `into`; empty if it cannot be read.
 template <std::size_t Size>
 std::string_view beginning_of(const char* path, std::array<char, Size>& into) {
-  const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC);
+  int descriptor = -1;
+  do {
+    descriptor = ::open(path, O_RDONLY | O_CLOEXEC);
+  } while (descriptor < 0 && errno == EINTR);
   if (descriptor < 0) return {};
   std::size_t filled = 0;
   while (filled < into.size()) {

@@ -26,8 +26,10 @@ std::new_handler before = nullptr;
 thread_local int words = 0;
 
 void* map_piece() {
+  // Writable, so that limits of data and of what is promised count it, too. Nobody writes to it, so
+  // it takes no memory.
   void* const made =
-      ::mmap(nullptr, mapped_piece, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+      ::mmap(nullptr, mapped_piece, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   return made == MAP_FAILED ? nullptr : made;
 }
 
@@ -60,16 +62,18 @@ bool fill_all_of(Pieces& pieces, Make make, Free free) {
 }
 
 bool release_one() {
-  is_whole = false;
-  return release_one_of(heap_pieces, std::free) || release_one_of(mapped_pieces, unmap_piece);
+  const bool is_released =
+      release_one_of(heap_pieces, std::free) || release_one_of(mapped_pieces, unmap_piece);
+  is_whole = false;  // now, or a refill that has just seen the piece would stay believed whole
+  return is_released;
 }
 
 void fill() {
   is_whole = true;
-  const bool is_full = fill_all_of(mapped_pieces, map_piece, unmap_piece) &&
-                       fill_all_of(
-                           heap_pieces, [] { return std::malloc(heap_piece); }, std::free);
-  if (!is_full) is_whole = false;
+  const bool is_mapped = fill_all_of(mapped_pieces, map_piece, unmap_piece);
+  const bool is_in_heap = fill_all_of(
+      heap_pieces, [] { return std::malloc(heap_piece); }, std::free);
+  if (!is_mapped || !is_in_heap) is_whole = false;
 }
 
 // `new` tries again if this returns.

@@ -118,10 +118,11 @@ void print(std::string_view text) {
 void print_title(std::string_view title) {
   run_state& run = st();
   const patient_lock lock(run.print_mutex);
-  const std::string line =
-      fmt::format("{}{:.<{}}", run.line_is_open ? " " : "", title, std::size_t{DOTS});
+  fmt::memory_buffer line;
+  fmt::format_to(std::back_inserter(line), "{}{:.<{}}", run.line_is_open ? " " : "", title,
+                 std::size_t{DOTS});
   run.line_is_open = true;
-  write_out(line);
+  write_out({line.data(), line.size()});
 }
 
 void end_open_line() {

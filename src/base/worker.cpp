@@ -11,8 +11,8 @@
 #include <utility>
 
 #include "base/failure.h"
+#include "base/findings.h"
 #include "base/print.h"
-#include "run/state.h"
 
 namespace tessel {
 
@@ -289,7 +289,9 @@ void run_contained(const std::function<void()>& job) {
     job();
   } catch (const std::exception& error) {
     // The handler of the job had no memory to count what it caught.
-    if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) ++st().exception;
+    if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) {
+      log_and_count("out of memory: a check ended early");
+    }
     print_error(traceback_of(error));
   }
 }

@@ -39,8 +39,8 @@ namespace tessel {
 //
 // Carriers take jobs in the order in which they were started; only a join may begin one earlier, on
 // the joining thread. A job that lets a failure out ends only itself; its traceback goes to
-// standard error, and a lack of memory is counted, because no handler could. A job must not let an
-// `exit_request` out.
+// standard error, and a lack of memory is logged and counted, because no handler could. A job must
+// not let an `exit_request` out.
 class worker {
  public:
   explicit worker(std::function<void()> job);

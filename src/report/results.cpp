@@ -14,6 +14,7 @@
 #include "base/dump.h"
 #include "base/failure.h"
 #include "base/logs.h"
+#include "base/memory_reserve.h"
 #include "base/print.h"
 #include "base/worker.h"
 #include "run/state.h"
@@ -163,6 +164,7 @@ void wait_for_late_workers(std::chrono::seconds patience) {
 }
 
 void print_results() {
+  const words_first the_reader_must_know;
   wait_for_late_workers();
   run_state& run = st();
   // Workers may still be counting. Under this lock the rows, the total and the preview come from

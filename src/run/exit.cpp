@@ -28,7 +28,6 @@ namespace {
 
 void print_summary() {
   run_state& run = st();
-  const words_first the_reader_must_know;
   const std::int64_t exception = run.exception;
   print(fmt::format("\nTESSEL Stopped: Found {} info/exceptions/errors\n", exception));
   if (exception == 0) return;
@@ -86,6 +85,7 @@ void take_snapshot() {
 void exit_handler() {
   run_state& run = st();
   try {
+    const words_first the_reader_must_know;
     wait_for_late_workers();
     note_refused_threads();
     // A worker that still runs may leave a capture file after this. The start of the next run

@@ -21,6 +21,7 @@
 #include "base/logs.h"
 #include "support/crew.h"
 #include "support/fake_router.h"
+#include "support/hostile.h"
 #include "support/together.h"
 
 namespace tessel {
@@ -112,6 +113,7 @@ TEST_F(worker_test, a_failure_ends_only_its_own_job_and_is_reported_on_standard_
   EXPECT_THAT(told, HasSubstr("failure: no key 'lagid'\n"));
   EXPECT_THAT(told, HasSubstr("std::bad_alloc: std::bad_alloc\n"));
   EXPECT_EQ(st().exception, 1) << "no handler had the memory to count";
+  EXPECT_THAT(kept_messages(), testing::ElementsAre("out of memory: a check ended early"));
 }
 
 TEST_F(worker_test, a_job_that_starts_jobs_can_join_them) {
