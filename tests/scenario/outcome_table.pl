@@ -5,7 +5,7 @@ use warnings;
 
 package outcome_table;
 
-my $page = main::dirname( main::dirname( main::dirname( main::abs_path(__FILE__) ) ) ) . '/docs/RELIABILITY.md';
+our $page = main::dirname( main::dirname( main::dirname( main::abs_path(__FILE__) ) ) ) . '/docs/RELIABILITY.md';
 
 my @severity = qw(same noted counted stopped stated unseen misled);
 my %rank     = map { $severity[$_] => $_ } 0 .. $#severity;
@@ -20,9 +20,11 @@ my %call_shown = (
     limit  => 'a limit',
 );
 
+my $untried = '–';
+
 sub rank_of { return $rank{ $_[0] } // @severity }
 
-sub worst { return ( sort { rank_of($b) <=> rank_of($a) } @_ )[0] // '–' }
+sub worst { return ( sort { rank_of($b) <=> rank_of($a) } @_ )[0] // $untried }
 
 sub row { return '| ' . join( ' | ', @_ ) . " |\n" }
 
@@ -62,15 +64,22 @@ sub of_tools {
         $word{$way}{$tool} = $word;
     }
     my @ways = sort keys %word;
-    my @rows = map { my $tool = $_; row( "`$tool`", map { $word{$_}{$tool} // '–' } @ways ) } sort @tools;
+    my @rows = map { my $tool = $_; row( "`$tool`", map { $word{$_}{$tool} // $untried } @ways ) } sort @tools;
     return table( [ 'tool', @ways ], @rows );
 }
 
-# Each result is [what, outcome].
+# How the page names a disturbed audit: what was done to it, and where.
+sub disturbance_shown {
+    my ( $what, $place ) = @_;
+    return 'after one that had ended' if $place eq 'after its end';
+    return $what eq 'killed' ? "after one that SIGKILL ended $place" : 'beside another one';
+}
+
+# Each result is [what was done, where, outcome].
 sub of_disturbed {
     my (@results) = @_;
     my %found;
-    push @{ $found{ $_->[0] } }, $_->[1] for @results;
+    push @{ $found{ disturbance_shown( @$_[ 0, 1 ] ) } }, $_->[2] for @results;
     return table( [ 'audit', 'outcome' ], map { row( $_, worst( @{ $found{$_} } ) ) } sort keys %found );
 }
 
@@ -78,12 +87,18 @@ sub of_disturbed {
 
 sub text_of_page { return main::slurp($page) }
 
-# The rows of a table of the page without its titles, each as its cells.
-sub rows_of {
+# A part of the page that script/torture writes.
+sub block {
     my ($name) = @_;
     my ($text) = text_of_page() =~ /<!-- torture: \Q$name\E -->\n(.*?)<!-- end of torture -->/s
       or die "$page has no table '$name'\n";
-    my @rows = map { [ split /\s*\|\s*/, s/^\|\s*//r ] } grep { /^\|/ } split /\n/, $text;
+    return $text;
+}
+
+# The rows of a table of the page without its titles, each as its cells.
+sub rows_of {
+    my ($name) = @_;
+    my @rows = map { [ split /\s*\|\s*/, s/^\|\s*//r ] } grep { /^\|/ } split /\n/, block($name);
     return @rows[ 2 .. $#rows ];
 }
 
@@ -92,7 +107,8 @@ sub admitted_for_call {
     my ( $kind, $place, $cause, $on ) = @_;
     for my $row ( rows_of('calls') ) {
         next if $row->[0] ne kind_shown($kind) || $row->[1] ne $place;
-        return $row->[ 3 + $on ] if grep { $_ eq $cause } split /, /, $row->[2];
+        next if !grep { $_ eq $cause } split /, /, $row->[2];
+        return $row->[ 3 + $on ] eq $untried ? undef : $row->[ 3 + $on ];
     }
     return;
 }
@@ -103,7 +119,14 @@ sub admitted_for_tool {
     my @ways = map { s/^\s+|\s+$//gr } split /\|/, $titles;
     my ($row) = grep { $_->[0] eq "`$tool`" } rows_of('tools');
     my ($at)  = grep { $ways[$_] eq $way } 0 .. $#ways;
-    return defined $row && defined $at ? $row->[ 1 + $at ] : undef;
+    my $word = defined $row && defined $at ? $row->[ 1 + $at ] : $untried;
+    return $word eq $untried ? undef : $word;
+}
+
+sub admitted_for_disturbed {
+    my ( $what, $place ) = @_;
+    my ($row) = grep { $_->[0] eq disturbance_shown( $what, $place ) } rows_of('disturbed');
+    return defined $row ? $row->[1] : undef;
 }
 
 # Returns what is wrong with an outcome beside the one that the page admits, or nothing.
