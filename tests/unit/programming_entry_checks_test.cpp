@@ -506,7 +506,7 @@ TEST_F(entry_checks_test, a_failure_is_logged_before_it_is_counted) {
 }
 
 TEST_F(entry_checks_test, a_failure_before_the_logs_are_open_waits_for_them) {
-  router_test::SetUp();
+  start_new_state();
   verify_sem_entry(any_llif, {older_node, "0"}, "1005");
   ASSERT_EQ(kept_messages().size(), 1U);
   EXPECT_THAT(kept_messages()[0], StartsWith("no key '0/0/CPU0': SEM"));

@@ -56,10 +56,11 @@ std::string filled(std::string_view expected, const std::vector<piece>& pieces,
   std::size_t number = 0;
   for (std::size_t at = 0; at < pieces.size(); ++at) {
     if (!pieces[at].is_shown) continue;
-    const std::string name = std::to_string(++number);
-    result = replace_all(result, "$" + name, parts[at]);
-    if (result.find("$h" + name) != std::string::npos) {
-      result = replace_all(result, "$h" + name, in_hexadecimal(parts[at]));
+    ++number;
+    result = replace_all(result, fmt::format("${}", number), parts[at]);
+    const std::string hexadecimal = fmt::format("$h{}", number);
+    if (result.find(hexadecimal) != std::string::npos) {
+      result = replace_all(result, hexadecimal, in_hexadecimal(parts[at]));
     }
   }
   return result;
