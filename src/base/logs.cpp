@@ -57,8 +57,8 @@ std::shared_ptr<log_channel> channel_or_wait(std::string_view name, log_level le
   return nullptr;
 }
 
-// These two ignore that standard output cannot be written either, or that memory lacks even for
-// that: a lost line must not end the run.
+// Standard output may fail, too, or there may be no memory left even for this line. These two
+// ignore that: a lost line must not end the run.
 void report_lost_channel() {
   try {
     print("Log ERROR: No space left on device/Not able to access file system");

@@ -64,13 +64,12 @@ std::shared_ptr<const std::string> shared_copy(std::string_view text) {
 void* allocated(std::size_t size) {
   constexpr std::size_t room = std::size_t{96} * 1024;
   thread_local std::size_t left = 0;
-  const std::size_t taken = size + 2 * sizeof(void*);  // with what the library adds
-  if (left < taken) {
+  left -= std::min(left, size + 2 * sizeof(void*));  // with what the library adds
+  if (left == 0) {
     void* volatile made = std::malloc(room);  // volatile, or the compiler drops both calls
     std::free(made);
     left = room;
   }
-  left -= std::min(left, taken);
   return ::operator new(size);
 }
 

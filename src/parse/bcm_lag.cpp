@@ -100,7 +100,7 @@ struct tm_lag {
   std::string id;  // empty before the first one
   value_list members;
   bool is_marked = false;
-  bool is_stored = true;
+  bool is_stored = true;  // there is nothing to store yet
   // Nearly all LAGs are those of sub-bundles, which have no members of their own.
   value no_members = make_list();
 };
