@@ -35,6 +35,12 @@ extern "C" {
 /*
  * Sets the run state to its defaults and points `m` to it. Ends the process with a failed assertion
  * if memory is short.
+ *
+ * Reads one environment variable, the only one that the audit reads: if TESSEL_JOURNAL is the
+ * number of an open descriptor, other than the three standard streams, the audit writes a journal
+ * of its commands there, a line of JSON each (docs/JOURNAL.md). This call removes the variable and
+ * makes the descriptor close-on-exec; the library uses a duplicate, so the host may close it
+ * afterwards. A journal never delays or ends the audit, and changes nothing else.
  */
 void tessel_init(void);
 

@@ -9,12 +9,14 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <optional>
 #include <utility>
 
 #include "base/capture_file.h"
 #include "base/dump.h"
 #include "base/failure.h"
 #include "base/findings.h"
+#include "base/journal.h"
 #include "base/log_file.h"
 #include "base/memory_limit.h"
 #include "base/worker.h"
@@ -102,45 +104,90 @@ void plan_standard_error(spawn_plan& plan, const log_file* debug_log) {
   }
 }
 
-void wait_for(pid_t child) {
-  // The exit status is ignored on purpose: the output counts whatever the status is. ECHILD means
-  // that the host reaps children by itself; the call returned only after the child had ended.
-  while (::waitpid(child, nullptr, 0) < 0) {
+// Returns the status, if it is known. It is for the journal alone: the output counts whatever the
+// status is. ECHILD means that the host reaps children by itself; the call returned only after the
+// child had ended.
+std::optional<int> wait_for(pid_t child) {
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0) {
     if (errno == EINTR) continue;
-    if (errno == ECHILD) return;
+    if (errno == ECHILD) return std::nullopt;
     cannot("wait for the command", errno);
   }
+  return status;
 }
 
 // Runs the command to its end and returns the size of what it printed. Meanwhile the crew gives
 // this job's core to another one.
-std::size_t size_after(spawn_plan& plan, const std::string& line, const capture_file& capture) {
+std::size_t size_after(spawn_plan& plan, const std::string& line, const capture_file& capture,
+                       journaled_command& journaled) {
   const blocking until_the_command_has_ended;
-  wait_for(plan.shell(line));
+  const pid_t shell = plan.shell(line);
+  journaled.start(shell, line);
+  journaled.note_status(wait_for(shell));
   return capture.whole_size();
 }
 
-}  // namespace
+// The node whose data a command line asks for, as `nodeinfo` names it; empty if it asks no single
+// one. The chip tool's line has a number instead: see node_at.
+std::string_view node_asked_by(const filled_line& cmd) {
+  for (const filled_value& each : cmd.values()) {
+    if (each.kind == filling::address) return each.owner;
+    if (each.kind == filling::node_name) return each.text;
+  }
+  return {};
+}
 
-value execute(const filled_line& cmd, const filled_line& suffix) {
+// The name of the node with this address, which all nodes have before a chip is asked. Their
+// numbers still change then, and only the worker of a node may read its own.
+std::string_view node_at(const value& address, const value& nodeinfo) noexcept {
+  std::string_view found;
+  if (!nodeinfo.is_map() || address == DEFAULT) return found;
   try {
-    const std::string line = cmd.text();
+    nodeinfo.as_map().for_each([&](std::string_view name, const value& node) {
+      if (found.empty() && node.in("nodeip") == address) found = name;
+    });
+  } catch (const std::exception&) {
+    // Then the journal names no node.
+  }
+  return found;
+}
+
+value execute(const filled_line& cmd, const filled_line& suffix, journaled_command& journaled) {
+  std::string line;
+  try {
+    line = cmd.text();
     const capture_file capture = new_capture(fmt::format("/tmp/tessel_{}.log", suffix.text()));
     const auto debug_log = st().dl_fd.get();
     spawn_plan plan;
     plan_standard_error(plan, debug_log.get());
     plan.open("/dev/null", O_RDONLY, STDIN_FILENO);
     plan.use(capture.descriptor(), STDOUT_FILENO);
-    const std::size_t size = size_after(plan, line, capture);
+    const std::size_t size = size_after(plan, line, capture, journaled);
     text_share share(st().texts, size, capture.path());
-    return held_text(capture.read(size), std::move(share));
+    value output = held_text(capture.read(size), std::move(share));
+    journaled.end(size);
+    return output;
   } catch (const std::exception& error) {
-    return count_and_log(fmt::format("{}: execution failed for {}", error.what(), cmd.shown()));
+    const std::string shown = cmd.shown();
+    value result = count_and_log(fmt::format("{}: execution failed for {}", error.what(), shown));
+    journaled.fail(shown, error.what());
+    return result;
   }
 }
 
-value execute_bcmd(const filled_line& bcmd, const value& npu_id, const value& nodeid, const value&,
-                   const filled_line& fname, std::string_view grep_opt) {
+}  // namespace
+
+value execute(const filled_line& cmd, const filled_line& suffix) {
+  journaled_command journaled(st().journal, node_asked_by(cmd), {});
+  return execute(cmd, suffix, journaled);
+}
+
+value execute_bcmd(const filled_line& bcmd, const value& npu_id, const value& nodeid,
+                   const value& nodeip, const filled_line& fname, std::string_view grep_opt) {
+  run_state& run = st();
+  const value nodeinfo = run.journal.is_open() ? run.nodeinfo.get() : value();
+  const std::string_view nodename = node_at(nodeip, nodeinfo);
   try {
     const filled_value node = {filling::node_id, plain(nodeid)};
     const filled_value npu = {filling::npu, plain(npu_id), fmt::format("node id {}", node.text)};
@@ -149,9 +196,14 @@ value execute_bcmd(const filled_line& bcmd, const value& npu_id, const value& no
                           .text();
     if (grep_opt != DEFAULT) cmd = fmt::format("{} | grep {}", cmd, grep_opt);
     const filled_line suffix("{}_{}_{}", {{filling::capture, fname.text()}, npu, node});
-    return execute(filled_line(cmd), suffix);
+    const std::string_view one_npu = npu.text == "all" ? std::string_view() : npu.text;
+    journaled_command journaled(run.journal, nodename, one_npu);
+    return execute(filled_line(cmd), suffix, journaled);
   } catch (const std::exception& error) {
-    return count_and_log(fmt::format("{}: execution failed for {}", error.what(), bcmd.shown()));
+    const std::string shown = bcmd.shown();
+    value result = count_and_log(fmt::format("{}: execution failed for {}", error.what(), shown));
+    journaled_command(run.journal, nodename, {}).fail(shown, error.what());
+    return result;
   }
 }
 

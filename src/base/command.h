@@ -1,5 +1,6 @@
 // The two functions that run commands on the router. Both may be called on the main thread and on
-// workers. No lock is held while a command runs.
+// workers. No lock is held while a command runs. If the host has asked for a journal, each call
+// writes its lines there (base/journal.h).
 #pragma once
 
 #include <string_view>
@@ -24,7 +25,8 @@ value execute(const filled_line& cmd, const filled_line& suffix = "0");
 // Passes the chip shell command `bcmd` to unit `npu_id` (or "all") of node `nodeid` (or "A" for all
 // nodes). Returns what `execute` returns. `grep_opt`, unless it is DEFAULT, becomes the options of
 // a grep on this node; the shell reads it, so it must come from the source code. The capture file's
-// suffix is "FNAME_NPU_NODE".
+// suffix is "FNAME_NPU_NODE". By the address `nodeip` the journal names the node; nothing else uses
+// it.
 value execute_bcmd(const filled_line& bcmd, const value& npu_id, const value& nodeid,
                    const value& nodeip = DEFAULT, const filled_line& fname = "1",
                    std::string_view grep_opt = DEFAULT);

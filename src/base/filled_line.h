@@ -58,6 +58,7 @@ class filled_line {
   std::string text() const;
   // The line for a message, whatever the values are, without line ends. Any thread.
   std::string shown() const;
+  const std::vector<filled_value>& values() const { return values_; }
 
  private:
   std::string filled() const;

@@ -14,6 +14,7 @@
 
 #include "base/failure.h"
 #include "base/here.h"
+#include "base/journal.h"
 #include "base/memory_reserve.h"
 #include "base/print.h"
 #include "run/run_tessel.h"
@@ -76,7 +77,9 @@ TESSEL_EXPORT void tessel_init(void) {
   if (is_ending) return;
   try {
     tessel::keep_memory_reserve();
-    m = &tessel::new_state();
+    tessel::run_state& fresh = tessel::new_state();
+    fresh.journal.open(tessel::take_asked_journal());
+    m = &fresh;
   } catch (const std::exception&) {
     assert(0);  // no memory for the run state
   }
@@ -91,6 +94,7 @@ TESSEL_EXPORT int32_t run_tessel(uint32_t my_node_id) {
     tessel::print_error("tessel: tessel_init has not been called\n");
     return TESSEL_ABORTED;
   }
+  tessel::st().journal.begin(my_node_id);
   try {
     return tessel::run_tessel_with(std::int64_t{my_node_id});
   } catch (const tessel::exit_request&) {
@@ -111,6 +115,7 @@ TESSEL_EXPORT int32_t tessel_run(int32_t node_id) {
 }
 
 TESSEL_EXPORT void tessel_finalize(void) {
+  if (m != nullptr) tessel::st().journal.close();
   m = nullptr;
   tessel::end_memory_reserve();
 }

@@ -101,6 +101,7 @@ void exit_handler() {
   }
   // Belongs to the run's start_time; no elapsed time is reported yet.
   [[maybe_unused]] const std::time_t end_time = std::time(nullptr);
+  run.journal.finish();
   throw exit_request();
 }
 

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "base/constants.h"
+#include "base/journal.h"
 #include "base/log_file.h"
 #include "base/logs.h"
 #include "base/memory_limit.h"
@@ -160,6 +161,9 @@ struct run_state {
 
   // The raw outputs of commands. Its limit is set before the first command; otherwise any thread.
   text_account texts;
+
+  // Opened by the main thread before the run begins; commands use it on any thread.
+  run_journal journal;
 
   // Lock themselves; any thread.
   log_file_slot dl_fd;
