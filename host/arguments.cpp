@@ -26,9 +26,10 @@ constexpr const char* exit_statuses =
   2   The audit was aborted; its traceback is on standard error.
   64  An argument was wrong.
   69  The library could not be loaded, or lacks an entry point.
+  73  The file for the journal could not be made.
   74  --help or --version could not write to standard output.)";
 
-std::string library_named(const std::string& text) {
+std::string file_named(const std::string& text) {
   if (text.empty()) throw command_line::bad_value("the value is empty; name a file");
   return text;
 }
@@ -52,11 +53,17 @@ host_arguments parse_arguments(std::span<const char* const> arguments) {
                           "dynamic linker looks up. Default: libtessel.so next to this program, "
                           "else the one of its installation, else the one that the dynamic linker "
                           "finds",
-                          [&](const auto& text) { parsed.library = library_named(text); });
+                          [&](const auto& text) { parsed.library = file_named(text); });
   command_line::add_value(app, "--node-id", "N",
                           "the node id of this route processor, a 32-bit number, decimal or "
                           "hexadecimal after 0x. Default: 4096",
                           [&](const auto& text) { parsed.node_id = node_id_of(text); });
+  command_line::add_value(
+      app, "--journal", "FILE",
+      "write a journal of the commands that the audit runs to this file, a "
+      "line of JSON when one starts and one when it ends. Replaces its content; "
+      "only its owner may read it",
+      [&](const auto& text) { parsed.journal = file_named(text); });
   command_line::add_flag(app, "--version", "show the version", version);
 
   if (auto help = command_line::parse(app, {arguments.begin(), arguments.end()})) {

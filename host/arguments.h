@@ -20,6 +20,7 @@ using command_line::usage_error;
 
 inline constexpr int status_usage = command_line::usage_status;
 inline constexpr int status_library_unavailable = 69;
+inline constexpr int status_journal_refused = 73;
 inline constexpr int status_output_failed = 74;
 inline constexpr std::uint32_t default_node_id = 4096;
 
@@ -28,6 +29,7 @@ enum class host_action { run, help, version };
 struct host_arguments {
   host_action action = host_action::run;
   std::optional<std::string> library;
+  std::optional<std::string> journal;
   std::uint32_t node_id = default_node_id;
   std::string help;  // the text, if that is the action
 };

@@ -1,5 +1,8 @@
 #include "arguments.h"
+#include "journal_file.h"
 #include "library.h"
+
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -27,10 +30,19 @@ int show(std::string_view text) {
              : complain("cannot write to standard output", status_output_failed);
 }
 
+// The library uses the journal by a descriptor of its own.
+void start(const entry_points& library, const host_arguments& arguments) {
+  if (!arguments.journal) return library.init();
+  const int journal = open_journal_file(*arguments.journal);
+  offer_journal(journal);
+  library.init();
+  ::close(journal);
+}
+
 // A completed audit ends the process inside tessel_run; only an incomplete one returns.
 int audit(const host_arguments& arguments) {
   const auto library = load_entry_points(choose_library(arguments.library));
-  library.init();
+  start(library, arguments);
   const auto result = library.run(static_cast<std::int32_t>(arguments.node_id));
   library.finalize();
   try {
@@ -63,6 +75,8 @@ int main(int argc, char** argv) {
     return complain(error.what(), status_usage);
   } catch (const library_error& error) {
     return complain(error.what(), status_library_unavailable);
+  } catch (const journal_error& error) {
+    return complain(error.what(), status_journal_refused);
   } catch (const std::bad_alloc&) {
     return complain("cannot start the audit: out of memory", status_library_unavailable);
   } catch (const std::exception& error) {

@@ -1,5 +1,6 @@
 // Tests of the host's command line, its error messages and its exit statuses.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
@@ -70,6 +72,7 @@ TEST(parse_arguments, runs_with_node_id_4096_where_nothing_is_given) {
   EXPECT_EQ(parsed.action, host_action::run);
   EXPECT_EQ(parsed.node_id, 4096U);
   EXPECT_EQ(parsed.library, std::nullopt);
+  EXPECT_EQ(parsed.journal, std::nullopt);
 }
 
 TEST(parse_arguments, reads_values_behind_a_blank_or_an_equals_sign) {
@@ -117,6 +120,8 @@ TEST(parse_arguments, names_what_is_wrong) {
   EXPECT_EQ(complaint_about({"--library="}), empty);
   EXPECT_EQ(complaint_about({"--library=", "x.so"}), empty);
   EXPECT_EQ(complaint_about({"--library", ""}), empty);
+  EXPECT_EQ(complaint_about({"--journal", ""}),
+            "--journal \"\": the value is empty; name a file" + hint);
   EXPECT_EQ(complaint_about({"--help=yes"}), "--help takes no value" + hint);
   EXPECT_EQ(complaint_about({"--help="}), "--help takes no value" + hint);
   EXPECT_EQ(complaint_about({"--version=2"}), "--version takes no value" + hint);
@@ -231,7 +236,8 @@ TEST(host, names_a_result_that_it_does_not_know) {
 // The names that a variable for one of the host's options could have.
 std::vector<std::string> variables_of_options() {
   std::vector<std::string> names;
-  for (const char* const option : {"NODE_ID", "LIBRARY", "HELP", "VERSION", "CONFIG", "OPTIONS"})
+  for (const char* const option :
+       {"NODE_ID", "LIBRARY", "JOURNAL", "HELP", "VERSION", "CONFIG", "OPTIONS"})
     for (const char* const prefix : {"", "TESSEL_", "TESSEL_HOST_", "HOST_"})
       names.push_back(std::string(prefix) + option);
   return names;
@@ -340,6 +346,90 @@ TEST(host, names_the_entry_point_that_a_library_lacks) {
   EXPECT_EQ(result.out, "") << "nothing is called before all entry points are there";
 }
 
+// A folder of its own for a test of journals.
+class journal : public testing::Test {
+ protected:
+  void SetUp() override {
+    folder_ = testing::TempDir() + "/host_journal_" + std::to_string(getpid());
+    std::filesystem::create_directories(folder_);
+  }
+  void TearDown() override { std::filesystem::remove_all(folder_); }
+
+  std::string at(const std::string& name) const { return folder_ + "/" + name; }
+  static std::string content_of(const std::string& file) {
+    std::ifstream in(file);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+  static mode_t mode_of(const std::string& file) {
+    struct stat state {};
+    EXPECT_EQ(::stat(file.c_str(), &state), 0) << file;
+    return state.st_mode & 07777U;
+  }
+  static ended run_with(const std::string& file, const std::string& before = "") {
+    return run_shell(before + host + " --library " + stand_ins + "/libstopped.so --journal " +
+                     file);
+  }
+  void expect_refused(const std::string& file, const std::string& cause) const {
+    const auto result = run_with(file, "cd " + folder_ + "; ");
+    EXPECT_EQ(result.status, status_journal_refused) << file;
+    EXPECT_EQ(result.out, "") << "the audit has not begun";
+    EXPECT_EQ(result.err, "tessel-host: cannot write the journal '" + file + "': " + cause +
+                              "; name another file with --journal FILE\n");
+  }
+  std::string folder_;
+};
+
+TEST_F(journal, is_a_new_file_for_its_owner_alone) {
+  const auto result = run_with(at("new"), "umask 0; ");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "init\nrun 4096\nfinalize\n") << "as without a journal";
+  EXPECT_EQ(content_of(at("new")), "journal of 1\n");
+  EXPECT_EQ(mode_of(at("new")), 0600U);
+}
+
+TEST_F(journal, may_have_a_name_from_the_working_folder) {
+  run_with("relative", "cd " + folder_ + "; ");
+  EXPECT_EQ(content_of(at("relative")), "journal of 1\n");
+}
+
+TEST_F(journal, replaces_what_was_in_the_file) {
+  std::ofstream(at("old")) << std::string(1000, 'x');
+  ::chmod(at("old").c_str(), 0644);
+  run_with(at("old"));
+  EXPECT_EQ(content_of(at("old")), "journal of 1\n");
+  EXPECT_EQ(mode_of(at("old")), 0600U);
+}
+
+TEST_F(journal, is_no_standard_stream_where_the_host_has_none) {
+  run_shell("exec <&- " + host + " --library " + stand_ins + "/libstopped.so --journal " +
+            at("new"));
+  EXPECT_EQ(content_of(at("new")), "journal of 1\n");
+}
+
+TEST_F(journal, is_refused_where_it_would_not_become_a_file) {
+  std::ofstream(at("precious")) << "kept";
+  std::filesystem::create_symlink("precious", at("link"));
+  std::filesystem::create_symlink("nowhere", at("dangling"));
+  std::filesystem::create_hard_link(at("precious"), at("second"));
+  ASSERT_EQ(::mkfifo(at("fifo").c_str(), 0600), 0);
+  expect_refused("link", "it is a link");
+  expect_refused("dangling", "it is a link");
+  expect_refused("second", "it has a second name, a hard link");
+  expect_refused("fifo", "it is not a file");
+  expect_refused("/dev/null", "it is not a file");
+  expect_refused(".", "Is a directory");
+  expect_refused("no/such", "No such file or directory");
+  expect_refused("/tmp/tessel_journal", "the audit removes /tmp/tessel*");
+  EXPECT_EQ(content_of(at("precious")), "kept");
+  EXPECT_FALSE(std::filesystem::exists(at("nowhere")));
+}
+
+TEST_F(journal, is_not_made_where_the_library_is_missing) {
+  const auto result = run_shell(host + " --library /nonexistent.so --journal " + at("new"));
+  EXPECT_EQ(result.status, status_library_unavailable);
+  EXPECT_FALSE(std::filesystem::exists(at("new")));
+}
+
 TEST(host, ends_with_64_on_wrong_arguments) {
   for (const char* wrong : {"--verbose", "4096", "--node-id", "--node-id 4294967296",
                             "--node-id=0xg", "--library", "--help=1", "4096 4097", "--"}) {
@@ -356,10 +446,11 @@ TEST(host, shows_help_and_version_on_standard_output) {
   EXPECT_EQ(help.out, parse({"--help"}).help);
   EXPECT_EQ(run_shell(host + " -h").out, help.out);
   for (const char* text : {"Usage: tessel-host [OPTIONS]\n", "--library FILE", "--node-id N",
-                           "--help", "--version", "Exit status:\n"}) {
+                           "--journal FILE", "--help", "--version", "Exit status:\n"}) {
     EXPECT_NE(help.out.find(text), std::string::npos) << text;
   }
-  for (const int status : {0, 1, 2, status_usage, status_library_unavailable, status_output_failed})
+  for (const int status : {0, 1, 2, status_usage, status_library_unavailable,
+                           status_journal_refused, status_output_failed})
     EXPECT_NE(help.out.find("\n  " + std::to_string(status) + " "), std::string::npos) << status;
   const auto version = run_shell(host + " --version");
   EXPECT_EQ(version.status, 0);

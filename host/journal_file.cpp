@@ -1,0 +1,80 @@
+#include "journal_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <new>
+#include <system_error>
+
+#include "command_line/one_line.h"
+
+namespace tessel_host {
+
+namespace {
+
+[[noreturn]] void refuse(const std::string& path, const std::string& cause) {
+  throw journal_error("cannot write the journal '" + command_line::one_line(path) + "': " + cause +
+                      "; name another file with --journal FILE");
+}
+
+// Of what the system says, two causes are not plain.
+std::string cause_of(int error) {
+  if (error == ELOOP) return "it is a link";
+  if (error == ENXIO) return "it is not a file";
+  return std::strerror(error);
+}
+
+void refuse_what_the_audit_removes(const std::string& path) {
+  std::error_code ignored;
+  const auto place = std::filesystem::weakly_canonical(std::filesystem::absolute(path), ignored);
+  if (place.parent_path() == "/tmp" && place.filename().string().starts_with("tessel"))
+    refuse(path, "the audit removes /tmp/tessel*");
+}
+
+// A descriptor that is closed unless it is kept.
+class opened {
+ public:
+  explicit opened(int number) : number_(number) {}
+  ~opened() {
+    if (number_ >= 0) ::close(number_);
+  }
+  opened(const opened&) = delete;
+  opened& operator=(const opened&) = delete;
+  int number() const { return number_; }
+
+ private:
+  int number_;
+};
+
+}  // namespace
+
+int open_journal_file(const std::string& path) {
+  refuse_what_the_audit_removes(path);
+  // Not emptied before it is known to be a file. Appending, so that whoever empties it meanwhile
+  // does not get a gap.
+  const opened first(::open(
+      path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
+      S_IRUSR | S_IWUSR));
+  struct stat state {};
+  if (first.number() < 0 || ::fstat(first.number(), &state) != 0) refuse(path, cause_of(errno));
+  if (!S_ISREG(state.st_mode)) refuse(path, "it is not a file");
+  if (state.st_nlink > 1) refuse(path, "it has a second name, a hard link");
+  if (::fchmod(first.number(), S_IRUSR | S_IWUSR) != 0 || ::ftruncate(first.number(), 0) != 0)
+    refuse(path, cause_of(errno));
+  // The library takes no standard stream, not even where the host was started without them.
+  const int kept = ::fcntl(first.number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (kept < 0) refuse(path, cause_of(errno));
+  return kept;
+}
+
+void offer_journal(int descriptor) {
+  if (::setenv("TESSEL_JOURNAL", std::to_string(descriptor).c_str(), 1) != 0)
+    throw std::bad_alloc();
+}
+
+}  // namespace tessel_host

@@ -1,0 +1,23 @@
+// The file for the journal of a run, which the host offers to the library.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace tessel_host {
+
+// One line: the file, what is wrong with it, what to do.
+class journal_error : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Creates the file, or empties the one that is there, and makes it readable for its owner alone: it
+// will hold addresses. Returns its descriptor, which is none of the standard streams. Never follows
+// a link, never waits, and never touches what is no file. Throws `journal_error`.
+[[nodiscard]] int open_journal_file(const std::string& path);
+
+// Names the descriptor to the library, which takes the name away again in tessel_init. Throws
+// `std::bad_alloc`.
+void offer_journal(int descriptor);
+
+}  // namespace tessel_host
