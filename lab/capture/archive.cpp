@@ -165,6 +165,8 @@ capture read_packed(const fs::path& file) {
       c.calls = std::move(entry.text);
     } else if (where.file == "files") {
       c.files = std::move(entry.text);
+    } else if (where.file == "journal") {
+      c.journal = std::move(entry.text);
     }
   });
   if (!has_manifest)
@@ -173,6 +175,7 @@ capture read_packed(const fs::path& file) {
   head.answers = std::move(c.answers);
   head.calls = std::move(c.calls);
   head.files = std::move(c.files);
+  head.journal = std::move(c.journal);
   check_recording(head, file);
   return head;
 }

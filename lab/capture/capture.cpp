@@ -134,6 +134,7 @@ void write_files(const capture& c, const fs::path& folder) {
     write_whole(folder / "files", list_of_files(c));
   else
     write_whole(folder / "calls", c.calls);
+  if (!c.journal.empty()) write_whole(folder / "journal", c.journal);
   write_manifest(c, folder);
 }
 
@@ -240,6 +241,7 @@ capture read_folder(const fs::path& folder) {
   capture c = read_manifest(folder);
   if (fs::exists(folder / "calls")) c.calls = read_own(folder / "calls");
   if (fs::exists(folder / "files")) c.files = read_own(folder / "files");
+  if (fs::exists(folder / "journal")) c.journal = read_own(folder / "journal");
   for (const auto& place : fs::directory_iterator(folder)) {
     if (!place.is_directory()) continue;
     for (const auto& file : fs::directory_iterator(place.path()))

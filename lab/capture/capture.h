@@ -29,8 +29,9 @@ struct capture {
   std::uint32_t host_node_id = 4096;
   std::vector<std::pair<std::string, std::string>> nodes;  // address, node name
   std::vector<std::string> missing_tools;                  // tools that the router does not have
-  std::string calls;    // the list of a recording, empty if it was rendered
-  std::string files{};  // the list of a rendered one, as it was read; it is made anew for writing
+  std::string calls;      // the list of a recording, empty if it was rendered
+  std::string files{};    // the list of a rendered one, as it was read; it is made anew for writing
+  std::string journal{};  // of the recorded run, empty if there is none; docs/JOURNAL.md
   // What the route processor denies the audit: folders block these capture files ("running_cfg" is
   // /tmp/tessel_running_cfg.log), these logs have no room ("stale_entries" is
   // /var/log/tessel_stale_entries.log), no file may exceed this many bytes, and /tmp holds this

@@ -11,6 +11,7 @@
 
 #include "lab/capture/answer_list.h"
 #include "lab/capture/redact_addresses.h"
+#include "lab/capture/redact_journal.h"
 
 namespace lab {
 namespace {
@@ -355,6 +356,8 @@ redaction_counts redact(capture& c) {
   text_redactor texts(addresses, router_names(c));
   for (auto& [key, text] : c.answers)
     if (!key.second.ends_with(list_suffix)) text = texts.redacted(key.second, text);
+  c.journal = redacted_journal(
+      c.journal, [&](const std::string& text) { return texts.redacted("journal", text); });
   return texts.counts();
 }
 

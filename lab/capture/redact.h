@@ -33,8 +33,8 @@ struct redaction_counts {
   std::size_t serials = 0;
 };
 
-// Redacts every answer in place. Does not change the router's name in the manifest: the caller
-// does.
+// Redacts every answer and the journal in place. Does not change the router's name in the manifest:
+// the caller does.
 redaction_counts redact(capture& c);
 
 }  // namespace lab

@@ -102,6 +102,34 @@ fs::path absolute_or_empty(const std::optional<std::string>& named) {
   return named ? fs::absolute(target_named(*named)) : fs::path{};
 }
 
+// The file of the host's last option --journal, as the caller names it; empty if there is none. In
+// the namespace, where the caller's folders may be covered, it has another name.
+fs::path take_journal(std::vector<std::string>& host_arguments) {
+  const std::string option = "--journal";
+  fs::path named;
+  for (std::size_t at = 0; at < host_arguments.size(); ++at) {
+    std::string& word = host_arguments[at];
+    const bool is_apart = word == option && at + 1 < host_arguments.size();
+    if (!is_apart && !word.starts_with(option + "=")) continue;
+    std::string& value = is_apart ? host_arguments[++at] : word;
+    const std::string file = is_apart ? value : word.substr(option.size() + 1);
+    if (file.empty()) continue;  // the host refuses it
+    named = fs::absolute(target_named(file));
+    value = is_apart ? journal_in_namespace : option + "=" + journal_in_namespace;
+  }
+  return named;
+}
+
+// The host does the rest, as everywhere.
+void make_journal_file(const fs::path& file) {
+  const auto type = fs::symlink_status(file).type();
+  if (type != fs::file_type::not_found && type != fs::file_type::regular)
+    throw lab_error(fmt::format("{}: is not a file; name another with --journal", file.string()));
+  const descriptor made = open_file(file, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK, 0600);
+  if (!made.is_open())
+    throw lab_error(fmt::format("{}: cannot be written: {}", file.string(), std::strerror(errno)));
+}
+
 // Prepares the outputs, once it is clear that all of them can be written.
 void set_outputs(const run_options& o, run_request& request) {
   const fs::path logs = absolute_or_empty(o.logs);
@@ -114,6 +142,9 @@ void set_outputs(const run_options& o, run_request& request) {
   if (!request.record.empty()) check_record_target(request.record, logs, request.calls);
   request.logs = logs_folder(o.logs.value_or(""));
   if (keeps_calls) make_calls_file(request.calls);
+  request.host_arguments = o.host_arguments;
+  request.journal = take_journal(request.host_arguments);
+  if (!request.journal.empty()) make_journal_file(request.journal);
 }
 
 // A capture folder is used as it is, a packed capture is unpacked into memory, a router is
@@ -167,7 +198,6 @@ int run_command(const run_options& o) {
   else
     insist_on_namespace();
   set_outputs(o, request);
-  request.host_arguments = o.host_arguments;
   return run_in_namespace(request);
 }
 

@@ -1,7 +1,9 @@
 #include "lab/record/record.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +15,7 @@
 #include <sstream>
 
 #include "lab/base/beside.h"
+#include "lab/base/descriptors.h"
 #include "lab/base/error.h"
 #include "lab/base/files.h"
 #include "lab/base/messages.h"
@@ -34,6 +37,7 @@ namespace fs = std::filesystem;
 
 const fs::path tool_folder = "/opt/nos/bin";
 constexpr const char* prepared_mark = "prepared";  // made by a child that is ready
+constexpr const char* journal_name = "journal";    // in the work folder, then in the capture
 constexpr const char* usual_path = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
 std::string tool_path() {
@@ -137,7 +141,17 @@ void prepare(const record_request& request, const fs::path& work, pid_t recorder
   setenv("PATH", fmt::format("{}/bin:{}", work.string(), path).c_str(), 1);
 }
 
+// By the environment, which any host with the audit's library passes on. A host that its own
+// arguments tell to keep a journal elsewhere does so.
+void offer_journal(const fs::path& file) {
+  const descriptor made = open_file(file, O_WRONLY | O_CREAT | O_APPEND, S_IRUSR | S_IWUSR);
+  const int inherited = fcntl(made.number(), F_DUPFD, STDERR_FILENO + 1);
+  if (inherited < 0) throw lab_error(fmt::format("{}: {}", file.string(), std::strerror(errno)));
+  setenv("TESSEL_JOURNAL", std::to_string(inherited).c_str(), 1);
+}
+
 [[noreturn]] void start_host(const record_request& request, const fs::path& work) {
+  offer_journal(work / journal_name);
   std::vector<std::string> words{(work / "tessel-host").string()};
   if (!names_option(request.host_arguments, "--library"))
     words.insert(words.end(), {"--library", (work / "library" / "libtessel.so").string()});
@@ -277,6 +291,13 @@ void check_record_target(const fs::path& out, const fs::path& logs, const fs::pa
 
 namespace {
 
+// A host without a journal has left the file empty.
+void keep_journal(const fs::path& journal, const fs::path& capture) {
+  std::error_code missing;
+  const auto size = fs::file_size(journal, missing);
+  if (!missing && size > 0) fs::rename(journal, capture / journal_name);
+}
+
 int record_beside(const record_request& request, const fs::path& work) {
   make_work_folders(work);
   const group_end end = run_host(request, work);
@@ -294,6 +315,7 @@ int record_beside(const record_request& request, const fs::path& work) {
     fmt::print(stderr, "tessel-lab: no tool was called; {} was not made\n", request.shown);
     return status;
   }
+  keep_journal(work / journal_name, folder);
   build_beside(request.out, [&](const fs::path& building) {
     write_manifest(head_of(request, folder), folder);
     fs::rename(folder, building);

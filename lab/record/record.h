@@ -10,8 +10,8 @@
 // usual mounts. Where only a user namespace gives the right to mount, a process cannot go back, and
 // they run as files bound elsewhere.
 //
-// OUT becomes a capture: a manifest, the answers and a list of the calls in the order in which they
-// began, with their durations.
+// OUT becomes a capture: a manifest, the answers, a list of the calls in the order in which they
+// began, with their durations, and the journal of the run (docs/JOURNAL.md).
 #pragma once
 
 #include <cstdint>

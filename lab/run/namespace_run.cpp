@@ -53,6 +53,7 @@ void prepare(const run_request& request, const fs::path& record_work) {
   const held logs(request.logs);
   const held folder(request.folder.empty() ? fs::path{"/"} : request.folder);
   const held calls(request.calls.empty() ? fs::path{"/dev/null"} : request.calls);
+  const held journal(request.journal.empty() ? fs::path{"/dev/null"} : request.journal);
   const held record(request.record.empty() ? fs::path{"/"} : record_work);
 
   mount_or_fail("tmpfs", "/opt", "tmpfs", MS_NODEV | MS_NOSUID, "mode=0755");
@@ -63,6 +64,7 @@ void prepare(const run_request& request, const fs::path& record_work) {
   bind_file(host, "/opt/nos/libexec/tessel-host");
   bind_file(library, "/opt/nos/lib/libtessel.so");
   if (!request.calls.empty()) bind_file(calls, "/opt/nos/calls");
+  if (!request.journal.empty()) bind_file(journal, journal_in_namespace);
   if (!request.record.empty()) record.bind_to("/opt/nos/record");
   place_tools(tool_program, tools_there(request));
   if (request.folder.empty())

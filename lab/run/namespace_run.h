@@ -23,6 +23,8 @@
 
 namespace lab {
 
+inline constexpr const char* journal_in_namespace = "/opt/nos/journal";
+
 struct run_request {
   capture answers;               // if `folder` is set, only what its manifest says
   std::filesystem::path folder;  // a capture folder
@@ -31,8 +33,11 @@ struct run_request {
   std::filesystem::path library;
   std::filesystem::path record;  // where to record a capture; absolute, may be empty
   std::filesystem::path calls;   // where to list the tool calls, may be empty
-  std::filesystem::path lab;     // this program
-  std::filesystem::path tool;    // tessel-lab-tool
+  // The file for the host's journal, may be empty. It exists, and `host_arguments` name it
+  // `journal_in_namespace`.
+  std::filesystem::path journal;
+  std::filesystem::path lab;   // this program
+  std::filesystem::path tool;  // tessel-lab-tool
   bool real_ssh = false;
   std::vector<ssh_node> nodes;              // the nodes behind ssh, if `real_ssh`
   std::vector<std::string> host_arguments;  // follow those for library and node id

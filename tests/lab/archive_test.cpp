@@ -81,6 +81,20 @@ TEST_F(archive_test, comes_back_as_packed) {
   EXPECT_LT(fs::file_size(in("packed")), 5000U);
 }
 
+TEST_F(archive_test, brings_the_journal_of_a_recording) {
+  capture c = sample();
+  c.calls = "0.0 0.1 0 0 192.0.0.6/fwd_object_show,-t,lagport,-D\n";
+  c.journal = "{\"n\":1}\n";
+  write_folder(c, in("recorded"));
+  pack_folder(in("recorded"), in("recorded.packed"));
+  unpack_folder(in("recorded.packed"), in("out"));
+  EXPECT_EQ(read_text(in("out") / "journal"), c.journal);
+  EXPECT_EQ(read_capture(in("recorded.packed")).journal, c.journal);
+  EXPECT_EQ(read_capture(in("recorded")).journal, c.journal);
+  EXPECT_EQ(read_capture(in("capture")).journal, "");
+  EXPECT_FALSE(fs::exists(in("capture") / "journal")) << "without one, no file";
+}
+
 TEST_F(archive_test, is_private_to_the_user_in_either_form) {
   unpack_folder(in("packed"), in("out"));
   EXPECT_EQ(run_shell("cd " + scratch_.path().string() + " && find out packed -perm /077 -ls").out,

@@ -72,6 +72,12 @@ TEST(changes, do_not_include_values_that_change_by_themselves) {
   EXPECT_TRUE(changes_between(birch(), b).empty());
 }
 
+TEST(changes, do_not_include_the_journal) {
+  capture b = birch();
+  b.journal = "{\"n\":1}\n";
+  EXPECT_TRUE(changes_between(birch(), b).empty());
+}
+
 TEST(changes, do_not_include_the_order_of_lines) {
   capture a;
   capture b;

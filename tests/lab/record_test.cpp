@@ -307,6 +307,20 @@ TEST_F(recording_test, of_a_replay_is_the_same_capture) {
             "");
 }
 
+TEST_F(recording_test, keeps_the_journal_that_the_host_writes) {
+  record("tool iface_show 'echo x'", "iface_show; printf '{\"n\":1}\\n' >&$TESSEL_JOURNAL");
+  EXPECT_EQ(kept("journal"), "{\"n\":1}\n");
+  EXPECT_EQ(fs::status(scratch_.path() / "cap" / "journal").permissions(),
+            fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_EQ(replay("iface_show; echo \"${TESSEL_JOURNAL-none}\"").out, "x\nnone\n");
+}
+
+TEST_F(recording_test, of_a_host_without_a_journal_has_none) {
+  record("tool iface_show 'echo x'", "iface_show");
+  EXPECT_TRUE(is_kept("calls"));
+  EXPECT_FALSE(is_kept("journal"));
+}
+
 TEST_F(recording_test, streams_large_outputs) {
   // Four times the size of a pipe; the reader gets the first byte while the tool still writes.
   const std::string tools =

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "lab/capture/redact_addresses.h"
+#include "lab/capture/redact_journal.h"
 #include "support.h"
 
 namespace {
@@ -323,6 +324,69 @@ TEST(redacted, answer_cut_off_inside_a_banner_ends_the_banner) {
   redact(c);
   EXPECT_EQ(answer_to(c, "local", "cfg_render -a"), "banner motd #text-1\ntext-2");
   EXPECT_EQ(answer_to(c, "local", "cfg_render -b"), "interface Bundle-Ether1\n mtu 9216\n");
+}
+
+std::string journal_of(const std::string& lines) {
+  return redacted_journal(lines, [](const std::string& text) { return "<" + text + ">"; });
+}
+
+TEST(redacted_journal, has_its_texts_redacted_and_all_else_as_it_was) {
+  EXPECT_EQ(journal_of(R"({"n":1,"event":"run","format":1,"version":"0.1.0",)"
+                       R"("time":"2026-11-22T11:05:00.123Z","pid":4711,"node_id":4096})"
+                       "\n"),
+            R"({"n":1,"event":"run","format":1,"version":"0.1.0",)"
+            R"("time":"2026-11-22T11:05:00.123Z","pid":4711,"node_id":4096})"
+            "\n");
+  EXPECT_EQ(journal_of(R"({"n":3,"event":"end","id":1,"at":0.014302,"pid":null,"node":null,)"
+                       R"("npu":"0","command":"a -c \"b\" {,:","seconds":0.003566,"signal":9})"
+                       "\n"),
+            R"({"n":3,"event":"end","id":1,"at":0.014302,"pid":null,"node":null,)"
+            R"("npu":"0","command":"<a -c \"b\" {,:>","seconds":0.003566,"signal":9})"
+            "\n");
+  EXPECT_EQ(journal_of(R"({"node":"0/0/CPU0","status":0,"bytes":3})"
+                       "\n"
+                       R"({"failed":"x"})"),
+            R"({"node":"<0/0/CPU0>","status":0,"bytes":3})"
+            "\n"
+            R"({"failed":"<x>"})"
+            "\n");
+}
+
+TEST(redacted_journal, has_nothing_that_nobody_can_be_certain_about) {
+  const redacted_row rows[] = {
+      {"a control character beside an address", R"x({"n":1,"command":"\n10.1.1.1"})x",
+       R"x({"n":1,"command":"(removed)"})x"},
+      {"one that the audit has made visible", R"x({"n":1,"failed":"\\x0a10.1.1.1"})x",
+       R"x({"n":1,"failed":"(removed)"})x"},
+      {"a character that is not ASCII", "{\"n\":1,\"failed\":\"\xc3\xa4\"}",
+       R"x({"n":1,"failed":"(removed)"})x"},
+      {"an address that was cut", R"x({"n":1,"command":"ssh 10.1.1","cut":true})x",
+       R"x({"n":1,"command":"(removed)","cut":true})x"},
+      {"a key that no journal has", R"x({"n":1,"note":"10.1.1.1","id":2})x", R"x({"n":1,"id":2})x"},
+      {"a text in place of a number", R"x({"n":1,"id":"10.1.1.1"})x", R"x({"n":1})x"},
+      {"a number that is none", R"x({"n":1,"id":core-7})x", R"x({"n":1})x"},
+      {"another event", R"x({"n":1,"event":"10.1.1.1"})x", R"x({"n":1})x"},
+  };
+  for (const redacted_row& r : rows)
+    EXPECT_EQ(journal_of(r.text + std::string{"\n"}), r.redacted + std::string{"\n"}) << r.why;
+  for (const char* line :
+       {"", "10.1.1.1", "{", "{}", R"({"n":1)", R"({"n":1} 10.1.1.1)", R"({"n":1,})", R"({"n)",
+        R"({"command":"10.1.1.1)", R"({"command":"10.1.1.1\)", R"({"n":[1]})", R"([{"n":1}])"})
+    EXPECT_EQ(journal_of(std::string{line} + "\n"), "") << line;
+}
+
+TEST(redacted_journal, of_a_capture_has_the_replacements_of_its_answers) {
+  capture c = sample();
+  c.journal = R"({"n":1,"command":"ssh 192.0.0.6 ping 10.1.1.1","failed":"core-7: 10.9.9.9"})"
+              "\n";
+  redact(c);
+  const std::string configuration = answer_to(c, "local", "cfg_render -c");
+  EXPECT_THAT(configuration, HasSubstr("ipv4 address 240.0.0."));
+  const std::size_t at = configuration.find("ipv4 address 240.0.0.") + 13;
+  const std::string address = configuration.substr(at, configuration.find(' ', at) - at);
+  EXPECT_THAT(c.journal, HasSubstr(R"("command":"ssh 192.0.0.6 ping )" + address + R"(",)"));
+  EXPECT_THAT(c.journal, HasSubstr(R"("failed":"name-)"));
+  EXPECT_THAT(c.journal, Not(HasSubstr("10.9.9.9")));
 }
 
 TEST(redacted, of_one_capture_is_always_the_same) {

@@ -422,6 +422,41 @@ TEST_F(namespace_test, keeps_the_calls) {
   EXPECT_EQ(read_text(calls), "plat_nodes_show -v\nlagmgr_health\n");
 }
 
+// Takes the value of the last option --journal, as the host does.
+constexpr const char* journaling =
+    "while [ $# -gt 0 ]; do case $1 in --journal) file=$2;; --journal=*) file=${1#*=};; esac\n"
+    "shift; done; echo line >>$file; echo $file";
+
+TEST_F(namespace_test, the_hosts_journal_is_the_callers_file) {
+  const std::string folder = scratch_.path().string();
+  const std::string run = "cd " + folder +
+                          "; TESSEL_LAB_ROUTERS=" LAB_ROUTERS " timeout 60 " LAB_PROGRAM
+                          " run birch-small --host ./host.sh --library"
+                          " library --logs logs -- ";
+  host(journaling, "birch-small");
+  const outcome relative = run_shell(run + "--journal relative");
+  EXPECT_EQ(relative.out, "/opt/nos/journal\n") << relative.err;
+  EXPECT_EQ(read_text(scratch_.path() / "relative"), "line\n");
+  EXPECT_EQ(fs::status(scratch_.path() / "relative").permissions(),
+            fs::perms::owner_read | fs::perms::owner_write);
+  run_shell(run + "--journal=" + folder + "/first --journal=" + folder + "/last");
+  EXPECT_EQ(read_text(scratch_.path() / "last"), "line\n");
+  run_shell(run + "--journal logs/journal");
+  EXPECT_EQ(read_text(logs() / "journal"), "line\n");
+}
+
+TEST_F(namespace_test, a_journal_that_cannot_become_a_file_is_refused_before_the_audit) {
+  const fs::path link = scratch_.path() / "link";
+  fs::create_symlink("nowhere", link);
+  const outcome refused = host("echo ran", "birch-small -- --journal " + link.string());
+  EXPECT_EQ(refused.out, "");
+  EXPECT_EQ(refused.err,
+            "tessel-lab: " + link.string() + ": is not a file; name another with --journal\n");
+  const std::string lost = (scratch_.path() / "no" / "such").string();
+  EXPECT_EQ(host("echo ran", "birch-small -- --journal " + lost).err,
+            "tessel-lab: " + lost + ": cannot be written: No such file or directory\n");
+}
+
 TEST_F(namespace_test, runs_a_capture_folder) {
   const fs::path folder = scratch_.path() / "capture";
   ASSERT_EQ(lab_program("render aspen-standby " + folder.string()).status, 0);
