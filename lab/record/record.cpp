@@ -141,8 +141,8 @@ void prepare(const record_request& request, const fs::path& work, pid_t recorder
   setenv("PATH", fmt::format("{}/bin:{}", work.string(), path).c_str(), 1);
 }
 
-// By the environment, which any host with the audit's library passes on. A host that its own
-// arguments tell to keep a journal elsewhere does so.
+// By the environment: any host with the audit's library then writes a journal. A host whose own
+// arguments name a file for it writes there.
 void offer_journal(const fs::path& file) {
   const descriptor made = open_file(file, O_WRONLY | O_CREAT | O_APPEND, S_IRUSR | S_IWUSR);
   const int inherited = fcntl(made.number(), F_DUPFD, STDERR_FILENO + 1);

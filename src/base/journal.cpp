@@ -177,16 +177,20 @@ struct run_journal::room {
 
 template <class Fill>
 void run_journal::room::add(std::string_view event, Fill fill) noexcept {
-  std::unique_lock lock(mutex);
-  if (is_ended) return;
-  journal_line line;
-  add_numbers(line, "{{\"n\":{},\"event\":", ++number);
-  line.add_quoted(event, longest_name);
-  fill(line);
-  if (line.is_cut()) line.add(",\"cut\":true");
-  line.add("}");
-  keep(line.text());
-  write_waiting(lock);
+  try {
+    std::unique_lock lock(mutex);
+    if (is_ended) return;
+    journal_line line;
+    add_numbers(line, "{{\"n\":{},\"event\":", ++number);
+    line.add_quoted(event, longest_name);
+    fill(line);
+    if (line.is_cut()) line.add(",\"cut\":true");
+    line.add("}");
+    keep(line.text());
+    write_waiting(lock);
+  } catch (const std::exception&) {
+    // Nothing above allocates; whatever it was, it costs the line.
+  }
 }
 
 void run_journal::room::keep(std::string_view line) {
@@ -291,7 +295,7 @@ journaled_command::journaled_command(const run_journal& journal, std::string_vie
                                      std::string_view npu) noexcept
     : room_(journal.room_.get()), node_(node), npu_(npu) {}
 
-void journaled_command::add_subject(journal_line& line) const noexcept {
+void journaled_command::add_subject(journal_line& line) const {
   if (shell_ != 0) {
     add_numbers(line, ",\"pid\":{}", shell_);
   } else {
@@ -303,7 +307,7 @@ void journaled_command::add_subject(journal_line& line) const noexcept {
   line.add_quoted(line_, longest_command);
 }
 
-void journaled_command::add_end(journal_line& line) const noexcept {
+void journaled_command::add_end(journal_line& line) const {
   add_numbers(line, ",\"id\":{}", id_);
   add_seconds(line, ",\"at\":", room_->now());
   add_subject(line);

@@ -82,8 +82,8 @@ class journaled_command {
 
  private:
   using clock = std::chrono::steady_clock;
-  void add_subject(journal_line& line) const noexcept;
-  void add_end(journal_line& line) const noexcept;
+  void add_subject(journal_line& line) const;
+  void add_end(journal_line& line) const;
 
   run_journal::room* room_;
   std::string_view node_;
