@@ -1,0 +1,166 @@
+// One run of the audit as the desk sees it: what it found, what each layer said about each object,
+// and what it asked at all. The readers fill it, the judge and the views only read it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "desk/model/names.h"
+
+namespace desk {
+
+// ---- Objects ------------------------------------------------------------------------------------
+
+enum class object_kind : std::uint8_t { router, node, chip, bundle, member, sub_bundle, entry };
+
+// An object as a finding names it. `bundle` is empty if no bundle is concerned or none is known.
+struct object_ref {
+  object_kind kind = object_kind::router;
+  std::string bundle;  // "BE12"
+  std::string name;    // "BE12", "0/0/0/1", "BE12.100", "0/0/CPU0", an entry's description
+  bool operator==(const object_ref&) const = default;
+};
+
+// A text that is kept once, however many cells hold it.
+using text_id = std::uint32_t;
+
+class text_pool {
+ public:
+  text_id keep(std::string_view text);
+  [[nodiscard]] std::string_view text(text_id id) const { return *texts_[id]; }
+
+ private:
+  std::unordered_map<std::string, text_id> ids_;
+  std::vector<const std::string*> texts_;
+};
+
+inline constexpr std::int16_t no_place = -1;
+
+// What one source said about one field of an object. A router of the largest size has a million.
+struct cell {
+  field what = field::none;
+  source from = source::none;
+  std::int16_t node = no_place;  // index in run::nodes; no_place: the router as a whole
+  std::int16_t npu = no_place;
+  text_id value = 0;
+};
+
+struct object {
+  object_kind kind = object_kind::bundle;
+  std::string name;
+  std::size_t bundle = 0;  // index of its bundle in run::objects; of a bundle: its own
+  bool is_configured = false;
+  std::vector<cell> cells;
+  std::vector<std::size_t> parts;  // of a bundle: its members and sub-bundles
+};
+
+// ---- Nodes and coverage -------------------------------------------------------------------------
+
+struct node {
+  std::string name;  // "0/0/CPU0"
+  std::string address;
+  std::string asic;
+  std::string role;  // "Active", "Standby", "Not set"
+  std::string band;
+  std::string type;  // "LC", "RP"
+  bool takes_part = false;
+  bool has_supported_asic = false;
+  std::vector<std::string> npus;
+};
+
+enum class coverage_state : std::uint8_t {
+  read,
+  partly,
+  empty,
+  failed,
+  not_understood,
+  never_asked,
+  unknown
+};
+
+// What came of asking one layer on one node, or one chip.
+struct coverage {
+  layer of = layer::none;
+  std::string node;  // empty: the router as a whole
+  std::string npu;   // empty: the node as a whole
+  coverage_state state = coverage_state::unknown;
+  std::string reason;   // in words; empty only if the state is read
+  std::string command;  // the read-only command that shows it; may be empty
+};
+
+// ---- Findings -----------------------------------------------------------------------------------
+
+enum class finding_kind : std::uint8_t {
+  inconsistency,
+  programming,
+  delay_delete,
+  stale,
+  health,
+  failure,
+  note
+};
+
+struct finding {
+  std::string code;  // "TC-101"; "TC-000" for a line that the catalogue does not know
+  finding_kind kind = finding_kind::inconsistency;
+  object_ref object;
+  std::string node;  // empty: none is named
+  std::string npu;
+  layer of = layer::none;  // the layer that the message names
+  field what = field::none;
+  std::string reported;  // by the layer that is named
+  std::string known;     // from the layers before
+  std::string text;      // the whole message, without the time
+  std::string time;      // "2026-11-22 11:01:03,219"; empty in logs without time stamps
+  std::string log;       // the file's name: "tessel_inconsistencies.log"
+  std::size_t line = 0;  // in that file, from 1
+  std::optional<std::uint64_t> number;  // the finding's own count in the run
+};
+
+// Code, object, node, NPU and layer, in a form that stays the same from run to run and from
+// version to version: "TC-103|member|BE1|0/0/0/1|0/0/CPU0|0|DPA". Values, numbers and times are
+// not in it, so a finding whose values changed is the same finding.
+[[nodiscard]] std::string fingerprint(const finding& of);
+
+// ---- The run ------------------------------------------------------------------------------------
+
+enum class run_end : std::uint8_t {
+  complete,  // it came to its result table
+  stopped,   // it ended before: too little could be read
+  cut_off,   // its logs end in the middle
+  unknown
+};
+
+struct run {
+  std::string started;  // as in the logs, empty if unknown
+  std::string router_type;
+  std::string origin;  // the folder or the capture that was read
+  run_end end = run_end::unknown;
+  std::vector<std::string> marks;  // what is partial, lost or not understood, a sentence each
+  std::vector<node> nodes;
+  std::vector<object> objects;
+  std::vector<coverage> covered;
+  std::vector<finding> findings;
+  std::map<finding_kind, std::size_t> counts;  // of findings that were counted, also of lost ones
+  text_pool texts;
+  bool has_snapshot = false;
+  bool has_journal = false;
+  bool has_chip_tables = false;
+
+  // The object, or nothing. A member is looked up with its bundle.
+  [[nodiscard]] const object* find(object_kind kind, std::string_view bundle,
+                                   std::string_view name) const;
+  // The index of the object, which is made if it is missing; its bundle as well.
+  std::size_t object_at(object_kind kind, std::string_view bundle, std::string_view name);
+  [[nodiscard]] std::int16_t node_index(std::string_view name) const;  // no_place if it is unknown
+
+  std::unordered_map<std::string, std::size_t> index;  // of objects, by kind, bundle and name
+};
+
+}  // namespace desk
