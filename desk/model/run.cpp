@@ -1,0 +1,70 @@
+#include "desk/model/run.h"
+
+#include <fmt/format.h>
+
+namespace desk {
+
+namespace {
+
+std::string key_of(object_kind kind, std::string_view bundle, std::string_view name) {
+  return fmt::format("{} {} {}", static_cast<int>(kind), bundle, name);
+}
+
+std::string_view word_of(object_kind kind) {
+  switch (kind) {
+    case object_kind::router:
+      return "router";
+    case object_kind::node:
+      return "node";
+    case object_kind::chip:
+      return "chip";
+    case object_kind::bundle:
+      return "bundle";
+    case object_kind::member:
+      return "member";
+    case object_kind::sub_bundle:
+      return "sub-bundle";
+    case object_kind::entry:
+      break;
+  }
+  return "entry";
+}
+
+}  // namespace
+
+text_id text_pool::keep(std::string_view text) {
+  const auto [at, is_new] =
+      ids_.try_emplace(std::string(text), static_cast<text_id>(texts_.size()));
+  if (is_new) texts_.push_back(&at->first);
+  return at->second;
+}
+
+std::string fingerprint(const finding& of) {
+  return fmt::format("{}|{}|{}|{}|{}|{}|{}", of.code, word_of(of.object.kind), of.object.bundle,
+                     of.object.name, of.node, of.npu, word_for(of.of));
+}
+
+const object* run::find(object_kind kind, std::string_view bundle, std::string_view name) const {
+  const auto at = index.find(key_of(kind, bundle, name));
+  return at == index.end() ? nullptr : &objects[at->second];
+}
+
+std::size_t run::object_at(object_kind kind, std::string_view bundle, std::string_view name) {
+  const auto [at, is_new] = index.try_emplace(key_of(kind, bundle, name), objects.size());
+  const std::size_t found = at->second;
+  if (!is_new) return found;
+  objects.push_back({.kind = kind, .name = std::string(name), .bundle = found});
+  if (kind == object_kind::bundle) return found;
+  const std::size_t parent = object_at(object_kind::bundle, bundle, bundle);
+  objects[found].bundle = parent;
+  objects[parent].parts.push_back(found);
+  return found;
+}
+
+std::int16_t run::node_index(std::string_view name) const {
+  for (std::size_t i = 0; i < nodes.size(); ++i)
+    if (nodes[i].name == name) return static_cast<std::int16_t>(i);
+  return no_place;
+}
+
+}  // namespace desk
