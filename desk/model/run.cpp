@@ -53,7 +53,10 @@ std::size_t run::object_at(object_kind kind, std::string_view bundle, std::strin
   const auto [at, is_new] = index.try_emplace(key_of(kind, bundle, name), objects.size());
   const std::size_t found = at->second;
   if (!is_new) return found;
-  objects.push_back({.kind = kind, .name = std::string(name), .bundle = found});
+  object& made = objects.emplace_back();
+  made.kind = kind;
+  made.name = name;
+  made.bundle = found;
   if (kind == object_kind::bundle) return found;
   const std::size_t parent = object_at(object_kind::bundle, bundle, bundle);
   objects[found].bundle = parent;
