@@ -189,7 +189,7 @@ sub documented_messages {
         $in_table = $1 if $next =~ /^\| ---/ && $lines[$at] =~ /^\| (\w+) \|/;
         $in_table = undef if $lines[$at] eq '';
         my $is_row  = $in_table && $in_table =~ /^(?:note|message|line)$/ && $lines[$at] =~ /^\| `([^`]+)`/;
-        my $is_term = !$is_row && $next =~ /^: / && $lines[$at] =~ /^`([^`]+)`$/;
+        my $is_term = !$is_row && $next =~ /^: / && $lines[$at] =~ /^`([^`]+)`(?: TC-\d{3})?$/;
         push @messages, [ $at + 1, $1 ] if $is_row || $is_term;
     }
     return @messages;

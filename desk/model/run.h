@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <unordered_map>
 #include <vector>
 
@@ -64,6 +65,7 @@ struct object {
 
 struct node {
   std::string name;  // "0/0/CPU0"
+  std::string id;    // decimal, as the chips' shell takes it
   std::string address;
   std::string asic;
   std::string role;  // "Active", "Standby", "Not set"
@@ -71,6 +73,7 @@ struct node {
   std::string type;  // "LC", "RP"
   bool takes_part = false;
   bool has_supported_asic = false;
+  bool is_empty_slot = false;  // listed, but nothing is there
   std::vector<std::string> npus;
 };
 
@@ -92,6 +95,14 @@ struct coverage {
   coverage_state state = coverage_state::unknown;
   std::string reason;   // in words; empty only if the state is read
   std::string command;  // the read-only command that shows it; may be empty
+};
+
+// Where a member sits, as its port object says.
+struct place {
+  std::int16_t node = no_place;
+  std::int16_t npu = no_place;
+  std::string core;
+  std::string port;  // in the packet processor
 };
 
 // ---- Findings -----------------------------------------------------------------------------------
@@ -149,6 +160,12 @@ struct run {
   std::vector<finding> findings;
   std::map<finding_kind, std::size_t> counts;  // of findings that were counted, also of lost ones
   text_pool texts;
+  std::map<std::size_t, place> places;                            // of members, by object
+  std::unordered_map<text_id, std::vector<std::size_t>> lag_ids;  // known id to bundles
+  // How many entries a table holds; a table that is missing has not come to the snapshot.
+  std::map<std::tuple<source, std::int16_t, std::int16_t>, std::size_t> tables;
+  std::map<std::string, std::string> stores;  // dump to "read", "empty", "not understood"
+  std::vector<std::string> complaints;        // of the tools, from the debug log
   bool has_snapshot = false;
   bool has_journal = false;
   bool has_chip_tables = false;

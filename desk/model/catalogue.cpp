@@ -1,0 +1,210 @@
+#include "desk/model/catalogue.h"
+
+#include <algorithm>
+#include <array>
+
+namespace desk {
+
+namespace {
+
+struct roles_of_code {
+  std::string_view code;
+  std::string_view roles;
+  field what = field::none;
+};
+
+// What stands in the blanks of each message that concerns a router's layers or nodes. "lead" names
+// the cause of a failure.
+constexpr std::array roles_table = std::to_array<roles_of_code>({
+    {"TC-101", "number layer kind node", field::presence},
+    {"TC-102", "number layer object", field::presence},
+    {"TC-103", "number object", field::presence},
+    {"TC-104", "number object layer known reported", field::lag_id},
+    {"TC-105", "number object layer known reported", field::mtu},
+    {"TC-106", "number object layer reported known", field::rif},
+    {"TC-107", "number object layer reported known", field::member_id},
+    {"TC-108", "number object layer reported known", field::lif},
+    {"TC-109", "number object layer reported known", field::lif},
+    {"TC-110", "number object layer reported known", field::mac},
+    {"TC-111", "number object layer reported known", field::type},
+    {"TC-112", "number object reported known", field::vlan_domain},
+    {"TC-113", "number member object", field::npu},
+    {"TC-114", "number reported known", field::none},
+    {"TC-115", "number lag object", field::presence},
+    {"TC-116", "number lag object npu", field::presence},
+    {"TC-117", "number member object npu", field::presence},
+    {"TC-118", "number member object npu", field::mtu},
+    {"TC-201", "number object", field::vlan_domain},
+    {"TC-202", "number object known member reported", field::vlan_domain},
+    {"TC-203", "number lif object", field::presence},
+    {"TC-204", "number lif object", field::lif},
+    {"TC-205", "number rif object", field::rif},
+    {"TC-206", "number known reported object", field::mac},
+    {"TC-207", "number object lif", field::lif},
+    {"TC-301", "object", field::deletion},
+    {"TC-401", "layer number", field::presence},
+});
+
+std::vector<std::string_view> pieces_of(std::string_view wording) {
+  std::vector<std::string_view> pieces;
+  for (std::size_t at = wording.find("{}"); at != std::string_view::npos; at = wording.find("{}")) {
+    pieces.push_back(wording.substr(0, at));
+    wording.remove_prefix(at + 2);
+  }
+  pieces.push_back(wording);
+  return pieces;
+}
+
+// The blanks of a text, each as short as possible but the first of a failure, whose cause may hold
+// anything; nothing if the text does not read so.
+std::optional<std::vector<std::string_view>> blanks_of(std::string_view text,
+                                                       std::string_view wording) {
+  const auto pieces = pieces_of(wording);
+  std::vector<std::string_view> blanks;
+  if (!text.starts_with(pieces.front()) || !text.ends_with(pieces.back())) return {};
+  if (pieces.size() == 1) return text == wording ? std::optional(blanks) : std::nullopt;
+  if (text.size() < pieces.front().size() + pieces.back().size()) return {};
+  text.remove_prefix(pieces.front().size());
+  text.remove_suffix(pieces.back().size());
+  for (std::size_t i = 1; i + 1 < pieces.size(); ++i) {
+    const bool is_cause = i == 1 && pieces.front().empty();
+    const std::size_t at = is_cause ? text.rfind(pieces[i]) : text.find(pieces[i]);
+    if (at == std::string_view::npos) return {};
+    blanks.push_back(text.substr(0, at));
+    text.remove_prefix(at + pieces[i].size());
+  }
+  blanks.push_back(text);
+  return blanks;
+}
+
+std::size_t fixed_length(std::string_view wording) {
+  std::size_t length = 0;
+  for (const std::string_view piece : pieces_of(wording)) length += piece.size();
+  return length;
+}
+
+// ---- Reading the page ---------------------------------------------------------------------------
+
+std::vector<std::string_view> lines_of(std::string_view page) {
+  std::vector<std::string_view> lines;
+  while (!page.empty()) {
+    const std::size_t end = page.find('\n');
+    lines.push_back(page.substr(0, end));
+    page.remove_prefix(end == std::string_view::npos ? page.size() : end + 1);
+  }
+  return lines;
+}
+
+// "`wording` TC-103" with or without the bar of a table before it.
+bool read_head(std::string_view line, catalogue_entry& entry) {
+  constexpr std::size_t code_length = 6;
+  if (line.starts_with("`TC-")) {  // an entry for texts of another tool, without a wording of ours
+    entry.code = line.substr(1, code_length);
+    return true;
+  }
+  if (line.starts_with("| ")) line.remove_prefix(2);
+  if (!line.starts_with("`")) return false;
+  const std::size_t end = line.find('`', 1);
+  if (end == std::string_view::npos || !line.substr(end).starts_with("` TC-")) return false;
+  entry.wording = line.substr(1, end - 1);
+  entry.code = line.substr(end + 2, code_length);
+  return true;
+}
+
+// The cells of a row behind the first one, each in a line of its own, after the column's heading.
+std::string text_of_row(std::string_view row, std::string_view heading) {
+  std::string text;
+  const auto next_cell = [](std::string_view& of) {
+    of.remove_prefix(std::min(
+        of.size(), of.find("| ") == std::string_view::npos ? of.size() : of.find("| ") + 2));
+    std::string_view cell = of.substr(0, of.find(" |"));
+    return cell;
+  };
+  next_cell(row);
+  next_cell(heading);
+  for (std::string_view cell = next_cell(row); !cell.empty(); cell = next_cell(row)) {
+    const std::string_view name = next_cell(heading);
+    text.append(name).append(": ").append(cell).append("\n");
+  }
+  return text;
+}
+
+void add_details(catalogue_entry& entry) {
+  const auto* at = std::find_if(roles_table.begin(), roles_table.end(),
+                                [&](const roles_of_code& one) { return one.code == entry.code; });
+  if (at == roles_table.end()) return;
+  entry.roles = at->roles;
+  entry.what = at->what;
+}
+
+std::vector<catalogue_entry> read_page() {
+  std::vector<catalogue_entry> entries;
+  std::string_view section;
+  std::string_view heading;
+  const auto lines = lines_of(findings_page());
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    if (lines[i].starts_with("#")) section = lines[i].substr(lines[i].find_first_not_of("# "));
+    if (i + 1 < lines.size() && lines[i + 1].starts_with("| ---")) heading = lines[i];
+    catalogue_entry entry;
+    if (!read_head(lines[i], entry)) continue;
+    entry.section = section;
+    if (lines[i].starts_with("|")) {
+      entry.text = text_of_row(lines[i], heading);
+    } else {
+      if (entry.wording.empty())
+        entry.text.append(lines[i].substr(lines[i].find("– ") + 4)).append("\n");
+      for (++i; i < lines.size() && !lines[i].empty(); ++i)
+        entry.text.append(lines[i].substr(lines[i].starts_with(": ") ? 2 : 0)).append("\n");
+    }
+    // Two phases share one message: one entry with both explanations.
+    const auto same = std::find_if(entries.begin(), entries.end(),
+                                   [&](const auto& one) { return one.code == entry.code; });
+    if (same != entries.end()) {
+      same->text += entry.text;
+      continue;
+    }
+    add_details(entry);
+    entries.push_back(std::move(entry));
+  }
+  return entries;
+}
+
+}  // namespace
+
+const std::vector<catalogue_entry>& catalogue() {
+  static const std::vector<catalogue_entry> entries = read_page();
+  return entries;
+}
+
+const catalogue_entry* entry_of(std::string_view code) {
+  const auto& all = catalogue();
+  const auto at =
+      std::find_if(all.begin(), all.end(), [&](const auto& one) { return one.code == code; });
+  return at == all.end() ? nullptr : &*at;
+}
+
+std::string_view recognised::at(std::string_view role) const {
+  std::string_view roles = entry->roles;
+  for (const std::string_view blank : blanks) {
+    const std::size_t end = std::min(roles.find(' '), roles.size());
+    if (roles.substr(0, end) == role) return blank;
+    roles.remove_prefix(std::min(end + 1, roles.size()));
+  }
+  return {};
+}
+
+std::optional<recognised> recognise(std::string_view text) {
+  std::optional<recognised> best;
+  std::size_t best_length = 0;
+  for (const catalogue_entry& entry : catalogue()) {
+    const std::size_t length = fixed_length(entry.wording);
+    if (length <= best_length) continue;
+    if (auto blanks = blanks_of(text, entry.wording)) {
+      best = recognised{&entry, std::move(*blanks)};
+      best_length = length;
+    }
+  }
+  return best;
+}
+
+}  // namespace desk

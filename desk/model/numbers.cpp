@@ -1,0 +1,46 @@
+#include "desk/model/numbers.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+
+namespace desk {
+
+std::optional<std::uint64_t> number_in(std::string_view text) {
+  int base = 10;
+  if (text.starts_with("0x") || text.starts_with("0X")) {
+    base = 16;
+    text.remove_prefix(2);
+  }
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
+  if (text.empty() || error != std::errc{} || end != text.data() + text.size()) return {};
+  return number;
+}
+
+std::string decimal_of(std::string_view text) {
+  const auto number = number_in(text);
+  return number ? std::to_string(*number) : std::string(text);
+}
+
+bool same_end(std::string_view global_port, std::string_view system_port) {
+  while (!system_port.empty() && (system_port.front() == '0' || system_port.front() == 'x'))
+    system_port.remove_prefix(1);
+  return !system_port.empty() && global_port.ends_with(system_port);
+}
+
+std::string compared_form(field what, std::string_view value) {
+  constexpr std::uint64_t low_bits = 0xffff;  // a layer may print more, none compares them
+  if (what == field::mac) {
+    std::string digits;
+    for (const char c : value)
+      if (c != '.' && c != ':')
+        digits += c >= 'A' && c <= 'F' ? static_cast<char>(c - 'A' + 'a') : c;
+    return digits;
+  }
+  const auto number = number_in(value);
+  if (!number) return std::string(value);
+  return fmt::format("{:#x}", what == field::lif ? *number & low_bits : *number);
+}
+
+}  // namespace desk

@@ -1,0 +1,27 @@
+// Values of the tools are texts: hexadecimal with "0x", or decimal.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "desk/model/names.h"
+
+namespace desk {
+
+// The number of a text that is one, decimal or after "0x".
+[[nodiscard]] std::optional<std::uint64_t> number_in(std::string_view text);
+
+// Its decimal digits; the text itself if it is no number.
+[[nodiscard]] std::string decimal_of(std::string_view text);
+
+// Whether a global port of a chip ends with the significant digits of a system port, which is
+// printed with fewer digits.
+[[nodiscard]] bool same_end(std::string_view global_port, std::string_view system_port);
+
+// The form in which two values of a field are compared: a number without leading zeros, the low 16
+// bits of a global LIF, a MAC in lower case without separators.
+[[nodiscard]] std::string compared_form(field what, std::string_view value);
+
+}  // namespace desk

@@ -1,0 +1,41 @@
+// The dumps that the audit leaves in its debug log and in the log of stale entries:
+//
+//     'Start of BM PI entries...'
+//     {
+//        "BE1":{
+//     ...
+//     'End of BM PI entries...'
+//
+// They reach hundreds of megabytes, so they pass by as single values and are never held.
+#pragma once
+
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace desk {
+
+// The keys from the outermost map to the value; an element of a list has the empty key.
+using dump_path = std::span<const std::string>;
+
+struct dump_taker {
+  // A text, number or other plain value, as text. A number has its own digits.
+  std::function<void(std::string_view label, dump_path path, std::string_view value)> value;
+  // A map begins, also an empty one. Not called for the outermost one.
+  std::function<void(std::string_view label, dump_path path)> map;
+  // A dump begins or has ended. At its end: whether it was whole and could be read.
+  std::function<void(std::string_view label)> begins;
+  std::function<void(std::string_view label, bool is_whole)> ended;
+  // Any other line of the file, outside of the dumps.
+  std::function<void(std::string_view line)> line;
+  // Whether the values of this dump are wanted at all.
+  std::function<bool(std::string_view label)> wants;
+};
+
+// Reads all dumps of a file. Returns what is missing or not understood, a sentence each; throws
+// `read_error` if the file cannot be read.
+[[nodiscard]] std::vector<std::string> read_dumps(const std::string& path, const dump_taker& taker);
+
+}  // namespace desk
