@@ -20,6 +20,7 @@ struct catalogue_entry {
   std::string text;          // what the page says about it, in plain text, wrapped as there
   std::string roles;         // a word for each {}: "number object layer known reported"
   field what = field::none;  // the field that it is about
+  layer of = layer::none;    // the layer that it is about, where no blank names it
 };
 
 [[nodiscard]] const std::vector<catalogue_entry>& catalogue();

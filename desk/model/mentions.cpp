@@ -1,0 +1,158 @@
+#include "desk/model/mentions.h"
+
+#include <algorithm>
+#include <array>
+
+namespace desk {
+
+namespace {
+
+bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+bool is_word(char c) {
+  return is_digit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+
+std::size_t digits_at(std::string_view text, std::size_t from) {
+  std::size_t end = from;
+  while (end < text.size() && is_digit(text[end])) ++end;
+  return end - from;
+}
+
+// "BE12" or "BE12.100" behind a word that stands for a bundle; empty if there is none from here on.
+struct bundle_name {
+  std::string bundle;
+  std::string sub;  // the whole name, if it is one of a sub-bundle
+  std::size_t end = std::string_view::npos;
+};
+
+bundle_name next_bundle(std::string_view text, std::size_t from) {
+  constexpr std::array<std::string_view, 2> words = {"Bundle-Ether", "BE"};
+  for (std::size_t at = from; at < text.size(); ++at) {
+    if (text[at] != 'B' || (at != 0 && is_word(text[at - 1]))) continue;
+    for (const std::string_view word : words) {
+      if (!text.substr(at).starts_with(word)) continue;
+      const std::size_t number = at + word.size();
+      const std::size_t length = digits_at(text, number);
+      if (length == 0) continue;
+      bundle_name found;
+      found.bundle = "BE" + std::string(text.substr(number, length));
+      found.end = number + length;
+      const bool has_point = found.end < text.size() && text[found.end] == '.';
+      const std::size_t sub = has_point ? digits_at(text, found.end + 1) : 0;
+      if (sub != 0) {
+        found.sub = found.bundle + std::string(text.substr(found.end, sub + 1));
+        found.end += sub + 1;
+      }
+      return found;
+    }
+  }
+  return {};
+}
+
+// "0/0/0/1" or "0/0/0/1/2", also behind the name of a port's type.
+std::string member_in(std::string_view text) {
+  constexpr std::size_t fewest_slashes = 3;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (!is_digit(text[at]) || (at != 0 && (is_digit(text[at - 1]) || text[at - 1] == '/')))
+      continue;
+    std::size_t end = at + digits_at(text, at);
+    std::size_t slashes = 0;
+    while (end + 1 < text.size() && text[end] == '/' && is_digit(text[end + 1])) {
+      ++slashes;
+      end += 1 + digits_at(text, end + 1);
+    }
+    const bool goes_on = end < text.size() && (text[end] == '/' || is_word(text[end]));
+    if (slashes >= fewest_slashes && !goes_on) return std::string(text.substr(at, end - at));
+    at = end - 1;
+  }
+  return {};
+}
+
+// The name of a node ends with "/CPU" and a digit on every router.
+std::string node_in(std::string_view text) {
+  const std::size_t at = text.find("/CPU");
+  if (at == std::string_view::npos) return {};
+  std::size_t begin = at;
+  while (begin > 0 && (is_word(text[begin - 1]) || text[begin - 1] == '/')) --begin;
+  // "..._node0/0/CPU0" in the description of an entry.
+  constexpr std::string_view word = "_node";
+  const std::size_t prefix = text.substr(begin, at - begin).rfind(word);
+  if (prefix != std::string_view::npos) begin += prefix + word.size();
+  constexpr std::size_t length_of_cpu = 4;
+  const std::size_t end = at + length_of_cpu;
+  return std::string(text.substr(begin, end + digits_at(text, end) - begin));
+}
+
+std::string npu_in(std::string_view text) {
+  for (const std::string_view word : {"NPU: ", "NPU ", "NPU", "_npu"}) {
+    for (std::size_t at = text.find(word); at != std::string_view::npos;
+         at = text.find(word, at + 1)) {
+      const std::size_t length = digits_at(text, at + word.size());
+      if (length != 0) return std::string(text.substr(at + word.size(), length));
+    }
+  }
+  return {};
+}
+
+void complete_member(const run& of, mention& found) {
+  if (!found.object.bundle.empty()) return;
+  for (const object& one : of.objects) {
+    if (one.kind != object_kind::member || one.name != found.object.name) continue;
+    found.object.bundle = of.objects[one.bundle].name;
+    return;
+  }
+}
+
+// "no key '0x3000024'": a layer that lacks an object is often reported by the handle alone.
+void complete_handle(const run& of, std::string_view text, mention& found) {
+  const std::size_t at = text.find("'0x");
+  if (at == std::string_view::npos) return;
+  const std::string_view handle = text.substr(at + 1, text.find('\'', at + 1) - at - 1);
+  for (const object& one : of.objects) {
+    for (const cell& c : one.cells) {
+      if (c.what != field::handle || of.texts.text(c.value) != handle) continue;
+      found.object = {one.kind, of.objects[one.bundle].name, one.name};
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+mention mentioned_in(const run& of, std::string_view text) {
+  mention found;
+  found.node = node_in(text);
+  found.npu = npu_in(text);
+  const bundle_name bundle = next_bundle(text, 0);
+  found.object.bundle = bundle.bundle;
+  if (const std::string member = member_in(text); !member.empty()) {
+    found.object.kind = object_kind::member;
+    found.object.name = member;
+    complete_member(of, found);
+  } else if (!bundle.bundle.empty()) {
+    found.object.kind = bundle.sub.empty() ? object_kind::bundle : object_kind::sub_bundle;
+    found.object.name = bundle.sub.empty() ? bundle.bundle : bundle.sub;
+  } else {
+    complete_handle(of, text, found);
+  }
+  if (found.object.name.empty() && !found.node.empty()) {
+    found.object.kind = found.npu.empty() ? object_kind::node : object_kind::chip;
+    found.object.name = found.node;
+  }
+  return found;
+}
+
+std::vector<std::string> bundles_in(std::string_view text) {
+  std::vector<std::string> names;
+  for (bundle_name one = next_bundle(text, 0); !one.bundle.empty();
+       one = next_bundle(text, one.end)) {
+    if (std::find(names.begin(), names.end(), one.bundle) == names.end())
+      names.push_back(one.bundle);
+  }
+  return names;
+}
+
+}  // namespace desk

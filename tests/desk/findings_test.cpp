@@ -1,0 +1,149 @@
+#include "desk/model/findings.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "desk/model/mentions.h"
+
+namespace desk {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// A folder of logs for one test.
+class logs_of_a_test : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string name = testing::TempDir() + "desk_findings.XXXXXX";
+    ASSERT_NE(::mkdtemp(name.data()), nullptr);
+    folder = name;
+    for (const char* log :
+         {"exception", "inconsistencies", "programming_error", "delay_delete", "bundle_health"})
+      write(log, start());
+  }
+  void TearDown() override { std::filesystem::remove_all(folder); }
+
+  static std::string start(const std::string& time = "2026-11-22 11:00:00,000") {
+    return time + ": Started Tessel Checker\n";
+  }
+  static std::string line(const std::string& text) {
+    return "2026-11-22 11:00:01,000: " + text + "\n";
+  }
+  void write(const std::string& log, const std::string& text, const std::string& end = "") const {
+    std::ofstream(folder + "/tessel_" + log + ".log" + end, std::ios::binary) << text;
+  }
+  [[nodiscard]] run last_run(std::size_t back = 0) const {
+    run of;
+    read_findings(of, read_logs(folder), back);
+    return of;
+  }
+
+  std::string folder;
+};
+
+TEST_F(logs_of_a_test, a_finding_has_its_place_and_its_values) {
+  write("inconsistencies",
+        start() + line("Inconsistency 1:BE1(0x3000004), 0/2/CPU0 GLIF is not "
+                       "consistent in DPA_Bundles_l2port:0x14000,Expected:0x14500"));
+  const run of = last_run();
+  ASSERT_EQ(of.findings.size(), 1U);
+  const finding& one = of.findings.front();
+  EXPECT_EQ(one.code, "TC-108");
+  EXPECT_EQ(one.object, (object_ref{object_kind::bundle, "BE1", "BE1"}));
+  EXPECT_EQ(one.node, "0/2/CPU0");
+  EXPECT_EQ(one.of, layer::dpa);
+  EXPECT_EQ(one.what, field::lif);
+  EXPECT_EQ(one.reported, "0x14000");
+  EXPECT_EQ(one.known, "0x14500");
+  EXPECT_EQ(one.line, 2U);
+  EXPECT_EQ(one.number, 1U);
+}
+
+TEST_F(logs_of_a_test, a_failure_has_a_traceback_and_a_note_has_none) {
+  write("exception",
+        start() + line("no key '0/1/0/0': get_member_pp_port failed for HundredGigE0/1/0/0") +
+            "Traceback (most recent call last):\n  File \"src/x.cpp\", line 1, in y\nfailure: no "
+            "key\n" +
+            line("INFO: DPA lagport object dont have any bundle data/no bundle member from, "
+                 "0/1/CPU0"));
+  const run of = last_run();
+  ASSERT_EQ(of.findings.size(), 2U);
+  EXPECT_EQ(of.findings[0].kind, finding_kind::failure);
+  EXPECT_EQ(of.findings[0].object.name, "0/1/0/0");
+  EXPECT_EQ(of.findings[0].text,
+            "no key '0/1/0/0': get_member_pp_port failed for HundredGigE0/1/0/0");
+  EXPECT_EQ(of.findings[1].kind, finding_kind::note);
+  EXPECT_EQ(of.findings[1].node, "0/1/CPU0");
+}
+
+TEST_F(logs_of_a_test, the_last_run_counts_unless_another_is_asked_for) {
+  const std::string old = line("Inconsistency 1: BME has no Bundle entry in location 0/1/CPU0");
+  write("inconsistencies", start("2026-11-21 11:00:00,000") + old + start());
+  write("exception", start("2026-11-21 11:00:00,000") + start());
+  EXPECT_THAT(starts_of(read_logs(folder)),
+              ElementsAre("2026-11-21 11:00:00,000", "2026-11-22 11:00:00,000"));
+  EXPECT_THAT(last_run().findings, IsEmpty());
+  EXPECT_EQ(last_run(1).findings.size(), 1U);
+}
+
+TEST_F(logs_of_a_test, numbers_that_were_rotated_away_are_reported) {
+  write("inconsistencies", line("Inconsistency 901: BME has no Bundle entry in location 0/1/CPU0"),
+        ".1");
+  write("inconsistencies", line("Inconsistency 902: BME has no Bundle entry in location 0/2/CPU0"));
+  const run of = last_run();
+  EXPECT_EQ(of.findings.size(), 2U);
+  EXPECT_EQ(of.counts.at(finding_kind::inconsistency), 902U);
+  EXPECT_THAT(of.marks, ElementsAre(HasSubstr("1 to 900 were rotated away")));
+}
+
+TEST_F(logs_of_a_test, a_log_that_is_missing_or_cut_is_a_mark) {
+  std::filesystem::remove(folder + "/tessel_exception.log");
+  write("programming_error", start() + "2026-11-22 11:00:01,000: Programming Err");
+  EXPECT_THAT(last_run().marks,
+              ElementsAre(HasSubstr("No such file"), HasSubstr("middle of a line")));
+}
+
+TEST_F(logs_of_a_test, health_names_each_bundle) {
+  write("bundle_health", start() + line("Bundle-Ether1 and Bundle-Ether22") + "   out of step\n");
+  const run of = last_run();
+  ASSERT_EQ(of.findings.size(), 2U);
+  EXPECT_EQ(of.findings[1].object.bundle, "BE22");
+  EXPECT_EQ(of.findings[1].text, "Bundle-Ether1 and Bundle-Ether22\n   out of step");
+}
+
+TEST_F(logs_of_a_test, a_stale_entry_names_its_bundle_by_the_lag_id) {
+  run of;
+  const auto bundle = of.object_at(object_kind::bundle, "BE7", "BE7");
+  of.lag_ids[of.texts.keep("0x1")].push_back(bundle);
+  write("stale_entries",
+        "'Started Tessel Checker'\n'Number of stale entries in DPA 1'\n'Start of DPA entries...'\n"
+        "[\n   {\n      \"Node Description\":\"Lag 0x1_npu0_node0/1/CPU0_mifh0x1ffff00\",\n"
+        "      \"Visited\":0,\n      \"memid\":\"0x17\"\n   }\n]\n'End of DPA entries...'\n");
+  read_stale_entries(of, folder);
+  ASSERT_EQ(of.findings.size(), 1U);
+  EXPECT_EQ(of.findings[0].object.bundle, "BE7");
+  EXPECT_EQ(of.findings[0].node, "0/1/CPU0");
+  EXPECT_EQ(of.findings[0].npu, "0");
+  EXPECT_EQ(of.findings[0].of, layer::dpa);
+}
+
+TEST(mentions, reads_the_objects_of_a_message) {
+  run of;
+  of.object_at(object_kind::member, "BE3", "0/1/0/0");
+  const auto member = mentioned_in(of, "NPU1,NPU0,0/0/0/1/2,BE12(0x3000120), 0/0/CPU0");
+  EXPECT_EQ(member.object, (object_ref{object_kind::member, "BE12", "0/0/0/1/2"}));
+  EXPECT_EQ(member.node, "0/0/CPU0");
+  EXPECT_EQ(member.npu, "1");
+  EXPECT_EQ(mentioned_in(of, "BE12.100(0x3000a60),0/RP0/CPU0").object.name, "BE12.100");
+  EXPECT_EQ(mentioned_in(of, "no key '0/1/0/0': parse_vlan_domain failed").object.bundle, "BE3");
+  EXPECT_EQ(mentioned_in(of, "TUBE12 and nothing else").object.bundle, "");
+}
+
+}  // namespace
+}  // namespace desk
