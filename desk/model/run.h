@@ -93,8 +93,9 @@ struct coverage {
   std::string node;  // empty: the router as a whole
   std::string npu;   // empty: the node as a whole
   coverage_state state = coverage_state::unknown;
-  std::string reason;   // in words; empty only if the state is read
-  std::string command;  // the read-only command that shows it; may be empty
+  std::string reason;      // in words; empty only if the state is read
+  std::string command;     // the read-only command that shows it; may be empty
+  bool is_normal = false;  // nothing can be there: a route processor without ports
 };
 
 // Where a member sits, as its port object says.

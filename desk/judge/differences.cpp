@@ -1,0 +1,222 @@
+#include "desk/judge/differences.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <set>
+
+#include "desk/model/coverage.h"
+#include "desk/model/numbers.h"
+
+namespace desk {
+
+namespace {
+
+// Fields whose witnesses must all hold one value.
+constexpr std::array compared_fields = {field::lag_id, field::lif, field::rif,      field::mac,
+                                        field::mtu,    field::npu, field::member_id};
+
+object_ref name_of(const run& of, const object& one) {
+  return {one.kind, of.objects[one.bundle].name, one.name};
+}
+
+std::string name_of_node(const run& of, std::int16_t index) {
+  return index == no_place ? std::string() : of.nodes[static_cast<std::size_t>(index)].name;
+}
+
+witness witness_of(const run& of, const cell& c) {
+  witness one;
+  one.from = c.from;
+  one.node = name_of_node(of, c.node);
+  if (c.npu != no_place) one.npu = std::to_string(c.npu);
+  one.value = of.texts.text(c.value);
+  return one;
+}
+
+// ---- Values -------------------------------------------------------------------------------------
+
+// Votes count by place: two tables of one node that agree in a wrong value are one witness of it
+// each, but a node can only be right or wrong as a whole.
+struct vote {
+  std::size_t count = 0;
+  std::set<std::string> nodes;
+};
+
+void mark_minority(difference& of, const std::map<std::string, vote>& votes) {
+  const auto more = [](const auto& a, const auto& b) { return a.second.count < b.second.count; };
+  const auto top = std::max_element(votes.begin(), votes.end(), more);
+  const auto has_rival = std::any_of(votes.begin(), votes.end(), [&](const auto& one) {
+    return &one != &*top && one.second.count == top->second.count;
+  });
+  std::set<std::string> nodes;
+  std::size_t all = 0;
+  for (const auto& [form, one] : votes) {
+    nodes.insert(one.nodes.begin(), one.nodes.end());
+    all += one.count;
+  }
+  for (witness& one : of.witnesses) {
+    if (one.is != witness::state::holds) continue;
+    one.is_odd = has_rival || compared_form(of.what, one.value) != top->first;
+  }
+  if (!has_rival) {
+    of.how_sure = sureness::majority;
+    of.why = fmt::format("{} of {} hold {}", top->second.count, all,
+                         std::find_if(of.witnesses.begin(), of.witnesses.end(), [](const auto& w) {
+                           return w.is == witness::state::holds && !w.is_odd;
+                         })->value);
+    return;
+  }
+  of.how_sure = nodes.size() <= 2 ? sureness::two_nodes : sureness::tie;
+  of.why = nodes.size() <= 2 ? "only two places hold it, and they differ"
+                             : "as many places hold one value as another";
+}
+
+// A layer that was not read is no witness, but a person must see that it is missing.
+void add_unread(const run& of, difference& into) {
+  std::set<source> sources;
+  for (const witness& one : into.witnesses) sources.insert(one.from);
+  for (const source from : sources) {
+    for (const node& at : of.nodes) {
+      if (!at.takes_part) continue;
+      const coverage* entry = coverage_of(of, layer_of(from), at.name, {});
+      if (entry == nullptr || !is_hole(*entry) || entry->state == coverage_state::partly) continue;
+      const bool has_cell = std::any_of(into.witnesses.begin(), into.witnesses.end(),
+                                        [&](const witness& w) { return w.node == at.name; });
+      if (has_cell) continue;
+      witness missing;
+      missing.from = from;
+      missing.node = at.name;
+      missing.is = witness::state::not_read;
+      missing.value = entry->reason;
+      into.witnesses.push_back(std::move(missing));
+    }
+  }
+}
+
+// ---- Presence -----------------------------------------------------------------------------------
+
+// Whether this table of this node was read and has anything in it.
+bool has_entries(const run& of, source from, std::int16_t node, std::int16_t npu) {
+  const auto at = of.tables.find({from, node, npu});
+  return at != of.tables.end() && at->second != 0;
+}
+
+// Where the table was read and holds other objects, but not this one.
+void find_absent(const run& of, const object& one, source from, std::vector<difference>& into) {
+  std::set<std::int16_t> holders;
+  for (const cell& c : one.cells)
+    if (c.from == from) holders.insert(c.node);
+  if (holders.empty()) return;
+  difference made;
+  made.object = name_of(of, one);
+  made.what = field::presence;
+  for (std::size_t i = 0; i < of.nodes.size(); ++i) {
+    const auto index = static_cast<std::int16_t>(i);
+    if (!of.nodes[i].takes_part || !has_entries(of, from, index, no_place)) continue;
+    witness at;
+    at.from = from;
+    at.node = of.nodes[i].name;
+    at.is_odd = !holders.contains(index);
+    at.is = at.is_odd ? witness::state::absent : witness::state::holds;
+    at.value = at.is_odd ? "" : "present";
+    made.witnesses.push_back(std::move(at));
+  }
+  const auto absent = std::count_if(made.witnesses.begin(), made.witnesses.end(),
+                                    [](const witness& w) { return w.is_odd; });
+  if (absent == 0) return;
+  made.how_sure = sureness::named;
+  made.why =
+      fmt::format("{} of {} nodes hold it",
+                  made.witnesses.size() - static_cast<std::size_t>(absent), made.witnesses.size());
+  into.push_back(std::move(made));
+}
+
+// A member sits on one node: its agent there knows it, the forwarding layer and the chips of that
+// node must hold it as well.
+void find_absent_member(const run& of, const object& one, std::vector<difference>& into) {
+  const auto place = of.places.find(static_cast<std::size_t>(&one - of.objects.data()));
+  if (place == of.places.end() || place->second.node == no_place) return;
+  const std::int16_t node = place->second.node;
+  difference made;
+  made.object = name_of(of, one);
+  made.what = field::presence;
+  const auto check = [&](source from, bool is_read) {
+    if (!is_read) return;
+    witness at;
+    at.from = from;
+    at.node = name_of_node(of, node);
+    const bool holds = std::any_of(one.cells.begin(), one.cells.end(), [&](const cell& c) {
+      return c.from == from && (c.node == node || c.node == no_place);
+    });
+    at.is_odd = !holds;
+    at.is = holds ? witness::state::holds : witness::state::absent;
+    at.value = holds ? "present" : "";
+    if (from == source::bundle_manager) at.node.clear();
+    made.witnesses.push_back(std::move(at));
+  };
+  check(source::bundle_manager, has_entries(of, source::bundle_manager, no_place, no_place));
+  check(source::agent, has_entries(of, source::agent, node, no_place));
+  check(source::lagport, has_entries(of, source::lagport, node, no_place));
+  if (std::none_of(made.witnesses.begin(), made.witnesses.end(),
+                   [](const witness& w) { return w.is_odd; }))
+    return;
+  made.how_sure = sureness::named;
+  made.why = "the other layers hold it";
+  into.push_back(std::move(made));
+}
+
+}  // namespace
+
+difference compare_field(const run& of, const object& one, field what) {
+  difference made;
+  made.object = name_of(of, one);
+  made.what = what;
+  std::map<std::string, vote> votes;
+  for (const cell& c : one.cells) {
+    if (c.what != what) continue;
+    made.witnesses.push_back(witness_of(of, c));
+    vote& of_value = votes[compared_form(what, made.witnesses.back().value)];
+    ++of_value.count;
+    of_value.nodes.insert(made.witnesses.back().node);
+  }
+  if (votes.size() > 1) mark_minority(made, votes);
+  add_unread(of, made);
+  return made;
+}
+
+std::vector<difference> find_differences(const run& of) {
+  std::vector<difference> found;
+  for (const object& one : of.objects) {
+    if (!one.is_configured) continue;
+    for (const field what : compared_fields) {
+      difference made = compare_field(of, one, what);
+      const bool differs = std::any_of(made.witnesses.begin(), made.witnesses.end(),
+                                       [](const witness& w) { return w.is_odd; });
+      if (differs) found.push_back(std::move(made));
+    }
+    if (one.kind == object_kind::member) {
+      find_absent_member(of, one, found);
+      continue;
+    }
+    for (const source from : {source::agent, source::lagport, source::l2port})
+      find_absent(of, one, from, found);
+  }
+  return found;
+}
+
+std::string places_of(const std::vector<witness>& witnesses, bool odd) {
+  std::vector<std::string> names;
+  for (const witness& one : witnesses) {
+    if (one.is == witness::state::not_read || one.is_odd != odd) continue;
+    std::string name = one.node.empty() ? std::string("the router") : one.node;
+    if (!one.npu.empty()) name += " NPU " + one.npu;
+    if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+  }
+  constexpr std::size_t most = 3;
+  if (names.size() > most) return fmt::format("{} places", names.size());
+  return fmt::format("{}", fmt::join(names, ", "));
+}
+
+}  // namespace desk

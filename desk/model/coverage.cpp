@@ -1,0 +1,326 @@
+#include "desk/model/coverage.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+namespace desk {
+
+namespace {
+
+constexpr std::array forwarding_tables = {source::lagport, source::l1port, source::l2port,
+                                          source::l2intf, source::l3intf};
+constexpr std::string_view jericho2 = "BCM8869";
+
+const node* node_named(const run& of, std::string_view name) {
+  const std::int16_t index = of.node_index(name);
+  return index == no_place ? nullptr : &of.nodes[static_cast<std::size_t>(index)];
+}
+
+// The first finding with one of these codes, about this node and NPU where they are not empty.
+const finding* finding_with(const run& of, std::initializer_list<std::string_view> codes,
+                            std::string_view node = {}, std::string_view npu = {}) {
+  for (const finding& one : of.findings) {
+    if (std::find(codes.begin(), codes.end(), one.code) == codes.end()) continue;
+    if (!node.empty() && one.node != node) continue;
+    if (!npu.empty() && !one.npu.empty() && one.npu != npu) continue;
+    return &one;
+  }
+  return nullptr;
+}
+
+// A command that could not be run or whose output could not be kept, by a part of its text.
+const finding* refused_command(const run& of, std::string_view part, std::string_view also = {}) {
+  for (const finding& one : of.findings)
+    if (one.code == "TC-701" && one.text.find(part) != std::string::npos &&
+        one.text.find(also) != std::string::npos)
+      return &one;
+  return nullptr;
+}
+
+// What a tool itself complained about, in the debug log.
+std::string complaint_with(const run& of, std::string_view part) {
+  if (part.empty()) return {};
+  for (const std::string& one : of.complaints)
+    if (one.find(part) != std::string::npos) return one;
+  return {};
+}
+
+std::size_t entries_of(const run& of, source from, std::int16_t node, std::int16_t npu) {
+  const auto at = of.tables.find({from, node, npu});
+  return at == of.tables.end() ? 0 : at->second;
+}
+
+bool has_table(const run& of, source from, std::int16_t node, std::int16_t npu) {
+  return of.tables.contains({from, node, npu});
+}
+
+// ---- The router as a whole ----------------------------------------------------------------------
+
+struct whole_layer {
+  layer of;
+  source from;
+  std::string_view tool;
+  std::initializer_list<std::string_view> not_understood;
+};
+
+coverage cover_whole(const run& of, const whole_layer& one) {
+  coverage entry;
+  entry.of = one.of;
+  entry.command = command_for(of, one.from, {}, {});
+  if (const finding* refused = refused_command(of, one.tool)) {
+    entry.state = coverage_state::failed;
+    entry.reason = refused->text;
+    return entry;
+  }
+  const finding* failure = finding_with(of, one.not_understood);
+  const bool has_entries = entries_of(of, one.from, no_place, no_place) != 0;
+  if (failure != nullptr) {
+    entry.state = has_entries ? coverage_state::partly : coverage_state::not_understood;
+    entry.reason = failure->text;
+    return entry;
+  }
+  if (has_entries) {
+    entry.state = coverage_state::read;
+    return entry;
+  }
+  if (!of.has_snapshot) {
+    entry.reason = "the logs hold no snapshot of this run";
+    return entry;
+  }
+  entry.state = coverage_state::empty;
+  entry.reason = complaint_with(of, one.tool);
+  if (!entry.reason.empty()) entry.state = coverage_state::failed;
+  if (entry.reason.empty()) entry.reason = fmt::format("{} shows no bundle with members", one.tool);
+  return entry;
+}
+
+// ---- A node -------------------------------------------------------------------------------------
+
+// Why a node takes no part in the run.
+std::string why_left_out(const run& of, const node& at) {
+  if (const finding* note = finding_with(of, {"TC-602", "TC-603", "TC-604", "TC-605"}, at.name))
+    return note->text;
+  if (at.role == "Standby") return "standby route processor";
+  if (!at.band.empty() && at.band != "FINAL")
+    return fmt::format("its software is in band {}", at.band);
+  if (at.address.empty()) return "the list of nodes has no address for it";
+  return "left out by the platform's list of nodes";
+}
+
+bool has_members(const run& of, const node& at) {
+  const std::int16_t index = of.node_index(at.name);
+  return std::any_of(of.objects.begin(), of.objects.end(), [&](const object& one) {
+    return one.kind == object_kind::member &&
+           std::any_of(one.cells.begin(), one.cells.end(),
+                       [&](const cell& c) { return c.from == source::agent && c.node == index; });
+  });
+}
+
+void cover_agent(run& of, const node& at, const coverage& whole) {
+  coverage entry;
+  entry.of = layer::pd;
+  entry.node = at.name;
+  entry.command = command_for(of, source::agent, {}, {});
+  if (entries_of(of, source::agent, of.node_index(at.name), no_place) != 0) {
+    entry.state = coverage_state::read;
+  } else {
+    entry.state = whole.state == coverage_state::read ? coverage_state::empty : whole.state;
+    entry.reason = whole.state == coverage_state::read
+                       ? "the agents' table has no bundle for this node"
+                       : whole.reason;
+  }
+  of.covered.push_back(std::move(entry));
+}
+
+// What the tables of the forwarding layer that are not there have in common.
+void explain_forwarding(const run& of, const node& at, coverage& entry) {
+  if (at.address.empty()) {
+    entry.state = coverage_state::never_asked;
+    entry.reason = "the list of nodes has no address for it";
+    return;
+  }
+  const std::string complaint = complaint_with(of, at.address);
+  if (!complaint.empty()) {
+    entry.state = coverage_state::failed;
+    entry.reason = complaint;
+    return;
+  }
+  if (const finding* refused = refused_command(of, "fwd_object_show", at.address)) {
+    entry.state = coverage_state::failed;
+    entry.reason = refused->text;
+  } else if (const finding* failed = finding_with(
+                 of, {"TC-708", "TC-713", "TC-714", "TC-715", "TC-716", "TC-717"}, at.name)) {
+    entry.state = coverage_state::not_understood;
+    entry.reason = failed->text;
+  } else if (const finding* note =
+                 finding_with(of, {"TC-611", "TC-612", "TC-613", "TC-614"}, at.name)) {
+    entry.reason = note->text;
+  } else {
+    entry.reason = "it prints no objects";
+  }
+}
+
+// Tables that a node may lack in health: ports where it has none, layer 3 where nothing is routed.
+bool may_be_empty(const run& of, const node& at, source table) {
+  if (table == source::lagport || table == source::l2port) return !has_members(of, at);
+  if (table == source::l1port) return !has_members(of, at);
+  return true;
+}
+
+void cover_forwarding(run& of, const node& at) {
+  coverage entry;
+  entry.of = layer::dpa;
+  entry.node = at.name;
+  entry.command = command_for(of, source::lagport, at.name, {});
+  const std::int16_t index = of.node_index(at.name);
+  std::vector<std::string_view> missing;
+  std::size_t held = 0;
+  for (const source table : forwarding_tables) {
+    if (entries_of(of, table, index, no_place) != 0)
+      ++held;
+    else if (!may_be_empty(of, at, table))
+      missing.push_back(tool_of(table).substr(tool_of(table).rfind(' ') + 1));
+  }
+  const bool has_failure =
+      finding_with(of, {"TC-708", "TC-713", "TC-714", "TC-715", "TC-716", "TC-717"}, at.name) !=
+      nullptr;
+  if (held != 0 && missing.empty() && !has_failure) {
+    entry.state = coverage_state::read;
+  } else {
+    entry.state = coverage_state::empty;
+    explain_forwarding(of, at, entry);
+    if (held != 0 && entry.state != coverage_state::never_asked) {
+      if (!missing.empty())
+        entry.reason = fmt::format("no {}: {}", fmt::join(missing, ", "), entry.reason);
+      entry.state = coverage_state::partly;
+    }
+    if (!of.has_snapshot) {
+      entry.state = coverage_state::unknown;
+      entry.reason = "the logs hold no snapshot of this run";
+    }
+    // Without ports there is nothing to hold. A node that did not answer is another matter.
+    entry.is_normal = entry.state == coverage_state::empty && missing.empty() && at.type != "LC";
+  }
+  of.covered.push_back(std::move(entry));
+}
+
+void cover_chip(run& of, const node& at, const std::string& npu) {
+  coverage entry;
+  entry.of = layer::bcm;
+  entry.node = at.name;
+  entry.npu = npu;
+  entry.command = command_for(of, source::chip_lag, at.name, npu);
+  const std::int16_t index = of.node_index(at.name);
+  const auto number = static_cast<std::int16_t>(std::atoi(npu.c_str()));
+  const finding* failure = finding_with(of, {"TC-718", "TC-719"}, at.name, npu);
+  if (failure == nullptr) failure = finding_with(of, {"TC-709", "TC-710"}, at.name);
+  if (!at.has_supported_asic) {
+    entry.state = coverage_state::never_asked;
+    entry.reason = fmt::format("chips of the family {} are not supported", at.asic);
+  } else if (!of.has_chip_tables) {
+    entry.reason = "the logs hold no chip tables: the run ended before it compared them";
+  } else if (failure != nullptr) {
+    entry.state = failure->code == "TC-710" || failure->code == "TC-709"
+                      ? coverage_state::failed
+                      : coverage_state::not_understood;
+    entry.reason = failure->text;
+  } else if (entries_of(of, source::chip_lag, index, number) != 0) {
+    entry.state = coverage_state::read;
+  } else if (has_table(of, source::chip_lag, index, number)) {
+    entry.state = coverage_state::empty;
+    entry.reason = "the chip shows no LAG";
+    entry.is_normal = !has_members(of, at);
+  } else {
+    entry.state = coverage_state::failed;
+    entry.reason = "the run has no tables of this chip";
+  }
+  of.covered.push_back(std::move(entry));
+}
+
+void cover_node(run& of, const node& at, const coverage& agents) {
+  if (!at.takes_part) {
+    coverage entry;
+    entry.node = at.name;
+    entry.of = layer::dpa;
+    entry.state = coverage_state::never_asked;
+    entry.reason = why_left_out(of, at);
+    of.covered.push_back(std::move(entry));
+    return;
+  }
+  cover_agent(of, at, agents);
+  cover_forwarding(of, at);
+  if (at.asic.empty()) return;
+  for (const std::string& npu : at.npus) cover_chip(of, at, npu);
+}
+
+}  // namespace
+
+const coverage* coverage_of(const run& of, layer of_layer, std::string_view node,
+                            std::string_view npu) {
+  for (const coverage& one : of.covered)
+    if (one.of == of_layer && one.node == node && one.npu == npu) return &one;
+  return nullptr;
+}
+
+bool is_hole(const coverage& entry) {
+  switch (entry.state) {
+    case coverage_state::read:
+      return false;
+    case coverage_state::never_asked:
+      return entry.reason != "standby route processor";
+    default:
+      return !entry.is_normal;
+  }
+}
+
+std::string command_for(const run& of, source from, std::string_view node, std::string_view npu) {
+  const desk::node* at = node_named(of, node);
+  switch (from) {
+    case source::running_config:
+      return "cfg_render -c -l 1 -t 1 -o 1";
+    case source::bundle_manager:
+      return "lagmgr_table_show -d -P 0x0 -N all -L 0x3 -O all";
+    case source::interfaces:
+      return "iface_show -i '.*'";
+    case source::interface_db:
+      return "ifmgr_show database -l 0x1 -a";
+    case source::agent:
+      return "lagmgr_agent_show -m -a all";
+    case source::none:
+      return {};
+    default:
+      break;
+  }
+  if (at == nullptr) return {};
+  if (layer_of(from) == layer::dpa) {
+    if (at->address.empty()) return "/opt/nos/bin/plat_nodes_show -v";
+    return fmt::format("ssh {} /opt/nos/bin/{} -D", at->address, tool_of(from));
+  }
+  return fmt::format("/opt/nos/bin/asic_shell_show -c \"{}\" -u {} -n {}",
+                     at->asic == jericho2 ? "tm lag" : "diag lag", npu.empty() ? "all" : npu,
+                     at->id);
+}
+
+void fill_coverage(run& of) {
+  const std::array<whole_layer, 3> layers = {
+      whole_layer{layer::config,
+                  source::running_config,
+
+                  "cfg_render",
+                  {"TC-705", "TC-720", "TC-721", "TC-723"}},
+      whole_layer{layer::pi,
+                  source::bundle_manager,
+
+                  "lagmgr_table_show",
+                  {"TC-711", "TC-606", "TC-607"}},
+      whole_layer{layer::pd, source::agent, "lagmgr_agent_show", {"TC-712"}}};
+  for (const whole_layer& one : layers) of.covered.push_back(cover_whole(of, one));
+  const coverage agents = of.covered.back();
+  for (std::size_t i = 0; i < of.nodes.size(); ++i)
+    if (!of.nodes[i].is_empty_slot) cover_node(of, of.nodes[i], agents);
+}
+
+}  // namespace desk
