@@ -181,7 +181,9 @@ difference compare_field(const run& of, const object& one, field what) {
     ++of_value.count;
     of_value.nodes.insert(made.witnesses.back().node);
   }
-  if (votes.size() > 1) mark_minority(made, votes);
+  const bool is_compared =
+      std::find(compared_fields.begin(), compared_fields.end(), what) != compared_fields.end();
+  if (is_compared && votes.size() > 1) mark_minority(made, votes);
   add_unread(of, made);
   return made;
 }

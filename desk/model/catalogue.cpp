@@ -196,6 +196,13 @@ void add_details(catalogue_entry& entry) {
   entry.of = at->of;
 }
 
+// The page marks important words with two stars.
+std::string without_emphasis(std::string text) {
+  for (std::size_t at = text.find("**"); at != std::string::npos; at = text.find("**", at))
+    text.erase(at, 2);
+  return text;
+}
+
 std::vector<catalogue_entry> read_page() {
   std::vector<catalogue_entry> entries;
   std::string_view section;
@@ -213,7 +220,7 @@ std::vector<catalogue_entry> read_page() {
       if (entry.wording.empty())
         entry.text.append(lines[i].substr(lines[i].find("– ") + 4)).append("\n");
       for (++i; i < lines.size() && !lines[i].empty(); ++i)
-        entry.text.append(lines[i].substr(lines[i].starts_with(": ") ? 2 : 0)).append("\n");
+        entry.text.append(lines[i].substr(lines[i].find_first_not_of(": "))).append("\n");
     }
     // Two phases share one message: one entry with both explanations.
     const auto same = std::find_if(entries.begin(), entries.end(),
@@ -222,6 +229,7 @@ std::vector<catalogue_entry> read_page() {
       same->text += entry.text;
       continue;
     }
+    entry.text = without_emphasis(entry.text);
     add_details(entry);
     entries.push_back(std::move(entry));
   }

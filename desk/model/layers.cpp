@@ -203,7 +203,7 @@ void take_chip(intake& in, dump_path path, std::string_view value) {
     in.by_lag.push_back({in.keep(lag_id_in(path[3])),
                          in.keep(of),
                          true,
-                         {field::presence, source::chip_lag, node, npu, in.keep(of)}});
+                         {field::presence, source::chip_lag, node, npu, in.keep("present")}});
   };
   if (table == "diag_lag" && path.size() == 6 && path[5] == "gport") member(path[4]);
   if (table == "tm_lag" && path.size() == 6 && path[4] == "members") member(value);

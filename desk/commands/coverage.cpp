@@ -1,0 +1,14 @@
+#include "desk/commands/commands.h"
+#include "desk/commands/load.h"
+#include "desk/judge/judge.h"
+#include "desk/show/coverage_view.h"
+
+namespace desk {
+
+int coverage_command(const report_options& options, std::ostream& out) {
+  const judged_run judged = judge(load_run(options));
+  show_coverage(judged, standard_output(), out);
+  return exit_status(judged);
+}
+
+}  // namespace desk

@@ -1,0 +1,29 @@
+#include <fmt/format.h>
+
+#include "desk/commands/commands.h"
+#include "desk/commands/load.h"
+#include "desk/model/catalogue.h"
+#include "desk/read/channel_log.h"
+#include "desk/show/terminal.h"
+
+namespace desk {
+
+int explain_command(const report_options& options, std::ostream& out) {
+  const catalogue_entry* entry = entry_of(options.word);
+  if (entry == nullptr) {
+    std::string_view line = options.word;
+    line.remove_prefix(length_of_stamp(line));
+    if (const auto found = recognise(line)) entry = found->entry;
+  }
+  if (entry == nullptr)
+    throw no_run(
+        fmt::format("no message of the audit reads \"{}\"; give a code such as TC-104, or "
+                    "a whole line of a log in quotes",
+                    printable(options.word)));
+  out << fmt::format("{}  {}\n\n", entry->code, entry->section);
+  if (!entry->wording.empty()) out << entry->wording << "\n\n";
+  out << entry->text;
+  return status_nothing_found;
+}
+
+}  // namespace desk

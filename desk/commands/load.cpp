@@ -1,0 +1,63 @@
+#include "desk/commands/load.h"
+
+#include <fmt/format.h>
+
+#include "desk/model/coverage.h"
+#include "desk/model/layers.h"
+#include "desk/read/line_reader.h"
+
+namespace desk {
+
+namespace {
+
+constexpr std::string_view debug_log = "tessel_debug.log";
+
+// The dump of the nodes is the last thing that a run writes; the chips' tables are only there if it
+// came as far as the check of stale entries.
+run_end end_of(const run& of) {
+  if (!of.has_snapshot) return run_end::unknown;
+  if (!of.stores.contains("VM information")) return run_end::cut_off;
+  return of.has_chip_tables ? run_end::complete : run_end::stopped;
+}
+
+std::size_t back_of(const report_options& options, std::size_t runs) {
+  if (options.run == 0) return 0;
+  if (options.run > runs)
+    throw no_run(fmt::format("the logs in {} have {} runs, there is no run {}", options.logs, runs,
+                             options.run));
+  return runs - options.run;
+}
+
+}  // namespace
+
+log_set load_logs(const report_options& options) {
+  log_set logs = read_logs(options.logs);
+  if (!logs.exception.runs.empty() || !logs.inconsistent.runs.empty()) return logs;
+  const std::string& why = logs.exception.marks.empty() ? std::string("it has no run in it")
+                                                        : logs.exception.marks.front();
+  throw no_run(fmt::format("no run of the audit in {}: {}; name the folder of its logs with --logs",
+                           options.logs, why));
+}
+
+run load_run(const report_options& options) {
+  const log_set logs = load_logs(options);
+  const std::size_t back = back_of(options, starts_of(logs).size());
+  run of;
+  of.origin = options.logs;
+  if (back == 0) {
+    try {
+      read_layers(of, fmt::format("{}/{}", options.logs, debug_log));
+    } catch (const read_error& error) {
+      of.marks.emplace_back(error.what());
+    }
+  } else {
+    of.marks.emplace_back("an older run: its findings only, the snapshot is that of the last run");
+  }
+  read_findings(of, logs, back);
+  if (back == 0) read_stale_entries(of, options.logs);
+  of.end = back == 0 ? end_of(of) : run_end::unknown;
+  fill_coverage(of);
+  return of;
+}
+
+}  // namespace desk

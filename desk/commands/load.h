@@ -1,0 +1,24 @@
+// Reads a run with everything that belongs to it.
+#pragma once
+
+#include <stdexcept>
+
+#include "desk/commands/options.h"
+#include "desk/model/findings.h"
+#include "desk/model/run.h"
+
+namespace desk {
+
+// There is no run to read: the folder is not there, or has no log of the audit. One line that says
+// what to do.
+class no_run : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Throws `no_run`. Anything less is a mark in the run.
+[[nodiscard]] run load_run(const report_options& options);
+
+// The logs alone. Throws `no_run`.
+[[nodiscard]] log_set load_logs(const report_options& options);
+
+}  // namespace desk

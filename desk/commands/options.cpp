@@ -1,0 +1,81 @@
+#include "desk/commands/options.h"
+
+#include <charconv>
+
+#include "command_line/command_line.h"
+
+namespace desk {
+
+namespace {
+
+constexpr const char* description =
+    "tessel-report reads what an audit left and answers: which bundle, which node, since which "
+    "layer, how sure, what next.";
+
+constexpr const char* footer = R"(Without a command it shows the summary.
+
+Exit status of every command that reads a run:
+  0  Nothing was found, and everything was judged.
+  1  Something was found.
+  2  The call was wrong, or there is no run to read.
+  3  Nothing was found, but something was not judged.)";
+
+std::size_t number_of_run(const std::string& text) {
+  std::size_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc{} || end != text.data() + text.size() || number == 0)
+    throw command_line::bad_value("not the number of a run; tessel-report runs lists them");
+  return number;
+}
+
+}  // namespace
+
+report_options parse_options(const std::vector<std::string>& words) {
+  report_options parsed;
+  bool version = false;
+  CLI::App app(description, "tessel-report");
+  command_line::set_up(app);
+  app.require_subcommand(0, 1);
+  app.footer(footer);
+  app.fallthrough();
+  command_line::add_value(app, "--logs", "DIR",
+                          "the folder with the logs of the audit. Default: /var/log",
+                          [&](const auto& text) { parsed.logs = text; });
+  command_line::add_value(app, "--run", "N",
+                          "an older run, by its number in `tessel-report runs`; shows its findings "
+                          "only, because the snapshot is that of the last run",
+                          [&](const auto& text) { parsed.run = number_of_run(text); });
+  command_line::add_flag(app, "--version", "show the version", version);
+  constexpr const char* views = "Commands";
+  auto& summary = command_line::add_command(
+      app, "summary", views, "Show verdicts, causes and what to do next, on one screen");
+  command_line::add_flag(summary, "--short", "a line for each cause", parsed.is_short);
+  command_line::add_flag(summary, "--all", "every cause, bundle and message", parsed.shows_all);
+  auto& bundle =
+      command_line::add_command(app, "bundle", views, "Show one bundle, all layers side by side");
+  command_line::add_operand(bundle, "NAME",
+                            "a bundle (BE12 or 12), a member (0/0/0/1), a handle or a LAG id",
+                            parsed.word);
+  auto& coverage = command_line::add_command(
+      app, "coverage", views, "Show what was read of each node and layer, and what was not");
+  auto& explain = command_line::add_command(app, "explain", views,
+                                            "Explain a message of the audit: what it means, how "
+                                            "sure it is, what to look at next");
+  command_line::add_operand(explain, "CODE|LINE", "a code such as TC-104, or a line of a log",
+                            parsed.word);
+  auto& runs = command_line::add_command(app, "runs", views, "List the runs in the logs");
+
+  if (auto help = command_line::parse(app, words)) {
+    parsed.of = command::help;
+    parsed.help = std::move(*help);
+    return parsed;
+  }
+  if (version) parsed.of = command::version;
+  if (bundle.parsed()) parsed.of = command::bundle;
+  if (coverage.parsed()) parsed.of = command::coverage;
+  if (explain.parsed()) parsed.of = command::explain;
+  if (runs.parsed()) parsed.of = command::runs;
+  return parsed;
+}
+
+}  // namespace desk

@@ -1,0 +1,31 @@
+// The command line of tessel-report as a struct.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace desk {
+
+inline constexpr int status_nothing_found = 0;
+inline constexpr int status_findings = 1;
+inline constexpr int status_wrong_call = 2;
+inline constexpr int status_not_judged = 3;
+
+enum class command { help, version, summary, bundle, coverage, explain, runs };
+
+struct report_options {
+  command of = command::summary;
+  std::string logs = "/var/log";
+  std::size_t run = 0;  // counted from the oldest, from 1; 0 is the last one
+  bool is_short = false;
+  bool shows_all = false;
+  std::string word;  // the operand: a bundle, or a code or line to explain
+  std::string help;
+};
+
+// Reads the words after the program's name. Throws `command_line::usage_error`.
+[[nodiscard]] report_options parse_options(const std::vector<std::string>& words);
+
+}  // namespace desk

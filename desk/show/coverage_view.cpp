@@ -1,0 +1,53 @@
+#include "desk/show/coverage_view.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "desk/model/coverage.h"
+
+namespace desk {
+
+namespace {
+
+tone tone_of(const coverage& one) {
+  if (one.state == coverage_state::read) return tone::good;
+  return is_hole(one) ? tone::bad : tone::faint;
+}
+
+// "0-3": the chips of one node of which the same is to be said; moves on to the last of them.
+std::string npus_alike(const std::vector<coverage>& all, std::size_t& at) {
+  const coverage& first = all[at];
+  if (first.npu.empty()) return {};
+  while (at + 1 < all.size() && all[at + 1].node == first.node && all[at + 1].of == first.of &&
+         all[at + 1].state == first.state && all[at + 1].reason == first.reason)
+    ++at;
+  return all[at].npu == first.npu ? first.npu : fmt::format("{}-{}", first.npu, all[at].npu);
+}
+
+}  // namespace
+
+void show_coverage(const judged_run& of, const terminal& on, std::ostream& out) {
+  std::size_t widest = std::string_view("node").size();
+  for (const coverage& one : of.of.covered)
+    widest = std::max(widest, columns_of(printable(one.node)));
+  const std::size_t place = widest + 1;
+  out << fmt::format("{} {} {} {} {}\n", padded("node", place), padded("NPU", 4),
+                     padded("layer", 7), padded("state", 15), "why");
+  for (std::size_t i = 0; i < of.of.covered.size(); ++i) {
+    const coverage& one = of.of.covered[i];
+    const std::string npus = npus_alike(of.of.covered, i);
+    const std::string_view node = one.node.empty() ? std::string_view("router") : one.node;
+    const std::string head = fmt::format("{} {} {} ", padded(printable(node), place),
+                                         padded(npus, 4), padded(word_for(one.of), 7));
+    out << head << toned(on, tone_of(one), padded(word_for(one.state), 15)) << ' '
+        << wrapped(printable(one.reason), on.width, head.size() + 16) << '\n';
+  }
+  const auto holes = std::count_if(of.of.covered.begin(), of.of.covered.end(), is_hole);
+  out << (holes == 0 ? "\nEverything that was asked was read.\n"
+                     : fmt::format("\n{} of {} places were not wholly read; what they hold is not "
+                                   "judged.\n",
+                                   holes, of.of.covered.size()));
+}
+
+}  // namespace desk

@@ -1,0 +1,13 @@
+// What was asked of each node and layer, and what came of it.
+#pragma once
+
+#include <ostream>
+
+#include "desk/judge/judged_run.h"
+#include "desk/show/terminal.h"
+
+namespace desk {
+
+void show_coverage(const judged_run& of, const terminal& on, std::ostream& out);
+
+}  // namespace desk

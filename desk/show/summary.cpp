@@ -1,0 +1,190 @@
+#include "desk/show/summary.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "desk/model/coverage.h"
+
+namespace desk {
+
+namespace {
+
+constexpr std::size_t causes_on_a_screen = 8;
+constexpr std::size_t witnesses_of_a_cause = 12;
+constexpr std::size_t marks_on_a_screen = 4;
+constexpr std::size_t margin = 3;
+
+struct view {
+  const judged_run& of;
+  const summary_options& how;
+  const terminal& on;
+  std::ostream& out;
+};
+
+std::string counted(std::size_t number, std::string_view one, std::string_view many) {
+  return fmt::format("{} {}", number, number == 1 ? one : many);
+}
+
+std::size_t bundles_with(const judged_run& of, verdict is) {
+  return static_cast<std::size_t>(
+      std::count_if(of.bundles.begin(), of.bundles.end(),
+                    [&](const bundle_verdict& one) { return one.is == is; }));
+}
+
+void show_head(const view& v) {
+  const run& of = v.of.of;
+  v.out << fmt::format(
+      "Audit of {}{}\n",
+      of.started.empty() ? "an unknown time" : of.started.substr(0, of.started.find(',')),
+      of.origin.empty() ? "" : fmt::format(", read from {}", printable(of.origin)));
+  if (of.end == run_end::stopped)
+    v.out << toned(v.on, tone::doubt, "The run stopped before it had compared everything.") << '\n';
+  if (of.end == run_end::cut_off)
+    v.out << toned(v.on, tone::doubt, "The logs end in the middle of the run.") << '\n';
+  const std::size_t agree = bundles_with(v.of, verdict::agrees);
+  const std::size_t differ = bundles_with(v.of, verdict::differs);
+  const std::size_t open = bundles_with(v.of, verdict::not_judged);
+  std::size_t findings = 0;
+  for (const finding& one : of.findings)
+    if (one.kind != finding_kind::note && one.kind != finding_kind::failure) ++findings;
+  v.out << fmt::format(
+      "{}: {}, {}, {}. {}.\n", counted(v.of.bundles.size(), "bundle", "bundles"),
+      toned(v.on, tone::good, agree == 1 ? "1 agrees" : fmt::format("{} agree", agree)),
+      toned(v.on, differ != 0 ? tone::bad : tone::plain,
+            differ == 1 ? "1 differs" : fmt::format("{} differ", differ)),
+      toned(v.on, open != 0 ? tone::doubt : tone::plain, fmt::format("{} not judged", open)),
+      counted(findings, "finding", "findings"));
+}
+
+std::string_view shown_value(const witness& one) {
+  switch (one.is) {
+    case witness::state::absent:
+      return "missing";
+    case witness::state::not_read:
+      return "not read";
+    case witness::state::holds:
+      break;
+  }
+  return one.value;
+}
+
+void show_witnesses(const view& v, const difference& of) {
+  std::size_t left = witnesses_of_a_cause;
+  std::size_t more = 0;
+  // The odd ones always; of the others as many as a screen takes.
+  for (const witness& one : of.witnesses) {
+    if (!one.is_odd && left == 0 && !v.how.shows_all) {
+      ++more;
+      continue;
+    }
+    if (!one.is_odd && left != 0) --left;
+    const std::string place = one.node.empty()  ? "router"
+                              : one.npu.empty() ? one.node
+                                                : fmt::format("{} NPU {}", one.node, one.npu);
+    const std::string line = fmt::format(
+        "{:{}}{} {} {} {}", "", margin + 2, padded(word_for(layer_of(one.from)), 6),
+        padded(tool_of(one.from), 26), padded(printable(place), 18), printable(shown_value(one)));
+    v.out << (one.is_odd ? toned(v.on, tone::bad, line + "  <-- odd") : line) << '\n';
+  }
+  if (more != 0) v.out << fmt::format("{:{}}and {} more\n", "", margin + 2, more);
+}
+
+void show_findings(const view& v, const cause& of) {
+  for (const std::size_t index : of.findings) {
+    const finding& one = v.of.of.findings[index];
+    v.out << fmt::format("{:{}}{} {}:{} ", "", margin + 2, one.code, one.log, one.line)
+          << printable(one.text) << '\n';
+  }
+}
+
+void show_cause(const view& v, std::size_t number, const cause& of) {
+  const std::string head = fmt::format("{}. ", number);
+  v.out << head << toned(v.on, tone::strong, wrapped(printable(of.title), v.on.width, head.size()))
+        << '\n';
+  std::vector<std::string> facts = {fmt::format("{}: {}", word_for(of.how_sure), of.why)};
+  if (of.first != layer::none)
+    facts.push_back(fmt::format(
+        "{} {}",
+        of.differences.empty() ? "layer" : "first layer that differs:", word_for(of.first)));
+  facts.push_back(counted(of.findings.size(), "message", "messages"));
+  v.out << std::string(margin, ' ')
+        << wrapped(printable(fmt::format("{}", fmt::join(facts, "; "))), v.on.width, margin)
+        << '\n';
+  const std::size_t shown = v.how.shows_all ? of.differences.size() : 1;
+  for (std::size_t i = 0; i < of.differences.size() && i < shown; ++i) {
+    if (i != 0)
+      v.out << fmt::format("{:{}}{} {}:\n", "", margin, printable(of.differences[i].object.name),
+                           word_for(of.differences[i].what));
+    show_witnesses(v, of.differences[i]);
+  }
+  if (of.differences.empty() || v.how.shows_all) {
+    if (v.how.shows_all || of.findings.size() == 1) show_findings(v, of);
+  }
+  if (!of.next.empty()) v.out << fmt::format("{:{}}next: {}\n", "", margin, printable(of.next));
+}
+
+void show_causes(const view& v) {
+  const std::size_t shown = v.how.shows_all || v.how.is_short
+                                ? v.of.causes.size()
+                                : std::min(v.of.causes.size(), causes_on_a_screen);
+  for (std::size_t i = 0; i < shown; ++i) {
+    if (v.how.is_short) {
+      v.out << printable(v.of.causes[i].title) << '\n';
+      continue;
+    }
+    v.out << '\n';
+    show_cause(v, i + 1, v.of.causes[i]);
+  }
+  if (shown < v.of.causes.size())
+    v.out << fmt::format("\nand {}; --all shows everything\n",
+                         counted(v.of.causes.size() - shown, "more cause", "more causes"));
+}
+
+void show_bundles(const view& v) {
+  bool has_head = false;
+  for (const bundle_verdict& one : v.of.bundles) {
+    if (one.is == verdict::agrees && !v.how.shows_all) continue;
+    if (one.is == verdict::not_judged && !v.how.shows_all && one.causes.empty()) continue;
+    if (!has_head) v.out << "\nBundles:\n";
+    has_head = true;
+    const tone in = one.is == verdict::agrees    ? tone::good
+                    : one.is == verdict::differs ? tone::bad
+                                                 : tone::doubt;
+    v.out << fmt::format("  {} {}", padded(printable(one.bundle), 10),
+                         toned(v.on, in, word_for(one.is)));
+    if (one.first != layer::none) v.out << fmt::format(" from {} on", word_for(one.first));
+    if (one.findings != 0)
+      v.out << fmt::format(", {}", counted(one.findings, "message", "messages"));
+    v.out << '\n';
+  }
+  const auto same =
+      std::count_if(v.of.bundles.begin(), v.of.bundles.end(), [](const bundle_verdict& one) {
+        return one.is == verdict::not_judged && one.causes.empty();
+      });
+  if (same != 0 && !v.how.shows_all)
+    v.out << fmt::format("\n{} not wholly judged: tessel-report coverage shows what was not read\n",
+                         counted(static_cast<std::size_t>(same), "bundle was", "bundles were"));
+}
+
+void show_marks(const view& v) {
+  const auto& marks = v.of.of.marks;
+  const std::size_t shown =
+      v.how.shows_all ? marks.size() : std::min(marks.size(), marks_on_a_screen);
+  for (std::size_t i = 0; i < shown; ++i)
+    v.out << toned(v.on, tone::doubt, "partial: ") << printable(marks[i]) << '\n';
+  if (shown < marks.size()) v.out << fmt::format("partial: and {} more\n", marks.size() - shown);
+}
+
+}  // namespace
+
+void show_summary(const judged_run& of, const summary_options& how, const terminal& on,
+                  std::ostream& out) {
+  const view v{of, how, on, out};
+  show_head(v);
+  show_marks(v);
+  show_causes(v);
+  if (!how.is_short) show_bundles(v);
+}
+
+}  // namespace desk
