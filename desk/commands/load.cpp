@@ -43,6 +43,7 @@ run load_run(const report_options& options) {
   const log_set logs = load_logs(options);
   const std::size_t back = back_of(options, starts_of(logs).size());
   run of;
+  of.is_last = back == 0;
   of.origin = options.logs;
   if (back == 0) {
     try {
@@ -54,6 +55,7 @@ run load_run(const report_options& options) {
     of.marks.emplace_back("an older run: its findings only, the snapshot is that of the last run");
   }
   read_findings(of, logs, back);
+  if (back == 0) read_debug_notes(of);
   if (back == 0) read_stale_entries(of, options.logs);
   of.end = back == 0 ? end_of(of) : run_end::unknown;
   fill_coverage(of);

@@ -103,12 +103,24 @@ bool has_entries(const run& of, source from, std::int16_t node, std::int16_t npu
   return at != of.tables.end() && at->second != 0;
 }
 
+bool has_field(const object& one, field what) {
+  return std::any_of(one.cells.begin(), one.cells.end(),
+                     [&](const cell& c) { return c.what == what; });
+}
+
+// Whether it would have been recognised in this table: the forwarding layer knows handles only.
+bool is_known_to(const run& of, const object& one, source from) {
+  if (from == source::agent) return has_entries(of, from, no_place, no_place);
+  return from == source::lagport && has_field(one, field::handle);
+}
+
 // Where the table was read and holds other objects, but not this one.
 void find_absent(const run& of, const object& one, source from, std::vector<difference>& into) {
   std::set<std::int16_t> holders;
   for (const cell& c : one.cells)
     if (c.from == from) holders.insert(c.node);
-  if (holders.empty()) return;
+  const bool is_expected = one.kind == object_kind::bundle && is_known_to(of, one, from);
+  if (holders.empty() && !is_expected) return;
   difference made;
   made.object = name_of(of, one);
   made.what = field::presence;
@@ -127,9 +139,31 @@ void find_absent(const run& of, const object& one, source from, std::vector<diff
                                     [](const witness& w) { return w.is_odd; });
   if (absent == 0) return;
   made.how_sure = sureness::named;
-  made.why =
-      fmt::format("{} of {} nodes hold it",
-                  made.witnesses.size() - static_cast<std::size_t>(absent), made.witnesses.size());
+  const std::size_t holding = made.witnesses.size() - static_cast<std::size_t>(absent);
+  made.why = holding == 0 ? "no node holds it, and it is configured"
+                          : fmt::format("{} of {} nodes hold it", holding, made.witnesses.size());
+  into.push_back(std::move(made));
+}
+
+// The bundle manager holds a bundle for the whole router.
+void find_absent_in_manager(const run& of, const object& one, std::vector<difference>& into) {
+  const bool holds = std::any_of(one.cells.begin(), one.cells.end(),
+                                 [](const cell& c) { return c.from == source::bundle_manager; });
+  const bool is_read = has_entries(of, source::bundle_manager, no_place, no_place);
+  if (one.kind != object_kind::bundle || holds || !is_read) return;
+  difference made;
+  made.object = name_of(of, one);
+  made.what = field::presence;
+  made.how_sure = sureness::named;
+  made.why = "it is configured with members";
+  witness config;
+  config.from = source::running_config;
+  config.value = "present";
+  witness manager;
+  manager.from = source::bundle_manager;
+  manager.is = witness::state::absent;
+  manager.is_odd = true;
+  made.witnesses = {config, manager};
   into.push_back(std::move(made));
 }
 
@@ -142,8 +176,13 @@ void find_absent_member(const run& of, const object& one, std::vector<difference
   difference made;
   made.object = name_of(of, one);
   made.what = field::presence;
+  const object& bundle = of.objects[one.bundle];
   const auto check = [&](source from, bool is_read) {
-    if (!is_read) return;
+    // Where the whole bundle is missing, that is the finding.
+    const bool has_bundle = std::any_of(
+        bundle.cells.begin(), bundle.cells.end(),
+        [&](const cell& c) { return c.from == from && (c.node == node || c.node == no_place); });
+    if (!is_read || !has_bundle) return;
     witness at;
     at.from = from;
     at.node = name_of_node(of, node);
@@ -158,7 +197,8 @@ void find_absent_member(const run& of, const object& one, std::vector<difference
   };
   check(source::bundle_manager, has_entries(of, source::bundle_manager, no_place, no_place));
   check(source::agent, has_entries(of, source::agent, node, no_place));
-  check(source::lagport, has_entries(of, source::lagport, node, no_place));
+  check(source::lagport,
+        has_field(one, field::handle) && has_entries(of, source::lagport, node, no_place));
   if (std::none_of(made.witnesses.begin(), made.witnesses.end(),
                    [](const witness& w) { return w.is_odd; }))
     return;
@@ -202,7 +242,9 @@ std::vector<difference> find_differences(const run& of) {
       find_absent_member(of, one, found);
       continue;
     }
-    for (const source from : {source::agent, source::lagport, source::l2port})
+    find_absent_in_manager(of, one, found);
+    for (const source from :
+         {source::agent, source::lagport, source::l2port, source::l2intf, source::l3intf})
       find_absent(of, one, from, found);
   }
   return found;

@@ -90,6 +90,14 @@ coverage cover_whole(const run& of, const whole_layer& one) {
     entry.reason = "the logs hold no snapshot of this run";
     return entry;
   }
+  if (const finding* lost = finding_with(of, {"TC-765", "TC-766"})) {
+    entry.reason = lost->text;
+    return entry;
+  }
+  if (const finding* early = finding_with(of, {"TC-702", "TC-703", "TC-704"})) {
+    entry.reason = fmt::format("the run ended before it could ask: {}", early->text);
+    return entry;
+  }
   entry.state = coverage_state::empty;
   entry.reason = complaint_with(of, one.tool);
   if (!entry.reason.empty()) entry.state = coverage_state::failed;
@@ -131,6 +139,8 @@ void cover_agent(run& of, const node& at, const coverage& whole) {
     entry.reason = whole.state == coverage_state::read
                        ? "the agents' table has no bundle for this node"
                        : whole.reason;
+    // The agents do not report a live standby route processor.
+    entry.is_normal = entry.state == coverage_state::empty && at.role == "Standby";
   }
   of.covered.push_back(std::move(entry));
 }
@@ -217,16 +227,19 @@ void cover_chip(run& of, const node& at, const std::string& npu) {
   const auto number = static_cast<std::int16_t>(std::atoi(npu.c_str()));
   const finding* failure = finding_with(of, {"TC-718", "TC-719"}, at.name, npu);
   if (failure == nullptr) failure = finding_with(of, {"TC-709", "TC-710"}, at.name);
-  if (!at.has_supported_asic) {
+  if (failure != nullptr) {
+    const bool is_dump = failure->code == "TC-709" || failure->code == "TC-710";
+    entry.state = is_dump ? coverage_state::failed : coverage_state::not_understood;
+    entry.reason = failure->text;
+  } else if (const finding* note = finding_with(of, {"TC-615"}, at.name)) {
+    entry.state = coverage_state::empty;
+    entry.reason = note->text;
+    entry.is_normal = at.type != "LC" && !has_members(of, at);
+  } else if (!at.has_supported_asic) {
     entry.state = coverage_state::never_asked;
     entry.reason = fmt::format("chips of the family {} are not supported", at.asic);
   } else if (!of.has_chip_tables) {
     entry.reason = "the logs hold no chip tables: the run ended before it compared them";
-  } else if (failure != nullptr) {
-    entry.state = failure->code == "TC-710" || failure->code == "TC-709"
-                      ? coverage_state::failed
-                      : coverage_state::not_understood;
-    entry.reason = failure->text;
   } else if (entries_of(of, source::chip_lag, index, number) != 0) {
     entry.state = coverage_state::read;
   } else if (has_table(of, source::chip_lag, index, number)) {
@@ -240,20 +253,66 @@ void cover_chip(run& of, const node& at, const std::string& npu) {
   of.covered.push_back(std::move(entry));
 }
 
+// The audit leaves a node out of the rest of the run when a layer of it turns out to be empty.
+coverage cover_left_out(const run& of, const node& at) {
+  coverage entry;
+  entry.node = at.name;
+  entry.of = layer::dpa;
+  entry.state = coverage_state::never_asked;
+  entry.command = command_for(of, source::lagport, at.name, {});
+  const finding* note =
+      finding_with(of, {"TC-611", "TC-612", "TC-613", "TC-614", "TC-615"}, at.name);
+  if (note == nullptr) {
+    entry.reason = why_left_out(of, at);
+    return entry;
+  }
+  entry.of = note->of;
+  const std::string complaint = complaint_with(of, at.address);
+  entry.state = complaint.empty() ? coverage_state::empty : coverage_state::failed;
+  entry.reason = complaint.empty() ? note->text : complaint;
+  if (entry.of == layer::bcm) entry.command = command_for(of, source::chip_lag, at.name, {});
+  // A route processor without ports has nothing to show.
+  entry.is_normal = complaint.empty() && at.type != "LC" && !has_members(of, at);
+  return entry;
+}
+
+// A card with members has chips, whether the platform lists them or not.
+void cover_chips_unlisted(run& of, const node& at) {
+  if (at.type != "LC" && !has_members(of, at)) return;
+  coverage entry;
+  entry.of = layer::bcm;
+  entry.node = at.name;
+  entry.state = coverage_state::never_asked;
+  entry.reason = "the platform's list of chip units does not have it";
+  entry.command = "/opt/nos/bin/asic_shell_show -c \"show unit\" -u all -n A";
+  of.covered.push_back(std::move(entry));
+}
+
 void cover_node(run& of, const node& at, const coverage& agents) {
   if (!at.takes_part) {
-    coverage entry;
-    entry.node = at.name;
-    entry.of = layer::dpa;
-    entry.state = coverage_state::never_asked;
-    entry.reason = why_left_out(of, at);
-    of.covered.push_back(std::move(entry));
+    of.covered.push_back(cover_left_out(of, at));
     return;
   }
   cover_agent(of, at, agents);
   cover_forwarding(of, at);
-  if (at.asic.empty()) return;
+  if (at.asic.empty()) {
+    cover_chips_unlisted(of, at);
+    return;
+  }
   for (const std::string& npu : at.npus) cover_chip(of, at, npu);
+}
+
+// Without a list of nodes nothing is asked of any.
+void cover_inventory(run& of) {
+  const bool has_node = std::any_of(of.nodes.begin(), of.nodes.end(),
+                                    [](const node& at) { return !at.is_empty_slot; });
+  if (!of.has_snapshot || has_node) return;
+  if (finding_with(of, {"TC-702", "TC-703", "TC-704", "TC-765", "TC-766"}) != nullptr) return;
+  coverage entry;
+  entry.state = coverage_state::empty;
+  entry.reason = "plat_nodes_show lists no node";
+  entry.command = "/opt/nos/bin/plat_nodes_show -v";
+  of.covered.push_back(std::move(entry));
 }
 
 }  // namespace
@@ -319,6 +378,7 @@ void fill_coverage(run& of) {
       whole_layer{layer::pd, source::agent, "lagmgr_agent_show", {"TC-712"}}};
   for (const whole_layer& one : layers) of.covered.push_back(cover_whole(of, one));
   const coverage agents = of.covered.back();
+  cover_inventory(of);
   for (std::size_t i = 0; i < of.nodes.size(); ++i)
     if (!of.nodes[i].is_empty_slot) cover_node(of, of.nodes[i], agents);
 }

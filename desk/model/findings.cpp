@@ -40,9 +40,13 @@ void take_blanks(finding& into, const recognised& message) {
   const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), count);
   if (error == std::errc{} && end != number.data()) into.number = count;
   if (const std::string_view npu = message.at("npu"); !npu.empty()) into.npu = npu;
-  const std::string_view member = message.at("member");
-  if (!member.empty() && into.object.kind == object_kind::bundle)
-    into.object = {object_kind::member, into.object.bundle, std::string(member)};
+  std::string member(message.at("member"));
+  if (member.empty() || into.object.kind != object_kind::bundle) return;
+  // The forwarding layer writes a port's name with underscores.
+  std::replace(member.begin(), member.end(), '_', '/');
+  const std::string tail =
+      member.substr(std::min(member.find_first_of("0123456789"), member.size()));
+  into.object = {object_kind::member, into.object.bundle, tail.empty() ? member : tail};
 }
 
 finding finding_from(const run& of, const log_entry& entry, finding_kind kind) {
@@ -200,6 +204,14 @@ void read_findings(run& into, const log_set& logs, std::size_t back) {
   read_channel(into, logs.programming, back, finding_kind::programming);
   read_channel(into, logs.delay_delete, back, finding_kind::delay_delete);
   if (back == 0) read_health(into, logs.health);
+}
+
+void read_debug_notes(run& into) {
+  for (const std::string& text : into.debug_notes) {
+    if (!recognise(text)) continue;
+    const log_entry entry = {{}, text, "tessel_debug.log", 0, false};
+    into.findings.push_back(finding_from(into, entry, finding_kind::note));
+  }
 }
 
 void read_stale_entries(run& into, const std::string& folder) {

@@ -28,6 +28,9 @@ struct log_set {
 // of the run complete what a message names only in part, so read them before.
 void read_findings(run& into, const log_set& logs, std::size_t back);
 
+// What the audit noted in its debug log only, if its dumps were read before.
+void read_debug_notes(run& into);
+
 // The entries that the last run listed as stale, from the log of stale entries.
 void read_stale_entries(run& into, const std::string& folder);
 

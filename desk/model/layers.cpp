@@ -383,7 +383,13 @@ void take_map(intake& in, std::string_view label, dump_path path) {
 
 void take_line(run& into, std::string_view line) {
   if (line.empty() || into.complaints.size() == most_complaints) return;
-  if (line.starts_with("'") || line.starts_with("\"")) return;  // a note of the audit itself
+  // A note of the audit itself stands in quotes.
+  const bool is_quoted = line.front() == '\'' || line.front() == '"';
+  if (is_quoted && line.size() > 1 && line.back() == line.front()) {
+    if (into.debug_notes.size() < most_complaints)
+      into.debug_notes.emplace_back(line.substr(1, line.size() - 2));
+    return;
+  }
   if (std::find(into.complaints.begin(), into.complaints.end(), line) == into.complaints.end())
     into.complaints.emplace_back(line);
 }

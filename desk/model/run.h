@@ -166,7 +166,9 @@ struct run {
   // How many entries a table holds; a table that is missing has not come to the snapshot.
   std::map<std::tuple<source, std::int16_t, std::int16_t>, std::size_t> tables;
   std::map<std::string, std::string> stores;  // dump to "read", "empty", "not understood"
+  std::vector<std::string> debug_notes;       // of the audit itself, from the debug log
   std::vector<std::string> complaints;        // of the tools, from the debug log
+  bool is_last = true;  // of the runs in its logs: only the last one has a snapshot
   bool has_snapshot = false;
   bool has_journal = false;
   bool has_chip_tables = false;

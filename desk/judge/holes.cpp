@@ -1,0 +1,137 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "desk/judge/judging.h"
+#include "desk/model/coverage.h"
+
+namespace desk {
+
+namespace {
+
+std::string layer_words(layer of) {
+  switch (of) {
+    case layer::config:
+      return "the running configuration";
+    case layer::pi:
+      return "the bundle manager (PI)";
+    case layer::pd:
+      return "the agents (PD)";
+    case layer::dpa:
+      return "the forwarding layer (DPA)";
+    case layer::bcm:
+      return "the chip tables (BCM)";
+    case layer::none:
+      break;
+  }
+  return "the list of nodes";
+}
+
+std::string without(std::string text, std::string_view part) {
+  for (std::size_t at = text.find(part); !part.empty() && at != std::string::npos;
+       at = text.find(part, at))
+    text.erase(at, part.size());
+  return text;
+}
+
+// The node on which a member sits: its port object says so, or the agent that knows it.
+std::string node_of_member(const run& of, const object_ref& named) {
+  const object* member = of.find(object_kind::member, named.bundle, named.name);
+  if (member == nullptr) return {};
+  for (const cell& c : member->cells)
+    if (c.from == source::agent && c.node != no_place)
+      return of.nodes[static_cast<std::size_t>(c.node)].name;
+  return {};
+}
+
+// What went missing on a node can raise findings about everything that it holds, in its layer and
+// in those below. A failure of the whole router explains every failure.
+bool explains(const run& of, const coverage& hole, const finding& one) {
+  const bool is_open = one.kind == finding_kind::failure || one.kind == finding_kind::note;
+  if (hole.node.empty()) return is_open && (one.of == layer::none || one.of >= hole.of);
+  const std::string node = one.node.empty() ? node_of_member(of, one.object) : one.node;
+  if (node != hole.node) return false;
+  if (!hole.npu.empty() && !one.npu.empty() && one.npu != hole.npu) return false;
+  const bool is_missing = one.what == field::presence || is_open;
+  return is_missing && (one.of == layer::none || one.of >= hole.of || is_open);
+}
+
+// Holes of which the same is to be said are one cause: the chips of a card, or all cards.
+struct hole_group {
+  const coverage* first;
+  std::vector<std::string> nodes;
+  std::vector<std::string> npus;
+};
+
+bool is_alike(const coverage& a, const coverage& b) {
+  if (a.of != b.of || a.state != b.state || a.node.empty() != b.node.empty()) return false;
+  if (a.node == b.node) return a.reason == b.reason;
+  // A note or complaint names its own node; what is left of it is the same.
+  return without(a.reason, a.node) == without(b.reason, b.node) && a.npu.empty() == b.npu.empty();
+}
+
+std::vector<hole_group> groups_of_holes(const run& of) {
+  std::vector<hole_group> groups;
+  for (const coverage& one : of.covered) {
+    if (!is_hole(one) || one.state == coverage_state::unknown) continue;
+    // What was not read at all was not read for any node.
+    const coverage* whole = coverage_of(of, one.of, {}, {});
+    if (!one.node.empty() && whole != nullptr && is_hole(*whole)) continue;
+    const auto same = std::find_if(groups.begin(), groups.end(),
+                                   [&](const hole_group& g) { return is_alike(*g.first, one); });
+    hole_group& group =
+        same == groups.end() ? groups.emplace_back(hole_group{&one, {}, {}}) : *same;
+    if (std::find(group.nodes.begin(), group.nodes.end(), one.node) == group.nodes.end())
+      group.nodes.push_back(one.node);
+    if (!one.npu.empty()) group.npus.push_back(one.npu);
+  }
+  return groups;
+}
+
+std::string words_for(const hole_group& of) {
+  constexpr std::size_t most = 4;
+  if (of.first->node.empty()) return "the router";
+  if (of.nodes.size() > most) return fmt::format("{} nodes", of.nodes.size());
+  std::string words = fmt::format("{}", fmt::join(of.nodes, ", "));
+  if (of.nodes.size() == 1 && of.npus.size() == 1) words += " NPU " + of.npus.front();
+  if (of.nodes.size() == 1 && of.npus.size() > 1)
+    words += fmt::format(" NPU {}-{}", of.npus.front(), of.npus.back());
+  return words;
+}
+
+void take_explained(judging& at, const coverage& hole, cause& into) {
+  for (std::size_t i = 0; i < at.of().findings.size(); ++i) {
+    if (at.is_explained[i] || !explains(at.of(), hole, at.of().findings[i])) continue;
+    at.is_explained[i] = true;
+    into.findings.push_back(i);
+  }
+}
+
+void add_hole(judging& at, const hole_group& group) {
+  const coverage& hole = *group.first;
+  cause made;
+  const bool is_one = group.nodes.size() == 1;
+  made.object.kind = hole.node.empty()        ? object_kind::router
+                     : group.npus.size() == 1 ? object_kind::chip
+                                              : object_kind::node;
+  made.object.name = is_one ? hole.node : "";
+  made.node = is_one ? hole.node : "";
+  made.npu = is_one && group.npus.size() == 1 ? hole.npu : "";
+  made.first = hole.of;
+  made.how_sure = sureness::named;
+  made.title = fmt::format("{}: {} {}: {}", words_for(group), layer_words(hole.of),
+                           word_for(hole.state), shortened(hole.reason));
+  made.why = "nothing of it could be compared";
+  made.next = hole.command;
+  for (const coverage& one : at.of().covered)
+    if (is_hole(one) && is_alike(hole, one)) take_explained(at, one, made);
+  at.into.causes.push_back(std::move(made));
+}
+
+}  // namespace
+
+void add_holes(judging& at) {
+  for (const hole_group& group : groups_of_holes(at.of())) add_hole(at, group);
+}
+
+}  // namespace desk

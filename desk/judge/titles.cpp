@@ -1,0 +1,168 @@
+#include <fmt/format.h>
+#include "desk/judge/differences.h"
+
+#include <algorithm>
+
+#include "desk/judge/judging.h"
+
+namespace desk {
+
+namespace {
+
+constexpr std::size_t longest_name = 48;
+
+const witness* first_odd(const difference& of) {
+  const witness* first = nullptr;
+  for (const witness& one : of.witnesses) {
+    if (!one.is_odd) continue;
+    if (first == nullptr || layer_of(one.from) < layer_of(first->from)) first = &one;
+  }
+  return first;
+}
+
+std::string layer_and_source(source from) {
+  return fmt::format("{}, {}", word_for(layer_of(from)), tool_of(from));
+}
+
+std::string subject_of(const object_ref& of) {
+  const std::string bundle = shortened(of.bundle, longest_name);
+  const std::string name = shortened(of.name, longest_name);
+  if (of.kind == object_kind::member)
+    return bundle.empty() ? fmt::format("member {}", name)
+                          : fmt::format("{} member {}", bundle, name);
+  if (name.empty()) return bundle.empty() ? "the router" : bundle;
+  return name;
+}
+
+}  // namespace
+
+std::string shortened(std::string_view text, std::size_t longest) {
+  text = text.substr(0, text.find('\n'));
+  if (text.size() <= longest) return std::string(text);
+  return fmt::format("{}... ({} characters)", text.substr(0, longest), text.size());
+}
+
+std::string title_of(const difference& of) {
+  const witness* odd = first_odd(of);
+  if (of.what == field::presence)
+    return fmt::format("{}: missing on {} ({})", subject_of(of.object),
+                       places_of(of.witnesses, true), layer_and_source(odd->from));
+  if (of.how_sure != sureness::majority) {
+    std::vector<std::string> values;
+    for (const witness& one : of.witnesses)
+      if (one.is_odd)
+        values.push_back(fmt::format("{} on {} ({})", one.value,
+                                     one.node.empty() ? "the router" : one.node,
+                                     word_for(layer_of(one.from))));
+    return fmt::format("{}: {} is {}", subject_of(of.object), word_for(of.what),
+                       fmt::join(values, ", "));
+  }
+  const auto right = std::find_if(of.witnesses.begin(), of.witnesses.end(), [](const witness& w) {
+    return !w.is_odd && w.is == witness::state::holds;
+  });
+  return fmt::format("{}: {} is {} on {} ({}), {} on {}", subject_of(of.object), word_for(of.what),
+                     odd->value, places_of(of.witnesses, true), word_for(layer_of(odd->from)),
+                     right->value, places_of(of.witnesses, false));
+}
+
+std::string title_of(const finding& one) {
+  const std::string place =
+      one.npu.empty() ? one.node : fmt::format("{} NPU {}", one.node, one.npu);
+  const std::string on = place.empty() ? "" : fmt::format(" on {}", place);
+  const std::string in = one.of == layer::none ? "" : fmt::format(" ({})", word_for(one.of));
+  if (one.kind == finding_kind::health)
+    return fmt::format("{}: the bundle manager itself reports: {}", one.object.bundle,
+                       shortened(one.text));
+  if (one.kind == finding_kind::stale)
+    return fmt::format("{}: stale entry{}{}: {}",
+                       one.object.bundle.empty() ? "no bundle" : one.object.bundle, on, in,
+                       one.object.name);
+  if (one.kind == finding_kind::failure)
+    return fmt::format("{}: not verified{}{}: {}", subject_of(one.object), on, in,
+                       shortened(one.text));
+  if (one.kind == finding_kind::note)
+    return fmt::format("{}: not checked{}{}: {}", subject_of(one.object), on, in,
+                       shortened(one.text));
+  if (!one.reported.empty() && !one.known.empty())
+    return fmt::format("{}: {}{}{}: {} here, {} known before", subject_of(one.object),
+                       one.what == field::none ? "value differs" : word_for(one.what), on, in,
+                       one.reported, one.known);
+  if (one.what == field::presence)
+    return fmt::format("{}: missing{}{}", subject_of(one.object), on, in);
+  return fmt::format("{}: {} differs{}{}", subject_of(one.object), word_for(one.what), on, in);
+}
+
+std::string words_for_place(const coverage& at) {
+  if (at.node.empty()) return "the router";
+  return at.npu.empty() ? at.node : fmt::format("{} NPU {}", at.node, at.npu);
+}
+
+std::string_view word_for(verdict is) {
+  switch (is) {
+    case verdict::agrees:
+      return "agrees";
+    case verdict::differs:
+      return "differs";
+    case verdict::not_judged:
+      break;
+  }
+  return "not judged";
+}
+
+std::string_view word_for(sureness is) {
+  switch (is) {
+    case sureness::named:
+      return "sure";
+    case sureness::majority:
+      return "majority";
+    case sureness::tie:
+      return "tie";
+    case sureness::two_nodes:
+      return "two only";
+    case sureness::unknown:
+      break;
+  }
+  return "unknown";
+}
+
+std::string_view word_for(coverage_state is) {
+  switch (is) {
+    case coverage_state::read:
+      return "read";
+    case coverage_state::partly:
+      return "partly read";
+    case coverage_state::empty:
+      return "empty";
+    case coverage_state::failed:
+      return "failed";
+    case coverage_state::not_understood:
+      return "not understood";
+    case coverage_state::never_asked:
+      return "never asked";
+    case coverage_state::unknown:
+      break;
+  }
+  return "unknown";
+}
+
+std::string_view word_for(finding_kind is) {
+  switch (is) {
+    case finding_kind::inconsistency:
+      return "inconsistency";
+    case finding_kind::programming:
+      return "programming error";
+    case finding_kind::delay_delete:
+      return "delayed delete";
+    case finding_kind::stale:
+      return "stale entry";
+    case finding_kind::health:
+      return "bundle health";
+    case finding_kind::failure:
+      return "failure";
+    case finding_kind::note:
+      break;
+  }
+  return "note";
+}
+
+}  // namespace desk
