@@ -10,6 +10,13 @@ namespace desk {
 
 namespace {
 
+source source_in_chip(field what) {
+  if (what == field::mtu) return source::chip_mtu;
+  if (what == field::vlan_domain) return source::chip_domain;
+  if (what == field::rif || what == field::mac || what == field::lif) return source::chip_entry;
+  return source::chip_lag;
+}
+
 source source_of(const finding& one) {
   switch (one.of) {
     case layer::config:
@@ -24,7 +31,7 @@ source source_of(const finding& one) {
              : one.what == field::lif || one.what == field::mac ? source::l2port
                                                                 : source::lagport;
     case layer::bcm:
-      return one.what == field::mtu ? source::chip_mtu : source::chip_lag;
+      return source_in_chip(one.what);
     case layer::none:
       break;
   }

@@ -30,7 +30,7 @@ constexpr std::array roles_table = std::to_array<roles_of_code>({
     {"TC-111", "number object layer reported known", field::type},
     {"TC-112", "number object reported known", field::vlan_domain, layer::dpa},
     {"TC-113", "number member object", field::npu, layer::pd},
-    {"TC-114", "number reported known", field::none, layer::dpa},
+    {"TC-114", "number reported known", field::weight, layer::dpa},
     {"TC-115", "number lag object", field::presence, layer::bcm},
     {"TC-116", "number lag object npu", field::presence, layer::bcm},
     {"TC-117", "number member object npu", field::presence, layer::bcm},

@@ -57,6 +57,11 @@ bool has_table(const run& of, source from, std::int16_t node, std::int16_t npu) 
   return of.tables.contains({from, node, npu});
 }
 
+// What ended the run before it asked the layers.
+const finding* early_end(const run& of) {
+  return finding_with(of, {"TC-702", "TC-703", "TC-704"});
+}
+
 // ---- The router as a whole ----------------------------------------------------------------------
 
 struct whole_layer {
@@ -94,7 +99,7 @@ coverage cover_whole(const run& of, const whole_layer& one) {
     entry.reason = lost->text;
     return entry;
   }
-  if (const finding* early = finding_with(of, {"TC-702", "TC-703", "TC-704"})) {
+  if (const finding* early = early_end(of)) {
     entry.reason = fmt::format("the run ended before it could ask: {}", early->text);
     return entry;
   }
@@ -210,6 +215,9 @@ void cover_forwarding(run& of, const node& at) {
     if (!of.has_snapshot) {
       entry.state = coverage_state::unknown;
       entry.reason = "the logs hold no snapshot of this run";
+    } else if (const finding* early = held == 0 ? early_end(of) : nullptr) {
+      entry.state = coverage_state::unknown;
+      entry.reason = fmt::format("the run ended before it could ask: {}", early->text);
     }
     // Without ports there is nothing to hold. A node that did not answer is another matter.
     entry.is_normal = entry.state == coverage_state::empty && missing.empty() && at.type != "LC";
@@ -302,6 +310,22 @@ void cover_node(run& of, const node& at, const coverage& agents) {
   for (const std::string& npu : at.npus) cover_chip(of, at, npu);
 }
 
+// What the chips' shell is asked for one of its tables.
+std::string_view chip_command(source from, bool is_jericho2) {
+  switch (from) {
+    case source::chip_mtu:
+      return is_jericho2 ? "dump ETPPC_EDITING_PER_PORT_TABLE"
+                         : "dump EPNI_PACKETPROCESSING_PORT_CONFIGURATION_TABLE";
+    case source::chip_domain:
+      return is_jericho2 ? "dbal table dump table=INGRESS_PP_PORT" : "d IHP_VTT_IN_PP_PORT_CONFIG";
+    case source::chip_entry:
+      return is_jericho2 ? "dbal table dump table=ING_VSI_INFO_DB" : "d IHP_VSI_LOW_CFG_1";
+    default:
+      break;
+  }
+  return is_jericho2 ? "tm lag" : "diag lag";
+}
+
 // Without a list of nodes nothing is asked of any.
 void cover_inventory(run& of) {
   const bool has_node = std::any_of(of.nodes.begin(), of.nodes.end(),
@@ -359,8 +383,7 @@ std::string command_for(const run& of, source from, std::string_view node, std::
     return fmt::format("ssh {} /opt/nos/bin/{} -D", at->address, tool_of(from));
   }
   return fmt::format("/opt/nos/bin/asic_shell_show -c \"{}\" -u {} -n {}",
-                     at->asic == jericho2 ? "tm lag" : "diag lag", npu.empty() ? "all" : npu,
-                     at->id);
+                     chip_command(from, at->asic == jericho2), npu.empty() ? "all" : npu, at->id);
 }
 
 void fill_coverage(run& of) {

@@ -49,6 +49,26 @@ void take_blanks(finding& into, const recognised& message) {
   into.object = {object_kind::member, into.object.bundle, tail.empty() ? member : tail};
 }
 
+const cell* cell_of(const object& one, field what, std::int16_t node) {
+  for (const cell& c : one.cells)
+    if (c.what == what && c.node == node) return &c;
+  return nullptr;
+}
+
+// The message about too much weight names the numbers only: the bundle is the one with them.
+void find_weight(finding& into, const run& of) {
+  for (const object& one : of.objects) {
+    for (const cell& weight : one.cells) {
+      if (weight.what != field::weight || of.texts.text(weight.value) != into.reported) continue;
+      const cell* limit = cell_of(one, field::weight_limit, weight.node);
+      if (limit == nullptr || of.texts.text(limit->value) != into.known) continue;
+      into.object = {one.kind, of.objects[one.bundle].name, one.name};
+      if (weight.node != no_place) into.node = of.nodes[static_cast<std::size_t>(weight.node)].name;
+      return;
+    }
+  }
+}
+
 finding finding_from(const run& of, const log_entry& entry, finding_kind kind) {
   finding made;
   made.kind = kind;
@@ -65,6 +85,7 @@ finding finding_from(const run& of, const log_entry& entry, finding_kind kind) {
   made.node = std::move(named.node);
   made.npu = std::move(named.npu);
   if (message) take_blanks(made, *message);
+  if (made.what == field::weight) find_weight(made, of);
   return made;
 }
 

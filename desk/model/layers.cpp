@@ -159,6 +159,8 @@ void take_lagport(intake& in, std::int16_t node, dump_path path, std::string_vie
         {in.keep(path[2]), 0, false, {what, source::lagport, node, npu, in.keep(value)}});
   };
   if (path[3] == "lagid") add(field::lag_id, no_place);
+  if (path[3] == "weight") add(field::weight, no_place);
+  if (path[3] == "max_member_count" && value != unset) add(field::weight_limit, no_place);
   if (path[3] == "deletePending" && value == "1") add(field::deletion, no_place);
   if (path[3] == "vlan_domain" && path.size() == 5 && value != unset)
     add(field::vlan_domain, npu_of(path[4]));

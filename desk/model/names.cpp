@@ -77,6 +77,10 @@ std::string_view word_for(field of) {
       return "encapsulation";
     case field::deletion:
       return "delayed delete";
+    case field::weight:
+      return "weight";
+    case field::weight_limit:
+      return "weight limit";
     case field::none:
       break;
   }

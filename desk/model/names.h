@@ -28,6 +28,8 @@ enum class field : std::uint8_t {
   type,
   encapsulation,
   deletion,
+  weight,
+  weight_limit,
   none
 };
 

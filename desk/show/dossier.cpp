@@ -17,9 +17,9 @@ namespace desk {
 namespace {
 
 constexpr std::array shown_fields = {
-    field::type,        field::encapsulation, field::handle,   field::mac,     field::mtu,
-    field::lag_id,      field::lif,           field::rif,      field::npu,     field::member_id,
-    field::system_port, field::vlan_domain,   field::deletion, field::presence};
+    field::type,        field::encapsulation, field::handle,   field::mac,    field::mtu,
+    field::lag_id,      field::lif,           field::rif,      field::npu,    field::member_id,
+    field::system_port, field::vlan_domain,   field::deletion, field::weight, field::presence};
 
 // ---- Which bundle -------------------------------------------------------------------------------
 
