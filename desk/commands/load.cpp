@@ -20,6 +20,21 @@ run_end end_of(const run& of) {
   return of.has_chip_tables ? run_end::complete : run_end::stopped;
 }
 
+// A journal that was named must be there.
+void read_commands(run& of, const report_options& options) {
+  const std::string usual = options.logs + "/tessel_journal.jsonl";
+  if (options.journal.empty() && !file_exists(usual)) return;
+  try {
+    of.log_of_commands = read_journal(options.journal.empty() ? usual : options.journal);
+    of.has_journal = true;
+    const auto& marks = of.log_of_commands->marks;
+    of.marks.insert(of.marks.end(), marks.begin(), marks.end());
+  } catch (const read_error& error) {
+    if (!options.journal.empty()) throw no_run(error.what());
+    of.marks.emplace_back(error.what());
+  }
+}
+
 std::size_t back_of(const report_options& options, std::size_t runs) {
   if (options.run == 0) return 0;
   if (options.run > runs)
@@ -57,6 +72,7 @@ run load_run(const report_options& options) {
   read_findings(of, logs, back);
   if (back == 0) read_debug_notes(of);
   if (back == 0) read_stale_entries(of, options.logs);
+  if (back == 0) read_commands(of, options);
   of.end = back == 0 ? end_of(of) : run_end::unknown;
   fill_coverage(of);
   return of;

@@ -41,6 +41,10 @@ report_options parse_options(const std::vector<std::string>& words) {
   command_line::add_value(app, "--logs", "DIR",
                           "the folder with the logs of the audit. Default: /var/log",
                           [&](const auto& text) { parsed.logs = text; });
+  command_line::add_value(app, "--journal", "FILE",
+                          "the journal that tessel-host --journal wrote of the run. Default: "
+                          "tessel_journal.jsonl in the folder of the logs, if it is there",
+                          [&](const auto& text) { parsed.journal = text; });
   command_line::add_value(app, "--run", "N",
                           "an older run, by its number in `tessel-report runs`; shows its findings "
                           "only, because the snapshot is that of the last run",

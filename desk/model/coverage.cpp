@@ -386,6 +386,62 @@ std::string command_for(const run& of, source from, std::string_view node, std::
                      chip_command(from, at->asic == jericho2), npu.empty() ? "all" : npu, at->id);
 }
 
+namespace {
+
+// ---- By the journal -----------------------------------------------------------------------------
+
+layer layer_of_command(std::string_view command) {
+  if (command.find("fwd_object_show") != std::string_view::npos) return layer::dpa;
+  if (command.find("lagmgr_agent_show") != std::string_view::npos) return layer::pd;
+  if (command.find("lagmgr_table_show") != std::string_view::npos) return layer::pi;
+  if (command.find("cfg_render") != std::string_view::npos) return layer::config;
+  if (command.find("asic_shell_show") != std::string_view::npos &&
+      command.find("show unit") == std::string_view::npos)
+    return layer::bcm;
+  return layer::none;
+}
+
+bool is_about(const journal_command& command, const coverage& entry) {
+  if (layer_of_command(command.command) != entry.of) return false;
+  if (!entry.npu.empty() && command.npu != entry.npu) return false;
+  return entry.node.empty() || command.node == entry.node;
+}
+
+// How a command ended, if that is what hides the layer: it did not end, failed, or printed nothing.
+std::string trouble_of(const journal_command& command) {
+  if (!command.failed.empty()) return command.failed;
+  if (!command.has_ended) return "it had not ended when the run did";
+  if (command.signal) return fmt::format("ended by signal {}", *command.signal);
+  // 1 is also what grep says of an output in which it found nothing.
+  if (command.status && *command.status > 1)
+    return fmt::format("exit status {}, {} bytes", *command.status, command.bytes.value_or(0));
+  return command.bytes == 0U ? "printed nothing" : "";
+}
+
+void add_journal(run& of, coverage& entry) {
+  if (!of.log_of_commands) return;
+  for (const journal_command& one : of.log_of_commands->commands) {
+    if (!is_about(one, entry)) continue;
+    ++entry.commands;
+    entry.seconds += one.seconds;
+    entry.bytes += one.bytes.value_or(0);
+    const std::string trouble = trouble_of(one);
+    if (trouble.empty() || entry.state == coverage_state::read || entry.has_trouble) continue;
+    entry.has_trouble = true;
+    entry.reason = fmt::format("{}; `{}`: {}", entry.reason, one.command, trouble);
+    if (entry.state == coverage_state::unknown) entry.state = coverage_state::empty;
+  }
+  // A chip whose every command printed something was read, even if its tables are not in the logs.
+  const bool is_note_of_node = entry.of == layer::bcm && entry.state == coverage_state::empty &&
+                               !entry.npu.empty() && !entry.has_trouble && entry.commands != 0;
+  if (is_note_of_node) {
+    entry.state = coverage_state::unknown;
+    entry.reason = fmt::format("{}; this chip printed {} bytes", entry.reason, entry.bytes);
+  }
+}
+
+}  // namespace
+
 void fill_coverage(run& of) {
   const std::array<whole_layer, 3> layers = {
       whole_layer{layer::config,
@@ -404,6 +460,7 @@ void fill_coverage(run& of) {
   cover_inventory(of);
   for (std::size_t i = 0; i < of.nodes.size(); ++i)
     if (!of.nodes[i].is_empty_slot) cover_node(of, of.nodes[i], agents);
+  for (coverage& entry : of.covered) add_journal(of, entry);
 }
 
 }  // namespace desk

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "desk/model/names.h"
+#include "desk/read/journal.h"
 
 namespace desk {
 
@@ -93,9 +94,13 @@ struct coverage {
   std::string node;  // empty: the router as a whole
   std::string npu;   // empty: the node as a whole
   coverage_state state = coverage_state::unknown;
-  std::string reason;      // in words; empty only if the state is read
-  std::string command;     // the read-only command that shows it; may be empty
-  bool is_normal = false;  // nothing can be there: a route processor without ports
+  std::string reason;        // in words; empty only if the state is read
+  std::string command;       // the read-only command that shows it; may be empty
+  std::size_t commands = 0;  // by the journal: how many, how long together, how much they printed
+  double seconds = 0;
+  std::uint64_t bytes = 0;
+  bool has_trouble = false;  // a command of it ended badly, by the journal
+  bool is_normal = false;    // nothing can be there: a route processor without ports
 };
 
 // Where a member sits, as its port object says.
@@ -171,6 +176,7 @@ struct run {
   bool is_last = true;  // of the runs in its logs: only the last one has a snapshot
   bool has_snapshot = false;
   bool has_journal = false;
+  std::optional<journal> log_of_commands;
   bool has_chip_tables = false;
 
   // The object, or nothing. A member is looked up with its bundle.

@@ -25,6 +25,26 @@ std::string npus_alike(const std::vector<coverage>& all, std::size_t& at) {
   return all[at].npu == first.npu ? first.npu : fmt::format("{}-{}", first.npu, all[at].npu);
 }
 
+// What the journal adds: how much was asked, and what took longest.
+void show_commands(const journal& of, std::ostream& out) {
+  const auto slowest =
+      std::max_element(of.commands.begin(), of.commands.end(),
+                       [](const auto& a, const auto& b) { return a.seconds < b.seconds; });
+  out << fmt::format("\n{} commands in {:.1f} s", of.commands.size(), of.seconds);
+  if (slowest != of.commands.end())
+    out << fmt::format("; the slowest took {:.1f} s: {}", slowest->seconds,
+                       printable(slowest->command));
+  out << '\n';
+  for (const journal_command& one : of.commands) {
+    if (one.failed.empty() && one.has_ended && !one.signal && one.status.value_or(0) <= 1) continue;
+    out << fmt::format("  {}: {}\n", printable(one.command),
+                       !one.failed.empty() ? printable(one.failed)
+                       : !one.has_ended    ? "had not ended when the run did"
+                       : one.signal        ? fmt::format("ended by signal {}", *one.signal)
+                                           : fmt::format("exit status {}", *one.status));
+  }
+}
+
 }  // namespace
 
 void show_coverage(const judged_run& of, const terminal& on, std::ostream& out) {
@@ -43,6 +63,7 @@ void show_coverage(const judged_run& of, const terminal& on, std::ostream& out) 
     out << head << toned(on, tone_of(one), padded(word_for(one.state), 15)) << ' '
         << wrapped(printable(one.reason), on.width, head.size() + 16) << '\n';
   }
+  if (of.of.log_of_commands) show_commands(*of.of.log_of_commands, out);
   const auto holes = std::count_if(of.of.covered.begin(), of.of.covered.end(), is_hole);
   out << (holes == 0 ? "\nEverything that was asked was read.\n"
                      : fmt::format("\n{} of {} places were not wholly read; what they hold is not "

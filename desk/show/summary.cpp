@@ -93,8 +93,9 @@ void show_witnesses(const view& v, const difference& of) {
 void show_findings(const view& v, const cause& of) {
   for (const std::size_t index : of.findings) {
     const finding& one = v.of.of.findings[index];
-    v.out << fmt::format("{:{}}{} {}:{} ", "", margin + 2, one.code, one.log, one.line)
-          << printable(one.text) << '\n';
+    const std::string line = one.line == 0 ? one.log : fmt::format("{}:{}", one.log, one.line);
+    v.out << fmt::format("{:{}}{} {} ", "", margin + 2, one.code, line) << printable(one.text)
+          << '\n';
   }
 }
 

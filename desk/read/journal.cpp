@@ -1,0 +1,92 @@
+#include "desk/read/journal.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "desk/read/line_reader.h"
+
+namespace desk {
+
+namespace {
+
+using nlohmann::json;
+
+// The value of a key if it is there and of this kind.
+std::string text_at(const json& line, const char* key) {
+  const auto at = line.find(key);
+  return at != line.end() && at->is_string() ? at->get<std::string>() : std::string();
+}
+
+template <class Number>
+std::optional<Number> number_at(const json& line, const char* key) {
+  const auto at = line.find(key);
+  if (at == line.end() || !at->is_number()) return {};
+  return at->get<Number>();
+}
+
+void take_end(journal_command& of, const json& line) {
+  of.has_ended = true;
+  of.status = number_at<int>(line, "status");
+  of.signal = number_at<int>(line, "signal");
+  of.bytes = number_at<std::uint64_t>(line, "bytes");
+  of.seconds = number_at<double>(line, "seconds").value_or(0);
+  of.failed = text_at(line, "failed");
+}
+
+struct intake {
+  journal into;
+  std::map<std::uint64_t, journal_command> commands;
+  std::uint64_t last = 0;  // number of a line
+  std::uint64_t lost = 0;
+  std::size_t not_understood = 0;
+};
+
+void take_line(intake& in, const json& line) {
+  const auto number = number_at<std::uint64_t>(line, "n");
+  if (number && *number > in.last) {
+    in.lost += *number - in.last - 1;
+    in.last = *number;
+  }
+  in.into.seconds = std::max(in.into.seconds, number_at<double>(line, "at").value_or(0));
+  const std::string event = text_at(line, "event");
+  if (event == "run") in.into.time = text_at(line, "time");
+  if (event == "finished") in.into.is_finished = true;
+  const auto id = number_at<std::uint64_t>(line, "id");
+  if (!id || (event != "start" && event != "end")) return;
+  journal_command& of = in.commands[*id];
+  of.id = *id;
+  of.node = text_at(line, "node");
+  of.npu = text_at(line, "npu");
+  of.command = text_at(line, "command");
+  if (event == "end") take_end(of, line);
+}
+
+}  // namespace
+
+journal read_journal(const std::string& path) {
+  intake in;
+  byte_source bytes(path);
+  line_reader lines(bytes);
+  std::string text;
+  while (lines.next(text)) {
+    if (text.empty()) continue;
+    const json line = json::parse(text, nullptr, false);
+    if (line.is_object())
+      take_line(in, line);
+    else
+      ++in.not_understood;
+  }
+  if (in.lost != 0) in.into.marks.push_back(fmt::format("{}: {} lines are lost", path, in.lost));
+  if (in.not_understood != 0)
+    in.into.marks.push_back(
+        fmt::format("{}: {} lines are cut or not understood", path, in.not_understood));
+  if (!in.into.is_finished)
+    in.into.marks.push_back(fmt::format("{}: the run did not come to its end", path));
+  for (auto& [id, one] : in.commands) in.into.commands.push_back(std::move(one));
+  return std::move(in.into);
+}
+
+}  // namespace desk

@@ -1,0 +1,36 @@
+// The journal of a run: which commands it ran, how each ended, how much each printed.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace desk {
+
+struct journal_command {
+  std::uint64_t id = 0;
+  std::string node;  // empty if it concerns no single one
+  std::string npu;
+  std::string command;
+  bool has_ended = false;
+  std::optional<int> status;
+  std::optional<int> signal;
+  std::optional<std::uint64_t> bytes;
+  double seconds = 0;
+  std::string failed;  // why the audit could not run it or use its output
+};
+
+struct journal {
+  std::vector<journal_command> commands;  // in the order of their numbers
+  std::string time;                       // when the run began, in UTC
+  bool is_finished = false;
+  double seconds = 0;              // up to its last line
+  std::vector<std::string> marks;  // what is lost or not understood, a sentence each
+};
+
+// Reads the journal of one run; a line that is lost, cut or no JSON is a mark. Throws `read_error`
+// if the file cannot be read.
+[[nodiscard]] journal read_journal(const std::string& path);
+
+}  // namespace desk
