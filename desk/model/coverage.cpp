@@ -428,7 +428,7 @@ void add_journal(run& of, coverage& entry) {
     const std::string trouble = trouble_of(one);
     if (trouble.empty() || entry.state == coverage_state::read || entry.has_trouble) continue;
     entry.has_trouble = true;
-    entry.reason = fmt::format("{}; `{}`: {}", entry.reason, one.command, trouble);
+    entry.reason = fmt::format("{}; `{}`: {}", entry.reason, shown_call(one), trouble);
     if (entry.state == coverage_state::unknown) entry.state = coverage_state::empty;
   }
   // A chip whose every command printed something was read, even if its tables are not in the logs.

@@ -66,6 +66,10 @@ void take_line(intake& in, const json& line) {
 
 }  // namespace
 
+std::string shown_call(const journal_command& of) {
+  return of.command.substr(0, of.command.find(" | "));
+}
+
 journal read_journal(const std::string& path) {
   intake in;
   byte_source bytes(path);

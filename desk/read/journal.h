@@ -21,6 +21,9 @@ struct journal_command {
   std::string failed;  // why the audit could not run it or use its output
 };
 
+// The tool's own call, without the pipe behind it.
+[[nodiscard]] std::string shown_call(const journal_command& of);
+
 struct journal {
   std::vector<journal_command> commands;  // in the order of their numbers
   std::string time;                       // when the run began, in UTC

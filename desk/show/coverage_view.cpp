@@ -33,11 +33,11 @@ void show_commands(const journal& of, std::ostream& out) {
   out << fmt::format("\n{} commands in {:.1f} s", of.commands.size(), of.seconds);
   if (slowest != of.commands.end())
     out << fmt::format("; the slowest took {:.1f} s: {}", slowest->seconds,
-                       printable(slowest->command));
+                       printable(shown_call(*slowest)));
   out << '\n';
   for (const journal_command& one : of.commands) {
     if (one.failed.empty() && one.has_ended && !one.signal && one.status.value_or(0) <= 1) continue;
-    out << fmt::format("  {}: {}\n", printable(one.command),
+    out << fmt::format("  {}: {}\n", printable(shown_call(one)),
                        !one.failed.empty() ? printable(one.failed)
                        : !one.has_ended    ? "had not ended when the run did"
                        : one.signal        ? fmt::format("ended by signal {}", *one.signal)

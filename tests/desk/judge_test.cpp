@@ -1,0 +1,226 @@
+#include "desk/judge/judge.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "desk/model/coverage.h"
+
+namespace desk {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// A router of some nodes on which every layer was read and holds one bundle.
+class run_of_a_test : public testing::Test {
+ protected:
+  void SetUp() override {
+    of.has_snapshot = true;
+    of.has_chip_tables = true;
+    of.end = run_end::complete;
+    of.tables[{source::running_config, no_place, no_place}] = 1;
+    of.tables[{source::bundle_manager, no_place, no_place}] = 1;
+    of.tables[{source::agent, no_place, no_place}] = 1;
+    bundle = of.object_at(object_kind::bundle, "BE1", "BE1");
+    of.objects[bundle].is_configured = true;
+    set(field::handle, source::bundle_manager, no_place, "0x3000004");
+  }
+
+  void add_nodes(std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+      const auto index = static_cast<std::int16_t>(of.nodes.size());
+      node& made = of.nodes.emplace_back();
+      made.name = "0/" + std::to_string(i) + "/CPU0";
+      made.address = "192.0.0." + std::to_string(i);
+      made.type = "LC";
+      made.band = "FINAL";
+      made.asic = "BCM8868";
+      made.takes_part = true;
+      made.has_supported_asic = true;
+      made.npus = {"0"};
+      for (const source table : {source::agent, source::lagport, source::l1port, source::l2port,
+                                 source::l2intf, source::l3intf})
+        of.tables[{table, index, no_place}] = 1;
+      of.tables[{source::chip_lag, index, 0}] = 1;
+      set(field::lag_id, source::agent, index, "0x1");
+      set(field::lag_id, source::lagport, index, "0x1");
+      set(field::lif, source::l2port, index, "0x00014000");
+    }
+  }
+  void set(field what, source from, std::int16_t node, const std::string& value) {
+    auto& cells = of.objects[bundle].cells;
+    for (cell& c : cells)
+      if (c.what == what && c.from == from && c.node == node) {
+        c.value = of.texts.keep(value);
+        return;
+      }
+    cells.push_back({what, from, node, no_place, of.texts.keep(value)});
+  }
+  void find(const std::string& code, field what, const std::string& on, layer in,
+            finding_kind kind = finding_kind::inconsistency) {
+    finding& one = of.findings.emplace_back();
+    one.code = code;
+    one.kind = kind;
+    one.object = {object_kind::bundle, "BE1", "BE1"};
+    one.node = on;
+    one.of = in;
+    one.what = what;
+    one.text = "a message";
+  }
+  judged_run judged() {
+    fill_coverage(of);
+    return judge(std::move(of));
+  }
+
+  run of;
+  std::size_t bundle = 0;
+};
+
+TEST_F(run_of_a_test, in_health_every_bundle_agrees) {
+  add_nodes(3);
+  const judged_run is = judged();
+  ASSERT_EQ(is.bundles.size(), 1U);
+  EXPECT_EQ(is.bundles[0].is, verdict::agrees);
+  EXPECT_THAT(is.causes, IsEmpty());
+  EXPECT_TRUE(is.is_wholly_judged);
+  EXPECT_EQ(exit_status(is), 0);
+}
+
+TEST_F(run_of_a_test, the_odd_one_is_the_minority_whichever_node_a_message_blames) {
+  add_nodes(4);
+  set(field::lif, source::l2port, 0, "0x00014500");
+  for (const char* blamed : {"0/1/CPU0", "0/2/CPU0", "0/3/CPU0"})
+    find("TC-108", field::lif, blamed, layer::dpa);
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].node, "0/0/CPU0");
+  EXPECT_EQ(is.causes[0].first, layer::dpa);
+  EXPECT_EQ(is.causes[0].how_sure, sureness::majority);
+  EXPECT_EQ(is.causes[0].findings.size(), 3U);
+  EXPECT_EQ(is.causes[0].why, "3 of 4 hold 0x00014000");
+  EXPECT_EQ(is.bundles[0].is, verdict::differs);
+  EXPECT_EQ(exit_status(is), 1);
+}
+
+TEST_F(run_of_a_test, two_nodes_cannot_outvote_each_other) {
+  add_nodes(2);
+  set(field::lif, source::l2port, 0, "0x00014500");
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].node, "");
+  EXPECT_EQ(is.causes[0].how_sure, sureness::two_nodes);
+}
+
+TEST_F(run_of_a_test, four_nodes_can_tie) {
+  add_nodes(4);
+  set(field::lif, source::l2port, 0, "0x00014500");
+  set(field::lif, source::l2port, 1, "0x00014500");
+  EXPECT_EQ(judged().causes.at(0).how_sure, sureness::tie);
+}
+
+TEST_F(run_of_a_test, values_are_compared_as_the_layers_mean_them) {
+  add_nodes(3);
+  set(field::lag_id, source::lagport, 1, "0x0001");
+  set(field::lif, source::l2port, 2, "0x4000");  // the low 16 bits count
+  EXPECT_THAT(judged().causes, IsEmpty());
+}
+
+TEST_F(run_of_a_test, what_is_not_there_is_missing_only_where_the_table_was_read) {
+  add_nodes(3);
+  auto& cells = of.objects[bundle].cells;
+  std::erase_if(cells, [](const cell& c) { return c.from == source::lagport && c.node == 2; });
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].node, "0/2/CPU0");
+  EXPECT_THAT(is.causes[0].title, HasSubstr("missing on 0/2/CPU0"));
+}
+
+TEST_F(run_of_a_test, a_node_that_was_not_read_is_one_cause_and_never_agreement) {
+  add_nodes(3);
+  auto& cells = of.objects[bundle].cells;
+  std::erase_if(cells, [](const cell& c) { return layer_of(c.from) == layer::dpa && c.node == 2; });
+  for (const source table :
+       {source::lagport, source::l1port, source::l2port, source::l2intf, source::l3intf})
+    of.tables.erase({table, 2, no_place});
+  of.complaints.emplace_back("ssh: connect to host 192.0.0.2 port 22: No route to host");
+  find("TC-747", field::none, "0/2/CPU0", layer::dpa, finding_kind::failure);
+  find("TC-102", field::presence, "0/2/CPU0", layer::dpa);
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].node, "0/2/CPU0");
+  EXPECT_THAT(is.causes[0].title, HasSubstr("No route to host"));
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0, 1));
+  EXPECT_THAT(is.bundles[0].not_judged, testing::Not(IsEmpty()));
+  EXPECT_FALSE(is.is_wholly_judged);
+}
+
+TEST_F(run_of_a_test, a_failure_alone_is_not_judged) {
+  add_nodes(3);
+  find("TC-747", field::none, "0/2/CPU0", layer::dpa, finding_kind::failure);
+  const judged_run is = judged();
+  EXPECT_EQ(is.bundles[0].is, verdict::not_judged);
+  EXPECT_EQ(exit_status(is), 3);
+}
+
+TEST_F(run_of_a_test, a_message_about_all_bundles_has_one_cause) {
+  add_nodes(3);
+  for (const char* name : {"BE2", "BE3", "BE4"}) {
+    const auto other = of.object_at(object_kind::bundle, name, name);
+    of.objects[other].is_configured = true;
+    of.objects[other].cells = of.objects[bundle].cells;
+  }
+  for (const char* name : {"BE1", "BE2", "BE3", "BE4"}) {
+    find("TC-743", field::none, "0/1/CPU0", layer::pi, finding_kind::failure);
+    of.findings.back().object = {object_kind::bundle, name, name};
+  }
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].title, HasSubstr("4 of 4 bundles"));
+}
+
+TEST_F(run_of_a_test, a_run_that_left_nothing_says_where_to_look) {
+  of = run();
+  of.marks = {"cannot read tessel_debug.log: No such file or directory"};
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].title, HasSubstr("ended at its start"));
+  EXPECT_EQ(exit_status(is), 3);
+}
+
+TEST_F(run_of_a_test, the_journal_names_the_chip_that_printed_nothing) {
+  add_nodes(1);
+  of.nodes[0].npus = {"0", "1"};
+  of.nodes[0].id = "4";
+  finding& note = of.findings.emplace_back();
+  note.code = "TC-615";
+  note.kind = finding_kind::note;
+  note.node = "0/0/CPU0";
+  note.of = layer::bcm;
+  note.text = "INFO: BCM hardware dont have any bundle data";
+  of.log_of_commands.emplace();
+  for (const char* npu : {"0", "1"}) {
+    journal_command one;
+    one.node = "0/0/CPU0";
+    one.npu = npu;
+    one.command = "asic_shell_show -c \"diag lag\" -u 0 -n 4 | grep x";
+    one.has_ended = true;
+    one.status = 0;
+    one.bytes = std::string_view(npu) == "0" ? 0 : 100;
+    of.log_of_commands->commands.push_back(one);
+  }
+  of.objects[bundle].cells.push_back(
+      {field::lag_id, source::agent, 0, no_place, of.texts.keep("0x1")});
+  const judged_run is = judged();
+  const coverage* empty = coverage_of(is.of, layer::bcm, "0/0/CPU0", "0");
+  ASSERT_NE(empty, nullptr);
+  EXPECT_EQ(empty->state, coverage_state::empty);
+  EXPECT_THAT(empty->reason, HasSubstr("printed nothing"));
+  EXPECT_EQ(coverage_of(is.of, layer::bcm, "0/0/CPU0", "1")->state, coverage_state::unknown);
+}
+
+}  // namespace
+}  // namespace desk
