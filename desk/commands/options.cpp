@@ -49,12 +49,13 @@ report_options parse_options(const std::vector<std::string>& words) {
                           "an older run, by its number in `tessel-report runs`; shows its findings "
                           "only, because the snapshot is that of the last run",
                           [&](const auto& text) { parsed.run = number_of_run(text); });
+  command_line::add_flag(app, "--short", "a line for each cause", parsed.is_short);
+  command_line::add_flag(app, "--all", "every cause, bundle and message", parsed.shows_all);
   command_line::add_flag(app, "--version", "show the version", version);
   constexpr const char* views = "Commands";
-  auto& summary = command_line::add_command(
-      app, "summary", views, "Show verdicts, causes and what to do next, on one screen");
-  command_line::add_flag(summary, "--short", "a line for each cause", parsed.is_short);
-  command_line::add_flag(summary, "--all", "every cause, bundle and message", parsed.shows_all);
+  command_line::add_command(
+      app, "summary", views,
+      "Show verdicts, causes and what to do next, on one screen; --short or --all, less or more");
   auto& bundle =
       command_line::add_command(app, "bundle", views, "Show one bundle, all layers side by side");
   command_line::add_operand(bundle, "NAME",

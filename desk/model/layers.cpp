@@ -38,6 +38,18 @@ struct intake {
 
   text_id keep(std::string_view text) { return into.texts.keep(text); }
 
+  // The same for the key of an entry, which comes again with each of its fields.
+  text_id keep_key(std::string_view text) {
+    if (text != last_key) {
+      last_key = text;
+      last_id = keep(text);
+    }
+    return last_id;
+  }
+  std::string last_key{};
+  text_id last_id = keep("");
+  text_id present = keep("present");
+
   std::int16_t node_of(std::string_view name) {
     const auto at = nodes.find(name);
     if (at != nodes.end()) return at->second;
@@ -156,7 +168,7 @@ source table_named(std::string_view name) {
 void take_lagport(intake& in, std::int16_t node, dump_path path, std::string_view value) {
   const auto add = [&](field what, std::int16_t npu) {
     in.by_handle.push_back(
-        {in.keep(path[2]), 0, false, {what, source::lagport, node, npu, in.keep(value)}});
+        {in.keep_key(path[2]), 0, false, {what, source::lagport, node, npu, in.keep(value)}});
   };
   if (path[3] == "lagid") add(field::lag_id, no_place);
   if (path[3] == "weight") add(field::weight, no_place);
@@ -180,7 +192,7 @@ void take_forwarding(intake& in, dump_path path, std::string_view value) {
   if (from == source::none || value == unset) return;
   const auto add = [&](field what) {
     in.by_handle.push_back(
-        {in.keep(path[2]), 0, false, {what, from, node, no_place, in.keep(value)}});
+        {in.keep_key(path[2]), 0, false, {what, from, node, no_place, in.keep(value)}});
   };
   if (path[3] == "lif") add(field::lif);
   if (path[3] == "rif") add(field::rif);
@@ -202,10 +214,10 @@ void take_chip(intake& in, dump_path path, std::string_view value) {
   const std::int16_t npu = npu_of(path[1]);
   const std::string& table = path[2];
   const auto member = [&](std::string_view of) {
-    in.by_lag.push_back({in.keep(lag_id_in(path[3])),
+    in.by_lag.push_back({in.keep_key(lag_id_in(path[3])),
                          in.keep(of),
                          true,
-                         {field::presence, source::chip_lag, node, npu, in.keep("present")}});
+                         {field::presence, source::chip_lag, node, npu, in.present}});
   };
   if (table == "diag_lag" && path.size() == 6 && path[5] == "gport") member(path[4]);
   if (table == "tm_lag" && path.size() == 6 && path[4] == "members") member(value);
@@ -222,9 +234,9 @@ void take_chip_map(intake& in, dump_path path) {
   if (path.size() == 4 && (path[2] == "diag_lag" || path[2] == "tm_lag")) {
     const std::int16_t node = in.node_of(path[0]);
     const std::int16_t npu = npu_of(path[1]);
-    const text_id lag = in.keep(lag_id_in(path[3]));
+    const text_id lag = in.keep_key(lag_id_in(path[3]));
     in.by_lag.push_back(
-        {lag, 0, false, {field::presence, source::chip_lag, node, npu, in.keep("present")}});
+        {lag, 0, false, {field::presence, source::chip_lag, node, npu, in.present}});
     in.count(source::chip_lag, node, npu, 1);
   }
 }

@@ -33,10 +33,10 @@ std::string_view word_of(object_kind kind) {
 }  // namespace
 
 text_id text_pool::keep(std::string_view text) {
-  const auto [at, is_new] =
-      ids_.try_emplace(std::string(text), static_cast<text_id>(texts_.size()));
-  if (is_new) texts_.push_back(&at->first);
-  return at->second;
+  if (const auto known = ids_.find(text); known != ids_.end()) return known->second;
+  const auto made = static_cast<text_id>(texts_.size());
+  ids_.emplace(texts_.emplace_back(text), made);
+  return made;
 }
 
 std::string fingerprint(const finding& of) {

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
@@ -34,12 +35,18 @@ using text_id = std::uint32_t;
 
 class text_pool {
  public:
+  text_pool() = default;
+  text_pool(const text_pool&) = delete;  // the look-up refers to the texts
+  text_pool& operator=(const text_pool&) = delete;
+  text_pool(text_pool&&) = default;
+  text_pool& operator=(text_pool&&) = default;
+  ~text_pool() = default;
   text_id keep(std::string_view text);
-  [[nodiscard]] std::string_view text(text_id id) const { return *texts_[id]; }
+  [[nodiscard]] std::string_view text(text_id id) const { return texts_[id]; }
 
  private:
-  std::unordered_map<std::string, text_id> ids_;
-  std::vector<const std::string*> texts_;
+  std::deque<std::string> texts_;  // do not move
+  std::unordered_map<std::string_view, text_id> ids_;
 };
 
 inline constexpr std::int16_t no_place = -1;
