@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
+#include "desk/commands/replay.h"
 #include "desk/model/coverage.h"
 #include "desk/model/layers.h"
 #include "desk/read/line_reader.h"
@@ -54,7 +57,22 @@ log_set load_logs(const report_options& options) {
                            options.logs, why));
 }
 
+namespace {
+
+run load_replayed(report_options options) {
+  const temporary_folder folder;
+  options.logs = folder.path() + "/logs";
+  const std::string capture = std::exchange(options.capture, "");
+  replay(capture, options.logs);
+  run of = load_run(options);
+  of.origin = capture;
+  return of;
+}
+
+}  // namespace
+
 run load_run(const report_options& options) {
+  if (!options.capture.empty()) return load_replayed(options);
   const log_set logs = load_logs(options);
   const std::size_t back = back_of(options, starts_of(logs).size());
   run of;

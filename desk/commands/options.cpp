@@ -41,6 +41,11 @@ report_options parse_options(const std::vector<std::string>& words) {
   command_line::add_value(app, "--logs", "DIR",
                           "the folder with the logs of the audit. Default: /var/log",
                           [&](const auto& text) { parsed.logs = text; });
+  command_line::add_value(
+      app, "--capture", "FILE",
+      "a recorded router, as a folder or packed, instead of logs: it is audited "
+      "again, by tessel-lab",
+      [&](const auto& text) { parsed.capture = text; });
   command_line::add_value(app, "--journal", "FILE",
                           "the journal that tessel-host --journal wrote of the run. Default: "
                           "tessel_journal.jsonl in the folder of the logs, if it is there",

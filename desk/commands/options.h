@@ -18,6 +18,7 @@ enum class command { help, version, summary, bundle, coverage, explain, runs };
 struct report_options {
   command of = command::summary;
   std::string logs = "/var/log";
+  std::string capture;  // empty: none
   std::string journal;  // empty: tessel_journal.jsonl in that folder, if there is one
   std::size_t run = 0;  // counted from the oldest, from 1; 0 is the last one
   bool is_short = false;

@@ -1,0 +1,104 @@
+#include "desk/commands/replay.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+#include "desk/commands/load.h"
+#include "desk/read/line_reader.h"
+
+namespace desk {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// The lab of the same build or installation, else the one on the path.
+std::string lab_program() {
+  std::error_code error;
+  const fs::path self = fs::read_symlink("/proc/self/exe", error);
+  const fs::path beside = self.parent_path() / "tessel-lab";
+  return !error && fs::exists(beside, error) ? beside.string() : "tessel-lab";
+}
+
+// Runs a program with its output to nowhere and its complaints to a file. Returns its exit status,
+// or -1 if a signal ended it.
+int run_program(std::vector<std::string> words, const std::string& complaints) {
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  constexpr mode_t owner_only = 0600;
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, complaints.c_str(),
+                                   O_WRONLY | O_CREAT | O_TRUNC, owner_only);
+  pid_t child = 0;
+  const int refused =
+      posix_spawnp(&child, arguments.front(), &actions, nullptr, arguments.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (refused != 0)
+    throw no_run(
+        fmt::format("cannot start {}, which audits captures: {}; put it beside "
+                    "tessel-report, or read logs with --logs",
+                    words.front(), std::strerror(refused)));
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string first_line_of(const std::string& path) {
+  std::string line;
+  try {
+    byte_source bytes(path);
+    line_reader lines(bytes);
+    (void)lines.next(line);
+  } catch (const read_error&) {
+    line.clear();
+  }
+  return line;
+}
+
+}  // namespace
+
+temporary_folder::temporary_folder() {
+  std::error_code error;
+  path_ = (fs::temp_directory_path(error) / "desk-replay.XXXXXX").string();
+  if (::mkdtemp(path_.data()) == nullptr)
+    throw no_run(fmt::format("cannot make a folder {}: {}", path_, std::strerror(errno)));
+}
+
+temporary_folder::~temporary_folder() {
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+void replay(const std::string& capture, const std::string& logs) {
+  const std::string complaints = logs + ".complaints";
+  const int status = run_program({lab_program(), "run", capture, "--logs", logs, "--", "--journal",
+                                  "/var/log/tessel_journal.jsonl"},
+                                 complaints);
+  if (!file_exists(logs + "/tessel_exception.log")) {
+    const std::string why = first_line_of(complaints);
+    throw no_run(fmt::format("cannot audit the capture {}: {}", capture,
+                             why.empty() ? fmt::format("tessel-lab ended with {}", status) : why));
+  }
+  std::error_code ignored;
+  const fs::path recorded = fs::path(capture) / "journal";
+  if (fs::is_regular_file(recorded, ignored))
+    fs::copy_file(recorded, fs::path(logs) / "tessel_journal.jsonl",
+                  fs::copy_options::overwrite_existing, ignored);
+}
+
+}  // namespace desk
