@@ -1,0 +1,151 @@
+#include "desk/show/escape.h"
+
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+
+namespace desk {
+
+namespace {
+
+constexpr std::string_view replacement = "\xef\xbf\xbd";
+constexpr std::uint32_t replacement_code = 0xfffd;
+
+struct character {
+  std::uint32_t code = replacement_code;
+  std::string_view bytes = replacement;
+};
+
+struct lead {
+  std::size_t length = 0;   // of the sequence; 0: no sequence starts like this
+  std::uint32_t bits = 0;   // that the first byte contributes
+  std::uint32_t least = 0;  // a smaller code has a shorter sequence
+};
+
+lead lead_of(unsigned char first) {
+  if (first < 0x80U) return {1, first, 0};
+  if ((first & 0xe0U) == 0xc0U) return {2, first & 0x1fU, 0x80};
+  if ((first & 0xf0U) == 0xe0U) return {3, first & 0x0fU, 0x800};
+  if ((first & 0xf8U) == 0xf0U) return {4, first & 0x07U, 0x10000};
+  return {};
+}
+
+// Takes the first character off a text that is not empty; of a broken one only its first byte.
+character take_character(std::string_view& rest) {
+  const lead start = lead_of(static_cast<unsigned char>(rest.front()));
+  std::uint32_t code = start.bits;
+  bool is_whole = start.length != 0 && start.length <= rest.size();
+  for (std::size_t i = 1; is_whole && i < start.length; ++i) {
+    const auto next = static_cast<unsigned char>(rest[i]);
+    is_whole = (next & 0xc0U) == 0x80U;
+    code = code << 6U | (next & 0x3fU);
+  }
+  const bool is_surrogate = code >= 0xd800 && code <= 0xdfff;
+  if (!is_whole || code < start.least || code > 0x10ffff || is_surrogate) {
+    rest.remove_prefix(1);
+    return {};
+  }
+  const std::string_view bytes = rest.substr(0, start.length);
+  rest.remove_prefix(start.length);
+  return {code, bytes};
+}
+
+bool is_control(std::uint32_t code) {
+  return code < 0x20 || (code >= 0x7f && code <= 0x9f);
+}
+
+// Unicode reserves these for ever; the formats of pages refuse them.
+bool is_no_character(std::uint32_t code) {
+  return (code >= 0xfdd0 && code <= 0xfdef) || (code & 0xfffeU) == 0xfffeU;
+}
+
+// The text with each character as `shown` gives it.
+template <typename Shown>
+std::string mapped(std::string_view raw, Shown shown) {
+  std::string text;
+  text.reserve(raw.size());
+  while (!raw.empty()) text += shown(take_character(raw));
+  return text;
+}
+
+// The entities that XML and HTML share, or nothing.
+std::string_view entity(std::uint32_t code) {
+  switch (code) {
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    case '"':
+      return "&quot;";
+    case '\'':
+      return "&#39;";
+    default:
+      return {};
+  }
+}
+
+}  // namespace
+
+std::string utf8(std::string_view raw) {
+  return mapped(raw, [](const character& c) { return c.bytes; });
+}
+
+std::string xml(std::string_view raw) {
+  return mapped(raw, [](const character& c) {
+    if (const auto known = entity(c.code); !known.empty()) return std::string(known);
+    if (c.code == '\t' || c.code == '\n' || c.code == '\r' ||
+        (c.code >= 0x7f && is_control(c.code)))
+      return fmt::format("&#{};", c.code);
+    return std::string(is_control(c.code) || is_no_character(c.code) ? replacement : c.bytes);
+  });
+}
+
+std::string html(std::string_view raw) {
+  return mapped(raw, [](const character& c) {
+    if (const auto known = entity(c.code); !known.empty()) return known;
+    if (c.code == '\t' || c.code == '\n') return c.bytes;
+    return is_control(c.code) || is_no_character(c.code) ? replacement : c.bytes;
+  });
+}
+
+std::string prometheus_label(std::string_view raw) {
+  return mapped(raw, [](const character& c) -> std::string_view {
+    if (c.code == '\\') return "\\\\";
+    if (c.code == '"') return "\\\"";
+    if (c.code == '\n') return "\\n";
+    return is_control(c.code) ? replacement : c.bytes;
+  });
+}
+
+std::string nagios_text(std::string_view raw) {
+  return mapped(raw, [](const character& c) -> std::string_view {
+    if (c.code == '|') return "/";
+    const bool ends_line = is_control(c.code) || c.code == 0x2028 || c.code == 0x2029;
+    return ends_line ? " " : c.bytes;
+  });
+}
+
+std::string uri_path(std::string_view raw) {
+  constexpr std::string_view plain =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
+  std::string path;
+  for (const char byte : utf8(raw)) {
+    if (plain.find(byte) != std::string_view::npos)
+      path += byte;
+    else
+      fmt::format_to(std::back_inserter(path), "%{:02X}", static_cast<unsigned char>(byte));
+  }
+  return path;
+}
+
+std::string_view start_of(std::string_view valid_utf8, std::size_t bytes) {
+  if (valid_utf8.size() <= bytes) return valid_utf8;
+  while (bytes > 0 && (static_cast<unsigned char>(valid_utf8[bytes]) & 0xc0U) == 0x80U) --bytes;
+  return valid_utf8.substr(0, bytes);
+}
+
+}  // namespace desk

@@ -1,0 +1,36 @@
+// The words of the machine formats: lower case, without blanks, and the same from version to
+// version. People read `word_for` instead, which may change.
+#pragma once
+
+#include <array>
+#include <string_view>
+
+#include "desk/judge/judged_run.h"
+#include "desk/model/names.h"
+#include "desk/model/run.h"
+
+namespace desk {
+
+inline constexpr std::array all_finding_kinds = {
+    finding_kind::inconsistency, finding_kind::programming, finding_kind::delay_delete,
+    finding_kind::stale,         finding_kind::health,      finding_kind::failure,
+    finding_kind::note};
+inline constexpr std::array all_verdicts = {verdict::agrees, verdict::differs, verdict::not_judged};
+inline constexpr std::array all_coverage_states = {
+    coverage_state::read,   coverage_state::partly,         coverage_state::empty,
+    coverage_state::failed, coverage_state::not_understood, coverage_state::never_asked,
+    coverage_state::unknown};
+
+// Every function has a key for every value, also for "none". Any thread.
+[[nodiscard]] std::string_view key_for(layer of);
+[[nodiscard]] std::string_view key_for(field of);
+[[nodiscard]] std::string_view key_for(source of);
+[[nodiscard]] std::string_view key_for(object_kind of);
+[[nodiscard]] std::string_view key_for(coverage_state of);
+[[nodiscard]] std::string_view key_for(finding_kind of);
+[[nodiscard]] std::string_view key_for(run_end of);
+[[nodiscard]] std::string_view key_for(verdict of);
+[[nodiscard]] std::string_view key_for(sureness of);
+[[nodiscard]] std::string_view key_for(decltype(witness::is) of);
+
+}  // namespace desk

@@ -1,0 +1,34 @@
+// Judged runs made by hand, which the tests of all views share.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "desk/judge/judged_run.h"
+
+namespace desk {
+
+// Texts that break a format which does not escape them.
+[[nodiscard]] const std::vector<std::string>& hostile_texts();
+
+// Two nodes, three bundles, a note that is normal; everything was read.
+[[nodiscard]] judged_run healthy_run();
+
+// Of all kinds of findings: a global LIF that is wrong on one of four nodes, a member that a chip
+// lacks, a stale entry, a delayed delete, a report of bundle health, a failure without a cause.
+[[nodiscard]] judged_run run_with_faults();
+
+// One node did not answer; nothing was found.
+[[nodiscard]] judged_run run_not_judged();
+
+// It stopped before its end, and is empty otherwise.
+[[nodiscard]] judged_run run_that_stopped();
+
+// Every text of the run is hostile; each hostile text occurs in each place.
+[[nodiscard]] judged_run hostile_run();
+
+// Every third bundle differs on one node, with one finding and the witnesses of all nodes.
+[[nodiscard]] judged_run large_run(std::size_t bundles, std::size_t nodes);
+
+}  // namespace desk
