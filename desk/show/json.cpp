@@ -1,0 +1,191 @@
+#include "desk/show/json.h"
+
+#include "desk/judge/judged_run.h"
+#include "desk/show/json_lines.h"
+#include "desk/show/keys.h"
+
+namespace desk {
+
+namespace {
+
+constexpr int format_version = 1;
+
+json as_json(layer of) {
+  return of == layer::none ? json() : json(key_for(of));
+}
+json as_json(field of) {
+  return of == field::none ? json() : json(key_for(of));
+}
+json as_json(source of) {
+  return of == source::none ? json() : json(key_for(of));
+}
+
+json as_json(const object_ref& of) {
+  json object;
+  object["kind"] = key_for(of.kind);
+  object["bundle"] = json_text_or_null(of.bundle);
+  object["name"] = json_text_or_null(of.name);
+  return object;
+}
+
+json as_json(const witness& of) {
+  json value;
+  value["source"] = as_json(of.from);
+  value["node"] = json_text_or_null(of.node);
+  value["npu"] = json_text_or_null(of.npu);
+  value["state"] = key_for(of.is);
+  value["value"] = json_text_or_null(of.value);
+  value["odd"] = of.is_odd;
+  return value;
+}
+
+json as_json(const difference& of) {
+  json value;
+  value["object"] = as_json(of.object);
+  value["field"] = as_json(of.what);
+  value["sureness"] = key_for(of.how_sure);
+  value["why"] = json_text(of.why);
+  value["witnesses"] = json::array();
+  for (const auto& each : of.witnesses) value["witnesses"].push_back(as_json(each));
+  return value;
+}
+
+json as_json(const cause& of) {
+  json value;
+  value["title"] = json_text(of.title);
+  value["object"] = as_json(of.object);
+  value["node"] = json_text_or_null(of.node);
+  value["npu"] = json_text_or_null(of.npu);
+  value["first_layer"] = as_json(of.first);
+  value["sureness"] = key_for(of.how_sure);
+  value["why"] = json_text(of.why);
+  value["next"] = json_text(of.next);
+  value["differences"] = json::array();
+  for (const auto& each : of.differences) value["differences"].push_back(as_json(each));
+  value["findings"] = of.findings;
+  return value;
+}
+
+json as_json(const finding& of) {
+  json value;
+  value["code"] = json_text(of.code);
+  value["kind"] = key_for(of.kind);
+  value["fingerprint"] = json_text(fingerprint(of));
+  value["object"] = as_json(of.object);
+  value["node"] = json_text_or_null(of.node);
+  value["npu"] = json_text_or_null(of.npu);
+  value["layer"] = as_json(of.of);
+  value["field"] = as_json(of.what);
+  value["reported"] = json_text_or_null(of.reported);
+  value["known"] = json_text_or_null(of.known);
+  value["text"] = json_text(of.text);
+  value["time"] = json_text_or_null(of.time);
+  value["log"] = json_text_or_null(of.log);
+  value["line"] = of.line == 0 ? json() : json(of.line);
+  value["number"] = of.number ? json(*of.number) : json();
+  return value;
+}
+
+json as_json(const coverage& of) {
+  json value;
+  value["layer"] = as_json(of.of);
+  value["node"] = json_text_or_null(of.node);
+  value["npu"] = json_text_or_null(of.npu);
+  value["state"] = key_for(of.state);
+  value["reason"] = json_text_or_null(of.reason);
+  value["command"] = json_text_or_null(of.command);
+  return value;
+}
+
+json as_json(const node& of) {
+  json value;
+  value["name"] = json_text(of.name);
+  value["id"] = json_text_or_null(of.id);
+  value["address"] = json_text_or_null(of.address);
+  value["asic"] = json_text_or_null(of.asic);
+  value["role"] = json_text_or_null(of.role);
+  value["band"] = json_text_or_null(of.band);
+  value["type"] = json_text_or_null(of.type);
+  value["takes_part"] = of.takes_part;
+  value["has_supported_asic"] = of.has_supported_asic;
+  value["empty_slot"] = of.is_empty_slot;
+  value["npus"] = json_texts(of.npus);
+  return value;
+}
+
+// The names of a bundle's parts of one kind, in the order in which they were read.
+json parts(const run& of, const object* bundle, object_kind kind) {
+  json names = json::array();
+  if (bundle == nullptr) return names;
+  for (const std::size_t part : bundle->parts)
+    if (of.objects[part].kind == kind) names.push_back(json_text(of.objects[part].name));
+  return names;
+}
+
+json as_json(const run& of, const bundle_verdict& verdict_of) {
+  const object* bundle = of.find(object_kind::bundle, verdict_of.bundle, verdict_of.bundle);
+  json value;
+  value["bundle"] = json_text(verdict_of.bundle);
+  value["verdict"] = key_for(verdict_of.is);
+  value["first_layer"] = as_json(verdict_of.first);
+  value["not_judged"] = json_texts(verdict_of.not_judged);
+  value["causes"] = verdict_of.causes;
+  value["findings"] = verdict_of.findings;
+  value["configured"] = bundle != nullptr && bundle->is_configured;
+  value["members"] = parts(of, bundle, object_kind::member);
+  value["sub_bundles"] = parts(of, bundle, object_kind::sub_bundle);
+  return value;
+}
+
+json counts(const run& of) {
+  json value;
+  for (const auto kind : all_finding_kinds) {
+    const auto count = of.counts.find(kind);
+    value[std::string(key_for(kind))] = count == of.counts.end() ? 0 : count->second;
+  }
+  return value;
+}
+
+void show_run(const run& of, json_lines& lines) {
+  lines.value("format", format_version);
+  lines.value("program", {{"name", "tessel-report"}, {"version", TESSEL_VERSION}});
+  lines.value("origin", json_text(of.origin));
+  lines.value("router_type", json_text_or_null(of.router_type));
+  lines.value("started", json_text_or_null(of.started));
+  lines.value("seconds", of.seconds < 0 ? json() : json(of.seconds));
+  lines.value("end", key_for(of.end));
+  lines.value("read", {{"snapshot", of.has_snapshot},
+                       {"journal", of.has_journal},
+                       {"chip_tables", of.has_chip_tables}});
+  lines.array("marks", [&](const auto& add) {
+    for (const auto& mark : of.marks) add(json_text(mark));
+  });
+  lines.value("counts", counts(of));
+  lines.array("nodes", [&](const auto& add) {
+    for (const auto& each : of.nodes) add(as_json(each));
+  });
+}
+
+}  // namespace
+
+void show_json(const judged_run& of, std::ostream& out) {
+  json_lines lines(out);
+  show_run(of.of, lines);
+  lines.value("wholly_judged", of.is_wholly_judged);
+  lines.array("bundles", [&](const auto& add) {
+    for (const auto& each : of.bundles) add(as_json(of.of, each));
+  });
+  lines.array("causes", [&](const auto& add) {
+    for (const auto& each : of.causes) add(as_json(each));
+  });
+  lines.array("findings", [&](const auto& add) {
+    for (const auto& each : of.of.findings) add(as_json(each));
+  });
+  lines.value("unexplained", of.unexplained);
+  lines.array("coverage", [&](const auto& add) {
+    for (const auto& each : of.of.covered) add(as_json(each));
+  });
+  lines.close("}\n");
+}
+
+}  // namespace desk
