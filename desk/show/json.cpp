@@ -1,6 +1,7 @@
 #include "desk/show/json.h"
 
 #include "desk/judge/judged_run.h"
+#include "desk/model/coverage.h"
 #include "desk/show/json_lines.h"
 #include "desk/show/keys.h"
 
@@ -92,6 +93,8 @@ json as_json(const coverage& of) {
   value["node"] = json_text_or_null(of.node);
   value["npu"] = json_text_or_null(of.npu);
   value["state"] = key_for(of.state);
+  value["hole"] = is_hole(of);
+  value["normal"] = of.is_normal;
   value["reason"] = json_text_or_null(of.reason);
   value["command"] = json_text_or_null(of.command);
   return value;

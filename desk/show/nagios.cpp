@@ -12,6 +12,7 @@
 #include "desk/show/escape.h"
 #include "desk/show/figures.h"
 #include "desk/show/keys.h"
+#include "desk/show/phrases.h"
 
 namespace desk {
 
@@ -23,24 +24,38 @@ bool is_grave(finding_kind kind) {
   return kind == finding_kind::inconsistency || kind == finding_kind::programming;
 }
 
-// Notes of a healthy router belong to no cause, and a failure is no fault of the router.
-bool warns(const judged_run& of) {
-  using enum finding_kind;
-  for (const auto kind : {stale, health, delay_delete})
-    if (total(of.of, kind) > 0) return true;
-  return std::any_of(of.causes.begin(), of.causes.end(), [&](const cause& each) {
-    return std::any_of(each.findings.begin(), each.findings.end(),
-                       [&](std::size_t finding) { return of.of.findings[finding].kind == note; });
-  });
+// The judge also finds differences that the audit did not report. A difference in what the router
+// is about to delete is none yet.
+bool is_grave(const run& of, const cause& why) {
+  const auto kind_is = [&](finding_kind kind) {
+    return [&of, kind](std::size_t finding) { return of.findings[finding].kind == kind; };
+  };
+  return !why.differences.empty() && std::none_of(why.findings.begin(), why.findings.end(),
+                                                  kind_is(finding_kind::delay_delete));
+}
+
+bool is_grave(const judged_run& of) {
+  return std::any_of(all_finding_kinds.begin(), all_finding_kinds.end(),
+                     [&](finding_kind kind) { return is_grave(kind) && total(of.of, kind) > 0; }) ||
+         std::any_of(of.causes.begin(), of.causes.end(),
+                     [&](const cause& each) { return is_grave(of.of, each); });
+}
+
+bool has_doubts(const judged_run& of) {
+  return !of.is_wholly_judged || total(of, verdict::not_judged) > 0 ||
+         total(of.of, finding_kind::failure) > 0 ||
+         std::any_of(of.causes.begin(), of.causes.end(),
+                     [](const cause& each) { return each.findings.empty(); });
 }
 
 service_state state_of(const judged_run& of) {
-  for (const auto kind : all_finding_kinds)
-    if (is_grave(kind) && total(of.of, kind) > 0) return service_state::critical;
+  using enum finding_kind;
+  if (is_grave(of)) return service_state::critical;
   if (of.of.end != run_end::complete) return service_state::unknown;
-  if (warns(of)) return service_state::warning;
-  const bool is_whole = of.is_wholly_judged && total(of, verdict::not_judged) == 0;
-  return is_whole ? service_state::ok : service_state::unknown;
+  for (const auto kind : {stale, health, delay_delete})
+    if (total(of.of, kind) > 0) return service_state::warning;
+  if (has_doubts(of)) return service_state::unknown;
+  return of.causes.empty() ? service_state::ok : service_state::warning;
 }
 
 std::string_view word_of(service_state state) {
@@ -57,38 +72,6 @@ std::string_view word_of(service_state state) {
   return "UNKNOWN";
 }
 
-std::string_view end_of(run_end end) {
-  switch (end) {
-    case run_end::complete:
-      return "";
-    case run_end::stopped:
-      return "the audit stopped before its end, ";
-    case run_end::cut_off:
-      return "the logs end in the middle of the run, ";
-    case run_end::unknown:
-      break;
-  }
-  return "it is not known whether the audit came to its end, ";
-}
-
-std::string bundles_of(const judged_run& of) {
-  const std::size_t differ = total(of, verdict::differs);
-  const std::size_t not_judged = total(of, verdict::not_judged);
-  const auto all = of.bundles.size();
-  const std::string_view noun = all == 1 ? "bundle" : "bundles";
-  std::string text;
-  if (differ == 0 && not_judged == 0)
-    text = fmt::format("{} {} {}", all, noun, all == 1 ? "agrees" : "agree");
-  else if (differ == 0)
-    text = fmt::format("{} of {} {} not judged", not_judged, all, noun);
-  else if (not_judged == 0)
-    text = fmt::format("{} of {} {} {}", differ, all, noun, differ == 1 ? "differs" : "differ");
-  else
-    text = fmt::format("{} of {} {} {}, {} not judged", differ, all, noun,
-                       differ == 1 ? "differs" : "differ", not_judged);
-  return text;
-}
-
 // What to look at first: the causes, or else a reason why a bundle was not judged, or a mark.
 std::string details_of(const judged_run& of) {
   std::string text;
@@ -96,7 +79,7 @@ std::string details_of(const judged_run& of) {
     text += fmt::format("{} {}", text.empty() ? ":" : ";", nagios_text(each.title));
   if (!text.empty()) return text;
   for (const auto& bundle : of.bundles)
-    if (!bundle.not_judged.empty())
+    if (bundle.is == verdict::not_judged && !bundle.not_judged.empty())
       return fmt::format(": {}: {}", nagios_text(bundle.bundle),
                          nagios_text(bundle.not_judged.front()));
   return of.of.marks.empty() ? "" : ": " + nagios_text(of.of.marks.front());
@@ -130,8 +113,10 @@ std::string shortened(const std::string& text, std::size_t bytes) {
 service_state show_nagios(const judged_run& of, std::ostream& out) {
   const service_state state = state_of(of);
   const std::string data = fmt::format(" | {}\n", performance_of(of));
-  const std::string text = fmt::format("TESSEL {} - {}{}{}", word_of(state), end_of(of.of.end),
-                                       bundles_of(of), details_of(of));
+  const std::string_view end = sentence_for(of.of.end);
+  const std::string text =
+      fmt::format("TESSEL {} - {}{}{}{}", word_of(state), end, end.empty() ? "" : ", ",
+                  sentence_for_bundles(of), details_of(of));
   out << shortened(text, longest_line - data.size()) << data;
   return state;
 }

@@ -13,12 +13,12 @@ enum class service_state { ok = 0, warning = 1, critical = 2, unknown = 3 };
 // Writes one line of at most 1024 bytes, where older collectors cut, and returns the state. The
 // performance data is always whole; the text before it is shortened if need be.
 //
-//     critical   an inconsistency or a programming error
+//     critical   an inconsistency, a programming error, or layers that differ without a finding
 //     unknown    else, if the run did not come to its result table
-//     warning    else, if there is a stale entry, delayed delete, a report of bundle health, or a
-//                note or failure that is a cause
-//     unknown    else, if something was not judged
-//     ok         else; notes that are normal do not matter
+//     warning    else, if there is a stale entry, delayed delete or a report of bundle health
+//     unknown    else, if something was not read or not judged
+//     warning    else, if a note is a cause
+//     ok         else; notes that are normal belong to no cause
 //
 // A failure to write is left to the stream's state. Any thread.
 service_state show_nagios(const judged_run& of, std::ostream& out);

@@ -73,6 +73,17 @@ TEST(nagios, is_a_warning_for_what_is_no_fault_of_a_layer) {
   EXPECT_EQ(shown(run).state, service_state::warning) << "a note that is a cause";
 }
 
+TEST(nagios, is_critical_for_a_difference_that_the_audit_did_not_report) {
+  auto run = run_with_only(finding_kind::inconsistency);
+  run.of.findings.clear();
+  run.of.counts.clear();
+  run.causes[0].findings.clear();
+  EXPECT_EQ(shown(run).state, service_state::critical);
+  run = run_with_only(finding_kind::delay_delete);
+  run.causes[0].differences.resize(1);
+  EXPECT_EQ(shown(run).state, service_state::warning) << "the router is about to delete it";
+}
+
 TEST(nagios, is_unknown_if_something_was_not_judged) {
   const auto [state, line] = shown(run_not_judged());
   EXPECT_EQ(state, service_state::unknown);
@@ -81,13 +92,19 @@ TEST(nagios, is_unknown_if_something_was_not_judged) {
   auto run = healthy_run();
   run.is_wholly_judged = false;
   EXPECT_EQ(shown(run).state, service_state::unknown);
+  run = healthy_run();
+  run.of.counts[finding_kind::failure] = 1;
+  EXPECT_EQ(shown(run).state, service_state::unknown);
+  run = healthy_run();
+  run.causes.resize(1);
+  EXPECT_EQ(shown(run).state, service_state::unknown) << "a cause without findings: not read";
 }
 
 TEST(nagios, is_unknown_if_the_run_did_not_come_to_its_end) {
   const auto [state, line] = shown(run_that_stopped());
   EXPECT_EQ(state, service_state::unknown);
   EXPECT_THAT(line,
-              StartsWith("TESSEL UNKNOWN - the audit stopped before its end, 0 bundles agree: "
+              StartsWith("TESSEL UNKNOWN - the audit stopped before its end, no bundle was found: "
                          "The audit stopped: the bundle manager shows no bundle. | "));
   for (const auto end : {run_end::cut_off, run_end::stopped, run_end::unknown}) {
     auto stale = run_with_only(finding_kind::stale);

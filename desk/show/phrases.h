@@ -1,0 +1,22 @@
+// Sentences that several formats share, made of raw texts: the format escapes them.
+#pragma once
+
+#include <string>
+
+#include "desk/judge/judged_run.h"
+
+namespace desk {
+
+// "DPA of 0/1/CPU0, NPU 0". Any thread, as all of these.
+[[nodiscard]] std::string place_of(const coverage& answer);
+
+// "DPA of 0/1/CPU0: failed: ssh timed out".
+[[nodiscard]] std::string sentence_for(const coverage& answer);
+
+// "3 of 16 bundles differ, 1 not judged".
+[[nodiscard]] std::string sentence_for_bundles(const judged_run& of);
+
+// Empty if the run came to its result table, otherwise "the audit stopped before its end".
+[[nodiscard]] std::string_view sentence_for(run_end end);
+
+}  // namespace desk
