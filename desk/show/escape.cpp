@@ -88,6 +88,13 @@ std::string_view entity(std::uint32_t code) {
   }
 }
 
+std::string xml_character(const character& c) {
+  if (const auto known = entity(c.code); !known.empty()) return std::string(known);
+  if (c.code == '\t' || c.code == '\n') return std::string(c.bytes);
+  if (c.code == '\r' || (c.code >= 0x7f && is_control(c.code))) return fmt::format("&#{};", c.code);
+  return std::string(is_control(c.code) || is_no_character(c.code) ? replacement : c.bytes);
+}
+
 }  // namespace
 
 std::string utf8(std::string_view raw) {
@@ -96,12 +103,13 @@ std::string utf8(std::string_view raw) {
 
 std::string xml(std::string_view raw) {
   return mapped(raw, [](const character& c) {
-    if (const auto known = entity(c.code); !known.empty()) return std::string(known);
-    if (c.code == '\t' || c.code == '\n' || c.code == '\r' ||
-        (c.code >= 0x7f && is_control(c.code)))
-      return fmt::format("&#{};", c.code);
-    return std::string(is_control(c.code) || is_no_character(c.code) ? replacement : c.bytes);
+    const bool is_normalised = c.code == '\t' || c.code == '\n';
+    return is_normalised ? fmt::format("&#{};", c.code) : xml_character(c);
   });
+}
+
+std::string xml_text(std::string_view raw) {
+  return mapped(raw, xml_character);
 }
 
 std::string html(std::string_view raw) {

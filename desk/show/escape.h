@@ -13,9 +13,12 @@ namespace desk {
 // Valid UTF-8, otherwise unchanged: still with control characters.
 [[nodiscard]] std::string utf8(std::string_view raw);
 
-// For text and for quoted attributes of XML 1.0. Tabs, line feeds and carriage returns come back as
-// they were when the file is read.
+// For quoted attributes of XML 1.0, and for text. Tabs, line feeds and carriage returns come back
+// as they were when the file is read.
 [[nodiscard]] std::string xml(std::string_view raw);
+
+// For text only: line feeds stay line feeds, so that a person can read it in the file as well.
+[[nodiscard]] std::string xml_text(std::string_view raw);
 
 // For text and for quoted attributes of HTML.
 [[nodiscard]] std::string html(std::string_view raw);

@@ -40,6 +40,7 @@ TEST(escape, replaces_each_byte_that_is_no_utf8) {
 TEST(escape, xml_has_no_character_that_it_forbids) {
   EXPECT_EQ(xml("<a b=\"c\" d='e'>&]]>"), "&lt;a b=&quot;c&quot; d=&#39;e&#39;&gt;&amp;]]&gt;");
   EXPECT_EQ(xml("a\tb\nc\rd"), "a&#9;b&#10;c&#13;d");
+  EXPECT_EQ(xml_text("a\tb\nc\rd<"), "a\tb\nc&#13;d&lt;");
   EXPECT_EQ(xml("\0\x1b\x0b"s), broken + broken + broken);
   EXPECT_EQ(xml("\x7f\xc2\x9b"), "&#127;&#155;");
   EXPECT_EQ(xml("\xef\xbf\xbe"), broken);
