@@ -58,6 +58,9 @@ void add_coverage(run& to, layer of, const string& node, coverage_state state,
 void add_bundle(judged_run& to, const string& name, verdict is) {
   const auto at = to.of.object_at(object_kind::bundle, name, name);
   to.of.objects[at].is_configured = true;
+  for (std::size_t node = 0; node < to.of.nodes.size(); ++node)
+    to.of.objects[at].cells.push_back({field::lif, source::l2port, static_cast<std::int16_t>(node),
+                                       no_place, to.of.texts.keep("0x14000")});
   to.of.object_at(object_kind::member, name, "0/0/0/" + name.substr(2));
   to.of.object_at(object_kind::sub_bundle, name, name + ".100");
   bundle_verdict made;
