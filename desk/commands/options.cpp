@@ -1,6 +1,7 @@
 #include "desk/commands/options.h"
 
 #include <charconv>
+#include <utility>
 
 #include "command_line/command_line.h"
 
@@ -26,6 +27,38 @@ std::size_t number_of_run(const std::string& text) {
   if (error != std::errc{} || end != text.data() + text.size() || number == 0)
     throw command_line::bad_value("not the number of a run; tessel-report runs lists them");
   return number;
+}
+
+struct format_command {
+  const char* name;
+  command of;
+  const char* help;
+};
+
+constexpr format_command formats[] = {
+    {"json", command::json, "Write everything as JSON; its schema is report.schema.json"},
+    {"junit", command::junit, "Write a test case for each bundle, for a build server"},
+    {"sarif", command::sarif, "Write SARIF 2.1.0, for tools that track findings"},
+    {"prometheus", command::prometheus, "Write metrics for a textfile collector"},
+    {"nagios", command::nagios,
+     "Write one line for a monitoring plug-in, and end with its statuses: 0 ok, 1 warning, 2 "
+     "critical, 3 unknown"},
+    {"html", command::html, "Write one page that needs nothing else: matrix, dossiers, coverage"}};
+
+// The commands that write a file, by their parsed application.
+using format_commands = std::vector<std::pair<const CLI::App*, command>>;
+
+format_commands add_formats(CLI::App& app, std::string& output) {
+  format_commands added;
+  for (const format_command& one : formats) {
+    auto& made = command_line::add_command(app, one.name, "Formats", one.help);
+    command_line::add_value(made, "--output", "FILE",
+                            "the file to write, which appears whole or not at all. Default: "
+                            "standard output",
+                            [&output](const auto& text) { output = text; });
+    added.emplace_back(&made, one.of);
+  }
+  return added;
 }
 
 }  // namespace
@@ -75,6 +108,8 @@ report_options parse_options(const std::vector<std::string>& words) {
                             parsed.word);
   auto& runs = command_line::add_command(app, "runs", views, "List the runs in the logs");
 
+  const format_commands written = add_formats(app, parsed.output);
+
   if (auto help = command_line::parse(app, words)) {
     parsed.of = command::help;
     parsed.help = std::move(*help);
@@ -85,6 +120,8 @@ report_options parse_options(const std::vector<std::string>& words) {
   if (coverage.parsed()) parsed.of = command::coverage;
   if (explain.parsed()) parsed.of = command::explain;
   if (runs.parsed()) parsed.of = command::runs;
+  for (const auto& [one, of] : written)
+    if (one->parsed()) parsed.of = of;
   return parsed;
 }
 

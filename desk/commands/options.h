@@ -13,7 +13,21 @@ inline constexpr int status_findings = 1;
 inline constexpr int status_wrong_call = 2;
 inline constexpr int status_not_judged = 3;
 
-enum class command { help, version, summary, bundle, coverage, explain, runs };
+enum class command {
+  help,
+  version,
+  summary,
+  bundle,
+  coverage,
+  explain,
+  runs,
+  json,
+  junit,
+  sarif,
+  prometheus,
+  nagios,
+  html
+};
 
 struct report_options {
   command of = command::summary;
@@ -23,7 +37,8 @@ struct report_options {
   std::size_t run = 0;  // counted from the oldest, from 1; 0 is the last one
   bool is_short = false;
   bool shows_all = false;
-  std::string word;  // the operand: a bundle, or a code or line to explain
+  std::string output;  // empty: standard output
+  std::string word;    // the operand: a bundle, or a code or line to explain
   std::string help;
 };
 

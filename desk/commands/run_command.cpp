@@ -20,6 +20,13 @@ int run_command(const report_options& options, std::ostream& out) {
       return explain_command(options, out);
     case command::runs:
       return runs_command(options, out);
+    case command::json:
+    case command::junit:
+    case command::sarif:
+    case command::prometheus:
+    case command::nagios:
+    case command::html:
+      return format_command(options);
   }
   return status_nothing_found;
 }
