@@ -164,8 +164,7 @@ enum class run_end : std::uint8_t {
 struct run {
   std::string started;  // as in the logs, empty if unknown
   std::string router_type;
-  std::string origin;   // the folder or the capture that was read
-  double seconds = -1;  // how long it took; negative if that is unknown
+  std::string origin;  // the folder or the capture that was read
   run_end end = run_end::unknown;
   std::vector<std::string> marks;  // what is partial, lost or not understood, a sentence each
   std::vector<node> nodes;

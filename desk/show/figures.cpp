@@ -3,19 +3,28 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <cmath>
+#include <system_error>
 
 namespace desk {
 
 namespace {
 
-// The number that a part of a text holds; nothing unless all of it are digits.
-std::optional<unsigned> number(std::string_view text, std::size_t at, std::size_t length) {
+std::optional<unsigned> number(std::string_view digits) {
   unsigned value = 0;
-  const auto part = text.substr(at, length);
-  if (part.front() == '+' || part.front() == '-') return std::nullopt;
-  const auto [end, error] = std::from_chars(part.data(), part.data() + part.size(), value);
-  if (error != std::errc() || end != part.data() + part.size()) return std::nullopt;
-  return value;
+  const char* end = digits.data() + digits.size();
+  if (digits.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
+  const auto [stop, error] = std::from_chars(digits.data(), end, value);
+  return error == std::errc() && stop == end ? std::optional(value) : std::nullopt;
+}
+
+// What follows the seconds: nothing, or milliseconds, and a Z.
+std::optional<unsigned> milliseconds(std::string_view rest) {
+  constexpr std::size_t length = 4;
+  if (rest.ends_with('Z')) rest.remove_suffix(1);
+  if (rest.empty()) return 0;
+  if (rest.size() != length || (rest[0] != ',' && rest[0] != '.')) return std::nullopt;
+  return number(rest.substr(1));
 }
 
 }  // namespace
@@ -34,20 +43,32 @@ std::size_t total(const judged_run& of, verdict is) {
                     [&](const bundle_verdict& each) { return each.is == is; }));
 }
 
-std::optional<std::int64_t> epoch_milliseconds(std::string_view log_time) {
-  constexpr std::string_view form = "dddd-dd-dd dd:dd:dd,ddd";
-  if (log_time.size() != form.size()) return std::nullopt;
-  for (std::size_t i = 0; i < form.size(); ++i)
-    if (form[i] != 'd' && form[i] != log_time[i]) return std::nullopt;
+std::optional<double> seconds_of(const run& of) {
+  if (!of.log_of_commands || !of.log_of_commands->is_finished) return std::nullopt;
+  const double seconds = of.log_of_commands->seconds;
+  return std::isfinite(seconds) && seconds >= 0 ? std::optional(seconds) : std::nullopt;
+}
 
-  const auto year = number(log_time, 0, 4);
-  const auto month = number(log_time, 5, 2);
-  const auto day = number(log_time, 8, 2);
-  const auto hour = number(log_time, 11, 2);
-  const auto minute = number(log_time, 14, 2);
-  const auto second = number(log_time, 17, 2);
-  const auto millisecond = number(log_time, 20, 3);
-  if (!year || !month || !day || !hour || !minute || !second || !millisecond) return std::nullopt;
+std::optional<std::int64_t> start_of(const run& of) {
+  const auto by_journal =
+      of.log_of_commands ? epoch_milliseconds(of.log_of_commands->time) : std::nullopt;
+  return by_journal ? by_journal : epoch_milliseconds(of.started);
+}
+
+std::optional<std::int64_t> epoch_milliseconds(std::string_view text) {
+  constexpr std::string_view form = "dddd-dd-ddTdd:dd:dd";
+  if (text.size() < form.size() || (text[10] != ' ' && text[10] != 'T')) return std::nullopt;
+  for (const std::size_t at : {4, 7, 13, 16})
+    if (text[at] != form[at]) return std::nullopt;
+
+  const auto year = number(text.substr(0, 4));
+  const auto month = number(text.substr(5, 2));
+  const auto day = number(text.substr(8, 2));
+  const auto hour = number(text.substr(11, 2));
+  const auto minute = number(text.substr(14, 2));
+  const auto second = number(text.substr(17, 2));
+  const auto fraction = milliseconds(text.substr(form.size()));
+  if (!year || !month || !day || !hour || !minute || !second || !fraction) return std::nullopt;
 
   namespace time = std::chrono;
   const time::year_month_day date(time::year(static_cast<int>(*year)), time::month(*month),
@@ -56,7 +77,7 @@ std::optional<std::int64_t> epoch_milliseconds(std::string_view log_time) {
   if (!date.ok() || *hour > 23 || *minute > 59 || *second > 60) return std::nullopt;
   const auto moment = time::sys_days(date).time_since_epoch() + time::hours(*hour) +
                       time::minutes(*minute) + time::seconds(*second) +
-                      time::milliseconds(*millisecond);
+                      time::milliseconds(*fraction);
   return time::duration_cast<time::milliseconds>(moment).count();
 }
 

@@ -17,8 +17,15 @@ namespace desk {
 // How many bundles have a verdict. Any thread.
 [[nodiscard]] std::size_t total(const judged_run& of, verdict is);
 
-// Milliseconds from 1970 to a time as logs write it, "2026-11-22 11:01:03,219", read as UTC: logs
-// name no zone. Nothing if it is no such time. Any thread.
-[[nodiscard]] std::optional<std::int64_t> epoch_milliseconds(std::string_view log_time);
+// How long the run took, which only a finished journal knows. Any thread.
+[[nodiscard]] std::optional<double> seconds_of(const run& of);
+
+// Milliseconds from 1970 to the start of the run: by the journal, or by the logs, whose times are
+// read as UTC because they name no zone. Nothing if neither knows. Any thread.
+[[nodiscard]] std::optional<std::int64_t> start_of(const run& of);
+
+// Milliseconds from 1970 to "2026-11-22 11:01:03,219" or "2026-11-22T11:01:03.219Z"; the fraction
+// may be missing. Nothing if the text is no such time. Any thread.
+[[nodiscard]] std::optional<std::int64_t> epoch_milliseconds(std::string_view time);
 
 }  // namespace desk

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <map>
 #include <ostream>
 #include <string>
@@ -15,6 +14,7 @@
 #include "desk/judge/judged_run.h"
 #include "desk/model/coverage.h"
 #include "desk/show/escape.h"
+#include "desk/show/figures.h"
 #include "desk/show/html_assets.h"
 #include "desk/show/html_marks.h"
 #include "desk/show/html_matrix.h"
@@ -75,8 +75,8 @@ void show_header(const judged_run& of, std::ostream& out) {
       name_of(of.of), shown.css, shown.sign, html(sentence_for(of)));
   show_fact("Router type", of.of.router_type, out);
   show_fact("Started", of.of.started, out);
-  if (std::isfinite(of.of.seconds) && of.of.seconds >= 0)
-    show_fact("Took", fmt::format("{:.1f} s", of.of.seconds), out);
+  if (const auto seconds = seconds_of(of.of))
+    show_fact("Took", fmt::format("{:.1f} s", *seconds), out);
   show_fact("End",
             of.of.end == run_end::complete ? "it came to its result table"
                                            : std::string(sentence_for(of.of.end)),

@@ -2,8 +2,9 @@
 
 namespace desk {
 
-std::string_view page_style() {
-  return R"css(
+namespace {
+
+constexpr std::string_view style = R"css(
 :root {
   color-scheme: light dark;
   --page: #fff; --panel: #f5f7f9; --line: #d3d9df; --text: #1b2128; --soft: #55606b;
@@ -130,10 +131,8 @@ footer { margin-top: 4rem; font-size: .9rem; color: var(--soft); }
   .e, .w, .q, .k, .odd td, .odd th { print-color-adjust: exact; -webkit-print-color-adjust: exact; }
 }
 )css";
-}
 
-std::string_view page_script() {
-  return R"js(
+constexpr std::string_view script = R"js(
 'use strict';
 const box = document.getElementById('search');
 const field = document.getElementById('words');
@@ -180,6 +179,15 @@ addEventListener('afterprint', () => {
   for (const fold of opened) fold.open = false;
 });
 )js";
+
+}  // namespace
+
+std::string_view page_style() {
+  return style;
+}
+
+std::string_view page_script() {
+  return script;
 }
 
 std::string_view page_script_hash() {

@@ -2,6 +2,7 @@
 
 #include "desk/judge/judged_run.h"
 #include "desk/model/coverage.h"
+#include "desk/show/figures.h"
 #include "desk/show/json_lines.h"
 #include "desk/show/keys.h"
 
@@ -97,6 +98,10 @@ json as_json(const coverage& of) {
   value["normal"] = of.is_normal;
   value["reason"] = json_text_or_null(of.reason);
   value["command"] = json_text_or_null(of.command);
+  value["commands"] = of.commands;
+  value["seconds"] = of.seconds;
+  value["bytes"] = of.bytes;
+  value["trouble"] = of.has_trouble;
   return value;
 }
 
@@ -155,13 +160,21 @@ void show_run(const run& of, json_lines& lines) {
   lines.value("origin", json_text(of.origin));
   lines.value("router_type", json_text_or_null(of.router_type));
   lines.value("started", json_text_or_null(of.started));
-  lines.value("seconds", of.seconds < 0 ? json() : json(of.seconds));
+  const auto seconds = seconds_of(of);
+  lines.value("seconds", seconds ? json(*seconds) : json());
   lines.value("end", key_for(of.end));
+  lines.value("last", of.is_last);
   lines.value("read", {{"snapshot", of.has_snapshot},
                        {"journal", of.has_journal},
                        {"chip_tables", of.has_chip_tables}});
   lines.array("marks", [&](const auto& add) {
     for (const auto& mark : of.marks) add(json_text(mark));
+  });
+  lines.array("debug_notes", [&](const auto& add) {
+    for (const auto& note : of.debug_notes) add(json_text(note));
+  });
+  lines.array("complaints", [&](const auto& add) {
+    for (const auto& complaint : of.complaints) add(json_text(complaint));
   });
   lines.value("counts", counts(of));
   lines.array("nodes", [&](const auto& add) {

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
@@ -170,9 +169,8 @@ void show_junit(const judged_run& of, std::ostream& out) {
   const auto cases = cases_of(of);
   const std::string figures = fmt::format("tests=\"{}\" failures=\"{}\" errors=\"0\"", cases.size(),
                                           count(cases, outcome::failed));
-  const std::string time = std::isfinite(of.of.seconds) && of.of.seconds >= 0
-                               ? fmt::format(" time=\"{:.3f}\"", of.of.seconds)
-                               : "";
+  const auto seconds = seconds_of(of.of);
+  const std::string time = seconds ? fmt::format(" time=\"{:.3f}\"", *seconds) : "";
   out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
       << fmt::format("<testsuites name=\"tessel\" {}{}>\n", figures, time)
       << fmt::format("  <testsuite name=\"{}\" {} skipped=\"{}\"{}{}>\n",

@@ -21,7 +21,7 @@ inline constexpr std::array all_coverage_states = {
     coverage_state::failed, coverage_state::not_understood, coverage_state::never_asked,
     coverage_state::unknown};
 
-// Every function has a key for every value, also for "none". Any thread.
+// Every value has a key, also "none"; a compiler warns about a new value without one. Any thread.
 [[nodiscard]] std::string_view key_for(layer of);
 [[nodiscard]] std::string_view key_for(field of);
 [[nodiscard]] std::string_view key_for(source of);

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -97,8 +96,7 @@ std::string performance_of(const judged_run& of) {
   }
   for (const auto is : all_verdicts)
     data += fmt::format(" bundles_{}={};;;0", key_for(is), total(of, is));
-  if (std::isfinite(of.of.seconds) && of.of.seconds >= 0)
-    data += fmt::format(" time={:.3f}s;;;0", of.of.seconds);
+  if (const auto seconds = seconds_of(of.of)) data += fmt::format(" time={:.3f}s;;;0", *seconds);
   return data;
 }
 

@@ -66,17 +66,17 @@ void show_coverage(const run& of, std::ostream& out) {
 }
 
 void show_times(const run& of, std::ostream& out) {
-  const auto start = epoch_milliseconds(of.started);
-  const bool has_length = std::isfinite(of.seconds) && of.seconds >= 0;
+  const auto start = start_of(of);
+  const auto length = seconds_of(of);
   if (start)
     single(out, "tessel_run_start_time_seconds",
-           "Start of the run by the router's clock, read as UTC.", seconds(*start));
-  if (start && has_length)
-    single(out, "tessel_run_completion_time_seconds",
-           "End of the run by the router's clock, read as UTC.",
-           seconds(*start + std::llround(of.seconds * 1000)));
-  if (has_length)
-    single(out, "tessel_run_seconds", "How long the run took.", fmt::format("{:.3f}", of.seconds));
+           "Start of the run; without a journal by the router's clock, read as UTC.",
+           seconds(*start));
+  if (start && length)
+    single(out, "tessel_run_completion_time_seconds", "End of the run.",
+           seconds(*start + std::llround(*length * 1000)));
+  if (length)
+    single(out, "tessel_run_seconds", "How long the run took.", fmt::format("{:.3f}", *length));
 }
 
 }  // namespace

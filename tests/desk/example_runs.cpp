@@ -75,7 +75,11 @@ judged_run run_with_nodes(std::size_t nodes) {
   made.of.started = start;
   made.of.router_type = "birch";
   made.of.origin = "/var/log/audit";
-  made.of.seconds = 12.5;
+  made.of.has_journal = true;
+  made.of.log_of_commands.emplace();
+  made.of.log_of_commands->time = "2026-11-22T11:01:03.219Z";
+  made.of.log_of_commands->is_finished = true;
+  made.of.log_of_commands->seconds = 12.5;
   made.of.end = run_end::complete;
   made.of.has_snapshot = true;
   made.of.has_chip_tables = true;
@@ -266,6 +270,9 @@ judged_run hostile_run() {
   judged_run made = run_with_nodes(0);
   const auto& texts = hostile_texts();
   made.of.started = texts[0];
+  made.of.log_of_commands->time = texts[0];
+  made.of.complaints = texts;
+  made.of.debug_notes = texts;
   made.of.router_type = texts[1];
   made.of.marks = texts;
   for (std::size_t i = 0; i < texts.size(); ++i) {

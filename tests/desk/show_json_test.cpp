@@ -3,10 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "desk/show/escape.h"
+#include "desk/show/keys.h"
 #include "tests/desk/example_runs.h"
 
 namespace desk {
@@ -30,8 +32,9 @@ TEST(json_view, has_its_keys_in_a_fixed_order) {
   for (const auto& [key, value] : run.items()) keys.push_back(key);
   EXPECT_THAT(
       keys, testing::ElementsAre("format", "program", "origin", "router_type", "started", "seconds",
-                                 "end", "read", "marks", "counts", "nodes", "wholly_judged",
-                                 "bundles", "causes", "findings", "unexplained", "coverage"));
+                                 "end", "last", "read", "marks", "debug_notes", "complaints",
+                                 "counts", "nodes", "wholly_judged", "bundles", "causes",
+                                 "findings", "unexplained", "coverage"));
 }
 
 TEST(json_view, shows_the_run) {
@@ -107,6 +110,46 @@ TEST(json_view, shows_what_is_not_known_as_null) {
   const auto found = shown(unplaced)["findings"][0];
   EXPECT_EQ(found["line"], nullptr);
   EXPECT_EQ(found["number"], nullptr);
+}
+
+// Of the published schema, at the name of a definition.
+std::vector<std::string> words_of(const char* definition, const char* property = nullptr) {
+  std::ifstream file(DESK_SCHEMA);
+  const json schema = json::parse(file);
+  const json& found = schema["$defs"][definition];
+  std::vector<std::string> words;
+  for (const auto& word : (property == nullptr ? found : found["properties"][property])["enum"])
+    if (!word.is_null()) words.push_back(word);
+  return words;
+}
+
+template <typename Value>
+std::vector<std::string> keys_up_to(Value last) {
+  std::vector<std::string> keys;
+  for (int i = 0; i <= static_cast<int>(last); ++i)
+    keys.emplace_back(key_for(static_cast<Value>(i)));
+  return keys;
+}
+
+// None is null in JSON.
+template <typename Value>
+std::vector<std::string> keys_before_none(Value none) {
+  auto keys = keys_up_to(none);
+  EXPECT_EQ(keys.back(), "none");
+  keys.pop_back();
+  return keys;
+}
+
+TEST(json_view, has_every_word_in_its_schema) {
+  EXPECT_EQ(words_of("layer"), keys_before_none(layer::none));
+  EXPECT_EQ(words_of("field"), keys_before_none(field::none));
+  EXPECT_EQ(words_of("sureness"), keys_up_to(sureness::unknown));
+  EXPECT_EQ(words_of("object", "kind"), keys_up_to(object_kind::entry));
+  EXPECT_EQ(words_of("bundle", "verdict"), keys_up_to(verdict::not_judged));
+  EXPECT_EQ(words_of("witness", "source"), keys_before_none(source::none));
+  EXPECT_EQ(words_of("witness", "state"), keys_up_to(witness::state::not_read));
+  EXPECT_EQ(words_of("finding", "kind"), keys_up_to(finding_kind::note));
+  EXPECT_EQ(words_of("coverage", "state"), keys_up_to(coverage_state::unknown));
 }
 
 TEST(json_view, keeps_any_text_but_bytes_that_are_no_utf8) {

@@ -5,8 +5,7 @@
 namespace desk {
 namespace {
 
-// The first and the last of each: a key too few or too many moves the last.
-TEST(keys, stand_at_their_enumerators) {
+TEST(keys, are_those_of_their_enumerators) {
   EXPECT_EQ(key_for(layer::config), "config");
   EXPECT_EQ(key_for(layer::dpa), "dpa");
   EXPECT_EQ(key_for(layer::none), "none");

@@ -65,13 +65,17 @@ TEST(prometheus, gives_times_only_if_they_are_known) {
   EXPECT_THAT(shown(run), HasSubstr("\ntessel_run_start_time_seconds 1795345263.219\n"));
   EXPECT_THAT(shown(run), HasSubstr("\ntessel_run_completion_time_seconds 1795345275.719\n"));
   EXPECT_THAT(shown(run), HasSubstr("\ntessel_run_seconds 12.500\n"));
-  run.of.seconds = -1;
+  run.of.log_of_commands->is_finished = false;
   EXPECT_THAT(shown(run), HasSubstr("start_time"));
   EXPECT_THAT(shown(run), Not(HasSubstr("completion_time")));
   EXPECT_THAT(shown(run), Not(HasSubstr("tessel_run_seconds")));
-  for (const char* time : {"", "2026-13-22 11:01:03,219", "2026-11-22 11:01:03,2x9", "2026-11-22",
-                           "2026-02-30 11:01:03,219", "2026-11-22 24:01:03,219",
-                           "2026-11-22T11:01:03,219", "-026-11-22 11:01:03,219"}) {
+  run.of.log_of_commands.reset();
+  EXPECT_THAT(shown(run), HasSubstr("\ntessel_run_start_time_seconds 1795345263.219\n"))
+      << "by the logs";
+  for (const char* time :
+       {"", "2026-13-22 11:01:03,219", "2026-11-22 11:01:03,2x9", "2026-11-22",
+        "2026-02-30 11:01:03,219", "2026-11-22 24:01:03,219", "2026-11-22x11:01:03,219",
+        "2026-11-22 11:01:03,2199", "-026-11-22 11:01:03,219"}) {
     run.of.started = time;
     EXPECT_THAT(shown(run), Not(HasSubstr("start_time"))) << time;
   }
