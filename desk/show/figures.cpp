@@ -58,7 +58,7 @@ std::optional<std::int64_t> start_of(const run& of) {
 std::optional<std::int64_t> epoch_milliseconds(std::string_view text) {
   constexpr std::string_view form = "dddd-dd-ddTdd:dd:dd";
   if (text.size() < form.size() || (text[10] != ' ' && text[10] != 'T')) return std::nullopt;
-  for (const std::size_t at : {4, 7, 13, 16})
+  for (const std::size_t at : {4U, 7U, 13U, 16U})
     if (text[at] != form[at]) return std::nullopt;
 
   const auto year = number(text.substr(0, 4));

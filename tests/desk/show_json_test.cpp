@@ -51,7 +51,7 @@ TEST(json_view, shows_the_run) {
   EXPECT_EQ(run["nodes"].size(), 4U);
   EXPECT_EQ(run["nodes"][2]["name"], "0/2/CPU0");
   EXPECT_EQ(run["coverage"].size(), 14U);
-  EXPECT_EQ(run["unexplained"], json({5}));
+  EXPECT_EQ(run["unexplained"], json::array({5}));
 }
 
 TEST(json_view, shows_each_bundle_with_its_verdict_and_its_parts) {
@@ -74,7 +74,7 @@ TEST(json_view, shows_each_cause_with_its_witnesses) {
   EXPECT_EQ(why["npu"], nullptr);
   EXPECT_EQ(why["first_layer"], "dpa");
   EXPECT_EQ(why["sureness"], "majority");
-  EXPECT_EQ(why["findings"], json({0}));
+  EXPECT_EQ(why["findings"], json::array({0}));
   const auto& witnesses = why["differences"][0]["witnesses"];
   EXPECT_EQ(why["differences"][0]["field"], "lif");
   EXPECT_EQ(witnesses[2].dump(), R"({"source":"l2port","node":"0/2/CPU0","npu":null,)"

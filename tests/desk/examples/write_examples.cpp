@@ -44,10 +44,10 @@ int main(int count, char** words) try {
       {"hostile", desk::hostile_run()},
       {"large", desk::large_run(1000, 48)},
   }};
-  for (const auto& [name, run] : runs)
-    for (const auto& [ending, show] : views)
-      desk::write_output(std::string(words[1]) + "/" + name + "." + ending,
-                         [&](std::ostream& out) { show(run, out); });
+  for (const auto& run : runs)
+    for (const auto& each : views)
+      desk::write_output(std::string(words[1]) + "/" + run.first + "." + each.first,
+                         [&](std::ostream& out) { each.second(run.second, out); });
   return 0;
 } catch (const std::exception& error) {
   std::fprintf(stderr, "write_examples: %s\n", error.what());
