@@ -122,6 +122,12 @@ void add_expect(CLI::App& app, lab_options& all, actions& commands) {
                                 "List the findings that the audit must report, one line per fault");
   command_line::add_operand(expect, "ROUTER", router_help, o.router);
   add_faults(expect, o.faults);
+  command_line::add_flag(
+      expect, "--places",
+      "instead, show where each fault was planted, for programs: its name, layer (config, PI, PD, "
+      "DPA, BCM; tool or machine where none is concerned), node, NPU, bundle and member or "
+      "sub-bundle (without a bundle: the tool, file or folder); separated by tabs, - for none",
+      o.places);
   commands[&expect] = [&o] { return expect_command(o); };
 }
 

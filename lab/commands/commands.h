@@ -31,6 +31,7 @@ int faults_command(const faults_options& o);
 struct expect_options {
   std::string router;
   std::vector<std::string> faults;
+  bool places = false;
 };
 int expect_command(const expect_options& o);
 

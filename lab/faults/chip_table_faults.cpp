@@ -106,6 +106,7 @@ bool edit_vsi_line(capture& c, const router& r, planted_fault& p) {
   if (!s) return false;
   constexpr std::size_t digits = 10000;
   note_place(p, s, name_of(*s.b));
+  p.npu = static_cast<int>(s.m->npu);
   std::string& table =
       answer_to(c, local_place, chip_command("d IHP_VSI_LOW_CFG_1", s.m->npu, *s.n));
   table.insert(0, "IHP_VSI_LOW_CFG_1.IHP0[0]: <PAD=" + std::string(digits, '0') +
@@ -201,6 +202,7 @@ constexpr fault table[] = {
      .plant = plant_rif_row},
     {.name = "vsi-overlong",
      .description = "a line of a chip's router interface table is ten kilobytes long",
+     .harms = "asic_shell_show",
      .at = checkpoint::chip_interfaces,
      .hides = reach::nothing,
      .counted = false,

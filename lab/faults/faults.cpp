@@ -57,14 +57,6 @@ const fault* known_effect(const planted_fault& p) {
   return find_fault(fmt::format("{}={}", list, p.argument));
 }
 
-// The fault as the user gave it.
-std::string text_of(const planted_fault& p) {
-  std::string text = p.name;
-  if (p.place > 0) text += fmt::format("@{}", p.place);
-  if (!p.argument.empty()) text += "=" + p.argument;
-  return text;
-}
-
 void insist(bool planted, const router& r, const planted_fault& wanted,
             const std::string& why = "") {
   if (!planted)
@@ -87,6 +79,13 @@ unsigned take_place(std::string& name) {
 }
 
 }  // namespace
+
+std::string text_of(const planted_fault& p) {
+  std::string text = p.name;
+  if (p.place > 0) text += fmt::format("@{}", p.place);
+  if (!p.argument.empty()) text += "=" + p.argument;
+  return text;
+}
 
 planted_fault parse_fault(const std::string& text) {
   const std::size_t equals = text.find('=');

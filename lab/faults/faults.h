@@ -130,6 +130,10 @@ struct fault {
   // place. Rows without a finding are unused: see `lines_beside`.
   by_product also[2]{};
 
+  // For a fault that changes no value of a layer: the tool whose output is wrong. Planting a fault
+  // that takes a tool or a file as its argument notes that one instead.
+  std::string_view harms{};
+
   // Where the finding shows, and which findings of other faults it hides: see `hidden_by`.
   checkpoint at = checkpoint::groundwork;
   phase shown = phase_of(at);
@@ -183,5 +187,23 @@ struct expectation {
 
 // The findings that the audit of the router must report. Throws `lab_error` as rendering does.
 std::vector<expectation> expected_findings(const router& r);
+
+// Where a fault was planted. An empty text means that no single one is concerned.
+struct fault_place {
+  std::string name;      // the fault, as the user gave it
+  std::string layer;     // "config", "PI", "PD", "DPA", "BCM", "tool" or "machine"
+  std::string node{};    // empty for the configuration and PI, which are of the whole router
+  std::string npu{};     // of a chip
+  std::string bundle{};  // "BE1"
+  std::string object{};  // a member or sub-bundle; without a bundle: the tool, file or folder
+};
+
+// The places of the router's faults, in their order: the layer whose values planting changed, not
+// the one that a finding names. Throws `lab_error` as rendering does.
+std::vector<fault_place> places_of_faults(const router& r);
+fault_place place_of(const planted_fault& p);
+
+// The fault as the user gave it: "dpa-mac@2", "tool-empty=lagmgr_health".
+std::string text_of(const planted_fault& p);
 
 }  // namespace lab

@@ -107,6 +107,7 @@ constexpr fault table[] = {
     {.name = "health-info",
      .description =
          "the bundle manager's own check adds an information block, which the audit leaves out",
+     .harms = "lagmgr_health",
      .at = checkpoint::health_bundles,
      .hides = reach::nothing,
      .counted = false,
@@ -114,6 +115,7 @@ constexpr fault table[] = {
     {.name = "health-errors",
      .description = "the bundle manager's own check names bundles",
      .finding = "Bundle-Ether{}",
+     .harms = "lagmgr_health",
      .at = checkpoint::health_bundles,
      .hides = reach::router,
      .counted = false,
@@ -122,6 +124,7 @@ constexpr fault table[] = {
      .description =
          "the bundle manager's own check adds information and names bundles, several on one line",
      .finding = "Bundle-Ether{}",
+     .harms = "lagmgr_health",
      .at = checkpoint::health_bundles,
      .hides = reach::router,
      .counted = false,
@@ -130,6 +133,7 @@ constexpr fault table[] = {
      .description = "the bundle manager's own check prints thousands of empty lines and names "
                     "600 bundles in one line",
      .finding = "Bundle-Ether{}",
+     .harms = "lagmgr_health",
      .at = checkpoint::health_bundles,
      .hides = reach::router,
      .counted = false,

@@ -11,12 +11,16 @@ namespace {
 bool edit_blocked(capture& c, const router& r, planted_fault& p) {
   if (p.argument == "0" && r.type == "fir")
     return false;  // its nodes are invalid for an unknown model
-  c.blocked_captures.push_back(p.argument.empty() ? "running_cfg" : p.argument);
+  const std::string name = p.argument.empty() ? "running_cfg" : p.argument;
+  p.harmed = fmt::format("/tmp/tessel_{}.log", name);
+  c.blocked_captures.push_back(name);
   return true;
 }
 
 bool edit_full_log(capture& c, const router&, planted_fault& p) {
-  c.full_logs.push_back(p.argument.empty() ? "inconsistencies" : p.argument);
+  const std::string name = p.argument.empty() ? "inconsistencies" : p.argument;
+  p.harmed = fmt::format("/var/log/tessel_{}.log", name);
+  c.full_logs.push_back(name);
   return true;
 }
 
@@ -30,11 +34,13 @@ bool take_size(std::uint64_t& size, const planted_fault& p) {
 
 bool edit_file_limit(capture& c, const router&, planted_fault& p) {
   c.file_limit = 50000;
+  p.harmed = "/var/log";
   return take_size(c.file_limit, p);
 }
 
 bool edit_full_tmp(capture& c, const router&, planted_fault& p) {
   c.tmp_kibibytes = 4;
+  p.harmed = "/tmp";
   return take_size(c.tmp_kibibytes, p);
 }
 

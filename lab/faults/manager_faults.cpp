@@ -159,6 +159,7 @@ constexpr fault table[] = {
      .description = "a member port's description contains the word MTU, which the audit searches "
                     "the interface listing for",
      .finding = "{}: BM PI verification failed for {object},{bundle}({}), {node}",
+     .harms = "iface_show",
      .at = checkpoint::port_listing,
      .plant = plant_mtu_description},
     {.name = "port-not-listed",

@@ -22,6 +22,7 @@ bool is_asked(const router& r, std::string_view tool) {
 
 bool edit_tool_empty(capture& c, const router& r, planted_fault& p) {
   const std::string tool = p.argument.empty() ? "lagmgr_table_show" : p.argument;
+  p.harmed = tool;
   const auto keys = answers_of(c, tool);
   for (const auto& key : keys) c.answers[key].clear();
   return !keys.empty() && is_asked(r, tool);
@@ -29,6 +30,7 @@ bool edit_tool_empty(capture& c, const router& r, planted_fault& p) {
 
 bool edit_tool_missing(capture& c, const router& r, planted_fault& p) {
   const std::string tool = p.argument.empty() ? "lagmgr_agent_show" : p.argument;
+  p.harmed = tool;
   c.missing_tools.push_back(tool);
   const auto keys = answers_of(c, tool);
   for (const auto& key : keys) c.answers.erase(key);
@@ -77,6 +79,7 @@ bool edit_chip_empty(capture& c, const router& r, planted_fault& p) {
   const site s = find_site(r, p, has_chip);
   if (!s) return false;
   note_place(p, {nullptr, nullptr, s.n}, "");
+  p.npu = static_cast<int>(s.m->npu);
   const std::string unit = fmt::format(",-u,{},-n,{}", s.m->npu, s.n->id);
   bool any = false;
   for (auto& [key, text] : c.answers)
@@ -93,6 +96,7 @@ std::string* chip_answer(capture& c, const router& r, planted_fault& p, const ch
   const site s = find_site(r, p, fits);
   if (!s) return nullptr;
   note_place(p, {nullptr, nullptr, s.n}, "");
+  p.npu = static_cast<int>(s.m->npu);
   return &answer_to(c, local_place, chip_command(command, s.m->npu, *s.n));
 }
 
@@ -152,6 +156,7 @@ constexpr fault garbled_tools[] = {
     {.name = "pi-garbage",
      .description = "the bundle manager shows a handle that is not a number",
      .finding = "{}: parse_bundle_info_PI failed",
+     .harms = "lagmgr_table_show",
      .at = checkpoint::pi_bundle,
      .shown = phase::collecting,
      .hides = reach::router,
@@ -170,12 +175,14 @@ constexpr fault garbled_tools[] = {
     {.name = "lagport-empty",
      .description = "a node has no lagport objects and is left out",
      .finding = "INFO: DPA lagport object dont have any bundle data/no bundle member from, {node}",
+     .harms = "fwd_object_show",
      .at = checkpoint::groundwork,
      .hides = reach::node,
      .edit = edit_lagports},
     {.name = "l1port-empty",
      .description = "a node has no l1port objects; its members are unknown",
      .finding = "INFO: DPA l1port object dont have any interface from, {node}",
+     .harms = "fwd_object_show",
      .at = checkpoint::groundwork,
      .hides = reach::node,
      .stops_from = phase::consistency,
@@ -183,12 +190,14 @@ constexpr fault garbled_tools[] = {
     {.name = "l2port-empty",
      .description = "a node has no l2port objects and is left out",
      .finding = "INFO: DPA l2port object dont have any interface from, {node}",
+     .harms = "fwd_object_show",
      .at = checkpoint::groundwork,
      .hides = reach::node,
      .edit = edit_l2ports},
     {.name = "l3intf-empty",
      .description = "a node has no l3intf objects and is left out",
      .finding = "INFO: DPA l3intf object dont have any interface from, {node}",
+     .harms = "fwd_object_show",
      .at = checkpoint::groundwork,
      .hides = reach::node,
      .edit = edit_l3intfs},
@@ -196,6 +205,7 @@ constexpr fault garbled_tools[] = {
      .description = "the chip shell of one NPU prints nothing",
      .finding =
          "INFO: BCM hardware dont have any bundle data/no bundle member from Location {node}",
+     .harms = "asic_shell_show",
      .at = checkpoint::chip_lag,
      .shown = phase::collecting,
      .hides = reach::node,
@@ -203,6 +213,7 @@ constexpr fault garbled_tools[] = {
     {.name = "tm-lag-cut",
      .description = "a Jericho2 chip's list of LAGs breaks off in its first row",
      .finding = "{}: parse tm_lag output failed Location {node}, NPU {}",
+     .harms = "asic_shell_show",
      .at = checkpoint::chip_member,
      .shown = phase::collecting,
      .hides = reach::node,
@@ -211,6 +222,7 @@ constexpr fault garbled_tools[] = {
     {.name = "diag-lag-garbage",
      .description = "an older chip's list of LAGs contains a number of 5000 digits",
      .finding = "{}: parse diag_lag output failed Location {node}, NPU {}",
+     .harms = "asic_shell_show",
      .at = checkpoint::chip_member,
      .shown = phase::collecting,
      .hides = reach::node,
@@ -220,6 +232,7 @@ constexpr fault garbled_tools[] = {
      .description = "an older chip's list of LAGs has one without a number",
      .finding = "Data Not Found: Not able to get lag id from diag_lag output, Location {node}, "
                 "NPU {}",
+     .harms = "asic_shell_show",
      .at = checkpoint::chip_member,
      .shown = phase::collecting,
      .hides = reach::node,
@@ -227,6 +240,7 @@ constexpr fault garbled_tools[] = {
     {.name = "mtu-map-garbage",
      .description = "a Jericho2 chip's MTU table has a row number of more than thirty digits",
      .finding = "{}: dump_tables_per_npu failed {node}",
+     .harms = "asic_shell_show",
      .at = checkpoint::chip_member,
      .shown = phase::collecting,
      .hides = reach::node,

@@ -103,6 +103,8 @@ struct planted_fault {
   std::string object{};
   std::string bundle{};
   std::string node{};
+  int npu = -1;                        // of a tool's answer about one chip
+  std::string harmed{};                // a tool, or a file or folder of the machine
   std::vector<override_rule> holds{};  // the values that it changed
 };
 

@@ -33,7 +33,7 @@ const std::vector<command_row>& commands() {
   static const std::vector<command_row> rows = {
       {"list", {}, {}, {}},
       {"faults", {}, {}, {"--kinds"}},
-      {"expect", {"ROUTER"}, {"--fault FAULT"}, {}},
+      {"expect", {"ROUTER"}, {"--fault FAULT"}, {"--places"}},
       {"render", {"ROUTER", "OUT"}, {"--fault FAULT"}, {}},
       {"generate",
        {"OUT"},

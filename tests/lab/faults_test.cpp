@@ -369,6 +369,72 @@ TEST(expected, untagged_sub_bundles_leave_no_clean_run) {
   EXPECT_NE(expected_findings(r).front().hidden, "");
 }
 
+std::string place_text(const char* router_name, const char* fault_name) {
+  router r = plain(router_name);
+  r.faults = {parse_fault(fault_name)};
+  const auto places = places_of_faults(r);
+  if (places.size() != 1) return "not one place";
+  const fault_place& at = places.front();
+  return at.name + "|" + at.layer + "|" + at.node + "|" + at.npu + "|" + at.bundle + "|" +
+         at.object;
+}
+
+TEST(places, are_those_of_the_values_that_were_changed) {
+  EXPECT_EQ(place_text("birch-small", "dpa-mac@2"), "dpa-mac@2|DPA|0/1/CPU0||BE1|");
+  EXPECT_EQ(place_text("birch-small", "dpa-mtu"), "dpa-mtu|DPA|0/0/CPU0||BE1|0/0/0/0");
+  EXPECT_EQ(place_text("birch-small", "sem-missing"), "sem-missing|BCM|0/0/CPU0|0|BE1|BE1.100");
+  EXPECT_EQ(place_text("birch-small", "pi-bundle-missing"), "pi-bundle-missing|PI|||BE1|");
+  EXPECT_EQ(place_text("birch-small", "im-missing-sub"), "im-missing-sub|PI|||BE1|BE1.100");
+  // A finding may name another node than the one with the odd value.
+  EXPECT_EQ(place_text("birch-small", "dpa-glif"), "dpa-glif|DPA|0/0/CPU0||BE1|");
+  EXPECT_EQ(place_text("birch-small", "dpa-no-glif"), "dpa-no-glif|DPA|||BE1|") << "on all nodes";
+}
+
+TEST(places, of_tools_and_of_the_machine_name_them) {
+  EXPECT_EQ(place_text("birch-small", "lagport-empty"),
+            "lagport-empty|DPA|0/0/CPU0|||fwd_object_show");
+  EXPECT_EQ(place_text("birch-small", "chip-dump-empty"),
+            "chip-dump-empty|BCM|0/0/CPU0|0||asic_shell_show");
+  EXPECT_EQ(place_text("birch-small", "tool-missing=iface_show"),
+            "tool-missing=iface_show|PI||||iface_show");
+  EXPECT_EQ(place_text("birch-small", "config-no-end"), "config-no-end|config||||cfg_render");
+  EXPECT_EQ(place_text("birch-small", "node-not-final"),
+            "node-not-final|tool|0/0/CPU0|||plat_nodes_show");
+  EXPECT_EQ(place_text("birch-small", "capture-blocked"),
+            "capture-blocked|machine||||/tmp/tessel_running_cfg.log");
+  EXPECT_EQ(place_text("birch-small", "log-full=debug"),
+            "log-full=debug|machine||||/var/log/tessel_debug.log");
+  EXPECT_EQ(place_text("birch-small", "tmp-full=40"), "tmp-full=40|machine||||/tmp");
+}
+
+// Where a fault was planted, on the first router that takes it.
+std::optional<fault_place> first_place(const fault& f, router& taking) {
+  for (const char* name : routers) {
+    taking = plain(name);
+    if (!applies(taking, f.name)) continue;
+    taking.faults = {parse_fault(std::string{f.name})};
+    return places_of_faults(taking).front();
+  }
+  return std::nullopt;
+}
+
+TEST(places, of_every_fault_are_on_the_router) {
+  const std::set<std::string> layers = {"config", "PI", "PD", "DPA", "BCM", "tool", "machine"};
+  for (const fault& f : fault_catalogue()) {
+    if (is_slow(f)) continue;
+    router r;
+    const auto at = first_place(f, r);
+    ASSERT_TRUE(at) << f.name;
+    EXPECT_TRUE(layers.contains(at->layer)) << f.name;
+    EXPECT_TRUE(at->node.empty() || find_node(r, at->node) != nullptr) << f.name << at->node;
+    EXPECT_TRUE(at->npu.empty() || at->layer == "BCM") << f.name;
+    const bool has_bundle = std::any_of(r.bundles.begin(), r.bundles.end(),
+                                        [&](const bundle& b) { return name_of(b) == at->bundle; });
+    EXPECT_EQ(has_bundle, !at->bundle.empty()) << f.name << at->bundle;
+    EXPECT_FALSE(at->bundle.empty() && at->node.empty() && at->object.empty()) << f.name;
+  }
+}
+
 TEST(fault, of_the_machine_is_in_the_capture) {
   router r = plain("birch-small");
   r.faults = {parse_fault("capture-blocked=BM_PI"), parse_fault("log-full=debug"),
