@@ -91,12 +91,14 @@ bool plant_no_address_unused(router& r, planted_fault& p) {
 bool plant_both_active(router& r, planted_fault&) {
   if (r.type != "aspen") return false;
   std::size_t processors = 0;
+  bool had_standby = false;
   for (node& n : r.nodes)
     if (n.kind == "RP") {
+      had_standby = had_standby || n.state == "STANDBY";
       n.state = "ACTIVE";
       ++processors;
     }
-  return processors == 2;
+  return processors == 2 && had_standby;
 }
 
 // Each of the two names the other as its peer.
