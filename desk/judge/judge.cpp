@@ -20,6 +20,15 @@ void add_early_end(judged_run& into) {
   if (!into.causes.empty() || into.of.has_snapshot || into.of.end == run_end::complete) return;
   if (!into.of.is_last) return;
   cause made;
+  if (!into.of.unwritten.empty()) {
+    made.title = fmt::format("the run ended at its start: it could not write /var/log/{}",
+                             into.of.unwritten.front());
+    made.how_sure = sureness::named;
+    made.why = "the log has no start of this run";
+    made.next = "df /var/log; ls -l /var/log";
+    into.causes.push_back(std::move(made));
+    return;
+  }
   made.title = "the run ended at its start: the machine, its list of chips, or a log file";
   if (!into.of.marks.empty()) made.title += fmt::format(": {}", shortened(into.of.marks.front()));
   made.why = "the console shows the reason, the logs do not";

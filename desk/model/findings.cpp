@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <chrono>
 
 #include "desk/model/catalogue.h"
 #include "desk/model/mentions.h"
@@ -35,6 +37,8 @@ void take_blanks(finding& into, const recognised& message) {
   into.known = message.at("known");
   const std::string_view named = message.at("layer");
   into.of = named.empty() ? message.entry->of : layer_named(named);
+  // The layers and the chips share this message; only the chips have NPUs.
+  if (into.code == "TC-739" && !into.npu.empty()) into.of = layer::bcm;
   const std::string_view number = message.at("number");
   std::uint64_t count = 0;
   const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), count);
@@ -89,8 +93,87 @@ finding finding_from(const run& of, const log_entry& entry, finding_kind kind) {
   return made;
 }
 
-const log_run* run_at(const channel_log& log, std::size_t back) {
-  return back < log.runs.size() ? &log.runs[log.runs.size() - 1 - back] : nullptr;
+// ---- Runs ---------------------------------------------------------------------------------------
+
+constexpr std::size_t logs_of_a_run = 5;
+
+// Milliseconds of "2026-11-22 11:01:03,219", comparable with each other.
+std::int64_t milliseconds_of(std::string_view stamp) {
+  constexpr std::array<std::pair<std::size_t, std::size_t>, 7> fields = {
+      {{0, 4}, {5, 2}, {8, 2}, {11, 2}, {14, 2}, {17, 2}, {20, 3}}};
+  std::array<int, fields.size()> number{};
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const std::string_view digits = stamp.substr(fields[i].first, fields[i].second);
+    std::from_chars(digits.data(), digits.data() + digits.size(), number[i]);
+  }
+  const std::chrono::year_month_day date{std::chrono::year{number[0]},
+                                         std::chrono::month{static_cast<unsigned>(number[1])},
+                                         std::chrono::day{static_cast<unsigned>(number[2])}};
+  const std::int64_t days = std::chrono::sys_days{date}.time_since_epoch().count();
+  return (((days * 24 + number[3]) * 60 + number[4]) * 60 + number[5]) * 1000 + number[6];
+}
+
+// A run in all logs. Nothing where a log lost it or could not be written.
+struct run_in_logs {
+  std::string started;
+  std::array<const log_run*, logs_of_a_run> in{};
+};
+
+std::array<const channel_log*, logs_of_a_run> all_of(const log_set& logs) {
+  return {&logs.exception, &logs.inconsistent, &logs.programming, &logs.delay_delete, &logs.health};
+}
+
+// A run starts all its logs at about the same time; a log that has a start already begins the next.
+bool is_same_start(const run_in_logs& one, std::size_t log, std::string_view started) {
+  constexpr std::int64_t longest = 2000;
+  return one.in[log] == nullptr &&
+         milliseconds_of(started) - milliseconds_of(one.started) <= longest;
+}
+
+// Where a log begins with a run whose start line was rotated away, that is the one before its
+// first.
+void add_unstarted(std::vector<run_in_logs>& runs, const log_set& logs) {
+  const auto all = all_of(logs);
+  for (std::size_t log = 0; log < all.size(); ++log) {
+    if (all[log]->runs.empty() || !all[log]->runs.front().started.empty()) continue;
+    const auto first = std::find_if(runs.begin(), runs.end(),
+                                    [&](const run_in_logs& one) { return one.in[log] != nullptr; });
+    const bool is_first = first == runs.begin();
+    run_in_logs& before = is_first ? *runs.insert(runs.begin(), run_in_logs{}) : *(first - 1);
+    before.in[log] = &all[log]->runs.front();
+  }
+}
+
+// The oldest first. Each run writes its start into each log, but a log may have overflowed, or
+// there was no room for it.
+std::vector<run_in_logs> runs_in(const log_set& logs) {
+  struct start {
+    std::string_view time;
+    std::size_t log;
+    const log_run* of;
+  };
+  std::vector<start> starts;
+  const auto all = all_of(logs);
+  for (std::size_t log = 0; log < all.size(); ++log)
+    for (const log_run& one : all[log]->runs)
+      if (!one.started.empty()) starts.push_back({one.started, log, &one});
+  std::stable_sort(starts.begin(), starts.end(),
+                   [](const start& a, const start& b) { return a.time < b.time; });
+  std::vector<run_in_logs> runs;
+  for (const start& one : starts) {
+    if (runs.empty() || !is_same_start(runs.back(), one.log, one.time))
+      runs.push_back({std::string(one.time), {}});
+    runs.back().in[one.log] = one.of;
+  }
+  add_unstarted(runs, logs);
+  return runs;
+}
+
+// A log that is there, but without a start of the last run, could not be written by it.
+void note_unwritten(run& into, const log_set& logs, const run_in_logs& of) {
+  const auto all = all_of(logs);
+  for (std::size_t log = 0; log < all.size(); ++log)
+    if (all[log]->is_read && of.in[log] == nullptr) into.unwritten.push_back(all[log]->name);
 }
 
 // A counter's lines carry its value, so a run whose first lines were rotated away shows it.
@@ -109,13 +192,21 @@ void note_gap(run& into, const channel_log& log, finding_kind kind) {
                                    first == 2 ? "was" : "were"));
 }
 
-void read_channel(run& into, const channel_log& log, std::size_t back, finding_kind kind) {
-  if (back == 0) into.marks.insert(into.marks.end(), log.marks.begin(), log.marks.end());
-  const log_run* of = run_at(log, back);
+// A MAC of Jericho2 that differs: the audit counts it as a programming error, but writes only that
+// it could not go on.
+bool is_mac_of_chip(const finding& one) {
+  return one.code == "TC-739" && one.text.starts_with("the chip's MAC ");
+}
+
+void read_channel(run& into, const channel_log& log, const log_run* of, finding_kind kind) {
   if (of == nullptr) return;
   for (const log_entry& entry : of->entries) {
     finding one = finding_from(into, entry, kind);
     if (kind == finding_kind::failure && !entry.has_trace) one.kind = finding_kind::note;
+    if (is_mac_of_chip(one)) {
+      one.kind = finding_kind::programming;
+      one.what = field::mac;
+    }
     ++into.counts[one.kind];
     into.findings.push_back(std::move(one));
   }
@@ -124,8 +215,7 @@ void read_channel(run& into, const channel_log& log, std::size_t back, finding_k
 }
 
 // The bundle manager's report: a line at the margin names bundles, indented lines are its details.
-void read_health(run& into, const channel_log& log) {
-  const log_run* of = run_at(log, 0);
+void read_health(run& into, const log_run* of) {
   if (of == nullptr) return;
   for (const log_entry& entry : of->entries) {
     std::size_t line = entry.line;
@@ -201,30 +291,25 @@ log_set read_logs(const std::string& folder) {
 }
 
 std::vector<std::string> starts_of(const log_set& logs) {
-  // Each run writes its start into each log; a log that overflowed has lost the older ones.
-  std::size_t most = 0;
-  for (const channel_log* log :
-       {&logs.exception, &logs.inconsistent, &logs.programming, &logs.delay_delete})
-    most = std::max(most, log->runs.size());
-  std::vector<std::string> starts(most);
-  for (const channel_log* log :
-       {&logs.delay_delete, &logs.programming, &logs.inconsistent, &logs.exception}) {
-    for (std::size_t back = 0; back < log->runs.size(); ++back) {
-      const std::string& started = log->runs[log->runs.size() - 1 - back].started;
-      if (!started.empty()) starts[most - 1 - back] = started;
-    }
-  }
+  std::vector<std::string> starts;
+  for (const run_in_logs& one : runs_in(logs)) starts.push_back(one.started);
   return starts;
 }
 
 void read_findings(run& into, const log_set& logs, std::size_t back) {
-  const auto starts = starts_of(logs);
-  if (back < starts.size()) into.started = starts[starts.size() - 1 - back];
-  read_channel(into, logs.exception, back, finding_kind::failure);
-  read_channel(into, logs.inconsistent, back, finding_kind::inconsistency);
-  read_channel(into, logs.programming, back, finding_kind::programming);
-  read_channel(into, logs.delay_delete, back, finding_kind::delay_delete);
-  if (back == 0) read_health(into, logs.health);
+  const auto runs = runs_in(logs);
+  const run_in_logs of = back < runs.size() ? runs[runs.size() - 1 - back] : run_in_logs{};
+  into.started = of.started;
+  if (back == 0)
+    for (const channel_log* log : all_of(logs))
+      into.marks.insert(into.marks.end(), log->marks.begin(), log->marks.end());
+  read_channel(into, logs.exception, of.in[0], finding_kind::failure);
+  read_channel(into, logs.inconsistent, of.in[1], finding_kind::inconsistency);
+  read_channel(into, logs.programming, of.in[2], finding_kind::programming);
+  read_channel(into, logs.delay_delete, of.in[3], finding_kind::delay_delete);
+  if (back != 0) return;
+  read_health(into, of.in[4]);
+  note_unwritten(into, logs, of);
 }
 
 void read_debug_notes(run& into) {
@@ -237,9 +322,12 @@ void read_debug_notes(run& into) {
 
 void read_stale_entries(run& into, const std::string& folder) {
   std::vector<finding> entries;
+  bool has_start = false;
   dump_taker taker;
   taker.line = [&](std::string_view line) {
-    if (line == "'Started Tessel Checker'") entries.clear();
+    if (line != "'Started Tessel Checker'") return;
+    has_start = true;
+    entries.clear();
   };
   taker.value = [&](std::string_view label, dump_path path, std::string_view value) {
     constexpr std::size_t depth_of_entry = 2;
@@ -249,6 +337,7 @@ void read_stale_entries(run& into, const std::string& folder) {
   try {
     for (std::string& mark : read_dumps(fmt::format("{}/{}", folder, stale_log), taker))
       into.marks.push_back(std::move(mark));
+    if (!has_start) into.unwritten.emplace_back(stale_log);
   } catch (const read_error& error) {
     into.marks.emplace_back(error.what());
   }

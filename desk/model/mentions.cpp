@@ -106,6 +106,16 @@ void complete_member(const run& of, mention& found) {
   }
 }
 
+// A member sits on the node whose agent knows it.
+void complete_node(const run& of, mention& found) {
+  if (!found.node.empty() || found.object.kind != object_kind::member) return;
+  const object* member = of.find(object_kind::member, found.object.bundle, found.object.name);
+  if (member == nullptr) return;
+  for (const cell& c : member->cells)
+    if (c.from == source::agent && c.node != no_place)
+      found.node = of.nodes[static_cast<std::size_t>(c.node)].name;
+}
+
 // "no key '0x3000024'": a layer that lacks an object is often reported by the handle alone.
 void complete_handle(const run& of, std::string_view text, mention& found) {
   const std::size_t at = text.find("'0x");
@@ -132,6 +142,7 @@ mention mentioned_in(const run& of, std::string_view text) {
     found.object.kind = object_kind::member;
     found.object.name = member;
     complete_member(of, found);
+    complete_node(of, found);
   } else if (!bundle.bundle.empty()) {
     found.object.kind = bundle.sub.empty() ? object_kind::bundle : object_kind::sub_bundle;
     found.object.name = bundle.sub.empty() ? bundle.bundle : bundle.sub;

@@ -77,7 +77,9 @@ channel_log read_channel_log(const std::string& folder, std::string_view name) {
   log.name = name;
   const std::string backup = log.name + ".1";
   if (file_exists(folder + "/" + backup)) read_file(log, folder, backup);
+  const std::size_t marks = log.marks.size();
   read_file(log, folder, log.name);
+  log.is_read = file_exists(folder + "/" + log.name) && log.marks.size() == marks;
   return log;
 }
 

@@ -92,6 +92,58 @@ TEST_F(logs_of_a_test, the_last_run_counts_unless_another_is_asked_for) {
   EXPECT_EQ(last_run(1).findings.size(), 1U);
 }
 
+// The last run found no room for a log, so the last start in it is that of an older run.
+TEST_F(logs_of_a_test, findings_of_an_older_run_are_not_those_of_the_last_one) {
+  const std::string old = line("Inconsistency 1: BME has no Bundle entry in location 0/1/CPU0");
+  for (const char* log : {"exception", "programming_error", "delay_delete"})
+    write(log, start("2026-11-21 11:00:00,000") + start());
+  write("inconsistencies", start("2026-11-21 11:00:00,003") + old);
+  EXPECT_EQ(starts_of(read_logs(folder)).size(), 2U);
+  const run last = last_run();
+  EXPECT_THAT(last.findings, IsEmpty());
+  EXPECT_THAT(last.unwritten, ElementsAre("tessel_inconsistencies.log"));
+  const run before = last_run(1);
+  EXPECT_EQ(before.findings.size(), 1U);
+  EXPECT_EQ(before.started, "2026-11-21 11:00:00,000");
+  EXPECT_THAT(before.unwritten, IsEmpty());
+}
+
+// In the laboratory a run takes less than a second.
+TEST_F(logs_of_a_test, runs_that_follow_at_once_are_not_one) {
+  const std::string first = start("2026-11-22 11:00:00,000");
+  const std::string second = start("2026-11-22 11:00:00,400");
+  for (const char* log : {"exception", "inconsistencies", "programming_error", "delay_delete"})
+    write(log, first + second);
+  EXPECT_EQ(starts_of(read_logs(folder)).size(), 2U);
+}
+
+TEST_F(logs_of_a_test, a_log_whose_start_was_rotated_away_is_of_the_run_before_its_first) {
+  const std::string old = line("Inconsistency 1: BME has no Bundle entry in location 0/1/CPU0");
+  for (const char* log : {"exception", "programming_error", "delay_delete"})
+    write(log, start("2026-11-21 11:00:00,000") + start());
+  write("inconsistencies", old + start());
+  EXPECT_EQ(starts_of(read_logs(folder)).size(), 2U);
+  EXPECT_THAT(last_run().findings, IsEmpty());
+  EXPECT_EQ(last_run(1).findings.size(), 1U);
+}
+
+TEST_F(logs_of_a_test, a_log_that_is_empty_could_not_be_written) {
+  write("programming_error", "");
+  EXPECT_THAT(last_run().unwritten, ElementsAre("tessel_programming_error.log"));
+}
+
+TEST_F(logs_of_a_test, a_mac_of_jericho2_is_a_programming_error) {
+  write("exception", start() +
+                         line("the chip's MAC 535 has no first element: RIF verification "
+                              "failed for BE21(0x30000a4) NPU 1,0/1/CPU0") +
+                         "Traceback (most recent call last):\nfailure: x\n");
+  const run of = last_run();
+  ASSERT_EQ(of.findings.size(), 1U);
+  EXPECT_EQ(of.findings[0].kind, finding_kind::programming);
+  EXPECT_EQ(of.findings[0].of, layer::bcm);
+  EXPECT_EQ(of.findings[0].what, field::mac);
+}
+
 TEST_F(logs_of_a_test, numbers_that_were_rotated_away_are_reported) {
   write("inconsistencies", line("Inconsistency 901: BME has no Bundle entry in location 0/1/CPU0"),
         ".1");
@@ -142,6 +194,10 @@ TEST(mentions, reads_the_objects_of_a_message) {
   EXPECT_EQ(member.npu, "1");
   EXPECT_EQ(mentioned_in(of, "BE12.100(0x3000a60),0/RP0/CPU0").object.name, "BE12.100");
   EXPECT_EQ(mentioned_in(of, "no key '0/1/0/0': parse_vlan_domain failed").object.bundle, "BE3");
+  of.nodes.emplace_back().name = "0/1/CPU0";
+  of.objects[of.object_at(object_kind::member, "BE3", "0/1/0/0")].cells.push_back(
+      {field::npu, source::agent, 0, no_place, 0});
+  EXPECT_EQ(mentioned_in(of, "no key '0/1/0/0': parse_vlan_domain failed").node, "0/1/CPU0");
   EXPECT_EQ(mentioned_in(of, "TUBE12 and nothing else").object.bundle, "");
 }
 
