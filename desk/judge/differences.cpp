@@ -73,6 +73,30 @@ void mark_minority(difference& of, const std::map<std::string, vote>& votes) {
                              : "as many places hold one value as another";
 }
 
+// A bundle that layer 2 forwards has an l2intf object on its nodes, one of layer 3 an l3intf
+// object.
+void find_type(const run& of, const object& one, std::vector<difference>& into) {
+  difference made;
+  made.object = name_of(of, one);
+  made.what = field::type;
+  std::map<std::string, vote> votes;
+  std::set<std::pair<source, std::int16_t>> seen;
+  for (const cell& c : one.cells) {
+    const bool is_configured = c.from == source::running_config && c.what == field::type;
+    const bool is_interface = c.from == source::l2intf || c.from == source::l3intf;
+    if (!is_configured && (!is_interface || !seen.emplace(c.from, c.node).second)) continue;
+    witness at = witness_of(of, c);
+    if (is_interface) at.value = c.from == source::l2intf ? "layer 2" : "layer 3";
+    vote& of_value = votes[at.value];
+    ++of_value.count;
+    of_value.nodes.insert(at.node);
+    made.witnesses.push_back(std::move(at));
+  }
+  if (votes.size() < 2) return;
+  mark_minority(made, votes);
+  into.push_back(std::move(made));
+}
+
 // A layer that was not read is no witness, but a person must see that it is missing.
 void add_unread(const run& of, difference& into) {
   std::set<source> sources;
@@ -97,6 +121,18 @@ void add_unread(const run& of, difference& into) {
 
 // ---- Presence -----------------------------------------------------------------------------------
 
+// Nodes whose forwarding layer was read in part only: what their tables lack may have been in the
+// rest. By index in run::nodes.
+std::vector<bool> torn_nodes(const run& of) {
+  std::vector<bool> torn(of.nodes.size(), false);
+  for (const coverage& one : of.covered) {
+    const std::int16_t index = of.node_index(one.node);
+    if (one.of == layer::dpa && index != no_place && is_hole(one))
+      torn[static_cast<std::size_t>(index)] = true;
+  }
+  return torn;
+}
+
 // Whether this table of this node was read and has anything in it.
 bool has_entries(const run& of, source from, std::int16_t node, std::int16_t npu) {
   const auto at = of.tables.find({from, node, npu});
@@ -115,7 +151,8 @@ bool is_known_to(const run& of, const object& one, source from) {
 }
 
 // Where the table was read and holds other objects, but not this one.
-void find_absent(const run& of, const object& one, source from, std::vector<difference>& into) {
+void find_absent(const run& of, const object& one, source from, const std::vector<bool>& torn,
+                 std::vector<difference>& into) {
   std::set<std::int16_t> holders;
   for (const cell& c : one.cells)
     if (c.from == from) holders.insert(c.node);
@@ -127,6 +164,7 @@ void find_absent(const run& of, const object& one, source from, std::vector<diff
   for (std::size_t i = 0; i < of.nodes.size(); ++i) {
     const auto index = static_cast<std::int16_t>(i);
     if (!of.nodes[i].takes_part || !has_entries(of, from, index, no_place)) continue;
+    if (layer_of(from) == layer::dpa && torn[i] && !holders.contains(index)) continue;
     witness at;
     at.from = from;
     at.node = of.nodes[i].name;
@@ -169,7 +207,8 @@ void find_absent_in_manager(const run& of, const object& one, std::vector<differ
 
 // A member sits on one node: its agent there knows it, the forwarding layer and the chips of that
 // node must hold it as well.
-void find_absent_member(const run& of, const object& one, std::vector<difference>& into) {
+void find_absent_member(const run& of, const object& one, const std::vector<bool>& torn,
+                        std::vector<difference>& into) {
   const auto place = of.places.find(static_cast<std::size_t>(&one - of.objects.data()));
   if (place == of.places.end() || place->second.node == no_place) return;
   const std::int16_t node = place->second.node;
@@ -197,8 +236,9 @@ void find_absent_member(const run& of, const object& one, std::vector<difference
   };
   check(source::bundle_manager, has_entries(of, source::bundle_manager, no_place, no_place));
   check(source::agent, has_entries(of, source::agent, node, no_place));
-  check(source::lagport,
-        has_field(one, field::handle) && has_entries(of, source::lagport, node, no_place));
+  check(source::lagport, has_field(one, field::handle) &&
+                             has_entries(of, source::lagport, node, no_place) &&
+                             !torn[static_cast<std::size_t>(node)]);
   if (std::none_of(made.witnesses.begin(), made.witnesses.end(),
                    [](const witness& w) { return w.is_odd; }))
     return;
@@ -230,6 +270,7 @@ difference compare_field(const run& of, const object& one, field what) {
 
 std::vector<difference> find_differences(const run& of) {
   std::vector<difference> found;
+  const std::vector<bool> torn = torn_nodes(of);
   for (const object& one : of.objects) {
     if (!one.is_configured) continue;
     for (const field what : compared_fields) {
@@ -239,13 +280,14 @@ std::vector<difference> find_differences(const run& of) {
       if (differs) found.push_back(std::move(made));
     }
     if (one.kind == object_kind::member) {
-      find_absent_member(of, one, found);
+      find_absent_member(of, one, torn, found);
       continue;
     }
+    if (one.kind == object_kind::bundle) find_type(of, one, found);
     find_absent_in_manager(of, one, found);
     for (const source from :
          {source::agent, source::lagport, source::l2port, source::l2intf, source::l3intf})
-      find_absent(of, one, from, found);
+      find_absent(of, one, from, torn, found);
   }
   return found;
 }

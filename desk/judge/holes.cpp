@@ -34,23 +34,12 @@ std::string without(std::string text, std::string_view part) {
   return text;
 }
 
-// The node on which a member sits: its port object says so, or the agent that knows it.
-std::string node_of_member(const run& of, const object_ref& named) {
-  const object* member = of.find(object_kind::member, named.bundle, named.name);
-  if (member == nullptr) return {};
-  for (const cell& c : member->cells)
-    if (c.from == source::agent && c.node != no_place)
-      return of.nodes[static_cast<std::size_t>(c.node)].name;
-  return {};
-}
-
 // What went missing on a node can raise findings about everything that it holds, in its layer and
 // in those below. A failure of the whole router explains every failure.
-bool explains(const run& of, const coverage& hole, const finding& one) {
+bool explains(const coverage& hole, const finding& one) {
   const bool is_open = one.kind == finding_kind::failure || one.kind == finding_kind::note;
   if (hole.node.empty()) return is_open && (one.of == layer::none || one.of >= hole.of);
-  const std::string node = one.node.empty() ? node_of_member(of, one.object) : one.node;
-  if (node != hole.node) return false;
+  if (one.node != hole.node) return false;
   if (!hole.npu.empty() && !one.npu.empty() && one.npu != hole.npu) return false;
   const bool is_missing = one.what == field::presence || is_open;
   return is_missing && (one.of == layer::none || one.of >= hole.of || is_open);
@@ -101,7 +90,7 @@ std::string words_for(const hole_group& of) {
 
 void take_explained(judging& at, const coverage& hole, cause& into) {
   for (std::size_t i = 0; i < at.of().findings.size(); ++i) {
-    if (at.is_explained[i] || !explains(at.of(), hole, at.of().findings[i])) continue;
+    if (at.is_explained[i] || !explains(hole, at.of().findings[i])) continue;
     at.is_explained[i] = true;
     into.findings.push_back(i);
   }
@@ -128,9 +117,34 @@ void add_hole(judging& at, const hole_group& group) {
   at.into.causes.push_back(std::move(made));
 }
 
+// Nobody has configured a bundle, and no layer holds one: there is nothing to judge.
+bool has_no_bundle(const run& of) {
+  const auto is_empty = [&](layer one) {
+    const coverage* whole = coverage_of(of, one, {}, {});
+    return whole != nullptr && whole->state == coverage_state::empty;
+  };
+  return of.objects.empty() && is_empty(layer::config) && is_empty(layer::pi) &&
+         is_empty(layer::pd);
+}
+
+void add_no_bundle(judging& at) {
+  cause made;
+  made.title = "the router: no bundle with members is configured, and no layer holds one";
+  made.first = layer::config;
+  made.how_sure = sureness::named;
+  made.why = "configuration, PI and PD agree";
+  made.next = command_for(at.of(), source::running_config, {}, {});
+  for (std::size_t i = 0; i < at.of().findings.size(); ++i) {
+    at.is_explained[i] = true;
+    made.findings.push_back(i);
+  }
+  at.into.causes.push_back(std::move(made));
+}
+
 }  // namespace
 
 void add_holes(judging& at) {
+  if (has_no_bundle(at.of())) return add_no_bundle(at);
   for (const hole_group& group : groups_of_holes(at.of())) add_hole(at, group);
 }
 

@@ -80,6 +80,8 @@ std::string title_of(const finding& one) {
   if (one.kind == finding_kind::failure)
     return fmt::format("{}: not verified{}{}: {}", subject_of(one.object), on, in,
                        shortened(one.text));
+  if (is_scale(one))
+    return fmt::format("the router: over its limit{}: {}", in, shortened(one.text));
   if (one.kind == finding_kind::note)
     return fmt::format("{}: not checked{}{}: {}", subject_of(one.object), on, in,
                        shortened(one.text));

@@ -58,6 +58,10 @@ constexpr std::array roles_table = std::to_array<roles_of_code>({
     {"TC-616", "object", field::none, layer::config},
     {"TC-617", "object", field::none, layer::config},
     {"TC-618", "", field::none, layer::config},
+    {"TC-619", "known reported", field::none, layer::config},
+    {"TC-620", "known reported", field::none, layer::config},
+    {"TC-621", "known reported", field::none, layer::config},
+    {"TC-622", "known reported", field::none, layer::config},
     {"TC-705", "cause", field::none, layer::config},
     {"TC-708", "cause node", field::none, layer::dpa},
     {"TC-709", "cause nodeid node", field::none, layer::bcm},
@@ -101,6 +105,8 @@ constexpr std::array roles_table = std::to_array<roles_of_code>({
     {"TC-759", "cause object", field::lif, layer::bcm},
     {"TC-760", "cause object", field::lif, layer::bcm},
     {"TC-761", "cause object", field::lif, layer::bcm},
+    {"TC-901", "object", field::none, layer::config},
+    {"TC-905", "node npu", field::none, layer::bcm},
 });
 
 std::vector<std::string_view> pieces_of(std::string_view wording) {

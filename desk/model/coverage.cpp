@@ -13,6 +13,8 @@ namespace {
 constexpr std::array forwarding_tables = {source::lagport, source::l1port, source::l2port,
                                           source::l2intf, source::l3intf};
 constexpr std::string_view jericho2 = "BCM8869";
+constexpr std::string_view list_of_units =
+    "/opt/nos/bin/asic_shell_show -c \"show unit\" -u all -n A";
 
 const node* node_named(const run& of, std::string_view name) {
   const std::int16_t index = of.node_index(name);
@@ -113,9 +115,12 @@ coverage cover_whole(const run& of, const whole_layer& one) {
 // ---- A node -------------------------------------------------------------------------------------
 
 // Why a node takes no part in the run.
+const finding* note_of_platform(const run& of, const node& at) {
+  return finding_with(of, {"TC-602", "TC-603", "TC-604", "TC-605"}, at.name);
+}
+
 std::string why_left_out(const run& of, const node& at) {
-  if (const finding* note = finding_with(of, {"TC-602", "TC-603", "TC-604", "TC-605"}, at.name))
-    return note->text;
+  if (const finding* note = note_of_platform(of, at)) return note->text;
   if (at.role == "Standby") return "standby route processor";
   if (!at.band.empty() && at.band != "FINAL")
     return fmt::format("its software is in band {}", at.band);
@@ -272,6 +277,8 @@ coverage cover_left_out(const run& of, const node& at) {
       finding_with(of, {"TC-611", "TC-612", "TC-613", "TC-614", "TC-615"}, at.name);
   if (note == nullptr) {
     entry.reason = why_left_out(of, at);
+    if (const finding* why = note_of_platform(of, at))
+      entry.command = command_for_platform(of, *why);
     return entry;
   }
   entry.of = note->of;
@@ -292,7 +299,7 @@ void cover_chips_unlisted(run& of, const node& at) {
   entry.node = at.name;
   entry.state = coverage_state::never_asked;
   entry.reason = "the platform's list of chip units does not have it";
-  entry.command = "/opt/nos/bin/asic_shell_show -c \"show unit\" -u all -n A";
+  entry.command = list_of_units;
   of.covered.push_back(std::move(entry));
 }
 
@@ -384,6 +391,26 @@ std::string command_for(const run& of, source from, std::string_view node, std::
   }
   return fmt::format("/opt/nos/bin/asic_shell_show -c \"{}\" -u {} -n {}",
                      chip_command(from, at->asic == jericho2), npu.empty() ? "all" : npu, at->id);
+}
+
+std::string command_for_platform(const run& of, const finding& message) {
+  constexpr std::string_view list_of_nodes = "/opt/nos/bin/plat_nodes_show -v";
+  if (message.code == "TC-603" || message.code == "TC-604" || message.code == "TC-703")
+    return std::string(list_of_nodes);
+  if (message.code == "TC-602") return std::string(list_of_units);
+  // Two types of router know a node's id from different tools.
+  const bool is_of_board =
+      message.code == "TC-605" || message.text.starts_with("no second node id");
+  if (is_of_board) {
+    const node* at = node_named(of, message.node);
+    return at == nullptr || at->address.empty()
+               ? std::string("/opt/nos/bin/board_api_probe")
+               : fmt::format("ssh {} /opt/nos/bin/board_api_probe", at->address);
+  }
+  if (message.code != "TC-704") return {};
+  const auto has_id = [](const node& one) { return one.is_empty_slot || !one.id.empty(); };
+  const auto lost = std::find_if_not(of.nodes.begin(), of.nodes.end(), has_id);
+  return fmt::format("node_id_convert -I {}", lost == of.nodes.end() ? "NODE" : lost->name);
 }
 
 namespace {

@@ -22,4 +22,7 @@ void fill_coverage(run& of);
 [[nodiscard]] std::string command_for(const run& of, source from, std::string_view node,
                                       std::string_view npu);
 
+// The same for a message about the platform: its list of nodes, a node's id. Empty for any other.
+[[nodiscard]] std::string command_for_platform(const run& of, const finding& message);
+
 }  // namespace desk

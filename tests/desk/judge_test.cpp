@@ -222,5 +222,131 @@ TEST_F(run_of_a_test, the_journal_names_the_chip_that_printed_nothing) {
   EXPECT_EQ(coverage_of(is.of, layer::bcm, "0/0/CPU0", "1")->state, coverage_state::unknown);
 }
 
+TEST_F(run_of_a_test, nothing_is_missing_from_a_table_that_was_cut) {
+  add_nodes(3);
+  auto& cells = of.objects[bundle].cells;
+  std::erase_if(cells, [](const cell& c) { return c.from == source::l2port && c.node == 2; });
+  of.tables.erase({source::lagport, 2, no_place});
+  cells.push_back({field::system_port, source::agent, 2, no_place, of.texts.keep("0x1")});
+  of.complaints.emplace_back("Connection to 192.0.0.2 closed by remote host.");
+  find("TC-713", field::none, "0/2/CPU0", layer::dpa, finding_kind::failure);
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].title, HasSubstr("closed by remote host"));
+  EXPECT_EQ(exit_status(is), 3);
+}
+
+TEST_F(run_of_a_test, a_global_lif_that_no_node_has_is_of_none_in_particular) {
+  add_nodes(3);
+  for (const std::int16_t node : {std::int16_t{0}, std::int16_t{1}, std::int16_t{2}})
+    set(field::lif, source::l2port, node, "0x00000000");
+  // The audit asks only the nodes that have members.
+  find("TC-109", field::lif, "0/1/CPU0", layer::dpa);
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].title, "BE1: no global LIF on 0/0/CPU0, 0/1/CPU0, 0/2/CPU0 (DPA)");
+  EXPECT_EQ(is.causes[0].node, "");
+}
+
+TEST_F(run_of_a_test, the_type_is_that_of_the_forwarding_interface) {
+  add_nodes(3);
+  set(field::type, source::running_config, no_place, "layer 3");
+  for (const std::int16_t node : {std::int16_t{0}, std::int16_t{1}, std::int16_t{2}})
+    set(field::lif, source::l2intf, node, "0x00014000");
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].first, layer::config);
+  EXPECT_THAT(is.causes[0].title, HasSubstr("layer 3 on the router (config)"));
+}
+
+TEST_F(run_of_a_test, a_lag_id_explains_what_the_chip_lacks_and_no_mtu) {
+  add_nodes(3);
+  set(field::lag_id, source::lagport, 0, "0x401");
+  find("TC-104", field::lag_id, "0/0/CPU0", layer::dpa);
+  find("TC-115", field::presence, "0/0/CPU0", layer::bcm);
+  find("TC-118", field::mtu, "0/0/CPU0", layer::bcm);
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 2U);
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0, 1));
+  EXPECT_THAT(is.causes[1].findings, ElementsAre(2));
+}
+
+TEST_F(run_of_a_test, a_delayed_delete_belongs_to_its_object_whichever_node_is_the_odd_one) {
+  add_nodes(1);
+  set(field::lag_id, source::lagport, 0, "0x401");
+  find("TC-104", field::lag_id, "0/0/CPU0", layer::dpa);
+  find("TC-301", field::deletion, "0/0/CPU0", layer::dpa, finding_kind::delay_delete);
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].how_sure, sureness::two_nodes);
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0, 1));
+}
+
+TEST_F(run_of_a_test, a_line_of_another_form_matters_only_where_something_is_missing) {
+  add_nodes(2);
+  for (const char* node : {"0/0/CPU0", "0/1/CPU0"}) {
+    find("TC-905", field::none, node, layer::bcm, finding_kind::note);
+    of.findings.back().object = {};
+    of.findings.back().npu = "0";
+  }
+  find("TC-115", field::presence, "0/1/CPU0", layer::bcm);
+  of.findings.back().npu = "0";
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(2, 1));
+  EXPECT_THAT(is.unexplained, ElementsAre(0));
+}
+
+TEST_F(run_of_a_test, more_than_the_router_allows_is_sure) {
+  add_nodes(1);
+  find("TC-621", field::none, "", layer::config, finding_kind::note);
+  of.findings.back().object = {};
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].how_sure, sureness::named);
+  EXPECT_THAT(is.causes[0].title, HasSubstr("over its limit (config)"));
+  EXPECT_EQ(exit_status(is), 1);
+}
+
+TEST_F(run_of_a_test, a_router_without_bundles_has_one_cause) {
+  of = run();
+  of.has_snapshot = true;
+  of.nodes.emplace_back().name = "0/0/CPU0";
+  of.nodes.back().type = "LC";
+  find("TC-618", field::none, "", layer::config, finding_kind::note);
+  of.findings.back().object = {};
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].title, HasSubstr("no bundle with members is configured"));
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0));
+  EXPECT_EQ(exit_status(is), 3);
+}
+
+TEST_F(run_of_a_test, a_log_without_a_start_is_why_the_run_ended) {
+  of = run();
+  of.unwritten = {"tessel_inconsistencies.log"};
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].title, HasSubstr("/var/log/tessel_inconsistencies.log"));
+  EXPECT_EQ(is.causes[0].how_sure, sureness::named);
+}
+
+TEST_F(run_of_a_test, what_is_next_is_the_tool_that_the_message_is_about) {
+  const auto next = [&](const char* code, layer in, const char* text = "a message") {
+    of = run();
+    SetUp();
+    add_nodes(1);
+    find(code, field::none, "0/0/CPU0", in, finding_kind::failure);
+    of.findings.back().text = text;
+    return judged().causes.at(0).next;
+  };
+  EXPECT_THAT(next("TC-743", layer::pi), HasSubstr("iface_show"));
+  EXPECT_THAT(next("TC-744", layer::pi), HasSubstr("ifmgr_show"));
+  EXPECT_THAT(next("TC-703", layer::none), HasSubstr("plat_nodes_show"));
+  EXPECT_EQ(next("TC-704", layer::none), "node_id_convert -I 0/0/CPU0");
+  EXPECT_EQ(next("TC-704", layer::none, "no second node id for 0/0/CPU0 among 1: dump data failed"),
+            "ssh 192.0.0.0 /opt/nos/bin/board_api_probe");
+}
+
 }  // namespace
 }  // namespace desk
