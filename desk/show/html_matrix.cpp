@@ -38,7 +38,14 @@ std::vector<marks> marks_of(const judged_run& of) {
   const auto take = [&](std::string_view bundle, std::string_view node, mark is) {
     if (const auto at = places.find(bundle); at != places.end()) add(made[at->second], node, is);
   };
-  for (const auto& each : of.of.findings) take(each.object.bundle, each.node, mark_of(each.kind));
+  // A message can blame the nodes that are right. Where the values show the odd one, they count.
+  std::set<std::size_t> explained;
+  for (const auto& why : of.causes)
+    if (!why.differences.empty()) explained.insert(why.findings.begin(), why.findings.end());
+  for (std::size_t i = 0; i < of.of.findings.size(); ++i) {
+    const finding& each = of.of.findings[i];
+    if (!explained.contains(i)) take(each.object.bundle, each.node, mark_of(each.kind));
+  }
   for (const auto& why : of.causes) {
     const mark is = mark_of(of.of, why);
     for (const auto& differs : why.differences)
