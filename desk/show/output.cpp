@@ -194,7 +194,7 @@ void write_special(const std::string& file, const shower& show) {
 // The file itself behind links, which need not exist yet.
 std::filesystem::path followed(const std::string& file) {
   std::error_code error;
-  const auto place = std::filesystem::canonical(file, error);
+  auto place = std::filesystem::canonical(file, error);
   if (!error) return place;
   if (error.value() != ENOENT) fail(file, error.value());
   if (std::filesystem::is_symlink(std::filesystem::symlink_status(file, error)))
