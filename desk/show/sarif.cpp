@@ -162,7 +162,7 @@ json result_of(const run& of, const rule_list& rules, const finding& found) {
   json location;
   if (!found.log.empty()) location["physicalLocation"] = log_place(found);
   location["logicalLocations"] = places(of, found.object, found.node, found.npu);
-  made["locations"] = {location};
+  made["locations"] = json::array({location});
   made["partialFingerprints"] = {{"tesselFinding/v1", json_text(fingerprint(found))}};
   json& more = made["properties"];
   more["kind"] = key_for(found.kind);
@@ -178,7 +178,7 @@ json result_of(const run& of, const rule_list& rules, const coverage& answer) {
   json made = result(rules, not_read, "open", "none", sentence_for(answer));
   json location;
   location["logicalLocations"] = places(of, {}, answer.node, answer.npu);
-  made["locations"] = {location};
+  made["locations"] = json::array({location});
   json& more = made["properties"];
   more["layer"] = key_for(answer.of);
   more["state"] = key_for(answer.state);
@@ -195,7 +195,7 @@ json result_of(const run& of, const rule_list& rules, const bundle_verdict& bund
   object.bundle = object.name = bundle.bundle;
   json location;
   location["logicalLocations"] = places(of, object, "", "");
-  made["locations"] = {location};
+  made["locations"] = json::array({location});
   return made;
 }
 
