@@ -81,6 +81,8 @@ run load_run(const report_options& options) {
   if (back == 0) {
     try {
       read_layers(of, fmt::format("{}/{}", options.logs, debug_log));
+      if (!of.has_snapshot)
+        of.marks.push_back(fmt::format("{} holds no snapshot: only messages are known", debug_log));
     } catch (const read_error& error) {
       of.marks.emplace_back(error.what());
     }

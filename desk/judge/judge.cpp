@@ -30,7 +30,11 @@ void add_early_end(judged_run& into) {
     return;
   }
   made.title = "the run ended at its start: the machine, its list of chips, or a log file";
-  if (!into.of.marks.empty()) made.title += fmt::format(": {}", shortened(into.of.marks.front()));
+  const auto& marks = into.of.marks;
+  const auto unread = std::find_if(marks.begin(), marks.end(), [](const std::string& mark) {
+    return mark.starts_with("cannot read");
+  });
+  if (unread != marks.end()) made.title += fmt::format(": {}", shortened(*unread));
   made.why = "the console shows the reason, the logs do not";
   made.next = "/opt/nos/bin/sw_version_show; df /var/log";
   into.causes.push_back(std::move(made));

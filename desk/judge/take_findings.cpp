@@ -73,12 +73,16 @@ bool explains(const run& of, const cause& above, const finding& one) {
   if (above.object.bundle != one.object.bundle || above.node.empty() || above.node != one.node)
     return false;
   if (one.of != layer::none && above.first > one.of) return false;
-  const auto follows = [&](field from) { return can_follow(from, one); };
+  // What is wrong with a member or sub-bundle does not harm the rest of its bundle.
+  const auto follows = [&](const object_ref& on, field from) {
+    return (on.kind == object_kind::bundle || on == one.object) && can_follow(from, one);
+  };
   if (!above.differences.empty())
     return std::any_of(above.differences.begin(), above.differences.end(),
-                       [&](const difference& from) { return follows(from.what); });
-  return std::any_of(above.findings.begin(), above.findings.end(),
-                     [&](std::size_t i) { return follows(of.findings[i].what); });
+                       [&](const difference& from) { return follows(from.object, from.what); });
+  return std::any_of(above.findings.begin(), above.findings.end(), [&](std::size_t i) {
+    return follows(of.findings[i].object, of.findings[i].what);
+  });
 }
 
 // An earlier cause of the same bundle that explains this finding as well.

@@ -6,6 +6,7 @@
 #include <array>
 #include <charconv>
 #include <chrono>
+#include <tuple>
 
 #include "desk/model/catalogue.h"
 #include "desk/model/mentions.h"
@@ -151,14 +152,18 @@ std::vector<run_in_logs> runs_in(const log_set& logs) {
     std::string_view time;
     std::size_t log;
     const log_run* of;
+    std::size_t number;  // among the starts of this log, from the oldest
   };
   std::vector<start> starts;
   const auto all = all_of(logs);
   for (std::size_t log = 0; log < all.size(); ++log)
     for (const log_run& one : all[log]->runs)
-      if (!one.started.empty()) starts.push_back({one.started, log, &one});
-  std::stable_sort(starts.begin(), starts.end(),
-                   [](const start& a, const start& b) { return a.time < b.time; });
+      if (!one.started.empty())
+        starts.push_back(
+            {one.started, log, &one, static_cast<std::size_t>(&one - all[log]->runs.data())});
+  std::stable_sort(starts.begin(), starts.end(), [](const start& a, const start& b) {
+    return std::tie(a.time, a.number) < std::tie(b.time, b.number);
+  });
   std::vector<run_in_logs> runs;
   for (const start& one : starts) {
     if (runs.empty() || !is_same_start(runs.back(), one.log, one.time))

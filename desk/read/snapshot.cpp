@@ -206,6 +206,7 @@ std::vector<std::string> read_dumps(const std::string& path, const dump_taker& t
                                   has_end ? "is not understood" : "is cut off"));
     if (taker.ended) taker.ended(label, is_read && has_end);
   }
+  if (!lines.has_end()) marks.push_back(fmt::format("{} ends in the middle of a line", path));
   return marks;
 }
 

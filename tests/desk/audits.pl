@@ -70,7 +70,7 @@ sub places {
     return @places;
 }
 
-# Audits a router: leaves `logs` and `console` in the folder. Dies if the lab could not run it.
+# Audits a router with the programs of the lab's build: leaves `logs` and `console` in the folder. Dies if the lab could not run it.
 sub audit {
     my ( $programs, $folder, $router, @arguments ) = @_;
     main::remove_tree("$folder/logs");
@@ -78,7 +78,7 @@ sub audit {
     my $status = main::run_command(
         120, { out => "$folder/console", err => "$folder/stderr" },
         "$programs->{lab}/tessel-lab", 'run', $router, '--logs', "$folder/logs",
-        '--host', "$programs->{build}/tessel-host", '--library', "$programs->{build}/libtessel.so", @arguments
+        '--host', "$programs->{lab}/tessel-host", '--library', "$programs->{lab}/libtessel.so", @arguments
     );
     return $status if defined $status && ( $status == STATUS_LACKS_PRIVILEGE || -e "$folder/logs/tessel_exception.log" );
     die "tessel-lab run $router @arguments: ", main::failure_shown( $status, 120 ), "\n", slurp("$folder/stderr");
@@ -104,7 +104,7 @@ sub report {
     return ( $status, $text );
 }
 
-our $node_name = qr{\b\w+/\w+/CPU\d+\b};
+my $node_name = qr{\b\w+/\w+/CPU\d+\b};
 my $sureness = qr/sure|majority|tie|two only|unknown/;
 
 # The causes of `summary --all`, in order. Each has the title on one line, how sure the report is,
@@ -135,6 +135,8 @@ sub causes {
     $_->{layer} = $_->{facts} =~ /\b(?:layer|layer that differs:) (config|PI|PD|DPA|BCM)\b/ ? $1 : '' for @causes;
     return @causes;
 }
+
+sub nodes_in { return $_[0] =~ /$node_name/g }
 
 # What a cause is about: the words before the colon of its title, and the code of its first message.
 sub subject_of {

@@ -117,6 +117,13 @@ TEST_F(logs_of_a_test, runs_that_follow_at_once_are_not_one) {
   EXPECT_EQ(starts_of(read_logs(folder)).size(), 2U);
 }
 
+// The clock was set back.
+TEST_F(logs_of_a_test, runs_of_the_same_time_are_not_one) {
+  for (const char* log : {"exception", "inconsistencies", "programming_error", "delay_delete"})
+    write(log, start() + start());
+  EXPECT_EQ(starts_of(read_logs(folder)).size(), 2U);
+}
+
 TEST_F(logs_of_a_test, a_log_whose_start_was_rotated_away_is_of_the_run_before_its_first) {
   const std::string old = line("Inconsistency 1: BME has no Bundle entry in location 0/1/CPU0");
   for (const char* log : {"exception", "programming_error", "delay_delete"})
