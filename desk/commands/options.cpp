@@ -45,11 +45,11 @@ constexpr format_command formats[] = {
      "critical, 3 unknown"},
     {"html", command::html, "Write one page that needs nothing else: matrix, dossiers, coverage"}};
 
-// The commands that write a file, by their parsed application.
-using format_commands = std::vector<std::pair<const CLI::App*, command>>;
+using parsed_commands = std::vector<std::pair<const CLI::App*, command>>;
 
-format_commands add_formats(CLI::App& app, std::string& output) {
-  format_commands added;
+// The commands that write a file.
+parsed_commands add_formats(CLI::App& app, std::string& output) {
+  parsed_commands added;
   for (const format_command& one : formats) {
     auto& made = command_line::add_command(app, one.name, "Formats", one.help);
     command_line::add_value(made, "--output", "FILE",
@@ -59,6 +59,53 @@ format_commands add_formats(CLI::App& app, std::string& output) {
     added.emplace_back(&made, one.of);
   }
   return added;
+}
+
+void add_input_options(CLI::App& app, report_options& parsed) {
+  command_line::add_value(app, "--logs", "DIR",
+                          "the folder with the logs of the audit. Default: /var/log",
+                          [&parsed](const auto& text) { parsed.logs = text; });
+  command_line::add_value(
+      app, "--capture", "FILE",
+      "a recorded router, as a folder or packed, instead of logs: it is audited "
+      "again, by tessel-lab",
+      [&parsed](const auto& text) { parsed.capture = text; });
+  command_line::add_value(app, "--journal", "FILE",
+                          "the journal that tessel-host --journal wrote of the run. Default: "
+                          "tessel_journal.jsonl in the folder of the logs, if it is there",
+                          [&parsed](const auto& text) { parsed.journal = text; });
+  command_line::add_value(app, "--run", "N",
+                          "an older run, by its number in `tessel-report runs`; shows its findings "
+                          "only, because the snapshot is that of the last run",
+                          [&parsed](const auto& text) { parsed.run = number_of_run(text); });
+  command_line::add_flag(app, "--short", "a line for each cause", parsed.is_short);
+  command_line::add_flag(app, "--all", "every cause, bundle and message", parsed.shows_all);
+}
+
+// The commands that write text, by their parsed application.
+parsed_commands add_views(CLI::App& app, std::string& word) {
+  constexpr const char* views = "Commands";
+  const auto add = [&](const char* name, const char* help) -> CLI::App& {
+    return command_line::add_command(app, name, views, help);
+  };
+  auto& summary = add("summary",
+                      "Show verdicts, causes and what to do next, on one screen; --short or --all, "
+                      "less or more");
+  auto& bundle = add("bundle", "Show one bundle, all layers side by side");
+  command_line::add_operand(
+      bundle, "NAME", "a bundle (BE12 or 12), a member (0/0/0/1), a handle or a LAG id", word);
+  auto& coverage = add("coverage", "Show what was read of each node and layer, and what was not");
+  auto& explain = add("explain",
+                      "Explain a message of the audit: what it means, how sure it is, what to look "
+                      "at next");
+  command_line::add_operand(explain, "CODE|LINE", "a code such as TC-104, or a line of a log",
+                            word);
+  auto& runs = add("runs", "List the runs in the logs");
+  return {{&summary, command::summary},
+          {&bundle, command::bundle},
+          {&coverage, command::coverage},
+          {&explain, command::explain},
+          {&runs, command::runs}};
 }
 
 }  // namespace
@@ -71,44 +118,11 @@ report_options parse_options(const std::vector<std::string>& words) {
   app.require_subcommand(0, 1);
   app.footer(footer);
   app.fallthrough();
-  command_line::add_value(app, "--logs", "DIR",
-                          "the folder with the logs of the audit. Default: /var/log",
-                          [&](const auto& text) { parsed.logs = text; });
-  command_line::add_value(
-      app, "--capture", "FILE",
-      "a recorded router, as a folder or packed, instead of logs: it is audited "
-      "again, by tessel-lab",
-      [&](const auto& text) { parsed.capture = text; });
-  command_line::add_value(app, "--journal", "FILE",
-                          "the journal that tessel-host --journal wrote of the run. Default: "
-                          "tessel_journal.jsonl in the folder of the logs, if it is there",
-                          [&](const auto& text) { parsed.journal = text; });
-  command_line::add_value(app, "--run", "N",
-                          "an older run, by its number in `tessel-report runs`; shows its findings "
-                          "only, because the snapshot is that of the last run",
-                          [&](const auto& text) { parsed.run = number_of_run(text); });
-  command_line::add_flag(app, "--short", "a line for each cause", parsed.is_short);
-  command_line::add_flag(app, "--all", "every cause, bundle and message", parsed.shows_all);
+  add_input_options(app, parsed);
   command_line::add_flag(app, "--version", "show the version", version);
-  constexpr const char* views = "Commands";
-  command_line::add_command(
-      app, "summary", views,
-      "Show verdicts, causes and what to do next, on one screen; --short or --all, less or more");
-  auto& bundle =
-      command_line::add_command(app, "bundle", views, "Show one bundle, all layers side by side");
-  command_line::add_operand(bundle, "NAME",
-                            "a bundle (BE12 or 12), a member (0/0/0/1), a handle or a LAG id",
-                            parsed.word);
-  auto& coverage = command_line::add_command(
-      app, "coverage", views, "Show what was read of each node and layer, and what was not");
-  auto& explain = command_line::add_command(app, "explain", views,
-                                            "Explain a message of the audit: what it means, how "
-                                            "sure it is, what to look at next");
-  command_line::add_operand(explain, "CODE|LINE", "a code such as TC-104, or a line of a log",
-                            parsed.word);
-  auto& runs = command_line::add_command(app, "runs", views, "List the runs in the logs");
-
-  const format_commands written = add_formats(app, parsed.output);
+  parsed_commands commands = add_views(app, parsed.word);
+  const parsed_commands written = add_formats(app, parsed.output);
+  commands.insert(commands.end(), written.begin(), written.end());
 
   if (auto help = command_line::parse(app, words)) {
     parsed.of = command::help;
@@ -116,11 +130,7 @@ report_options parse_options(const std::vector<std::string>& words) {
     return parsed;
   }
   if (version) parsed.of = command::version;
-  if (bundle.parsed()) parsed.of = command::bundle;
-  if (coverage.parsed()) parsed.of = command::coverage;
-  if (explain.parsed()) parsed.of = command::explain;
-  if (runs.parsed()) parsed.of = command::runs;
-  for (const auto& [one, of] : written)
+  for (const auto& [one, of] : commands)
     if (one->parsed()) parsed.of = of;
   return parsed;
 }
