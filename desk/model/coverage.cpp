@@ -22,7 +22,7 @@ const node* node_named(const run& of, std::string_view name) {
 }
 
 // The first finding with one of these codes, about this node and NPU where they are not empty.
-const finding* finding_with(const run& of, std::initializer_list<std::string_view> codes,
+const finding* finding_with(const run& of, const std::vector<std::string_view>& codes,
                             std::string_view node = {}, std::string_view npu = {}) {
   for (const finding& one : of.findings) {
     if (std::find(codes.begin(), codes.end(), one.code) == codes.end()) continue;
@@ -70,7 +70,7 @@ struct whole_layer {
   layer of;
   source from;
   std::string_view tool;
-  std::initializer_list<std::string_view> not_understood;
+  std::vector<std::string_view> not_understood;
 };
 
 coverage cover_whole(const run& of, const whole_layer& one) {
