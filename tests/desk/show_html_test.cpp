@@ -93,8 +93,16 @@ TEST(html_view, marks_a_node_that_was_not_read_in_rows_with_cells) {
 
 TEST(html_view, has_a_column_for_a_node_that_only_a_finding_names) {
   auto run = run_with_faults();
-  run.of.findings[0].node = "0/77/CPU0";
+  run.of.findings[1].node = "0/77/CPU0";
   EXPECT_THAT(shown(run), HasSubstr("<th scope=\"col\"><bdi>0/77/CPU0</bdi></th></tr></thead>"));
+}
+
+TEST(html_view, marks_the_odd_node_and_not_the_one_that_a_message_blames) {
+  auto run = run_with_faults();
+  run.of.findings[0].node = "0/1/CPU0";
+  const auto row = part_of(shown(run), "<tr data-hit=\"b0\">", "</tr>");
+  EXPECT_EQ(count(row, "class=\"e\""), 1U);
+  EXPECT_THAT(row, HasSubstr("BE1 on 0/2/CPU0: differs"));
 }
 
 TEST(html_view, shows_the_witnesses_of_a_difference_with_the_odd_one_first) {
