@@ -121,16 +121,26 @@ void add_unread(const run& of, difference& into) {
 
 // ---- Presence -----------------------------------------------------------------------------------
 
-// Nodes whose forwarding layer was read in part only: what their tables lack may have been in the
-// rest. By index in run::nodes.
-std::vector<bool> torn_nodes(const run& of) {
-  std::vector<bool> torn(of.nodes.size(), false);
+// Where a layer was read in part only, what it lacks may have been in the rest.
+struct whole_layers {
+  bool has_manager = true;
+  bool has_agents = true;
+  std::vector<bool> is_torn;  // the forwarding layer, by index in run::nodes
+};
+
+whole_layers whole_layers_of(const run& of) {
+  const auto is_whole = [&](layer one) {
+    const coverage* entry = coverage_of(of, one, {}, {});
+    return entry == nullptr || !is_hole(*entry);
+  };
+  whole_layers made{is_whole(layer::pi), is_whole(layer::pd), {}};
+  made.is_torn.assign(of.nodes.size(), false);
   for (const coverage& one : of.covered) {
     const std::int16_t index = of.node_index(one.node);
     if (one.of == layer::dpa && index != no_place && is_hole(one))
-      torn[static_cast<std::size_t>(index)] = true;
+      made.is_torn[static_cast<std::size_t>(index)] = true;
   }
-  return torn;
+  return made;
 }
 
 // Whether this table of this node was read and has anything in it.
@@ -151,8 +161,9 @@ bool is_known_to(const run& of, const object& one, source from) {
 }
 
 // Where the table was read and holds other objects, but not this one.
-void find_absent(const run& of, const object& one, source from, const std::vector<bool>& torn,
+void find_absent(const run& of, const object& one, source from, const whole_layers& whole,
                  std::vector<difference>& into) {
+  if (from == source::agent && !whole.has_agents) return;
   std::set<std::int16_t> holders;
   for (const cell& c : one.cells)
     if (c.from == from) holders.insert(c.node);
@@ -164,7 +175,7 @@ void find_absent(const run& of, const object& one, source from, const std::vecto
   for (std::size_t i = 0; i < of.nodes.size(); ++i) {
     const auto index = static_cast<std::int16_t>(i);
     if (!of.nodes[i].takes_part || !has_entries(of, from, index, no_place)) continue;
-    if (layer_of(from) == layer::dpa && torn[i] && !holders.contains(index)) continue;
+    if (from != source::agent && whole.is_torn[i] && !holders.contains(index)) continue;
     witness at;
     at.from = from;
     at.node = of.nodes[i].name;
@@ -207,7 +218,7 @@ void find_absent_in_manager(const run& of, const object& one, std::vector<differ
 
 // A member sits on one node: its agent there knows it, the forwarding layer and the chips of that
 // node must hold it as well.
-void find_absent_member(const run& of, const object& one, const std::vector<bool>& torn,
+void find_absent_member(const run& of, const object& one, const whole_layers& whole,
                         std::vector<difference>& into) {
   const auto place = of.places.find(static_cast<std::size_t>(&one - of.objects.data()));
   if (place == of.places.end() || place->second.node == no_place) return;
@@ -234,11 +245,12 @@ void find_absent_member(const run& of, const object& one, const std::vector<bool
     if (from == source::bundle_manager) at.node.clear();
     made.witnesses.push_back(std::move(at));
   };
-  check(source::bundle_manager, has_entries(of, source::bundle_manager, no_place, no_place));
-  check(source::agent, has_entries(of, source::agent, node, no_place));
+  check(source::bundle_manager,
+        whole.has_manager && has_entries(of, source::bundle_manager, no_place, no_place));
+  check(source::agent, whole.has_agents && has_entries(of, source::agent, node, no_place));
   check(source::lagport, has_field(one, field::handle) &&
                              has_entries(of, source::lagport, node, no_place) &&
-                             !torn[static_cast<std::size_t>(node)]);
+                             !whole.is_torn[static_cast<std::size_t>(node)]);
   if (std::none_of(made.witnesses.begin(), made.witnesses.end(),
                    [](const witness& w) { return w.is_odd; }))
     return;
@@ -270,7 +282,7 @@ difference compare_field(const run& of, const object& one, field what) {
 
 std::vector<difference> find_differences(const run& of) {
   std::vector<difference> found;
-  const std::vector<bool> torn = torn_nodes(of);
+  const whole_layers whole = whole_layers_of(of);
   for (const object& one : of.objects) {
     if (!one.is_configured) continue;
     for (const field what : compared_fields) {
@@ -280,14 +292,14 @@ std::vector<difference> find_differences(const run& of) {
       if (differs) found.push_back(std::move(made));
     }
     if (one.kind == object_kind::member) {
-      find_absent_member(of, one, torn, found);
+      find_absent_member(of, one, whole, found);
       continue;
     }
     if (one.kind == object_kind::bundle) find_type(of, one, found);
-    find_absent_in_manager(of, one, found);
+    if (whole.has_manager) find_absent_in_manager(of, one, found);
     for (const source from :
          {source::agent, source::lagport, source::l2port, source::l2intf, source::l3intf})
-      find_absent(of, one, from, torn, found);
+      find_absent(of, one, from, whole, found);
   }
   return found;
 }

@@ -105,6 +105,10 @@ coverage cover_whole(const run& of, const whole_layer& one) {
     entry.reason = fmt::format("the run ended before it could ask: {}", early->text);
     return entry;
   }
+  if (of.end == run_end::cut_off) {
+    entry.reason = "the snapshot ends before it";
+    return entry;
+  }
   entry.state = coverage_state::empty;
   entry.reason = complaint_with(of, one.tool);
   if (!entry.reason.empty()) entry.state = coverage_state::failed;
@@ -337,7 +341,7 @@ std::string_view chip_command(source from, bool is_jericho2) {
 void cover_inventory(run& of) {
   const bool has_node = std::any_of(of.nodes.begin(), of.nodes.end(),
                                     [](const node& at) { return !at.is_empty_slot; });
-  if (!of.has_snapshot || has_node) return;
+  if (!of.has_snapshot || of.end == run_end::cut_off || has_node) return;
   if (finding_with(of, {"TC-702", "TC-703", "TC-704", "TC-765", "TC-766"}) != nullptr) return;
   coverage entry;
   entry.state = coverage_state::empty;
@@ -393,7 +397,22 @@ std::string command_for(const run& of, source from, std::string_view node, std::
                      chip_command(from, at->asic == jericho2), npu.empty() ? "all" : npu, at->id);
 }
 
+namespace {
+
+// What the route processor denied to the audit itself.
+std::string_view command_for_machine(std::string_view message) {
+  const bool is_refused = message.starts_with("cannot ") ||
+                          message.find(": cannot write /var/log") != std::string_view::npos;
+  if (!is_refused) return {};
+  if (message.find("/var/log/") != std::string_view::npos) return "df /var/log; ls -l /var/log";
+  return message.find("/tmp") == std::string_view::npos ? "" : "df /tmp; ls -ld /tmp/tessel*";
+}
+
+}  // namespace
+
 std::string command_for_platform(const run& of, const finding& message) {
+  if (const std::string_view command = command_for_machine(message.text); !command.empty())
+    return std::string(command);
   constexpr std::string_view list_of_nodes = "/opt/nos/bin/plat_nodes_show -v";
   if (message.code == "TC-603" || message.code == "TC-604" || message.code == "TC-703")
     return std::string(list_of_nodes);
@@ -467,6 +486,33 @@ void add_journal(run& of, coverage& entry) {
   }
 }
 
+std::string_view store_of(layer one) {
+  switch (one) {
+    case layer::config:
+      return "TESSELDB";
+    case layer::pi:
+      return "BM PI";
+    case layer::pd:
+      return "BM PD";
+    case layer::dpa:
+      return "DPA";
+    case layer::bcm:
+      return "BCM";
+    case layer::none:
+      break;
+  }
+  return {};
+}
+
+// What a dump shows before it is cut off was read, and more may have been.
+void mark_cut_off(const run& of, coverage& entry) {
+  const auto store = of.stores.find(std::string(store_of(entry.of)));
+  if (entry.state != coverage_state::read || store == of.stores.end()) return;
+  if (store->second != store_cut_off) return;
+  entry.state = coverage_state::partly;
+  entry.reason = fmt::format("the dump of {} in the debug log is cut off", store->first);
+}
+
 }  // namespace
 
 void fill_coverage(run& of) {
@@ -487,7 +533,10 @@ void fill_coverage(run& of) {
   cover_inventory(of);
   for (std::size_t i = 0; i < of.nodes.size(); ++i)
     if (!of.nodes[i].is_empty_slot) cover_node(of, of.nodes[i], agents);
-  for (coverage& entry : of.covered) add_journal(of, entry);
+  for (coverage& entry : of.covered) {
+    mark_cut_off(of, entry);
+    add_journal(of, entry);
+  }
 }
 
 }  // namespace desk

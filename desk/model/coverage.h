@@ -22,7 +22,8 @@ void fill_coverage(run& of);
 [[nodiscard]] std::string command_for(const run& of, source from, std::string_view node,
                                       std::string_view npu);
 
-// The same for a message about the platform: its list of nodes, a node's id. Empty for any other.
+// The same for a message about the platform: its list of nodes, a node's id, or what the route
+// processor denied to the audit. Empty for any other.
 [[nodiscard]] std::string command_for_platform(const run& of, const finding& message);
 
 }  // namespace desk

@@ -426,6 +426,9 @@ void read_layers(run& into, const std::string& debug_log) {
     into.has_snapshot = true;
     if (label == "BCM") into.has_chip_tables = true;
   };
+  taker.ended = [&](std::string_view label, bool is_whole) {
+    if (!is_whole) into.stores[std::string(label)] = std::string(store_cut_off);
+  };
   taker.wants = [](std::string_view label) { return !label.starts_with("Parsed bundle config"); };
   taker.line = [&](std::string_view line) { take_line(into, line); };
   for (std::string& mark : read_dumps(debug_log, taker)) into.marks.push_back(std::move(mark));

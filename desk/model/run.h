@@ -154,6 +154,9 @@ struct finding {
 
 // ---- The run ------------------------------------------------------------------------------------
 
+// What run::stores says of a dump that lacks its end, or cannot be read up to there.
+inline constexpr std::string_view store_cut_off = "cut off";
+
 enum class run_end : std::uint8_t {
   complete,  // it came to its result table
   stopped,   // it ended before: too little could be read
@@ -177,10 +180,11 @@ struct run {
   std::unordered_map<text_id, std::vector<std::size_t>> lag_ids;  // known id to bundles
   // How many entries a table holds; a table that is missing has not come to the snapshot.
   std::map<std::tuple<source, std::int16_t, std::int16_t>, std::size_t> tables;
-  std::map<std::string, std::string> stores;  // dump to "read", "empty", "not understood"
-  std::vector<std::string> debug_notes;       // of the audit itself, from the debug log
-  std::vector<std::string> complaints;        // of the tools, from the debug log
-  std::vector<std::string> unwritten;         // logs that are there, without a start of this run
+  // Dump to "read", "empty", "not understood" or `store_cut_off`.
+  std::map<std::string, std::string> stores;
+  std::vector<std::string> debug_notes;  // of the audit itself, from the debug log
+  std::vector<std::string> complaints;   // of the tools, from the debug log
+  std::vector<std::string> unwritten;    // logs that are there, without a start of this run
   bool is_last = true;  // of the runs in its logs: only the last one has a snapshot
   bool has_snapshot = false;
   bool has_journal = false;

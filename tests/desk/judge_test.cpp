@@ -236,6 +236,28 @@ TEST_F(run_of_a_test, nothing_is_missing_from_a_table_that_was_cut) {
   EXPECT_EQ(exit_status(is), 3);
 }
 
+TEST_F(run_of_a_test, nothing_is_missing_from_a_dump_that_is_cut_off) {
+  add_nodes(3);
+  const auto other = of.object_at(object_kind::bundle, "BE2", "BE2");
+  of.objects[other].is_configured = true;
+  of.stores = {{"BM PI", std::string(store_cut_off)}, {"BM PD", std::string(store_cut_off)}};
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 2U);
+  EXPECT_THAT(is.causes[0].title, HasSubstr("(PI) partly read: the dump of BM PI"));
+  EXPECT_THAT(is.causes[1].title, HasSubstr("(PD) partly read: the dump of BM PD"));
+  EXPECT_EQ(exit_status(is), 3);
+}
+
+TEST_F(run_of_a_test, what_the_logs_end_before_is_unknown_and_not_empty) {
+  of = run();
+  of.has_snapshot = true;
+  of.end = run_end::cut_off;
+  const judged_run is = judged();
+  EXPECT_EQ(coverage_of(is.of, layer::pi, {}, {})->state, coverage_state::unknown);
+  EXPECT_THAT(is.causes, IsEmpty());
+  EXPECT_EQ(exit_status(is), 3);
+}
+
 TEST_F(run_of_a_test, a_global_lif_that_no_node_has_is_of_none_in_particular) {
   add_nodes(3);
   for (const std::int16_t node : {std::int16_t{0}, std::int16_t{1}, std::int16_t{2}})
@@ -340,6 +362,13 @@ TEST_F(run_of_a_test, what_is_next_is_the_tool_that_the_message_is_about) {
     of.findings.back().text = text;
     return judged().causes.at(0).next;
   };
+  EXPECT_EQ(next("TC-701", layer::none, "no room is left for it in /tmp: execution failed for x"),
+            "");
+  EXPECT_THAT(next("TC-701", layer::none, "cannot open /tmp/tessel_0.log: execution failed for x"),
+              HasSubstr("df /tmp"));
+  EXPECT_THAT(next("TC-765", layer::none,
+                   "json print_object failed: cannot write /var/log/tessel_debug.log: No space"),
+              HasSubstr("df /var/log"));
   EXPECT_THAT(next("TC-743", layer::pi), HasSubstr("iface_show"));
   EXPECT_THAT(next("TC-744", layer::pi), HasSubstr("ifmgr_show"));
   EXPECT_THAT(next("TC-703", layer::none), HasSubstr("plat_nodes_show"));
