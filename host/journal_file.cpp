@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
+#include <string_view>
 #include <system_error>
 
 #include "command_line/one_line.h"
@@ -29,11 +30,23 @@ std::string cause_of(int error) {
   return std::strerror(error);
 }
 
-void refuse_what_the_audit_removes(const std::string& path) {
-  std::error_code ignored;
-  const auto place = std::filesystem::weakly_canonical(std::filesystem::absolute(path), ignored);
-  if (place.parent_path() == "/tmp" && place.filename().string().starts_with("tessel"))
+// The audit removes /tmp/tessel*, and its logs hold the findings of earlier runs.
+void refuse_what_is_the_audits(const std::string& path) {
+  constexpr std::string_view logs[] = {
+      "tessel_exception.log",    "tessel_inconsistencies.log", "tessel_programming_error.log",
+      "tessel_delay_delete.log", "tessel_bundle_health.log",   "tessel_stale_entries.log",
+      "tessel_debug.log"};
+  std::error_code error;
+  const auto absolute = std::filesystem::absolute(path, error);
+  if (error) refuse(path, error.message());
+  const auto place = std::filesystem::weakly_canonical(absolute, error);
+  if (error) refuse(path, error.message());
+  const std::string name = place.filename().string();
+  if (place.parent_path() == "/tmp" && name.starts_with("tessel"))
     refuse(path, "the audit removes /tmp/tessel*");
+  for (const std::string_view log : logs)
+    if (place.parent_path() == "/var/log" && name.starts_with(log))
+      refuse(path, "it is a log of the audit");
 }
 
 // A descriptor that is closed unless it is kept.
@@ -54,7 +67,7 @@ class opened {
 }  // namespace
 
 int open_journal_file(const std::string& path) {
-  refuse_what_the_audit_removes(path);
+  refuse_what_is_the_audits(path);
   // Not emptied before it is known to be a file. Appending, so that whoever empties it meanwhile
   // does not get a gap.
   const opened first(::open(
@@ -63,6 +76,7 @@ int open_journal_file(const std::string& path) {
   struct stat state {};
   if (first.number() < 0 || ::fstat(first.number(), &state) != 0) refuse(path, cause_of(errno));
   if (!S_ISREG(state.st_mode)) refuse(path, "it is not a file");
+  if (state.st_uid != ::geteuid()) refuse(path, "it belongs to another user");
   if (state.st_nlink > 1) refuse(path, "it has a second name, a hard link");
   if (::fchmod(first.number(), S_IRUSR | S_IWUSR) != 0 || ::ftruncate(first.number(), 0) != 0)
     refuse(path, cause_of(errno));

@@ -36,11 +36,13 @@ extern "C" {
  * Sets the run state to its defaults and points `m` to it. Ends the process with a failed assertion
  * if memory is short.
  *
- * Reads one environment variable, the only one that the audit reads: if TESSEL_JOURNAL is the
- * number of an open descriptor, other than the three standard streams, the audit writes a journal
- * of its commands there, a line of JSON each (docs/JOURNAL.md). This call removes the variable and
- * makes the descriptor close-on-exec; the library uses a duplicate, so the host may close it
- * afterwards. A journal never delays or ends the audit, and changes nothing else.
+ * Reads one environment variable, the only one of its own: if TESSEL_JOURNAL is the number of an
+ * open descriptor, other than the three standard streams, the audit writes a journal of its
+ * commands there, a line of JSON each (docs/JOURNAL.md). This call removes the variable and makes
+ * the descriptor close-on-exec; the library uses a duplicate, so the host may close it afterwards.
+ * No other thread of the host may use the environment during the call. A pipe, socket or terminal
+ * never delays the audit, whoever reads it; a file is written at the speed of its disk, as the logs
+ * are. The audit prints, logs and runs the same with a journal and without.
  */
 void tessel_init(void);
 

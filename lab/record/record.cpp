@@ -145,6 +145,8 @@ void prepare(const record_request& request, const fs::path& work, pid_t recorder
 // arguments name a file for it writes there.
 void offer_journal(const fs::path& file) {
   const descriptor made = open_file(file, O_WRONLY | O_CREAT | O_APPEND, S_IRUSR | S_IWUSR);
+  if (made.number() < 0)
+    throw lab_error(fmt::format("{}: {}", file.string(), std::strerror(errno)));
   const int inherited = fcntl(made.number(), F_DUPFD, STDERR_FILENO + 1);
   if (inherited < 0) throw lab_error(fmt::format("{}: {}", file.string(), std::strerror(errno)));
   setenv("TESSEL_JOURNAL", std::to_string(inherited).c_str(), 1);

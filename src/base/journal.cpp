@@ -142,7 +142,7 @@ struct run_journal::room {
 
   // Writes a line that `fill` completes, or leaves it to the thread that is writing.
   template <class Fill>
-  void add(std::string_view event, Fill fill) noexcept;
+  void add(std::string_view event, Fill fill, bool is_last = false) noexcept;
 
   std::uint64_t next_id() noexcept {
     const std::lock_guard lock(mutex);
@@ -162,13 +162,14 @@ struct run_journal::room {
   const target kind;
   std::mutex mutex;
   std::condition_variable idle;
+  int descriptor = -1;  // closed under the mutex, when nobody writes
   // Guarded by the mutex.
-  int descriptor = -1;
   std::uint64_t number = 0;
   std::uint64_t ids = 0;
   std::chrono::steady_clock::time_point begun = std::chrono::steady_clock::now();
   std::vector<char> waiting;  // lines, each between two line feeds
   bool is_writing = false;
+  bool is_complete = false;  // no more lines are taken
   bool is_ended = false;
   // Used only by the thread that has set is_writing.
   std::vector<char> writing;
@@ -176,10 +177,12 @@ struct run_journal::room {
 };
 
 template <class Fill>
-void run_journal::room::add(std::string_view event, Fill fill) noexcept {
+void run_journal::room::add(std::string_view event, Fill fill, bool is_last) noexcept {
   try {
     std::unique_lock lock(mutex);
-    if (is_ended) return;
+    if (is_complete) return;
+    // Not behind the writing, which opens the mutex: a late worker must not come after this line.
+    is_complete = is_last;
     journal_line line;
     add_numbers(line, "{{\"n\":{},\"event\":", ++number);
     line.add_quoted(event, longest_name);
@@ -189,7 +192,7 @@ void run_journal::room::add(std::string_view event, Fill fill) noexcept {
     keep(line.text());
     write_waiting(lock);
   } catch (const std::exception&) {
-    // Nothing above allocates; whatever it was, it costs the line.
+    // Nothing above throws; whatever it was, it does not cost the run.
   }
 }
 
@@ -247,7 +250,7 @@ ssize_t run_journal::room::write_part(std::string_view part) const {
 }
 
 void run_journal::room::end() noexcept {
-  is_ended = true;
+  is_complete = is_ended = true;
   if (is_writing || descriptor < 0) return;
   ::close(descriptor);
   descriptor = -1;
@@ -257,6 +260,7 @@ run_journal::run_journal() = default;
 run_journal::~run_journal() = default;
 
 void run_journal::open(int descriptor) noexcept {
+  if (descriptor < 0) return;
   try {
     auto made = std::make_unique<room>(target_of(descriptor));
     made->descriptor = own_descriptor(descriptor, made->kind);
@@ -268,7 +272,10 @@ void run_journal::open(int descriptor) noexcept {
 
 void run_journal::begin(std::uint32_t node_id) noexcept {
   if (!room_) return;
-  room_->begun = std::chrono::steady_clock::now();
+  {
+    const std::lock_guard lock(room_->mutex);
+    room_->begun = std::chrono::steady_clock::now();
+  }
   room_->add("run", [&](journal_line& line) {
     add_numbers(line, ",\"format\":{}", format);
     line.add(",\"version\":\"" TESSEL_VERSION "\"");
@@ -279,8 +286,9 @@ void run_journal::begin(std::uint32_t node_id) noexcept {
 
 void run_journal::finish() noexcept {
   if (!room_) return;
-  room_->add("finished",
-             [this](journal_line& line) { add_seconds(line, ",\"at\":", room_->now()); });
+  room_->add(
+      "finished", [this](journal_line& line) { add_seconds(line, ",\"at\":", room_->now()); },
+      true);
   close();
 }
 

@@ -3,8 +3,8 @@
 // how long it ran and how much it printed. docs/JOURNAL.md describes the lines.
 //
 // The host asks with the number of an open descriptor in the environment variable TESSEL_JOURNAL.
-// It is the only environment variable that the audit reads. Without it none of this does anything,
-// and with it nothing else changes.
+// It is the only environment variable of the audit's own. Without it none of this does anything.
+// What the audit prints, logs and runs is the same with it and without it.
 //
 // Whoever reads the journal may be slow or gone, and that is never the audit's trouble. So a line
 // is written as a whole at once or is lost, and nothing here throws or allocates after `open`. A
@@ -53,7 +53,7 @@ class run_journal {
   // The last line: what comes later is dropped. If another thread is writing, its disk may hang:
   // waits for it one second at most. Main thread.
   void finish() noexcept;
-  // Ends the journal without another line. Main thread.
+  // Ends the journal without another line; may wait as long. Main thread.
   void close() noexcept;
 
  private:

@@ -420,8 +420,18 @@ TEST_F(journal, is_refused_where_it_would_not_become_a_file) {
   expect_refused(".", "Is a directory");
   expect_refused("no/such", "No such file or directory");
   expect_refused("/tmp/tessel_journal", "the audit removes /tmp/tessel*");
+  expect_refused("/var/log/tessel_exception.log", "it is a log of the audit");
+  expect_refused("/var/log/../log/tessel_debug.log", "it is a log of the audit");
   EXPECT_EQ(content_of(at("precious")), "kept");
   EXPECT_FALSE(std::filesystem::exists(at("nowhere")));
+}
+
+TEST_F(journal, is_refused_where_another_user_could_read_it) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give a file away";
+  std::ofstream(at("given")) << "kept";
+  ASSERT_EQ(::chown(at("given").c_str(), 1, 1), 0);
+  expect_refused("given", "it belongs to another user");
+  EXPECT_EQ(content_of(at("given")), "kept");
 }
 
 TEST_F(journal, is_not_made_where_the_library_is_missing) {
