@@ -19,7 +19,8 @@ constexpr std::string_view debug_log = "tessel_debug.log";
 // came as far as the check of stale entries.
 run_end end_of(const run& of) {
   if (!of.has_snapshot) return run_end::unknown;
-  if (!of.stores.contains("VM information")) return run_end::cut_off;
+  const auto nodes = of.stores.find("VM information");
+  if (nodes == of.stores.end() || nodes->second == store_cut_off) return run_end::cut_off;
   return of.has_chip_tables ? run_end::complete : run_end::stopped;
 }
 

@@ -6,6 +6,8 @@
 namespace desk {
 
 int runs_command(const report_options& options, std::ostream& out) {
+  if (!options.capture.empty())
+    throw no_run("a capture is one run; --logs names a folder with the logs of several");
   const auto starts = starts_of(load_logs(options));
   for (std::size_t i = 0; i < starts.size(); ++i)
     out << fmt::format("{:4}  {}{}\n", i + 1,

@@ -48,6 +48,13 @@ std::uint64_t number_of_bundle(std::string_view name) {
   return number;
 }
 
+// Something that could not be verified, and nothing says of which bundle.
+bool is_doubt_of_all(const run& of, const cause& one) {
+  return one.object.bundle.empty() && !is_difference(of, one) &&
+         std::all_of(one.findings.begin(), one.findings.end(),
+                     [&](std::size_t f) { return of.findings[f].object.bundle.empty(); });
+}
+
 void judge_bundle(judging& at, const std::string& name) {
   bundle_verdict made;
   made.bundle = name;
@@ -60,7 +67,10 @@ void judge_bundle(judging& at, const std::string& name) {
     const auto of_bundle = [&](std::size_t f) { return at.of().findings[f].object.bundle == name; };
     const auto count = static_cast<std::size_t>(
         std::count_if(one.findings.begin(), one.findings.end(), of_bundle));
-    if (!is_its_own && count == 0) continue;
+    if (!is_its_own && count == 0) {
+      if (is_doubt_of_all(at.of(), one)) made.not_judged.push_back(one.title);
+      continue;
+    }
     made.causes.push_back(i);
     made.findings += count;
     if (is_its_own || has_finding) {
@@ -70,6 +80,8 @@ void judge_bundle(judging& at, const std::string& name) {
       made.not_judged.push_back(one.title);
     }
   }
+  for (const std::string& log : at.of().lost_logs)
+    made.not_judged.push_back(fmt::format("the messages in {}", log));
   for (const coverage& hole : at.of().covered)
     if (is_hole(hole))
       made.not_judged.push_back(fmt::format("{} of {}", word_for(hole.of), words_for_place(hole)));
@@ -115,7 +127,7 @@ judged_run judge(run of) {
   made.is_wholly_judged =
       std::all_of(made.bundles.begin(), made.bundles.end(),
                   [](const bundle_verdict& one) { return one.not_judged.empty(); }) &&
-      made.of.end == run_end::complete;
+      made.causes.empty() && made.of.lost_logs.empty() && made.of.end == run_end::complete;
   return made;
 }
 

@@ -33,7 +33,12 @@ bool belongs(const difference& of, const finding& one) {
 
 void take_difference(judging& at, difference of) {
   const witness* odd = first_odd(of);
-  const bool is_clear = of.how_sure == sureness::majority || of.how_sure == sureness::named;
+  // Of several odd nodes none is the place.
+  const bool has_one_node =
+      std::all_of(of.witnesses.begin(), of.witnesses.end(),
+                  [&](const witness& w) { return !w.is_odd || w.node == odd->node; });
+  const bool is_clear =
+      has_one_node && (of.how_sure == sureness::majority || of.how_sure == sureness::named);
   const place_key key = {of.object.bundle, is_clear ? odd->node : "", layer_of(odd->from)};
   cause& into = cause_at(at, key);
   for (std::size_t i = 0; i < at.of().findings.size(); ++i) {

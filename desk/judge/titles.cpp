@@ -2,8 +2,10 @@
 #include "desk/judge/differences.h"
 
 #include <algorithm>
+#include <map>
 
 #include "desk/judge/judging.h"
+#include "desk/model/numbers.h"
 
 namespace desk {
 
@@ -22,6 +24,18 @@ const witness* first_odd(const difference& of) {
 
 std::string layer_and_source(source from) {
   return fmt::format("{}, {}", word_for(layer_of(from)), tool_of(from));
+}
+
+// "0x501 on 0/0/CPU0 (DPA)", and the same of each other value that is odd.
+std::string odd_values_of(const difference& of) {
+  std::map<std::string, std::vector<witness>> by_value;
+  for (const witness& one : of.witnesses)
+    if (one.is_odd) by_value[compared_form(of.what, one.value)].push_back(one);
+  std::vector<std::string> values;
+  for (const auto& [form, same] : by_value)
+    values.push_back(fmt::format("{} on {} ({})", same.front().value, places_of(same, true),
+                                 word_for(layer_of(same.front().from))));
+  return fmt::format("{}", fmt::join(values, ", "));
 }
 
 std::string subject_of(const object_ref& of) {
@@ -60,9 +74,8 @@ std::string title_of(const difference& of) {
   const auto right = std::find_if(of.witnesses.begin(), of.witnesses.end(), [](const witness& w) {
     return !w.is_odd && w.is == witness::state::holds;
   });
-  return fmt::format("{}: {} is {} on {} ({}), {} on {}", subject_of(of.object), word_for(of.what),
-                     odd->value, places_of(of.witnesses, true), word_for(layer_of(odd->from)),
-                     right->value, places_of(of.witnesses, false));
+  return fmt::format("{}: {} is {}, {} on {}", subject_of(of.object), word_for(of.what),
+                     odd_values_of(of), right->value, places_of(of.witnesses, false));
 }
 
 std::string title_of(const finding& one) {

@@ -42,11 +42,23 @@ const finding* refused_command(const run& of, std::string_view part, std::string
   return nullptr;
 }
 
+// Whether a text holds a name or an address as a whole: 192.0.0.1 is no part of 192.0.0.16.
+bool holds_word(std::string_view text, std::string_view word) {
+  const auto goes_on = [](char c) { return (c >= '0' && c <= '9') || c == '.' || c == '_'; };
+  for (std::size_t at = text.find(word); !word.empty() && at != std::string_view::npos;
+       at = text.find(word, at + 1)) {
+    const std::size_t end = at + word.size();
+    const bool is_whole_before = at == 0 || !goes_on(text[at - 1]);
+    const bool is_whole_behind = end == text.size() || !goes_on(text[end]) || text[end] == '.';
+    if (is_whole_before && is_whole_behind) return true;
+  }
+  return false;
+}
+
 // What a tool itself complained about, in the debug log.
 std::string complaint_with(const run& of, std::string_view part) {
-  if (part.empty()) return {};
   for (const std::string& one : of.complaints)
-    if (one.find(part) != std::string::npos) return one;
+    if (holds_word(one, part)) return one;
   return {};
 }
 
@@ -341,11 +353,15 @@ std::string_view chip_command(source from, bool is_jericho2) {
 void cover_inventory(run& of) {
   const bool has_node = std::any_of(of.nodes.begin(), of.nodes.end(),
                                     [](const node& at) { return !at.is_empty_slot; });
-  if (!of.has_snapshot || of.end == run_end::cut_off || has_node) return;
+  if (!of.has_snapshot || has_node) return;
   if (finding_with(of, {"TC-702", "TC-703", "TC-704", "TC-765", "TC-766"}) != nullptr) return;
   coverage entry;
   entry.state = coverage_state::empty;
   entry.reason = "plat_nodes_show lists no node";
+  if (of.end == run_end::cut_off) {
+    entry.state = coverage_state::unknown;
+    entry.reason = "the snapshot ends before the list of nodes";
+  }
   entry.command = "/opt/nos/bin/plat_nodes_show -v";
   of.covered.push_back(std::move(entry));
 }

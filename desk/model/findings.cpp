@@ -177,8 +177,11 @@ std::vector<run_in_logs> runs_in(const log_set& logs) {
 // A log that is there, but without a start of the last run, could not be written by it.
 void note_unwritten(run& into, const log_set& logs, const run_in_logs& of) {
   const auto all = all_of(logs);
-  for (std::size_t log = 0; log < all.size(); ++log)
-    if (all[log]->is_read && of.in[log] == nullptr) into.unwritten.push_back(all[log]->name);
+  for (std::size_t log = 0; log < all.size(); ++log) {
+    const bool is_there = all[log]->is_read;
+    if (is_there && of.in[log] == nullptr) into.unwritten.push_back(all[log]->name);
+    if (!is_there || of.in[log] == nullptr) into.lost_logs.push_back(all[log]->name);
+  }
 }
 
 // A counter's lines carry its value, so a run whose first lines were rotated away shows it.

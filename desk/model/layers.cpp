@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
 #include <map>
 #include <utility>
 
@@ -46,6 +47,7 @@ struct intake {
     }
     return last_id;
   }
+  bool has_too_many_nodes = false;
   std::string last_key{};
   text_id last_id = keep("");
   text_id present = keep("present");
@@ -53,6 +55,11 @@ struct intake {
   std::int16_t node_of(std::string_view name) {
     const auto at = nodes.find(name);
     if (at != nodes.end()) return at->second;
+    constexpr std::size_t most_nodes = std::numeric_limits<std::int16_t>::max();
+    if (into.nodes.size() == most_nodes) {
+      has_too_many_nodes = true;
+      return no_place;
+    }
     const auto index = static_cast<std::int16_t>(into.nodes.size());
     into.nodes.emplace_back().name = name;
     nodes.emplace(name, index);
@@ -245,7 +252,9 @@ void take_chip_map(intake& in, dump_path path) {
 
 void take_node(intake& in, dump_path path, std::string_view value) {
   if (path.size() < 2) return;
-  node& at = in.into.nodes[static_cast<std::size_t>(in.node_of(path[0]))];
+  const std::int16_t index = in.node_of(path[0]);
+  if (index == no_place) return;
+  node& at = in.into.nodes[static_cast<std::size_t>(index)];
   const std::string& name = path[1];
   const std::string known(value == unset ? "" : value);
   if (name == "nodeip") at.address = known == "None" ? "" : known;
@@ -396,7 +405,7 @@ void take_map(intake& in, std::string_view label, dump_path path) {
 }
 
 void take_line(run& into, std::string_view line) {
-  if (line.empty() || into.complaints.size() == most_complaints) return;
+  if (line.empty()) return;
   // A note of the audit itself stands in quotes.
   const bool is_quoted = line.front() == '\'' || line.front() == '"';
   if (is_quoted && line.size() > 1 && line.back() == line.front()) {
@@ -404,6 +413,7 @@ void take_line(run& into, std::string_view line) {
       into.debug_notes.emplace_back(line.substr(1, line.size() - 2));
     return;
   }
+  if (into.complaints.size() == most_complaints) return;
   if (std::find(into.complaints.begin(), into.complaints.end(), line) == into.complaints.end())
     into.complaints.emplace_back(line);
 }
@@ -432,6 +442,8 @@ void read_layers(run& into, const std::string& debug_log) {
   taker.wants = [](std::string_view label) { return !label.starts_with("Parsed bundle config"); };
   taker.line = [&](std::string_view line) { take_line(into, line); };
   for (std::string& mark : read_dumps(debug_log, taker)) into.marks.push_back(std::move(mark));
+  if (in.has_too_many_nodes)
+    into.marks.push_back(fmt::format("{}: it names more nodes than a router can have", debug_log));
   attach_by_handle(in);
   attach_by_lag(in);
   attach_by_port(in);

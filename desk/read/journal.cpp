@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <type_traits>
 
 #include "desk/read/line_reader.h"
 
@@ -23,7 +25,13 @@ std::string text_at(const json& line, const char* key) {
 template <class Number>
 std::optional<Number> number_at(const json& line, const char* key) {
   const auto at = line.find(key);
-  if (at == line.end() || !at->is_number()) return {};
+  if (at == line.end()) return {};
+  // No number of the journal is negative, and only seconds have a fraction.
+  if (!at->is_number_unsigned() && !(std::is_floating_point_v<Number> && at->is_number_float()))
+    return {};
+  if constexpr (std::is_integral_v<Number>)
+    if (at->get<std::uint64_t>() > static_cast<std::uint64_t>(std::numeric_limits<Number>::max()))
+      return {};
   return at->get<Number>();
 }
 

@@ -59,7 +59,7 @@ void show_coverage(const judged_run& of, const terminal& on, std::ostream& out) 
     const std::string npus = npus_alike(of.of.covered, i);
     const std::string_view node = one.node.empty() ? std::string_view("router") : one.node;
     const std::string head = fmt::format("{} {} {} ", padded(printable(node), place),
-                                         padded(npus, 4), padded(word_for(one.of), 7));
+                                         padded(printable(npus), 4), padded(word_for(one.of), 7));
     out << head << toned(on, tone_of(one), padded(word_for(one.state), 15)) << ' '
         << wrapped(printable(one.reason), on.width, head.size() + 16) << '\n';
   }

@@ -258,7 +258,7 @@ void show_unread(const run& of, const terminal& on, std::ostream& out) {
       out << toned(on, tone::doubt,
                    fmt::format("not judged: {} of {}{}", word_for(one.of),
                                one.node.empty() ? "the router" : printable(one.node),
-                               one.npu.empty() ? "" : " NPU " + one.npu))
+                               one.npu.empty() ? "" : " NPU " + printable(one.npu)))
           << fmt::format(": {}, {}\n", word_for(one.state), printable(one.reason));
 }
 

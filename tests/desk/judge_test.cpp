@@ -106,6 +106,33 @@ TEST_F(run_of_a_test, the_odd_one_is_the_minority_whichever_node_a_message_blame
   EXPECT_EQ(exit_status(is), 1);
 }
 
+TEST_F(run_of_a_test, several_odd_values_stand_with_their_own_nodes) {
+  add_nodes(5);
+  set(field::lag_id, source::lagport, 0, "0x501");
+  set(field::lag_id, source::lagport, 1, "0x777");
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].title, HasSubstr("0x501 on 0/0/CPU0 (DPA), 0x777 on 0/1/CPU0 (DPA)"));
+  EXPECT_EQ(is.causes[0].node, "");
+}
+
+TEST_F(run_of_a_test, a_failure_that_names_no_bundle_leaves_none_judged) {
+  add_nodes(3);
+  find("TC-727", field::none, "", layer::none, finding_kind::failure);
+  of.findings.back().object = {};
+  const judged_run is = judged();
+  EXPECT_EQ(is.bundles[0].is, verdict::not_judged);
+  EXPECT_EQ(exit_status(is), 3);
+}
+
+TEST_F(run_of_a_test, a_log_that_is_lost_may_have_held_findings) {
+  add_nodes(3);
+  of.lost_logs = {"tessel_programming_error.log"};
+  const judged_run is = judged();
+  EXPECT_EQ(is.bundles[0].is, verdict::not_judged);
+  EXPECT_EQ(exit_status(is), 3);
+}
+
 TEST_F(run_of_a_test, two_nodes_cannot_outvote_each_other) {
   add_nodes(2);
   set(field::lif, source::l2port, 0, "0x00014500");
