@@ -353,14 +353,15 @@ std::string_view chip_command(source from, bool is_jericho2) {
 void cover_inventory(run& of) {
   const bool has_node = std::any_of(of.nodes.begin(), of.nodes.end(),
                                     [](const node& at) { return !at.is_empty_slot; });
-  if (!of.has_snapshot || has_node) return;
+  const bool is_cut = of.end == run_end::cut_off;
+  if (!of.has_snapshot || (has_node && !is_cut)) return;
   if (finding_with(of, {"TC-702", "TC-703", "TC-704", "TC-765", "TC-766"}) != nullptr) return;
   coverage entry;
   entry.state = coverage_state::empty;
   entry.reason = "plat_nodes_show lists no node";
-  if (of.end == run_end::cut_off) {
+  if (is_cut) {
     entry.state = coverage_state::unknown;
-    entry.reason = "the snapshot ends before the list of nodes";
+    entry.reason = "the snapshot is cut off in the list of nodes, or before it";
   }
   entry.command = "/opt/nos/bin/plat_nodes_show -v";
   of.covered.push_back(std::move(entry));

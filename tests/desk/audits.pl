@@ -36,7 +36,7 @@ my ( $scratch, $owner );
 sub scratch_folder {
     my ($keep) = @_;
     if ($keep) { main::make_path($keep); return main::abs_path($keep) }
-    $scratch = ( $ENV{TMPDIR} // '/tmp' ) . "/tessel-desk.$$";
+    $scratch = ( $ENV{TMPDIR} // '/tmp' ) . "/desk-tests.$$";
     mkdir $scratch, 0700 or die "cannot make $scratch: $!\n";
     $owner = $$;
     return $scratch;
