@@ -86,19 +86,19 @@ temporary_folder::~temporary_folder() {
 
 void replay(const std::string& capture, const std::string& logs) {
   const std::string complaints = logs + ".complaints";
-  const int status = run_program({lab_program(), "run", capture, "--logs", logs, "--", "--journal",
-                                  "/var/log/tessel_journal.jsonl"},
-                                 complaints);
+  const std::string journal = logs + "/tessel_journal.jsonl";
+  std::error_code ignored;
+  fs::create_directory(logs, ignored);
+  const int status = run_program(
+      {lab_program(), "run", capture, "--logs", logs, "--", "--journal", journal}, complaints);
   if (!file_exists(logs + "/tessel_exception.log")) {
     const std::string why = first_line_of(complaints);
     throw no_run(fmt::format("cannot audit the capture {}: {}", capture,
                              why.empty() ? fmt::format("tessel-lab ended with {}", status) : why));
   }
-  std::error_code ignored;
   const fs::path recorded = fs::path(capture) / "journal";
   if (fs::is_regular_file(recorded, ignored))
-    fs::copy_file(recorded, fs::path(logs) / "tessel_journal.jsonl",
-                  fs::copy_options::overwrite_existing, ignored);
+    fs::copy_file(recorded, journal, fs::copy_options::overwrite_existing, ignored);
 }
 
 }  // namespace desk
