@@ -34,6 +34,7 @@ std::string lab_program() {
 // or -1 if a signal ended it.
 int run_program(std::vector<std::string> words, const std::string& complaints) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   posix_spawn_file_actions_t actions;
