@@ -9,7 +9,7 @@ namespace desk {
 
 int bundle_command(const report_options& options, std::ostream& out) {
   const judged_run judged = judge(load_run(options));
-  const auto bundle = bundle_meant(judged.of, options.word);
+  const auto bundle = bundle_meant(judged, options.word);
   if (!bundle)
     throw no_run(
         fmt::format("the run has no bundle, member, handle or LAG id {}; the summary with "

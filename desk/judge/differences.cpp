@@ -37,8 +37,8 @@ witness witness_of(const run& of, const cell& c) {
 
 // ---- Values -------------------------------------------------------------------------------------
 
-// Votes count by place: two tables of one node that agree in a wrong value are one witness of it
-// each, but a node can only be right or wrong as a whole.
+// Each table of a node that holds the value is a vote: the agent and the forwarding objects of one
+// node are different layers.
 struct vote {
   std::size_t count = 0;
   std::set<std::string> nodes;
@@ -97,25 +97,35 @@ void find_type(const run& of, const object& one, std::vector<difference>& into) 
   into.push_back(std::move(made));
 }
 
-// A layer that was not read is no witness, but a person must see that it is missing.
-void add_unread(const run& of, difference& into) {
-  std::set<source> sources;
-  for (const witness& one : into.witnesses) sources.insert(one.from);
-  for (const source from : sources) {
-    for (const node& at : of.nodes) {
-      if (!at.takes_part) continue;
-      const coverage* entry = coverage_of(of, layer_of(from), at.name, {});
-      if (entry == nullptr || !is_hole(*entry) || entry->state == coverage_state::partly) continue;
-      const bool has_cell = std::any_of(into.witnesses.begin(), into.witnesses.end(),
-                                        [&](const witness& w) { return w.node == at.name; });
-      if (has_cell) continue;
-      witness missing;
-      missing.from = from;
-      missing.node = at.name;
-      missing.is = witness::state::not_read;
-      missing.value = entry->reason;
-      into.witnesses.push_back(std::move(missing));
-    }
+// The node of a member; other objects are held everywhere.
+std::string_view only_node_of(const run& of, const object& one) {
+  const auto place = of.places.find(static_cast<std::size_t>(&one - of.objects.data()));
+  if (place == of.places.end() || place->second.node == no_place) return {};
+  return of.nodes[static_cast<std::size_t>(place->second.node)].name;
+}
+
+// What was not read is no witness, but a person must see that it is missing.
+void add_unread(const run& of, const object& one, difference& into) {
+  std::map<layer, source> sources;
+  for (const witness& w : into.witnesses) sources.try_emplace(layer_of(w.from), w.from);
+  const std::string_view only_node = only_node_of(of, one);
+  for (const coverage& entry : of.covered) {
+    const auto from = sources.find(entry.of);
+    if (from == sources.end() || entry.node.empty() || !is_hole(entry)) continue;
+    if (entry.state == coverage_state::partly) continue;
+    if (!only_node.empty() && entry.node != only_node) continue;
+    const bool is_known =
+        std::any_of(into.witnesses.begin(), into.witnesses.end(), [&](const witness& w) {
+          return layer_of(w.from) == entry.of && w.node == entry.node &&
+                 (entry.npu.empty() || w.npu == entry.npu);
+        });
+    if (is_known) continue;
+    witness& missing = into.witnesses.emplace_back();
+    missing.from = from->second;
+    missing.node = entry.node;
+    missing.npu = entry.npu;
+    missing.is = witness::state::not_read;
+    missing.value = entry.reason;
   }
 }
 
@@ -259,9 +269,7 @@ void find_absent_member(const run& of, const object& one, const whole_layers& wh
   into.push_back(std::move(made));
 }
 
-}  // namespace
-
-difference compare_field(const run& of, const object& one, field what) {
+difference compare(const run& of, const object& one, field what) {
   difference made;
   made.object = name_of(of, one);
   made.what = what;
@@ -276,7 +284,14 @@ difference compare_field(const run& of, const object& one, field what) {
   const bool is_compared =
       std::find(compared_fields.begin(), compared_fields.end(), what) != compared_fields.end();
   if (is_compared && votes.size() > 1) mark_minority(made, votes);
-  add_unread(of, made);
+  return made;
+}
+
+}  // namespace
+
+difference compare_field(const run& of, const object& one, field what) {
+  difference made = compare(of, one, what);
+  add_unread(of, one, made);
   return made;
 }
 
@@ -286,10 +301,12 @@ std::vector<difference> find_differences(const run& of) {
   for (const object& one : of.objects) {
     if (!one.is_configured) continue;
     for (const field what : compared_fields) {
-      difference made = compare_field(of, one, what);
+      difference made = compare(of, one, what);
       const bool differs = std::any_of(made.witnesses.begin(), made.witnesses.end(),
                                        [](const witness& w) { return w.is_odd; });
-      if (differs) found.push_back(std::move(made));
+      if (!differs) continue;
+      add_unread(of, one, made);
+      found.push_back(std::move(made));
     }
     if (one.kind == object_kind::member) {
       find_absent_member(of, one, whole, found);

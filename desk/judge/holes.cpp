@@ -37,7 +37,10 @@ std::string without(std::string text, std::string_view part) {
 // What went missing on a node can raise findings about everything that it holds, in its layer and
 // in those below. A failure of the whole router explains every failure.
 bool explains(const coverage& hole, const finding& one) {
-  const bool is_open = one.kind == finding_kind::failure || one.kind == finding_kind::note;
+  const bool is_open = is_doubt(one);
+  // A part of a layer explains what is said of that layer, not what happened below it.
+  if (hole.node.empty() && hole.state == coverage_state::partly)
+    return is_open && one.of == hole.of;
   if (hole.node.empty()) return is_open && (one.of == layer::none || one.of >= hole.of);
   if (one.node != hole.node) return false;
   if (!hole.npu.empty() && !one.npu.empty() && one.npu != hole.npu) return false;
@@ -110,7 +113,8 @@ void add_hole(judging& at, const hole_group& group) {
   made.how_sure = sureness::named;
   made.title = fmt::format("{}: {} {}: {}", words_for(group), layer_words(hole.of),
                            word_for(hole.state), shortened(hole.reason));
-  made.why = "nothing of it could be compared";
+  made.why = hole.state == coverage_state::partly ? "a part of it could not be compared"
+                                                  : "nothing of it could be compared";
   made.next = hole.command;
   for (const coverage& one : at.of().covered)
     if (is_hole(one) && is_alike(hole, one)) take_explained(at, one, made);

@@ -102,7 +102,7 @@ void judge_bundles(judging& at) {
   for (const std::string& name : sorted) judge_bundle(at, name);
 }
 
-// What differs before what could not be judged; of either the one with more behind it.
+// What differs before what could not be judged; of either the uppermost layer first.
 void sort_causes(judged_run& of) {
   const auto rank = [&](const cause& one) {
     return std::make_tuple(is_difference(of.of, one) ? 0 : 1, one.first);

@@ -75,6 +75,8 @@ struct judged_run {
 // 0 nothing found, 1 findings, 3 nothing found but something was not judged. A wrong call is 2.
 [[nodiscard]] int exit_status(const judged_run& of);
 
+// The value, "missing" or "not read".
+[[nodiscard]] std::string_view words_for(const witness& one);
 [[nodiscard]] std::string_view word_for(verdict is);
 [[nodiscard]] std::string_view word_for(sureness is);
 [[nodiscard]] std::string_view word_for(coverage_state is);

@@ -36,6 +36,9 @@ void take_findings(judging& at);     // what is left of the messages
 // The cause for a place, which is made if it is new.
 [[nodiscard]] cause& cause_at(judging& at, const place_key& key);
 
+// Of the odd witnesses the one of the uppermost layer; null if none is odd.
+[[nodiscard]] const witness* first_odd(const difference& of);
+
 // It could not be verified, as opposed to being wrong.
 [[nodiscard]] bool is_doubt(const finding& one);
 // More is configured than the router allows: a note, but about something that is wrong.
@@ -45,7 +48,7 @@ void take_findings(judging& at);     // what is left of the messages
 
 // ---- Words --------------------------------------------------------------------------------------
 
-// A title is a line or two, whatever the router's names and texts are.
+// The first line of a text, no longer than this: a message may hold a name of 40,000 digits.
 inline constexpr std::size_t longest_text = 160;
 [[nodiscard]] std::string shortened(std::string_view text, std::size_t longest = longest_text);
 [[nodiscard]] std::string title_of(const difference& of);

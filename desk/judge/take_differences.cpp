@@ -10,15 +10,6 @@ namespace desk {
 
 namespace {
 
-const witness* first_odd(const difference& of) {
-  const witness* first = nullptr;
-  for (const witness& one : of.witnesses) {
-    if (!one.is_odd) continue;
-    if (first == nullptr || layer_of(one.from) < layer_of(first->from)) first = &one;
-  }
-  return first;
-}
-
 // A difference and a finding speak of the same thing: the object and the field, or the object and
 // that it is missing.
 bool belongs(const difference& of, const finding& one) {

@@ -1,9 +1,9 @@
 #include <fmt/format.h>
-#include "desk/judge/differences.h"
 
 #include <algorithm>
 #include <map>
 
+#include "desk/judge/differences.h"
 #include "desk/judge/judging.h"
 #include "desk/model/numbers.h"
 
@@ -12,15 +12,6 @@ namespace desk {
 namespace {
 
 constexpr std::size_t longest_name = 48;
-
-const witness* first_odd(const difference& of) {
-  const witness* first = nullptr;
-  for (const witness& one : of.witnesses) {
-    if (!one.is_odd) continue;
-    if (first == nullptr || layer_of(one.from) < layer_of(first->from)) first = &one;
-  }
-  return first;
-}
 
 std::string layer_and_source(source from) {
   return fmt::format("{}, {}", word_for(layer_of(from)), tool_of(from));
@@ -54,6 +45,15 @@ std::string shortened(std::string_view text, std::size_t longest) {
   text = text.substr(0, text.find('\n'));
   if (text.size() <= longest) return std::string(text);
   return fmt::format("{}... ({} characters)", text.substr(0, longest), text.size());
+}
+
+const witness* first_odd(const difference& of) {
+  const witness* first = nullptr;
+  for (const witness& one : of.witnesses) {
+    if (!one.is_odd) continue;
+    if (first == nullptr || layer_of(one.from) < layer_of(first->from)) first = &one;
+  }
+  return first;
 }
 
 std::string title_of(const difference& of) {
@@ -110,6 +110,18 @@ std::string title_of(const finding& one) {
 std::string words_for_place(const coverage& at) {
   if (at.node.empty()) return "the router";
   return at.npu.empty() ? at.node : fmt::format("{} NPU {}", at.node, at.npu);
+}
+
+std::string_view words_for(const witness& one) {
+  switch (one.is) {
+    case witness::state::absent:
+      return "missing";
+    case witness::state::not_read:
+      return "not read";
+    case witness::state::holds:
+      break;
+  }
+  return one.value;
 }
 
 std::string_view word_for(verdict is) {

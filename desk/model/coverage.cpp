@@ -6,6 +6,8 @@
 #include <array>
 #include <vector>
 
+#include "desk/model/numbers.h"
+
 namespace desk {
 
 namespace {
@@ -253,7 +255,7 @@ void cover_chip(run& of, const node& at, const std::string& npu) {
   entry.npu = npu;
   entry.command = command_for(of, source::chip_lag, at.name, npu);
   const std::int16_t index = of.node_index(at.name);
-  const auto number = static_cast<std::int16_t>(std::atoi(npu.c_str()));
+  const auto number = npu_in(npu);
   const finding* failure = finding_with(of, {"TC-718", "TC-719"}, at.name, npu);
   if (failure == nullptr) failure = finding_with(of, {"TC-709", "TC-710"}, at.name);
   if (failure != nullptr) {
@@ -269,6 +271,8 @@ void cover_chip(run& of, const node& at, const std::string& npu) {
     entry.reason = fmt::format("chips of the family {} are not supported", at.asic);
   } else if (!of.has_chip_tables) {
     entry.reason = "the logs hold no chip tables: the run ended before it compared them";
+  } else if (number == no_place) {
+    entry.reason = "the list of nodes gives no number for this chip";
   } else if (entries_of(of, source::chip_lag, index, number) != 0) {
     entry.state = coverage_state::read;
   } else if (has_table(of, source::chip_lag, index, number)) {

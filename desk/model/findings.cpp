@@ -184,26 +184,29 @@ void note_unwritten(run& into, const log_set& logs, const run_in_logs& of) {
   }
 }
 
+// A MAC of Jericho2 that differs: the audit counts it as a programming error, but writes only that
+// it could not go on.
+bool is_mac_of_chip(const finding& one) {
+  return one.code == "TC-739" && one.text.starts_with("the chip's MAC ");
+}
+
 // A counter's lines carry its value, so a run whose first lines were rotated away shows it.
 void note_gap(run& into, const channel_log& log, finding_kind kind) {
   std::uint64_t first = 0;
   std::uint64_t last = 0;
+  std::uint64_t without_number = 0;
   for (const finding& one : into.findings) {
+    if (is_mac_of_chip(one)) ++without_number;
     if (one.kind != kind || !one.number) continue;
     if (first == 0 || *one.number < first) first = *one.number;
     last = std::max(last, *one.number);
   }
   into.counts[kind] = std::max<std::size_t>(into.counts[kind], last);
-  if (first <= 1) return;
+  // A MAC of Jericho2 took a number, but no line of this log.
+  if (first <= 1 + (kind == finding_kind::programming ? without_number : 0)) return;
   into.marks.push_back(fmt::format("{}: {} {} rotated away, the log keeps the newest only",
                                    log.name, first == 2 ? "1" : fmt::format("1 to {}", first - 1),
                                    first == 2 ? "was" : "were"));
-}
-
-// A MAC of Jericho2 that differs: the audit counts it as a programming error, but writes only that
-// it could not go on.
-bool is_mac_of_chip(const finding& one) {
-  return one.code == "TC-739" && one.text.starts_with("the chip's MAC ");
 }
 
 void read_channel(run& into, const channel_log& log, const log_run* of, finding_kind kind) {
@@ -222,39 +225,56 @@ void read_channel(run& into, const channel_log& log, const log_run* of, finding_
     note_gap(into, log, kind);
 }
 
-// The bundle manager's report: a line at the margin names bundles, indented lines are its details.
+// The report is another tool's: a line of it may name thousands of bundles.
+constexpr std::size_t most_bundles_of_line = 1000;
+constexpr std::size_t longest_health_text = 4096;
+
+finding health_of(const log_entry& entry, std::size_t line, const std::string& bundle,
+                  std::string_view text) {
+  finding one;
+  one.code = code_of_health;
+  one.kind = finding_kind::health;
+  one.object = {object_kind::bundle, bundle, bundle};
+  one.of = layer::pi;
+  one.text = text.substr(0, longest_health_text);
+  one.time = entry.time;
+  one.log = entry.file;
+  one.line = line;
+  return one;
+}
+
+void add_detail(finding& into, std::string_view text) {
+  if (into.text.size() + text.size() < longest_health_text) into.text.append("\n").append(text);
+}
+
+// A line at the margin names bundles, the indented lines behind it are its details.
+void read_health_entry(run& into, const log_entry& entry) {
+  std::size_t line = entry.line;
+  std::string_view rest = entry.text;
+  std::size_t first = into.findings.size();
+  for (; !rest.empty(); ++line) {
+    const std::size_t end = std::min(rest.find('\n'), rest.size());
+    const std::string_view text = rest.substr(0, end);
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+    auto bundles = bundles_in(text);
+    if (bundles.empty() && text.starts_with(" "))
+      for (std::size_t i = first; i < into.findings.size(); ++i) add_detail(into.findings[i], text);
+    if (bundles.empty()) continue;
+    if (bundles.size() > most_bundles_of_line) {
+      into.marks.push_back(fmt::format("{}:{}: it names {} bundles, the first {} are shown",
+                                       entry.file, line, bundles.size(), most_bundles_of_line));
+      bundles.resize(most_bundles_of_line);
+    }
+    first = into.findings.size();
+    into.counts[finding_kind::health] += bundles.size();
+    for (const std::string& bundle : bundles)
+      into.findings.push_back(health_of(entry, line, bundle, text));
+  }
+}
+
 void read_health(run& into, const log_run* of) {
   if (of == nullptr) return;
-  for (const log_entry& entry : of->entries) {
-    std::size_t line = entry.line;
-    std::string_view rest = entry.text;
-    std::size_t first = into.findings.size();
-    for (; !rest.empty(); ++line) {
-      const std::size_t end = std::min(rest.find('\n'), rest.size());
-      const std::string_view text = rest.substr(0, end);
-      rest.remove_prefix(std::min(end + 1, rest.size()));
-      const auto bundles = bundles_in(text);
-      if (bundles.empty()) {
-        for (std::size_t i = first; i < into.findings.size() && text.starts_with(" "); ++i)
-          into.findings[i].text.append("\n").append(text);
-        continue;
-      }
-      first = into.findings.size();
-      for (const std::string& bundle : bundles) {
-        finding one;
-        one.code = code_of_health;
-        one.kind = finding_kind::health;
-        one.object = {object_kind::bundle, bundle, bundle};
-        one.of = layer::pi;
-        one.text = text;
-        one.time = entry.time;
-        one.log = entry.file;
-        one.line = line;
-        into.findings.push_back(std::move(one));
-        ++into.counts[finding_kind::health];
-      }
-    }
-  }
+  for (const log_entry& entry : of->entries) read_health_entry(into, entry);
 }
 
 // The bundle that an entry belongs to, by its name or by its LAG id.
@@ -324,6 +344,7 @@ void read_debug_notes(run& into) {
   for (const std::string& text : into.debug_notes) {
     if (!recognise(text)) continue;
     const log_entry entry = {{}, text, "tessel_debug.log", 0, false};
+    ++into.counts[finding_kind::note];
     into.findings.push_back(finding_from(into, entry, finding_kind::note));
   }
 }

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <map>
 #include <utility>
 
@@ -75,12 +74,6 @@ struct intake {
   }
 };
 
-std::int16_t npu_of(std::string_view text) {
-  std::int16_t npu = no_place;
-  std::from_chars(text.data(), text.data() + text.size(), npu);
-  return npu;
-}
-
 // ---- The configured bundles ---------------------------------------------------------------------
 
 void take_member_record(intake& in, dump_path path, std::string_view value) {
@@ -92,7 +85,7 @@ void take_member_record(intake& in, dump_path path, std::string_view value) {
   if (name == "mtu") in.set(member, field::mtu, source::interfaces, no_place, no_place, value);
   if (name == "npu_core") in.into.places[member].core = value;
   if (name == "pp_port") in.into.places[member].port = value;
-  if (name == "npu_id") in.into.places[member].npu = npu_of(value);
+  if (name == "npu_id") in.into.places[member].npu = npu_in(value);
   if (name == "nodename") in.into.places[member].node = in.node_of(value);
   if (name == "vlan_domain" && path.size() == 7)
     in.set(member, field::vlan_domain, source::chip_domain, in.node_of(path[6]), no_place, value);
@@ -181,13 +174,13 @@ void take_lagport(intake& in, std::int16_t node, dump_path path, std::string_vie
   if (path[3] == "max_member_count" && value != unset) add(field::weight_limit, no_place);
   if (path[3] == "deletePending" && value == "1") add(field::deletion, no_place);
   if (path[3] == "vlan_domain" && path.size() == 5 && value != unset)
-    add(field::vlan_domain, npu_of(path[4]));
+    add(field::vlan_domain, npu_in(path[4]));
   if (path[3] == "members" && path.size() == 7 && path[6] == "memid")
     in.by_handle.push_back(
         {in.keep(path[2]),
          in.keep(path[5]),
          true,
-         {field::member_id, source::lagport, node, npu_of(path[4]), in.keep(value)}});
+         {field::member_id, source::lagport, node, npu_in(path[4]), in.keep(value)}});
 }
 
 void take_forwarding(intake& in, dump_path path, std::string_view value) {
@@ -217,7 +210,7 @@ std::string_view lag_id_in(std::string_view key) {
 void take_chip(intake& in, dump_path path, std::string_view value) {
   if (path.size() < 4) return;
   const std::int16_t node = in.node_of(path[0]);
-  const std::int16_t npu = npu_of(path[1]);
+  const std::int16_t npu = npu_in(path[1]);
   const std::string& table = path[2];
   const auto member = [&](std::string_view of) {
     in.by_lag.push_back({in.keep_key(lag_id_in(path[3])),
@@ -239,7 +232,7 @@ void take_chip(intake& in, dump_path path, std::string_view value) {
 void take_chip_map(intake& in, dump_path path) {
   if (path.size() == 4 && (path[2] == "diag_lag" || path[2] == "tm_lag")) {
     const std::int16_t node = in.node_of(path[0]);
-    const std::int16_t npu = npu_of(path[1]);
+    const std::int16_t npu = npu_in(path[1]);
     const text_id lag = in.keep_key(lag_id_in(path[3]));
     in.by_lag.push_back(
         {lag, 0, false, {field::presence, source::chip_lag, node, npu, in.present}});
@@ -398,7 +391,7 @@ void take_map(intake& in, std::string_view label, dump_path path) {
       in.count(from, in.node_of(path[0]), no_place, path.size() == 3 ? 1 : 0);
   }
   if (label == "BCM") {
-    if (path.size() == 2) in.count(source::chip_lag, in.node_of(path[0]), npu_of(path[1]), 0);
+    if (path.size() == 2) in.count(source::chip_lag, in.node_of(path[0]), npu_in(path[1]), 0);
     take_chip_map(in, path);
   }
 }

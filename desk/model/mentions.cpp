@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 
 namespace desk {
 
@@ -158,11 +159,10 @@ mention mentioned_in(const run& of, std::string_view text) {
 
 std::vector<std::string> bundles_in(std::string_view text) {
   std::vector<std::string> names;
+  std::set<std::string> known;
   for (bundle_name one = next_bundle(text, 0); !one.bundle.empty();
-       one = next_bundle(text, one.end)) {
-    if (std::find(names.begin(), names.end(), one.bundle) == names.end())
-      names.push_back(one.bundle);
-  }
+       one = next_bundle(text, one.end))
+    if (known.insert(one.bundle).second) names.push_back(one.bundle);
   return names;
 }
 

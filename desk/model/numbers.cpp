@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <charconv>
+#include <limits>
 
 namespace desk {
 
@@ -16,6 +17,12 @@ std::optional<std::uint64_t> number_in(std::string_view text) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
   if (text.empty() || error != std::errc{} || end != text.data() + text.size()) return {};
   return number;
+}
+
+std::int16_t npu_in(std::string_view text) {
+  const auto number = text.starts_with("0x") ? std::nullopt : number_in(text);
+  if (!number || *number > std::numeric_limits<std::int16_t>::max()) return -1;
+  return static_cast<std::int16_t>(*number);
 }
 
 std::string decimal_of(std::string_view text) {

@@ -13,6 +13,9 @@ namespace desk {
 // The number of a text that is one, decimal or after "0x".
 [[nodiscard]] std::optional<std::uint64_t> number_in(std::string_view text);
 
+// The number of a chip, from 0 to 32767; -1 for any other text.
+[[nodiscard]] std::int16_t npu_in(std::string_view text);
+
 // Its decimal digits; the text itself if it is no number.
 [[nodiscard]] std::string decimal_of(std::string_view text);
 

@@ -70,19 +70,14 @@ column column_of(const witness& one) {
   return {layer_of(one.from), one.node};
 }
 
-std::string_view text_of(const witness& one) {
-  if (one.is == witness::state::absent) return "missing";
-  return one.is == witness::state::not_read ? "not read" : std::string_view(one.value);
-}
-
 void add_value(shown_cell& cell, field what, const witness& one) {
-  const std::string compared =
-      one.is == witness::state::holds ? compared_form(what, one.value) : std::string(text_of(one));
+  const std::string compared = one.is == witness::state::holds ? compared_form(what, one.value)
+                                                               : std::string(words_for(one));
   auto same = std::find_if(cell.begin(), cell.end(), [&](const shown_value& v) {
     return v.compared == compared && v.is_odd == one.is_odd;
   });
   if (same == cell.end())
-    same = cell.insert(cell.end(), {printable(text_of(one)), compared, {}, one.is_odd});
+    same = cell.insert(cell.end(), {printable(words_for(one)), compared, {}, one.is_odd});
   if (!one.npu.empty() &&
       std::find(same->npus.begin(), same->npus.end(), one.npu) == same->npus.end())
     same->npus.push_back(one.npu);
@@ -264,13 +259,17 @@ void show_unread(const run& of, const terminal& on, std::ostream& out) {
 
 }  // namespace
 
-std::optional<std::string> bundle_meant(const run& of, std::string_view word) {
+std::optional<std::string> bundle_meant(const judged_run& judged, std::string_view word) {
+  const run& of = judged.of;
   std::string name(word);
   constexpr std::string_view long_word = "Bundle-Ether";
   if (word.starts_with(long_word)) name = fmt::format("BE{}", word.substr(long_word.size()));
   if (all_digits(word)) name = fmt::format("BE{}", word);
   name = name.substr(0, name.find('.'));
   if (of.find(object_kind::bundle, name, name) != nullptr) return name;
+  // Without a snapshot the messages alone name bundles.
+  for (const bundle_verdict& one : judged.bundles)
+    if (one.bundle == name) return name;
   const std::size_t digits = word.find_first_of("0123456789");
   const std::string_view tail = digits == std::string_view::npos ? word : word.substr(digits);
   for (const object& one : of.objects)

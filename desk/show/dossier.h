@@ -14,7 +14,8 @@ namespace desk {
 // The bundle that a person means by a name ("BE12", "12", "Bundle-Ether12", "BE12.100"), a member
 // ("0/0/0/1", "HundredGigE0/0/0/1"), a handle or a LAG id ("0x3000120", "0x11"). Nothing if the run
 // has none.
-[[nodiscard]] std::optional<std::string> bundle_meant(const run& of, std::string_view word);
+[[nodiscard]] std::optional<std::string> bundle_meant(const judged_run& judged,
+                                                      std::string_view word);
 
 void show_dossier(const judged_run& of, std::string_view bundle, const terminal& on,
                   std::ostream& out);

@@ -10,8 +10,7 @@ struct judged_run;
 // Writes one test suite, the router, whose test cases are
 //
 //     tessel.bundle   each bundle: failed if it differs, with the titles of its causes and the
-//     texts
-//                     of their findings; skipped with the reasons if it was not judged
+//                     texts of their findings; skipped with the reasons if it was not judged
 //     tessel.router   "result table": failed if the audit did not come to it. Failed as well: each
 //                     cause that no failed bundle has, and all findings without a cause in one
 //

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "desk/model/coverage.h"
+#include "desk/show/figures.h"
 
 namespace desk {
 
@@ -26,12 +26,6 @@ std::string counted(std::size_t number, std::string_view one, std::string_view m
   return fmt::format("{} {}", number, number == 1 ? one : many);
 }
 
-std::size_t bundles_with(const judged_run& of, verdict is) {
-  return static_cast<std::size_t>(
-      std::count_if(of.bundles.begin(), of.bundles.end(),
-                    [&](const bundle_verdict& one) { return one.is == is; }));
-}
-
 void show_head(const view& v) {
   const run& of = v.of.of;
   v.out << fmt::format(
@@ -42,9 +36,9 @@ void show_head(const view& v) {
     v.out << toned(v.on, tone::doubt, "The run stopped before it had compared everything.") << '\n';
   if (of.end == run_end::cut_off)
     v.out << toned(v.on, tone::doubt, "The logs end in the middle of the run.") << '\n';
-  const std::size_t agree = bundles_with(v.of, verdict::agrees);
-  const std::size_t differ = bundles_with(v.of, verdict::differs);
-  const std::size_t open = bundles_with(v.of, verdict::not_judged);
+  const std::size_t agree = total(v.of, verdict::agrees);
+  const std::size_t differ = total(v.of, verdict::differs);
+  const std::size_t open = total(v.of, verdict::not_judged);
   std::size_t findings = 0;
   for (const finding& one : of.findings)
     if (one.kind != finding_kind::note && one.kind != finding_kind::failure) ++findings;
@@ -55,18 +49,6 @@ void show_head(const view& v) {
             differ == 1 ? "1 differs" : fmt::format("{} differ", differ)),
       toned(v.on, open != 0 ? tone::doubt : tone::plain, fmt::format("{} not judged", open)),
       counted(findings, "finding", "findings"));
-}
-
-std::string_view shown_value(const witness& one) {
-  switch (one.is) {
-    case witness::state::absent:
-      return "missing";
-    case witness::state::not_read:
-      return "not read";
-    case witness::state::holds:
-      break;
-  }
-  return one.value;
 }
 
 void show_witnesses(const view& v, const difference& of) {
@@ -84,7 +66,7 @@ void show_witnesses(const view& v, const difference& of) {
                                                 : fmt::format("{} NPU {}", one.node, one.npu);
     const std::string line = fmt::format(
         "{:{}}{} {} {} {}", "", margin + 2, padded(word_for(layer_of(one.from)), 6),
-        padded(tool_of(one.from), 26), padded(printable(place), 18), printable(shown_value(one)));
+        padded(tool_of(one.from), 26), padded(printable(place), 18), printable(words_for(one)));
     v.out << (one.is_odd ? toned(v.on, tone::bad, line + "  <-- odd") : line) << '\n';
   }
   if (more != 0) v.out << fmt::format("{:{}}and {} more\n", "", margin + 2, more);
@@ -119,9 +101,11 @@ void show_cause(const view& v, std::size_t number, const cause& of) {
                            word_for(of.differences[i].what));
     show_witnesses(v, of.differences[i]);
   }
-  if (of.differences.empty() || v.how.shows_all) {
-    if (v.how.shows_all || of.findings.size() == 1) show_findings(v, of);
-  }
+  if (shown < of.differences.size())
+    v.out << fmt::format("{:{}}and {}; --all shows everything\n", "", margin,
+                         counted(of.differences.size() - shown, "more difference of the same place",
+                                 "more differences of the same place"));
+  if (v.how.shows_all || (of.differences.empty() && of.findings.size() == 1)) show_findings(v, of);
   if (!of.next.empty()) v.out << fmt::format("{:{}}next: {}\n", "", margin, printable(of.next));
 }
 

@@ -168,6 +168,27 @@ TEST_F(logs_of_a_test, a_log_that_is_missing_or_cut_is_a_mark) {
               ElementsAre(HasSubstr("No such file"), HasSubstr("middle of a line")));
 }
 
+TEST_F(logs_of_a_test, a_number_without_a_line_was_not_rotated_away) {
+  write("exception", start() +
+                         line("the chip's MAC x differs: RIF verification failed for BE1(0x3) "
+                              "NPU 0,0/0/CPU0") +
+                         "Traceback (most recent call last):\nfailure: x\n");
+  write("programming_error",
+        start() +
+            line("Programming Error 2: DPA RIF 0x1 not found in BCM for BE2(0x3) NPU 0,0/0/CPU0"));
+  EXPECT_THAT(last_run().marks, IsEmpty());
+}
+
+TEST_F(logs_of_a_test, a_health_line_of_many_bundles_costs_no_more_than_some) {
+  std::string names;
+  for (int i = 0; i < 20'000; ++i) names += " Bundle-Ether" + std::to_string(i);
+  write("bundle_health", start() + line("out of step:" + names) + "   a detail\n");
+  const run of = last_run();
+  EXPECT_EQ(of.findings.size(), 1000U);
+  EXPECT_LE(of.findings[0].text.size(), 4096U);
+  EXPECT_THAT(of.marks, ElementsAre(HasSubstr("it names 20000 bundles")));
+}
+
 TEST_F(logs_of_a_test, health_names_each_bundle) {
   write("bundle_health", start() + line("Bundle-Ether1 and Bundle-Ether22") + "   out of step\n");
   const run of = last_run();

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -183,6 +184,34 @@ TEST_F(run_of_a_test, a_node_that_was_not_read_is_one_cause_and_never_agreement)
   EXPECT_THAT(is.causes[0].findings, ElementsAre(0, 1));
   EXPECT_THAT(is.bundles[0].not_judged, testing::Not(IsEmpty()));
   EXPECT_FALSE(is.is_wholly_judged);
+}
+
+TEST_F(run_of_a_test, a_layer_that_was_not_read_shows_beside_one_that_was) {
+  add_nodes(4);
+  set(field::lag_id, source::agent, 0, "0x401");
+  auto& cells = of.objects[bundle].cells;
+  std::erase_if(cells, [](const cell& c) { return layer_of(c.from) == layer::dpa && c.node == 2; });
+  for (const source table :
+       {source::lagport, source::l1port, source::l2port, source::l2intf, source::l3intf})
+    of.tables.erase({table, 2, no_place});
+  const judged_run is = judged();
+  const auto lag = std::find_if(is.causes.begin(), is.causes.end(), [](const cause& one) {
+    return !one.differences.empty() && one.differences[0].what == field::lag_id;
+  });
+  ASSERT_NE(lag, is.causes.end());
+  const auto& witnesses = lag->differences[0].witnesses;
+  EXPECT_TRUE(std::any_of(witnesses.begin(), witnesses.end(), [](const witness& w) {
+    return w.is == witness::state::not_read && w.node == "0/2/CPU0" &&
+           layer_of(w.from) == layer::dpa;
+  })) << "the agent of that node was read, its forwarding objects were not";
+}
+
+TEST_F(run_of_a_test, a_layer_read_in_part_does_not_explain_the_layers_below) {
+  add_nodes(3);
+  find("TC-723", field::none, "", layer::config, finding_kind::failure);
+  find("TC-752", field::none, "0/2/CPU0", layer::bcm, finding_kind::failure);
+  const judged_run is = judged();
+  EXPECT_EQ(is.causes.size(), 2U);
 }
 
 TEST_F(run_of_a_test, a_failure_alone_is_not_judged) {
