@@ -23,6 +23,7 @@
 #include "desk/show/prometheus.h"
 #include "desk/show/sarif.h"
 #include "desk/show/summary.h"
+#include "desk/store/report_file.h"
 
 namespace fuzz {
 
@@ -36,10 +37,18 @@ constexpr std::string_view health_log = "tessel_bundle_health.log";
 constexpr std::string_view stale_log = "tessel_stale_entries.log";
 constexpr std::string_view debug_log = "tessel_debug.log";
 constexpr std::string_view journal = "tessel_journal.jsonl";
+constexpr std::string_view report_json = "report.json";
 
 [[noreturn]] void broken(const char* what) {
   std::fprintf(stderr, "fuzz_desk: %s\n", what);
   std::abort();
+}
+
+void write(const std::string& path, std::string_view text) {
+  std::ofstream file(path, std::ios::binary | std::ios::trunc);
+  file.write(text.data(), static_cast<std::streamsize>(text.size()));
+  file.close();
+  if (!file) broken("cannot write a log");
 }
 
 void finding_logs(const std::string& folder) {
@@ -87,11 +96,20 @@ void show_as_text(const desk::judged_run& of) {
   check_text(out.str());
 }
 
-void show_as_json(const desk::judged_run& of,
-                  void (*show)(const desk::judged_run&, std::ostream&)) {
+std::string show_as_json(const desk::judged_run& of,
+                         void (*show)(const desk::judged_run&, std::ostream&)) {
   std::ostringstream out;
   show(of, out);
-  if (!nlohmann::json::accept(out.str())) broken("JSON that is none");
+  std::string text = out.str();
+  if (!nlohmann::json::accept(text)) broken("JSON that is none");
+  return text;
+}
+
+void check_read_back(const std::string& text, const std::string& folder) {
+  const std::string path = folder + "/written.json";
+  write(path, text);
+  if (show_as_json(desk::read_report(path), desk::show_json) != text)
+    broken("a report that is not read back as it was written");
 }
 
 void show_as_line(const desk::judged_run& of) {
@@ -103,24 +121,38 @@ void show_as_line(const desk::judged_run& of) {
   check_text(line);
 }
 
+void show_all(const desk::judged_run& judged, const std::string& folder) {
+  const int status = desk::exit_status(judged);
+  if (status != 0 && status != 1 && status != 3) broken("an exit status that nobody promises");
+  show_as_text(judged);
+  check_read_back(show_as_json(judged, desk::show_json), folder);
+  (void)show_as_json(judged, desk::show_sarif);
+  show_as_line(judged);
+  std::ostringstream rest;
+  desk::show_junit(judged, rest);
+  desk::show_prometheus(judged, rest);
+  desk::show_html(judged, rest);
+}
+
 void whole_report(const std::string& folder) {
   desk::report_options options;
   options.logs = folder;
   try {
-    const desk::judged_run judged = desk::judge(desk::load_run(options));
-    const int status = desk::exit_status(judged);
-    if (status != 0 && status != 1 && status != 3) broken("an exit status that nobody promises");
-    show_as_text(judged);
-    show_as_json(judged, desk::show_json);
-    show_as_json(judged, desk::show_sarif);
-    show_as_line(judged);
-    std::ostringstream rest;
-    desk::show_junit(judged, rest);
-    desk::show_prometheus(judged, rest);
-    desk::show_html(judged, rest);
+    show_all(desk::judge(desk::load_run(options)), folder);
   } catch (const desk::no_run&) {
     // Refused in one line.
   }
+}
+
+void earlier_report(const std::string& folder) {
+  desk::judged_run judged;
+  try {
+    judged = desk::read_report(folder + "/" + std::string(report_json));
+  } catch (const desk::read_error& error) {
+    check_text(std::string(error.what()) + "\n");
+    return;
+  }
+  show_all(judged, folder);
 }
 
 const std::vector<desk_reader>& all_readers() {
@@ -135,15 +167,9 @@ const std::vector<desk_reader>& all_readers() {
        {exception_log, inconsistency_log, programming_log, deletion_log, health_log, stale_log,
         debug_log},
        whole_report},
+      {"earlier_report", {report_json}, earlier_report},
   };
   return made;
-}
-
-void write(const std::string& path, std::string_view text) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(text.data(), static_cast<std::streamsize>(text.size()));
-  file.close();
-  if (!file) broken("cannot write a log");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string_view>
 
 #include "desk/judge/judged_run.h"
@@ -32,5 +33,31 @@ inline constexpr std::array all_coverage_states = {
 [[nodiscard]] std::string_view key_for(verdict of);
 [[nodiscard]] std::string_view key_for(sureness of);
 [[nodiscard]] std::string_view key_for(decltype(witness::is) of);
+
+// The last value of each kind, whose key `key_for` also gives for what is no value at all.
+template <typename Value>
+inline constexpr Value last_value = Value::unknown;
+template <>
+inline constexpr layer last_value<layer> = layer::none;
+template <>
+inline constexpr field last_value<field> = field::none;
+template <>
+inline constexpr source last_value<source> = source::none;
+template <>
+inline constexpr object_kind last_value<object_kind> = object_kind::entry;
+template <>
+inline constexpr finding_kind last_value<finding_kind> = finding_kind::note;
+template <>
+inline constexpr verdict last_value<verdict> = verdict::not_judged;
+template <>
+inline constexpr witness::state last_value<witness::state> = witness::state::not_read;
+
+// The value that has this key, or nothing. Any thread.
+template <typename Value>
+[[nodiscard]] std::optional<Value> value_for_key(std::string_view key) {
+  for (unsigned i = 0; i <= static_cast<unsigned>(last_value<Value>); ++i)
+    if (key_for(static_cast<Value>(i)) == key) return static_cast<Value>(i);
+  return std::nullopt;
+}
 
 }  // namespace desk

@@ -7,8 +7,12 @@
 #include <fstream>
 #include <iterator>
 #include <random>
+#include <sstream>
 #include <string>
 
+#include "desk/commands/load.h"
+#include "desk/judge/judge.h"
+#include "desk/show/json.h"
 #include "desk_readers.h"
 
 namespace {
@@ -76,6 +80,17 @@ std::string input_of(const fuzz::desk_reader& reader) {
   return input;
 }
 
+// The report of these logs, as JSON.
+std::string report_in(const std::string& folder) {
+  desk::report_options options;
+  options.logs = folder;
+  std::ostringstream out;
+  for (const auto* log : {"tessel_debug.log", "tessel_exception.log", "tessel_inconsistencies.log"})
+    std::ofstream(folder + "/" + log) << text_of(log);
+  desk::show_json(desk::judge(desk::load_run(options)), out);
+  return out.str();
+}
+
 std::string mutilated(std::string text, std::mt19937& random) {
   if (text.empty()) return text;
   const auto place = [&] { return random() % text.size(); };
@@ -118,7 +133,8 @@ TEST_P(fuzz_desk, survives_its_logs_and_their_mutations) {
   constexpr int rounds = 200;
 #endif
   std::mt19937 random(static_cast<unsigned>(GetParam()));
-  const std::string whole = input_of(reader());
+  const bool is_json = reader().name == "earlier_report";
+  const std::string whole = is_json ? report_in(folder) : input_of(reader());
   fuzz::run(reader(), whole, folder);
   for (int round = 0; round < rounds; ++round) {
     std::string text = mutilated(whole, random);
