@@ -198,6 +198,21 @@ CLI::Option* add_operand(CLI::App& app, const std::string& name, const std::stri
   return app.add_option(name, take, help)->required();
 }
 
+CLI::Option* add_operands(CLI::App& app, const std::string& name, const std::string& help,
+                          std::size_t least, std::vector<std::string>& values) {
+  const auto take = [&values](const CLI::results_t& given) {
+    for (const std::string& one : given)
+      if (looks_like_option(one)) throw bad_value(unknown_option(one));
+    values = given;
+    return true;
+  };
+  // The usage line shows "..." behind the name.
+  constexpr int most = CLI::detail::expected_max_vector_size;
+  CLI::Option* made = app.add_option(name, take, help);
+  made->expected(std::max(static_cast<int>(least), 1), most)->allow_extra_args();
+  return least == 0 ? made : made->required();
+}
+
 std::optional<std::string> parse(CLI::App& app, const std::vector<std::string>& arguments,
                                  const rest_places& rests) {
   const auto mark = std::find(arguments.begin(), arguments.end(), "--");

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <optional>
@@ -49,6 +50,10 @@ CLI::Option* add_flag(CLI::App& app, const std::string& name, const std::string&
 // Adds a required operand. The words fill the operands in the order in which they were added.
 CLI::Option* add_operand(CLI::App& app, const std::string& name, const std::string& help,
                          std::string& value);
+
+// Adds an operand that takes several words, `least` at least.
+CLI::Option* add_operands(CLI::App& app, const std::string& name, const std::string& help,
+                          std::size_t least, std::vector<std::string>& values);
 
 // The targets of the words after "--", by command; for other commands "--" is an unknown option.
 using rest_places = std::map<const CLI::App*, std::vector<std::string>*>;

@@ -16,7 +16,7 @@ int bundle_command(const report_options& options, std::ostream& out) {
                     "--all lists the bundles",
                     options.word));
   show_dossier(judged, *bundle, standard_output(), out);
-  return exit_status(judged);
+  return status_of(judged, options);
 }
 
 }  // namespace desk

@@ -17,5 +17,9 @@ namespace desk {
 // json, junit, sarif, prometheus, nagios, html. Throws `output_error` as well.
 [[nodiscard]] int format_command(const report_options& options);
 [[nodiscard]] int runs_command(const report_options& options, std::ostream& out);
+// Several runs. Throws `store_error` as well.
+[[nodiscard]] int diff_command(const report_options& options, std::ostream& out);
+[[nodiscard]] int confirm_command(const report_options& options, std::ostream& out);
+[[nodiscard]] int history_command(const report_options& options, std::ostream& out);
 
 }  // namespace desk

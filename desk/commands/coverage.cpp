@@ -8,7 +8,7 @@ namespace desk {
 int coverage_command(const report_options& options, std::ostream& out) {
   const judged_run judged = judge(load_run(options));
   show_coverage(judged, standard_output(), out);
-  return exit_status(judged);
+  return status_of(judged, options);
 }
 
 }  // namespace desk

@@ -42,7 +42,7 @@ int format_command(const report_options& options) {
     if (options.of == command::prometheus) show_prometheus(judged, out);
     if (options.of == command::html) show_html(judged, out);
   });
-  return exit_status(judged);
+  return status_of(judged, options);
 }
 
 }  // namespace desk

@@ -49,6 +49,10 @@ std::size_t back_of(const report_options& options, std::size_t runs) {
 
 }  // namespace
 
+int status_of(const judged_run& of, const report_options& options) {
+  return options.when == fail_on::never ? status_nothing_found : exit_status(of);
+}
+
 log_set load_logs(const report_options& options) {
   log_set logs = read_logs(options.logs);
   if (!logs.exception.runs.empty() || !logs.inconsistent.runs.empty()) return logs;

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "desk/commands/options.h"
+#include "desk/judge/judged_run.h"
 #include "desk/model/findings.h"
 #include "desk/model/run.h"
 
@@ -17,6 +18,9 @@ class no_run : public std::runtime_error {
 
 // Throws `no_run`. Anything less is a mark in the run.
 [[nodiscard]] run load_run(const report_options& options);
+
+// The exit status of a command that reads one run, by --fail-on.
+[[nodiscard]] int status_of(const judged_run& of, const report_options& options);
 
 // The logs alone. Throws `no_run`.
 [[nodiscard]] log_set load_logs(const report_options& options);

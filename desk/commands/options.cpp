@@ -13,11 +13,14 @@ constexpr const char* description =
     "tessel-report reads what an audit left and answers: which bundle, which node, since which "
     "layer, how sure, what next.";
 
-constexpr const char* footer = R"(Without a command it shows the summary.
+constexpr const char* footer =
+    R"(Without a command it shows the summary. A RUN is a folder with the logs of an
+audit, where DIR@N means the run with that number in `tessel-report runs`; a
+recorded router; or a report in JSON.
 
 Exit status of every command that reads a run:
   0  Nothing was found, and everything was judged.
-  1  Something was found.
+  1  Something was found: any finding, or what --fail-on names.
   2  The call was wrong, or there is no run to read.
   3  Nothing was found, but something was not judged.)";
 
@@ -26,6 +29,23 @@ std::size_t number_of_run(const std::string& text) {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc{} || end != text.data() + text.size() || number == 0)
     throw command_line::bad_value("not the number of a run; tessel-report runs lists them");
+  return number;
+}
+
+// The operator's words for `fail_on`.
+fail_on fail_on_named(const std::string& word) {
+  if (word == "any") return fail_on::any;
+  if (word == "new") return fail_on::is_new;
+  if (word == "confirmed") return fail_on::confirmed;
+  if (word == "never") return fail_on::never;
+  throw command_line::bad_value("use any, new, confirmed or never");
+}
+
+std::size_t number_of_runs(const std::string& text) {
+  std::size_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc{} || end != text.data() + text.size() || number == 0)
+    throw command_line::bad_value("not a number of runs; the least is 1");
   return number;
 }
 
@@ -78,6 +98,11 @@ void add_input_options(CLI::App& app, report_options& parsed) {
                           "an older run, by its number in `tessel-report runs`; shows its findings "
                           "only, because the snapshot is that of the last run",
                           [&parsed](const auto& text) { parsed.run = number_of_run(text); });
+  command_line::add_value(
+      app, "--fail-on", "FINDINGS",
+      "the findings that make a command end with 1: any, new, confirmed (in all runs that are "
+      "compared), or never. Default: any",
+      [&parsed](const auto& word) { parsed.when = fail_on_named(word); });
   command_line::add_flag(app, "--short", "a line for each cause", parsed.is_short);
   command_line::add_flag(app, "--all", "every cause, bundle and message", parsed.shows_all);
 }
@@ -108,6 +133,59 @@ parsed_commands add_views(CLI::App& app, std::string& word) {
           {&runs, command::runs}};
 }
 
+// The commands that compare runs.
+parsed_commands add_comparisons(CLI::App& app, report_options& parsed) {
+  constexpr const char* comparisons = "Several runs";
+  auto& diff = command_line::add_command(
+      app, "diff", comparisons, "Compare two runs: what is new, changed, persisting, gone");
+  command_line::add_operands(diff, "RUN", "the earlier run, and the later one", 2, parsed.places);
+  auto& confirm = command_line::add_command(
+      app, "confirm", comparisons, "Show what is found in all of several runs, and what moves");
+  command_line::add_operands(confirm, "RUN", "the runs, the oldest first", 2, parsed.places);
+  auto& history = command_line::add_command(
+      app, "history", comparisons,
+      "Keep runs in a store, and show when each finding was seen first and last");
+  command_line::add_operands(history, "RUN",
+                             "the runs to keep. Default: the one that --logs or --capture names", 0,
+                             parsed.places);
+  command_line::add_value(history, "--store", "FILE",
+                          "the store, one SQLite file, which is made if it is missing",
+                          [&parsed](const auto& text) { parsed.store = text; });
+  command_line::add_value(history, "--newest", "N",
+                          "drop all but the newest N runs of the router. Default: keep all",
+                          [&parsed](const auto& text) { parsed.newest = number_of_runs(text); });
+  command_line::add_flag(history, "--only-show", "keep no run, only show the store",
+                         parsed.keeps_nothing);
+  return {{&diff, command::diff}, {&confirm, command::confirm}, {&history, command::history}};
+}
+
+bool compares_runs(command of) {
+  return of == command::diff || of == command::confirm || of == command::history;
+}
+
+// The rules that concern several words of a call.
+void check_together(const CLI::App& app, const report_options& parsed) {
+  const bool compares = parsed.when == fail_on::is_new || parsed.when == fail_on::confirmed;
+  if (compares && !compares_runs(parsed.of))
+    throw command_line::complaint(
+        app, "--fail-on new and confirmed compare runs: use diff, confirm or history");
+  if (parsed.of == command::nagios && parsed.when != fail_on::any)
+    throw command_line::complaint(app, "--fail-on is not for nagios, which has its own statuses");
+  if (parsed.of == command::diff && parsed.places.size() != 2)
+    throw command_line::complaint(app, "two runs are compared; confirm takes more");
+  if (parsed.of == command::confirm && parsed.places.size() < 2)
+    throw command_line::complaint(app, "nothing is confirmed by one run; name two or more");
+  if (!parsed.places.empty() && (parsed.run != 0 || !parsed.journal.empty()))
+    throw command_line::complaint(
+        app, "--run and --journal are for one run; name an older one as DIR@N");
+  if (parsed.of != command::history) return;
+  if (parsed.store.empty())
+    throw command_line::complaint(
+        app, "the option --store FILE is needed, the file that keeps the runs");
+  if (parsed.keeps_nothing && (!parsed.places.empty() || parsed.newest != 0))
+    throw command_line::complaint(app, "--only-show keeps no runs, so it takes none");
+}
+
 }  // namespace
 
 report_options parse_options(const std::vector<std::string>& words) {
@@ -123,6 +201,8 @@ report_options parse_options(const std::vector<std::string>& words) {
   parsed_commands commands = add_views(app, parsed.word);
   const parsed_commands written = add_formats(app, parsed.output);
   commands.insert(commands.end(), written.begin(), written.end());
+  const parsed_commands compared = add_comparisons(app, parsed);
+  commands.insert(commands.end(), compared.begin(), compared.end());
 
   if (auto help = command_line::parse(app, words)) {
     parsed.of = command::help;
@@ -132,6 +212,7 @@ report_options parse_options(const std::vector<std::string>& words) {
   if (version) parsed.of = command::version;
   for (const auto& [one, of] : commands)
     if (one->parsed()) parsed.of = of;
+  if (!version) check_together(app, parsed);
   return parsed;
 }
 

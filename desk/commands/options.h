@@ -21,6 +21,9 @@ enum class command {
   coverage,
   explain,
   runs,
+  diff,
+  confirm,
+  history,
   json,
   junit,
   sarif,
@@ -28,6 +31,9 @@ enum class command {
   nagios,
   html
 };
+
+// Which findings make a command end with 1.
+enum class fail_on { any, is_new, confirmed, never };
 
 struct report_options {
   command of = command::summary;
@@ -37,8 +43,13 @@ struct report_options {
   std::size_t run = 0;  // counted from the oldest, from 1; 0 is the last one
   bool is_short = false;
   bool shows_all = false;
-  std::string output;  // empty: standard output
-  std::string word;    // the operand: a bundle, or a code or line to explain
+  std::string output;               // empty: standard output
+  std::string word;                 // the operand: a bundle, or a code or line to explain
+  std::vector<std::string> places;  // the runs that diff, confirm and history take
+  fail_on when = fail_on::any;
+  std::string store;           // of history
+  std::size_t newest = 0;      // how many runs of a router a store keeps; 0: all
+  bool keeps_nothing = false;  // history only shows
   std::string help;
 };
 

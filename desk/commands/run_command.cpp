@@ -20,6 +20,12 @@ int run_command(const report_options& options, std::ostream& out) {
       return explain_command(options, out);
     case command::runs:
       return runs_command(options, out);
+    case command::diff:
+      return diff_command(options, out);
+    case command::confirm:
+      return confirm_command(options, out);
+    case command::history:
+      return history_command(options, out);
     case command::json:
     case command::junit:
     case command::sarif:

@@ -9,7 +9,7 @@ namespace desk {
 int summary_command(const report_options& options, std::ostream& out) {
   const judged_run judged = judge(load_run(options));
   show_summary(judged, {options.is_short, options.shows_all}, standard_output(), out);
-  return exit_status(judged);
+  return status_of(judged, options);
 }
 
 }  // namespace desk

@@ -204,6 +204,7 @@ void note_gap(run& into, const channel_log& log, finding_kind kind) {
   into.counts[kind] = std::max<std::size_t>(into.counts[kind], last);
   // A MAC of Jericho2 took a number, but no line of this log.
   if (first <= 1 + (kind == finding_kind::programming ? without_number : 0)) return;
+  into.cut_logs.push_back(log.name);
   into.marks.push_back(fmt::format("{}: {} {} rotated away, the log keeps the newest only",
                                    log.name, first == 2 ? "1" : fmt::format("1 to {}", first - 1),
                                    first == 2 ? "was" : "were"));

@@ -185,6 +185,7 @@ struct run {
   std::vector<std::string> debug_notes;  // of the audit itself, from the debug log
   std::vector<std::string> complaints;   // of the tools, from the debug log
   std::vector<std::string> lost_logs;    // of messages, which could not be read or were not written
+  std::vector<std::string> cut_logs;     // of messages, whose oldest ones were rotated away
   std::vector<std::string> unwritten;    // logs that are there, without a start of this run
   bool is_last = true;  // of the runs in its logs: only the last one has a snapshot
   bool has_snapshot = false;
