@@ -1,6 +1,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
+#include <string>
 
 #include "desk/commands/commands.h"
 #include "desk/commands/load.h"
@@ -23,14 +25,24 @@ run_record record_to_keep(const std::string& place, const report_options& option
   return made;
 }
 
-void keep_runs(run_store& store, const report_options& options) {
+// Returns whose runs they are.
+std::set<std::string> keep_runs(run_store& store, const report_options& options) {
+  std::set<std::string> routers;
   std::vector<std::string> places = options.places;
   if (places.empty()) places.push_back(options.capture.empty() ? options.logs : options.capture);
   for (const std::string& place : places) {
     const run_record run = record_to_keep(place, options);
     store.keep(run);
     if (options.newest != 0) store.drop_old(run.router, options.newest);
+    routers.insert(run.router);
   }
+  return routers;
+}
+
+std::set<std::string> routers_to_show(const run_store& store, const report_options& options) {
+  if (!options.router.empty()) return {options.router};
+  const auto all = store.routers();
+  return {all.begin(), all.end()};
 }
 
 // Something found outranks something not judged.
@@ -44,18 +56,19 @@ int worse(int one, int other) {
 int history_command(const report_options& options, std::ostream& out) {
   run_store store(options.store,
                   options.keeps_nothing ? run_store::access::read : run_store::access::write);
-  if (!options.keeps_nothing) keep_runs(store, options);
+  const std::set<std::string> routers =
+      options.keeps_nothing ? routers_to_show(store, options) : keep_runs(store, options);
   int worst = status_nothing_found;
   bool is_first = true;
-  for (const std::string& router : store.routers()) {
+  for (const std::string& router : routers) {
     const series all = track(store.runs_of(router));
-    if (all.runs.empty()) continue;  // dropped by another program in the meantime
+    if (all.runs.empty()) continue;
     if (!is_first) out << '\n';
     is_first = false;
     show_history(all, {options.is_short, options.shows_all}, standard_output(), out);
     worst = worse(worst, status_of(all, options.when, counted_runs::the_last));
   }
-  if (is_first) out << "The store has no runs.\n";
+  if (is_first) out << "The store has no runs of it.\n";
   return worst;
 }
 

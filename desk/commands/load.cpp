@@ -83,6 +83,7 @@ run load_run(const report_options& options) {
   run of;
   of.is_last = back == 0;
   of.origin = options.logs;
+  of.router = options.router;
   if (back == 0) {
     try {
       read_layers(of, fmt::format("{}/{}", options.logs, debug_log));

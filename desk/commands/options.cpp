@@ -1,5 +1,8 @@
 #include "desk/commands/options.h"
 
+#include <unistd.h>
+
+#include <array>
 #include <charconv>
 #include <utility>
 
@@ -49,6 +52,14 @@ std::size_t number_of_runs(const std::string& text) {
   return number;
 }
 
+// The machine's own, or nothing if it has none that tells it from others.
+std::string host_name() {
+  std::array<char, 256> name{};
+  if (::gethostname(name.data(), name.size() - 1) != 0) return {};
+  const std::string found = name.data();
+  return found == "(none)" || found == "localhost" ? std::string() : found;
+}
+
 struct format_command {
   const char* name;
   command of;
@@ -81,10 +92,22 @@ parsed_commands add_formats(CLI::App& app, std::string& output) {
   return added;
 }
 
+// Logs that nobody named are those of this machine, so its name is the router's.
+void name_router(const CLI::App& app, report_options& parsed) {
+  for (const char* option : {"--router", "--logs", "--capture"})
+    if (app.count(option) != 0) return;
+  const bool names_runs = !parsed.places.empty() || parsed.keeps_nothing;
+  if (!names_runs) parsed.router = host_name();
+}
+
 void add_input_options(CLI::App& app, report_options& parsed) {
   command_line::add_value(app, "--logs", "DIR",
                           "the folder with the logs of the audit. Default: /var/log",
                           [&parsed](const auto& text) { parsed.logs = text; });
+  command_line::add_value(app, "--router", "NAME",
+                          "the name of the router in what is written. Default: the name of this "
+                          "machine if the logs are its own, otherwise none",
+                          [&parsed](const auto& text) { parsed.router = text; });
   command_line::add_value(
       app, "--capture", "FILE",
       "a recorded router, as a folder or packed, instead of logs: it is audited "
@@ -209,6 +232,7 @@ report_options parse_options(const std::vector<std::string>& words) {
     parsed.help = std::move(*help);
     return parsed;
   }
+  name_router(app, parsed);
   if (version) parsed.of = command::version;
   for (const auto& [one, of] : commands)
     if (one->parsed()) parsed.of = of;

@@ -39,6 +39,7 @@ struct report_options {
   command of = command::summary;
   std::string logs = "/var/log";
   std::string capture;  // empty: none
+  std::string router;   // its name, which the formats show; empty: none
   std::string journal;  // empty: tessel_journal.jsonl in that folder, if there is one
   std::size_t run = 0;  // counted from the oldest, from 1; 0 is the last one
   bool is_short = false;

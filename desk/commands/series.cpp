@@ -47,7 +47,11 @@ judged_run load_judged(std::string place, const report_options& options) {
   take_number(of_run, place);
   std::error_code error;
   if (fs::is_regular_file(place, error)) {
-    if (is_report(place)) return read_report(place);
+    if (is_report(place)) {
+      judged_run read = read_report(place);
+      if (!options.router.empty()) read.of.router = options.router;
+      return read;
+    }
     of_run.capture = place;
   } else if (fs::exists(fs::path(place) / "manifest", error)) {
     of_run.capture = place;

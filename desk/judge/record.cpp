@@ -99,6 +99,7 @@ void take_findings_of(intake& in) {
 
 run_record record_of(const judged_run& of) {
   run_record made;
+  made.router = of.of.router;
   made.origin = of.of.origin;
   made.started = of.of.started;
   made.end = of.of.end;

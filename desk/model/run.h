@@ -168,6 +168,7 @@ struct run {
   std::string started;  // as in the logs, empty if unknown
   std::string router_type;
   std::string origin;  // the folder or the capture that was read
+  std::string router;  // its name, empty if nobody said it
   run_end end = run_end::unknown;
   std::vector<std::string> marks;  // what is partial, lost or not understood, a sentence each
   std::vector<node> nodes;

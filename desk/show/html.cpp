@@ -48,7 +48,8 @@ std::string sentence_for(const judged_run& of) {
 }
 
 std::string name_of(const run& of) {
-  return of.origin.empty() ? std::string("a router") : html(of.origin);
+  const std::string& name = of.router.empty() ? of.origin : of.router;
+  return name.empty() ? std::string("a router") : html(name);
 }
 
 void show_start(const judged_run& of, std::ostream& out) {
@@ -73,6 +74,7 @@ void show_header(const judged_run& of, std::ostream& out) {
       "<p class=\"verdict {}\"><span aria-hidden=\"true\">{}</span><span>{}</span></p>\n"
       "<dl class=\"facts\">\n",
       name_of(of.of), shown.css, shown.sign, html(sentence_for(of)));
+  if (!of.of.router.empty()) show_fact("Read from", of.of.origin, out);
   show_fact("Router type", of.of.router_type, out);
   show_fact("Started", of.of.started, out);
   if (const auto seconds = seconds_of(of.of))

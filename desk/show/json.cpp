@@ -158,6 +158,7 @@ void show_run(const run& of, json_lines& lines) {
   lines.value("format", format_version);
   lines.value("program", {{"name", "tessel-report"}, {"version", TESSEL_VERSION}});
   lines.value("origin", json_text(of.origin));
+  lines.value("router", json_text_or_null(of.router));
   lines.value("router_type", json_text_or_null(of.router_type));
   lines.value("started", json_text_or_null(of.started));
   const auto seconds = seconds_of(of);

@@ -163,6 +163,11 @@ std::string time_stamp(const run& of) {
   return fmt::format(" timestamp=\"{}\"", time);
 }
 
+std::string name_of(const run& of) {
+  if (!of.router.empty()) return of.router;
+  return of.origin.empty() ? "router" : of.origin;
+}
+
 }  // namespace
 
 void show_junit(const judged_run& of, std::ostream& out) {
@@ -173,9 +178,8 @@ void show_junit(const judged_run& of, std::ostream& out) {
   const std::string time = seconds ? fmt::format(" time=\"{:.3f}\"", *seconds) : "";
   out << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
       << fmt::format("<testsuites name=\"tessel\" {}{}>\n", figures, time)
-      << fmt::format("  <testsuite name=\"{}\" {} skipped=\"{}\"{}{}>\n",
-                     xml(of.of.origin.empty() ? "router" : of.of.origin), figures,
-                     count(cases, outcome::skipped), time, time_stamp(of.of));
+      << fmt::format("  <testsuite name=\"{}\" {} skipped=\"{}\"{}{}>\n", xml(name_of(of.of)),
+                     figures, count(cases, outcome::skipped), time, time_stamp(of.of));
   for (const auto& each : cases) show_case(each, out);
   out << "  </testsuite>\n</testsuites>\n";
 }

@@ -293,6 +293,7 @@ keys_of_report plain_keys() {
       {"format", value([](judged_run&, const json& of) { take_format(of); })},
       {"program", value([](judged_run&, const json& of) { take_program(of); })},
       {"origin", value([](judged_run& to, const json& of) { to.of.origin = text_of(of); })},
+      {"router", value([](judged_run& to, const json& of) { to.of.router = text_or_empty(of); })},
       {"router_type",
        value([](judged_run& to, const json& of) { to.of.router_type = text_or_empty(of); })},
       {"started", value([](judged_run& to, const json& of) { to.of.started = text_or_empty(of); })},

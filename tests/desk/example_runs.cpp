@@ -217,6 +217,7 @@ judged_run healthy_run() {
 
 judged_run run_with_faults() {
   judged_run made = run_with_nodes(4);
+  made.of.router = "core-7";
   for (const auto* name : {"BE1", "BE2", "BE10", "BE20"}) add_bundle(made, name, verdict::agrees);
   add_lif_fault(made, "BE1", 4, 2);
   const auto lost = add_finding(
@@ -279,6 +280,7 @@ judged_run hostile_run() {
     const string& one = texts[i];
     const string& other = texts[(i + 3) % texts.size()];
     made.of.origin += one;
+    made.of.router += other;
     add_node(made.of, one);
     made.of.nodes.back().npus = {one, other};
     made.of.nodes.back().asic = one;

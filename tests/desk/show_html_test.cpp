@@ -43,6 +43,16 @@ TEST(html_view, says_in_one_sentence_how_the_run_ended) {
   EXPECT_THAT(shown(stale), HasSubstr("<span>3 bundles agree; one other thing to look at.</span>"));
 }
 
+TEST(html_view, goes_by_the_name_of_the_router) {
+  const auto named = shown(run_with_faults());
+  EXPECT_THAT(named, HasSubstr("<title>Link bundles of core-7</title>"));
+  EXPECT_THAT(named, HasSubstr("<h1>Link bundles of <bdi>core-7</bdi></h1>"));
+  EXPECT_THAT(named, HasSubstr("<dt>Read from</dt><dd>/var/log/audit</dd>"));
+  const auto nameless = shown(healthy_run());
+  EXPECT_THAT(nameless, HasSubstr("<title>Link bundles of /var/log/audit</title>"));
+  EXPECT_THAT(nameless, Not(HasSubstr("Read from")));
+}
+
 TEST(html_view, shows_each_cause_before_the_bundles) {
   const auto page = shown(run_with_faults());
   const auto why = part_of(page, "id=\"c0\"", "</article>");

@@ -31,10 +31,10 @@ TEST(json_view, has_its_keys_in_a_fixed_order) {
   const json run = shown(run_that_stopped());
   for (const auto& [key, value] : run.items()) keys.push_back(key);
   EXPECT_THAT(
-      keys, testing::ElementsAre("format", "program", "origin", "router_type", "started", "seconds",
-                                 "end", "last", "read", "marks", "debug_notes", "complaints",
-                                 "counts", "nodes", "wholly_judged", "bundles", "causes",
-                                 "findings", "unexplained", "coverage"));
+      keys, testing::ElementsAre("format", "program", "origin", "router", "router_type", "started",
+                                 "seconds", "end", "last", "read", "marks", "debug_notes",
+                                 "complaints", "counts", "nodes", "wholly_judged", "bundles",
+                                 "causes", "findings", "unexplained", "coverage"));
 }
 
 TEST(json_view, shows_the_run) {
@@ -42,6 +42,7 @@ TEST(json_view, shows_the_run) {
   EXPECT_EQ(run["format"], 1);
   EXPECT_EQ(run["program"]["name"], "tessel-report");
   EXPECT_EQ(run["origin"], "/var/log/audit");
+  EXPECT_EQ(run["router"], "core-7");
   EXPECT_EQ(run["started"], "2026-11-22 11:01:03,219");
   EXPECT_EQ(run["seconds"], 12.5);
   EXPECT_EQ(run["end"], "complete");
@@ -104,6 +105,7 @@ TEST(json_view, shows_what_is_not_known_as_null) {
   EXPECT_EQ(run["started"], nullptr);
   EXPECT_EQ(run["seconds"], nullptr);
   EXPECT_EQ(run["router_type"], nullptr);
+  EXPECT_EQ(run["router"], nullptr);
   auto unplaced = run_with_faults();
   unplaced.of.findings[0].line = 0;
   unplaced.of.findings[0].number.reset();

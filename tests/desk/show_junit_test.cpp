@@ -71,6 +71,10 @@ TEST(junit, fails_each_bundle_that_differs_with_its_causes_and_findings) {
   EXPECT_THAT(text, HasSubstr("name=\"BE20\"/>\n"));
 }
 
+TEST(junit, goes_by_the_name_of_the_router) {
+  EXPECT_THAT(shown(run_with_faults()), HasSubstr("<testsuite name=\"core-7\" "));
+}
+
 TEST(junit, fails_for_what_belongs_to_no_bundle) {
   const auto text = shown(run_with_faults());
   EXPECT_THAT(text, HasSubstr("<testcase classname=\"tessel.router\" name=\"An entry that nothing "
