@@ -6,6 +6,7 @@
 #include <array>
 #include <charconv>
 #include <chrono>
+#include <span>
 #include <tuple>
 
 #include "desk/model/catalogue.h"
@@ -124,11 +125,27 @@ std::array<const channel_log*, logs_of_a_run> all_of(const log_set& logs) {
   return {&logs.exception, &logs.inconsistent, &logs.programming, &logs.delay_delete, &logs.health};
 }
 
+struct start {
+  std::string_view time;
+  std::size_t log;
+  const log_run* of;
+  std::size_t number;  // among the starts of this log, from the oldest
+};
+
 // A run starts all its logs at about the same time; a log that has a start already begins the next.
-bool is_same_start(const run_in_logs& one, std::size_t log, std::string_view started) {
+// So does one that comes with it: bundle health is written anew by each run, and has only the last
+// start.
+bool is_same_start(const run_in_logs& one, std::span<const start> next) {
   constexpr std::int64_t longest = 2000;
-  return one.in[log] == nullptr &&
-         milliseconds_of(started) - milliseconds_of(one.started) <= longest;
+  const start& of = next.front();
+  const std::int64_t time = milliseconds_of(of.time);
+  const std::int64_t distance = time - milliseconds_of(one.started);
+  if (one.in[of.log] != nullptr || distance > longest) return false;
+  for (const start& other : next.subspan(1)) {
+    if (milliseconds_of(other.time) - time >= distance) return true;
+    if (one.in[other.log] != nullptr) return false;
+  }
+  return true;
 }
 
 // Where a log begins with a run whose start line was rotated away, that is the one before its
@@ -148,12 +165,6 @@ void add_unstarted(std::vector<run_in_logs>& runs, const log_set& logs) {
 // The oldest first. Each run writes its start into each log, but a log may have overflowed, or
 // there was no room for it.
 std::vector<run_in_logs> runs_in(const log_set& logs) {
-  struct start {
-    std::string_view time;
-    std::size_t log;
-    const log_run* of;
-    std::size_t number;  // among the starts of this log, from the oldest
-  };
   std::vector<start> starts;
   const auto all = all_of(logs);
   for (std::size_t log = 0; log < all.size(); ++log)
@@ -165,8 +176,9 @@ std::vector<run_in_logs> runs_in(const log_set& logs) {
     return std::tie(a.time, a.number) < std::tie(b.time, b.number);
   });
   std::vector<run_in_logs> runs;
-  for (const start& one : starts) {
-    if (runs.empty() || !is_same_start(runs.back(), one.log, one.time))
+  for (std::size_t i = 0; i < starts.size(); ++i) {
+    const start& one = starts[i];
+    if (runs.empty() || !is_same_start(runs.back(), std::span(starts).subspan(i)))
       runs.push_back({std::string(one.time), {}});
     runs.back().in[one.log] = one.of;
   }

@@ -118,6 +118,21 @@ TEST_F(logs_of_a_test, runs_that_follow_at_once_are_not_one) {
 }
 
 // The clock was set back.
+// Each run writes the log of bundle health anew.
+TEST_F(logs_of_a_test, a_log_with_the_last_start_only_is_of_the_last_run) {
+  const std::string first = start("2026-11-22 11:00:00,000");
+  const std::string second = start("2026-11-22 11:00:00,400");
+  for (const char* log : {"exception", "inconsistencies", "programming_error", "delay_delete"})
+    write(log, first + second);
+  for (const char* time : {"2026-11-22 11:00:00,398", "2026-11-22 11:00:00,400"}) {
+    write("bundle_health", start(time) + line("Bundle-Ether7: out of step"));
+    EXPECT_EQ(starts_of(read_logs(folder)).size(), 2U) << time;
+    EXPECT_EQ(last_run().findings.size(), 1U) << time;
+    EXPECT_THAT(last_run().lost_logs, IsEmpty()) << time;
+    EXPECT_THAT(last_run(1).findings, IsEmpty()) << time;
+  }
+}
+
 TEST_F(logs_of_a_test, runs_of_the_same_time_are_not_one) {
   for (const char* log : {"exception", "inconsistencies", "programming_error", "delay_delete"})
     write(log, start() + start());
