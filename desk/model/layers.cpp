@@ -79,7 +79,7 @@ struct intake {
 void take_member_record(intake& in, dump_path path, std::string_view value) {
   const std::size_t member = in.into.object_at(object_kind::member, path[0], path[4]);
   in.into.objects[member].is_configured = true;
-  const std::string& name = path[5];
+  const std::string_view name = path[5];
   const std::int16_t node = in.node_of(path[3]);
   if (name == "npu_id") in.set(member, field::npu, source::l1port, node, no_place, value);
   if (name == "mtu") in.set(member, field::mtu, source::interfaces, no_place, no_place, value);
@@ -94,7 +94,7 @@ void take_member_record(intake& in, dump_path path, std::string_view value) {
 void take_sub_record(intake& in, dump_path path, std::string_view value) {
   const std::size_t sub = in.into.object_at(object_kind::sub_bundle, path[0], path[3]);
   in.into.objects[sub].is_configured = true;
-  const std::string& name = path[4];
+  const std::string_view name = path[4];
   if (name == "ifh") in.set(sub, field::handle, source::interface_db, no_place, no_place, value);
   if (name == "is_l2")
     in.set(sub, field::type, source::running_config, no_place, no_place,
@@ -106,7 +106,7 @@ void take_sub_record(intake& in, dump_path path, std::string_view value) {
 
 void take_bundle_record(intake& in, dump_path path, std::string_view value) {
   if (path.size() < 3) return;  // "hqos"
-  const std::string& name = path[2];
+  const std::string_view name = path[2];
   if (name == "members") {
     if (path.size() >= 6) take_member_record(in, path, value);
     return;
@@ -211,7 +211,7 @@ void take_chip(intake& in, dump_path path, std::string_view value) {
   if (path.size() < 4) return;
   const std::int16_t node = in.node_of(path[0]);
   const std::int16_t npu = npu_in(path[1]);
-  const std::string& table = path[2];
+  const std::string_view table = path[2];
   const auto member = [&](std::string_view of) {
     in.by_lag.push_back({in.keep_key(lag_id_in(path[3])),
                          in.keep(of),
@@ -247,7 +247,7 @@ void take_node(intake& in, dump_path path, std::string_view value) {
   const std::int16_t index = in.node_of(path[0]);
   if (index == no_place) return;
   node& at = in.into.nodes[static_cast<std::size_t>(index)];
-  const std::string& name = path[1];
+  const std::string_view name = path[1];
   const std::string known(value == unset ? "" : value);
   if (name == "nodeip") at.address = known == "None" ? "" : known;
   if (name == "asic") at.asic = known;

@@ -32,23 +32,37 @@ int opened(const std::string& path) {
 }  // namespace
 
 byte_source::byte_source(const std::string& path)
-    : path_(path), descriptor_(opened(path)), buffer_(buffer_size) {}
+    : path_(path), descriptor_(opened(path)), buffer_(buffer_size + slack) {}
 
 byte_source::~byte_source() {
   ::close(descriptor_);
 }
 
+void byte_source::read_behind() {
+  ssize_t read = 0;
+  do {
+    read = ::read(descriptor_, buffer_.data() + to_, buffer_.size() - slack - to_);
+  } while (read < 0 && errno == EINTR);
+  if (read < 0) cannot_read(path_, std::strerror(errno));
+  to_ += static_cast<std::size_t>(read);
+}
+
 std::string_view byte_source::at_hand() {
   if (from_ == to_) {
-    ssize_t read = 0;
-    do {
-      read = ::read(descriptor_, buffer_.data(), buffer_.size());
-    } while (read < 0 && errno == EINTR);
-    if (read < 0) cannot_read(path_, std::strerror(errno));
-    from_ = 0;
-    to_ = static_cast<std::size_t>(read);
+    from_ = to_ = 0;
+    read_behind();
   }
   return {buffer_.data() + from_, to_ - from_};
+}
+
+std::string_view byte_source::more_at_hand() {
+  const std::size_t kept = to_ - from_;
+  std::memmove(buffer_.data(), buffer_.data() + from_, kept);
+  from_ = 0;
+  to_ = kept;
+  if (2 * kept > buffer_.size()) buffer_.resize(2 * buffer_.size());
+  read_behind();
+  return {buffer_.data(), to_};
 }
 
 bool file_exists(const std::string& path) {

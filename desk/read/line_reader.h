@@ -25,10 +25,18 @@ class byte_source {
 
   // The bytes that are at hand, at least one unless the file has ended. Throws `read_error`.
   [[nodiscard]] std::string_view at_hand();
+  // The same bytes and at least one behind them; nothing behind them if the file has ended. What
+  // was a view of them before is none any more. Throws `read_error`.
+  [[nodiscard]] std::string_view more_at_hand();
   // Leaves out the first of them.
   void skip(std::size_t bytes) { from_ += bytes; }
 
+  // So many bytes behind those at hand can be read as well; what they are is nobody's business.
+  static constexpr std::size_t slack = 32;
+
  private:
+  void read_behind();
+
   std::string path_;
   int descriptor_;
   std::vector<char> buffer_;

@@ -17,8 +17,9 @@
 
 namespace desk {
 
-// The keys from the outermost map to the value; an element of a list has the empty key.
-using dump_path = std::span<const std::string>;
+// The keys from the outermost map to the value; an element of a list has the empty key. They last
+// as long as the call.
+using dump_path = std::span<const std::string_view>;
 
 struct dump_taker {
   // A text, number or other plain value, as text. A number has its own digits.

@@ -6,50 +6,25 @@
 #include <cstdint>
 #include <iterator>
 
+#include "desk/model/utf8.h"
+
 namespace desk {
 
 namespace {
 
-constexpr std::string_view replacement = "\xef\xbf\xbd";
-constexpr std::uint32_t replacement_code = 0xfffd;
+constexpr std::string_view replacement = replacement_character;
 
 struct character {
   std::uint32_t code = replacement_code;
   std::string_view bytes = replacement;
 };
 
-struct lead {
-  std::size_t length = 0;   // of the sequence; 0: no sequence starts like this
-  std::uint32_t bits = 0;   // that the first byte contributes
-  std::uint32_t least = 0;  // a smaller code has a shorter sequence
-};
-
-lead lead_of(unsigned char first) {
-  if (first < 0x80U) return {1, first, 0};
-  if ((first & 0xe0U) == 0xc0U) return {2, first & 0x1fU, 0x80};
-  if ((first & 0xf0U) == 0xe0U) return {3, first & 0x0fU, 0x800};
-  if ((first & 0xf8U) == 0xf0U) return {4, first & 0x07U, 0x10000};
-  return {};
-}
-
 // Takes the first character off a text that is not empty; of a broken one only its first byte.
 character take_character(std::string_view& rest) {
-  const lead start = lead_of(static_cast<unsigned char>(rest.front()));
-  std::uint32_t code = start.bits;
-  bool is_whole = start.length != 0 && start.length <= rest.size();
-  for (std::size_t i = 1; is_whole && i < start.length; ++i) {
-    const auto next = static_cast<unsigned char>(rest[i]);
-    is_whole = (next & 0xc0U) == 0x80U;
-    code = code << 6U | (next & 0x3fU);
-  }
-  const bool is_surrogate = code >= 0xd800 && code <= 0xdfff;
-  if (!is_whole || code < start.least || code > 0x10ffff || is_surrogate) {
-    rest.remove_prefix(1);
-    return {};
-  }
-  const std::string_view bytes = rest.substr(0, start.length);
-  rest.remove_prefix(start.length);
-  return {code, bytes};
+  const utf8_character first = first_character(rest);
+  const std::string_view bytes = rest.substr(0, first.length);
+  rest.remove_prefix(first.is_valid ? first.length : 1);
+  return first.is_valid ? character{first.code, bytes} : character{};
 }
 
 bool is_control(std::uint32_t code) {

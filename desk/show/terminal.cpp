@@ -6,29 +6,13 @@
 #include <cstdlib>
 
 #include "command_line/one_line.h"
+#include "desk/model/utf8.h"
 
 namespace desk {
 
 namespace {
 
 constexpr std::size_t narrowest = 40;
-
-bool continues(char c) {
-  return (static_cast<unsigned char>(c) & 0xC0U) == 0x80;
-}
-
-std::size_t length_of_character(std::string_view text) {
-  const auto lead = static_cast<unsigned char>(text.front());
-  const std::size_t wanted = lead < 0x80    ? 1
-                             : lead >= 0xF0 ? 4
-                             : lead >= 0xE0 ? 3
-                             : lead >= 0xC2 ? 2
-                                            : 0;
-  if (wanted == 0 || wanted > text.size() || lead > 0xF4) return 0;
-  for (std::size_t i = 1; i < wanted; ++i)
-    if (!continues(text[i])) return 0;
-  return wanted;
-}
 
 std::string_view code_of(tone in) {
   switch (in) {
@@ -69,12 +53,12 @@ std::string toned(const terminal& on, tone in, std::string_view text) {
 std::string printable(std::string_view text) {
   std::string clean;
   while (!text.empty()) {
-    const std::size_t length = length_of_character(text);
+    const utf8_character one = first_character(text);
     // The control characters of the second block can steer a terminal, too.
-    const bool is_control =
-        length == 2 && text[0] == '\xC2' && static_cast<unsigned char>(text[1]) < 0xA0;
-    clean.append(length == 0 || is_control ? "\xEF\xBF\xBD" : text.substr(0, length));
-    text.remove_prefix(length == 0 ? 1 : length);
+    const bool is_control = one.code >= 0x80 && one.code < 0xA0;
+    const std::size_t length = one.is_valid ? one.length : 1;
+    clean.append(is_control || !one.is_valid ? replacement_character : text.substr(0, length));
+    text.remove_prefix(length);
   }
   return command_line::one_line(clean);
 }
@@ -103,7 +87,7 @@ std::string wrapped(std::string_view text, std::size_t width, std::size_t indent
 std::size_t columns_of(std::string_view text) {
   std::size_t columns = 0;
   for (const char c : text)
-    if (!continues(c)) ++columns;
+    if (!continues_character(c)) ++columns;
   return columns;
 }
 

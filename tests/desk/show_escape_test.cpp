@@ -5,6 +5,7 @@
 
 #include <random>
 
+#include "desk/show/terminal.h"
 #include "tests/desk/example_runs.h"
 
 namespace desk {
@@ -35,6 +36,15 @@ TEST(escape, replaces_each_byte_that_is_no_utf8) {
   EXPECT_EQ(utf8("\xc3("), broken + "(");
   EXPECT_EQ(utf8("\xf4\x8f\xbf\xbf"), "\xf4\x8f\xbf\xbf") << "the last code";
   EXPECT_EQ(utf8("a\0b"s), "a\0b"s);
+}
+
+TEST(escape, a_terminal_gets_no_byte_that_is_no_utf8) {
+  EXPECT_EQ(printable("a\xc3\xbc\xe2\x82\xac\xf0\x9f\x8c\x8d"),
+            "a\xc3\xbc\xe2\x82\xac\xf0\x9f\x8c\x8d");
+  EXPECT_EQ(printable("\xe0\x9f\xbf"), broken + broken + broken) << "too long for its code";
+  EXPECT_EQ(printable("\xed\xa0\x80"), broken + broken + broken) << "half of a pair";
+  EXPECT_EQ(printable("\xf4\x90\x80\x80"), broken + broken + broken + broken);
+  EXPECT_EQ(printable("\xc2\x9b"), broken) << "a control character";
 }
 
 TEST(escape, xml_has_no_character_that_it_forbids) {

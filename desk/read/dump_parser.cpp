@@ -1,0 +1,432 @@
+#include "desk/read/dump_parser.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "desk/model/utf8.h"
+
+namespace desk {
+
+namespace {
+
+// A tool's whole output may be one text. What is longer comes from nothing that the audit reads.
+constexpr std::size_t longest_value = std::size_t{32} << 20U;
+
+constexpr std::uint64_t ones = 0x0101010101010101U;
+constexpr std::uint64_t high = 0x80 * ones;
+
+std::uint64_t eight_bytes(const char* from) {
+  std::uint64_t bytes = 0;
+  std::memcpy(&bytes, from, sizeof bytes);
+  return bytes;
+}
+
+// Not 0 if a byte is a quote, a backslash, a control character or no ASCII; then the lowest bit is
+// in the first such byte.
+std::uint64_t odd_bytes_in(std::uint64_t bytes) {
+  const std::uint64_t quote = bytes ^ ones * '"';
+  const std::uint64_t backslash = bytes ^ ones * '\\';
+  const std::uint64_t control = bytes - 0x20 * ones;
+  return ((quote - ones) | (backslash - ones) | control | bytes) & high;
+}
+
+std::size_t first_marked(std::uint64_t bits) {
+  return static_cast<std::size_t>(std::countr_zero(bits)) / 8;
+}
+
+bool is_blank(char c) {
+  return c == ' ' || c == '\n' || c == '\t' || c == '\r';
+}
+
+bool is_digit(int c) {
+  return c >= '0' && c <= '9';
+}
+
+int value_of_hex(int c) {
+  if (is_digit(c)) return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+void append_code(std::string& to, std::uint32_t code) {
+  const auto put = [&to](std::uint32_t byte) { to += static_cast<char>(byte); };
+  if (code < 0x80) return put(code);
+  if (code < 0x800) {
+    put(0xc0U | code >> 6U);
+  } else if (code < 0x10000) {
+    put(0xe0U | code >> 12U);
+    put(0x80U | (code >> 6U & 0x3fU));
+  } else {
+    put(0xf0U | code >> 18U);
+    put(0x80U | (code >> 12U & 0x3fU));
+    put(0x80U | (code >> 6U & 0x3fU));
+  }
+  put(0x80U | (code & 0x3fU));
+}
+
+}  // namespace
+
+dump_parser::dump_parser(byte_source& from, std::string_view label, const dump_taker& taker)
+    : from_(from), label_(label), taker_(taker) {
+  const std::string_view bytes = from_.at_hand();
+  begin_ = at_ = bytes.data();
+  end_ = begin_ + bytes.size();
+}
+
+// ---- Bytes --------------------------------------------------------------------------------------
+
+// Keys that are views of the bytes at hand must outlive them.
+void dump_parser::keep_keys() {
+  for (std::size_t i = 0; i < depth_; ++i) {
+    if (keys_[i].data() == kept_[i].data()) continue;
+    kept_[i].assign(keys_[i]);
+    keys_[i] = kept_[i];
+  }
+}
+
+// The next bytes, when all are read. False at the end of the file.
+bool dump_parser::fill() {
+  keep_keys();
+  from_.skip(static_cast<std::size_t>(end_ - begin_));
+  const std::string_view bytes = from_.at_hand();
+  begin_ = at_ = bytes.data();
+  end_ = begin_ + bytes.size();
+  return !bytes.empty();
+}
+
+// More bytes behind those of a token that has begun.
+bool dump_parser::fill_behind(const char*& token) {
+  keep_keys();
+  from_.skip(static_cast<std::size_t>(token - begin_));
+  const auto length = static_cast<std::size_t>(end_ - token);
+  const std::string_view bytes = from_.more_at_hand();
+  begin_ = token = bytes.data();
+  at_ = begin_ + length;
+  end_ = begin_ + bytes.size();
+  return bytes.size() != length;
+}
+
+// The next byte, -1 at the end of the file.
+inline int dump_parser::peek() {
+  if (at_ == end_ && !fill()) return -1;
+  return static_cast<unsigned char>(*at_);
+}
+
+// Takes it as well; of a character that is no ASCII all of it.
+inline int dump_parser::take() {
+  const int byte = peek();
+  if (byte < 0x80)
+    at_ += byte >= 0 ? 1 : 0;
+  else
+    (void)take_character();
+  return byte;
+}
+
+// Over the blanks that indent a line.
+inline void dump_parser::skip_blanks() {
+  constexpr std::uint64_t blanks = ones * ' ';
+  while (at_ < end_) {
+    const std::uint64_t other = eight_bytes(at_) ^ blanks;
+    if (other == 0) {
+      at_ += sizeof other;
+      continue;
+    }
+    at_ += first_marked(other);
+    break;
+  }
+  at_ = std::min(at_, end_);
+}
+
+// Over the bytes of a text that stand for themselves.
+inline void dump_parser::skip_plain() {
+  while (at_ < end_) {
+    const std::uint64_t odd = odd_bytes_in(eight_bytes(at_));
+    if (odd == 0) {
+      at_ += sizeof odd;
+      continue;
+    }
+    at_ += first_marked(odd);
+    break;
+  }
+  at_ = std::min(at_, end_);
+}
+
+// Takes the first byte behind the white space; 0 at the end of the file.
+inline char dump_parser::next_token() {
+  do {
+    while (at_ != end_) {
+      const char byte = *at_++;
+      if (!is_blank(byte)) return byte;
+      if (byte == '\n') skip_blanks();
+    }
+  } while (fill());
+  return 0;
+}
+
+// ---- Texts --------------------------------------------------------------------------------------
+
+// What is between the quotes, of which the first one is taken. The view lasts until the next bytes.
+inline bool dump_parser::read_text(std::string_view& text) {
+  const char* token = at_;
+  for (;;) {
+    skip_plain();
+    if (at_ != end_) break;
+    const bool is_too_long = static_cast<std::size_t>(end_ - token) > longest_value;
+    if (is_too_long || !fill_behind(token)) return false;
+  }
+  if (*at_ != '"') return read_odd_text(token, text);
+  text = {token, static_cast<std::size_t>(at_ - token)};
+  ++at_;
+  return true;
+}
+
+// The same for a text with escapes, with bytes above ASCII or with forbidden ones.
+bool dump_parser::read_odd_text(const char* token, std::string_view& text) {
+  text_.assign(token, at_);
+  while (text_.size() <= longest_value) {
+    const int byte = peek();
+    if (byte == '"') {
+      ++at_;
+      text = text_;
+      return true;
+    }
+    if (byte >= 0x80) {
+      text_ += take_character();
+      continue;
+    }
+    if (byte == '\\') {
+      ++at_;
+      if (!read_escape()) return false;
+      continue;
+    }
+    if (byte < 0x20) {
+      (void)take();
+      return false;
+    }
+    const char* const plain = at_;
+    skip_plain();
+    text_.append(plain, at_);
+  }
+  return false;
+}
+
+// A character of several bytes, or U+FFFD.
+std::string_view dump_parser::take_character() {
+  static constexpr std::size_t longest = 4;
+  const std::size_t wanted = length_from_lead(*at_);
+  kept_character_[0] = *at_++;
+  std::size_t length = 1;
+  while (length < std::min(wanted, longest)) {
+    const int byte = peek();
+    if (byte < 0 || !continues_character(static_cast<char>(byte))) break;
+    kept_character_[length++] = *at_++;
+  }
+  const std::string_view bytes(kept_character_.data(), length);
+  return first_character(bytes).is_valid ? bytes : replacement_character;
+}
+
+bool dump_parser::read_escape() {
+  constexpr std::string_view letters = "\"\\/bfnrt";
+  constexpr std::string_view meant = "\"\\/\b\f\n\r\t";
+  const int letter = take();
+  if (letter == 'u') return read_escaped_code();
+  const std::size_t at =
+      letter < 0 ? std::string_view::npos : letters.find(static_cast<char>(letter));
+  if (at == std::string_view::npos) return false;
+  text_ += meant[at];
+  return true;
+}
+
+// Four hexadecimal digits; -1 if there are none.
+int dump_parser::take_hex() {
+  int code = 0;
+  for (int i = 0; i < 4; ++i) {
+    const int digit = value_of_hex(take());
+    if (digit < 0) return -1;
+    code = code * 16 + digit;
+  }
+  return code;
+}
+
+bool dump_parser::read_escaped_code() {
+  const auto is_first_half = [](int code) { return code >= 0xd800 && code <= 0xdbff; };
+  const auto is_second_half = [](int code) { return code >= 0xdc00 && code <= 0xdfff; };
+  int code = take_hex();
+  if (code < 0 || is_second_half(code)) return false;
+  if (is_first_half(code)) {
+    if (take() != '\\' || take() != 'u') return false;
+    const int second = take_hex();
+    if (!is_second_half(second)) return false;
+    code = 0x10000 + (code - 0xd800) * 0x400 + (second - 0xdc00);
+  }
+  append_code(text_, static_cast<std::uint32_t>(code));
+  return true;
+}
+
+// ---- Numbers and words --------------------------------------------------------------------------
+
+// At least one.
+bool dump_parser::read_digits() {
+  const int first = take();
+  if (!is_digit(first)) return false;
+  text_ += static_cast<char>(first);
+  while (is_digit(peek()) && text_.size() <= longest_value) text_ += static_cast<char>(take());
+  return true;
+}
+
+bool dump_parser::read_fraction() {
+  if (peek() != '.') return true;
+  text_ += static_cast<char>(take());
+  return read_digits();
+}
+
+bool dump_parser::read_exponent() {
+  if (peek() != 'e' && peek() != 'E') return true;
+  text_ += static_cast<char>(take());
+  if (peek() == '+' || peek() == '-') text_ += static_cast<char>(take());
+  return read_digits();
+}
+
+// Into `text_`, with its own digits. A number that is too large for a computer is none.
+bool dump_parser::read_number(char first) {
+  text_.assign(1, first);
+  int lead = first;
+  if (first == '-') {
+    lead = take();
+    if (!is_digit(lead)) return false;
+    text_ += static_cast<char>(lead);
+  }
+  while (lead != '0' && is_digit(peek()) && text_.size() <= longest_value)
+    text_ += static_cast<char>(take());
+  const std::size_t digits = text_.size();
+  if (!read_fraction() || !read_exponent()) return false;
+  if (text_ == "-0") text_ = "0";
+  constexpr std::size_t surely_finite = 300;
+  const bool is_plain = text_.size() == digits && digits < surely_finite;
+  if (is_plain || std::isfinite(std::strtod(text_.c_str(), nullptr))) return true;
+  (void)take();
+  return false;
+}
+
+bool dump_parser::read_literal(std::string_view rest) {
+  return std::all_of(rest.begin(), rest.end(), [this](char c) { return take() == c; });
+}
+
+// ---- Values -------------------------------------------------------------------------------------
+
+inline bool dump_parser::give(std::string_view text) {
+  if (taker_.value) taker_.value(label_, path(), text);
+  return true;
+}
+
+bool dump_parser::open(bool is_map) {
+  if (depth_ == deepest) return false;
+  if (is_map && depth_ != 0 && taker_.map) taker_.map(label_, path());
+  keys_[depth_] = {};
+  is_map_[depth_++] = is_map;
+  is_empty_ = true;
+  return true;
+}
+
+bool dump_parser::close() {
+  --depth_;
+  is_empty_ = false;
+  return true;
+}
+
+// Something that must not be here is taken whole, so that what follows is read as what it is.
+bool dump_parser::refuse(char first) {
+  std::string_view text;
+  if (first == '"')
+    (void)read_text(text);
+  else if (first == '-' || is_digit(first))
+    (void)(read_number(first) && take());
+  else if (first == 't')
+    (void)read_literal("rue");
+  else if (first == 'f')
+    (void)read_literal("alse");
+  else if (first == 'n')
+    (void)read_literal("ull");
+  else if (static_cast<unsigned char>(first) >= 0x80)
+    (void)(--at_, take());
+  return false;
+}
+
+inline bool dump_parser::read_value(char first) {
+  is_empty_ = false;
+  std::string_view text;
+  switch (first) {
+    case '"':
+      return read_text(text) && give(text);
+    case '{':
+      return open(true);
+    case '[':
+      return open(false);
+    case 't':
+      return read_literal("rue") && give("true");
+    case 'f':
+      return read_literal("alse") && give("false");
+    case 'n':
+      return read_literal("ull") && give("null");
+    default:
+      break;
+  }
+  if (first != '-' && !is_digit(first)) return refuse(first);
+  return read_number(first) && give(text_);
+}
+
+inline bool dump_parser::read_key() {
+  std::string_view key;
+  if (!read_text(key)) return false;
+  std::string_view& into = keys_[depth_ - 1];
+  into = key;
+  if (key.data() == text_.data()) into = kept_[depth_ - 1] = key;
+  const char colon = next_token();
+  return colon == ':' || refuse(colon);
+}
+
+inline bool dump_parser::read_entry() {
+  char token = next_token();
+  if (token == '}') return close();
+  if (!is_empty_) {
+    if (token != ',') return refuse(token);
+    token = next_token();
+  }
+  if (token != '"') return refuse(token);
+  return read_key() && read_value(next_token());
+}
+
+inline bool dump_parser::read_element() {
+  char token = next_token();
+  if (token == ']') return close();
+  if (!is_empty_) {
+    if (token != ',') return refuse(token);
+    token = next_token();
+  }
+  return read_value(token);
+}
+
+// A mark of the byte order may stand before it.
+bool dump_parser::read_start() {
+  constexpr int first_of_mark = 0xef;
+  if (peek() == first_of_mark && take_character() != "\xef\xbb\xbf") return false;
+  const char first = next_token();
+  if (!read_value(first)) return false;
+  // Where a number ends, only the byte behind it says.
+  if (depth_ == 0 && (first == '-' || is_digit(first))) (void)take();
+  return true;
+}
+
+bool dump_parser::read() {
+  bool is_legal = read_start();
+  while (is_legal && depth_ != 0) is_legal = is_map_[depth_ - 1] ? read_entry() : read_element();
+  from_.skip(static_cast<std::size_t>(at_ - begin_));
+  return is_legal;
+}
+
+}  // namespace desk
