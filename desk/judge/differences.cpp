@@ -6,6 +6,7 @@
 #include <array>
 #include <map>
 #include <set>
+#include <unordered_map>
 
 #include "desk/model/coverage.h"
 #include "desk/model/numbers.h"
@@ -36,6 +37,23 @@ witness witness_of(const run& of, const cell& c) {
 }
 
 // ---- Values -------------------------------------------------------------------------------------
+
+// The compared form of each text as a number, found once: most values come from every node.
+class value_forms {
+ public:
+  text_id of(const run& of, field what, text_id value) {
+    auto& known = known_[what == field::mac ? 0 : what == field::lif ? 1 : 2];
+    if (known.empty()) known.assign(of.texts.size(), unknown);
+    if (known[value] == unknown)
+      known[value] = forms_.keep(compared_form(what, of.texts.text(value)));
+    return known[value];
+  }
+
+ private:
+  static constexpr text_id unknown = static_cast<text_id>(-1);
+  text_pool forms_;
+  std::array<std::vector<text_id>, 3> known_;
+};
 
 // Each table of a node that holds the value is a vote: the agent and the forwarding objects of one
 // node are different layers.
@@ -131,11 +149,30 @@ void add_unread(const run& of, const object& one, difference& into) {
 
 // ---- Presence -----------------------------------------------------------------------------------
 
-// Where a layer was read in part only, what it lacks may have been in the rest.
+// Whether this table of this node was read and has anything in it.
+bool has_entries(const run& of, source from, std::int16_t node, std::int16_t npu) {
+  const auto at = of.tables.find({from, node, npu});
+  return at != of.tables.end() && at->second != 0;
+}
+
+// The tables of a node in which an object can be missing.
+constexpr std::array tables_of_nodes = {source::agent, source::lagport, source::l2port,
+                                        source::l2intf, source::l3intf};
+
+std::size_t number_of(source table) {
+  return static_cast<std::size_t>(std::find(tables_of_nodes.begin(), tables_of_nodes.end(), table) -
+                                  tables_of_nodes.begin());
+}
+
+// What was read as a whole, looked up once for all objects. Where a layer was read in part only,
+// what it lacks may have been in the rest.
 struct whole_layers {
   bool has_manager = true;
   bool has_agents = true;
+  bool manager_has_entries = false;
   std::vector<bool> is_torn;  // the forwarding layer, by index in run::nodes
+  // By table and node: the node takes part, and its table has entries.
+  std::array<std::vector<bool>, tables_of_nodes.size()> is_filled;
 };
 
 whole_layers whole_layers_of(const run& of) {
@@ -143,21 +180,63 @@ whole_layers whole_layers_of(const run& of) {
     const coverage* entry = coverage_of(of, one, {}, {});
     return entry == nullptr || !is_hole(*entry);
   };
-  whole_layers made{is_whole(layer::pi), is_whole(layer::pd), {}};
+  whole_layers made;
+  made.has_manager = is_whole(layer::pi);
+  made.has_agents = is_whole(layer::pd);
+  made.manager_has_entries = has_entries(of, source::bundle_manager, no_place, no_place);
   made.is_torn.assign(of.nodes.size(), false);
   for (const coverage& one : of.covered) {
     const std::int16_t index = of.node_index(one.node);
     if (one.of == layer::dpa && index != no_place && is_hole(one))
       made.is_torn[static_cast<std::size_t>(index)] = true;
   }
+  for (std::size_t table = 0; table < tables_of_nodes.size(); ++table)
+    for (std::size_t i = 0; i < of.nodes.size(); ++i)
+      made.is_filled[table].push_back(
+          of.nodes[i].takes_part &&
+          has_entries(of, tables_of_nodes[table], static_cast<std::int16_t>(i), no_place));
   return made;
 }
 
-// Whether this table of this node was read and has anything in it.
-bool has_entries(const run& of, source from, std::int16_t node, std::int16_t npu) {
-  const auto at = of.tables.find({from, node, npu});
-  return at != of.tables.end() && at->second != 0;
-}
+// Which of its tables hold an object, on which nodes.
+class holders {
+ public:
+  explicit holders(std::size_t nodes) : nodes_(nodes), on_(tables_of_nodes.size() * nodes) {}
+  holders(const run& of, const object& one) : holders(of.nodes.size()) { fill(one); }
+
+  void fill(const object& one) {
+    std::fill(on_.begin(), on_.end(), false);
+    holds_.fill(false);
+    is_everywhere_.fill(false);
+    in_manager_ = false;
+    for (const cell& c : one.cells) {
+      in_manager_ = in_manager_ || c.from == source::bundle_manager;
+      const std::size_t table = number_of(c.from);
+      if (table == tables_of_nodes.size()) continue;
+      holds_[table] = true;
+      if (c.node == no_place)
+        is_everywhere_[table] = true;
+      else
+        on_[table * nodes_ + static_cast<std::size_t>(c.node)] = true;
+    }
+  }
+  [[nodiscard]] bool in_manager() const { return in_manager_; }
+  [[nodiscard]] bool anywhere(std::size_t table) const { return holds_[table]; }
+  [[nodiscard]] bool on(std::size_t table, std::size_t node) const {
+    return on_[table * nodes_ + node];
+  }
+  // Also if no node is known.
+  [[nodiscard]] bool may_be_on(std::size_t table, std::size_t node) const {
+    return is_everywhere_[table] || on(table, node);
+  }
+
+ private:
+  std::size_t nodes_;
+  std::vector<bool> on_;
+  std::array<bool, tables_of_nodes.size()> holds_{};
+  std::array<bool, tables_of_nodes.size()> is_everywhere_{};
+  bool in_manager_ = false;
+};
 
 bool has_field(const object& one, field what) {
   return std::any_of(one.cells.begin(), one.cells.end(),
@@ -170,48 +249,61 @@ bool is_known_to(const run& of, const object& one, source from) {
   return from == source::lagport && has_field(one, field::handle);
 }
 
+// All objects are compared with the same layers.
+struct comparison {
+  const run& of;
+  whole_layers whole = whole_layers_of(of);
+  holders held{of.nodes.size()};                         // of the object at hand
+  std::unordered_map<std::size_t, holders> of_bundle{};  // by index in run::objects
+  value_forms forms{};
+  std::vector<difference> found{};
+};
+
+// Whether a node is asked for an object in this table. What a torn table lacks is not known.
+bool is_asked(const comparison& at, std::size_t table, std::size_t node) {
+  if (!at.whole.is_filled[table][node]) return false;
+  const bool may_be_torn = tables_of_nodes[table] != source::agent && at.whole.is_torn[node];
+  return !may_be_torn || at.held.on(table, node);
+}
+
 // Where the table was read and holds other objects, but not this one.
-void find_absent(const run& of, const object& one, source from, const whole_layers& whole,
-                 std::vector<difference>& into) {
-  if (from == source::agent && !whole.has_agents) return;
-  std::set<std::int16_t> holders;
-  for (const cell& c : one.cells)
-    if (c.from == from) holders.insert(c.node);
-  const bool is_expected = one.kind == object_kind::bundle && is_known_to(of, one, from);
-  if (holders.empty() && !is_expected) return;
-  difference made;
-  made.object = name_of(of, one);
-  made.what = field::presence;
-  for (std::size_t i = 0; i < of.nodes.size(); ++i) {
-    const auto index = static_cast<std::int16_t>(i);
-    if (!of.nodes[i].takes_part || !has_entries(of, from, index, no_place)) continue;
-    if (from != source::agent && whole.is_torn[i] && !holders.contains(index)) continue;
-    witness at;
-    at.from = from;
-    at.node = of.nodes[i].name;
-    at.is_odd = !holders.contains(index);
-    at.is = at.is_odd ? witness::state::absent : witness::state::holds;
-    at.value = at.is_odd ? "" : "present";
-    made.witnesses.push_back(std::move(at));
+void find_absent(comparison& at, const object& one, std::size_t table) {
+  const source from = tables_of_nodes[table];
+  if (from == source::agent && !at.whole.has_agents) return;
+  const bool is_expected = one.kind == object_kind::bundle && is_known_to(at.of, one, from);
+  if (!at.held.anywhere(table) && !is_expected) return;
+  std::size_t asked = 0;
+  std::size_t holding = 0;
+  for (std::size_t i = 0; i < at.of.nodes.size(); ++i) {
+    if (!is_asked(at, table, i)) continue;
+    ++asked;
+    holding += at.held.on(table, i) ? 1 : 0;
   }
-  const auto absent = std::count_if(made.witnesses.begin(), made.witnesses.end(),
-                                    [](const witness& w) { return w.is_odd; });
-  if (absent == 0) return;
+  if (holding == asked) return;
+  difference made;
+  made.object = name_of(at.of, one);
+  made.what = field::presence;
+  for (std::size_t i = 0; i < at.of.nodes.size(); ++i) {
+    if (!is_asked(at, table, i)) continue;
+    witness& place = made.witnesses.emplace_back();
+    place.from = from;
+    place.node = at.of.nodes[i].name;
+    place.is_odd = !at.held.on(table, i);
+    place.is = place.is_odd ? witness::state::absent : witness::state::holds;
+    place.value = place.is_odd ? "" : "present";
+  }
   made.how_sure = sureness::named;
-  const std::size_t holding = made.witnesses.size() - static_cast<std::size_t>(absent);
   made.why = holding == 0 ? "no node holds it, and it is configured"
-                          : fmt::format("{} of {} nodes hold it", holding, made.witnesses.size());
-  into.push_back(std::move(made));
+                          : fmt::format("{} of {} nodes hold it", holding, asked);
+  at.found.push_back(std::move(made));
 }
 
 // The bundle manager holds a bundle for the whole router.
-void find_absent_in_manager(const run& of, const object& one, std::vector<difference>& into) {
-  const bool holds = std::any_of(one.cells.begin(), one.cells.end(),
-                                 [](const cell& c) { return c.from == source::bundle_manager; });
-  const bool is_read = has_entries(of, source::bundle_manager, no_place, no_place);
-  if (one.kind != object_kind::bundle || holds || !is_read) return;
+void find_absent_in_manager(comparison& at, const object& one) {
+  if (!at.whole.has_manager || !at.whole.manager_has_entries) return;
+  if (one.kind != object_kind::bundle || at.held.in_manager()) return;
   difference made;
-  made.object = name_of(of, one);
+  made.object = name_of(at.of, one);
   made.what = field::presence;
   made.how_sure = sureness::named;
   made.why = "it is configured with members";
@@ -223,50 +315,46 @@ void find_absent_in_manager(const run& of, const object& one, std::vector<differ
   manager.is = witness::state::absent;
   manager.is_odd = true;
   made.witnesses = {config, manager};
-  into.push_back(std::move(made));
+  at.found.push_back(std::move(made));
 }
 
 // A member sits on one node: its agent there knows it, the forwarding layer and the chips of that
 // node must hold it as well.
-void find_absent_member(const run& of, const object& one, const whole_layers& whole,
-                        std::vector<difference>& into) {
+void find_absent_member(comparison& at, const object& one) {
+  const run& of = at.of;
   const auto place = of.places.find(static_cast<std::size_t>(&one - of.objects.data()));
   if (place == of.places.end() || place->second.node == no_place) return;
-  const std::int16_t node = place->second.node;
+  const auto node = static_cast<std::size_t>(place->second.node);
+  const holders& bundle =
+      at.of_bundle.try_emplace(one.bundle, of, of.objects[one.bundle]).first->second;
   difference made;
-  made.object = name_of(of, one);
-  made.what = field::presence;
-  const object& bundle = of.objects[one.bundle];
-  const auto check = [&](source from, bool is_read) {
+  const auto check = [&](source from, bool is_read, bool has_bundle, bool holds) {
     // Where the whole bundle is missing, that is the finding.
-    const bool has_bundle = std::any_of(
-        bundle.cells.begin(), bundle.cells.end(),
-        [&](const cell& c) { return c.from == from && (c.node == node || c.node == no_place); });
     if (!is_read || !has_bundle) return;
-    witness at;
-    at.from = from;
-    at.node = name_of_node(of, node);
-    const bool holds = std::any_of(one.cells.begin(), one.cells.end(), [&](const cell& c) {
-      return c.from == from && (c.node == node || c.node == no_place);
-    });
-    at.is_odd = !holds;
-    at.is = holds ? witness::state::holds : witness::state::absent;
-    at.value = holds ? "present" : "";
-    if (from == source::bundle_manager) at.node.clear();
-    made.witnesses.push_back(std::move(at));
+    witness& seen = made.witnesses.emplace_back();
+    seen.from = from;
+    if (from != source::bundle_manager) seen.node = of.nodes[node].name;
+    seen.is_odd = !holds;
+    seen.is = holds ? witness::state::holds : witness::state::absent;
+    seen.value = holds ? "present" : "";
   };
-  check(source::bundle_manager,
-        whole.has_manager && has_entries(of, source::bundle_manager, no_place, no_place));
-  check(source::agent, whole.has_agents && has_entries(of, source::agent, node, no_place));
-  check(source::lagport, has_field(one, field::handle) &&
-                             has_entries(of, source::lagport, node, no_place) &&
-                             !whole.is_torn[static_cast<std::size_t>(node)]);
+  const auto check_table = [&](source from, bool is_read) {
+    const std::size_t table = number_of(from);
+    check(from, is_read && has_entries(of, from, place->second.node, no_place),
+          bundle.may_be_on(table, node), at.held.may_be_on(table, node));
+  };
+  check(source::bundle_manager, at.whole.has_manager && at.whole.manager_has_entries,
+        bundle.in_manager(), at.held.in_manager());
+  check_table(source::agent, at.whole.has_agents);
+  check_table(source::lagport, has_field(one, field::handle) && !at.whole.is_torn[node]);
   if (std::none_of(made.witnesses.begin(), made.witnesses.end(),
                    [](const witness& w) { return w.is_odd; }))
     return;
+  made.object = name_of(of, one);
+  made.what = field::presence;
   made.how_sure = sureness::named;
   made.why = "the other layers hold it";
-  into.push_back(std::move(made));
+  at.found.push_back(std::move(made));
 }
 
 difference compare(const run& of, const object& one, field what) {
@@ -295,30 +383,49 @@ difference compare_field(const run& of, const object& one, field what) {
   return made;
 }
 
+namespace {
+
+// Whether the witnesses of a field hold more than one value, for each of `compared_fields`.
+std::array<bool, compared_fields.size()> fields_that_differ(comparison& at, const object& one) {
+  std::array<bool, compared_fields.size()> differs{};
+  std::array<const cell*, compared_fields.size()> first{};
+  for (const cell& c : one.cells) {
+    const auto field_at = std::find(compared_fields.begin(), compared_fields.end(), c.what);
+    if (field_at == compared_fields.end()) continue;
+    const auto i = static_cast<std::size_t>(field_at - compared_fields.begin());
+    if (first[i] == nullptr) first[i] = &c;
+    if (differs[i] || first[i]->value == c.value) continue;
+    differs[i] = at.forms.of(at.of, c.what, first[i]->value) != at.forms.of(at.of, c.what, c.value);
+  }
+  return differs;
+}
+
+void find_values(comparison& at, const object& one) {
+  const auto differs = fields_that_differ(at, one);
+  for (std::size_t i = 0; i < compared_fields.size(); ++i) {
+    if (!differs[i]) continue;
+    at.found.push_back(compare_field(at.of, one, compared_fields[i]));
+  }
+}
+
+}  // namespace
+
 std::vector<difference> find_differences(const run& of) {
-  std::vector<difference> found;
-  const whole_layers whole = whole_layers_of(of);
+  comparison at{of};
   for (const object& one : of.objects) {
     if (!one.is_configured) continue;
-    for (const field what : compared_fields) {
-      difference made = compare(of, one, what);
-      const bool differs = std::any_of(made.witnesses.begin(), made.witnesses.end(),
-                                       [](const witness& w) { return w.is_odd; });
-      if (!differs) continue;
-      add_unread(of, one, made);
-      found.push_back(std::move(made));
-    }
+    at.held.fill(one);
+    find_values(at, one);
     if (one.kind == object_kind::member) {
-      find_absent_member(of, one, whole, found);
+      find_absent_member(at, one);
       continue;
     }
-    if (one.kind == object_kind::bundle) find_type(of, one, found);
-    if (whole.has_manager) find_absent_in_manager(of, one, found);
-    for (const source from :
-         {source::agent, source::lagport, source::l2port, source::l2intf, source::l3intf})
-      find_absent(of, one, from, whole, found);
+    if (one.kind == object_kind::bundle) find_type(of, one, at.found);
+    find_absent_in_manager(at, one);
+    for (std::size_t table = 0; table < tables_of_nodes.size(); ++table)
+      find_absent(at, one, table);
   }
-  return found;
+  return std::move(at.found);
 }
 
 std::string places_of(const std::vector<witness>& witnesses, bool odd) {

@@ -3,7 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstring>
 #include <map>
+#include <optional>
+#include <set>
+#include <tuple>
 #include <utility>
 
 #include "desk/model/numbers.h"
@@ -16,6 +20,12 @@ namespace {
 constexpr std::string_view unset = "Not set";
 constexpr std::size_t most_complaints = 200;
 
+// Compares with a literal as with one number; a million keys are compared with a few words each.
+template <std::size_t Size>
+bool is(std::string_view text, const char (&word)[Size]) {
+  return text.size() == Size - 1 && std::memcmp(text.data(), word, Size - 1) == 0;
+}
+
 // A value whose object is known only once all dumps have been read: the forwarding layer and the
 // chips know handles and LAG ids, not names.
 struct pending_cell {
@@ -25,6 +35,47 @@ struct pending_cell {
   cell of;
 };
 
+// A value of Jericho2 by the two keys that lead to it: the port of a LAG on a core, the profile of
+// a port, the MTU of a profile.
+enum class chip_table : std::uint8_t { lag_port, port_profile, profile_mtu };
+struct chip_value {
+  std::int16_t node;
+  std::int16_t npu;
+  chip_table table;
+  text_id first;
+  text_id second;
+  text_id value;
+  [[nodiscard]] auto key() const { return std::tie(node, npu, table, first, second); }
+};
+
+// What is looked up again and again with the same words: lines of one object follow each other.
+struct last_object {
+  object_kind kind = object_kind::router;
+  std::string bundle;
+  std::string name;
+  std::size_t index = 0;
+};
+struct last_number {
+  std::string text;
+  std::int16_t number = no_place;
+};
+struct last_table {
+  std::tuple<source, std::int16_t, std::int16_t> key{};
+  std::size_t* entries = nullptr;
+};
+
+enum class dump : std::uint8_t { bundles, manager, agents, forwarding, chips, nodes, ports, other };
+
+dump dump_named(std::string_view label) {
+  if (label == "TESSELDB") return dump::bundles;
+  if (label == "BM PI") return dump::manager;
+  if (label == "BM PD") return dump::agents;
+  if (label == "DPA") return dump::forwarding;
+  if (label == "BCM") return dump::chips;
+  if (label == "VM information") return dump::nodes;
+  return label == "Voq usage" ? dump::ports : dump::other;
+}
+
 // What the dumps hold, while they pass by.
 struct intake {
   run& into;
@@ -32,8 +83,9 @@ struct intake {
   std::vector<pending_cell> by_handle{};
   std::vector<pending_cell> by_lag{};
   std::vector<pending_cell> by_port{};  // MTUs of chips: key is "core port"
-  // Of Jericho2: the port of a LAG, the profile of a port, the MTU of a profile.
-  std::map<std::string, std::string, std::less<>> chip_values{};
+  std::vector<chip_value> chip_values{};
+  dump in_dump = dump::other;
+  bool has_map = false;  // the dump, so far
 
   text_id keep(std::string_view text) { return into.texts.keep(text); }
 
@@ -49,8 +101,20 @@ struct intake {
   std::string last_key{};
   text_id last_id = keep("");
   text_id present = keep("present");
+  std::string pair{};
+  last_number last_node{};
+  last_number last_npu{};
+  last_object last_bundle{};
+  last_object last_part{};
+  last_table last_count{};
 
   std::int16_t node_of(std::string_view name) {
+    if (name == last_node.text && last_node.number != no_place) return last_node.number;
+    const std::int16_t index = new_node_of(name);
+    last_node = {std::string(name), index};
+    return index;
+  }
+  std::int16_t new_node_of(std::string_view name) {
     const auto at = nodes.find(name);
     if (at != nodes.end()) return at->second;
     constexpr std::size_t most_nodes = 1024;  // several times what the largest router has
@@ -63,21 +127,39 @@ struct intake {
     nodes.emplace(name, index);
     return index;
   }
+  std::int16_t npu_of(std::string_view text) {
+    if (text != last_npu.text) last_npu = {std::string(text), npu_in(text)};
+    return last_npu.number;
+  }
+  std::size_t object_at(object_kind kind, std::string_view bundle, std::string_view name) {
+    last_object& last = kind == object_kind::bundle ? last_bundle : last_part;
+    if (last.kind != kind || last.name != name || last.bundle != bundle)
+      last = {kind, std::string(bundle), std::string(name), into.object_at(kind, bundle, name)};
+    return last.index;
+  }
 
+  // "0 10": a core and a port of it.
+  text_id keep_pair(std::string_view first, std::string_view second) {
+    pair.assign(first).append(" ").append(second);
+    return keep(pair);
+  }
   void set(std::size_t object, field what, source from, std::int16_t node, std::int16_t npu,
            std::string_view value) {
     if (value == unset) return;
     into.objects[object].cells.push_back({what, from, node, npu, keep(value)});
   }
   void count(source from, std::int16_t node, std::int16_t npu, std::size_t entries) {
-    into.tables[{from, node, npu}] += entries;
+    const std::tuple key(from, node, npu);
+    if (last_count.entries == nullptr || last_count.key != key)
+      last_count = {key, &into.tables[key]};  // which never moves
+    *last_count.entries += entries;
   }
 };
 
 // ---- The configured bundles ---------------------------------------------------------------------
 
 void take_member_record(intake& in, dump_path path, std::string_view value) {
-  const std::size_t member = in.into.object_at(object_kind::member, path[0], path[4]);
+  const std::size_t member = in.object_at(object_kind::member, path[0], path[4]);
   in.into.objects[member].is_configured = true;
   const std::string_view name = path[5];
   const std::int16_t node = in.node_of(path[3]);
@@ -92,7 +174,7 @@ void take_member_record(intake& in, dump_path path, std::string_view value) {
 }
 
 void take_sub_record(intake& in, dump_path path, std::string_view value) {
-  const std::size_t sub = in.into.object_at(object_kind::sub_bundle, path[0], path[3]);
+  const std::size_t sub = in.object_at(object_kind::sub_bundle, path[0], path[3]);
   in.into.objects[sub].is_configured = true;
   const std::string_view name = path[4];
   if (name == "ifh") in.set(sub, field::handle, source::interface_db, no_place, no_place, value);
@@ -115,7 +197,7 @@ void take_bundle_record(intake& in, dump_path path, std::string_view value) {
     if (path.size() >= 5) take_sub_record(in, path, value);
     return;
   }
-  const std::size_t bundle = in.into.object_at(object_kind::bundle, path[0], path[0]);
+  const std::size_t bundle = in.object_at(object_kind::bundle, path[0], path[0]);
   in.into.objects[bundle].is_configured = true;
   if (name == "is_l2")
     in.set(bundle, field::type, source::running_config, no_place, no_place,
@@ -127,7 +209,7 @@ void take_bundle_record(intake& in, dump_path path, std::string_view value) {
 
 void take_manager(intake& in, dump_path path, std::string_view value) {
   if (path.size() < 2) return;
-  const std::size_t bundle = in.into.object_at(object_kind::bundle, path[0], path[0]);
+  const std::size_t bundle = in.object_at(object_kind::bundle, path[0], path[0]);
   const auto set = [&](std::size_t object, field what) {
     in.set(object, what, source::bundle_manager, no_place, no_place, value);
   };
@@ -135,18 +217,18 @@ void take_manager(intake& in, dump_path path, std::string_view value) {
   if (path[1] == "mac") set(bundle, field::mac);
   if (path[1] == "mtu") set(bundle, field::mtu);
   if (path[1] == "members" && path.size() == 4 && path[3] == "mifh")
-    set(in.into.object_at(object_kind::member, path[0], path[2]), field::handle);
+    set(in.object_at(object_kind::member, path[0], path[2]), field::handle);
 }
 
 void take_agent(intake& in, dump_path path, std::string_view value) {
   if (path.size() == 3 && path[2] == "lagid") {
-    const std::size_t bundle = in.into.object_at(object_kind::bundle, path[0], path[0]);
+    const std::size_t bundle = in.object_at(object_kind::bundle, path[0], path[0]);
     const std::int16_t node = in.node_of(path[1]);
     in.set(bundle, field::lag_id, source::agent, node, no_place, value);
     in.count(source::agent, node, no_place, 1);
   }
   if (path.size() != 5 || path[1] != "members") return;
-  const std::size_t member = in.into.object_at(object_kind::member, path[0], path[3]);
+  const std::size_t member = in.object_at(object_kind::member, path[0], path[3]);
   const std::int16_t node = in.node_of(path[2]);
   const auto set = [&](field what) { in.set(member, what, source::agent, node, no_place, value); };
   if (path[4] == "npu") set(field::npu);
@@ -157,10 +239,10 @@ void take_agent(intake& in, dump_path path, std::string_view value) {
 // ---- The forwarding objects ---------------------------------------------------------------------
 
 source table_named(std::string_view name) {
-  if (name == "lagport") return source::lagport;
-  if (name == "l2port") return source::l2port;
-  if (name == "l2intf") return source::l2intf;
-  if (name == "l3intf") return source::l3intf;
+  if (is(name, "lagport")) return source::lagport;
+  if (is(name, "l2port")) return source::l2port;
+  if (is(name, "l2intf")) return source::l2intf;
+  if (is(name, "l3intf")) return source::l3intf;
   return source::none;
 }
 
@@ -169,18 +251,18 @@ void take_lagport(intake& in, std::int16_t node, dump_path path, std::string_vie
     in.by_handle.push_back(
         {in.keep_key(path[2]), 0, false, {what, source::lagport, node, npu, in.keep(value)}});
   };
-  if (path[3] == "lagid") add(field::lag_id, no_place);
-  if (path[3] == "weight") add(field::weight, no_place);
-  if (path[3] == "max_member_count" && value != unset) add(field::weight_limit, no_place);
-  if (path[3] == "deletePending" && value == "1") add(field::deletion, no_place);
-  if (path[3] == "vlan_domain" && path.size() == 5 && value != unset)
-    add(field::vlan_domain, npu_in(path[4]));
-  if (path[3] == "members" && path.size() == 7 && path[6] == "memid")
+  if (is(path[3], "lagid")) add(field::lag_id, no_place);
+  if (is(path[3], "weight")) add(field::weight, no_place);
+  if (is(path[3], "max_member_count") && value != unset) add(field::weight_limit, no_place);
+  if (is(path[3], "deletePending") && is(value, "1")) add(field::deletion, no_place);
+  if (is(path[3], "vlan_domain") && path.size() == 5 && value != unset)
+    add(field::vlan_domain, in.npu_of(path[4]));
+  if (is(path[3], "members") && path.size() == 7 && is(path[6], "memid"))
     in.by_handle.push_back(
         {in.keep(path[2]),
          in.keep(path[5]),
          true,
-         {field::member_id, source::lagport, node, npu_in(path[4]), in.keep(value)}});
+         {field::member_id, source::lagport, node, in.npu_of(path[4]), in.keep(value)}});
 }
 
 void take_forwarding(intake& in, dump_path path, std::string_view value) {
@@ -193,10 +275,10 @@ void take_forwarding(intake& in, dump_path path, std::string_view value) {
     in.by_handle.push_back(
         {in.keep_key(path[2]), 0, false, {what, from, node, no_place, in.keep(value)}});
   };
-  if (path[3] == "lif") add(field::lif);
-  if (path[3] == "rif") add(field::rif);
-  if (path[3] == "mac") add(field::mac);
-  if (path[3] == "vlan_domain") add(field::vlan_domain);
+  if (is(path[3], "lif")) add(field::lif);
+  if (is(path[3], "rif")) add(field::rif);
+  if (is(path[3], "mac")) add(field::mac);
+  if (is(path[3], "vlan_domain")) add(field::vlan_domain);
 }
 
 // ---- The chips ----------------------------------------------------------------------------------
@@ -207,10 +289,17 @@ std::string_view lag_id_in(std::string_view key) {
   return key.starts_with(word) ? key.substr(word.size()) : key;
 }
 
+std::optional<chip_table> chip_table_named(std::string_view name) {
+  if (is(name, "bdl_pp_port")) return chip_table::lag_port;
+  if (is(name, "lag_mtu")) return chip_table::port_profile;
+  if (is(name, "mtu_profile")) return chip_table::profile_mtu;
+  return {};
+}
+
 void take_chip(intake& in, dump_path path, std::string_view value) {
   if (path.size() < 4) return;
   const std::int16_t node = in.node_of(path[0]);
-  const std::int16_t npu = npu_in(path[1]);
+  const std::int16_t npu = in.npu_of(path[1]);
   const std::string_view table = path[2];
   const auto member = [&](std::string_view of) {
     in.by_lag.push_back({in.keep_key(lag_id_in(path[3])),
@@ -218,21 +307,22 @@ void take_chip(intake& in, dump_path path, std::string_view value) {
                          true,
                          {field::presence, source::chip_lag, node, npu, in.present}});
   };
-  if (table == "diag_lag" && path.size() == 6 && path[5] == "gport") member(path[4]);
-  if (table == "tm_lag" && path.size() == 6 && path[4] == "members") member(value);
-  if (table == "member_mtu" && path.size() == 5)
-    in.by_port.push_back({in.keep(fmt::format("{} {}", path[3], path[4])),
+  if (is(table, "diag_lag") && path.size() == 6 && is(path[5], "gport")) member(path[4]);
+  if (is(table, "tm_lag") && path.size() == 6 && is(path[4], "members")) member(value);
+  if (is(table, "member_mtu") && path.size() == 5)
+    in.by_port.push_back({in.keep_pair(path[3], path[4]),
                           0,
                           false,
                           {field::mtu, source::chip_mtu, node, npu, in.keep(value)}});
-  if (path.size() == 5 && (table == "bdl_pp_port" || table == "lag_mtu" || table == "mtu_profile"))
-    in.chip_values[fmt::format("{} {} {} {} {}", node, npu, table, path[3], path[4])] = value;
+  if (const auto kept = path.size() == 5 ? chip_table_named(table) : std::nullopt)
+    in.chip_values.push_back(
+        {node, npu, *kept, in.keep(path[3]), in.keep(path[4]), in.keep(value)});
 }
 
 void take_chip_map(intake& in, dump_path path) {
-  if (path.size() == 4 && (path[2] == "diag_lag" || path[2] == "tm_lag")) {
+  if (path.size() == 4 && (is(path[2], "diag_lag") || is(path[2], "tm_lag"))) {
     const std::int16_t node = in.node_of(path[0]);
-    const std::int16_t npu = npu_in(path[1]);
+    const std::int16_t npu = in.npu_of(path[1]);
     const text_id lag = in.keep_key(lag_id_in(path[3]));
     in.by_lag.push_back(
         {lag, 0, false, {field::presence, source::chip_lag, node, npu, in.present}});
@@ -262,102 +352,173 @@ void take_node(intake& in, dump_path path, std::string_view value) {
 
 // ---- Putting together ---------------------------------------------------------------------------
 
+constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
+
+std::uint64_t joined(text_id first, text_id second) {
+  return std::uint64_t{first} << 32U | second;
+}
+
+// Cells for objects, in order: counted first, so that no object's cells move again and again.
+struct attached {
+  std::vector<std::pair<std::size_t, const cell*>> cells{};
+  void add(std::size_t object, const cell& of) { cells.emplace_back(object, &of); }
+  void move_into(std::vector<object>& objects) const {
+    std::vector<std::size_t> counts(objects.size());
+    for (const auto& [object, of] : cells) ++counts[object];
+    for (std::size_t i = 0; i < objects.size(); ++i)
+      if (counts[i] != 0) objects[i].cells.reserve(objects[i].cells.size() + counts[i]);
+    for (const auto& [object, of] : cells) objects[object].cells.push_back(*of);
+  }
+};
+
+const cell* handle_of(const object& of) {
+  for (const cell& c : of.cells)
+    if (c.what == field::handle) return &c;
+  return nullptr;
+}
+
 // Objects by handle; members by the handle of their bundle and their own.
-void attach_by_handle(intake& in) {
-  std::unordered_map<text_id, std::size_t> objects;
-  std::map<std::pair<text_id, text_id>, std::size_t> members;
-  const auto handle_of = [&](const object& of) -> const cell* {
-    for (const cell& c : of.cells)
-      if (c.what == field::handle) return &c;
-    return nullptr;
-  };
-  auto& all = in.into.objects;
+void attach_by_handle(intake& in, attached& into) {
+  std::vector<std::size_t> objects(in.into.texts.size(), nowhere);
+  std::unordered_map<std::uint64_t, std::size_t> members;
+  const auto& all = in.into.objects;
   for (std::size_t i = 0; i < all.size(); ++i) {
     const cell* handle = handle_of(all[i]);
     if (handle == nullptr) continue;
     if (all[i].kind != object_kind::member) {
-      objects.try_emplace(handle->value, i);
-      continue;
+      if (objects[handle->value] == nowhere) objects[handle->value] = i;
+    } else if (const cell* bundle = handle_of(all[all[i].bundle])) {
+      members.try_emplace(joined(bundle->value, handle->value), i);
     }
-    if (const cell* bundle = handle_of(all[all[i].bundle]))
-      members.try_emplace({bundle->value, handle->value}, i);
   }
   for (const pending_cell& one : in.by_handle) {
-    if (!one.is_member) {
-      if (const auto at = objects.find(one.key); at != objects.end())
-        all[at->second].cells.push_back(one.of);
-      continue;
+    std::size_t found = objects[one.key];
+    if (one.is_member) {
+      const auto at = members.find(joined(one.key, one.member));
+      found = at == members.end() ? nowhere : at->second;
     }
-    const auto at = members.find({one.key, one.member});
-    if (at != members.end()) all[at->second].cells.push_back(one.of);
+    if (found != nowhere) into.add(found, one.of);
   }
 }
 
-// The chips' LAGs carry ids. An older chip names a member by its id in the LAG, Jericho2 by the end
-// of its system port.
-bool is_member_of_chip(const intake& in, const object& member, std::string_view named) {
-  return std::any_of(member.cells.begin(), member.cells.end(), [&](const cell& c) {
-    if (c.from != source::agent) return false;
-    const std::string_view value = in.into.texts.text(c.value);
-    if (c.what == field::member_id) return value == named;
-    return c.what == field::system_port && same_end(named, value);
-  });
-}
+// The members of a bundle, as its chips name them: an older chip by the id in the LAG, Jericho2 by
+// the end of the system port.
+class members_of_chip {
+ public:
+  members_of_chip(const run& of, const object& bundle) : of_(of), parts_(bundle.parts) {
+    for (std::size_t i = 0; i < parts_.size(); ++i) {
+      const object& part = of.objects[parts_[i]];
+      if (part.kind != object_kind::member) continue;
+      for (const cell& c : part.cells)
+        if (c.from == source::agent) add(c, i);
+    }
+  }
 
-void attach_by_lag(intake& in) {
-  auto& all = in.into.objects;
+  // In the order of the bundle's parts.
+  const std::vector<std::size_t>& named(text_id name) {
+    const auto [at, is_new] = known_.try_emplace(name);
+    if (is_new) at->second = find(name);
+    return at->second;
+  }
+
+ private:
+  void add(const cell& c, std::size_t part) {
+    const std::string_view value = of_.texts.text(c.value);
+    if (c.what == field::member_id) ids_[c.value].push_back(part);
+    if (c.what != field::system_port) return;
+    const std::string_view end = significant_end(value);
+    if (end.empty()) return;
+    ends_[end].push_back(part);
+    lengths_.insert(end.size());
+  }
+  std::vector<std::size_t> find(text_id name) {
+    std::set<std::size_t> found;
+    if (const auto at = ids_.find(name); at != ids_.end())
+      found.insert(at->second.begin(), at->second.end());
+    const std::string_view text = of_.texts.text(name);
+    for (const std::size_t length : lengths_) {
+      if (length > text.size()) break;
+      const auto at = ends_.find(text.substr(text.size() - length));
+      if (at != ends_.end()) found.insert(at->second.begin(), at->second.end());
+    }
+    std::vector<std::size_t> objects;
+    for (const std::size_t part : found) objects.push_back(parts_[part]);
+    return objects;
+  }
+
+  const run& of_;
+  const std::vector<std::size_t>& parts_;
+  std::unordered_map<text_id, std::vector<std::size_t>> ids_;
+  std::unordered_map<std::string_view, std::vector<std::size_t>> ends_;
+  std::set<std::size_t> lengths_;
+  std::unordered_map<text_id, std::vector<std::size_t>> known_;
+};
+
+void attach_by_lag(intake& in, attached& into) {
+  const auto& all = in.into.objects;
+  std::unordered_map<std::size_t, members_of_chip> members;
   for (const pending_cell& one : in.by_lag) {
     const auto at = in.into.lag_ids.find(one.key);
     if (at == in.into.lag_ids.end()) continue;
     for (const std::size_t bundle : at->second) {
       if (!one.is_member) {
-        all[bundle].cells.push_back(one.of);
+        into.add(bundle, one.of);
         continue;
       }
-      const std::string_view named = in.into.texts.text(one.member);
-      for (const std::size_t part : all[bundle].parts) {
-        if (all[part].kind != object_kind::member) continue;
-        if (is_member_of_chip(in, all[part], named)) all[part].cells.push_back(one.of);
-      }
+      auto& of_bundle = members.try_emplace(bundle, in.into, all[bundle]).first->second;
+      for (const std::size_t part : of_bundle.named(one.member)) into.add(part, one.of);
     }
   }
 }
 
-void attach_by_port(intake& in) {
-  std::map<std::pair<std::int16_t, std::int16_t>, std::vector<std::size_t>> members;
+void attach_by_port(intake& in, attached& into) {
+  using chip_port = std::tuple<std::int16_t, std::int16_t, text_id>;
+  std::map<chip_port, std::vector<std::size_t>> members;
   for (const auto& [member, place] : in.into.places)
-    members[{place.node, place.npu}].push_back(member);
+    members[{place.node, place.npu, in.keep_pair(place.core, place.port)}].push_back(member);
   for (const pending_cell& one : in.by_port) {
-    const auto at = members.find({one.of.node, one.of.npu});
+    const auto at = members.find({one.of.node, one.of.npu, one.key});
     if (at == members.end()) continue;
-    for (const std::size_t member : at->second) {
-      const place& of = in.into.places[member];
-      if (in.into.texts.text(one.key) == fmt::format("{} {}", of.core, of.port))
-        in.into.objects[member].cells.push_back(one.of);
-    }
+    for (const std::size_t member : at->second) into.add(member, one.of);
   }
+}
+
+void attach(intake& in, std::vector<pending_cell>& pending, void (*find)(intake&, attached&)) {
+  attached found;
+  find(in, found);
+  found.move_into(in.into.objects);
+  pending = {};
 }
 
 // Jericho2: the LAG's port on the member's core has a profile, and the profile an MTU.
 void attach_profiles(intake& in) {
-  const auto value_at = [&](const place& at, std::string_view table, std::string_view first,
-                            std::string_view second) -> std::string_view {
-    const auto found =
-        in.chip_values.find(fmt::format("{} {} {} {} {}", at.node, at.npu, table, first, second));
-    return found == in.chip_values.end() ? std::string_view{} : found->second;
+  if (in.chip_values.empty()) return;
+  std::stable_sort(in.chip_values.begin(), in.chip_values.end(),
+                   [](const chip_value& a, const chip_value& b) { return a.key() < b.key(); });
+  const text_id nothing = in.keep("");
+  // Of several the last one.
+  const auto value_at = [&](const place& at, chip_table table, text_id first, text_id second) {
+    const chip_value wanted = {at.node, at.npu, table, first, second, nothing};
+    const auto behind = std::upper_bound(
+        in.chip_values.begin(), in.chip_values.end(), wanted,
+        [](const chip_value& a, const chip_value& b) { return a.key() < b.key(); });
+    const bool is_there = behind != in.chip_values.begin() && (behind - 1)->key() == wanted.key();
+    return is_there ? (behind - 1)->value : nothing;
   };
   for (const auto& [lag, bundles] : in.into.lag_ids) {
-    const std::string id = decimal_of(in.into.texts.text(lag));
+    const text_id id = in.keep(decimal_of(in.into.texts.text(lag)));
     for (const std::size_t bundle : bundles) {
       for (const std::size_t part : in.into.objects[bundle].parts) {
         const auto at = in.into.places.find(part);
         if (at == in.into.places.end()) continue;
         const place& of = at->second;
-        const std::string_view port = value_at(of, "bdl_pp_port", id, of.core);
-        const std::string_view profile = value_at(of, "lag_mtu", of.core, port);
-        const std::string_view mtu = value_at(of, "mtu_profile", of.core, profile);
-        if (!mtu.empty())
-          in.set(part, field::mtu, source::chip_mtu, of.node, of.npu, decimal_of(mtu));
+        const text_id core = in.keep(of.core);
+        const text_id port = value_at(of, chip_table::lag_port, id, core);
+        const text_id profile = value_at(of, chip_table::port_profile, core, port);
+        const text_id mtu = value_at(of, chip_table::profile_mtu, core, profile);
+        if (mtu != nothing)
+          in.set(part, field::mtu, source::chip_mtu, of.node, of.npu,
+                 decimal_of(in.into.texts.text(mtu)));
       }
     }
   }
@@ -369,30 +530,54 @@ void take_value(intake& in, std::string_view label, dump_path path, std::string_
     in.into.stores[std::string(label)] = value.empty() ? "empty" : "not understood";
     return;
   }
-  if (label == "TESSELDB") take_bundle_record(in, path, value);
-  if (label == "BM PI") take_manager(in, path, value);
-  if (label == "BM PD") take_agent(in, path, value);
-  if (label == "DPA") take_forwarding(in, path, value);
-  if (label == "BCM") take_chip(in, path, value);
-  if (label == "VM information") take_node(in, path, value);
-  if (label == "Voq usage" && path.size() == 2 && path[1] == "nodename")
-    in.count(source::l1port, in.node_of(value), no_place, 1);
+  switch (in.in_dump) {
+    case dump::bundles:
+      return take_bundle_record(in, path, value);
+    case dump::manager:
+      return take_manager(in, path, value);
+    case dump::agents:
+      return take_agent(in, path, value);
+    case dump::forwarding:
+      return take_forwarding(in, path, value);
+    case dump::chips:
+      return take_chip(in, path, value);
+    case dump::nodes:
+      return take_node(in, path, value);
+    case dump::ports:
+      if (path.size() == 2 && is(path[1], "nodename"))
+        in.count(source::l1port, in.node_of(value), no_place, 1);
+      return;
+    case dump::other:
+      return;
+  }
+}
+
+void take_forwarding_map(intake& in, dump_path path) {
+  if (path.size() < 2 || path.size() > 3) return;
+  const source from = table_named(path[1]);
+  if (from != source::none) in.count(from, in.node_of(path[0]), no_place, path.size() == 3 ? 1 : 0);
 }
 
 void take_map(intake& in, std::string_view label, dump_path path) {
-  in.into.stores.try_emplace(std::string(label), "read");
-  if (label == "BM PI" && path.size() == 1) in.count(source::bundle_manager, no_place, no_place, 1);
-  if (label == "BM PD" && path.size() == 1) in.count(source::agent, no_place, no_place, 1);
-  if (label == "TESSELDB" && path.size() == 1)
-    in.count(source::running_config, no_place, no_place, 1);
-  if (label == "DPA" && path.size() >= 2 && path.size() <= 3) {
-    const source from = table_named(path[1]);
-    if (from != source::none)
-      in.count(from, in.node_of(path[0]), no_place, path.size() == 3 ? 1 : 0);
-  }
-  if (label == "BCM") {
-    if (path.size() == 2) in.count(source::chip_lag, in.node_of(path[0]), npu_in(path[1]), 0);
-    take_chip_map(in, path);
+  if (!in.has_map) in.into.stores.try_emplace(std::string(label), "read");
+  in.has_map = true;
+  const auto count_entry = [&](source from) {
+    if (path.size() == 1) in.count(from, no_place, no_place, 1);
+  };
+  switch (in.in_dump) {
+    case dump::bundles:
+      return count_entry(source::running_config);
+    case dump::manager:
+      return count_entry(source::bundle_manager);
+    case dump::agents:
+      return count_entry(source::agent);
+    case dump::forwarding:
+      return take_forwarding_map(in, path);
+    case dump::chips:
+      if (path.size() == 2) in.count(source::chip_lag, in.node_of(path[0]), in.npu_of(path[1]), 0);
+      return take_chip_map(in, path);
+    default:
+      return;
   }
 }
 
@@ -426,6 +611,8 @@ void read_layers(run& into, const std::string& debug_log) {
   taker.map = [&](std::string_view label, dump_path path) { take_map(in, label, path); };
   taker.begins = [&](std::string_view label) {
     into.has_snapshot = true;
+    in.in_dump = dump_named(label);
+    in.has_map = false;
     if (label == "BCM") into.has_chip_tables = true;
   };
   taker.ended = [&](std::string_view label, bool is_whole) {
@@ -436,9 +623,9 @@ void read_layers(run& into, const std::string& debug_log) {
   for (std::string& mark : read_dumps(debug_log, taker)) into.marks.push_back(std::move(mark));
   if (in.has_too_many_nodes)
     into.marks.push_back(fmt::format("{}: it names more nodes than a router can have", debug_log));
-  attach_by_handle(in);
-  attach_by_lag(in);
-  attach_by_port(in);
+  attach(in, in.by_handle, attach_by_handle);
+  attach(in, in.by_lag, attach_by_lag);
+  attach(in, in.by_port, attach_by_port);
   attach_profiles(in);
   for (node& of : into.nodes)
     if (is_empty_slot(of)) of.is_empty_slot = true;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <limits>
 
@@ -30,10 +31,8 @@ std::string decimal_of(std::string_view text) {
   return number ? std::to_string(*number) : std::string(text);
 }
 
-bool same_end(std::string_view global_port, std::string_view system_port) {
-  while (!system_port.empty() && (system_port.front() == '0' || system_port.front() == 'x'))
-    system_port.remove_prefix(1);
-  return !system_port.empty() && global_port.ends_with(system_port);
+std::string_view significant_end(std::string_view system_port) {
+  return system_port.substr(std::min(system_port.find_first_not_of("0x"), system_port.size()));
 }
 
 std::string compared_form(field what, std::string_view value) {

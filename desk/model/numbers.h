@@ -19,9 +19,8 @@ namespace desk {
 // Its decimal digits; the text itself if it is no number.
 [[nodiscard]] std::string decimal_of(std::string_view text);
 
-// Whether a global port of a chip ends with the significant digits of a system port, which is
-// printed with fewer digits.
-[[nodiscard]] bool same_end(std::string_view global_port, std::string_view system_port);
+// The significant digits of a system port: what follows its leading "0" and "x"; may be empty.
+[[nodiscard]] std::string_view significant_end(std::string_view system_port);
 
 // The form in which two values of a field are compared: a number without leading zeros, the low 16
 // bits of a global LIF, a MAC in lower case without separators.

@@ -2,13 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <functional>
+
 namespace desk {
 
 namespace {
-
-std::string key_of(object_kind kind, std::string_view bundle, std::string_view name) {
-  return fmt::format("{} {} {}", static_cast<int>(kind), bundle, name);
-}
 
 std::string_view word_of(object_kind kind) {
   switch (kind) {
@@ -32,11 +30,10 @@ std::string_view word_of(object_kind kind) {
 
 }  // namespace
 
-text_id text_pool::keep(std::string_view text) {
-  if (const auto known = ids_.find(text); known != ids_.end()) return known->second;
-  const auto made = static_cast<text_id>(texts_.size());
-  ids_.emplace(texts_.emplace_back(text), made);
-  return made;
+std::size_t object_key_hash::operator()(const object_key_view& of) const {
+  const std::hash<std::string_view> hash;
+  constexpr std::size_t odd = 0x9e3779b97f4a7c15U;
+  return (hash(of.bundle) * odd + hash(of.name)) * odd + static_cast<std::size_t>(of.kind);
 }
 
 std::string fingerprint(const finding& of) {
@@ -45,14 +42,15 @@ std::string fingerprint(const finding& of) {
 }
 
 const object* run::find(object_kind kind, std::string_view bundle, std::string_view name) const {
-  const auto at = index.find(key_of(kind, bundle, name));
+  const auto at = index.find(object_key_view(kind, bundle, name));
   return at == index.end() ? nullptr : &objects[at->second];
 }
 
 std::size_t run::object_at(object_kind kind, std::string_view bundle, std::string_view name) {
-  const auto [at, is_new] = index.try_emplace(key_of(kind, bundle, name), objects.size());
-  const std::size_t found = at->second;
-  if (!is_new) return found;
+  const auto known = index.find(object_key_view(kind, bundle, name));
+  if (known != index.end()) return known->second;
+  const std::size_t found = objects.size();
+  index.emplace(object_key{kind, std::string(bundle), std::string(name)}, found);
   object& made = objects.emplace_back();
   made.kind = kind;
   made.name = name;

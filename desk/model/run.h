@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <optional>
 #include <string>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "desk/model/names.h"
+#include "desk/model/text_pool.h"
 #include "desk/read/journal.h"
 
 namespace desk {
@@ -30,25 +30,6 @@ struct object_ref {
   bool operator==(const object_ref&) const = default;
 };
 
-// A text that is kept once, however many cells hold it.
-using text_id = std::uint32_t;
-
-class text_pool {
- public:
-  text_pool() = default;
-  text_pool(const text_pool&) = delete;  // the look-up refers to the texts
-  text_pool& operator=(const text_pool&) = delete;
-  text_pool(text_pool&&) = default;
-  text_pool& operator=(text_pool&&) = default;
-  ~text_pool() = default;
-  text_id keep(std::string_view text);
-  [[nodiscard]] std::string_view text(text_id id) const { return texts_[id]; }
-
- private:
-  std::deque<std::string> texts_;  // do not move
-  std::unordered_map<std::string_view, text_id> ids_;
-};
-
 inline constexpr std::int16_t no_place = -1;
 
 // What one source said about one field of an object. A router of the largest size has a million.
@@ -58,6 +39,30 @@ struct cell {
   std::int16_t node = no_place;  // index in run::nodes; no_place: the router as a whole
   std::int16_t npu = no_place;
   text_id value = 0;
+};
+
+// What an object is looked up by. A member is one of its bundle.
+struct object_key {
+  object_kind kind;
+  std::string bundle;
+  std::string name;
+};
+struct object_key_view {
+  object_key_view(object_kind of_kind, std::string_view of_bundle, std::string_view of_name)
+      : kind(of_kind), bundle(of_bundle), name(of_name) {}
+  object_key_view(const object_key& of) : kind(of.kind), bundle(of.bundle), name(of.name) {}
+  bool operator==(const object_key_view&) const = default;
+  object_kind kind;
+  std::string_view bundle;
+  std::string_view name;
+};
+struct object_key_hash {
+  using is_transparent = void;
+  std::size_t operator()(const object_key_view& of) const;
+};
+struct object_key_equal {
+  using is_transparent = void;
+  bool operator()(const object_key_view& a, const object_key_view& b) const { return a == b; }
 };
 
 struct object {
@@ -201,7 +206,7 @@ struct run {
   std::size_t object_at(object_kind kind, std::string_view bundle, std::string_view name);
   [[nodiscard]] std::int16_t node_index(std::string_view name) const;  // no_place if it is unknown
 
-  std::unordered_map<std::string, std::size_t> index;  // of objects, by kind, bundle and name
+  std::unordered_map<object_key, std::size_t, object_key_hash, object_key_equal> index;
 };
 
 }  // namespace desk

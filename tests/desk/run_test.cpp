@@ -3,6 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
 namespace desk {
 namespace {
 
@@ -19,6 +25,28 @@ TEST(run, keeps_equal_texts_once) {
   EXPECT_EQ(pool.keep("0x1"), pool.keep("0x1"));
   EXPECT_NE(pool.keep("0x1"), pool.keep("0x2"));
   EXPECT_EQ(pool.text(pool.keep("0x2")), "0x2");
+}
+
+// Many texts that differ little, empty ones and long ones, against an ordinary map.
+TEST(run, numbers_texts_in_the_order_in_which_they_came) {
+  std::mt19937 random(3);
+  text_pool pool;
+  std::map<std::string, text_id> ids;
+  std::vector<std::string_view> views;
+  for (int round = 0; round < 60'000; ++round) {
+    std::string text(random() % 20, '0');
+    if (random() % 500 == 0) text.resize(random() % 70'000, 'x');
+    for (int change = 0; change < 3 && !text.empty(); ++change)
+      text[random() % text.size()] = "0123456789abcdef\0"[random() % 17];
+    const auto [at, is_new] = ids.try_emplace(text, static_cast<text_id>(ids.size()));
+    ASSERT_EQ(pool.keep(text), at->second) << text;
+    if (is_new) views.push_back(pool.text(at->second));
+  }
+  ASSERT_EQ(pool.size(), ids.size());
+  for (const auto& [text, id] : ids) {
+    ASSERT_EQ(pool.text(id), text);
+    ASSERT_EQ(views[id].data(), pool.text(id).data()) << "a text does not move";
+  }
 }
 
 TEST(run, a_fingerprint_has_no_values) {

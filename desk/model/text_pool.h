@@ -1,0 +1,38 @@
+// Texts that are kept once, however often they come.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+namespace desk {
+
+using text_id = std::uint32_t;
+
+// Numbers the texts from 0, in the order in which each came first. Not for two threads.
+class text_pool {
+ public:
+  text_id keep(std::string_view text);
+  // Lasts as long as the pool.
+  [[nodiscard]] std::string_view text(text_id id) const { return texts_[id]; }
+  [[nodiscard]] std::size_t size() const { return texts_.size(); }
+
+ private:
+  struct slot {
+    std::uint32_t hash = 0;
+    text_id after = 0;  // the number of the text and 1; 0: the slot is free
+  };
+
+  [[nodiscard]] std::string_view copied(std::string_view text);
+  void grow();
+
+  std::vector<std::string_view> texts_;
+  std::vector<slot> slots_;  // a power of two, at most half of them taken
+  std::vector<std::unique_ptr<char[]>> blocks_;
+  char* free_ = nullptr;  // in the newest block of many texts
+  std::size_t room_ = 0;
+};
+
+}  // namespace desk
