@@ -73,6 +73,13 @@ CLI::App* command_named(const CLI::App& app, const std::string& word) {
   return named.empty() ? nullptr : app.get_subcommand(word);
 }
 
+// An option of the command, or of the app if its commands take them, too.
+const CLI::Option* option_named(const CLI::App& app, const CLI::App& command,
+                                const std::string& name) {
+  const CLI::Option* own = command.get_option_no_throw(name);
+  return own != nullptr || !command.get_fallthrough() ? own : app.get_option_no_throw(name);
+}
+
 struct given_words {
   std::vector<std::string> words;
   const CLI::App* command;
@@ -86,9 +93,9 @@ given_words with_values_apart(CLI::App& app, const std::vector<std::string>& arg
     if (command == &app)
       if (CLI::App* named = command_named(app, word)) command = named;
     const auto equals = word.find('=');
-    const CLI::Option* option = word.starts_with("--") && equals != std::string::npos
-                                    ? command->get_option_no_throw(word.substr(0, equals))
-                                    : nullptr;
+    const CLI::Option* option = nullptr;
+    if (word.starts_with("--") && equals != std::string::npos)
+      option = option_named(app, *command, word.substr(0, equals));
     if (option == nullptr) {
       given.words.push_back(word);
     } else if (option->get_items_expected_max() == 0) {

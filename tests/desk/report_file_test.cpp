@@ -145,7 +145,7 @@ TEST_F(report_file, names_the_place_and_what_was_expected_there) {
   EXPECT_EQ(complaint(with(text, "\"format\": 1", "\"format\": 2")),
             "line 2: format: format 2, this program reads 1");
   EXPECT_EQ(complaint(with(text, R"("verdict":"differs")", R"("verdict":"maybe")")),
-            "line 23: bundles/0/verdict: expected one of agrees, differs, not_judged, found "
+            "line 24: bundles/0/verdict: expected one of agrees, differs, not_judged, found "
             "\"maybe\"");
   EXPECT_THAT(complaint(with(text, R"("odd":false)", R"("odd":0)")),
               testing::EndsWith("causes/0/differences/0/witnesses/0/odd: expected true or false, "
