@@ -6,6 +6,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 #include "desk/commands/load.h"
@@ -19,6 +20,7 @@
 #include "desk/show/html.h"
 #include "desk/show/json.h"
 #include "desk/show/junit.h"
+#include "desk/show/merge.h"
 #include "desk/show/nagios.h"
 #include "desk/show/prometheus.h"
 #include "desk/show/sarif.h"
@@ -144,6 +146,23 @@ void whole_report(const std::string& folder) {
   }
 }
 
+void show_among_others(desk::judged_run judged) {
+  std::vector<desk::merged_router> routers(2);
+  routers[0].name = routers[1].trouble = judged.of.router + judged.of.origin;
+  routers[0].new_causes.assign(judged.causes.size(), true);
+  routers[0].earlier.resize(1);
+  routers[0].of = std::move(judged);
+  desk::keep_for_merge(routers[0].of);
+  desk::sort_routers(routers);
+  std::ostringstream text;
+  desk::show_merged_text(routers, {false, true}, {}, text);
+  check_text(text.str());
+  std::ostringstream rest;
+  desk::show_merged_json(routers, rest);
+  if (!nlohmann::json::accept(rest.str())) broken("JSON that is none");
+  desk::show_merged_html(routers, rest);
+}
+
 void earlier_report(const std::string& folder) {
   desk::judged_run judged;
   try {
@@ -153,6 +172,7 @@ void earlier_report(const std::string& folder) {
     return;
   }
   show_all(judged, folder);
+  show_among_others(std::move(judged));
 }
 
 const std::vector<desk_reader>& all_readers() {

@@ -14,6 +14,8 @@ namespace desk {
 [[nodiscard]] int bundle_command(const report_options& options, std::ostream& out);
 [[nodiscard]] int coverage_command(const report_options& options, std::ostream& out);
 [[nodiscard]] int explain_command(const report_options& options, std::ostream& out);
+// The reports of many routers. Throws `output_error` as well.
+[[nodiscard]] int merge_command(const report_options& options, std::ostream& out);
 // json, junit, sarif, prometheus, nagios, html. Throws `output_error` as well.
 [[nodiscard]] int format_command(const report_options& options);
 [[nodiscard]] int runs_command(const report_options& options, std::ostream& out);

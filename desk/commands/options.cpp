@@ -182,16 +182,52 @@ parsed_commands add_comparisons(CLI::App& app, report_options& parsed) {
   return {{&diff, command::diff}, {&confirm, command::confirm}, {&history, command::history}};
 }
 
+merge_format format_named(const std::string& word) {
+  if (word == "text") return merge_format::text;
+  if (word == "json") return merge_format::json;
+  if (word == "html") return merge_format::html;
+  throw command_line::bad_value("use text, json or html");
+}
+
+parsed_commands add_merge(CLI::App& app, report_options& parsed) {
+  auto& merge = command_line::add_command(app, "merge", "Several routers",
+                                          "Put the reports of many routers together");
+  command_line::add_operands(merge, "FILE",
+                             "reports that tessel-report json wrote; of several of one router the "
+                             "latest counts, and shows what is new since the one before",
+                             1, parsed.reports);
+  command_line::add_value(merge, "--format", "FORMAT",
+                          "text, json (its schema is merge.schema.json) or html. Default: as the "
+                          "name after --output ends, otherwise text",
+                          [&parsed](const auto& word) { parsed.as = format_named(word); });
+  command_line::add_value(merge, "--output", "FILE",
+                          "the file to write, which appears whole or not at all. Default: "
+                          "standard output",
+                          [&parsed](const auto& text) { parsed.output = text; });
+  return {{&merge, command::merge}};
+}
+
+// Options that say which run is read, or what it is called, are not for files that say so.
+void check_merge(const CLI::App& app, const report_options& parsed) {
+  for (const char* option : {"--logs", "--capture", "--journal", "--run", "--router"})
+    if (app.count(option) != 0)
+      throw command_line::complaint(
+          app, std::string(option) + " is for a run; merge takes reports in JSON only");
+  if (parsed.when == fail_on::confirmed)
+    throw command_line::complaint(app, "--fail-on confirmed compares runs; use any, new or never");
+}
+
 bool compares_runs(command of) {
   return of == command::diff || of == command::confirm || of == command::history;
 }
 
 // The rules that concern several words of a call.
 void check_together(const CLI::App& app, const report_options& parsed) {
+  if (parsed.of == command::merge) return check_merge(app, parsed);
   const bool compares = parsed.when == fail_on::is_new || parsed.when == fail_on::confirmed;
   if (compares && !compares_runs(parsed.of))
     throw command_line::complaint(
-        app, "--fail-on new and confirmed compare runs: use diff, confirm or history");
+        app, "--fail-on new and confirmed compare runs: use diff, confirm, history or merge");
   if (parsed.of == command::nagios && parsed.when != fail_on::any)
     throw command_line::complaint(app, "--fail-on is not for nagios, which has its own statuses");
   if (parsed.of == command::diff && parsed.places.size() != 2)
@@ -226,6 +262,8 @@ report_options parse_options(const std::vector<std::string>& words) {
   commands.insert(commands.end(), written.begin(), written.end());
   const parsed_commands compared = add_comparisons(app, parsed);
   commands.insert(commands.end(), compared.begin(), compared.end());
+  const parsed_commands merged = add_merge(app, parsed);
+  commands.insert(commands.end(), merged.begin(), merged.end());
 
   if (auto help = command_line::parse(app, words)) {
     parsed.of = command::help;

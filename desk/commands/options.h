@@ -24,6 +24,7 @@ enum class command {
   diff,
   confirm,
   history,
+  merge,
   json,
   junit,
   sarif,
@@ -31,6 +32,9 @@ enum class command {
   nagios,
   html
 };
+
+// How merge shows its result; `by_name` follows the ending of the file that is written.
+enum class merge_format { by_name, text, json, html };
 
 // Which findings make a command end with 1.
 enum class fail_on { any, is_new, confirmed, never };
@@ -44,9 +48,11 @@ struct report_options {
   std::size_t run = 0;  // counted from the oldest, from 1; 0 is the last one
   bool is_short = false;
   bool shows_all = false;
-  std::string output;               // empty: standard output
-  std::string word;                 // the operand: a bundle, or a code or line to explain
-  std::vector<std::string> places;  // the runs that diff, confirm and history take
+  std::string output;                // empty: standard output
+  std::string word;                  // the operand: a bundle, or a code or line to explain
+  std::vector<std::string> places;   // the runs that diff, confirm and history take
+  std::vector<std::string> reports;  // that merge takes
+  merge_format as = merge_format::by_name;
   fail_on when = fail_on::any;
   std::string store;           // of history
   std::size_t newest = 0;      // how many runs of a router a store keeps; 0: all

@@ -26,6 +26,8 @@ int run_command(const report_options& options, std::ostream& out) {
       return confirm_command(options, out);
     case command::history:
       return history_command(options, out);
+    case command::merge:
+      return merge_command(options, out);
     case command::json:
     case command::junit:
     case command::sarif:

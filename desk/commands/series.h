@@ -8,9 +8,8 @@
 
 namespace desk {
 
-// A run by its place: a folder with logs, of which it is the last run or, by "DIR@N", an older one; a
-// recorded router; a report in JSON.
-// Throws `no_run`.
+// A run by its place: a folder with logs, of which it is the last run or, by "DIR@N", an older one;
+// a recorded router; a report in JSON. Throws `no_run`.
 [[nodiscard]] run_record load_record(const std::string& place, const report_options& options);
 
 // The runs of the call, in its order. Throws `no_run`.

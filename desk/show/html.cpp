@@ -15,9 +15,9 @@
 #include "desk/model/coverage.h"
 #include "desk/show/escape.h"
 #include "desk/show/figures.h"
-#include "desk/show/html_assets.h"
 #include "desk/show/html_marks.h"
 #include "desk/show/html_matrix.h"
+#include "desk/show/html_page.h"
 #include "desk/show/phrases.h"
 
 namespace desk {
@@ -52,21 +52,6 @@ std::string name_of(const run& of) {
   return name.empty() ? std::string("a router") : html(name);
 }
 
-void show_start(const judged_run& of, std::ostream& out) {
-  out << fmt::format(
-      "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-      "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; "
-      "style-src 'unsafe-inline'; script-src '{}'; base-uri 'none'; form-action 'none'\">\n"
-      "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-      "<meta name=\"referrer\" content=\"no-referrer\">\n"
-      "<title>Link bundles of {}</title>\n<style>{}</style>\n</head>\n<body>\n",
-      page_script_hash(), name_of(of.of), page_style());
-}
-
-void show_fact(std::string_view name, const std::string& value, std::ostream& out) {
-  if (!value.empty()) out << fmt::format("<dt>{}</dt><dd>{}</dd>\n", name, html(value));
-}
-
 void show_header(const judged_run& of, std::ostream& out) {
   const look shown = look_of(mark_of(of));
   out << fmt::format(
@@ -92,12 +77,9 @@ void show_header(const judged_run& of, std::ostream& out) {
   out << "<nav aria-label=\"Parts of this page\"><ul><li><a href=\"#causes\">Causes</a></li>"
          "<li><a href=\"#bundles\">Bundles and nodes</a></li>"
          "<li><a href=\"#loose\">Findings without a cause</a></li>"
-         "<li><a href=\"#coverage\">Coverage</a></li></ul></nav>\n"
-         "<div class=\"search\" id=\"search\" role=\"search\" hidden>"
-         "<label for=\"words\">Search</label>"
-         "<input id=\"words\" type=\"search\" placeholder=\"a bundle, a node, a value\" "
-         "autocomplete=\"off\"><span id=\"result\" class=\"soft\" aria-live=\"polite\"></span>"
-         "</div>\n</header>\n<main>\n";
+         "<li><a href=\"#coverage\">Coverage</a></li></ul></nav>\n";
+  show_search("a bundle, a node, a value", out);
+  out << "</header>\n<main>\n";
 }
 
 // ---- Causes -------------------------------------------------------------------------------------
@@ -180,16 +162,6 @@ void show_loose(const judged_run& of, std::ostream& out) {
 
 // ---- Coverage -----------------------------------------------------------------------------------
 
-void open_table(std::string_view name, const std::vector<std::string_view>& columns,
-                std::ostream& out) {
-  out << fmt::format(
-      "<div class=\"box\" tabindex=\"0\" role=\"region\" aria-label=\"{}\">"
-      "<table class=\"values\">\n<thead><tr>",
-      name);
-  for (const auto column : columns) out << fmt::format("<th scope=\"col\">{}</th>", column);
-  out << "</tr></thead>\n<tbody>\n";
-}
-
 void show_holes(const run& of, std::ostream& out) {
   open_table("Not read", {"What", "State", "Why", "Command"}, out);
   for (const auto& each : of.covered) {
@@ -254,17 +226,13 @@ void show_covered(const run& of, std::ostream& out) {
 }  // namespace
 
 void show_html(const judged_run& of, std::ostream& out) {
-  show_start(of, out);
+  open_page("Link bundles of " + name_of(of.of), out);
   show_header(of, out);
   show_causes(of, out);
   show_bundles(of, out);
   show_loose(of, out);
   show_covered(of.of, out);
-  out << fmt::format(
-      "</main>\n<footer><p>Written by tessel-report {}. Run the audit again before you act on a "
-      "single finding: a change of the configuration during the audit can cause a passing "
-      "one.</p></footer>\n<script>{}</script>\n</body>\n</html>\n",
-      TESSEL_VERSION, page_script());
+  close_page(out);
 }
 
 }  // namespace desk

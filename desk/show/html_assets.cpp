@@ -107,6 +107,13 @@ thead th { position: sticky; top: 0; z-index: 1; background: var(--panel); font-
 .dossier > header a { margin-left: auto; }
 .odd td, .odd th { color: var(--e); background: var(--e-back); }
 .odd th { font-weight: 700; }
+.fresh { color: var(--page); background: var(--accent); }
+.routers tbody td { text-align: left; white-space: nowrap; }
+.routers tbody td.number, td.number { text-align: right; }
+.values td.number { min-width: 0; }
+.router { border-top: 1px solid var(--line); padding: .75rem 0 0; margin: .75rem 0; }
+.router > summary { color: inherit; }
+.router > div { margin: .75rem 0 1.5rem; padding-left: clamp(0rem, 2vw, 1.5rem); }
 footer { margin-top: 4rem; font-size: .9rem; color: var(--soft); }
 @media (max-width: 40rem) {
   body { padding-top: 1rem; }
@@ -138,10 +145,11 @@ const box = document.getElementById('search');
 const field = document.getElementById('words');
 const result = document.getElementById('result');
 const items = Array.from(document.querySelectorAll('[data-hit]'), (element) => ({element}));
-// The text of a bundle's row is its dossier's as well.
+// The text of a row is that of its dossier or fold as well.
 const textOf = (item) => {
   if (item.text === undefined) {
     const more = document.getElementById(item.element.dataset.hit);
+    item.fold = more ? more.closest('details') : null;
     item.text = (item.element.textContent + ' ' + (more ? more.textContent : '')).toLowerCase();
   }
   return item.text;
@@ -153,6 +161,7 @@ const search = () => {
   for (const item of items) {
     const fits = words.every((word) => textOf(item).includes(word));
     item.element.hidden = !fits;
+    if (item.fold) item.fold.hidden = !fits;
     found += fits ? 1 : 0;
   }
   result.textContent = words.length === 0 ? '' : found + ' of ' + items.length + ' entries';
@@ -191,7 +200,7 @@ std::string_view page_script() {
 }
 
 std::string_view page_script_hash() {
-  return "sha256-65BW6iyh7dQBY3GLFzuxvkuxVy1I/KtubD7XDa9x2BI=";
+  return "sha256-8IAhFJZnS529wA19X2sbs9YYWoPUD1bHsdOaRMtQel0=";
 }
 
 }  // namespace desk

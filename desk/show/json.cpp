@@ -1,9 +1,9 @@
 #include "desk/show/json.h"
 
 #include "desk/judge/judged_run.h"
-#include "desk/model/coverage.h"
 #include "desk/show/figures.h"
 #include "desk/show/json_lines.h"
+#include "desk/show/json_parts.h"
 #include "desk/show/keys.h"
 
 namespace desk {
@@ -11,99 +11,6 @@ namespace desk {
 namespace {
 
 constexpr int format_version = 1;
-
-json as_json(layer of) {
-  return of == layer::none ? json() : json(key_for(of));
-}
-json as_json(field of) {
-  return of == field::none ? json() : json(key_for(of));
-}
-json as_json(source of) {
-  return of == source::none ? json() : json(key_for(of));
-}
-
-json as_json(const object_ref& of) {
-  json object;
-  object["kind"] = key_for(of.kind);
-  object["bundle"] = json_text_or_null(of.bundle);
-  object["name"] = json_text_or_null(of.name);
-  return object;
-}
-
-json as_json(const witness& of) {
-  json value;
-  value["source"] = as_json(of.from);
-  value["node"] = json_text_or_null(of.node);
-  value["npu"] = json_text_or_null(of.npu);
-  value["state"] = key_for(of.is);
-  value["value"] = json_text_or_null(of.value);
-  value["odd"] = of.is_odd;
-  return value;
-}
-
-json as_json(const difference& of) {
-  json value;
-  value["object"] = as_json(of.object);
-  value["field"] = as_json(of.what);
-  value["sureness"] = key_for(of.how_sure);
-  value["why"] = json_text(of.why);
-  value["witnesses"] = json::array();
-  for (const auto& each : of.witnesses) value["witnesses"].push_back(as_json(each));
-  return value;
-}
-
-json as_json(const cause& of) {
-  json value;
-  value["title"] = json_text(of.title);
-  value["object"] = as_json(of.object);
-  value["node"] = json_text_or_null(of.node);
-  value["npu"] = json_text_or_null(of.npu);
-  value["first_layer"] = as_json(of.first);
-  value["sureness"] = key_for(of.how_sure);
-  value["why"] = json_text(of.why);
-  value["next"] = json_text(of.next);
-  value["differences"] = json::array();
-  for (const auto& each : of.differences) value["differences"].push_back(as_json(each));
-  value["findings"] = of.findings;
-  return value;
-}
-
-json as_json(const finding& of) {
-  json value;
-  value["code"] = json_text(of.code);
-  value["kind"] = key_for(of.kind);
-  value["fingerprint"] = json_text(fingerprint(of));
-  value["object"] = as_json(of.object);
-  value["node"] = json_text_or_null(of.node);
-  value["npu"] = json_text_or_null(of.npu);
-  value["layer"] = as_json(of.of);
-  value["field"] = as_json(of.what);
-  value["reported"] = json_text_or_null(of.reported);
-  value["known"] = json_text_or_null(of.known);
-  value["text"] = json_text(of.text);
-  value["time"] = json_text_or_null(of.time);
-  value["log"] = json_text_or_null(of.log);
-  value["line"] = of.line == 0 ? json() : json(of.line);
-  value["number"] = of.number ? json(*of.number) : json();
-  return value;
-}
-
-json as_json(const coverage& of) {
-  json value;
-  value["layer"] = as_json(of.of);
-  value["node"] = json_text_or_null(of.node);
-  value["npu"] = json_text_or_null(of.npu);
-  value["state"] = key_for(of.state);
-  value["hole"] = is_hole(of);
-  value["normal"] = of.is_normal;
-  value["reason"] = json_text_or_null(of.reason);
-  value["command"] = json_text_or_null(of.command);
-  value["commands"] = of.commands;
-  value["seconds"] = of.seconds;
-  value["bytes"] = of.bytes;
-  value["trouble"] = of.has_trouble;
-  return value;
-}
 
 json as_json(const node& of) {
   json value;
@@ -135,7 +42,7 @@ json as_json(const run& of, const bundle_verdict& verdict_of) {
   json value;
   value["bundle"] = json_text(verdict_of.bundle);
   value["verdict"] = key_for(verdict_of.is);
-  value["first_layer"] = as_json(verdict_of.first);
+  value["first_layer"] = json_of(verdict_of.first);
   value["not_judged"] = json_texts(verdict_of.not_judged);
   value["causes"] = verdict_of.causes;
   value["findings"] = verdict_of.findings;
@@ -145,18 +52,9 @@ json as_json(const run& of, const bundle_verdict& verdict_of) {
   return value;
 }
 
-json counts(const run& of) {
-  json value;
-  for (const auto kind : all_finding_kinds) {
-    const auto count = of.counts.find(kind);
-    value[std::string(key_for(kind))] = count == of.counts.end() ? 0 : count->second;
-  }
-  return value;
-}
-
 void show_run(const run& of, json_lines& lines) {
   lines.value("format", format_version);
-  lines.value("program", {{"name", "tessel-report"}, {"version", TESSEL_VERSION}});
+  lines.value("program", json_of_program());
   lines.value("origin", json_text(of.origin));
   lines.value("router", json_text_or_null(of.router));
   lines.value("router_type", json_text_or_null(of.router_type));
@@ -177,7 +75,7 @@ void show_run(const run& of, json_lines& lines) {
   lines.array("complaints", [&](const auto& add) {
     for (const auto& complaint : of.complaints) add(json_text(complaint));
   });
-  lines.value("counts", counts(of));
+  lines.value("counts", json_of_counts(of));
   lines.array("nodes", [&](const auto& add) {
     for (const auto& each : of.nodes) add(as_json(each));
   });
@@ -193,14 +91,14 @@ void show_json(const judged_run& of, std::ostream& out) {
     for (const auto& each : of.bundles) add(as_json(of.of, each));
   });
   lines.array("causes", [&](const auto& add) {
-    for (const auto& each : of.causes) add(as_json(each));
+    for (const auto& each : of.causes) add(json_of(each));
   });
   lines.array("findings", [&](const auto& add) {
-    for (const auto& each : of.of.findings) add(as_json(each));
+    for (const auto& each : of.of.findings) add(json_of(each));
   });
   lines.value("unexplained", of.unexplained);
   lines.array("coverage", [&](const auto& add) {
-    for (const auto& each : of.of.covered) add(as_json(each));
+    for (const auto& each : of.of.covered) add(json_of(each));
   });
   lines.close("}\n");
 }

@@ -317,4 +317,87 @@ judged_run large_run(std::size_t bundles, std::size_t nodes) {
   return made;
 }
 
+namespace {
+
+merged_router router_named(const string& name, judged_run of) {
+  merged_router made;
+  made.name = name;
+  made.file = "reports/" + name + ".json";
+  made.of = std::move(of);
+  keep_for_merge(made.of);
+  return made;
+}
+
+merged_router unread_router(const string& name, const string& trouble) {
+  merged_router made;
+  made.name = name;
+  made.file = "reports/" + name + ".json";
+  made.trouble = trouble;
+  return made;
+}
+
+// The finding about each of these causes is new.
+void add_earlier(merged_router& to, const string& file,
+                 const std::vector<std::size_t>& new_causes) {
+  to.earlier.push_back({file, "2026-11-21 11:01:03,219"});
+  to.new_findings.assign(to.of.of.findings.size(), false);
+  to.new_causes.assign(to.of.causes.size(), false);
+  for (const std::size_t at : new_causes) {
+    to.new_causes[at] = true;
+    for (const std::size_t each : to.of.causes[at].findings) to.new_findings[each] = true;
+  }
+}
+
+judged_run run_with_stale_entry() {
+  judged_run made = healthy_run();
+  const auto stale =
+      add_finding(made.of, "TC-401", finding_kind::stale, ref(object_kind::entry, "", "LAG 77"),
+                  "0/1/CPU0", layer::dpa, "Stale entry in DPA_Bundles: LAG 77");
+  add_cause(made, stale, "An entry that nothing refers to: LAG 77 on 0/1/CPU0", sureness::named);
+  made.is_wholly_judged = false;
+  return made;
+}
+
+}  // namespace
+
+std::vector<merged_router> routers_of_a_network() {
+  std::vector<merged_router> made;
+  made.push_back(router_named("edge-1", healthy_run()));
+  made.push_back(router_named("core-7", run_with_faults()));
+  add_earlier(made.back(), "reports/core-7.old.json", {1, 4});
+  made.push_back(router_named("core-2", run_not_judged()));
+  made.push_back(router_named("core-1", run_with_stale_entry()));
+  made.push_back(router_named("edge-9", run_that_stopped()));
+  made.push_back(
+      unread_router("edge-3", "cannot read reports/edge-3.json: line 1: this is no JSON"));
+  sort_routers(made);
+  return made;
+}
+
+std::vector<merged_router> hostile_routers() {
+  std::vector<merged_router> made;
+  for (const string& text : hostile_texts()) {
+    made.push_back(router_named(text, hostile_run()));
+    made.back().file = text;
+    add_earlier(made.back(), text, {0, 2});
+    made.back().earlier.back().started = text;
+    made.push_back(unread_router(text, text));
+  }
+  sort_routers(made);
+  return made;
+}
+
+std::vector<merged_router> many_routers(std::size_t number) {
+  std::vector<merged_router> made;
+  for (std::size_t i = 0; i < number; ++i) {
+    const string name = fmt::format("router-{:04}", i);
+    if (i % 50 == 1)
+      made.push_back(unread_router(name, "cannot read it: Permission denied"));
+    else
+      made.push_back(router_named(name, i % 10 == 0 ? run_with_faults() : healthy_run()));
+  }
+  sort_routers(made);
+  return made;
+}
+
 }  // namespace desk

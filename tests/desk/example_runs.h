@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "desk/judge/judged_run.h"
+#include "desk/show/merge.h"
 
 namespace desk {
 
@@ -30,5 +31,15 @@ namespace desk {
 
 // Every third bundle differs on one node, with one finding and the witnesses of all nodes.
 [[nodiscard]] judged_run large_run(std::size_t bundles, std::size_t nodes);
+
+// One router of each standing, sorted; the one that differs has an earlier report, and two of its
+// findings are new.
+[[nodiscard]] std::vector<merged_router> routers_of_a_network();
+
+// Every text is hostile, also the names.
+[[nodiscard]] std::vector<merged_router> hostile_routers();
+
+// Every tenth has the faults of `run_with_faults`, and every 50th was not read.
+[[nodiscard]] std::vector<merged_router> many_routers(std::size_t number);
 
 }  // namespace desk

@@ -23,7 +23,7 @@ TEST(options, name_the_router_of_the_machines_own_logs_only) {
   EXPECT_EQ(parse_options({"--capture", "x", "html"}).router, "");
   EXPECT_EQ(parse_options({"--logs", "x", "--router", "core 7", "json"}).router, "core 7");
   EXPECT_EQ(parse_options({"json", "--router", "core-7"}).router, "core-7");
-  EXPECT_EQ(parse_options({"json", "--router="}).router, "");
+  EXPECT_EQ(parse_options({"--router=", "json"}).router, "");
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 # Holds the JSON formats against their schemas and the page against an HTML5 parser that forgives
-# nothing. usage: validate.py REPORT_SCHEMA SARIF_SCHEMA FOLDER
+# nothing. usage: validate.py SCHEMAS SARIF_SCHEMA FOLDER
 import base64
 import glob
 import hashlib
@@ -95,10 +95,11 @@ def check_page(file):
 
 
 def main():
-    report_schema, sarif_schema, folder = sys.argv[1:]
-    check_json(report_schema, sorted(glob.glob(f"{folder}/*.json")))
+    schemas, sarif_schema, folder = sys.argv[1:]
+    check_json(f"{schemas}/report.schema.json", sorted(glob.glob(f"{folder}/*.json")))
+    check_json(f"{schemas}/merge.schema.json", sorted(glob.glob(f"{folder}/merge/*.json")))
     check_json(sarif_schema, sorted(glob.glob(f"{folder}/*.sarif")))
-    for file in sorted(glob.glob(f"{folder}/*.html")):
+    for file in sorted(glob.glob(f"{folder}/**/*.html", recursive=True)):
         check_page(file)
     sys.exit(1 if failures else 0)
 
