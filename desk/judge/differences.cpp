@@ -6,6 +6,7 @@
 #include <array>
 #include <map>
 #include <set>
+#include <tuple>
 #include <unordered_map>
 
 #include "desk/model/coverage.h"
@@ -127,17 +128,22 @@ void add_unread(const run& of, const object& one, difference& into) {
   std::map<layer, source> sources;
   for (const witness& w : into.witnesses) sources.try_emplace(layer_of(w.from), w.from);
   const std::string_view only_node = only_node_of(of, one);
+  std::set<std::tuple<layer, std::string, std::string>> places;  // of the witnesses
   for (const coverage& entry : of.covered) {
     const auto from = sources.find(entry.of);
     if (from == sources.end() || entry.node.empty() || !is_hole(entry)) continue;
     if (entry.state == coverage_state::partly) continue;
     if (!only_node.empty() && entry.node != only_node) continue;
-    const bool is_known =
-        std::any_of(into.witnesses.begin(), into.witnesses.end(), [&](const witness& w) {
-          return layer_of(w.from) == entry.of && w.node == entry.node &&
-                 (entry.npu.empty() || w.npu == entry.npu);
-        });
-    if (is_known) continue;
+    if (places.empty()) {
+      // Each with its NPU, and once without: a hole of the whole node asks for any.
+      for (const witness& w : into.witnesses) {
+        places.emplace(layer_of(w.from), w.node, w.npu);
+        places.emplace(layer_of(w.from), w.node, "");
+      }
+    }
+    if (places.contains({entry.of, entry.node, entry.npu})) continue;
+    places.emplace(entry.of, entry.node, entry.npu);
+    places.emplace(entry.of, entry.node, "");
     witness& missing = into.witnesses.emplace_back();
     missing.from = from->second;
     missing.node = entry.node;

@@ -1,6 +1,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
+#include <unordered_map>
+#include <utility>
 
 #include "desk/judge/judging.h"
 #include "desk/model/coverage.h"
@@ -55,25 +58,61 @@ struct hole_group {
   std::vector<std::string> npus;
 };
 
-bool is_alike(const coverage& a, const coverage& b) {
-  if (a.of != b.of || a.state != b.state || a.node.empty() != b.node.empty()) return false;
-  if (a.node == b.node) return a.reason == b.reason;
-  // A note or complaint names its own node; what is left of it is the same.
-  return without(a.reason, a.node) == without(b.reason, b.node) && a.npu.empty() == b.npu.empty();
+// What holes must share to be alike: on one node the reason, otherwise the reason without the names
+// of the nodes. A note or complaint names its own node; what is left of it is the same.
+std::string key_on_node(const coverage& of) {
+  return fmt::format("{} {} {} {}", static_cast<int>(of.of), static_cast<int>(of.state), of.node,
+                     of.reason);
 }
+
+std::string key_elsewhere(const coverage& of) {
+  return fmt::format("{} {} {} {} {}", static_cast<int>(of.of), static_cast<int>(of.state),
+                     of.node.empty(), of.npu.empty(), without(of.reason, of.node));
+}
+
+// Things that belong to holes, by what makes holes alike.
+template <class Thing>
+class by_likeness {
+ public:
+  void add(const coverage& of, Thing thing) {
+    on_node_[key_on_node(of)].emplace_back(&of, thing);
+    elsewhere_[key_elsewhere(of)].emplace_back(&of, thing);
+  }
+  // Those whose hole is alike, in their order.
+  [[nodiscard]] std::vector<Thing> alike(const coverage& of) const {
+    std::vector<Thing> found;
+    if (const auto at = on_node_.find(key_on_node(of)); at != on_node_.end())
+      for (const auto& [other, thing] : at->second)
+        if (other->node == of.node) found.push_back(thing);
+    if (const auto at = elsewhere_.find(key_elsewhere(of)); at != elsewhere_.end())
+      for (const auto& [other, thing] : at->second)
+        if (other->node != of.node) found.push_back(thing);
+    std::sort(found.begin(), found.end());
+    return found;
+  }
+
+ private:
+  using list = std::vector<std::pair<const coverage*, Thing>>;
+  std::unordered_map<std::string, list> on_node_;
+  std::unordered_map<std::string, list> elsewhere_;
+};
 
 std::vector<hole_group> groups_of_holes(const run& of) {
   std::vector<hole_group> groups;
+  by_likeness<std::size_t> known;
+  std::set<layer> not_read;  // at all, so not for any node
+  for (const coverage& one : of.covered)
+    if (one.node.empty() && one.npu.empty() && is_hole(one)) not_read.insert(one.of);
   for (const coverage& one : of.covered) {
     if (!is_hole(one) || one.state == coverage_state::unknown) continue;
-    // What was not read at all was not read for any node.
-    const coverage* whole = coverage_of(of, one.of, {}, {});
-    if (!one.node.empty() && whole != nullptr && is_hole(*whole)) continue;
-    const auto same = std::find_if(groups.begin(), groups.end(),
-                                   [&](const hole_group& g) { return is_alike(*g.first, one); });
-    hole_group& group =
-        same == groups.end() ? groups.emplace_back(hole_group{&one, {}, {}}) : *same;
-    if (std::find(group.nodes.begin(), group.nodes.end(), one.node) == group.nodes.end())
+    if (!one.node.empty() && not_read.contains(one.of)) continue;
+    const auto same = known.alike(one);
+    if (same.empty()) {
+      known.add(one, groups.size());
+      groups.push_back({&one, {}, {}});
+    }
+    hole_group& group = same.empty() ? groups.back() : groups[same.front()];
+    if (std::find(group.nodes.rbegin(), group.nodes.rend(), one.node) == group.nodes.rend())
       group.nodes.push_back(one.node);
     if (!one.npu.empty()) group.npus.push_back(one.npu);
   }
@@ -92,14 +131,19 @@ std::string words_for(const hole_group& of) {
 }
 
 void take_explained(judging& at, const coverage& hole, cause& into) {
-  for (std::size_t i = 0; i < at.of().findings.size(); ++i) {
-    if (at.is_explained[i] || !explains(hole, at.of().findings[i])) continue;
+  const auto take = [&](std::size_t i) {
+    if (at.is_explained[i] || !explains(hole, at.of().findings[i])) return;
     at.is_explained[i] = true;
     into.findings.push_back(i);
+  };
+  if (!hole.node.empty()) {
+    for (const std::size_t i : at.findings.on_node(hole.node)) take(i);
+    return;
   }
+  for (std::size_t i = 0; i < at.of().findings.size(); ++i) take(i);
 }
 
-void add_hole(judging& at, const hole_group& group) {
+void add_hole(judging& at, const hole_group& group, const by_likeness<const coverage*>& holes) {
   const coverage& hole = *group.first;
   cause made;
   const bool is_one = group.nodes.size() == 1;
@@ -116,9 +160,8 @@ void add_hole(judging& at, const hole_group& group) {
   made.why = hole.state == coverage_state::partly ? "a part of it could not be compared"
                                                   : "nothing of it could be compared";
   made.next = hole.command;
-  for (const coverage& one : at.of().covered)
-    if (is_hole(one) && is_alike(hole, one)) take_explained(at, one, made);
-  at.into.causes.push_back(std::move(made));
+  for (const coverage* one : holes.alike(hole)) take_explained(at, *one, made);
+  add_cause(at, std::move(made));
 }
 
 // Nobody has configured a bundle, and no layer holds one: there is nothing to judge.
@@ -142,14 +185,17 @@ void add_no_bundle(judging& at) {
     at.is_explained[i] = true;
     made.findings.push_back(i);
   }
-  at.into.causes.push_back(std::move(made));
+  add_cause(at, std::move(made));
 }
 
 }  // namespace
 
 void add_holes(judging& at) {
   if (has_no_bundle(at.of())) return add_no_bundle(at);
-  for (const hole_group& group : groups_of_holes(at.of())) add_hole(at, group);
+  by_likeness<const coverage*> holes;
+  for (const coverage& one : at.of().covered)
+    if (is_hole(one)) holes.add(one, &one);
+  for (const hole_group& group : groups_of_holes(at.of())) add_hole(at, group, holes);
 }
 
 }  // namespace desk

@@ -6,6 +6,8 @@
 #include <charconv>
 #include <set>
 #include <tuple>
+#include <unordered_map>
+#include <utility>
 
 #include "desk/judge/differences.h"
 #include "desk/judge/judging.h"
@@ -55,36 +57,82 @@ bool is_doubt_of_all(const run& of, const cause& one) {
                      [&](std::size_t f) { return of.findings[f].object.bundle.empty(); });
 }
 
-void judge_bundle(judging& at, const std::string& name) {
-  bundle_verdict made;
-  made.bundle = name;
-  for (std::size_t i = 0; i < at.into.causes.size(); ++i) {
-    const cause& one = at.into.causes[i];
-    const bool is_its_own = one.object.bundle == name && !one.differences.empty();
-    const bool has_finding = std::any_of(one.findings.begin(), one.findings.end(), [&](auto f) {
-      return at.of().findings[f].object.bundle == name && !is_doubt(at.of().findings[f]);
-    });
-    const auto of_bundle = [&](std::size_t f) { return at.of().findings[f].object.bundle == name; };
-    const auto count = static_cast<std::size_t>(
-        std::count_if(one.findings.begin(), one.findings.end(), of_bundle));
-    if (!is_its_own && count == 0) {
-      if (is_doubt_of_all(at.of(), one)) made.not_judged.push_back(one.title);
-      continue;
+// What one cause has to do with one bundle.
+struct share {
+  std::size_t cause = 0;
+  std::size_t findings = 0;
+  bool differs = false;
+};
+
+// Each bundle lists so many of the causes that leave every bundle in doubt: thousands of bundles
+// and thousands of failures would not fit into memory.
+constexpr std::size_t most_doubts = 32;
+
+// The causes of each bundle, and those that leave every bundle in doubt; both in their order.
+struct shares {
+  std::unordered_map<std::string, std::vector<share>> of_bundle;
+  std::vector<std::size_t> doubts;
+  std::vector<std::string> not_read;  // for any bundle, a phrase each
+};
+
+share& share_at(shares& of, const std::string& bundle, std::size_t cause) {
+  auto& all = of.of_bundle[bundle];
+  return all.empty() || all.back().cause != cause ? all.emplace_back(share{cause, 0, false})
+                                                  : all.back();
+}
+
+shares shares_of(const judging& at) {
+  shares made;
+  const auto& causes = at.into.causes;
+  for (std::size_t i = 0; i < causes.size(); ++i) {
+    const cause& one = causes[i];
+    if (!one.differences.empty()) share_at(made, one.object.bundle, i).differs = true;
+    for (const std::size_t f : one.findings) {
+      const finding& explained = at.of().findings[f];
+      share& of = share_at(made, explained.object.bundle, i);
+      ++of.findings;
+      of.differs = of.differs || !is_doubt(explained);
     }
-    made.causes.push_back(i);
-    made.findings += count;
-    if (is_its_own || has_finding) {
-      made.is = verdict::differs;
-      made.first = std::min(made.first, one.first);
-    } else {
-      made.not_judged.push_back(one.title);
-    }
+    if (is_doubt_of_all(at.of(), one)) made.doubts.push_back(i);
   }
   for (const std::string& log : at.of().lost_logs)
-    made.not_judged.push_back(fmt::format("the messages in {}", log));
+    made.not_read.push_back(fmt::format("the messages in {}", log));
   for (const coverage& hole : at.of().covered)
     if (is_hole(hole))
-      made.not_judged.push_back(fmt::format("{} of {}", word_for(hole.of), words_for_place(hole)));
+      made.not_read.push_back(fmt::format("{} of {}", word_for(hole.of), words_for_place(hole)));
+  return made;
+}
+
+void judge_bundle(judging& at, const shares& all, const std::string& name) {
+  bundle_verdict made;
+  made.bundle = name;
+  const auto found = all.of_bundle.find(name);
+  static const std::vector<share> none;
+  const auto& own = found == all.of_bundle.end() ? none : found->second;
+  auto doubt = all.doubts.begin();
+  const auto last = doubt + static_cast<std::ptrdiff_t>(std::min(all.doubts.size(), most_doubts));
+  const auto add_doubts_before = [&](std::size_t cause) {
+    for (; doubt != last && *doubt < cause; ++doubt)
+      made.not_judged.push_back(at.into.causes[*doubt].title);
+  };
+  for (const share& one : own) {
+    add_doubts_before(one.cause);
+    if (doubt != last && *doubt == one.cause) ++doubt;
+    const cause& of = at.into.causes[one.cause];
+    made.causes.push_back(one.cause);
+    made.findings += one.findings;
+    if (one.differs) {
+      made.is = verdict::differs;
+      made.first = std::min(made.first, of.first);
+    } else {
+      made.not_judged.push_back(of.title);
+    }
+  }
+  add_doubts_before(at.into.causes.size());
+  if (all.doubts.size() > most_doubts)
+    made.not_judged.push_back(
+        fmt::format("{} more causes that name no bundle", all.doubts.size() - most_doubts));
+  made.not_judged.insert(made.not_judged.end(), all.not_read.begin(), all.not_read.end());
   if (made.is != verdict::differs && made.not_judged.empty()) made.is = verdict::agrees;
   at.into.bundles.push_back(std::move(made));
 }
@@ -99,16 +147,27 @@ void judge_bundles(judging& at) {
   std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
     return number_of_bundle(a) < number_of_bundle(b);
   });
-  for (const std::string& name : sorted) judge_bundle(at, name);
+  const shares all = shares_of(at);
+  for (const std::string& name : sorted) judge_bundle(at, all, name);
 }
 
 // What differs before what could not be judged; of either the uppermost layer first.
 void sort_causes(judged_run& of) {
-  const auto rank = [&](const cause& one) {
-    return std::make_tuple(is_difference(of.of, one) ? 0 : 1, one.first);
+  struct ranked {
+    int kind;
+    layer first;
+    cause of;
   };
-  std::stable_sort(of.causes.begin(), of.causes.end(),
-                   [&](const cause& a, const cause& b) { return rank(a) < rank(b); });
+  std::vector<ranked> all;
+  for (cause& one : of.causes) {
+    const int kind = is_difference(of.of, one) ? 0 : 1;
+    all.push_back({kind, one.first, std::move(one)});
+  }
+  std::stable_sort(all.begin(), all.end(), [](const ranked& a, const ranked& b) {
+    return std::tie(a.kind, a.first) < std::tie(b.kind, b.first);
+  });
+  of.causes.clear();
+  for (ranked& one : all) of.causes.push_back(std::move(one.of));
 }
 
 }  // namespace

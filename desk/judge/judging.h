@@ -2,9 +2,13 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "desk/judge/judged_run.h"
@@ -19,11 +23,80 @@ struct place_key {
   auto operator<=>(const place_key&) const = default;
 };
 
+// The fields that differ on the objects of a cause, a bit for each field.
+class fields_of_objects {
+ public:
+  void add(const object_ref& of, field what);
+  // Those of this object, and of any bundle as such.
+  [[nodiscard]] std::uint32_t of(const object_ref& one) const;
+
+ private:
+  std::uint32_t of_bundles_ = 0;
+  std::unordered_map<object_key, std::uint32_t, object_key_hash, object_key_equal> of_parts_;
+};
+
+// What is asked of the causes again and again while findings are shared out. A run can have as many
+// causes as findings, so none may be looked for among all.
+class cause_index {
+ public:
+  // The cause has its place from now on.
+  void add_cause(std::size_t cause, const desk::cause& of);
+  void add_difference(std::size_t cause, const object_ref& object, field what);
+  void add_finding(std::size_t cause, const object_ref& object, field what);
+
+  // The causes of a bundle that are on this node, the first one first.
+  [[nodiscard]] const std::vector<std::size_t>& on(std::string_view bundle,
+                                                   std::string_view node) const;
+  // The first cause with a finding about this object, or a difference of it.
+  [[nodiscard]] std::optional<std::size_t> first_about(const object_ref& object) const;
+  // The first cause in the tables of this chip.
+  [[nodiscard]] std::optional<std::size_t> first_in_chip(std::string_view node,
+                                                         std::string_view npu) const;
+  // Of its differences if it has any, otherwise of its findings.
+  [[nodiscard]] std::uint32_t fields(std::size_t cause, const object_ref& object) const;
+
+ private:
+  using name_pair = std::pair<std::string, std::string>;
+  struct subject {
+    bool has_difference = false;
+    fields_of_objects of;
+  };
+  void note_subject(std::size_t cause, const object_ref& object);
+
+  std::map<name_pair, std::vector<std::size_t>> on_node_;  // by bundle and node
+  std::map<name_pair, std::size_t> in_chip_;               // by node and NPU
+  std::unordered_map<object_key, std::size_t, object_key_hash, object_key_equal> about_;
+  std::unordered_map<std::size_t, subject> subjects_;
+};
+
+// The findings by what is asked of them. Each list is in the order of run::findings.
+class finding_index {
+ public:
+  explicit finding_index(const std::vector<finding>& all);
+  using list = std::vector<std::size_t>;
+
+  [[nodiscard]] const list& about(const object_ref& object) const;
+  [[nodiscard]] const list& on_node(const std::string& node) const;
+  [[nodiscard]] const list& with_code(const std::string& code) const;
+  // "has no Bundle entry in location", which names the node and the layer only. Each is handed out
+  // once: all of a place have the same reason.
+  [[nodiscard]] list take_without_entry(const std::string& node, layer in);
+  [[nodiscard]] const std::map<std::string, list>& codes() const { return codes_; }
+
+ private:
+  std::unordered_map<object_key, list, object_key_hash, object_key_equal> objects_;
+  std::unordered_map<std::string, list> nodes_;
+  std::map<std::string, list> codes_;
+  std::map<std::pair<std::string, layer>, list> without_entry_;
+};
+
 struct judging {
   judged_run& into;
   std::vector<difference> differences{};
   std::vector<bool> is_explained{};                 // by finding
   std::map<place_key, std::size_t> known_causes{};  // indexes in judged_run::causes
+  finding_index findings{into.of.findings};
+  cause_index causes{};
 
   [[nodiscard]] const run& of() const { return into.of; }
 };
@@ -33,8 +106,12 @@ void add_holes(judging& at);         // what was not read
 void take_differences(judging& at);  // values and entries that differ
 void take_findings(judging& at);     // what is left of the messages
 
-// The cause for a place, which is made if it is new.
-[[nodiscard]] cause& cause_at(judging& at, const place_key& key);
+// The cause for a place, which is made if it is new; its index in judged_run::causes.
+[[nodiscard]] std::size_t cause_at(judging& at, const place_key& key);
+// A cause that has its place and its findings already.
+void add_cause(judging& at, cause made);
+// From now on the cause explains it.
+void give_finding(judging& at, std::size_t cause, std::size_t finding);
 
 // Of the odd witnesses the one of the uppermost layer; null if none is odd.
 [[nodiscard]] const witness* first_odd(const difference& of);

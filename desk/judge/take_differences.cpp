@@ -22,6 +22,20 @@ bool belongs(const difference& of, const finding& one) {
   });
 }
 
+// The findings that can belong to it, in their order.
+std::vector<std::size_t> candidates_for(judging& at, const difference& of) {
+  std::vector<std::size_t> found = at.findings.about(of.object);
+  if (of.what != field::presence) return found;
+  for (const witness& w : of.witnesses) {
+    if (!w.is_odd) continue;
+    const auto more = at.findings.take_without_entry(w.node, layer_of(w.from));
+    found.insert(found.end(), more.begin(), more.end());
+  }
+  std::sort(found.begin(), found.end());
+  found.erase(std::unique(found.begin(), found.end()), found.end());
+  return found;
+}
+
 void take_difference(judging& at, difference of) {
   const witness* odd = first_odd(of);
   // Of several odd nodes none is the place.
@@ -31,12 +45,13 @@ void take_difference(judging& at, difference of) {
   const bool is_clear =
       has_one_node && (of.how_sure == sureness::majority || of.how_sure == sureness::named);
   const place_key key = {of.object.bundle, is_clear ? odd->node : "", layer_of(odd->from)};
-  cause& into = cause_at(at, key);
-  for (std::size_t i = 0; i < at.of().findings.size(); ++i) {
+  const std::size_t index = cause_at(at, key);
+  for (const std::size_t i : candidates_for(at, of)) {
     if (at.is_explained[i] || !belongs(of, at.of().findings[i])) continue;
     at.is_explained[i] = true;
-    into.findings.push_back(i);
+    give_finding(at, index, i);
   }
+  cause& into = at.into.causes[index];
   if (into.title.empty()) {
     into.title = title_of(of);
     into.object = of.object;
@@ -44,22 +59,13 @@ void take_difference(judging& at, difference of) {
     into.why = of.why;
     into.npu = odd->npu;
     into.next = command_for(at.of(), odd->from, odd->node, odd->npu);
+    at.causes.add_cause(index, into);
   }
+  at.causes.add_difference(index, of.object, of.what);
   into.differences.push_back(std::move(of));
 }
 
 }  // namespace
-
-cause& cause_at(judging& at, const place_key& key) {
-  const auto [found, is_new] = at.known_causes.try_emplace(key, at.into.causes.size());
-  if (is_new) {
-    cause& made = at.into.causes.emplace_back();
-    made.node = key.node;
-    made.first = key.first;
-    made.object = {object_kind::bundle, key.bundle, key.bundle};
-  }
-  return at.into.causes[found->second];
-}
 
 void take_differences(judging& at) {
   for (difference& one : at.differences) take_difference(at, std::move(one));

@@ -1,7 +1,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
 #include <set>
+#include <utility>
 
 #include "desk/judge/judging.h"
 #include "desk/model/coverage.h"
@@ -59,61 +61,56 @@ bool can_follow(field from, const finding& one) {
   }
 }
 
-// A delayed delete comes with an inconsistency of the same object, on whichever node that is.
-bool is_to_be_deleted(const run& of, const cause& above, const finding& one) {
-  if (one.kind != finding_kind::delay_delete) return false;
-  return std::any_of(above.differences.begin(), above.differences.end(),
-                     [&](const difference& from) { return from.object == one.object; }) ||
-         std::any_of(above.findings.begin(), above.findings.end(),
-                     [&](std::size_t i) { return of.findings[i].object == one.object; });
-}
+constexpr auto field_count = static_cast<unsigned>(field::none) + 1;
 
-bool explains(const run& of, const cause& above, const finding& one) {
-  if (is_to_be_deleted(of, above, one)) return true;
-  if (above.object.bundle != one.object.bundle || above.node.empty() || above.node != one.node)
-    return false;
-  if (one.of != layer::none && above.first > one.of) return false;
+bool explains(const judging& at, std::size_t above, const finding& one) {
+  const layer first = at.into.causes[above].first;
+  if (one.of != layer::none && first > one.of) return false;
   // What is wrong with a member or sub-bundle does not harm the rest of its bundle.
-  const auto follows = [&](const object_ref& on, field from) {
-    return (on.kind == object_kind::bundle || on == one.object) && can_follow(from, one);
-  };
-  if (!above.differences.empty())
-    return std::any_of(above.differences.begin(), above.differences.end(),
-                       [&](const difference& from) { return follows(from.object, from.what); });
-  return std::any_of(above.findings.begin(), above.findings.end(), [&](std::size_t i) {
-    return follows(of.findings[i].object, of.findings[i].what);
-  });
+  const std::uint32_t fields = at.causes.fields(above, one.object);
+  for (unsigned i = 0; i < field_count; ++i)
+    if ((fields >> i & 1U) != 0 && can_follow(static_cast<field>(i), one)) return true;
+  return false;
 }
 
-// An earlier cause of the same bundle that explains this finding as well.
-cause* cause_above(judging& at, const finding& one) {
-  if (one.object.bundle.empty() || one.kind == finding_kind::health) return nullptr;
-  const auto above =
-      std::find_if(at.into.causes.begin(), at.into.causes.end(),
-                   [&](const cause& other) { return explains(at.of(), other, one); });
-  return above == at.into.causes.end() ? nullptr : &*above;
+// An earlier cause of the same bundle and node that explains this finding as well. A delayed delete
+// comes with an inconsistency of the same object, on whichever node that is.
+std::optional<std::size_t> cause_above(const judging& at, const finding& one) {
+  if (one.object.bundle.empty() || one.kind == finding_kind::health) return {};
+  const auto& on_node = at.causes.on(one.object.bundle, one.node);
+  const auto above = std::find_if(on_node.begin(), on_node.end(),
+                                  [&](std::size_t cause) { return explains(at, cause, one); });
+  std::optional<std::size_t> found;
+  if (above != on_node.end()) found = *above;
+  if (one.kind != finding_kind::delay_delete) return found;
+  const auto same = at.causes.first_about(one.object);
+  return same && (!found || *same < *found) ? same : found;
 }
 
 // The chip's list of LAGs has a line of another form. That is legal, and only if something is
 // missing there it may be the reason.
-cause* cause_of_line(judging& at, const finding& one) {
-  const auto same =
-      std::find_if(at.into.causes.begin(), at.into.causes.end(), [&](const cause& other) {
-        return other.first == layer::bcm && other.node == one.node && other.npu == one.npu;
-      });
-  return same == at.into.causes.end() ? nullptr : &*same;
+std::optional<std::size_t> cause_of_line(const judging& at, const finding& one) {
+  return at.causes.first_in_chip(one.node, one.npu);
 }
 
-bool is_normal_note(const run& of, const finding& one) {
+// What is open of the layers and nodes, looked up once for all notes.
+using open_places = std::set<std::pair<std::string, layer>>;
+
+open_places open_places_of(const run& of) {
+  open_places open;
+  for (const coverage& one : of.covered)
+    if (is_hole(one)) open.emplace(one.node, one.of);
+  return open;
+}
+
+bool is_normal_note(const open_places& open, const finding& one) {
   if (one.kind != finding_kind::note) return false;
   // Fewer threads, or files that stay: the audit says itself that it is complete all the same.
   if (one.code == "TC-903" || one.code == "TC-904") return true;
   if (one.code == "TC-608" || one.code == "TC-616") return true;
   if (one.node.empty() || one.of == layer::none) return false;
   // Where nothing can be, the note is no finding.
-  return std::none_of(of.covered.begin(), of.covered.end(), [&](const coverage& c) {
-    return c.node == one.node && c.of == one.of && is_hole(c);
-  });
+  return !open.contains({one.node, one.of});
 }
 
 // Why the judge is as sure as it is of what a message says.
@@ -131,21 +128,24 @@ std::string subject_key(const finding& one) {
   return one.object.bundle.empty() ? one.text : one.object.bundle;
 }
 
-void take_finding(judging& at, std::size_t index) {
+void take_finding(judging& at, const open_places& open, std::size_t index) {
   const finding& one = at.of().findings[index];
   const bool is_line = one.code == "TC-905";
-  const bool is_normal = is_line || is_normal_note(at.of(), one);
-  cause* above = is_line ? cause_of_line(at, one) : is_normal ? nullptr : cause_above(at, one);
-  if (above != nullptr) {
-    above->findings.push_back(index);
+  const bool is_normal = is_line || is_normal_note(open, one);
+  std::optional<std::size_t> above;
+  if (is_line) above = cause_of_line(at, one);
+  if (!is_normal) above = cause_above(at, one);
+  if (above) {
+    give_finding(at, *above, index);
     return;
   }
   if (is_normal) {
     at.into.unexplained.push_back(index);
     return;
   }
-  cause& into = cause_at(at, {subject_key(one), one.node, one.of});
-  into.findings.push_back(index);
+  const std::size_t made = cause_at(at, {subject_key(one), one.node, one.of});
+  give_finding(at, made, index);
+  cause& into = at.into.causes[made];
   if (!into.title.empty()) return;
   into.title = title_of(one);
   into.object = one.object;
@@ -154,24 +154,22 @@ void take_finding(judging& at, std::size_t index) {
   into.why = why_of(one);
   into.next = command_for_platform(at.of(), one);
   if (into.next.empty()) into.next = command_for(at.of(), source_of(one), one.node, one.npu);
+  at.causes.add_cause(made, into);
 }
 
 // One message about most of the bundles has one reason, and it is not in the bundles.
-bool take_common(judging& at, const std::string& code) {
+bool take_common(judging& at, const std::string& code, std::size_t configured) {
   constexpr std::size_t fewest_bundles = 4;
   std::set<std::string> bundles;
   std::vector<std::size_t> same;
-  for (std::size_t i = 0; i < at.of().findings.size(); ++i) {
+  for (const std::size_t i : at.findings.with_code(code)) {
     const finding& one = at.of().findings[i];
-    if (at.is_explained[i] || one.code != code) continue;
+    if (at.is_explained[i]) continue;
     const object* bundle = at.of().find(object_kind::bundle, one.object.bundle, one.object.bundle);
     if (bundle == nullptr || !bundle->is_configured) continue;
     bundles.insert(one.object.bundle);
     same.push_back(i);
   }
-  const auto configured = static_cast<std::size_t>(std::count_if(
-      at.of().objects.begin(), at.of().objects.end(),
-      [](const object& o) { return o.kind == object_kind::bundle && o.is_configured; }));
   if (bundles.size() < fewest_bundles || bundles.size() * 4 < configured * 3) return false;
   const finding& first = at.of().findings[same.front()];
   cause made;
@@ -184,7 +182,7 @@ bool take_common(judging& at, const std::string& code) {
   if (made.next.empty() && first.of == layer::dpa) made.next = "/opt/nos/bin/plat_nodes_show -v";
   made.findings = same;
   for (const std::size_t i : same) at.is_explained[i] = true;
-  at.into.causes.push_back(std::move(made));
+  add_cause(at, std::move(made));
   return true;
 }
 
@@ -208,9 +206,9 @@ void take_unset(judging& at, std::size_t first) {
   const finding& one = at.of().findings[first];
   std::vector<std::string> nodes = nodes_without_lif(at.of(), one.object);
   cause made;
-  for (std::size_t i = first; i < at.of().findings.size(); ++i) {
+  for (const std::size_t i : at.findings.about(one.object)) {
     const finding& other = at.of().findings[i];
-    if (at.is_explained[i] || other.code != one.code || other.object != one.object) continue;
+    if (i < first || at.is_explained[i] || other.code != one.code) continue;
     at.is_explained[i] = true;
     made.findings.push_back(i);
     add_once(nodes, other.node);
@@ -227,7 +225,7 @@ void take_unset(judging& at, std::size_t first) {
   const bool is_sub = one.object.kind == object_kind::sub_bundle;
   made.next =
       command_for(at.of(), is_sub ? source::l2intf : source::l2port, nodes.front(), one.npu);
-  at.into.causes.push_back(std::move(made));
+  add_cause(at, std::move(made));
 }
 
 }  // namespace
@@ -250,15 +248,22 @@ bool is_difference(const run& of, const cause& one) {
 // What the audit found before what it could not verify, so that a cause is named by the former.
 void take_findings(judging& at) {
   const auto& all = at.of().findings;
-  std::set<std::string> codes;
-  for (const finding& one : all)
-    if (one.kind != finding_kind::health && !one.code.starts_with("TC-6")) codes.insert(one.code);
-  for (const std::string& code : codes) take_common(at, code);
-  for (std::size_t i = 0; i < all.size(); ++i)
-    if (!at.is_explained[i] && all[i].code == "TC-109") take_unset(at, i);
+  const auto& objects = at.of().objects;
+  const auto configured =
+      static_cast<std::size_t>(std::count_if(objects.begin(), objects.end(), [](const object& o) {
+        return o.kind == object_kind::bundle && o.is_configured;
+      }));
+  const auto is_of_objects = [&](std::size_t i) {
+    return all[i].kind != finding_kind::health && !all[i].code.starts_with("TC-6");
+  };
+  for (const auto& [code, same] : at.findings.codes())
+    if (std::any_of(same.begin(), same.end(), is_of_objects)) take_common(at, code, configured);
+  for (const std::size_t i : at.findings.with_code("TC-109"))
+    if (!at.is_explained[i]) take_unset(at, i);
+  const open_places open = open_places_of(at.of());
   for (const bool doubts : {false, true})
     for (std::size_t i = 0; i < all.size(); ++i)
-      if (!at.is_explained[i] && is_doubt(all[i]) == doubts) take_finding(at, i);
+      if (!at.is_explained[i] && is_doubt(all[i]) == doubts) take_finding(at, open, i);
 }
 
 }  // namespace desk

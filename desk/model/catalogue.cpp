@@ -119,14 +119,21 @@ std::vector<std::string_view> pieces_of(std::string_view wording) {
   return pieces;
 }
 
+// A wording, cut once.
+struct cut_wording {
+  const catalogue_entry* entry = nullptr;
+  std::vector<std::string_view> pieces{};
+  std::size_t length = 0;  // of all pieces
+};
+
 // The blanks of a text, each as short as possible but the first of a failure, whose cause may hold
 // anything; nothing if the text does not read so.
 std::optional<std::vector<std::string_view>> blanks_of(std::string_view text,
-                                                       std::string_view wording) {
-  const auto pieces = pieces_of(wording);
+                                                       const cut_wording& wording) {
+  const auto& pieces = wording.pieces;
   std::vector<std::string_view> blanks;
   if (!text.starts_with(pieces.front()) || !text.ends_with(pieces.back())) return {};
-  if (pieces.size() == 1) return text == wording ? std::optional(blanks) : std::nullopt;
+  if (pieces.size() == 1) return text == pieces.front() ? std::optional(blanks) : std::nullopt;
   if (text.size() < pieces.front().size() + pieces.back().size()) return {};
   text.remove_prefix(pieces.front().size());
   text.remove_suffix(pieces.back().size());
@@ -141,10 +148,17 @@ std::optional<std::vector<std::string_view>> blanks_of(std::string_view text,
   return blanks;
 }
 
-std::size_t fixed_length(std::string_view wording) {
-  std::size_t length = 0;
-  for (const std::string_view piece : pieces_of(wording)) length += piece.size();
-  return length;
+// The wordings of all entries, the one that fixes most of a text first.
+std::vector<cut_wording> cut_wordings() {
+  std::vector<cut_wording> all;
+  for (const catalogue_entry& entry : catalogue()) {
+    cut_wording one{&entry, pieces_of(entry.wording)};
+    for (const std::string_view piece : one.pieces) one.length += piece.size();
+    if (one.length != 0) all.push_back(std::move(one));
+  }
+  std::stable_sort(all.begin(), all.end(),
+                   [](const cut_wording& a, const cut_wording& b) { return a.length > b.length; });
+  return all;
 }
 
 // ---- Reading the page ---------------------------------------------------------------------------
@@ -267,17 +281,10 @@ std::string_view recognised::at(std::string_view role) const {
 }
 
 std::optional<recognised> recognise(std::string_view text) {
-  std::optional<recognised> best;
-  std::size_t best_length = 0;
-  for (const catalogue_entry& entry : catalogue()) {
-    const std::size_t length = fixed_length(entry.wording);
-    if (length <= best_length) continue;
-    if (auto blanks = blanks_of(text, entry.wording)) {
-      best = recognised{&entry, std::move(*blanks)};
-      best_length = length;
-    }
-  }
-  return best;
+  static const std::vector<cut_wording> wordings = cut_wordings();
+  for (const cut_wording& one : wordings)
+    if (auto blanks = blanks_of(text, one)) return recognised{one.entry, std::move(*blanks)};
+  return {};
 }
 
 }  // namespace desk

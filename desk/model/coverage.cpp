@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
+#include <utility>
 #include <vector>
 
 #include "desk/model/numbers.h"
@@ -23,24 +25,50 @@ const node* node_named(const run& of, std::string_view name) {
   return index == no_place ? nullptr : &of.nodes[static_cast<std::size_t>(index)];
 }
 
+// What is asked of the findings, the members and the journal for each node and chip.
+struct covering {
+  explicit covering(run& of_run);
+  run& of;
+  using list = std::vector<const finding*>;
+  std::map<std::string_view, list> by_code{};
+  std::map<std::pair<std::string_view, std::string_view>, list> by_code_and_node{};
+  std::vector<bool> has_members;  // by index in run::nodes: an agent there knows one
+  using commands = std::vector<const journal_command*>;
+  std::map<layer, commands> by_layer{};
+  std::map<std::pair<layer, std::string_view>, commands> by_layer_and_node{};
+};
+
 // The first finding with one of these codes, about this node and NPU where they are not empty.
-const finding* finding_with(const run& of, const std::vector<std::string_view>& codes,
+const finding* finding_with(const covering& in, const std::vector<std::string_view>& codes,
                             std::string_view node = {}, std::string_view npu = {}) {
-  for (const finding& one : of.findings) {
-    if (std::find(codes.begin(), codes.end(), one.code) == codes.end()) continue;
-    if (!node.empty() && one.node != node) continue;
-    if (!npu.empty() && !one.npu.empty() && one.npu != npu) continue;
-    return &one;
+  const finding* first = nullptr;
+  const auto is_about = [&](const finding* one) {
+    return npu.empty() || one->npu.empty() || one->npu == npu;
+  };
+  const auto take_first = [&](const auto& lists, const auto& key) {
+    const auto at = lists.find(key);
+    if (at == lists.end()) return;
+    const auto found = std::find_if(at->second.begin(), at->second.end(), is_about);
+    // They all are in one vector.
+    if (found != at->second.end() && (first == nullptr || *found < first)) first = *found;
+  };
+  for (const std::string_view code : codes) {
+    if (node.empty())
+      take_first(in.by_code, code);
+    else
+      take_first(in.by_code_and_node, std::pair(code, node));
   }
-  return nullptr;
+  return first;
 }
 
 // A command that could not be run or whose output could not be kept, by a part of its text.
-const finding* refused_command(const run& of, std::string_view part, std::string_view also = {}) {
-  for (const finding& one : of.findings)
-    if (one.code == "TC-701" && one.text.find(part) != std::string::npos &&
-        one.text.find(also) != std::string::npos)
-      return &one;
+const finding* refused_command(const covering& in, std::string_view part,
+                               std::string_view also = {}) {
+  const auto refused = in.by_code.find("TC-701");
+  if (refused == in.by_code.end()) return nullptr;
+  for (const finding* one : refused->second)
+    if (one->text.find(part) != std::string::npos && one->text.find(also) != std::string::npos)
+      return one;
   return nullptr;
 }
 
@@ -74,8 +102,8 @@ bool has_table(const run& of, source from, std::int16_t node, std::int16_t npu) 
 }
 
 // What ended the run before it asked the layers.
-const finding* early_end(const run& of) {
-  return finding_with(of, {"TC-702", "TC-703", "TC-704"});
+const finding* early_end(const covering& in) {
+  return finding_with(in, {"TC-702", "TC-703", "TC-704"});
 }
 
 // ---- The router as a whole ----------------------------------------------------------------------
@@ -87,17 +115,17 @@ struct whole_layer {
   std::vector<std::string_view> not_understood;
 };
 
-coverage cover_whole(const run& of, const whole_layer& one) {
+coverage cover_whole(const covering& in, const whole_layer& one) {
   coverage entry;
   entry.of = one.of;
-  entry.command = command_for(of, one.from, {}, {});
-  if (const finding* refused = refused_command(of, one.tool)) {
+  entry.command = command_for(in.of, one.from, {}, {});
+  if (const finding* refused = refused_command(in, one.tool)) {
     entry.state = coverage_state::failed;
     entry.reason = refused->text;
     return entry;
   }
-  const finding* failure = finding_with(of, one.not_understood);
-  const bool has_entries = entries_of(of, one.from, no_place, no_place) != 0;
+  const finding* failure = finding_with(in, one.not_understood);
+  const bool has_entries = entries_of(in.of, one.from, no_place, no_place) != 0;
   if (failure != nullptr) {
     entry.state = has_entries ? coverage_state::partly : coverage_state::not_understood;
     entry.reason = failure->text;
@@ -107,24 +135,24 @@ coverage cover_whole(const run& of, const whole_layer& one) {
     entry.state = coverage_state::read;
     return entry;
   }
-  if (!of.has_snapshot) {
+  if (!in.of.has_snapshot) {
     entry.reason = "the logs hold no snapshot of this run";
     return entry;
   }
-  if (const finding* lost = finding_with(of, {"TC-765", "TC-766"})) {
+  if (const finding* lost = finding_with(in, {"TC-765", "TC-766"})) {
     entry.reason = lost->text;
     return entry;
   }
-  if (const finding* early = early_end(of)) {
+  if (const finding* early = early_end(in)) {
     entry.reason = fmt::format("the run ended before it could ask: {}", early->text);
     return entry;
   }
-  if (of.end == run_end::cut_off) {
+  if (in.of.end == run_end::cut_off) {
     entry.reason = "the snapshot ends before it";
     return entry;
   }
   entry.state = coverage_state::empty;
-  entry.reason = complaint_with(of, one.tool);
+  entry.reason = complaint_with(in.of, one.tool);
   if (!entry.reason.empty()) entry.state = coverage_state::failed;
   if (entry.reason.empty()) entry.reason = fmt::format("{} shows no bundle with members", one.tool);
   return entry;
@@ -133,12 +161,12 @@ coverage cover_whole(const run& of, const whole_layer& one) {
 // ---- A node -------------------------------------------------------------------------------------
 
 // Why a node takes no part in the run.
-const finding* note_of_platform(const run& of, const node& at) {
-  return finding_with(of, {"TC-602", "TC-603", "TC-604", "TC-605"}, at.name);
+const finding* note_of_platform(const covering& in, const node& at) {
+  return finding_with(in, {"TC-602", "TC-603", "TC-604", "TC-605"}, at.name);
 }
 
-std::string why_left_out(const run& of, const node& at) {
-  if (const finding* note = note_of_platform(of, at)) return note->text;
+std::string why_left_out(const covering& in, const node& at) {
+  if (const finding* note = note_of_platform(in, at)) return note->text;
   if (at.role == "Standby") return "standby route processor";
   if (!at.band.empty() && at.band != "FINAL")
     return fmt::format("its software is in band {}", at.band);
@@ -146,21 +174,16 @@ std::string why_left_out(const run& of, const node& at) {
   return "left out by the platform's list of nodes";
 }
 
-bool has_members(const run& of, const node& at) {
-  const std::int16_t index = of.node_index(at.name);
-  return std::any_of(of.objects.begin(), of.objects.end(), [&](const object& one) {
-    return one.kind == object_kind::member &&
-           std::any_of(one.cells.begin(), one.cells.end(),
-                       [&](const cell& c) { return c.from == source::agent && c.node == index; });
-  });
+bool has_members(const covering& in, const node& at) {
+  return in.has_members[static_cast<std::size_t>(&at - in.of.nodes.data())];
 }
 
-void cover_agent(run& of, const node& at, const coverage& whole) {
+void cover_agent(covering& in, const node& at, const coverage& whole) {
   coverage entry;
   entry.of = layer::pd;
   entry.node = at.name;
-  entry.command = command_for(of, source::agent, {}, {});
-  if (entries_of(of, source::agent, of.node_index(at.name), no_place) != 0) {
+  entry.command = command_for(in.of, source::agent, {}, {});
+  if (entries_of(in.of, source::agent, in.of.node_index(at.name), no_place) != 0) {
     entry.state = coverage_state::read;
   } else {
     entry.state = whole.state == coverage_state::read ? coverage_state::empty : whole.state;
@@ -170,31 +193,31 @@ void cover_agent(run& of, const node& at, const coverage& whole) {
     // The agents do not report a live standby route processor.
     entry.is_normal = entry.state == coverage_state::empty && at.role == "Standby";
   }
-  of.covered.push_back(std::move(entry));
+  in.of.covered.push_back(std::move(entry));
 }
 
 // What the tables of the forwarding layer that are not there have in common.
-void explain_forwarding(const run& of, const node& at, coverage& entry) {
+void explain_forwarding(const covering& in, const node& at, coverage& entry) {
   if (at.address.empty()) {
     entry.state = coverage_state::never_asked;
     entry.reason = "the list of nodes has no address for it";
     return;
   }
-  const std::string complaint = complaint_with(of, at.address);
+  const std::string complaint = complaint_with(in.of, at.address);
   if (!complaint.empty()) {
     entry.state = coverage_state::failed;
     entry.reason = complaint;
     return;
   }
-  if (const finding* refused = refused_command(of, "fwd_object_show", at.address)) {
+  if (const finding* refused = refused_command(in, "fwd_object_show", at.address)) {
     entry.state = coverage_state::failed;
     entry.reason = refused->text;
   } else if (const finding* failed = finding_with(
-                 of, {"TC-708", "TC-713", "TC-714", "TC-715", "TC-716", "TC-717"}, at.name)) {
+                 in, {"TC-708", "TC-713", "TC-714", "TC-715", "TC-716", "TC-717"}, at.name)) {
     entry.state = coverage_state::not_understood;
     entry.reason = failed->text;
   } else if (const finding* note =
-                 finding_with(of, {"TC-611", "TC-612", "TC-613", "TC-614"}, at.name)) {
+                 finding_with(in, {"TC-611", "TC-612", "TC-613", "TC-614"}, at.name)) {
     entry.reason = note->text;
   } else {
     entry.reason = "it prints no objects";
@@ -202,139 +225,139 @@ void explain_forwarding(const run& of, const node& at, coverage& entry) {
 }
 
 // Tables that a node may lack in health: ports where it has none, layer 3 where nothing is routed.
-bool may_be_empty(const run& of, const node& at, source table) {
-  if (table == source::lagport || table == source::l2port) return !has_members(of, at);
-  if (table == source::l1port) return !has_members(of, at);
+bool may_be_empty(const covering& in, const node& at, source table) {
+  if (table == source::lagport || table == source::l2port) return !has_members(in, at);
+  if (table == source::l1port) return !has_members(in, at);
   return true;
 }
 
-void cover_forwarding(run& of, const node& at) {
+void cover_forwarding(covering& in, const node& at) {
   coverage entry;
   entry.of = layer::dpa;
   entry.node = at.name;
-  entry.command = command_for(of, source::lagport, at.name, {});
-  const std::int16_t index = of.node_index(at.name);
+  entry.command = command_for(in.of, source::lagport, at.name, {});
+  const std::int16_t index = in.of.node_index(at.name);
   std::vector<std::string_view> missing;
   std::size_t held = 0;
   for (const source table : forwarding_tables) {
-    if (entries_of(of, table, index, no_place) != 0)
+    if (entries_of(in.of, table, index, no_place) != 0)
       ++held;
-    else if (!may_be_empty(of, at, table))
+    else if (!may_be_empty(in, at, table))
       missing.push_back(tool_of(table).substr(tool_of(table).rfind(' ') + 1));
   }
   const bool has_failure =
-      finding_with(of, {"TC-708", "TC-713", "TC-714", "TC-715", "TC-716", "TC-717"}, at.name) !=
+      finding_with(in, {"TC-708", "TC-713", "TC-714", "TC-715", "TC-716", "TC-717"}, at.name) !=
       nullptr;
   if (held != 0 && missing.empty() && !has_failure) {
     entry.state = coverage_state::read;
   } else {
     entry.state = coverage_state::empty;
-    explain_forwarding(of, at, entry);
+    explain_forwarding(in, at, entry);
     if (held != 0 && entry.state != coverage_state::never_asked) {
       if (!missing.empty())
         entry.reason = fmt::format("no {}: {}", fmt::join(missing, ", "), entry.reason);
       entry.state = coverage_state::partly;
     }
-    if (!of.has_snapshot) {
+    if (!in.of.has_snapshot) {
       entry.state = coverage_state::unknown;
       entry.reason = "the logs hold no snapshot of this run";
-    } else if (const finding* early = held == 0 ? early_end(of) : nullptr) {
+    } else if (const finding* early = held == 0 ? early_end(in) : nullptr) {
       entry.state = coverage_state::unknown;
       entry.reason = fmt::format("the run ended before it could ask: {}", early->text);
     }
     // Without ports there is nothing to hold. A node that did not answer is another matter.
     entry.is_normal = entry.state == coverage_state::empty && missing.empty() && at.type != "LC";
   }
-  of.covered.push_back(std::move(entry));
+  in.of.covered.push_back(std::move(entry));
 }
 
-void cover_chip(run& of, const node& at, const std::string& npu) {
+void cover_chip(covering& in, const node& at, const std::string& npu) {
   coverage entry;
   entry.of = layer::bcm;
   entry.node = at.name;
   entry.npu = npu;
-  entry.command = command_for(of, source::chip_lag, at.name, npu);
-  const std::int16_t index = of.node_index(at.name);
+  entry.command = command_for(in.of, source::chip_lag, at.name, npu);
+  const std::int16_t index = in.of.node_index(at.name);
   const auto number = npu_in(npu);
-  const finding* failure = finding_with(of, {"TC-718", "TC-719"}, at.name, npu);
-  if (failure == nullptr) failure = finding_with(of, {"TC-709", "TC-710"}, at.name);
+  const finding* failure = finding_with(in, {"TC-718", "TC-719"}, at.name, npu);
+  if (failure == nullptr) failure = finding_with(in, {"TC-709", "TC-710"}, at.name);
   if (failure != nullptr) {
     const bool is_dump = failure->code == "TC-709" || failure->code == "TC-710";
     entry.state = is_dump ? coverage_state::failed : coverage_state::not_understood;
     entry.reason = failure->text;
-  } else if (const finding* note = finding_with(of, {"TC-615"}, at.name)) {
+  } else if (const finding* note = finding_with(in, {"TC-615"}, at.name)) {
     entry.state = coverage_state::empty;
     entry.reason = note->text;
-    entry.is_normal = at.type != "LC" && !has_members(of, at);
+    entry.is_normal = at.type != "LC" && !has_members(in, at);
   } else if (!at.has_supported_asic) {
     entry.state = coverage_state::never_asked;
     entry.reason = fmt::format("chips of the family {} are not supported", at.asic);
-  } else if (!of.has_chip_tables) {
+  } else if (!in.of.has_chip_tables) {
     entry.reason = "the logs hold no chip tables: the run ended before it compared them";
   } else if (number == no_place) {
     entry.reason = "the list of nodes gives no number for this chip";
-  } else if (entries_of(of, source::chip_lag, index, number) != 0) {
+  } else if (entries_of(in.of, source::chip_lag, index, number) != 0) {
     entry.state = coverage_state::read;
-  } else if (has_table(of, source::chip_lag, index, number)) {
+  } else if (has_table(in.of, source::chip_lag, index, number)) {
     entry.state = coverage_state::empty;
     entry.reason = "the chip shows no LAG";
-    entry.is_normal = !has_members(of, at);
+    entry.is_normal = !has_members(in, at);
   } else {
     entry.state = coverage_state::failed;
     entry.reason = "the run has no tables of this chip";
   }
-  of.covered.push_back(std::move(entry));
+  in.of.covered.push_back(std::move(entry));
 }
 
 // The audit leaves a node out of the rest of the run when a layer of it turns out to be empty.
-coverage cover_left_out(const run& of, const node& at) {
+coverage cover_left_out(const covering& in, const node& at) {
   coverage entry;
   entry.node = at.name;
   entry.of = layer::dpa;
   entry.state = coverage_state::never_asked;
-  entry.command = command_for(of, source::lagport, at.name, {});
+  entry.command = command_for(in.of, source::lagport, at.name, {});
   const finding* note =
-      finding_with(of, {"TC-611", "TC-612", "TC-613", "TC-614", "TC-615"}, at.name);
+      finding_with(in, {"TC-611", "TC-612", "TC-613", "TC-614", "TC-615"}, at.name);
   if (note == nullptr) {
-    entry.reason = why_left_out(of, at);
-    if (const finding* why = note_of_platform(of, at))
-      entry.command = command_for_platform(of, *why);
+    entry.reason = why_left_out(in, at);
+    if (const finding* why = note_of_platform(in, at))
+      entry.command = command_for_platform(in.of, *why);
     return entry;
   }
   entry.of = note->of;
-  const std::string complaint = complaint_with(of, at.address);
+  const std::string complaint = complaint_with(in.of, at.address);
   entry.state = complaint.empty() ? coverage_state::empty : coverage_state::failed;
   entry.reason = complaint.empty() ? note->text : complaint;
-  if (entry.of == layer::bcm) entry.command = command_for(of, source::chip_lag, at.name, {});
+  if (entry.of == layer::bcm) entry.command = command_for(in.of, source::chip_lag, at.name, {});
   // A route processor without ports has nothing to show.
-  entry.is_normal = complaint.empty() && at.type != "LC" && !has_members(of, at);
+  entry.is_normal = complaint.empty() && at.type != "LC" && !has_members(in, at);
   return entry;
 }
 
 // A card with members has chips, whether the platform lists them or not.
-void cover_chips_unlisted(run& of, const node& at) {
-  if (at.type != "LC" && !has_members(of, at)) return;
+void cover_chips_unlisted(covering& in, const node& at) {
+  if (at.type != "LC" && !has_members(in, at)) return;
   coverage entry;
   entry.of = layer::bcm;
   entry.node = at.name;
   entry.state = coverage_state::never_asked;
   entry.reason = "the platform's list of chip units does not have it";
   entry.command = list_of_units;
-  of.covered.push_back(std::move(entry));
+  in.of.covered.push_back(std::move(entry));
 }
 
-void cover_node(run& of, const node& at, const coverage& agents) {
+void cover_node(covering& in, const node& at, const coverage& agents) {
   if (!at.takes_part) {
-    of.covered.push_back(cover_left_out(of, at));
+    in.of.covered.push_back(cover_left_out(in, at));
     return;
   }
-  cover_agent(of, at, agents);
-  cover_forwarding(of, at);
+  cover_agent(in, at, agents);
+  cover_forwarding(in, at);
   if (at.asic.empty()) {
-    cover_chips_unlisted(of, at);
+    cover_chips_unlisted(in, at);
     return;
   }
-  for (const std::string& npu : at.npus) cover_chip(of, at, npu);
+  for (const std::string& npu : at.npus) cover_chip(in, at, npu);
 }
 
 // What the chips' shell is asked for one of its tables.
@@ -354,12 +377,12 @@ std::string_view chip_command(source from, bool is_jericho2) {
 }
 
 // Without a list of nodes nothing is asked of any.
-void cover_inventory(run& of) {
-  const bool has_node = std::any_of(of.nodes.begin(), of.nodes.end(),
+void cover_inventory(covering& in) {
+  const bool has_node = std::any_of(in.of.nodes.begin(), in.of.nodes.end(),
                                     [](const node& at) { return !at.is_empty_slot; });
-  const bool is_cut = of.end == run_end::cut_off;
-  if (!of.has_snapshot || (has_node && !is_cut)) return;
-  if (finding_with(of, {"TC-702", "TC-703", "TC-704", "TC-765", "TC-766"}) != nullptr) return;
+  const bool is_cut = in.of.end == run_end::cut_off;
+  if (!in.of.has_snapshot || (has_node && !is_cut)) return;
+  if (finding_with(in, {"TC-702", "TC-703", "TC-704", "TC-765", "TC-766"}) != nullptr) return;
   coverage entry;
   entry.state = coverage_state::empty;
   entry.reason = "plat_nodes_show lists no node";
@@ -368,7 +391,7 @@ void cover_inventory(run& of) {
     entry.reason = "the snapshot is cut off in the list of nodes, or before it";
   }
   entry.command = "/opt/nos/bin/plat_nodes_show -v";
-  of.covered.push_back(std::move(entry));
+  in.of.covered.push_back(std::move(entry));
 }
 
 }  // namespace
@@ -468,12 +491,6 @@ layer layer_of_command(std::string_view command) {
   return layer::none;
 }
 
-bool is_about(const journal_command& command, const coverage& entry) {
-  if (layer_of_command(command.command) != entry.of) return false;
-  if (!entry.npu.empty() && command.npu != entry.npu) return false;
-  return entry.node.empty() || command.node == entry.node;
-}
-
 // How a command ended, if that is what hides the layer: it did not end, failed, or printed nothing.
 std::string trouble_of(const journal_command& command) {
   if (!command.failed.empty()) return command.failed;
@@ -485,10 +502,21 @@ std::string trouble_of(const journal_command& command) {
   return command.bytes == 0U ? "printed nothing" : "";
 }
 
-void add_journal(run& of, coverage& entry) {
-  if (!of.log_of_commands) return;
-  for (const journal_command& one : of.log_of_commands->commands) {
-    if (!is_about(one, entry)) continue;
+const covering::commands& commands_about(const covering& in, const coverage& entry) {
+  static const covering::commands none;
+  if (entry.node.empty()) {
+    const auto at = in.by_layer.find(entry.of);
+    return at == in.by_layer.end() ? none : at->second;
+  }
+  const auto at = in.by_layer_and_node.find({entry.of, entry.node});
+  return at == in.by_layer_and_node.end() ? none : at->second;
+}
+
+void add_journal(const covering& in, coverage& entry) {
+  if (!in.of.log_of_commands) return;
+  for (const journal_command* about : commands_about(in, entry)) {
+    const journal_command& one = *about;
+    if (!entry.npu.empty() && one.npu != entry.npu) continue;
     ++entry.commands;
     entry.seconds += one.seconds;
     entry.bytes += one.bytes.value_or(0);
@@ -534,9 +562,29 @@ void mark_cut_off(const run& of, coverage& entry) {
   entry.reason = fmt::format("the dump of {} in the debug log is cut off", store->first);
 }
 
+covering::covering(run& of_run) : of(of_run), has_members(of_run.nodes.size()) {
+  for (const finding& one : of.findings) {
+    by_code[one.code].push_back(&one);
+    by_code_and_node[{one.code, one.node}].push_back(&one);
+  }
+  for (const object& one : of.objects) {
+    if (one.kind != object_kind::member) continue;
+    for (const cell& c : one.cells)
+      if (c.from == source::agent && c.node != no_place)
+        has_members[static_cast<std::size_t>(c.node)] = true;
+  }
+  if (!of.log_of_commands) return;
+  for (const journal_command& one : of.log_of_commands->commands) {
+    const layer asked = layer_of_command(one.command);
+    by_layer[asked].push_back(&one);
+    by_layer_and_node[{asked, one.node}].push_back(&one);
+  }
+}
+
 }  // namespace
 
 void fill_coverage(run& of) {
+  covering in(of);
   const std::array<whole_layer, 3> layers = {
       whole_layer{layer::config,
                   source::running_config,
@@ -549,14 +597,14 @@ void fill_coverage(run& of) {
                   "lagmgr_table_show",
                   {"TC-711", "TC-606", "TC-607"}},
       whole_layer{layer::pd, source::agent, "lagmgr_agent_show", {"TC-712"}}};
-  for (const whole_layer& one : layers) of.covered.push_back(cover_whole(of, one));
+  for (const whole_layer& one : layers) of.covered.push_back(cover_whole(in, one));
   const coverage agents = of.covered.back();
-  cover_inventory(of);
+  cover_inventory(in);
   for (std::size_t i = 0; i < of.nodes.size(); ++i)
-    if (!of.nodes[i].is_empty_slot) cover_node(of, of.nodes[i], agents);
+    if (!of.nodes[i].is_empty_slot) cover_node(in, of.nodes[i], agents);
   for (coverage& entry : of.covered) {
     mark_cut_off(of, entry);
-    add_journal(of, entry);
+    add_journal(in, entry);
   }
 }
 

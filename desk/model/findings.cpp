@@ -55,27 +55,16 @@ void take_blanks(finding& into, const recognised& message) {
   into.object = {object_kind::member, into.object.bundle, tail.empty() ? member : tail};
 }
 
-const cell* cell_of(const object& one, field what, std::int16_t node) {
-  for (const cell& c : one.cells)
-    if (c.what == what && c.node == node) return &c;
-  return nullptr;
-}
-
 // The message about too much weight names the numbers only: the bundle is the one with them.
-void find_weight(finding& into, const run& of) {
-  for (const object& one : of.objects) {
-    for (const cell& weight : one.cells) {
-      if (weight.what != field::weight || of.texts.text(weight.value) != into.reported) continue;
-      const cell* limit = cell_of(one, field::weight_limit, weight.node);
-      if (limit == nullptr || of.texts.text(limit->value) != into.known) continue;
-      into.object = {one.kind, of.objects[one.bundle].name, one.name};
-      if (weight.node != no_place) into.node = of.nodes[static_cast<std::size_t>(weight.node)].name;
-      return;
-    }
-  }
+void find_weight(finding& into, const run& of, mention_finder& names) {
+  const auto found = names.weighing(into.reported, into.known);
+  if (!found) return;
+  into.object = {found->one->kind, of.objects[found->one->bundle].name, found->one->name};
+  if (found->node != no_place) into.node = of.nodes[static_cast<std::size_t>(found->node)].name;
 }
 
-finding finding_from(const run& of, const log_entry& entry, finding_kind kind) {
+finding finding_from(const run& of, mention_finder& names, const log_entry& entry,
+                     finding_kind kind) {
   finding made;
   made.kind = kind;
   made.text = entry.text;
@@ -86,12 +75,12 @@ finding finding_from(const run& of, const log_entry& entry, finding_kind kind) {
   const auto message = recognise(entry.text);
   // The cause of a failure may name another object than the one that could not be verified.
   const std::string_view object = message ? message->at("object") : std::string_view{};
-  mention named = mentioned_in(of, object.empty() ? std::string_view(entry.text) : object);
+  mention named = names.in(object.empty() ? std::string_view(entry.text) : object);
   made.object = std::move(named.object);
   made.node = std::move(named.node);
   made.npu = std::move(named.npu);
   if (message) take_blanks(made, *message);
-  if (made.what == field::weight) find_weight(made, of);
+  if (made.what == field::weight) find_weight(made, of, names);
   return made;
 }
 
@@ -222,10 +211,11 @@ void note_gap(run& into, const channel_log& log, finding_kind kind) {
                                    first == 2 ? "was" : "were"));
 }
 
-void read_channel(run& into, const channel_log& log, const log_run* of, finding_kind kind) {
+void read_channel(run& into, mention_finder& names, const channel_log& log, const log_run* of,
+                  finding_kind kind) {
   if (of == nullptr) return;
   for (const log_entry& entry : of->entries) {
-    finding one = finding_from(into, entry, kind);
+    finding one = finding_from(into, names, entry, kind);
     if (kind == finding_kind::failure && !entry.has_trace) one.kind = finding_kind::note;
     if (is_mac_of_chip(one)) {
       one.kind = finding_kind::programming;
@@ -256,8 +246,10 @@ finding health_of(const log_entry& entry, std::size_t line, const std::string& b
   return one;
 }
 
-void add_detail(finding& into, std::string_view text) {
-  if (into.text.size() + text.size() < longest_health_text) into.text.append("\n").append(text);
+// The findings of one line all have the same text.
+void add_detail(std::span<finding> to, std::string_view text) {
+  if (to.empty() || to.front().text.size() + text.size() >= longest_health_text) return;
+  for (finding& one : to) one.text.append("\n").append(text);
 }
 
 // A line at the margin names bundles, the indented lines behind it are its details.
@@ -271,7 +263,7 @@ void read_health_entry(run& into, const log_entry& entry) {
     rest.remove_prefix(std::min(end + 1, rest.size()));
     auto bundles = bundles_in(text);
     if (bundles.empty() && text.starts_with(" "))
-      for (std::size_t i = first; i < into.findings.size(); ++i) add_detail(into.findings[i], text);
+      add_detail(std::span(into.findings).subspan(first), text);
     if (bundles.empty()) continue;
     if (bundles.size() > most_bundles_of_line) {
       into.marks.push_back(fmt::format("{}:{}: it names {} bundles, the first {} are shown",
@@ -298,18 +290,20 @@ std::string bundle_of_entry(const run& of, std::string_view description) {
     if (!description.starts_with(word)) continue;
     const std::string_view id = description.substr(
         word.size(), std::min(description.find('_'), description.size()) - word.size());
-    for (const auto& [lag, bundles] : of.lag_ids)
-      if (of.texts.text(lag) == id && !bundles.empty())
-        return of.objects[of.objects[bundles.front()].bundle].name;
+    const auto known = of.texts.find(id);
+    const auto lag = known ? of.lag_ids.find(*known) : of.lag_ids.end();
+    if (lag != of.lag_ids.end() && !lag->second.empty())
+      return of.objects[of.objects[lag->second.front()].bundle].name;
   }
   return {};
 }
 
-finding stale_entry(const run& of, std::string_view label, std::string_view description) {
+finding stale_entry(const run& of, mention_finder& names, std::string_view label,
+                    std::string_view description) {
   finding one;
   one.code = code_of_stale;
   one.kind = finding_kind::stale;
-  const mention named = mentioned_in(of, description);
+  const mention named = names.in(description);
   one.object = {object_kind::entry, bundle_of_entry(of, description), std::string(description)};
   one.node = named.node;
   one.npu = named.npu;
@@ -344,26 +338,29 @@ void read_findings(run& into, const log_set& logs, std::size_t back) {
   if (back == 0)
     for (const channel_log* log : all_of(logs))
       into.marks.insert(into.marks.end(), log->marks.begin(), log->marks.end());
-  read_channel(into, logs.exception, of.in[0], finding_kind::failure);
-  read_channel(into, logs.inconsistent, of.in[1], finding_kind::inconsistency);
-  read_channel(into, logs.programming, of.in[2], finding_kind::programming);
-  read_channel(into, logs.delay_delete, of.in[3], finding_kind::delay_delete);
+  mention_finder names(into);
+  read_channel(into, names, logs.exception, of.in[0], finding_kind::failure);
+  read_channel(into, names, logs.inconsistent, of.in[1], finding_kind::inconsistency);
+  read_channel(into, names, logs.programming, of.in[2], finding_kind::programming);
+  read_channel(into, names, logs.delay_delete, of.in[3], finding_kind::delay_delete);
   if (back != 0) return;
   read_health(into, of.in[4]);
   note_unwritten(into, logs, of);
 }
 
 void read_debug_notes(run& into) {
+  mention_finder names(into);
   for (const std::string& text : into.debug_notes) {
     if (!recognise(text)) continue;
     const log_entry entry = {{}, text, "tessel_debug.log", 0, false};
     ++into.counts[finding_kind::note];
-    into.findings.push_back(finding_from(into, entry, finding_kind::note));
+    into.findings.push_back(finding_from(into, names, entry, finding_kind::note));
   }
 }
 
 void read_stale_entries(run& into, const std::string& folder) {
   std::vector<finding> entries;
+  mention_finder names(into);
   bool has_start = false;
   dump_taker taker;
   taker.line = [&](std::string_view line) {
@@ -374,7 +371,7 @@ void read_stale_entries(run& into, const std::string& folder) {
   taker.value = [&](std::string_view label, dump_path path, std::string_view value) {
     constexpr std::size_t depth_of_entry = 2;
     if (path.size() == depth_of_entry && path[1] == "Node Description")
-      entries.push_back(stale_entry(into, label, value));
+      entries.push_back(stale_entry(into, names, label, value));
   };
   try {
     for (std::string& mark : read_dumps(fmt::format("{}/{}", folder, stale_log), taker))

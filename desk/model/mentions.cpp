@@ -98,42 +98,67 @@ std::string npu_in(std::string_view text) {
   return {};
 }
 
-void complete_member(const run& of, mention& found) {
-  if (!found.object.bundle.empty()) return;
-  for (const object& one : of.objects) {
-    if (one.kind != object_kind::member || one.name != found.object.name) continue;
-    found.object.bundle = of.objects[one.bundle].name;
-    return;
-  }
+}  // namespace
+
+// ---- What the run knows -------------------------------------------------------------------------
+
+void mention_finder::note_members() {
+  if (std::exchange(knows_members_, true)) return;
+  for (const object& one : of_.objects)
+    if (one.kind == object_kind::member) members_.try_emplace(one.name, &one);
 }
 
-// A member sits on the node whose agent knows it.
-void complete_node(const run& of, mention& found) {
-  if (!found.node.empty() || found.object.kind != object_kind::member) return;
-  const object* member = of.find(object_kind::member, found.object.bundle, found.object.name);
-  if (member == nullptr) return;
-  for (const cell& c : member->cells)
-    if (c.from == source::agent && c.node != no_place)
-      found.node = of.nodes[static_cast<std::size_t>(c.node)].name;
+void mention_finder::note_handles() {
+  if (std::exchange(knows_handles_, true)) return;
+  for (const object& one : of_.objects)
+    for (const cell& c : one.cells)
+      if (c.what == field::handle) handles_.try_emplace(of_.texts.text(c.value), &one);
 }
 
-// "no key '0x3000024'": a layer that lacks an object is often reported by the handle alone.
-void complete_handle(const run& of, std::string_view text, mention& found) {
-  const std::size_t at = text.find("'0x");
-  if (at == std::string_view::npos) return;
-  const std::string_view handle = text.substr(at + 1, text.find('\'', at + 1) - at - 1);
-  for (const object& one : of.objects) {
+void mention_finder::note_weights() {
+  if (std::exchange(knows_weights_, true)) return;
+  for (const object& one : of_.objects) {
+    std::unordered_map<std::int16_t, text_id> limits;
+    for (const cell& c : one.cells)
+      if (c.what == field::weight_limit) limits.try_emplace(c.node, c.value);
     for (const cell& c : one.cells) {
-      if (c.what != field::handle || of.texts.text(c.value) != handle) continue;
-      found.object = {one.kind, of.objects[one.bundle].name, one.name};
-      return;
+      const auto limit = limits.find(c.node);
+      if (c.what != field::weight || limit == limits.end()) continue;
+      weights_.try_emplace({of_.texts.text(c.value), of_.texts.text(limit->second)},
+                           weighed{&one, c.node});
     }
   }
 }
 
-}  // namespace
+void mention_finder::complete_member(mention& found) {
+  if (!found.object.bundle.empty()) return;
+  note_members();
+  const auto at = members_.find(found.object.name);
+  if (at != members_.end()) found.object.bundle = of_.objects[at->second->bundle].name;
+}
 
-mention mentioned_in(const run& of, std::string_view text) {
+// A member sits on the node whose agent knows it.
+void mention_finder::complete_node(mention& found) const {
+  if (!found.node.empty() || found.object.kind != object_kind::member) return;
+  const object* member = of_.find(object_kind::member, found.object.bundle, found.object.name);
+  if (member == nullptr) return;
+  for (const cell& c : member->cells)
+    if (c.from == source::agent && c.node != no_place)
+      found.node = of_.nodes[static_cast<std::size_t>(c.node)].name;
+}
+
+// "no key '0x3000024'": a layer that lacks an object is often reported by the handle alone.
+void mention_finder::complete_handle(std::string_view text, mention& found) {
+  const std::size_t at = text.find("'0x");
+  if (at == std::string_view::npos) return;
+  note_handles();
+  const auto known = handles_.find(text.substr(at + 1, text.find('\'', at + 1) - at - 1));
+  if (known == handles_.end()) return;
+  const object& one = *known->second;
+  found.object = {one.kind, of_.objects[one.bundle].name, one.name};
+}
+
+mention mention_finder::in(std::string_view text) {
   mention found;
   found.node = node_in(text);
   found.npu = npu_in(text);
@@ -142,19 +167,30 @@ mention mentioned_in(const run& of, std::string_view text) {
   if (const std::string member = member_in(text); !member.empty()) {
     found.object.kind = object_kind::member;
     found.object.name = member;
-    complete_member(of, found);
-    complete_node(of, found);
+    complete_member(found);
+    complete_node(found);
   } else if (!bundle.bundle.empty()) {
     found.object.kind = bundle.sub.empty() ? object_kind::bundle : object_kind::sub_bundle;
     found.object.name = bundle.sub.empty() ? bundle.bundle : bundle.sub;
   } else {
-    complete_handle(of, text, found);
+    complete_handle(text, found);
   }
   if (found.object.name.empty() && !found.node.empty()) {
     found.object.kind = found.npu.empty() ? object_kind::node : object_kind::chip;
     found.object.name = found.node;
   }
   return found;
+}
+
+std::optional<mention_finder::weighed> mention_finder::weighing(std::string_view weight,
+                                                                std::string_view limit) {
+  note_weights();
+  const auto at = weights_.find({weight, limit});
+  return at == weights_.end() ? std::nullopt : std::optional(at->second);
+}
+
+mention mentioned_in(const run& of, std::string_view text) {
+  return mention_finder(of).in(text);
 }
 
 std::vector<std::string> bundles_in(std::string_view text) {

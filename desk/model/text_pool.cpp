@@ -46,17 +46,29 @@ std::uint32_t hash_of(std::string_view text) {
 
 }  // namespace
 
+inline std::size_t text_pool::slot_of(std::string_view text, std::uint32_t hash) const {
+  const std::size_t mask = slots_.size() - 1;
+  std::size_t at = hash & mask;
+  while (slots_[at].after != 0 && (slots_[at].hash != hash || texts_[slots_[at].after - 1] != text))
+    at = (at + 1) & mask;
+  return at;
+}
+
 text_id text_pool::keep(std::string_view text) {
   if (2 * texts_.size() >= slots_.size()) grow();
   const std::uint32_t hash = hash_of(text);
-  const std::size_t mask = slots_.size() - 1;
-  std::size_t at = hash & mask;
-  for (; slots_[at].after != 0; at = (at + 1) & mask)
-    if (slots_[at].hash == hash && texts_[slots_[at].after - 1] == text)
-      return slots_[at].after - 1;
-  texts_.push_back(copied(text));
-  slots_[at] = {hash, static_cast<text_id>(texts_.size())};
-  return slots_[at].after - 1;
+  slot& at = slots_[slot_of(text, hash)];
+  if (at.after == 0) {
+    texts_.push_back(copied(text));
+    at = {hash, static_cast<text_id>(texts_.size())};
+  }
+  return at.after - 1;
+}
+
+std::optional<text_id> text_pool::find(std::string_view text) const {
+  if (slots_.empty()) return {};
+  const slot& at = slots_[slot_of(text, hash_of(text))];
+  return at.after == 0 ? std::nullopt : std::optional(at.after - 1);
 }
 
 std::string_view text_pool::copied(std::string_view text) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -15,6 +16,7 @@ using text_id = std::uint32_t;
 class text_pool {
  public:
   text_id keep(std::string_view text);
+  [[nodiscard]] std::optional<text_id> find(std::string_view text) const;
   // Lasts as long as the pool.
   [[nodiscard]] std::string_view text(text_id id) const { return texts_[id]; }
   [[nodiscard]] std::size_t size() const { return texts_.size(); }
@@ -25,6 +27,8 @@ class text_pool {
     text_id after = 0;  // the number of the text and 1; 0: the slot is free
   };
 
+  // The slot of a text, or the free one where it belongs.
+  [[nodiscard]] std::size_t slot_of(std::string_view text, std::uint32_t hash) const;
   [[nodiscard]] std::string_view copied(std::string_view text);
   void grow();
 

@@ -43,8 +43,11 @@ TEST(run, numbers_texts_in_the_order_in_which_they_came) {
     if (is_new) views.push_back(pool.text(at->second));
   }
   ASSERT_EQ(pool.size(), ids.size());
+  EXPECT_EQ(pool.find("none of them"), std::nullopt);
+  EXPECT_EQ(text_pool().find(""), std::nullopt);
   for (const auto& [text, id] : ids) {
     ASSERT_EQ(pool.text(id), text);
+    ASSERT_EQ(pool.find(text), id);
     ASSERT_EQ(views[id].data(), pool.text(id).data()) << "a text does not move";
   }
 }
