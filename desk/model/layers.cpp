@@ -35,6 +35,24 @@ struct pending_cell {
   cell of;
 };
 
+// Blocks, so that a million of them never move.
+class pending_cells {
+ public:
+  void add(const pending_cell& one) {
+    if (blocks_.empty() || blocks_.back().size() == block) blocks_.emplace_back().reserve(block);
+    blocks_.back().push_back(one);
+  }
+  template <class Take>
+  void for_each(Take take) const {
+    for (const auto& cells : blocks_)
+      for (const pending_cell& one : cells) take(one);
+  }
+
+ private:
+  static constexpr std::size_t block = 4096;
+  std::vector<std::vector<pending_cell>> blocks_;
+};
+
 // A value of Jericho2 by the two keys that lead to it: the port of a LAG on a core, the profile of
 // a port, the MTU of a profile.
 enum class chip_table : std::uint8_t { lag_port, port_profile, profile_mtu };
@@ -80,9 +98,9 @@ dump dump_named(std::string_view label) {
 struct intake {
   run& into;
   std::map<std::string, std::int16_t, std::less<>> nodes;
-  std::vector<pending_cell> by_handle{};
-  std::vector<pending_cell> by_lag{};
-  std::vector<pending_cell> by_port{};  // MTUs of chips: key is "core port"
+  pending_cells by_handle{};
+  pending_cells by_lag{};
+  pending_cells by_port{};  // MTUs of chips: key is "core port"
   std::vector<chip_value> chip_values{};
   dump in_dump = dump::other;
   bool has_map = false;  // the dump, so far
@@ -91,7 +109,7 @@ struct intake {
 
   // The same for the key of an entry, which comes again with each of its fields.
   text_id keep_key(std::string_view text) {
-    if (text != last_key) {
+    if (!same_text(text, last_key)) {
       last_key = text;
       last_id = keep(text);
     }
@@ -109,7 +127,7 @@ struct intake {
   last_table last_count{};
 
   std::int16_t node_of(std::string_view name) {
-    if (name == last_node.text && last_node.number != no_place) return last_node.number;
+    if (last_node.number != no_place && same_text(name, last_node.text)) return last_node.number;
     const std::int16_t index = new_node_of(name);
     last_node = {std::string(name), index};
     return index;
@@ -128,12 +146,12 @@ struct intake {
     return index;
   }
   std::int16_t npu_of(std::string_view text) {
-    if (text != last_npu.text) last_npu = {std::string(text), npu_in(text)};
+    if (!same_text(text, last_npu.text)) last_npu = {std::string(text), npu_in(text)};
     return last_npu.number;
   }
   std::size_t object_at(object_kind kind, std::string_view bundle, std::string_view name) {
     last_object& last = kind == object_kind::bundle ? last_bundle : last_part;
-    if (last.kind != kind || last.name != name || last.bundle != bundle)
+    if (last.kind != kind || !same_text(last.name, name) || !same_text(last.bundle, bundle))
       last = {kind, std::string(bundle), std::string(name), into.object_at(kind, bundle, name)};
     return last.index;
   }
@@ -248,7 +266,7 @@ source table_named(std::string_view name) {
 
 void take_lagport(intake& in, std::int16_t node, dump_path path, std::string_view value) {
   const auto add = [&](field what, std::int16_t npu) {
-    in.by_handle.push_back(
+    in.by_handle.add(
         {in.keep_key(path[2]), 0, false, {what, source::lagport, node, npu, in.keep(value)}});
   };
   if (is(path[3], "lagid")) add(field::lag_id, no_place);
@@ -258,7 +276,7 @@ void take_lagport(intake& in, std::int16_t node, dump_path path, std::string_vie
   if (is(path[3], "vlan_domain") && path.size() == 5 && value != unset)
     add(field::vlan_domain, in.npu_of(path[4]));
   if (is(path[3], "members") && path.size() == 7 && is(path[6], "memid"))
-    in.by_handle.push_back(
+    in.by_handle.add(
         {in.keep(path[2]),
          in.keep(path[5]),
          true,
@@ -272,7 +290,7 @@ void take_forwarding(intake& in, dump_path path, std::string_view value) {
   if (from == source::lagport) return take_lagport(in, node, path, value);
   if (from == source::none || value == unset) return;
   const auto add = [&](field what) {
-    in.by_handle.push_back(
+    in.by_handle.add(
         {in.keep_key(path[2]), 0, false, {what, from, node, no_place, in.keep(value)}});
   };
   if (is(path[3], "lif")) add(field::lif);
@@ -302,18 +320,18 @@ void take_chip(intake& in, dump_path path, std::string_view value) {
   const std::int16_t npu = in.npu_of(path[1]);
   const std::string_view table = path[2];
   const auto member = [&](std::string_view of) {
-    in.by_lag.push_back({in.keep_key(lag_id_in(path[3])),
-                         in.keep(of),
-                         true,
-                         {field::presence, source::chip_lag, node, npu, in.present}});
+    in.by_lag.add({in.keep_key(lag_id_in(path[3])),
+                   in.keep(of),
+                   true,
+                   {field::presence, source::chip_lag, node, npu, in.present}});
   };
   if (is(table, "diag_lag") && path.size() == 6 && is(path[5], "gport")) member(path[4]);
   if (is(table, "tm_lag") && path.size() == 6 && is(path[4], "members")) member(value);
   if (is(table, "member_mtu") && path.size() == 5)
-    in.by_port.push_back({in.keep_pair(path[3], path[4]),
-                          0,
-                          false,
-                          {field::mtu, source::chip_mtu, node, npu, in.keep(value)}});
+    in.by_port.add({in.keep_pair(path[3], path[4]),
+                    0,
+                    false,
+                    {field::mtu, source::chip_mtu, node, npu, in.keep(value)}});
   if (const auto kept = path.size() == 5 ? chip_table_named(table) : std::nullopt)
     in.chip_values.push_back(
         {node, npu, *kept, in.keep(path[3]), in.keep(path[4]), in.keep(value)});
@@ -324,8 +342,7 @@ void take_chip_map(intake& in, dump_path path) {
     const std::int16_t node = in.node_of(path[0]);
     const std::int16_t npu = in.npu_of(path[1]);
     const text_id lag = in.keep_key(lag_id_in(path[3]));
-    in.by_lag.push_back(
-        {lag, 0, false, {field::presence, source::chip_lag, node, npu, in.present}});
+    in.by_lag.add({lag, 0, false, {field::presence, source::chip_lag, node, npu, in.present}});
     in.count(source::chip_lag, node, npu, 1);
   }
 }
@@ -358,16 +375,23 @@ std::uint64_t joined(text_id first, text_id second) {
   return std::uint64_t{first} << 32U | second;
 }
 
-// Cells for objects, in order: counted first, so that no object's cells move again and again.
+// Cells on their way to their objects.
 struct attached {
-  std::vector<std::pair<std::size_t, const cell*>> cells{};
-  void add(std::size_t object, const cell& of) { cells.emplace_back(object, &of); }
+  struct one {
+    const cell* of;
+    std::size_t object;
+  };
+  std::vector<one> cells{};
+  std::vector<std::size_t> counts;  // by object
+  void add(std::size_t object, const cell& of) {
+    cells.push_back({&of, object});
+    ++counts[object];
+  }
+  // In order; no object's cells move more than once.
   void move_into(std::vector<object>& objects) const {
-    std::vector<std::size_t> counts(objects.size());
-    for (const auto& [object, of] : cells) ++counts[object];
     for (std::size_t i = 0; i < objects.size(); ++i)
       if (counts[i] != 0) objects[i].cells.reserve(objects[i].cells.size() + counts[i]);
-    for (const auto& [object, of] : cells) objects[object].cells.push_back(*of);
+    for (const one& made : cells) objects[made.object].cells.push_back(*made.of);
   }
 };
 
@@ -391,14 +415,14 @@ void attach_by_handle(intake& in, attached& into) {
       members.try_emplace(joined(bundle->value, handle->value), i);
     }
   }
-  for (const pending_cell& one : in.by_handle) {
+  in.by_handle.for_each([&](const pending_cell& one) {
     std::size_t found = objects[one.key];
     if (one.is_member) {
       const auto at = members.find(joined(one.key, one.member));
       found = at == members.end() ? nowhere : at->second;
     }
     if (found != nowhere) into.add(found, one.of);
-  }
+  });
 }
 
 // The members of a bundle, as its chips name them: an older chip by the id in the LAG, Jericho2 by
@@ -457,9 +481,9 @@ class members_of_chip {
 void attach_by_lag(intake& in, attached& into) {
   const auto& all = in.into.objects;
   std::unordered_map<std::size_t, members_of_chip> members;
-  for (const pending_cell& one : in.by_lag) {
+  in.by_lag.for_each([&](const pending_cell& one) {
     const auto at = in.into.lag_ids.find(one.key);
-    if (at == in.into.lag_ids.end()) continue;
+    if (at == in.into.lag_ids.end()) return;
     for (const std::size_t bundle : at->second) {
       if (!one.is_member) {
         into.add(bundle, one.of);
@@ -468,7 +492,7 @@ void attach_by_lag(intake& in, attached& into) {
       auto& of_bundle = members.try_emplace(bundle, in.into, all[bundle]).first->second;
       for (const std::size_t part : of_bundle.named(one.member)) into.add(part, one.of);
     }
-  }
+  });
 }
 
 void attach_by_port(intake& in, attached& into) {
@@ -476,15 +500,15 @@ void attach_by_port(intake& in, attached& into) {
   std::map<chip_port, std::vector<std::size_t>> members;
   for (const auto& [member, place] : in.into.places)
     members[{place.node, place.npu, in.keep_pair(place.core, place.port)}].push_back(member);
-  for (const pending_cell& one : in.by_port) {
+  in.by_port.for_each([&](const pending_cell& one) {
     const auto at = members.find({one.of.node, one.of.npu, one.key});
-    if (at == members.end()) continue;
+    if (at == members.end()) return;
     for (const std::size_t member : at->second) into.add(member, one.of);
-  }
+  });
 }
 
-void attach(intake& in, std::vector<pending_cell>& pending, void (*find)(intake&, attached&)) {
-  attached found;
+void attach(intake& in, pending_cells& pending, void (*find)(intake&, attached&)) {
+  attached found{{}, std::vector<std::size_t>(in.into.objects.size())};
   find(in, found);
   found.move_into(in.into.objects);
   pending = {};

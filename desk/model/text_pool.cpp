@@ -49,7 +49,8 @@ std::uint32_t hash_of(std::string_view text) {
 inline std::size_t text_pool::slot_of(std::string_view text, std::uint32_t hash) const {
   const std::size_t mask = slots_.size() - 1;
   std::size_t at = hash & mask;
-  while (slots_[at].after != 0 && (slots_[at].hash != hash || texts_[slots_[at].after - 1] != text))
+  while (slots_[at].after != 0 &&
+         (slots_[at].hash != hash || !same_text(texts_[slots_[at].after - 1], text)))
     at = (at + 1) & mask;
   return at;
 }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -11,6 +12,27 @@
 namespace desk {
 
 using text_id = std::uint32_t;
+
+// Whether two texts are equal; for those of up to 16 bytes without a call.
+[[nodiscard]] inline bool same_text(std::string_view a, std::string_view b) {
+  const std::size_t size = a.size();
+  if (size != b.size()) return false;
+  const auto differ = [&]<class Word>(Word first, Word last) {
+    Word other_first = 0;
+    Word other_last = 0;
+    std::memcpy(&first, a.data(), sizeof first);
+    std::memcpy(&last, a.data() + size - sizeof last, sizeof last);
+    std::memcpy(&other_first, b.data(), sizeof first);
+    std::memcpy(&other_last, b.data() + size - sizeof last, sizeof last);
+    return ((first ^ other_first) | (last ^ other_last)) != 0;
+  };
+  if (size > 2 * sizeof(std::uint64_t)) return a == b;
+  if (size >= sizeof(std::uint64_t)) return !differ(std::uint64_t{}, std::uint64_t{});
+  if (size >= sizeof(std::uint32_t)) return !differ(std::uint32_t{}, std::uint32_t{});
+  for (std::size_t i = 0; i < size; ++i)
+    if (a[i] != b[i]) return false;
+  return true;
+}
 
 // Numbers the texts from 0, in the order in which each came first. Not for two threads.
 class text_pool {
