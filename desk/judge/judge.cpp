@@ -64,14 +64,15 @@ struct share {
   bool differs = false;
 };
 
-// Each bundle lists so many of the causes that leave every bundle in doubt: thousands of bundles
-// and thousands of failures would not fit into memory.
-constexpr std::size_t most_doubts = 32;
+// All bundles together list so many causes that leave every bundle in doubt: thousands of bundles
+// times thousands of failures would not fit into memory.
+constexpr std::size_t most_doubts_listed = 300'000;
 
 // The causes of each bundle, and those that leave every bundle in doubt; both in their order.
 struct shares {
   std::unordered_map<std::string, std::vector<share>> of_bundle;
   std::vector<std::size_t> doubts;
+  std::size_t listed = 0;             // of the doubts, in each bundle
   std::vector<std::string> not_read;  // for any bundle, a phrase each
 };
 
@@ -110,7 +111,7 @@ void judge_bundle(judging& at, const shares& all, const std::string& name) {
   static const std::vector<share> none;
   const auto& own = found == all.of_bundle.end() ? none : found->second;
   auto doubt = all.doubts.begin();
-  const auto last = doubt + static_cast<std::ptrdiff_t>(std::min(all.doubts.size(), most_doubts));
+  const auto last = doubt + static_cast<std::ptrdiff_t>(all.listed);
   const auto add_doubts_before = [&](std::size_t cause) {
     for (; doubt != last && *doubt < cause; ++doubt)
       made.not_judged.push_back(at.into.causes[*doubt].title);
@@ -129,9 +130,9 @@ void judge_bundle(judging& at, const shares& all, const std::string& name) {
     }
   }
   add_doubts_before(at.into.causes.size());
-  if (all.doubts.size() > most_doubts)
+  if (all.doubts.size() > all.listed)
     made.not_judged.push_back(
-        fmt::format("{} more causes that name no bundle", all.doubts.size() - most_doubts));
+        fmt::format("{} more causes that name no bundle", all.doubts.size() - all.listed));
   made.not_judged.insert(made.not_judged.end(), all.not_read.begin(), all.not_read.end());
   if (made.is != verdict::differs && made.not_judged.empty()) made.is = verdict::agrees;
   at.into.bundles.push_back(std::move(made));
@@ -147,7 +148,9 @@ void judge_bundles(judging& at) {
   std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
     return number_of_bundle(a) < number_of_bundle(b);
   });
-  const shares all = shares_of(at);
+  shares all = shares_of(at);
+  const std::size_t bundles = std::max<std::size_t>(sorted.size(), 1);
+  all.listed = std::min(all.doubts.size(), most_doubts_listed / bundles);
   for (const std::string& name : sorted) judge_bundle(at, all, name);
 }
 
