@@ -97,7 +97,7 @@ run load_run(const report_options& options) {
   }
   read_findings(of, logs, back);
   if (back == 0) read_debug_notes(of);
-  if (back == 0) read_stale_entries(of, options.logs);
+  if (back == 0) read_stale_entries(of, options.logs, starts_of(logs).size());
   if (back == 0) read_commands(of, options);
   of.end = back == 0 ? end_of(of) : run_end::unknown;
   fill_coverage(of);

@@ -37,6 +37,50 @@ witness witness_of(const run& of, const cell& c) {
   return one;
 }
 
+// ---- What the audit compares --------------------------------------------------------------------
+
+// What a node holds of a bundle counts where the bundle has members. Elsewhere the audit asks for
+// its LAG only; a value there is shown beside the others, but it is no finding.
+class compared_places {
+ public:
+  compared_places(const run& of, const object& bundle) : on_(of.nodes.size()) {
+    for (const std::size_t part : bundle.parts) {
+      const auto place = of.places.find(part);
+      if (place == of.places.end() || place->second.node == no_place) continue;
+      on_[static_cast<std::size_t>(place->second.node)] = true;
+      is_known_ = true;
+    }
+  }
+  // Also if nothing says where the members are.
+  [[nodiscard]] bool may_have_members(std::int16_t node) const {
+    return !is_known_ || on_[static_cast<std::size_t>(node)];
+  }
+
+ private:
+  std::vector<bool> on_;
+  bool is_known_ = false;
+};
+
+bool is_of_layer_2(const object& one, const run& of) {
+  return std::any_of(one.cells.begin(), one.cells.end(), [&](const cell& c) {
+    return c.what == field::type && c.from == source::running_config &&
+           of.texts.text(c.value) == "layer 2";
+  });
+}
+
+bool is_compared(const run& of, const object& one, const compared_places& places, source from,
+                 std::int16_t node) {
+  if (one.kind == object_kind::member || node == no_place) return true;
+  const bool is_sub = one.kind == object_kind::sub_bundle;
+  if (is_sub && layer_of(from) == layer::dpa && !of.has_hqos) return false;
+  if (from == source::agent && of.nodes[static_cast<std::size_t>(node)].role == "Standby")
+    return false;
+  if (from == source::l2intf && !is_sub && !is_of_layer_2(one, of)) return false;
+  if (from == source::l3intf && is_of_layer_2(one, of)) return false;
+  const bool is_asked_everywhere = from == source::lagport || layer_of(from) == layer::bcm;
+  return is_asked_everywhere || places.may_have_members(node);
+}
+
 // ---- Values -------------------------------------------------------------------------------------
 
 // The compared form of each text as a number, found once: most values come from every node.
@@ -63,7 +107,9 @@ struct vote {
   std::set<std::string> nodes;
 };
 
-void mark_minority(difference& of, const std::map<std::string, vote>& votes) {
+// `counts` has each witness that can be the odd one.
+void mark_minority(difference& of, const std::map<std::string, vote>& votes,
+                   const std::vector<bool>& counts) {
   const auto more = [](const auto& a, const auto& b) { return a.second.count < b.second.count; };
   const auto top = std::max_element(votes.begin(), votes.end(), more);
   const auto has_rival = std::any_of(votes.begin(), votes.end(), [&](const auto& one) {
@@ -75,8 +121,9 @@ void mark_minority(difference& of, const std::map<std::string, vote>& votes) {
     nodes.insert(one.nodes.begin(), one.nodes.end());
     all += one.count;
   }
-  for (witness& one : of.witnesses) {
-    if (one.is != witness::state::holds) continue;
+  for (std::size_t i = 0; i < of.witnesses.size(); ++i) {
+    witness& one = of.witnesses[i];
+    if (one.is != witness::state::holds || !counts[i]) continue;
     one.is_odd = has_rival || compared_form(of.what, one.value) != top->first;
   }
   if (!has_rival) {
@@ -100,9 +147,15 @@ void find_type(const run& of, const object& one, std::vector<difference>& into) 
   made.what = field::type;
   std::map<std::string, vote> votes;
   std::set<std::pair<source, std::int16_t>> seen;
+  // Where the object that the configuration asks for is there, another one beside it does no harm.
+  const source wanted = is_of_layer_2(one, of) ? source::l2intf : source::l3intf;
+  std::set<std::int16_t> has_wanted;
+  for (const cell& c : one.cells)
+    if (c.from == wanted) has_wanted.insert(c.node);
   for (const cell& c : one.cells) {
     const bool is_configured = c.from == source::running_config && c.what == field::type;
     const bool is_interface = c.from == source::l2intf || c.from == source::l3intf;
+    if (is_interface && c.from != wanted && has_wanted.contains(c.node)) continue;
     if (!is_configured && (!is_interface || !seen.emplace(c.from, c.node).second)) continue;
     witness at = witness_of(of, c);
     if (is_interface) at.value = c.from == source::l2intf ? "layer 2" : "layer 3";
@@ -112,7 +165,7 @@ void find_type(const run& of, const object& one, std::vector<difference>& into) 
     made.witnesses.push_back(std::move(at));
   }
   if (votes.size() < 2) return;
-  mark_minority(made, votes);
+  mark_minority(made, votes, std::vector<bool>(made.witnesses.size(), true));
   into.push_back(std::move(made));
 }
 
@@ -259,15 +312,24 @@ bool is_known_to(const run& of, const object& one, source from) {
 struct comparison {
   const run& of;
   whole_layers whole = whole_layers_of(of);
-  holders held{of.nodes.size()};                         // of the object at hand
-  std::unordered_map<std::size_t, holders> of_bundle{};  // by index in run::objects
+  holders held{of.nodes.size()};                              // of the object at hand
+  std::unordered_map<std::size_t, holders> of_bundle{};       // by index in run::objects
+  std::unordered_map<std::size_t, compared_places> places{};  // the same
   value_forms forms{};
   std::vector<difference> found{};
 };
 
+const compared_places& places_of(comparison& at, const object& one) {
+  const object& bundle = at.of.objects[one.bundle];
+  return at.places.try_emplace(one.bundle, at.of, bundle).first->second;
+}
+
 // Whether a node is asked for an object in this table. What a torn table lacks is not known.
-bool is_asked(const comparison& at, std::size_t table, std::size_t node) {
+bool is_asked(const comparison& at, const object& one, const compared_places& places,
+              std::size_t table, std::size_t node) {
   if (!at.whole.is_filled[table][node]) return false;
+  if (!is_compared(at.of, one, places, tables_of_nodes[table], static_cast<std::int16_t>(node)))
+    return false;
   const bool may_be_torn = tables_of_nodes[table] != source::agent && at.whole.is_torn[node];
   return !may_be_torn || at.held.on(table, node);
 }
@@ -278,10 +340,11 @@ void find_absent(comparison& at, const object& one, std::size_t table) {
   if (from == source::agent && !at.whole.has_agents) return;
   const bool is_expected = one.kind == object_kind::bundle && is_known_to(at.of, one, from);
   if (!at.held.anywhere(table) && !is_expected) return;
+  const compared_places& places = places_of(at, one);
   std::size_t asked = 0;
   std::size_t holding = 0;
   for (std::size_t i = 0; i < at.of.nodes.size(); ++i) {
-    if (!is_asked(at, table, i)) continue;
+    if (!is_asked(at, one, places, table, i)) continue;
     ++asked;
     holding += at.held.on(table, i) ? 1 : 0;
   }
@@ -290,7 +353,7 @@ void find_absent(comparison& at, const object& one, std::size_t table) {
   made.object = name_of(at.of, one);
   made.what = field::presence;
   for (std::size_t i = 0; i < at.of.nodes.size(); ++i) {
-    if (!is_asked(at, table, i)) continue;
+    if (!is_asked(at, one, places, table, i)) continue;
     witness& place = made.witnesses.emplace_back();
     place.from = from;
     place.node = at.of.nodes[i].name;
@@ -368,16 +431,21 @@ difference compare(const run& of, const object& one, field what) {
   made.object = name_of(of, one);
   made.what = what;
   std::map<std::string, vote> votes;
+  std::vector<bool> counts;
+  std::set<std::string> compared;  // the values that count
+  const compared_places places(of, of.objects[one.bundle]);
   for (const cell& c : one.cells) {
     if (c.what != what) continue;
     made.witnesses.push_back(witness_of(of, c));
+    counts.push_back(is_compared(of, one, places, c.from, c.node));
+    if (counts.back()) compared.insert(compared_form(what, made.witnesses.back().value));
     vote& of_value = votes[compared_form(what, made.witnesses.back().value)];
     ++of_value.count;
     of_value.nodes.insert(made.witnesses.back().node);
   }
-  const bool is_compared =
+  const bool is_asked_for =
       std::find(compared_fields.begin(), compared_fields.end(), what) != compared_fields.end();
-  if (is_compared && votes.size() > 1) mark_minority(made, votes);
+  if (is_asked_for && compared.size() > 1) mark_minority(made, votes, counts);
   return made;
 }
 
@@ -395,12 +463,15 @@ namespace {
 std::array<bool, compared_fields.size()> fields_that_differ(comparison& at, const object& one) {
   std::array<bool, compared_fields.size()> differs{};
   std::array<const cell*, compared_fields.size()> first{};
+  const compared_places& places = places_of(at, one);
   for (const cell& c : one.cells) {
     const auto field_at = std::find(compared_fields.begin(), compared_fields.end(), c.what);
     if (field_at == compared_fields.end()) continue;
     const auto i = static_cast<std::size_t>(field_at - compared_fields.begin());
+    if (differs[i] || (first[i] != nullptr && first[i]->value == c.value)) continue;
+    if (!is_compared(at.of, one, places, c.from, c.node)) continue;
     if (first[i] == nullptr) first[i] = &c;
-    if (differs[i] || first[i]->value == c.value) continue;
+    if (first[i]->value == c.value) continue;
     differs[i] = at.forms.of(at.of, c.what, first[i]->value) != at.forms.of(at.of, c.what, c.value);
   }
   return differs;

@@ -98,6 +98,8 @@ shares shares_of(const judging& at) {
   }
   for (const std::string& log : at.of().lost_logs)
     made.not_read.push_back(fmt::format("the messages in {}", log));
+  for (const std::string& log : at.of().cut_logs)
+    made.not_read.push_back(fmt::format("the messages that {} has lost", log));
   for (const coverage& hole : at.of().covered)
     if (is_hole(hole))
       made.not_read.push_back(fmt::format("{} of {}", word_for(hole.of), words_for_place(hole)));
@@ -142,8 +144,12 @@ void judge_bundles(judging& at) {
   std::set<std::string> names;
   for (const object& one : at.of().objects)
     if (one.kind == object_kind::bundle && one.is_configured) names.insert(one.name);
-  for (const finding& one : at.of().findings)
-    if (!one.object.bundle.empty()) names.insert(one.object.bundle);
+  // A note that is normal may name a bundle that is not configured.
+  const std::set<std::size_t> normal(at.into.unexplained.begin(), at.into.unexplained.end());
+  for (std::size_t i = 0; i < at.of().findings.size(); ++i) {
+    const std::string& bundle = at.of().findings[i].object.bundle;
+    if (!bundle.empty() && !normal.contains(i)) names.insert(bundle);
+  }
   std::vector<std::string> sorted(names.begin(), names.end());
   std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
     return number_of_bundle(a) < number_of_bundle(b);
@@ -189,7 +195,8 @@ judged_run judge(run of) {
   made.is_wholly_judged =
       std::all_of(made.bundles.begin(), made.bundles.end(),
                   [](const bundle_verdict& one) { return one.not_judged.empty(); }) &&
-      made.causes.empty() && made.of.lost_logs.empty() && made.of.end == run_end::complete;
+      made.causes.empty() && made.of.lost_logs.empty() && made.of.cut_logs.empty() &&
+      made.of.end == run_end::complete;
   return made;
 }
 

@@ -113,10 +113,13 @@ run_record record_of(const judged_run& of) {
     if (is_hole(one)) made.holes.push_back({one.of, one.node, one.npu});
   made.lost_logs.insert(of.of.lost_logs.begin(), of.of.lost_logs.end());
   made.lost_logs.insert(of.of.cut_logs.begin(), of.of.cut_logs.end());
+  constexpr const char* stale_log = "tessel_stale_entries.log";
+  const bool has_lost_logs = !made.lost_logs.empty();
+  // Not looked for is not gone.
+  if (of.of.stale != stale_search::done) made.lost_logs.insert(stale_log);
   intake in(of, made);
   take_findings_of(in);
-  made.is_open = made.end != run_end::complete || !made.open_bundles.empty() ||
-                 !made.lost_logs.empty() ||
+  made.is_open = made.end != run_end::complete || !made.open_bundles.empty() || has_lost_logs ||
                  std::any_of(made.findings.begin(), made.findings.end(),
                              [](const known_finding& one) { return one.is_doubt; });
   return made;

@@ -227,7 +227,8 @@ void explain_forwarding(const covering& in, const node& at, coverage& entry) {
 // Tables that a node may lack in health: ports where it has none, layer 3 where nothing is routed.
 bool may_be_empty(const covering& in, const node& at, source table) {
   if (table == source::lagport || table == source::l2port) return !has_members(in, at);
-  if (table == source::l1port) return !has_members(in, at);
+  // Of a standby route processor the ports are not asked.
+  if (table == source::l1port) return !has_members(in, at) || at.role == "Standby";
   return true;
 }
 

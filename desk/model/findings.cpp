@@ -6,11 +6,15 @@
 #include <array>
 #include <charconv>
 #include <chrono>
+#include <functional>
+#include <map>
+#include <set>
 #include <span>
 #include <tuple>
 
 #include "desk/model/catalogue.h"
 #include "desk/model/mentions.h"
+#include "desk/model/numbers.h"
 #include "desk/read/line_reader.h"
 #include "desk/read/snapshot.h"
 
@@ -46,6 +50,7 @@ void take_blanks(finding& into, const recognised& message) {
   const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), count);
   if (error == std::errc{} && end != number.data()) into.number = count;
   if (const std::string_view npu = message.at("npu"); !npu.empty()) into.npu = npu;
+  if (into.node.empty()) into.node = message.at("node");
   std::string member(message.at("member"));
   if (member.empty() || into.object.kind != object_kind::bundle) return;
   // The forwarding layer writes a port's name with underscores.
@@ -75,7 +80,9 @@ finding finding_from(const run& of, mention_finder& names, const log_entry& entr
   const auto message = recognise(entry.text);
   // The cause of a failure may name another object than the one that could not be verified.
   const std::string_view object = message ? message->at("object") : std::string_view{};
-  mention named = names.in(object.empty() ? std::string_view(entry.text) : object);
+  // A whole pass has ended, whatever it stumbled over.
+  const bool is_of_all = message && !message->at("reason").empty();
+  mention named = is_of_all ? mention{} : object.empty() ? names.in(entry.text) : names.in(object);
   made.object = std::move(named.object);
   made.node = std::move(named.node);
   made.npu = std::move(named.npu);
@@ -195,20 +202,39 @@ bool is_mac_of_chip(const finding& one) {
 void note_gap(run& into, const channel_log& log, finding_kind kind) {
   std::uint64_t first = 0;
   std::uint64_t last = 0;
-  std::uint64_t without_number = 0;
+  std::uint64_t without_line = 0;
+  std::set<std::uint64_t> numbers;
   for (const finding& one : into.findings) {
-    if (is_mac_of_chip(one)) ++without_number;
+    if (is_mac_of_chip(one)) ++without_line;
     if (one.kind != kind || !one.number) continue;
     if (first == 0 || *one.number < first) first = *one.number;
     last = std::max(last, *one.number);
+    numbers.insert(*one.number);
   }
   into.counts[kind] = std::max<std::size_t>(into.counts[kind], last);
   // A MAC of Jericho2 took a number, but no line of this log.
-  if (first <= 1 + (kind == finding_kind::programming ? without_number : 0)) return;
+  if (kind != finding_kind::programming) without_line = 0;
+  if (first > 1 + without_line) {
+    into.cut_logs.push_back(log.name);
+    into.marks.push_back(fmt::format("{}: {} {} rotated away, the log keeps the newest only",
+                                     log.name, first == 2 ? "1" : fmt::format("1 to {}", first - 1),
+                                     first == 2 ? "was" : "were"));
+  } else if (last > numbers.size() + without_line) {
+    into.cut_logs.push_back(log.name);
+    into.marks.push_back(fmt::format("{}: {} of {} messages are missing, they could not be written",
+                                     log.name, last - numbers.size() - without_line, last));
+  }
+}
+
+// A run without its start line: the log keeps the newest only.
+void note_lost_start(run& into, const channel_log& log, const log_run& of) {
+  const auto& cut = into.cut_logs;
+  if (!of.started.empty() || std::find(cut.begin(), cut.end(), log.name) != cut.end()) return;
   into.cut_logs.push_back(log.name);
-  into.marks.push_back(fmt::format("{}: {} {} rotated away, the log keeps the newest only",
-                                   log.name, first == 2 ? "1" : fmt::format("1 to {}", first - 1),
-                                   first == 2 ? "was" : "were"));
+  into.marks.push_back(
+      fmt::format("{}: the start of the run was rotated away, and what stood behind "
+                  "it",
+                  log.name));
 }
 
 void read_channel(run& into, mention_finder& names, const channel_log& log, const log_run* of,
@@ -226,6 +252,7 @@ void read_channel(run& into, mention_finder& names, const channel_log& log, cons
   }
   if (kind == finding_kind::inconsistency || kind == finding_kind::programming)
     note_gap(into, log, kind);
+  note_lost_start(into, log, *of);
 }
 
 // The report is another tool's: a line of it may name thousands of bundles.
@@ -237,7 +264,7 @@ finding health_of(const log_entry& entry, std::size_t line, const std::string& b
   finding one;
   one.code = code_of_health;
   one.kind = finding_kind::health;
-  one.object = {object_kind::bundle, bundle, bundle};
+  if (!bundle.empty()) one.object = {object_kind::bundle, bundle, bundle};
   one.of = layer::pi;
   one.text = text.substr(0, longest_health_text);
   one.time = entry.time;
@@ -252,7 +279,29 @@ void add_detail(std::span<finding> to, std::string_view text) {
   for (finding& one : to) one.text.append("\n").append(text);
 }
 
-// A line at the margin names bundles, the indented lines behind it are its details.
+// What the audit counts in a line of the report, and the bundles that can be told from it.
+struct named_in_health {
+  std::size_t count = 0;
+  std::vector<std::string> bundles;
+};
+
+named_in_health named_in(std::string_view line) {
+  constexpr std::string_view word = "Bundle-Ether";
+  named_in_health made;
+  std::set<std::string> known;
+  for (std::size_t at = line.find(word); at != std::string_view::npos; at = line.find(word, at)) {
+    ++made.count;
+    at += word.size();
+    const std::string_view rest = line.substr(at);
+    const std::string_view digits =
+        rest.substr(0, std::min(rest.find_first_not_of("0123456789"), rest.size()));
+    std::string name = digits.empty() ? std::string() : fmt::format("BE{}", digits);
+    if (!name.empty() && known.insert(name).second) made.bundles.push_back(std::move(name));
+  }
+  return made;
+}
+
+// A line with the word at the margin is about bundles, the lines behind it are its details.
 void read_health_entry(run& into, const log_entry& entry) {
   std::size_t line = entry.line;
   std::string_view rest = entry.text;
@@ -261,17 +310,19 @@ void read_health_entry(run& into, const log_entry& entry) {
     const std::size_t end = std::min(rest.find('\n'), rest.size());
     const std::string_view text = rest.substr(0, end);
     rest.remove_prefix(std::min(end + 1, rest.size()));
-    auto bundles = bundles_in(text);
-    if (bundles.empty() && text.starts_with(" "))
+    auto [count, bundles] = named_in(text);
+    if (count == 0) {
       add_detail(std::span(into.findings).subspan(first), text);
-    if (bundles.empty()) continue;
+      continue;
+    }
     if (bundles.size() > most_bundles_of_line) {
       into.marks.push_back(fmt::format("{}:{}: it names {} bundles, the first {} are shown",
                                        entry.file, line, bundles.size(), most_bundles_of_line));
       bundles.resize(most_bundles_of_line);
     }
     first = into.findings.size();
-    into.counts[finding_kind::health] += bundles.size();
+    into.counts[finding_kind::health] += count;
+    if (bundles.empty()) into.findings.push_back(health_of(entry, line, {}, text));
     for (const std::string& bundle : bundles)
       into.findings.push_back(health_of(entry, line, bundle, text));
   }
@@ -358,30 +409,96 @@ void read_debug_notes(run& into) {
   }
 }
 
-void read_stale_entries(run& into, const std::string& folder) {
+namespace {
+
+// The stale entries of the last run in their log.
+struct stale_part {
   std::vector<finding> entries;
+  std::map<std::string, std::size_t, std::less<>> listed;   // by layer
+  std::map<std::string, std::size_t, std::less<>> counted;  // as the audit counts them
+  std::size_t starts = 0;                                   // of all runs
+};
+
+// "'Number of stale entries in PI 3'".
+void take_count(stale_part& into, std::string_view line) {
+  constexpr std::string_view words = "'Number of stale entries in ";
+  if (!line.starts_with(words) || !line.ends_with('\'')) return;
+  line.remove_prefix(words.size());
+  line.remove_suffix(1);
+  const std::size_t blank = line.find(' ');
+  if (blank == std::string_view::npos) return;
+  const auto number = number_in(line.substr(blank + 1));
+  if (number) into.counted[std::string(line.substr(0, blank))] = *number;
+}
+
+stale_part read_stale_part(run& into, const std::string& folder) {
+  stale_part made;
   mention_finder names(into);
-  bool has_start = false;
   dump_taker taker;
   taker.line = [&](std::string_view line) {
+    take_count(made, line);
     if (line != "'Started Tessel Checker'") return;
-    has_start = true;
-    entries.clear();
+    const std::size_t starts = made.starts + 1;
+    made = {};
+    made.starts = starts;
   };
   taker.value = [&](std::string_view label, dump_path path, std::string_view value) {
     constexpr std::size_t depth_of_entry = 2;
-    if (path.size() == depth_of_entry && path[1] == "Node Description")
-      entries.push_back(stale_entry(into, names, label, value));
+    if (path.size() != depth_of_entry || path[1] != "Node Description") return;
+    made.entries.push_back(stale_entry(into, names, label, value));
+    ++made.listed[std::string(label)];
   };
-  try {
-    for (std::string& mark : read_dumps(fmt::format("{}/{}", folder, stale_log), taker))
-      into.marks.push_back(std::move(mark));
-    if (!has_start) into.unwritten.emplace_back(stale_log);
-  } catch (const read_error& error) {
-    into.marks.emplace_back(error.what());
+  for (std::string& mark : read_dumps(fmt::format("{}/{}", folder, stale_log), taker))
+    into.marks.push_back(std::move(mark));
+  return made;
+}
+
+// Any finding, failure or note before it keeps the audit from looking for stale entries.
+bool is_kept_from_stale(const run& of) {
+  return std::any_of(of.findings.begin(), of.findings.end(), [](const finding& one) {
+    return one.kind != finding_kind::delay_delete && one.kind != finding_kind::health;
+  });
+}
+
+void lose_stale(run& into, std::string why) {
+  into.lost_logs.emplace_back(stale_log);
+  into.marks.push_back(std::move(why));
+}
+
+void check_counts(run& into, const stale_part& part) {
+  for (const auto& [label, count] : part.counted) {
+    const auto listed = part.listed.find(label);
+    const std::size_t found = listed == part.listed.end() ? 0 : listed->second;
+    if (found == count) continue;
+    return lose_stale(
+        into, fmt::format("{} lists {} of {} stale entries in {}", stale_log, found, count, label));
   }
-  into.counts[finding_kind::stale] += entries.size();
-  std::move(entries.begin(), entries.end(), std::back_inserter(into.findings));
+}
+
+}  // namespace
+
+void read_stale_entries(run& into, const std::string& folder, std::size_t runs) {
+  stale_part part;
+  try {
+    part = read_stale_part(into, folder);
+  } catch (const read_error& error) {
+    return lose_stale(into, error.what());
+  }
+  // Each run writes its start into this log, which is never rotated. One that cannot ends at once.
+  if (part.starts == 0 || (part.starts < runs && !into.has_snapshot)) {
+    into.unwritten.emplace_back(stale_log);
+    return;
+  }
+  constexpr std::size_t layers = 4;
+  if (part.counted.size() == layers)
+    into.stale = stale_search::done;
+  else if (part.counted.empty() && part.entries.empty() && is_kept_from_stale(into))
+    into.stale = stale_search::skipped;
+  else if (into.has_snapshot)
+    lose_stale(into, fmt::format("{} lacks the counts of the run's stale entries", stale_log));
+  check_counts(into, part);
+  into.counts[finding_kind::stale] += part.entries.size();
+  std::move(part.entries.begin(), part.entries.end(), std::back_inserter(into.findings));
 }
 
 }  // namespace desk

@@ -1,6 +1,7 @@
 // Turns what the logs say into findings of a run.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,8 @@ void read_findings(run& into, const log_set& logs, std::size_t back);
 // What the audit noted in its debug log only, if its dumps were read before.
 void read_debug_notes(run& into);
 
-// The entries that the last run listed as stale, from the log of stale entries.
-void read_stale_entries(run& into, const std::string& folder);
+// The entries that the last run listed as stale, from the log of stale entries, and whether it
+// looked for them. Read all else before; `runs` is how many the other logs have.
+void read_stale_entries(run& into, const std::string& folder, std::size_t runs);
 
 }  // namespace desk

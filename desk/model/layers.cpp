@@ -205,7 +205,8 @@ void take_sub_record(intake& in, dump_path path, std::string_view value) {
 }
 
 void take_bundle_record(intake& in, dump_path path, std::string_view value) {
-  if (path.size() < 3) return;  // "hqos"
+  if (path.size() == 1 && path[0] == "hqos") in.into.has_hqos = value == "1";
+  if (path.size() < 3) return;
   const std::string_view name = path[2];
   if (name == "members") {
     if (path.size() >= 6) take_member_record(in, path, value);

@@ -169,6 +169,9 @@ enum class run_end : std::uint8_t {
   unknown
 };
 
+// Stale entries are looked for in a run that has found nothing before.
+enum class stale_search : std::uint8_t { done, skipped, unknown };
+
 struct run {
   std::string started;  // as in the logs, empty if unknown
   std::string router_type;
@@ -198,6 +201,8 @@ struct run {
   bool has_journal = false;
   std::optional<journal> log_of_commands;
   bool has_chip_tables = false;
+  bool has_hqos = false;  // only then the audit compares sub-bundles in the forwarding layer
+  stale_search stale = stale_search::unknown;
 
   // The object, or nothing. A member is looked up with its bundle.
   [[nodiscard]] const object* find(object_kind kind, std::string_view bundle,

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "desk/model/coverage.h"
+#include "desk/show/phrases.h"
 
 namespace desk {
 
@@ -64,6 +65,7 @@ void show_coverage(const judged_run& of, const terminal& on, std::ostream& out) 
         << wrapped(printable(one.reason), on.width, head.size() + 16) << '\n';
   }
   if (of.of.log_of_commands) show_commands(*of.of.log_of_commands, out);
+  if (of.of.stale == stale_search::skipped) out << '\n' << sentence_for_stale << '\n';
   const auto holes = std::count_if(of.of.covered.begin(), of.of.covered.end(), is_hole);
   out << (holes == 0 ? "\nEverything that was asked was read.\n"
                      : fmt::format("\n{} of {} places were not wholly read; what they hold is not "

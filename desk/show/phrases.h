@@ -7,6 +7,10 @@
 
 namespace desk {
 
+inline constexpr const char* sentence_for_stale =
+    "Stale entries were not looked for: the audit does that only in a run without findings and "
+    "notes.";
+
 // "DPA of 0/1/CPU0, NPU 0". Any thread, as all of these.
 [[nodiscard]] std::string place_of(const coverage& answer);
 

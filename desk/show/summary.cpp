@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "desk/show/figures.h"
+#include "desk/show/phrases.h"
 
 namespace desk {
 
@@ -170,6 +171,10 @@ void show_summary(const judged_run& of, const summary_options& how, const termin
   show_marks(v);
   show_causes(v);
   if (!how.is_short) show_bundles(v);
+  // Where something was found, nobody takes the rest for clean.
+  if (!how.is_short && of.of.stale == stale_search::skipped &&
+      (how.shows_all || total(of, verdict::differs) == 0))
+    out << '\n' << sentence_for_stale << '\n';
 }
 
 }  // namespace desk

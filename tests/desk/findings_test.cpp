@@ -220,12 +220,110 @@ TEST_F(logs_of_a_test, a_stale_entry_names_its_bundle_by_the_lag_id) {
         "'Started Tessel Checker'\n'Number of stale entries in DPA 1'\n'Start of DPA entries...'\n"
         "[\n   {\n      \"Node Description\":\"Lag 0x1_npu0_node0/1/CPU0_mifh0x1ffff00\",\n"
         "      \"Visited\":0,\n      \"memid\":\"0x17\"\n   }\n]\n'End of DPA entries...'\n");
-  read_stale_entries(of, folder);
+  read_stale_entries(of, folder, 1);
   ASSERT_EQ(of.findings.size(), 1U);
   EXPECT_EQ(of.findings[0].object.bundle, "BE7");
   EXPECT_EQ(of.findings[0].node, "0/1/CPU0");
   EXPECT_EQ(of.findings[0].npu, "0");
   EXPECT_EQ(of.findings[0].of, layer::dpa);
+}
+
+// What a log has lost must not count as agreement.
+TEST_F(logs_of_a_test, a_run_whose_start_was_rotated_away_has_lost_messages) {
+  write("exception", line("INFO: No member is added to bundle BE7(0x1)"));
+  const run of = last_run();
+  EXPECT_THAT(of.cut_logs, ElementsAre("tessel_exception.log"));
+  EXPECT_THAT(of.marks, ElementsAre(HasSubstr("the start of the run was rotated away")));
+}
+
+TEST_F(logs_of_a_test, a_number_that_is_missing_is_a_lost_message) {
+  const std::string text =
+      ":BE1(0x3000004), 0/2/CPU0 GLIF is not consistent in "
+      "DPA_Bundles_l2port:0x14000,Expected:0x14500";
+  write("inconsistencies",
+        start() + line("Inconsistency 1" + text) + line("Inconsistency 5" + text));
+  const run of = last_run();
+  EXPECT_THAT(of.cut_logs, ElementsAre("tessel_inconsistencies.log"));
+  EXPECT_THAT(of.marks, ElementsAre(HasSubstr("3 of 5 messages are missing")));
+}
+
+// The audit counts the word, and indents each line without it.
+TEST_F(logs_of_a_test, bundle_health_counts_as_the_audit_does) {
+  write("bundle_health", start() + line("no Bundle-Ether interface is healthy") +
+                             "   some BE2 mention only\nBundle-Ether1 and Bundle-Ether1 again, "
+                             "interface-Bundle-Ether2\n   moved from BE9\n");
+  const run of = last_run();
+  ASSERT_EQ(of.findings.size(), 3U);
+  EXPECT_EQ(of.findings[0].object, object_ref{});
+  EXPECT_THAT(of.findings[0].text, HasSubstr("some BE2 mention only"));
+  EXPECT_EQ(of.findings[1].object.bundle, "BE1");
+  EXPECT_EQ(of.findings[2].object.bundle, "BE2");
+  EXPECT_THAT(of.findings[2].text, HasSubstr("moved from BE9"));
+  EXPECT_EQ(of.counts.at(finding_kind::health), 4U);
+}
+
+class stale_entries_of_a_test : public logs_of_a_test {
+ protected:
+  [[nodiscard]] run read(const std::string& text, std::size_t runs = 1) const {
+    run of = last_run();
+    of.has_snapshot = true;
+    write("stale_entries", text);
+    read_stale_entries(of, folder, runs);
+    return of;
+  }
+  static std::string counts(const std::string& of_pi) {
+    return "'Started Tessel Checker'\n'Number of stale entries in PI " + of_pi +
+           "'\n'Number of stale entries in BME 0'\n'Number of stale entries in DPA 0'\n"
+           "'Number of stale entries in BCM 0'\n";
+  }
+};
+
+TEST_F(stale_entries_of_a_test, were_looked_for_if_they_are_counted) {
+  const run of = read(counts("0"));
+  EXPECT_EQ(of.stale, stale_search::done);
+  EXPECT_THAT(of.lost_logs, IsEmpty());
+}
+
+TEST_F(stale_entries_of_a_test, are_lost_if_there_are_fewer_than_counted) {
+  const run of = read(counts("3"));
+  EXPECT_THAT(of.lost_logs, ElementsAre("tessel_stale_entries.log"));
+  EXPECT_THAT(of.marks, ElementsAre(HasSubstr("lists 0 of 3 stale entries in PI")));
+}
+
+TEST_F(stale_entries_of_a_test, are_not_looked_for_behind_a_note) {
+  write("exception", start() + line("INFO: No member is added to bundle BE7(0x1)"));
+  const run of = read("'Started Tessel Checker'\n");
+  EXPECT_EQ(of.stale, stale_search::skipped);
+  EXPECT_THAT(of.lost_logs, IsEmpty());
+}
+
+TEST_F(stale_entries_of_a_test, are_lost_if_nothing_kept_the_audit_from_counting) {
+  EXPECT_THAT(read("'Started Tessel Checker'\n").lost_logs,
+              ElementsAre("tessel_stale_entries.log"));
+}
+
+TEST_F(stale_entries_of_a_test, of_an_older_run_are_not_those_of_one_that_could_not_write) {
+  run of = last_run();
+  write("stale_entries", counts("0"));
+  read_stale_entries(of, folder, 2);
+  EXPECT_THAT(of.unwritten, ElementsAre("tessel_stale_entries.log"));
+}
+
+TEST_F(stale_entries_of_a_test, are_read_from_a_log_that_was_begun_anew) {
+  EXPECT_EQ(read(counts("0"), 7).stale, stale_search::done);
+}
+
+TEST_F(logs_of_a_test, a_failure_of_a_pass_blames_no_bundle) {
+  write("exception", start() +
+                         line("no key 'BE2': Bundle consistency check failed for BE1, 0/0/CPU0") +
+                         "Traceback (most recent call last):\n" +
+                         line("no key 'BE2': Bundle programming verification failed") +
+                         "Traceback (most recent call last):\n");
+  const run of = last_run();
+  ASSERT_EQ(of.findings.size(), 2U);
+  EXPECT_EQ(of.findings[0].object.bundle, "BE1");
+  EXPECT_EQ(of.findings[0].node, "0/0/CPU0");
+  EXPECT_EQ(of.findings[1].object.bundle, "");
 }
 
 TEST(mentions, reads_the_objects_of_a_message) {
