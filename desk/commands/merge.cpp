@@ -65,7 +65,7 @@ void take_file(intake& in, const std::string& file) {
   }
 }
 
-// By the run before. What no run before could show may be new as well.
+// What the run before did not find is new, also where it could not have found it.
 void mark_new(merged_router& of, read_file& latest, read_file& before) {
   std::vector<run_record> runs;
   runs.push_back(std::move(before.record));

@@ -319,6 +319,10 @@ keys_of_report list_keys() {
                           text_of, [](judged_run & to) -> auto& { return to.of.debug_notes; })},
       {"complaints", list(
                          text_of, [](judged_run & to) -> auto& { return to.of.complaints; })},
+      {"lost_logs", list(
+                        text_of, [](judged_run & to) -> auto& { return to.of.lost_logs; })},
+      {"cut_logs", list(
+                       text_of, [](judged_run & to) -> auto& { return to.of.cut_logs; })},
       {"nodes", list(
                     node_of, [](judged_run & to) -> auto& { return to.of.nodes; })},
       {"causes", list(

@@ -273,6 +273,8 @@ judged_run hostile_run() {
   made.of.started = texts[0];
   made.of.log_of_commands->time = texts[0];
   made.of.complaints = texts;
+  made.of.lost_logs = texts;
+  made.of.cut_logs = texts;
   made.of.debug_notes = texts;
   made.of.router_type = texts[1];
   made.of.marks = texts;
