@@ -110,6 +110,7 @@ std::vector<shared_finding> shared_by(const std::vector<merged_router>& routers)
       ++group.number;
     }
   std::vector<shared_finding> sorted;
+  sorted.reserve(groups.size());
   for (auto& [of, group] : groups) sorted.push_back(std::move(group));
   std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
     return a.routers.size() > b.routers.size();

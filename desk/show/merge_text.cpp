@@ -50,7 +50,7 @@ column numbers_of(const view& v, std::string_view head, auto number_of) {
   return made;
 }
 
-std::string or_dash(std::string text) {
+std::string or_dash(const std::string& text) {
   return text.empty() ? std::string("-") : text;
 }
 
@@ -115,6 +115,7 @@ void show_table(const view& v) {
   std::vector<column> columns = table_of(v);
   drop_columns(v, columns);
   std::vector<std::size_t> widths;
+  widths.reserve(columns.size());
   for (const column& one : columns) widths.push_back(one.width());
   const std::string between(gap, ' ');
   for (std::size_t i = 0; i + 1 < columns.size(); ++i)
