@@ -284,8 +284,15 @@ void take_lagport(intake& in, std::int16_t node, dump_path path, std::string_vie
          {field::member_id, source::lagport, node, in.npu_of(path[4]), in.keep(value)}});
 }
 
+// Half of the millions of lines hold something else.
+bool is_compared(std::string_view key) {
+  return is(key, "lagid") || is(key, "weight") || is(key, "max_member_count") ||
+         is(key, "deletePending") || is(key, "vlan_domain") || is(key, "members") ||
+         is(key, "lif") || is(key, "rif") || is(key, "mac");
+}
+
 void take_forwarding(intake& in, dump_path path, std::string_view value) {
-  if (path.size() < 4) return;
+  if (path.size() < 4 || !is_compared(path[3])) return;
   const source from = table_named(path[1]);
   const std::int16_t node = in.node_of(path[0]);
   if (from == source::lagport) return take_lagport(in, node, path, value);
@@ -315,25 +322,30 @@ std::optional<chip_table> chip_table_named(std::string_view name) {
   return {};
 }
 
+void take_chip_member(intake& in, dump_path path, std::string_view named) {
+  const cell made = {field::presence, source::chip_lag, in.node_of(path[0]), in.npu_of(path[1]),
+                     in.present};
+  const text_id lag = in.keep_key(lag_id_in(path[3]));
+  in.by_lag.add({lag, in.keep(named), true, made});
+}
+
 void take_chip(intake& in, dump_path path, std::string_view value) {
-  if (path.size() < 4) return;
+  constexpr std::size_t depth_of_value = 5;
+  if (path.size() == depth_of_value + 1) {
+    if (is(path[5], "gport") && is(path[2], "diag_lag")) take_chip_member(in, path, path[4]);
+    if (is(path[4], "members") && is(path[2], "tm_lag")) take_chip_member(in, path, value);
+    return;
+  }
+  if (path.size() != depth_of_value) return;
+  const std::string_view table = path[2];
   const std::int16_t node = in.node_of(path[0]);
   const std::int16_t npu = in.npu_of(path[1]);
-  const std::string_view table = path[2];
-  const auto member = [&](std::string_view of) {
-    in.by_lag.add({in.keep_key(lag_id_in(path[3])),
-                   in.keep(of),
-                   true,
-                   {field::presence, source::chip_lag, node, npu, in.present}});
-  };
-  if (is(table, "diag_lag") && path.size() == 6 && is(path[5], "gport")) member(path[4]);
-  if (is(table, "tm_lag") && path.size() == 6 && is(path[4], "members")) member(value);
-  if (is(table, "member_mtu") && path.size() == 5)
+  if (is(table, "member_mtu"))
     in.by_port.add({in.keep_pair(path[3], path[4]),
                     0,
                     false,
                     {field::mtu, source::chip_mtu, node, npu, in.keep(value)}});
-  if (const auto kept = path.size() == 5 ? chip_table_named(table) : std::nullopt)
+  if (const auto kept = chip_table_named(table))
     in.chip_values.push_back(
         {node, npu, *kept, in.keep(path[3]), in.keep(path[4]), in.keep(value)});
 }

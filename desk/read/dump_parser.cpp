@@ -161,7 +161,7 @@ inline char dump_parser::next_token() {
   do {
     while (at_ != end_) {
       const char byte = *at_++;
-      if (!is_blank(byte)) return byte;
+      if (byte > ' ' || !is_blank(byte)) return byte;
       if (byte == '\n') skip_blanks();
     }
   } while (fill());
