@@ -75,6 +75,7 @@ void show_run(const run& of, json_lines& lines) {
   lines.array("complaints", [&](const auto& add) {
     for (const auto& complaint : of.complaints) add(json_text(complaint));
   });
+  lines.value("stale_search", key_for(of.stale));
   lines.value("lost_logs", json_texts(of.lost_logs));
   lines.value("cut_logs", json_texts(of.cut_logs));
   lines.value("counts", json_of_counts(of));

@@ -177,6 +177,19 @@ std::string_view key_for(run_end of) {
   return "unknown";
 }
 
+std::string_view key_for(stale_search of) {
+  using enum stale_search;
+  switch (of) {
+    case done:
+      return "done";
+    case skipped:
+      return "skipped";
+    case unknown:
+      break;
+  }
+  return "unknown";
+}
+
 std::string_view key_for(verdict of) {
   using enum verdict;
   switch (of) {

@@ -30,6 +30,7 @@ inline constexpr std::array all_coverage_states = {
 [[nodiscard]] std::string_view key_for(coverage_state of);
 [[nodiscard]] std::string_view key_for(finding_kind of);
 [[nodiscard]] std::string_view key_for(run_end of);
+[[nodiscard]] std::string_view key_for(stale_search of);
 [[nodiscard]] std::string_view key_for(verdict of);
 [[nodiscard]] std::string_view key_for(sureness of);
 [[nodiscard]] std::string_view key_for(decltype(witness::is) of);

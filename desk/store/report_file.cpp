@@ -299,6 +299,8 @@ keys_of_report plain_keys() {
       {"started", value([](judged_run& to, const json& of) { to.of.started = text_or_empty(of); })},
       {"seconds", value([](judged_run& to, const json& of) { take_seconds(to.of, of); })},
       {"end", value([](judged_run& to, const json& of) { to.of.end = word_of<run_end>(of); })},
+      {"stale_search",
+       value([](judged_run& to, const json& of) { to.of.stale = word_of<stale_search>(of); })},
       {"last", value([](judged_run& to, const json& of) { to.of.is_last = truth_of(of); })},
       {"read", value([](judged_run& to, const json& of) { take_read(to.of, of); })},
       {"counts", value([](judged_run& to, const json& of) { take_counts(to.of, of); })},

@@ -437,7 +437,6 @@ TEST_F(run_of_a_test, what_is_next_is_the_tool_that_the_message_is_about) {
 TEST_F(run_of_a_test, a_node_without_members_is_no_odd_one) {
   add_nodes(3);
   const auto member = of.object_at(object_kind::member, "BE1", "0/0/0/0");
-  of.objects[member].is_configured = true;
   of.places[member].node = 0;
   set(field::lif, source::l2port, 2, "0x00014500");
   EXPECT_EQ(judge(std::move(of)).bundles.at(0).is, verdict::agrees);
@@ -446,7 +445,6 @@ TEST_F(run_of_a_test, a_node_without_members_is_no_odd_one) {
 TEST_F(run_of_a_test, a_node_without_members_must_have_the_lag_all_the_same) {
   add_nodes(3);
   const auto member = of.object_at(object_kind::member, "BE1", "0/0/0/0");
-  of.objects[member].is_configured = true;
   of.places[member].node = 0;
   set(field::lag_id, source::lagport, 2, "0x401");
   EXPECT_EQ(judge(std::move(of)).bundles.at(0).is, verdict::differs);

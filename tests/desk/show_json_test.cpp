@@ -32,9 +32,9 @@ TEST(json_view, has_its_keys_in_a_fixed_order) {
   for (const auto& [key, value] : run.items()) keys.push_back(key);
   EXPECT_THAT(keys, testing::ElementsAre("format", "program", "origin", "router", "router_type",
                                          "started", "seconds", "end", "last", "read", "marks",
-                                         "debug_notes", "complaints", "lost_logs", "cut_logs",
-                                         "counts", "nodes", "wholly_judged", "bundles", "causes",
-                                         "findings", "unexplained", "coverage"));
+                                         "debug_notes", "complaints", "stale_search", "lost_logs",
+                                         "cut_logs", "counts", "nodes", "wholly_judged", "bundles",
+                                         "causes", "findings", "unexplained", "coverage"));
 }
 
 TEST(json_view, shows_the_run) {

@@ -30,6 +30,8 @@ TEST(keys, are_those_of_their_enumerators) {
   EXPECT_EQ(key_for(run_end::complete), "complete");
   EXPECT_EQ(key_for(run_end::cut_off), "cut_off");
   EXPECT_EQ(key_for(run_end::unknown), "unknown");
+  EXPECT_EQ(key_for(stale_search::done), "done");
+  EXPECT_EQ(key_for(stale_search::skipped), "skipped");
   EXPECT_EQ(key_for(verdict::agrees), "agrees");
   EXPECT_EQ(key_for(verdict::not_judged), "not_judged");
   EXPECT_EQ(key_for(sureness::named), "named");
