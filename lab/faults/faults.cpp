@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <set>
 
 #include "lab/base/error.h"
 #include "lab/faults/render_faulty.h"
@@ -63,6 +64,26 @@ void insist(bool planted, const router& r, const planted_fault& wanted,
     throw lab_error(fmt::format("fault {} does not apply to {}{}", text_of(wanted), r.name, why));
 }
 
+// After it is planted, when the number of its places is known.
+void insist_on_place(const router& r, const planted_fault& planted) {
+  if (planted.place < planted.places) return;
+  insist(
+      false, r, planted,
+      planted.places == 1
+          ? fmt::format(": it has only one place there; leave out @{}", planted.place)
+          : fmt::format(": it has {} places there, @0 to @{}", planted.places, planted.places - 1));
+}
+
+// The second one would change nothing more.
+void insist_on_different(const std::vector<planted_fault>& faults) {
+  std::set<std::string> seen;
+  for (const planted_fault& one : faults)
+    if (!seen.insert(text_of(one)).second)
+      throw lab_error(
+          fmt::format("fault {} is given twice; {}@{} plants it in another place, if there is one",
+                      text_of(one), one.name, one.place + 1));
+}
+
 // Splits "NAME@3" into both.
 unsigned take_place(std::string& name) {
   const std::size_t at = name.find('@');
@@ -104,12 +125,16 @@ planted_fault parse_fault(const std::string& text) {
 }
 
 void plant_faults(router& r) {
+  insist_on_different(r.faults);
   // A fault sees the router as the faults before it left it.
   for (std::size_t i = 0; i < r.faults.size(); ++i) {
     planted_fault one = r.faults[i];
     const fault& known = fault_of(one.name);
     const auto before = static_cast<std::ptrdiff_t>(r.overrides.size());
-    if (known.plant != nullptr) insist(known.plant(r, one), r, one);
+    if (known.plant != nullptr) {
+      insist(known.plant(r, one), r, one);
+      insist_on_place(r, one);
+    }
     one.holds.assign(r.overrides.begin() + before, r.overrides.end());
     r.faults[i] = one;
   }
@@ -127,6 +152,7 @@ void edit_for_faults(router& r, capture& c) {
       why = fmt::format(": {}", failure.what());  // an earlier fault took the answer away
     }
     insist(planted, r, one, why);
+    insist_on_place(r, one);
   }
 }
 

@@ -68,20 +68,22 @@ bool has_chip(const site& s);
 bool has_older_chip(const site& s);
 bool has_jericho2(const site& s);
 
+// The element with the number of the fault's place. The vector must not be empty.
+template <typename T>
+const T& placed(const std::vector<T>& all, planted_fault& p) {
+  p.places = all.size();
+  return all[p.place % all.size()];
+}
+
 // The site with the number of the fault's place, among those that fit, in the order of the
-// description.
+// description. Like `placed`, it notes how many there are; the caller of the fault's functions
+// refuses a number beyond them.
 template <typename Fits>
-site find_site(const router& r, const planted_fault& p, Fits fits, bool last_first = false) {
+site find_site(const router& r, planted_fault& p, Fits fits, bool last_first = false) {
   std::vector<site> sites = sites_of(r);
   std::erase_if(sites, [&](const site& one) { return !fits(one); });
   if (last_first) std::reverse(sites.begin(), sites.end());
-  return sites.empty() ? site{} : sites[p.place % sites.size()];
-}
-
-// The element with the number of the fault's place. The vector must not be empty.
-template <typename T>
-const T& placed(const std::vector<T>& all, const planted_fault& p) {
-  return all[p.place % all.size()];
+  return sites.empty() ? site{} : placed(sites, p);
 }
 
 // Notes the place of the fault.

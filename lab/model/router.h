@@ -8,6 +8,7 @@
 //     overridden(r, "dpa.lag", "BE1", "0/1/CPU0");   // "0x99"; every other node keeps the truth
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
@@ -99,6 +100,7 @@ struct planted_fault {
   std::string name;
   std::string argument{};  // after "=", empty if none was given
   unsigned place = 0;      // after "@": the number of a place that suits it
+  std::size_t places = 1;  // that suit it, known once it is planted
   // Its place, known once it is planted: "BE1.100" of "BE1" on "0/0/CPU0". An empty text means all.
   std::string object{};
   std::string bundle{};

@@ -2,6 +2,7 @@
 #include "lab/base/error.h"
 #include "lab/faults/render_faulty.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -256,8 +257,56 @@ TEST(fault, goes_to_the_next_place_that_suits_it) {
   const auto third = planted("birch-small", {"chip-mtu@2"}).front();
   EXPECT_EQ(third.object, "0/1/0/0");
   EXPECT_EQ(third.node, "0/1/CPU0");
-  const auto around = planted("birch-small", {"chip-mtu@10"}).front();
-  EXPECT_EQ(around.object, first.object) << "ten members";
+}
+
+std::string refusal_of(router r, const std::vector<std::string>& faults) {
+  for (const std::string& fault : faults) r.faults.push_back(parse_fault(fault));
+  try {
+    render(r);
+  } catch (const lab_error& failure) {
+    return failure.what();
+  }
+  return "planted";
+}
+
+TEST(fault, beyond_its_places_is_refused_with_their_number) {
+  const router r = plain("birch-small");
+  EXPECT_EQ(refusal_of(r, {"chip-mtu@1"}), "planted");
+  EXPECT_EQ(refusal_of(r, {"chip-mtu@999"}),
+            "fault chip-mtu@999 does not apply to birch-small: it has 10 places there, @0 to @9");
+  EXPECT_EQ(refusal_of(r, {"chip-mtu@9"}), "planted");
+  EXPECT_EQ(refusal_of(r, {"chip-mtu@10"}).find("fault chip-mtu@10 does not apply"), 0U);
+  // Faults that edit a tool's text, and those without places.
+  EXPECT_EQ(refusal_of(r, {"tool-empty@1=cfg_render"}),
+            "fault tool-empty@1=cfg_render does not apply to birch-small: it has only one place "
+            "there; leave out @1");
+}
+
+TEST(fault, given_twice_is_refused) {
+  const router r = plain("birch-small");
+  EXPECT_EQ(
+      refusal_of(r, {"chip-mtu", "dpa-mac", "chip-mtu@0"}),
+      "fault chip-mtu is given twice; chip-mtu@1 plants it in another place, if there is one");
+  EXPECT_EQ(refusal_of(r, {"chip-mtu", "chip-mtu@1"}), "planted");
+  EXPECT_EQ(refusal_of(r, {"tool-empty=cfg_render", "tool-empty=ifmgr_show"}), "planted");
+}
+
+// Every fault that plants at all has a place 0, and refuses a place that no router has.
+TEST(fault, of_any_kind_refuses_a_place_that_no_router_has) {
+  for (const fault& f : fault_catalogue()) {
+    if (f.name.find('=') != std::string_view::npos || f.takes_argument) continue;
+    bool is_planted = false;
+    for (const char* name : routers) {
+      const router r = plain(name);
+      if (refusal_of(r, {std::string{f.name}}) != "planted") continue;
+      is_planted = true;
+      EXPECT_THAT(refusal_of(r, {std::string{f.name} + "@99999"}),
+                  testing::HasSubstr("@99999 does not apply"))
+          << f.name;
+      break;
+    }
+    EXPECT_TRUE(is_planted) << f.name;
+  }
 }
 
 TEST(fault, missing_LAG_is_planted_only_in_a_unit_that_the_audit_reads) {
