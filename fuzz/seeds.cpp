@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -25,6 +26,7 @@ namespace {
 const std::vector<lab::capture>& captures() {
   static const std::vector<lab::capture> made = [] {
     std::vector<lab::capture> all;
+    setenv("TESSEL_LAB_ROUTERS", TESSEL_FUZZ_ROUTERS, 0);
     for (const std::string& name : lab::router_names()) {
       all.push_back(lab::render(lab::load_router(name)));
     }

@@ -14,6 +14,7 @@
 #include "lab/base/parse_toml.h"
 #include "lab/capture/capture.h"
 #include "lab/faults/faults.h"
+#include "lab/model/limits.h"
 
 namespace lab {
 namespace {
@@ -149,6 +150,20 @@ void read_layer(section& s, bool& l2) {
   l2 = kind == "l2";
 }
 
+// The key's place; that of its table if a base has given the value.
+const toml::node& table_or(const section& s, std::string_view key) {
+  const toml::node* found = s.table.get(key);
+  return found == nullptr ? s.table : *found;
+}
+
+// As the platform's listing of chips has it.
+bool is_chip_name(std::string_view name) {
+  constexpr std::string_view maker = "BCM";
+  constexpr std::size_t digits = 5;
+  return name.starts_with(maker) && name.size() == maker.size() + digits &&
+         name.find_first_not_of("0123456789", maker.size()) == std::string_view::npos;
+}
+
 void read_node(section& s, router& r) {
   const std::string name = required_text(s, "name");
   node& n = entry_of(r.nodes, [&](const node& other) { return other.name == name; });
@@ -162,7 +177,15 @@ void read_node(section& s, router& r) {
   read(s, "card", n.card);
   read(s, "id", n.id);
   read(s, "chip", n.chip);
+  if (!n.chip.empty() && !is_chip_name(n.chip))
+    refuse(s, table_or(s, "chip"),
+           fmt::format("chip \"{}\" is not BCM and five digits, such as BCM88680", n.chip));
   read(s, "npus", n.npus);
+  if (!n.chip.empty() && n.npus == 0 && s.table.contains("npus"))
+    refuse(s, table_or(s, "npus"),
+           fmt::format("npus is 0, but a node with a chip has 1 to {}; leave both out for a node "
+                       "without a chip",
+                       most_npus));
   read(s, "cores", n.cores);
   read(s, "ports", n.ports);
   read(s, "in_unit_list", n.in_unit_list);
@@ -226,6 +249,13 @@ void read_bundle(section& s, router& r) {
     refuse(s, s.table, fmt::format("mac \"{}\" does not have the form 0026.5e00.0a01", b.mac));
 }
 
+std::string names_of(const std::vector<field_description>& fields) {
+  std::string names;
+  for (const field_description& f : fields)
+    names += fmt::format("{}{}", names.empty() ? "" : ", ", f.name);
+  return names;
+}
+
 void read_override(section& s, router& r) {
   override_rule rule;
   rule.written = place_of(s);
@@ -239,7 +269,8 @@ void read_override(section& s, router& r) {
   const auto& fields = override_fields();
   if (std::none_of(fields.begin(), fields.end(),
                    [&](const field_description& f) { return f.name == rule.field; }))
-    refuse(s, s.table, fmt::format("unknown field \"{}\"", rule.field));
+    refuse(s, *s.table.get("field"),
+           fmt::format("unknown field \"{}\", not one of {}", rule.field, names_of(fields)));
   if (!rule.node.empty() && find_node(r, rule.node) == nullptr)
     refuse(s, s.table, fmt::format("there is no node {}", rule.node));
   r.overrides.push_back(rule);
@@ -262,15 +293,27 @@ void read_file(const fs::path& file, router& r, const std::vector<std::string>& 
   read_table(parse_toml(read_whole(file), file.string()), file.string(), r, bases);
 }
 
+// The router of that name beside the description that names it, else one of the described routers.
+fs::path file_of_base(const section& s, const std::string& base) {
+  const fs::path beside = fs::path{s.file}.parent_path() / (base + ".toml");
+  if (fs::exists(beside)) return beside;
+  fs::path described = routers_directory() / (base + ".toml");
+  if (!fs::exists(described))
+    refuse(s, *s.table.get("base"),
+           fmt::format("there is no router \"{}\", neither {} nor {}", base, beside.string(),
+                       described.string()));
+  return described;
+}
+
 void read_base(section& s, router& r, std::vector<std::string> bases) {
   std::string base;
   read(s, "base", base);
   if (base.empty()) return;
-  if (std::find(bases.begin(), bases.end(), base) != bases.end() || bases.size() >= most_bases)
-    refuse(s, s.table, fmt::format("base \"{}\" leads back to itself", base));
-  const fs::path file = routers_directory() / (base + ".toml");
-  if (!fs::exists(file)) refuse(s, s.table, fmt::format("there is no router \"{}\"", base));
-  bases.push_back(base);
+  const fs::path file = file_of_base(s, base);
+  const std::string whole = fs::weakly_canonical(file).string();
+  if (std::find(bases.begin(), bases.end(), whole) != bases.end() || bases.size() >= most_bases)
+    refuse(s, *s.table.get("base"), fmt::format("base \"{}\" leads back to itself", base));
+  bases.push_back(whole);
   read_file(file, r, bases);
 }
 
@@ -305,12 +348,17 @@ router finished(router r, const std::string& where) {
   return r;
 }
 
+fs::path own_folder() {
+  return fs::read_symlink("/proc/self/exe").parent_path();
+}
+
 }  // namespace
 
 fs::path routers_directory() {
   if (const char* named = std::getenv("TESSEL_LAB_ROUTERS")) return named;
-  const fs::path source = TESSEL_LAB_SOURCE_ROUTERS;
-  return fs::is_directory(source) ? source : fs::path{TESSEL_LAB_INSTALLED_ROUTERS};
+  const fs::path folder = own_folder();
+  const fs::path beside = folder / "routers";
+  return fs::is_directory(beside) ? beside : (folder / TESSEL_BIN_TO_ROUTERS).lexically_normal();
 }
 
 router load_router(const std::string& name) {
@@ -324,7 +372,7 @@ router load_router(const std::string& name) {
   if (fs::is_directory(file)) throw lab_error(fmt::format("{}: is a folder", file.string()));
   router r;
   r.name = file.stem().string();
-  read_file(file, r, {r.name});
+  read_file(file, r, {fs::weakly_canonical(file).string()});
   return finished(std::move(r), file.string());
 }
 

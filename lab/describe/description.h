@@ -31,7 +31,9 @@
 
 namespace lab {
 
-// The folder of the descriptions: TESSEL_LAB_ROUTERS, the source tree or the installed data.
+// The folder of the descriptions: TESSEL_LAB_ROUTERS, or `routers` beside this program, where a
+// build has a link to the source tree's, or else the installed data. No absolute path: an
+// installation may be moved, and must not depend on the tree that it was built from.
 std::filesystem::path routers_directory();
 
 // Returns the router of that name, or of that file if `name` ends in ".toml"; derived and checked.

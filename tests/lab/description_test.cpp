@@ -2,9 +2,11 @@
 #include "lab/base/error.h"
 
 #include <fmt/format.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 
 #include "support.h"
 
@@ -120,7 +122,13 @@ TEST(description, error_names_file_line_and_place) {
        "test.toml:2: [[node]]: name is missing"},
       {"an unknown override",
        "type = \"birch\"\n[[override]]\nfield = \"a.b\"\nobject = \"BE1\"\nvalue = \"1\"\n",
-       "test.toml:2: [[override]]: unknown field \"a.b\""},
+       "test.toml:3: [[override]]: unknown field \"a.b\", not one of interfaces.mtu, im.handle, "},
+      {"a node without NPUs but with a chip",
+       "type = \"birch\"\n[[node]]\nname = \"0/0/CPU0\"\nchip = \"BCM88680\"\nnpus = 0\n",
+       "test.toml:5: [[node]]: npus is 0, but a node with a chip has 1 to 16; leave both out"},
+      {"a chip that no router has",
+       "type = \"birch\"\n[[node]]\nname = \"0/0/CPU0\"\nchip = \"BCM1\"\n",
+       "test.toml:4: [[node]]: chip \"BCM1\" is not BCM and five digits, such as BCM88680"},
       {"a node that appears twice",
        "type = \"birch\"\n[[node]]\nname = \"0/0/CPU0\"\n[[node]]\nname = \"0/0/CPU0\"\n",
        "test.toml:4: [[node]]: name 0/0/CPU0 appears twice"},
@@ -416,6 +424,27 @@ subs = [{ number = 7, encapsulation = "dot1q 8" }, { number = 9, encapsulation =
   ASSERT_EQ(r.bundles.front().subs.size(), 2U);
   EXPECT_EQ(r.bundles.front().subs.front().encapsulation, "dot1q 8");
   EXPECT_TRUE(r.bundles.front().subs.front().l2) << "what the variant leaves out stays";
+}
+
+TEST_F(base_test, base_is_looked_for_beside_the_file_and_then_among_the_routers) {
+  const scratch_folder elsewhere;
+  const std::filesystem::path own = elsewhere.path() / "own.toml";
+  lab_test::write_text(own, "base = \"first\"\n");
+  EXPECT_THROW(load_router(own.string()), lab_error);
+  describe("first", small);
+  EXPECT_EQ(load_router(own.string()).description, "small");
+  std::string beside = small;
+  beside.replace(beside.find("small"), 5, "beside");
+  lab_test::write_text(elsewhere.path() / "first.toml", beside);
+  EXPECT_EQ(load_router(own.string()).description, "beside");
+  lab_test::write_text(elsewhere.path() / "first.toml", "base = \"first\"\n");
+  try {
+    load_router(own.string());
+    ADD_FAILURE() << "a file that is its own base";
+  } catch (const lab_error& failure) {
+    EXPECT_THAT(failure.what(), testing::EndsWith("first.toml:1: router: base \"first\" leads back "
+                                                  "to itself"));
+  }
 }
 
 TEST_F(base_test, base_that_leads_back_is_refused) {
