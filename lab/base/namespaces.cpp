@@ -29,7 +29,42 @@ void write_setting(const char* file, const std::string& text) {
     throw no_privileges{fmt::format("{}: {}", file, std::strerror(errno))};
 }
 
+// The root of a plain chroot is no mount, and the mount that holds it can be changed only at its
+// own root, above. A process whose folder lies outside of its root can climb there. It comes back.
+void make_private_from_above() {
+  const descriptor root = open_file("/", O_RDONLY | O_DIRECTORY);
+  const descriptor folder = open_file(".", O_RDONLY | O_DIRECTORY);
+  if (!root.is_open() || !folder.is_open() || fchdir(root.number()) != 0 || chroot("/proc") != 0)
+    throw no_privileges{fmt::format("no way out of a chroot: {}", std::strerror(errno))};
+  struct stat here {};
+  struct stat above {};
+  while (stat(".", &here) == 0 && stat("..", &above) == 0 &&
+         (here.st_ino != above.st_ino || here.st_dev != above.st_dev))
+    if (chdir("..") != 0) break;
+  const int failed = mount("none", ".", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 ? 0 : errno;
+  if (fchdir(root.number()) != 0 || chroot(".") != 0 || fchdir(folder.number()) != 0) fail("/");
+  if (failed != 0)
+    throw no_privileges{
+        fmt::format("the mount above / cannot be made private: {}; bind a mount to "
+                    "the root of the chroot",
+                    std::strerror(failed))};
+}
+
+void make_mounts_private() {
+  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0) return;
+  if (errno == EINVAL) return make_private_from_above();
+  mount_or_fail("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+}
+
 }  // namespace
+
+std::string namespace_problem() {
+  if (errno != ENOSPC && errno != EUSERS)
+    return fmt::format("unshare: {}; run as root or allow user namespaces", std::strerror(errno));
+  return "no more may be made: a limit in /proc/sys/user is reached; raise it, or end programs "
+         "that "
+         "hold namespaces";
+}
 
 bool enter_namespace(int others) {
   const uid_t user = geteuid();
@@ -37,14 +72,12 @@ bool enter_namespace(int others) {
   const bool as_root = user == 0 && unshare(CLONE_NEWNS | others) == 0;
   if (!as_root) {
     if (unshare(CLONE_NEWUSER | CLONE_NEWNS | others) != 0)
-      throw no_privileges{
-          fmt::format("no mount namespace: unshare: {}; run as root or allow user namespaces",
-                      std::strerror(errno))};
+      throw no_privileges{fmt::format("no mount namespace: {}", namespace_problem())};
     write_setting("/proc/self/setgroups", "deny");
     write_setting("/proc/self/uid_map", fmt::format("{} {} 1", user, user));
     write_setting("/proc/self/gid_map", fmt::format("{} {} 1", group, group));
   }
-  mount_or_fail("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+  make_mounts_private();
   return as_root;
 }
 

@@ -28,6 +28,10 @@ inline constexpr int missing_privileges = 77;
 // `no_privileges`.
 bool enter_namespace(int others);
 
+// Why unshare failed, by errno, and what to do. The system's own texts for the limits of namespaces
+// speak of disks and users.
+std::string namespace_problem();
+
 // Throws `no_privileges` if enter_namespace would. Call it before anything is made.
 void insist_on_namespace();
 

@@ -153,15 +153,12 @@ void build_beside(const fs::path& out, const std::function<void(const fs::path&)
   });
 }
 
-void write_folder(const capture& c, const fs::path& out) {
-  const fs::path above = fs::absolute(out / ".").parent_path().parent_path();
-  std::error_code failure;
-  fs::create_directories(above, failure);
-  if (failure)
-    throw lab_error(fmt::format("{}: cannot be made: {}", above.string(), failure.message()));
+void write_folder(const capture& c, const fs::path& out,
+                  const std::function<void(const fs::path&)>& last) {
   build_beside(out, [&](const fs::path& building) {
     fs::create_directories(building);
     write_files(c, building);
+    if (last) last(building);
   });
 }
 

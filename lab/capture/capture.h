@@ -62,9 +62,11 @@ void write_manifest(const capture& c, const std::filesystem::path& folder);
 void build_beside(const std::filesystem::path& out,
                   const std::function<void(const std::filesystem::path&)>& build);
 
-// Writes a capture folder: builds it beside `out` and renames it at the end. Throws `lab_error` if
-// `out` exists or cannot be written; nothing is left behind then.
-void write_folder(const capture& c, const std::filesystem::path& out);
+// Writes a capture folder: builds it beside `out`, calls `last`, and renames it at the end. Throws
+// `lab_error` if `out` exists or cannot be written, and passes on what `last` throws; nothing is
+// left behind then.
+void write_folder(const capture& c, const std::filesystem::path& out,
+                  const std::function<void(const std::filesystem::path& built)>& last = nullptr);
 
 bool is_capture_folder(const std::filesystem::path& folder);
 

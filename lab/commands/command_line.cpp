@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "command_line/command_line.h"
+#include "lab/base/complain.h"
 #include "lab/base/messages.h"
 #include "lab/base/namespaces.h"
 #include "lab/commands/commands.h"
@@ -298,13 +299,13 @@ int run_command_line(const std::vector<std::string>& arguments) {
     flush_output();
     return status;
   } catch (const usage_error& failure) {
-    fmt::print(stderr, "tessel-lab: {}\n", failure.what());
+    complain(fmt::format("tessel-lab: {}", failure.what()));
     return usage_status;
   } catch (const no_privileges& missing) {
-    fmt::print(stderr, "tessel-lab: {}\n", missing.what);
+    complain(fmt::format("tessel-lab: {}", missing.what));
     return missing_privileges;
   } catch (const std::exception& failure) {
-    fmt::print(stderr, "tessel-lab: {}\n", message_of(failure));
+    complain(fmt::format("tessel-lab: {}", message_of(failure)));
     return EXIT_FAILURE;
   }
 }

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <exception>
 
+#include "lab/base/complain.h"
 #include "lab/base/messages.h"
 #include "lab/capture/archive.h"
 #include "lab/capture/diff.h"
@@ -19,7 +20,7 @@ int diff_command(const diff_options& o) {
     flush_output();
     return changes.empty() ? EXIT_SUCCESS : some_changed;
   } catch (const std::exception& failure) {
-    fmt::print(stderr, "tessel-lab: {}\n", message_of(failure));
+    complain(fmt::format("tessel-lab: {}", message_of(failure)));
     return trouble;
   }
 }

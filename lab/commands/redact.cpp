@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "lab/base/beside.h"
+#include "lab/base/messages.h"
 #include "lab/base/private_files.h"
 #include "lab/capture/archive.h"
 #include "lab/capture/capture_check.h"
@@ -20,10 +21,14 @@ int redact_command(const capture_options& o) {
   const redaction_counts n = redact(c);
   c.calls = calls_with_sizes(c);
   const private_files of_the_capture;
-  write_folder(c, out);  // with the list of calls, which holds nothing confidential
-  fmt::print(
-      "Replaced: {} IP and {} MAC addresses, {} texts, {} names, {} secrets, {} serial numbers.\n",
-      n.addresses, n.macs, n.texts, n.names, n.secrets, n.serials);
+  // With the list of calls, which holds nothing confidential.
+  write_folder(c, out, [&](const fs::path&) {
+    fmt::print(
+        "Replaced: {} IP and {} MAC addresses, {} texts, {} names, {} secrets, {} serial "
+        "numbers.\n",
+        n.addresses, n.macs, n.texts, n.names, n.secrets, n.serials);
+    flush_output();
+  });
   return EXIT_SUCCESS;
 }
 

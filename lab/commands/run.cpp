@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "lab/base/beside.h"
+#include "lab/base/complain.h"
 #include "lab/base/descriptors.h"
 #include "lab/base/error.h"
 #include "lab/base/namespaces.h"
@@ -77,7 +78,7 @@ fs::path logs_folder(const fs::path& named) {
     if (mkdtemp(folder.data()) == nullptr)
       throw lab_error(fmt::format("{}: cannot be made: {}; name a folder with --logs", folder,
                                   std::strerror(errno)));
-    fmt::print(stderr, "tessel-lab: the logs are in {}\n", folder);
+    complain(fmt::format("tessel-lab: the logs are in {}", folder));
     return folder;
   }
   make_logs_folder(named);
@@ -93,6 +94,7 @@ void check_calls_file(const fs::path& file) {
 }
 
 void make_calls_file(const fs::path& file) {
+  make_folders_above(file);
   const descriptor made = open_file(file, O_WRONLY | O_CREAT | O_TRUNC, 0644);
   if (!made.is_open())
     throw lab_error(fmt::format("{}: cannot be written: {}", file.string(), std::strerror(errno)));
@@ -125,6 +127,7 @@ void make_journal_file(const fs::path& file) {
   const auto type = fs::symlink_status(file).type();
   if (type != fs::file_type::not_found && type != fs::file_type::regular)
     throw lab_error(fmt::format("{}: is not a file; name another with --journal", file.string()));
+  make_folders_above(file);
   const descriptor made = open_file(file, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK, 0600);
   if (!made.is_open())
     throw lab_error(fmt::format("{}: cannot be written: {}", file.string(), std::strerror(errno)));

@@ -15,6 +15,7 @@
 #include <sstream>
 
 #include "lab/base/beside.h"
+#include "lab/base/complain.h"
 #include "lab/base/descriptors.h"
 #include "lab/base/error.h"
 #include "lab/base/files.h"
@@ -173,10 +174,10 @@ int be_child(const record_request& request, const fs::path& work, const held_bac
     if (getppid() != recorder) return cannot_prepare;
     start_host(request, work);
   } catch (const no_privileges& missing) {
-    fmt::print(stderr, "tessel-lab: {}\n", missing.what);
+    complain(fmt::format("tessel-lab: {}", missing.what));
     return missing_privileges;
   } catch (const std::exception& failure) {
-    fmt::print(stderr, "tessel-lab: {}\n", reported_as(message_of(failure), work, request.shown));
+    complain(fmt::format("tessel-lab: {}", reported_as(message_of(failure), work, request.shown)));
   }
   return cannot_prepare;
 }
@@ -305,7 +306,7 @@ int record_beside(const record_request& request, const fs::path& work) {
   const group_end end = run_host(request, work);
   const int status = end.status;
   if (is_interruption(end)) {
-    fmt::print(stderr, "tessel-lab: interrupted; {} was not made\n", request.shown);
+    complain(fmt::format("tessel-lab: interrupted; {} was not made", request.shown));
     // A host that ignores the signal may still succeed before it is killed.
     return status == EXIT_SUCCESS ? status_of_signal(end.passed_on) : status;
   }
@@ -314,8 +315,8 @@ int record_beside(const record_request& request, const fs::path& work) {
   const fs::path folder = work / "capture";
   const recorded_calls calls = arrange_recording(work);
   if (calls.all == 0) {
-    fmt::print(stderr, "tessel-lab: no tool was called; {} was not made\n", request.shown);
-    return status;
+    complain(fmt::format("tessel-lab: no tool was called; {} was not made", request.shown));
+    return status == EXIT_SUCCESS ? EXIT_FAILURE : status;
   }
   keep_journal(work / journal_name, folder);
   build_beside(request.out, [&](const fs::path& building) {
@@ -323,9 +324,9 @@ int record_beside(const record_request& request, const fs::path& work) {
     fs::rename(folder, building);
   });
   if (calls.cut_off > 0)
-    fmt::print(stderr,
-               "tessel-lab: {} of {} calls had not ended when the audit did; {} names them\n",
-               calls.cut_off, calls.all, request.shown + "/calls");
+    complain(
+        fmt::format("tessel-lab: {} of {} calls had not ended when the audit did; {} names them",
+                    calls.cut_off, calls.all, request.shown + "/calls"));
   return status;
 }
 

@@ -15,6 +15,7 @@
 #include <cstdlib>
 
 #include "lab/base/beside.h"
+#include "lab/base/complain.h"
 #include "lab/base/descriptors.h"
 #include "lab/base/error.h"
 #include "lab/base/messages.h"
@@ -142,7 +143,7 @@ int be_first_process(const run_request& request, const held_back_signals& signal
     try {
       start_host(request);
     } catch (const std::exception& failure) {
-      fmt::print(stderr, "tessel-lab: {}\n", message_of(failure));
+      complain(fmt::format("tessel-lab: {}", message_of(failure)));
       return cannot_prepare;
     }
   });
@@ -178,11 +179,11 @@ int be_child(const run_request& request, const fs::path& record_work,
     start_host(request);
   } catch (const no_privileges& missing) {
     end_if_signalled();
-    fmt::print(stderr, "tessel-lab: {}\n", missing.what);
+    complain(fmt::format("tessel-lab: {}", missing.what));
     return missing_privileges;
   } catch (const std::exception& failure) {
     end_if_signalled();
-    fmt::print(stderr, "tessel-lab: {}\n", message_of(failure));
+    complain(fmt::format("tessel-lab: {}", message_of(failure)));
   }
   return cannot_prepare;
 }

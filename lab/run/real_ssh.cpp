@@ -258,7 +258,7 @@ void cover_with_own_folders(const ssh_node& node, const std::vector<std::string>
 void enter_node(const ssh_node& node, const std::vector<std::string>& tools) {
   const bool calls_are_kept = fs::exists("/opt/nos/calls");
   if (unshare(CLONE_NEWNS | CLONE_NEWNET | CLONE_NEWUTS) != 0)
-    throw no_privileges{fmt::format("no namespaces for a node: {}", std::strerror(errno))};
+    throw no_privileges{fmt::format("no namespaces for a node: {}", namespace_problem())};
   std::string host_name = node.name;
   std::replace(host_name.begin(), host_name.end(), '/', '-');
   if (sethostname(host_name.data(), std::min<std::size_t>(host_name.size(), HOST_NAME_MAX)) != 0)

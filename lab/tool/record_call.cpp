@@ -20,6 +20,7 @@
 #include <string_view>
 #include <utility>
 
+#include "lab/base/complain.h"
 #include "lab/base/descriptors.h"
 #include "lab/base/processes.h"
 #include "lab/capture/answer_list.h"
@@ -41,13 +42,18 @@ std::string setting(const char* name) {
 // The real tool --------------------------------------------------------------------------
 
 // Enters the mounts of the process that does not see the stand-ins. That would lose the working
-// folder, so sets it again.
+// folder, and the root of a chroot, so sets both again.
 bool go_back_to(const std::string& pid) {
   std::array<char, 4096> folder{};
   if (getcwd(folder.data(), folder.size()) == nullptr) folder = {"/"};
   const descriptor mounts = open_file(fmt::format("/proc/{}/ns/mnt", pid), O_RDONLY);
-  if (!mounts.is_open()) return false;
-  return setns(mounts.number(), CLONE_NEWNS) == 0 && (chdir(folder.data()) == 0 || chdir("/") == 0);
+  const std::string root_name = fmt::format("/proc/{}/root", pid);
+  const descriptor root = open_file(root_name, O_PATH | O_DIRECTORY);
+  if (!mounts.is_open() || setns(mounts.number(), CLONE_NEWNS) != 0) return false;
+  // There may have been no second descriptor.
+  const bool has_root = root.is_open() ? fchdir(root.number()) == 0 && chroot(".") == 0
+                                       : chroot(root_name.c_str()) == 0;
+  return has_root && (chdir(folder.data()) == 0 || chdir("/") == 0);
 }
 
 [[noreturn]] void become_real_tool(const std::vector<std::string>& command) {
@@ -59,8 +65,8 @@ bool go_back_to(const std::string& pid) {
   setenv("PATH", setting(record_path_variable).c_str(), 1);
   if (!pid.empty()) {
     if (!go_back_to(pid)) {
-      fmt::print(stderr, "{}: the recording cannot reach the real tool: {}\n", words.front(),
-                 std::strerror(errno));
+      complain(fmt::format("{}: the recording cannot reach the real tool: {}", words.front(),
+                           std::strerror(errno)));
       _exit(not_started);
     }
     for (const char* own : {record_folder_variable, record_pid_variable, record_path_variable})
@@ -74,7 +80,7 @@ bool go_back_to(const std::string& pid) {
     execvp(real.c_str(), arguments.data());
   }
   const int cause = errno;
-  fmt::print(stderr, "{}: {}\n", words.front(), std::strerror(cause));
+  complain(fmt::format("{}: {}", words.front(), std::strerror(cause)));
   _exit(cause == ENOENT ? not_found : not_started);
 }
 

@@ -15,6 +15,7 @@
 #include <optional>
 #include <thread>
 
+#include "lab/base/complain.h"
 #include "lab/base/descriptors.h"
 #include "lab/base/error.h"
 #include "lab/base/files.h"
@@ -74,7 +75,7 @@ void note_call(const std::string& line) {
   // One write, so that lines of simultaneous calls do not mix.
   const std::string whole = line + "\n";
   if (write(calls.number(), whole.data(), whole.size()) < 0)
-    fmt::print(stderr, "{}: {}\n", name, std::strerror(errno));
+    complain(fmt::format("{}: {}", name, std::strerror(errno)));
 }
 
 // Lets the kernel copy where it can; copies here where it cannot (a file opened for appending).
@@ -174,12 +175,12 @@ int serve(const std::vector<std::string>& command) {
   note_call(readable(command));
   const call wanted = resolve(command);
   if (!wanted.problem.empty()) {
-    fmt::print(stderr, "{}\n", wanted.problem);
+    complain(wanted.problem);
     return ssh_failed;
   }
   if (!is_found(command, wanted)) {
-    fmt::print(stderr, "{}: not found, neither by that name nor at that place\n",
-               wanted.file.substr(0, wanted.file.find(',')));
+    complain(fmt::format("{}: not found, neither by that name nor at that place",
+                         wanted.file.substr(0, wanted.file.find(','))));
     return unknown_command;
   }
   const std::string folder = capture_folder() + "/" + wanted.place;
@@ -191,15 +192,15 @@ int serve(const std::vector<std::string>& command) {
     const std::string shared = shared_file_name(wanted.file);
     if (!shared.empty() && copy_file(folder + "/" + shared, STDOUT_FILENO)) return EXIT_SUCCESS;
   } catch (const std::exception& failure) {
-    fmt::print(stderr, "{}: {}\n", tool_of(command), failure.what());
+    complain(fmt::format("{}: {}", tool_of(command), failure.what()));
     return EXIT_FAILURE;
   }
   if (wanted.place != local_place && access(folder.c_str(), F_OK) != 0) {
-    fmt::print(stderr, "ssh: connect to host {} port 22: No route to host\n", wanted.place);
+    complain(fmt::format("ssh: connect to host {} port 22: No route to host", wanted.place));
     return ssh_failed;
   }
-  fmt::print(stderr, "{}: not known to this router ({}/{})\n", readable(command), wanted.place,
-             wanted.file);
+  complain(fmt::format("{}: not known to this router ({}/{})", readable(command), wanted.place,
+                       wanted.file));
   return unknown_command;
 }
 

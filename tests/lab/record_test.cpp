@@ -455,8 +455,8 @@ TEST_F(recording_test, is_refused_before_the_logs_folder_is_made) {
   const std::string line =
       "/opt/nos/libexec/tessel-lab record --host /var/log/outer --library /var/log/library --logs "
       "/tmp/logs ";
-  for (const char* out : {"/var/log", "/tmp/nowhere/cap", "/tmp/a:b", "/tmp/tessel-cap",
-                          "/tmp/logs", "/opt/nos/bin/cap"}) {
+  for (const char* out :
+       {"/var/log", "/tmp/a:b", "/tmp/tessel-cap", "/tmp/logs", "/opt/nos/bin/cap"}) {
     const outcome refused = in_lab(line + out + "; echo $?; ls -A /tmp", "");
     EXPECT_EQ(refused.out, "1\n") << out << refused.err;
     EXPECT_EQ(std::count(refused.err.begin(), refused.err.end(), '\n'), 1) << refused.err;
@@ -486,6 +486,32 @@ TEST_F(recording_test, without_a_call_makes_no_capture) {
   const outcome recorded = record("", "exit 5");
   EXPECT_EQ(recorded.status, 5);
   EXPECT_EQ(recorded.err, "tessel-lab: no tool was called; /var/log/cap was not made\n");
+  expect_no_capture();
+}
+
+TEST_F(recording_test, without_a_call_does_not_succeed_although_the_host_does) {
+  const outcome recorded = record("", "exit 0");
+  EXPECT_EQ(recorded.status, 1);
+  EXPECT_EQ(recorded.err, "tessel-lab: no tool was called; /var/log/cap was not made\n");
+  expect_no_capture();
+}
+
+TEST_F(recording_test, makes_the_folders_above_it) {
+  EXPECT_EQ(record("tool iface_show 'echo x'\n", "iface_show", "above/it/cap").status, 0);
+  EXPECT_EQ(lab::read_manifest(scratch_.path() / "above/it/cap").router, "cap");
+  record("", "exit 0", "there/too/cap");
+  EXPECT_FALSE(fs::exists(scratch_.path() / "there"));
+}
+
+TEST_F(recording_test, of_a_terminal_that_is_gone_ends_as_an_interrupted_one) {
+  script("inner", "iface_show; echo ready >/var/log/ready; sleep 600");
+  const outcome recorded = in_lab(
+      "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
+      " --library /var/log/library 2>/dev/full & n=0\n"
+      "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n"
+      "kill -HUP $!; wait $!; echo status $?",
+      "");
+  EXPECT_THAT(recorded.out, HasSubstr("status 129\n"));
   expect_no_capture();
 }
 

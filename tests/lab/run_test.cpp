@@ -40,6 +40,83 @@ TEST(command_line, lists_routers_and_faults) {
   EXPECT_NE(faults.out.find("Lag ID is not consistent"), std::string::npos);
 }
 
+TEST(command_line, ends_with_its_status_if_standard_error_cannot_be_written) {
+  const lab_test::scratch_folder scratch;
+  const std::string at = "cd " + scratch.path().string() + "; ";
+  for (const char* broken : {"2>/dev/full", "2>&-", "2>&- >&- <&-"})
+    for (const auto& [line, status] : {std::pair{"run nowhere", 1},
+                                       {"--slow", 64},
+                                       {"diff a b", 2},
+                                       {"unpack nowhere out", 1}}) {
+      const outcome ended = run_shell(at + "TESSEL_LAB_ROUTERS=" LAB_ROUTERS " " LAB_PROGRAM " " +
+                                      line + " " + broken);
+      EXPECT_EQ(ended.status, status) << line << broken;
+    }
+  // The tools' stand-in, too.
+  EXPECT_EQ(run_shell(LAB_TOOL " 2>/dev/full").status, 64);
+  EXPECT_EQ(run_shell("TESSEL_LAB_CAPTURE=/nowhere; export TESSEL_LAB_CAPTURE; cd " +
+                      scratch.path().string() +
+                      "; ln -s " LAB_TOOL " iface_show; ./iface_show -x "
+                      "2>/dev/full")
+                .status,
+            127);
+}
+
+// A file that is opened while standard error is closed must not take its place.
+TEST(command_line, writes_no_message_into_a_file_of_its_own) {
+  const lab_test::scratch_folder scratch;
+  const outcome made = run_shell("cd " + scratch.path().string() +
+                                 "; TESSEL_LAB_ROUTERS=" LAB_ROUTERS " " LAB_PROGRAM
+                                 " render birch-small out >&- 2>&-; grep -rl '^tessel-lab' out");
+  EXPECT_EQ(made.out, "");
+  EXPECT_TRUE(fs::is_regular_file(scratch.path() / "out/manifest"));
+  EXPECT_EQ(run_shell("exec >&-; TESSEL_LAB_ROUTERS=" LAB_ROUTERS " " LAB_PROGRAM " list").err,
+            "tessel-lab: standard output: Bad file descriptor\n");
+}
+
+// Every command that makes something makes the folders above it, and removes those if it fails.
+TEST(command_line, makes_the_folders_above_a_target) {
+  const lab_test::scratch_folder scratch;
+  const std::string start = "cd " + scratch.path().string() +
+                            "; export TESSEL_LAB_ROUTERS=" LAB_ROUTERS "; lab=" LAB_PROGRAM "; ";
+  const outcome made = run_shell("set -e; " + start +
+                                 "$lab render birch-small a/b/c\n"
+                                 "$lab generate d/e\n"
+                                 "$lab pack a/b/c f/g/h/packed\n"
+                                 "$lab unpack f/g/h/packed i/j\n"
+                                 "$lab redact i/j k/l/m/n >/dev/null\n"
+                                 "for i in a/b/c d/e i/j k/l/m/n; do ls $i/manifest; done");
+  EXPECT_EQ(made.status, 0) << made.err;
+  EXPECT_EQ(made.out, "a/b/c/manifest\nd/e/manifest\ni/j/manifest\nk/l/m/n/manifest\n");
+  for (const char* failing :
+       {"unpack a/b/c/manifest x/y/z", "redact a x/y/z", "pack d x/y/z",
+        "redact a/b/c x/y/z >/dev/full", "run a/b/c --record x/y/z --host /bin/true --library x"}) {
+    EXPECT_EQ(run_shell(start + "$lab " + failing).status, 1) << failing;
+    EXPECT_FALSE(fs::exists(scratch.path() / "x")) << failing;
+  }
+}
+
+TEST(command_line, finds_the_routers_beside_itself_or_where_it_was_installed) {
+  const lab_test::scratch_folder scratch;
+  const std::string at = "unset TESSEL_LAB_ROUTERS; cd " + scratch.path().string() + "; ";
+  fs::create_directories(scratch.path() / "bin");
+  fs::copy_file(LAB_PROGRAM, scratch.path() / "bin/tessel-lab");
+  const outcome nowhere = run_shell(at + "bin/tessel-lab list");
+  EXPECT_EQ(nowhere.status, 1) << nowhere.out;
+  const std::string named =
+      lab_test::findall("^tessel-lab: (.*): there is no such directory of routers\n", nowhere.err)
+          .at(0)
+          .at(0);
+  EXPECT_EQ(named.find(scratch.path().string()), 0U) << named;
+  EXPECT_EQ(named.find(LAB_ROUTERS), std::string::npos) << named;
+  fs::create_directories(named);
+  fs::copy_file(LAB_ROUTERS "/elm-single.toml", fs::path{named} / "willow.toml");
+  EXPECT_EQ(run_shell(at + "bin/tessel-lab list").out.find("willow "), 0U);
+  fs::create_directories(scratch.path() / "bin/routers");
+  fs::copy_file(LAB_ROUTERS "/elm-single.toml", scratch.path() / "bin/routers/oak.toml");
+  EXPECT_EQ(run_shell(at + "bin/tessel-lab list").out.find("oak "), 0U);
+}
+
 TEST(command_line, refuses_a_latency_before_it_makes_anything) {
   const lab_test::scratch_folder scratch;
   // Any file can be the host and the library, as neither is used.
@@ -129,14 +206,14 @@ TEST(command_line, refuses_a_place_before_it_makes_anything) {
       {"--record there/", "/there: exists already"},
       {"--record file/", "/file: exists already"},
       {"--record .", ": exists already"},
-      {"--record nowhere/out", "/nowhere: there is no such folder"},
-      {"--record file/out", "/file: there is no such folder"},
+      {"--record file/out", "/file: is not a folder"},
+      {"--record file/above/out", "/file: is not a folder"},
       {"--record a:b", "a:b: there is a colon in it; record to a place without one"},
       {"--record out --logs out/", "/out: the recording is made there; name another place"},
       {"--record out --logs out/logs", "/out/logs: the recording is made there; name another"},
       {"--record out --keep-calls out", "/out: the recording is made there; name another"},
       {"--keep-calls there", "/there: is a folder; name a file with --keep-calls"},
-      {"--keep-calls nowhere/calls", "/nowhere: there is no such folder"},
+      {"--keep-calls file/calls", "/file: is not a folder"},
       {"--keep-calls calls --record there", "/there: exists already"},
       {"--keep-calls file --logs file/logs",
        "file/logs: the folder for the logs cannot be used: Not a directory"},
@@ -254,7 +331,8 @@ TEST(command_line, reports_files_of_the_wrong_kind) {
           {"lab pack packed out", 1, "packed: not a capture: it is not a folder\n"},
           {"lab pack cap out/", 1, "out/: a packed capture is a file, not a folder\n"},
           {"lab pack cap ''", 1, "the name of the target is empty\n"},
-          {"lab unpack packed open/a/b", 1, "/open/a: there is no such folder\n"},
+          {"lab unpack packed text/a/b", 1, "/text: is not a folder\n"},
+          {"lab redact cap out >/dev/full", 1, "standard output: No space left on device\n"},
           {"lab redact linked out", 1, "linked: local/link: neither a regular file nor a folder\n"},
           {"lab redact piped out", 1,
            "piped: 192.0.0.6/pipe: neither a regular file nor a folder\n"},
@@ -301,14 +379,46 @@ TEST(command_line, reports_that_there_are_no_namespaces) {
       " echo 0 >/proc/sys/user/max_user_namespaces && exec sh \"$1\"' sh";
   if (run_shell(without + " /dev/null").status != 0)
     return lab_test::cannot_run_here("no user namespace");
-  expect_reported(
-      without, "",
-      {
-          {"lab run birch-small --host host --library text", 77, "no mount namespace: "},
-          {"lab run birch-small --host host --library text --record out", 77,
-           "no mount namespace: "},
-          {"lab record out --host host --library text", 77, "no mount namespace: "},
-      });
+  constexpr const char* limit =
+      "no mount namespace: no more may be made: a limit in /proc/sys/user is reached; raise it, or "
+      "end programs that hold namespaces\n";
+  expect_reported(without, "",
+                  {
+                      {"lab run birch-small --host host --library text", 77, limit},
+                      {"lab run birch-small --host host --library text --record out", 77, limit},
+                      {"lab record out --host host --library text", 77, limit},
+                  });
+}
+
+// The root of a chroot need not be a mount; only the mount above it can be made private.
+TEST(command_line, works_in_a_plain_chroot) {
+  const std::string start =
+      "unshare --mount --propagation private sh -e -c '"
+      "mount -t tmpfs none /mnt; mount --make-shared /mnt; cd /mnt; mkdir root; cd root\n"
+      "for i in bin lib lib64 usr sbin etc; do\n"
+      "  [ ! -e /$i ] || { mkdir $i; mount --bind /$i $i; }\ndone\n"
+      "mkdir -p proc dev tmp opt/nos/bin var/log lab; mount --rbind /proc proc; mount --rbind /dev "
+      "dev\n"
+      "cp " LAB_PROGRAM " lab/tessel-lab; cp " LAB_TOOL " lab/tessel-lab-tool; cp -r " LAB_ROUTERS
+      " lab/routers\n"
+      "printf \"#!/bin/sh\\niface_show -i .; echo \\$? \\$(ls /lab)\\n\" >lab/host; chmod 755 "
+      "lab/host\n"
+      "printf \"#!/bin/sh\\nls -d /lab /mnt/root; pwd\\n\" >opt/nos/bin/iface_show\n"
+      "chmod 755 opt/nos/bin/iface_show\n";
+  const std::string in_chroot =
+      "chroot . /bin/sh -c \"cd /lab; PATH=/opt/nos/bin:\\$PATH; ./tessel-lab ";
+  const std::string programs = " --host host --library host --logs /tmp/logs\"\n";
+  const std::string end = "grep -c /mnt/root/opt /proc/self/mountinfo || true'";
+  if (run_shell(start + "true'").status != 0)
+    return lab_test::cannot_run_here("needs root, to enter a chroot");
+  const outcome run = run_shell(start + in_chroot + "run birch-small" + programs + end);
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, "127 host routers tessel-lab tessel-lab-tool\n0\n");
+  const outcome recorded = run_shell(start + in_chroot + "record cap" + programs +
+                                     "trap \"ls lab/cap/manifest\" 0\n" + end);
+  EXPECT_EQ(recorded.status, 0) << recorded.err;
+  EXPECT_EQ(recorded.out,
+            "/lab\n/lab\n0 host routers tessel-lab tessel-lab-tool\n0\nlab/cap/manifest\n");
 }
 
 TEST(command_line, reports_a_full_disk) {
@@ -452,9 +562,9 @@ TEST_F(namespace_test, a_journal_that_cannot_become_a_file_is_refused_before_the
   EXPECT_EQ(refused.out, "");
   EXPECT_EQ(refused.err,
             "tessel-lab: " + link.string() + ": is not a file; name another with --journal\n");
-  const std::string lost = (scratch_.path() / "no" / "such").string();
+  const std::string lost = (scratch_.path() / "library" / "such").string();
   EXPECT_EQ(host("echo ran", "birch-small -- --journal " + lost).err,
-            "tessel-lab: " + lost + ": cannot be written: No such file or directory\n");
+            "tessel-lab: " + lost + ": cannot be written: Not a directory\n");
 }
 
 TEST_F(namespace_test, runs_a_capture_folder) {
