@@ -7,11 +7,14 @@
 #include <map>
 #include <set>
 #include <string_view>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "lab/capture/answer_list.h"
 #include "lab/capture/redact_addresses.h"
 #include "lab/capture/redact_journal.h"
+#include "lab/capture/redact_words.h"
 
 namespace lab {
 namespace {
@@ -28,6 +31,10 @@ class replacements {
     return found->second;
   }
   std::size_t size() const { return known_.size(); }
+  void add_to(std::vector<replaced_value>& rows) const {
+    for (const auto& [original, replacement] : known_)
+      rows.push_back({prefix_, original, replacement});
+  }
 
  private:
   std::string prefix_;
@@ -118,9 +125,24 @@ std::set<std::string> router_names(const capture& c) {
 
 class text_redactor {
  public:
-  // `routers` are the router's own names, which also appear in prompts and messages.
-  text_redactor(address_redactor& addresses, std::set<std::string> routers)
-      : addresses_(addresses), routers_(std::move(routers)) {}
+  // `routers` are the router's own names, which also appear in prompts and messages, `configured`
+  // those of other things, with their kinds.
+  text_redactor(address_redactor& addresses, const std::set<std::string>& routers,
+                const std::map<std::string, std::string>& configured)
+      : addresses_(addresses) {
+    for (const auto& [name, kind] : configured) {
+      replacements& of_kind = kind == "vrf" ? vrfs_ : kind == "acl" ? acls_ : trustpoints_;
+      const bool is_one_part = std::all_of(name.begin(), name.end(), is_name_part);
+      if (is_one_part)
+        words_.emplace(name, &of_kind);
+      else
+        others_.emplace(name, &of_kind);
+    }
+    for (const std::string& name : routers) {
+      words_.erase(name);
+      others_.insert_or_assign(name, &names_);
+    }
+  }
 
   std::string redacted(const std::string& file, const std::string& text) {
     const bool is_configuration = file.starts_with(configuration_tool);
@@ -148,8 +170,21 @@ class text_redactor {
   }
 
   redaction_counts counts() const {
-    return {addresses_.addresses(), addresses_.macs(), texts_.size(),
-            names_.size(),          secrets_.size(),   serials_.size()};
+    return {
+        addresses_.addresses(), addresses_.macs(),
+        texts_.size(),          names_.size() + vrfs_.size() + acls_.size() + trustpoints_.size(),
+        secrets_.size(),        serials_.size()};
+  }
+
+  std::vector<replaced_value> all() const {
+    std::vector<replaced_value> rows;
+    for (const address_redactor::replaced_address& row : addresses_.all())
+      rows.push_back({row.kind, row.original, row.replacement});
+    for (const replacements* kind :
+         {&texts_, &names_, &vrfs_, &acls_, &trustpoints_, &secrets_, &serials_})
+      kind->add_to(rows);
+    std::sort(rows.begin(), rows.end());
+    return rows;
   }
 
  private:
@@ -159,17 +194,14 @@ class text_redactor {
     out += kind.of(line.substr(begin));
   }
 
-  // The same for a text. Its commas stay: the audit splits texts at commas, so its findings depend
-  // on them.
+  // The same for a text. The words in it that the audit reads stay.
   void add_text(std::string_view line, std::size_t begin, std::string& out) {
     add_kept(line.substr(0, begin), out);
-    for (std::size_t at = begin; at < line.size();) {
-      const std::size_t first = std::min(line.find_first_not_of(", \t", at), line.size());
-      const std::size_t end = std::min(line.find(',', first), line.size());
-      out.append(line.substr(at, first - at));
-      if (first < end) out += texts_.of(line.substr(first, end - first));
-      at = end;
-    }
+    add_free_text(line.substr(begin), out);
+  }
+
+  void add_free_text(std::string_view text, std::string& out) {
+    out += with_read_words(text, [this](std::string_view piece) { return texts_.of(piece); });
   }
 
   // The listing of a port with a description: "  Description: to the core".
@@ -283,18 +315,18 @@ class text_redactor {
       const std::size_t end = std::min(text.find_first_of(" \t\r", begin), text.size());
       const std::string_view word = text.substr(begin, end - begin);
       const std::string_view login = word.substr(0, word.rfind('@') + 1);
-      add_without_router(text.substr(0, begin), out);
+      add_without_names(text.substr(0, begin), out);
       if (!login.empty()) add_login(login.substr(0, login.size() - 1), out);
       text.remove_prefix(begin + login.size());
     }
-    add_without_router(text, out);
+    add_without_names(text, out);
   }
 
-  void add_without_router(std::string_view text, std::string& out) {
+  void add_without_names(std::string_view text, std::string& out) {
     std::size_t copied = 0;
     std::size_t at = 0;
     while (at < text.size()) {
-      const word_place found = next_router(text, at);
+      const named_place found = next_name(text, at);
       if (found.size == 0) break;
       at = found.begin + found.size;
       if ((found.begin > 0 && is_name_part(text[found.begin - 1])) ||
@@ -302,22 +334,42 @@ class text_redactor {
         at = found.begin + 1;
         continue;
       }
-      out.append(text.substr(copied, found.begin - copied));
-      out += names_.of(text.substr(found.begin, found.size));
+      add_without_words(text.substr(copied, found.begin - copied), out);
+      out += found.kind->of(text.substr(found.begin, found.size));
       copied = at;
     }
-    out.append(text.substr(copied));
+    add_without_words(text.substr(copied), out);
   }
 
-  // The first of the router's names after a place; the longest if two begin there.
-  word_place next_router(std::string_view text, std::size_t from) const {
-    word_place next{text.size(), 0};
-    for (const std::string& name : routers_) {
+  struct named_place : word_place {
+    replacements* kind = nullptr;
+  };
+
+  // The first of the names after a place; the longest if two begin there.
+  named_place next_name(std::string_view text, std::size_t from) const {
+    named_place next{{text.size(), 0}, nullptr};
+    for (const auto& [name, kind] : others_) {
       const std::size_t begin = text.find(name, from);
       if (begin < next.begin || (begin == next.begin && name.size() > next.size))
-        next = {begin, name.size()};
+        next = {{begin, name.size()}, kind};
     }
     return next;
+  }
+
+  void add_without_words(std::string_view text, std::string& out) {
+    if (words_.empty()) {
+      out.append(text);
+      return;
+    }
+    while (!text.empty()) {
+      const auto begin = std::find_if(text.begin(), text.end(), is_name_part);
+      const auto end = std::find_if_not(begin, text.end(), is_name_part);
+      out.append(text.begin(), begin);
+      const std::string word(begin, end);
+      const auto known = words_.find(word);
+      out += known == words_.end() ? word : known->second->of(word);
+      text.remove_prefix(static_cast<std::size_t>(end - text.begin()));
+    }
   }
 
   void add_login(std::string_view login, std::string& out) {
@@ -327,38 +379,79 @@ class text_redactor {
     out += '@';
   }
 
-  // One replacement per line, so that the number of lines stays.
+  // Line by line, so that the number of lines stays. A line "end" ends the configuration, also
+  // here.
   void add_within_banner(std::string_view line, std::size_t begin, std::string& out) {
     const std::size_t end = line.find(banner_end_, begin);
     const std::string_view text = line.substr(begin, end - begin);
-    if (!text.empty()) out += texts_.of(text);
+    if (text == "end" && begin == 0)
+      out.append(text);
+    else
+      add_free_text(text, out);
     if (end == std::string_view::npos) return;
     banner_end_ = '\0';
     out.append(line.substr(end));
   }
 
   address_redactor& addresses_;
-  std::set<std::string> routers_;
+  std::map<std::string, replacements*> others_;           // names, looked for one by one
+  std::unordered_map<std::string, replacements*> words_;  // names of name parts alone
   replacements texts_{"text"};
   replacements names_{"name"};
   replacements secrets_{"secret"};
   replacements serials_{"serial"};
+  replacements vrfs_{"vrf"};
+  replacements acls_{"acl"};
+  replacements trustpoints_{"trustpoint"};
   char banner_end_ = '\0';
 };
 
 }  // namespace
 
-redaction_counts redact(capture& c) {
-  std::set<std::string, std::less<>> kept;
-  for (const auto& [address, name] : c.nodes) kept.insert(address);
-  for (const auto& [key, text] : c.answers) kept.insert(key.first);
-  address_redactor addresses(std::move(kept));
-  text_redactor texts(addresses, router_names(c));
+struct redaction::state {
+  state(const capture& c, const name_kinds& kinds)
+      : addresses(addresses_of(c)), texts(addresses, router_names(c), configured_names(c, kinds)) {}
+
+  // Addresses that stay.
+  static std::set<std::string, std::less<>> addresses_of(const capture& c) {
+    std::set<std::string, std::less<>> kept;
+    for (const auto& [address, name] : c.nodes) kept.insert(address);
+    for (const auto& [key, text] : c.answers) kept.insert(key.first);
+    return kept;
+  }
+
+  address_redactor addresses;
+  text_redactor texts;
+};
+
+redaction::redaction(const capture& c, const name_kinds& kinds)
+    : state_(std::make_unique<state>(c, kinds)) {}
+
+redaction::~redaction() = default;
+
+void redaction::apply(capture& c) {
   for (auto& [key, text] : c.answers)
-    if (!key.second.ends_with(list_suffix)) text = texts.redacted(key.second, text);
-  c.journal = redacted_journal(
-      c.journal, [&](const std::string& text) { return texts.redacted("journal", text); });
-  return texts.counts();
+    if (!key.second.ends_with(list_suffix)) text = state_->texts.redacted(key.second, text);
+  c.journal =
+      redacted_journal(c.journal, [this](const std::string& text) { return redacted(text); });
+}
+
+std::string redaction::redacted(const std::string& text) {
+  return state_->texts.redacted("text", text);
+}
+
+redaction_counts redaction::counts() const {
+  return state_->texts.counts();
+}
+
+std::vector<replaced_value> redaction::all() const {
+  return state_->texts.all();
+}
+
+redaction_counts redact(capture& c, const name_kinds& kinds) {
+  redaction all(c, kinds);
+  all.apply(c);
+  return all.counts();
 }
 
 }  // namespace lab

@@ -179,12 +179,51 @@ bool is_mask(std::uint32_t address) {
 
 }  // namespace
 
-// A MAC without letters would hide that two notations differ in case: each replacement has letters.
-std::string address_redactor::mac_for(std::uint64_t mac, bool upper_case, char separator) {
+namespace {
+
+std::string ipv4_for(std::size_t number) {
+  return fmt::format("240.{}.{}.{}", number >> 16 & 0xff, number >> 8 & 0xff, number & 0xff);
+}
+
+std::string ipv6_for(std::size_t number) {
+  return fmt::format("2001:db8::{:x}:{:x}", number >> 16 & 0xffff, number & 0xffff);
+}
+
+// Each has a letter: a MAC without letters would hide that two notations differ in case.
+std::uint64_t first_mac_for(std::uint64_t number) {
   constexpr std::uint64_t start = std::uint64_t{0x02aa} << 32;
+  return start | number << low_mac_bits;
+}
+
+std::string dotted(std::uint64_t mac) {
+  return fmt::format("{:04x}.{:04x}.{:04x}", mac >> 32 & 0xffff, mac >> 16 & 0xffff, mac & 0xffff);
+}
+
+std::string text_of(int family, const void* address) {
+  std::array<char, INET6_ADDRSTRLEN> text{};
+  inet_ntop(family, address, text.data(), text.size());
+  return text.data();
+}
+
+}  // namespace
+
+std::vector<address_redactor::replaced_address> address_redactor::all() const {
+  std::vector<replaced_address> rows;
+  for (const auto& [address, number] : ipv4_) {
+    const std::uint32_t in_order = htonl(address);
+    rows.push_back({"ipv4", text_of(AF_INET, &in_order), ipv4_for(number + 1)});
+  }
+  for (const auto& [bytes, number] : ipv6_)
+    rows.push_back({"ipv6", text_of(AF_INET6, bytes.data()), ipv6_for(number + 1)});
+  for (const auto& [high, number] : macs_)
+    rows.push_back({"mac", dotted(high << low_mac_bits), dotted(first_mac_for(number))});
+  return rows;
+}
+
+std::string address_redactor::mac_for(std::uint64_t mac, bool upper_case, char separator) {
   const std::uint64_t low = mac & ((1U << low_mac_bits) - 1);
   const std::uint64_t number = macs_.try_emplace(mac >> low_mac_bits, macs_.size()).first->second;
-  const std::uint64_t replaced = start | number << low_mac_bits | low;
+  const std::uint64_t replaced = first_mac_for(number) | low;
   const std::string digits =
       upper_case ? fmt::format("{:012X}", replaced) : fmt::format("{:012x}", replaced);
   const std::size_t group = separator == '.' ? 4 : 2;
@@ -217,7 +256,7 @@ bool address_redactor::replace(std::string_view word, std::string& out) {
     const auto address = ipv4_of(text);
     if (!address || is_mask(*address)) return false;
     const std::size_t number = ipv4_.try_emplace(*address, ipv4_.size()).first->second + 1;
-    out += fmt::format("240.{}.{}.{}", number >> 16 & 0xff, number >> 8 & 0xff, number & 0xff);
+    out += ipv4_for(number);
     return true;
   }
   std::array<unsigned char, 16> bytes{};
@@ -226,7 +265,7 @@ bool address_redactor::replace(std::string_view word, std::string& out) {
     return dots >= 3 && colons > 0 && replace_between_colons(word, out);
   const std::string key(bytes.begin(), bytes.end());
   const std::size_t number = ipv6_.try_emplace(key, ipv6_.size()).first->second + 1;
-  out += fmt::format("2001:db8::{:x}:{:x}", number >> 16 & 0xffff, number & 0xffff);
+  out += ipv6_for(number);
   return true;
 }
 

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 namespace lab {
 
@@ -16,6 +18,15 @@ class address_redactor {
   explicit address_redactor(std::set<std::string, std::less<>> kept) : kept_(std::move(kept)) {}
 
   std::string redacted(std::string_view text);
+
+  struct replaced_address {
+    const char* kind;  // "ipv4", "ipv6", "mac"
+    std::string original;
+    std::string replacement;
+  };
+  // What it has replaced up to now, in no order. A MAC stands for all that differ in the bits that
+  // stay; these are 0.
+  std::vector<replaced_address> all() const;
 
   std::size_t addresses() const { return ipv4_.size() + ipv6_.size(); }
   std::size_t macs() const { return macs_.size(); }

@@ -9,6 +9,7 @@
 #include <limits>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <utility>
 
 #include "command_line/command_line.h"
@@ -46,7 +47,8 @@ struct lab_options {
   generate_options generate;
   run_options run;
   record_options record;
-  capture_options pack, unpack, redact;
+  capture_options pack, unpack;
+  redact_options redact;
   diff_options diff;
 };
 
@@ -65,6 +67,18 @@ chip_mix family_named(const std::string& name) {
   if (name == "j2") return chip_mix::jericho2;
   if (name == "mixed") return chip_mix::mixed;
   throw command_line::bad_value("not one of old, j2, mixed");
+}
+
+std::vector<std::string> name_kinds_in(const std::string& text) {
+  std::vector<std::string> kinds;
+  std::istringstream words(text);
+  for (std::string word; std::getline(words, word, ',');) {
+    if (word != "vrf" && word != "acl" && word != "trustpoint" && word != "all")
+      throw command_line::bad_value("not of vrf, acl, trustpoint, all, with commas between them");
+    kinds.push_back(word);
+  }
+  if (kinds.empty()) throw command_line::bad_value("names no kind");
+  return kinds;
 }
 
 CLI::Option* add_text(CLI::App& app, const std::string& name, const std::string& label,
@@ -238,6 +252,16 @@ void add_redact(CLI::App& app, lab_options& all, actions& commands) {
       "Copy a capture without addresses, descriptions and secrets; its findings stay the same");
   command_line::add_operand(redact, "CAPTURE", any_capture_help, o.from);
   command_line::add_operand(redact, "OUT", new_folder_help, o.out);
+  command_line::add_value(redact, "--names", "KIND,...",
+                          "also replace these names: vrf, acl, trustpoint or all",
+                          [&o](const std::string& text) { o.names = name_kinds_in(text); });
+  add_text(redact, "--mapping", "FILE",
+           "write what was replaced by what into this file, which only its user can read; keep it",
+           o.mapping);
+  command_line::add_flag(redact, "--verify",
+                         "audit both captures, and make OUT only if the findings are the same",
+                         o.verify);
+  add_programs(redact, o.programs);
   commands[&redact] = [&o] { return redact_command(o); };
 }
 

@@ -86,7 +86,16 @@ struct capture_options {
 };
 int pack_command(const capture_options& o);
 int unpack_command(const capture_options& o);
-int redact_command(const capture_options& o);
+
+struct redact_options {
+  std::string from;
+  std::string out;
+  std::vector<std::string> names;  // kinds: "vrf", "acl", "trustpoint", "all"
+  std::optional<std::string> mapping;
+  bool verify = false;
+  program_options programs;
+};
+int redact_command(const redact_options& o);
 
 struct diff_options {
   std::string before;

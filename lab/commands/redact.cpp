@@ -1,33 +1,148 @@
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/prctl.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <string>
+#include <vector>
 
+#include "command_line/one_line.h"
 #include "lab/base/beside.h"
+#include "lab/base/descriptors.h"
+#include "lab/base/error.h"
+#include "lab/base/files.h"
 #include "lab/base/messages.h"
+#include "lab/base/namespaces.h"
 #include "lab/base/private_files.h"
+#include "lab/base/processes.h"
 #include "lab/capture/archive.h"
 #include "lab/capture/capture_check.h"
 #include "lab/capture/redact.h"
 #include "lab/commands/commands.h"
+#include "lab/run/run_findings.h"
 
 namespace lab {
+namespace {
 
-int redact_command(const capture_options& o) {
-  namespace fs = std::filesystem;
+namespace fs = std::filesystem;
+
+name_kinds kinds_named(const std::vector<std::string>& names) {
+  const auto has = [&](const char* name) {
+    return std::find(names.begin(), names.end(), name) != names.end() ||
+           std::find(names.begin(), names.end(), "all") != names.end();
+  };
+  return {.vrf = has("vrf"), .acl = has("acl"), .trustpoint = has("trustpoint")};
+}
+
+// Verifying
+// ----------------------------------------------------------------------------------------
+
+int run_into(std::vector<std::string> words, const fs::path& out, const fs::path& err) {
+  const pid_t child = start([&] {
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC;
+    const descriptor to_out = open_file(out, flags, 0600);
+    const descriptor to_err = open_file(err, flags, 0600);
+    if (dup2(to_out.number(), STDOUT_FILENO) < 0 || dup2(to_err.number(), STDERR_FILENO) < 0)
+      return EXIT_FAILURE;
+    execute_program(std::move(words));
+  });
+  int wait_status = 0;
+  if (collect(child, wait_status) < 0) fail("waiting for an audit");
+  return status_of(wait_status);
+}
+
+struct audits {
+  fs::path work;
+  fs::path host;
+  fs::path library;
+
+  run_findings of(const fs::path& capture, const std::string& name,
+                  const std::function<std::string(const std::string&)>& edited) const {
+    const fs::path logs = work / name;
+    const fs::path console = work / (name + ".console");
+    const fs::path complaints = work / (name + ".complaints");
+    const int status =
+        run_into({own_program().string(), "run", capture.string(), "--logs", logs.string(),
+                  "--host", host.string(), "--library", library.string()},
+                 console, complaints);
+    constexpr std::string_view own_message = "tessel-lab: ";
+    const std::string complaint = read_whole(complaints);
+    // If both audits failed in this way, their outputs would be alike.
+    if (complaint.starts_with(own_message))
+      throw lab_error(fmt::format("the audit of the {} capture failed: {}", name,
+                                  complaint.substr(own_message.size())));
+    return read_findings(logs, read_whole(console), status, edited);
+  }
+};
+
+// Audits both captures. Throws if the findings differ, else returns how many log lines are the
+// same.
+std::size_t verify(const redact_options& o, const fs::path& out, const fs::path& built,
+                   redaction& replaced) {
+  const folder_beside work(out);
+  const audits both{work.path(), host_of(o.programs), library_of(o.programs)};
+  const run_findings expected =
+      both.of(fs::absolute(o.from), "original",
+              [&](const std::string& text) { return replaced.redacted(text); });
+  const run_findings actual =
+      both.of(built, "redacted", [](const std::string& text) { return text; });
+  if (const std::string difference = first_difference(expected, actual); !difference.empty())
+    throw lab_error(
+        fmt::format("{}: not made, it gives other findings: {}", out.string(), difference));
+  return actual.entries();
+}
+
+// The private files
+// ---------------------------------------------------------------------------------
+
+void write_mapping(const fs::path& file, const std::vector<replaced_value>& rows) {
+  std::string text = "# kind, original, replacement; keep it private\n";
+  for (const replaced_value& row : rows)
+    text += fmt::format("{}\t{}\t{}\n", row.kind, command_line::one_line(row.original),
+                        row.replacement);
+  build_beside(file, [&](const fs::path& building) { write_whole(building, text); });
+}
+
+void check_mapping(const fs::path& file, const fs::path& out) {
+  check_target(file);
+  if (lies_under(file, out))
+    throw lab_error(fmt::format(
+        "{}: lies in the capture that is to be given away; name another place with --mapping",
+        file.string()));
+}
+
+}  // namespace
+
+int redact_command(const redact_options& o) {
   const fs::path out = target_named(o.out);
+  const fs::path mapping = o.mapping ? target_named(*o.mapping) : fs::path{};
+  if (o.mapping) check_mapping(mapping, out);
+  if (o.verify) insist_on_namespace();
   capture c = read_capture(o.from);
   c.router = out.filename().string();
-  const redaction_counts n = redact(c);
+  redaction all(c, kinds_named(o.names));
+  all.apply(c);
   c.calls = calls_with_sizes(c);
+  const redaction_counts n = all.counts();
+  const std::vector<replaced_value> rows = all.all();
   const private_files of_the_capture;
   // With the list of calls, which holds nothing confidential.
-  write_folder(c, out, [&](const fs::path&) {
+  write_folder(c, out, [&](const fs::path& built) {
+    const std::size_t lines = o.verify ? verify(o, out, built, all) : 0;
     fmt::print(
         "Replaced: {} IP and {} MAC addresses, {} texts, {} names, {} secrets, {} serial "
         "numbers.\n",
         n.addresses, n.macs, n.texts, n.names, n.secrets, n.serials);
+    if (o.verify) fmt::print("Verified: both audits log the same {} lines.\n", lines);
     flush_output();
+    if (o.mapping) write_mapping(mapping, rows);
   });
   return EXIT_SUCCESS;
 }

@@ -49,7 +49,10 @@ const std::vector<command_row>& commands() {
       {"record", {"OUT"}, {"--logs DIR", "--host FILE", "--library FILE"}, {}, true},
       {"pack", {"CAPTURE", "PACKED"}, {}, {}},
       {"unpack", {"PACKED", "OUT"}, {}, {}},
-      {"redact", {"CAPTURE", "OUT"}, {}, {}},
+      {"redact",
+       {"CAPTURE", "OUT"},
+       {"--names KIND,...", "--mapping FILE", "--host FILE", "--library FILE"},
+       {"--verify"}},
       {"diff", {"A", "B"}, {}, {}},
   };
   return rows;

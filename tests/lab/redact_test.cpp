@@ -4,16 +4,22 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
+#include <map>
+#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "lab/capture/redact_addresses.h"
 #include "lab/capture/redact_journal.h"
+#include "lab/capture/redact_words.h"
 #include "support.h"
 
 namespace {
 
 using namespace lab;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -217,7 +223,7 @@ TEST(redacted, keeps_what_the_audit_reads) {
             "!! Last configuration change at Mon Mar 10 11:02:13 2025 by name-1\n"
             "hostname name-2\n"
             "domain name name-3\n"
-            "banner motd ^text-1\ntext-2\n^C\n"
+            "banner motd ^text-1\n text-2\n^C\n"
             "username name-1\n"
             " group root-lr\n"
             " secret 10 secret-1\n"
@@ -300,6 +306,153 @@ TEST(redacted, holds_the_routers_name_nowhere) {
   EXPECT_EQ(answer_to(c, "local", "sw_version_show"), "name-2 uptime is 2 weeks\nname-1\n");
 }
 
+std::string read_words(const std::string& text) {
+  return with_read_words(text,
+                         [](std::string_view piece) { return "<" + std::string{piece} + ">"; });
+}
+
+TEST(read_words, stay_in_a_free_text) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"to the core", "<to the core>"},
+      {"east, west", "<east>, <west>"},
+      {"mind the gap!", "<mind the gap>!"},
+      {"  Oslo  ", "  <Oslo>  "},
+      {"", ""},
+      {"  ", "  "},
+      {"for l2transport only", "<for> l2transport <only>"},
+      {"an encapsulation dot1q 10 second-dot1q 20", "<an> encapsulation dot1q 10 second-dot1q 20"},
+      {"dot1ad 10x", "dot1ad 10<x>"},
+      {"anecdote 5", "<anecdote 5>"},
+      {"was bundle id 7 of Ann", "<was> bundle id 7 <of Ann>"},
+      {"bundle id seven", "<bundle id seven>"},
+      {"see interface Bundle-Ether1.100.", "<see> interface Bundle-Ether1.100<.>"},
+      {"interface HundredGigE0/0/0/1/3x", "interface HundredGigE0/0/0/1/3<x>"},
+      {"interface of Ann", "<interface of Ann>"},
+      {"hw-module profile qos hqos-enable now", "hw-module profile qos hqos-enable <now>"},
+      {"Ann's \"door\"", "<Ann>'<s> \"<door>\""},
+      {"0/0/0/1 is up", "0/0/0/1 is <up>"},
+      {"Ann is up", "<Ann is up>"},
+      {"MTU agreed", "MTU <agreed>"},
+  };
+  for (const auto& [text, expected] : rows) EXPECT_EQ(read_words(text), expected);
+  EXPECT_EQ(with_read_words("0/0/0/1 is up (Ann)", [](std::string_view) { return "text-1"; }),
+            "0/0/0/1 is text-1");
+  EXPECT_EQ(with_read_words("see0/0/0/1 is up", [](std::string_view) { return "text-1"; }),
+            "text-1-0/0/0/1 is text1");
+  EXPECT_EQ(with_read_words("0/0/0/1 is up, MTU 9", [](std::string_view) { return "text-1"; }),
+            "0/0/0/1 is text1, MTU text1");
+}
+
+TEST(read_words, are_those_of_the_plain_pattern) {
+  const std::string pattern =
+      R"([!,'"\\+]|l2transport|encapsulation|untagged|MTU|line protocol)"
+      R"(|hw-module profile qos hqos-enable)"
+      R"(|interface[ \t\r](?:Bundle-Ether\d+(?:\.\d+)?|\w+(?:\/\d+){3,})|bundle id \d+)"
+      R"(|(?:second-)?dot1(?:q|ad)[ \t\r]\d+|(?<![\d\/])(?=\d*\/)[\d\/]+[ \t\r]+is[ \t\r])";
+  const std::string pieces[] = {"!",
+                                ",",
+                                "'",
+                                "\"",
+                                "\\",
+                                "+",
+                                "l2transport",
+                                "enc",
+                                "apsulation",
+                                "encapsulation",
+                                "untagged",
+                                "MTU",
+                                "line ",
+                                "protocol",
+                                "hw-module profile qos ",
+                                "hqos-enable",
+                                "interface",
+                                " ",
+                                "\t",
+                                "Bundle-Ether",
+                                "1",
+                                ".",
+                                "/",
+                                "0/0/0/1",
+                                "Hu",
+                                "bundle",
+                                " id ",
+                                "second-",
+                                "dot1q",
+                                "dot1ad",
+                                "is",
+                                "is ",
+                                "é",
+                                "x",
+                                "interface Bundle-Ether12.7",
+                                "bundle id 12",
+                                "-",
+                                "2/3 is "};
+  std::mt19937 chance(7);
+  for (int round = 0; round < 20000; ++round) {
+    std::string text;
+    for (auto n = chance() % 12; n > 0; --n) text += pieces[chance() % std::size(pieces)];
+    std::vector<std::string> expected;
+    for (const auto& found : lab_test::findall(pattern, text)) expected.push_back(found.front());
+    std::vector<std::string> kept;
+    for (std::size_t at = 0; at < text.size();) {
+      const std::size_t size = read_by_audit(text, at);
+      if (size > 0) kept.push_back(text.substr(at, size));
+      at += std::max<std::size_t>(size, 1);
+    }
+    ASSERT_EQ(kept, expected) << text;
+  }
+}
+
+TEST(redacted, covers_the_names_that_are_asked_for) {
+  const std::string configuration =
+      "hostname core-7\n"
+      "vrf gold\n address-family ipv4 unicast\n!\n"
+      "vrf default\n"
+      "interface Bundle-Ether1\n vrf gold\n ipv4 access-group from-gold ingress\n"
+      " ipv4 access-group common every-one from-gold ingress\n!\n"
+      "ipv4 access-list from-gold\n 10 permit ipv4 any any\n!\n"
+      "ipv6 access-list 100\n"
+      "crypto ca trustpoint Ann-CA\n"
+      "ssh server vrf cust:1\n"
+      "router ospf 1\n vrf core-7\n";
+  const auto redacted_with = [&](const name_kinds& kinds) {
+    capture c;
+    answer(c, "local", "cfg_render -c", configuration);
+    answer(c, "local", "iface_show -i .", "VRF gold golden gold-2 cust:1 Ann-CA from-gold\n");
+    redact(c, kinds);
+    return answer_to(c, "local", "cfg_render -c") + answer_to(c, "local", "iface_show -i .");
+  };
+  const std::string all = redacted_with({.vrf = true, .acl = true, .trustpoint = true});
+  EXPECT_EQ(all,
+            "hostname name-1\n"
+            "vrf vrf-1\n address-family ipv4 unicast\n!\n"
+            "vrf default\n"
+            "interface Bundle-Ether1\n vrf vrf-1\n ipv4 access-group acl-1 ingress\n"
+            " ipv4 access-group common acl-2 acl-1 ingress\n!\n"
+            "ipv4 access-list acl-1\n 10 permit ipv4 any any\n!\n"
+            "ipv6 access-list 100\n"
+            "crypto ca trustpoint trustpoint-1\n"
+            "ssh server vrf vrf-2\n"
+            "router ospf 1\n vrf name-1\n"
+            "VRF vrf-1 golden gold-2 vrf-2 trustpoint-1 acl-1\n");
+  EXPECT_THAT(redacted_with({.acl = true}), AllOf(HasSubstr("vrf gold\n"), HasSubstr("acl-1")));
+  EXPECT_THAT(redacted_with({}), HasSubstr("VRF gold golden gold-2 cust:1 Ann-CA from-gold\n"));
+}
+
+TEST(redacted, can_list_what_became_what) {
+  capture c = sample();
+  redaction all(c, {});
+  all.apply(c);
+  std::map<std::string, std::string> rows;
+  for (const replaced_value& row : all.all()) rows[row.kind + " " + row.original] = row.replacement;
+  EXPECT_EQ(rows.at("name core-7"), "name-2");
+  EXPECT_EQ(rows.at("ipv4 10.1.1.1"), "240.0.0.2");
+  EXPECT_EQ(rows.at("mac 0026.5e00.0800"), "02aa.0000.0000");
+  EXPECT_EQ(rows.at("secret s3cret"), "secret-3");
+  EXPECT_EQ(rows.at("serial FXC2210Q0ZT"), "serial-1");
+  EXPECT_EQ(rows.at("text to the core (key 1)"), "text-5");
+}
+
 TEST(redacted, is_the_same_with_other_line_ends) {
   capture c = sample();
   capture other = sample();
@@ -322,7 +475,7 @@ TEST(redacted, answer_cut_off_inside_a_banner_ends_the_banner) {
   answer(c, "local", "cfg_render -a", "banner motd # Keep out\nOr be");
   answer(c, "local", "cfg_render -b", "interface Bundle-Ether1\n mtu 9216\n");
   redact(c);
-  EXPECT_EQ(answer_to(c, "local", "cfg_render -a"), "banner motd #text-1\ntext-2");
+  EXPECT_EQ(answer_to(c, "local", "cfg_render -a"), "banner motd # text-1\ntext-2");
   EXPECT_EQ(answer_to(c, "local", "cfg_render -b"), "interface Bundle-Ether1\n mtu 9216\n");
 }
 

@@ -567,6 +567,58 @@ TEST_F(namespace_test, a_journal_that_cannot_become_a_file_is_refused_before_the
             "tessel-lab: " + lost + ": cannot be written: Not a directory\n");
 }
 
+// The host's finding is what the script prints about the capture.
+TEST_F(namespace_test, redact_verifies_that_the_findings_stay) {
+  const std::string folder = scratch_.path().string();
+  ASSERT_EQ(lab_program("render birch-small " + folder + "/cap").status, 0);
+  const auto verified = [&](const std::string& finding) {
+    const fs::path file = scratch_.path() / "host.sh";
+    write_text(file,
+               "#!/bin/sh\necho '2026-01-01 00:00:00,00'$(($$ % 10))': Inconsistency '$$': '$(" +
+                   finding + ") >>/var/log/tessel_inconsistencies.log\necho Done\n");
+    fs::permissions(file, fs::perms::owner_all);
+    return lab_program("redact --verify --host " + file.string() + " --library " + folder +
+                       "/library --mapping " + folder + "/private/names " + folder + "/cap " +
+                       folder + "/harmless");
+  };
+  const std::string configuration = "cfg_render -c -l 1 -t 1 -o 1 | ";
+  const outcome changed = verified(configuration + "grep -c lab.example");
+  EXPECT_EQ(changed.status, 1);
+  EXPECT_EQ(changed.err, "tessel-lab: " + folder +
+                             "/harmless: not made, it gives other findings: "
+                             "tessel_inconsistencies.log lacks \"Inconsistency #: 1\"\n");
+  EXPECT_FALSE(fs::exists(scratch_.path() / "harmless"));
+  EXPECT_FALSE(fs::exists(scratch_.path() / "private"));
+  EXPECT_EQ(verified("exit 3").status, 0) << "both runs may fail, if they do so alike";
+  fs::remove_all(scratch_.path() / "harmless");
+  fs::remove_all(scratch_.path() / "private");
+
+  // A finding may quote what is replaced.
+  const outcome same =
+      verified(configuration + "grep -e hostname -e 'ipv4 address' | tr '\\n' ' '");
+  EXPECT_EQ(same.status, 0) << same.err;
+  EXPECT_NE(same.out.find("\nVerified: both audits log the same 1 lines.\n"), std::string::npos);
+  EXPECT_EQ(fs::status(scratch_.path() / "private/names").permissions(),
+            fs::perms::owner_read | fs::perms::owner_write);
+  EXPECT_NE(read_text(scratch_.path() / "private/names").find("name\tbirch-small\tname-2\n"),
+            std::string::npos);
+  // A file that would be given away with the capture.
+  EXPECT_EQ(lab_program("redact " + folder + "/cap " + folder + "/other --mapping " + folder +
+                        "/other/names")
+                .status,
+            1);
+  EXPECT_FALSE(fs::exists(scratch_.path() / "other"));
+}
+
+TEST_F(namespace_test, redact_does_not_verify_an_audit_that_cannot_run) {
+  const std::string folder = scratch_.path().string();
+  ASSERT_EQ(lab_program("render birch-small " + folder + "/cap").status, 0);
+  const outcome failed = lab_program("redact --verify --host /bin/true --library /nowhere " +
+                                     folder + "/cap " + folder + "/harmless");
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_FALSE(fs::exists(scratch_.path() / "harmless"));
+}
+
 TEST_F(namespace_test, runs_a_capture_folder) {
   const fs::path folder = scratch_.path() / "capture";
   ASSERT_EQ(lab_program("render aspen-standby " + folder.string()).status, 0);
