@@ -118,8 +118,7 @@ void write_entry(const fs::path& folder, const place_in_capture& where, const st
 }  // namespace
 
 void pack_folder(const fs::path& folder, const fs::path& out, const archive_limits& limits) {
-  read_manifest(folder);  // refuses a folder that is not a capture
-  check_recording_folder(folder, folder);
+  check_recording_folder(read_manifest(folder), folder, folder);
   entry_places places(folder);
   std::vector<source_file> files;
   collect(folder, std::string{top_folder}, places, files);
@@ -143,12 +142,15 @@ void unpack_folder(const fs::path& file, const fs::path& out, const archive_limi
     read_archive(file, write, limits);
     if (!is_capture_folder(building))
       throw lab_error(fmt::format("{}: not a capture: it has no manifest", file.string()));
-    parse_manifest(read_whole(building / "manifest"), file.string() + ": manifest");
-    check_recording_folder(building, file);
+    const capture head =
+        parse_manifest(read_whole(building / "manifest"), file.string() + ": manifest");
+    check_recording_folder(head, building, file);
   });
 }
 
-capture read_packed(const fs::path& file) {
+namespace {
+
+capture read_packed_unchecked(const fs::path& file) {
   capture c;
   std::string manifest;
   bool has_manifest = false;
@@ -176,17 +178,28 @@ capture read_packed(const fs::path& file) {
   head.calls = std::move(c.calls);
   head.files = std::move(c.files);
   head.journal = std::move(c.journal);
-  check_recording(head, file);
   return head;
 }
 
+}  // namespace
+
+capture read_packed(const fs::path& file) {
+  capture c = read_packed_unchecked(file);
+  check_recording(c, file);
+  return c;
+}
+
 capture read_capture(const fs::path& folder_or_file) {
-  if (fs::is_regular_file(folder_or_file)) return read_packed(folder_or_file);
-  if (!fs::is_directory(folder_or_file))
-    throw lab_error(fmt::format("{}: there is no such capture", folder_or_file.string()));
-  capture c = read_folder(folder_or_file);
+  capture c = read_unchecked(folder_or_file);
   check_recording(c, folder_or_file);
   return c;
+}
+
+capture read_unchecked(const fs::path& folder_or_file) {
+  if (fs::is_regular_file(folder_or_file)) return read_packed_unchecked(folder_or_file);
+  if (!fs::is_directory(folder_or_file))
+    throw lab_error(fmt::format("{}: there is no such capture", folder_or_file.string()));
+  return read_folder(folder_or_file);
 }
 
 }  // namespace lab

@@ -30,5 +30,7 @@ capture read_packed(const std::filesystem::path& file);
 
 // The same for a capture of either form.
 capture read_capture(const std::filesystem::path& folder_or_file);
+// The same without a check whether it is complete.
+capture read_unchecked(const std::filesystem::path& folder_or_file);
 
 }  // namespace lab

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <charconv>
 #include <utility>
 
 #include "lab/base/beside.h"
@@ -19,7 +20,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::int64_t manifest_format = 1;
+constexpr std::int64_t manifest_format = 2;
+constexpr std::int64_t oldest_format = 1;
 
 std::string toml_text(std::string_view text) {
   std::string result = "\"";
@@ -39,11 +41,36 @@ std::string toml_list(const std::vector<std::string>& words) {
   return "[" + text + "]";
 }
 
-std::string manifest_of(const capture& c) {
+// The texts of a pedigree, by key.
+template <typename Pedigree, typename Take>
+void each_text(Pedigree& made, Take take) {
+  take("origin", made.origin);
+  take("version", made.version);
+  take("redacted_by", made.redacted_by);
+  take("type", made.type);
+  take("host_name", made.host_name);
+  take("begin", made.begin);
+  take("end", made.end);
+}
+
+std::string pedigree_text(const pedigree& made) {
+  std::string text;
+  each_text(made, [&](const char* key, const std::string& value) {
+    if (!value.empty()) text += fmt::format("{} = {}\n", key, toml_text(value));
+  });
+  if (made.calls > 0) text += fmt::format("calls = {}\n", made.calls);
+  return text;
+}
+
+std::string manifest_of(const capture& c, const file_sums& sums) {
   std::string text = "# The router whose tools this capture answers for.\n";
   text +=
       fmt::format("format = {}\nrouter = {}\nhost_node_id = {}\nmissing_tools = {}\n",
                   manifest_format, toml_text(c.router), c.host_node_id, toml_list(c.missing_tools));
+  pedigree made = c.made;
+  // Read from format 1: only a recording has a list of calls.
+  if (made.origin.empty()) made.origin = c.calls.empty() ? "rendered" : "recorded";
+  text += pedigree_text(made);
   if (!c.blocked_captures.empty())
     text += fmt::format("blocked_captures = {}\n", toml_list(c.blocked_captures));
   if (!c.full_logs.empty()) text += fmt::format("full_logs = {}\n", toml_list(c.full_logs));
@@ -52,6 +79,9 @@ std::string manifest_of(const capture& c) {
   text += "\n[nodes]\n";
   for (const auto& [address, name] : c.nodes)
     text += fmt::format("{} = {}\n", toml_text(address), toml_text(name));
+  if (!sums.empty()) text += "\n# Bytes and SHA-256 of every file.\n[files]\n";
+  for (const auto& [name, sum] : sums)
+    text += fmt::format("{} = \"{} {}\"\n", toml_text(name), sum.bytes, sum.sha256);
   return text;
 }
 
@@ -84,12 +114,58 @@ std::uint64_t size_of(const toml::table& table, std::string_view key, std::strin
 
 // An unknown key, from a later lab or a typing error, would be ignored silently.
 void refuse_unknown_keys(const toml::table& table, const std::string& file) {
-  constexpr std::array<std::string_view, 9> known{
-      "format",    "router",     "host_node_id",  "missing_tools", "blocked_captures",
-      "full_logs", "file_limit", "tmp_kibibytes", "nodes"};
+  constexpr std::array<std::string_view, 18> known{
+      "format",    "router",      "host_node_id",  "missing_tools", "blocked_captures",
+      "full_logs", "file_limit",  "tmp_kibibytes", "nodes",         "origin",
+      "version",   "redacted_by", "type",          "host_name",     "begin",
+      "end",       "calls",       "files"};
   for (const auto& [key, value] : table)
     if (std::find(known.begin(), known.end(), key.str()) == known.end())
       refuse(file, value, fmt::format("unknown key \"{}\"", key.str()));
+}
+
+pedigree pedigree_in(const toml::table& table, const std::string& file) {
+  constexpr std::array<std::string_view, 4> origins{"", "recorded", "rendered", "generated"};
+  pedigree made;
+  made.format = table["format"].value_or(manifest_format);
+  made.origin.clear();
+  each_text(made, [&](const char* key, std::string& value) {
+    if (const toml::node* found = table.get(key)) value = text_of(*found, key, file);
+  });
+  made.calls = size_of(table, "calls", "calls", file);
+  if (std::find(origins.begin(), origins.end(), made.origin) == origins.end())
+    refuse(file, *table.get("origin"),
+           fmt::format("origin is \"{}\", not recorded, rendered or generated", made.origin));
+  if (made.format > oldest_format && made.origin.empty())
+    throw lab_error(fmt::format("{}: has format {}, but names no origin", file, made.format));
+  return made;
+}
+
+// "301 9f86d0...".
+file_sum sum_in(std::string_view text) {
+  constexpr std::size_t digits = 64;
+  const std::size_t blank = std::min(text.find(' '), text.size());
+  file_sum sum;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + blank, sum.bytes);
+  const bool is_size = error == std::errc{} && blank > 0 && end == text.data() + blank;
+  sum.sha256 = text.substr(std::min(blank + 1, text.size()));
+  const bool is_sum = sum.sha256.size() == digits &&
+                      sum.sha256.find_first_not_of("0123456789abcdef") == std::string::npos;
+  return is_size && is_sum ? sum : file_sum{};
+}
+
+file_sums sums_in(const toml::table& table, const std::string& file) {
+  file_sums sums;
+  const toml::node* found = table.get("files");
+  if (found == nullptr) return sums;
+  if (!found->is_table()) refuse(file, *found, "files is not a table");
+  for (const auto& [name, value] : *found->as_table()) {
+    file_sum sum = sum_in(text_of(value, name.str(), file));
+    if (sum.sha256.empty())
+      refuse(file, value, fmt::format("{}: not \"BYTES SHA-256\"", name.str()));
+    sums.emplace(name.str(), std::move(sum));
+  }
+  return sums;
 }
 
 // A line per answer: "192.0.0.6/fwd_object_show,-t,lagport,-D".
@@ -102,6 +178,10 @@ std::string list_of_files(const capture& c) {
 }
 
 }  // namespace
+
+std::string lab_version() {
+  return TESSEL_LAB_VERSION;
+}
 
 void answer(capture& c, std::string_view place, std::string_view command_line, std::string text) {
   c.answers.insert_or_assign({std::string{place}, file_name(command_line)}, std::move(text));
@@ -122,24 +202,29 @@ std::string& answer_to(capture& c, std::string_view place, std::string_view comm
   return const_cast<std::string&>(answer_to(std::as_const(c), place, command_line));
 }
 
-void write_files(const capture& c, const fs::path& folder) {
+void write_files(const capture& c, const fs::path& folder, with_sums sums) {
+  file_sums all;
   std::string made;
+  const auto write = [&](const std::string& name, const std::string& text) {
+    write_whole(folder / name, text);
+    if (sums == with_sums::yes) all.emplace(name, sum_of(text));
+  };
   for (const auto& [key, text] : c.answers) {
     const fs::path place = folder / key.first;
     if (key.first != made) fs::create_directories(place);
     made = key.first;
-    write_whole(place / key.second, text);
+    write(key.first + '/' + key.second, text);
   }
   if (c.calls.empty())
-    write_whole(folder / "files", list_of_files(c));
+    write("files", list_of_files(c));
   else
-    write_whole(folder / "calls", c.calls);
-  if (!c.journal.empty()) write_whole(folder / "journal", c.journal);
-  write_manifest(c, folder);
+    write("calls", c.calls);
+  if (!c.journal.empty()) write("journal", c.journal);
+  write_whole(folder / "manifest", manifest_of(c, all));
 }
 
 void write_manifest(const capture& c, const fs::path& folder) {
-  write_whole(folder / "manifest", manifest_of(c));
+  write_whole(folder / "manifest", manifest_of(c, c.sums));
 }
 
 void build_beside(const fs::path& out, const std::function<void(const fs::path&)>& build) {
@@ -168,8 +253,12 @@ bool is_capture_folder(const fs::path& folder) {
 
 capture parse_manifest(std::string_view text, const std::string& file) {
   const toml::table table = parse_toml(text, file);
-  if (table["format"].value_or(std::int64_t{0}) != manifest_format)
-    throw lab_error(fmt::format("{}: format is not {}", file, manifest_format));
+  const auto format = table["format"].value<std::int64_t>();
+  if (!format) throw lab_error(fmt::format("{}: names no format", file));
+  if (*format < oldest_format || *format > manifest_format)
+    throw lab_error(
+        fmt::format("{}: has format {}; this tessel-lab ({}) reads the formats {} to {}", file,
+                    *format, TESSEL_LAB_VERSION, oldest_format, manifest_format));
   refuse_unknown_keys(table, file);
   capture c;
   if (const toml::node* router = table.get("router")) c.router = text_of(*router, "router", file);
@@ -182,6 +271,8 @@ capture parse_manifest(std::string_view text, const std::string& file) {
   c.full_logs = texts_of(table, "full_logs", file);
   c.file_limit = size_of(table, "file_limit", "bytes", file);
   c.tmp_kibibytes = size_of(table, "tmp_kibibytes", "kibibytes", file);
+  c.made = pedigree_in(table, file);
+  c.sums = sums_in(table, file);
   // The names become paths.
   for (const auto* names : {&c.blocked_captures, &c.full_logs})
     for (const std::string& name : *names)

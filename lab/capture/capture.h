@@ -2,7 +2,8 @@
 // tools read nothing else.
 //
 //     birch-small/
-//       manifest                            the router, its nodes, the node of the host
+//       manifest                            the router, its nodes, the node of the host, where the
+//                                           capture comes from, the sums of all files below
 //       files                               the names of all files below
 //       local/cfg_render,-c,-l,1,-t,1,-o,1
 //       local/asic_shell_show,-c,show+unit,-u,all,-n,A
@@ -21,8 +22,23 @@
 #include <vector>
 
 #include "lab/base/place.h"
+#include "lab/capture/sums.h"
 
 namespace lab {
+
+// Where a capture comes from. A capture of format 1 has nothing of it.
+struct pedigree {
+  std::int64_t format = 2;         // of the manifest as it was read
+  std::string origin{"rendered"};  // or "recorded", "generated"
+  std::string version{};           // of the tessel-lab that made it
+  std::string redacted_by{};       // the version that redacted it, empty if none did
+  std::string type{};              // of the router: "birch"; empty if it is not known
+  // Of a recording: the machine's own name, begin and end in UTC, and the number of tool calls.
+  std::string host_name{};
+  std::string begin{};
+  std::string end{};
+  std::uint64_t calls = 0;
+};
 
 struct capture {
   std::string router;
@@ -32,6 +48,8 @@ struct capture {
   std::string calls;      // the list of a recording, empty if it was rendered
   std::string files{};    // the list of a rendered one, as it was read; it is made anew for writing
   std::string journal{};  // of the recorded run, empty if there is none; docs/JOURNAL.md
+  pedigree made{};
+  file_sums sums{};  // as the manifest has them; they are made anew for writing
   // What the route processor denies the audit: folders block these capture files ("running_cfg" is
   // /tmp/tessel_running_cfg.log), these logs have no room ("stale_entries" is
   // /var/log/tessel_stale_entries.log), no file may exceed this many bytes, and /tmp holds this
@@ -52,10 +70,17 @@ const std::string& answer_to(const capture& c, std::string_view place,
                              std::string_view command_line);
 std::string& answer_to(capture& c, std::string_view place, std::string_view command_line);
 
-// Writes the files and the manifest into `folder`, which exists and is empty.
-void write_files(const capture& c, const std::filesystem::path& folder);
+// Writes the files and the manifest into `folder`, which exists and is empty. Without the sums a
+// capture can only serve this process and its children.
+enum class with_sums { yes, no };
+void write_files(const capture& c, const std::filesystem::path& folder,
+                 with_sums sums = with_sums::yes);
 
+// Writes the manifest as it is, with the sums in `c`.
 void write_manifest(const capture& c, const std::filesystem::path& folder);
+
+// The version that a capture made by this program has.
+std::string lab_version();
 
 // Makes `out`, which must not exist: `build` makes a file or folder at a path beside it, which is
 // renamed at the end. Throws `lab_error`; nothing is left behind then.
@@ -70,7 +95,8 @@ void write_folder(const capture& c, const std::filesystem::path& out,
 
 bool is_capture_folder(const std::filesystem::path& folder);
 
-// Reads a manifest; `file` names it in messages. Throws `lab_error`.
+// Reads a manifest of this or an older format; `file` names it in messages. Throws `lab_error`, for
+// another format one with the format found and those that can be read.
 capture parse_manifest(std::string_view text, const std::string& file);
 
 // Reads only the manifest: router, host, nodes and missing tools. Throws `lab_error`, also if the

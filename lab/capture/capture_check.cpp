@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "lab/base/error.h"
 #include "lab/base/files.h"
@@ -22,6 +23,7 @@ namespace fs = std::filesystem;
 
 // Access to a capture, in memory or on disk, by names such as "local/sw_version_show".
 struct contents {
+  std::function<file_sums()> sums;  // of all files but the manifest
   std::function<std::optional<std::uint64_t>(const std::string& name)>
       size;  // nothing if it is missing
   std::function<std::string(const std::string& name)> text;
@@ -90,6 +92,42 @@ void check_calls(std::string_view calls, const std::string& where, const content
   }
 }
 
+// Both in order of their names.
+void check_sums(const capture& head, const std::string& where, const contents& in) {
+  const file_sums found = in.sums();
+  for (const auto& [name, sum] : head.sums) {
+    const auto there = found.find(name);
+    if (there == found.end())
+      throw lab_error(fmt::format("{}: {} is missing; the manifest names it", where, name));
+    if (there->second == sum) continue;
+    throw lab_error(
+        fmt::format("{}: {} is not as it was recorded: {}", where, name,
+                    there->second.bytes != sum.bytes
+                        ? fmt::format("{} bytes, not {}", there->second.bytes, sum.bytes)
+                        : "another SHA-256"));
+  }
+  // Nobody reads what else lies beside the manifest.
+  const auto is_read = [](const std::string& name) {
+    return name.find('/') != std::string::npos || name == "calls" || name == "files" ||
+           name == "journal";
+  };
+  for (const auto& [name, sum] : found)
+    if (is_read(name) && !head.sums.contains(name))
+      throw lab_error(
+          fmt::format("{}: {} does not belong to the recording; the manifest does not "
+                      "name it",
+                      where, name));
+}
+
+void check_lists(const capture& head, const std::string& where, bool has_calls, bool has_files) {
+  if (!has_calls && (head.made.origin == "recorded" || head.sums.contains("calls")))
+    throw lab_error(fmt::format("{}: calls is missing; a recording has this list", where));
+  if (!has_files && head.sums.contains("files"))
+    throw lab_error(fmt::format("{}: files is missing; the manifest names it", where));
+  if (!has_calls && !has_files && head.made.format == 1)
+    throw lab_error(fmt::format("{}: neither calls nor files lists what it must hold", where));
+}
+
 void check_files(std::string_view files, const std::string& where, const contents& in) {
   for (std::size_t number = 1; !files.empty(); ++number) {
     const std::size_t end = std::min(files.find('\n'), files.size());
@@ -102,6 +140,17 @@ void check_files(std::string_view files, const std::string& where, const content
   }
 }
 
+file_sums sums_in_memory(const capture& c) {
+  file_sums sums;
+  for (const auto& [key, text] : c.answers)
+    sums.emplace(key.first + '/' + key.second, sum_of(text));
+  const std::pair<const char*, const std::string*> beside[] = {
+      {"calls", &c.calls}, {"files", &c.files}, {"journal", &c.journal}};
+  for (const auto& [name, text] : beside)
+    if (!text->empty()) sums.emplace(name, sum_of(*text));
+  return sums;
+}
+
 }  // namespace
 
 void check_recording(const capture& c, const fs::path& where) {
@@ -109,18 +158,32 @@ void check_recording(const capture& c, const fs::path& where) {
     const std::size_t slash = name.find('/');
     return c.answers.find({name.substr(0, slash), name.substr(slash + 1)});
   };
-  const contents in{[&](const std::string& name) -> std::optional<std::uint64_t> {
+  const contents in{[&] { return sums_in_memory(c); },
+                    [&](const std::string& name) -> std::optional<std::uint64_t> {
                       const auto at = found(name);
                       return at == c.answers.end() ? std::nullopt
                                                    : std::optional{at->second.size()};
                     },
                     [&](const std::string& name) { return found(name)->second; }};
   check_calls(c.calls, where.string(), in);
+  check_lists(c, where.string(), !c.calls.empty(), !c.files.empty());
   check_files(c.files, where.string(), in);
+  if (c.made.origin == "recorded") check_sums(c, where.string(), in);
 }
 
-void check_recording_folder(const fs::path& folder, const fs::path& where) {
-  const contents in{[&](const std::string& name) -> std::optional<std::uint64_t> {
+std::vector<std::string> changed_files(const capture& c) {
+  std::vector<std::string> changed;
+  const file_sums found = sums_in_memory(c);
+  for (const auto& [name, sum] : found) {
+    const auto was = c.sums.find(name);
+    if (was == c.sums.end() || was->second != sum) changed.push_back(name);
+  }
+  return changed;
+}
+
+void check_recording_folder(const capture& head, const fs::path& folder, const fs::path& where) {
+  const contents in{[&] { return sums_of_folder(folder); },
+                    [&](const std::string& name) -> std::optional<std::uint64_t> {
                       struct stat status {};
                       if (lstat((folder / name).c_str(), &status) != 0 || !S_ISREG(status.st_mode))
                         return std::nullopt;
@@ -128,9 +191,11 @@ void check_recording_folder(const fs::path& folder, const fs::path& where) {
                     },
                     [&](const std::string& name) { return read_own(folder / name); }};
   const fs::path calls = folder / "calls";
-  if (fs::exists(calls)) check_calls(read_own(calls), where.string(), in);
   const fs::path files = folder / "files";
+  if (fs::exists(calls)) check_calls(read_own(calls), where.string(), in);
+  check_lists(head, where.string(), fs::exists(calls), fs::exists(files));
   if (fs::exists(files)) check_files(read_own(files), where.string(), in);
+  if (head.made.origin == "recorded") check_sums(head, where.string(), in);
 }
 
 std::string calls_with_sizes(const capture& c) {

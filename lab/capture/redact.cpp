@@ -176,6 +176,8 @@ class text_redactor {
         secrets_.size(),        serials_.size()};
   }
 
+  std::string name_for(std::string_view name) { return names_.of(name); }
+
   std::vector<replaced_value> all() const {
     std::vector<replaced_value> rows;
     for (const address_redactor::replaced_address& row : addresses_.all())
@@ -438,6 +440,10 @@ void redaction::apply(capture& c) {
 
 std::string redaction::redacted(const std::string& text) {
   return state_->texts.redacted("text", text);
+}
+
+std::string redaction::name_for(const std::string& name) {
+  return state_->texts.name_for(name);
 }
 
 redaction_counts redaction::counts() const {

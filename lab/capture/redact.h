@@ -63,6 +63,9 @@ class redaction {
   // Another text about this router, with the same replacements.
   std::string redacted(const std::string& text);
 
+  // What stands in the place of the machine's name.
+  std::string name_for(const std::string& name);
+
   redaction_counts counts() const;
   // What was replaced up to now, by kind. A MAC stands for all that differ in the low ten bits.
   std::vector<replaced_value> all() const;

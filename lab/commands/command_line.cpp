@@ -49,6 +49,7 @@ struct lab_options {
   record_options record;
   capture_options pack, unpack;
   redact_options redact;
+  info_options info;
   diff_options diff;
 };
 
@@ -265,6 +266,18 @@ void add_redact(CLI::App& app, lab_options& all, actions& commands) {
   commands[&redact] = [&o] { return redact_command(o); };
 }
 
+void add_info(CLI::App& app, lab_options& all, actions& commands) {
+  auto& o = all.info;
+  CLI::App& info = command_line::add_command(
+      app, "info", of_captures, "Show where a capture comes from and whether it is complete");
+  command_line::add_operand(info, "CAPTURE", any_capture_help, o.capture);
+  info.footer(
+      "Exit status:\n"
+      "  0   The capture is complete.\n"
+      "  1   It is damaged, or cannot be read.");
+  commands[&info] = [&o] { return info_command(o); };
+}
+
 void add_diff(CLI::App& app, lab_options& all, actions& commands) {
   auto& o = all.diff;
   CLI::App& diff =
@@ -283,7 +296,7 @@ void add_diff(CLI::App& app, lab_options& all, actions& commands) {
 
 constexpr std::array add_commands{
     add_list,   add_faults_command, add_expect, add_render, add_generate, add_run,
-    add_record, add_pack,           add_unpack, add_redact, add_diff};
+    add_record, add_pack,           add_unpack, add_redact, add_info,     add_diff};
 
 int obey(const std::vector<std::string>& arguments) {
   CLI::App app(

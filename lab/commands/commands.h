@@ -97,6 +97,11 @@ struct redact_options {
 };
 int redact_command(const redact_options& o);
 
+struct info_options {
+  std::string capture;
+};
+int info_command(const info_options& o);
+
 struct diff_options {
   std::string before;
   std::string after;

@@ -31,7 +31,9 @@ router wanted_router(const generate_options& o) {
 
 int generate_command(const generate_options& o) {
   const std::filesystem::path out = target_named(o.out);
-  write_folder(render(wanted_router(o)), out);
+  capture c = render(wanted_router(o));
+  c.made.origin = "generated";
+  write_folder(c, out);
   return EXIT_SUCCESS;
 }
 

@@ -2,6 +2,7 @@
 
 #include "lab/base/beside.h"
 #include "lab/commands/commands.h"
+#include "lab/model/router.h"
 #include "lab/record/record.h"
 
 namespace lab {
@@ -15,6 +16,7 @@ int record_command(const record_options& o) {
   request.library = library_of(o.programs);
   if (o.logs) request.logs = std::filesystem::absolute(target_named(*o.logs));
   request.host_arguments = o.host_arguments;
+  request.type_in = type_in_banner;
   return run_recorded(request);
 }
 

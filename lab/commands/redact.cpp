@@ -129,6 +129,8 @@ int redact_command(const redact_options& o) {
   c.router = out.filename().string();
   redaction all(c, kinds_named(o.names));
   all.apply(c);
+  c.made.redacted_by = lab_version();
+  if (!c.made.host_name.empty()) c.made.host_name = all.name_for(c.made.host_name);
   c.calls = calls_with_sizes(c);
   const redaction_counts n = all.counts();
   const std::vector<replaced_value> rows = all.all();

@@ -165,7 +165,7 @@ void set_answers(const run_options& o, run_request& request) {
   if (fs::is_directory(what)) {
     request.folder = fs::absolute(what);
     request.answers = read_manifest(what);
-    check_recording_folder(what, what);
+    check_recording_folder(request.answers, what, what);
   } else if (is_file) {
     request.answers = read_packed(what);
   } else {

@@ -137,6 +137,13 @@ std::string model_of(std::string_view type) {
   return row == nullptr ? std::string{} : std::string{row->model};
 }
 
+std::string type_in_banner(std::string_view banner) {
+  const auto* found = std::find_if(
+      router_types.begin(), router_types.end(),
+      [&](const type_row& row) { return banner.find(row.model) != std::string_view::npos; });
+  return found == router_types.end() ? std::string{} : std::string{found->type};
+}
+
 chip_family family_of(const node& n) {
   if (n.chip.empty()) return chip_family::none;
   // The platform does not know a chip that `show unit` does not list, and treats it as an older

@@ -155,6 +155,8 @@ void check(const router& r, std::string_view file);
 bool is_single_node(std::string_view type);
 bool known_type(std::string_view type);
 std::string model_of(std::string_view type);
+// The type whose model the version banner names; empty if it names none of them.
+std::string type_in_banner(std::string_view banner);
 
 chip_family family_of(const node& n);
 // False for a node whose address in the inventory is "None": nobody can ask it for anything.

@@ -4,14 +4,17 @@
 #include <fmt/format.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <sstream>
 
 #include "lab/base/beside.h"
@@ -254,8 +257,43 @@ bool was_called(const fs::path& folder, const std::string& tool) {
   return false;
 }
 
-capture head_of(const record_request& request, const fs::path& folder) {
+std::string now_in_utc() {
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  std::array<char, 32> text{};
+  gmtime_r(&now, &parts);
+  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}
+
+std::string machine_name() {
+  utsname machine{};
+  return uname(&machine) == 0 ? machine.nodename : "";
+}
+
+std::string type_of(const record_request& request, const fs::path& place) {
+  for (const std::string& banner : answers_from_last(place, "sw_version_show"))
+    if (std::string type = request.type_in ? request.type_in(banner) : ""; !type.empty())
+      return type;
+  return {};
+}
+
+// When the run began and ended, and how many tools it called.
+struct recorded_run {
+  std::string begin;
+  std::string end;
+  std::uint64_t calls = 0;
+};
+
+capture head_of(const record_request& request, const fs::path& folder, const recorded_run& run) {
   capture head;
+  head.made = {.origin = "recorded",
+               .version = lab_version(),
+               .type = type_of(request, folder / local_place),
+               .host_name = machine_name(),
+               .begin = run.begin,
+               .end = run.end,
+               .calls = run.calls};
+  head.sums = sums_of_folder(folder);
   head.router = request.out.filename().string();
   head.host_node_id = host_node_id(request.host_arguments);
   head.nodes = recorded_nodes(folder / local_place);
@@ -303,7 +341,9 @@ void keep_journal(const fs::path& journal, const fs::path& capture) {
 
 int record_beside(const record_request& request, const fs::path& work) {
   make_work_folders(work);
+  recorded_run run{.begin = now_in_utc(), .end = {}};
   const group_end end = run_host(request, work);
+  run.end = now_in_utc();
   const int status = end.status;
   if (is_interruption(end)) {
     complain(fmt::format("tessel-lab: interrupted; {} was not made", request.shown));
@@ -318,9 +358,10 @@ int record_beside(const record_request& request, const fs::path& work) {
     complain(fmt::format("tessel-lab: no tool was called; {} was not made", request.shown));
     return status == EXIT_SUCCESS ? EXIT_FAILURE : status;
   }
+  run.calls = calls.all;
   keep_journal(work / journal_name, folder);
   build_beside(request.out, [&](const fs::path& building) {
-    write_manifest(head_of(request, folder), folder);
+    write_manifest(head_of(request, folder, run), folder);
     fs::rename(folder, building);
   });
   if (calls.cut_off > 0)

@@ -16,7 +16,9 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace lab {
@@ -29,6 +31,7 @@ struct record_request {
   std::filesystem::path library;
   std::filesystem::path tool;  // tessel-lab-tool
   std::vector<std::string> host_arguments;
+  std::function<std::string(std::string_view banner)> type_in;  // the router's type, or nothing
 };
 
 // Throws `lab_error` unless a capture can be made at `out`, and the logs and the list of calls lie

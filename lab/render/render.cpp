@@ -111,6 +111,8 @@ void render_lif_queries(const router& r, capture& c) {
 capture render_answers(const router& r) {
   capture c;
   c.router = r.name;
+  c.made.version = lab_version();
+  c.made.type = r.type;
   c.host_node_id = r.host_node_id;
   for (const node& n : r.nodes)
     if (has_address(n)) c.nodes.emplace_back(n.address, n.name);

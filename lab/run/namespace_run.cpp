@@ -69,7 +69,7 @@ void prepare(const run_request& request, const fs::path& record_work) {
   if (!request.record.empty()) record.bind_to("/opt/nos/record");
   place_tools(tool_program, tools_there(request));
   if (request.folder.empty())
-    write_files(request.answers, "/opt/nos/capture");
+    write_files(request.answers, "/opt/nos/capture", with_sums::no);
   else
     folder.bind_to("/opt/nos/capture");
   logs.bind_to("/var/log");

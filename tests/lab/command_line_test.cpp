@@ -53,6 +53,7 @@ const std::vector<command_row>& commands() {
        {"CAPTURE", "OUT"},
        {"--names KIND,...", "--mapping FILE", "--host FILE", "--library FILE"},
        {"--verify"}},
+      {"info", {"CAPTURE"}, {}, {}},
       {"diff", {"A", "B"}, {}, {}},
   };
   return rows;

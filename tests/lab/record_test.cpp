@@ -89,7 +89,8 @@ void expect_check_everywhere(const capture& c, const std::string& message) {
   write_folder(c, folder);
   const std::string expected = message.empty() ? "" : folder.string() + message;
   EXPECT_EQ(refusal_of([&] { check_recording(c, folder); }), expected);
-  EXPECT_EQ(refusal_of([&] { check_recording_folder(folder, folder); }), expected);
+  EXPECT_EQ(refusal_of([&] { check_recording_folder(read_manifest(folder), folder, folder); }),
+            expected);
   EXPECT_EQ(refusal_of([&] { read_capture(folder); }), expected);
   EXPECT_EQ(refusal_of([&] { pack_folder(folder, packed); }), expected);
   EXPECT_EQ(fs::exists(packed), expected.empty());
@@ -141,6 +142,56 @@ TEST(recorded_capture, must_hold_every_answer_that_its_calls_name) {
     r.damage(c);
     SCOPED_TRACE(r.why);
     expect_check_everywhere(c, r.message);
+  }
+}
+
+// Every reader refuses a recording that is not as it was made.
+TEST(recorded_capture, that_lost_or_changed_a_file_is_refused_by_every_reader) {
+  struct row {
+    const char* damage;  // in the capture's folder
+    const char* message;
+  };
+  const row rows[] = {
+      {"rm calls", "calls is missing; a recording has this list"},
+      {"rm calls local/cfg_render", "calls is missing; a recording has this list"},
+      {"rm journal", "journal is missing; the manifest names it"},
+      {"rm local/cfg_render", "local/cfg_render is missing; line 2 of calls names it"},
+      {"rm 'local/lagmgr_health;2;complaint'", "local/lagmgr_health;2;complaint is missing; "},
+      {"printf yes? >local/cfg_render",
+       "local/cfg_render is not as it was recorded: another SHA-256"},
+      {"printf yes >'local/lagmgr_health;2;complaint'",
+       "local/lagmgr_health;2;complaint is not as it was recorded: 3 bytes, not 2"},
+      {"sed -i s/0.000100/0.000200/ calls", "calls is not as it was recorded: another SHA-256"},
+      {"touch local/iface_show", "local/iface_show does not belong to the recording; "},
+      {"mkdir more; touch more/cfg_render", "more/cfg_render does not belong to the recording; "},
+  };
+  for (const row& r : rows) {
+    const lab_test::scratch_folder scratch;
+    const fs::path folder = scratch.path() / "cap";
+    capture c = recorded_sample();
+    c.answers.at({"local", "cfg_render"}) = "conf";
+    c.journal = "{}\n";
+    c.made.origin = "recorded";
+    write_folder(c, folder);
+    write_text(folder / "notes", "a file that nobody reads");
+    EXPECT_NO_THROW(read_capture(folder));
+    const std::string in_folder = "cd " + scratch.path().string() + "; ";
+    // The same in a packed one that another program made.
+    ASSERT_EQ(
+        run_shell(in_folder + "cd cap; " + r.damage + "; cd ..; tar --zstd -cf packed cap").status,
+        0);
+    for (const char* command : {"run cap", "run packed", "pack cap out", "unpack packed out",
+                                "redact cap out", "redact packed out", "diff cap cap"}) {
+      const outcome refused = run_shell(in_folder + LAB_PROGRAM " " + command);
+      EXPECT_NE(refused.status, 0) << command << r.damage;
+      EXPECT_EQ(refused.out, "") << command << r.damage;
+      EXPECT_THAT(refused.err, testing::MatchesRegex("tessel-lab: (cap|packed): .*\n"));
+      EXPECT_THAT(refused.err, HasSubstr(r.message)) << command << r.damage;
+      EXPECT_FALSE(fs::exists(scratch.path() / "out"));
+    }
+    const outcome told = run_shell(in_folder + LAB_PROGRAM " info cap");
+    EXPECT_EQ(told.status, 1);
+    EXPECT_THAT(told.out, HasSubstr(r.message)) << told.err;
   }
 }
 
@@ -404,6 +455,36 @@ TEST_F(recording_test, lists_the_nodes_and_the_host) {
   EXPECT_EQ(head.missing_tools, std::vector<std::string>{"lagmgr_agent_show"});
   ASSERT_EQ(head.nodes.size(), 4U);
   EXPECT_EQ(head.nodes.front(), (std::pair<std::string, std::string>{"192.0.0.4", "0/RP0/CPU0"}));
+}
+
+TEST_F(recording_test, knows_where_it_comes_from) {
+  record(
+      "tool sw_version_show 'echo \"Tarmac TR-BIRCH (x86_64) processor with memory\"'\n"
+      "tool iface_show 'echo x'\n",
+      "sw_version_show; iface_show; iface_show");
+  const capture c = read_capture(scratch_.path() / "cap");
+  EXPECT_EQ(c.made.format, 2);
+  EXPECT_EQ(c.made.origin, "recorded");
+  EXPECT_EQ(c.made.version, lab_version());
+  EXPECT_EQ(c.made.redacted_by, "");
+  EXPECT_EQ(c.made.type, "birch");
+  EXPECT_EQ(c.made.host_name + "\n", run_shell("uname -n").out);
+  EXPECT_EQ(c.made.calls, 3U);
+  const std::string time = "20[0-9][0-9]-[0-9][0-9]-[0-9][0-9]T[0-9][0-9]:[0-9][0-9]:[0-9][0-9]Z";
+  EXPECT_THAT(c.made.begin, MatchesRegex(time));
+  EXPECT_THAT(c.made.end, MatchesRegex(time));
+  EXPECT_LE(c.made.begin, c.made.end);
+  EXPECT_EQ(c.sums.at("local/iface_show"), sum_of("x\n"));
+  EXPECT_EQ(c.sums.size(), 3U) << "two answers and the list of calls";
+
+  const std::string in_folder = "cd " + scratch_.path().string() + "; " LAB_PROGRAM " ";
+  ASSERT_EQ(run_shell(in_folder + "pack cap packed").status, 0);
+  ASSERT_EQ(run_shell(in_folder + "redact packed harmless").status, 0);
+  const capture harmless = read_capture(scratch_.path() / "harmless");
+  EXPECT_EQ(harmless.made.origin, "recorded");
+  EXPECT_EQ(harmless.made.redacted_by, lab_version());
+  EXPECT_THAT(harmless.made.host_name, MatchesRegex("name-[0-9]+"));
+  EXPECT_EQ(harmless.made.begin, c.made.begin);
 }
 
 TEST_F(recording_test, lists_the_nodes_of_the_last_of_several_answers) {
