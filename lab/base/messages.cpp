@@ -8,6 +8,7 @@
 #include <fstream>
 #include <system_error>
 
+#include "command_line/one_line.h"
 #include "lab/base/error.h"
 
 namespace lab {
@@ -30,6 +31,10 @@ std::string reported_as(std::string message, const fs::path& building, const std
   for (std::size_t at = 0; (at = message.find(text, at)) != std::string::npos; at += shown.size())
     message.replace(at, text.size(), shown);
   return message;
+}
+
+std::string on_one_line(std::string_view text) {
+  return command_line::one_line(text);
 }
 
 void report_as(const fs::path& building, const std::string& shown,

@@ -14,6 +14,9 @@ namespace lab {
 // texts are not meant for users.
 std::string message_of(const std::exception& failure);
 
+// A text of any origin with its control characters written as "\x0a".
+std::string on_one_line(std::string_view text);
+
 // Something that is made in a temporary folder is reported under its final name: calls `action`,
 // and throws its failure as a `lab_error` in which `shown` replaces `building`.
 void report_as(const std::filesystem::path& building, const std::string& shown,

@@ -5,12 +5,15 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdlib>
+#include <limits>
 #include <map>
 #include <sstream>
 #include <tuple>
 #include <unordered_map>
 #include <utility>
 
+#include "lab/base/messages.h"
 #include "lab/capture/answer_list.h"
 #include "lab/capture/diff_names.h"
 
@@ -134,6 +137,7 @@ class comparison {
       if (count == 0) continue;
       if (change == nullptr) change = &change_of(place, file);
       change->lines += static_cast<std::size_t>(std::abs(count));
+      change->values.push_back({line.first, line.second, -count});
       if (!line.first.empty()) change->named.insert(line.first);
     }
     if (change == nullptr && only_one) change = &change_of(place, file);
@@ -213,10 +217,37 @@ std::vector<layer_change> changes_between(const capture& a, const capture& b) {
   return compared.result();
 }
 
-std::string change_report(const std::vector<layer_change>& changes) {
-  constexpr std::size_t most_rows = 20;
-  constexpr std::size_t most_names = 5;
-  constexpr std::size_t most_commands = 2;
+namespace {
+
+// "  - BE1       lag => 0x401", as often as the line is there. Lines of A come before those of B.
+std::string values_report(const layer_change& change, std::size_t most, bool is_all) {
+  constexpr std::size_t longest_line = 200;
+  std::string text;
+  std::size_t shown = 0;
+  std::vector<changed_line> lines = change.values;
+  std::stable_sort(lines.begin(), lines.end(), [](const changed_line& a, const changed_line& b) {
+    return std::tuple{a.owner, a.times > 0} < std::tuple{b.owner, b.times > 0};
+  });
+  for (const changed_line& one : lines)
+    for (int time = std::abs(one.times); time > 0; --time) {
+      if (shown++ >= most) continue;
+      std::string line = on_one_line(one.line);
+      if (line.size() > longest_line && !is_all) line = line.substr(0, longest_line) + " ...";
+      text += fmt::format("  {} {:<10} {}\n", one.times < 0 ? '-' : '+', one.owner, line);
+    }
+  if (shown > most) text += fmt::format("  ... and {} more lines; see --all\n", shown - most);
+  return text;
+}
+
+}  // namespace
+
+std::string change_report(const std::vector<layer_change>& changes, const change_view& view) {
+  constexpr std::size_t without_end = std::numeric_limits<std::size_t>::max();
+  const auto most = [&](std::size_t usual) { return view.all ? without_end : usual; };
+  const std::size_t most_rows = most(20);
+  const std::size_t most_names = most(5);
+  const std::size_t most_commands = most(2);
+  const std::size_t most_lines = most(6);
   if (changes.empty()) return "No layer changed.\n";
   std::string text = fmt::format("{:<14} {:<18} {:>6}  {}\n", "layer", "node", "lines", "about");
   std::size_t row = 0;
@@ -226,6 +257,7 @@ std::string change_report(const std::vector<layer_change>& changes) {
     text += fmt::format("{:<14} {:<18} {:>6}  {}\n", change.layer, change.where, change.lines,
                         change.named.empty() ? enumeration(change.asked, most_commands)
                                              : enumeration(change.named, most_names));
+    if (view.values) text += values_report(change, most_lines, view.all);
   }
   return text;
 }

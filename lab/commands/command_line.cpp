@@ -286,6 +286,9 @@ void add_diff(CLI::App& app, lab_options& all, actions& commands) {
                                 "and for which bundles");
   command_line::add_operand(diff, "A", any_capture_help, o.before);
   command_line::add_operand(diff, "B", "the capture to compare it with", o.after);
+  command_line::add_flag(diff, "--values",
+                         "also show the lines that differ: - in A only, + in B only", o.values);
+  command_line::add_flag(diff, "--all", "show everything, however long it is", o.all);
   diff.footer(
       "Exit status:\n"
       "  0   Nothing changed.\n"

@@ -105,6 +105,8 @@ int info_command(const info_options& o);
 struct diff_options {
   std::string before;
   std::string after;
+  bool values = false;
+  bool all = false;
 };
 int diff_command(const diff_options& o);
 

@@ -16,7 +16,7 @@ int diff_command(const diff_options& o) {
   constexpr int trouble = 2;
   try {
     const auto changes = changes_between(read_capture(o.before), read_capture(o.after));
-    fmt::print("{}", change_report(changes));
+    fmt::print("{}", change_report(changes, {.values = o.values, .all = o.all}));
     flush_output();
     return changes.empty() ? EXIT_SUCCESS : some_changed;
   } catch (const std::exception& failure) {

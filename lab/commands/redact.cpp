@@ -12,7 +12,6 @@
 #include <string>
 #include <vector>
 
-#include "command_line/one_line.h"
 #include "lab/base/beside.h"
 #include "lab/base/descriptors.h"
 #include "lab/base/error.h"
@@ -105,8 +104,7 @@ std::size_t verify(const redact_options& o, const fs::path& out, const fs::path&
 void write_mapping(const fs::path& file, const std::vector<replaced_value>& rows) {
   std::string text = "# kind, original, replacement; keep it private\n";
   for (const replaced_value& row : rows)
-    text += fmt::format("{}\t{}\t{}\n", row.kind, command_line::one_line(row.original),
-                        row.replacement);
+    text += fmt::format("{}\t{}\t{}\n", row.kind, on_one_line(row.original), row.replacement);
   build_beside(file, [&](const fs::path& building) { write_whole(building, text); });
 }
 

@@ -54,7 +54,7 @@ const std::vector<command_row>& commands() {
        {"--names KIND,...", "--mapping FILE", "--host FILE", "--library FILE"},
        {"--verify"}},
       {"info", {"CAPTURE"}, {}, {}},
-      {"diff", {"A", "B"}, {}, {}},
+      {"diff", {"A", "B"}, {}, {"--values", "--all"}},
   };
   return rows;
 }

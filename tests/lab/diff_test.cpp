@@ -118,6 +118,38 @@ TEST(changes, of_many_nodes_fit_on_a_screen) {
   EXPECT_NE(report.find("... and 30 more\n"), std::string::npos);
 }
 
+TEST(changes, show_the_lines_that_differ) {
+  capture a;
+  capture b;
+  answer(a, "local", "lagmgr_table_show", "Bundle-Ether2\nMTU 1\n\nBundle-Ether1\nMTU 2\nMTU 2\n");
+  answer(b, "local", "lagmgr_table_show", "Bundle-Ether2\nMTU 1\n\nBundle-Ether1\nMTU 3\033[1m\n");
+  EXPECT_EQ(change_report(changes_between(a, b), {.values = true}),
+            "layer          node                lines  about\n"
+            "PI             router                  3  BE1\n"
+            "  - BE1        MTU 2\n"
+            "  - BE1        MTU 2\n"
+            "  + BE1        MTU 3\\x1b[1m\n");
+}
+
+TEST(changes, are_all_shown_on_request) {
+  capture a;
+  capture b;
+  std::string many;
+  for (int i = 1; i <= 30; ++i) many += "Bundle-Ether" + std::to_string(i) + " up\n";
+  many += "Bundle-Ether31 " + std::string(300, 'x') + "\n";
+  answer(a, "local", "lagmgr_table_show", "");
+  answer(b, "local", "lagmgr_table_show", many);
+  const auto changes = changes_between(a, b);
+  const std::string brief = change_report(changes, {.values = true});
+  EXPECT_EQ(std::count(brief.begin(), brief.end(), '\n'), 9);
+  EXPECT_NE(brief.find(", 26 more\n"), std::string::npos);
+  EXPECT_NE(brief.find("  ... and 25 more lines; see --all\n"), std::string::npos);
+  const std::string all = change_report(changes, {.values = true, .all = true});
+  EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 33);
+  EXPECT_EQ(all.find("more"), std::string::npos);
+  EXPECT_NE(all.find(std::string(300, 'x') + "\n"), std::string::npos);
+}
+
 TEST(owners_of_lines, are_named_in_the_line_or_its_block) {
   const handle_names names{{"0x3000004", "BE1"}, {"0x1000040", "Hu0/0/0/0"}};
   const auto owner = [&](const char* text, std::size_t line) {
