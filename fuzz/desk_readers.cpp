@@ -66,7 +66,7 @@ void finding_logs(const std::string& folder) {
 
 void stale_entries(const std::string& folder) {
   desk::run of;
-  desk::read_stale_entries(of, folder);
+  desk::read_stale_entries(of, folder, 1);
 }
 
 void snapshot(const std::string& folder) {
