@@ -57,7 +57,7 @@ constexpr std::string_view debug = R"(ssh: connect to host 192.0.0.6 port 22: No
 )";
 
 constexpr std::string_view journal =
-    R"({"n":1,"event":"run","format":1,"version":"0.1.0","time":"2026-11-22T12:47:38.152Z","pid":3}
+    R"({"n":1,"event":"run","format":1,"version":"1.2.3","time":"2026-11-22T12:47:38.152Z","pid":3}
 {"n":2,"event":"start","id":1,"at":0.01,"pid":4,"node":"0/0/CPU0","command":"fwd_object_show -t x"}
 {"n":3,"event":"end","id":1,"at":0.03,"pid":4,"node":"0/0/CPU0","seconds":0.02,"status":0,"bytes":7}
 )";

@@ -484,10 +484,10 @@ std::string journal_of(const std::string& lines) {
 }
 
 TEST(redacted_journal, has_its_texts_redacted_and_all_else_as_it_was) {
-  EXPECT_EQ(journal_of(R"({"n":1,"event":"run","format":1,"version":"0.1.0",)"
+  EXPECT_EQ(journal_of(R"({"n":1,"event":"run","format":1,"version":"1.2.3",)"
                        R"("time":"2026-11-22T11:05:00.123Z","pid":4711,"node_id":4096})"
                        "\n"),
-            R"({"n":1,"event":"run","format":1,"version":"0.1.0",)"
+            R"({"n":1,"event":"run","format":1,"version":"1.2.3",)"
             R"("time":"2026-11-22T11:05:00.123Z","pid":4711,"node_id":4096})"
             "\n");
   EXPECT_EQ(journal_of(R"({"n":3,"event":"end","id":1,"at":0.014302,"pid":null,"node":null,)"
