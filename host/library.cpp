@@ -12,6 +12,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* library_name = "libtessel.so";
+// The same library, by the number of the interface that this program was built for. An installation
+// has the name without it only for those who link to it.
+constexpr const char* numbered_name = "libtessel.so." TESSEL_INTERFACE;
 
 std::string remedy(const std::string& library) {
   std::error_code ignored;
@@ -39,18 +42,25 @@ Function resolve(void* handle, const std::string& library, const char* name) {
   return reinterpret_cast<Function>(symbol);
 }
 
+// The library stays loaded if it is found; load_entry_points gets the same one.
+std::string name_for_linker() {
+  return dlopen(numbered_name, RTLD_NOW | RTLD_LOCAL) != nullptr ? numbered_name : library_name;
+}
+
 }  // namespace
 
 std::string choose_library(const std::optional<std::string>& asked_for) {
   if (asked_for) return *asked_for;
   std::error_code error;
   const auto executable = fs::read_symlink("/proc/self/exe", error);
-  if (error) return library_name;
+  if (error) return name_for_linker();
   const auto folder = executable.parent_path();
-  for (const auto& candidate : {folder / library_name, folder / TESSEL_BIN_TO_LIB / library_name}) {
-    if (fs::exists(candidate, error)) return candidate.lexically_normal().string();
+  for (const auto& place : {folder, folder / TESSEL_BIN_TO_LIB}) {
+    for (const char* name : {numbered_name, library_name}) {
+      if (fs::exists(place / name, error)) return (place / name).lexically_normal().string();
+    }
   }
-  return library_name;
+  return name_for_linker();
 }
 
 entry_points load_entry_points(const std::string& library) {

@@ -22,8 +22,9 @@ struct entry_points {
   decltype(&tessel_finalize) finalize = nullptr;
 };
 
-// The library to load: the requested one, else libtessel.so beside the executable, else the
-// installed one, else the plain name for the dynamic linker to look up.
+// The library to load: the requested one, else the one beside the executable, else the installed
+// one, else a plain name for the dynamic linker to look up. In each place libtessel.so.0, else
+// libtessel.so.
 [[nodiscard]] std::string choose_library(const std::optional<std::string>& asked_for);
 
 // Loads the library until the process ends (an audit's workers may outlive the audit) and resolves

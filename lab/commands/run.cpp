@@ -58,13 +58,24 @@ fs::path host_of(const program_options& o) {
   return host;
 }
 
-// A build puts the library beside this program, an installation into its library folder.
-fs::path library_of(const program_options& o) {
+namespace {
+
+// The one that tessel-host takes (host/library.cpp). A build puts it beside this program, an
+// installation into its library folder, where only those who link to it have the name without a
+// number.
+fs::path usual_library() {
   const fs::path folder = own_program().parent_path();
-  const fs::path beside = folder / "libtessel.so";
-  const fs::path installed = (folder / TESSEL_BIN_TO_LIB / "libtessel.so").lexically_normal();
-  const fs::path usual = !fs::exists(beside) && fs::exists(installed) ? installed : beside;
-  return existing_file(o.library ? fs::path{*o.library} : usual, "--library");
+  const fs::path name = "libtessel.so";
+  for (const fs::path& place : {folder, (folder / TESSEL_BIN_TO_LIB).lexically_normal()})
+    for (const fs::path& file : {fs::path{name} += "." TESSEL_INTERFACE, name})
+      if (fs::exists(place / file)) return place / file;
+  return folder / name;
+}
+
+}  // namespace
+
+fs::path library_of(const program_options& o) {
+  return existing_file(o.library ? fs::path{*o.library} : usual_library(), "--library");
 }
 
 namespace {

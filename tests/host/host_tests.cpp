@@ -315,6 +315,39 @@ TEST(host, takes_the_library_of_its_installation_where_none_is_beside_it) {
   std::filesystem::remove_all(folder);
 }
 
+TEST(host, takes_the_library_with_the_number_of_its_interface_first_in_each_place) {
+  const std::string folder = testing::TempDir() + "/host_numbered_" + std::to_string(getpid());
+  const std::filesystem::path program = folder + "/bin/tessel-host";
+  const auto libraries = (program.parent_path() / TESSEL_BIN_TO_LIB).lexically_normal();
+  std::filesystem::create_directories(program.parent_path());
+  std::filesystem::create_directories(libraries);
+  const auto put = [](const std::string& from, const std::filesystem::path& to) {
+    std::filesystem::copy_file(from, to, std::filesystem::copy_options::overwrite_existing);
+  };
+  put(host, program);
+  put(stand_ins + "/libaborted.so", libraries / "libtessel.so");
+  put(stand_ins + "/libstopped.so", libraries / "libtessel.so.0");
+  EXPECT_EQ(run_shell(program.string()).status, 1) << "an installation has the number";
+  put(stand_ins + "/libaborted.so", program.parent_path() / "libtessel.so");
+  EXPECT_EQ(run_shell(program.string()).status, 2) << "the one beside it comes first";
+  put(stand_ins + "/libstopped.so", program.parent_path() / "libtessel.so.0");
+  EXPECT_EQ(run_shell(program.string()).status, 1);
+  std::filesystem::remove_all(folder);
+}
+
+TEST(host, asks_the_dynamic_linker_for_the_library_with_and_without_the_number) {
+  const std::string folder = testing::TempDir() + "/host_linker_" + std::to_string(getpid());
+  const std::string libraries = folder + "/libraries";
+  std::filesystem::create_directories(libraries);
+  std::filesystem::copy_file(host, folder + "/tessel-host");
+  const std::string command = "LD_LIBRARY_PATH=" + libraries + " " + folder + "/tessel-host";
+  std::filesystem::copy_file(stand_ins + "/libaborted.so", libraries + "/libtessel.so");
+  EXPECT_EQ(run_shell(command).status, 2);
+  std::filesystem::copy_file(stand_ins + "/libstopped.so", libraries + "/libtessel.so.0");
+  EXPECT_EQ(run_shell(command).status, 1);
+  std::filesystem::remove_all(folder);
+}
+
 TEST(host, takes_the_library_beside_itself_where_none_is_named) {
   const std::string folder = testing::TempDir() + "/host_beside_" + std::to_string(getpid());
   std::filesystem::create_directories(folder);
