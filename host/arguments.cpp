@@ -64,6 +64,10 @@ host_arguments parse_arguments(std::span<const char* const> arguments) {
       "line of JSON when one starts and one when it ends. Replaces its content; "
       "only its owner may read it",
       [&](const auto& text) { parsed.journal = file_named(text); });
+  command_line::add_flag(app, "--in-process",
+                         "run the audit in this process, for a debugger: nobody watches it, and "
+                         "its tools live on if it is ended",
+                         parsed.in_process);
   command_line::add_flag(app, "--version", "show the version", version);
 
   if (auto help = command_line::parse(app, {arguments.begin(), arguments.end()})) {

@@ -31,6 +31,7 @@ struct host_arguments {
   std::optional<std::string> library;
   std::optional<std::string> journal;
   std::uint32_t node_id = default_node_id;
+  bool in_process = false;
   std::string help;  // the text, if that is the action
 };
 

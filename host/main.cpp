@@ -1,8 +1,8 @@
 #include "arguments.h"
+#include "audit.h"
 #include "journal_file.h"
 #include "library.h"
-
-#include <unistd.h>
+#include "watched_audit.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +12,8 @@
 #include <span>
 #include <string>
 #include <string_view>
+
+#include "command_line/one_line.h"
 
 namespace {
 
@@ -30,27 +32,39 @@ int show(std::string_view text) {
              : complain("cannot write to standard output", status_output_failed);
 }
 
-// The library uses the journal by a descriptor of its own.
-void start(const entry_points& library, const host_arguments& arguments) {
-  if (!arguments.journal) return library.init();
-  const int journal = open_journal_file(*arguments.journal);
-  offer_journal(journal);
-  library.init();
-  ::close(journal);
+// Names what an audit that did not come to its end has left.
+void name_what_is_left(const watched_end& end) {
+  if (end.left_processes > 0)
+    complain(std::to_string(end.left_processes) + " tools of the audit cannot be ended", 0);
+  if (end.left_captures.empty()) return;
+  std::string files;
+  for (const std::string& file : end.left_captures) files += " " + command_line::one_line(file);
+  complain("the output of its commands stays:" + files, 0);
 }
 
-// A completed audit ends the process inside tessel_run; only an incomplete one returns.
-int audit(const host_arguments& arguments) {
-  const auto library = load_entry_points(choose_library(arguments.library));
-  start(library, arguments);
-  const auto result = library.run(static_cast<std::int32_t>(arguments.node_id));
-  library.finalize();
+int report(std::int32_t result) {
   try {
     const auto returned = describe_returned_run(result);
     return complain(returned.message, returned.status);
   } catch (const std::bad_alloc&) {
     return complain("the audit did not complete, and no memory is left to say more", 2);
   }
+}
+
+// A completed audit ends its process inside tessel_run; only an incomplete one returns.
+int audit(const host_arguments& arguments) {
+  audit_plan plan;
+  plan.library = load_entry_points(choose_library(arguments.library));
+  plan.node_id = arguments.node_id;
+  if (arguments.journal) {
+    plan.journal = open_journal_file(*arguments.journal);
+    offer_journal(plan.journal);
+  }
+  if (arguments.in_process) return report(run_audit(plan));
+  const watched_end end = run_watched(plan);
+  if (end.returned) report(*end.returned);
+  name_what_is_left(end);
+  end_alike(end);
 }
 
 int act_on(const host_arguments& arguments) {

@@ -1,0 +1,241 @@
+#include "watched_audit.h"
+
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <new>
+#include <system_error>
+#include <thread>
+
+#include "arguments.h"
+#include "leftovers.h"
+#include "processes.h"
+
+namespace tessel_host {
+
+namespace {
+
+using clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+// With them a host that is told to stop has ended within a second.
+constexpr auto patience_for_halt = 300ms;
+constexpr auto patience_for_tools = 200ms;  // after SIGTERM; and once more after SIGKILL
+constexpr auto patience_for_end = 200ms;
+constexpr auto pause = 2ms;
+
+constexpr const char* debug_log = "/var/log/tessel_debug.log";
+
+// What the child says to the parent, in memory that both see.
+struct said {
+  std::atomic<int> stopped_by = 0;
+  std::atomic<bool> has_returned = false;
+  std::atomic<std::int32_t> result = 0;
+};
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
+
+said* shared = nullptr;  // for the signal handler
+
+said* share() {
+  void* const page =
+      ::mmap(nullptr, sizeof(said), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (page == MAP_FAILED) throw std::system_error(errno, std::generic_category());
+  return new (page) said;
+}
+
+// Signals -----------------------------------------------------------------------------------------
+
+struct signals {
+  sigset_t before{};   // the mask of the caller
+  sigset_t awaited{};  // what tells the parent to stop, and SIGCHLD
+  struct sigaction child_before {};
+};
+
+// Who starts a host with nohup or in the background wants a signal to have no effect.
+bool is_for_us(int number, const sigset_t& blocked) {
+  struct sigaction action {};
+  return ::sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN &&
+         sigismember(&blocked, number) == 0;
+}
+
+signals hold_back_signals() {
+  signals held;
+  struct sigaction usual {};
+  usual.sa_handler = SIG_DFL;
+  ::sigaction(SIGCHLD, &usual, &held.child_before);  // ignored, it would take the child's status
+  ::sigprocmask(SIG_BLOCK, nullptr, &held.before);
+  sigemptyset(&held.awaited);
+  sigaddset(&held.awaited, SIGCHLD);
+  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
+    if (is_for_us(number, held.before)) sigaddset(&held.awaited, number);
+  ::sigprocmask(SIG_BLOCK, &held.awaited, nullptr);
+  return held;
+}
+
+// In the child. A signal of a terminal or of a group ends the tools, too, and an audit that saw
+// them end would report what they did not print. So every thread halts at once, for ever.
+extern "C" void halt_for_ever(int number) {
+  shared->stopped_by = number;
+  for (;;) ::kill(::getpid(), SIGSTOP);
+}
+
+void halt_on_signals(const signals& held) {
+  struct sigaction halt {};
+  halt.sa_handler = halt_for_ever;
+  sigfillset(&halt.sa_mask);
+  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
+    if (sigismember(&held.awaited, number) == 1) ::sigaction(number, &halt, nullptr);
+  ::sigaction(SIGCHLD, &held.child_before, nullptr);
+  ::sigprocmask(SIG_SETMASK, &held.before, nullptr);
+}
+
+// The child ---------------------------------------------------------------------------------------
+
+[[noreturn]] void be_audit(const audit_plan& plan, const signals& held, pid_t parent) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (::getppid() != parent) ::_exit(128 + SIGKILL);
+  halt_on_signals(held);
+  const std::int32_t result = run_audit(plan);
+  shared->result = result;
+  shared->has_returned = true;
+  std::exit(describe_returned_run(result).status);
+}
+
+// The parent --------------------------------------------------------------------------------------
+
+// True as soon as `is_done` is; false if that takes longer than `patience`.
+template <class Condition>
+bool becomes_true(clock::duration patience, Condition is_done) {
+  for (const auto end = clock::now() + patience; !is_done(); std::this_thread::sleep_for(pause))
+    if (clock::now() > end) return false;
+  return true;
+}
+
+// Collects every child that has ended. Returns the status of the audit's, if it is among them.
+std::optional<int> reap(pid_t audit) {
+  for (;;) {
+    int status = 0;
+    const pid_t ended = ::waitpid(-1, &status, WNOHANG);
+    if (ended < 0 && errno == EINTR) continue;
+    if (ended <= 0) return std::nullopt;
+    if (ended == audit) return status;
+  }
+}
+
+// What the audit has started, also where a tool has a session of its own or has lost its parent.
+std::vector<process> tools_of(pid_t audit) {
+  std::vector<process> below = running_below(::getpid());
+  std::erase_if(below, [audit](const process& one) { return one.id == audit; });
+  return below;
+}
+
+// Again and again, because a tool may be starting others.
+bool end_tools_by(int number, pid_t audit) {
+  return becomes_true(patience_for_tools, [&] {
+    const std::vector<process> tools = tools_of(audit);
+    for (const process& tool : tools) {
+      send_signal(tool, number);
+      send_signal(tool, SIGCONT);  // one that has stopped would not notice
+    }
+    return tools.empty();
+  });
+}
+
+void end_tools(pid_t audit, watched_end& end) {
+  if (!end_tools_by(SIGTERM, audit) && !end_tools_by(SIGKILL, audit))
+    end.left_processes = tools_of(audit).size();
+}
+
+// The audit halts first. It then writes no line about tools that end, and none of its lines is cut:
+// a thread that is writing to a file halts only when it has written.
+void end_audit(pid_t audit, std::time_t began, watched_end& end) {
+  ::kill(audit, SIGSTOP);
+  becomes_true(patience_for_halt, [audit] { return is_halted(audit); });
+  end_tools(audit, end);
+  ::kill(audit, SIGKILL);
+  becomes_true(patience_for_end, [&] {
+    const auto status = reap(audit);
+    if (status) end.wait_status = *status;
+    return status.has_value();
+  });
+  end.left_captures = remove_captures_since(began);
+  drop_torn_line(debug_log);
+}
+
+// An audit that has not ended by itself leaves its captures to whoever looks for the cause.
+void clean_up_after(std::time_t began, watched_end& end) {
+  constexpr pid_t nobody = 0;
+  if (WIFSIGNALED(end.wait_status)) {
+    end_tools(nobody, end);
+    drop_torn_line(debug_log);
+  }
+  if (end.returned || WIFSIGNALED(end.wait_status)) end.left_captures = captures_since(began);
+}
+
+// Returns the signal, or 0 if none has come.
+int awaited_signal(const signals& held) {
+  const int number = ::sigwaitinfo(&held.awaited, nullptr);
+  return number > 0 && number != SIGCHLD ? number : 0;
+}
+
+watched_end watch(pid_t audit, const signals& held, std::time_t began) {
+  watched_end end;
+  for (;;) {
+    const int number = awaited_signal(held);
+    if (const auto status = reap(audit)) {
+      end.wait_status = *status;
+      break;
+    }
+    // A signal that only the audit gets has the same effect.
+    end.stopped_by = number != 0 ? number : shared->stopped_by.load();
+    if (end.stopped_by == 0) continue;
+    end_audit(audit, began, end);
+    return end;
+  }
+  if (shared->has_returned) end.returned = shared->result;
+  clean_up_after(began, end);
+  return end;
+}
+
+}  // namespace
+
+watched_end run_watched(const audit_plan& plan) {
+  shared = share();
+  const std::time_t began = std::time(nullptr);
+  const signals held = hold_back_signals();
+  ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+  const pid_t parent = ::getpid();
+  const pid_t audit = ::fork();
+  if (audit < 0) throw std::system_error(errno, std::generic_category());
+  if (audit == 0) be_audit(plan, held, parent);
+  if (plan.journal >= 0) ::close(plan.journal);
+  for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, SIG_IGN);
+  return watch(audit, held, began);
+}
+
+void end_alike(const watched_end& end) {
+  const bool by_signal = end.stopped_by != 0 || WIFSIGNALED(end.wait_status);
+  if (!by_signal) ::_exit(WEXITSTATUS(end.wait_status));
+  const int number = end.stopped_by != 0 ? end.stopped_by : WTERMSIG(end.wait_status);
+  const rlimit none{0, 0};  // the child has left its own core, if any
+  ::setrlimit(RLIMIT_CORE, &none);
+  std::signal(number, SIG_DFL);
+  sigset_t it;
+  sigemptyset(&it);
+  sigaddset(&it, number);
+  ::sigprocmask(SIG_UNBLOCK, &it, nullptr);
+  ::raise(number);
+  ::_exit(128 + number);  // the first process of a namespace
+}
+
+}  // namespace tessel_host

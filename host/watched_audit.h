@@ -1,0 +1,37 @@
+// An audit in a child process, and the parent that watches it.
+//
+// The parent survives what ends the audit, so it can end the tools that the audit has started and
+// put away what they leave. It starts no thread, and prints nothing that could come between the
+// audit's own lines.
+#pragma once
+
+#include "audit.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tessel_host {
+
+struct watched_end {
+  int wait_status = 0;                   // of the child, as waitpid(2) gives it
+  std::optional<std::int32_t> returned;  // what tessel_run returned, if it did
+  int stopped_by = 0;                    // the signal that ended audit and tools
+  // If the audit did not come to its end: the captures that stay, and the number of tools that
+  // could not be ended.
+  std::vector<std::string> left_captures;
+  std::size_t left_processes = 0;
+};
+
+// Forks. The child runs the audit and ends with its status. The parent returns when the child has
+// ended. If it gets SIGHUP, SIGINT, SIGQUIT or SIGTERM meanwhile, it ends the audit and its tools
+// within a second, and removes the captures; a signal that was blocked or ignored before the call
+// stays so. Throws `std::system_error` if there can be no child. Call it once, before the process
+// has other threads.
+[[nodiscard]] watched_end run_watched(const audit_plan& plan);
+
+// Ends the calling process as the child ended: by its status or by its signal.
+[[noreturn]] void end_alike(const watched_end& end);
+
+}  // namespace tessel_host
