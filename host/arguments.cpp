@@ -45,6 +45,8 @@ std::uint32_t node_id_of(const std::string& text) {
 host_arguments parse_arguments(std::span<const char* const> arguments) {
   host_arguments parsed;
   bool version = false;
+  bool progress = false;
+  bool no_progress = false;
   CLI::App app(description, "tessel-host");
   command_line::set_up(app);
   app.footer(exit_statuses);
@@ -64,13 +66,23 @@ host_arguments parse_arguments(std::span<const char* const> arguments) {
       "line of JSON when one starts and one when it ends. Replaces its content; "
       "only its owner may read it",
       [&](const auto& text) { parsed.journal = file_named(text); });
+  command_line::add_flag(app, "--progress",
+                         "show on standard error how many commands run and are done and which is "
+                         "the slowest: on a terminal in one line that is redrawn, else in a line "
+                         "every ten seconds. Default on a terminal, unless standard output is the "
+                         "same one",
+                         progress);
+  command_line::add_flag(app, "--no-progress", "show none", no_progress);
   command_line::add_flag(app, "--in-process",
                          "run the audit in this process, for a debugger: nobody watches it, and "
                          "its tools live on if it is ended",
                          parsed.in_process);
   command_line::add_flag(app, "--version", "show the version", version);
 
-  if (auto help = command_line::parse(app, {arguments.begin(), arguments.end()})) {
+  auto help = command_line::parse(app, {arguments.begin(), arguments.end()});
+  if (progress) parsed.progress = true;
+  if (no_progress) parsed.progress = false;
+  if (help) {
     parsed.action = host_action::help;
     parsed.help = std::move(*help);
   } else if (version) {

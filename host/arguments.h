@@ -32,7 +32,8 @@ struct host_arguments {
   std::optional<std::string> journal;
   std::uint32_t node_id = default_node_id;
   bool in_process = false;
-  std::string help;  // the text, if that is the action
+  std::optional<bool> progress;  // if an option says
+  std::string help;              // the text, if that is the action
 };
 
 // The host's message and exit status after tessel_run returned.

@@ -1,10 +1,12 @@
 #include "journal_file.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -84,6 +86,33 @@ int open_journal_file(const std::string& path) {
   const int kept = ::fcntl(first.number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   if (kept < 0) refuse(path, cause_of(errno));
   return kept;
+}
+
+int open_journal_in_memory() {
+  const opened first(::memfd_create("tessel_journal", MFD_CLOEXEC));
+  return first.number() < 0 ? -1 : ::fcntl(first.number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+}
+
+int inherited_journal() {
+  const char* const set = std::getenv("TESSEL_JOURNAL");
+  if (set == nullptr) return -1;
+  const std::string_view text(set);
+  int number = -1;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc{} && stop == text.data() + text.size() ? number : -1;
+}
+
+std::unique_ptr<journal_tail> follow_journal(int descriptor) {
+  struct stat state {};
+  if (descriptor < 0 || ::fstat(descriptor, &state) != 0 || !S_ISREG(state.st_mode)) return nullptr;
+  // Beside the one for writing. A file in memory has no other name.
+  const bool is_nameless = state.st_nlink == 0;
+  const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+  const int reading = ::open(path.c_str(), (is_nameless ? O_RDWR : O_RDONLY) | O_CLOEXEC);
+  if (reading < 0) return nullptr;
+  const bool appends = (::fcntl(descriptor, F_GETFL) & O_APPEND) != 0;
+  const off_t from = appends ? state.st_size : ::lseek(descriptor, 0, SEEK_CUR);
+  return std::make_unique<journal_tail>(reading, from, is_nameless);
 }
 
 void offer_journal(int descriptor) {

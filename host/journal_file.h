@@ -1,6 +1,9 @@
 // The file for the journal of a run, which the host offers to the library.
 #pragma once
 
+#include "journal_tail.h"
+
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -15,6 +18,15 @@ class journal_error : public std::runtime_error {
 // will hold addresses. Returns its descriptor, which is none of the standard streams. Never follows
 // a link, never waits, and never touches what is no file. Throws `journal_error`.
 [[nodiscard]] int open_journal_file(const std::string& path);
+
+// A file in memory for a journal that only the host reads. Returns -1 if there can be none.
+[[nodiscard]] int open_journal_in_memory();
+
+// Where the environment that the host was started with wants a journal; -1 if it wants none.
+[[nodiscard]] int inherited_journal();
+
+// Reads what the library will write to the descriptor. Null if that leads to no file.
+[[nodiscard]] std::unique_ptr<journal_tail> follow_journal(int descriptor);
 
 // Names the descriptor to the library, which takes the name away again in tessel_init. Throws
 // `std::bad_alloc`.

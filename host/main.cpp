@@ -2,16 +2,20 @@
 #include "audit.h"
 #include "journal_file.h"
 #include "library.h"
+#include "progress_display.h"
 #include "watched_audit.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <new>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "command_line/one_line.h"
 
@@ -51,20 +55,58 @@ int report(std::int32_t result) {
   }
 }
 
+// The way to show progress. Says why there is none where somebody has asked for it.
+progress_way progress_of(const host_arguments& arguments, bool has_journal) {
+  const progress_way way = choose_progress(arguments.progress);
+  if (arguments.progress != true) return way;
+  if (way == progress_way::none) {
+    complain(
+        "no progress is shown, because the audit prints to the same terminal; send its "
+        "output to a file",
+        0);
+  } else if (!has_journal) {
+    complain("no progress is shown, because another program reads the journal of the audit", 0);
+  }
+  return way;
+}
+
+// Offers the library a journal, if the arguments want one. Returns what the host reads of it.
+std::unique_ptr<journal_tail> prepare_journal(const host_arguments& arguments, audit_plan& plan) {
+  if (arguments.journal) {
+    plan.journal = open_journal_file(*arguments.journal);
+  } else if (const int inherited = inherited_journal(); inherited >= 0) {
+    return follow_journal(inherited);
+  } else if (choose_progress(arguments.progress) != progress_way::none) {
+    plan.journal = open_journal_in_memory();
+  }
+  if (plan.journal < 0) return nullptr;
+  auto tail = follow_journal(plan.journal);
+  offer_journal(plan.journal);
+  return tail;
+}
+
+int run_and_watch(const host_arguments& arguments, audit_plan& plan) {
+  auto journal = prepare_journal(arguments, plan);
+  const progress_way way = progress_of(arguments, journal != nullptr);
+  if (way == progress_way::none) journal.reset();
+  progress_display display(way, std::move(journal), std::chrono::steady_clock::now());
+  const watched_end end = run_watched(plan, display);
+  if (end.returned) report(*end.returned);
+  name_what_is_left(end);
+  end_alike(end);
+}
+
 // A completed audit ends its process inside tessel_run; only an incomplete one returns.
 int audit(const host_arguments& arguments) {
   audit_plan plan;
   plan.library = load_entry_points(choose_library(arguments.library));
   plan.node_id = arguments.node_id;
+  if (!arguments.in_process) return run_and_watch(arguments, plan);
   if (arguments.journal) {
     plan.journal = open_journal_file(*arguments.journal);
     offer_journal(plan.journal);
   }
-  if (arguments.in_process) return report(run_audit(plan));
-  const watched_end end = run_watched(plan);
-  if (end.returned) report(*end.returned);
-  name_what_is_left(end);
-  end_alike(end);
+  return report(run_audit(plan));
 }
 
 int act_on(const host_arguments& arguments) {

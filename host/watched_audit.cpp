@@ -182,26 +182,39 @@ void clean_up_after(std::time_t began, watched_end& end) {
   if (end.returned || WIFSIGNALED(end.wait_status)) end.left_captures = captures_since(began);
 }
 
-// Returns the signal, or 0 if none has come.
-int awaited_signal(const signals& held) {
-  const int number = ::sigwaitinfo(&held.awaited, nullptr);
+timespec timespec_of(clock::duration time) {
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+  const auto rest = std::chrono::duration_cast<std::chrono::nanoseconds>(time - seconds);
+  return {static_cast<std::time_t>(seconds.count()), static_cast<long>(rest.count())};
+}
+
+// Waits for a signal or for `patience`, if there is one. Returns the signal, or 0.
+int awaited_signal(const signals& held, std::optional<clock::duration> patience) {
+  const timespec time = timespec_of(patience.value_or(0s));
+  const int number = patience ? ::sigtimedwait(&held.awaited, nullptr, &time)
+                              : ::sigwaitinfo(&held.awaited, nullptr);
   return number > 0 && number != SIGCHLD ? number : 0;
 }
 
-watched_end watch(pid_t audit, const signals& held, std::time_t began) {
+watched_end watch(pid_t audit, const signals& held, std::time_t began, progress_display& display) {
   watched_end end;
   for (;;) {
-    const int number = awaited_signal(held);
+    const int number = awaited_signal(held, display.pause(clock::now()));
     if (const auto status = reap(audit)) {
       end.wait_status = *status;
       break;
     }
     // A signal that only the audit gets has the same effect.
     end.stopped_by = number != 0 ? number : shared->stopped_by.load();
-    if (end.stopped_by == 0) continue;
+    if (end.stopped_by == 0) {
+      display.look(clock::now());
+      continue;
+    }
     end_audit(audit, began, end);
+    display.end(clock::now());
     return end;
   }
+  display.end(clock::now());
   if (shared->has_returned) end.returned = shared->result;
   clean_up_after(began, end);
   return end;
@@ -209,7 +222,7 @@ watched_end watch(pid_t audit, const signals& held, std::time_t began) {
 
 }  // namespace
 
-watched_end run_watched(const audit_plan& plan) {
+watched_end run_watched(const audit_plan& plan, progress_display& display) {
   shared = share();
   const std::time_t began = std::time(nullptr);
   const signals held = hold_back_signals();
@@ -220,7 +233,7 @@ watched_end run_watched(const audit_plan& plan) {
   if (audit == 0) be_audit(plan, held, parent);
   if (plan.journal >= 0) ::close(plan.journal);
   for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, SIG_IGN);
-  return watch(audit, held, began);
+  return watch(audit, held, began, display);
 }
 
 void end_alike(const watched_end& end) {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "audit.h"
+#include "progress_display.h"
 
 #include <cstdint>
 #include <optional>
@@ -29,7 +30,9 @@ struct watched_end {
 // within a second, and removes the captures; a signal that was blocked or ignored before the call
 // stays so. Throws `std::system_error` if there can be no child. Call it once, before the process
 // has other threads.
-[[nodiscard]] watched_end run_watched(const audit_plan& plan);
+//
+// `display` shows the progress meanwhile.
+[[nodiscard]] watched_end run_watched(const audit_plan& plan, progress_display& display);
 
 // Ends the calling process as the child ended: by its status or by its signal.
 [[noreturn]] void end_alike(const watched_end& end);

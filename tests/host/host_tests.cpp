@@ -75,6 +75,9 @@ TEST(parse_arguments, runs_with_node_id_4096_where_nothing_is_given) {
   EXPECT_EQ(parsed.journal, std::nullopt);
   EXPECT_FALSE(parsed.in_process);
   EXPECT_TRUE(parse({"--in-process"}).in_process);
+  EXPECT_EQ(parsed.progress, std::nullopt);
+  EXPECT_EQ(parse({"--progress"}).progress, true);
+  EXPECT_EQ(parse({"--progress", "--no-progress"}).progress, false);
 }
 
 TEST(parse_arguments, reads_values_behind_a_blank_or_an_equals_sign) {
@@ -492,7 +495,7 @@ TEST(host, shows_help_and_version_on_standard_output) {
   EXPECT_EQ(run_shell(host + " -h").out, help.out);
   for (const char* text :
        {"Usage: tessel-host [OPTIONS]\n", "--library FILE", "--node-id N", "--journal FILE",
-        "--in-process", "--help", "--version", "Exit status:\n"}) {
+        "--progress", "--no-progress", "--in-process", "--help", "--version", "Exit status:\n"}) {
     EXPECT_NE(help.out.find(text), std::string::npos) << text;
   }
   for (const int status : {0, 1, 2, status_usage, status_library_unavailable,

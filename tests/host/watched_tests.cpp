@@ -1,23 +1,31 @@
 // Tests of what the host uses to watch an audit.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
+#include <cstdint>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
+#include "journal_tail.h"
 #include "leftovers.h"
 #include "processes.h"
+#include "progress.h"
 
 namespace {
 
@@ -143,6 +151,211 @@ TEST(is_halted, means_every_thread) {
   EXPECT_TRUE(comes_true([&] { return !is_halted(child); }));
   end(child);
   EXPECT_TRUE(is_halted(child)) << "nobody is there";
+}
+
+// Progress ----------------------------------------------------------------------------------------
+
+TEST(read_event, takes_the_lines_of_a_journal) {
+  const auto start = read_event(
+      R"({"n":7,"event":"start","id":3,"at":1.250000,"pid":4712,"node":"0/3/CPU0","npu":"2",)"
+      R"("command":"a \"b\" \\d, \"id\":9,\u001b\n"})");
+  ASSERT_TRUE(start);
+  EXPECT_EQ(start->kind, journal_event_kind::start);
+  EXPECT_EQ(start->number, 7U);
+  EXPECT_EQ(start->id, 3U);
+  EXPECT_EQ(start->shell, 4712);
+  EXPECT_EQ(start->at, 1.25);
+  EXPECT_EQ(start->node, "0/3/CPU0");
+  EXPECT_EQ(start->npu, "2");
+  EXPECT_EQ(start->command, R"(a "b" \d, "id":9,? )");
+  const auto end =
+      read_event(R"({"n":8,"event":"end","id":3,"at":2.5,"pid":null,"node":null,"command":"x",)"
+                 R"("seconds":0.75,"signal":9,"bytes":5,"timeout":true})");
+  ASSERT_TRUE(end);
+  EXPECT_EQ(end->kind, journal_event_kind::end);
+  EXPECT_EQ(end->shell, 0);
+  EXPECT_EQ(end->seconds, 0.75);
+  EXPECT_EQ(end->node, "");
+  EXPECT_TRUE(end->timed_out);
+  for (const char* const other : {"", "x", "{}", R"({"n":1,"event":"start")"})
+    EXPECT_FALSE(read_event(other)) << other;
+}
+
+TEST_F(folder_test, journal_is_handed_over_in_whole_lines) {
+  const std::string long_line(100000, 'x');
+  write(at("journal"), "former\na\nb");
+  journal_tail tail(::open(at("journal").c_str(), O_RDONLY | O_CLOEXEC), 7, false);
+  std::vector<std::string> lines;
+  const auto take = [&] {
+    tail.take_lines([&](std::string_view line) { lines.emplace_back(line); });
+    return std::exchange(lines, {});
+  };
+  EXPECT_EQ(take(), std::vector<std::string>{"a"});
+  EXPECT_EQ(take(), std::vector<std::string>{});
+  std::ofstream(at("journal"), std::ios::app) << "c\n" << long_line << "\n\nrest";
+  EXPECT_EQ(take(), (std::vector<std::string>{"bc", long_line, ""}));
+}
+
+journal_event command(journal_event_kind kind, std::uint64_t number, std::uint64_t id, double time,
+                      const std::string& node = "", const std::string& npu = "") {
+  journal_event event;
+  event.kind = kind;
+  event.number = number;
+  event.id = id;
+  event.shell = ::getpid();
+  event.at = event.seconds = time;
+  event.node = node;
+  event.npu = npu;
+  event.command = "/opt/nos/bin/tool of " + std::to_string(id);
+  return event;
+}
+
+TEST(progress, counts_commands_and_names_the_one_that_runs_longest) {
+  constexpr auto start = journal_event_kind::start;
+  constexpr auto end = journal_event_kind::end;
+  progress seen;
+  EXPECT_EQ(seen.present(0), "0 commands running, 0 of 0 done, 0 s");
+  seen.take(command(start, 2, 1, 0.5));
+  EXPECT_EQ(seen.present(2), "1 command running, 0 of 1 done, 2 s; slowest: tool of 1, 1 s");
+  EXPECT_EQ(seen.places(), "");
+  seen.take(command(start, 3, 2, 1, "0/3/CPU0", "2"));
+  seen.take(command(start, 4, 3, 1.5, "0/3/CPU0"));
+  seen.take(command(start, 5, 4, 1.5, "0/RP0/CPU0"));
+  seen.take(command(end, 6, 1, 0.7));
+  EXPECT_EQ(seen.present(13.9),
+            "3 commands running on 2 nodes, 1 of 4 done, 13 s; slowest: 0/3/CPU0 NPU 2 tool of 2, "
+            "12 s");
+  EXPECT_EQ(seen.places(), "0/3/CPU0: 1, 0/3/CPU0 NPU 2: 1, 0/RP0/CPU0: 1");
+  seen.take(command(end, 7, 3, 3, "0/3/CPU0"));
+  EXPECT_EQ(seen.summary(14), "2 commands done, 14 s, 2 running; slowest: 0/3/CPU0 tool of 3, 3 s");
+  journal_event finished;
+  finished.kind = journal_event_kind::finished;
+  finished.number = 8;
+  seen.take(finished);
+  EXPECT_EQ(seen.summary(15), "4 commands done, 15 s; slowest: 0/3/CPU0 tool of 3, 3 s");
+}
+
+TEST(progress, does_not_wait_for_an_end_that_was_lost) {
+  progress seen;
+  auto gone = command(journal_event_kind::start, 2, 1, 0);
+  gone.shell = start([] {});
+  end(gone.shell);
+  seen.take(gone);
+  seen.take(command(journal_event_kind::start, 3, 2, 0));
+  EXPECT_EQ(seen.running(), 2U);
+  seen.take(command(journal_event_kind::start, 5, 3, 0));
+  EXPECT_EQ(seen.running(), 2U) << "the shell that has ended is gone";
+}
+
+TEST(progress, shortens_and_escapes_what_it_shows) {
+  progress seen;
+  auto event = command(journal_event_kind::start, 2, 1, 0, "a\x1b");
+  event.command = "\n" + std::string(100, 'x');
+  seen.take(event);
+  EXPECT_EQ(seen.present(0),
+            "1 command running on 1 node, 0 of 1 done, 0 s; slowest: a\\x1b "
+            "\\x0a" +
+                std::string(53, 'x') + "..., 0 s");
+}
+
+TEST(progress, names_only_so_many_places) {
+  progress seen;
+  for (std::uint64_t id = 1; id <= 10; ++id)
+    seen.take(command(journal_event_kind::start, id + 1, id, 0, std::to_string(id % 10)));
+  EXPECT_EQ(seen.places(), "0: 1, 1: 1, 2: 1, 3: 1, 4: 1, 5: 1, 6: 1, 7: 1 and 2 more places");
+}
+
+// The streams of a process: a file, or a terminal whose text comes back.
+struct shown {
+  std::string out;
+  std::string terminal;
+  std::string err;
+  int status = 0;
+};
+
+// Runs the stand-in that works for 0.7 s with a terminal of its own, which `streams`, a redirection
+// of the shell, may leave.
+shown run_on_terminal(const std::string& folder, const std::string& streams,
+                      const std::string& options) {
+  int terminal = -1;
+  const winsize size{24, 200, 0, 0};
+  const pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
+  if (child == 0) {
+    const std::string line = std::string("exec ") + TESSEL_HOST + " --library " + STAND_IN_FOLDER +
+                             "/libworking.so " + options + " " + streams;
+    ::chdir(folder.c_str()) == 0 && ::execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+    ::_exit(126);
+  }
+  shown result;
+  std::array<char, 4096> block{};
+  for (ssize_t count = 0; (count = ::read(terminal, block.data(), block.size())) > 0;)
+    result.terminal.append(block.data(), static_cast<std::size_t>(count));
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  ::close(terminal);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return result;
+}
+
+class progress_test : public folder_test {
+ protected:
+  shown run(const std::string& streams, const std::string& options = "") const {
+    shown result = run_on_terminal(folder_, streams, options);
+    EXPECT_EQ(result.status, 0);
+    if (fs::exists(at("out"))) result.out = content_of(at("out"));
+    if (fs::exists(at("err"))) result.err = content_of(at("err"));
+    return result;
+  }
+};
+
+const std::string audit_output = "Dumping Data.... Done\n";
+
+TEST_F(progress_test, is_one_redrawn_line_of_a_terminal) {
+  for (const char* const option : {"", "--progress", "--journal journal"}) {
+    const shown result = run(">out", option);
+    EXPECT_EQ(result.out, audit_output) << option;
+    EXPECT_NE(result.terminal.find("\rtessel-host: 1 command running on 1 node, 1 of 2 done, 0 s; "
+                                   "slowest: 0/3/CPU0 NPU 2 asic_shell_show -u 2, 0 s\x1b[K\r"),
+              std::string::npos)
+        << option << result.terminal;
+    EXPECT_TRUE(result.terminal.ends_with("\r\x1b[K")) << "nothing of it stays";
+    EXPECT_LE(std::count(result.terminal.begin(), result.terminal.end(), 'K'), 5) << option;
+  }
+  EXPECT_NE(content_of(at("journal")).find("\"finished\""), std::string::npos);
+}
+
+TEST_F(progress_test, is_a_last_line_in_a_file) {
+  const shown result = run(">out 2>err", "--progress");
+  EXPECT_EQ(result.out, audit_output);
+  EXPECT_EQ(result.err,
+            "tessel-host: 2 commands done, 0 s; slowest: 0/3/CPU0 NPU 2 asic_shell_show -u 2, "
+            "12 s\n");
+}
+
+TEST_F(progress_test, is_off_where_nobody_asks_or_it_would_garble_the_titles) {
+  EXPECT_EQ(run(">out 2>err").err, "") << "a file";
+  EXPECT_EQ(run(">out", "--no-progress").terminal, "");
+  const std::string garbled = "Dumping Data.... Done\r\n";
+  EXPECT_EQ(run("").terminal, garbled) << "the same terminal";
+  EXPECT_EQ(run("2>/dev/tty").terminal, garbled) << "the same by another name";
+  EXPECT_EQ(
+      run("", "--progress").terminal,
+      "tessel-host: no progress is shown, because the audit prints to the same terminal; send "
+      "its output to a file\r\n" +
+          garbled);
+}
+
+// The journal that the environment asks for is complete all the same.
+TEST_F(progress_test, follows_a_file_and_nothing_else_that_somebody_has_opened_for_the_journal) {
+  ::setenv("TESSEL_JOURNAL", "9", 1);
+  write(at("journal"), "former\n");
+  EXPECT_NE(run(">out 9>>journal").terminal.find("1 of 2 done"), std::string::npos);
+  EXPECT_TRUE(content_of(at("journal")).starts_with("former\n{\"n\":1,"));
+  EXPECT_EQ(run("9>&1 >out 2>err | cat >piped", "--progress").err,
+            "tessel-host: no progress is shown, because another program reads the journal of the "
+            "audit\n");
+  EXPECT_TRUE(content_of(at("piped")).ends_with("\"finished\",\"at\":1.1}\n"));
+  ::unsetenv("TESSEL_JOURNAL");
 }
 
 }  // namespace

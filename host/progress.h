@@ -1,0 +1,52 @@
+// How far an audit is, from its journal.
+//
+//     12 commands running on 4 nodes, 345 of 380 done, 37 s; slowest: 0/3/CPU0 NPU 2
+//     asic_shell_show -c "diag lag" -u 2 -n 3, 12 s
+#pragma once
+
+#include "journal_tail.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace tessel_host {
+
+class progress {
+ public:
+  void take(const journal_event& event);
+
+  // Lines of text without an end; `now` is in seconds since the run began.
+  [[nodiscard]] std::string present(double now) const;
+  // How many commands run on each node and chip.
+  [[nodiscard]] std::string places() const;
+  // What the whole run took, and its slowest command.
+  [[nodiscard]] std::string summary(double now) const;
+
+  [[nodiscard]] std::size_t running() const { return running_.size(); }
+  [[nodiscard]] std::size_t timed_out() const { return timed_out_; }
+
+ private:
+  struct command {
+    std::string place;
+    std::string node;
+    std::string line;
+    pid_t shell = 0;
+    double at = 0;  // when it began
+    double seconds = 0;
+  };
+  void take_end(const journal_event& event);
+  void drop_ended();
+  static std::string shown(const command& one, double seconds);
+
+  std::map<std::uint64_t, command> running_;
+  command slowest_;  // of those that have ended
+  std::uint64_t last_line_ = 0;
+  std::uint64_t begun_ = 0;
+  std::uint64_t done_ = 0;
+  std::size_t timed_out_ = 0;
+};
+
+}  // namespace tessel_host

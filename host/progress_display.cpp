@@ -1,0 +1,122 @@
+#include "progress_display.h"
+
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace tessel_host {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto pause_on_terminal = 250ms;
+constexpr auto pause_between_lines = 10s;
+constexpr std::size_t usual_width = 80;
+constexpr std::size_t longest_line = 1000;  // a pipe that has room takes it without waiting
+
+// The same for /dev/tty and for the terminal that it stands for.
+unsigned device_of(int terminal) {
+  unsigned device = 0;
+  if (::ioctl(terminal, TIOCGDEV, &device) == 0) return device;
+  struct stat state {};
+  return ::fstat(terminal, &state) == 0 ? static_cast<unsigned>(state.st_rdev) : 0;
+}
+
+std::size_t width() {
+  winsize size{};
+  const bool is_known = ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+  return is_known ? size.ws_col : usual_width;
+}
+
+// A host in the background would draw into what somebody types.
+bool is_in_foreground() {
+  return ::tcgetpgrp(STDERR_FILENO) == ::getpgrp();
+}
+
+// Without waiting, and at most once: a piece of a line is no use to anybody.
+void write_now(std::string_view text) {
+  pollfd room{STDERR_FILENO, POLLOUT, 0};
+  if (::poll(&room, 1, 0) <= 0 || (room.revents & POLLOUT) == 0) return;
+  while (::write(STDERR_FILENO, text.data(), text.size()) < 0 && errno == EINTR) continue;
+}
+
+}  // namespace
+
+bool streams_share_a_terminal() {
+  return ::isatty(STDOUT_FILENO) == 1 && ::isatty(STDERR_FILENO) == 1 &&
+         device_of(STDOUT_FILENO) == device_of(STDERR_FILENO);
+}
+
+progress_way choose_progress(std::optional<bool> asked) {
+  if (asked == false || streams_share_a_terminal()) return progress_way::none;
+  if (::isatty(STDERR_FILENO) == 1) return progress_way::redrawn;
+  return asked == true ? progress_way::lines : progress_way::none;
+}
+
+progress_display::progress_display(progress_way way, std::unique_ptr<journal_tail> journal,
+                                   clock::time_point began)
+    : way_(journal ? way : progress_way::none),
+      journal_(std::move(journal)),
+      began_(began),
+      next_(began + (way_ == progress_way::lines ? clock::duration(pause_between_lines)
+                                                 : clock::duration(pause_on_terminal))) {}
+
+double progress_display::seconds_until(clock::time_point now) const {
+  return std::chrono::duration<double>(now - began_).count();
+}
+
+void progress_display::read() {
+  if (!journal_) return;
+  journal_->take_lines([this](std::string_view line) {
+    if (const auto event = read_event(line)) seen_.take(*event);
+  });
+}
+
+void progress_display::look(clock::time_point now) {
+  if (way_ == progress_way::none || now < next_) return;
+  read();
+  if (way_ == progress_way::redrawn) {
+    next_ = now + pause_on_terminal;
+    return draw(now);
+  }
+  next_ = now + pause_between_lines;
+  const std::string places = seen_.places();
+  write_line(seen_.present(seconds_until(now)) + (places.empty() ? "" : "; running: " + places));
+}
+
+std::optional<progress_display::clock::duration> progress_display::pause(
+    clock::time_point now) const {
+  if (way_ == progress_way::none) return std::nullopt;
+  return std::max<clock::duration>(next_ - now, 1ms);
+}
+
+// The cursor goes back to the start of the line, so that whatever the audit says covers it.
+void progress_display::draw(clock::time_point now) {
+  if (!is_in_foreground()) return;
+  const std::string text = "tessel-host: " + seen_.present(seconds_until(now));
+  write_now("\r" + text.substr(0, width() - 1) + "\x1b[K\r");
+  is_drawn_ = true;
+}
+
+void progress_display::erase() {
+  if (is_drawn_) write_now("\r\x1b[K");
+  is_drawn_ = false;
+}
+
+void progress_display::write_line(const std::string& text) {
+  write_now("tessel-host: " + text.substr(0, longest_line) + "\n");
+}
+
+void progress_display::end(clock::time_point now) {
+  read();
+  erase();
+  if (way_ == progress_way::lines) write_line(seen_.summary(seconds_until(now)));
+}
+
+}  // namespace tessel_host

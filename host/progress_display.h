@@ -1,0 +1,61 @@
+// Where and how the host shows the progress of an audit: on standard error, never where it could
+// come between the audit's own words.
+#pragma once
+
+#include "progress.h"
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tessel_host {
+
+enum class progress_way {
+  none,
+  redrawn,  // one line of a terminal, over and over
+  lines,    // one every ten seconds
+};
+
+// `asked` is what the options say, if anything. On a terminal that also shows standard output there
+// is no progress: a line would be drawn into a title that the audit has left open.
+[[nodiscard]] progress_way choose_progress(std::optional<bool> asked);
+// True if standard output and standard error are the same terminal.
+[[nodiscard]] bool streams_share_a_terminal();
+
+// Used by one thread. Never waits for whoever reads standard error: what it does not take is lost.
+class progress_display {
+ public:
+  using clock = std::chrono::steady_clock;
+
+  // Without a journal there is no progress.
+  progress_display(progress_way way, std::unique_ptr<journal_tail> journal,
+                   clock::time_point began);
+
+  // Reads on in the journal and shows what is due.
+  void look(clock::time_point now);
+  // When `look` should be called next; nothing if never.
+  [[nodiscard]] std::optional<clock::duration> pause(clock::time_point now) const;
+  // Makes room on the terminal for other lines.
+  void erase();
+  // Reads the rest of the journal; shows a last line where lines are kept.
+  void end(clock::time_point now);
+
+  [[nodiscard]] const progress& seen() const { return seen_; }
+  [[nodiscard]] double seconds_until(clock::time_point now) const;
+
+ private:
+  void read();
+  void draw(clock::time_point now);
+  void write_line(const std::string& text);
+
+  progress_way way_;
+  std::unique_ptr<journal_tail> journal_;
+  clock::time_point began_;
+  clock::time_point next_;
+  progress seen_;
+  bool is_drawn_ = false;
+};
+
+}  // namespace tessel_host
