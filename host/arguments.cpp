@@ -24,10 +24,13 @@ constexpr const char* exit_statuses =
       Findings do not change the status; they are in /var/log/tessel_*.log.
   1   The audit stopped before it collected anything.
   2   The audit was aborted; its traceback is on standard error.
+  4   The audit had not come to its end at its --deadline and was ended.
   64  An argument was wrong.
   69  The library could not be loaded, or lacks an entry point.
   73  The file for the journal could not be made.
-  74  --help or --version could not write to standard output.)";
+  74  --help or --version could not write to standard output.
+If a signal ends the audit or the host, the host ends by this signal, and a
+shell shows 128 and its number.)";
 
 std::string file_named(const std::string& text) {
   if (text.empty()) throw command_line::bad_value("the value is empty; name a file");
@@ -38,6 +41,40 @@ std::uint32_t node_id_of(const std::string& text) {
   if (const auto number = read_node_id(text)) return *number;
   throw command_line::bad_value(
       "not a node id; give a decimal number, or a hexadecimal one after 0x, from 0 to 4294967295");
+}
+
+std::chrono::seconds seconds_of(const std::string& text) {
+  constexpr std::uint32_t a_day = 24 * 60 * 60;
+  std::uint32_t number = 0;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error == std::errc{} && stop == text.data() + text.size() && number >= 1 && number <= a_day)
+    return std::chrono::seconds(number);
+  throw command_line::bad_value("not a number of seconds; give a whole one from 1 to 86400");
+}
+
+void add_watching(CLI::App& app, host_arguments& parsed) {
+  command_line::add_value(
+      app, "--command-timeout", "SECONDS",
+      "end each command that takes longer, with what it has started; the audit goes on with what "
+      "it has printed until then. The commands have no terminal then, so ssh cannot ask for a "
+      "password. Default: a command may take as long as it likes",
+      [&](const auto& text) { parsed.command_timeout = seconds_of(text); });
+  command_line::add_value(app, "--deadline", "SECONDS",
+                          "end the whole audit if it takes longer, with its tools, and remove its "
+                          "files in /tmp",
+                          [&](const auto& text) { parsed.deadline = seconds_of(text); });
+}
+
+// Only who watches an audit can do these.
+void refuse_for_in_process(const CLI::App& app, const host_arguments& parsed) {
+  if (!parsed.in_process) return;
+  const auto refuse = [&](const std::string& option) {
+    throw command_line::complaint(app,
+                                  option + " needs a host that watches; leave out --in-process");
+  };
+  if (parsed.progress == true) refuse("--progress");
+  if (parsed.command_timeout) refuse("--command-timeout");
+  if (parsed.deadline) refuse("--deadline");
 }
 
 }  // namespace
@@ -73,6 +110,7 @@ host_arguments parse_arguments(std::span<const char* const> arguments) {
                          "same one",
                          progress);
   command_line::add_flag(app, "--no-progress", "show none", no_progress);
+  add_watching(app, parsed);
   command_line::add_flag(app, "--in-process",
                          "run the audit in this process, for a debugger: nobody watches it, and "
                          "its tools live on if it is ended",
@@ -87,6 +125,8 @@ host_arguments parse_arguments(std::span<const char* const> arguments) {
     parsed.help = std::move(*help);
   } else if (version) {
     parsed.action = host_action::version;
+  } else {
+    refuse_for_in_process(app, parsed);
   }
   return parsed;
 }

@@ -6,6 +6,7 @@
 // Nothing here loads a library, prints or exits, so tests need no process.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -18,6 +19,7 @@ namespace tessel_host {
 
 using command_line::usage_error;
 
+inline constexpr int status_ended = 4;  // by its deadline
 inline constexpr int status_usage = command_line::usage_status;
 inline constexpr int status_library_unavailable = 69;
 inline constexpr int status_journal_refused = 73;
@@ -33,7 +35,9 @@ struct host_arguments {
   std::uint32_t node_id = default_node_id;
   bool in_process = false;
   std::optional<bool> progress;  // if an option says
-  std::string help;              // the text, if that is the action
+  std::optional<std::chrono::seconds> command_timeout;
+  std::optional<std::chrono::seconds> deadline;
+  std::string help;  // the text, if that is the action
 };
 
 // The host's message and exit status after tessel_run returned.

@@ -90,16 +90,21 @@ int open_journal_file(const std::string& path) {
 
 int open_journal_in_memory() {
   const opened first(::memfd_create("tessel_journal", MFD_CLOEXEC));
-  return first.number() < 0 ? -1 : ::fcntl(first.number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const opened nowhere(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+  const int chosen = first.number() >= 0 ? first.number() : nowhere.number();
+  return ::fcntl(chosen, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
 }
 
 int inherited_journal() {
   const char* const set = std::getenv("TESSEL_JOURNAL");
   if (set == nullptr) return -1;
   const std::string_view text(set);
+  const std::string_view number_alone = text.substr(0, text.find(" timeout="));
   int number = -1;
-  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  return error == std::errc{} && stop == text.data() + text.size() ? number : -1;
+  const char* const end = number_alone.data() + number_alone.size();
+  const auto [stop, error] = std::from_chars(number_alone.data(), end, number);
+  const bool is_number = error == std::errc{} && stop == end && number > STDERR_FILENO;
+  return is_number && ::fcntl(number, F_GETFD) >= 0 ? number : -1;
 }
 
 std::unique_ptr<journal_tail> follow_journal(int descriptor) {
@@ -115,9 +120,10 @@ std::unique_ptr<journal_tail> follow_journal(int descriptor) {
   return std::make_unique<journal_tail>(reading, from, is_nameless);
 }
 
-void offer_journal(int descriptor) {
-  if (::setenv("TESSEL_JOURNAL", std::to_string(descriptor).c_str(), 1) != 0)
-    throw std::bad_alloc();
+void offer_journal(int descriptor, std::optional<std::chrono::seconds> command_timeout) {
+  std::string value = std::to_string(descriptor);
+  if (command_timeout) value += " timeout=" + std::to_string(command_timeout->count());
+  if (::setenv("TESSEL_JOURNAL", value.c_str(), 1) != 0) throw std::bad_alloc();
 }
 
 }  // namespace tessel_host

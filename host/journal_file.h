@@ -3,7 +3,9 @@
 
 #include "journal_tail.h"
 
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -19,7 +21,7 @@ class journal_error : public std::runtime_error {
 // a link, never waits, and never touches what is no file. Throws `journal_error`.
 [[nodiscard]] int open_journal_file(const std::string& path);
 
-// A file in memory for a journal that only the host reads. Returns -1 if there can be none.
+// A file in memory for a journal that only the host reads; /dev/null if there can be none.
 [[nodiscard]] int open_journal_in_memory();
 
 // Where the environment that the host was started with wants a journal; -1 if it wants none.
@@ -28,8 +30,8 @@ class journal_error : public std::runtime_error {
 // Reads what the library will write to the descriptor. Null if that leads to no file.
 [[nodiscard]] std::unique_ptr<journal_tail> follow_journal(int descriptor);
 
-// Names the descriptor to the library, which takes the name away again in tessel_init. Throws
-// `std::bad_alloc`.
-void offer_journal(int descriptor);
+// Names the descriptor to the library, which takes the name away again in tessel_init, and the time
+// limit of each command, if there is one. Throws `std::bad_alloc`.
+void offer_journal(int descriptor, std::optional<std::chrono::seconds> command_timeout);
 
 }  // namespace tessel_host

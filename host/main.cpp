@@ -12,6 +12,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -70,28 +71,43 @@ progress_way progress_of(const host_arguments& arguments, bool has_journal) {
   return way;
 }
 
+// True if the host itself needs the journal.
+bool reads_journal(const host_arguments& arguments) {
+  return arguments.command_timeout || arguments.deadline ||
+         choose_progress(arguments.progress) != progress_way::none;
+}
+
 // Offers the library a journal, if the arguments want one. Returns what the host reads of it.
 std::unique_ptr<journal_tail> prepare_journal(const host_arguments& arguments, audit_plan& plan) {
+  const int inherited = inherited_journal();
+  const bool is_needed = reads_journal(arguments);
   if (arguments.journal) {
     plan.journal = open_journal_file(*arguments.journal);
-  } else if (const int inherited = inherited_journal(); inherited >= 0) {
-    return follow_journal(inherited);
-  } else if (choose_progress(arguments.progress) != progress_way::none) {
+  } else if (inherited < 0 && is_needed) {
     plan.journal = open_journal_in_memory();
   }
-  if (plan.journal < 0) return nullptr;
-  auto tail = follow_journal(plan.journal);
-  offer_journal(plan.journal);
+  const int used = plan.journal >= 0 ? plan.journal : inherited;
+  if (used < 0) return nullptr;
+  auto tail = is_needed ? follow_journal(used) : nullptr;
+  if (plan.journal >= 0 || arguments.command_timeout)
+    offer_journal(used, arguments.command_timeout);
   return tail;
+}
+
+void complain_of_deadline(const host_arguments& arguments, const progress_display& display) {
+  const std::string seconds = std::to_string(arguments.deadline->count());
+  complain("the audit was ended, because it had not come to its end after " + seconds +
+               " s (--deadline): " + display.summary(),
+           0);
 }
 
 int run_and_watch(const host_arguments& arguments, audit_plan& plan) {
   auto journal = prepare_journal(arguments, plan);
   const progress_way way = progress_of(arguments, journal != nullptr);
-  if (way == progress_way::none) journal.reset();
   progress_display display(way, std::move(journal), std::chrono::steady_clock::now());
-  const watched_end end = run_watched(plan, display);
+  const watched_end end = run_watched(plan, display, arguments.deadline);
   if (end.returned) report(*end.returned);
+  if (end.is_overdue) complain_of_deadline(arguments, display);
   name_what_is_left(end);
   end_alike(end);
 }
@@ -104,7 +120,7 @@ int audit(const host_arguments& arguments) {
   if (!arguments.in_process) return run_and_watch(arguments, plan);
   if (arguments.journal) {
     plan.journal = open_journal_file(*arguments.journal);
-    offer_journal(plan.journal);
+    offer_journal(plan.journal, std::nullopt);
   }
   return report(run_audit(plan));
 }

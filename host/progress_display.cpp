@@ -116,7 +116,8 @@ void progress_display::write_line(const std::string& text) {
 void progress_display::end(clock::time_point now) {
   read();
   erase();
-  if (way_ == progress_way::lines) write_line(seen_.summary(seconds_until(now)));
+  seconds_ = seconds_until(now);
+  if (way_ == progress_way::lines) write_line(seen_.summary(seconds_));
 }
 
 }  // namespace tessel_host

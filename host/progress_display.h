@@ -42,11 +42,12 @@ class progress_display {
   // Reads the rest of the journal; shows a last line where lines are kept.
   void end(clock::time_point now);
 
-  [[nodiscard]] const progress& seen() const { return seen_; }
-  [[nodiscard]] double seconds_until(clock::time_point now) const;
+  // After `end`: which commands were running then.
+  [[nodiscard]] std::string summary() const { return seen_.present(seconds_); }
 
  private:
   void read();
+  [[nodiscard]] double seconds_until(clock::time_point now) const;
   void draw(clock::time_point now);
   void write_line(const std::string& text);
 
@@ -55,6 +56,7 @@ class progress_display {
   clock::time_point began_;
   clock::time_point next_;
   progress seen_;
+  double seconds_ = 0;  // until the end
   bool is_drawn_ = false;
 };
 

@@ -6,7 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -196,47 +196,69 @@ int awaited_signal(const signals& held, std::optional<clock::duration> patience)
   return number > 0 && number != SIGCHLD ? number : 0;
 }
 
-watched_end watch(pid_t audit, const signals& held, std::time_t began, progress_display& display) {
+struct watched_audit {
+  pid_t id = 0;
+  std::time_t began = 0;
+  std::optional<clock::time_point> deadline;
+};
+
+// How long the parent may sleep; nothing if only a signal can wake it.
+std::optional<clock::duration> time_to_sleep(const watched_audit& audit,
+                                             const progress_display& display) {
+  const auto now = clock::now();
+  auto time = display.pause(now);
+  if (audit.deadline) {
+    const auto left = std::max<clock::duration>(*audit.deadline - now, 0s);
+    time = std::min(time.value_or(left), left);
+  }
+  return time;
+}
+
+watched_end watch(const watched_audit& audit, const signals& held, progress_display& display) {
   watched_end end;
   for (;;) {
-    const int number = awaited_signal(held, display.pause(clock::now()));
-    if (const auto status = reap(audit)) {
+    const int number = awaited_signal(held, time_to_sleep(audit, display));
+    if (const auto status = reap(audit.id)) {
       end.wait_status = *status;
       break;
     }
     // A signal that only the audit gets has the same effect.
     end.stopped_by = number != 0 ? number : shared->stopped_by.load();
-    if (end.stopped_by == 0) {
-      display.look(clock::now());
-      continue;
+    end.is_overdue = end.stopped_by == 0 && audit.deadline && clock::now() >= *audit.deadline;
+    if (end.stopped_by != 0 || end.is_overdue) {
+      end_audit(audit.id, audit.began, end);
+      display.end(clock::now());
+      return end;
     }
-    end_audit(audit, began, end);
-    display.end(clock::now());
-    return end;
+    display.look(clock::now());
   }
   display.end(clock::now());
   if (shared->has_returned) end.returned = shared->result;
-  clean_up_after(began, end);
+  clean_up_after(audit.began, end);
   return end;
 }
 
 }  // namespace
 
-watched_end run_watched(const audit_plan& plan, progress_display& display) {
+watched_end run_watched(const audit_plan& plan, progress_display& display,
+                        std::optional<std::chrono::seconds> deadline) {
   shared = share();
-  const std::time_t began = std::time(nullptr);
+  watched_audit audit;
+  audit.began = std::time(nullptr);
+  if (deadline) audit.deadline = clock::now() + *deadline;
   const signals held = hold_back_signals();
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   const pid_t parent = ::getpid();
-  const pid_t audit = ::fork();
-  if (audit < 0) throw std::system_error(errno, std::generic_category());
-  if (audit == 0) be_audit(plan, held, parent);
+  audit.id = ::fork();
+  if (audit.id < 0) throw std::system_error(errno, std::generic_category());
+  if (audit.id == 0) be_audit(plan, held, parent);
   if (plan.journal >= 0) ::close(plan.journal);
   for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, SIG_IGN);
-  return watch(audit, held, began, display);
+  return watch(audit, held, display);
 }
 
 void end_alike(const watched_end& end) {
+  if (end.is_overdue) ::_exit(status_ended);
   const bool by_signal = end.stopped_by != 0 || WIFSIGNALED(end.wait_status);
   if (!by_signal) ::_exit(WEXITSTATUS(end.wait_status));
   const int number = end.stopped_by != 0 ? end.stopped_by : WTERMSIG(end.wait_status);

@@ -8,6 +8,8 @@
 #include "audit.h"
 #include "progress_display.h"
 
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -19,6 +21,7 @@ struct watched_end {
   int wait_status = 0;                   // of the child, as waitpid(2) gives it
   std::optional<std::int32_t> returned;  // what tessel_run returned, if it did
   int stopped_by = 0;                    // the signal that ended audit and tools
+  bool is_overdue = false;               // the deadline did
   // If the audit did not come to its end: the captures that stay, and the number of tools that
   // could not be ended.
   std::vector<std::string> left_captures;
@@ -31,10 +34,12 @@ struct watched_end {
 // stays so. Throws `std::system_error` if there can be no child. Call it once, before the process
 // has other threads.
 //
-// `display` shows the progress meanwhile.
-[[nodiscard]] watched_end run_watched(const audit_plan& plan, progress_display& display);
+// Does the same if the audit takes longer than `deadline`. `display` shows the progress meanwhile.
+[[nodiscard]] watched_end run_watched(const audit_plan& plan, progress_display& display,
+                                      std::optional<std::chrono::seconds> deadline);
 
-// Ends the calling process as the child ended: by its status or by its signal.
+// Ends the calling process as the audit ended: by its status or its signal, or with status 4 by its
+// deadline.
 [[noreturn]] void end_alike(const watched_end& end);
 
 }  // namespace tessel_host

@@ -43,6 +43,9 @@ extern "C" {
  * No other thread of the host may use the environment during the call. A pipe, socket or terminal
  * never delays the audit, whoever reads it; a file is written at the speed of its disk, as the logs
  * are. The audit prints, logs and runs the same with a journal and without.
+ *
+ * "9 timeout=30" also asks to end each command that takes longer than 30 seconds: each then runs in
+ * a session of its own, and has no terminal.
  */
 void tessel_init(void);
 

@@ -2,11 +2,15 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <optional>
@@ -19,6 +23,7 @@
 #include "base/journal.h"
 #include "base/log_file.h"
 #include "base/memory_limit.h"
+#include "base/print.h"
 #include "base/worker.h"
 #include "run/state.h"
 
@@ -53,7 +58,7 @@ class spawn_plan {
     for (const int number : {SIGINT, SIGQUIT, SIGPIPE, SIGCHLD, SIGTERM}) sigaddset(&reset, number);
     posix_spawnattr_setsigmask(&attributes_, &none);
     posix_spawnattr_setsigdefault(&attributes_, &reset);
-    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setflags(&attributes_, signal_flags);
   }
   ~spawn_plan() {
     posix_spawn_file_actions_destroy(&actions_);
@@ -62,6 +67,10 @@ class spawn_plan {
   spawn_plan(const spawn_plan&) = delete;
   spawn_plan& operator=(const spawn_plan&) = delete;
 
+  // The shell and what it starts become a group that can be ended as a whole.
+  void make_session() {
+    check(posix_spawnattr_setflags(&attributes_, signal_flags | POSIX_SPAWN_SETSID));
+  }
   void use(int descriptor, int stream) {
     check(posix_spawn_file_actions_adddup2(&actions_, descriptor, stream));
   }
@@ -89,6 +98,7 @@ class spawn_plan {
   static void check(int refused) {
     if (refused != 0) cannot("spawn", refused);
   }
+  static constexpr short signal_flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
   posix_spawn_file_actions_t actions_{};
   posix_spawnattr_t attributes_{};
 };
@@ -117,6 +127,55 @@ std::optional<int> wait_for(pid_t child) {
   return status;
 }
 
+// Waits for the end of a child without taking its status, `limit` at most. A kernel without a
+// handle for a process is asked again and again. Returns false if the child still runs.
+bool ends_within(pid_t child, std::chrono::steady_clock::duration limit) {
+  using namespace std::chrono;
+  constexpr milliseconds often{20};
+  const auto over = steady_clock::now() + limit;
+  const auto handle = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
+  bool has_ended = false;
+  for (auto left = limit; !has_ended && left.count() > 0; left = over - steady_clock::now()) {
+    const auto patience = handle < 0 ? std::min<milliseconds>(often, ceil<milliseconds>(left))
+                                     : ceil<milliseconds>(left);
+    pollfd end{handle, POLLIN, 0};
+    siginfo_t ended{};
+    if (::poll(&end, 1, static_cast<int>(patience.count())) > 0) {
+      has_ended = true;
+    } else if (handle < 0) {
+      // Gone, too, if the host reaps its children itself.
+      has_ended =
+          ::waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+          ended.si_pid == child;
+    }
+  }
+  if (handle >= 0) ::close(handle);
+  return has_ended;
+}
+
+// Names no node if the command asks all of them, or none.
+void report_timeout(const journaled_command& journaled, const std::string& line,
+                    std::chrono::seconds limit) {
+  std::string place(journaled.node());
+  if (!journaled.npu().empty()) {
+    place += fmt::format("{}NPU {}", place.empty() ? "" : " ", journaled.npu());
+  }
+  if (!place.empty()) place += ": ";
+  print_error(
+      fmt::format("tessel: {}not ended after {} s, so the audit ended it and uses what it has "
+                  "printed: {}\n",
+                  place, limit.count(), line));
+}
+
+// While the shell is not reaped, its number belongs to its session and to nobody else.
+void await_or_end(pid_t shell, const std::string& line, journaled_command& journaled) {
+  const std::chrono::seconds limit = st().command_timeout;
+  if (limit.count() == 0 || ends_within(shell, limit)) return;
+  ::kill(-shell, SIGKILL);
+  journaled.note_timeout();
+  report_timeout(journaled, line, limit);
+}
+
 // Runs the command to its end and returns the size of what it printed. Meanwhile the crew gives
 // this job's core to another one.
 std::size_t size_after(spawn_plan& plan, const std::string& line, const capture_file& capture,
@@ -124,6 +183,7 @@ std::size_t size_after(spawn_plan& plan, const std::string& line, const capture_
   const blocking until_the_command_has_ended;
   const pid_t shell = plan.shell(line);
   journaled.start(shell, line);
+  await_or_end(shell, line, journaled);
   journaled.note_status(wait_for(shell));
   return capture.whole_size();
 }
@@ -163,6 +223,7 @@ value execute(const filled_line& cmd, const filled_line& suffix, journaled_comma
     plan_standard_error(plan, debug_log.get());
     plan.open("/dev/null", O_RDONLY, STDIN_FILENO);
     plan.use(capture.descriptor(), STDOUT_FILENO);
+    if (st().command_timeout.count() > 0) plan.make_session();
     const std::size_t size = size_after(plan, line, capture, journaled);
     text_share share(st().texts, size, capture.path());
     value output = held_text(capture.read(size), std::move(share));
@@ -186,7 +247,8 @@ value execute(const filled_line& cmd, const filled_line& suffix) {
 value execute_bcmd(const filled_line& bcmd, const value& npu_id, const value& nodeid,
                    const value& nodeip, const filled_line& fname, std::string_view grep_opt) {
   run_state& run = st();
-  const value nodeinfo = run.journal.is_open() ? run.nodeinfo.get() : value();
+  const bool is_watched = run.journal.is_open() || run.command_timeout.count() > 0;
+  const value nodeinfo = is_watched ? run.nodeinfo.get() : value();
   const std::string_view nodename = node_at(nodeip, nodeinfo);
   try {
     const filled_value node = {filling::node_id, plain(nodeid)};

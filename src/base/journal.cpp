@@ -29,6 +29,7 @@ namespace {
 
 constexpr const char* variable = "TESSEL_JOURNAL";
 constexpr int format = 1;
+constexpr const char* timeout_key = ",\"timeout\":true";
 
 // Of one text in a line, in bytes. With them every line fits, whatever the texts are.
 constexpr std::size_t longest_command = 2048;
@@ -44,12 +45,30 @@ constexpr std::size_t waiting_bytes = std::size_t{64} * 1024;
 // How long the end of a run waits for another thread that is writing.
 constexpr std::chrono::seconds patience_at_end{1};
 
-std::optional<int> read_descriptor(std::string_view text) {
+// The longest time that a host may give a command, a day.
+constexpr int longest_timeout = 24 * 60 * 60;
+
+std::optional<int> read_number(std::string_view text) {
   int number = 0;
   const char* const end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc{} || stop != end || number <= STDERR_FILENO) return std::nullopt;
+  if (error != std::errc{} || stop != end) return std::nullopt;
   return number;
+}
+
+std::optional<asked_journal> read_asked(std::string_view text) {
+  constexpr std::string_view limit = " timeout=";
+  asked_journal asked;
+  const std::size_t descriptor_end = text.find(limit);
+  if (descriptor_end != text.npos) {
+    const auto timeout = read_number(text.substr(descriptor_end + limit.size()));
+    if (!timeout || *timeout < 1 || *timeout > longest_timeout) return std::nullopt;
+    asked.timeout = std::chrono::seconds(*timeout);
+  }
+  const auto descriptor = read_number(text.substr(0, descriptor_end));
+  if (!descriptor || *descriptor <= STDERR_FILENO) return std::nullopt;
+  asked.descriptor = *descriptor;
+  return asked;
 }
 
 enum class target { none, file, socket, reopened };
@@ -123,14 +142,14 @@ void add_outcome(journal_line& line, std::optional<int> wait_status) {
 
 }  // namespace
 
-int take_asked_journal() noexcept {
+asked_journal take_asked_journal() noexcept {
   const char* const set = std::getenv(variable);
-  if (set == nullptr) return -1;
-  const std::optional<int> asked = read_descriptor(set);
+  if (set == nullptr) return {};
+  const std::optional<asked_journal> asked = read_asked(set);
   ::unsetenv(variable);
-  if (!asked) return -1;
-  const int flags = ::fcntl(*asked, F_GETFD);
-  if (flags < 0 || ::fcntl(*asked, F_SETFD, flags | FD_CLOEXEC) != 0) return -1;
+  if (!asked) return {};
+  const int flags = ::fcntl(asked->descriptor, F_GETFD);
+  if (flags < 0 || ::fcntl(asked->descriptor, F_SETFD, flags | FD_CLOEXEC) != 0) return {};
   return *asked;
 }
 
@@ -351,6 +370,7 @@ void journaled_command::end(std::size_t bytes) noexcept {
     add_end(line);
     add_outcome(line, wait_status_);
     add_numbers(line, ",\"bytes\":{}", bytes);
+    if (is_timed_out_) line.add(timeout_key);
   });
 }
 
@@ -364,6 +384,7 @@ void journaled_command::fail(std::string_view line, std::string_view why) noexce
     add_end(end);
     end.add(",\"failed\":");
     end.add_quoted(why, longest_failure);
+    if (is_timed_out_) end.add(timeout_key);
   });
 }
 

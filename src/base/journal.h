@@ -4,7 +4,8 @@
 //
 // The host asks with the number of an open descriptor in the environment variable TESSEL_JOURNAL.
 // It is the only environment variable of the audit's own. Without it none of this does anything.
-// What the audit prints, logs and runs is the same with it and without it.
+// What the audit prints, logs and runs is the same with it and without it, unless the host asks
+// for a time limit, too.
 //
 // Whoever reads the journal may be slow or gone, and that is never the audit's trouble. So a line
 // is written as a whole at once or is lost, and nothing here throws or allocates after `open`. A
@@ -27,11 +28,17 @@ namespace tessel {
 
 class journal_line;
 
-// Returns the descriptor that TESSEL_JOURNAL names, or -1 if the variable is not set or names none
-// that is open. Removes the variable, so that no command inherits it, and makes the descriptor
-// close-on-exec. A standard stream is refused: its lines belong to the audit. Call it before the
-// audit has threads, and while no other thread of the host uses the environment.
-int take_asked_journal() noexcept;
+// What TESSEL_JOURNAL asks for: "9", or "9 timeout=30".
+struct asked_journal {
+  int descriptor = -1;              // -1 if nothing is asked for
+  std::chrono::seconds timeout{0};  // for each command; 0 if it may take as long as it likes
+};
+
+// Asks for nothing if the variable is not set, names no open descriptor, or is not of this form.
+// Removes the variable, so that no command inherits it, and makes the descriptor close-on-exec. A
+// standard stream is refused: its lines belong to the audit. Call it before the audit has threads,
+// and while no other thread of the host uses the environment.
+asked_journal take_asked_journal() noexcept;
 
 // One per run.
 class run_journal {
@@ -75,10 +82,16 @@ class journaled_command {
   void start(pid_t shell, std::string_view line) noexcept;
   // The shell has ended, with this status of waitpid(2), if it is known.
   void note_status(std::optional<int> wait_status) noexcept;
+  // The audit has ended the shell, because its time was over.
+  void note_timeout() noexcept { is_timed_out_ = true; }
   // One of these writes the line of the end: after `bytes` of output, or because of a failure,
   // which may have come before the shell. `line` is what to show as the command if it did.
   void end(std::size_t bytes) noexcept;
   void fail(std::string_view line, std::string_view why) noexcept;
+
+  // As given, also without a journal.
+  std::string_view node() const noexcept { return node_; }
+  std::string_view npu() const noexcept { return npu_; }
 
  private:
   using clock = std::chrono::steady_clock;
@@ -94,6 +107,7 @@ class journaled_command {
   clock::time_point began_{};
   std::optional<clock::duration> duration_;
   std::optional<int> wait_status_;
+  bool is_timed_out_ = false;
 };
 
 }  // namespace tessel

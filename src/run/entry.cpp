@@ -78,7 +78,9 @@ TESSEL_EXPORT void tessel_init(void) {
   try {
     tessel::keep_memory_reserve();
     tessel::run_state& fresh = tessel::new_state();
-    fresh.journal.open(tessel::take_asked_journal());
+    const tessel::asked_journal asked = tessel::take_asked_journal();
+    fresh.journal.open(asked.descriptor);
+    fresh.command_timeout = asked.timeout;
     m = &fresh;
   } catch (const std::exception&) {
     assert(0);  // no memory for the run state

@@ -164,6 +164,7 @@ struct run_state {
 
   // Opened by the main thread before the run begins; commands use it on any thread.
   run_journal journal;
+  std::chrono::seconds command_timeout{0};  // 0: none
 
   // Lock themselves; any thread.
   log_file_slot dl_fd;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -135,6 +136,32 @@ TEST(parse_arguments, names_what_is_wrong) {
             "--node-id \"node\": not a node id; give a decimal number, or a hexadecimal one after "
             "0x, from 0 to 4294967295" +
                 hint);
+}
+
+TEST(parse_arguments, reads_limits_in_seconds) {
+  EXPECT_EQ(parse({}).deadline, std::nullopt);
+  EXPECT_EQ(parse({}).command_timeout, std::nullopt);
+  EXPECT_EQ(parse({"--deadline", "1"}).deadline, std::chrono::seconds(1));
+  EXPECT_EQ(parse({"--command-timeout", "86400"}).command_timeout, std::chrono::seconds(86400));
+  for (const char* const wrong : {"", "0", "-1", "86401", "1.5", "1s", " 1", "99999999999"})
+    for (const std::string option : {"--deadline", "--command-timeout"})
+      EXPECT_EQ(complaint_about({option.c_str(), wrong}),
+                option + " \"" + wrong +
+                    "\": not a number of seconds; give a whole one from 1 to 86400; see "
+                    "tessel-host --help");
+}
+
+TEST(parse_arguments, refuses_what_needs_a_host_that_watches) {
+  const std::vector<std::vector<const char*>> rows = {
+      {"--progress"}, {"--deadline", "1"}, {"--command-timeout", "1"}};
+  for (std::vector<const char*> row : rows) {
+    const std::string option = row[0];
+    row.push_back("--in-process");
+    EXPECT_EQ(
+        complaint_about(row),
+        option + " needs a host that watches; leave out --in-process; see tessel-host --help");
+  }
+  EXPECT_TRUE(parse({"--in-process", "--no-progress"}).in_process);
 }
 
 TEST(parse_arguments, refuses_each_wrong_value_of_a_repeated_option) {
@@ -495,10 +522,11 @@ TEST(host, shows_help_and_version_on_standard_output) {
   EXPECT_EQ(run_shell(host + " -h").out, help.out);
   for (const char* text :
        {"Usage: tessel-host [OPTIONS]\n", "--library FILE", "--node-id N", "--journal FILE",
-        "--progress", "--no-progress", "--in-process", "--help", "--version", "Exit status:\n"}) {
+        "--progress", "--no-progress", "--command-timeout SECONDS", "--deadline SECONDS",
+        "--in-process", "--help", "--version", "Exit status:\n"}) {
     EXPECT_NE(help.out.find(text), std::string::npos) << text;
   }
-  for (const int status : {0, 1, 2, status_usage, status_library_unavailable,
+  for (const int status : {0, 1, 2, status_ended, status_usage, status_library_unavailable,
                            status_journal_refused, status_output_failed})
     EXPECT_NE(help.out.find("\n  " + std::to_string(status) + " "), std::string::npos) << status;
   const auto version = run_shell(host + " --version");

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -18,6 +19,7 @@
 #include <vector>
 
 #include "base/logs.h"
+#include "base/text.h"
 #include "base/worker.h"
 #include "support/fake_router.h"
 #include "support/hostile.h"
@@ -65,6 +67,71 @@ TEST_F(command_test, the_result_is_what_the_command_wrote_on_standard_output) {
   }
   EXPECT_EQ(st().exception, 0);
   EXPECT_THAT(messages(LOG_FILE_EXCEPTION), IsEmpty());
+}
+
+TEST_F(command_test, without_a_time_limit_a_command_stays_in_the_session_of_its_host) {
+  open_logs();
+  const std::string own = std::to_string(::getsid(0)) + "\n";
+  EXPECT_EQ(execute("cut -d ' ' -f 6 /proc/$$/stat"), own);
+  st().command_timeout = std::chrono::seconds(60);
+  EXPECT_EQ(execute("test $$ = $(cut -d ' ' -f 6 /proc/$$/stat) && echo own"), "own\n");
+}
+
+TEST_F(command_test, a_command_that_takes_too_long_is_ended_and_what_it_printed_counts) {
+  open_logs();
+  st().command_timeout = std::chrono::seconds(1);
+  const auto began = std::chrono::steady_clock::now();
+  const std::string said = error_output_of([] {
+    EXPECT_EQ(execute({"echo {}; sleep 60", {{filling::address, "192.0.0.4", "0/0/CPU0"}}}),
+              "192.0.0.4\n");
+    EXPECT_EQ(execute("echo one"), "one\n");
+  });
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(30));
+  EXPECT_EQ(said,
+            "tessel: 0/0/CPU0: not ended after 1 s, so the audit ended it and uses what it has "
+            "printed: echo 192.0.0.4; sleep 60\n");
+  EXPECT_EQ(st().exception, 0);
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION), IsEmpty());
+}
+
+TEST_F(command_test, a_chip_that_takes_too_long_is_named) {
+  open_logs();
+  tool("asic_shell_show", "echo part; sleep 60");
+  st().nodeinfo.set(ordered_map_of({{"0/1/CPU0", map_of({{"nodeip", "192.0.0.6"}})}}));
+  st().command_timeout = std::chrono::seconds(1);
+  const std::string said = error_output_of(
+      [] { EXPECT_EQ(execute_bcmd("show unit", "3", 4096, "192.0.0.6"), "part\n"); });
+  EXPECT_THAT(said, StartsWith("tessel: 0/1/CPU0 NPU 3: not ended after 1 s, "));
+}
+
+TEST_F(command_test, what_a_command_has_started_is_ended_with_it) {
+  open_logs();
+  st().command_timeout = std::chrono::seconds(1);
+  const auto is_running = [](std::string_view pid) {
+    const std::string state = file_text("/proc/" + std::string(pid) + "/stat");
+    return !state.empty() && state.find(") Z ") == state.npos;
+  };
+  std::string pids;
+  error_output_of([&] {
+    pids = execute("trap '' TERM HUP INT; sleep 61 & echo $!; sh -c 'echo $$; sleep 62'").as_text();
+  });
+  const auto lines = split(pids, "\n");
+  ASSERT_EQ(lines.size(), 3U) << pids;
+  for (int tries = 0; tries < 500 && (is_running(lines[0]) || is_running(lines[1])); ++tries)
+    ::usleep(10'000);
+  EXPECT_FALSE(is_running(lines[0]));
+  EXPECT_FALSE(is_running(lines[1]));
+}
+
+TEST_F(command_test, a_time_limit_works_where_the_host_reaps_its_children) {
+  open_logs();
+  EXPECT_EQ(status_in_child([] {
+              ::signal(SIGCHLD, SIG_IGN);
+              st().command_timeout = std::chrono::seconds(1);
+              if (execute("echo x") != "x\n") return 1;
+              return execute("echo x; sleep 60") == "x\n" ? 7 : 2;
+            }),
+            7);
 }
 
 TEST_F(command_test, an_unknown_command_gives_an_empty_text_and_a_complaint_in_the_debug_log) {

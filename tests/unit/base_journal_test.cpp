@@ -183,10 +183,10 @@ void journal_a_command(std::string_view line = "true") {
 TEST_F(journal_test, a_descriptor_is_taken_from_the_environment_once) {
   const int given = ::open("/dev/null", O_WRONLY);
   ::setenv(variable, std::to_string(given).c_str(), 1);
-  EXPECT_EQ(take_asked_journal(), given);
+  EXPECT_EQ(take_asked_journal().descriptor, given);
   EXPECT_EQ(std::getenv(variable), nullptr);
   EXPECT_EQ(::fcntl(given, F_GETFD), FD_CLOEXEC);
-  EXPECT_EQ(take_asked_journal(), -1) << "it is not set any more";
+  EXPECT_EQ(take_asked_journal().descriptor, -1) << "it is not set any more";
   ::close(given);
 }
 
@@ -194,10 +194,45 @@ TEST_F(journal_test, what_names_no_open_descriptor_gives_no_journal_and_is_remov
   for (const char* set : {"", "x", "-1", "+9", " 9", "9 ", "9x", "0x9", "1e1", "0", "1", "2",
                           "1000000", "99999999999999999999"}) {
     ::setenv(variable, set, 1);
-    EXPECT_EQ(take_asked_journal(), -1) << set;
+    EXPECT_EQ(take_asked_journal().descriptor, -1) << set;
     EXPECT_EQ(std::getenv(variable), nullptr) << set;
   }
   EXPECT_EQ(::fcntl(STDERR_FILENO, F_GETFD) & FD_CLOEXEC, 0) << "a standard stream stays";
+}
+
+TEST_F(journal_test, a_time_limit_may_be_asked_for_with_the_journal_and_not_without) {
+  const int given = ::open("/dev/null", O_WRONLY);
+  const std::string number = std::to_string(given);
+  const auto taken = [](const std::string& set) {
+    ::setenv(variable, set.c_str(), 1);
+    return take_asked_journal();
+  };
+  EXPECT_EQ(taken(number).timeout, 0s);
+  EXPECT_EQ(taken(number + " timeout=1").timeout, 1s);
+  EXPECT_EQ(taken(number + " timeout=86400").timeout, 24h);
+  EXPECT_EQ(taken(number + " timeout=86400").descriptor, given);
+  for (const char* wrong :
+       {" timeout=", " timeout=0", " timeout=-1", " timeout=86401", " timeout=99999999999",
+        "  timeout=3", " timeout=3 ", " timeout=+3", " timeout= 3", " timeout=3s", ",timeout=3",
+        " timeout=3 timeout=4", " Timeout=3", " timeout"}) {
+    const asked_journal asked = taken(number + wrong);
+    EXPECT_EQ(asked.descriptor, -1) << wrong;
+    EXPECT_EQ(asked.timeout, 0s) << wrong;
+    EXPECT_EQ(std::getenv(variable), nullptr) << wrong;
+  }
+  EXPECT_EQ(taken("1000000 timeout=3").timeout, 0s) << "there is no such descriptor";
+  ::close(given);
+}
+
+TEST_F(journal_test, tessel_init_takes_both) {
+  const int given = ::open(file, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  ::setenv(variable, (std::to_string(given) + " timeout=7").c_str(), 1);
+  tessel_init();
+  EXPECT_TRUE(st().journal.is_open());
+  EXPECT_EQ(st().command_timeout, 7s);
+  ::close(given);
+  start_new_state();
+  EXPECT_EQ(st().command_timeout, 0s);
 }
 
 TEST_F(journal_test, only_what_can_be_written_without_a_wait_becomes_a_journal) {
@@ -306,6 +341,21 @@ TEST_F(journal_test, a_command_that_took_a_while_says_how_long) {
   journal_to_file();
   execute("sleep 0.2");
   EXPECT_THAT(journal_lines().back(), MatchesRegex(R"(.*,"seconds":0\.[2-9][0-9]{5},"status.*)"));
+}
+
+TEST_F(journal_test, a_command_whose_time_is_over_says_so) {
+  open_logs();
+  journal_to_file();
+  st().command_timeout = 1s;
+  error_output_of([] { EXPECT_EQ(execute("echo one; sleep 60"), "one\n"); });
+  EXPECT_THAT(journal_lines().back(),
+              MatchesRegex(R"(.*,"seconds":[1-9].*,"signal":9,"bytes":4,"timeout":true\})"));
+  execute("true");
+  EXPECT_THAT(journal_lines().back(), EndsWith(R"("status":0,"bytes":0})"));
+  const full_folder tmp("/tmp");
+  error_output_of([] { EXPECT_EQ(execute("echo one; sleep 60"), ERROR); });
+  EXPECT_THAT(journal_lines().back(),
+              MatchesRegex(R"(.*,"failed":"cannot be sure .*","timeout":true\})"));
 }
 
 TEST_F(journal_test, a_failure_before_the_shell_has_no_start_and_no_pid) {
