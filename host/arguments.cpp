@@ -29,6 +29,7 @@ constexpr const char* exit_statuses =
   69  The library could not be loaded, or lacks an entry point.
   73  The file for the journal could not be made.
   74  --help or --version could not write to standard output.
+  75  Another audit is running on this machine.
 If a signal ends the audit or the host, the host ends by this signal, and a
 shell shows 128 and its number.)";
 
@@ -63,6 +64,10 @@ void add_watching(CLI::App& app, host_arguments& parsed) {
                           "end the whole audit if it takes longer, with its tools, and remove its "
                           "files in /tmp",
                           [&](const auto& text) { parsed.deadline = seconds_of(text); });
+  command_line::add_flag(app, "--wait",
+                         "if another audit is running on this machine, wait for its end. Default: "
+                         "say so and end",
+                         parsed.wait);
 }
 
 // Only who watches an audit can do these.
@@ -75,6 +80,7 @@ void refuse_for_in_process(const CLI::App& app, const host_arguments& parsed) {
   if (parsed.progress == true) refuse("--progress");
   if (parsed.command_timeout) refuse("--command-timeout");
   if (parsed.deadline) refuse("--deadline");
+  if (parsed.wait) refuse("--wait");
 }
 
 }  // namespace
@@ -112,8 +118,8 @@ host_arguments parse_arguments(std::span<const char* const> arguments) {
   command_line::add_flag(app, "--no-progress", "show none", no_progress);
   add_watching(app, parsed);
   command_line::add_flag(app, "--in-process",
-                         "run the audit in this process, for a debugger: nobody watches it, and "
-                         "its tools live on if it is ended",
+                         "run the audit in this process, for a debugger: nobody watches it, its "
+                         "tools live on if it is ended, and it runs beside another audit",
                          parsed.in_process);
   command_line::add_flag(app, "--version", "show the version", version);
 

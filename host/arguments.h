@@ -24,6 +24,7 @@ inline constexpr int status_usage = command_line::usage_status;
 inline constexpr int status_library_unavailable = 69;
 inline constexpr int status_journal_refused = 73;
 inline constexpr int status_output_failed = 74;
+inline constexpr int status_audit_running = 75;
 inline constexpr std::uint32_t default_node_id = 4096;
 
 enum class host_action { run, help, version };
@@ -34,6 +35,7 @@ struct host_arguments {
   std::optional<std::string> journal;
   std::uint32_t node_id = default_node_id;
   bool in_process = false;
+  bool wait = false;
   std::optional<bool> progress;  // if an option says
   std::optional<std::chrono::seconds> command_timeout;
   std::optional<std::chrono::seconds> deadline;

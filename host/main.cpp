@@ -1,5 +1,6 @@
 #include "arguments.h"
 #include "audit.h"
+#include "audit_lock.h"
 #include "journal_file.h"
 #include "library.h"
 #include "progress_display.h"
@@ -102,6 +103,7 @@ void complain_of_deadline(const host_arguments& arguments, const progress_displa
 }
 
 int run_and_watch(const host_arguments& arguments, audit_plan& plan) {
+  take_audit_lock(arguments.wait);  // before a file is emptied that another audit may be writing
   auto journal = prepare_journal(arguments, plan);
   const progress_way way = progress_of(arguments, journal != nullptr);
   progress_display display(way, std::move(journal), std::chrono::steady_clock::now());
@@ -149,6 +151,8 @@ int main(int argc, char** argv) {
     return complain(error.what(), status_library_unavailable);
   } catch (const journal_error& error) {
     return complain(error.what(), status_journal_refused);
+  } catch (const audit_running& error) {
+    return complain(error.what(), status_audit_running);
   } catch (const std::bad_alloc&) {
     return complain("cannot start the audit: out of memory", status_library_unavailable);
   } catch (const std::exception& error) {

@@ -153,7 +153,7 @@ TEST(parse_arguments, reads_limits_in_seconds) {
 
 TEST(parse_arguments, refuses_what_needs_a_host_that_watches) {
   const std::vector<std::vector<const char*>> rows = {
-      {"--progress"}, {"--deadline", "1"}, {"--command-timeout", "1"}};
+      {"--progress"}, {"--deadline", "1"}, {"--command-timeout", "1"}, {"--wait"}};
   for (std::vector<const char*> row : rows) {
     const std::string option = row[0];
     row.push_back("--in-process");
@@ -225,6 +225,11 @@ ended run_shell(const std::string& line) {
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   result.err = text_of(err);
   return result;
+}
+
+// Several commands as one, so that the standard error of all comes back.
+ended run_together(const std::string& commands) {
+  return run_shell("{ " + commands + "; }");
 }
 
 const std::string host = TESSEL_HOST;
@@ -505,6 +510,51 @@ TEST_F(journal, is_not_made_where_the_library_is_missing) {
   EXPECT_FALSE(std::filesystem::exists(at("new")));
 }
 
+// The stand-in that works takes 0.7 s.
+const std::string working = host + " --library " + stand_ins + "/libworking.so ";
+const std::string beside = working + ">/dev/null & other=$!; sleep 0.3; ";
+
+TEST(host, runs_one_audit_at_a_time) {
+  const auto result =
+      run_together(beside + working + "; echo status $? $other; wait $other; echo $?");
+  const std::size_t status = result.out.find("status 75 ");
+  ASSERT_NE(status, std::string::npos) << result.out << result.err;
+  EXPECT_TRUE(result.out.ends_with("\n0\n")) << "the first one goes on: " << result.out;
+  const std::string other = result.out.substr(10, result.out.find('\n') - 10);
+  EXPECT_EQ(result.err, "tessel-host: another audit is running (process " + other +
+                            "); start this one with --wait to run it afterwards\n");
+}
+
+TEST(host, refuses_a_second_audit_before_it_empties_a_journal) {
+  const std::string journal = testing::TempDir() + "/host_lock_" + std::to_string(getpid());
+  const std::string with_journal = " --journal " + journal;
+  run_together(working + with_journal + " >/dev/null & sleep 0.3; " + working + with_journal +
+               "; wait");
+  std::ifstream in(journal);
+  const std::string text{std::istreambuf_iterator<char>(in), {}};
+  EXPECT_TRUE(text.starts_with("{\"n\":1,")) << text;
+  EXPECT_NE(text.find("finished"), std::string::npos) << text;
+  std::filesystem::remove(journal);
+}
+
+TEST(host, may_wait_for_the_other_audit) {
+  const auto result = run_together(beside + working + "--wait; echo $?; wait $other");
+  EXPECT_EQ(result.out, "Dumping Data.... Done\n0\n");
+  EXPECT_TRUE(result.err.starts_with("tessel-host: waiting for the end of another audit (process "))
+      << result.err;
+}
+
+TEST(host, keeps_the_lock_no_longer_than_it_lives) {
+  const auto result = run_together(beside + "kill -KILL $other; wait $other 2>/dev/null; " +
+                                   working + "--wait 2>/dev/null; echo $?");
+  EXPECT_EQ(result.out, "Dumping Data.... Done\n0\n");
+}
+
+TEST(host, runs_beside_another_in_process) {
+  EXPECT_EQ(run_together(beside + working + "--in-process; echo $?; wait").out,
+            "Dumping Data.... Done\n0\n");
+}
+
 TEST(host, ends_with_64_on_wrong_arguments) {
   for (const char* wrong : {"--verbose", "4096", "--node-id", "--node-id 4294967296",
                             "--node-id=0xg", "--library", "--help=1", "4096 4097", "--"}) {
@@ -527,7 +577,7 @@ TEST(host, shows_help_and_version_on_standard_output) {
     EXPECT_NE(help.out.find(text), std::string::npos) << text;
   }
   for (const int status : {0, 1, 2, status_ended, status_usage, status_library_unavailable,
-                           status_journal_refused, status_output_failed})
+                           status_journal_refused, status_output_failed, status_audit_running})
     EXPECT_NE(help.out.find("\n  " + std::to_string(status) + " "), std::string::npos) << status;
   const auto version = run_shell(host + " --version");
   EXPECT_EQ(version.status, 0);
