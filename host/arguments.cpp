@@ -150,18 +150,19 @@ std::optional<std::uint32_t> read_node_id(std::string_view text) {
   return number;
 }
 
-returned_run describe_returned_run(std::int32_t result) {
+int status_of_returned_run(std::int32_t result) {
+  return result == TESSEL_STOPPED_EARLY ? 1 : 2;
+}
+
+returned_run describe_returned_run(std::int32_t result, const std::string& cause) {
   const std::string head = "the audit did not complete: ";
-  if (result == TESSEL_STOPPED_EARLY) {
-    return {head +
-                "it stopped before it collected anything; what it printed above and "
-                "/var/log/tessel_exception.log say why",
-            1};
-  }
-  if (result == TESSEL_ABORTED) {
-    return {head + "it was aborted by the failure in the traceback above", 2};
-  }
-  return {head + "tessel_run returned " + std::to_string(result) + ", which it never should", 2};
+  const int status = status_of_returned_run(result);
+  if (result == TESSEL_STOPPED_EARLY)
+    return {head + "it stopped before it collected anything; " + cause, status};
+  if (result == TESSEL_ABORTED)
+    return {head + "it was aborted by the failure in the traceback above", status};
+  return {head + "tessel_run returned " + std::to_string(result) + ", which it never should",
+          status};
 }
 
 }  // namespace tessel_host

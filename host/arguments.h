@@ -58,6 +58,10 @@ struct returned_run {
 // for a number above 32 bits. A leading zero does not make a number octal.
 [[nodiscard]] std::optional<std::uint32_t> read_node_id(std::string_view text);
 
-[[nodiscard]] returned_run describe_returned_run(std::int32_t result);
+// `cause` says why an audit has stopped early.
+[[nodiscard]] returned_run describe_returned_run(std::int32_t result, const std::string& cause);
+
+// The exit status alone, without memory.
+[[nodiscard]] int status_of_returned_run(std::int32_t result);
 
 }  // namespace tessel_host

@@ -1,6 +1,7 @@
 #include "arguments.h"
 #include "audit.h"
 #include "audit_lock.h"
+#include "early_stop.h"
 #include "journal_file.h"
 #include "library.h"
 #include "progress_display.h"
@@ -10,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <exception>
 #include <memory>
 #include <new>
@@ -48,12 +50,13 @@ void name_what_is_left(const watched_end& end) {
   complain("the output of its commands stays:" + files, 0);
 }
 
-int report(std::int32_t result) {
+int report(std::int32_t result, std::time_t began) {
   try {
-    const auto returned = describe_returned_run(result);
+    const auto returned = describe_returned_run(result, cause_of_early_stop(began));
     return complain(returned.message, returned.status);
   } catch (const std::bad_alloc&) {
-    return complain("the audit did not complete, and no memory is left to say more", 2);
+    return complain("the audit did not complete, and no memory is left to say more",
+                    status_of_returned_run(result));
   }
 }
 
@@ -107,8 +110,9 @@ int run_and_watch(const host_arguments& arguments, audit_plan& plan) {
   auto journal = prepare_journal(arguments, plan);
   const progress_way way = progress_of(arguments, journal != nullptr);
   progress_display display(way, std::move(journal), std::chrono::steady_clock::now());
+  const std::time_t began = std::time(nullptr);
   const watched_end end = run_watched(plan, display, arguments.deadline);
-  if (end.returned) report(*end.returned);
+  if (end.returned) report(*end.returned, began);
   if (end.is_overdue) complain_of_deadline(arguments, display);
   name_what_is_left(end);
   end_alike(end);
@@ -124,7 +128,8 @@ int audit(const host_arguments& arguments) {
     plan.journal = open_journal_file(*arguments.journal);
     offer_journal(plan.journal, std::nullopt);
   }
-  return report(run_audit(plan));
+  const std::time_t began = std::time(nullptr);
+  return report(run_audit(plan), began);
 }
 
 int act_on(const host_arguments& arguments) {

@@ -108,7 +108,7 @@ void halt_on_signals(const signals& held) {
   const std::int32_t result = run_audit(plan);
   shared->result = result;
   shared->has_returned = true;
-  std::exit(describe_returned_run(result).status);
+  std::exit(status_of_returned_run(result));
 }
 
 // The parent --------------------------------------------------------------------------------------

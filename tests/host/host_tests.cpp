@@ -181,15 +181,14 @@ TEST(one_line, writes_control_characters_as_numbers_and_nothing_else) {
 }
 
 TEST(describe_returned_run, distinguishes_an_early_stop_from_an_abort) {
-  EXPECT_EQ(describe_returned_run(0).status, 1);
-  EXPECT_EQ(describe_returned_run(0).message,
-            "the audit did not complete: it stopped before it collected anything; what it printed "
-            "above and /var/log/tessel_exception.log say why");
-  EXPECT_EQ(describe_returned_run(-2).status, 2);
-  EXPECT_EQ(describe_returned_run(-2).message,
+  EXPECT_EQ(describe_returned_run(0, "because").status, 1);
+  EXPECT_EQ(describe_returned_run(0, "because").message,
+            "the audit did not complete: it stopped before it collected anything; because");
+  EXPECT_EQ(describe_returned_run(-2, "because").status, 2);
+  EXPECT_EQ(describe_returned_run(-2, "because").message,
             "the audit did not complete: it was aborted by the failure in the traceback above");
-  EXPECT_EQ(describe_returned_run(7).status, 2);
-  EXPECT_EQ(describe_returned_run(7).message,
+  EXPECT_EQ(describe_returned_run(7, "because").status, 2);
+  EXPECT_EQ(describe_returned_run(7, "because").message,
             "the audit did not complete: tessel_run returned 7, which it never should");
 }
 
@@ -255,19 +254,21 @@ TEST(host, calls_the_entry_points_in_order_with_the_node_id) {
 TEST(host, says_that_the_audit_stopped_early_and_ends_with_1) {
   const auto result = run_with_library(stand_ins + "/libstopped.so");
   EXPECT_EQ(result.status, 1);
-  EXPECT_EQ(result.err, "tessel-host: " + describe_returned_run(0).message + "\n");
+  EXPECT_EQ(
+      result.err,
+      "tessel-host: " + describe_returned_run(0, "what it printed above says why").message + "\n");
 }
 
 TEST(host, says_that_the_audit_was_aborted_and_ends_with_2) {
   const auto result = run_with_library(stand_ins + "/libaborted.so");
   EXPECT_EQ(result.status, 2);
-  EXPECT_EQ(result.err, "tessel-host: " + describe_returned_run(-2).message + "\n");
+  EXPECT_EQ(result.err, "tessel-host: " + describe_returned_run(-2, "").message + "\n");
 }
 
 TEST(host, names_a_result_that_it_does_not_know) {
   const auto result = run_with_library(stand_ins + "/libodd.so");
   EXPECT_EQ(result.status, 2);
-  EXPECT_EQ(result.err, "tessel-host: " + describe_returned_run(5).message + "\n");
+  EXPECT_EQ(result.err, "tessel-host: " + describe_returned_run(5, "").message + "\n");
 }
 
 // The names that a variable for one of the host's options could have.

@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "early_stop.h"
 #include "journal_tail.h"
 #include "leftovers.h"
 #include "processes.h"
@@ -151,6 +152,46 @@ TEST(is_halted, means_every_thread) {
   EXPECT_TRUE(comes_true([&] { return !is_halted(child); }));
   end(child);
   EXPECT_TRUE(is_halted(child)) << "nobody is there";
+}
+
+// Root's tests have a /var/log of their own.
+class early_stop : public folder_test {
+ protected:
+  void SetUp() override {
+    folder_test::SetUp();
+    if (::geteuid() != 0) GTEST_SKIP() << "only root has a /var/log of its own here";
+  }
+  void TearDown() override {
+    for (const char* const log : {exceptions, complaints}) fs::remove(log);
+    folder_test::TearDown();
+  }
+  static constexpr const char* exceptions = "/var/log/tessel_exception.log";
+  static constexpr const char* complaints = "/var/log/tessel_debug.log";
+  static constexpr const char* first = "2026-11-22 15:32:10,554: Started Tessel Checker\n";
+  static std::string cause() { return cause_of_early_stop(std::time(nullptr) - 1); }
+};
+
+TEST_F(early_stop, points_only_to_a_log_in_which_this_run_has_written) {
+  const std::string nowhere = "what it printed above says why";
+  EXPECT_EQ(cause(), nowhere);
+  write(exceptions, std::string("2026-11-21 00:00:00,000: former\n") + first);
+  EXPECT_EQ(cause(), nowhere);
+  write(exceptions, std::string(first) + "2026-11-22 15:32:10,560: this\n");
+  EXPECT_EQ(cause(), "what it printed above and /var/log/tessel_exception.log say why");
+  EXPECT_EQ(cause_of_early_stop(std::time(nullptr) + 100), nowhere) << "of an earlier run";
+  fs::remove(exceptions);
+  write(at("log"), std::string(first) + "this\n");
+  fs::create_symlink(at("log"), exceptions);
+  EXPECT_EQ(cause(), nowhere) << "a link";
+}
+
+TEST_F(early_stop, quotes_what_the_tool_complains_of_in_one_line) {
+  const std::string head =
+      "this machine is no router that the audit knows, or not its route processor: ";
+  write(complaints, "rm: x\n\nsh: sw_version_show:\x1b not found\nmore\n");
+  EXPECT_EQ(cause(), head + "sh: sw_version_show:\\x1b not found");
+  write(complaints, "sw_version_show" + std::string(1000, 'x'));
+  EXPECT_EQ(cause(), head + "sw_version_show" + std::string(145, 'x'));
 }
 
 // Progress ----------------------------------------------------------------------------------------
