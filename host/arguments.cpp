@@ -117,6 +117,10 @@ host_arguments parse_arguments(std::span<const char* const> arguments) {
                          progress);
   command_line::add_flag(app, "--no-progress", "show none", no_progress);
   add_watching(app, parsed);
+  const auto& doctor = command_line::add_command(
+      app, "doctor", "Commands",
+      "Look at this machine before an audit: tools, room, nodes. Status 0 if all is well, 1 if "
+      "there is a warning, 2 if something fails");
   command_line::add_flag(app, "--in-process",
                          "run the audit in this process, for a debugger: nobody watches it, its "
                          "tools live on if it is ended, and it runs beside another audit",
@@ -131,6 +135,8 @@ host_arguments parse_arguments(std::span<const char* const> arguments) {
     parsed.help = std::move(*help);
   } else if (version) {
     parsed.action = host_action::version;
+  } else if (doctor.parsed()) {
+    parsed.action = host_action::doctor;
   } else {
     refuse_for_in_process(app, parsed);
   }

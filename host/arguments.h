@@ -27,7 +27,7 @@ inline constexpr int status_output_failed = 74;
 inline constexpr int status_audit_running = 75;
 inline constexpr std::uint32_t default_node_id = 4096;
 
-enum class host_action { run, help, version };
+enum class host_action { run, help, version, doctor };
 
 struct host_arguments {
   host_action action = host_action::run;

@@ -76,13 +76,10 @@ void take_audit_lock(bool waits) {
   is_locked_by(descriptor, LOCK_EX);
 }
 
-lock_holder find_lock_holder() {
-  lock_holder holder;
+long find_lock_holder() {
   const int descriptor = open_folder();
-  if (descriptor < 0) return holder;
-  // A shared lock, for a moment, hinders no other question.
-  holder.is_there = !is_locked_by(descriptor, LOCK_SH | LOCK_NB) && errno == EWOULDBLOCK;
-  if (holder.is_there) holder.process = holder_of(place_of(descriptor));
+  if (descriptor < 0) return 0;
+  const long holder = holder_of(place_of(descriptor));
   ::close(descriptor);
   return holder;
 }

@@ -17,12 +17,8 @@ class audit_running : public std::runtime_error {
 // the folder there is no lock: the audit then cannot open its logs and says so.
 void take_audit_lock(bool waits);
 
-// The process that has the lock; empty if nobody has. Its number is 0 if it cannot be seen from
-// here.
-struct lock_holder {
-  bool is_there = false;
-  long process = 0;
-};
-[[nodiscard]] lock_holder find_lock_holder();
+// The process that has the lock; 0 if nobody has, or if it cannot be seen from here. Does not touch
+// the lock, so that no audit is refused because somebody asks.
+[[nodiscard]] long find_lock_holder();
 
 }  // namespace tessel_host

@@ -1,6 +1,7 @@
 #include "arguments.h"
 #include "audit.h"
 #include "audit_lock.h"
+#include "doctor.h"
 #include "early_stop.h"
 #include "journal_file.h"
 #include "library.h"
@@ -138,6 +139,8 @@ int act_on(const host_arguments& arguments) {
       return show(arguments.help);
     case host_action::version:
       return show("tessel-host " TESSEL_VERSION "\n");
+    case host_action::doctor:
+      return examine_machine();
     case host_action::run:
       break;
   }

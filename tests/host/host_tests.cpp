@@ -114,10 +114,10 @@ TEST(parse_arguments, names_what_is_wrong) {
   EXPECT_EQ(complaint_about({"-"}), "unknown option -" + hint);
   EXPECT_EQ(complaint_about({"-5"}), "unknown option -5" + hint);
   EXPECT_EQ(complaint_about({"---x"}), "unknown option ---x" + hint);
-  EXPECT_EQ(complaint_about({"4096"}), "unexpected argument \"4096\"" + hint);
-  EXPECT_EQ(complaint_about({"4096", "4097"}), "unexpected argument \"4096\"" + hint);
-  EXPECT_EQ(complaint_about({""}), "unexpected argument \"\"" + hint);
-  EXPECT_EQ(complaint_about({"a\nb\x1b"}), "unexpected argument \"a\\x0ab\\x1b\"" + hint);
+  EXPECT_EQ(complaint_about({"4096"}), "unknown command \"4096\"" + hint);
+  EXPECT_EQ(complaint_about({"4096", "4097"}), "unknown command \"4096\"" + hint);
+  EXPECT_EQ(complaint_about({""}), "unknown command \"\"" + hint);
+  EXPECT_EQ(complaint_about({"a\nb\x1b"}), "unknown command \"a\\x0ab\\x1b\"" + hint);
   EXPECT_EQ(complaint_about({"--library"}), "--library needs a value" + hint);
   EXPECT_EQ(complaint_about({"--node-id"}), "--node-id needs a value" + hint);
   EXPECT_EQ(complaint_about({"--library", "--node-id", "1"}),
@@ -149,6 +149,14 @@ TEST(parse_arguments, reads_limits_in_seconds) {
                 option + " \"" + wrong +
                     "\": not a number of seconds; give a whole one from 1 to 86400; see "
                     "tessel-host --help");
+}
+
+TEST(parse_arguments, takes_the_command_doctor) {
+  EXPECT_EQ(parse({"doctor"}).action, host_action::doctor);
+  EXPECT_EQ(parse({"--library", "x", "--node-id", "1", "doctor"}).action, host_action::doctor);
+  EXPECT_EQ(parse({"doctor", "--help"}).action, host_action::help);
+  EXPECT_EQ(complaint_about({"doctor", "x"}),
+            "doctor: unexpected argument \"x\"; see tessel-host doctor --help");
 }
 
 TEST(parse_arguments, refuses_what_needs_a_host_that_watches) {
@@ -572,9 +580,9 @@ TEST(host, shows_help_and_version_on_standard_output) {
   EXPECT_EQ(help.out, parse({"--help"}).help);
   EXPECT_EQ(run_shell(host + " -h").out, help.out);
   for (const char* text :
-       {"Usage: tessel-host [OPTIONS]\n", "--library FILE", "--node-id N", "--journal FILE",
-        "--progress", "--no-progress", "--command-timeout SECONDS", "--deadline SECONDS",
-        "--in-process", "--help", "--version", "Exit status:\n"}) {
+       {"Usage: tessel-host [OPTIONS] [COMMAND ...]\n", "--library FILE", "--node-id N",
+        "--journal FILE", "--progress", "--no-progress", "--command-timeout SECONDS",
+        "--deadline SECONDS", "--in-process", "--help", "--version", "Exit status:\n"}) {
     EXPECT_NE(help.out.find(text), std::string::npos) << text;
   }
   for (const int status : {0, 1, 2, status_ended, status_usage, status_library_unavailable,

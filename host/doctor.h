@@ -1,0 +1,27 @@
+// Looks, before an audit, for what would keep it from its work.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace tessel_host {
+
+// Prints a line for each thing that was looked at: "ok   ", "warn " or "fail ", what, and what to
+// do. Runs the platform's tools for it, and a login on each node; writes nothing. Returns the exit
+// status: 0 all is well, 1 there is a warning, 2 something fails.
+[[nodiscard]] int examine_machine();
+
+// The parts of it that need no router:
+
+// The model in the output of the version tool; empty if the audit knows none.
+[[nodiscard]] std::string model_in(const std::string& version);
+
+struct listed_node {
+  std::string name;
+  std::string address;
+};
+// The nodes whose data an audit of this model reads, from the list of nodes.
+[[nodiscard]] std::vector<listed_node> nodes_in(const std::string& listing,
+                                                const std::string& model);
+
+}  // namespace tessel_host

@@ -1,0 +1,29 @@
+// Programs that are run to their end, for what they print.
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace tessel_host {
+
+struct program_result {
+  int wait_status = 0;  // as waitpid(2) gives it
+  bool is_started = false;
+  bool is_timed_out = false;  // and so was ended
+  double seconds = 0;
+  std::string out;
+  std::string err;
+
+  // True if it ended with status 0 in time.
+  [[nodiscard]] bool is_good() const;
+  // Why it is not good, in a few words on one line.
+  [[nodiscard]] std::string complaint() const;
+};
+
+// Runs the command lines at the same time, without a shell: the first word is a path, or a name on
+// the search path. Standard input is empty. Those that take longer than `limit` are ended.
+[[nodiscard]] std::vector<program_result> run_programs(
+    const std::vector<std::vector<std::string>>& lines, std::chrono::seconds limit);
+
+}  // namespace tessel_host

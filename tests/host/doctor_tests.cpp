@@ -1,0 +1,143 @@
+// Tests of what the doctor reads, and of the programs that it runs.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "doctor.h"
+#include "platform.h"
+#include "programs.h"
+
+namespace {
+
+using namespace tessel_host;
+namespace fs = std::filesystem;
+
+std::string content_of(const fs::path& file) {
+  std::ifstream in(file);
+  EXPECT_TRUE(in) << file;
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+std::string library_sources() {
+  std::string all;
+  for (const auto& entry : fs::recursive_directory_iterator(PROJECT_SOURCES "/src"))
+    if (entry.path().extension() == ".cpp") all += content_of(entry.path());
+  return all;
+}
+
+// The first group of each match.
+std::vector<std::string> found_in(const std::string& text, const std::string& form) {
+  std::vector<std::string> found;
+  const std::regex pattern(form);
+  for (std::sregex_iterator at(text.begin(), text.end(), pattern), end; at != end; ++at)
+    found.push_back((*at)[1]);
+  return found;
+}
+
+// The host shares no source with the library, so its lists may grow apart.
+TEST(platform, has_the_models_of_the_library_in_their_order) {
+  const std::string source = content_of(PROJECT_SOURCES "/src/platform/router_type.cpp");
+  const std::size_t begin = source.find("models = {{");
+  const std::string table = source.substr(begin, source.find("}};", begin) - begin);
+  std::vector<std::string> names;
+  for (const router_model& model : router_models) names.emplace_back(model.name);
+  EXPECT_EQ(found_in(table, R"rx(\{"([^"]+)", \w+\})rx"), names);
+  const std::string inventory = content_of(PROJECT_SOURCES "/src/platform/node_inventory.cpp");
+  EXPECT_NE(inventory.find("\"" + std::string(address_of_single_node) + "\""), std::string::npos);
+  EXPECT_NE(inventory.find("st().router == cedarl || st().router == elm || st().router == gorse"),
+            std::string::npos);
+  for (const router_model& model : router_models) {
+    const auto type = found_in(
+        table, "\\{\"" +
+                   std::regex_replace(std::string(model.name), std::regex(R"([()])"), R"(\$&)") +
+                   "\", (\\w+)\\}");
+    ASSERT_EQ(type.size(), 1U) << model.name;
+    EXPECT_EQ(std::set<std::string>({"cedarl", "elm", "gorse"}).contains(type[0]),
+              model.is_single_node)
+        << model.name;
+  }
+}
+
+TEST(platform, has_the_tools_of_the_library_and_no_others) {
+  const std::string sources = library_sources();
+  const auto places = found_in(sources, "/opt/nos/bin/([a-z_]+)");
+  const std::set<std::string> in_folder(places.begin(), places.end());
+  std::set<std::string> expected;
+  for (const platform_tool& tool : platform_tools) {
+    if (tool.place != tool_place::search_path) expected.emplace(tool.name);
+    const bool is_called =
+        std::regex_search(sources, std::regex("[\"( /]" + std::string(tool.name) + "[ \"]"));
+    EXPECT_TRUE(is_called) << tool.name;
+  }
+  EXPECT_EQ(in_folder, expected);
+  // The simulated router has every tool that an audit calls.
+  const auto simulated =
+      found_in(content_of(PROJECT_SOURCES "/lab/tool/tool_names.cpp"), R"rx("([a-z_]+)"[,}])rx");
+  std::vector<std::string> names;
+  for (const platform_tool& tool : platform_tools) names.emplace_back(tool.name);
+  EXPECT_EQ(simulated, names);
+}
+
+TEST(model_in, looks_only_before_the_word_processor_in_its_first_line) {
+  EXPECT_EQ(model_in("x\nmade of TR-BIRCH (x) processor with\n"), "TR-BIRCH");
+  EXPECT_EQ(model_in("TRCEDARX processor"), "TRCEDARX");
+  EXPECT_EQ(model_in("TRCEDAR processor"), "TRCEDAR");
+  EXPECT_EQ(model_in("TR-CEDAR () processor"), "TR-CEDAR ()");
+  EXPECT_EQ(model_in("TR-OAK processor of TR-BIRCH\nTR-BIRCH processor\n"), "");
+  EXPECT_EQ(model_in("TR-BIRCH\n"), "");
+  EXPECT_EQ(model_in("processor\nTR-ELM1 processor"), "TR-ELM1") << "nothing is before the first";
+  EXPECT_EQ(model_in(""), "");
+}
+
+TEST(nodes_in, takes_those_that_the_audit_takes) {
+  const std::string listing =
+      "Node name        Type  Card           State        Band   Software  Address        Uptime\n"
+      "---------------------------------------------------------------------------------------\n"
+      "0/RP0/CPU0       RP    TC-RP-E        ACTIVE       FINAL  7.3.2     192.0.0.4      12w3d\n"
+      "0/RP1/CPU0       RP    TC-RP-E        STANDBY      FINAL  7.3.2     192.0.0.5      12w3d\n"
+      "0/0/CPU0         LC    TC-LC-24H      ACTIVE       EARLY  7.3.2     192.0.0.6      12w3d\n"
+      "0/FT0            FT    TC-FAN         OPERATIONAL  N/A    N/A       N/A            12w3d\n"
+      "0/1/CPU0         LC    ACTIVE\n";
+  const auto birch = nodes_in(listing, "TR-BIRCH");
+  ASSERT_EQ(birch.size(), 1U);
+  EXPECT_EQ(birch[0].name, "0/RP0/CPU0");
+  EXPECT_EQ(birch[0].address, "192.0.0.4");
+  const auto aspen = nodes_in(listing, "TR-ASPEN");
+  ASSERT_EQ(aspen.size(), 2U);
+  EXPECT_EQ(aspen[1].address, "192.0.0.5");
+}
+
+TEST(run_programs, runs_all_at_once_and_keeps_what_each_prints) {
+  const auto began = std::chrono::steady_clock::now();
+  const auto results =
+      run_programs({{"sh", "-c", "echo out; echo err >&2; sleep 0.5"},
+                    {"/bin/sh", "-c", "sleep 0.5; printf '\\n\\033x\\ny\\n' >&2; exit 3"},
+                    {"no-such-program"},
+                    {"sh", "-c", "sleep 60"},
+                    {"sh", "-c", "kill -TERM $$"},
+                    {"cat"}},
+                   std::chrono::seconds(1));
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(30));
+  ASSERT_EQ(results.size(), 6U);
+  EXPECT_TRUE(results[0].is_good());
+  EXPECT_EQ(results[0].out, "out\n");
+  EXPECT_EQ(results[0].err, "err\n");
+  EXPECT_GE(results[0].seconds, 0.5);
+  EXPECT_FALSE(results[1].is_good());
+  EXPECT_EQ(results[1].complaint(), "status 3, \\x1bx");
+  EXPECT_EQ(results[2].complaint(), "it cannot be started");
+  EXPECT_EQ(results[3].complaint(), "no answer after 1 s");
+  EXPECT_EQ(results[4].complaint(), "signal 15");
+  EXPECT_TRUE(results[5].is_good()) << "standard input is empty";
+}
+
+}  // namespace
