@@ -25,8 +25,10 @@ constexpr const char* exit_statuses =
   1   The audit stopped before it collected anything.
   2   The audit was aborted; its traceback is on standard error.
   4   The audit had not come to its end at its --deadline and was ended.
+      With --check: the audit did not complete, for whatever reason.
   64  An argument was wrong.
-  69  The library could not be loaded, or lacks an entry point.
+  69  The library could not be loaded, or lacks an entry point; or there is no
+      tessel-report for --report, --check or --json.
   73  The file for the journal could not be made.
   74  --help or --version could not write to standard output.
   75  Another audit is running on this machine.
@@ -70,6 +72,19 @@ void add_watching(CLI::App& app, host_arguments& parsed) {
                          parsed.wait);
 }
 
+void add_reports(CLI::App& app, host_arguments& parsed) {
+  command_line::add_flag(app, "--report",
+                         "show behind the audit what it means: the summary of tessel-report",
+                         parsed.report.shows_summary);
+  command_line::add_flag(app, "--check",
+                         "end with the status of the report: 0 nothing was found and everything "
+                         "was judged, 1 something was found, 3 something was not judged, 4 the "
+                         "audit did not complete",
+                         parsed.report.checks);
+  command_line::add_value(app, "--json", "FILE", "write the report in JSON to this file",
+                          [&](const auto& text) { parsed.report.json = file_named(text); });
+}
+
 // Only who watches an audit can do these.
 void refuse_for_in_process(const CLI::App& app, const host_arguments& parsed) {
   if (!parsed.in_process) return;
@@ -81,6 +96,9 @@ void refuse_for_in_process(const CLI::App& app, const host_arguments& parsed) {
   if (parsed.command_timeout) refuse("--command-timeout");
   if (parsed.deadline) refuse("--deadline");
   if (parsed.wait) refuse("--wait");
+  if (parsed.report.shows_summary) refuse("--report");
+  if (parsed.report.checks) refuse("--check");
+  if (parsed.report.json) refuse("--json");
 }
 
 }  // namespace
@@ -117,6 +135,7 @@ host_arguments parse_arguments(std::span<const char* const> arguments) {
                          progress);
   command_line::add_flag(app, "--no-progress", "show none", no_progress);
   add_watching(app, parsed);
+  add_reports(app, parsed);
   const auto& doctor = command_line::add_command(
       app, "doctor", "Commands",
       "Look at this machine before an audit: tools, room, nodes. Status 0 if all is well, 1 if "

@@ -13,13 +13,14 @@
 #include <string>
 #include <string_view>
 
+#include "after_audit.h"
 #include "command_line/usage_error.h"
 
 namespace tessel_host {
 
 using command_line::usage_error;
 
-inline constexpr int status_ended = 4;  // by its deadline
+inline constexpr int status_ended = status_not_complete;  // by its deadline
 inline constexpr int status_usage = command_line::usage_status;
 inline constexpr int status_library_unavailable = 69;
 inline constexpr int status_journal_refused = 73;
@@ -39,6 +40,7 @@ struct host_arguments {
   std::optional<bool> progress;  // if an option says
   std::optional<std::chrono::seconds> command_timeout;
   std::optional<std::chrono::seconds> deadline;
+  report_wishes report;
   std::string help;  // the text, if that is the action
 };
 

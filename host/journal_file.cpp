@@ -107,7 +107,7 @@ int inherited_journal() {
   return is_number && ::fcntl(number, F_GETFD) >= 0 ? number : -1;
 }
 
-std::unique_ptr<journal_tail> follow_journal(int descriptor) {
+std::unique_ptr<journal_tail> follow_journal(int descriptor, bool is_kept) {
   struct stat state {};
   if (descriptor < 0 || ::fstat(descriptor, &state) != 0 || !S_ISREG(state.st_mode)) return nullptr;
   // Beside the one for writing. A file in memory has no other name.
@@ -117,7 +117,7 @@ std::unique_ptr<journal_tail> follow_journal(int descriptor) {
   if (reading < 0) return nullptr;
   const bool appends = (::fcntl(descriptor, F_GETFL) & O_APPEND) != 0;
   const off_t from = appends ? state.st_size : ::lseek(descriptor, 0, SEEK_CUR);
-  return std::make_unique<journal_tail>(reading, from, is_nameless);
+  return std::make_unique<journal_tail>(reading, from, is_nameless && !is_kept);
 }
 
 void offer_journal(int descriptor, std::optional<std::chrono::seconds> command_timeout) {

@@ -27,8 +27,9 @@ class journal_error : public std::runtime_error {
 // Where the environment that the host was started with wants a journal; -1 if it wants none.
 [[nodiscard]] int inherited_journal();
 
-// Reads what the library will write to the descriptor. Null if that leads to no file.
-[[nodiscard]] std::unique_ptr<journal_tail> follow_journal(int descriptor);
+// Reads what the library will write to the descriptor. Null if that leads to no file. Unless
+// `is_kept`, a file in memory gives back what has been read.
+[[nodiscard]] std::unique_ptr<journal_tail> follow_journal(int descriptor, bool is_kept);
 
 // Names the descriptor to the library, which takes the name away again in tessel_init, and the time
 // limit of each command, if there is one. Throws `std::bad_alloc`.

@@ -1,3 +1,4 @@
+#include "after_audit.h"
 #include "arguments.h"
 #include "audit.h"
 #include "audit_lock.h"
@@ -7,6 +8,10 @@
 #include "library.h"
 #include "progress_display.h"
 #include "watched_audit.h"
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstddef>
@@ -78,7 +83,7 @@ progress_way progress_of(const host_arguments& arguments, bool has_journal) {
 
 // True if the host itself needs the journal.
 bool reads_journal(const host_arguments& arguments) {
-  return arguments.command_timeout || arguments.deadline ||
+  return arguments.command_timeout || arguments.deadline || arguments.report.any() ||
          choose_progress(arguments.progress) != progress_way::none;
 }
 
@@ -93,7 +98,7 @@ std::unique_ptr<journal_tail> prepare_journal(const host_arguments& arguments, a
   }
   const int used = plan.journal >= 0 ? plan.journal : inherited;
   if (used < 0) return nullptr;
-  auto tail = is_needed ? follow_journal(used) : nullptr;
+  auto tail = is_needed ? follow_journal(used, arguments.report.any()) : nullptr;
   if (plan.journal >= 0 || arguments.command_timeout)
     offer_journal(used, arguments.command_timeout);
   return tail;
@@ -106,9 +111,38 @@ void complain_of_deadline(const host_arguments& arguments, const progress_displa
            0);
 }
 
+// The file of the journal, for another program; empty if the host has opened none. One in memory
+// has a name as long as this process lives.
+std::string name_of_journal(const host_arguments& arguments, int kept) {
+  if (arguments.journal) return *arguments.journal;
+  if (kept < 0) return {};
+  return "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(kept);
+}
+
+void complain_of_report(const std::string& line) {
+  complain(line, 0);
+}
+
+// Behind an audit that has ended by itself. Ends the process if a check decides how.
+void report_and_check(const host_arguments& arguments, const watched_end& end,
+                      const std::string& program, const std::string& journal,
+                      std::size_t timed_out) {
+  if (!arguments.report.any() || end.stopped_by != 0) return;
+  const bool has_ended =
+      !end.is_overdue && WIFEXITED(end.wait_status) && WEXITSTATUS(end.wait_status) == 0;
+  int status = status_not_complete;
+  if (has_ended)
+    status = report_audit(program, arguments.report, journal, timed_out, complain_of_report);
+  if (arguments.report.checks) ::_exit(status);
+}
+
 int run_and_watch(const host_arguments& arguments, audit_plan& plan) {
+  const std::string program = arguments.report.any() ? find_report_program() : std::string();
   take_audit_lock(arguments.wait);  // before a file is emptied that another audit may be writing
   auto journal = prepare_journal(arguments, plan);
+  const int kept = arguments.report.any() && plan.journal >= 0
+                       ? ::fcntl(plan.journal, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)
+                       : -1;
   const progress_way way = progress_of(arguments, journal != nullptr);
   progress_display display(way, std::move(journal), std::chrono::steady_clock::now());
   const std::time_t began = std::time(nullptr);
@@ -116,6 +150,7 @@ int run_and_watch(const host_arguments& arguments, audit_plan& plan) {
   if (end.returned) report(*end.returned, began);
   if (end.is_overdue) complain_of_deadline(arguments, display);
   name_what_is_left(end);
+  report_and_check(arguments, end, program, name_of_journal(arguments, kept), display.timed_out());
   end_alike(end);
 }
 
@@ -159,6 +194,8 @@ int main(int argc, char** argv) {
     return complain(error.what(), status_library_unavailable);
   } catch (const journal_error& error) {
     return complain(error.what(), status_journal_refused);
+  } catch (const report_error& error) {
+    return complain(error.what(), status_library_unavailable);
   } catch (const audit_running& error) {
     return complain(error.what(), status_audit_running);
   } catch (const std::bad_alloc&) {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <thread>
@@ -27,13 +28,18 @@ struct running {
   int err = -1;
 };
 
+std::vector<char*> argument_list(const std::vector<std::string>& words) {
+  std::vector<char*> arguments;
+  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+  arguments.push_back(nullptr);
+  return arguments;
+}
+
 running start(const std::vector<std::string>& words) {
   running started;
   started.out = ::memfd_create("output", MFD_CLOEXEC);
   started.err = ::memfd_create("complaints", MFD_CLOEXEC);
-  std::vector<char*> arguments;
-  for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
-  arguments.push_back(nullptr);
+  const std::vector<char*> arguments = argument_list(words);
   posix_spawn_file_actions_t streams;
   if (::posix_spawn_file_actions_init(&streams) != 0) return started;
   ::posix_spawn_file_actions_addopen(&streams, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -115,6 +121,16 @@ std::vector<program_result> run_programs(const std::vector<std::vector<std::stri
     if (!have_ended) std::this_thread::sleep_for(2ms);
   }
   return results;
+}
+
+bool run_in_front(const std::vector<std::string>& words) {
+  const std::vector<char*> arguments = argument_list(words);
+  pid_t child = 0;
+  if (::posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) != 0)
+    return false;
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+  return WIFEXITED(status);
 }
 
 }  // namespace tessel_host

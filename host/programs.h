@@ -26,4 +26,8 @@ struct program_result {
 [[nodiscard]] std::vector<program_result> run_programs(
     const std::vector<std::vector<std::string>>& lines, std::chrono::seconds limit);
 
+// Runs a program with this process's own streams. Returns false if it cannot be started or is ended
+// by a signal.
+[[nodiscard]] bool run_in_front(const std::vector<std::string>& words);
+
 }  // namespace tessel_host

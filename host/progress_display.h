@@ -42,7 +42,8 @@ class progress_display {
   // Reads the rest of the journal; shows a last line where lines are kept.
   void end(clock::time_point now);
 
-  // After `end`: which commands were running then.
+  // After `end`: how many commands were ended by their time limit, and which were running.
+  [[nodiscard]] std::size_t timed_out() const { return seen_.timed_out(); }
   [[nodiscard]] std::string summary() const { return seen_.present(seconds_); }
 
  private:

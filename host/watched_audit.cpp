@@ -59,6 +59,8 @@ struct signals {
   sigset_t before{};   // the mask of the caller
   sigset_t awaited{};  // what tells the parent to stop, and SIGCHLD
   struct sigaction child_before {};
+  struct sigaction pipe_before {};
+  struct sigaction size_before {};
 };
 
 // Who starts a host with nohup or in the background wants a signal to have no effect.
@@ -246,15 +248,23 @@ watched_end run_watched(const audit_plan& plan, progress_display& display,
   watched_audit audit;
   audit.began = std::time(nullptr);
   if (deadline) audit.deadline = clock::now() + *deadline;
-  const signals held = hold_back_signals();
+  signals held = hold_back_signals();
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   const pid_t parent = ::getpid();
   audit.id = ::fork();
   if (audit.id < 0) throw std::system_error(errno, std::generic_category());
   if (audit.id == 0) be_audit(plan, held, parent);
   if (plan.journal >= 0) ::close(plan.journal);
-  for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, SIG_IGN);
-  return watch(audit, held, display);
+  struct sigaction ignore {};
+  ignore.sa_handler = SIG_IGN;
+  ::sigaction(SIGPIPE, &ignore, &held.pipe_before);
+  ::sigaction(SIGXFSZ, &ignore, &held.size_before);
+  watched_end end = watch(audit, held, display);
+  // For programs that the caller may start.
+  ::sigaction(SIGPIPE, &held.pipe_before, nullptr);
+  ::sigaction(SIGXFSZ, &held.size_before, nullptr);
+  ::sigprocmask(SIG_SETMASK, &held.before, nullptr);
+  return end;
 }
 
 void end_alike(const watched_end& end) {

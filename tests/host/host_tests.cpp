@@ -161,7 +161,8 @@ TEST(parse_arguments, takes_the_command_doctor) {
 
 TEST(parse_arguments, refuses_what_needs_a_host_that_watches) {
   const std::vector<std::vector<const char*>> rows = {
-      {"--progress"}, {"--deadline", "1"}, {"--command-timeout", "1"}, {"--wait"}};
+      {"--progress"}, {"--deadline", "1"}, {"--command-timeout", "1"}, {"--wait"}, {"--report"},
+      {"--check"},    {"--json", "x"}};
   for (std::vector<const char*> row : rows) {
     const std::string option = row[0];
     row.push_back("--in-process");
@@ -198,6 +199,15 @@ TEST(describe_returned_run, distinguishes_an_early_stop_from_an_abort) {
   EXPECT_EQ(describe_returned_run(7, "because").status, 2);
   EXPECT_EQ(describe_returned_run(7, "because").message,
             "the audit did not complete: tessel_run returned 7, which it never should");
+}
+
+TEST(is_of_complete_run, reads_how_the_run_of_a_report_has_ended) {
+  EXPECT_TRUE(is_of_complete_run(R"({"origin":"x","end":"complete","last":true})"));
+  EXPECT_TRUE(is_of_complete_run(R"({"origin":"x", "end": "complete"})"));
+  EXPECT_FALSE(is_of_complete_run(R"({"end":"stopped","x":{"end":"complete"}})"));
+  EXPECT_FALSE(is_of_complete_run(R"({"origin":"\"end\":\"complete\"","end":"cut off"})"));
+  EXPECT_FALSE(is_of_complete_run(R"({"end":)"));
+  EXPECT_FALSE(is_of_complete_run(""));
 }
 
 TEST(choose_library, takes_what_is_asked_for_before_anything_else) {

@@ -1,0 +1,94 @@
+#include "after_audit.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "programs.h"
+
+namespace tessel_host {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::chrono::hours patience{1};
+
+std::vector<std::string> command(const std::string& program, const std::string& word,
+                                 const std::string& journal) {
+  std::vector<std::string> words = {program, word};
+  if (!journal.empty()) words.insert(words.end(), {"--journal", journal});
+  return words;
+}
+
+bool has_report(const program_result& made) {
+  constexpr int no_run = 2;
+  return made.is_started && !made.is_timed_out && WIFEXITED(made.wait_status) &&
+         WEXITSTATUS(made.wait_status) != no_run &&
+         WEXITSTATUS(made.wait_status) <= status_not_judged;
+}
+
+// As much of the report as says how the run has ended.
+std::string head_of(const std::string& file) {
+  std::string text(65536, '\0');
+  std::ifstream in(file, std::ios::binary);
+  in.read(text.data(), static_cast<std::streamsize>(text.size()));
+  text.resize(static_cast<std::size_t>(in.gcount()));
+  return text;
+}
+
+// Returns the status of the check.
+int check(const program_result& made, std::size_t timed_out) {
+  if (!has_report(made) || !is_of_complete_run(made.out)) return status_not_complete;
+  const int status = WEXITSTATUS(made.wait_status);
+  return timed_out > 0 ? std::max(status, status_not_judged) : status;
+}
+
+}  // namespace
+
+std::string find_report_program() {
+  constexpr const char* name = "tessel-report";
+  std::error_code error;
+  const fs::path self = fs::read_symlink("/proc/self/exe", error);
+  if (!error && ::access((self.parent_path() / name).c_str(), X_OK) == 0)
+    return self.parent_path() / name;
+  const char* const path = std::getenv("PATH");
+  std::istringstream folders(path == nullptr ? "/usr/bin:/bin" : path);
+  for (std::string folder; std::getline(folders, folder, ':');)
+    if (::access((fs::path(folder) / name).c_str(), X_OK) == 0) return fs::path(folder) / name;
+  throw report_error(
+      "--report, --check and --json need tessel-report, which is neither beside this program nor "
+      "on the search path; copy it there");
+}
+
+bool is_of_complete_run(const std::string& json) {
+  constexpr std::string_view key = "\"end\":";
+  const std::size_t at = json.find(key);
+  if (at == json.npos) return false;
+  const std::size_t value = json.find_first_not_of(' ', at + key.size());
+  return value != json.npos && json.compare(value, 10, "\"complete\"") == 0;
+}
+
+int report_audit(const std::string& program, const report_wishes& wishes,
+                 const std::string& journal, std::size_t timed_out, complainer complain) {
+  if (wishes.shows_summary && !run_in_front(command(program, "summary", journal)))
+    complain("the summary cannot be shown");
+  std::vector<std::string> words = command(program, "json", journal);
+  if (wishes.json) words.insert(words.end(), {"--output", *wishes.json});
+  if (!wishes.json && !wishes.checks) return 0;
+  program_result made = run_programs({words}, patience).front();
+  if (!has_report(made)) complain("the report in JSON cannot be made: " + made.complaint());
+  if (wishes.json && wishes.checks) made.out = head_of(*wishes.json);
+  return check(made, timed_out);
+}
+
+}  // namespace tessel_host

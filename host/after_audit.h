@@ -1,0 +1,43 @@
+// The report of an audit, made as soon as it has ended, by tessel-report.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace tessel_host {
+
+struct report_wishes {
+  bool shows_summary = false;
+  bool checks = false;  // its status becomes the host's
+  std::optional<std::string> json;
+
+  [[nodiscard]] bool any() const { return shows_summary || checks || json.has_value(); }
+};
+
+// One line: the program is not there, what to do.
+class report_error : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// The report program: beside this program, else on the search path. Throws `report_error` before an
+// audit rather than after it.
+[[nodiscard]] std::string find_report_program();
+
+inline constexpr int status_not_judged = 3;
+inline constexpr int status_not_complete = 4;
+
+// Makes what is wished for, of the run whose logs are in /var/log. `journal` may be empty. Returns
+// the exit status of a check: 0, 1 or 3 as tessel-report ends, at least 3 if commands were ended by
+// their time limit, 4 if the run has not come to its result table or cannot be read. Calls
+// `complain` with a line about what could not be made.
+using complainer = void (*)(const std::string& line);
+[[nodiscard]] int report_audit(const std::string& program, const report_wishes& wishes,
+                               const std::string& journal, std::size_t timed_out,
+                               complainer complain);
+
+// True if a report in JSON is of a run that has come to its result table.
+[[nodiscard]] bool is_of_complete_run(const std::string& json);
+
+}  // namespace tessel_host
