@@ -68,7 +68,9 @@ int history_command(const report_options& options, std::ostream& out) {
     show_history(all, {options.is_short, options.shows_all}, standard_output(), out);
     worst = worse(worst, status_of(all, options.when, counted_runs::the_last));
   }
-  if (is_first) out << "The store has no runs of it.\n";
+  if (is_first)
+    throw no_run(fmt::format("the store {} has no runs{}", options.store,
+                             options.router.empty() ? "" : " of " + options.router));
   return worst;
 }
 

@@ -12,6 +12,7 @@
 
 #include "command_line/one_line.h"
 #include "desk/commands/commands.h"
+#include "desk/judge/judging.h"
 #include "desk/judge/series.h"
 #include "desk/read/line_reader.h"
 #include "desk/show/figures.h"
@@ -43,6 +44,7 @@ std::string name_of_file(const std::string& file) {
 // What was read, by the name of the router, and a router for each file that cannot be read.
 struct intake {
   std::map<std::string, std::vector<read_file>> by_router;
+  std::vector<read_file> nameless;
   std::vector<merged_router> routers;
 };
 
@@ -55,7 +57,11 @@ void take_file(intake& in, const std::string& file) {
     made.start = start_of(made.of.of);
     keep_for_merge(made.of);
     const std::string& name = made.of.of.router;
-    in.by_router[name.empty() ? name_of_file(file) : name].push_back(std::move(made));
+    // Files of one name need not be of one router.
+    if (name.empty())
+      in.nameless.push_back(std::move(made));
+    else
+      in.by_router[name].push_back(std::move(made));
   } catch (const read_error& error) {
     std::fprintf(stderr, "tessel-report: %s\n", command_line::one_line(error.what()).c_str());
     merged_router& unread = in.routers.emplace_back();
@@ -101,7 +107,8 @@ merged_router router_of(const std::string& name, std::vector<read_file>& files) 
   for (std::size_t i = files.size() - 1; i-- > 0;) {
     if (files[i].start == latest.start) {
       made.of.of.marks.push_back(fmt::format(
-          "{} is a report of the same router and start, and was left out", files[i].file));
+          "{} is a report of the same router {}, and was left out", files[i].file,
+          latest.start ? "and start" : "without a start, so nobody knows which is later"));
       continue;
     }
     if (before == nullptr) before = &files[i];
@@ -109,6 +116,20 @@ merged_router router_of(const std::string& name, std::vector<read_file>& files) 
   }
   if (before != nullptr) mark_new(made, latest, *before);
   return made;
+}
+
+// Each file is a router: by the file's name, or by its whole path where another has that name.
+void add_nameless(intake& in) {
+  std::map<std::string, std::size_t> uses;
+  for (const merged_router& one : in.routers) ++uses[one.name];
+  for (const read_file& one : in.nameless) ++uses[name_of_file(one.file)];
+  for (read_file& one : in.nameless) {
+    std::string name = name_of_file(one.file);
+    if (uses[name] > 1) name = one.file;
+    std::vector<read_file> alone;
+    alone.push_back(std::move(one));
+    in.routers.push_back(router_of(name, alone));
+  }
 }
 
 merge_format format_of(const report_options& options) {
@@ -133,7 +154,7 @@ void show(const std::vector<merged_router>& routers, const report_options& optio
 bool has_new(const merged_router& of) {
   if (new_findings_of(of).value_or(0) != 0) return true;
   for (std::size_t i = 0; i < of.new_causes.size(); ++i)
-    if (of.new_causes[i] && !of.of.causes[i].differences.empty()) return true;
+    if (of.new_causes[i] && is_difference(of.of.of, of.of.causes[i])) return true;
   return false;
 }
 
@@ -156,8 +177,10 @@ int status_of(const std::vector<merged_router>& routers, fail_on when) {
 int merge_command(const report_options& options, std::ostream& out) {
   intake in;
   for (const std::string& file : options.reports) take_file(in, file);
-  if (in.by_router.empty()) return status_wrong_call;  // each file has had its line
+  if (in.by_router.empty() && in.nameless.empty())
+    return status_wrong_call;  // each file has had its line
   for (auto& [name, files] : in.by_router) in.routers.push_back(router_of(name, files));
+  add_nameless(in);
   sort_routers(in.routers);
   show(in.routers, options, out);
   return status_of(in.routers, options.when);

@@ -44,6 +44,7 @@ void take_number(report_options& of_run, std::string& place) {
 
 judged_run load_judged(std::string place, const report_options& options) {
   report_options of_run = options;
+  of_run.capture.clear();
   take_number(of_run, place);
   std::error_code error;
   if (fs::is_regular_file(place, error)) {

@@ -9,14 +9,14 @@
 namespace desk {
 
 // A run by its place: a folder with logs, of which it is the last run or, by "DIR@N", an older one;
-// a recorded router; a report in JSON. Throws `no_run`.
+// a recorded router; a report in JSON. Throws `no_run`, and `read_error` for a report.
 [[nodiscard]] run_record load_record(const std::string& place, const report_options& options);
 
 // The runs of the call, in its order. Throws `no_run`.
 [[nodiscard]] series load_series(const report_options& options);
 
 // What --fail-on makes of it: 1 if it has such findings, otherwise 3 if something was not judged,
-// or 0. `last_only` asks whether `any` means the last run or all of them.
+// or 0. `counted` says whether `any` means the last run or all of them.
 enum class counted_runs { the_last, all };
 [[nodiscard]] int status_of(const series& of, fail_on when, counted_runs counted);
 

@@ -129,8 +129,9 @@ void mark_minority(difference& of, const std::map<std::string, vote>& votes,
   if (!has_rival) {
     of.how_sure = sureness::majority;
     of.why = fmt::format("{} of {} hold {}", top->second.count, all,
-                         std::find_if(of.witnesses.begin(), of.witnesses.end(), [](const auto& w) {
-                           return w.is == witness::state::holds && !w.is_odd;
+                         std::find_if(of.witnesses.begin(), of.witnesses.end(), [&](const auto& w) {
+                           return w.is == witness::state::holds &&
+                                  compared_form(of.what, w.value) == top->first;
                          })->value);
     return;
   }

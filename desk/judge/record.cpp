@@ -21,6 +21,12 @@ std::string values_of(const finding& one) {
   return is_foreign ? one.text : std::string();
 }
 
+// The newest messages stand in the file itself, older ones in its backup.
+std::string name_of_log(std::string_view file) {
+  if (file.ends_with(".log.1")) file.remove_suffix(2);
+  return std::string(file);
+}
+
 struct intake {
   const judged_run& of;
   run_record& into;
@@ -54,7 +60,7 @@ void take_finding(intake& in, std::size_t index, const std::string& cause) {
     group.node = one.node;
     group.npu = one.npu;
     group.of = one.of;
-    group.log = one.log;
+    group.log = name_of_log(one.log);
     group.title = title_of(one);
     group.cause = cause;
     group.is_doubt = is_doubt(one) && !is_scale(one);
@@ -119,6 +125,10 @@ run_record record_of(const judged_run& of) {
   if (of.of.stale != stale_search::done) made.lost_logs.insert(stale_log);
   intake in(of, made);
   take_findings_of(in);
+  made.is_torn =
+      std::any_of(made.findings.begin(), made.findings.end(), [](const known_finding& one) {
+        return one.is_doubt && one.bundle.empty() && one.node.empty();
+      });
   made.is_open = made.end != run_end::complete || !made.open_bundles.empty() || has_lost_logs ||
                  std::any_of(made.findings.begin(), made.findings.end(),
                              [](const known_finding& one) { return one.is_doubt; });
@@ -132,6 +142,7 @@ bool would_show(const run_record& run, const known_finding& one) {
   // hide what is wrong with it.
   if (!one.bundle.empty() && run.known_bundles.contains(one.bundle))
     return !run.open_bundles.contains(one.bundle);
+  if (run.is_torn) return false;
   return std::none_of(run.holes.begin(), run.holes.end(), [&](const run_record::hole& hole) {
     return hole.node.empty() || one.node.empty() || hole.node == one.node;
   });

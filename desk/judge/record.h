@@ -33,6 +33,7 @@ struct run_record {
   std::string started;  // as in the logs, by the router's clock; empty if it is not known
   run_end end = run_end::unknown;
   bool is_open = true;      // something was not judged, whatever else was found
+  bool is_torn = false;     // a failure that names neither bundle nor node: a pass may have ended
   std::size_t bundles = 0;  // how many there are, and how many differ
   std::size_t differing = 0;
   std::vector<known_finding> findings;  // in the order of the summary's causes

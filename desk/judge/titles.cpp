@@ -56,6 +56,23 @@ const witness* first_odd(const difference& of) {
   return first;
 }
 
+namespace {
+
+// The witnesses of the value that most hold. Where the audit does not ask, another value is no odd
+// one, and still not the right one.
+std::vector<witness> right_ones(const difference& of) {
+  std::map<std::string, std::vector<witness>> by_form;
+  for (const witness& one : of.witnesses)
+    if (!one.is_odd && one.is == witness::state::holds)
+      by_form[compared_form(of.what, one.value)].push_back(one);
+  return std::max_element(
+             by_form.begin(), by_form.end(),
+             [](const auto& a, const auto& b) { return a.second.size() < b.second.size(); })
+      ->second;
+}
+
+}  // namespace
+
 std::string title_of(const difference& of) {
   const witness* odd = first_odd(of);
   if (of.what == field::presence)
@@ -71,11 +88,9 @@ std::string title_of(const difference& of) {
     return fmt::format("{}: {} is {}", subject_of(of.object), word_for(of.what),
                        fmt::join(values, ", "));
   }
-  const auto right = std::find_if(of.witnesses.begin(), of.witnesses.end(), [](const witness& w) {
-    return !w.is_odd && w.is == witness::state::holds;
-  });
+  const std::vector<witness> right = right_ones(of);
   return fmt::format("{}: {} is {}, {} on {}", subject_of(of.object), word_for(of.what),
-                     odd_values_of(of), right->value, places_of(of.witnesses, false));
+                     odd_values_of(of), right.front().value, places_of(right, false));
 }
 
 std::string title_of(const finding& one) {
@@ -84,7 +99,8 @@ std::string title_of(const finding& one) {
   const std::string on = place.empty() ? "" : fmt::format(" on {}", place);
   const std::string in = one.of == layer::none ? "" : fmt::format(" ({})", word_for(one.of));
   if (one.kind == finding_kind::health)
-    return fmt::format("{}: the bundle manager itself reports: {}", one.object.bundle,
+    return fmt::format("{}: the bundle manager itself reports: {}",
+                       one.object.bundle.empty() ? "the router" : one.object.bundle,
                        shortened(one.text));
   if (one.kind == finding_kind::stale)
     return fmt::format("{}: stale entry{}{}: {}",

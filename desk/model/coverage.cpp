@@ -496,11 +496,16 @@ layer layer_of_command(std::string_view command) {
 std::string trouble_of(const journal_command& command) {
   if (!command.failed.empty()) return command.failed;
   if (!command.has_ended) return "it had not ended when the run did";
+  if (command.is_timed_out) return "ended, because its time was over";
   if (command.signal) return fmt::format("ended by signal {}", *command.signal);
   // 1 is also what grep says of an output in which it found nothing.
   if (command.status && *command.status > 1)
     return fmt::format("exit status {}, {} bytes", *command.status, command.bytes.value_or(0));
   return command.bytes == 0U ? "printed nothing" : "";
+}
+
+bool is_cut_short(const journal_command& command) {
+  return !command.has_ended || command.is_timed_out || command.signal;
 }
 
 const covering::commands& commands_about(const covering& in, const coverage& entry) {
@@ -522,6 +527,12 @@ void add_journal(const covering& in, coverage& entry) {
     entry.seconds += one.seconds;
     entry.bytes += one.bytes.value_or(0);
     const std::string trouble = trouble_of(one);
+    // What a command has printed before it was ended is in the tables, and the rest is not.
+    if (entry.state == coverage_state::read && is_cut_short(one)) {
+      entry.state = coverage_state::partly;
+      entry.has_trouble = true;
+      entry.reason = fmt::format("`{}`: {}", shown_call(one), trouble);
+    }
     if (trouble.empty() || entry.state == coverage_state::read || entry.has_trouble) continue;
     entry.has_trouble = true;
     entry.reason = fmt::format("{}; `{}`: {}", entry.reason, shown_call(one), trouble);

@@ -319,6 +319,7 @@ void read_health_entry(run& into, const log_entry& entry) {
       into.marks.push_back(fmt::format("{}:{}: it names {} bundles, the first {} are shown",
                                        entry.file, line, bundles.size(), most_bundles_of_line));
       bundles.resize(most_bundles_of_line);
+      into.cut_logs.emplace_back("tessel_bundle_health.log");
     }
     first = into.findings.size();
     into.counts[finding_kind::health] += count;
@@ -489,12 +490,17 @@ void read_stale_entries(run& into, const std::string& folder, std::size_t runs) 
     into.unwritten.emplace_back(stale_log);
     return;
   }
+  // They may be those of the run before: this log has no times.
+  if (!into.has_snapshot)
+    return lose_stale(into, fmt::format("{}: without a snapshot nobody knows of which run its last "
+                                        "entries are",
+                                        stale_log));
   constexpr std::size_t layers = 4;
   if (part.counted.size() == layers)
     into.stale = stale_search::done;
   else if (part.counted.empty() && part.entries.empty() && is_kept_from_stale(into))
     into.stale = stale_search::skipped;
-  else if (into.has_snapshot)
+  else
     lose_stale(into, fmt::format("{} lacks the counts of the run's stale entries", stale_log));
   check_counts(into, part);
   into.counts[finding_kind::stale] += part.entries.size();

@@ -41,6 +41,8 @@ void take_end(journal_command& of, const json& line) {
   of.signal = number_at<int>(line, "signal");
   of.bytes = number_at<std::uint64_t>(line, "bytes");
   of.seconds = number_at<double>(line, "seconds").value_or(0);
+  const auto timeout = line.find("timeout");
+  of.is_timed_out = timeout != line.end() && timeout->is_boolean() && timeout->get<bool>();
   of.failed = text_at(line, "failed");
 }
 

@@ -18,7 +18,8 @@ struct journal_command {
   std::optional<int> signal;
   std::optional<std::uint64_t> bytes;
   double seconds = 0;
-  std::string failed;  // why the audit could not run it or use its output
+  bool is_timed_out = false;  // the audit has ended it, because its time was over
+  std::string failed;         // why the audit could not run it or use its output
 };
 
 // The tool's own call, without the pipe behind it.

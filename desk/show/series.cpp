@@ -8,6 +8,7 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace desk {
@@ -61,9 +62,10 @@ void show_run(const view& v, std::string_view label, const run_record& run) {
 
 std::vector<item> items_of(const std::vector<const tracked_finding*>& findings) {
   std::vector<item> items;
-  std::map<std::pair<std::string_view, const std::vector<sighting>>, std::size_t> known;
+  std::map<std::tuple<std::string_view, std::vector<sighting>, change>, std::size_t> known;
   for (const tracked_finding* one : findings) {
-    const auto [at, is_new] = known.try_emplace({title_of(one->latest), one->in}, items.size());
+    const auto [at, is_new] =
+        known.try_emplace({title_of(one->latest), one->in, change_of(*one)}, items.size());
     if (is_new) items.emplace_back();
     items[at->second].findings.push_back(one);
   }
@@ -290,11 +292,9 @@ void show_history(const series& of, const series_options& how, const terminal& o
   out << fmt::format("{}: {}, {} to {}\n", name, counted(of.runs.size(), "run", "runs"),
                      time_of(of.runs.front()), time_of(of.runs.back()));
   show_run(v, "last", of.runs.back());
-  std::vector<const tracked_finding*> all;
-  for (const tracked_finding& one : of.findings) all.push_back(&one);
-  const std::vector<item> items = items_of(all);
-  if (how.is_short || items.empty()) return;
-  out << '\n';
+  const std::vector<item> items = items_of(wrong_ones(of));
+  if (how.is_short) return;
+  if (!items.empty()) out << '\n';
   constexpr std::size_t lines = 30;
   const std::size_t shown = how.shows_all ? items.size() : std::min(items.size(), lines);
   for (std::size_t i = 0; i < shown; ++i) {
@@ -303,6 +303,7 @@ void show_history(const series& of, const series_options& how, const terminal& o
   }
   if (shown < items.size())
     out << fmt::format("and {} more; --all shows everything\n", items.size() - shown);
+  show_section(v, title_of_doubts, tone::doubt, doubts_now(of), false, mark_of_doubt);
 }
 
 }  // namespace desk

@@ -18,7 +18,7 @@ constexpr int patience_ms = 10'000;
 constexpr const char* schema = R"(
 CREATE TABLE run (
   id INTEGER PRIMARY KEY, router TEXT NOT NULL, started TEXT NOT NULL, origin TEXT NOT NULL,
-  ended TEXT NOT NULL, open INTEGER NOT NULL,
+  ended TEXT NOT NULL, open INTEGER NOT NULL, torn INTEGER NOT NULL,
   bundles INTEGER NOT NULL, differing INTEGER NOT NULL, UNIQUE (router, started));
 CREATE TABLE finding (
   run INTEGER NOT NULL REFERENCES run ON DELETE CASCADE, position INTEGER NOT NULL,
@@ -227,11 +227,11 @@ void run_store::keep(const run_record& run) {
   old << run.router << run.started;
   old.run();
   statement into = at.prepare(
-      "INSERT INTO run (router, started, origin, ended, open, bundles, differing) "
-      "VALUES (?,?,?,?,?,?,?)");
+      "INSERT INTO run (router, started, origin, ended, open, torn, bundles, differing) "
+      "VALUES (?,?,?,?,?,?,?,?)");
   into << run.router << run.started << run.origin << word_for_end(run.end)
-       << std::int64_t{run.is_open} << static_cast<std::int64_t>(run.bundles)
-       << static_cast<std::int64_t>(run.differing);
+       << std::int64_t{run.is_open} << std::int64_t{run.is_torn}
+       << static_cast<std::int64_t>(run.bundles) << static_cast<std::int64_t>(run.differing);
   into.run();
   const std::int64_t id = sqlite3_last_insert_rowid(base_.get());
   keep_findings(at, id, run);
@@ -263,7 +263,7 @@ std::vector<run_record> run_store::runs_of(const std::string& router) const {
   std::vector<run_record> runs;
   transaction one_state(at, "BEGIN");
   statement from = at.prepare(
-      "SELECT id, started, origin, ended, open, bundles, differing FROM run "
+      "SELECT id, started, origin, ended, open, torn, bundles, differing FROM run "
       "WHERE router = ? ORDER BY started, id");
   from << router;
   while (from.step()) {
@@ -273,8 +273,9 @@ std::vector<run_record> run_store::runs_of(const std::string& router) const {
     one.origin = from.text(2);
     one.end = end_in(at, from.text(3));
     one.is_open = from.number(4) != 0;
-    one.bundles = static_cast<std::size_t>(from.number(5));
-    one.differing = static_cast<std::size_t>(from.number(6));
+    one.is_torn = from.number(5) != 0;
+    one.bundles = static_cast<std::size_t>(from.number(6));
+    one.differing = static_cast<std::size_t>(from.number(7));
     read_findings_of(at, from.number(0), one);
     read_rest_of(at, from.number(0), one);
   }

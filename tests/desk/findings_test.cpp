@@ -214,6 +214,7 @@ TEST_F(logs_of_a_test, health_names_each_bundle) {
 
 TEST_F(logs_of_a_test, a_stale_entry_names_its_bundle_by_the_lag_id) {
   run of;
+  of.has_snapshot = true;
   const auto bundle = of.object_at(object_kind::bundle, "BE7", "BE7");
   of.lag_ids[of.texts.keep("0x1")].push_back(bundle);
   write("stale_entries",

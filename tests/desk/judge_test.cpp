@@ -458,5 +458,26 @@ TEST_F(run_of_a_test, a_log_that_has_lost_messages_leaves_every_bundle_open) {
   EXPECT_EQ(exit_status(judged), 3);
 }
 
+// What it had printed is in the tables, and nobody knows what it had not.
+TEST_F(run_of_a_test, a_command_that_was_ended_leaves_its_layer_open) {
+  add_nodes(2);
+  journal_command ended;
+  ended.id = 1;
+  ended.node = "0/0/CPU0";
+  ended.command = "ssh 192.0.0.0 /opt/nos/bin/fwd_object_show -t l2port -D";
+  ended.has_ended = true;
+  ended.is_timed_out = true;
+  ended.bytes = 100;
+  of.log_of_commands.emplace().commands.push_back(ended);
+  fill_coverage(of);
+  const coverage* entry = coverage_of(of, layer::dpa, "0/0/CPU0", {});
+  ASSERT_NE(entry, nullptr);
+  EXPECT_EQ(entry->state, coverage_state::partly);
+  EXPECT_THAT(entry->reason, HasSubstr("its time was over"));
+  EXPECT_EQ(coverage_of(of, layer::dpa, "0/1/CPU0", {})->state, coverage_state::read);
+  const judged_run judged = judge(std::move(of));
+  EXPECT_EQ(judged.bundles.at(0).is, verdict::not_judged);
+}
+
 }  // namespace
 }  // namespace desk

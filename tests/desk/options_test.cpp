@@ -26,5 +26,22 @@ TEST(options, name_the_router_of_the_machines_own_logs_only) {
   EXPECT_EQ(parse_options({"--router=", "json"}).router, "");
 }
 
+TEST(options, name_each_run_that_is_compared_as_an_operand) {
+  EXPECT_THROW((void)parse_options({"--capture", "x", "diff", "a", "b"}),
+               command_line::usage_error);
+  EXPECT_THROW((void)parse_options({"confirm", "a", "b", "--logs", "x"}),
+               command_line::usage_error);
+  EXPECT_THROW((void)parse_options({"diff", "a", "b", "--run", "2"}), command_line::usage_error);
+  EXPECT_THROW((void)parse_options({"diff", "a"}), command_line::usage_error);
+  EXPECT_EQ(parse_options({"diff", "a", "b"}).places.size(), 2U);
+  EXPECT_EQ(parse_options({"history", "--store", "s", "--capture", "x"}).capture, "x");
+}
+
+TEST(options, compare_runs_for_what_is_new) {
+  EXPECT_THROW((void)parse_options({"--fail-on", "new"}), command_line::usage_error);
+  EXPECT_THROW((void)parse_options({"nagios", "--fail-on", "never"}), command_line::usage_error);
+  EXPECT_EQ(parse_options({"--fail-on", "new", "diff", "a", "b"}).when, fail_on::is_new);
+}
+
 }  // namespace
 }  // namespace desk

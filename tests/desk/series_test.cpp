@@ -186,6 +186,33 @@ TEST(record, a_node_that_was_not_read_keeps_a_run_open) {
   EXPECT_TRUE(record_of(run_that_stopped()).is_open);
 }
 
+TEST(record, a_failure_that_names_nothing_keeps_findings_from_being_gone) {
+  known_finding of_node = one;
+  of_node.bundle.clear();
+  run_record torn = run_with({});
+  torn.is_torn = true;
+  EXPECT_EQ(change_of_only({run_with({of_node}), torn}), change::not_judged);
+  judged_run run = healthy_run();
+  finding failed;
+  failed.kind = finding_kind::failure;
+  failed.code = "TC-753";
+  failed.text = "no key 'BE2': Bundle programming verification failed";
+  run.of.findings.push_back(failed);
+  EXPECT_TRUE(record_of(run).is_torn);
+  EXPECT_FALSE(record_of(healthy_run()).is_torn);
+}
+
+TEST(record, a_message_in_the_backup_is_of_the_same_log) {
+  judged_run run = run_with_faults();
+  run.of.findings.front().log = "tessel_inconsistencies.log.1";
+  bool is_found = false;
+  for (const known_finding& each : record_of(run).findings) {
+    EXPECT_NE(each.log, "tessel_inconsistencies.log.1");
+    is_found = is_found || each.log == "tessel_inconsistencies.log";
+  }
+  EXPECT_TRUE(is_found);
+}
+
 // ---- Exit status --------------------------------------------------------------------------------
 
 int status(std::vector<run_record> runs, fail_on when, counted_runs counted) {
@@ -279,6 +306,19 @@ TEST(show_confirm, marks_in_which_runs_a_finding_moves) {
   show_confirm(track({run_with({one}), run_with({}), open}), {}, {}, out);
   EXPECT_THAT(out.str(), HasSubstr("0 confirmed, 1 moving.\n"));
   EXPECT_THAT(out.str(), HasSubstr("\n  + - ?  BE1: global LIF on 0/0/CPU0 (1 message: TC-104)\n"));
+}
+
+TEST(show_history, tells_a_changed_message_from_one_that_persists) {
+  known_finding other = finding_on("0/1/CPU0");
+  known_finding was = other;
+  was.values = "0x7, known 0x2";
+  other.cause = was.cause = "one cause";
+  known_finding same = one;
+  same.cause = "one cause";
+  std::ostringstream out;
+  show_history(track({run_with({same, was}), run_with({same, other})}), {}, {}, out);
+  EXPECT_THAT(out.str(), HasSubstr("persisting"));
+  EXPECT_THAT(out.str(), HasSubstr("changed"));
 }
 
 TEST(show_history, shows_first_and_last_sighting) {

@@ -236,15 +236,21 @@ TEST_F(store, a_writer_that_is_killed_leaves_the_runs_as_they_were) {
   ASSERT_GE(child, 0);
   if (child == 0) {
     sqlite3* base = nullptr;
-    sqlite3_open(file.c_str(), &base);
+    if (sqlite3_open(file.c_str(), &base) != SQLITE_OK) ::_exit(1);
     // A small cache makes it write to the file before the end.
-    sqlite3_exec(base, "PRAGMA cache_size = 1; BEGIN IMMEDIATE; DELETE FROM finding;", nullptr,
-                 nullptr, nullptr);
+    const int done = sqlite3_exec(
+        base,
+        "PRAGMA cache_size = 1; BEGIN IMMEDIATE; CREATE TABLE large (text); "
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000) "
+        "INSERT INTO large SELECT hex(randomblob(500)) FROM n; DELETE FROM finding;",
+        nullptr, nullptr, nullptr);
+    if (done != SQLITE_OK) ::_exit(1);
     ::kill(::getpid(), SIGKILL);
   }
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   ASSERT_TRUE(WIFSIGNALED(status));
+  ASSERT_TRUE(fs::exists(file + "-journal"));
   const auto runs = run_store(file, run_store::access::write).runs_of("r1");
   ASSERT_EQ(runs.size(), 1U);
   expect_equal(runs[0], run_of("r1", "2026-11-20"));
