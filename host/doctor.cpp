@@ -84,7 +84,7 @@ std::string examine_model(report& shown) {
     shown.add(level::fail, "machine: sw_version_show: " + version.complaint(), remedy);
     return {};
   }
-  const std::string model = model_in(version.out);
+  std::string model = model_in(version.out);
   if (model.empty()) {
     const auto named = lines_with(version.out, "processor");
     shown.add(level::fail,
@@ -123,7 +123,7 @@ std::vector<listed_node> examine_nodes(report& shown, const std::string& model) 
   if (known == router_models.end()) return {};
   if (known->is_single_node) return {{"0/RP0/CPU0", std::string(address_of_single_node)}};
   const program_result listing = run({in_tool_folder("plat_nodes_show"), "-v"});
-  const auto nodes = nodes_in(listing.out, model);
+  auto nodes = nodes_in(listing.out, model);
   if (!listing.is_good() || nodes.empty()) {
     shown.add(level::fail,
               "nodes: plat_nodes_show -v: " +

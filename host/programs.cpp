@@ -30,6 +30,7 @@ struct running {
 
 std::vector<char*> argument_list(const std::vector<std::string>& words) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
   return arguments;
@@ -52,7 +53,7 @@ running start(const std::vector<std::string>& words) {
 }
 
 std::string content_of(int descriptor) {
-  constexpr off_t most = 16 * 1024 * 1024;
+  constexpr off_t most = off_t{16} * 1024 * 1024;
   std::string text;
   struct stat state {};
   if (descriptor < 0 || ::fstat(descriptor, &state) != 0) return text;
