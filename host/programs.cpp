@@ -104,9 +104,20 @@ std::string program_result::complaint() const {
   return line.empty() ? end : end + ", " + command_line::one_line(line);
 }
 
+namespace {
+
+// A parent that ignores the end of its children hides how they ended, and its programs inherit
+// that.
+void see_how_children_end() {
+  ::signal(SIGCHLD, SIG_DFL);
+}
+
+}  // namespace
+
 std::vector<program_result> run_programs(const std::vector<std::vector<std::string>>& lines,
                                          std::chrono::seconds limit) {
   using namespace std::chrono_literals;
+  see_how_children_end();
   std::vector<running> programs;
   std::vector<program_result> results(lines.size());
   const auto began = clock::now();
@@ -125,6 +136,7 @@ std::vector<program_result> run_programs(const std::vector<std::vector<std::stri
 }
 
 bool run_in_front(const std::vector<std::string>& words) {
+  see_how_children_end();
   const std::vector<char*> arguments = argument_list(words);
   pid_t child = 0;
   if (::posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) != 0)

@@ -222,6 +222,7 @@ watched_end watch(const watched_audit& audit, const signals& held, progress_disp
     const int number = awaited_signal(held, time_to_sleep(audit, display));
     if (const auto status = reap(audit.id)) {
       end.wait_status = *status;
+      end.stopped_by = number;  // it came together with the end
       break;
     }
     // A signal that only the audit gets has the same effect.

@@ -26,13 +26,16 @@ run_record record_to_keep(const std::string& place, const report_options& option
 }
 
 // Returns whose runs they are.
-std::set<std::string> keep_runs(run_store& store, const report_options& options) {
+std::set<std::string> keep_runs(run_store& store, const report_options& options,
+                                std::ostream& out) {
   std::set<std::string> routers;
   std::vector<std::string> places = options.places;
   if (places.empty()) places.push_back(options.capture.empty() ? options.logs : options.capture);
   for (const std::string& place : places) {
     const run_record run = record_to_keep(place, options);
-    store.keep(run);
+    if (!store.keep(run))
+      out << fmt::format("note: the store has more of the run in {}, and keeps that\n",
+                         printable(place));
     if (options.newest != 0) store.drop_old(run.router, options.newest);
     routers.insert(run.router);
   }
@@ -57,7 +60,7 @@ int history_command(const report_options& options, std::ostream& out) {
   run_store store(options.store,
                   options.keeps_nothing ? run_store::access::read : run_store::access::write);
   const std::set<std::string> routers =
-      options.keeps_nothing ? routers_to_show(store, options) : keep_runs(store, options);
+      options.keeps_nothing ? routers_to_show(store, options) : keep_runs(store, options, out);
   int worst = status_nothing_found;
   bool is_first = true;
   for (const std::string& router : routers) {

@@ -198,6 +198,13 @@ void read_rest_of(const place_of_store& at, std::int64_t id, run_record& into) {
   while (log.step()) into.lost_logs.insert(log.text(0));
 }
 
+// Whether the same run is there, and how it ended is known.
+bool has_better(const place_of_store& at, const run_record& run) {
+  statement known = at.prepare("SELECT 1 FROM run WHERE router = ? AND started = ? AND ended != ?");
+  known << run.router << run.started << word_for_end(run_end::unknown);
+  return known.step();
+}
+
 }  // namespace
 
 void run_store::close::operator()(sqlite3* base) const {
@@ -220,9 +227,10 @@ run_store::run_store(const std::string& file, access how) : file_(file) {
   at.run("PRAGMA trusted_schema = OFF");
 }
 
-void run_store::keep(const run_record& run) {
+bool run_store::keep(const run_record& run) {
   const place_of_store at{base_.get(), file_};
   transaction all(at);
+  if (run.end == run_end::unknown && has_better(at, run)) return false;
   statement old = at.prepare("DELETE FROM run WHERE router = ? AND started = ?");
   old << run.router << run.started;
   old.run();
@@ -237,6 +245,7 @@ void run_store::keep(const run_record& run) {
   keep_findings(at, id, run);
   keep_rest(at, id, run);
   all.commit();
+  return true;
 }
 
 void run_store::drop_old(const std::string& router, std::size_t newest) {

@@ -28,8 +28,10 @@ class run_store {
   // no store, or was written by a later version.
   run_store(const std::string& file, access how);
 
-  // Keeps a run; one that is there already, by router and start, is replaced. Throws `store_error`.
-  void keep(const run_record& run);
+  // Keeps a run; one that is there already, by router and start, is replaced. Returns false, and
+  // keeps nothing, if what is there was read with its snapshot and this was not. Throws
+  // `store_error`.
+  bool keep(const run_record& run);
 
   // Drops all but the newest runs of a router. Throws `store_error`.
   void drop_old(const std::string& router, std::size_t newest);

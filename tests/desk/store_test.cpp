@@ -129,6 +129,23 @@ TEST_F(store, orders_runs_by_their_start_and_replaces_a_run_that_it_has) {
   EXPECT_THAT(runs[1].findings, IsEmpty());
 }
 
+TEST_F(store, keeps_what_it_has_of_a_run_if_that_is_more) {
+  run_store opened(file, run_store::access::write);
+  run_record whole = run_of("r1", "2026-11-21");
+  whole.end = run_end::complete;
+  EXPECT_TRUE(opened.keep(whole));
+  run_record messages_only = whole;
+  messages_only.end = run_end::unknown;
+  messages_only.findings.clear();
+  EXPECT_FALSE(opened.keep(messages_only));
+  expect_equal(opened.runs_of("r1").at(0), whole);
+  messages_only.started = "2026-11-20";
+  EXPECT_TRUE(opened.keep(messages_only));
+  whole.started = "2026-11-20";
+  EXPECT_TRUE(opened.keep(whole));
+  EXPECT_EQ(opened.runs_of("r1").at(0).end, run_end::complete);
+}
+
 TEST_F(store, drops_old_runs_of_one_router_with_all_that_is_theirs) {
   {
     run_store opened(file, run_store::access::write);
