@@ -130,6 +130,9 @@ void prepare(const record_request& request, const fs::path& work, pid_t recorder
   const bool way_back = enter_namespace(0);
   bind_file(held(request.tool), work / "program");
   bind_file(held(request.host), work / "tessel-host");
+  // The host looks for it beside itself.
+  const fs::path report = request.host.parent_path() / "tessel-report";
+  if (fs::is_regular_file(report)) bind_file(held(report), work / "tessel-report");
   bind_file(held(request.library), work / "library" / "libtessel.so");
   lead_path(work, way_back);
   cover_tool_folder(work, way_back);

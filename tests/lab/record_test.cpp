@@ -553,6 +553,15 @@ TEST_F(recording_test, passes_the_hosts_status_on_and_leaves_nothing_else_behind
   EXPECT_EQ(again.err, "tessel-lab: /var/log/cap: exists already\n");
 }
 
+TEST_F(recording_test, has_the_hosts_report_program_beside_it) {
+  script("tessel-report", "echo reported");
+  const outcome made =
+      record("tool iface_show 'echo x'\n", "iface_show; \"$(dirname \"$0\")/tessel-report\"");
+  EXPECT_EQ(made.status, 0) << made.err;
+  EXPECT_EQ(made.out, "x\nreported\n");
+  EXPECT_EQ(left_beside(), "");
+}
+
 TEST_F(recording_test, is_private_to_the_user) {
   record("tool iface_show 'echo x; echo y >&2'\n",
          "umask 000; iface_show; ssh 192.0.0.4 'iface_show'");
