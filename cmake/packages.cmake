@@ -38,7 +38,7 @@ endfunction()
 set(docs ${PROJECT_SOURCE_DIR}/docs)
 tessel_install(tessel tessel PROGRAMS tessel-host tessel-report
   MANUAL tessel.7 tessel-host.8 tessel-report.1
-  DOCS ${docs}/FINDINGS.md ${docs}/JOURNAL.md ${docs}/RELIABILITY.md ${docs}/REPORT.md
+  DOCS ${docs}/FINDINGS.md ${docs}/FLEET.md ${docs}/JOURNAL.md ${docs}/RELIABILITY.md ${docs}/REPORT.md
        ${PROJECT_SOURCE_DIR}/CHANGELOG.md)
 tessel_install(lab tessel-lab PROGRAMS tessel-lab
   MANUAL tessel-capture.5 tessel-lab.1 tessel-lab-tool.1
@@ -46,6 +46,10 @@ tessel_install(lab tessel-lab PROGRAMS tessel-lab
 tessel_install(dev libtessel-dev)
 install(FILES ${PROJECT_SOURCE_DIR}/desk/show/report.schema.json COMPONENT tessel
         DESTINATION ${CMAKE_INSTALL_DATADIR}/tessel)
+
+# Ansible and systemd take them from where an administrator has copied them.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/packaging/fleet/ COMPONENT tessel
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/tessel/examples)
 
 # For hosts that are linked to the library.
 install(FILES ${PROJECT_SOURCE_DIR}/include/tessel/tessel.h COMPONENT dev
