@@ -49,7 +49,9 @@ install(FILES ${PROJECT_SOURCE_DIR}/desk/show/report.schema.json COMPONENT tesse
 
 # Ansible and systemd take them from where an administrator has copied them.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/packaging/fleet/ COMPONENT tessel
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/tessel/examples)
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/tessel/examples
+        PATTERN tessel-metrics PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+                GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
 # For hosts that are linked to the library.
 install(FILES ${PROJECT_SOURCE_DIR}/include/tessel/tessel.h COMPONENT dev
