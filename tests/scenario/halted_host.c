@@ -1,23 +1,27 @@
-/* Preloaded into a host, halts it at a chosen point of the audit. The runners' bad_host sets these
-   variables:
+/* Preloaded into a host, halts it at a chosen point of the audit. bad_host and watched_host, which
+   the runners start, set these variables:
 
      HALT_REPORT   file that receives, when the host ends, a line for each phase: its number of
                    steps, a blank and its title. Without it, nothing happens
      HALT_SIGNAL   number of the signal by which the host halts itself, SIGKILL or SIGSTOP
-     HALT_PHASE    number of the phase in which it does: 0 before the first title, 1 from the first
-                   title on, and so on. What follows "Overall Results:" is the last one
-     HALT_STEP     how many steps into the phase: 0 right after its title has been written
+     HALT_MARK     file that the host makes at this point instead, and sleeps for 50 ms: long enough
+   for another process to do something to it in this phase HALT_PHASE    number of the phase in
+   which it does: 0 before the first title, 1 from the first title on, and so on. What follows
+   "Overall Results:" is the last one HALT_STEP     how many steps into the phase: 0 right after its
+   title has been written
 
    A step is an allocation, a write, a read of a file or the start of a command. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <stdatomic.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
 #include <unistd.h>
 
 enum { most_phases = 16, title_size = 64 };
@@ -27,6 +31,7 @@ extern void* __libc_calloc(size_t, size_t);
 extern void* __libc_realloc(void*, size_t);
 
 static const char* report;
+static const char* mark;
 static int halt_signal;
 static long halt_phase = -1;
 static long halt_step;
@@ -36,8 +41,18 @@ static atomic_long phase;
 
 #define REAL(name) (__extension__(__typeof__(&name)) dlsym(RTLD_NEXT, #name))
 
+static void make_mark(void) {
+  const struct timespec pause = {0, 50000000};
+  const int made = open(mark, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  if (made < 0) _exit(95);
+  close(made);
+  nanosleep(&pause, NULL);
+}
+
 static void halt_if_due(long at, long step) {
-  if (at == halt_phase && step == halt_step && halt_signal != 0) kill(getpid(), halt_signal);
+  if (at != halt_phase || step != halt_step) return;
+  if (halt_signal != 0) kill(getpid(), halt_signal);
+  if (mark != NULL) make_mark();
 }
 
 static void step(void) {
@@ -82,6 +97,7 @@ __attribute__((constructor)) static void begin(void) {
   halt_signal = (int)number_in("HALT_SIGNAL", 0);
   halt_phase = number_in("HALT_PHASE", -1);
   halt_step = number_in("HALT_STEP", 0);
+  mark = getenv("HALT_MARK");
   unsetenv("LD_PRELOAD");
   report = getenv("HALT_REPORT");
 }
