@@ -16,56 +16,23 @@
 
 #include "lab/base/descriptors.h"
 #include "lab/base/error.h"
+#include "packing/tar_head.h"
+#include "packing/tar_writer.h"
 
 namespace lab {
 namespace {
 
 namespace fs = std::filesystem;
+using packing::block_size;
+using packing::fields_of;
+using packing::in_whole_blocks;
+using packing::long_name_record;
+using packing::size_of_end;
+using packing::sum_of;
+using packing::tar_head;
 
-constexpr std::size_t block_size = 512;
 constexpr std::size_t longest_name = 4096;
 constexpr int compression_level = 6;
-
-// The header of an entry, as POSIX defines it.
-struct tar_head {
-  char name[100];
-  char mode[8];
-  char owner[8];
-  char group[8];
-  char size[12];
-  char changed[12];
-  char sum[8];
-  char kind;
-  char link[100];
-  char magic[6];
-  char version[2];
-  char owner_name[32];
-  char group_name[32];
-  char device[16];
-  char prefix[155];
-  char unused[12];
-};
-static_assert(sizeof(tar_head) == block_size);
-
-unsigned sum_of(const tar_head& head) {
-  tar_head blank = head;
-  std::memset(blank.sum, ' ', sizeof blank.sum);
-  std::array<unsigned char, block_size> bytes{};
-  std::memcpy(bytes.data(), &blank, block_size);
-  unsigned sum = 0;
-  for (const unsigned char byte : bytes) sum += byte;
-  return sum;
-}
-
-template <std::size_t Size>
-void put_text(char (&field)[Size], std::string_view text) {
-  text.copy(field, Size);
-}
-
-template <std::size_t Size>
-void put_octal(char (&field)[Size], std::uint64_t number) {
-  put_text(field, fmt::format("{:0{}o}", number, Size - 1));
-}
 
 template <std::size_t Size>
 std::string text_of(const char (&field)[Size]) {
@@ -112,35 +79,6 @@ class named_file {
   descriptor file_;
 };
 
-// A record "LENGTH path=NAME\n", whose length counts itself.
-std::string long_name_record(const std::string& name) {
-  const std::string tail = fmt::format(" path={}\n", name);
-  std::size_t length = tail.size() + 1;
-  while (fmt::format("{}", length).size() + tail.size() != length) ++length;
-  return fmt::format("{}{}", length, tail);
-}
-
-struct name_fields {
-  std::string_view prefix;
-  std::string_view name;
-};
-
-// The name as the header of an entry holds it; nothing if the name is too long for that.
-std::optional<name_fields> fields_of(std::string_view name) {
-  if (name.size() <= sizeof tar_head::name) return name_fields{"", name};
-  const std::size_t slash = name.rfind('/');
-  if (slash == std::string_view::npos || slash > sizeof tar_head::prefix ||
-      name.size() - slash - 1 > sizeof tar_head::name)
-    return std::nullopt;
-  return name_fields{name.substr(0, slash), name.substr(slash + 1)};
-}
-
-constexpr std::uint64_t size_of_end = 2 * block_size;
-
-std::uint64_t in_whole_blocks(std::uint64_t size) {
-  return (size + block_size - 1) / block_size * block_size;
-}
-
 }  // namespace
 
 std::string size_text(std::uint64_t bytes) {
@@ -171,86 +109,40 @@ std::string archive_space::excess(const archive_limits& limits) const {
 
 struct archive_writer::state {
   explicit state(const fs::path& file)
-      : out(file, O_WRONLY | O_CREAT | O_EXCL), context(ZSTD_createCCtx(), &ZSTD_freeCCtx) {
-    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_compressionLevel, compression_level);
-    ZSTD_CCtx_setParameter(context.get(), ZSTD_c_checksumFlag, 1);
-  }
-
-  void put(const char* data, std::size_t size, ZSTD_EndDirective how = ZSTD_e_continue) {
-    ZSTD_inBuffer in{data, size, 0};
-    for (;;) {
-      ZSTD_outBuffer packed{buffer.data(), buffer.size(), 0};
-      const std::size_t left = ZSTD_compressStream2(context.get(), &packed, &in, how);
-      if (ZSTD_isError(left) != 0)
-        throw lab_error(fmt::format("{}: {}", out.name(), ZSTD_getErrorName(left)));
-      out.write_all(buffer.data(), packed.pos);
-      if (how == ZSTD_e_end ? left == 0 : in.pos == in.size) return;
-    }
-  }
-
-  void put_padding(std::uint64_t size) {
-    constexpr std::array<char, block_size> zeros{};
-    if (size % block_size != 0) put(zeros.data(), block_size - size % block_size);
-  }
-
-  void put_head(std::string_view prefix, std::string_view name, char kind, std::uint64_t size) {
-    tar_head head{};
-    put_text(head.name, name);
-    put_text(head.prefix, prefix);
-    put_octal(head.mode, 0600);
-    put_octal(head.owner, 0);
-    put_octal(head.group, 0);
-    put_octal(head.size, size);
-    put_octal(head.changed, 0);  // one capture is one archive, whenever it was packed
-    head.kind = kind;
-    put_text(head.magic, "ustar");
-    put_text(head.version, "00");
-    put_octal(head.sum, sum_of(head));
-    std::array<char, block_size> bytes{};
-    std::memcpy(bytes.data(), &head, block_size);
-    put(bytes.data(), bytes.size());
-  }
-
-  void put_long_name(const std::string& name) {
-    const std::string record = long_name_record(name);
-    put_head("", "capture/name", 'x', record.size());
-    put(record.data(), record.size());
-    put_padding(record.size());
-  }
+      : out(file, O_WRONLY | O_CREAT | O_EXCL),
+        tar([this](std::string_view bytes) { out.write_all(bytes.data(), bytes.size()); },
+            compression_level) {}
 
   named_file out;
-  std::unique_ptr<ZSTD_CCtx, decltype(&ZSTD_freeCCtx)> context;
-  std::vector<char> buffer = std::vector<char>(ZSTD_CStreamOutSize());
+  packing::tar_writer tar;
 };
 
 archive_writer::archive_writer(const fs::path& file) : state_(std::make_unique<state>(file)) {}
 
 archive_writer::~archive_writer() = default;
 
-void archive_writer::add(const std::string& name, const fs::path& source) {
+void archive_writer::add(const std::string& name, const fs::path& source) try {
   // Opening a pipe would wait for its other end.
   const named_file in(source, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
   const std::uint64_t size = in.regular_size();
-  if (const auto fields = fields_of(name)) {
-    state_->put_head(fields->prefix, fields->name, '0', size);
-  } else {
-    state_->put_long_name(name);
-    state_->put_head("", std::string_view{name}.substr(0, sizeof tar_head::name), '0', size);
-  }
+  state_->tar.begin_entry(name, size);
   std::vector<char> buffer(std::size_t{1} << 17);
   for (std::uint64_t left = size; left > 0;) {
     const std::size_t got = in.read_some(
         buffer.data(), static_cast<std::size_t>(std::min<std::uint64_t>(left, buffer.size())));
     if (got == 0) throw lab_error(fmt::format("{}: became shorter while it was read", in.name()));
-    state_->put(buffer.data(), got);
+    state_->tar.put({buffer.data(), got});
     left -= got;
   }
-  state_->put_padding(size);
+  state_->tar.end_entry();
+} catch (const packing::packing_error& error) {
+  throw lab_error(fmt::format("{}: {}", state_->out.name(), error.what()));
 }
 
-void archive_writer::finish() {
-  constexpr std::array<char, size_of_end> end{};
-  state_->put(end.data(), end.size(), ZSTD_e_end);
+void archive_writer::finish() try {
+  state_->tar.finish();
+} catch (const packing::packing_error& error) {
+  throw lab_error(fmt::format("{}: {}", state_->out.name(), error.what()));
 }
 
 // Reading ----------------------------------------------------------------------------------------

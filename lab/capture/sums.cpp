@@ -2,10 +2,8 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <nettle/sha2.h>
 #include <sys/stat.h>
 
-#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -13,6 +11,7 @@
 
 #include "lab/base/descriptors.h"
 #include "lab/base/error.h"
+#include "packing/sha256.h"
 
 namespace lab {
 namespace {
@@ -21,21 +20,14 @@ namespace fs = std::filesystem;
 
 class summing {
  public:
-  summing() { sha256_init(&state_); }
   void add(std::string_view text) {
     bytes_ += text.size();
-    sha256_update(&state_, text.size(), reinterpret_cast<const std::uint8_t*>(text.data()));
+    sum_.add(text);
   }
-  file_sum end() {
-    std::array<std::uint8_t, SHA256_DIGEST_SIZE> digest{};
-    sha256_digest(&state_, digest.size(), digest.data());
-    file_sum sum{bytes_, {}};
-    for (const std::uint8_t byte : digest) sum.sha256 += fmt::format("{:02x}", byte);
-    return sum;
-  }
+  file_sum end() { return {bytes_, sum_.digits()}; }
 
  private:
-  sha256_ctx state_{};
+  packing::sha256 sum_;
   std::uint64_t bytes_ = 0;
 };
 
