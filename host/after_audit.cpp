@@ -5,10 +5,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string_view>
 #include <system_error>
 #include <vector>
@@ -61,10 +59,7 @@ std::string find_report_program() {
   const fs::path self = fs::read_symlink("/proc/self/exe", error);
   if (!error && ::access((self.parent_path() / name).c_str(), X_OK) == 0)
     return self.parent_path() / name;
-  const char* const path = std::getenv("PATH");
-  std::istringstream folders(path == nullptr ? "/usr/bin:/bin" : path);
-  for (std::string folder; std::getline(folders, folder, ':');)
-    if (::access((fs::path(folder) / name).c_str(), X_OK) == 0) return fs::path(folder) / name;
+  if (const std::string found = find_on_path(name); !found.empty()) return found;
   throw report_error(
       "--report, --check and --json need tessel-report, which is neither beside this program nor "
       "on the search path; copy it there");

@@ -20,7 +20,6 @@ namespace tessel_host {
 
 using command_line::usage_error;
 
-inline constexpr int status_ended = status_not_complete;  // by its deadline
 inline constexpr int status_usage = command_line::usage_status;
 inline constexpr int status_library_unavailable = 69;
 inline constexpr int status_journal_refused = 73;

@@ -11,14 +11,14 @@
 #include <fstream>
 #include <sstream>
 
+#include "audit_files.h"
+
 namespace tessel_host {
 
 namespace {
 
-constexpr const char* folder = "/var/log";
-
 int open_folder() {
-  return ::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  return ::open(log_folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
 bool is_locked_by(int descriptor, int operation) {

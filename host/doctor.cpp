@@ -13,6 +13,7 @@
 #include <sstream>
 #include <string_view>
 
+#include "audit_files.h"
 #include "audit_lock.h"
 #include "command_line/one_line.h"
 #include "platform.h"
@@ -61,11 +62,7 @@ bool is_program(const std::string& file) {
 }
 
 bool is_on_path(std::string_view name) {
-  const char* const path = std::getenv("PATH");
-  std::istringstream folders(path == nullptr ? "/usr/bin:/bin" : path);
-  for (std::string folder; std::getline(folders, folder, ':');)
-    if (is_program((folder.empty() ? "." : folder) + "/" + std::string(name))) return true;
-  return false;
+  return !find_on_path(name).empty();
 }
 
 // The lines of a text that hold `word`.
@@ -285,8 +282,8 @@ int examine_machine() {
   examine_tools(shown);
   const auto nodes = examine_nodes(shown, model);
   const std::uint64_t chips = model.empty() ? 0 : count_chips(shown);
-  examine_space(shown, "/var/log", "the logs", bytes_needed(chips));
-  examine_space(shown, "/tmp", "the captures", bytes_needed(chips));
+  examine_space(shown, log_folder, "the logs", bytes_needed(chips));
+  examine_space(shown, capture_folder, "the captures", bytes_needed(chips));
   examine_compiler(shown);
   if (!nodes.empty()) examine_server(shown, nodes);
   examine_logins(shown, nodes);

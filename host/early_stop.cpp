@@ -8,14 +8,13 @@
 #include <cstddef>
 #include <string_view>
 
+#include "audit_files.h"
 #include "command_line/one_line.h"
 
 namespace tessel_host {
 
 namespace {
 
-constexpr const char* debug_log = "/var/log/tessel_debug.log";
-constexpr const char* exception_log = "/var/log/tessel_exception.log";
 // The tool that says what this machine is, and where the audit keeps what it has printed.
 constexpr std::string_view version_tool = "sw_version_show";
 constexpr const char* version_capture = "/tmp/tessel_0.log";

@@ -8,12 +8,11 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <new>
 #include <string_view>
 #include <system_error>
 
+#include "audit_files.h"
 #include "command_line/one_line.h"
 
 namespace tessel_host {
@@ -23,32 +22,6 @@ namespace {
 [[noreturn]] void refuse(const std::string& path, const std::string& cause) {
   throw journal_error("cannot write the journal '" + command_line::one_line(path) + "': " + cause +
                       "; name another file with --journal FILE");
-}
-
-// Of what the system says, two causes are not plain.
-std::string cause_of(int error) {
-  if (error == ELOOP) return "it is a link";
-  if (error == ENXIO) return "it is not a file";
-  return std::strerror(error);
-}
-
-// The audit removes /tmp/tessel*, and its logs hold the findings of earlier runs.
-void refuse_what_is_the_audits(const std::string& path) {
-  constexpr std::string_view logs[] = {
-      "tessel_exception.log",    "tessel_inconsistencies.log", "tessel_programming_error.log",
-      "tessel_delay_delete.log", "tessel_bundle_health.log",   "tessel_stale_entries.log",
-      "tessel_debug.log"};
-  std::error_code error;
-  const auto absolute = std::filesystem::absolute(path, error);
-  if (error) refuse(path, error.message());
-  const auto place = std::filesystem::weakly_canonical(absolute, error);
-  if (error) refuse(path, error.message());
-  const std::string name = place.filename().string();
-  if (place.parent_path() == "/tmp" && name.starts_with("tessel"))
-    refuse(path, "the audit removes /tmp/tessel*");
-  for (const std::string_view log : logs)
-    if (place.parent_path() == "/var/log" && name.starts_with(log))
-      refuse(path, "it is a log of the audit");
 }
 
 // A descriptor that is closed unless it is kept.
@@ -69,7 +42,8 @@ class opened {
 }  // namespace
 
 int open_journal_file(const std::string& path) {
-  refuse_what_is_the_audits(path);
+  // The audit removes /tmp/tessel*, and its logs hold the findings of earlier runs.
+  if (const std::string cause = why_not_ours(path); !cause.empty()) refuse(path, cause);
   // Not emptied before it is known to be a file. Appending, so that whoever empties it meanwhile
   // does not get a gap.
   const opened first(::open(

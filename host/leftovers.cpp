@@ -11,11 +11,11 @@
 #include <memory>
 #include <string_view>
 
+#include "audit_files.h"
+
 namespace tessel_host {
 
 namespace {
-
-constexpr std::string_view folder = "/tmp/";
 
 struct closes_folder {
   void operator()(DIR* opened) const { ::closedir(opened); }
@@ -53,10 +53,10 @@ off_t end_of_whole_lines(int descriptor, off_t size) {
 
 std::vector<std::string> captures_since(std::time_t began) {
   std::vector<std::string> found;
-  const std::unique_ptr<DIR, closes_folder> opened(::opendir(std::string(folder).c_str()));
+  const std::unique_ptr<DIR, closes_folder> opened(::opendir(capture_folder));
   if (!opened) return found;
   while (const dirent* const entry = ::readdir(opened.get())) {
-    const std::string path = std::string(folder) + entry->d_name;
+    const std::string path = std::string(capture_folder) + "/" + entry->d_name;
     if (is_name_of_capture(entry->d_name) && is_capture_since(path, began)) found.push_back(path);
   }
   std::sort(found.begin(), found.end());

@@ -145,9 +145,8 @@ int run_and_watch(const host_arguments& arguments, audit_plan& plan) {
                        : -1;
   const progress_way way = progress_of(arguments, journal != nullptr);
   progress_display display(way, std::move(journal), std::chrono::steady_clock::now());
-  const std::time_t began = std::time(nullptr);
-  const watched_end end = run_watched(plan, display, arguments.deadline);
-  if (end.returned) report(*end.returned, began);
+  const watched_end end = run_watched(plan, display, {arguments.deadline});
+  if (end.returned) report(*end.returned, end.began);
   if (end.is_overdue) complain_of_deadline(arguments, display);
   name_what_is_left(end);
   report_and_check(arguments, end, program, name_of_journal(arguments, kept), display.timed_out());

@@ -62,6 +62,12 @@ bool has_ended(const process& one) {
   return one.state == 'Z' || one.state == 'X';
 }
 
+bool is_among(const process& one, const std::vector<process>& some) {
+  return std::any_of(some.begin(), some.end(), [&](const process& other) {
+    return other.id == one.id && other.began == one.began;
+  });
+}
+
 std::vector<process> all_processes() {
   std::vector<process> all;
   for (const pid_t id : numbers_in("/proc"))
@@ -75,8 +81,9 @@ std::optional<process> process_of(pid_t id) {
   return process_at("/proc/" + std::to_string(id) + "/stat", id);
 }
 
-std::vector<process> running_below(pid_t ancestor) {
+std::vector<process> running_below(pid_t ancestor, const std::vector<process>& spared) {
   std::vector<process> others = all_processes();
+  std::erase_if(others, [&](const process& one) { return is_among(one, spared); });
   std::vector<pid_t> family = {ancestor};
   std::vector<process> found;
   for (std::size_t at = 0; at < family.size(); ++at) {
@@ -91,6 +98,12 @@ std::vector<process> running_below(pid_t ancestor) {
     others.erase(children, others.end());
   }
   return found;
+}
+
+std::vector<process> children_of(pid_t parent) {
+  std::vector<process> children = all_processes();
+  std::erase_if(children, [parent](const process& one) { return one.parent != parent; });
+  return children;
 }
 
 bool is_halted(pid_t id) {

@@ -20,8 +20,13 @@ struct process {
 [[nodiscard]] std::optional<process> process_of(pid_t id);
 
 // The processes below `ancestor`, without itself, that have not ended. Those whose parent has ended
-// are found as long as `ancestor` is their subreaper. Empty if /proc cannot be read.
-[[nodiscard]] std::vector<process> running_below(pid_t ancestor);
+// are found as long as `ancestor` is their subreaper. Leaves out `spared` and what is below them.
+// Empty if /proc cannot be read.
+[[nodiscard]] std::vector<process> running_below(pid_t ancestor,
+                                                 const std::vector<process>& spared = {});
+
+// The processes whose parent is this one, also those that have ended and are not collected.
+[[nodiscard]] std::vector<process> children_of(pid_t parent);
 
 // True if no thread of the process can do anything before it gets SIGCONT, or if it has ended.
 [[nodiscard]] bool is_halted(pid_t id);

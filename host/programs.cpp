@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <cstdlib>
+#include <sstream>
 #include <thread>
 
 #include "command_line/one_line.h"
@@ -102,6 +104,16 @@ std::string program_result::complaint() const {
                               ? "signal " + std::to_string(WTERMSIG(wait_status))
                               : "status " + std::to_string(WEXITSTATUS(wait_status));
   return line.empty() ? end : end + ", " + command_line::one_line(line);
+}
+
+std::string find_on_path(std::string_view name) {
+  const char* const path = std::getenv("PATH");
+  std::istringstream folders(path == nullptr ? "/usr/bin:/bin" : path);
+  for (std::string folder; std::getline(folders, folder, ':');) {
+    const std::string file = (folder.empty() ? "." : folder) + "/" + std::string(name);
+    if (::access(file.c_str(), X_OK) == 0) return file;
+  }
+  return {};
 }
 
 namespace {

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tessel_host {
@@ -20,6 +21,9 @@ struct program_result {
   // Why it is not good, in a few words on one line.
   [[nodiscard]] std::string complaint() const;
 };
+
+// The program of this name in the folders of the search path; empty if it is in none.
+[[nodiscard]] std::string find_on_path(std::string_view name);
 
 // Runs the command lines at the same time, without a shell: the first word is a path, or a name on
 // the search path. Standard input is empty. Those that take longer than `limit` are ended.

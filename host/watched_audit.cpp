@@ -16,8 +16,10 @@
 #include <new>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "arguments.h"
+#include "audit_files.h"
 #include "leftovers.h"
 #include "processes.h"
 
@@ -33,8 +35,6 @@ constexpr auto patience_for_halt = 300ms;
 constexpr auto patience_for_tools = 200ms;  // after SIGTERM; and once more after SIGKILL
 constexpr auto patience_for_end = 200ms;
 constexpr auto pause = 2ms;
-
-constexpr const char* debug_log = "/var/log/tessel_debug.log";
 
 // What the child says to the parent, in memory that both see.
 struct said {
@@ -107,6 +107,8 @@ void halt_on_signals(const signals& held) {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != parent) ::_exit(128 + SIGKILL);
   halt_on_signals(held);
+  // What loses its parent comes to the audit, so that the host knows it from its own children.
+  ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   const std::int32_t result = run_audit(plan);
   shared->result = result;
   shared->has_returned = true;
@@ -123,26 +125,51 @@ bool becomes_true(clock::duration patience, Condition is_done) {
   return true;
 }
 
+struct watched_audit {
+  pid_t id = 0;
+  bool has_ended = false;
+  std::time_t began = 0;
+  std::optional<clock::time_point> deadline;
+  // Children of this process that are none of the audit's, such as a job of a shell that has become
+  // the host.
+  std::vector<process> strangers;
+};
+
+// True if a child has ended and waits to be collected.
+bool waits_to_be_collected(pid_t child) {
+  siginfo_t ended{};
+  return ::waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+         ended.si_pid == child;
+}
+
+// As long as the audit lives, whatever has lost its parent comes to the audit, if it is the
+// audit's, and else to the host.
+void note_strangers(watched_audit& audit) {
+  std::vector<process> others = children_of(::getpid());
+  std::erase_if(others, [&](const process& one) { return one.id == audit.id; });
+  if (!waits_to_be_collected(audit.id)) audit.strangers = std::move(others);
+}
+
 // Collects every child that has ended. Returns the status of the audit's, if it is among them.
-std::optional<int> reap(pid_t audit) {
+std::optional<int> reap(watched_audit& audit) {
   for (;;) {
     int status = 0;
     const pid_t ended = ::waitpid(-1, &status, WNOHANG);
     if (ended < 0 && errno == EINTR) continue;
     if (ended <= 0) return std::nullopt;
-    if (ended == audit) return status;
+    audit.has_ended = ended == audit.id;
+    if (audit.has_ended) return status;
+    note_strangers(audit);  // what the stranger has left behind is one, too
   }
 }
 
 // What the audit has started, also where a tool has a session of its own or has lost its parent.
-std::vector<process> tools_of(pid_t audit) {
-  std::vector<process> below = running_below(::getpid());
-  std::erase_if(below, [audit](const process& one) { return one.id == audit; });
-  return below;
+std::vector<process> tools_of(const watched_audit& audit) {
+  return audit.has_ended ? running_below(::getpid(), audit.strangers) : running_below(audit.id);
 }
 
 // Again and again, because a tool may be starting others.
-bool end_tools_by(int number, pid_t audit) {
+bool end_tools_by(int number, const watched_audit& audit) {
   return becomes_true(patience_for_tools, [&] {
     const std::vector<process> tools = tools_of(audit);
     for (const process& tool : tools) {
@@ -153,35 +180,34 @@ bool end_tools_by(int number, pid_t audit) {
   });
 }
 
-void end_tools(pid_t audit, watched_end& end) {
+void end_tools(const watched_audit& audit, watched_end& end) {
   if (!end_tools_by(SIGTERM, audit) && !end_tools_by(SIGKILL, audit))
     end.left_processes = tools_of(audit).size();
 }
 
 // The audit halts first. It then writes no line about tools that end, and none of its lines is cut:
 // a thread that is writing to a file halts only when it has written.
-void end_audit(pid_t audit, std::time_t began, watched_end& end) {
-  ::kill(audit, SIGSTOP);
-  becomes_true(patience_for_halt, [audit] { return is_halted(audit); });
+void end_audit(watched_audit& audit, watched_end& end) {
+  ::kill(audit.id, SIGSTOP);
+  becomes_true(patience_for_halt, [&] { return is_halted(audit.id); });
   end_tools(audit, end);
-  ::kill(audit, SIGKILL);
+  ::kill(audit.id, SIGKILL);
   becomes_true(patience_for_end, [&] {
     const auto status = reap(audit);
     if (status) end.wait_status = *status;
     return status.has_value();
   });
-  end.left_captures = remove_captures_since(began);
+  end.left_captures = remove_captures_since(audit.began);
   drop_torn_line(debug_log);
 }
 
 // An audit that has not ended by itself leaves its captures to whoever looks for the cause.
-void clean_up_after(std::time_t began, watched_end& end) {
-  constexpr pid_t nobody = 0;
+void clean_up_after(const watched_audit& audit, watched_end& end) {
   if (WIFSIGNALED(end.wait_status)) {
-    end_tools(nobody, end);
+    end_tools(audit, end);
     drop_torn_line(debug_log);
   }
-  if (end.returned || WIFSIGNALED(end.wait_status)) end.left_captures = captures_since(began);
+  if (end.returned || WIFSIGNALED(end.wait_status)) end.left_captures = captures_since(audit.began);
 }
 
 timespec timespec_of(clock::duration time) {
@@ -198,12 +224,6 @@ int awaited_signal(const signals& held, std::optional<clock::duration> patience)
   return number > 0 && number != SIGCHLD ? number : 0;
 }
 
-struct watched_audit {
-  pid_t id = 0;
-  std::time_t began = 0;
-  std::optional<clock::time_point> deadline;
-};
-
 // How long the parent may sleep; nothing if only a signal can wake it.
 std::optional<clock::duration> time_to_sleep(const watched_audit& audit,
                                              const progress_display& display) {
@@ -216,11 +236,12 @@ std::optional<clock::duration> time_to_sleep(const watched_audit& audit,
   return time;
 }
 
-watched_end watch(const watched_audit& audit, const signals& held, progress_display& display) {
+watched_end watch(watched_audit& audit, const signals& held, progress_display& display) {
   watched_end end;
+  end.began = audit.began;
   for (;;) {
     const int number = awaited_signal(held, time_to_sleep(audit, display));
-    if (const auto status = reap(audit.id)) {
+    if (const auto status = reap(audit)) {
       end.wait_status = *status;
       end.stopped_by = number;  // it came together with the end
       break;
@@ -229,7 +250,7 @@ watched_end watch(const watched_audit& audit, const signals& held, progress_disp
     end.stopped_by = number != 0 ? number : shared->stopped_by.load();
     end.is_overdue = end.stopped_by == 0 && audit.deadline && clock::now() >= *audit.deadline;
     if (end.stopped_by != 0 || end.is_overdue) {
-      end_audit(audit.id, audit.began, end);
+      end_audit(audit, end);
       display.end(clock::now());
       return end;
     }
@@ -237,21 +258,22 @@ watched_end watch(const watched_audit& audit, const signals& held, progress_disp
   }
   display.end(clock::now());
   if (shared->has_returned) end.returned = shared->result;
-  clean_up_after(audit.began, end);
+  clean_up_after(audit, end);
   return end;
 }
 
 }  // namespace
 
 watched_end run_watched(const audit_plan& plan, progress_display& display,
-                        std::optional<std::chrono::seconds> deadline) {
+                        const watch_limits& limits) {
   shared = share();
   watched_audit audit;
   audit.began = std::time(nullptr);
-  if (deadline) audit.deadline = clock::now() + *deadline;
+  if (limits.deadline) audit.deadline = clock::now() + *limits.deadline;
   signals held = hold_back_signals();
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   const pid_t parent = ::getpid();
+  audit.strangers = children_of(parent);
   audit.id = ::fork();
   if (audit.id < 0) throw std::system_error(errno, std::generic_category());
   if (audit.id == 0) be_audit(plan, held, parent);
@@ -269,7 +291,7 @@ watched_end run_watched(const audit_plan& plan, progress_display& display,
 }
 
 void end_alike(const watched_end& end) {
-  if (end.is_overdue) ::_exit(status_ended);
+  if (end.is_overdue) ::_exit(status_not_complete);
   const bool by_signal = end.stopped_by != 0 || WIFSIGNALED(end.wait_status);
   if (!by_signal) ::_exit(WEXITSTATUS(end.wait_status));
   const int number = end.stopped_by != 0 ? end.stopped_by : WTERMSIG(end.wait_status);

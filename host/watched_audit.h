@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,21 +23,26 @@ struct watched_end {
   std::optional<std::int32_t> returned;  // what tessel_run returned, if it did
   int stopped_by = 0;                    // the signal that ended audit and tools
   bool is_overdue = false;               // the deadline did
+  std::time_t began = 0;
   // If the audit did not come to its end: the captures that stay, and the number of tools that
   // could not be ended.
   std::vector<std::string> left_captures;
   std::size_t left_processes = 0;
 };
 
+struct watch_limits {
+  std::optional<std::chrono::seconds> deadline;
+};
+
 // Forks. The child runs the audit and ends with its status. The parent returns when the child has
 // ended. If it gets SIGHUP, SIGINT, SIGQUIT or SIGTERM meanwhile, it ends the audit and its tools
 // within a second, and removes the captures; a signal that was blocked or ignored before the call
-// stays so. Throws `std::system_error` if there can be no child. Call it once, before the process
-// has other threads.
+// stays so. Children that the caller has already are left alone, as is what they start. Throws
+// `std::system_error` if there can be no child. Call it once, before the process has other threads.
 //
-// Does the same if the audit takes longer than `deadline`. `display` shows the progress meanwhile.
+// Does the same if the audit takes longer than its deadline. `display` shows the progress meanwhile.
 [[nodiscard]] watched_end run_watched(const audit_plan& plan, progress_display& display,
-                                      std::optional<std::chrono::seconds> deadline);
+                                      const watch_limits& limits);
 
 // Ends the calling process as the audit ended: by its status or its signal, or with status 4 by its
 // deadline.

@@ -1,9 +1,19 @@
 // Tests of what the doctor reads, and of the programs that it runs.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -12,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "audit_files.h"
 #include "doctor.h"
 #include "platform.h"
 #include "programs.h"
@@ -30,7 +41,8 @@ std::string content_of(const fs::path& file) {
 std::string library_sources() {
   std::string all;
   for (const auto& entry : fs::recursive_directory_iterator(PROJECT_SOURCES "/src"))
-    if (entry.path().extension() == ".cpp") all += content_of(entry.path());
+    if (entry.path().extension() == ".cpp" || entry.path().extension() == ".h")
+      all += content_of(entry.path());
   return all;
 }
 
@@ -85,6 +97,58 @@ TEST(platform, has_the_tools_of_the_library_and_no_others) {
   std::vector<std::string> names;
   for (const platform_tool& tool : platform_tools) names.emplace_back(tool.name);
   EXPECT_EQ(simulated, names);
+}
+
+TEST(audit_files, have_the_names_of_the_library) {
+  const auto named = found_in(library_sources(), R"rx((tessel_[a-z_]+\.log))rx");
+  std::set<std::string> names(named.begin(), named.end());
+  std::set<std::string> expected(log_names.begin(), log_names.end());
+  EXPECT_EQ(names, expected);
+  EXPECT_TRUE(expected.contains(fs::path(debug_log).filename()));
+  EXPECT_TRUE(expected.contains(fs::path(exception_log).filename()));
+}
+
+// In the child: no memory becomes writable and executable.
+void refuse_compiled_code() {
+  constexpr unsigned both = PROT_WRITE | PROT_EXEC;
+  std::array<sock_filter, 7> rules = {{
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_mmap, 0, 3),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[2])),
+      BPF_STMT(BPF_ALU | BPF_AND | BPF_K, both),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, both, 1, 0),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+  }};
+  const sock_fprog program{static_cast<unsigned short>(rules.size()), rules.data()};
+  if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+      ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
+    ::_exit(126);
+}
+
+TEST(doctor, warns_if_patterns_cannot_be_compiled) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::dup2(ends[1], STDOUT_FILENO);
+    refuse_compiled_code();
+    ::execl(TESSEL_HOST, "tessel-host", "doctor", nullptr);
+    ::_exit(127);
+  }
+  ::close(ends[1]);
+  std::string text;
+  std::array<char, 4096> block{};
+  for (ssize_t count = 0; (count = ::read(ends[0], block.data(), block.size())) > 0;)
+    text.append(block.data(), static_cast<std::size_t>(count));
+  ::close(ends[0]);
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 2) << "this is no router";
+  EXPECT_NE(text.find("warn patterns: the system allows no compiled ones; allow this program "
+                      "writable and executable memory, or let the audit take longer\n"),
+            std::string::npos)
+      << text;
 }
 
 TEST(model_in, looks_only_before_the_word_processor_in_its_first_line) {

@@ -595,7 +595,7 @@ TEST(host, shows_help_and_version_on_standard_output) {
         "--deadline SECONDS", "--in-process", "--help", "--version", "Exit status:\n"}) {
     EXPECT_NE(help.out.find(text), std::string::npos) << text;
   }
-  for (const int status : {0, 1, 2, status_ended, status_usage, status_library_unavailable,
+  for (const int status : {0, 1, 2, status_not_complete, status_usage, status_library_unavailable,
                            status_journal_refused, status_output_failed, status_audit_running})
     EXPECT_NE(help.out.find("\n  " + std::to_string(status) + " "), std::string::npos) << status;
   const auto version = run_shell(host + " --version");

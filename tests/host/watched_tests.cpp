@@ -131,6 +131,28 @@ TEST(running_below, finds_children_of_children_and_orphans_until_they_end) {
   EXPECT_FALSE(process_of(child));
 }
 
+TEST(running_below, leaves_out_what_is_spared_with_all_below) {
+  const pid_t spared = start([] {
+    if (::fork() == 0) {
+      for (;;) ::pause();
+    }
+  });
+  const pid_t other = start([] {});
+  ASSERT_TRUE(comes_true([] { return running_below(::getpid()).size() == 3; }));
+  std::vector<process> children = children_of(::getpid());
+  EXPECT_EQ(children.size(), 2U) << "not the children of children";
+  std::erase_if(children, [&](const process& one) { return one.id != spared; });
+  ASSERT_EQ(children.size(), 1U);
+  const auto left = running_below(::getpid(), children);
+  ASSERT_EQ(left.size(), 1U);
+  EXPECT_EQ(left[0].id, other);
+  --children[0].began;
+  EXPECT_EQ(running_below(::getpid(), children).size(), 3U) << "an earlier process with its id";
+  for (const process& one : running_below(::getpid())) send_signal(one, SIGKILL);
+  end(spared);
+  end(other);
+}
+
 TEST(send_signal, spares_a_later_process_with_the_id) {
   const pid_t child = start([] {});
   auto other = process_of(child);

@@ -1,0 +1,35 @@
+#include "audit_files.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+namespace tessel_host {
+
+bool is_name_of_log(std::string_view name) {
+  return std::any_of(log_names.begin(), log_names.end(),
+                     [name](std::string_view log) { return name.starts_with(log); });
+}
+
+std::string why_not_ours(const std::string& path) {
+  std::error_code error;
+  const auto absolute = std::filesystem::absolute(path, error);
+  if (error) return error.message();
+  const auto place = std::filesystem::weakly_canonical(absolute, error);
+  if (error) return error.message();
+  const std::string name = place.filename().string();
+  if (place.parent_path() == capture_folder && name.starts_with("tessel"))
+    return "the audit removes /tmp/tessel*";
+  if (place.parent_path() == log_folder && is_name_of_log(name)) return "it is a log of the audit";
+  return {};
+}
+
+std::string cause_of(int error) {
+  if (error == ELOOP) return "it is a link";
+  if (error == ENXIO) return "it is not a file";
+  return std::strerror(error);
+}
+
+}  // namespace tessel_host
