@@ -24,6 +24,15 @@ namespace {
                       "; name another file with --journal FILE");
 }
 
+constexpr int longest_timeout = 24 * 60 * 60;
+
+std::optional<int> whole_number(std::string_view text) {
+  int number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc{} && stop == end ? std::optional(number) : std::nullopt;
+}
+
 // A descriptor that is closed unless it is kept.
 class opened {
  public:
@@ -69,16 +78,22 @@ int open_journal_in_memory() {
   return ::fcntl(chosen, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
 }
 
-int inherited_journal() {
+inherited_wish inherited_journal() {
+  constexpr std::string_view limit = " timeout=";
   const char* const set = std::getenv("TESSEL_JOURNAL");
-  if (set == nullptr) return -1;
+  if (set == nullptr) return {};
   const std::string_view text(set);
-  const std::string_view number_alone = text.substr(0, text.find(" timeout="));
-  int number = -1;
-  const char* const end = number_alone.data() + number_alone.size();
-  const auto [stop, error] = std::from_chars(number_alone.data(), end, number);
-  const bool is_number = error == std::errc{} && stop == end && number > STDERR_FILENO;
-  return is_number && ::fcntl(number, F_GETFD) >= 0 ? number : -1;
+  const std::size_t at = text.find(limit);
+  inherited_wish wish;
+  const auto number = whole_number(text.substr(0, at));
+  if (!number || *number <= STDERR_FILENO || ::fcntl(*number, F_GETFD) < 0) return {};
+  if (at != text.npos) {
+    const auto seconds = whole_number(text.substr(at + limit.size()));
+    if (!seconds || *seconds < 1 || *seconds > longest_timeout) return {};
+    wish.command_timeout = std::chrono::seconds(*seconds);
+  }
+  wish.descriptor = *number;
+  return wish;
 }
 
 std::unique_ptr<journal_tail> follow_journal(int descriptor, bool is_kept) {

@@ -24,8 +24,13 @@ class journal_error : public std::runtime_error {
 // A file in memory for a journal that only the host reads; /dev/null if there can be none.
 [[nodiscard]] int open_journal_in_memory();
 
-// Where the environment that the host was started with wants a journal; -1 if it wants none.
-[[nodiscard]] int inherited_journal();
+// What the environment that the host was started with asks the library for.
+struct inherited_wish {
+  int descriptor = -1;  // of the journal; -1 if it wants none
+  std::optional<std::chrono::seconds> command_timeout;
+};
+// Nothing where the library would see nothing.
+[[nodiscard]] inherited_wish inherited_journal();
 
 // Reads what the library will write to the descriptor. Null if that leads to no file. Unless
 // `is_kept`, a file in memory gives back what has been read.

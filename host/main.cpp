@@ -5,6 +5,7 @@
 #include "doctor.h"
 #include "early_stop.h"
 #include "journal_file.h"
+#include "journal_relay.h"
 #include "library.h"
 #include "progress_display.h"
 #include "watched_audit.h"
@@ -76,47 +77,82 @@ progress_way progress_of(const host_arguments& arguments, bool has_journal) {
         "output to a file",
         0);
   } else if (!has_journal) {
-    complain("no progress is shown, because another program reads the journal of the audit", 0);
+    complain("no progress is shown, because there is no memory for a journal of the audit", 0);
   }
   return way;
 }
 
+// True if the journal is needed when the audit has ended.
+bool keeps_journal(const host_arguments& arguments) {
+  return arguments.report.any();
+}
+
 // True if the host itself needs the journal.
 bool reads_journal(const host_arguments& arguments) {
-  return arguments.command_timeout || arguments.deadline || arguments.report.any() ||
+  return arguments.command_timeout || arguments.deadline || keeps_journal(arguments) ||
          choose_progress(arguments.progress) != progress_way::none;
 }
 
-// Offers the library a journal, if the arguments want one. Returns what the host reads of it.
-std::unique_ptr<journal_tail> prepare_journal(const host_arguments& arguments, audit_plan& plan) {
-  const int inherited = inherited_journal();
+struct prepared_journal {
+  std::unique_ptr<journal_tail> tail;    // what the host reads of it
+  std::unique_ptr<journal_relay> relay;  // who gets its lines from the host
+  std::string name;                      // of the whole of it; empty if it is not kept
+};
+
+// The name of a file in memory, as long as this process lives. The descriptor stays open.
+std::string name_of(int descriptor) {
+  const int kept = ::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  return kept < 0 ? "" : "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(kept);
+}
+
+// The journal for whoever has started the host. Into a file the library writes by itself, so that a
+// slow disk does not keep the host from watching; the host reads it there. For any other reader it
+// writes into memory, and the host hands on what the reader takes.
+prepared_journal share_journal(const host_arguments& arguments, int inherited, audit_plan& plan) {
+  prepared_journal made;
+  const bool is_kept = keeps_journal(arguments);
+  made.tail = follow_journal(inherited, true);  // nothing of it is given back: it is theirs
+  const int memory = !made.tail || is_kept ? open_journal_in_memory() : -1;
+  if (is_kept) made.name = name_of(memory);
+  if (made.tail) {
+    if (is_kept) made.relay = relay_to(memory);
+    ::close(memory);
+    return made;
+  }
+  made.tail = follow_journal(memory, is_kept);
+  if (made.tail) {
+    made.relay = relay_to(inherited);
+    plan.journal = memory;
+  }
+  return made;
+}
+
+// Offers the library a journal, if the arguments want one.
+prepared_journal prepare_journal(const host_arguments& arguments, audit_plan& plan) {
+  const inherited_wish inherited = inherited_journal();
   const bool is_needed = reads_journal(arguments);
+  prepared_journal made;
   if (arguments.journal) {
     plan.journal = open_journal_file(*arguments.journal);
-  } else if (inherited < 0 && is_needed) {
+    made.name = *arguments.journal;
+  } else if (is_needed && inherited.descriptor >= 0) {
+    made = share_journal(arguments, inherited.descriptor, plan);
+  } else if (is_needed) {
     plan.journal = open_journal_in_memory();
+    if (keeps_journal(arguments)) made.name = name_of(plan.journal);
   }
-  const int used = plan.journal >= 0 ? plan.journal : inherited;
-  if (used < 0) return nullptr;
-  auto tail = is_needed ? follow_journal(used, arguments.report.any()) : nullptr;
-  if (plan.journal >= 0 || arguments.command_timeout)
-    offer_journal(used, arguments.command_timeout);
-  return tail;
+  const int used = plan.journal >= 0 ? plan.journal : inherited.descriptor;
+  if (used < 0) return made;
+  if (is_needed && !made.tail) made.tail = follow_journal(used, keeps_journal(arguments));
+  auto timeout = arguments.command_timeout;
+  if (!timeout && !arguments.journal) timeout = inherited.command_timeout;
+  if (plan.journal >= 0 || arguments.command_timeout) offer_journal(used, timeout);
+  return made;
 }
 
-void complain_of_deadline(const host_arguments& arguments, const progress_display& display) {
-  const std::string seconds = std::to_string(arguments.deadline->count());
-  complain("the audit was ended, because it had not come to its end after " + seconds +
-               " s (--deadline): " + display.summary(),
-           0);
-}
-
-// The file of the journal, for another program; empty if the host has opened none. One in memory
-// has a name as long as this process lives.
-std::string name_of_journal(const host_arguments& arguments, int kept) {
-  if (arguments.journal) return *arguments.journal;
-  if (kept < 0) return {};
-  return "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(kept);
+std::string describe_deadline(const host_arguments& arguments, const progress_display& display) {
+  return "the audit was ended, because it had not come to its end after " +
+         std::to_string(arguments.deadline->count()) + " s (--deadline): " + display.summary();
 }
 
 void complain_of_report(const std::string& line) {
@@ -140,16 +176,14 @@ int run_and_watch(const host_arguments& arguments, audit_plan& plan) {
   const std::string program = arguments.report.any() ? find_report_program() : std::string();
   take_audit_lock(arguments.wait);  // before a file is emptied that another audit may be writing
   auto journal = prepare_journal(arguments, plan);
-  const int kept = arguments.report.any() && plan.journal >= 0
-                       ? ::fcntl(plan.journal, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)
-                       : -1;
-  const progress_way way = progress_of(arguments, journal != nullptr);
-  progress_display display(way, std::move(journal), std::chrono::steady_clock::now());
+  const progress_way way = progress_of(arguments, journal.tail != nullptr);
+  progress_display display(way, std::move(journal.tail), std::move(journal.relay),
+                           std::chrono::steady_clock::now());
   const watched_end end = run_watched(plan, display, {arguments.deadline});
   if (end.returned) report(*end.returned, end.began);
-  if (end.is_overdue) complain_of_deadline(arguments, display);
+  if (end.is_overdue) complain(describe_deadline(arguments, display), 0);
   name_what_is_left(end);
-  report_and_check(arguments, end, program, name_of_journal(arguments, kept), display.timed_out());
+  report_and_check(arguments, end, program, journal.name, display.timed_out());
   end_alike(end);
 }
 

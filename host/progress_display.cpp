@@ -17,6 +17,8 @@ using namespace std::chrono_literals;
 
 constexpr auto pause_on_terminal = 250ms;
 constexpr auto pause_between_lines = 10s;
+constexpr auto pause_of_relay = 50ms;
+constexpr auto patience_for_reader = 100ms;
 constexpr std::size_t usual_width = 80;
 constexpr std::size_t longest_line = 1000;  // a pipe that has room takes it without waiting
 
@@ -60,12 +62,14 @@ progress_way choose_progress(std::optional<bool> asked) {
 }
 
 progress_display::progress_display(progress_way way, std::unique_ptr<journal_tail> journal,
-                                   clock::time_point began)
+                                   std::unique_ptr<journal_relay> relay, clock::time_point began)
     : way_(journal ? way : progress_way::none),
       journal_(std::move(journal)),
+      relay_(journal_ ? std::move(relay) : nullptr),
       began_(began),
       next_(began + (way_ == progress_way::lines ? clock::duration(pause_between_lines)
-                                                 : clock::duration(pause_on_terminal))) {}
+                                                 : clock::duration(pause_on_terminal))),
+      next_relay_(began + pause_of_relay) {}
 
 double progress_display::seconds_until(clock::time_point now) const {
   return std::chrono::duration<double>(now - began_).count();
@@ -75,10 +79,19 @@ void progress_display::read() {
   if (!journal_) return;
   journal_->take_lines([this](std::string_view line) {
     if (const auto event = read_event(line)) seen_.take(*event);
+    if (relay_) relay_->add(line);
   });
 }
 
+void progress_display::hand_on(clock::time_point now) {
+  if (!relay_ || now < next_relay_) return;
+  read();
+  relay_->flush();
+  next_relay_ = now + pause_of_relay;
+}
+
 void progress_display::look(clock::time_point now) {
+  hand_on(now);
   if (way_ == progress_way::none || now < next_) return;
   read();
   if (way_ == progress_way::redrawn) {
@@ -92,8 +105,11 @@ void progress_display::look(clock::time_point now) {
 
 std::optional<progress_display::clock::duration> progress_display::pause(
     clock::time_point now) const {
-  if (way_ == progress_way::none) return std::nullopt;
-  return std::max<clock::duration>(next_ - now, 1ms);
+  if (way_ == progress_way::none && !relay_) return std::nullopt;
+  const auto next = way_ == progress_way::none ? next_relay_
+                    : relay_                   ? std::min(next_, next_relay_)
+                                               : next_;
+  return std::max<clock::duration>(next - now, 1ms);
 }
 
 // The cursor goes back to the start of the line, so that whatever the audit says covers it.
@@ -115,6 +131,7 @@ void progress_display::write_line(const std::string& text) {
 
 void progress_display::end(clock::time_point now) {
   read();
+  if (relay_) relay_->finish(patience_for_reader);
   erase();
   seconds_ = seconds_until(now);
   if (way_ == progress_way::lines) write_line(seen_.summary(seconds_));

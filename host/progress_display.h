@@ -1,7 +1,8 @@
 // Where and how the host shows the progress of an audit: on standard error, never where it could
-// come between the audit's own words.
+// come between the audit's own words. Whoever else wants the journal gets its lines from here.
 #pragma once
 
+#include "journal_relay.h"
 #include "progress.h"
 
 #include <chrono>
@@ -29,17 +30,17 @@ class progress_display {
  public:
   using clock = std::chrono::steady_clock;
 
-  // Without a journal there is no progress.
+  // Without a journal there is no progress. `relay` may be null.
   progress_display(progress_way way, std::unique_ptr<journal_tail> journal,
-                   clock::time_point began);
+                   std::unique_ptr<journal_relay> relay, clock::time_point began);
 
-  // Reads on in the journal and shows what is due.
+  // Reads on in the journal, hands it on and shows what is due.
   void look(clock::time_point now);
   // When `look` should be called next; nothing if never.
   [[nodiscard]] std::optional<clock::duration> pause(clock::time_point now) const;
   // Makes room on the terminal for other lines.
   void erase();
-  // Reads the rest of the journal; shows a last line where lines are kept.
+  // Reads the rest of the journal and hands it on; shows a last line where lines are kept.
   void end(clock::time_point now);
 
   // After `end`: how many commands were ended by their time limit, and which were running.
@@ -48,14 +49,17 @@ class progress_display {
 
  private:
   void read();
+  void hand_on(clock::time_point now);
   [[nodiscard]] double seconds_until(clock::time_point now) const;
   void draw(clock::time_point now);
   void write_line(const std::string& text);
 
   progress_way way_;
   std::unique_ptr<journal_tail> journal_;
+  std::unique_ptr<journal_relay> relay_;
   clock::time_point began_;
   clock::time_point next_;
+  clock::time_point next_relay_;
   progress seen_;
   double seconds_ = 0;  // until the end
   bool is_drawn_ = false;

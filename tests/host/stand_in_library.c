@@ -3,21 +3,25 @@
  * a journal that it is offered it leaves one line.
  * Built without tessel_run if LACKS_RUN is set. If WORKS is set, it works for a while and
  * completes: its journal has two commands, of which one is slow, and it leaves a title open
- * meanwhile.
+ * meanwhile. The first line of the journal has the limit of commands as the version.
  */
 #define _DEFAULT_SOURCE
 #include <inttypes.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <tessel/tessel.h>
 #include <unistd.h>
 
 static int journal_descriptor = -1;
+static char journal_limit[32]; /* what follows the number */
 
 void tessel_init(void) {
   const char* journal = getenv("TESSEL_JOURNAL");
 #ifdef WORKS
   if (journal != NULL) journal_descriptor = dup(atoi(journal));
+  if (journal != NULL && strchr(journal, ' ') != NULL)
+    snprintf(journal_limit, sizeof journal_limit, "%s", strchr(journal, ' ') + 1);
   unsetenv("TESSEL_JOURNAL");
   return;
 #endif
@@ -35,8 +39,10 @@ static void say(const char* line) {
 static void work(void) {
   printf("Dumping Data....");
   fflush(stdout);
-  say("{\"n\":1,\"event\":\"run\",\"format\":1,\"version\":\"1\",\"time\":\"x\",\"pid\":1,\"node_"
-      "id\":1}");
+  if (journal_descriptor >= 0)
+    dprintf(journal_descriptor,
+            "{\"n\":1,\"event\":\"run\",\"format\":1,\"version\":\"%s\",\"time\":\"x\"}\n",
+            journal_limit);
   say("{\"n\":2,\"event\":\"start\",\"id\":1,\"at\":0.1,\"pid\":2,\"node\":null,\"command\":"
       "\"rm\"}");
   say("{\"n\":3,\"event\":\"end\",\"id\":1,\"at\":0.2,\"pid\":2,\"node\":null,\"command\":\"rm\","

@@ -2,14 +2,18 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
@@ -17,16 +21,19 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "early_stop.h"
+#include "journal_relay.h"
 #include "journal_tail.h"
 #include "leftovers.h"
 #include "processes.h"
 #include "progress.h"
+#include "progress_display.h"
 
 namespace {
 
@@ -328,6 +335,170 @@ TEST(progress, names_only_so_many_places) {
   EXPECT_EQ(seen.places(), "0: 1, 1: 1, 2: 1, 3: 1, 4: 1, 5: 1, 6: 1, 7: 1 and 2 more places");
 }
 
+// What the functions of a test write to standard error.
+class standard_error {
+ public:
+  explicit standard_error(const std::string& file)
+      : before_(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
+    const int descriptor = ::open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    ::dup2(descriptor, STDERR_FILENO);
+    ::close(descriptor);
+  }
+  ~standard_error() {
+    ::dup2(before_, STDERR_FILENO);
+    ::close(before_);
+  }
+  standard_error(const standard_error&) = delete;
+  standard_error& operator=(const standard_error&) = delete;
+
+ private:
+  int before_;
+};
+
+std::string line_of_start(int number, int id, const std::string& node) {
+  return "{\"n\":" + std::to_string(number) + ",\"event\":\"start\",\"id\":" + std::to_string(id) +
+         ",\"at\":1.0,\"pid\":1,\"node\":\"" + node + "\",\"command\":\"x\"}\n";
+}
+
+TEST_F(folder_test, progress_has_a_line_every_ten_seconds) {
+  using namespace std::chrono_literals;
+  write(at("journal"), line_of_start(2, 1, "0/1/CPU0"));
+  const auto began = std::chrono::steady_clock::now();
+  progress_display display(
+      progress_way::lines,
+      std::make_unique<journal_tail>(::open(at("journal").c_str(), O_RDONLY | O_CLOEXEC), 0, false),
+      nullptr, began);
+  const auto shown_by = [&](std::chrono::milliseconds time) {
+    fs::remove(at("err"));
+    const standard_error here(at("err"));
+    display.look(began + time);
+    return content_of(at("err"));
+  };
+  EXPECT_EQ(display.pause(began), 10s);
+  EXPECT_EQ(shown_by(9999ms), "");
+  EXPECT_EQ(display.pause(began + 9999ms), 1ms);
+  EXPECT_EQ(shown_by(10000ms),
+            "tessel-host: 1 command running on 1 node, 0 of 1 done, 10 s; slowest: 0/1/CPU0 x, "
+            "9 s; running: 0/1/CPU0: 1\n");
+  std::ofstream(at("journal"), std::ios::app)
+      << line_of_start(3, 2, "0/1/CPU0") << line_of_start(4, 3, "0/2/CPU0");
+  EXPECT_EQ(shown_by(19999ms), "");
+  EXPECT_EQ(shown_by(20500ms),
+            "tessel-host: 3 commands running on 2 nodes, 0 of 3 done, 20 s; slowest: 0/1/CPU0 x, "
+            "19 s; running: 0/1/CPU0: 2, 0/2/CPU0: 1\n");
+  EXPECT_EQ(shown_by(30499ms), "") << "ten seconds after the last one";
+}
+
+// Who reads the journal --------------------------------------------------------------------------
+
+class relay : public folder_test {
+ protected:
+  void SetUp() override {
+    folder_test::SetUp();
+    ::signal(SIGPIPE, SIG_IGN);
+    ASSERT_EQ(::pipe2(pipe_.data(), O_CLOEXEC), 0);
+    ASSERT_EQ(::fcntl(pipe_[1], F_SETPIPE_SZ, 4096), 4096);
+  }
+  void TearDown() override {
+    for (const int end : pipe_) ::close(end);
+    ::signal(SIGPIPE, SIG_DFL);
+    folder_test::TearDown();
+  }
+  std::string taken() const {
+    std::string text(65536, '\0');
+    const ssize_t count = ::read(pipe_[0], text.data(), text.size());
+    text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+    return text;
+  }
+  // In milliseconds.
+  static long time_of(const std::function<void()>& action) {
+    const auto began = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                 began)
+        .count();
+  }
+  std::array<int, 2> pipe_{-1, -1};
+};
+
+TEST_F(relay, keeps_whole_lines_for_a_slow_reader) {
+  const auto to = relay_to(pipe_[1]);
+  ASSERT_TRUE(to);
+  std::string all;
+  for (char letter = 'a'; letter <= 'z'; ++letter) {
+    const std::string line(1500, letter);
+    all += line + "\n";
+    to->add(line);
+    to->flush();
+  }
+  std::string read = taken();
+  EXPECT_EQ(read.size() % 1501, 0U) << "a pipe takes a line as a whole";
+  EXPECT_LT(read.size(), all.size());
+  while (read.size() < all.size()) {
+    to->flush();
+    read += taken();
+  }
+  EXPECT_EQ(read, all);
+}
+
+TEST_F(relay, waits_at_the_end_only_for_a_reader_that_reads) {
+  using namespace std::chrono_literals;
+  const auto to = relay_to(pipe_[1]);
+  for (int count = 0; count < 20; ++count) to->add(std::string(1000, 'x'));
+  EXPECT_LT(time_of([&] { to->finish(20ms); }), 500) << "nobody reads";
+  const pid_t reader = start([&] {
+    ::usleep(50000);
+    while (!taken().empty()) ::usleep(1000);
+  });
+  to->finish(1000ms);
+  to->add("last");
+  to->finish(1000ms);
+  const auto is_empty = [&] {
+    int bytes = -1;
+    return ::ioctl(pipe_[0], FIONREAD, &bytes) == 0 && bytes == 0;
+  };
+  EXPECT_TRUE(comes_true(is_empty)) << "the reader has all";
+  ::kill(reader, SIGKILL);
+  ::waitpid(reader, nullptr, 0);
+  to->add("more");
+  EXPECT_LT(time_of([&] { to->finish(20ms); }), 500);
+  EXPECT_EQ(taken(), "more\n");
+}
+
+TEST_F(relay, forgets_a_reader_that_has_gone) {
+  using namespace std::chrono_literals;
+  const auto to = relay_to(pipe_[1]);
+  ::close(std::exchange(pipe_[0], -1));
+  for (int count = 0; count < 20; ++count) {
+    to->add(std::string(1000, 'x'));
+    to->flush();
+  }
+  EXPECT_LT(time_of([&] { to->finish(1000ms); }), 500);
+}
+
+TEST_F(relay, is_only_to_what_the_library_would_write_to) {
+  EXPECT_FALSE(relay_to(-1));
+  EXPECT_FALSE(relay_to(pipe_[0])) << "for reading";
+  const int folder = ::open(folder_.c_str(), O_RDONLY | O_CLOEXEC);
+  EXPECT_FALSE(relay_to(folder));
+  ::close(folder);
+  ASSERT_EQ(::mkfifo(at("fifo").c_str(), 0600), 0);
+  const int both = ::open(at("fifo").c_str(), O_RDWR | O_CLOEXEC);
+  EXPECT_TRUE(relay_to(both));
+  ::close(both);
+  std::array<int, 2> sockets{};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()), 0);
+  {
+    const auto to = relay_to(sockets[0]);
+    ASSERT_TRUE(to);
+    to->add("line");
+    to->flush();
+  }
+  std::array<char, 16> text{};
+  EXPECT_EQ(::read(sockets[1], text.data(), text.size()), 5);
+  for (const int each : sockets) ::close(each);
+}
+
 // The streams of a process: a file, or a terminal whose text comes back.
 struct shown {
   std::string out;
@@ -409,15 +580,25 @@ TEST_F(progress_test, is_off_where_nobody_asks_or_it_would_garble_the_titles) {
 }
 
 // The journal that the environment asks for is complete all the same.
-TEST_F(progress_test, follows_a_file_and_nothing_else_that_somebody_has_opened_for_the_journal) {
+TEST_F(progress_test, comes_with_every_journal_that_somebody_else_wants) {
   ::setenv("TESSEL_JOURNAL", "9", 1);
   write(at("journal"), "former\n");
   EXPECT_NE(run(">out 9>>journal").terminal.find("1 of 2 done"), std::string::npos);
   EXPECT_TRUE(content_of(at("journal")).starts_with("former\n{\"n\":1,"));
+  const std::string written = content_of(at("journal")).substr(7);
   EXPECT_EQ(run("9>&1 >out 2>err | cat >piped", "--progress").err,
-            "tessel-host: no progress is shown, because another program reads the journal of the "
-            "audit\n");
-  EXPECT_TRUE(content_of(at("piped")).ends_with("\"finished\",\"at\":1.1}\n"));
+            "tessel-host: 2 commands done, 0 s; slowest: 0/3/CPU0 NPU 2 asic_shell_show -u 2, "
+            "12 s\n");
+  EXPECT_EQ(content_of(at("piped")), written);
+  EXPECT_NE(written.find("\"version\":\"\","), std::string::npos);
+  for (const char* const option : {"--progress", "--progress --command-timeout 7"}) {
+    ::setenv("TESSEL_JOURNAL", "9 timeout=30", 1);
+    run("9>&1 >out 2>err | cat >piped", option);
+    const std::string limit = std::string(option).ends_with("7") ? "7" : "30";
+    EXPECT_NE(content_of(at("piped")).find("\"version\":\"timeout=" + limit + "\","),
+              std::string::npos)
+        << content_of(at("piped"));
+  }
   ::unsetenv("TESSEL_JOURNAL");
 }
 
