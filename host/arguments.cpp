@@ -29,7 +29,7 @@ constexpr const char* exit_statuses =
   64  An argument was wrong.
   69  The library could not be loaded, or lacks an entry point; or there is no
       tessel-report for --report, --check or --json.
-  73  The file for the journal could not be made.
+  73  The file for the journal or the support file could not be made.
   74  --help or --version could not write to standard output.
   75  Another audit is running on this machine.
 If a signal ends the audit or the host, the host ends by this signal, and a
@@ -83,6 +83,12 @@ void add_reports(CLI::App& app, host_arguments& parsed) {
                          parsed.report.checks);
   command_line::add_value(app, "--json", "FILE", "write the report in JSON to this file",
                           [&](const auto& text) { parsed.report.json = file_named(text); });
+  command_line::add_value(
+      app, "--support-file", "FILE",
+      "pack the logs, the journal and what else shows how the audit went into this file, however "
+      "the audit ends but by a signal to this program. It holds the router's configuration and "
+      "addresses; only its owner may read it",
+      [&](const auto& text) { parsed.support_file = file_named(text); });
 }
 
 // Only who watches an audit can do these.
@@ -99,6 +105,7 @@ void refuse_for_in_process(const CLI::App& app, const host_arguments& parsed) {
   if (parsed.report.shows_summary) refuse("--report");
   if (parsed.report.checks) refuse("--check");
   if (parsed.report.json) refuse("--json");
+  if (parsed.support_file) refuse("--support-file");
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ using command_line::usage_error;
 
 inline constexpr int status_usage = command_line::usage_status;
 inline constexpr int status_library_unavailable = 69;
-inline constexpr int status_journal_refused = 73;
+inline constexpr int status_file_refused = 73;  // the journal, or the support file
 inline constexpr int status_output_failed = 74;
 inline constexpr int status_audit_running = 75;
 inline constexpr std::uint32_t default_node_id = 4096;
@@ -39,8 +39,10 @@ struct host_arguments {
   std::optional<bool> progress;  // if an option says
   std::optional<std::chrono::seconds> command_timeout;
   std::optional<std::chrono::seconds> deadline;
+  std::optional<std::string> support_file;
   report_wishes report;
-  std::string help;  // the text, if that is the action
+  std::string help;          // the text, if that is the action
+  std::string command_line;  // as it was given
 };
 
 // The host's message and exit status after tessel_run returned.

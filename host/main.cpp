@@ -6,10 +6,13 @@
 #include "early_stop.h"
 #include "journal_file.h"
 #include "journal_relay.h"
+#include "leftovers.h"
 #include "library.h"
 #include "progress_display.h"
+#include "support_file.h"
 #include "watched_audit.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,6 +30,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "command_line/one_line.h"
 
@@ -84,7 +88,7 @@ progress_way progress_of(const host_arguments& arguments, bool has_journal) {
 
 // True if the journal is needed when the audit has ended.
 bool keeps_journal(const host_arguments& arguments) {
-  return arguments.report.any();
+  return arguments.report.any() || arguments.support_file;
 }
 
 // True if the host itself needs the journal.
@@ -172,16 +176,86 @@ void report_and_check(const host_arguments& arguments, const watched_end& end,
   if (arguments.report.checks) ::_exit(status);
 }
 
+// The file that a function was loaded from.
+std::string file_of(const void* function) {
+  Dl_info found{};
+  return ::dladdr(function, &found) != 0 && found.dli_fname != nullptr ? found.dli_fname
+                                                                       : "not known";
+}
+
+// How the audit has ended, in words.
+std::string describe_end(const host_arguments& arguments, const watched_end& end,
+                         const progress_display& display) {
+  if (end.is_overdue) return describe_deadline(arguments, display);
+  if (WIFSIGNALED(end.wait_status))
+    return "signal " + std::to_string(WTERMSIG(end.wait_status)) + " ended the audit";
+  const std::string status = "status " + std::to_string(WEXITSTATUS(end.wait_status));
+  if (!end.returned) return status;
+  return status + "; " +
+         describe_returned_run(*end.returned, cause_of_early_stop(end.began)).message;
+}
+
+// Who stops a host wants it to end at once.
+void pack_for_support(const host_arguments& arguments, const watched_end& end,
+                      const progress_display& display, const audit_plan& plan,
+                      const std::string& journal) {
+  if (!arguments.support_file) return;
+  const std::string file = command_line::one_line(*arguments.support_file);
+  if (end.stopped_by != 0) {
+    complain("the support file '" + file +
+                 "' was not made, because a signal has stopped the audit; let it end, or limit its "
+                 "time with --deadline SECONDS",
+             0);
+    return;
+  }
+  run_facts facts{"tessel-host " TESSEL_VERSION,
+                  file_of(reinterpret_cast<const void*>(plan.library.init)),
+                  arguments.command_line,
+                  plan.node_id,
+                  end.began,
+                  describe_end(arguments, end, display)};
+  try {
+    const auto made = make_support_file(*arguments.support_file, journal, end.left_captures, facts);
+    complain("'" + file + "' is for support: " + std::to_string(made.files) + " files in " +
+                 std::to_string((made.bytes + 1023) / 1024) +
+                 " KiB. It holds the configuration and the addresses of this router; give it only "
+                 "to whom you trust with them. What may be given away is a recording: tessel-lab "
+                 "record, then tessel-lab redact",
+             0);
+  } catch (const support_error& error) {
+    complain(error.what(), 0);
+  }
+}
+
+// What the deadline has left only for the support file.
+void remove_what_was_kept(const host_arguments& arguments, watched_end& end) {
+  if (arguments.support_file && end.is_overdue)
+    end.left_captures = remove_captures_since(end.began);
+}
+
+// Before an audit, so that a wrong path does not cost one.
+void check_files(const host_arguments& arguments) {
+  if (!arguments.support_file) return;
+  std::vector<std::string> others;
+  for (const auto& other : {arguments.journal, arguments.report.json})
+    if (other) others.push_back(*other);
+  check_support_target(*arguments.support_file, others);
+}
+
 int run_and_watch(const host_arguments& arguments, audit_plan& plan) {
   const std::string program = arguments.report.any() ? find_report_program() : std::string();
+  check_files(arguments);
   take_audit_lock(arguments.wait);  // before a file is emptied that another audit may be writing
   auto journal = prepare_journal(arguments, plan);
   const progress_way way = progress_of(arguments, journal.tail != nullptr);
   progress_display display(way, std::move(journal.tail), std::move(journal.relay),
                            std::chrono::steady_clock::now());
-  const watched_end end = run_watched(plan, display, {arguments.deadline});
+  watched_end end =
+      run_watched(plan, display, {arguments.deadline, arguments.support_file.has_value()});
   if (end.returned) report(*end.returned, end.began);
   if (end.is_overdue) complain(describe_deadline(arguments, display), 0);
+  pack_for_support(arguments, end, display, plan, journal.name);
+  remove_what_was_kept(arguments, end);
   name_what_is_left(end);
   report_and_check(arguments, end, program, journal.name, display.timed_out());
   end_alike(end);
@@ -220,13 +294,18 @@ int act_on(const host_arguments& arguments) {
 int main(int argc, char** argv) {
   try {
     const std::span<const char* const> all(argv, static_cast<std::size_t>(argc));
-    return act_on(parse_arguments(all.empty() ? all : all.subspan(1)));
+    host_arguments arguments = parse_arguments(all.empty() ? all : all.subspan(1));
+    for (const char* const word : all)
+      arguments.command_line += (arguments.command_line.empty() ? "" : " ") + std::string(word);
+    return act_on(arguments);
   } catch (const usage_error& error) {
     return complain(error.what(), status_usage);
   } catch (const library_error& error) {
     return complain(error.what(), status_library_unavailable);
   } catch (const journal_error& error) {
-    return complain(error.what(), status_journal_refused);
+    return complain(error.what(), status_file_refused);
+  } catch (const support_error& error) {
+    return complain(error.what(), status_file_refused);
   } catch (const report_error& error) {
     return complain(error.what(), status_library_unavailable);
   } catch (const audit_running& error) {

@@ -130,6 +130,7 @@ struct watched_audit {
   bool has_ended = false;
   std::time_t began = 0;
   std::optional<clock::time_point> deadline;
+  bool keeps_captures = false;
   // Children of this process that are none of the audit's, such as a job of a shell that has become
   // the host.
   std::vector<process> strangers;
@@ -197,7 +198,9 @@ void end_audit(watched_audit& audit, watched_end& end) {
     if (status) end.wait_status = *status;
     return status.has_value();
   });
-  end.left_captures = remove_captures_since(audit.began);
+  const bool keeps_captures = end.is_overdue && audit.keeps_captures;
+  end.left_captures =
+      keeps_captures ? captures_since(audit.began) : remove_captures_since(audit.began);
   drop_torn_line(debug_log);
 }
 
@@ -270,6 +273,7 @@ watched_end run_watched(const audit_plan& plan, progress_display& display,
   watched_audit audit;
   audit.began = std::time(nullptr);
   if (limits.deadline) audit.deadline = clock::now() + *limits.deadline;
+  audit.keeps_captures = limits.keeps_captures;
   signals held = hold_back_signals();
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   const pid_t parent = ::getpid();

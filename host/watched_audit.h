@@ -32,6 +32,7 @@ struct watched_end {
 
 struct watch_limits {
   std::optional<std::chrono::seconds> deadline;
+  bool keeps_captures = false;  // at the deadline, for the caller to remove
 };
 
 // Forks. The child runs the audit and ends with its status. The parent returns when the child has
@@ -40,7 +41,8 @@ struct watch_limits {
 // stays so. Children that the caller has already are left alone, as is what they start. Throws
 // `std::system_error` if there can be no child. Call it once, before the process has other threads.
 //
-// Does the same if the audit takes longer than its deadline. `display` shows the progress meanwhile.
+// Does the same if the audit takes longer than its deadline, but leaves the captures if they are
+// wanted. `display` shows the progress meanwhile.
 [[nodiscard]] watched_end run_watched(const audit_plan& plan, progress_display& display,
                                       const watch_limits& limits);
 

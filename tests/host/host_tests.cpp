@@ -162,7 +162,7 @@ TEST(parse_arguments, takes_the_command_doctor) {
 TEST(parse_arguments, refuses_what_needs_a_host_that_watches) {
   const std::vector<std::vector<const char*>> rows = {
       {"--progress"}, {"--deadline", "1"}, {"--command-timeout", "1"}, {"--wait"}, {"--report"},
-      {"--check"},    {"--json", "x"}};
+      {"--check"},    {"--json", "x"},     {"--support-file", "x"}};
   for (std::vector<const char*> row : rows) {
     const std::string option = row[0];
     row.push_back("--in-process");
@@ -460,7 +460,7 @@ class journal : public testing::Test {
   }
   void expect_refused(const std::string& file, const std::string& cause) const {
     const auto result = run_with(file, "cd " + folder_ + "; ");
-    EXPECT_EQ(result.status, status_journal_refused) << file;
+    EXPECT_EQ(result.status, status_file_refused) << file;
     EXPECT_EQ(result.out, "") << "the audit has not begun";
     EXPECT_EQ(result.err, "tessel-host: cannot write the journal '" + file + "': " + cause +
                               "; name another file with --journal FILE\n");
@@ -589,14 +589,14 @@ TEST(host, shows_help_and_version_on_standard_output) {
   EXPECT_EQ(help.status, 0);
   EXPECT_EQ(help.out, parse({"--help"}).help);
   EXPECT_EQ(run_shell(host + " -h").out, help.out);
-  for (const char* text :
-       {"Usage: tessel-host [OPTIONS] [COMMAND ...]\n", "--library FILE", "--node-id N",
-        "--journal FILE", "--progress", "--no-progress", "--command-timeout SECONDS",
-        "--deadline SECONDS", "--in-process", "--help", "--version", "Exit status:\n"}) {
+  for (const char* text : {"Usage: tessel-host [OPTIONS] [COMMAND ...]\n", "--library FILE",
+                           "--node-id N", "--journal FILE", "--progress", "--no-progress",
+                           "--command-timeout SECONDS", "--deadline SECONDS", "--support-file FILE",
+                           "--in-process", "--help", "--version", "Exit status:\n"}) {
     EXPECT_NE(help.out.find(text), std::string::npos) << text;
   }
   for (const int status : {0, 1, 2, status_not_complete, status_usage, status_library_unavailable,
-                           status_journal_refused, status_output_failed, status_audit_running})
+                           status_file_refused, status_output_failed, status_audit_running})
     EXPECT_NE(help.out.find("\n  " + std::to_string(status) + " "), std::string::npos) << status;
   const auto version = run_shell(host + " --version");
   EXPECT_EQ(version.status, 0);
