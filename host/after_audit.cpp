@@ -76,12 +76,15 @@ bool is_of_complete_run(const std::string& json) {
 int report_audit(const std::string& program, const report_wishes& wishes,
                  const std::string& journal, std::size_t timed_out, complainer complain) {
   if (wishes.shows_summary && !run_in_front(command(program, "summary", journal)))
-    complain("the summary cannot be shown");
+    complain("the summary cannot be shown, because " + program +
+             " does not start or did not end by itself; call it: tessel-report summary");
   std::vector<std::string> words = command(program, "json", journal);
   if (wishes.json) words.insert(words.end(), {"--output", *wishes.json});
   if (!wishes.json && !wishes.checks) return 0;
   program_result made = run_programs({words}, patience).front();
-  if (!has_report(made)) complain("the report in JSON cannot be made: " + made.complaint());
+  if (!has_report(made))
+    complain("the report in JSON cannot be made: " + made.complaint() +
+             "; look at what it says of the run: tessel-report json");
   if (wishes.json && wishes.checks) made.out = head_of(*wishes.json);
   return check(made, timed_out);
 }

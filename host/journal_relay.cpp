@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 
 namespace tessel_host {
 
@@ -16,6 +17,12 @@ namespace {
 constexpr std::size_t most_waiting = std::size_t{16} * 1024 * 1024;
 
 constexpr std::chrono::seconds longest_finish{1};
+
+// As many whole lines as a pipe takes as a whole or not at all. No line of a journal is longer.
+std::string_view next_lines(std::string_view waiting) {
+  const std::size_t last = waiting.rfind('\n', PIPE_BUF - 1);
+  return waiting.substr(0, (last == waiting.npos ? waiting.find('\n') : last) + 1);
+}
 
 }  // namespace
 
@@ -34,12 +41,10 @@ void journal_relay::add(std::string_view line) {
 
 void journal_relay::flush() {
   while (done_ < waiting_.size()) {
-    // A pipe takes a line as a whole or not at all.
-    const std::size_t end = waiting_.find('\n', done_) + 1;
-    const std::string_view line = std::string_view(waiting_).substr(done_, end - done_);
+    const std::string_view lines = next_lines(std::string_view(waiting_).substr(done_));
     const ssize_t count =
-        is_socket_ ? ::send(descriptor_, line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL)
-                   : ::write(descriptor_, line.data(), line.size());
+        is_socket_ ? ::send(descriptor_, lines.data(), lines.size(), MSG_DONTWAIT | MSG_NOSIGNAL)
+                   : ::write(descriptor_, lines.data(), lines.size());
     if (count < 0 && errno == EINTR) continue;
     if (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK) is_gone_ = true;
     if (count <= 0) break;

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
 #include <charconv>
 #include <system_error>
 
@@ -85,10 +84,9 @@ journal_tail::~journal_tail() {
 }
 
 bool journal_tail::read_more() {
-  std::array<char, 65536> block{};
-  const ssize_t count = ::pread(descriptor_, block.data(), block.size(), at_);
+  const ssize_t count = ::pread(descriptor_, block_.data(), block_.size(), at_);
   if (count <= 0) return false;
-  text_.append(block.data(), static_cast<std::size_t>(count));
+  text_.append(block_.data(), static_cast<std::size_t>(count));
   at_ += count;
   return true;
 }

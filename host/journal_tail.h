@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tessel_host {
 
@@ -48,6 +49,7 @@ class journal_tail {
   off_t at_;
   bool is_for_us_alone_;
   std::string text_;  // begins with a line
+  std::vector<char> block_ = std::vector<char>(65536);
 };
 
 }  // namespace tessel_host

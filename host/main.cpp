@@ -1,6 +1,7 @@
 #include "after_audit.h"
 #include "arguments.h"
 #include "audit.h"
+#include "audit_files.h"
 #include "audit_lock.h"
 #include "doctor.h"
 #include "early_stop.h"
@@ -17,6 +18,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -46,15 +48,22 @@ int complain(std::string_view message, int status) {
 
 int show(std::string_view text) {
   const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
-  return written && std::fflush(stdout) == 0
-             ? 0
-             : complain("cannot write to standard output", status_output_failed);
+  if (written && std::fflush(stdout) == 0) return 0;
+  return complain(std::string("cannot write to standard output: ") + cause_of(errno) +
+                      "; send it where there is room",
+                  status_output_failed);
 }
 
 // Names what an audit that did not come to its end has left.
 void name_what_is_left(const watched_end& end) {
-  if (end.left_processes > 0)
-    complain(std::to_string(end.left_processes) + " tools of the audit cannot be ended", 0);
+  std::string tools;
+  for (const process& tool : end.left_processes) tools += " " + std::to_string(tool.id);
+  if (!tools.empty())
+    complain(
+        "these processes of the audit cannot be ended, because they wait for a device; see ps "
+        "-o pid,wchan,args -p:" +
+            tools,
+        0);
   if (end.left_captures.empty()) return;
   std::string files;
   for (const std::string& file : end.left_captures) files += " " + command_line::one_line(file);

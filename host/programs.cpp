@@ -30,6 +30,12 @@ struct running {
   int err = -1;
 };
 
+// A parent that ignores the end of its children hides how they ended, and its programs inherit
+// that.
+void see_how_children_end() {
+  ::signal(SIGCHLD, SIG_DFL);
+}
+
 std::vector<char*> argument_list(const std::vector<std::string>& words) {
   std::vector<char*> arguments;
   arguments.reserve(words.size() + 1);
@@ -115,16 +121,6 @@ std::string find_on_path(std::string_view name) {
   }
   return {};
 }
-
-namespace {
-
-// A parent that ignores the end of its children hides how they ended, and its programs inherit
-// that.
-void see_how_children_end() {
-  ::signal(SIGCHLD, SIG_DFL);
-}
-
-}  // namespace
 
 std::vector<program_result> run_programs(const std::vector<std::vector<std::string>>& lines,
                                          std::chrono::seconds limit) {

@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 
 constexpr auto pause_on_terminal = 250ms;
 constexpr auto pause_between_lines = 10s;
-constexpr auto pause_of_relay = 50ms;
+constexpr auto pause_of_relay = 100ms;
 constexpr auto patience_for_reader = 100ms;
 constexpr std::size_t usual_width = 80;
 constexpr std::size_t longest_line = 1000;  // a pipe that has room takes it without waiting

@@ -111,9 +111,10 @@ class file_beside {
   file_beside(const file_beside&) = delete;
   file_beside& operator=(const file_beside&) = delete;
 
+  // Also for nothing: what is packed may be much before any of it is to be written.
   void write(std::string_view bytes) {
+    if (end_.is_due()) refuse(path_, "a signal ends the host", "start it again");
     while (!bytes.empty()) {
-      if (end_.is_due()) refuse(path_, "a signal ends the host", "start it again");
       const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
       if (count < 0 && errno == EINTR) continue;
       if (count < 0) fail();

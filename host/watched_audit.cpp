@@ -183,7 +183,7 @@ bool end_tools_by(int number, const watched_audit& audit) {
 
 void end_tools(const watched_audit& audit, watched_end& end) {
   if (!end_tools_by(SIGTERM, audit) && !end_tools_by(SIGKILL, audit))
-    end.left_processes = tools_of(audit).size();
+    end.left_processes = tools_of(audit);
 }
 
 // The audit halts first. It then writes no line about tools that end, and none of its lines is cut:

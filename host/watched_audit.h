@@ -6,10 +6,10 @@
 #pragma once
 
 #include "audit.h"
+#include "processes.h"
 #include "progress_display.h"
 
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <optional>
@@ -24,10 +24,10 @@ struct watched_end {
   int stopped_by = 0;                    // the signal that ended audit and tools
   bool is_overdue = false;               // the deadline did
   std::time_t began = 0;
-  // If the audit did not come to its end: the captures that stay, and the number of tools that
-  // could not be ended.
+  // If the audit did not come to its end: the captures that stay, and the tools that could not be
+  // ended.
   std::vector<std::string> left_captures;
-  std::size_t left_processes = 0;
+  std::vector<process> left_processes;
 };
 
 struct watch_limits {

@@ -34,6 +34,7 @@
 #include "processes.h"
 #include "progress.h"
 #include "progress_display.h"
+#include "support_file.h"
 
 namespace {
 
@@ -221,6 +222,34 @@ TEST_F(early_stop, quotes_what_the_tool_complains_of_in_one_line) {
   EXPECT_EQ(cause(), head + "sh: sw_version_show:\\x1b not found");
   write(complaints, "sw_version_show" + std::string(1000, 'x'));
   EXPECT_EQ(cause(), head + "sw_version_show" + std::string(145, 'x'));
+}
+
+// Support files -----------------------------------------------------------------------------------
+
+TEST_F(folder_test, support_file_is_given_up_when_a_signal_ends_the_host) {
+  write(at("big"), "x");
+  fs::resize_file(at("big"), std::uintmax_t{64} << 30);
+  write(at("packed"), "earlier");
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    try {
+      static_cast<void>(make_support_file(at("packed"), "", {at("big")}, {}));
+    } catch (const support_error&) {
+      ::_exit(1);
+    }
+    ::_exit(0);
+  }
+  const auto files = [&] {
+    return std::distance(fs::directory_iterator(folder_), fs::directory_iterator());
+  };
+  EXPECT_TRUE(comes_true([&] { return files() == 3; })) << "it has begun";
+  ::kill(child, SIGTERM);
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+  EXPECT_EQ(files(), 2) << "nothing of it stays";
+  EXPECT_EQ(content_of(at("packed")), "earlier");
 }
 
 // Progress ----------------------------------------------------------------------------------------
