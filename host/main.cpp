@@ -198,7 +198,7 @@ std::string describe_end(const host_arguments& arguments, const watched_end& end
   if (end.is_overdue) return describe_deadline(arguments, display);
   if (WIFSIGNALED(end.wait_status))
     return "signal " + std::to_string(WTERMSIG(end.wait_status)) + " ended the audit";
-  const std::string status = "status " + std::to_string(WEXITSTATUS(end.wait_status));
+  std::string status = "status " + std::to_string(WEXITSTATUS(end.wait_status));
   if (!end.returned) return status;
   return status + "; " +
          describe_returned_run(*end.returned, cause_of_early_stop(end.began)).message;

@@ -116,7 +116,7 @@ std::string find_on_path(std::string_view name) {
   const char* const path = std::getenv("PATH");
   std::istringstream folders(path == nullptr ? "/usr/bin:/bin" : path);
   for (std::string folder; std::getline(folders, folder, ':');) {
-    const std::string file = (folder.empty() ? "." : folder) + "/" + std::string(name);
+    std::string file = (folder.empty() ? "." : folder) + "/" + std::string(name);
     if (::access(file.c_str(), X_OK) == 0) return file;
   }
   return {};

@@ -43,7 +43,7 @@ constexpr int compression_level = 3;  // the logs of a large router are packed i
 fs::path place_of(const std::string& path) {
   std::error_code error;
   const fs::path absolute = fs::absolute(path, error);
-  const fs::path place = error ? absolute : fs::weakly_canonical(absolute, error);
+  fs::path place = error ? absolute : fs::weakly_canonical(absolute, error);
   if (error) refuse(path, error.message());
   return place;
 }
