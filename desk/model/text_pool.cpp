@@ -56,11 +56,22 @@ inline std::size_t text_pool::slot_of(std::string_view text, std::uint32_t hash)
 }
 
 text_id text_pool::keep(std::string_view text) {
+  if (!followers_.empty()) {
+    const text_id likely = followers_[last_];
+    if (same_text(texts_[likely], text)) return last_ = likely;
+  }
+  const text_id id = looked_up(text);
+  followers_[last_] = id;
+  return last_ = id;
+}
+
+text_id text_pool::looked_up(std::string_view text) {
   if (2 * texts_.size() >= slots_.size()) grow();
   const std::uint32_t hash = hash_of(text);
   slot& at = slots_[slot_of(text, hash)];
   if (at.after == 0) {
     texts_.push_back(copied(text));
+    followers_.push_back(0);
     at = {hash, static_cast<text_id>(texts_.size())};
   }
   return at.after - 1;

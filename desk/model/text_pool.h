@@ -49,12 +49,17 @@ class text_pool {
     text_id after = 0;  // the number of the text and 1; 0: the slot is free
   };
 
+  text_id looked_up(std::string_view text);
   // The slot of a text, or the free one where it belongs.
   [[nodiscard]] std::size_t slot_of(std::string_view text, std::uint32_t hash) const;
   [[nodiscard]] std::string_view copied(std::string_view text);
   void grow();
 
   std::vector<std::string_view> texts_;
+  // Of each text, the one that followed it last time: each node and chip names the same objects in
+  // the same order.
+  std::vector<text_id> followers_;
+  text_id last_ = 0;
   std::vector<slot> slots_;  // a power of two, at most half of them taken
   std::vector<std::unique_ptr<char[]>> blocks_;
   char* free_ = nullptr;  // in the newest block of many texts

@@ -52,6 +52,24 @@ TEST(run, numbers_texts_in_the_order_in_which_they_came) {
   }
 }
 
+// Texts that follow each other as before, and then do not.
+TEST(run, keeps_equal_texts_once_in_any_order) {
+  std::mt19937 random(7);
+  text_pool pool;
+  std::map<std::string, text_id> ids;
+  std::vector<std::string> texts;
+  for (int i = 0; i < 50; ++i) texts.push_back("0x" + std::to_string(i));
+  for (int round = 0; round < 200; ++round) {
+    if (round % 3 == 0) std::swap(texts[random() % 50], texts[random() % 50]);
+    for (const std::string& text : texts) {
+      const text_id id = pool.keep(text);
+      ASSERT_EQ(ids.try_emplace(text, id).first->second, id) << text;
+      ASSERT_EQ(pool.text(id), text);
+    }
+  }
+  EXPECT_EQ(pool.size(), texts.size());
+}
+
 TEST(run, a_fingerprint_has_no_values) {
   finding one;
   one.code = "TC-103";
