@@ -39,6 +39,9 @@ std::set<std::string> keep_runs(run_store& store, const report_options& options,
     if (options.newest != 0) store.drop_old(run.router, options.newest);
     routers.insert(run.router);
   }
+  if (routers.contains(""))
+    out << "note: a router without a name shares its history with all nameless ones; --router NAME "
+           "names it\n";
   return routers;
 }
 

@@ -15,6 +15,9 @@ namespace {
 
 constexpr std::string_view debug_log = "tessel_debug.log";
 
+// A capture is audited anew, now; its journal is of the run that was recorded.
+enum class journal_from : std::uint8_t { logs, capture };
+
 // The dump of the nodes is the last thing that a run writes; the chips' tables are only there if it
 // came as far as the check of stale entries.
 run_end end_of(const run& of) {
@@ -24,15 +27,27 @@ run_end end_of(const run& of) {
   return of.has_chip_tables ? run_end::complete : run_end::stopped;
 }
 
+// One beside the logs may have been left by an earlier run.
+bool is_of_run(const journal& found, const std::string& path, run& of, bool is_named) {
+  if (may_be_of(found, of.started)) return true;
+  of.marks.push_back(fmt::format(
+      "{}: its run began at {}, the run in the logs at {}, so it {}", path, found.time, of.started,
+      is_named ? "may be of another run" : "is left out; name it with --journal to use it"));
+  return is_named;
+}
+
 // A journal that was named must be there.
-void read_commands(run& of, const report_options& options) {
+void read_commands(run& of, const report_options& options, journal_from where) {
   const std::string usual = options.logs + "/tessel_journal.jsonl";
   if (options.journal.empty() && !file_exists(usual)) return;
+  const std::string& path = options.journal.empty() ? usual : options.journal;
   try {
-    of.log_of_commands = read_journal(options.journal.empty() ? usual : options.journal);
+    journal found = read_journal(path);
+    const bool is_named = !options.journal.empty();
+    if (where == journal_from::logs && !is_of_run(found, path, of, is_named)) return;
+    of.marks.insert(of.marks.end(), found.marks.begin(), found.marks.end());
+    of.log_of_commands = std::move(found);
     of.has_journal = true;
-    const auto& marks = of.log_of_commands->marks;
-    of.marks.insert(of.marks.end(), marks.begin(), marks.end());
   } catch (const read_error& error) {
     if (!options.journal.empty()) throw no_run(error.what());
     of.marks.emplace_back(error.what());
@@ -64,20 +79,7 @@ log_set load_logs(const report_options& options) {
 
 namespace {
 
-run load_replayed(report_options options) {
-  const temporary_folder folder;
-  options.logs = folder.path() + "/logs";
-  const std::string capture = std::exchange(options.capture, "");
-  replay(capture, options.logs);
-  run of = load_run(options);
-  of.origin = capture;
-  return of;
-}
-
-}  // namespace
-
-run load_run(const report_options& options) {
-  if (!options.capture.empty()) return load_replayed(options);
+run load_from_logs(const report_options& options, journal_from where) {
   const log_set logs = load_logs(options);
   const std::size_t back = back_of(options, starts_of(logs).size());
   run of;
@@ -98,10 +100,28 @@ run load_run(const report_options& options) {
   read_findings(of, logs, back);
   if (back == 0) read_debug_notes(of);
   if (back == 0) read_stale_entries(of, options.logs, starts_of(logs).size());
-  if (back == 0) read_commands(of, options);
+  if (back == 0) read_commands(of, options, where);
   of.end = back == 0 ? end_of(of) : run_end::unknown;
   fill_coverage(of);
   return of;
+}
+
+run load_replayed(report_options options) {
+  const temporary_folder folder;
+  options.logs = folder.path() + "/logs";
+  const std::string capture = std::exchange(options.capture, "");
+  const std::string type = replay(capture, options.logs);
+  run of = load_from_logs(options, journal_from::capture);
+  of.origin = capture;
+  of.router_type = type;
+  return of;
+}
+
+}  // namespace
+
+run load_run(const report_options& options) {
+  return options.capture.empty() ? load_from_logs(options, journal_from::logs)
+                                 : load_replayed(options);
 }
 
 }  // namespace desk

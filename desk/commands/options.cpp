@@ -27,11 +27,12 @@ Exit status of every command that reads a run:
   2  The call was wrong, or there is no run to read.
   3  Nothing was found, but something was not judged.)";
 
-std::size_t number_of_run(const std::string& text) {
+// A number from 1; otherwise throws what to do.
+std::size_t number_in(const std::string& text, const char* advice) {
   std::size_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc{} || end != text.data() + text.size() || number == 0)
-    throw command_line::bad_value("not the number of a run; tessel-report runs lists them");
+    throw command_line::bad_value(advice);
   return number;
 }
 
@@ -42,14 +43,6 @@ fail_on fail_on_named(const std::string& word) {
   if (word == "confirmed") return fail_on::confirmed;
   if (word == "never") return fail_on::never;
   throw command_line::bad_value("use any, new, confirmed or never");
-}
-
-std::size_t number_of_runs(const std::string& text) {
-  std::size_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc{} || end != text.data() + text.size() || number == 0)
-    throw command_line::bad_value("not a number of runs; the least is 1");
-  return number;
 }
 
 // The machine's own, or nothing if it has none that tells it from others.
@@ -120,7 +113,10 @@ void add_input_options(CLI::App& app, report_options& parsed) {
   command_line::add_value(app, "--run", "N",
                           "an older run, by its number in `tessel-report runs`; shows its findings "
                           "only, because the snapshot is that of the last run",
-                          [&parsed](const auto& text) { parsed.run = number_of_run(text); });
+                          [&parsed](const auto& text) {
+                            parsed.run = number_in(
+                                text, "not the number of a run; tessel-report runs lists them");
+                          });
   command_line::add_value(
       app, "--fail-on", "FINDINGS",
       "the findings that make a command end with 1: any, new, confirmed (in all runs that are "
@@ -176,7 +172,9 @@ parsed_commands add_comparisons(CLI::App& app, report_options& parsed) {
                           [&parsed](const auto& text) { parsed.store = text; });
   command_line::add_value(history, "--newest", "N",
                           "drop all but the newest N runs of the router. Default: keep all",
-                          [&parsed](const auto& text) { parsed.newest = number_of_runs(text); });
+                          [&parsed](const auto& text) {
+                            parsed.newest = number_in(text, "not a number of runs; the least is 1");
+                          });
   command_line::add_flag(history, "--only-show", "keep no run, only show the store",
                          parsed.keeps_nothing);
   return {{&diff, command::diff}, {&confirm, command::confirm}, {&history, command::history}};

@@ -22,7 +22,8 @@ class temporary_folder {
 // Lets tessel-lab, which must stand beside this program or on the path, audit the capture with the
 // library's own parsers and checks; the logs and the journal go to the folder. The journal that was
 // recorded with the capture replaces that of the replay, because it has the times of the router.
+// Returns the router's type, "birch"; empty if the capture does not have it.
 // Throws `no_run` with the lab's own words if the capture cannot be audited.
-void replay(const std::string& capture, const std::string& logs);
+[[nodiscard]] std::string replay(const std::string& capture, const std::string& logs);
 
 }  // namespace desk

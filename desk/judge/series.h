@@ -34,16 +34,17 @@ struct series {
 // What became of a finding in the last run, by the runs before it.
 enum class change : std::uint8_t {
   is_new,      // no run before has it
-  changed,     // it was there in the run before, with other values
-  persisting,  // it was there in the run before, with the same values
-  back,        // it was there earlier, but not in the run before
+  changed,     // it was there in the last run before that judged it, with other values
+  persisting,  // ... with the same values
+  back,        // it was there earlier, but not in the last run before that judged it
   gone,        // the last run would show it
   not_judged   // the last run does not have it, and nobody knows whether it is gone
 };
 
 [[nodiscard]] change change_of(const tracked_finding& one);
 
-// Whether a new finding may be older than its first sighting: some run before it did not judge it.
+// Whether a finding may be older than its first sighting: the run right before that did not judge
+// it.
 [[nodiscard]] bool may_be_older(const tracked_finding& one);
 
 // It is in every run.

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -33,6 +34,7 @@ struct covering {
   std::map<std::string_view, list> by_code{};
   std::map<std::pair<std::string_view, std::string_view>, list> by_code_and_node{};
   std::vector<bool> has_members;  // by index in run::nodes: an agent there knows one
+  std::set<std::pair<std::int16_t, std::int16_t>> chips_with_members{};
   using commands = std::vector<const journal_command*>;
   std::map<layer, commands> by_layer{};
   std::map<std::pair<layer, std::string_view>, commands> by_layer_and_node{};
@@ -504,6 +506,15 @@ std::string trouble_of(const journal_command& command) {
   return command.bytes == 0U ? "printed nothing" : "";
 }
 
+// Of a chip with members each table has a line at least, but for the one that lists the ports with
+// an MTU of their own.
+bool lacks_a_table(const covering& in, const coverage& entry, const journal_command& command) {
+  const std::int16_t node = in.of.node_index(entry.node);
+  return entry.of == layer::bcm && command.bytes == 0U &&
+         command.command.find("ETPPC_EDITING_PER_PORT_TABLE") == std::string::npos &&
+         in.chips_with_members.contains({node, npu_in(entry.npu)});
+}
+
 bool is_cut_short(const journal_command& command) {
   return !command.has_ended || command.is_timed_out || command.signal;
 }
@@ -528,7 +539,8 @@ void add_journal(const covering& in, coverage& entry) {
     entry.bytes += one.bytes.value_or(0);
     const std::string trouble = trouble_of(one);
     // What a command has printed before it was ended is in the tables, and the rest is not.
-    if (entry.state == coverage_state::read && is_cut_short(one)) {
+    if (entry.state == coverage_state::read &&
+        (is_cut_short(one) || lacks_a_table(in, entry, one))) {
       entry.state = coverage_state::partly;
       entry.has_trouble = true;
       entry.reason = fmt::format("`{}`: {}", shown_call(one), trouble);
@@ -585,6 +597,7 @@ covering::covering(run& of_run) : of(of_run), has_members(of_run.nodes.size()) {
       if (c.from == source::agent && c.node != no_place)
         has_members[static_cast<std::size_t>(c.node)] = true;
   }
+  for (const auto& [member, at] : of.places) chips_with_members.emplace(at.node, at.npu);
   if (!of.log_of_commands) return;
   for (const journal_command& one : of.log_of_commands->commands) {
     const layer asked = layer_of_command(one.command);

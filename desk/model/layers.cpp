@@ -19,6 +19,7 @@ namespace {
 
 constexpr std::string_view unset = "Not set";
 constexpr std::size_t most_complaints = 200;
+constexpr std::size_t most_notes = 10'000;
 
 // Compares with a literal as with one number; a million keys are compared with a few words each.
 template <std::size_t Size>
@@ -41,6 +42,9 @@ class pending_cells {
   void add(const pending_cell& one) {
     if (blocks_.empty() || blocks_.back().size() == block) blocks_.emplace_back().reserve(block);
     blocks_.back().push_back(one);
+  }
+  [[nodiscard]] std::size_t size() const {
+    return blocks_.empty() ? 0 : (blocks_.size() - 1) * block + blocks_.back().size();
   }
   template <class Take>
   void for_each(Take take) const {
@@ -116,6 +120,7 @@ struct intake {
     return last_id;
   }
   bool has_too_many_nodes = false;
+  std::size_t notes_left_out = 0;
   std::string last_key{};
   text_id last_id = keep("");
   text_id present = keep("present");
@@ -494,8 +499,9 @@ class members_of_chip {
 void attach_by_lag(intake& in, attached& into) {
   const auto& all = in.into.objects;
   std::unordered_map<std::size_t, members_of_chip> members;
+  auto at = in.into.lag_ids.end();  // a LAG's members follow each other
   in.by_lag.for_each([&](const pending_cell& one) {
-    const auto at = in.into.lag_ids.find(one.key);
+    if (at == in.into.lag_ids.end() || at->first != one.key) at = in.into.lag_ids.find(one.key);
     if (at == in.into.lag_ids.end()) return;
     for (const std::size_t bundle : at->second) {
       if (!one.is_member) {
@@ -522,6 +528,7 @@ void attach_by_port(intake& in, attached& into) {
 
 void attach(intake& in, pending_cells& pending, void (*find)(intake&, attached&)) {
   attached found{{}, std::vector<std::size_t>(in.into.objects.size())};
+  found.cells.reserve(pending.size());
   find(in, found);
   found.move_into(in.into.objects);
   pending = {};
@@ -618,13 +625,16 @@ void take_map(intake& in, std::string_view label, dump_path path) {
   }
 }
 
-void take_line(run& into, std::string_view line) {
+void take_line(intake& in, std::string_view line) {
+  run& into = in.into;
   if (line.empty()) return;
   // A note of the audit itself stands in quotes.
   const bool is_quoted = line.front() == '\'' || line.front() == '"';
   if (is_quoted && line.size() > 1 && line.back() == line.front()) {
-    if (into.debug_notes.size() < most_complaints)
+    if (into.debug_notes.size() < most_notes)
       into.debug_notes.emplace_back(line.substr(1, line.size() - 2));
+    else
+      ++in.notes_left_out;
     return;
   }
   if (into.complaints.size() == most_complaints) return;
@@ -656,10 +666,13 @@ void read_layers(run& into, const std::string& debug_log) {
     if (!is_whole) into.stores[std::string(label)] = std::string(store_cut_off);
   };
   taker.wants = [](std::string_view label) { return !label.starts_with("Parsed bundle config"); };
-  taker.line = [&](std::string_view line) { take_line(into, line); };
+  taker.line = [&](std::string_view line) { take_line(in, line); };
   for (std::string& mark : read_dumps(debug_log, taker)) into.marks.push_back(std::move(mark));
   if (in.has_too_many_nodes)
     into.marks.push_back(fmt::format("{}: it names more nodes than a router can have", debug_log));
+  if (in.notes_left_out != 0)
+    into.marks.push_back(fmt::format("{}: {} notes of the audit behind the first {} are left out",
+                                     debug_log, in.notes_left_out, most_notes));
   attach(in, in.by_handle, attach_by_handle);
   attach(in, in.by_lag, attach_by_lag);
   attach(in, in.by_port, attach_by_port);

@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
+#include <chrono>
 #include <limits>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -46,6 +48,27 @@ void take_end(journal_command& of, const json& line) {
   of.failed = text_at(line, "failed");
 }
 
+// "2026-11-22 11:01:03,219" or "2026-11-22T11:01:03.219Z", as if both were UTC.
+std::optional<std::chrono::milliseconds> time_in(std::string_view text) {
+  constexpr std::string_view form = "0000-00-00 00:00:00,000";
+  if (text.size() < form.size()) return {};
+  const auto number = [&](std::size_t at, std::size_t digits) {
+    int value = -1;
+    const char* const end = text.data() + at + digits;
+    return std::from_chars(text.data() + at, end, value).ptr == end ? value : -1;
+  };
+  using namespace std::chrono;
+  const year_month_day date{year{number(0, 4)}, month{static_cast<unsigned>(number(5, 2))},
+                            day{static_cast<unsigned>(number(8, 2))}};
+  const int hour = number(11, 2);
+  const int minute = number(14, 2);
+  const int second = number(17, 2);
+  const int fraction = number(20, 3);
+  if (!date.ok() || hour < 0 || minute < 0 || second < 0 || fraction < 0) return {};
+  return sys_days(date).time_since_epoch() + hours(hour) + minutes(minute) + seconds(second) +
+         milliseconds(fraction);
+}
+
 struct intake {
   journal into;
   std::map<std::uint64_t, journal_command> commands;
@@ -78,6 +101,20 @@ void take_line(intake& in, const json& line) {
 
 std::string shown_call(const journal_command& of) {
   return of.command.substr(0, of.command.find(" | "));
+}
+
+bool may_be_of(const journal& of, std::string_view started) {
+  using namespace std::chrono_literals;
+  const auto journal_began = time_in(of.time);
+  const auto logs_began = time_in(started);
+  if (!journal_began || !logs_began) return true;
+  constexpr auto widest_zone = 15h;
+  constexpr auto between_zones = 15min;
+  constexpr auto latest = 10s;
+  constexpr auto earliest = 2s;  // a clock that is set
+  const auto later = *logs_began - *journal_began;
+  if (later > widest_zone || later < -widest_zone) return false;
+  return (later + widest_zone + earliest) % between_zones <= latest + earliest;
 }
 
 journal read_journal(const std::string& path) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace desk {
@@ -32,6 +33,12 @@ struct journal {
   double seconds = 0;              // up to its last line
   std::vector<std::string> marks;  // what is lost or not understood, a sentence each
 };
+
+// Whether the journal can be of the run whose logs begin at `started`, "2026-11-22 11:01:03,219".
+// Logs have the router's own time and a journal has UTC, so only what is less than a quarter of an
+// hour tells them apart: the log's first line is written within seconds of the journal's. True if
+// one of the times is missing or of another form.
+[[nodiscard]] bool may_be_of(const journal& of, std::string_view started);
 
 // Reads the journal of one run; a line that is lost, cut or no JSON is a mark. Throws `read_error`
 // if the file cannot be read.

@@ -39,10 +39,18 @@ void add_line(std::string& to, std::string_view line) {
   to.append(line).append("\n");
 }
 
+// A finding stands at each bundle that it concerns, and a text from a tool may have any length.
+std::string shortened(const std::string& text) {
+  constexpr std::size_t most = 4096;
+  if (text.size() <= most) return text;
+  return fmt::format("{} ... ({} bytes in all, see the log)",
+                     std::string_view(text).substr(0, most), text.size());
+}
+
 void add_findings(std::string& to, const run& of, const std::vector<std::size_t>& findings) {
   for (const std::size_t each : findings) {
     const auto& found = of.findings[each];
-    add_line(to, fmt::format("  {} {}", found.code, found.text));
+    add_line(to, fmt::format("  {} {}", found.code, shortened(found.text)));
     if (!found.log.empty() && found.line > 0)
       add_line(to, fmt::format("    {}:{}", found.log, found.line));
   }

@@ -6,6 +6,10 @@
 
 namespace desk {
 
+std::string counted(std::size_t number, std::string_view one, std::string_view many) {
+  return fmt::format("{} {}", number, number == 1 ? one : many);
+}
+
 std::string place_of(const coverage& answer) {
   return fmt::format("{} of {}{}{}", answer.of == layer::none ? "a part" : word_for(answer.of),
                      answer.node.empty() ? "the router" : answer.node,

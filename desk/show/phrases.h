@@ -1,7 +1,9 @@
 // Sentences that several formats share, made of raw texts: the format escapes them.
 #pragma once
 
+#include <cstddef>
 #include <string>
+#include <string_view>
 
 #include "desk/judge/judged_run.h"
 
@@ -10,6 +12,9 @@ namespace desk {
 inline constexpr const char* sentence_for_stale =
     "Stale entries were not looked for: the audit does that only in a run without findings and "
     "notes.";
+
+// "1 bundle", "3 bundles".
+[[nodiscard]] std::string counted(std::size_t number, std::string_view one, std::string_view many);
 
 // "DPA of 0/1/CPU0, NPU 0". Any thread, as all of these.
 [[nodiscard]] std::string place_of(const coverage& answer);

@@ -11,6 +11,8 @@
 #include <tuple>
 #include <vector>
 
+#include "desk/show/phrases.h"
+
 namespace desk {
 
 namespace {
@@ -32,10 +34,6 @@ struct item {
 
 const std::string& title_of(const known_finding& one) {
   return one.cause.empty() ? one.title : one.cause;
-}
-
-std::string counted(std::size_t number, std::string_view one, std::string_view many) {
-  return fmt::format("{} {}", number, number == 1 ? one : many);
 }
 
 std::string time_of(const run_record& run) {

@@ -23,10 +23,6 @@ struct view {
   std::ostream& out;
 };
 
-std::string counted(std::size_t number, std::string_view one, std::string_view many) {
-  return fmt::format("{} {}", number, number == 1 ? one : many);
-}
-
 void show_head(const view& v) {
   const run& of = v.of.of;
   v.out << fmt::format(

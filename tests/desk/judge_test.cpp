@@ -278,6 +278,29 @@ TEST_F(run_of_a_test, the_journal_names_the_chip_that_printed_nothing) {
   EXPECT_EQ(coverage_of(is.of, layer::bcm, "0/0/CPU0", "1")->state, coverage_state::unknown);
 }
 
+// Without members a chip may have nothing to show in some tables.
+TEST_F(run_of_a_test, the_journal_names_the_table_that_a_chip_with_members_did_not_print) {
+  add_nodes(2);
+  of.places[of.object_at(object_kind::member, "BE1", "0/0/0/1")] = {0, 0, "0", "1"};
+  of.log_of_commands.emplace();
+  for (const char* node : {"0/0/CPU0", "0/1/CPU0"}) {
+    journal_command one;
+    one.node = node;
+    one.npu = "0";
+    one.command = "asic_shell_show -c \"d IHP_VTT_IN_PP_PORT_CONFIG\" -u 0 -n 4 | grep x";
+    one.has_ended = true;
+    one.status = 1;
+    one.bytes = 0;
+    of.log_of_commands->commands.push_back(one);
+  }
+  const judged_run is = judged();
+  const coverage* silent = coverage_of(is.of, layer::bcm, "0/0/CPU0", "0");
+  ASSERT_NE(silent, nullptr);
+  EXPECT_EQ(silent->state, coverage_state::partly);
+  EXPECT_THAT(silent->reason, HasSubstr("IHP_VTT_IN_PP_PORT_CONFIG\" -u 0 -n 4`: printed nothing"));
+  EXPECT_EQ(coverage_of(is.of, layer::bcm, "0/1/CPU0", "0")->state, coverage_state::read);
+}
+
 TEST_F(run_of_a_test, nothing_is_missing_from_a_table_that_was_cut) {
   add_nodes(3);
   auto& cells = of.objects[bundle].cells;

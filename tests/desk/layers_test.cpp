@@ -145,6 +145,17 @@ TEST_F(layers, give_a_member_what_the_chips_list_under_its_id_or_its_port) {
   EXPECT_GT(found, 1000U);
 }
 
+TEST_F(layers, count_the_notes_that_are_too_many) {
+  std::string log;
+  for (int i = 0; i < 10'002; ++i) log += "'INFO: note'\n";
+  run of;
+  read(of, log);
+  EXPECT_EQ(of.debug_notes.size(), 10'000U);
+  ASSERT_FALSE(of.marks.empty());
+  EXPECT_THAT(of.marks.back(),
+              testing::EndsWith("/log: 2 notes of the audit behind the first 10000 are left out"));
+}
+
 TEST_F(layers, find_the_mtu_of_a_member_by_the_profile_of_its_port) {
   run of;
   read(

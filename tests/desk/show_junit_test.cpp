@@ -83,6 +83,17 @@ TEST(junit, fails_for_what_belongs_to_no_bundle) {
                               "message=\"1 finding without a cause\">  TC-000 Traceback"));
 }
 
+// A report of bundle health stands at each bundle.
+TEST(junit, repeats_no_text_of_any_length) {
+  auto run = run_with_faults();
+  const std::string start(4096, 'x');
+  for (auto& each : run.of.findings) each.text = start + std::string(1'000'000, 'y');
+  const auto text = shown(run);
+  expect_true_figures(text);
+  EXPECT_THAT(text, HasSubstr(start + " ... (1004096 bytes in all, see the log)\n"));
+  EXPECT_LT(text.size(), 1'000'000U);
+}
+
 TEST(junit, loses_no_cause) {
   auto run = run_with_faults();
   for (auto& bundle : run.bundles) bundle.is = verdict::not_judged;
