@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <map>
 #include <optional>
@@ -108,14 +109,20 @@ struct intake {
   std::vector<chip_value> chip_values{};
   dump in_dump = dump::other;
   bool has_map = false;  // the dump, so far
+  std::array<std::array<text_id, std::size_t(field::none) + 1>, std::size_t(source::none) + 1>
+      last_ids{};
 
   text_id keep(std::string_view text) { return into.texts.keep(text); }
+  // The same for a value of a table of which each node or chip has one.
+  text_id keep_value(std::string_view text, source from, field what) {
+    return into.texts.keep(text, last_ids[std::size_t(from)][std::size_t(what)]);
+  }
 
   // The same for the key of an entry, which comes again with each of its fields.
-  text_id keep_key(std::string_view text) {
+  text_id keep_key(std::string_view text, source from) {
     if (!same_text(text, last_key)) {
       last_key = text;
-      last_id = keep(text);
+      last_id = keep_value(text, from, field::none);
     }
     return last_id;
   }
@@ -273,7 +280,10 @@ source table_named(std::string_view name) {
 void take_lagport(intake& in, std::int16_t node, dump_path path, std::string_view value) {
   const auto add = [&](field what, std::int16_t npu) {
     in.by_handle.add(
-        {in.keep_key(path[2]), 0, false, {what, source::lagport, node, npu, in.keep(value)}});
+        {in.keep_key(path[2], source::lagport),
+         0,
+         false,
+         {what, source::lagport, node, npu, in.keep_value(value, source::lagport, what)}});
   };
   if (is(path[3], "lagid")) add(field::lag_id, no_place);
   if (is(path[3], "weight")) add(field::weight, no_place);
@@ -282,11 +292,11 @@ void take_lagport(intake& in, std::int16_t node, dump_path path, std::string_vie
   if (is(path[3], "vlan_domain") && path.size() == 5 && value != unset)
     add(field::vlan_domain, in.npu_of(path[4]));
   if (is(path[3], "members") && path.size() == 7 && is(path[6], "memid"))
-    in.by_handle.add(
-        {in.keep(path[2]),
-         in.keep(path[5]),
-         true,
-         {field::member_id, source::lagport, node, in.npu_of(path[4]), in.keep(value)}});
+    in.by_handle.add({in.keep_key(path[2], source::lagport),
+                      in.keep_value(path[5], source::lagport, field::handle),
+                      true,
+                      {field::member_id, source::lagport, node, in.npu_of(path[4]),
+                       in.keep_value(value, source::lagport, field::member_id)}});
 }
 
 // Half of the millions of lines hold something else.
@@ -303,8 +313,10 @@ void take_forwarding(intake& in, dump_path path, std::string_view value) {
   if (from == source::lagport) return take_lagport(in, node, path, value);
   if (from == source::none || value == unset) return;
   const auto add = [&](field what) {
-    in.by_handle.add(
-        {in.keep_key(path[2]), 0, false, {what, from, node, no_place, in.keep(value)}});
+    in.by_handle.add({in.keep_key(path[2], from),
+                      0,
+                      false,
+                      {what, from, node, no_place, in.keep_value(value, from, what)}});
   };
   if (is(path[3], "lif")) add(field::lif);
   if (is(path[3], "rif")) add(field::rif);
@@ -330,8 +342,8 @@ std::optional<chip_table> chip_table_named(std::string_view name) {
 void take_chip_member(intake& in, dump_path path, std::string_view named) {
   const cell made = {field::presence, source::chip_lag, in.node_of(path[0]), in.npu_of(path[1]),
                      in.present};
-  const text_id lag = in.keep_key(lag_id_in(path[3]));
-  in.by_lag.add({lag, in.keep(named), true, made});
+  const text_id lag = in.keep_key(lag_id_in(path[3]), source::chip_lag);
+  in.by_lag.add({lag, in.keep_value(named, source::chip_lag, field::presence), true, made});
 }
 
 void take_chip(intake& in, dump_path path, std::string_view value) {
@@ -359,7 +371,7 @@ void take_chip_map(intake& in, dump_path path) {
   if (path.size() == 4 && (is(path[2], "diag_lag") || is(path[2], "tm_lag"))) {
     const std::int16_t node = in.node_of(path[0]);
     const std::int16_t npu = in.npu_of(path[1]);
-    const text_id lag = in.keep_key(lag_id_in(path[3]));
+    const text_id lag = in.keep_key(lag_id_in(path[3]), source::chip_lag);
     in.by_lag.add({lag, 0, false, {field::presence, source::chip_lag, node, npu, in.present}});
     in.count(source::chip_lag, node, npu, 1);
   }

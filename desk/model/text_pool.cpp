@@ -55,17 +55,17 @@ inline std::size_t text_pool::slot_of(std::string_view text, std::uint32_t hash)
   return at;
 }
 
-text_id text_pool::keep(std::string_view text) {
-  if (!followers_.empty()) {
-    const text_id likely = followers_[last_];
-    if (same_text(texts_[likely], text)) return last_ = likely;
+text_id text_pool::keep(std::string_view text, text_id& last) {
+  if (last < followers_.size()) {
+    const text_id likely = followers_[last];
+    if (same_text(texts_[likely], text)) return last = likely;
   }
-  const text_id id = looked_up(text);
-  followers_[last_] = id;
-  return last_ = id;
+  const text_id id = keep(text);
+  if (last < followers_.size()) followers_[last] = id;
+  return last = id;
 }
 
-text_id text_pool::looked_up(std::string_view text) {
+text_id text_pool::keep(std::string_view text) {
   if (2 * texts_.size() >= slots_.size()) grow();
   const std::uint32_t hash = hash_of(text);
   slot& at = slots_[slot_of(text, hash)];

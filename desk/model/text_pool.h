@@ -38,6 +38,10 @@ using text_id = std::uint32_t;
 class text_pool {
  public:
   text_id keep(std::string_view text);
+  // The same for the texts of one column, whose last one is `last`. A text that follows the same
+  // one as before is found at once: the tables of all nodes and chips name the same objects in the
+  // same order.
+  text_id keep(std::string_view text, text_id& last);
   [[nodiscard]] std::optional<text_id> find(std::string_view text) const;
   // Lasts as long as the pool.
   [[nodiscard]] std::string_view text(text_id id) const { return texts_[id]; }
@@ -49,18 +53,14 @@ class text_pool {
     text_id after = 0;  // the number of the text and 1; 0: the slot is free
   };
 
-  text_id looked_up(std::string_view text);
   // The slot of a text, or the free one where it belongs.
   [[nodiscard]] std::size_t slot_of(std::string_view text, std::uint32_t hash) const;
   [[nodiscard]] std::string_view copied(std::string_view text);
   void grow();
 
   std::vector<std::string_view> texts_;
-  // Of each text, the one that followed it last time: each node and chip names the same objects in
-  // the same order.
-  std::vector<text_id> followers_;
-  text_id last_ = 0;
-  std::vector<slot> slots_;  // a power of two, at most half of them taken
+  std::vector<text_id> followers_;  // of each text, the one that followed it last in a column
+  std::vector<slot> slots_;         // a power of two, at most half of them taken
   std::vector<std::unique_ptr<char[]>> blocks_;
   char* free_ = nullptr;  // in the newest block of many texts
   std::size_t room_ = 0;
