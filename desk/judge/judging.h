@@ -130,6 +130,8 @@ inline constexpr std::size_t longest_text = 160;
 [[nodiscard]] std::string shortened(std::string_view text, std::size_t longest = longest_text);
 [[nodiscard]] std::string title_of(const difference& of);
 [[nodiscard]] std::string title_of(const finding& of);
+// "BE1 member 0/0/0/1", with which a title begins.
+[[nodiscard]] std::string title_subject(const object_ref& of);
 [[nodiscard]] std::string words_for_place(const coverage& at);
 
 }  // namespace desk

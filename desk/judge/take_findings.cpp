@@ -1,6 +1,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <map>
 #include <optional>
 #include <set>
 #include <utility>
@@ -12,6 +14,44 @@
 namespace desk {
 
 namespace {
+
+// The table of the chip, or the tool, that shows a finding again where its field does not say it.
+struct table_of_code {
+  std::string_view code;
+  std::string_view older;
+  std::string_view jericho2;
+};
+constexpr std::array tables_of_codes = std::to_array<table_of_code>({
+    {"TC-203", "diag dbal dbd 3", "dbal table dump table=IN_AC_UNTAGGED_DB"},
+    {"TC-204", "diag pp lif id=0x{} gl=1 type=in", "dbal table dump table=IN_AC_UNTAGGED_DB"},
+});
+constexpr std::string_view jericho2 = "BCM8869";
+
+// "0x00014000" of "... find GLIF 0x00014000 to LLIF ...".
+std::string lif_in(std::string_view text) {
+  constexpr std::string_view word = "GLIF ";
+  const std::size_t at = text.find(word);
+  if (at == std::string_view::npos) return {};
+  text.remove_prefix(at + word.size());
+  return std::string(text.substr(0, text.find(' ')));
+}
+
+std::string command_for_table(const run& of, const finding& one) {
+  const auto known =
+      std::find_if(tables_of_codes.begin(), tables_of_codes.end(),
+                   [&](const table_of_code& table) { return table.code == one.code; });
+  const std::int16_t index = of.node_index(one.node);
+  if (known == tables_of_codes.end() || index == no_place) return {};
+  const node& at = of.nodes[static_cast<std::size_t>(index)];
+  std::string table(at.asic == jericho2 ? known->jericho2 : known->older);
+  if (const std::size_t blank = table.find("{}"); blank != std::string::npos) {
+    const std::string lif = lif_in(one.text);
+    constexpr std::size_t asked_digits = 4;  // the chip is asked by the end of the global LIF
+    table.replace(blank, 2, lif.substr(lif.size() - std::min(lif.size(), asked_digits)));
+  }
+  return fmt::format("/opt/nos/bin/asic_shell_show -c \"{}\" -u {} -n {}", table,
+                     one.npu.empty() ? "all" : one.npu, at.id);
+}
 
 source source_in_chip(field what) {
   if (what == field::mtu) return source::chip_mtu;
@@ -119,6 +159,28 @@ std::string_view why_of(const finding& one) {
   return is_doubt(one) ? "it could not be verified, so nobody knows" : "the audit names the place";
 }
 
+std::string next_for(const run& of, const finding& one) {
+  if (one.kind == finding_kind::health) return "lagmgr_health";
+  std::string next = command_for_platform(of, one);
+  if (next.empty()) next = command_for_table(of, one);
+  return next.empty() ? command_for(of, source_of(one), one.node, one.npu) : next;
+}
+
+// A message that this program does not know says nothing but its own text.
+void take_unknown(judging& at, std::size_t index) {
+  const finding& one = at.of().findings[index];
+  cause made;
+  made.title = fmt::format("a message that this version of tessel-report does not know: {}",
+                           shortened(one.text));
+  made.object = one.object;
+  made.node = one.node;
+  made.how_sure = sureness::unknown;
+  made.why = fmt::format("it stands in {}:{}", one.log, one.line);
+  made.findings.push_back(index);
+  at.is_explained[index] = true;
+  add_cause(at, std::move(made));
+}
+
 // Findings with the same key, node and layer are one cause.
 std::string subject_key(const finding& one) {
   // Whatever the command was, the reason why it could not run is the same.
@@ -152,8 +214,7 @@ void take_finding(judging& at, const open_places& open, std::size_t index) {
   into.npu = one.npu;
   into.how_sure = is_doubt(one) && !is_scale(one) ? sureness::unknown : sureness::named;
   into.why = why_of(one);
-  into.next = command_for_platform(at.of(), one);
-  if (into.next.empty()) into.next = command_for(at.of(), source_of(one), one.node, one.npu);
+  into.next = next_for(at.of(), one);
   at.causes.add_cause(made, into);
 }
 
@@ -228,6 +289,48 @@ void take_unset(judging& at, std::size_t first) {
   add_cause(at, std::move(made));
 }
 
+// The audit compares these with what the first node said, and names the node that it asked later.
+bool compares_nodes(const finding& one) {
+  const bool is_of_nodes = one.of == layer::dpa ? one.what == field::lif || one.what == field::rif
+                                                : one.of == layer::pd && one.what == field::lag_id;
+  return is_of_nodes && !one.reported.empty() && !one.known.empty() && !one.node.empty();
+}
+
+bool has_values(const run& of, const finding& one) {
+  const object* about = of.find(one.object.kind, one.object.bundle, one.object.name);
+  return about != nullptr && std::any_of(about->cells.begin(), about->cells.end(),
+                                         [&](const cell& c) { return c.what == one.what; });
+}
+
+// Without the values of all nodes, from a run whose snapshot is lost, the messages show two values
+// and not which of them is the odd one.
+void take_compared(judging& at, std::size_t first) {
+  const finding& one = at.of().findings[first];
+  cause made;
+  std::map<std::string, std::vector<std::string>> nodes;  // by the value that they have
+  for (const std::size_t i : at.findings.about(one.object)) {
+    const finding& other = at.of().findings[i];
+    const bool is_same = other.code == one.code && other.known == one.known;
+    if (i < first || at.is_explained[i] || !is_same) continue;
+    at.is_explained[i] = true;
+    made.findings.push_back(i);
+    add_once(nodes[other.reported], other.node);
+  }
+  std::vector<std::string> values;
+  for (const auto& [value, holders] : nodes)
+    values.push_back(fmt::format("{} on {}", value, fmt::join(holders, ", ")));
+  made.title = fmt::format("{}: {} is {} ({}), and {} on a node that no message names",
+                           title_subject(one.object), word_for(one.what), fmt::join(values, ", "),
+                           word_for(one.of), one.known);
+  made.object = one.object;
+  made.first = one.of;
+  made.how_sure = sureness::unknown;
+  made.why = "the messages compare nodes; which one is odd only a snapshot shows";
+  made.next = command_for(at.of(), source_of(one), one.node, one.npu);
+  if (made.next.empty()) made.next = "/opt/nos/bin/plat_nodes_show -v";
+  add_cause(at, std::move(made));
+}
+
 }  // namespace
 
 bool is_scale(const finding& one) {
@@ -260,6 +363,11 @@ void take_findings(judging& at) {
     if (std::any_of(same.begin(), same.end(), is_of_objects)) take_common(at, code, configured);
   for (const std::size_t i : at.findings.with_code("TC-109"))
     if (!at.is_explained[i]) take_unset(at, i);
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    if (at.is_explained[i]) continue;
+    if (all[i].code == "TC-000" && !is_doubt(all[i])) take_unknown(at, i);
+    if (compares_nodes(all[i]) && !has_values(at.of(), all[i])) take_compared(at, i);
+  }
   const open_places open = open_places_of(at.of());
   for (const bool doubts : {false, true})
     for (std::size_t i = 0; i < all.size(); ++i)

@@ -29,7 +29,9 @@ std::string odd_values_of(const difference& of) {
   return fmt::format("{}", fmt::join(values, ", "));
 }
 
-std::string subject_of(const object_ref& of) {
+}  // namespace
+
+std::string title_subject(const object_ref& of) {
   const std::string bundle = shortened(of.bundle, longest_name);
   const std::string name = shortened(of.name, longest_name);
   if (of.kind == object_kind::member)
@@ -38,8 +40,6 @@ std::string subject_of(const object_ref& of) {
   if (name.empty()) return bundle.empty() ? "the router" : bundle;
   return name;
 }
-
-}  // namespace
 
 std::string shortened(std::string_view text, std::size_t longest) {
   text = text.substr(0, text.find('\n'));
@@ -76,7 +76,7 @@ std::vector<witness> right_ones(const difference& of) {
 std::string title_of(const difference& of) {
   const witness* odd = first_odd(of);
   if (of.what == field::presence)
-    return fmt::format("{}: missing on {} ({})", subject_of(of.object),
+    return fmt::format("{}: missing on {} ({})", title_subject(of.object),
                        places_of(of.witnesses, true), layer_and_source(odd->from));
   if (of.how_sure != sureness::majority) {
     std::vector<std::string> values;
@@ -85,11 +85,11 @@ std::string title_of(const difference& of) {
         values.push_back(fmt::format("{} on {} ({})", one.value,
                                      one.node.empty() ? "the router" : one.node,
                                      word_for(layer_of(one.from))));
-    return fmt::format("{}: {} is {}", subject_of(of.object), word_for(of.what),
+    return fmt::format("{}: {} is {}", title_subject(of.object), word_for(of.what),
                        fmt::join(values, ", "));
   }
   const std::vector<witness> right = right_ones(of);
-  return fmt::format("{}: {} is {}, {} on {}", subject_of(of.object), word_for(of.what),
+  return fmt::format("{}: {} is {}, {} on {}", title_subject(of.object), word_for(of.what),
                      odd_values_of(of), right.front().value, places_of(right, false));
 }
 
@@ -107,20 +107,20 @@ std::string title_of(const finding& one) {
                        one.object.bundle.empty() ? "no bundle" : one.object.bundle, on, in,
                        one.object.name);
   if (one.kind == finding_kind::failure)
-    return fmt::format("{}: not verified{}{}: {}", subject_of(one.object), on, in,
+    return fmt::format("{}: not verified{}{}: {}", title_subject(one.object), on, in,
                        shortened(one.text));
   if (is_scale(one))
     return fmt::format("the router: over its limit{}: {}", in, shortened(one.text));
   if (one.kind == finding_kind::note)
-    return fmt::format("{}: not checked{}{}: {}", subject_of(one.object), on, in,
+    return fmt::format("{}: not checked{}{}: {}", title_subject(one.object), on, in,
                        shortened(one.text));
   if (!one.reported.empty() && !one.known.empty())
-    return fmt::format("{}: {}{}{}: {} here, {} known before", subject_of(one.object),
+    return fmt::format("{}: {}{}{}: {} here, {} known before", title_subject(one.object),
                        one.what == field::none ? "value differs" : word_for(one.what), on, in,
                        one.reported, one.known);
   if (one.what == field::presence)
-    return fmt::format("{}: missing{}{}", subject_of(one.object), on, in);
-  return fmt::format("{}: {} differs{}{}", subject_of(one.object), word_for(one.what), on, in);
+    return fmt::format("{}: missing{}{}", title_subject(one.object), on, in);
+  return fmt::format("{}: {} differs{}{}", title_subject(one.object), word_for(one.what), on, in);
 }
 
 std::string words_for_place(const coverage& at) {

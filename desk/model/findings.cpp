@@ -219,6 +219,9 @@ void note_gap(run& into, const channel_log& log, finding_kind kind) {
     into.marks.push_back(fmt::format("{}: {} {} rotated away, the log keeps the newest only",
                                      log.name, first == 2 ? "1" : fmt::format("1 to {}", first - 1),
                                      first == 2 ? "was" : "were"));
+    if (const std::uint64_t behind = last - first + 1; behind > numbers.size())
+      into.marks.push_back(fmt::format("{}: {} of the messages {} to {} are missing as well",
+                                       log.name, behind - numbers.size(), first, last));
   } else if (last > numbers.size() + without_line) {
     into.cut_logs.push_back(log.name);
     into.marks.push_back(fmt::format("{}: {} of {} messages are missing, they could not be written",

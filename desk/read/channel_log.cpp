@@ -9,6 +9,7 @@ namespace desk {
 namespace {
 
 constexpr std::string_view start_line = "Started Tessel Checker";
+constexpr std::size_t longest_start = 80;  // of what is shown
 constexpr std::string_view stamp_form = "dddd-dd-dd dd:dd:dd,ddd: ";
 
 log_run& run_of(channel_log& log) {
@@ -20,7 +21,9 @@ void add_entry(channel_log& log, const std::string& file, std::string_view line,
                std::size_t stamp) {
   const std::string time(line.substr(0, stamp - 2));
   const std::string_view text = line.substr(stamp);
-  if (text == start_line) {
+  if (text.starts_with(start_line)) {
+    log.other_start =
+        text == start_line ? std::string() : std::string(text.substr(0, longest_start));
     log.runs.push_back({time, {}});
     return;
   }
@@ -80,6 +83,11 @@ channel_log read_channel_log(const std::string& folder, std::string_view name) {
   const std::size_t marks = log.marks.size();
   read_file(log, folder, log.name);
   log.is_read = file_exists(folder + "/" + log.name) && log.marks.size() == marks;
+  if (!log.other_start.empty())
+    log.marks.push_back(fmt::format(
+        "{}: the last run begins with \"{}\", so another version of the audit wrote it, and its "
+        "messages may not be understood",
+        log.name, log.other_start));
   return log;
 }
 

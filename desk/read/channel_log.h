@@ -28,6 +28,7 @@ struct channel_log {
   std::vector<log_run> runs;       // the oldest first
   std::vector<std::string> marks;  // what is missing or unreadable, a sentence each
   bool is_read = false;            // the file is there and was read to its end
+  std::string other_start;         // start line of the last run, if another version wrote it
 };
 
 // Reads a log with its backup NAME.1, which is older. A file that is missing or cannot be read is a

@@ -176,6 +176,30 @@ TEST_F(logs_of_a_test, numbers_that_were_rotated_away_are_reported) {
   EXPECT_THAT(of.marks, ElementsAre(HasSubstr("1 to 900 were rotated away")));
 }
 
+TEST_F(logs_of_a_test, numbers_that_are_missing_behind_those_are_reported_as_well) {
+  write("inconsistencies",
+        line("Inconsistency 11: BME has no Bundle entry in location 0/1/CPU0") +
+            line("Inconsistency 12: BME has no Bundle entry in location 0/1/CPU0"),
+        ".1");
+  write("inconsistencies",
+        line("Inconsistency 15: BME has no Bundle entry in location 0/1/CPU0") +
+            line("Inconsistency 16: BME has no Bundle entry in location 0/1/CPU0"));
+  const run of = last_run();
+  EXPECT_THAT(of.marks, ElementsAre(HasSubstr("1 to 10 were rotated away"),
+                                    HasSubstr("2 of the messages 11 to 16 are missing as well")));
+}
+
+TEST_F(logs_of_a_test, a_run_of_another_version_is_marked) {
+  write("inconsistencies", "2026-11-22 11:00:00,000: Started Tessel Checker 2.0\n" +
+                               line("Inconsistency 1:BE1 is purple"));
+  const run of = last_run();
+  ASSERT_EQ(of.findings.size(), 1U);
+  EXPECT_EQ(of.findings[0].code, "TC-000");
+  EXPECT_THAT(of.marks, ElementsAre(HasSubstr("begins with \"Started Tessel Checker 2.0\"")));
+  write("inconsistencies", "2026-11-22 10:00:00,000: Started Tessel Checker 2.0\n" + start());
+  EXPECT_THAT(last_run().marks, IsEmpty()) << "an older run";
+}
+
 TEST_F(logs_of_a_test, a_log_that_is_missing_or_cut_is_a_mark) {
   std::filesystem::remove(folder + "/tessel_exception.log");
   write("programming_error", start() + "2026-11-22 11:00:01,000: Programming Err");

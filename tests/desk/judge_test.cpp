@@ -456,6 +456,65 @@ TEST_F(run_of_a_test, what_is_next_is_the_tool_that_the_message_is_about) {
             "ssh 192.0.0.0 /opt/nos/bin/board_api_probe");
 }
 
+TEST_F(run_of_a_test, what_is_next_is_the_table_that_shows_the_finding_again) {
+  const auto next = [&](const char* code, finding_kind kind, const char* asic, const char* text) {
+    of = run();
+    SetUp();
+    add_nodes(1);
+    of.nodes[0].asic = asic;
+    of.nodes[0].id = "4";
+    find(code, field::none, "0/0/CPU0", layer::bcm, kind);
+    of.findings.back().npu = "2";
+    of.findings.back().text = text;
+    return judged().causes.at(0).next;
+  };
+  constexpr auto programming = finding_kind::programming;
+  EXPECT_EQ(next("TC-203", programming, "BCM8868", "SEMA/B entry is not present for glif 0x1,BE1"),
+            "/opt/nos/bin/asic_shell_show -c \"diag dbal dbd 3\" -u 2 -n 4");
+  EXPECT_EQ(next("TC-204", programming, "BCM8868",
+                 "Programming Error 1: Not able to find GLIF 0x00014501 to LLIF mapping for BE1"),
+            "/opt/nos/bin/asic_shell_show -c \"diag pp lif id=0x4501 gl=1 type=in\" -u 2 -n 4");
+  EXPECT_EQ(next("TC-204", programming, "BCM8868", "cut off behind GLIF"),
+            "/opt/nos/bin/asic_shell_show -c \"diag pp lif id=0x gl=1 type=in\" -u 2 -n 4");
+  EXPECT_THAT(next("TC-204", programming, "BCM8869", "any"), HasSubstr("table=IN_AC_UNTAGGED_DB"));
+  EXPECT_EQ(next("TC-501", finding_kind::health, "BCM8868", "BE1: out of step"), "lagmgr_health");
+}
+
+// Of a run whose snapshot is lost: three healthy nodes are named, and the odd one is not.
+TEST_F(run_of_a_test, messages_that_compare_nodes_name_no_odd_one) {
+  of.has_snapshot = false;
+  for (const char* named : {"0/2/CPU0", "0/5/CPU0", "0/11/CPU0"}) {
+    find("TC-108", field::lif, named, layer::dpa);
+    of.findings.back().reported = "0x14000";
+    of.findings.back().known = "0x14500";
+  }
+  const judged_run is = judge(std::move(of));
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].title,
+            "BE1: global LIF is 0x14000 on 0/2/CPU0, 0/5/CPU0, 0/11/CPU0 (DPA), and 0x14500 on a "
+            "node that no message names");
+  EXPECT_EQ(is.causes[0].how_sure, sureness::unknown);
+  EXPECT_EQ(is.causes[0].node, "");
+  EXPECT_EQ(is.causes[0].findings.size(), 3U);
+  EXPECT_EQ(is.bundles.at(0).is, verdict::differs);
+  EXPECT_EQ(exit_status(is), 1);
+}
+
+TEST_F(run_of_a_test, a_message_of_another_version_is_not_understood) {
+  add_nodes(2);
+  find("TC-000", field::none, "", layer::none);
+  of.findings.back().text = "Inconsistency 4:BE1 is purple";
+  of.findings.back().log = "tessel_inconsistencies.log";
+  of.findings.back().line = 7;
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].title,
+            "a message that this version of tessel-report does not know: Inconsistency 4:BE1 is "
+            "purple");
+  EXPECT_EQ(is.causes[0].how_sure, sureness::unknown);
+  EXPECT_EQ(is.causes[0].why, "it stands in tessel_inconsistencies.log:7");
+}
+
 // The audit asks a node without members for the LAG only.
 TEST_F(run_of_a_test, a_node_without_members_is_no_odd_one) {
   add_nodes(3);
