@@ -3,6 +3,7 @@
 #include "desk/commands/commands.h"
 #include "desk/commands/load.h"
 #include "desk/judge/judge.h"
+#include "desk/show/coverage_view.h"
 #include "desk/show/dossier.h"
 
 namespace desk {
@@ -16,6 +17,7 @@ int bundle_command(const report_options& options, std::ostream& out) {
                     "--all lists the bundles",
                     options.word));
   show_dossier(judged, *bundle, standard_output(), out);
+  show_marks(judged.of, standard_output(), out);
   return status_of(judged, options);
 }
 

@@ -5,7 +5,7 @@
 namespace desk {
 
 int confirm_command(const report_options& options, std::ostream& out) {
-  const series runs = load_series(options);
+  const series runs = load_series(options, out);
   show_confirm(runs, {options.is_short, options.shows_all}, standard_output(), out);
   return status_of(runs, options.when, counted_runs::all);
 }

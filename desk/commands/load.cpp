@@ -110,10 +110,12 @@ run load_replayed(report_options options) {
   const temporary_folder folder;
   options.logs = folder.path() + "/logs";
   const std::string capture = std::exchange(options.capture, "");
-  const std::string type = replay(capture, options.logs);
+  const recorded facts = replay(capture, options.logs);
   run of = load_from_logs(options, journal_from::capture);
   of.origin = capture;
-  of.router_type = type;
+  of.router_type = facts.type;
+  // When the router was audited, not when its capture was.
+  if (!facts.began.empty()) of.started = facts.began;
   return of;
 }
 

@@ -234,6 +234,9 @@ void check_together(const CLI::App& app, const report_options& parsed) {
     throw command_line::complaint(app, "nothing is confirmed by one run; name two or more");
   if (!parsed.places.empty() && (app.count("--logs") != 0 || app.count("--capture") != 0))
     throw command_line::complaint(app, "--logs and --capture name one run; name each as RUN");
+  if (app.count("--capture") != 0 && (app.count("--logs") != 0 || parsed.run != 0))
+    throw command_line::complaint(
+        app, "--capture names a run, and its only one: --logs and --run are for logs");
   if (!parsed.places.empty() && (parsed.run != 0 || !parsed.journal.empty()))
     throw command_line::complaint(
         app, "--run and --journal are for one run; name an older one as DIR@N");

@@ -73,29 +73,49 @@ std::string first_line_of(const std::string& path) {
   return line;
 }
 
-// "type        birch" among the lines of tessel-lab info.
-std::string type_in(const std::string& path) {
-  constexpr std::string_view word = "type ";
+// "2026-11-22 17:47:18,000" of "2026-11-22T17:47:18Z".
+std::string as_in_logs(std::string_view time) {
+  constexpr std::string_view form = "0000-00-00T00:00:00Z";
+  if (time.size() != form.size() || time[10] != 'T') return {};
+  return fmt::format("{} {},000", time.substr(0, 10), time.substr(11, 8));
+}
+
+// Lines of tessel-lab info, such as "type        birch".
+recorded facts_in(const std::string& path) {
+  recorded made;
   std::string line;
   byte_source bytes(path);
   line_reader lines(bytes);
   while (lines.next(line)) {
-    if (!line.starts_with(word)) continue;
-    const std::size_t at = line.find_first_not_of(' ', word.size());
-    return at == std::string::npos ? std::string() : line.substr(at);
+    const std::string_view all = line;
+    const std::string_view name = all.substr(0, all.find(' '));
+    const std::size_t at = std::min(all.find_first_not_of(' ', name.size()), all.size());
+    if (name == "type") made.type = all.substr(at);
+    if (name == "begin") made.began = as_in_logs(all.substr(at));
   }
-  return {};
+  return made;
 }
 
-// Empty if the lab does not say it.
-std::string type_of(const std::string& capture, const std::string& logs) {
+recorded facts_of(const std::string& capture, const std::string& logs) {
   const std::string facts = logs + ".info";
   try {
     const int status = run_program({lab_program(), "info", capture}, facts, "/dev/null");
-    return status == 0 ? type_in(facts) : std::string();
+    return status == 0 ? facts_in(facts) : recorded();
   } catch (const read_error&) {
     return {};
   }
+}
+
+// Runs the lab; throws with its words if it does not leave the file.
+void run_lab(const std::vector<std::string>& words, const std::string& capture,
+             const std::string& complaints, const std::string& result) {
+  std::vector<std::string> all = {lab_program()};
+  all.insert(all.end(), words.begin(), words.end());
+  const int status = run_program(std::move(all), "/dev/null", complaints);
+  if (file_exists(result)) return;
+  const std::string why = first_line_of(complaints);
+  throw no_run(fmt::format("cannot audit the capture {}: {}", capture,
+                           why.empty() ? fmt::format("tessel-lab ended with {}", status) : why));
 }
 
 }  // namespace
@@ -112,23 +132,28 @@ temporary_folder::~temporary_folder() {
   fs::remove_all(path_, ignored);
 }
 
-std::string replay(const std::string& capture, const std::string& logs) {
+recorded replay(const std::string& capture, const std::string& logs) {
   const std::string complaints = logs + ".complaints";
   const std::string journal = logs + "/tessel_journal.jsonl";
   std::error_code ignored;
+  // The lab takes a name without a file for one of its own routers.
+  if (!fs::exists(capture, ignored))
+    throw no_run(
+        fmt::format("there is no capture {}; name the folder or the file that tessel-lab "
+                    "record or pack made",
+                    capture));
   fs::create_directory(logs, ignored);
-  const int status =
-      run_program({lab_program(), "run", capture, "--logs", logs, "--", "--journal", journal},
-                  "/dev/null", complaints);
-  if (!file_exists(logs + "/tessel_exception.log")) {
-    const std::string why = first_line_of(complaints);
-    throw no_run(fmt::format("cannot audit the capture {}: {}", capture,
-                             why.empty() ? fmt::format("tessel-lab ended with {}", status) : why));
+  std::string folder = capture;
+  if (!fs::is_directory(capture, ignored)) {
+    folder = logs + ".capture";
+    run_lab({"unpack", capture, folder}, capture, complaints, folder + "/manifest");
   }
-  const fs::path recorded = fs::path(capture) / "journal";
-  if (fs::is_regular_file(recorded, ignored))
-    fs::copy_file(recorded, journal, fs::copy_options::overwrite_existing, ignored);
-  return type_of(capture, logs);
+  run_lab({"run", folder, "--logs", logs, "--", "--journal", journal}, capture, complaints,
+          logs + "/tessel_exception.log");
+  const fs::path recorded_journal = fs::path(folder) / "journal";
+  if (fs::is_regular_file(recorded_journal, ignored))
+    fs::copy_file(recorded_journal, journal, fs::copy_options::overwrite_existing, ignored);
+  return facts_of(folder, logs);
 }
 
 }  // namespace desk

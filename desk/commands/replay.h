@@ -19,11 +19,17 @@ class temporary_folder {
   std::string path_;
 };
 
+// What a capture says of itself; empty where it does not.
+struct recorded {
+  std::string type;   // "birch"
+  std::string began;  // the recorded audit, in the form of the logs but in UTC
+};
+
 // Lets tessel-lab, which must stand beside this program or on the path, audit the capture with the
 // library's own parsers and checks; the logs and the journal go to the folder. The journal that was
 // recorded with the capture replaces that of the replay, because it has the times of the router.
-// Returns the router's type, "birch"; empty if the capture does not have it.
+// A packed capture is unpacked beside the logs before that.
 // Throws `no_run` with the lab's own words if the capture cannot be audited.
-[[nodiscard]] std::string replay(const std::string& capture, const std::string& logs);
+[[nodiscard]] recorded replay(const std::string& capture, const std::string& logs);
 
 }  // namespace desk

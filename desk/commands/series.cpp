@@ -6,11 +6,14 @@
 #include <charconv>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
+#include <set>
 #include <system_error>
 #include <utility>
 
 #include "desk/commands/load.h"
 #include "desk/judge/judge.h"
+#include "desk/show/terminal.h"
 #include "desk/store/report_file.h"
 
 namespace desk {
@@ -79,9 +82,16 @@ run_record load_record(const std::string& place, const report_options& options) 
   return made;
 }
 
-series load_series(const report_options& options) {
+series load_series(const report_options& options, std::ostream& out) {
   std::vector<run_record> runs;
-  for (const std::string& place : options.places) runs.push_back(load_record(place, options));
+  std::set<std::string> routers;
+  for (const std::string& place : options.places) {
+    runs.push_back(load_record(place, options));
+    if (!runs.back().router.empty()) routers.insert(runs.back().router);
+  }
+  if (routers.size() > 1)
+    out << fmt::format("note: these are runs of different routers: {}\n",
+                       printable(fmt::format("{}", fmt::join(routers, ", "))));
   return track(std::move(runs));
 }
 

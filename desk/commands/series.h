@@ -1,6 +1,7 @@
 // Several runs for the commands that compare them.
 #pragma once
 
+#include <iosfwd>
 #include <string>
 
 #include "desk/commands/options.h"
@@ -12,8 +13,9 @@ namespace desk {
 // a recorded router; a report in JSON. Throws `no_run`, and `read_error` for a report.
 [[nodiscard]] run_record load_record(const std::string& place, const report_options& options);
 
-// The runs of the call, in its order. Throws `no_run`.
-[[nodiscard]] series load_series(const report_options& options);
+// The runs of the call, in its order; a note goes out if they are not of one router. Throws
+// `no_run`.
+[[nodiscard]] series load_series(const report_options& options, std::ostream& out);
 
 // What --fail-on makes of it: 1 if it has such findings, otherwise 3 if something was not judged,
 // or 0. `counted` says whether `any` means the last run or all of them.

@@ -488,6 +488,8 @@ layer layer_of_command(std::string_view command) {
   if (command.find("lagmgr_agent_show") != std::string_view::npos) return layer::pd;
   if (command.find("lagmgr_table_show") != std::string_view::npos) return layer::pi;
   if (command.find("cfg_render") != std::string_view::npos) return layer::config;
+  for (const std::string_view tool : {"iface_show", "ifmgr_show", "lagmgr_health"})
+    if (command.find(tool) != std::string_view::npos) return layer::pi;
   if (command.find("asic_shell_show") != std::string_view::npos &&
       command.find("show unit") == std::string_view::npos)
     return layer::bcm;
@@ -495,9 +497,10 @@ layer layer_of_command(std::string_view command) {
 }
 
 // How a command ended, if that is what hides the layer: it did not end, failed, or printed nothing.
-std::string trouble_of(const journal_command& command) {
+std::string trouble_of(const covering& in, const journal_command& command) {
   if (!command.failed.empty()) return command.failed;
-  if (!command.has_ended) return "it had not ended when the run did";
+  if (!command.has_ended)
+    return in.of.log_of_commands->lacks_lines ? "" : "it had not ended when the run did";
   if (command.is_timed_out) return "ended, because its time was over";
   if (command.signal) return fmt::format("ended by signal {}", *command.signal);
   // 1 is also what grep says of an output in which it found nothing.
@@ -515,8 +518,10 @@ bool lacks_a_table(const covering& in, const coverage& entry, const journal_comm
          in.chips_with_members.contains({node, npu_in(entry.npu)});
 }
 
-bool is_cut_short(const journal_command& command) {
-  return !command.has_ended || command.is_timed_out || command.signal;
+// In a journal that lacks lines a command may have ended all the same.
+bool is_cut_short(const covering& in, const journal_command& command) {
+  const bool is_open = !command.has_ended && !in.of.log_of_commands->lacks_lines;
+  return is_open || command.is_timed_out || command.signal;
 }
 
 const covering::commands& commands_about(const covering& in, const coverage& entry) {
@@ -537,10 +542,10 @@ void add_journal(const covering& in, coverage& entry) {
     ++entry.commands;
     entry.seconds += one.seconds;
     entry.bytes += one.bytes.value_or(0);
-    const std::string trouble = trouble_of(one);
+    const std::string trouble = trouble_of(in, one);
     // What a command has printed before it was ended is in the tables, and the rest is not.
     if (entry.state == coverage_state::read &&
-        (is_cut_short(one) || lacks_a_table(in, entry, one))) {
+        (is_cut_short(in, one) || lacks_a_table(in, entry, one))) {
       entry.state = coverage_state::partly;
       entry.has_trouble = true;
       entry.reason = fmt::format("`{}`: {}", shown_call(one), trouble);
@@ -586,6 +591,14 @@ void mark_cut_off(const run& of, coverage& entry) {
   entry.reason = fmt::format("the dump of {} in the debug log is cut off", store->first);
 }
 
+// A layer that was read, in a form that is not known here.
+void mark_not_understood(const run& of, coverage& entry) {
+  const auto why = of.not_understood.find(entry.of);
+  if (entry.state != coverage_state::read || why == of.not_understood.end()) return;
+  entry.state = coverage_state::not_understood;
+  entry.reason = why->second;
+}
+
 covering::covering(run& of_run) : of(of_run), has_members(of_run.nodes.size()) {
   for (const finding& one : of.findings) {
     by_code[one.code].push_back(&one);
@@ -629,6 +642,7 @@ void fill_coverage(run& of) {
     if (!of.nodes[i].is_empty_slot) cover_node(in, of.nodes[i], agents);
   for (coverage& entry : of.covered) {
     mark_cut_off(of, entry);
+    mark_not_understood(of, entry);
     add_journal(in, entry);
   }
 }

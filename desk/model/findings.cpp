@@ -187,7 +187,11 @@ void note_unwritten(run& into, const log_set& logs, const run_in_logs& of) {
   const auto all = all_of(logs);
   for (std::size_t log = 0; log < all.size(); ++log) {
     const bool is_there = all[log]->is_read;
-    if (is_there && of.in[log] == nullptr) into.unwritten.push_back(all[log]->name);
+    if (is_there && of.in[log] == nullptr) {
+      into.unwritten.push_back(all[log]->name);
+      into.marks.push_back(
+          fmt::format("{}: it holds nothing of this run, not even its start", all[log]->name));
+    }
     if (!is_there || of.in[log] == nullptr) into.lost_logs.push_back(all[log]->name);
   }
 }

@@ -111,10 +111,15 @@ struct intake {
   bool has_map = false;  // the dump, so far
   std::array<std::array<text_id, std::size_t(field::none) + 1>, std::size_t(source::none) + 1>
       last_ids{};
+  std::array<std::array<bool, std::size_t(field::none) + 1>, std::size_t(source::none) + 1>
+      is_seen{};
 
   text_id keep(std::string_view text) { return into.texts.keep(text); }
+  void note_seen(source from, field what) { is_seen[std::size_t(from)][std::size_t(what)] = true; }
+
   // The same for a value of a table of which each node or chip has one.
   text_id keep_value(std::string_view text, source from, field what) {
+    note_seen(from, what);
     return into.texts.keep(text, last_ids[std::size_t(from)][std::size_t(what)]);
   }
 
@@ -176,6 +181,7 @@ struct intake {
   void set(std::size_t object, field what, source from, std::int16_t node, std::int16_t npu,
            std::string_view value) {
     if (value == unset) return;
+    note_seen(from, what);
     into.objects[object].cells.push_back({what, from, node, npu, keep(value)});
   }
   void count(source from, std::int16_t node, std::int16_t npu, std::size_t entries) {
@@ -654,6 +660,43 @@ void take_line(intake& in, std::string_view line) {
     into.complaints.emplace_back(line);
 }
 
+// What every entry of a table has. That a fault takes it from all of several entries is less likely
+// than that another version of the audit writes it otherwise.
+struct needed_field {
+  source from;
+  field what;
+};
+constexpr std::array needed_fields = std::to_array<needed_field>({
+    {source::bundle_manager, field::handle},
+    {source::bundle_manager, field::mac},
+    {source::bundle_manager, field::mtu},
+    {source::agent, field::lag_id},
+    {source::agent, field::member_id},
+    {source::lagport, field::lag_id},
+    {source::lagport, field::member_id},
+    {source::lagport, field::vlan_domain},
+    {source::l2port, field::lif},
+    {source::l2intf, field::lif},
+    {source::l3intf, field::rif},
+    {source::chip_lag, field::presence},
+});
+
+void find_tables_of_other_form(const intake& in) {
+  constexpr std::size_t fewest_entries = 3;
+  std::map<source, std::size_t> entries;
+  for (const auto& [place, count] : in.into.tables) entries[std::get<0>(place)] += count;
+  for (const needed_field& one : needed_fields) {
+    if (entries[one.from] < fewest_entries) continue;
+    if (in.is_seen[std::size_t(one.from)][std::size_t(one.what)]) continue;
+    in.into.not_understood.try_emplace(
+        layer_of(one.from),
+        fmt::format("none of the {} entries of {} has {}, so another version of the audit may have "
+                    "written them",
+                    entries[one.from], tool_of(one.from),
+                    one.what == field::presence ? "members" : word_for(one.what)));
+  }
+}
+
 // Slots that the platform's list names, but where nothing is.
 bool is_empty_slot(const node& of) {
   return !of.takes_part && of.address.empty() && of.band.empty() && of.role.empty();
@@ -685,6 +728,7 @@ void read_layers(run& into, const std::string& debug_log) {
   if (in.notes_left_out != 0)
     into.marks.push_back(fmt::format("{}: {} notes of the audit behind the first {} are left out",
                                      debug_log, in.notes_left_out, most_notes));
+  find_tables_of_other_form(in);
   attach(in, in.by_handle, attach_by_handle);
   attach(in, in.by_lag, attach_by_lag);
   attach(in, in.by_port, attach_by_port);

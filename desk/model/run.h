@@ -191,6 +191,8 @@ struct run {
   std::map<std::tuple<source, std::int16_t, std::int16_t>, std::size_t> tables;
   // Dump to "read", "empty", "not understood" or `store_cut_off`.
   std::map<std::string, std::string> stores;
+  // Layers of whose tables every entry lacks what each must have, with the words for it.
+  std::map<layer, std::string> not_understood;
   std::vector<std::string> debug_notes;  // of the audit itself, from the debug log
   std::vector<std::string> complaints;   // of the tools, from the debug log
   std::vector<std::string> lost_logs;    // of messages, which could not be read or were not written

@@ -134,7 +134,10 @@ journal read_journal(const std::string& path) {
   if (in.not_understood != 0)
     in.into.marks.push_back(
         fmt::format("{}: {} lines are cut or not understood", path, in.not_understood));
-  if (!in.into.is_finished)
+  in.into.lacks_lines = in.lost != 0 || in.not_understood != 0;
+  if (in.into.time.empty() && in.commands.empty())
+    in.into.marks.push_back(fmt::format("{}: it holds no run", path));
+  else if (!in.into.is_finished)
     in.into.marks.push_back(fmt::format("{}: the run did not come to its end", path));
   for (auto& [id, one] : in.commands) in.into.commands.push_back(std::move(one));
   return std::move(in.into);

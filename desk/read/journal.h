@@ -30,6 +30,7 @@ struct journal {
   std::vector<journal_command> commands;  // in the order of their numbers
   std::string time;                       // when the run began, in UTC
   bool is_finished = false;
+  bool lacks_lines = false;        // also of those in the middle
   double seconds = 0;              // up to its last line
   std::vector<std::string> marks;  // what is lost or not understood, a sentence each
 };

@@ -48,6 +48,12 @@ void show_commands(const journal& of, std::ostream& out) {
 
 }  // namespace
 
+void show_marks(const run& of, const terminal& on, std::ostream& out) {
+  if (!of.marks.empty()) out << '\n';
+  for (const std::string& mark : of.marks)
+    out << toned(on, tone::doubt, "partial: ") << printable(mark) << '\n';
+}
+
 void show_coverage(const judged_run& of, const terminal& on, std::ostream& out) {
   std::size_t widest = std::string_view("node").size();
   for (const coverage& one : of.of.covered)
@@ -66,11 +72,17 @@ void show_coverage(const judged_run& of, const terminal& on, std::ostream& out) 
   }
   if (of.of.log_of_commands) show_commands(*of.of.log_of_commands, out);
   if (of.of.stale == stale_search::skipped) out << '\n' << sentence_for_stale << '\n';
+  show_marks(of.of, on, out);
   const auto holes = std::count_if(of.of.covered.begin(), of.of.covered.end(), is_hole);
-  out << (holes == 0 ? "\nEverything that was asked was read.\n"
-                     : fmt::format("\n{} of {} places were not wholly read; what they hold is not "
-                                   "judged.\n",
-                                   holes, of.of.covered.size()));
+  const bool is_partial = !of.of.marks.empty();
+  if (holes == 0)
+    out << fmt::format("\nEverything that was asked was read{}.\n",
+                       is_partial ? ", as far as these logs show it" : "");
+  else
+    out << fmt::format(
+        "\n{} of {} places were not wholly read; what they hold is not "
+        "judged.\n",
+        holes, of.of.covered.size());
 }
 
 }  // namespace desk

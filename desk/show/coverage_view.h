@@ -10,4 +10,7 @@ namespace desk {
 
 void show_coverage(const judged_run& of, const terminal& on, std::ostream& out);
 
+// What is lost or not understood of the run's logs, a line each behind an empty one.
+void show_marks(const run& of, const terminal& on, std::ostream& out);
+
 }  // namespace desk

@@ -301,6 +301,41 @@ TEST_F(run_of_a_test, the_journal_names_the_table_that_a_chip_with_members_did_n
   EXPECT_EQ(coverage_of(is.of, layer::bcm, "0/1/CPU0", "0")->state, coverage_state::read);
 }
 
+// Nobody knows how a command ended whose line is among those that the journal has lost.
+TEST_F(run_of_a_test, a_journal_that_lacks_lines_does_not_say_what_had_not_ended) {
+  for (const bool lacks_lines : {false, true}) {
+    of = run();
+    SetUp();
+    add_nodes(1);
+    journal_command open;
+    open.node = "0/0/CPU0";
+    open.command = "ssh 192.0.0.0 /opt/nos/bin/fwd_object_show -t l2port -D";
+    of.log_of_commands.emplace().commands.push_back(open);
+    of.log_of_commands->lacks_lines = lacks_lines;
+    fill_coverage(of);
+    EXPECT_EQ(coverage_of(of, layer::dpa, "0/0/CPU0", {})->state,
+              lacks_lines ? coverage_state::read : coverage_state::partly);
+  }
+}
+
+// The tools of the bundle manager, also those without a table of their own in the snapshot.
+TEST_F(run_of_a_test, a_tool_of_the_router_that_was_ended_leaves_every_bundle_open) {
+  for (const char* tool : {"iface_show", "ifmgr_show database", "lagmgr_health", "cfg_render"}) {
+    of = run();
+    SetUp();
+    add_nodes(2);
+    journal_command ended;
+    ended.command = tool;
+    ended.has_ended = true;
+    ended.is_timed_out = true;
+    ended.bytes = 10;
+    of.log_of_commands.emplace().commands.push_back(ended);
+    const judged_run is = judged();
+    EXPECT_EQ(is.bundles.at(0).is, verdict::not_judged) << tool;
+    EXPECT_EQ(exit_status(is), 3) << tool;
+  }
+}
+
 TEST_F(run_of_a_test, nothing_is_missing_from_a_table_that_was_cut) {
   add_nodes(3);
   auto& cells = of.objects[bundle].cells;
