@@ -1,5 +1,7 @@
 #include "desk/judge/judging.h"
 
+#include <algorithm>
+
 namespace desk {
 
 namespace {
@@ -51,6 +53,12 @@ std::uint32_t fields_of_objects::of(const object_ref& one) const {
 void cause_index::add_cause(std::size_t cause, const desk::cause& of) {
   if (!of.node.empty()) on_node_[{of.object.bundle, of.node}].push_back(cause);
   if (of.first == layer::bcm) in_chip_.try_emplace({of.node, of.npu}, cause);
+}
+
+void cause_index::add_place(std::size_t cause, const std::string& bundle, const std::string& node) {
+  std::vector<std::size_t>& here = on_node_[{bundle, node}];
+  const auto at = std::lower_bound(here.begin(), here.end(), cause);
+  if (at == here.end() || *at != cause) here.insert(at, cause);
 }
 
 // A cause made later is never asked for before an earlier one.

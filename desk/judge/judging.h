@@ -41,6 +41,8 @@ class cause_index {
  public:
   // The cause has its place from now on.
   void add_cause(std::size_t cause, const desk::cause& of);
+  // A cause without a node of its own that is on several.
+  void add_place(std::size_t cause, const std::string& bundle, const std::string& node);
   void add_difference(std::size_t cause, const object_ref& object, field what);
   void add_finding(std::size_t cause, const object_ref& object, field what);
 

@@ -61,6 +61,11 @@ void take_difference(judging& at, difference of) {
     into.next = command_for(at.of(), odd->from, odd->node, odd->npu);
     at.causes.add_cause(index, into);
   }
+  // What is missing on several nodes is so on each: what could not be verified there follows from
+  // it.
+  if (key.node.empty() && of.what == field::presence)
+    for (const witness& w : of.witnesses)
+      if (w.is_odd && !w.node.empty()) at.causes.add_place(index, of.object.bundle, w.node);
   at.causes.add_difference(index, of.object, of.what);
   into.differences.push_back(std::move(of));
 }

@@ -278,6 +278,21 @@ TEST_F(run_of_a_test, the_journal_names_the_chip_that_printed_nothing) {
   EXPECT_EQ(coverage_of(is.of, layer::bcm, "0/0/CPU0", "1")->state, coverage_state::unknown);
 }
 
+TEST_F(run_of_a_test, what_could_not_be_verified_on_each_of_several_nodes_is_no_cause_of_its_own) {
+  add_nodes(3);
+  std::erase_if(of.objects[bundle].cells,
+                [](const cell& c) { return c.from == source::agent && c.node != 2; });
+  for (const char* node : {"0/0/CPU0", "0/1/CPU0"}) {
+    find("TC-102", field::presence, node, layer::pd);
+    find("TC-746", field::none, node, layer::pd, finding_kind::failure);
+    of.findings.back().object = {object_kind::member, "BE1", "0/0/0/1"};
+  }
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].title, HasSubstr("missing on 0/0/CPU0, 0/1/CPU0 (PD"));
+  EXPECT_EQ(is.causes[0].findings.size(), 4U);
+}
+
 // Without members a chip may have nothing to show in some tables.
 TEST_F(run_of_a_test, the_journal_names_the_table_that_a_chip_with_members_did_not_print) {
   add_nodes(2);
