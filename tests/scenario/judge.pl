@@ -166,16 +166,49 @@ sub mark_of {
     return join "\t", 'library', length $library, unpack '%32N*', $library;
 }
 
-# The lines of a file of results, without the last two words: the audits that need no repetition.
+sub is_of_build {
+    my ( $file, $build ) = @_;
+    return main::slurp($file) =~ /\A(.*)$/m && $1 eq mark_of($build);
+}
+
+# A line of results without its last two words, the outcome and its place: which audit it is of.
+sub audit_of { return $_[0] =~ s/\t[^\t]*\t[^\t]*\z//r }
+
+# What a file of results says of the audits of one part, a line for each. An audit that was tried
+# again has several lines, and the last one counts.
+sub results_in {
+    my ( $file, $part ) = @_;
+    my ( @audits, %line );
+    for my $line ( grep { /^\Q$part\E\t/ } split /\n/, main::slurp($file) ) {
+        my $audit = audit_of($line);
+        push @audits, $audit if !defined $line{$audit};
+        $line{$audit} = $line;
+    }
+    return map { $line{$_} } @audits;
+}
+
+# Whether a line of results is of an audit that went wrong. Tools may mislead an audit, so its own
+# script says whether it did wrong; delays may not change anything.
+sub was_wrong {
+    my ($line) = @_;
+    my ( $part, $word, $last ) = ( split /\t/, $line, -1 )[ 0, -2, -1 ];
+    return $last eq 'wrong' if $part eq 'tools';
+    return $word ne 'same'  if $part eq 'delayed';
+    return !is_good($word) && $word ne 'unreached';
+}
+
+# The audits of one part that need no repetition, and a list of those that went wrong and need one.
 # Begins a new file if there is none of this build.
 sub done_before {
-    my ( $file, $build ) = @_;
-    my ( $mark, @lines ) = split /\n/, main::slurp($file);
-    if ( ( $mark // '' ) ne mark_of($build) ) {
+    my ( $file, $build, $part ) = @_;
+    if ( !is_of_build( $file, $build ) ) {
         main::spew( $file, mark_of($build) . "\n" );
         return {};
     }
-    return { map { s/\t[^\t]*\t[^\t]*\z//r => 1 } @lines };
+    my @lines = results_in( $file, $part );
+    my @wrong = map { audit_of($_) } grep { was_wrong($_) } @lines;
+    printf "%d of the audits in %s went wrong and count as not tried\n", scalar @wrong, $file if @wrong;
+    return ( { map { audit_of($_) => 1 } grep { !was_wrong($_) } @lines }, @wrong );
 }
 
 # In one write, so that lines of audits that end at the same time do not mix.
