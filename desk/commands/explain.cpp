@@ -1,5 +1,9 @@
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cctype>
+#include <string>
+
 #include "desk/commands/commands.h"
 #include "desk/commands/load.h"
 #include "desk/model/catalogue.h"
@@ -9,7 +13,10 @@
 namespace desk {
 
 int explain_command(const report_options& options, std::ostream& out) {
-  const catalogue_entry* entry = entry_of(options.word);
+  std::string code = options.word;
+  std::transform(code.begin(), code.end(), code.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+  const catalogue_entry* entry = entry_of(code);
   if (entry == nullptr) {
     std::string_view line = options.word;
     line.remove_prefix(length_of_stamp(line));

@@ -317,6 +317,7 @@ void take_compared(judging& at, std::size_t first) {
     add_once(nodes[other.reported], other.node);
   }
   std::vector<std::string> values;
+  values.reserve(nodes.size());
   for (const auto& [value, holders] : nodes)
     values.push_back(fmt::format("{} on {}", value, fmt::join(holders, ", ")));
   made.title = fmt::format("{}: {} is {} ({}), and {} on a node that no message names",

@@ -23,6 +23,7 @@ std::string odd_values_of(const difference& of) {
   for (const witness& one : of.witnesses)
     if (one.is_odd) by_value[compared_form(of.what, one.value)].push_back(one);
   std::vector<std::string> values;
+  values.reserve(by_value.size());
   for (const auto& [form, same] : by_value)
     values.push_back(fmt::format("{} on {} ({})", same.front().value, places_of(same, true),
                                  word_for(layer_of(same.front().from))));
@@ -33,7 +34,7 @@ std::string odd_values_of(const difference& of) {
 
 std::string title_subject(const object_ref& of) {
   const std::string bundle = shortened(of.bundle, longest_name);
-  const std::string name = shortened(of.name, longest_name);
+  std::string name = shortened(of.name, longest_name);
   if (of.kind == object_kind::member)
     return bundle.empty() ? fmt::format("member {}", name)
                           : fmt::format("{} member {}", bundle, name);

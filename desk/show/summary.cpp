@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "desk/show/escape.h"
 #include "desk/show/figures.h"
 #include "desk/show/phrases.h"
 
@@ -12,6 +13,8 @@ namespace desk {
 namespace {
 
 constexpr std::size_t causes_on_a_screen = 8;
+constexpr std::size_t bundles_on_a_screen = 40;
+constexpr std::size_t bytes_of_a_message = 400;
 constexpr std::size_t witnesses_of_a_cause = 12;
 constexpr std::size_t marks_on_a_screen = 4;
 constexpr std::size_t margin = 3;
@@ -73,8 +76,11 @@ void show_findings(const view& v, const cause& of) {
   for (const std::size_t index : of.findings) {
     const finding& one = v.of.of.findings[index];
     const std::string line = one.line == 0 ? one.log : fmt::format("{}:{}", one.log, one.line);
-    v.out << fmt::format("{:{}}{} {} ", "", margin + 2, one.code, line) << printable(one.text)
-          << '\n';
+    const std::string text = printable(one.text);
+    const std::string_view start =
+        v.how.shows_all ? std::string_view(text) : start_of(text, bytes_of_a_message);
+    v.out << fmt::format("{:{}}{} {} {}{}\n", "", margin + 2, one.code, line, start,
+                         start.size() < text.size() ? "..." : "");
   }
 }
 
@@ -124,12 +130,12 @@ void show_causes(const view& v) {
 }
 
 void show_bundles(const view& v) {
-  bool has_head = false;
+  std::size_t listed = 0;
   for (const bundle_verdict& one : v.of.bundles) {
     if (one.is == verdict::agrees && !v.how.shows_all) continue;
     if (one.is == verdict::not_judged && !v.how.shows_all && one.causes.empty()) continue;
-    if (!has_head) v.out << "\nBundles:\n";
-    has_head = true;
+    if (++listed > bundles_on_a_screen && !v.how.shows_all) continue;
+    if (listed == 1) v.out << "\nBundles:\n";
     const tone in = one.is == verdict::agrees    ? tone::good
                     : one.is == verdict::differs ? tone::bad
                                                  : tone::doubt;
@@ -140,6 +146,9 @@ void show_bundles(const view& v) {
       v.out << fmt::format(", {}", counted(one.findings, "message", "messages"));
     v.out << '\n';
   }
+  if (listed > bundles_on_a_screen && !v.how.shows_all)
+    v.out << fmt::format("  and {}; --all shows everything\n",
+                         counted(listed - bundles_on_a_screen, "more", "more"));
   const auto same =
       std::count_if(v.of.bundles.begin(), v.of.bundles.end(), [](const bundle_verdict& one) {
         return one.is == verdict::not_judged && one.causes.empty();
