@@ -10,6 +10,7 @@
 #include "leftovers.h"
 #include "library.h"
 #include "progress_display.h"
+#include "standard_error.h"
 #include "support_file.h"
 #include "watched_audit.h"
 
@@ -42,7 +43,7 @@ using namespace tessel_host;
 
 // Needs no memory, because the lack of it may be the complaint.
 int complain(std::string_view message, int status) {
-  std::fprintf(stderr, "tessel-host: %.*s\n", static_cast<int>(message.size()), message.data());
+  write_message(message);
   return status;
 }
 

@@ -1,13 +1,13 @@
 #include "progress_display.h"
 
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <utility>
+
+#include "standard_error.h"
 
 namespace tessel_host {
 
@@ -39,13 +39,6 @@ std::size_t width() {
 // A host in the background would draw into what somebody types.
 bool is_in_foreground() {
   return ::tcgetpgrp(STDERR_FILENO) == ::getpgrp();
-}
-
-// Without waiting, and at most once: a piece of a line is no use to anybody.
-void write_now(std::string_view text) {
-  pollfd room{STDERR_FILENO, POLLOUT, 0};
-  if (::poll(&room, 1, 0) <= 0 || (room.revents & POLLOUT) == 0) return;
-  while (::write(STDERR_FILENO, text.data(), text.size()) < 0 && errno == EINTR) continue;
 }
 
 }  // namespace
@@ -116,17 +109,17 @@ std::optional<progress_display::clock::duration> progress_display::pause(
 void progress_display::draw(clock::time_point now) {
   if (!is_in_foreground()) return;
   const std::string text = "tessel-host: " + seen_.present(seconds_until(now));
-  write_now("\r" + text.substr(0, width() - 1) + "\x1b[K\r");
+  write_at_once("\r" + text.substr(0, width() - 1) + "\x1b[K\r");
   is_drawn_ = true;
 }
 
 void progress_display::erase() {
-  if (is_drawn_) write_now("\r\x1b[K");
+  if (is_drawn_) write_at_once("\r\x1b[K");
   is_drawn_ = false;
 }
 
 void progress_display::write_line(const std::string& text) {
-  write_now("tessel-host: " + text.substr(0, longest_line) + "\n");
+  write_at_once("tessel-host: " + text.substr(0, longest_line) + "\n");
 }
 
 void progress_display::end(clock::time_point now) {

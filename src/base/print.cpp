@@ -1,18 +1,26 @@
 #include "base/print.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <stdio_ext.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <climits>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
 
 #include "base/failure.h"
 #include "base/held_signals.h"
+#include "base/log_file.h"
 #include "base/memory_reserve.h"
 #include "base/worker.h"
 #include "run/state.h"
@@ -20,6 +28,11 @@
 namespace tessel {
 
 namespace {
+
+using clock = std::chrono::steady_clock;
+
+// What the reader of standard error may take for a text before the rest of it is lost.
+constexpr std::chrono::milliseconds patience_for_errors{100};
 
 // A descriptor that does not block refuses a write while its reader is slow.
 void wait_for_room(int descriptor) {
@@ -66,6 +79,58 @@ int cause_of_unwritten(int descriptor, std::string_view text, when_full full) {
   return 0;
 }
 
+// Returns false if there is no room until `end`. A descriptor that has failed counts as one with
+// room: a write names the cause.
+bool has_room_before(clock::time_point end, int descriptor) {
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - clock::now()).count();
+    pollfd awaited{descriptor, POLLOUT, 0};
+    const int found = ::poll(&awaited, 1, static_cast<int>(std::max<std::int64_t>(left, 0)));
+    if (found > 0) return true;
+    if (found == 0 || errno != EINTR || left <= 0) return false;
+  }
+}
+
+// Offers a text to a pipe or a socket, until `end`. Between a look for room and a write another
+// process may fill a pipe, so the pipe is opened once more, in a mode in which writes do not wait;
+// the mode of the given descriptor belongs to the host. Where it cannot be opened, the look must
+// do. Returns 0 or the cause of the loss.
+int cause_of_unoffered(int descriptor, bool is_socket, std::string_view text,
+                       clock::time_point end) {
+  const int own = is_socket ? -1
+                            : open_beside_streams(fmt::format("/proc/self/fd/{}", descriptor),
+                                                  O_WRONLY | O_NONBLOCK | O_NOCTTY, 0);
+  const int used = own < 0 ? descriptor : own;
+  int cause = 0;
+  while (cause == 0 && !text.empty()) {
+    // A pipe takes so much as a whole or not at all.
+    std::string_view piece = text.substr(0, PIPE_BUF);
+    if (!has_room_before(end, used)) {
+      cause = EAGAIN;
+    } else if (is_socket) {
+      const ssize_t done = ::send(used, piece.data(), piece.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+      if (done < 0) cause = errno;
+      if (done > 0) text.remove_prefix(static_cast<std::size_t>(done));
+    } else {
+      const std::size_t whole = piece.size();
+      cause = cause_of_unwritten_part(used, piece);
+      text.remove_prefix(whole - piece.size());
+    }
+    if ((cause == EINTR || cause == EAGAIN) && clock::now() < end) cause = 0;
+  }
+  if (own >= 0) ::close(own);
+  return cause;
+}
+
+// A terminal and a file take a text as long as it takes. Returns 0 or the cause of the failure.
+int cause_of_unwritten_error(int descriptor, std::string_view text, clock::time_point end) {
+  struct stat state {};
+  const bool is_known = ::fstat(descriptor, &state) == 0;
+  if (is_known && (S_ISFIFO(state.st_mode) || S_ISSOCK(state.st_mode)))
+    return cause_of_unoffered(descriptor, S_ISSOCK(state.st_mode), text, end);
+  return cause_of_unwritten(descriptor, text, when_full::lose);
+}
+
 int cause_of_unflushed(std::FILE* stream) {
   errno = 0;
   return std::fflush(stream) == 0 ? 0 : errno;
@@ -82,14 +147,17 @@ int cause_of_loss_in_stdio(std::FILE* stream, std::string_view text) {
 // the failure.
 int cause_of_loss(std::FILE* stream, std::string_view text, when_full full) {
   const int descriptor = ::fileno(stream);
+  const auto end = clock::now() + patience_for_errors;
   // The host has put a stream of its own in place.
   if (descriptor < 0) return cause_of_loss_in_stdio(stream, text);
   if (::__fpending(stream) > 0) {
     if (full == when_full::wait) wait_for_room(descriptor);
+    if (full == when_full::lose && !has_room_before(end, descriptor)) return EAGAIN;
     const int cause = cause_without_signals([&] { return cause_of_unflushed(stream); });
     if (cause != 0) return cause;
   }
-  return cause_of_unwritten(descriptor, text, full);
+  return full == when_full::wait ? cause_of_unwritten(descriptor, text, full)
+                                 : cause_of_unwritten_error(descriptor, text, end);
 }
 
 // The caller holds print_mutex.

@@ -28,7 +28,8 @@ void print_title(std::string_view title);
 void end_open_line();
 
 // Writes `text` to standard error as it is, a traceback for example. Throws nothing: what cannot be
-// written is lost. Any thread.
+// written is lost, and so is what the reader of a pipe or a socket does not take within 100 ms. Any
+// thread.
 void print_error(std::string_view text);
 
 }  // namespace tessel

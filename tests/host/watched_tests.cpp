@@ -34,6 +34,7 @@
 #include "processes.h"
 #include "progress.h"
 #include "progress_display.h"
+#include "standard_error.h"
 #include "support_file.h"
 
 namespace {
@@ -419,6 +420,87 @@ TEST_F(folder_test, progress_has_a_line_every_ten_seconds) {
             "tessel-host: 3 commands running on 2 nodes, 0 of 3 done, 20 s; slowest: 0/1/CPU0 x, "
             "19 s; running: 0/1/CPU0: 2, 0/2/CPU0: 1\n");
   EXPECT_EQ(shown_by(30499ms), "") << "ten seconds after the last one";
+}
+
+// Standard error ----------------------------------------------------------------------------------
+
+// Runs `body` in a child whose standard error is `descriptor`, which a hang ends.
+int status_with_error(int descriptor, const std::function<int()>& body) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::alarm(20);
+    ::dup2(descriptor, STDERR_FILENO);
+    ::_exit(body());
+  }
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Fills a pipe or a socket and lets its writers wait.
+void fill(int descriptor) {
+  const int flags = ::fcntl(descriptor, F_GETFL);
+  ::fcntl(descriptor, F_SETFL, flags | O_NONBLOCK);
+  const std::string filling(4096, 'x');
+  while (::write(descriptor, filling.data(), filling.size()) > 0) continue;
+  ::fcntl(descriptor, F_SETFL, flags);
+}
+
+TEST(write_message, waits_one_second_in_all_for_who_does_not_read) {
+  for (const bool is_socket : {false, true}) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(is_socket ? ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data())
+                        : ::pipe2(ends.data(), O_CLOEXEC),
+              0);
+    fill(ends[1]);
+    const auto began = std::chrono::steady_clock::now();
+    EXPECT_EQ(status_with_error(ends[1],
+                                [] {
+                                  for (int count = 0; count < 20; ++count)
+                                    write_message(std::string(10000, 'x'));
+                                  write_at_once("x");
+                                  return 7;
+                                }),
+              7);
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(8));
+    for (const int end : ends) ::close(end);
+  }
+}
+
+TEST(write_message, loses_its_line_and_not_the_process_where_the_reader_has_gone) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+  ::close(ends[0]);
+  EXPECT_EQ(status_with_error(ends[1],
+                              [] {
+                                ::signal(SIGPIPE, SIG_DFL);
+                                write_message("lost");
+                                write_at_once("lost");
+                                return 7;
+                              }),
+            7)
+      << "128 and 13 would be the signal's";
+  ::close(ends[1]);
+}
+
+TEST_F(folder_test, message_is_one_line_however_long_and_wherever_it_goes) {
+  const std::string text = std::string(5000, 'a') + std::string(5000, 'b');
+  const int file = ::open(at("err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  const auto write_two = [&] {
+    write_message(text);
+    write_message("");
+    return 7;
+  };
+  EXPECT_EQ(status_with_error(file, write_two), 7);
+  ::close(file);
+  EXPECT_EQ(content_of(at("err")), "tessel-host: " + text + "\ntessel-host: \n");
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+  EXPECT_EQ(status_with_error(ends[1], write_two), 7);
+  std::string read(65536, ' ');
+  read.resize(static_cast<std::size_t>(::read(ends[0], read.data(), read.size())));
+  EXPECT_EQ(read, content_of(at("err")));
+  for (const int end : ends) ::close(end);
 }
 
 // Who reads the journal --------------------------------------------------------------------------

@@ -94,6 +94,21 @@ TEST_F(command_test, a_command_that_takes_too_long_is_ended_and_what_it_printed_
   EXPECT_THAT(messages(LOG_FILE_EXCEPTION), IsEmpty());
 }
 
+TEST_F(command_test, a_time_limit_works_where_nobody_reads_standard_error) {
+  open_logs();
+  EXPECT_EQ(status_in_child([] {
+              ::alarm(20);
+              std::array<int, 2> ends{};
+              if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) return 1;
+              while (::write(ends[1], "x", 1) == 1) continue;
+              ::fcntl(ends[1], F_SETFL, 0);
+              ::dup2(ends[1], STDERR_FILENO);
+              st().command_timeout = std::chrono::seconds(1);
+              return execute("echo x; sleep 60") == "x\n" ? 7 : 2;
+            }),
+            7);
+}
+
 TEST_F(command_test, a_chip_that_takes_too_long_is_named) {
   open_logs();
   tool("asic_shell_show", "echo part; sleep 60");

@@ -3,12 +3,14 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -329,6 +331,96 @@ TEST_F(print_test, a_closed_standard_error_ends_no_host_either) {
               return 7;
             }),
             7);
+}
+
+// What nobody reads, as standard error of a child that a hang ends. It has room for less than
+// PIPE_BUF bytes.
+class unread {
+ public:
+  explicit unread(bool is_socket) {
+    ::alarm(20);
+    const int made = is_socket ? ::socketpair(AF_UNIX, SOCK_STREAM, 0, ends_.data())
+                               : ::pipe2(ends_.data(), O_CLOEXEC);
+    if (made != 0 || ::dup2(ends_[1], STDERR_FILENO) < 0) throw failure("no standard error");
+    ::fcntl(ends_[1], F_SETFL, O_NONBLOCK);
+    const std::string filling(PIPE_BUF, 'x');
+    for (ssize_t count = 0; (count = ::write(ends_[1], filling.data(), filling.size())) > 0;)
+      filled_ += static_cast<std::size_t>(count);
+    ::fcntl(ends_[1], F_SETFL, 0);
+  }
+
+  // Makes room for so many bytes.
+  void take(std::size_t bytes) {
+    std::string taken(bytes, ' ');
+    if (::read(ends_[0], taken.data(), bytes) != static_cast<ssize_t>(bytes))
+      throw failure("not filled");
+    filled_ -= bytes;
+  }
+
+  void take_all() {
+    rest();
+    filled_ = 0;
+  }
+
+  // What came behind the filling.
+  std::string rest() const {
+    std::string text(filled_ + 65536, ' ');
+    std::size_t size = 0;
+    ::fcntl(ends_[0], F_SETFL, O_NONBLOCK);
+    for (ssize_t count = 0; (count = ::read(ends_[0], text.data() + size, text.size() - size)) > 0;)
+      size += static_cast<std::size_t>(count);
+    return text.substr(filled_, size - filled_);
+  }
+
+ private:
+  std::array<int, 2> ends_{};
+  std::size_t filled_ = 0;
+};
+
+bool is_soon_over(const std::function<void()>& action) {
+  const auto began = std::chrono::steady_clock::now();
+  action();
+  return std::chrono::steady_clock::now() - began < std::chrono::seconds(5);
+}
+
+TEST_F(print_test, standard_error_that_nobody_reads_costs_the_text_and_no_time) {
+  for (const bool is_socket : {false, true}) {
+    for (const std::size_t length : {std::size_t{10}, std::size_t{300000}}) {
+      EXPECT_EQ(status_in_child([&] {
+                  const unread err(is_socket);
+                  if (!is_soon_over([&] { print_error(std::string(length, 'a')); })) return 1;
+                  return err.rest().empty() ? 7 : 2;
+                }),
+                7)
+          << is_socket << length;
+    }
+  }
+}
+
+TEST_F(print_test, standard_error_with_room_for_one_text_takes_one) {
+  EXPECT_EQ(status_in_child([] {
+              unread err(false);
+              err.take(PIPE_BUF);
+              const std::string text(PIPE_BUF, 'a');
+              const auto print_all = [&] { together(8, [&](int) { print_error(text); }); };
+              if (!is_soon_over(print_all)) return 1;
+              return err.rest() == text ? 7 : 2;
+            }),
+            7)
+      << "no thread waits where another one has taken the room that it has seen";
+}
+
+TEST_F(print_test, standard_error_with_room_takes_a_long_text_as_a_whole) {
+  for (const bool is_socket : {false, true}) {
+    EXPECT_EQ(status_in_child([&] {
+                unread err(is_socket);
+                err.take_all();
+                const std::string text = std::string(20000, 'a') + std::string(20000, 'b') + "\n";
+                print_error(text);
+                return err.rest() == text ? 7 : 1;
+              }),
+              7);
+  }
 }
 
 TEST_F(print_test, lines_of_many_threads_stay_whole) {
