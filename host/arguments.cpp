@@ -24,14 +24,16 @@ constexpr const char* exit_statuses =
       Findings do not change the status; they are in /var/log/tessel_*.log.
   1   The audit stopped before it collected anything.
   2   The audit was aborted; its traceback is on standard error.
-  4   The audit had not come to its end at its --deadline and was ended.
+  4   The audit had not come to its end at its --deadline and was ended, or
+      --wait had waited until then for another one.
       With --check: the audit did not complete, for whatever reason.
   64  An argument was wrong.
   69  The library could not be loaded, or lacks an entry point; or there is no
       tessel-report for --report, --check or --json.
   73  The file for the journal or the support file could not be made.
   74  --help or --version could not write to standard output.
-  75  Another audit is running on this machine.
+  75  Another audit is running on this machine, or a process that may be none
+      holds its lock; the message names the process.
 If a signal ends the audit or the host, the host ends by this signal, and a
 shell shows 128 and its number.)";
 
@@ -64,11 +66,12 @@ void add_watching(CLI::App& app, host_arguments& parsed) {
       [&](const auto& text) { parsed.command_timeout = seconds_of(text); });
   command_line::add_value(app, "--deadline", "SECONDS",
                           "end the whole audit if it takes longer, with its tools, and remove its "
-                          "files in /tmp",
+                          "files in /tmp. The time counts from the start of this program, so "
+                          "waiting for another audit is a part of it",
                           [&](const auto& text) { parsed.deadline = seconds_of(text); });
   command_line::add_flag(app, "--wait",
-                         "if another audit is running on this machine, wait for its end. Default: "
-                         "say so and end",
+                         "if another audit is running on this machine, wait for its end, until the "
+                         "--deadline at most. Default: say so and end",
                          parsed.wait);
 }
 

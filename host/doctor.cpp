@@ -16,6 +16,7 @@
 #include "audit_files.h"
 #include "audit_lock.h"
 #include "command_line/one_line.h"
+#include "leftovers.h"
 #include "platform.h"
 #include "programs.h"
 
@@ -168,6 +169,14 @@ void examine_space(report& shown, const char* folder, const char* of, std::uint6
             "remove what is not needed there");
 }
 
+void examine_captures(report& shown) {
+  const std::string in_the_way = captures_in_the_way();
+  if (in_the_way.empty())
+    return shown.add(level::ok, "captures: nothing is in their place in /tmp");
+  shown.add(level::fail, "captures: in their place the audit cannot replace " + in_the_way,
+            "remove what is there");
+}
+
 void examine_compiler(report& shown) {
   const auto size = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
   void* const page =
@@ -239,9 +248,12 @@ void examine_logins(report& shown, const std::vector<listed_node>& nodes) {
 }
 
 void examine_lock(report& shown) {
-  const long holder = find_lock_holder();
-  if (holder == 0) return shown.add(level::ok, "audits: none is running");
-  shown.add(level::warn, "audits: one is running (process " + std::to_string(holder) + ")",
+  const lock_holder holder = find_lock_holder();
+  if (holder.process == 0) return shown.add(level::ok, "audits: none is running");
+  if (!holder.stranger.empty())
+    return shown.add(level::warn, "audits: " + describe_stranger(holder),
+                     "end it, or run the next audit with --wait");
+  shown.add(level::warn, "audits: one is running (process " + std::to_string(holder.process) + ")",
             "run the next one with --wait");
 }
 
@@ -284,6 +296,7 @@ int examine_machine() {
   const std::uint64_t chips = model.empty() ? 0 : count_chips(shown);
   examine_space(shown, log_folder, "the logs", bytes_needed(chips));
   examine_space(shown, capture_folder, "the captures", bytes_needed(chips));
+  examine_captures(shown);
   examine_compiler(shown);
   if (!nodes.empty()) examine_server(shown, nodes);
   examine_logins(shown, nodes);

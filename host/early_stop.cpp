@@ -10,6 +10,7 @@
 
 #include "audit_files.h"
 #include "command_line/one_line.h"
+#include "leftovers.h"
 
 namespace tessel_host {
 
@@ -61,9 +62,7 @@ std::string quoted(std::string_view line) {
   return command_line::one_line(std::string(line.substr(0, longest_quote)));
 }
 
-}  // namespace
-
-std::string cause_of_early_stop(std::time_t began) {
+std::string seen_cause(std::time_t began) {
   if (has_entries(recent_text(exception_log, began)))
     return std::string("what it printed above and ") + exception_log + " say why";
   const std::string complaints = recent_text(debug_log, began);
@@ -79,6 +78,15 @@ std::string cause_of_early_stop(std::time_t began) {
   if (line.empty()) line = line_with(output, "");
   cause += "; " + std::string(version_tool) + " printed ";
   return cause + (line.empty() ? "nothing" : "\"" + quoted(line) + "\"");
+}
+
+}  // namespace
+
+std::string cause_of_early_stop(std::time_t began) {
+  const std::string cause = seen_cause(began);
+  const std::string in_the_way = captures_in_the_way();
+  if (in_the_way.empty()) return cause;
+  return cause + "; the audit cannot replace " + in_the_way + ", so remove what is there";
 }
 
 }  // namespace tessel_host

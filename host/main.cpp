@@ -253,15 +253,19 @@ void check_files(const host_arguments& arguments) {
 }
 
 int run_and_watch(const host_arguments& arguments, audit_plan& plan) {
+  using clock = std::chrono::steady_clock;
+  std::optional<lock_deadline> deadline;  // waiting for another audit counts
+  if (arguments.deadline) deadline = {clock::now() + *arguments.deadline, *arguments.deadline};
   const std::string program = arguments.report.any() ? find_report_program() : std::string();
   check_files(arguments);
-  take_audit_lock(arguments.wait);  // before a file is emptied that another audit may be writing
+  // Before a file is emptied that another audit may be writing.
+  take_audit_lock(arguments.wait, deadline);
   auto journal = prepare_journal(arguments, plan);
   const progress_way way = progress_of(arguments, journal.tail != nullptr);
-  progress_display display(way, std::move(journal.tail), std::move(journal.relay),
-                           std::chrono::steady_clock::now());
-  watched_end end =
-      run_watched(plan, display, {arguments.deadline, arguments.support_file.has_value()});
+  progress_display display(way, std::move(journal.tail), std::move(journal.relay), clock::now());
+  watch_limits limits{std::nullopt, arguments.support_file.has_value()};
+  if (deadline) limits.deadline = deadline->end;
+  watched_end end = run_watched(plan, display, limits);
   if (end.returned) report(*end.returned, end.began);
   if (end.is_overdue) complain(describe_deadline(arguments, display), 0);
   pack_for_support(arguments, end, display, plan, journal.name);
@@ -320,6 +324,8 @@ int main(int argc, char** argv) {
     return complain(error.what(), status_library_unavailable);
   } catch (const audit_running& error) {
     return complain(error.what(), status_audit_running);
+  } catch (const audit_waited_too_long& error) {
+    return complain(error.what(), status_not_complete);
   } catch (const std::bad_alloc&) {
     return complain("cannot start the audit: out of memory", status_library_unavailable);
   } catch (const std::exception& error) {

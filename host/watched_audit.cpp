@@ -272,7 +272,7 @@ watched_end run_watched(const audit_plan& plan, progress_display& display,
   shared = share();
   watched_audit audit;
   audit.began = std::time(nullptr);
-  if (limits.deadline) audit.deadline = clock::now() + *limits.deadline;
+  audit.deadline = limits.deadline;
   audit.keeps_captures = limits.keeps_captures;
   signals held = hold_back_signals();
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);

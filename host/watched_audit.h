@@ -31,7 +31,7 @@ struct watched_end {
 };
 
 struct watch_limits {
-  std::optional<std::chrono::seconds> deadline;
+  std::optional<std::chrono::steady_clock::time_point> deadline;
   bool keeps_captures = false;  // at the deadline, for the caller to remove
 };
 
@@ -41,7 +41,7 @@ struct watch_limits {
 // stays so. Children that the caller has already are left alone, as is what they start. Throws
 // `std::system_error` if there can be no child. Call it once, before the process has other threads.
 //
-// Does the same if the audit takes longer than its deadline, but leaves the captures if they are
+// Does the same if the audit has not ended at the deadline, but leaves the captures if they are
 // wanted. `display` shows the progress meanwhile.
 [[nodiscard]] watched_end run_watched(const audit_plan& plan, progress_display& display,
                                       const watch_limits& limits);

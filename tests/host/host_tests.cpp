@@ -13,6 +13,7 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -560,6 +561,59 @@ TEST(host, may_wait_for_the_other_audit) {
   const auto result = run_together(beside + working + "--wait; echo $?; wait $other");
   EXPECT_EQ(result.out, "Dumping Data.... Done\n0\n");
   EXPECT_TRUE(result.err.starts_with("tessel-host: waiting for the end of another audit (process "))
+      << result.err;
+}
+
+// Holds the lock as another user's program may; it is ended as $other.
+const std::string stranger = "flock -o /var/log sleep 9 >/dev/null 2>&1 & other=$!; sleep 0.3; ";
+
+TEST(host, says_that_who_has_the_lock_may_be_no_audit) {
+  const auto result = run_together(stranger + working + "; echo status $? $other; kill $other");
+  const std::string other = result.out.substr(10, result.out.find('\n') - 10);
+  EXPECT_EQ(result.out, "status 75 " + other + "\n");
+  EXPECT_EQ(result.err, "tessel-host: process " + other +
+                            " (flock) holds the lock on /var/log and may be no audit; end it, or "
+                            "start this one with --wait to run it when the lock is free\n");
+}
+
+TEST(host, waits_for_the_lock_no_longer_than_its_deadline) {
+  struct row {
+    std::string holder;
+    std::string wait;
+    std::string end;
+  };
+  const std::array rows = {
+      row{beside + "kill -STOP $other; ", "the end of another audit (process N)",
+          "another audit (process N) had not ended; run this one later, or give it more time"},
+      row{stranger, "the lock: process N (flock) holds the lock on /var/log and may be no audit",
+          "process N (flock) holds the lock on /var/log and may be no audit; end it"}};
+  for (const row& each : rows) {
+    const auto began = std::chrono::steady_clock::now();
+    const auto result = run_together(
+        each.holder + working +
+        "--wait --deadline 1; echo status $? $other; kill $other; kill -CONT $other 2>/dev/null");
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(6));
+    const std::string other = result.out.substr(9, result.out.find('\n') - 9);
+    EXPECT_EQ(result.out, "status 4 " + other + "\n") << "no audit has begun";
+    const std::string said = "tessel-host: waiting for " + each.wait +
+                             "\ntessel-host: no audit was begun within 1 s (--deadline), because " +
+                             each.end + "\n";
+    EXPECT_EQ(result.err, std::regex_replace(said, std::regex("process N"), "process " + other));
+  }
+}
+
+TEST(host, begins_its_audit_within_the_deadline_when_the_other_has_ended) {
+  const auto result = run_together(beside + working + "--wait --deadline 60; echo $?");
+  EXPECT_EQ(result.out, "Dumping Data.... Done\n0\n");
+}
+
+TEST(host, counts_its_wait_as_a_part_of_the_deadline) {
+  const auto result = run_together("flock -o /var/log sleep 0.7 >/dev/null 2>&1 & sleep 0.2; " +
+                                   working + "--wait --deadline 1; echo status $?; wait");
+  EXPECT_TRUE(result.out.ends_with("status 4\n")) << result.out;
+  EXPECT_NE(result.err.find("the audit was ended, because it had not come to its end after 1 s "
+                            "(--deadline): "),
+            std::string::npos)
       << result.err;
 }
 
