@@ -40,15 +40,15 @@ void prepare_heap() {
   mallopt(M_MMAP_THRESHOLD, most_in_heap);
   mallopt(M_TRIM_THRESHOLD, never);
   mallopt(M_TOP_PAD, room);
-  constexpr std::uintptr_t large_page = 2 << 20;
-  const auto rounded = [](std::uintptr_t address) { return address / large_page * large_page; };
-  const auto begin = reinterpret_cast<std::uintptr_t>(::sbrk(0));
+  constexpr std::size_t large_page = 2 << 20;
+  const char* const begin = static_cast<char*>(::sbrk(0));
   void* volatile block = std::malloc(large_page);  // the heap grows by it and by the room
   std::free(block);
-  const auto end = reinterpret_cast<std::uintptr_t>(::sbrk(0));
-  if (end < begin + room) return;
-  const std::uintptr_t first = rounded(begin + large_page);
-  ::madvise(reinterpret_cast<void*>(first), rounded(end) - first, MADV_HUGEPAGE);
+  char* const end = static_cast<char*>(::sbrk(0));
+  if (end - begin < room) return;
+  char* const first = end - room;
+  const std::size_t before = large_page - reinterpret_cast<std::uintptr_t>(first) % large_page;
+  ::madvise(first + before, room - large_page, MADV_HUGEPAGE);
 }
 
 }  // namespace
