@@ -27,9 +27,10 @@ int explain_command(const report_options& options, std::ostream& out) {
         fmt::format("no message of the audit reads \"{}\"; give a code such as TC-104, or "
                     "a whole line of a log in quotes",
                     printable(options.word)));
+  const terminal on = standard_output();
   out << fmt::format("{}  {}\n\n", entry->code, entry->section);
-  if (!entry->wording.empty()) out << entry->wording << "\n\n";
-  out << entry->text;
+  if (!entry->wording.empty()) out << wrapped(entry->wording, on.width, 0) << "\n\n";
+  out << reflowed(entry->text, on.width);
   return status_nothing_found;
 }
 

@@ -27,22 +27,24 @@ std::string npus_alike(const std::vector<coverage>& all, std::size_t& at) {
 }
 
 // What the journal adds: how much was asked, and what took longest.
-void show_commands(const journal& of, std::ostream& out) {
+void show_commands(const journal& of, const terminal& on, std::ostream& out) {
   const auto slowest =
       std::max_element(of.commands.begin(), of.commands.end(),
                        [](const auto& a, const auto& b) { return a.seconds < b.seconds; });
-  out << fmt::format("\n{} commands in {:.1f} s", of.commands.size(), of.seconds);
+  std::string words = fmt::format("{} commands in {:.1f} s", of.commands.size(), of.seconds);
   if (slowest != of.commands.end())
-    out << fmt::format("; the slowest took {:.1f} s: {}", slowest->seconds,
-                       printable(shown_call(*slowest)));
-  out << '\n';
+    words += fmt::format("; the slowest took {:.1f} s: {}", slowest->seconds,
+                         printable(shown_call(*slowest)));
+  out << '\n' << wrapped(words, on.width, 0) << '\n';
   for (const journal_command& one : of.commands) {
     if (one.failed.empty() && one.has_ended && !one.signal && one.status.value_or(0) <= 1) continue;
-    out << fmt::format("  {}: {}\n", printable(shown_call(one)),
-                       !one.failed.empty() ? printable(one.failed)
-                       : !one.has_ended    ? "had not ended when the run did"
-                       : one.signal        ? fmt::format("ended by signal {}", *one.signal)
-                                           : fmt::format("exit status {}", *one.status));
+    const std::string ending =
+        fmt::format("{}: {}", printable(shown_call(one)),
+                    !one.failed.empty() ? printable(one.failed)
+                    : !one.has_ended    ? "had not ended when the run did"
+                    : one.signal        ? fmt::format("ended by signal {}", *one.signal)
+                                        : fmt::format("exit status {}", *one.status));
+    out << "  " << wrapped(ending, on.width, 4) << '\n';
   }
 }
 
@@ -70,19 +72,19 @@ void show_coverage(const judged_run& of, const terminal& on, std::ostream& out) 
     out << head << toned(on, tone_of(one), padded(word_for(one.state), 15)) << ' '
         << wrapped(printable(one.reason), on.width, head.size() + 16) << '\n';
   }
-  if (of.of.log_of_commands) show_commands(*of.of.log_of_commands, out);
-  if (of.of.stale == stale_search::skipped) out << '\n' << sentence_for_stale << '\n';
+  if (of.of.log_of_commands) show_commands(*of.of.log_of_commands, on, out);
+  if (of.of.stale == stale_search::skipped)
+    out << '\n' << wrapped(sentence_for_stale, on.width, 0) << '\n';
   show_marks(of.of, on, out);
   const auto holes = std::count_if(of.of.covered.begin(), of.of.covered.end(), is_hole);
   const bool is_partial = !of.of.marks.empty();
-  if (holes == 0)
-    out << fmt::format("\nEverything that was asked was read{}.\n",
-                       is_partial ? ", as far as these logs show it" : "");
-  else
-    out << fmt::format(
-        "\n{} of {} places were not wholly read; what they hold is not "
-        "judged.\n",
-        holes, of.of.covered.size());
+  const std::string words =
+      holes == 0
+          ? fmt::format("Everything that was asked was read{}.",
+                        is_partial ? ", as far as these logs show it" : "")
+          : fmt::format("{} of {} places were not wholly read; what they hold is not judged.",
+                        holes, of.of.covered.size());
+  out << '\n' << wrapped(words, on.width, 0) << '\n';
 }
 
 }  // namespace desk

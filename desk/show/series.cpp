@@ -52,8 +52,11 @@ std::string words_for(const run_record& run) {
 }
 
 void show_run(const view& v, std::string_view label, const run_record& run) {
-  v.out << fmt::format("{}  {}  {}: {}\n", label, time_of(run), printable(run.origin),
-                       words_for(run));
+  const std::string head = fmt::format("{}  ", label);
+  v.out << head
+        << wrapped(fmt::format("{}  {}: {}", time_of(run), printable(run.origin), words_for(run)),
+                   v.on.width, head.size())
+        << '\n';
 }
 
 // ---- Findings as lines --------------------------------------------------------------------------
@@ -258,7 +261,7 @@ void show_diff(const series& of, const series_options& how, const terminal& on, 
   std::vector<std::string> counts;
   for (const fate& each : fates)
     counts.push_back(fmt::format("{} {}", by_fate[each.is].size(), each.word));
-  out << fmt::format("{}.\n", fmt::join(counts, ", "));
+  out << wrapped(fmt::format("{}.", fmt::join(counts, ", ")), on.width, 0) << '\n';
   if (how.is_short) return;
   for (const fate& each : fates)
     show_section(v, each.title, each.in, by_fate[each.is], each.is == change::changed,

@@ -3,6 +3,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "command_line/one_line.h"
@@ -81,6 +82,34 @@ std::string wrapped(std::string_view text, std::size_t width, std::size_t indent
     column += length;
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
   }
+  return lines;
+}
+
+std::string reflowed(std::string_view text, std::size_t width) {
+  std::string lines;
+  std::string paragraph;
+  bool is_wide = false;
+  const auto end_paragraph = [&] {
+    if (is_wide) {
+      paragraph.pop_back();
+      std::replace(paragraph.begin(), paragraph.end(), '\n', ' ');
+      paragraph = wrapped(paragraph, width, 0) + "\n";
+    }
+    lines += paragraph;
+    paragraph.clear();
+    is_wide = false;
+  };
+  while (!text.empty()) {
+    const std::size_t end = text.find('\n');
+    const std::string_view line = text.substr(0, end);
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+    const bool is_prose = !line.empty() && line.front() != ' ' && line.front() != '-';
+    if (!is_prose) end_paragraph();
+    paragraph.append(line).append("\n");
+    is_wide = is_wide || (columns_of(line) > width && line.front() != ' ');
+    if (!is_prose) end_paragraph();
+  }
+  end_paragraph();
   return lines;
 }
 

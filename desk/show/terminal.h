@@ -28,6 +28,10 @@ enum class tone { plain, good, bad, doubt, faint, strong };
 // Wraps at blanks; each line but the first begins with this many blanks.
 [[nodiscard]] std::string wrapped(std::string_view text, std::size_t width, std::size_t indent);
 
+// The lines of a text as they are where they fit, otherwise the paragraph wrapped anew. Lines that
+// begin with a blank stay: they are lists and code.
+[[nodiscard]] std::string reflowed(std::string_view text, std::size_t width);
+
 // Columns of a terminal that the text takes, counting characters and not bytes.
 [[nodiscard]] std::size_t columns_of(std::string_view text);
 [[nodiscard]] std::string padded(std::string_view text, std::size_t columns);
