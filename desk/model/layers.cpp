@@ -105,7 +105,8 @@ struct intake {
   std::map<std::string, std::int16_t, std::less<>> nodes;
   pending_cells by_handle{};
   pending_cells by_lag{};
-  pending_cells by_port{};  // MTUs of chips: key is "core port"
+  pending_cells by_port{};                           // MTUs of chips: key is "core port"
+  std::unordered_map<text_id, text_id> port_mtus{};  // of the forwarding layer, by the port's name
   std::vector<chip_value> chip_values{};
   dump in_dump = dump::other;
   bool has_map = false;  // the dump, so far
@@ -586,6 +587,21 @@ void attach_profiles(intake& in) {
   }
 }
 
+// A port object: what the forwarding layer of its node holds of it.
+void take_port(intake& in, dump_path path, std::string_view value) {
+  if (path.size() != 2) return;
+  if (is(path[1], "nodename")) in.count(source::l1port, in.node_of(value), no_place, 1);
+  if (is(path[1], "mtu") && value != unset) in.port_mtus[in.keep(path[0])] = in.keep(value);
+}
+
+void attach_port_mtus(intake& in) {
+  for (auto& [member, at] : in.into.places) {
+    const auto name = in.into.texts.find(in.into.objects[member].name);
+    const auto known = name ? in.port_mtus.find(*name) : in.port_mtus.end();
+    if (known != in.port_mtus.end()) at.mtu = known->second;
+  }
+}
+
 void take_value(intake& in, std::string_view label, dump_path path, std::string_view value) {
   if (path.empty()) {
     // A layer's store that holds the tool's text or a number instead of a map.
@@ -606,9 +622,7 @@ void take_value(intake& in, std::string_view label, dump_path path, std::string_
     case dump::nodes:
       return take_node(in, path, value);
     case dump::ports:
-      if (path.size() == 2 && is(path[1], "nodename"))
-        in.count(source::l1port, in.node_of(value), no_place, 1);
-      return;
+      return take_port(in, path, value);
     case dump::other:
       return;
   }
@@ -733,6 +747,7 @@ void read_layers(run& into, const std::string& debug_log) {
   attach(in, in.by_lag, attach_by_lag);
   attach(in, in.by_port, attach_by_port);
   attach_profiles(in);
+  attach_port_mtus(in);
   for (node& of : into.nodes)
     if (is_empty_slot(of)) of.is_empty_slot = true;
 }

@@ -120,7 +120,8 @@ struct place {
   std::int16_t node = no_place;
   std::int16_t npu = no_place;
   std::string core;
-  std::string port;  // in the packet processor
+  std::string port;              // in the packet processor
+  std::optional<text_id> mtu{};  // of the port; not compared: the audit does that
 };
 
 // ---- Findings -----------------------------------------------------------------------------------

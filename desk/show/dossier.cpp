@@ -4,22 +4,15 @@
 
 #include <algorithm>
 #include <array>
-#include <map>
-#include <set>
-#include <tuple>
+#include <vector>
 
-#include "desk/judge/differences.h"
 #include "desk/model/coverage.h"
 #include "desk/model/numbers.h"
+#include "desk/show/dossier_table.h"
 
 namespace desk {
 
 namespace {
-
-constexpr std::array shown_fields = {
-    field::type,        field::encapsulation, field::handle,   field::mac,    field::mtu,
-    field::lag_id,      field::lif,           field::rif,      field::npu,    field::member_id,
-    field::system_port, field::vlan_domain,   field::deletion, field::weight, field::presence};
 
 // ---- Which bundle -------------------------------------------------------------------------------
 
@@ -42,219 +35,173 @@ std::optional<std::string> bundle_with_value(const run& of, std::string_view wor
   return {};
 }
 
-// ---- A table of one object ----------------------------------------------------------------------
+// ---- Tables -------------------------------------------------------------------------------------
 
-// Where a column's values come from; the order of the columns.
-struct column {
-  layer of = layer::none;
-  std::string node;
-  auto operator<=>(const column&) const = default;
+constexpr std::size_t label_width = 16;
+constexpr std::size_t gap = 2;
+
+struct heading {
+  std::string_view layer;
+  std::string_view tool;
+  std::string place;
 };
 
-// The values of one column, each with its NPUs; of equal ones the first notation.
-struct shown_value {
-  std::string text;
-  std::string compared;
-  std::vector<std::string> npus;
-  bool is_odd = false;
-};
-using shown_cell = std::vector<shown_value>;
-
-struct table {
-  std::vector<column> columns;
-  std::vector<field> rows;
-  std::map<std::pair<field, column>, shown_cell> cells;
-};
-
-column column_of(const witness& one) {
-  return {layer_of(one.from), one.node};
+heading heading_of(const dossier_column& of) {
+  return {word_for(of.of), short_tool(of.from), printable(of.place)};
 }
 
-void add_value(shown_cell& cell, field what, const witness& one) {
-  const std::string compared = one.is == witness::state::holds ? compared_form(what, one.value)
-                                                               : std::string(words_for(one));
-  auto same = std::find_if(cell.begin(), cell.end(), [&](const shown_value& v) {
-    return v.compared == compared && v.is_odd == one.is_odd;
-  });
-  if (same == cell.end())
-    same = cell.insert(cell.end(), {printable(words_for(one)), compared, {}, one.is_odd});
-  if (!one.npu.empty() &&
-      std::find(same->npus.begin(), same->npus.end(), one.npu) == same->npus.end())
-    same->npus.push_back(one.npu);
+std::string text_of(const dossier_cell& cell) {
+  return cell.text.empty() ? "-" : printable(cell.text);
 }
 
-// "present", or "present (NPU 0, 1), missing* (NPU 2)".
-std::string text_of(const shown_cell& cell) {
-  std::vector<std::string> parts;
-  for (const shown_value& one : cell) {
-    std::string part = one.text + (one.is_odd ? "*" : "");
-    if (cell.size() > 1 && !one.npus.empty())
-      part += fmt::format(" (NPU {})", fmt::join(one.npus, ", "));
-    parts.push_back(std::move(part));
+std::vector<std::size_t> widths_of(const dossier_section& of) {
+  std::vector<std::size_t> widths;
+  for (const dossier_column& column : of.columns) {
+    const heading head = heading_of(column);
+    widths.push_back(std::max({head.layer.size(), head.tool.size(), columns_of(head.place)}));
   }
-  return fmt::format("{}", fmt::join(parts, " / "));
+  for (const dossier_part& part : of.parts)
+    for (const dossier_row& row : part.rows)
+      for (std::size_t i = 0; i < widths.size(); ++i)
+        widths[i] = std::max(widths[i], columns_of(text_of(row.cells[i])));
+  return widths;
 }
 
-bool has_odd(const shown_cell& cell) {
-  return std::any_of(cell.begin(), cell.end(), [](const shown_value& v) { return v.is_odd; });
-}
-
-void add_row(table& into, const difference& of) {
-  if (of.witnesses.empty()) return;
-  if (std::find(into.rows.begin(), into.rows.end(), of.what) == into.rows.end())
-    into.rows.push_back(of.what);
-  for (const witness& one : of.witnesses) {
-    const column at = column_of(one);
-    if (std::find(into.columns.begin(), into.columns.end(), at) == into.columns.end())
-      into.columns.push_back(at);
-    add_value(into.cells[{of.what, at}], of.what, one);
+// One line of a table: the blanks of a cell wait for the next one.
+class table_line {
+ public:
+  explicit table_line(const terminal& on) : on_(on) {}
+  void add(std::string_view text, std::size_t width, tone in = tone::plain) {
+    if (!text.empty()) {
+      line_.append(blanks_, ' ').append(toned(on_, in, text));
+      blanks_ = 0;
+    }
+    const std::size_t has = columns_of(text);
+    blanks_ += has < width ? width - has : gap;
   }
-}
+  [[nodiscard]] const std::string& text() const { return line_; }
 
-table table_of(const judged_run& of, const object& one, const object_ref& name) {
-  table made;
-  for (const field what : shown_fields) add_row(made, compare_field(of.of, one, what));
-  for (const cause& c : of.causes)
-    for (const difference& d : c.differences)
-      if (d.object == name && d.what == field::presence) add_row(made, d);
-  std::sort(made.columns.begin(), made.columns.end());
+ private:
+  const terminal& on_;
+  std::string line_;
+  std::size_t blanks_ = 0;
+};
+
+// The columns from..to, which fit beside each other.
+struct block {
+  std::size_t from = 0;
+  std::size_t to = 0;
+};
+
+block next_block(const std::vector<std::size_t>& widths, std::size_t from, std::size_t room) {
+  block made{from, from};
+  std::size_t width = label_width;
+  while (made.to < widths.size()) {
+    width += widths[made.to];
+    if (made.to != from && width > room) break;
+    width += gap;
+    ++made.to;
+  }
   return made;
 }
 
-std::string heading_of(const column& of) {
-  std::string words(word_for(of.of));
-  if (!of.node.empty()) words += " " + of.node;
-  return printable(words);
-}
-
-std::size_t width_of(const table& of, const column& at) {
-  std::size_t width = columns_of(heading_of(at));
-  for (const field row : of.rows) {
-    const auto cell = of.cells.find({row, at});
-    if (cell != of.cells.end()) width = std::max(width, columns_of(text_of(cell->second)));
+void show_headings(const dossier_section& of, const std::vector<std::size_t>& widths, block in,
+                   const terminal& on, std::ostream& out) {
+  std::array<table_line, 3> lines = {table_line(on), table_line(on), table_line(on)};
+  for (table_line& line : lines) line.add("", label_width);
+  for (std::size_t i = in.from; i < in.to; ++i) {
+    const heading head = heading_of(of.columns[i]);
+    lines[0].add(head.layer, widths[i] + gap, tone::strong);
+    lines[1].add(head.tool, widths[i] + gap, tone::strong);
+    lines[2].add(head.place, widths[i] + gap, tone::strong);
   }
-  return width + 2;
+  for (const table_line& line : lines)
+    if (!line.text().empty()) out << line.text() << '\n';
 }
 
-constexpr std::size_t label_width = 16;
+void show_row(const dossier_row& row, const std::vector<std::size_t>& widths, block in,
+              std::string_view margin, const terminal& on, std::ostream& out) {
+  table_line line(on);
+  line.add(fmt::format("{}{}", margin, row.label), label_width);
+  for (std::size_t i = in.from; i < in.to; ++i)
+    line.add(text_of(row.cells[i]), widths[i] + gap, row.cells[i].is_odd ? tone::bad : tone::plain);
+  out << line.text() << '\n';
+}
 
-void show_block(const table& of, std::size_t from, std::size_t to, const terminal& on,
-                std::ostream& out) {
-  out << padded("", label_width);
-  for (std::size_t i = from; i < to; ++i)
-    out << toned(on, tone::strong, padded(heading_of(of.columns[i]), width_of(of, of.columns[i])));
-  out << '\n';
-  for (const field row : of.rows) {
-    std::string line;
-    bool has_cell = false;
-    for (std::size_t i = from; i < to; ++i) {
-      const auto cell = of.cells.find({row, of.columns[i]});
-      has_cell = has_cell || cell != of.cells.end();
-      const bool is_odd = cell != of.cells.end() && has_odd(cell->second);
-      const std::string text = cell == of.cells.end() ? "-" : text_of(cell->second);
-      line +=
-          toned(on, is_odd ? tone::bad : tone::plain, padded(text, width_of(of, of.columns[i])));
+bool has_cell(const dossier_row& row, block in) {
+  for (std::size_t i = in.from; i < in.to; ++i)
+    if (!row.cells[i].text.empty()) return true;
+  return false;
+}
+
+void show_part(const dossier_part& of, const std::vector<std::size_t>& widths, block in,
+               const terminal& on, std::ostream& out) {
+  bool has_name = of.name.empty();
+  for (const dossier_row& row : of.rows) {
+    if (!has_cell(row, in)) continue;
+    if (!has_name) {
+      out << toned(on, tone::strong, printable(of.name));
+      if (!of.place.empty()) out << "  " << printable(of.place);
+      out << '\n';
     }
-    if (!has_cell) continue;
-    line.erase(line.find_last_not_of(' ') + 1);
-    out << padded(word_for(row), label_width) << line << '\n';
+    has_name = true;
+    show_row(row, widths, in, of.name.empty() ? "" : "  ", on, out);
   }
 }
 
-void show_table(const table& of, const terminal& on, std::ostream& out) {
-  std::size_t from = 0;
-  while (from < of.columns.size()) {
-    std::size_t to = from;
-    std::size_t width = label_width;
-    while (to < of.columns.size()) {
-      width += width_of(of, of.columns[to]);
-      if (to != from && width > on.width) break;
-      ++to;
-    }
-    if (from != 0) out << '\n';
-    show_block(of, from, to, on, out);
-    from = to;
+void show_section(const dossier_section& of, const terminal& on, std::ostream& out) {
+  if (of.columns.empty()) return;
+  const std::vector<std::size_t> widths = widths_of(of);
+  out << '\n' << toned(on, tone::strong, of.title) << '\n';
+  for (block in = next_block(widths, 0, on.width);; in = next_block(widths, in.to, on.width)) {
+    if (in.from != 0) out << '\n';
+    show_headings(of, widths, in, on, out);
+    for (const dossier_part& part : of.parts) show_part(part, widths, in, on, out);
+    if (in.to == widths.size()) return;
   }
 }
 
-bool has_odd(const table& of) {
-  return std::any_of(of.cells.begin(), of.cells.end(),
-                     [](const auto& one) { return has_odd(one.second); });
+// What the headings are short for.
+void show_legend(const dossier_table& of, const terminal& on, std::ostream& out) {
+  if (of.tools.empty()) return;
+  out << '\n' << toned(on, tone::strong, "Read from") << '\n';
+  for (const source each : of.tools)
+    out << fmt::format("  {} {} {}\n", padded(word_for(layer_of(each)), 7),
+                       padded(short_tool(each), label_width - 3), tool_of(each));
+  for (const auto& [label, nodes] : of.folds)
+    out << "  "
+        << wrapped(printable(fmt::format("{}: {}", label, fmt::join(nodes, ", "))), on.width, 4)
+        << '\n';
 }
 
-// One line for a member or sub-bundle on which everyone agrees.
-void show_line(const run& of, const object& one, const table& cells, std::ostream& out) {
-  std::vector<std::string> facts;
-  const auto place = of.places.find(static_cast<std::size_t>(&one - of.objects.data()));
-  if (place != of.places.end() && place->second.node != no_place)
-    facts.push_back(fmt::format("{} NPU {} core {}",
-                                of.nodes[static_cast<std::size_t>(place->second.node)].name,
-                                place->second.npu, place->second.core));
-  for (const field row : cells.rows) {
-    if (row == field::npu || row == field::presence) continue;
-    for (const auto& [key, cell] : cells.cells) {
-      if (key.first != row) continue;
-      facts.push_back(fmt::format("{} {}", word_for(row), text_of(cell)));
-      break;
-    }
-  }
-  out << fmt::format("  {} {}\n", padded(printable(one.name), 12),
-                     printable(fmt::format("{}", fmt::join(facts, ", "))));
-}
-
-void show_parts(const judged_run& of, const object& bundle, object_kind kind,
-                std::string_view heading, const terminal& on, std::ostream& out) {
-  bool has_heading = false;
-  for (const std::size_t index : bundle.parts) {
-    const object& part = of.of.objects[index];
-    if (part.kind != kind) continue;
-    if (!has_heading) out << '\n' << toned(on, tone::strong, heading) << '\n';
-    has_heading = true;
-    const table cells = table_of(of, part, {part.kind, bundle.name, part.name});
-    if (!has_odd(cells)) {
-      show_line(of.of, part, cells, out);
-      continue;
-    }
-    out << "  " << toned(on, tone::bad, fmt::format("{} differs", printable(part.name))) << '\n';
-    show_table(cells, on, out);
-  }
-}
-
-// Which tool each field of the bundle and its parts was read from.
-void show_tools(const run& of, const object& bundle, std::ostream& out) {
-  std::map<field, std::set<std::string_view>> tools;
-  const auto add = [&](const object& one) {
-    for (const cell& c : one.cells) tools[c.what].insert(tool_of(c.from));
-  };
-  add(bundle);
-  for (const std::size_t part : bundle.parts) add(of.objects[part]);
-  out << "\nRead from\n";
-  for (const auto& [what, names] : tools)
-    out << "  " << padded(word_for(what), label_width - 2)
-        << fmt::format("{}", fmt::join(names, ", ")) << "\n";
-}
+// ---- What stands above them ---------------------------------------------------------------------
 
 void show_causes(const judged_run& of, const bundle_verdict& is, const terminal& on,
                  std::ostream& out) {
   for (const std::size_t index : is.causes) {
     const cause& one = of.causes[index];
     out << "- " << wrapped(printable(one.title), on.width, 2) << '\n';
-    out << fmt::format("  {}: {}\n", word_for(one.how_sure), printable(one.why));
+    out << "  "
+        << wrapped(fmt::format("{}: {}", word_for(one.how_sure), printable(one.why)), on.width, 4)
+        << '\n';
     for (const std::size_t f : one.findings)
-      out << fmt::format("    {} {}\n", of.of.findings[f].code,
+      out << fmt::format("    {} {}\n", printable(of.of.findings[f].code),
                          wrapped(printable(of.of.findings[f].text), on.width, 11));
     if (!one.next.empty()) out << fmt::format("  next: {}\n", printable(one.next));
   }
 }
 
+std::string words_for_hole(const coverage& of) {
+  return fmt::format("not judged: {} of {}{}: {}, {}", word_for(of.of),
+                     of.node.empty() ? "the router" : printable(of.node),
+                     of.npu.empty() ? "" : " NPU " + printable(of.npu), word_for(of.state),
+                     printable(of.reason));
+}
+
 void show_unread(const run& of, const terminal& on, std::ostream& out) {
   for (const coverage& one : of.covered)
     if (is_hole(one))
-      out << toned(on, tone::doubt,
-                   fmt::format("not judged: {} of {}{}", word_for(one.of),
-                               one.node.empty() ? "the router" : printable(one.node),
-                               one.npu.empty() ? "" : " NPU " + printable(one.npu)))
-          << fmt::format(": {}, {}\n", word_for(one.state), printable(one.reason));
+      out << toned(on, tone::doubt, wrapped(words_for_hole(one), on.width, 2)) << '\n';
 }
 
 }  // namespace
@@ -290,11 +237,9 @@ void show_dossier(const judged_run& of, std::string_view bundle, const terminal&
   if (is != of.bundles.end()) show_causes(of, *is, on, out);
   show_unread(of.of, on, out);
   if (one == nullptr) return;
-  out << '\n';
-  show_table(table_of(of, *one, {object_kind::bundle, one->name, one->name}), on, out);
-  show_parts(of, *one, object_kind::member, "Members", on, out);
-  show_parts(of, *one, object_kind::sub_bundle, "Sub-bundles", on, out);
-  show_tools(of.of, *one, out);
+  const dossier_table table = dossier_maker(of).table_of(*one);
+  for (const dossier_section& each : table.sections) show_section(each, on, out);
+  show_legend(table, on, out);
 }
 
 }  // namespace desk

@@ -171,6 +171,27 @@ TEST_F(layers, find_the_mtu_of_a_member_by_the_profile_of_its_port) {
   EXPECT_EQ(seen_of(of, *member), (seen{{field::mtu, 1, "4096"}})) << "the last value counts";
 }
 
+TEST_F(layers, hold_the_mtu_of_a_port_beside_what_is_compared) {
+  run of;
+  read(of, dump("TESSELDB", R"({"BE1":{"Data":{"members":{"0/0/CPU0":{)"
+                            R"("0/0/0/1":{"mtu":"9216","nodename":"0/0/CPU0"},)"
+                            R"("0/0/0/2":{"mtu":"1514","nodename":"0/0/CPU0"},)"
+                            R"("0/0/0/3":{"mtu":"1514","nodename":"0/0/CPU0"}}}}}})") +
+               dump("Voq usage", R"({"0/0/0/1":{"mtu":"9116","nodename":"0/0/CPU0"},)"
+                                 R"("0/0/0/2":{"mtu":"Not set","nodename":"0/0/CPU0"},)"
+                                 R"("0/0/0/9":{"mtu":"1","vlan_domain":{"mtu":"2"}}})"));
+  const auto mtu_of = [&](const std::string& name) -> std::string {
+    const object* member = of.find(object_kind::member, "BE1", name);
+    if (member == nullptr) return "no such member";
+    const auto& mtu = of.places.at(static_cast<std::size_t>(member - of.objects.data())).mtu;
+    return mtu ? std::string(of.texts.text(*mtu)) : "none";
+  };
+  EXPECT_EQ(mtu_of("0/0/0/1"), "9116");
+  EXPECT_EQ(mtu_of("0/0/0/2"), "none");
+  EXPECT_EQ(mtu_of("0/0/0/3"), "none");
+  EXPECT_EQ(of.find(object_kind::member, "BE1", "0/0/0/1")->cells.size(), 1U);
+}
+
 TEST_F(layers, hold_what_each_node_says_by_the_handle) {
   run of;
   read(of, dump("DPA", R"({"0/0/CPU0":{"lagport":{"0x3":{"lagid":"0x1","weight":"2",)"

@@ -1,0 +1,636 @@
+#include "desk/show/dossier_table.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <tuple>
+
+#include "desk/model/coverage.h"
+#include "desk/model/numbers.h"
+
+namespace desk {
+
+namespace {
+
+constexpr std::string_view word_missing = "missing";
+constexpr std::string_view word_not_read = "not read";
+
+// ---- Rows and columns ---------------------------------------------------------------------------
+
+constexpr std::array shown_fields = {
+    field::type,        field::encapsulation, field::handle,   field::mac,    field::mtu,
+    field::lag_id,      field::lif,           field::rif,      field::npu,    field::member_id,
+    field::system_port, field::vlan_domain,   field::deletion, field::weight, field::presence};
+
+// The chips' tables of frames are none of the fields that others hold.
+constexpr std::size_t slot_of_sem = shown_fields.size();
+constexpr std::size_t slots = slot_of_sem + 1;
+
+// Behind all slots if the field is not shown.
+constexpr auto slots_of_fields = [] {
+  std::array<std::size_t, static_cast<std::size_t>(field::none) + 1> made{};
+  made.fill(slots);
+  for (std::size_t i = 0; i < shown_fields.size(); ++i)
+    made[static_cast<std::size_t>(shown_fields[i])] = i;
+  return made;
+}();
+
+std::size_t slot_of(field what) {
+  return slots_of_fields[static_cast<std::size_t>(what)];
+}
+
+std::string_view label_of(std::size_t slot) {
+  return slot == slot_of_sem ? std::string_view("SEM entry") : word_for(shown_fields[slot]);
+}
+
+field field_of(std::size_t slot) {
+  return slot == slot_of_sem ? field::presence : shown_fields[slot];
+}
+
+// One tool shows all tables of a chip.
+source column_source(source from) {
+  return layer_of(from) == layer::bcm ? source::chip_lag : from;
+}
+
+// A node of the run by its index, or one that only a finding names behind them.
+using node_id = std::int32_t;
+constexpr node_id whole_router = -1;
+constexpr node_id own_node = -2;  // of a member: the one that it sits on
+
+struct column_key {
+  source from = source::none;
+  node_id node = whole_router;
+};
+
+// A set of NPUs. No node has more; a greater number is none.
+using npu_set = std::uint64_t;
+
+npu_set set_of(std::int16_t npu) {
+  return npu >= 0 && npu < 64 ? npu_set{1} << static_cast<unsigned>(npu) : npu_set{0};
+}
+
+struct value {
+  std::size_t part = 0;
+  std::size_t column = 0;
+  std::string_view text;
+  npu_set npus = 0;  // empty: the node as a whole
+  std::uint8_t slot = 0;
+  bool is_odd = false;
+  bool is_judged = false;  // the judge compared it
+};
+
+// ---- What a table holds -------------------------------------------------------------------------
+
+// Where a layer would hold a field, for what was not read.
+struct expected_field {
+  object_kind of;
+  field what;
+  source from;
+};
+constexpr std::array expected_fields = std::to_array<expected_field>({
+    {object_kind::bundle, field::type, source::running_config},
+    {object_kind::bundle, field::handle, source::bundle_manager},
+    {object_kind::bundle, field::mac, source::bundle_manager},
+    {object_kind::bundle, field::mtu, source::bundle_manager},
+    {object_kind::bundle, field::lag_id, source::agent},
+    {object_kind::bundle, field::lag_id, source::lagport},
+    {object_kind::bundle, field::vlan_domain, source::lagport},
+    {object_kind::bundle, field::weight, source::lagport},
+    {object_kind::bundle, field::mac, source::l2port},
+    {object_kind::bundle, field::lif, source::l2port},
+    {object_kind::bundle, field::rif, source::l2port},
+    {object_kind::bundle, field::presence, source::chip_lag},
+    {object_kind::member, field::handle, source::bundle_manager},
+    {object_kind::member, field::mtu, source::interfaces},
+    {object_kind::member, field::npu, source::agent},
+    {object_kind::member, field::member_id, source::agent},
+    {object_kind::member, field::system_port, source::agent},
+    {object_kind::member, field::member_id, source::lagport},
+    {object_kind::member, field::npu, source::l1port},
+    {object_kind::member, field::mtu, source::l1port},
+    {object_kind::member, field::presence, source::chip_lag},
+    {object_kind::sub_bundle, field::type, source::running_config},
+    {object_kind::sub_bundle, field::encapsulation, source::running_config},
+    {object_kind::sub_bundle, field::handle, source::interface_db},
+    {object_kind::sub_bundle, field::lag_id, source::lagport},
+    {object_kind::sub_bundle, field::lif, source::l2intf},
+    {object_kind::sub_bundle, field::presence, source::chip_lag},
+});
+
+struct remark {
+  bool is_odd = false;
+  bool is_judged = false;
+};
+
+class grid {
+ public:
+  explicit grid(const run& of)
+      : of_(of),
+        nodes_(of.nodes.size()),
+        columns_at_((static_cast<std::size_t>(source::none) + 1) * (nodes_ + 2), no_column) {}
+
+  void add(const object& one, const dossier_maker::known* known,
+           const std::vector<const coverage*>& holes) {
+    part_ = parts_.size();
+    first_ = values_.size();
+    const auto place = of_.places.find(static_cast<std::size_t>(&one - of_.objects.data()));
+    const bool has_place = one.kind == object_kind::member && place != of_.places.end() &&
+                           place->second.node != no_place;
+    own_ = has_place ? place->second.node : whole_router;
+    parts_.push_back({one.kind == object_kind::bundle ? std::string() : one.name,
+                      has_place ? words_for(place->second) : std::string(),
+                      {}});
+    add_cells(one, known);
+    if (has_place && place->second.mtu)
+      put(field::mtu, source::l1port, own_, no_place, of_.texts.text(*place->second.mtu));
+    if (known != nullptr) add_differences(*known);
+    for (const coverage* hole : holes) add_hole(one.kind, *hole);
+    if (known != nullptr)
+      for (const finding* each : known->findings) mark(*each);
+  }
+
+  // Ends the grid.
+  [[nodiscard]] dossier_section finish(std::string_view title, dossier_table& into);
+
+ private:
+  [[nodiscard]] std::string words_for(const place& of) const {
+    std::string words = of_.nodes[static_cast<std::size_t>(of.node)].name;
+    if (of.npu != no_place) words += fmt::format(" NPU {}", of.npu);
+    if (!of.core.empty()) words += " core " + of.core;
+    return words;
+  }
+
+  [[nodiscard]] node_id id_of(std::string_view name) {
+    if (name.empty()) return whole_router;
+    const std::int16_t known = of_.node_index(name);
+    if (known != no_place) return known;
+    const auto at = std::find(others_.begin(), others_.end(), name);
+    const auto index = static_cast<std::size_t>(at - others_.begin());
+    if (at == others_.end()) others_.push_back(name);
+    return static_cast<node_id>(nodes_ + index);
+  }
+  [[nodiscard]] std::string_view name_of(node_id id) const {
+    const auto index = static_cast<std::size_t>(id);
+    return index < nodes_ ? std::string_view(of_.nodes[index].name) : others_[index - nodes_];
+  }
+
+  // Which member a LAG has is in the chips of all nodes, the rest of a member on its own node only.
+  [[nodiscard]] node_id place_of(field what, source from, node_id node) const {
+    const bool is_everywhere = layer_of(from) == layer::bcm && what == field::presence;
+    return own_ != whole_router && node == own_ && !is_everywhere ? own_node : node;
+  }
+
+  // Of a value that many nodes hold this is asked for each of them.
+  std::size_t& index_of_column(source from, node_id node) {
+    const auto known = static_cast<std::size_t>(node + 2);
+    if (known >= nodes_ + 2) return others_at_.try_emplace({from, node}, no_column).first->second;
+    return columns_at_[static_cast<std::size_t>(from) * (nodes_ + 2) + known];
+  }
+  std::size_t column_of(source from, node_id node) {
+    std::size_t& at = index_of_column(from, node);
+    if (at == no_column) {
+      at = columns_.size();
+      columns_.push_back({from, node});
+    }
+    return at;
+  }
+
+  void put(field what, source from, node_id node, std::int16_t npu, std::string_view text,
+           remark with = {}) {
+    put(slot_of(what), what, from, node, npu, text, with);
+  }
+  void put(std::size_t slot, field what, source from, node_id node, std::int16_t npu,
+           std::string_view text, remark with) {
+    value made;
+    made.part = part_;
+    made.column = column_of(column_source(from), place_of(what, from, node));
+    made.text = text;
+    made.npus = set_of(npu);
+    made.slot = static_cast<std::uint8_t>(slot);
+    made.is_odd = with.is_odd;
+    made.is_judged = with.is_judged;
+    if (values_.size() > first_ && is_next_npu(values_.back(), made))
+      values_.back().npus |= made.npus;
+    else
+      values_.push_back(made);
+  }
+  // The NPUs of a node follow each other and mostly hold the same.
+  static bool is_next_npu(const value& last, const value& next) {
+    return last.slot == next.slot && last.column == next.column && last.text == next.text &&
+           last.npus != 0 && next.npus != 0 && last.is_odd == next.is_odd &&
+           last.is_judged == next.is_judged;
+  }
+
+  void add_cells(const object& one, const dossier_maker::known* known) {
+    std::array<bool, static_cast<std::size_t>(field::none) + 1> is_judged{};
+    if (known != nullptr)
+      for (const difference* each : known->differences)
+        is_judged[static_cast<std::size_t>(each->what)] = each->what != field::presence;
+    for (const cell& c : one.cells)
+      if (!is_judged[static_cast<std::size_t>(c.what)] && slot_of(c.what) < slot_of_sem)
+        put(c.what, c.from, c.node, c.npu, of_.texts.text(c.value));
+  }
+
+  void add_differences(const dossier_maker::known& known) {
+    for (const difference* each : known.differences) {
+      if (slot_of(each->what) >= slot_of_sem) continue;
+      for (const witness& one : each->witnesses) {
+        put(each->what, one.from, id_of(one.node), npu_in(one.npu), desk::words_for(one),
+            {one.is_odd, true});
+      }
+    }
+  }
+
+  void add_hole(object_kind kind, const coverage& hole) {
+    const node_id node = id_of(hole.node);
+    for (const expected_field& each : expected_fields) {
+      if (each.of != kind || layer_of(each.from) != hole.of) continue;
+      const node_id at = place_of(each.what, each.from, node);
+      // What one node did not answer about a member of another one does not matter.
+      const bool is_elsewhere = own_ != whole_router && node != whole_router && at != own_node &&
+                                each.what != field::presence;
+      if (is_elsewhere || has_value(each, at, hole)) continue;
+      put(each.what, each.from, node, npu_in(hole.npu), word_not_read);
+    }
+  }
+  // A dump can hold what was read before the rest was lost.
+  [[nodiscard]] bool has_value(const expected_field& each, node_id at, const coverage& hole) const {
+    const npu_set npus = set_of(npu_in(hole.npu));
+    const std::size_t slot = slot_of(each.what);
+    return std::any_of(values_.begin() + static_cast<std::ptrdiff_t>(first_), values_.end(),
+                       [&](const value& one) {
+                         return one.slot == slot && columns_[one.column].node == at &&
+                                columns_[one.column].from == column_source(each.from) &&
+                                (npus == 0 || (one.npus & npus) != 0);
+                       });
+  }
+
+  // ---- Findings ----
+
+  void mark(const finding& one);
+  [[nodiscard]] bool is_judged(std::size_t slot, const finding& one, node_id node) const;
+  bool mark_same(std::size_t slot, const finding& one, node_id node, npu_set npus);
+
+  const run& of_;
+  std::size_t nodes_;
+  std::vector<std::string_view> others_;
+  std::vector<column_key> columns_;
+  static constexpr std::size_t no_column = static_cast<std::size_t>(-1);
+  std::vector<std::size_t> columns_at_;  // by source and node
+  std::map<std::pair<source, node_id>, std::size_t> others_at_;
+  std::vector<value> values_;
+  std::vector<dossier_part> parts_;
+  std::size_t part_ = 0;   // of the object at hand
+  std::size_t first_ = 0;  // its first value
+  node_id own_ = whole_router;
+
+  [[nodiscard]] std::vector<std::size_t> sorted_columns() const;
+  [[nodiscard]] std::vector<std::vector<std::pair<std::size_t, dossier_cell>>> made_cells();
+};
+
+// ---- Findings -----------------------------------------------------------------------------------
+
+constexpr std::array tables_of_dpa = {source::l1port, source::l2port, source::l2intf,
+                                      source::l3intf, source::lagport};
+
+source source_in_dpa(const finding& one) {
+  for (const source each : tables_of_dpa)
+    if (one.text.find(short_tool(each)) != std::string::npos) return each;
+  const bool is_sub = one.object.kind == object_kind::sub_bundle;
+  switch (one.what) {
+    case field::mtu:
+    case field::npu:
+      return source::l1port;
+    case field::rif:
+      return source::l3intf;
+    case field::lif:
+    case field::mac:
+      return is_sub ? source::l2intf : source::l2port;
+    default:
+      return source::lagport;
+  }
+}
+
+// Where a value would stand that only the message names.
+source source_of(const finding& one) {
+  switch (one.of) {
+    case layer::config:
+      return source::running_config;
+    case layer::pi:
+      return one.object.kind == object_kind::sub_bundle ? source::interface_db
+                                                        : source::bundle_manager;
+    case layer::pd:
+      return source::agent;
+    case layer::dpa:
+      return source_in_dpa(one);
+    case layer::bcm:
+      return source::chip_lag;
+    case layer::none:
+      break;
+  }
+  return source::none;
+}
+
+bool is_about_sem(const finding& one) {
+  return one.code == "TC-203";
+}
+
+// What stands in a cell where the message names no value.
+std::string_view word_in_cell(const finding& one) {
+  if (one.what == field::presence) return word_missing;
+  if (one.code == "TC-201" || one.code == "TC-204" || one.code == "TC-205") return word_missing;
+  if (one.code == "TC-207") return "not valid";
+  return one.what == field::deletion ? std::string_view("pending") : "differs";
+}
+
+bool is_about_value(const finding& one) {
+  switch (one.kind) {
+    case finding_kind::inconsistency:
+    case finding_kind::programming:
+    case finding_kind::delay_delete:
+      return one.of != layer::none && slot_of(one.what) < slot_of_sem;
+    default:
+      return false;
+  }
+}
+
+// A message can blame the nodes that are right. Where the judge compared the values, they count.
+bool grid::is_judged(std::size_t slot, const finding& one, node_id node) const {
+  bool has_odd = false;
+  bool has_chip = false;
+  for (std::size_t i = first_; i < values_.size(); ++i) {
+    const value& each = values_[i];
+    if (each.slot != slot || !each.is_judged) continue;
+    const column_key& at = columns_[each.column];
+    has_odd = has_odd || each.is_odd;
+    has_chip = has_chip || (layer_of(at.from) == layer::bcm && at.node == node);
+  }
+  return has_odd && (one.of != layer::bcm || has_chip);
+}
+
+// Marks what the message reports among the values of its layer and place; false without such one.
+bool grid::mark_same(std::size_t slot, const finding& one, node_id node, npu_set npus) {
+  const std::string wanted = compared_form(one.what, one.reported);
+  const bool has_word = !one.reported.empty() || word_in_cell(one) == word_missing;
+  bool is_marked = false;
+  std::vector<value> others;
+  for (std::size_t i = first_; i < values_.size(); ++i) {
+    value& each = values_[i];
+    const column_key& at = columns_[each.column];
+    const bool is_there = layer_of(at.from) == one.of && (at.node == node || one.node.empty());
+    const bool is_npu = (each.npus & npus) != 0 || each.npus == 0 || npus == 0;
+    if (each.slot != slot || !is_there || !is_npu || each.text == word_not_read) continue;
+    if (has_word && compared_form(one.what, each.text) != wanted) continue;
+    is_marked = true;
+    if (npus != 0 && (each.npus & ~npus) != 0) {  // other NPUs hold it as well
+      others.push_back(each);
+      others.back().npus &= ~npus;
+      each.npus &= npus;
+    }
+    each.is_odd = true;
+  }
+  values_.insert(values_.end(), others.begin(), others.end());
+  return is_marked;
+}
+
+void grid::mark(const finding& one) {
+  if (!is_about_value(one)) return;
+  const std::size_t slot = is_about_sem(one) ? slot_of_sem : slot_of(one.what);
+  const bool is_of_router = one.of == layer::config || one.of == layer::pi;
+  const node_id named = is_of_router ? whole_router : id_of(one.node);
+  const source from = source_of(one);
+  const node_id node = place_of(one.what, from, named);
+  const std::int16_t npu = npu_in(one.npu);
+  const npu_set npus = set_of(npu);
+  if (is_judged(slot, one, node)) return;
+  if (one.what == field::presence) {
+    // The message names the entry itself, so what others say of the same table does not count.
+    const std::size_t column = column_of(column_source(from), node);
+    std::erase_if(values_, [&](value& each) {
+      if (each.part != part_ || each.slot != slot || each.column != column) return false;
+      if (npus == 0) return true;
+      const bool had_npus = each.npus != 0;
+      each.npus &= ~npus;
+      return had_npus && each.npus == 0;
+    });
+  } else if (mark_same(slot, one, node, npus)) {
+    return;
+  }
+  const std::string_view text = one.reported.empty() || one.what == field::presence
+                                    ? word_in_cell(one)
+                                    : std::string_view(one.reported);
+  put(slot, one.what, from, named, npu, text, {true, false});
+}
+
+// ---- Cells --------------------------------------------------------------------------------------
+
+bool is_same(const value& a, const value& b) {
+  if (a.is_odd != b.is_odd) return false;
+  return a.text == b.text ||
+         compared_form(field_of(a.slot), a.text) == compared_form(field_of(b.slot), b.text);
+}
+
+std::string words_for(npu_set npus) {
+  std::string words = " (NPU ";
+  for (std::int16_t i = 0; npus >> static_cast<unsigned>(i) != 0; ++i) {
+    if ((npus & set_of(i)) != 0) words += fmt::format("{}, ", i);
+    if (i == 63) break;
+  }
+  words.resize(words.size() - 2);
+  return words + ")";
+}
+
+// The values of one cell, each with its NPUs; of equal ones the first notation.
+dossier_cell cell_of(const value* from, const value* to) {
+  if (to == from + 1 && !from->is_odd) return {std::string(from->text), false};
+  std::vector<value> shown;
+  for (const value* each = from; each != to; ++each) {
+    const auto same = std::find_if(shown.begin(), shown.end(),
+                                   [&](const value& one) { return is_same(one, *each); });
+    if (same == shown.end())
+      shown.push_back(*each);
+    else
+      same->npus |= each->npus;
+  }
+  std::stable_partition(shown.begin(), shown.end(), [](const value& one) { return !one.is_odd; });
+  dossier_cell made;
+  for (const value& one : shown) {
+    if (!made.text.empty()) made.text += " / ";
+    made.text += one.text;
+    if (one.is_odd) made.text += '*';
+    made.is_odd = made.is_odd || one.is_odd;
+    if ((shown.size() > 1 || one.is_odd) && one.npus != 0) made.text += words_for(one.npus);
+  }
+  return made;
+}
+
+using sparse_row = std::vector<std::pair<std::size_t, dossier_cell>>;  // by column
+
+// By part and slot, in order.
+std::vector<sparse_row> grid::made_cells() {
+  const auto place = [](const value& one) { return std::tie(one.part, one.slot, one.column); };
+  const auto is_before = [&](const value& a, const value& b) { return place(a) < place(b); };
+  if (!std::is_sorted(values_.begin(), values_.end(), is_before))
+    std::stable_sort(values_.begin(), values_.end(), is_before);
+  std::vector<sparse_row> rows(parts_.size() * slots);
+  const value* const end = values_.data() + values_.size();
+  for (const value* from = values_.data(); from != end;) {
+    const value* to = from + 1;
+    while (to != end && place(*to) == place(*from)) ++to;
+    rows[from->part * slots + from->slot].emplace_back(from->column, cell_of(from, to));
+    from = to;
+  }
+  return rows;
+}
+
+// From the top layer down, the router before its nodes, a member's own node before the others.
+std::vector<std::size_t> grid::sorted_columns() const {
+  std::vector<std::size_t> order(columns_.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+  const auto key = [&](std::size_t i) {
+    const column_key& at = columns_[i];
+    return std::tuple(layer_of(at.from), at.from, at.node);
+  };
+  std::sort(order.begin(), order.end(),
+            [&](std::size_t a, std::size_t b) { return key(a) < key(b); });
+  return order;
+}
+
+// "3 nodes"; other three nodes are "3 nodes (2)".
+std::string label_of_fold(dossier_table& into, const std::vector<std::string_view>& nodes) {
+  std::size_t same_count = 1;
+  for (const auto& [label, known] : into.folds) {
+    if (known == nodes) return label;
+    if (known.size() == nodes.size()) ++same_count;
+  }
+  std::string label = fmt::format("{} nodes", nodes.size());
+  if (same_count > 1) label += fmt::format(" ({})", same_count);
+  into.folds.emplace_back(label, nodes);
+  return label;
+}
+
+// Eight bytes, so that no text can look like the number behind it.
+void add_number(std::string& to, std::size_t number) {
+  std::array<char, sizeof number> bytes{};
+  std::memcpy(bytes.data(), &number, sizeof number);
+  to.append(bytes.data(), bytes.size());
+}
+
+dossier_section grid::finish(std::string_view title, dossier_table& into) {
+  std::vector<sparse_row> rows = made_cells();
+  std::vector<std::string> signatures(columns_.size());
+  std::vector<bool> has_odd(columns_.size());
+  std::vector<bool> is_used(columns_.size());
+  for (std::size_t row = 0; row < rows.size(); ++row)
+    for (const auto& [column, cell] : rows[row]) {
+      add_number(signatures[column], row);
+      add_number(signatures[column], cell.text.size());
+      signatures[column] += cell.text;
+      has_odd[column] = has_odd[column] || cell.is_odd;
+      is_used[column] = true;
+    }
+  dossier_section made{title, {}, {}};
+  std::vector<std::size_t> column_in(columns_.size(), columns_.size());
+  std::vector<std::vector<std::string_view>> nodes;
+  std::map<std::pair<source, std::string_view>, std::size_t> known;
+  for (const std::size_t i : sorted_columns()) {
+    if (!is_used[i]) continue;
+    const column_key& at = columns_[i];
+    std::size_t target = made.columns.size();
+    if (at.node >= 0 && !has_odd[i])
+      target = known.try_emplace({at.from, signatures[i]}, target).first->second;
+    column_in[i] = target;
+    if (target == made.columns.size()) {
+      made.columns.push_back({layer_of(at.from), at.from, at.node == own_node ? "its node" : ""});
+      nodes.emplace_back();
+    }
+    if (at.node >= 0) nodes[target].push_back(name_of(at.node));
+    if (std::find(into.tools.begin(), into.tools.end(), at.from) == into.tools.end())
+      into.tools.push_back(at.from);
+  }
+  for (std::size_t i = 0; i < nodes.size(); ++i)
+    if (!nodes[i].empty())
+      made.columns[i].place =
+          nodes[i].size() == 1 ? std::string(nodes[i].front()) : label_of_fold(into, nodes[i]);
+  for (std::size_t row = 0; row < rows.size(); ++row) {
+    if (rows[row].empty()) continue;
+    dossier_row& shown = parts_[row / slots].rows.emplace_back();
+    shown.label = label_of(row % slots);
+    shown.cells.resize(made.columns.size());
+    for (auto& [column, cell] : rows[row]) shown.cells[column_in[column]] = std::move(cell);
+  }
+  made.parts = std::move(parts_);
+  return made;
+}
+
+}  // namespace
+
+std::string_view short_tool(source from) {
+  std::string_view name = tool_of(from);
+  if (const std::size_t option = name.rfind(' '); option != std::string_view::npos)
+    return name.substr(option + 1);
+  constexpr std::string_view ending = "_show";
+  if (name.ends_with(ending)) name.remove_suffix(ending.size());
+  return name;
+}
+
+dossier_maker::dossier_maker(const judged_run& of) : of_(of) {
+  const auto at = [&](const object_ref& one) -> known& {
+    return known_[{one.kind, one.bundle, one.name}];
+  };
+  for (const cause& why : of.causes)
+    for (const difference& each : why.differences) at(each.object).differences.push_back(&each);
+  for (const finding& each : of.of.findings)
+    if (is_about_value(each)) at(each.object).findings.push_back(&each);
+  for (const coverage& each : of.of.covered)
+    if (is_hole(each) && each.state != coverage_state::partly) holes_.push_back(&each);
+  if (of.of.has_snapshot && !of.of.has_chip_tables) add_silent_chips();
+}
+
+// Where the run ended before it read the chips, nothing may say so of each of them.
+void dossier_maker::add_silent_chips() {
+  const auto& covered = of_.of.covered;
+  for (const node& each : of_.of.nodes) {
+    if (!each.takes_part || !each.has_supported_asic || each.role == "Standby") continue;
+    const bool is_known = std::any_of(covered.begin(), covered.end(), [&](const coverage& one) {
+      return one.of == layer::bcm && one.node == each.name;
+    });
+    if (is_known) continue;
+    coverage& made = silent_chips_.emplace_back();
+    made.of = layer::bcm;
+    made.node = each.name;
+    holes_.push_back(&made);
+  }
+}
+
+dossier_table dossier_maker::table_of(const object& bundle) {
+  const run& of = of_.of;
+  const auto known_of = [&](const object& one) {
+    const auto at = known_.find(object_key_view(one.kind, bundle.name, one.name));
+    return at == known_.end() ? nullptr : &at->second;
+  };
+  dossier_table made;
+  grid whole(of);
+  whole.add(bundle, known_of(bundle), holes_);
+  made.sections.push_back(whole.finish("Bundle", made));
+  for (const auto& [kind, title] : {std::pair(object_kind::member, "Members"),
+                                    std::pair(object_kind::sub_bundle, "Sub-bundles")}) {
+    grid parts(of);
+    bool has_part = false;
+    for (const std::size_t index : bundle.parts) {
+      const object& part = of.objects[index];
+      if (part.kind != kind) continue;
+      parts.add(part, known_of(part), holes_);
+      has_part = true;
+    }
+    if (has_part) made.sections.push_back(parts.finish(title, made));
+  }
+  std::sort(made.tools.begin(), made.tools.end());
+  return made;
+}
+
+}  // namespace desk
