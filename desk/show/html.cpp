@@ -111,8 +111,7 @@ void show_cause(const judged_run& of, std::size_t index,
 
 void show_causes(const judged_run& of, std::ostream& out) {
   std::map<std::string_view, std::size_t> dossiers;
-  for (std::size_t i = 0; i < of.bundles.size(); ++i)
-    if (has_dossier(of.bundles[i])) dossiers[of.bundles[i].bundle] = i;
+  for (std::size_t i = 0; i < of.bundles.size(); ++i) dossiers[of.bundles[i].bundle] = i;
   out << "<section id=\"causes\" aria-labelledby=\"causes-title\">\n"
          "<h2 id=\"causes-title\">Causes</h2>\n";
   const std::size_t all = of.causes.size();

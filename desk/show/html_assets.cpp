@@ -105,6 +105,9 @@ thead th { position: sticky; top: 0; z-index: 1; background: var(--panel); font-
 .dossier > header { display: flex; flex-wrap: wrap; gap: .5rem 1rem; align-items: baseline; }
 .dossier > header h3 { font-size: 1.15rem; }
 .dossier > header a { margin-left: auto; }
+.layers th, .layers td { padding: .15rem .6rem; font-size: .875rem; white-space: nowrap; }
+.layers th[scope=row] { padding-left: 1.2rem; color: var(--soft); }
+.layers th[scope=rowgroup] { font-weight: 600; }
 .odd td, .odd th { color: var(--e); background: var(--e-back); }
 .odd th { font-weight: 700; }
 .fresh { color: var(--page); background: var(--accent); }
@@ -133,6 +136,8 @@ footer { margin-top: 4rem; font-size: .9rem; color: var(--soft); }
   .box { overflow: visible; max-height: none; border: 0; }
   thead th, .matrix tbody th { position: static; }
   .dossier { display: block; border: 1px solid var(--line); }
+  .dossier.calm:not(:target) { display: none; }
+  .layers th, .layers td { padding: 0 .3rem; font-size: 7pt; white-space: normal; }
   .matrix th, .matrix td { padding: 0 .15rem; font-size: 7pt; min-width: 0; }
   details::details-content { content-visibility: visible; display: block; }
   .e, .w, .q, .k, .odd td, .odd th { print-color-adjust: exact; -webkit-print-color-adjust: exact; }

@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "desk/model/coverage.h"
+#include "desk/show/dossier_table.h"
 #include "desk/show/escape.h"
+#include "desk/show/html_layers.h"
 #include "desk/show/html_marks.h"
 
 namespace desk {
@@ -102,11 +104,8 @@ void show_plain_row(const bundle_verdict& bundle, std::size_t index, std::size_t
   const look shown = look_of(mark_of(bundle.is));
   const std::string text = fmt::format("{} {}", shown.sign, word_for(bundle.is));
   out << fmt::format("<td class=\"{}\" colspan=\"{}\">", shown.css, columns);
-  if (has_dossier(bundle))
-    out << fmt::format("<a href=\"#b{}\" aria-label=\"{}: {}\">{}</a></td>", index,
-                       html(bundle.bundle), word_for(bundle.is), text);
-  else
-    out << text << "</td>";
+  out << fmt::format("<a href=\"#b{}\" aria-label=\"{}: {}\">{}</a></td>", index,
+                     html(bundle.bundle), word_for(bundle.is), text);
 }
 
 void show_cells(const bundle_verdict& bundle, std::size_t index, const marks& at,
@@ -174,14 +173,6 @@ void show_difference(const difference& of, const cause& why, std::ostream& out) 
   out << "</tbody></table></div>\n";
 }
 
-void show_parts(const run& of, const std::string& bundle, std::ostream& out) {
-  const object* found = of.find(object_kind::bundle, bundle, bundle);
-  if (found == nullptr || found->parts.empty()) return;
-  std::vector<std::string> names;
-  for (const std::size_t part : found->parts) names.push_back(html(of.objects[part].name));
-  out << fmt::format("<p class=\"soft\">Members and sub-bundles: {}</p>\n", fmt::join(names, ", "));
-}
-
 void show_not_judged(const std::vector<std::string>& reasons, std::ostream& out) {
   if (reasons.empty()) return;
   out << "<p>Not judged:</p>\n<ul>\n";
@@ -193,17 +184,22 @@ void show_not_judged(const std::vector<std::string>& reasons, std::ostream& out)
   out << "</ul>\n";
 }
 
+// Whether nothing is to be said about a bundle but what it holds.
+bool is_calm(const bundle_verdict& bundle) {
+  return bundle.is == verdict::agrees && bundle.findings == 0 && bundle.causes.empty();
+}
+
 void show_dossier(const judged_run& of, const bundle_verdict& bundle, std::size_t index,
-                  std::ostream& out) {
+                  dossier_maker& maker, std::ostream& out) {
   const look shown = look_of(mark_of(bundle.is));
   out << fmt::format(
-      "<section class=\"dossier\" id=\"b{0}\" aria-label=\"Dossier of {1}\">\n"
+      "<section class=\"dossier{5}\" id=\"b{0}\" aria-label=\"Dossier of {1}\">\n"
       "<header><h3><bdi>{1}</bdi></h3><span class=\"chip {2}\">{3} {4}</span>",
-      index, html(bundle.bundle), shown.css, shown.sign, word_for(bundle.is));
+      index, html(bundle.bundle), shown.css, shown.sign, word_for(bundle.is),
+      is_calm(bundle) ? " calm" : "");
   if (bundle.first != layer::none)
     out << fmt::format("<span>from {} on</span>", word_for(bundle.first));
   out << "<a href=\"#bundles\">close</a></header>\n";
-  show_parts(of.of, bundle.bundle, out);
   show_not_judged(bundle.not_judged, out);
 
   std::set<std::size_t> findings;
@@ -221,14 +217,12 @@ void show_dossier(const judged_run& of, const bundle_verdict& bundle, std::size_
   });
   if (!findings.empty()) out << "<h4>Findings</h4>\n";
   for (const std::size_t each : findings) show_finding(of.of.findings[each], out);
+  const object* held = of.of.find(object_kind::bundle, bundle.bundle, bundle.bundle);
+  if (held != nullptr) show_layers(maker.table_of(*held), out);
   out << "</section>\n";
 }
 
 }  // namespace
-
-bool has_dossier(const bundle_verdict& bundle) {
-  return bundle.is != verdict::agrees || bundle.findings > 0 || !bundle.causes.empty();
-}
 
 void show_matrix(const judged_run& of, std::ostream& out) {
   std::vector<marks> at = marks_of(of);
@@ -241,8 +235,7 @@ void show_matrix(const judged_run& of, std::ostream& out) {
     const bool is_fine = bundle.is == verdict::agrees && at[i].empty();
     out << fmt::format("<tr{} data-hit=\"b{}\"><th scope=\"row\">", is_fine ? " class=\"k\"" : "",
                        i);
-    out << (has_dossier(bundle) ? fmt::format("<a href=\"#b{}\"><bdi>{}</bdi></a></th>", i, name)
-                                : fmt::format("<bdi>{}</bdi></th>", name));
+    out << fmt::format("<a href=\"#b{}\"><bdi>{}</bdi></a></th>", i, name);
     if (at[i].empty()) {
       show_plain_row(bundle, i, columns.size(), out);
     } else {
@@ -257,8 +250,9 @@ void show_matrix(const judged_run& of, std::ostream& out) {
 }
 
 void show_dossiers(const judged_run& of, std::ostream& out) {
+  dossier_maker maker(of);
   for (std::size_t i = 0; i < of.bundles.size(); ++i)
-    if (has_dossier(of.bundles[i])) show_dossier(of, of.bundles[i], i, out);
+    show_dossier(of, of.bundles[i], i, maker, out);
 }
 
 void show_reasons(const cause& why, std::ostream& out) {

@@ -8,14 +8,11 @@
 
 namespace desk {
 
-// Whether a bundle has a dossier: not if it simply agrees.
-[[nodiscard]] bool has_dossier(const bundle_verdict& bundle);
-
 // A bundle on which something differs or was found has a cell for each node; another one is a plain
 // row. A failure to write is left to the stream's state. Any thread, as for the next.
 void show_matrix(const judged_run& of, std::ostream& out);
 
-// The dossiers, of which a browser shows the one that its address names ("#b3").
+// The dossiers of all bundles, of which a browser shows the one that its address names ("#b3").
 void show_dossiers(const judged_run& of, std::ostream& out);
 
 // How sure a cause is, why, and what to do next.

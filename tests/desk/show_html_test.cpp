@@ -1,5 +1,6 @@
 #include "desk/show/html.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -75,8 +76,9 @@ TEST(html_view, marks_the_cell_of_each_bundle_and_node_with_a_sign_and_words) {
   EXPECT_THAT(part_of(page, "<tr data-hit=\"b2\">", "</tr>"),
               HasSubstr("<td class=\"w\"><a href=\"#b2\" aria-label=\"BE10 on the router: "));
   EXPECT_THAT(page,
-              HasSubstr("<tr class=\"k\" data-hit=\"b3\"><th scope=\"row\"><bdi>BE20</bdi></th>"
-                        "<td class=\"k\" colspan=\"5\">✓ agrees</td></tr>"));
+              HasSubstr("<tr class=\"k\" data-hit=\"b3\"><th scope=\"row\"><a href=\"#b3\">"
+                        "<bdi>BE20</bdi></a></th><td class=\"k\" colspan=\"5\"><a href=\"#b3\" "
+                        "aria-label=\"BE20: agrees\">✓ agrees</a></td></tr>"));
 }
 
 TEST(html_view, shows_the_worst_of_a_cell) {
@@ -169,7 +171,36 @@ TEST(html_view, holds_hostile_texts_as_text) {
 }
 
 TEST(html_view, stays_small_for_a_large_router) {
-  EXPECT_LT(shown(large_run(1000, 48)).size(), 3'000'000U);
+  EXPECT_LT(shown(large_run(1000, 48)).size(), 4'000'000U);
+}
+
+TEST(html_view, has_a_dossier_with_the_layers_of_every_bundle) {
+  const auto page = shown(run_with_faults());
+  for (const auto* id : {"b0", "b1", "b2", "b3"}) {
+    const auto dossier = part_of(page, fmt::format("id=\"{}\"", id), "</section>");
+    EXPECT_THAT(dossier, HasSubstr("<table class=\"layers\">")) << id;
+    EXPECT_THAT(dossier, HasSubstr("<tr><th scope=\"row\">global LIF</th>")) << id;
+    EXPECT_THAT(page, HasSubstr(fmt::format("<a href=\"#{}\">", id)));
+  }
+  EXPECT_EQ(count(page, "class=\"dossier calm\""), 1U);
+}
+
+TEST(html_view, marks_the_odd_value_in_a_column_of_its_own) {
+  const auto dossier = part_of(shown(run_with_faults()), "id=\"b0\"", "</section>");
+  EXPECT_THAT(dossier, HasSubstr("<th scope=\"col\">DPA<br>l2port<br>3 nodes</th>"
+                                 "<th scope=\"col\">DPA<br>l2port<br>0/2/CPU0</th>"));
+  EXPECT_THAT(dossier, HasSubstr("<td>0x14000</td><td class=\"e\">0x14500*</td>"));
+  EXPECT_THAT(dossier, HasSubstr("<p class=\"soft\">3 nodes: <bdi>0/0/CPU0</bdi>, "
+                                 "<bdi>0/1/CPU0</bdi>, <bdi>0/3/CPU0</bdi></p>"));
+}
+
+TEST(html_view, shows_what_a_chip_lacks_in_the_layers) {
+  auto run = run_with_faults();
+  run.of.findings.at(1).what = field::presence;
+  const auto dossier = part_of(shown(run), "id=\"b1\"", "</section>");
+  EXPECT_THAT(dossier, HasSubstr("<th scope=\"rowgroup\" colspan=\"2\"><bdi>0/0/0/2</bdi>"));
+  EXPECT_THAT(dossier, HasSubstr("<th scope=\"col\">BCM<br>asic_shell<br>0/0/CPU0</th>"));
+  EXPECT_THAT(dossier, HasSubstr("<td class=\"e\">missing* (NPU 1)</td>"));
 }
 
 }  // namespace

@@ -49,7 +49,7 @@ def check_element(file, element, identifiers):
             fail(file, f"a link leads to {value[:60]}")
         if attribute in ("for", "aria-labelledby") and value not in identifiers:
             fail(file, f"{attribute} names {value[:60]}, which does not exist")
-    if name == "th" and element.get("scope") not in ("row", "col"):
+    if name == "th" and element.get("scope") not in ("row", "col", "rowgroup"):
         fail(file, "a header cell has no scope")
 
 
