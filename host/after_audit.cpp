@@ -59,7 +59,7 @@ std::string find_report_program() {
   const fs::path self = fs::read_symlink("/proc/self/exe", error);
   if (!error && ::access((self.parent_path() / name).c_str(), X_OK) == 0)
     return self.parent_path() / name;
-  if (const std::string found = find_on_path(name); !found.empty()) return found;
+  if (std::string found = find_on_path(name); !found.empty()) return found;
   throw report_error(
       "--report, --check and --json need tessel-report, which is neither beside this program nor "
       "on the search path; copy it there");

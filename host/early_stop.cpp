@@ -83,7 +83,7 @@ std::string seen_cause(std::time_t began) {
 }  // namespace
 
 std::string cause_of_early_stop(std::time_t began) {
-  const std::string cause = seen_cause(began);
+  std::string cause = seen_cause(began);
   const std::string in_the_way = captures_in_the_way();
   if (in_the_way.empty()) return cause;
   return cause + "; the audit cannot replace " + in_the_way + ", so remove what is there";

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -20,7 +21,9 @@ struct place_key {
   std::string bundle;
   std::string node;
   layer first;
-  auto operator<=>(const place_key&) const = default;
+  bool operator<(const place_key& other) const {
+    return std::tie(bundle, node, first) < std::tie(other.bundle, other.node, other.first);
+  }
 };
 
 // The fields that differ on the objects of a cause, a bit for each field.

@@ -503,6 +503,7 @@ class members_of_chip {
       if (at != ends_.end()) found.insert(at->second.begin(), at->second.end());
     }
     std::vector<std::size_t> objects;
+    objects.reserve(found.size());
     for (const std::size_t part : found) objects.push_back(parts_[part]);
     return objects;
   }

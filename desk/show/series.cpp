@@ -259,6 +259,7 @@ void show_diff(const series& of, const series_options& how, const terminal& on, 
   std::map<change, std::vector<const tracked_finding*>> by_fate;
   for (const tracked_finding* one : wrong_ones(of)) by_fate[change_of(*one)].push_back(one);
   std::vector<std::string> counts;
+  counts.reserve(std::size(fates));
   for (const fate& each : fates)
     counts.push_back(fmt::format("{} {}", by_fate[each.is].size(), each.word));
   out << wrapped(fmt::format("{}.", fmt::join(counts, ", ")), on.width, 0) << '\n';
