@@ -26,6 +26,15 @@ std::string npus_alike(const std::vector<coverage>& all, std::size_t& at) {
   return all[at].npu == first.npu ? first.npu : fmt::format("{}-{}", first.npu, all[at].npu);
 }
 
+std::string ending_of(const journal_command& one, const journal& in) {
+  if (!one.failed.empty()) return printable(one.failed);
+  if (!one.has_ended)
+    return in.lacks_lines ? "the journal has lost how it ended" : "had not ended when the run did";
+  if (one.is_timed_out) return "ended, because its time was over";
+  return one.signal ? fmt::format("ended by signal {}", *one.signal)
+                    : fmt::format("exit status {}", *one.status);
+}
+
 // What the journal adds: how much was asked, and what took longest.
 void show_commands(const journal& of, const terminal& on, std::ostream& out) {
   const auto slowest =
@@ -39,11 +48,7 @@ void show_commands(const journal& of, const terminal& on, std::ostream& out) {
   for (const journal_command& one : of.commands) {
     if (one.failed.empty() && one.has_ended && !one.signal && one.status.value_or(0) <= 1) continue;
     const std::string ending =
-        fmt::format("{}: {}", printable(shown_call(one)),
-                    !one.failed.empty() ? printable(one.failed)
-                    : !one.has_ended    ? "had not ended when the run did"
-                    : one.signal        ? fmt::format("ended by signal {}", *one.signal)
-                                        : fmt::format("exit status {}", *one.status));
+        fmt::format("{}: {}", printable(shown_call(one)), ending_of(one, of));
     out << "  " << wrapped(ending, on.width, 4) << '\n';
   }
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <vector>
 
 #include "desk/model/coverage.h"
@@ -204,15 +205,24 @@ void show_unread(const run& of, const terminal& on, std::ostream& out) {
       out << toned(on, tone::doubt, wrapped(words_for_hole(one), on.width, 2)) << '\n';
 }
 
+// "BE12" of "BE12", "be12", "12", "Bundle-Ether12" and "BE12.100"; else the word itself.
+std::string bundle_named(std::string_view word) {
+  std::string small(word.substr(0, word.find('.')));
+  std::transform(small.begin(), small.end(), small.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  for (const std::string_view before : {"bundle-ether", "be", ""}) {
+    if (!small.starts_with(before)) continue;
+    const std::string number = small.substr(before.size());
+    if (all_digits(number)) return fmt::format("BE{}", number);
+  }
+  return std::string(word.substr(0, word.find('.')));
+}
+
 }  // namespace
 
 std::optional<std::string> bundle_meant(const judged_run& judged, std::string_view word) {
   const run& of = judged.of;
-  std::string name(word);
-  constexpr std::string_view long_word = "Bundle-Ether";
-  if (word.starts_with(long_word)) name = fmt::format("BE{}", word.substr(long_word.size()));
-  if (all_digits(word)) name = fmt::format("BE{}", word);
-  name = name.substr(0, name.find('.'));
+  const std::string name = bundle_named(word);
   if (of.find(object_kind::bundle, name, name) != nullptr) return name;
   // Without a snapshot the messages alone name bundles.
   for (const bundle_verdict& one : judged.bundles)
@@ -223,6 +233,20 @@ std::optional<std::string> bundle_meant(const judged_run& judged, std::string_vi
     if (one.kind == object_kind::member && (one.name == word || one.name == tail))
       return of.objects[one.bundle].name;
   return bundle_with_value(of, word);
+}
+
+std::string unknown_sub_bundle(const run& of, std::string_view word) {
+  const std::size_t dot = word.find('.');
+  const std::string bundle = bundle_named(word);
+  if (dot == std::string_view::npos || !bundle.starts_with("BE") || !of.has_snapshot ||
+      !of.marks.empty())
+    return {};
+  const std::string name = bundle + std::string(word.substr(dot));
+  if (of.find(object_kind::sub_bundle, bundle, name) != nullptr ||
+      std::any_of(of.findings.begin(), of.findings.end(),
+                  [&](const finding& one) { return one.object.name == name; }))
+    return {};
+  return name;
 }
 
 void show_dossier(const judged_run& of, std::string_view bundle, const terminal& on,

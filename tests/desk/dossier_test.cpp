@@ -361,6 +361,27 @@ TEST(dossier, keeps_hostile_texts_on_their_lines) {
   }
 }
 
+TEST(dossier, is_of_the_bundle_that_a_person_means) {
+  example run(2);
+  for (const char* word : {"BE1", "be1", "Be1", "1", "Bundle-Ether1", "bundle-ether1", "BE1.100",
+                           "be1.7", "0/0/0/1", "HundredGigE0/0/0/1", "0x1"})
+    EXPECT_EQ(bundle_meant(run.of, word), "BE1") << word;
+  for (const char* word : {"BE2", "be", "be1x", "bundle1", "", ".100", "0/0/0/2", "0x2"})
+    EXPECT_EQ(bundle_meant(run.of, word), std::nullopt) << word;
+}
+
+TEST(dossier, knows_which_sub_bundle_there_is_none_of) {
+  example run(2);
+  const desk::run& of = run.of.of;
+  for (const char* word : {"BE1", "BE1.100", "be1.100", "1.100", "0/0/0/1", "0x1.2"})
+    EXPECT_EQ(unknown_sub_bundle(of, word), "") << word;
+  EXPECT_EQ(unknown_sub_bundle(of, "bundle-ether1.7"), "BE1.7");
+  run.found("TC-118", {object_kind::sub_bundle, "BE1", "BE1.7"}, layer::bcm, field::mtu, "", "");
+  EXPECT_EQ(unknown_sub_bundle(of, "BE1.7"), "") << "a message names it";
+  run.of.of.marks.emplace_back("the snapshot is cut off");
+  EXPECT_EQ(unknown_sub_bundle(of, "BE1.8"), "") << "it may have been behind the cut";
+}
+
 TEST(dossier, says_little_of_a_bundle_that_only_messages_name) {
   judged_run run;
   run.bundles.emplace_back().bundle = "BE7";

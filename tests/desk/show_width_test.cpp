@@ -41,6 +41,30 @@ TEST(width, is_kept_by_coverage) {
   }
 }
 
+TEST(coverage_view, says_how_each_command_ended_by_what_the_journal_knows) {
+  judged_run run = run_not_judged();
+  auto& commands = run.of.log_of_commands->commands;
+  commands.assign(4, {});
+  for (const std::size_t i : {1U, 2U, 3U}) commands[i].has_ended = true;
+  for (std::size_t i = 0; i < commands.size(); ++i)
+    commands[i].command = "tool-" + std::to_string(i);
+  commands[1].signal = 9;
+  commands[2].signal = 9;
+  commands[2].is_timed_out = true;
+  commands[3].status = 2;
+  const auto shown = [&] {
+    std::ostringstream out;
+    show_coverage(run, terminal_of(100), out);
+    return out.str();
+  };
+  EXPECT_THAT(shown(), testing::HasSubstr("  tool-0: had not ended when the run did\n"
+                                          "  tool-1: ended by signal 9\n"
+                                          "  tool-2: ended, because its time was over\n"
+                                          "  tool-3: exit status 2\n"));
+  run.of.log_of_commands->lacks_lines = true;
+  EXPECT_THAT(shown(), testing::HasSubstr("  tool-0: the journal has lost how it ended\n"));
+}
+
 TEST(width, is_kept_by_a_comparison) {
   judged_run before = healthy_run();
   judged_run now = run_with_faults();
