@@ -114,16 +114,17 @@ left_captures remove_left_captures(std::string_view beginning) {
   left_captures left;
   try {
     std::vector<std::string> paths;
-    std::error_code unreadable;  // then `rm` saw no names either, and has said why
+    std::error_code unreadable;  // then the next run removes what is left
     for (std::filesystem::directory_iterator at("/tmp", unreadable), end; !unreadable && at != end;
          at.increment(unreadable)) {
       if (at->path().filename().string().starts_with(beginning))
         paths.push_back(at->path().string());
     }
     for (const std::string& path : paths) {
-      if (::unlink(path.c_str()) == 0 || errno == ENOENT || errno == EISDIR) continue;
+      const int cause = cause_of([&] { return ::unlink(path.c_str()); });
+      if (cause == 0 || cause == ENOENT || cause == EISDIR) continue;
       ++left.files;
-      left.cause = std::strerror(errno);
+      left.cause = std::strerror(cause);
     }
   } catch (const std::bad_alloc&) {
     // Cleaning up must not hold up the summary. The next run removes what is left.

@@ -35,14 +35,15 @@ namespace {
   throw failure(fmt::format("cannot {}: {}", action, std::strerror(cause)));
 }
 
-capture_file new_capture(const std::string& path) {
+capture_file new_capture(std::string path) {
   const int descriptor = open_capture(path);
   if (descriptor < 0) cannot("open " + path, errno);
-  return {path, descriptor};
+  return {std::move(path), descriptor};
 }
 
-// The three streams of a child, and its signals as a shell expects them: the host may have blocked
-// or ignored some.
+// The three streams of a child, and its signals as a shell and its pipes expect them: the host may
+// have blocked some, or ignored those two. What else it ignores, as by nohup, stays ignored: a tool
+// that a terminal ended all the same would look like one that found nothing.
 class spawn_plan {
  public:
   spawn_plan() {
@@ -55,7 +56,7 @@ class spawn_plan {
     sigemptyset(&none);
     sigset_t reset;
     sigemptyset(&reset);
-    for (const int number : {SIGINT, SIGQUIT, SIGPIPE, SIGCHLD, SIGTERM}) sigaddset(&reset, number);
+    for (const int number : {SIGPIPE, SIGCHLD}) sigaddset(&reset, number);
     posix_spawnattr_setsigmask(&attributes_, &none);
     posix_spawnattr_setsigdefault(&attributes_, &reset);
     posix_spawnattr_setflags(&attributes_, signal_flags);
@@ -167,13 +168,20 @@ void report_timeout(const journaled_command& journaled, const std::string& line,
                   place, limit.count(), line));
 }
 
-// While the shell is not reaped, its number belongs to its session and to nobody else.
+// Waits for the shell, or ends it when its time is over. While it is not reaped, its number belongs
+// to its session and to nobody else. A tool that waits for a device ends late or never: it stays
+// with the host, and its status is unknown.
 void await_or_end(pid_t shell, const std::string& line, journaled_command& journaled) {
+  constexpr std::chrono::seconds patience_for_killed{2};
   const std::chrono::seconds limit = st().command_timeout;
-  if (limit.count() == 0 || ends_within(shell, limit)) return;
-  ::kill(-shell, SIGKILL);
-  journaled.note_timeout();
-  report_timeout(journaled, line, limit);
+  const bool is_over = limit.count() != 0 && !ends_within(shell, limit);
+  if (is_over) {
+    ::kill(-shell, SIGKILL);
+    journaled.note_timeout();
+  }
+  const bool can_be_reaped = !is_over || ends_within(shell, patience_for_killed);
+  journaled.note_status(can_be_reaped ? wait_for(shell) : std::nullopt);
+  if (is_over) report_timeout(journaled, line, limit);
 }
 
 // Runs the command to its end and returns the size of what it printed. Meanwhile the crew gives
@@ -184,7 +192,6 @@ std::size_t size_after(spawn_plan& plan, const std::string& line, const capture_
   const pid_t shell = plan.shell(line);
   journaled.start(shell, line);
   await_or_end(shell, line, journaled);
-  journaled.note_status(wait_for(shell));
   return capture.whole_size();
 }
 

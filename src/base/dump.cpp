@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <numeric>
+#include <optional>
 #include <span>
 #include <utility>
 #include <vector>
@@ -444,13 +445,14 @@ void pprint(std::string_view text, log_file& outfile) {
 
 void print_object(const value& obj, log_file& outfile, std::string_view layer) {
   pprint(fmt::format("Start of {} entries...", layer), outfile);
-  json_writer json(outfile);
+  std::optional<json_writer> json;  // made where a lack of memory is a failure of the dump
   try {
-    json.write(obj);
+    json.emplace(outfile);
+    json->write(obj);
   } catch (const std::exception& json_error) {
     logger(fmt::format("json print_object failed: {}", json_error.what()), "exception", true);
     try {
-      if (json.has_begun()) outfile.write("\n");
+      if (json && json->has_begun()) outfile.write("\n");
       outfile.write(printed(obj) + "\n");
     } catch (const std::exception& print_error) {
       logger(fmt::format("pprint print_object failed: {}", print_error.what()), "exception", true);

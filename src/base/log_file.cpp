@@ -54,17 +54,18 @@ bool is_of_root_alone(const std::string& link) {
   return itself.st_uid == 0 && folder.st_uid == 0 && !group_writes && !all_write;
 }
 
+// Where the links at `path` lead in the end; nothing if others than root may have made one of them.
 // The audit has all rights, so a link may lead only where root wants: an administrator sends a log
 // to /dev/null, but nobody else sends it into a file of the system.
-bool is_each_link_of_root_alone(std::string path) {
+std::optional<std::string> end_of_links(std::string path) {
   constexpr int most_links = 40;  // the system follows no more
   for (int links = 0; links < most_links; ++links) {
     const auto target = target_of(path);
-    if (!target) return true;
-    if (!is_of_root_alone(path)) return false;
+    if (!target) return path;
+    if (!is_of_root_alone(path)) return std::nullopt;
     path = *target;
   }
-  return true;
+  return path;
 }
 
 // Throws for a kind of file that would block, or keep no entry for the report.
@@ -132,12 +133,14 @@ int open_log(const std::string& path, int flags, mode_t mode) {
   const int careful = flags | O_NONBLOCK | O_NOCTTY;
   int descriptor = open_beside_streams(path, careful | O_NOFOLLOW, mode);
   if (descriptor < 0 && errno == ELOOP) {
-    if (!is_each_link_of_root_alone(path)) {
+    const auto end = end_of_links(path);
+    if (!end) {
       refuse(path,
              "it is a link that others than root may have made; remove it, or let root own it in a "
              "folder that only root may write");
     }
-    descriptor = open_beside_streams(path, careful, mode);
+    // No link that somebody puts there meanwhile is followed.
+    descriptor = open_beside_streams(*end, careful | O_NOFOLLOW, mode);
   }
   struct stat state {};
   if (descriptor < 0) {
@@ -149,7 +152,7 @@ int open_log(const std::string& path, int flags, mode_t mode) {
   let_block(descriptor);
   try {
     if (is_known) refuse_unfit(path, state.st_mode);
-  } catch (const failure&) {
+  } catch (const std::exception&) {
     give_up(descriptor);
     throw;
   }

@@ -34,9 +34,9 @@ int open_beside_streams(const std::string& path, int flags, mode_t mode);
 // device. A character device such as /dev/null is fine.
 int open_log(const std::string& path, int flags, mode_t mode = 0);
 
-// Every write goes whole to the end of the file, from any thread. If a write fails halfway, or the
-// file already ended within a line, the next one begins on a new line. The descriptor is
-// close-on-exec.
+// Every write goes whole to the end of the file, from any thread; only where the disk takes a part
+// of a text can another thread's text come between its parts. If a write fails halfway, or the file
+// already ended within a line, the next one begins on a new line. The descriptor is close-on-exec.
 class log_file {
  public:
   // Throws `failure` with the path and the cause if the file cannot be opened, and what `open_log`

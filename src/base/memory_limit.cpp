@@ -77,6 +77,16 @@ void lower_by_group(memory_limit& limit, std::string_view mount, std::string_vie
   }
 }
 
+// True if "cpu,memory" has the name of the controller of memory.
+bool names_memory(std::string_view controllers) {
+  while (!controllers.empty()) {
+    const std::size_t end = std::min(controllers.find(','), controllers.size());
+    if (controllers.substr(0, end) == "memory") return true;
+    controllers.remove_prefix(std::min(end + 1, controllers.size()));
+  }
+  return false;
+}
+
 // A line "NUMBER:CONTROLLERS:PATH". Version 2 has no controllers in it.
 void lower_by_line(memory_limit& limit, std::string_view groups, std::string_view line) {
   const std::size_t first = line.find(':');
@@ -86,7 +96,7 @@ void lower_by_line(memory_limit& limit, std::string_view groups, std::string_vie
   const std::string_view path = line.substr(second + 1);
   if (controllers.empty()) {
     lower_by_group(limit, groups, path, "/memory.max");
-  } else if (controllers == "memory") {
+  } else if (names_memory(controllers)) {
     path_buffer buffer{};
     const char* const mount = path_of(buffer, {groups, "/memory"});
     if (mount != nullptr) lower_by_group(limit, mount, path, "/memory.limit_in_bytes");

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,6 +13,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -136,6 +138,42 @@ TEST_F(command_test, what_a_command_has_started_is_ended_with_it) {
     ::usleep(10'000);
   EXPECT_FALSE(is_running(lines[0]));
   EXPECT_FALSE(is_running(lines[1]));
+}
+
+// A tool that cannot end: its child traces it, and keeps it at its end until /tmp/go is there.
+const std::string unending = R"(exec perl -e '
+  pipe my $ready, my $told or exit 1;
+  my $shell = $$;
+  if (!fork) {
+    my ( $ptrace, $seize, $stop_at_exit ) = ( 101, 0x4206, 0x40 );
+    require POSIX;
+    POSIX::setsid();
+    my $has_it = syscall( $ptrace, $seize, $shell + 0, 0, $stop_at_exit ) == 0;
+    syswrite $told, $has_it ? "held\n" : "free\n";
+    for ( 1 .. 3000 ) { last if !$has_it || -e "/tmp/go"; select undef, undef, undef, 0.01 }
+    POSIX::_exit(0);
+  }
+  $| = 1;
+  print scalar <$ready>;
+  sleep 60')";
+
+TEST_F(command_test, a_tool_that_does_not_end_when_it_is_ended_delays_nothing) {
+#ifndef __x86_64__
+  GTEST_SKIP() << "the number of ptrace is known for x86_64 alone";
+#endif
+  open_logs();
+  EXPECT_EQ(status_in_child([] {
+              ::alarm(25);
+              st().command_timeout = std::chrono::seconds(1);
+              const value printed = execute(filled_line(unending));
+              const bool runs = ::waitpid(-1, nullptr, WNOHANG) == 0;
+              std::ofstream("/tmp/go") << "go";
+              if (printed == "free\n") return 3;
+              if (!(printed == "held\n")) return 1;
+              return runs && ::waitpid(-1, nullptr, 0) > 0 ? 7 : 2;
+            }),
+            7)
+      << "3 would mean that this machine allows nobody to trace";
 }
 
 TEST_F(command_test, a_time_limit_works_where_the_host_reaps_its_children) {
@@ -437,14 +475,27 @@ TEST_F(command_test, a_host_that_ignores_SIGCHLD_gets_its_results) {
             7);
 }
 
-TEST_F(command_test, a_command_of_a_host_that_ignores_signals_handles_them_as_usual) {
+// A tool that a terminal ended behind the back of its host would look like one that found nothing.
+TEST_F(command_test, what_is_told_to_end_ignores_what_its_host_ignores) {
+  for (const std::string number : {"1", "2", "3", "15"}) {
+    const std::string line = "kill -" + number + " $$; echo survived";
+    EXPECT_EQ(execute(filled_line(line)), "") << number;
+    EXPECT_EQ(status_in_child([&] {
+                open_logs();
+                ::signal(std::stoi(number), SIG_IGN);
+                return execute(filled_line(line)) == "survived\n" ? 7 : 2;
+              }),
+              7)
+        << number;
+  }
+}
+
+TEST_F(command_test, a_command_of_a_host_that_ignores_pipes_and_children_does_not) {
   EXPECT_EQ(status_in_child([] {
               open_logs();
-              for (const int number : {SIGPIPE, SIGTERM, SIGINT, SIGCHLD}) {
-                ::signal(number, SIG_IGN);
-              }
+              for (const int number : {SIGPIPE, SIGCHLD}) ::signal(number, SIG_IGN);
               if (!(execute("yes | head -n 1") == "y\n")) return 1;
-              return execute("kill -TERM $$; echo survived") == "" ? 7 : 2;
+              return execute("kill -PIPE $$; echo survived") == "" ? 7 : 2;
             }),
             7);
 }

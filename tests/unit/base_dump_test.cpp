@@ -1,8 +1,10 @@
 #include "base/dump.h"
 
 #include <fmt/format.h>
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <random>
 #include <string>
@@ -283,6 +285,30 @@ TEST_F(dump_test, a_store_that_cannot_be_printed_either_still_gets_its_end_marke
               ElementsAre("json print_object failed: fields are being held back",
                           "pprint print_object failed: fields are being held back"));
   EXPECT_EQ(st().exception, 0);
+}
+
+// 7 if a dump for which no large piece of memory is left says so and has its end.
+int status_of_dump_without_memory() {
+  open_logs();
+  log_file outfile(out_path, file_mode::truncate);
+  const rlimit limit{0, RLIM_INFINITY};  // so that the heap stays as it is
+  if (::setrlimit(RLIMIT_AS, &limit) != 0) return 1;
+  constexpr std::size_t piece_of_a_dump = std::size_t{1} << 16U;
+  while (void* const kept = std::malloc(piece_of_a_dump)) *static_cast<char*>(kept) = 1;
+  print_object(map_of({{"BE12", "0x10"}}), outfile, "DPA");
+  const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
+  ::setrlimit(RLIMIT_AS, &none);
+  if (messages(LOG_FILE_EXCEPTION) !=
+      std::vector<std::string>{"json print_object failed: std::bad_alloc"})
+    return 2;
+  return file_text(out_path) ==
+                 "'Start of DPA entries...'\n{'BE12': '0x10'}\n'End of DPA entries...'\n"
+             ? 7
+             : 3;
+}
+
+TEST_F(dump_test, without_memory_for_a_piece_a_store_is_printed_and_has_its_end) {
+  EXPECT_EQ(status_in_child(status_of_dump_without_memory), 7);
 }
 
 TEST_F(dump_test, what_follows_a_half_written_store_begins_on_a_line_of_its_own) {

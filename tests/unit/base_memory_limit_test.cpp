@@ -80,6 +80,19 @@ TEST_F(memory_limit_test, the_group_of_version_1_is_a_limit) {
   EXPECT_EQ(limit().bytes, 6000000U);
 }
 
+TEST_F(memory_limit_test, the_group_of_version_1_may_have_other_controllers_too) {
+  show("/tmp/groups/memory/a/memory.limit_in_bytes", "6000000\n");
+  for (const char* line : {"4:memory,pids:/a\n", "4:cpu,memory:/a\n", "4:cpu,memory,pids:/a\n"}) {
+    show_groups(line);
+    EXPECT_EQ(limit().bytes, 6000000U) << line;
+  }
+  const auto without = [&](const char* line) {
+    show_groups(line);
+    return limit().bytes;
+  };
+  EXPECT_NE(without("4:memory_other,cpu:/a\n"), 6000000U);
+}
+
 TEST_F(memory_limit_test, a_container_that_shows_only_its_outermost_group_has_its_limit) {
   show_groups("4:memory:/of/the/machine\n0::/of/the/machine\n");
   show("/tmp/groups/memory/memory.limit_in_bytes", "6000000\n");
