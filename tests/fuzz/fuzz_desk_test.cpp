@@ -14,6 +14,7 @@
 #include "desk/judge/judge.h"
 #include "desk/show/json.h"
 #include "desk_readers.h"
+#include "mutilated.h"
 
 namespace {
 
@@ -91,28 +92,6 @@ std::string report_in(const std::string& folder) {
   return out.str();
 }
 
-std::string mutilated(std::string text, std::mt19937& random) {
-  if (text.empty()) return text;
-  const auto place = [&] { return random() % text.size(); };
-  switch (random() % 5) {
-    case 0:
-      text.resize(place());
-      break;
-    case 1:
-      text.insert(place(), text.substr(place(), 200));
-      break;
-    case 2:
-      for (int flips = 0; flips < 8; ++flips) text[place()] = static_cast<char>(random());
-      break;
-    case 3:
-      std::erase(text, '\n');
-      break;
-    default:
-      text.erase(place(), 1 + random() % 40);
-  }
-  return text;
-}
-
 class fuzz_desk : public testing::TestWithParam<std::size_t> {
  protected:
   void SetUp() override {
@@ -137,9 +116,9 @@ TEST_P(fuzz_desk, survives_its_logs_and_their_mutations) {
   const std::string whole = is_json ? report_in(folder) : input_of(reader());
   fuzz::run(reader(), whole, folder);
   for (int round = 0; round < rounds; ++round) {
-    std::string text = mutilated(whole, random);
+    std::string text = fuzz::mutilated(whole, random);
     fuzz::run(reader(), text, folder);
-    fuzz::run(reader(), mutilated(text, random), folder);
+    fuzz::run(reader(), fuzz::mutilated(text, random), folder);
   }
 }
 
@@ -152,6 +131,19 @@ TEST_P(fuzz_desk, survives_what_once_broke_it) {
     const std::string input{std::istreambuf_iterator<char>(file), {}};
     fuzz::run(reader(), input, folder);
   }
+}
+
+TEST(fuzz_desk_of_cases, each_folder_of_cases_has_the_name_of_a_reader) {
+  const auto all = fuzz::desk_readers();
+  std::size_t folders = 0;
+  for (const auto& each : std::filesystem::directory_iterator(TESSEL_FUZZ_CASES)) {
+    ++folders;
+    const std::string name = each.path().filename();
+    EXPECT_TRUE(std::any_of(all.begin(), all.end(), [&](const auto& reader) {
+      return reader.name == name;
+    })) << name;
+  }
+  EXPECT_GT(folders, 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(readers, fuzz_desk,

@@ -10,34 +10,12 @@
 #include <random>
 #include <string>
 
+#include "mutilated.h"
 #include "parsers.h"
 #include "run/state.h"
 #include "seeds.h"
 
 namespace {
-
-std::string mutilated(const std::string& text, std::mt19937& random) {
-  std::string result = text;
-  if (result.empty()) return result;
-  const auto place = [&] { return random() % result.size(); };
-  switch (random() % 5) {
-    case 0:
-      result.resize(place());
-      break;
-    case 1:
-      result.insert(place(), result.substr(place(), 200));
-      break;
-    case 2:
-      for (int flips = 0; flips < 20; ++flips) result[place()] = static_cast<char>(random());
-      break;
-    case 3:
-      std::erase(result, '\n');
-      break;
-    default:
-      result.erase(place(), 1 + random() % 40);
-  }
-  return result;
-}
 
 // What the audit prints would bury what the tests do.
 class fuzz_replay : public testing::TestWithParam<std::size_t> {
@@ -54,8 +32,8 @@ TEST_P(fuzz_replay, survives_its_seeds_and_their_mutations) {
   std::mt19937 random(static_cast<unsigned>(GetParam()));
   for (const std::string& input : inputs) {
     fuzz::run(parser(), input);
-    fuzz::run(parser(), mutilated(input, random));
-    fuzz::run(parser(), mutilated(mutilated(input, random), random));
+    fuzz::run(parser(), fuzz::mutilated(input, random));
+    fuzz::run(parser(), fuzz::mutilated(fuzz::mutilated(input, random), random));
   }
 }
 
@@ -87,7 +65,7 @@ TEST_P(fuzz_replay, survives_what_other_tools_print) {
   static const auto texts = fuzz::all_texts();
   ASSERT_FALSE(texts.empty());
   std::mt19937 random(static_cast<unsigned>(GetParam()));
-  for (const std::string& text : texts) fuzz::run(parser(), mutilated(text, random));
+  for (const std::string& text : texts) fuzz::run(parser(), fuzz::mutilated(text, random));
 }
 
 INSTANTIATE_TEST_SUITE_P(parsers, fuzz_replay,
