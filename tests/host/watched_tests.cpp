@@ -428,7 +428,7 @@ TEST_F(folder_test, progress_has_a_line_every_ten_seconds) {
 int status_with_error(int descriptor, const std::function<int()>& body) {
   const pid_t child = ::fork();
   if (child == 0) {
-    ::alarm(20);
+    ::alarm(60);
     ::dup2(descriptor, STDERR_FILENO);
     ::_exit(body());
   }
@@ -456,13 +456,13 @@ TEST(write_message, waits_one_second_in_all_for_who_does_not_read) {
     const auto began = std::chrono::steady_clock::now();
     EXPECT_EQ(status_with_error(ends[1],
                                 [] {
-                                  for (int count = 0; count < 20; ++count)
+                                  for (int count = 0; count < 90; ++count)
                                     write_message(std::string(10000, 'x'));
                                   write_at_once("x");
                                   return 7;
                                 }),
               7);
-    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(8));
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(30));
     for (const int end : ends) ::close(end);
   }
 }
@@ -524,13 +524,11 @@ class relay : public folder_test {
     text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
     return text;
   }
-  // In milliseconds.
-  static long time_of(const std::function<void()>& action) {
+  // True if the relay does not wait for a second each time. A busy machine takes long, too.
+  static bool finishes_soon(journal_relay& to, std::chrono::milliseconds pause) {
     const auto began = std::chrono::steady_clock::now();
-    action();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                 began)
-        .count();
+    for (int count = 0; count < 40; ++count) to.finish(pause);
+    return std::chrono::steady_clock::now() - began < std::chrono::seconds(30);
   }
   std::array<int, 2> pipe_{-1, -1};
 };
@@ -559,7 +557,7 @@ TEST_F(relay, waits_at_the_end_only_for_a_reader_that_reads) {
   using namespace std::chrono_literals;
   const auto to = relay_to(pipe_[1]);
   for (int count = 0; count < 20; ++count) to->add(std::string(1000, 'x'));
-  EXPECT_LT(time_of([&] { to->finish(20ms); }), 500) << "nobody reads";
+  EXPECT_TRUE(finishes_soon(*to, 20ms)) << "nobody reads";
   const pid_t reader = start([&] {
     ::usleep(50000);
     while (!taken().empty()) ::usleep(1000);
@@ -575,7 +573,7 @@ TEST_F(relay, waits_at_the_end_only_for_a_reader_that_reads) {
   ::kill(reader, SIGKILL);
   ::waitpid(reader, nullptr, 0);
   to->add("more");
-  EXPECT_LT(time_of([&] { to->finish(20ms); }), 500);
+  EXPECT_TRUE(finishes_soon(*to, 20ms));
   EXPECT_EQ(taken(), "more\n");
 }
 
@@ -587,7 +585,7 @@ TEST_F(relay, forgets_a_reader_that_has_gone) {
     to->add(std::string(1000, 'x'));
     to->flush();
   }
-  EXPECT_LT(time_of([&] { to->finish(1000ms); }), 500);
+  EXPECT_TRUE(finishes_soon(*to, 1000ms));
 }
 
 TEST_F(relay, is_only_to_what_the_library_would_write_to) {

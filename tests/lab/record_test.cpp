@@ -636,7 +636,7 @@ TEST_F(recording_test, leaves_nothing_if_it_is_killed) {
       record_and("iface_show >/dev/null; echo ready >/var/log/ready; exec sleep 600",
                  "ls -d /var/log/.cap.*\n"
                  "kill -KILL $!; wait $! 2>/dev/null; n=0\n"
-                 "while ls -d /var/log/.cap.* >/dev/null 2>&1 && [ $n -le 250 ]; do sleep 0.02;"
+                 "while ls -d /var/log/.cap.* >/dev/null 2>&1 && [ $n -le 1000 ]; do sleep 0.02;"
                  " n=$((n+1)); done");
   EXPECT_THAT(recorded.out, HasSubstr("/var/log/.cap."));
   expect_no_capture();

@@ -670,7 +670,7 @@ TEST_F(namespace_test, signal_ends_the_host_and_its_tools) {
       "for f in host tool; do\n"
       "  n=0; while kill -0 $(cat " +
       log +
-      "/$f) 2>/dev/null && [ $n -lt 100 ]; do\n"
+      "/$f) 2>/dev/null && [ $n -lt 1000 ]; do\n"
       "    sleep 0.02; n=$((n+1)); done\n"
       "  kill -0 $(cat " +
       log +

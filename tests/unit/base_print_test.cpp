@@ -377,15 +377,16 @@ class unread {
   std::size_t filled_ = 0;
 };
 
+// Time for a busy machine, but not for a wait at each page of a long text.
 bool is_soon_over(const std::function<void()>& action) {
   const auto began = std::chrono::steady_clock::now();
   action();
-  return std::chrono::steady_clock::now() - began < std::chrono::seconds(5);
+  return std::chrono::steady_clock::now() - began < std::chrono::seconds(30);
 }
 
 TEST_F(print_test, standard_error_that_nobody_reads_costs_the_text_and_no_time) {
   for (const bool is_socket : {false, true}) {
-    for (const std::size_t length : {std::size_t{10}, std::size_t{300000}}) {
+    for (const std::size_t length : {std::size_t{10}, std::size_t{3000000}}) {
       EXPECT_EQ(status_in_child([&] {
                   const unread err(is_socket);
                   if (!is_soon_over([&] { print_error(std::string(length, 'a')); })) return 1;

@@ -440,9 +440,9 @@ TEST_F(worker_test, where_threads_are_refused_no_job_is_left_behind_by_those_tha
               gate.count_down();
               first.join();
               second.join();
-              if (wait_until_begun(std::chrono::seconds(5)) != 0) return 1;
+              if (wait_until_begun(std::chrono::seconds(60)) != 0) return 1;
               carried->join();
-              const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+              const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(60);
               while (ended < 1000 && std::chrono::steady_clock::now() < give_up) {
                 std::this_thread::yield();
               }
