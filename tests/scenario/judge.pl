@@ -31,12 +31,12 @@ sub lines_of {
     return grep { $_ ne '' && index( $former, $_ ) < 0 && !/Started Tessel Checker/ } split /\n/, $text;
 }
 
-# Makes a folder for an audit behind bad_host, with what that needs in /var/log.
+# Makes a folder for an audit behind bad_host or watched_host, with what they need in /var/log.
 sub prepare {
     my ( $out, $build, @files ) = @_;
     main::remove_tree($out);
     main::make_path("$out/logs");
-    for my $file ( "$build/tessel-host", map { "$main::home/$_" } @files ) {
+    for my $file ( "$build/tessel-host", map { "$main::home/$_" } 'processes.pl', @files ) {
         my $copy = "$out/logs/" . main::basename($file);
         main::copy( $file, $copy ) && chmod 0755, $copy or die "cannot copy $file: $!\n";
     }
@@ -144,6 +144,29 @@ sub is_cut {
     return grep { index( $_, $cut ) == 0 } "$log<time>: Started Tessel Checker", keys %{ $plain->{findings} };
 }
 
+# ---- Phases -----------------------------------------------------------------------------------
+
+# Numbered as in halted_host.c.
+our @phases = ( 'Start', 'Dumping Data', 'Parsing Data', 'Bundle Consistency Check', 'Bundle Programming Check',
+    'Stale Entry Check', 'Bundle Health Check', 'Overall Results' );
+
+# How many steps a plain audit takes in each phase, by the report of halted_host.c. Dies if its phases
+# are others.
+sub steps_in {
+    my ($out) = @_;
+    my @lines = split /\n/, main::slurp("$out/logs/steps");
+    my $titles = join ', ', map { s/^\d+ //r } @lines;
+    die "the phases of a plain audit are $titles, and not ", join( ', ', @phases ), "\n" if $titles ne join ', ', @phases;
+    return map { /^(\d+)/ } @lines;
+}
+
+# Where an audit is: in the phase whose title it has printed last.
+sub phase_of {
+    my ($console) = @_;
+    my @begun = grep { $console =~ /^ *\Q$_\E(?:\.{5}|:)/m } @phases;
+    return $begun[-1] // 'Start';
+}
+
 # ---- Results ----------------------------------------------------------------------------------
 
 # Nothing if a plain audit ended well. Otherwise says how it ended and returns the exit status of the
@@ -209,6 +232,14 @@ sub done_before {
     my @wrong = map { audit_of($_) } grep { was_wrong($_) } @lines;
     printf "%d of the audits in %s went wrong and count as not tried\n", scalar @wrong, $file if @wrong;
     return ( { map { audit_of($_) => 1 } grep { !was_wrong($_) } @lines }, @wrong );
+}
+
+# Notes that all audits of a part have been tried, with --most. A script that ends before has no such
+# note.
+sub note_whole {
+    my ( $file, $part, $most ) = @_;
+    append( $file, join "\t", 'whole', $part, $most // 0 );
+    return;
 }
 
 # In one write, so that lines of audits that end at the same time do not mix.
