@@ -1,5 +1,7 @@
-# The tables of docs/RELIABILITY.md that script/torture writes: how audits end at worst. The scripts
-# that let audits fail hold their own audits against them. Loaded with `require`, after the runner.
+# The tables of docs/RELIABILITY.md: how audits end at worst. The scripts that let audits fail hold
+# their own audits against them. script/torture --write writes those of the calls, the tools and the
+# disturbed audits; that of the chips' tables is written by hand. Loaded with `require`, after the
+# runner.
 use strict;
 use warnings;
 
@@ -87,7 +89,7 @@ sub of_disturbed {
 
 sub text_of_page { return main::slurp($page) }
 
-# A part of the page that script/torture writes.
+# What the page has between two marks.
 sub block {
     my ($name) = @_;
     my ($text) = text_of_page() =~ /<!-- torture: \Q$name\E -->\n(.*?)<!-- end of torture -->/s
