@@ -7,7 +7,8 @@
      FAILING_CAUSE    number of the error, or `short`, `full` or `end`; see `cut_short`
      FAILING_FIRST    the first call to fail, counted from 1 for its kind
      FAILING_SITE     counts only allocations from this place, as the census writes it
-     FAILING_ON       if set, all later calls of the kind fail, too
+     FAILING_ON       if set, all later calls of the kind fail, too; every other one of those that
+                      go well when they are made again
      FAILING_LIMIT    sets a limit before anything else: AS or FSIZE, a blank and a number of bytes
      FAILING_SHELL    runs this program in the place of /bin/sh, to lift the limit for the tools
 
@@ -157,9 +158,17 @@ static void place_of(const char* path, int descriptor, char* place, size_t size)
 
 /* ---- The decision -------------------------------------------------------------------------- */
 
-static bool is_due(long call) {
+/* An interrupted call goes well when it is made again, and a full pipe that does not block empties.
+   A system that refuses a thread or a process goes on to do so. */
+static bool goes_well_again(enum kind kind, int descriptor) {
+  if (wanted_cause == EINTR) return true;
+  const bool is_stream = descriptor == STDOUT_FILENO || descriptor == STDERR_FILENO;
+  return wanted_cause == EAGAIN && kind == kind_write && is_stream;
+}
+
+static bool is_due(enum kind kind, int descriptor, long call) {
   if (call < wanted_first || (call > wanted_first && !fails_on)) return false;
-  if (wanted_cause != EINTR && wanted_cause != EAGAIN) return true;
+  if (!goes_well_again(kind, descriptor)) return true;
   was_interrupted = !was_interrupted;
   return was_interrupted;
 }
@@ -192,7 +201,9 @@ static bool decide(enum kind kind, const char* path, int descriptor) {
     place_of(path, descriptor, place, sizeof place);
     say("call %s %ld %s\n", kind_names[kind], call, place);
   }
-  if (!is_wanted || !is_of_site(&trace, &call) || !is_due(call)) return false;
+  if (!is_wanted || !is_of_site(&trace, &call) || !is_due(kind, descriptor, call)) {
+    return false;
+  }
   if (atomic_fetch_add(&failed, 1) > 0) return true;
   place_of(path, descriptor, place, sizeof place);
   say("failed %s %ld %s\n", kind_names[kind], call, place);

@@ -1,3 +1,4 @@
+/* clang-format off */
 /* Preloaded into a host, halts it at a chosen point of the audit. bad_host and watched_host, which
    the runners start, set these variables:
 
@@ -5,12 +6,13 @@
                    steps, a blank and its title. Without it, nothing happens
      HALT_SIGNAL   number of the signal by which the host halts itself, SIGKILL or SIGSTOP
      HALT_MARK     file that the host makes at this point instead, and sleeps for 50 ms: long enough
-   for another process to do something to it in this phase HALT_PHASE    number of the phase in
-   which it does: 0 before the first title, 1 from the first title on, and so on. What follows
-   "Overall Results:" is the last one HALT_STEP     how many steps into the phase: 0 right after its
-   title has been written
+                   for another process to do something to it in this phase
+     HALT_PHASE    number of the phase in which it does: 0 before the first title, 1 from the first
+                   title on, and so on. What follows "Overall Results:" is the last one
+     HALT_STEP     how many steps into the phase: 0 right after its title has been written
 
    A step is an allocation, a write, a read of a file or the start of a command. */
+/* clang-format on */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
