@@ -5,10 +5,11 @@
      DELAYS_REPORT   file that receives the counts in the end; without it, nothing happens
      DELAYS_SEED     the chance; without it there is no delay, the rest is the same
      DELAYS_CORES    what the process sees as the number of its processors
+     DELAYS_LATE     for how many milliseconds a late worker sleeps; 100 without it
 
-   One thread in four that has reported a LAG sleeps for a tenth of a second when it holds no lock
-   any more, so that the other levels of its bundle end first. One of them sleeps on until a while
-   after the programming pass has begun.
+   One thread in four that has reported a LAG is a late worker: it sleeps when it holds no lock any
+   more, so that the other levels of its bundle end first. One of them sleeps on until a while after
+   the programming pass has begun.
 
    Backups that a rotation of a log would replace stay, as LOG.1.1, LOG.1.2 and so on.
 
@@ -32,13 +33,14 @@
 #include <time.h>
 #include <unistd.h>
 
-enum { one_call_in = 16, longest_us = 300, one_report_in = 4, late_us = 100000 };
+enum { one_call_in = 16, longest_us = 300, one_report_in = 4 };
 enum { most_late_us = 20000000 };
 enum { starts_at_once = 256 };
 
 static atomic_bool armed;
 static const char* report;
 static uint64_t seed;
+static uint64_t late_us = 100000;
 static atomic_long threads, delays, late, overtaken, rotations;
 static atomic_long latest_bundle; /* of the last line about a sub-bundle */
 static atomic_bool programming_has_begun, somebody_is_last;
@@ -78,7 +80,8 @@ static uint64_t below(uint64_t limit) {
 }
 
 static void sleep_for(uint64_t microseconds) {
-  const struct timespec length = {0, (long)microseconds * 1000};
+  const struct timespec length = {(time_t)(microseconds / 1000000),
+                                  (long)(microseconds % 1000000) * 1000};
   const int before = errno;
   syscall(SYS_nanosleep, &length, NULL);
   errno = before;
@@ -151,6 +154,8 @@ __attribute__((constructor)) static void begin(void) {
   const char* number = getenv("DELAYS_SEED");
   if (number == NULL) return;
   seed = strtoul(number, NULL, 10);
+  const char* lateness = getenv("DELAYS_LATE");
+  if (lateness != NULL) late_us = strtoul(lateness, NULL, 10) * 1000;
   atomic_store_explicit(&armed, true, memory_order_release);
 }
 
