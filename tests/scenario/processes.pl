@@ -9,6 +9,13 @@ sub status_of {
     return $wait_status & 127 ? 128 + ( $wait_status & 127 ) : $wait_status >> 8;
 }
 
+# Whether a signal has stopped a process.
+sub is_stopped {
+    my ($process) = @_;
+    open my $state, '<', "/proc/$process/stat" or return 0;
+    return ( <$state> // '' ) =~ /^\d+ \(.*\) T /;
+}
+
 # Why a run failed, for a status of run_command.
 sub failure_shown {
     my ( $status, $timeout ) = @_;
