@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "desk/commands/replay.h"
+#include "desk/model/chip_cells.h"
 #include "desk/model/coverage.h"
 #include "desk/model/layers.h"
 #include "desk/read/line_reader.h"
@@ -15,7 +16,8 @@ namespace {
 
 constexpr std::string_view debug_log = "tessel_debug.log";
 
-// A capture is audited anew, now; its journal is of the run that was recorded.
+// A capture is audited anew, now; its journal is of the run that was recorded, and it has the
+// chips' tables that the snapshot lacks.
 enum class journal_from : std::uint8_t { logs, capture };
 
 // The dump of the nodes is the last thing that a run writes; the chips' tables are only there if it
@@ -79,13 +81,16 @@ log_set load_logs(const report_options& options) {
 
 namespace {
 
-run load_from_logs(const report_options& options, journal_from where) {
+// `facts` are those of the capture that was audited; without one there are none.
+run load_from_logs(const report_options& options, const recorded* facts) {
   const log_set logs = load_logs(options);
   const std::size_t back = back_of(options, starts_of(logs).size());
   run of;
   of.is_last = back == 0;
   of.origin = options.logs;
   of.router = options.router;
+  of.keeps_questions = facts != nullptr;
+  if (facts != nullptr) of.router_type = facts->type;
   if (back == 0) {
     try {
       read_layers(of, fmt::format("{}/{}", options.logs, debug_log));
@@ -100,7 +105,9 @@ run load_from_logs(const report_options& options, journal_from where) {
   read_findings(of, logs, back);
   if (back == 0) read_debug_notes(of);
   if (back == 0) read_stale_entries(of, options.logs, starts_of(logs).size());
-  if (back == 0) read_commands(of, options, where);
+  if (back == 0)
+    read_commands(of, options, facts == nullptr ? journal_from::logs : journal_from::capture);
+  if (facts != nullptr) read_chips(of, facts->folder);
   of.end = back == 0 ? end_of(of) : run_end::unknown;
   fill_coverage(of);
   return of;
@@ -111,9 +118,8 @@ run load_replayed(report_options options) {
   options.logs = folder.path() + "/logs";
   const std::string capture = std::exchange(options.capture, "");
   const recorded facts = replay(capture, options.logs);
-  run of = load_from_logs(options, journal_from::capture);
+  run of = load_from_logs(options, &facts);
   of.origin = capture;
-  of.router_type = facts.type;
   // When the router was audited, not when its capture was.
   if (!facts.began.empty()) of.started = facts.began;
   return of;
@@ -122,8 +128,7 @@ run load_replayed(report_options options) {
 }  // namespace
 
 run load_run(const report_options& options) {
-  return options.capture.empty() ? load_from_logs(options, journal_from::logs)
-                                 : load_replayed(options);
+  return options.capture.empty() ? load_from_logs(options, nullptr) : load_replayed(options);
 }
 
 }  // namespace desk

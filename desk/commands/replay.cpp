@@ -153,7 +153,9 @@ recorded replay(const std::string& capture, const std::string& logs) {
   const fs::path recorded_journal = fs::path(folder) / "journal";
   if (fs::is_regular_file(recorded_journal, ignored))
     fs::copy_file(recorded_journal, journal, fs::copy_options::overwrite_existing, ignored);
-  return facts_of(folder, logs);
+  recorded made = facts_of(folder, logs);
+  made.folder = folder;
+  return made;
 }
 
 }  // namespace desk

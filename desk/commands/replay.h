@@ -21,8 +21,9 @@ class temporary_folder {
 
 // What a capture says of itself; empty where it does not.
 struct recorded {
-  std::string type;   // "birch"
-  std::string began;  // the recorded audit, in the form of the logs but in UTC
+  std::string type;    // "birch"
+  std::string began;   // the recorded audit, in the form of the logs but in UTC
+  std::string folder;  // of its files; one that was packed is beside the logs
 };
 
 // Lets tessel-lab, which must stand beside this program or on the path, audit the capture with the

@@ -25,7 +25,6 @@ constexpr std::array tables_of_codes = std::to_array<table_of_code>({
     {"TC-203", "diag dbal dbd 3", "dbal table dump table=IN_AC_UNTAGGED_DB"},
     {"TC-204", "diag pp lif id=0x{} gl=1 type=in", "dbal table dump table=IN_AC_UNTAGGED_DB"},
 });
-constexpr std::string_view jericho2 = "BCM8869";
 
 // "0x00014000" of "... find GLIF 0x00014000 to LLIF ...".
 std::string lif_in(std::string_view text) {

@@ -17,7 +17,6 @@ namespace {
 
 constexpr std::array forwarding_tables = {source::lagport, source::l1port, source::l2port,
                                           source::l2intf, source::l3intf};
-constexpr std::string_view jericho2 = "BCM8869";
 constexpr std::string_view list_of_units =
     "/opt/nos/bin/asic_shell_show -c \"show unit\" -u all -n A";
 
@@ -599,6 +598,15 @@ void mark_not_understood(const run& of, coverage& entry) {
   entry.reason = why->second;
 }
 
+// A capture can lack the output of a command, or hold what nobody understands.
+void mark_chip_troubles(const run& of, coverage& entry) {
+  if (entry.of != layer::bcm || entry.state != coverage_state::read) return;
+  const auto why = of.chip_troubles.find({of.node_index(entry.node), npu_in(entry.npu)});
+  if (why == of.chip_troubles.end()) return;
+  entry.state = coverage_state::partly;
+  entry.reason = why->second;
+}
+
 covering::covering(run& of_run) : of(of_run), has_members(of_run.nodes.size()) {
   for (const finding& one : of.findings) {
     by_code[one.code].push_back(&one);
@@ -643,6 +651,7 @@ void fill_coverage(run& of) {
   for (coverage& entry : of.covered) {
     mark_cut_off(of, entry);
     mark_not_understood(of, entry);
+    mark_chip_troubles(of, entry);
     add_journal(in, entry);
   }
 }

@@ -210,6 +210,33 @@ void take_member_record(intake& in, dump_path path, std::string_view value) {
     in.set(member, field::vlan_domain, source::chip_domain, in.node_of(path[6]), no_place, value);
 }
 
+// The last word of the run, which the programming pass goes by.
+void take_question(chip_question& into, std::string_view name, std::string_view value,
+                   text_id known) {
+  if (name == "is_l2") into.is_l2 = value == "1";
+  if (name == "untagged") into.is_untagged = value == "1";
+  if (name == "encap") into.tags.emplace_back(value);
+  if (value == unset) return;
+  if (name == "lagid") into.lag = known;
+  if (name == "glif") into.lif = known;
+  if (name == "rif") into.rif = known;
+}
+
+void take_chip_question(intake& in, dump_path path, std::string_view value) {
+  if (path.size() < 3) return;
+  if (path[2] == "members") return;
+  if (path[2] == "sub_bundles") {
+    if (path.size() < 5) return;
+    const std::size_t sub = in.object_at(object_kind::sub_bundle, path[0], path[3]);
+    return take_question(in.into.chip_questions[sub], path[4], value, in.keep(value));
+  }
+  chip_question& asked =
+      in.into.chip_questions[in.object_at(object_kind::bundle, path[0], path[0])];
+  if (path[2] == "vlan_domain" && path.size() == 5 && value != unset)
+    asked.domains[{in.node_of(path[3]), in.npu_of(path[4])}] = in.keep(value);
+  take_question(asked, path[2], value, in.keep(value));
+}
+
 void take_sub_record(intake& in, dump_path path, std::string_view value) {
   const std::size_t sub = in.object_at(object_kind::sub_bundle, path[0], path[3]);
   in.into.objects[sub].is_configured = true;
@@ -226,6 +253,7 @@ void take_sub_record(intake& in, dump_path path, std::string_view value) {
 void take_bundle_record(intake& in, dump_path path, std::string_view value) {
   if (path.size() == 1 && path[0] == "hqos") in.into.has_hqos = value == "1";
   if (path.size() < 3) return;
+  if (in.into.keeps_questions) take_chip_question(in, path, value);
   const std::string_view name = path[2];
   if (name == "members") {
     if (path.size() >= 6) take_member_record(in, path, value);

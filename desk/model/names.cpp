@@ -81,6 +81,8 @@ std::string_view word_for(field of) {
       return "weight";
     case field::weight_limit:
       return "weight limit";
+    case field::sem:
+      return "SEM entry";
     case field::none:
       break;
   }

@@ -30,6 +30,7 @@ enum class field : std::uint8_t {
   deletion,
   weight,
   weight_limit,
+  sem,  // the entry of an object in a chip's tables of frames
   none
 };
 

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <tuple>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "desk/model/names.h"
@@ -76,6 +77,9 @@ struct object {
 
 // ---- Nodes and coverage -------------------------------------------------------------------------
 
+// The newer family of chips, as node::asic names it.
+inline constexpr std::string_view jericho2 = "BCM8869";
+
 struct node {
   std::string name;  // "0/0/CPU0"
   std::string id;    // decimal, as the chips' shell takes it
@@ -122,6 +126,18 @@ struct place {
   std::string core;
   std::string port;              // in the packet processor
   std::optional<text_id> mtu{};  // of the port; not compared: the audit does that
+};
+
+// What the audit asks the chips of a bundle or sub-bundle, as the run knew it in the end. Kept only
+// for a run whose chips' tables are read, too.
+struct chip_question {
+  bool is_untagged = false;
+  bool is_l2 = false;
+  std::optional<text_id> lag{};
+  std::optional<text_id> lif{};  // the global one
+  std::optional<text_id> rif{};
+  std::vector<std::string> tags{};                                     // of a sub-bundle
+  std::map<std::pair<std::int16_t, std::int16_t>, text_id> domains{};  // by node and NPU
 };
 
 // ---- Findings -----------------------------------------------------------------------------------
@@ -188,6 +204,12 @@ struct run {
   text_pool texts;
   std::map<std::size_t, place> places;                            // of members, by object
   std::unordered_map<text_id, std::vector<std::size_t>> lag_ids;  // known id to bundles
+  // Of a capture: by object what the chips' own tables hold of it, which the judge does not
+  // compare; by node and NPU the first table that could not be read.
+  bool keeps_questions = false;
+  std::unordered_map<std::size_t, chip_question> chip_questions;
+  std::unordered_map<std::size_t, std::vector<cell>> chip_cells;
+  std::map<std::pair<std::int16_t, std::int16_t>, std::string> chip_troubles;
   // How many entries a table holds; a table that is missing has not come to the snapshot.
   std::map<std::tuple<source, std::int16_t, std::int16_t>, std::size_t> tables;
   // Dump to "read", "empty", "not understood" or `store_cut_off`.

@@ -19,16 +19,17 @@ namespace {
 constexpr std::string_view word_missing = "missing";
 constexpr std::string_view word_not_read = "not read";
 
+// What the audit holds of a port without a row in the chip's table of VLAN domains.
+constexpr std::string_view no_domain = "0";
+
 // ---- Rows and columns ---------------------------------------------------------------------------
 
 constexpr std::array shown_fields = {
-    field::type,        field::encapsulation, field::handle,   field::mac,    field::mtu,
-    field::lag_id,      field::lif,           field::rif,      field::npu,    field::member_id,
-    field::system_port, field::vlan_domain,   field::deletion, field::weight, field::presence};
-
-// The chips' tables of frames are none of the fields that others hold.
-constexpr std::size_t slot_of_sem = shown_fields.size();
-constexpr std::size_t slots = slot_of_sem + 1;
+    field::type,     field::encapsulation, field::handle,      field::mac,
+    field::mtu,      field::lag_id,        field::lif,         field::rif,
+    field::npu,      field::member_id,     field::system_port, field::vlan_domain,
+    field::deletion, field::weight,        field::presence,    field::sem};
+constexpr std::size_t slots = shown_fields.size();
 
 // Behind all slots if the field is not shown.
 constexpr auto slots_of_fields = [] {
@@ -43,13 +44,8 @@ std::size_t slot_of(field what) {
   return slots_of_fields[static_cast<std::size_t>(what)];
 }
 
-std::string_view label_of(std::size_t slot) {
-  return slot == slot_of_sem ? std::string_view("SEM entry") : word_for(shown_fields[slot]);
-}
-
-field field_of(std::size_t slot) {
-  return slot == slot_of_sem ? field::presence : shown_fields[slot];
-}
+// The chips' tables of frames, of which no other layer has anything.
+constexpr std::size_t slot_of_sem = slots_of_fields[static_cast<std::size_t>(field::sem)];
 
 // One tool shows all tables of a chip.
 source column_source(source from) {
@@ -186,7 +182,7 @@ class grid {
 
   // Of a value that many nodes hold this is asked for each of them.
   std::size_t& index_of_column(source from, node_id node) {
-    const auto known = static_cast<std::size_t>(node + 2);
+    const auto known = static_cast<std::size_t>(node) + 2;  // below 0: the first two
     if (known >= nodes_ + 2) return others_at_.try_emplace({from, node}, no_column).first->second;
     return columns_at_[static_cast<std::size_t>(from) * (nodes_ + 2) + known];
   }
@@ -230,14 +226,31 @@ class grid {
     if (known != nullptr)
       for (const difference* each : known->differences)
         is_judged[static_cast<std::size_t>(each->what)] = each->what != field::presence;
+    static const std::vector<cell> none;
+    const auto at = of_.chip_cells.find(static_cast<std::size_t>(&one - of_.objects.data()));
+    const std::vector<cell>& chip_cells = at == of_.chip_cells.end() ? none : at->second;
     for (const cell& c : one.cells)
-      if (!is_judged[static_cast<std::size_t>(c.what)] && slot_of(c.what) < slot_of_sem)
-        put(c.what, c.from, c.node, c.npu, of_.texts.text(c.value));
+      if (!is_judged[static_cast<std::size_t>(c.what)] && slot_of(c.what) < slots &&
+          !has_newer(chip_cells, c))
+        put(c.what, c.from, c.node, c.npu, word_for_value(c));
+    for (const cell& c : chip_cells) put(c.what, c.from, c.node, c.npu, of_.texts.text(c.value));
+  }
+
+  // The snapshot's word for a VLAN domain cannot say whether the table was read at all.
+  static bool has_newer(const std::vector<cell>& chip_cells, const cell& old) {
+    return old.from == source::chip_domain &&
+           std::any_of(chip_cells.begin(), chip_cells.end(), [&](const cell& c) {
+             return c.from == source::chip_domain && c.node == old.node;
+           });
+  }
+  [[nodiscard]] std::string_view word_for_value(const cell& c) const {
+    const std::string_view text = of_.texts.text(c.value);
+    return c.from == source::chip_domain && text == no_domain ? word_missing : text;
   }
 
   void add_differences(const dossier_maker::known& known) {
     for (const difference* each : known.differences) {
-      if (slot_of(each->what) >= slot_of_sem) continue;
+      if (slot_of(each->what) >= slots) continue;
       for (const witness& one : each->witnesses) {
         put(each->what, one.from, id_of(one.node), npu_in(one.npu), desk::words_for(one),
             {one.is_odd, true});
@@ -315,6 +328,15 @@ source source_in_dpa(const finding& one) {
   }
 }
 
+bool is_about_no_domain(const finding& one) {
+  return one.of == layer::bcm && one.what == field::vlan_domain && one.reported == no_domain;
+}
+
+// The value that the message reports; empty if it names none.
+std::string_view reported_by(const finding& one) {
+  return is_about_no_domain(one) ? word_missing : std::string_view(one.reported);
+}
+
 // Where a value would stand that only the message names.
 source source_of(const finding& one) {
   switch (one.of) {
@@ -352,7 +374,7 @@ bool is_about_value(const finding& one) {
     case finding_kind::inconsistency:
     case finding_kind::programming:
     case finding_kind::delay_delete:
-      return one.of != layer::none && slot_of(one.what) < slot_of_sem;
+      return one.of != layer::none && slot_of(one.what) < slots;
     default:
       return false;
   }
@@ -374,7 +396,8 @@ bool grid::is_judged(std::size_t slot, const finding& one, node_id node) const {
 
 // Marks what the message reports among the values of its layer and place; false without such one.
 bool grid::mark_same(std::size_t slot, const finding& one, node_id node, npu_set npus) {
-  const std::string wanted = compared_form(one.what, one.reported);
+  const std::string wanted =
+      compared_form(one.what, one.reported.empty() ? word_in_cell(one) : reported_by(one));
   const bool has_word = !one.reported.empty() || word_in_cell(one) == word_missing;
   bool is_marked = false;
   std::vector<value> others;
@@ -420,9 +443,8 @@ void grid::mark(const finding& one) {
   } else if (mark_same(slot, one, node, npus)) {
     return;
   }
-  const std::string_view text = one.reported.empty() || one.what == field::presence
-                                    ? word_in_cell(one)
-                                    : std::string_view(one.reported);
+  const std::string_view text =
+      one.reported.empty() || one.what == field::presence ? word_in_cell(one) : reported_by(one);
   put(slot, one.what, from, named, npu, text, {true, false});
 }
 
@@ -431,7 +453,7 @@ void grid::mark(const finding& one) {
 bool is_same(const value& a, const value& b) {
   if (a.is_odd != b.is_odd) return false;
   return a.text == b.text ||
-         compared_form(field_of(a.slot), a.text) == compared_form(field_of(b.slot), b.text);
+         compared_form(shown_fields[a.slot], a.text) == compared_form(shown_fields[b.slot], b.text);
 }
 
 std::string words_for(npu_set npus) {
@@ -559,7 +581,7 @@ dossier_section grid::finish(std::string_view title, dossier_table& into) {
   for (std::size_t row = 0; row < rows.size(); ++row) {
     if (rows[row].empty()) continue;
     dossier_row& shown = parts_[row / slots].rows.emplace_back();
-    shown.label = label_of(row % slots);
+    shown.label = word_for(shown_fields[row % slots]);
     shown.cells.resize(made.columns.size());
     for (auto& [column, cell] : rows[row]) shown.cells[column_in[column]] = std::move(cell);
   }

@@ -56,6 +56,8 @@ std::string_view key_for(field of) {
       return "weight";
     case weight_limit:
       return "weight_limit";
+    case sem:
+      return "sem";
     case none:
       break;
   }

@@ -1,6 +1,5 @@
 #include "programming/programming_pass.h"
 
-#include <fmt/compile.h>
 #include <fmt/format.h>
 
 #include <cstdint>
@@ -17,6 +16,7 @@
 #include "platform/router_type.h"
 #include "programming/entry_checks.h"
 #include "programming/mapping_checks.h"
+#include "programming/sem_keys.h"
 #include "run/state.h"
 
 namespace tessel {
@@ -87,14 +87,6 @@ void check_one_bundle(const std::string& bundle) {
   pid_list_prgm.join_all();
 }
 
-// Where a sub-bundle's entries are on a chip, by its tags.
-enum class found_by { one_tag, two_tags, global_lif };
-
-found_by way_to_entries(const value_list& tags) {
-  if (tags.size() == 1 && !(tags[0] == "untagged")) return found_by::one_tag;
-  return tags.size() == 2 ? found_by::two_tags : found_by::global_lif;
-}
-
 // The tables at hand do not say where a global LIF is: the chip is asked for each.
 bool is_asked_of_chip(record& sub_obj) {
   return sub_obj.in_one_step("encap", [](const value& encap) {
@@ -125,19 +117,14 @@ void check_with_sub_bundles(const std::string& bundle, const chip& where, bool c
   if (element.get("untagged") == 1) check_bundle(element);
 }
 
-// The key of a sub-bundle with one tag.
-std::string one_tag_key(std::string_view vd, std::int64_t tag) {
-  return fmt::format(FMT_COMPILE("{}{:03x}"), vd, tag);
-}
-
-// The key of a sub-bundle with two tags. Both of its fields are made from the outer tag.
+// The key of a sub-bundle with two tags.
 std::string two_tag_key(std::string_view vd, const value& outer) {
   const std::int64_t first = to_decimal(outer);
   std::int64_t tag = 0;
   if (__builtin_mul_overflow(first, 2, &tag)) {
     throw failure(fmt::format("{} is too large a VLAN", plain(outer)));
   }
-  return fmt::format(FMT_COMPILE("{:03x}{}{:03x}"), tag, vd, first);
+  return two_tag_key_of(vd, first, tag);
 }
 
 }  // namespace
@@ -167,7 +154,7 @@ int check_bdl_prgm_task(const std::string& bundle, const std::string& nodename, 
           check_sub_bdl_prgm_task(sub_obj, on_chip, vd, sub_err);
         },
         [&](record& element) {
-          verify_lif_rif_mac_mapping_key_vd(element, where, vd + "fff", err, of_bundle);
+          verify_lif_rif_mac_mapping_key_vd(element, where, untagged_key(vd), err, of_bundle);
         });
     return SUCCESS;
   } catch (const std::exception& error) {
