@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "programs.h"
+#include "standard_error.h"
 
 namespace tessel_host {
 
@@ -51,6 +52,14 @@ int check(const program_result& made, std::size_t timed_out) {
   return timed_out > 0 ? std::max(status, status_not_judged) : status;
 }
 
+// Its complaints come behind the summary, and as long as a message of the host.
+bool show_summary(const std::string& program, const std::string& journal) {
+  std::string complaints;
+  const bool is_shown = run_in_front(command(program, "summary", journal), complaints);
+  if (!complaints.empty()) write_text(complaints);
+  return is_shown;
+}
+
 }  // namespace
 
 std::string find_report_program() {
@@ -75,7 +84,7 @@ bool is_of_complete_run(const std::string& json) {
 
 int report_audit(const std::string& program, const report_wishes& wishes,
                  const std::string& journal, std::size_t timed_out, complainer complain) {
-  if (wishes.shows_summary && !run_in_front(command(program, "summary", journal)))
+  if (wishes.shows_summary && !show_summary(program, journal))
     complain("the summary cannot be shown, because " + program +
              " does not start or did not end by itself; call it: tessel-report summary");
   std::vector<std::string> words = command(program, "json", journal);

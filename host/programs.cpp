@@ -60,17 +60,6 @@ running start(const std::vector<std::string>& words) {
   return started;
 }
 
-std::string content_of(int descriptor) {
-  constexpr off_t most = off_t{16} * 1024 * 1024;
-  std::string text;
-  struct stat state {};
-  if (descriptor < 0 || ::fstat(descriptor, &state) != 0) return text;
-  text.resize(static_cast<std::size_t>(std::min(state.st_size, most)));
-  const ssize_t count = ::pread(descriptor, text.data(), text.size(), 0);
-  text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
-  return text;
-}
-
 void finish(running& program, program_result& result) {
   result.out = content_of(program.out);
   result.err = content_of(program.err);
@@ -122,6 +111,17 @@ std::string find_on_path(std::string_view name) {
   return {};
 }
 
+std::string content_of(int descriptor) {
+  constexpr off_t most = off_t{16} * 1024 * 1024;
+  std::string text;
+  struct stat state {};
+  if (descriptor < 0 || ::fstat(descriptor, &state) != 0) return text;
+  text.resize(static_cast<std::size_t>(std::min(state.st_size, most)));
+  const ssize_t count = ::pread(descriptor, text.data(), text.size(), 0);
+  text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+  return text;
+}
+
 std::vector<program_result> run_programs(const std::vector<std::vector<std::string>>& lines,
                                          std::chrono::seconds limit) {
   using namespace std::chrono_literals;
@@ -143,15 +143,25 @@ std::vector<program_result> run_programs(const std::vector<std::vector<std::stri
   return results;
 }
 
-bool run_in_front(const std::vector<std::string>& words) {
+bool run_in_front(const std::vector<std::string>& words, std::string& err) {
   see_how_children_end();
   const std::vector<char*> arguments = argument_list(words);
+  posix_spawn_file_actions_t streams;
+  if (::posix_spawn_file_actions_init(&streams) != 0) return false;
+  const int complaints = ::memfd_create("complaints", MFD_CLOEXEC);
+  if (complaints >= 0)
+    ::posix_spawn_file_actions_adddup2(&streams, complaints, STDERR_FILENO);
+  else
+    ::posix_spawn_file_actions_addopen(&streams, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
   pid_t child = 0;
-  if (::posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ) != 0)
-    return false;
+  const bool is_started =
+      ::posix_spawnp(&child, arguments[0], &streams, nullptr, arguments.data(), environ) == 0;
+  ::posix_spawn_file_actions_destroy(&streams);
   int status = 0;
-  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
-  return WIFEXITED(status);
+  while (is_started && ::waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+  err = content_of(complaints);
+  if (complaints >= 0) ::close(complaints);
+  return is_started && WIFEXITED(status);
 }
 
 }  // namespace tessel_host

@@ -30,8 +30,12 @@ struct program_result {
 [[nodiscard]] std::vector<program_result> run_programs(
     const std::vector<std::vector<std::string>>& lines, std::chrono::seconds limit);
 
-// Runs a program with this process's own streams. Returns false if it cannot be started or is ended
-// by a signal.
-[[nodiscard]] bool run_in_front(const std::vector<std::string>& words);
+// What a file in memory holds, the first 16 MiB of it; empty if it cannot be read.
+[[nodiscard]] std::string content_of(int descriptor);
+
+// Runs a program with this process's own streams, apart from standard error: `err` becomes what it
+// writes there, so that nobody who leaves that unread delays it. Returns false if it cannot be
+// started or is ended by a signal.
+[[nodiscard]] bool run_in_front(const std::vector<std::string>& words, std::string& err);
 
 }  // namespace tessel_host

@@ -14,6 +14,7 @@
 #include <csignal>
 #include <cstddef>
 #include <ctime>
+#include <initializer_list>
 
 namespace tessel_host {
 
@@ -106,13 +107,11 @@ class stream {
   bool is_socket_ = false;
 };
 
-}  // namespace
-
-void write_message(std::string_view message) {
+void write_parts(std::initializer_list<std::string_view> parts) {
   const stream to;
   std::array<char, PIPE_BUF> piece;
   std::size_t size = 0;
-  for (std::string_view part : {std::string_view("tessel-host: "), message, std::string_view("\n")})
+  for (std::string_view part : parts)
     while (!part.empty()) {
       const std::size_t count = part.copy(piece.data() + size, piece.size() - size);
       part.remove_prefix(count);
@@ -122,6 +121,16 @@ void write_message(std::string_view message) {
       size = 0;
     }
   to.take({piece.data(), size}, patience);
+}
+
+}  // namespace
+
+void write_message(std::string_view message) {
+  write_parts({"tessel-host: ", message, "\n"});
+}
+
+void write_text(std::string_view text) {
+  write_parts({text});
 }
 
 void write_at_once(std::string_view text) {

@@ -11,6 +11,9 @@ namespace tessel_host {
 // Writes "tessel-host: ", the message and a line end. What the reader does not take is lost.
 void write_message(std::string_view message);
 
+// Writes the text as it is, with the same patience.
+void write_text(std::string_view text);
+
 // Writes a text of at most PIPE_BUF bytes if there is room for it now.
 void write_at_once(std::string_view text);
 

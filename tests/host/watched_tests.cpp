@@ -32,6 +32,7 @@
 #include "journal_tail.h"
 #include "leftovers.h"
 #include "processes.h"
+#include "programs.h"
 #include "progress.h"
 #include "progress_display.h"
 #include "standard_error.h"
@@ -481,6 +482,46 @@ TEST(write_message, loses_its_line_and_not_the_process_where_the_reader_has_gone
             7)
       << "128 and 13 would be the signal's";
   ::close(ends[1]);
+}
+
+TEST(run_in_front, does_not_wait_for_who_leaves_its_complaints_unread) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+  fill(ends[1]);
+  const auto began = std::chrono::steady_clock::now();
+  EXPECT_EQ(status_with_error(ends[1],
+                              [] {
+                                std::string err;
+                                const bool has_ended = run_in_front(
+                                    {"sh", "-c", "head -c 300000 /dev/zero >&2; exit 3"}, err);
+                                write_text(err);
+                                return has_ended && err.size() == 300000 ? 7 : 1;
+                              }),
+            7);
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(8));
+  for (const int end : ends) ::close(end);
+}
+
+TEST(run_in_front, says_whether_the_program_ended_by_itself) {
+  std::string err;
+  EXPECT_TRUE(run_in_front({"sh", "-c", "echo why >&2; exit 3"}, err));
+  EXPECT_EQ(err, "why\n");
+  EXPECT_FALSE(run_in_front({"sh", "-c", "kill -9 $$"}, err));
+  EXPECT_EQ(err, "");
+  EXPECT_FALSE(run_in_front({"/nowhere/such"}, err));
+}
+
+TEST_F(folder_test, text_is_written_as_it_is) {
+  const int file = ::open(at("err").c_str(), O_WRONLY | O_CREAT, 0600);
+  EXPECT_EQ(status_with_error(file,
+                              [] {
+                                write_text(std::string(10000, 'x') + "\n");
+                                write_text("y");
+                                return 0;
+                              }),
+            0);
+  ::close(file);
+  EXPECT_EQ(content_of(at("err")), std::string(10000, 'x') + "\ny");
 }
 
 TEST_F(folder_test, message_is_one_line_however_long_and_wherever_it_goes) {
