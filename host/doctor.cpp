@@ -24,23 +24,20 @@ namespace tessel_host {
 
 namespace {
 
-using namespace std::chrono_literals;
-
-constexpr auto patience_for_tool = 60s;
-constexpr auto patience_for_node = 15s;
 constexpr std::uint64_t mebibyte = std::uint64_t{1024} * 1024;
 
 enum class level { ok, warn, fail };
 
 struct report {
+  const examination& how;
   level worst = level::ok;
 
-  void add(level how, const std::string& what, const std::string& remedy = "") {
+  void add(level found, const std::string& what, const std::string& remedy = "") {
     constexpr const char* words[] = {"ok  ", "warn", "fail"};
-    worst = std::max(worst, how);
-    std::printf("%s %s%s%s\n", words[static_cast<int>(how)], command_line::one_line(what).c_str(),
-                remedy.empty() ? "" : "; ", remedy.c_str());
-    std::fflush(stdout);
+    worst = std::max(worst, found);
+    std::fprintf(how.to, "%s %s%s%s\n", words[static_cast<int>(found)],
+                 command_line::one_line(what).c_str(), remedy.empty() ? "" : "; ", remedy.c_str());
+    std::fflush(how.to);
   }
 };
 
@@ -50,8 +47,8 @@ std::string seconds_shown(double seconds) {
   return text;
 }
 
-program_result run(const std::vector<std::string>& words) {
-  return run_programs({words}, patience_for_tool).front();
+program_result run(const report& shown, const std::vector<std::string>& words) {
+  return run_programs({words}, shown.how.for_tool).front();
 }
 
 std::string in_tool_folder(std::string_view tool) {
@@ -76,7 +73,7 @@ std::vector<std::string> lines_with(const std::string& text, std::string_view wo
 }
 
 std::string examine_model(report& shown) {
-  const program_result version = run({in_tool_folder("sw_version_show")});
+  const program_result version = run(shown, {in_tool_folder("sw_version_show")});
   const std::string remedy = "run this on the route processor of a router that the audit knows";
   if (!version.is_good()) {
     shown.add(level::fail, "machine: sw_version_show: " + version.complaint(), remedy);
@@ -120,7 +117,7 @@ std::vector<listed_node> examine_nodes(report& shown, const std::string& model) 
                                   [&](const router_model& one) { return one.name == model; });
   if (known == router_models.end()) return {};
   if (known->is_single_node) return {{"0/RP0/CPU0", std::string(address_of_single_node)}};
-  const program_result listing = run({in_tool_folder("plat_nodes_show"), "-v"});
+  const program_result listing = run(shown, {in_tool_folder("plat_nodes_show"), "-v"});
   auto nodes = nodes_in(listing.out, model);
   if (!listing.is_good() || nodes.empty()) {
     shown.add(level::fail,
@@ -135,7 +132,7 @@ std::vector<listed_node> examine_nodes(report& shown, const std::string& model) 
 
 std::uint64_t count_chips(report& shown) {
   const program_result units =
-      run({in_tool_folder("asic_shell_show"), "-c", "show unit", "-u", "all", "-n", "A"});
+      run(shown, {in_tool_folder("asic_shell_show"), "-c", "show unit", "-u", "all", "-n", "A"});
   const std::uint64_t chips = lines_with(units.out, "BCM88").size();
   if (chips > 0) {
     shown.add(level::ok, "chips: " + std::to_string(chips));
@@ -199,7 +196,7 @@ std::uint64_t most_logins_on_one(const std::vector<listed_node>& nodes) {
 
 void examine_server(report& shown, const std::vector<listed_node>& nodes) {
   const std::string program = is_program("/usr/sbin/sshd") ? "/usr/sbin/sshd" : "sshd";
-  const auto lines = lines_with(run({program, "-T"}).out, "maxstartups ");
+  const auto lines = lines_with(run(shown, {program, "-T"}).out, "maxstartups ");
   const std::uint64_t most = most_logins_on_one(nodes);
   const std::string needs = "the audit begins " + std::to_string(most) + " at once on a server";
   if (lines.empty())
@@ -243,7 +240,7 @@ void examine_logins(report& shown, const std::vector<listed_node>& nodes) {
     lines.push_back({"ssh", "-o", "BatchMode=yes", "-o", "StrictHostKeyChecking=no", "-o",
                      "LogLevel=ERROR", node.address, tests});
   }
-  const auto logins = run_programs(lines, patience_for_node);
+  const auto logins = run_programs(lines, shown.how.for_node);
   for (std::size_t at = 0; at < logins.size(); ++at) examine_login(shown, asked[at], logins[at]);
 }
 
@@ -288,8 +285,8 @@ std::vector<listed_node> nodes_in(const std::string& listing, const std::string&
   return nodes;
 }
 
-int examine_machine() {
-  report shown;
+int examine_machine(const examination& how) {
+  report shown{how};
   const std::string model = examine_model(shown);
   examine_tools(shown);
   const auto nodes = examine_nodes(shown, model);
@@ -300,7 +297,7 @@ int examine_machine() {
   examine_compiler(shown);
   if (!nodes.empty()) examine_server(shown, nodes);
   examine_logins(shown, nodes);
-  examine_lock(shown);
+  if (how.sees_other_audits) examine_lock(shown);
   return static_cast<int>(shown.worst);
 }
 

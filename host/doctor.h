@@ -1,15 +1,24 @@
 // Looks, before an audit, for what would keep it from its work.
 #pragma once
 
+#include <chrono>
+#include <cstdio>
 #include <string>
 #include <vector>
 
 namespace tessel_host {
 
-// Prints a line for each thing that was looked at: "ok   ", "warn " or "fail ", what, and what to
-// do. Runs the platform's tools for it, and a login on each node; writes nothing. Returns the exit
-// status: 0 all is well, 1 there is a warning, 2 something fails.
-[[nodiscard]] int examine_machine();
+struct examination {
+  std::FILE* to = stdout;
+  std::chrono::seconds for_tool{60};  // how long the doctor waits for a tool
+  std::chrono::seconds for_node{15};
+  bool sees_other_audits = true;
+};
+
+// Prints a line for each thing that was looked at, as soon as it is known: "ok   ", "warn " or
+// "fail ", what, and what to do. Runs the platform's tools for it, and a login on each node; writes
+// nothing. Returns the exit status: 0 all is well, 1 there is a warning, 2 something fails.
+[[nodiscard]] int examine_machine(const examination& how = {});
 
 // The parts of it that need no router:
 

@@ -4,6 +4,7 @@
 #include "audit_files.h"
 #include "audit_lock.h"
 #include "doctor.h"
+#include "doctor_beside.h"
 #include "early_stop.h"
 #include "journal_file.h"
 #include "journal_relay.h"
@@ -225,7 +226,9 @@ void pack_for_support(const host_arguments& arguments, const watched_end& end,
                   end.began,
                   describe_end(arguments, end, display)};
   try {
-    const auto made = make_support_file(*arguments.support_file, journal, end.left_captures, facts);
+    doctor_beside doctor;
+    const auto made = make_support_file(*arguments.support_file, journal, end.left_captures, facts,
+                                        [&doctor] { return doctor.lines(); });
     complain("'" + file + "' is for support: " + std::to_string(made.files) + " files in " +
                  std::to_string((made.bytes + 1023) / 1024) +
                  " KiB. It holds the configuration and the addresses of this router; give it only "

@@ -342,8 +342,8 @@ void check_support_target(const std::string& path, const std::vector<std::string
 }
 
 support_contents make_support_file(const std::string& path, const std::string& journal,
-                                   const std::vector<std::string>& captures,
-                                   const run_facts& facts) try {
+                                   const std::vector<std::string>& captures, const run_facts& facts,
+                                   const std::function<std::string()>& doctor) try {
   file_beside file(path);
   support_archive archive(file);
   add_logs(archive);
@@ -352,6 +352,7 @@ support_contents make_support_file(const std::string& path, const std::string& j
   if (!journal.empty()) archive.add_file("journal.jsonl", journal, is_in_memory ? 0 : O_NOFOLLOW);
   for (const std::string& capture : captures)
     archive.add_file("captures/" + fs::path(capture).filename().string(), capture);
+  if (doctor) archive.add_text("doctor.txt", doctor());
   archive.add_text("about", about(facts, archive.left_out()));
   archive.finish();
   file.put_in_place();

@@ -3,12 +3,14 @@
 //     tessel-support/logs/tessel_debug.log      the logs and their backups
 //     tessel-support/journal.jsonl              the journal of the run
 //     tessel-support/captures/tessel_12.log     the output of commands, if the audit has left it
+//     tessel-support/doctor.txt                 what the doctor says of the machine afterwards
 //     tessel-support/about                      program, library, machine, how the run has ended
 //     tessel-support/manifest                   SHA-256, size and name of each of them
 #pragma once
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -41,12 +43,13 @@ struct support_contents {
   std::uint64_t bytes = 0;  // of the packed file
 };
 
-// Packs the logs, the journal, if `journal` is not empty, and the captures. Reads only files, never
+// Packs the logs, the journal, if `journal` is not empty, the captures, and last what `doctor`
+// returns, if there is one. Reads only files, never
 // through a link; `about` says what was left out. The packed file is readable for its owner alone
 // and replaces what has its name when it is complete. Throws `support_error`, and so if a signal
 // that would end the process comes meanwhile, which it then gets; nothing is left behind.
 support_contents make_support_file(const std::string& path, const std::string& journal,
-                                   const std::vector<std::string>& captures,
-                                   const run_facts& facts);
+                                   const std::vector<std::string>& captures, const run_facts& facts,
+                                   const std::function<std::string()>& doctor = {});
 
 }  // namespace tessel_host

@@ -24,6 +24,7 @@
 
 #include "audit_files.h"
 #include "doctor.h"
+#include "doctor_beside.h"
 #include "platform.h"
 #include "programs.h"
 
@@ -202,6 +203,26 @@ TEST(run_programs, runs_all_at_once_and_keeps_what_each_prints) {
   EXPECT_EQ(results[3].complaint(), "no answer after 4 s");
   EXPECT_EQ(results[4].complaint(), "signal 15");
   EXPECT_TRUE(results[5].is_good()) << "standard input is empty";
+}
+
+// Without a router it is done at once.
+TEST(doctor_beside, says_what_the_doctor_says) {
+  doctor_beside doctor;
+  const std::string lines = doctor.lines();
+  EXPECT_TRUE(std::regex_search(lines, std::regex("^(ok  |fail) machine: "))) << lines;
+  EXPECT_NE(lines.find("patterns: "), lines.npos) << lines;
+  EXPECT_EQ(lines.find("audits: "), lines.npos) << "that one is the host's own";
+  EXPECT_EQ(doctor.lines(), lines);
+}
+
+TEST(doctor_beside, ends_the_doctor) {
+  const auto children = [] {
+    std::ifstream in("/proc/self/task/" + std::to_string(::getpid()) + "/children");
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  };
+  const std::string before = children();
+  { const doctor_beside doctor; }
+  EXPECT_EQ(children(), before);
 }
 
 }  // namespace
