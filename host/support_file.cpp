@@ -95,18 +95,25 @@ class delayed_end {
   struct sigaction size_before_ {};
 };
 
-// A new file beside the target, which goes away unless it is put in its place.
+// A new file beside the target, which goes away unless it is put in its place. It has no name until
+// then, so that nothing stays of it even if the process is killed; only where the file system or a
+// missing /proc does not allow that, it has one beginning with a dot.
 class file_beside {
  public:
   explicit file_beside(const std::string& path) : path_(path) {
     const fs::path whole(path);
-    name_ = whole.parent_path() / ("." + whole.filename().string() + ".XXXXXX");
+    const fs::path folder = whole.has_parent_path() ? whole.parent_path() : fs::path(".");
+    hidden_ = whole.parent_path() / ("." + whole.filename().string() + ".");
+    descriptor_ = ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+    if (descriptor_ >= 0 && ::access(in_proc().c_str(), F_OK) == 0) return;
+    if (descriptor_ >= 0) ::close(descriptor_);
+    name_ = hidden_ + "XXXXXX";
     descriptor_ = ::mkostemp(name_.data(), O_CLOEXEC);
     if (descriptor_ < 0) refuse(path_, cause_of(errno));
   }
   ~file_beside() {
     ::close(descriptor_);
-    if (!is_in_place_) ::unlink(name_.c_str());
+    if (!name_.empty()) ::unlink(name_.c_str());
   }
   file_beside(const file_beside&) = delete;
   file_beside& operator=(const file_beside&) = delete;
@@ -126,13 +133,31 @@ class file_beside {
   void put_in_place() {
     if (::fsync(descriptor_) != 0) fail();
     refuse_what_is_there(path_);
+    if (name_.empty() && !give_name()) return;
     if (::rename(name_.c_str(), path_.c_str()) != 0) fail();
-    is_in_place_ = true;
+    name_.clear();
   }
 
   std::uint64_t size() const { return size_; }
 
  private:
+  std::string in_proc() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
+
+  bool link_to(const std::string& name) const {
+    return ::linkat(AT_FDCWD, in_proc().c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+  }
+
+  // Only a rename replaces a file. Returns false if there is none to replace: then it is in place.
+  bool give_name() {
+    if (link_to(path_)) return false;
+    for (int number = 0; errno == EEXIST; ++number) {
+      name_ = hidden_ + std::to_string(::getpid()) + "-" + std::to_string(number);
+      if (link_to(name_)) return true;
+    }
+    name_.clear();
+    fail();
+  }
+
   [[noreturn]] void fail() const {
     refuse(path_, cause_of(errno),
            "make room there or name another place with --support-file FILE");
@@ -140,10 +165,10 @@ class file_beside {
 
   delayed_end end_;
   std::string path_;
-  std::string name_;
+  std::string hidden_;  // how a name for it begins
+  std::string name_;    // empty while it has none, and when it is in place
   int descriptor_ = -1;
   std::uint64_t size_ = 0;
-  bool is_in_place_ = false;
 };
 
 // A descriptor for reading; closed at its end.

@@ -231,30 +231,51 @@ TEST_F(early_stop, quotes_what_the_tool_complains_of_in_one_line) {
 
 // Support files -----------------------------------------------------------------------------------
 
-TEST_F(folder_test, support_file_is_given_up_when_a_signal_ends_the_host) {
-  write(at("big"), "x");
-  fs::resize_file(at("big"), std::uintmax_t{64} << 30);
-  write(at("packed"), "earlier");
+// Packs a file that takes hours, in a child, and sends it a signal as soon as it has begun. Returns
+// how it ended.
+int end_of_packing(const std::string& folder, int signal) {
+  std::ofstream(folder + "/big") << "x";
+  fs::resize_file(folder + "/big", std::uintmax_t{64} << 30);
+  std::ofstream(folder + "/packed") << "earlier";
   const pid_t child = ::fork();
   if (child == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     try {
-      static_cast<void>(make_support_file(at("packed"), "", {at("big")}, {}));
+      static_cast<void>(make_support_file(folder + "/packed", "", {folder + "/big"}, {}));
     } catch (const support_error&) {
       ::_exit(1);
     }
     ::_exit(0);
   }
-  const auto files = [&] {
-    return std::distance(fs::directory_iterator(folder_), fs::directory_iterator());
-  };
-  EXPECT_TRUE(comes_true([&] { return files() == 3; })) << "it has begun";
-  ::kill(child, SIGTERM);
+  EXPECT_TRUE(comes_true([&] {
+    for (const auto& open : fs::directory_iterator("/proc/" + std::to_string(child) + "/fd")) {
+      std::error_code closed;
+      if (fs::read_symlink(open.path(), closed) == folder + "/big") return true;
+    }
+    return false;
+  })) << "it has begun";
+  ::kill(child, signal);
   int status = 0;
   ::waitpid(child, &status, 0);
-  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
-  EXPECT_EQ(files(), 2) << "nothing of it stays";
-  EXPECT_EQ(content_of(at("packed")), "earlier");
+  return status;
+}
+
+TEST_F(folder_test, support_file_is_given_up_when_a_signal_ends_the_host) {
+  for (const int signal : {SIGTERM, SIGKILL}) {
+    const int status = end_of_packing(folder_, signal);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 2)
+        << "nothing of it stays after signal " << signal;
+    EXPECT_EQ(content_of(at("packed")), "earlier");
+  }
+}
+
+TEST_F(folder_test, support_file_holds_what_the_doctor_says) {
+  const auto made = make_support_file(at("packed"), "", {}, {}, [] { return "ok   machine\n"; });
+  const auto without = make_support_file(at("packed"), "", {}, {});
+  EXPECT_EQ(made.files, without.files + 1);
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1);
+  EXPECT_EQ(fs::file_size(at("packed")), without.bytes) << "one replaces another";
 }
 
 // Progress ----------------------------------------------------------------------------------------
