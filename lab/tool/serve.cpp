@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <optional>
 #include <thread>
 
@@ -50,6 +51,23 @@ bool is_address(const std::string& text) {
   return plain && !text.empty() && text.front() != '.';
 }
 
+// The files of "true && test -x FILE && test -x FILE", or of "true" alone; nothing for any other
+// line.
+std::optional<std::vector<std::string>> tested_files(std::string_view line) {
+  constexpr std::string_view begin = "true";
+  constexpr std::string_view more = " && test -x ";
+  if (!line.starts_with(begin)) return std::nullopt;
+  line.remove_prefix(begin.size());
+  std::vector<std::string> files;
+  while (line.starts_with(more)) {
+    line.remove_prefix(more.size());
+    files.emplace_back(line.substr(0, line.find(' ')));
+    line.remove_prefix(files.back().size());
+  }
+  if (!line.empty()) return std::nullopt;
+  return files;
+}
+
 call resolve_ssh(const std::vector<std::string>& command) {
   std::size_t next = 1;
   while (next < command.size() && command[next].starts_with('-')) {
@@ -64,7 +82,7 @@ call resolve_ssh(const std::vector<std::string>& command) {
   for (std::size_t i = next + 1; i < command.size(); ++i)
     remote += (remote.empty() ? "" : " ") + command[i];
   if (remote.empty()) return {{}, {}, "ssh: no command"};
-  return {address, file_name(remote), {}};
+  return {address, file_name(remote), {}, tested_files(remote)};
 }
 
 void note_call(const std::string& line) {
@@ -162,6 +180,35 @@ void wait_latency(const std::string& tool, const call& wanted) {
   std::this_thread::sleep_for(latency_of(parse_latencies(given), tool, remote_tool));
 }
 
+int no_route(const std::string& address) {
+  complain(fmt::format("ssh: connect to host {} port 22: No route to host", address));
+  return ssh_failed;
+}
+
+// False if every call that was recorded in the folder of a node has failed in ssh itself.
+bool was_reached(const std::filesystem::path& folder) {
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    const std::string file = entry.path().string();
+    if (!file.ends_with(list_suffix)) {
+      if (entry.path().filename().string().find(';') == std::string::npos) return true;
+      continue;
+    }
+    for (const listed_answer& answer : parse_answer_list(read_own(file), file))
+      if (answer.status != ssh_failed) return true;
+  }
+  return false;
+}
+
+// The tools of all nodes are those of the run: what is missing is missing everywhere.
+int answer_test(const call& wanted) {
+  const std::string folder = capture_folder() + "/" + wanted.place;
+  const bool is_known = access(folder.c_str(), F_OK) == 0;
+  if (is_known && !was_reached(folder)) return no_route(wanted.place);
+  for (const std::string& file : *wanted.tested)
+    if (access(file.c_str(), X_OK) != 0) return EXIT_FAILURE;
+  return is_known ? EXIT_SUCCESS : no_route(wanted.place);
+}
+
 }  // namespace
 
 call resolve(const std::vector<std::string>& command) {
@@ -191,14 +238,13 @@ int serve(const std::vector<std::string>& command) {
     if (const auto status = serve_from_list(file)) return *status;
     const std::string shared = shared_file_name(wanted.file);
     if (!shared.empty() && copy_file(folder + "/" + shared, STDOUT_FILENO)) return EXIT_SUCCESS;
+    if (wanted.tested) return answer_test(wanted);
   } catch (const std::exception& failure) {
     complain(fmt::format("{}: {}", tool_of(command), failure.what()));
     return EXIT_FAILURE;
   }
-  if (wanted.place != local_place && access(folder.c_str(), F_OK) != 0) {
-    complain(fmt::format("ssh: connect to host {} port 22: No route to host", wanted.place));
-    return ssh_failed;
-  }
+  if (wanted.place != local_place && access(folder.c_str(), F_OK) != 0)
+    return no_route(wanted.place);
   complain(fmt::format("{}: not known to this router ({}/{})", readable(command), wanted.place,
                        wanted.file));
   return unknown_command;

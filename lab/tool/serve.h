@@ -9,6 +9,10 @@
 // A chip command without a file of its own is answered from the file that all chips share, if there
 // is one: .../asic_shell_show,-c,diag+pp+lif+id=0x4000+gl=1+type=in.
 //
+// A login that only tests, as `tessel-host doctor` does, is answered as the node would:
+//
+//     ssh -o BatchMode=yes 192.0.0.6 true && test -x /opt/nos/bin/fwd_object_show
+//
 // Some tools must be called by their full path, /opt/nos/bin/..., and all others by their name
 // alone. A wrong call fails here as it would on a router.
 //
@@ -21,6 +25,7 @@
 // answers.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,6 +39,9 @@ struct call {
   std::string place;    // folder of the answer
   std::string file;     // its file
   std::string problem;  // why there is no answer; empty if there may be one
+  // Of a login that only tests whether the node has these programs. Few captures have an answer to
+  // it: those of a run whose host has called the doctor.
+  std::optional<std::vector<std::string>> tested{};
 };
 
 // `command` is the tool's name and its arguments.

@@ -36,6 +36,18 @@ TEST(resolve, refuses_unknown_forms_of_ssh) {
   EXPECT_NE(resolve({"ssh", "..", "x"}).problem, "");
 }
 
+TEST(resolve, knows_a_login_that_only_tests_for_programs) {
+  const auto tested = [](const std::string& line) {
+    return lab::resolve({"ssh", "-o", "BatchMode=yes", "192.0.0.6", line}).tested;
+  };
+  using files = std::vector<std::string>;
+  EXPECT_EQ(tested("true"), files{});
+  EXPECT_EQ(tested("true && test -x /a && test -x /b"), (files{"/a", "/b"}));
+  for (const char* other : {"true && test -f /a", "true; test -x /a", "test -x /a", "truely",
+                            "true && test -x /a; rm /a", "true && test -x /a || true"})
+    EXPECT_EQ(tested(other), std::nullopt) << other;
+}
+
 TEST(tool_program, refuses_to_be_called_directly) {
   const outcome called = lab_test::run_shell(LAB_TOOL " list");
   EXPECT_EQ(called.status, 64);
@@ -134,6 +146,33 @@ TEST_F(tools_test, refuse_an_unknown_command_line) {
   const outcome remote = shell("ssh 192.0.0.4 /opt/nos/bin/unheard_of");
   EXPECT_EQ(remote.status, 127);
   EXPECT_EQ(shell("ssh 192.0.0.99 /opt/nos/bin/board_api_probe").status, 255);
+}
+
+TEST_F(tools_test, answer_a_login_that_tests_for_them) {
+  const auto login = [&](const std::string& address, const std::string& tool) {
+    return shell("ssh -o BatchMode=yes -o LogLevel=ERROR " + address + " 'true && test -x " + bin_ +
+                 "/ssh && test -x " + bin_ + "/" + tool + "'");
+  };
+  const outcome known = login("192.0.0.6", "iface_show");
+  EXPECT_EQ(known.status, 0);
+  EXPECT_EQ(known.out + known.err, "");
+  EXPECT_EQ(shell("ssh 192.0.0.6 true").status, 0);
+  EXPECT_EQ(login("192.0.0.6", "fwd_object_show").status, 1) << "it is not there";
+  const outcome down = login("192.0.0.99", "iface_show");
+  EXPECT_EQ(down.status, 255);
+  EXPECT_EQ(down.err, "ssh: connect to host 192.0.0.99 port 22: No route to host\n");
+
+  const fs::path node = scratch_.path() / "capture" / "192.0.0.6";
+  fs::remove_all(node);
+  fs::create_directory(node);
+  lab_test::write_text(node / "fwd_object_show;1", "");
+  lab_test::write_text(node / "fwd_object_show;answers", "255 1\n");
+  EXPECT_EQ(login("192.0.0.6", "iface_show").status, 255) << "it could not be reached";
+  lab_test::write_text(node / "fwd_object_show;answers", "255 1\n0 1\n");
+  EXPECT_EQ(login("192.0.0.6", "iface_show").status, 0) << "later it could";
+  lab_test::write_text(node / "true;1", "");
+  lab_test::write_text(node / "true;answers", "1 1\n");
+  EXPECT_EQ(shell("ssh 192.0.0.6 true").status, 1) << "as it was recorded";
 }
 
 TEST_F(tools_test, are_not_found_where_no_router_has_them) {
