@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -133,6 +134,49 @@ fs::path take_journal(std::vector<std::string>& host_arguments) {
   return named;
 }
 
+// The values of the host's options that name a file that it writes when the audit has ended.
+std::vector<std::string> written_files(const std::vector<std::string>& host_arguments) {
+  std::vector<std::string> files;
+  for (std::size_t at = 0; at < host_arguments.size(); ++at)
+    for (const std::string option : {"--json", "--support-file"}) {
+      if (host_arguments[at] == option && at + 1 < host_arguments.size())
+        files.push_back(host_arguments[at + 1]);
+      else if (host_arguments[at].starts_with(option + "="))
+        files.push_back(host_arguments[at].substr(option.size() + 1));
+    }
+  return files;
+}
+
+// Throws `lab_error` for a file that would vanish with the run's own /tmp or /opt. One in /var/log
+// goes to the folder of the logs, as the logs do.
+void refuse_what_would_vanish(const std::vector<std::string>& files) {
+  for (const fs::path file : files) {
+    if (!file.is_absolute()) continue;
+    const fs::path place = fs::weakly_canonical(file);
+    const bool is_audits = fs::relative(place, "/tmp").string().starts_with("tessel");
+    const bool is_in_tmp = place.parent_path() == "/tmp";
+    if (is_in_tmp && is_audits) continue;  // the host refuses it
+    if (is_in_tmp || is_audits || lies_under(place, "/opt"))
+      throw lab_error(
+          fmt::format("{}: would vanish with the run, which has {} of its own; give it a relative "
+                      "name, or one in another folder",
+                      file.string(), is_in_tmp || is_audits ? "a /tmp" : "an /opt"));
+  }
+}
+
+// The folders of these files below /tmp, which the run covers, an outer one before an inner one.
+std::vector<fs::path> folders_in_tmp(const std::vector<std::string>& files) {
+  std::vector<fs::path> folders;
+  for (const fs::path file : files) {
+    const fs::path folder = fs::weakly_canonical(file).parent_path();
+    if (file.is_absolute() && folder != "/tmp" && lies_under(folder, "/tmp") &&
+        fs::is_directory(folder))
+      folders.push_back(folder);
+  }
+  std::sort(folders.begin(), folders.end());
+  return folders;
+}
+
 // The host does the rest, as everywhere.
 void make_journal_file(const fs::path& file) {
   const auto type = fs::symlink_status(file).type();
@@ -154,7 +198,10 @@ void set_outputs(const run_options& o, run_request& request) {
   if (keeps_calls && (logs.empty() || !lies_under(request.calls, logs)))
     check_calls_file(request.calls);
   if (!request.record.empty()) check_record_target(request.record, logs, request.calls);
+  const std::vector<std::string> files = written_files(o.host_arguments);
+  refuse_what_would_vanish(files);
   request.logs = logs_folder(o.logs.value_or(""));
+  request.outputs = folders_in_tmp(files);
   if (keeps_calls) make_calls_file(request.calls);
   request.host_arguments = o.host_arguments;
   request.journal = take_journal(request.host_arguments);

@@ -45,6 +45,8 @@ std::vector<std::string> tools_there(const run_request& request) {
 }
 
 // The given paths may lie under /opt, /var or /tmp: all are opened before any of these is covered.
+// The working folder stays the caller's, even if it is covered: relative names among the host's
+// arguments lead there.
 void prepare(const run_request& request, const fs::path& record_work) {
   enter_namespace(CLONE_NEWNET);  // the lab's tools need no network
   const held lab_program(request.lab);
@@ -56,6 +58,8 @@ void prepare(const run_request& request, const fs::path& record_work) {
   const held calls(request.calls.empty() ? fs::path{"/dev/null"} : request.calls);
   const held journal(request.journal.empty() ? fs::path{"/dev/null"} : request.journal);
   const held record(request.record.empty() ? fs::path{"/"} : record_work);
+  std::vector<held> shown;
+  for (const fs::path& output : request.outputs) shown.emplace_back(output);
 
   mount_or_fail("tmpfs", "/opt", "tmpfs", MS_NODEV | MS_NOSUID, "mode=0755");
   for (const char* made : {"/opt/nos", "/opt/nos/bin", "/opt/nos/lib", "/opt/nos/libexec",
@@ -77,12 +81,15 @@ void prepare(const run_request& request, const fs::path& record_work) {
   if (request.answers.tmp_kibibytes > 0)
     options += fmt::format(",size={}k", request.answers.tmp_kibibytes);
   mount_or_fail("tmpfs", "/tmp", "tmpfs", MS_NODEV | MS_NOSUID, options.c_str());
+  for (std::size_t at = 0; at < shown.size(); ++at) {
+    fs::create_directories(request.outputs[at]);
+    shown[at].bind_to(request.outputs[at]);
+  }
   for (const std::string& name : request.answers.blocked_captures)
     make_folder("/tmp/tessel_" + name + ".log");
   const held no_room("/dev/full");
   for (const std::string& name : request.answers.full_logs)
     bind_file(no_room, "/var/log/tessel_" + name + ".log");
-  if (chdir("/") != 0) fail("/");
 }
 
 // A file at its limit must be an error for the audit, not end it. The tools that it ends shall

@@ -10,7 +10,8 @@
 //     /var/log            the folder for the logs
 //     /tmp                empty
 //
-// All of it vanishes with the namespace when the host ends. With `real_ssh` there is no stand-in
+// All of it vanishes with the namespace when the host ends. The host's working folder is the
+// caller's. With `real_ssh` there is no stand-in
 // for ssh: the machine's own ssh connects to servers that are started for the run.
 #pragma once
 
@@ -36,6 +37,8 @@ struct run_request {
   // The file for the host's journal, may be empty. It exists, and `host_arguments` name it
   // `journal_in_namespace`.
   std::filesystem::path journal;
+  // Folders below /tmp that stay the caller's, because the host writes files there.
+  std::vector<std::filesystem::path> outputs;
   std::filesystem::path lab;   // this program
   std::filesystem::path tool;  // tessel-lab-tool
   bool real_ssh = false;

@@ -567,6 +567,58 @@ TEST_F(namespace_test, a_journal_that_cannot_become_a_file_is_refused_before_the
             "tessel-lab: " + lost + ": cannot be written: Not a directory\n");
 }
 
+// Writes to the file that the last argument names, as the host does when an audit has ended.
+constexpr const char* writing = "for word; do :; done; file=${word#--json=}; echo line >\"$file\"";
+
+TEST_F(namespace_test, the_hosts_files_are_the_callers) {
+  const std::string folder = scratch_.path().string();
+  fs::create_directories(scratch_.path() / "work" / "inner");
+  host(writing, "birch-small");
+  const std::string run =
+      "cd " + folder +
+      "/work; TESSEL_LAB_ROUTERS=" LAB_ROUTERS " timeout 60 " LAB_PROGRAM
+      " run birch-small --host ../host.sh --library ../library --logs ../logs -- ";
+  for (const std::string named :
+       {"--json relative", "--json inner/file", "--json=../above", "--support-file support"}) {
+    const fs::path file = scratch_.path() / "work" / named.substr(named.find_first_of(" =") + 1);
+    const outcome made = run_shell(run + named);
+    EXPECT_EQ(made.status, 0) << made.err;
+    EXPECT_EQ(read_text(file), "line\n") << named;
+  }
+  // The lab covers /tmp, but not this folder of it.
+  lab_test::scratch_folder of_tmp;
+  const std::string below = "/tmp/" + of_tmp.path().filename().string();
+  fs::create_directories(below);
+  for (const std::string named : {"--json ", "--json=", "--support-file "}) {
+    const outcome made = host(writing, "birch-small -- " + named + below + "/file");
+    EXPECT_EQ(made.status, 0) << made.err;
+    EXPECT_EQ(read_text(below + "/file"), "line\n") << named;
+    fs::remove(below + "/file");
+  }
+  fs::remove(below);
+  // The folder of the logs may have to be made first.
+  fs::remove_all(logs());
+  const outcome made = host(writing, "birch-small -- --json " + (logs() / "file").string());
+  EXPECT_EQ(made.status, 0) << made.err;
+  EXPECT_EQ(read_text(logs() / "file"), "line\n");
+}
+
+TEST_F(namespace_test, a_file_that_would_vanish_with_the_run_is_refused_before_the_audit) {
+  fs::remove_all(logs());
+  for (const std::string named :
+       {"/tmp/file", "/tmp/tessel-mine/file", "/opt/file", "/opt/nos/file"})
+    for (const std::string option : {"--json ", "--json=", "--support-file "}) {
+      const outcome refused = host("echo ran", "birch-small -- " + option + named);
+      EXPECT_EQ(refused.status, 1);
+      EXPECT_EQ(refused.out, "");
+      EXPECT_EQ(refused.err, "tessel-lab: " + named + ": would vanish with the run, which has " +
+                                 (named.starts_with("/tmp") ? "a /tmp" : "an /opt") +
+                                 " of its own; give it a relative name, or one in another "
+                                 "folder\n");
+      EXPECT_FALSE(fs::exists(logs()));
+    }
+}
+
 // The host's finding is what the script prints about the capture.
 TEST_F(namespace_test, redact_verifies_that_the_findings_stay) {
   const std::string folder = scratch_.path().string();
