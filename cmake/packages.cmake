@@ -44,7 +44,8 @@ tessel_install(lab tessel-lab PROGRAMS tessel-lab
   MANUAL tessel-capture.5 tessel-lab.1 tessel-lab-tool.1
   DOCS ${docs}/LAB.md)
 tessel_install(dev libtessel-dev)
-install(FILES ${PROJECT_SOURCE_DIR}/desk/show/report.schema.json COMPONENT tessel
+install(FILES ${PROJECT_SOURCE_DIR}/desk/show/report.schema.json
+              ${PROJECT_SOURCE_DIR}/desk/show/merge.schema.json COMPONENT tessel
         DESTINATION ${CMAKE_INSTALL_DATADIR}/tessel)
 
 # Ansible and systemd take them from where an administrator has copied them.
