@@ -45,6 +45,7 @@ struct replaced_value {
   std::string kind;  // "ipv4", "text", ...
   std::string original;
   std::string replacement;
+  // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 takes the default for a comparison with 0.
   auto operator<=>(const replaced_value&) const = default;
 };
 
