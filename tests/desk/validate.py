@@ -1,5 +1,5 @@
 # Holds the JSON formats against their schemas and the page against an HTML5 parser that forgives
-# nothing. usage: validate.py SCHEMAS SARIF_SCHEMA FOLDER
+# nothing. usage: validate.py SCHEMAS FOLDER SARIF_SCHEMA...
 import base64
 import glob
 import hashlib
@@ -27,8 +27,9 @@ def read(file):
 
 def check_json(schema_file, files):
     schema = json.loads(read(schema_file))
-    jsonschema.Draft202012Validator.check_schema(schema)
-    validator = jsonschema.Draft202012Validator(schema)
+    kind = jsonschema.validators.validator_for(schema)
+    kind.check_schema(schema)
+    validator = kind(schema)
     for file in files:
         for error in validator.iter_errors(json.loads(read(file))):
             fail(file, f"{'/'.join(map(str, error.absolute_path))}: {error.message[:300]}")
@@ -95,10 +96,11 @@ def check_page(file):
 
 
 def main():
-    schemas, sarif_schema, folder = sys.argv[1:]
+    schemas, folder, *sarif_schemas = sys.argv[1:]
     check_json(f"{schemas}/report.schema.json", sorted(glob.glob(f"{folder}/*.json")))
     check_json(f"{schemas}/merge.schema.json", sorted(glob.glob(f"{folder}/merge/*.json")))
-    check_json(sarif_schema, sorted(glob.glob(f"{folder}/*.sarif")))
+    for schema in sarif_schemas:
+        check_json(schema, sorted(glob.glob(f"{folder}/*.sarif")))
     for file in sorted(glob.glob(f"{folder}/**/*.html", recursive=True)):
         check_page(file)
     sys.exit(1 if failures else 0)
