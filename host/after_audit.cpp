@@ -52,7 +52,7 @@ int check(const program_result& made, std::size_t timed_out) {
   return timed_out > 0 ? std::max(status, status_not_judged) : status;
 }
 
-// Its complaints come behind the summary, and as long as a message of the host.
+// Its complaints come behind the summary, and wait for a reader no longer than a message does.
 bool show_summary(const std::string& program, const std::string& journal) {
   std::string complaints;
   const bool is_shown = run_in_front(command(program, "summary", journal), complaints);

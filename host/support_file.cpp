@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -22,6 +23,7 @@
 
 #include "audit_files.h"
 #include "command_line/one_line.h"
+#include "ending_signals.h"
 #include "packing/sha256.h"
 #include "packing/tar_writer.h"
 
@@ -67,7 +69,7 @@ class delayed_end {
  public:
   delayed_end() {
     sigemptyset(&ending_);
-    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) sigaddset(&ending_, number);
+    for (const int number : ending_signals) sigaddset(&ending_, number);
     ::sigprocmask(SIG_BLOCK, &ending_, &before_);
     struct sigaction ignore {};
     ignore.sa_handler = SIG_IGN;
@@ -81,13 +83,7 @@ class delayed_end {
   delayed_end& operator=(const delayed_end&) = delete;
 
   // True if the process would have ended by now.
-  bool is_due() const {
-    sigset_t pending{};
-    ::sigpending(&pending);
-    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
-      if (sigismember(&pending, number) == 1 && sigismember(&before_, number) == 0) return true;
-    return false;
-  }
+  bool is_due() const { return is_end_held_back(before_); }
 
  private:
   sigset_t ending_{};
@@ -359,6 +355,10 @@ std::string about(const run_facts& facts, const std::vector<std::string>& left_o
 }  // namespace
 
 void check_support_target(const std::string& path, const std::vector<std::string>& others) {
+  // One beside it has a longer name for a moment.
+  constexpr std::size_t longest_name = NAME_MAX - 20;
+  if (fs::path(path).filename().string().size() > longest_name)
+    refuse(path, cause_of(ENAMETOOLONG));
   if (const std::string cause = why_not_ours(path); !cause.empty()) refuse(path, cause);
   for (const std::string& other : others)
     if (place_of(path) == place_of(other)) refuse(path, "another option names the same file");

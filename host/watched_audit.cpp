@@ -20,6 +20,7 @@
 
 #include "arguments.h"
 #include "audit_files.h"
+#include "ending_signals.h"
 #include "leftovers.h"
 #include "processes.h"
 
@@ -63,13 +64,6 @@ struct signals {
   struct sigaction size_before {};
 };
 
-// Who starts a host with nohup or in the background wants a signal to have no effect.
-bool is_for_us(int number, const sigset_t& blocked) {
-  struct sigaction action {};
-  return ::sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN &&
-         sigismember(&blocked, number) == 0;
-}
-
 signals hold_back_signals() {
   signals held;
   struct sigaction usual {};
@@ -78,8 +72,8 @@ signals hold_back_signals() {
   ::sigprocmask(SIG_BLOCK, nullptr, &held.before);
   sigemptyset(&held.awaited);
   sigaddset(&held.awaited, SIGCHLD);
-  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
-    if (is_for_us(number, held.before)) sigaddset(&held.awaited, number);
+  for (const int number : ending_signals)
+    if (would_end_us(number, held.before)) sigaddset(&held.awaited, number);
   ::sigprocmask(SIG_BLOCK, &held.awaited, nullptr);
   return held;
 }
@@ -95,7 +89,7 @@ void halt_on_signals(const signals& held) {
   struct sigaction halt {};
   halt.sa_handler = halt_for_ever;
   sigfillset(&halt.sa_mask);
-  for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM})
+  for (const int number : ending_signals)
     if (sigismember(&held.awaited, number) == 1) ::sigaction(number, &halt, nullptr);
   ::sigaction(SIGCHLD, &held.child_before, nullptr);
   ::sigprocmask(SIG_SETMASK, &held.before, nullptr);

@@ -57,7 +57,7 @@ class chip_intake {
   }
 
   void take_sub(std::size_t sub, const chip_question& asked, std::string_view domain) {
-    if (is_jericho2_ || domain.empty()) return;  // the audit asks Jericho2 for no sub-bundle
+    if (is_jericho2_ || domain.empty()) return;  // no table of Jericho2 is for them
     const sem_key key = sem_key_of(domain, asked.tags);
     if (!key.key.empty()) put(sub, field::sem, source::chip_entry, tables_.sem_of(key.key));
     if (!key.is_by_global_lif || !asked.lif) return;

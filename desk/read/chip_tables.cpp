@@ -41,7 +41,7 @@ struct table_of_chip {
   std::string_view command;
   value (*parse)(const value& output);
   std::string_view left_out{};  // lines with these words
-  std::string_view wanted{};    // only lines with these words, in this order
+  std::string_view wanted{};    // only lines with both words
   std::string_view also{};
   bool may_be_empty = false;
 };

@@ -25,7 +25,7 @@ struct chip_entry {
   enum class state : std::uint8_t {
     holds,
     missing,   // the table was read and lacks it
-    not_read,  // the table is not in the capture, empty or not understood
+    not_read,  // the table is not in the capture, or empty
     not_understood,
     none  // the audit would not look for it
   };

@@ -46,7 +46,9 @@ void show_commands(const journal& of, const terminal& on, std::ostream& out) {
                          printable(shown_call(*slowest)));
   out << '\n' << wrapped(words, on.width, 0) << '\n';
   for (const journal_command& one : of.commands) {
-    if (one.failed.empty() && one.has_ended && !one.signal && one.status.value_or(0) <= 1) continue;
+    const bool ended_well =
+        one.has_ended && !one.signal && !one.is_timed_out && one.status.value_or(0) <= 1;
+    if (one.failed.empty() && ended_well) continue;
     const std::string ending =
         fmt::format("{}: {}", printable(shown_call(one)), ending_of(one, of));
     out << "  " << wrapped(ending, on.width, 4) << '\n';

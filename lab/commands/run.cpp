@@ -147,12 +147,24 @@ std::vector<std::string> written_files(const std::vector<std::string>& host_argu
   return files;
 }
 
+// The run stays in the caller's folder, so that a name below it reaches its place whatever the run
+// covers, unless the way there leads into what it covers.
+bool is_below_caller(const fs::path& file) {
+  const fs::path here = fs::current_path();
+  const fs::path place = fs::weakly_canonical(fs::absolute(file));
+  if (file.is_absolute() || !lies_under(place, here)) return false;
+  for (const fs::path covered : {"/tmp", "/opt", "/var/log"}) {
+    if (lies_under(place, covered) && !lies_under(here, covered)) return false;
+  }
+  return true;
+}
+
 // Throws `lab_error` for a file that would vanish with the run's own /tmp or /opt. One in /var/log
 // goes to the folder of the logs, as the logs do.
 void refuse_what_would_vanish(const std::vector<std::string>& files) {
   for (const fs::path file : files) {
-    if (!file.is_absolute()) continue;
-    const fs::path place = fs::weakly_canonical(file);
+    if (is_below_caller(file)) continue;
+    const fs::path place = fs::weakly_canonical(fs::absolute(file));
     const bool is_audits = fs::relative(place, "/tmp").string().starts_with("tessel");
     const bool is_in_tmp = place.parent_path() == "/tmp";
     if (is_in_tmp && is_audits) continue;  // the host refuses it
@@ -168,8 +180,8 @@ void refuse_what_would_vanish(const std::vector<std::string>& files) {
 std::vector<fs::path> folders_in_tmp(const std::vector<std::string>& files) {
   std::vector<fs::path> folders;
   for (const fs::path file : files) {
-    const fs::path folder = fs::weakly_canonical(file).parent_path();
-    if (file.is_absolute() && folder != "/tmp" && lies_under(folder, "/tmp") &&
+    const fs::path folder = fs::weakly_canonical(fs::absolute(file)).parent_path();
+    if (!is_below_caller(file) && folder != "/tmp" && lies_under(folder, "/tmp") &&
         fs::is_directory(folder))
       folders.push_back(folder);
   }

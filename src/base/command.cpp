@@ -42,8 +42,8 @@ capture_file new_capture(std::string path) {
 }
 
 // The three streams of a child, and its signals as a shell and its pipes expect them: the host may
-// have blocked some, or ignored those two. What else it ignores, as by nohup, stays ignored: a tool
-// that a terminal ended all the same would look like one that found nothing.
+// have blocked some, or ignored SIGPIPE and SIGCHLD. What else it ignores, as by nohup, stays
+// ignored: a tool that a terminal ended all the same would look like one that found nothing.
 class spawn_plan {
  public:
   spawn_plan() {

@@ -370,7 +370,7 @@ TEST(dossier, is_of_the_bundle_that_a_person_means) {
     EXPECT_EQ(bundle_meant(run.of, word), std::nullopt) << word;
 }
 
-TEST(dossier, knows_which_sub_bundle_there_is_none_of) {
+TEST(dossier, names_a_sub_bundle_that_the_run_lacks) {
   example run(2);
   const desk::run& of = run.of.of;
   for (const char* word : {"BE1", "BE1.100", "be1.100", "1.100", "0/0/0/1", "0x1.2"})

@@ -44,14 +44,16 @@ TEST(width, is_kept_by_coverage) {
 TEST(coverage_view, says_how_each_command_ended_by_what_the_journal_knows) {
   judged_run run = run_not_judged();
   auto& commands = run.of.log_of_commands->commands;
-  commands.assign(4, {});
-  for (const std::size_t i : {1U, 2U, 3U}) commands[i].has_ended = true;
+  commands.assign(6, {});
+  for (const std::size_t i : {1U, 2U, 3U, 4U, 5U}) commands[i].has_ended = true;
   for (std::size_t i = 0; i < commands.size(); ++i)
     commands[i].command = "tool-" + std::to_string(i);
   commands[1].signal = 9;
   commands[2].signal = 9;
   commands[2].is_timed_out = true;
   commands[3].status = 2;
+  commands[4].is_timed_out = true;  // and could not be ended
+  commands[5].status = 1;           // grep found nothing
   const auto shown = [&] {
     std::ostringstream out;
     show_coverage(run, terminal_of(100), out);
@@ -60,7 +62,9 @@ TEST(coverage_view, says_how_each_command_ended_by_what_the_journal_knows) {
   EXPECT_THAT(shown(), testing::HasSubstr("  tool-0: had not ended when the run did\n"
                                           "  tool-1: ended by signal 9\n"
                                           "  tool-2: ended, because its time was over\n"
-                                          "  tool-3: exit status 2\n"));
+                                          "  tool-3: exit status 2\n"
+                                          "  tool-4: ended, because its time was over\n"));
+  EXPECT_THAT(shown(), testing::Not(testing::HasSubstr("tool-5:")));
   run.of.log_of_commands->lacks_lines = true;
   EXPECT_THAT(shown(), testing::HasSubstr("  tool-0: the journal has lost how it ended\n"));
 }

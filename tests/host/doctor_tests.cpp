@@ -221,8 +221,31 @@ TEST(doctor_beside, ends_the_doctor) {
     return std::string(std::istreambuf_iterator<char>(in), {});
   };
   const std::string before = children();
-  { const doctor_beside doctor; }
+  {
+    const doctor_beside doctor;
+    EXPECT_NE(children(), before);
+  }
+  for (int tries = 0; tries < 1000 && children() != before; ++tries) ::usleep(10'000);
   EXPECT_EQ(children(), before);
+}
+
+TEST(doctor_beside, is_hurried_by_no_signal_that_has_no_effect) {
+  sigset_t hangup;
+  sigset_t before;
+  ::sigemptyset(&hangup);
+  ::sigaddset(&hangup, SIGHUP);
+  ::signal(SIGHUP, SIG_IGN);
+  ::sigprocmask(SIG_BLOCK, &hangup, &before);
+  std::string lines;
+  {
+    ::raise(SIGHUP);
+    doctor_beside doctor;
+    lines = doctor.lines();
+  }
+  ::sigprocmask(SIG_SETMASK, &before, nullptr);
+  ::signal(SIGHUP, SIG_DFL);
+  EXPECT_NE(lines.find("patterns: "), lines.npos) << lines;
+  EXPECT_EQ(lines.find("fail doctor"), lines.npos) << lines;
 }
 
 }  // namespace

@@ -519,7 +519,7 @@ TEST(run_in_front, does_not_wait_for_who_leaves_its_complaints_unread) {
                                 return has_ended && err.size() == 300000 ? 7 : 1;
                               }),
             7);
-  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(8));
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(30));
   for (const int end : ends) ::close(end);
 }
 

@@ -619,6 +619,26 @@ TEST_F(namespace_test, a_file_that_would_vanish_with_the_run_is_refused_before_t
     }
 }
 
+TEST_F(namespace_test,
+       a_relative_name_that_leads_out_of_the_callers_folder_is_like_an_absolute_one) {
+  const lab_test::scratch_folder of_tmp;
+  const fs::path below = "/tmp/" + of_tmp.path().filename().string();
+  fs::create_directories(below);
+  const fs::path before = fs::current_path();
+  const auto refused_from = [&](const fs::path& folder, const std::string& named) {
+    fs::current_path(folder);
+    const outcome refused = host("echo ran", "birch-small -- --json " + named);
+    fs::current_path(before);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.err.find("tessel-lab: " + named + ": would vanish with the run"), 0U)
+        << refused.err;
+  };
+  refused_from(below, "../file");
+  refused_from("/", "tmp/file");
+  refused_from("/", "opt/file");
+  fs::remove(below);
+}
+
 // The host's finding is what the script prints about the capture.
 TEST_F(namespace_test, redact_verifies_that_the_findings_stay) {
   const std::string folder = scratch_.path().string();

@@ -15,6 +15,7 @@
 #include "base/records.h"
 #include "base/text.h"
 #include "support/fake_router.h"
+#include "support/limited_memory.h"
 
 namespace tessel {
 namespace {
@@ -287,6 +288,7 @@ TEST_F(dump_test, a_store_that_cannot_be_printed_either_still_gets_its_end_marke
   EXPECT_EQ(st().exception, 0);
 }
 
+#if MEMORY_CAN_BE_LIMITED
 // 7 if a dump for which no large piece of memory is left says so and has its end.
 int status_of_dump_without_memory() {
   open_logs();
@@ -310,6 +312,7 @@ int status_of_dump_without_memory() {
 TEST_F(dump_test, without_memory_for_a_piece_a_store_is_printed_and_has_its_end) {
   EXPECT_EQ(status_in_child(status_of_dump_without_memory), 7);
 }
+#endif
 
 TEST_F(dump_test, what_follows_a_half_written_store_begins_on_a_line_of_its_own) {
   open_logs();
