@@ -362,7 +362,7 @@ void take_findings(judging& at) {
   for (const auto& [code, same] : at.findings.codes())
     if (std::any_of(same.begin(), same.end(), is_of_objects)) take_common(at, code, configured);
   for (const std::size_t i : at.findings.with_code("TC-109"))
-    if (!at.is_explained[i]) take_unset(at, i);
+    if (!at.is_explained[i] && number_in(all[i].reported).value_or(0) == 0) take_unset(at, i);
   for (std::size_t i = 0; i < all.size(); ++i) {
     if (at.is_explained[i]) continue;
     if (all[i].code == "TC-000" && !is_doubt(all[i])) take_unknown(at, i);

@@ -345,8 +345,10 @@ void read_health(run& into, const log_run* of) {
 std::string bundle_of_entry(const run& of, std::string_view description) {
   const auto named = bundles_in(description);
   if (!named.empty()) return named.front();
-  for (const std::string_view word : {"Lag ", "LAG "}) {
+  // Jericho2 has the number alone: "0x55_npu0_node4096".
+  for (const std::string_view word : {"Lag ", "LAG ", ""}) {
     if (!description.starts_with(word)) continue;
+    if (word.empty() && description.find("_npu") == std::string_view::npos) break;
     const std::string_view id = description.substr(
         word.size(), std::min(description.find('_'), description.size()) - word.size());
     const auto known = of.texts.find(id);

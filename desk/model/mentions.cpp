@@ -118,16 +118,17 @@ void mention_finder::note_handles() {
 void mention_finder::note_weights() {
   if (std::exchange(knows_weights_, true)) return;
   for (const object& one : of_.objects) {
+    if (one.kind != object_kind::bundle) continue;  // the audit weighs no sub-bundle
     std::unordered_map<std::int16_t, text_id> limits;
     for (const cell& c : one.cells)
       if (c.what == field::weight_limit) limits.try_emplace(c.node, c.value);
     for (const cell& c : one.cells) {
       const auto limit = limits.find(c.node);
       if (c.what != field::weight || limit == limits.end()) continue;
-      weights_.try_emplace({of_.texts.text(c.value), of_.texts.text(limit->second)},
-                           weighed{&one, c.node});
+      weights_[{of_.texts.text(c.value), of_.texts.text(limit->second)}].push_back({&one, c.node});
     }
   }
+  for (auto& [numbers, places] : weights_) std::reverse(places.begin(), places.end());
 }
 
 void mention_finder::complete_member(mention& found) {
@@ -186,7 +187,10 @@ std::optional<mention_finder::weighed> mention_finder::weighing(std::string_view
                                                                 std::string_view limit) {
   note_weights();
   const auto at = weights_.find({weight, limit});
-  return at == weights_.end() ? std::nullopt : std::optional(at->second);
+  if (at == weights_.end()) return std::nullopt;
+  const weighed next = at->second.back();
+  if (at->second.size() > 1) at->second.pop_back();
+  return next;
 }
 
 mention mentioned_in(const run& of, std::string_view text) {

@@ -30,7 +30,9 @@ class mention_finder {
   // stays empty. The run's nodes and objects complete it: the bundle of a member, or of a handle.
   [[nodiscard]] mention in(std::string_view text);
 
-  // The object and the node that weigh this much where only that much is allowed; the first one.
+  // The bundle and the node that weigh this much where only that much is allowed. The audit writes
+  // a message for each of them, with nothing but these numbers: each call gives the next one, and
+  // the last one again.
   struct weighed {
     const object* one;
     std::int16_t node;
@@ -51,7 +53,8 @@ class mention_finder {
   bool knows_weights_ = false;
   std::unordered_map<std::string_view, const object*> members_;  // the first of this name
   std::unordered_map<std::string_view, const object*> handles_;
-  std::map<std::pair<std::string_view, std::string_view>, weighed> weights_;
+  std::map<std::pair<std::string_view, std::string_view>, std::vector<weighed>>
+      weights_;  // those that were not yet given, the next one at the end
 };
 
 // The same for a single text.

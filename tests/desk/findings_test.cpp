@@ -253,6 +253,38 @@ TEST_F(logs_of_a_test, a_stale_entry_names_its_bundle_by_the_lag_id) {
   EXPECT_EQ(of.findings[0].of, layer::dpa);
 }
 
+TEST_F(logs_of_a_test, a_stale_lag_of_jericho2_names_its_bundle_by_the_number_alone) {
+  run of;
+  of.has_snapshot = true;
+  const auto bundle = of.object_at(object_kind::bundle, "BE7", "BE7");
+  of.lag_ids[of.texts.keep("0x55")].push_back(bundle);
+  const auto entry = [](const std::string& description) {
+    return "   {\n      \"Node Description\":\"" + description + "\",\n      \"Visited\":0\n   }";
+  };
+  write("stale_entries",
+        "'Started Tessel Checker'\n'Number of stale entries in BCM 2'\n'Start of BCM "
+        "entries...'\n[\n" +
+            entry("0x55_npu0_node4096") + ",\n" + entry("0x55") + "\n]\n'End of BCM entries...'\n");
+  read_stale_entries(of, folder, 1);
+  ASSERT_EQ(of.findings.size(), 2U);
+  EXPECT_EQ(of.findings[0].object.bundle, "BE7");
+  EXPECT_EQ(of.findings[1].object.bundle, "") << "a number of something else";
+}
+
+// Each of them stumbled over what its text names, and is about none of it.
+TEST_F(logs_of_a_test, the_end_of_a_pass_is_of_no_node_and_no_bundle) {
+  write("exception", start() + line("no key 'BE2': Consistency check failed") +
+                         line("no key 'x': Stale entry verification failed in 0/1/CPU0") +
+                         line("no key 'BE3': get_non_visited_nodes failed in DPA"));
+  const run of = last_run();
+  ASSERT_EQ(of.findings.size(), 3U);
+  for (const finding& one : of.findings) {
+    EXPECT_EQ(one.object.bundle, "") << one.text;
+    EXPECT_EQ(one.node, "") << one.text;
+  }
+  EXPECT_EQ(of.findings[2].of, layer::dpa);
+}
+
 // What a log has lost must not count as agreement.
 TEST_F(logs_of_a_test, a_run_whose_start_was_rotated_away_has_lost_messages) {
   write("exception", line("INFO: No member is added to bundle BE7(0x1)"));

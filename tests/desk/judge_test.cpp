@@ -399,6 +399,19 @@ TEST_F(run_of_a_test, a_global_lif_that_no_node_has_is_of_none_in_particular) {
   EXPECT_EQ(is.causes[0].node, "");
 }
 
+TEST_F(run_of_a_test, a_global_lif_that_is_too_short_is_not_called_zero) {
+  add_nodes(3);
+  for (const std::int16_t node : {std::int16_t{0}, std::int16_t{1}, std::int16_t{2}})
+    set(field::lif, source::l2port, node, node == 1 ? "0x14" : "0x00014000");
+  find("TC-109", field::lif, "0/1/CPU0", layer::dpa);
+  of.findings.back().reported = "0x14";
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].title, Not(HasSubstr("no global LIF")));
+  EXPECT_THAT(is.causes[0].why, Not(HasSubstr("zero")));
+  EXPECT_EQ(is.causes[0].node, "0/1/CPU0");
+}
+
 TEST_F(run_of_a_test, the_type_is_that_of_the_forwarding_interface) {
   add_nodes(3);
   set(field::type, source::running_config, no_place, "layer 3");
