@@ -383,7 +383,7 @@ log_set read_logs(const std::string& folder) {
           read_channel_log(folder, "tessel_inconsistencies.log"),
           read_channel_log(folder, "tessel_programming_error.log"),
           read_channel_log(folder, "tessel_delay_delete.log"),
-          read_channel_log(folder, "tessel_bundle_health.log")};
+          read_channel_log(folder, "tessel_bundle_health.log", false)};
 }
 
 std::vector<std::string> starts_of(const log_set& logs) {

@@ -40,7 +40,7 @@ void add_continuation(channel_log& log, const std::string& file, const std::stri
     return;
   }
   log_entry& entry = entries.back();
-  if (line == "Traceback (most recent call last):") entry.has_trace = true;
+  if (log.has_traces && line == "Traceback (most recent call last):") entry.has_trace = true;
   if (!entry.has_trace) entry.text.append("\n").append(line);
 }
 
@@ -75,8 +75,9 @@ std::size_t length_of_stamp(std::string_view line) {
   return stamp_form.size();
 }
 
-channel_log read_channel_log(const std::string& folder, std::string_view name) {
+channel_log read_channel_log(const std::string& folder, std::string_view name, bool has_traces) {
   channel_log log;
+  log.has_traces = has_traces;
   log.name = name;
   const std::string backup = log.name + ".1";
   if (file_exists(folder + "/" + backup)) read_file(log, folder, backup);

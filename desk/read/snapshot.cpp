@@ -11,6 +11,8 @@ namespace desk {
 
 namespace {
 
+constexpr std::string_view begin_word = "'Start of ";
+
 // What follows 'Start of ' or 'End of ' in such a line: "BM PI" of "'Start of BM PI entries...'".
 std::optional<std::string_view> label_in(std::string_view line, std::string_view word) {
   constexpr std::string_view end = " entries...'";
@@ -27,6 +29,13 @@ bool skip_dump(line_reader& lines, std::string_view label) {
   return false;
 }
 
+// Where the line has the beginning of a dump. It may stand behind the last words of a tool that
+// ended its complaint without a line end.
+std::size_t begin_of_dump(std::string_view line) {
+  const std::size_t at = line.rfind(begin_word);
+  return at != line.npos && label_in(line.substr(at), begin_word) ? at : line.npos;
+}
+
 bool read_dump(byte_source& bytes, std::string_view label, const dump_taker& taker) {
   if (taker.wants && !taker.wants(label)) return true;
   return dump_parser(bytes, label, taker).read();
@@ -40,12 +49,12 @@ std::vector<std::string> read_dumps(const std::string& path, const dump_taker& t
   line_reader lines(bytes);
   std::string line;
   while (lines.next(line)) {
-    const auto found = label_in(line, "'Start of ");
-    if (!found) {
-      if (taker.line) taker.line(line);
-      continue;
-    }
-    const std::string label(*found);
+    const std::string_view whole = line;
+    const std::size_t begin = begin_of_dump(whole);
+    const std::string_view words = whole.substr(0, begin);
+    if (taker.line && (!words.empty() || begin == whole.npos)) taker.line(words);
+    if (begin == whole.npos) continue;
+    const std::string label(*label_in(whole.substr(begin), begin_word));
     if (taker.begins) taker.begins(label);
     const bool is_read = read_dump(bytes, label, taker);
     const bool has_end = skip_dump(lines, label);

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -140,11 +141,13 @@ void read_plainly(std::string_view bytes, const dump_taker& taker) {
   plain_file file{bytes};
   std::string line;
   while (file.next_line(line)) {
-    const std::string label = label_in(line, "'Start of ");
+    const std::size_t begin = std::min(line.rfind("'Start of "), line.size());
+    const std::string label = label_in(line.substr(begin), "'Start of ");
     if (label.empty()) {
       taker.line(line);
       continue;
     }
+    if (begin > 0) taker.line(line.substr(0, begin));
     taker.begins(label);
     file.character.clear();
     plain_walk walk(label, taker);
@@ -333,6 +336,14 @@ TEST_F(dumps, are_not_followed_deeper_than_any_dump_is) {
   };
   EXPECT_EQ(events_of_dump(nested(deepest)).back(), "whole DPA");
   EXPECT_EQ(events_of_dump(nested(deepest + 1)).back(), "not whole DPA");
+}
+
+// As when ssh complains without a line end.
+TEST_F(dumps, may_begin_behind_the_last_words_of_a_tool) {
+  EXPECT_THAT(events_of("ssh: gone'Start of DPA entries...'\n{\"a\":1}\n'End of DPA entries...'\n"),
+              ElementsAre("line ssh: gone", "begins DPA", "value DPA/a=1", "whole DPA"));
+  EXPECT_THAT(events_of("it says 'Start of DPA entries...' and goes on\n"),
+              ElementsAre("line it says 'Start of DPA entries...' and goes on"));
 }
 
 TEST_F(dumps, are_whole_only_with_their_end) {

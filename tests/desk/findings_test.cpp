@@ -236,6 +236,15 @@ TEST_F(logs_of_a_test, health_names_each_bundle) {
   EXPECT_EQ(of.findings[1].text, "Bundle-Ether1 and Bundle-Ether22\n   out of step");
 }
 
+// The lines are a tool's own: none of them is what the audit writes about a failure.
+TEST_F(logs_of_a_test, health_goes_on_behind_whatever_the_tool_prints) {
+  write("bundle_health", start() + line("Bundle-Ether1") +
+                             "Traceback (most recent call last):\nBundle-Ether22 is down\n");
+  const run of = last_run();
+  ASSERT_EQ(of.findings.size(), 2U);
+  EXPECT_EQ(of.findings[1].object.bundle, "BE22");
+}
+
 TEST_F(logs_of_a_test, a_stale_entry_names_its_bundle_by_the_lag_id) {
   run of;
   of.has_snapshot = true;
