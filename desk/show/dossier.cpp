@@ -241,7 +241,7 @@ std::string unknown_sub_bundle(const run& of, std::string_view word) {
   if (dot == std::string_view::npos || !bundle.starts_with("BE") || !of.has_snapshot ||
       !of.marks.empty())
     return {};
-  const std::string name = bundle + std::string(word.substr(dot));
+  std::string name = bundle + std::string(word.substr(dot));
   if (of.find(object_kind::sub_bundle, bundle, name) != nullptr ||
       std::any_of(of.findings.begin(), of.findings.end(),
                   [&](const finding& one) { return one.object.name == name; }))
