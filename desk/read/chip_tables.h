@@ -48,9 +48,10 @@ struct sem_key {
 [[nodiscard]] sem_key sem_key_of(std::string_view domain, const std::vector<std::string>& tags);
 [[nodiscard]] std::string sem_key_of_untagged(std::string_view domain);
 
-// Reads each table when it is first asked for. No function throws: what cannot be read or
-// understood is "not read", with a line in `troubles`. Numbers are texts as the snapshot has them.
-// The parsers keep their indexes in one place, so no two threads may have such tables.
+// Reads each table when it is first asked for. No function throws: a table that cannot
+// be read leaves its entries "not read", with a line in `troubles`. Numbers are texts as the
+// snapshot has them. The parsers keep their indexes in one place, so no two threads may have such
+// tables.
 class chip_tables {
  public:
   chip_tables(const std::string& capture, chip_at place);
@@ -73,7 +74,7 @@ class chip_tables {
   [[nodiscard]] chip_entry mtu_of_lag(const std::string& lag, const std::string& core);
   [[nodiscard]] chip_entry local_lif_of_lag(const std::string& lag, const std::string& core);
 
-  // "vis lag: not in the capture", a line for each table that was asked for in vain.
+  // "vis lag: not in the capture", a line for each table or query that was asked for in vain.
   [[nodiscard]] const std::vector<std::string>& troubles() const;
 
  private:

@@ -170,7 +170,7 @@ void report_timeout(const journaled_command& journaled, const std::string& line,
 
 // Waits for the shell, or ends it when its time is over. While it is not reaped, its number belongs
 // to its session and to nobody else. A tool that waits for a device ends late or never: it stays
-// with the host, and its status is unknown.
+// behind, and its status is unknown.
 void await_or_end(pid_t shell, const std::string& line, journaled_command& journaled) {
   constexpr std::chrono::seconds patience_for_killed{2};
   const std::chrono::seconds limit = st().command_timeout;
