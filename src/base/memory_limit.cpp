@@ -187,4 +187,9 @@ value held_text(std::string text, text_share share) {
   return std::shared_ptr<const std::string>(kept, &kept->text);
 }
 
+value held_copy(text_account& account, std::string_view part, std::string_view what) {
+  text_share share(account, part.size(), what);
+  return held_text(std::string(part), std::move(share));
+}
+
 }  // namespace tessel

@@ -60,4 +60,7 @@ class text_share {
 // A text value whose share is given back with the last copy of the value.
 value held_text(std::string text, text_share share);
 
+// A copy of `part`, entered as `what`. Throws what `take` throws.
+value held_copy(text_account& account, std::string_view part, std::string_view what);
+
 }  // namespace tessel

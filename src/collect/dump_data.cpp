@@ -149,22 +149,24 @@ int dump_running_config() {
   try {
     static const pattern& end_line = constant("\n\\bend\\b\n");
     constexpr std::size_t line_feed_and_end = 4;
+    constexpr std::string_view what = "the running configuration";
     run.run_cfg.set(execute(" cfg_render -c -l 1 -t 1 -o 1 ", "running_cfg"));
-    const value output = run.run_cfg.get();
-    std::string_view text = output.as_text();
-    const std::size_t cfg_start = text.find("Tarmac OS Configuration");
+    value output = run.run_cfg.get();
+    const std::size_t cfg_start = output.as_text().find("Tarmac OS Configuration");
     if (cfg_start == std::string_view::npos) {
       print("PARSE-ERROR: Not able to find the start of the running config");
       return ERROR;
     }
-    text = text.substr(cfg_start);
-    run.run_cfg.set(text);
+    run.run_cfg.set(held_copy(run.texts, output.as_text().substr(cfg_start), what));
+    output = run.run_cfg.get();  // frees what the tool has printed
+    const std::string_view text = output.as_text();
     const matches cfg_end = findall(end_line, text);
     if (cfg_end.empty()) {
       print("PARSE-ERROR: Not able to find the end of the running config");
       return ERROR;
     }
-    run.run_cfg.set(text.substr(0, offset_in(text, cfg_end.text(0)) + line_feed_and_end));
+    const std::size_t end = offset_in(text, cfg_end.text(0)) + line_feed_and_end;
+    run.run_cfg.set(held_copy(run.texts, text.substr(0, end), what));
     return SUCCESS;
   } catch (const std::exception& error) {
     return log_and_count(fmt::format("{}: dump_running_config failed", error.what()));

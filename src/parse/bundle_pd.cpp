@@ -8,6 +8,7 @@
 #include "base/command.h"
 #include "base/findings.h"
 #include "base/logs.h"
+#include "base/memory_limit.h"
 #include "base/numbers.h"
 #include "base/text.h"
 #include "run/state.h"
@@ -21,8 +22,10 @@ constexpr std::size_t first_member_row = 4;  // in a node's part, after its head
 constexpr std::size_t row_words = 4;
 
 // Only the agents name the route processors without CPU0; this adds it.
-std::string with_usual_node_names(std::string_view output) {
-  return replace_all(replace_all(output, "0/RP0/0", "0/RP0/CPU0"), "0/RP1/0", "0/RP1/CPU0");
+value with_usual_name(const value& output, std::string_view printed, std::string_view usual) {
+  const std::string_view text = output.as_text();
+  text_share share(st().texts, text.size(), "the agents' table with the usual names of nodes");
+  return held_text(replace_all(text, printed, usual), std::move(share));
 }
 
 void add_node_row(std::string_view line, map& bundle) {
@@ -101,7 +104,10 @@ int dump_parse_bundle_info_PD() {
   try {
     value output = execute("lagmgr_agent_show -m -a all", "BME_PD");
     run.bdlInfoPD.set(output);
-    output = with_usual_node_names(output.as_text());
+    // The store takes each text at once, so that the one before it is freed: it may be large.
+    output = with_usual_name(output, "0/RP0/0", "0/RP0/CPU0");
+    run.bdlInfoPD.set(output);
+    output = with_usual_name(output, "0/RP1/0", "0/RP1/CPU0");
     run.bdlInfoPD.set(output);
     const value bundle_pd = parse_bundle_info_PD(output.as_text());
     run.bdlInfoPD.set(bundle_pd);

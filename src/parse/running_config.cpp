@@ -149,8 +149,10 @@ std::vector<std::string> distinct(const matches& found) {
 
 }  // namespace
 
-parsed_config::parsed_config(const value& run_cfg) {
-  text_ = without_line_ends(run_cfg.as_text());
+parsed_config::parsed_config(const value& run_cfg)
+    : share_(st().texts, run_cfg.as_text().size(),
+             "the running configuration without its line ends"),
+      text_(without_line_ends(run_cfg.as_text())) {
   stanzas_ = split(strip(text_), "!");
   index_bundle_ids();
 }
@@ -226,6 +228,7 @@ int parse_running_config() {
   run_state& run = st();
   try {
     const parsed_config config(run.run_cfg.get());
+    run.run_cfg.set(value());  // frees the largest text of a run before more is made of it
     note_switches(config);
     const auto [main_bundle, bundle_cfg] = get_bundles(config);
     const sub_bundle_heads heads = sub_bundles_by_head(bundle_cfg);
@@ -233,7 +236,6 @@ int parse_running_config() {
   } catch (const std::exception& error) {
     log_and_count(fmt::format("{}: parse_running_config failed", error.what()));
   }
-  // Free the largest single value of a run as soon as possible.
   run.run_cfg.set(value());
   return SUCCESS;
 }
@@ -247,10 +249,10 @@ std::pair<std::vector<std::string>, std::string> get_bundles(const parsed_config
     for (const std::string_view stanza : config.stanzas()) {
       if (stanza.find(bundle_head) != std::string_view::npos) stanzas.push_back(strip(stanza));
     }
-    const std::string bundle_cfg = sub(mention, "", list_text(stanzas));
+    std::string bundle_cfg = sub(mention, "", list_text(stanzas));
     std::vector<std::string> bundles = distinct(findall(head, bundle_cfg));
     fill_bundle_dict(bundle_cfg);
-    return {std::move(bundles), bundle_cfg};
+    return {std::move(bundles), std::move(bundle_cfg)};
   } catch (const std::exception& error) {
     log_and_count(fmt::format("{}: get_bundles from running config failed", error.what()));
     return {};

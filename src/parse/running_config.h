@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/memory_limit.h"
 #include "base/value.h"
 
 namespace tessel {
@@ -26,7 +27,7 @@ namespace tessel {
 // The stanzas of a configuration, each as one long line.
 class parsed_config {
  public:
-  // Throws `failure` if `run_cfg` is not a text.
+  // Throws `failure` if `run_cfg` is not a text, or if it does not fit into memory a second time.
   explicit parsed_config(const value& run_cfg);
   parsed_config(const parsed_config&) = delete;
   parsed_config& operator=(const parsed_config&) = delete;
@@ -47,6 +48,7 @@ class parsed_config {
   const std::vector<std::size_t>& positions_of(std::string_view number) const;
   const port_names& ports_of(std::size_t position) const;
 
+  text_share share_;                       // of `text_`
   std::string text_;                       // what the views point into
   std::vector<std::string_view> stanzas_;  // in order
   // Maps the text between "bundle id " and the next blank to stanza positions.

@@ -224,5 +224,19 @@ TEST_F(memory_limit_test, what_is_refused_is_not_read) {
               ElementsAre(HasSubstr("it has 600 bytes, at most 400 bytes are left")));
 }
 
+TEST_F(memory_limit_test, a_copy_is_held_beside_its_text) {
+  text_account& texts = st().texts;
+  const std::string output(1000, 'x');
+  const value copy = held_copy(texts, output, "the copy");
+  EXPECT_EQ(copy, output);
+  EXPECT_EQ(texts.held(), 1000U);
+  texts.set_limit({3000, "RLIMIT_AS"});
+  EXPECT_THAT([&] { held_copy(texts, output, "the copy"); },
+              testing::ThrowsMessage<failure>(
+                  "cannot hold the copy: it has 1000 bytes, at most 500 bytes are left in the half "
+                  "of RLIMIT_AS that outputs may take; give the audit more memory"));
+  EXPECT_EQ(texts.held(), 1000U);
+}
+
 }  // namespace
 }  // namespace tessel

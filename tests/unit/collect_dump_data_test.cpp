@@ -457,6 +457,28 @@ TEST_F(dump_data_test, the_first_line_that_is_exactly_end_is_the_end) {
   EXPECT_EQ(st().run_cfg.get(), "Tarmac OS Configuration\n end\nend-set\nendless\nend");
 }
 
+TEST_F(dump_data_test, of_the_configuration_only_what_is_kept_is_held_in_the_end) {
+  const std::string kept = "Tarmac OS Configuration\n" + std::string(1000, 'x') + "\nend";
+  tool_prints("cfg_render", std::string(2000, '!') + kept + "\n" + std::string(3000, 'y'));
+  EXPECT_EQ(dump_running_config(), SUCCESS);
+  EXPECT_EQ(st().run_cfg.get(), kept);
+  EXPECT_EQ(st().texts.held(), kept.size());
+}
+
+TEST_F(dump_data_test, a_configuration_that_does_not_fit_a_second_time_is_a_counted_failure) {
+  const std::string output = "Tarmac OS Configuration\n" + std::string(1000, 'x') + "\nend\n";
+  tool_prints("cfg_render", output);
+  st().texts.set_limit({2 * (2 * output.size() - 1), "RLIMIT_AS"});
+  EXPECT_EQ(dump_running_config(), ERROR);
+  EXPECT_EQ(st().exception, 1);
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
+              ElementsAre(testing::AllOf(
+                  HasSubstr("cannot hold the running configuration: it has 1029 bytes, at most "
+                            "1028 bytes are left"),
+                  testing::EndsWith(": dump_running_config failed"))));
+  EXPECT_EQ(st().run_cfg.get(), output);
+}
+
 TEST_F(dump_data_test, a_configuration_without_the_banner_stays_uncut_and_the_stage_goes_on) {
   tool_prints("cfg_render", "hostname birch\nend\n");
   EXPECT_EQ(dump(), SUCCESS);

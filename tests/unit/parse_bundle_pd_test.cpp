@@ -201,6 +201,25 @@ TEST_F(bundle_pd_test, a_command_that_cannot_be_run_leaves_error_in_the_store) {
                   "a text expected, found the integer 0: dump_parse_bundle_info_PD failed"));
 }
 
+TEST_F(bundle_pd_test, a_table_that_does_not_fit_a_second_time_is_a_counted_failure) {
+  tool_prints("lagmgr_agent_show", std::string(1000, 'x'));
+  st().texts.set_limit({3998, "RLIMIT_AS"});
+  EXPECT_EQ(dump_parse_bundle_info_PD(), ERROR);
+  EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
+              ElementsAre("cannot hold the agents' table with the usual names of nodes: it has "
+                          "1000 bytes, at most 999 bytes are left in the half of RLIMIT_AS that "
+                          "outputs may take; give the audit more memory: "
+                          "dump_parse_bundle_info_PD failed"));
+  EXPECT_EQ(st().exception, 1);
+}
+
+TEST_F(bundle_pd_test, a_table_that_is_held_twice_fits) {
+  tool_prints("lagmgr_agent_show", std::string(1000, 'x'));
+  st().texts.set_limit({4000, "RLIMIT_AS"});
+  EXPECT_EQ(dump_parse_bundle_info_PD(), SUCCESS);
+  EXPECT_EQ(st().texts.held(), 0U);
+}
+
 TEST_F(bundle_pd_test, a_missing_tool_is_an_empty_output) {
   EXPECT_EQ(dump_parse_bundle_info_PD(), SUCCESS);
   EXPECT_EQ(st().bdlInfoPD.get(), make_map());

@@ -429,6 +429,33 @@ TEST_F(running_config_test, a_configuration_that_was_not_read_leaves_the_store_e
   EXPECT_EQ(st().run_cfg.get(), value());
 }
 
+TEST_F(running_config_test, a_configuration_is_held_once_without_its_line_ends) {
+  run_state& run = st();
+  const std::string text = std::string(banner) + "!\n" + std::string(1000, 'x') + "\n!\nend";
+  run.run_cfg.set(held_copy(run.texts, text, "the configuration"));
+  {
+    const parsed_config config(run.run_cfg.get());
+    EXPECT_EQ(run.texts.held(), 2 * text.size());
+    run.run_cfg.set(value());
+    EXPECT_EQ(run.texts.held(), text.size());
+  }
+  EXPECT_EQ(run.texts.held(), 0U);
+}
+
+TEST_F(running_config_test, a_configuration_that_does_not_fit_a_second_time_is_a_counted_failure) {
+  run_state& run = st();
+  run.texts.set_limit({3000, "RLIMIT_AS"});
+  run.run_cfg.set(held_copy(run.texts, std::string(1000, 'x'), "the configuration"));
+  EXPECT_EQ(parse_running_config(), SUCCESS);
+  EXPECT_THAT(kept_messages(),
+              ElementsAre("cannot hold the running configuration without its line ends: it has "
+                          "1000 bytes, at most 500 bytes are left in the half of RLIMIT_AS that "
+                          "outputs may take; give the audit more memory: parse_running_config "
+                          "failed"));
+  EXPECT_EQ(run.exception, 1);
+  EXPECT_EQ(run.texts.held(), 0U);
+}
+
 TEST_F(running_config_test, a_line_of_many_megabytes_is_read_as_any_other) {
   parse("interface Bundle-Ether12\n description " + std::string(4U << 20, 'x') + "\n!\n" +
         std::string(member_of_12));
