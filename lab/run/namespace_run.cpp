@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 
 #include "lab/base/beside.h"
 #include "lab/base/complain.h"
@@ -44,6 +45,14 @@ std::vector<std::string> tools_there(const run_request& request) {
   return tools;
 }
 
+// The report program, which the host looks for beside itself.
+std::optional<held> report_beside(const fs::path& host) {
+  const fs::path report = host.parent_path() / "tessel-report";
+  std::optional<held> found;
+  if (fs::is_regular_file(report)) found.emplace(report);
+  return found;
+}
+
 // The given paths may lie under /opt, /var or /tmp: all are opened before any of these is covered.
 // The working folder stays the caller's, even if it is covered: relative names among the host's
 // arguments lead there.
@@ -52,6 +61,7 @@ void prepare(const run_request& request, const fs::path& record_work) {
   const held lab_program(request.lab);
   const held tool_program(request.tool);
   const held host(request.host);
+  const std::optional<held> report = report_beside(request.host);
   const held library(request.library);
   const held logs(request.logs);
   const held folder(request.folder.empty() ? fs::path{"/"} : request.folder);
@@ -67,6 +77,7 @@ void prepare(const run_request& request, const fs::path& record_work) {
     make_folder(made);
   bind_file(lab_program, "/opt/nos/libexec/tessel-lab");
   bind_file(host, "/opt/nos/libexec/tessel-host");
+  if (report) bind_file(*report, "/opt/nos/libexec/tessel-report");
   bind_file(library, "/opt/nos/lib/libtessel.so");
   if (!request.calls.empty()) bind_file(calls, "/opt/nos/calls");
   if (!request.journal.empty()) bind_file(journal, journal_in_namespace);

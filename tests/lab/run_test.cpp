@@ -421,6 +421,20 @@ TEST(command_line, works_in_a_plain_chroot) {
             "/lab\n/lab\n0 host routers tessel-lab tessel-lab-tool\n0\nlab/cap/manifest\n");
 }
 
+// The host has `--report`, which works from any folder that has both programs.
+TEST(command_line, shows_the_host_the_report_program_beside_it) {
+  const lab_test::scratch_folder scratch;
+  const std::string folder = scratch.path().string();
+  const std::string host = folder + "/host";
+  lab_test::write_text(host, "#!/bin/sh\nls /opt/nos/libexec\n");
+  ASSERT_EQ(run_shell("chmod 755 " + host).status, 0);
+  const std::string run = LAB_PROGRAM " run birch-small --host " + host + " --library " + host +
+                          " --logs " + folder + "/logs";
+  EXPECT_EQ(run_shell(run).out, "tessel-host\ntessel-lab\ntessel-lab-tool\n");
+  lab_test::write_text(folder + "/tessel-report", "");
+  EXPECT_EQ(run_shell(run).out, "tessel-host\ntessel-lab\ntessel-lab-tool\ntessel-report\n");
+}
+
 TEST(command_line, reports_a_full_disk) {
   if (run_shell("unshare --mount mount -t tmpfs none /mnt").status != 0)
     return lab_test::cannot_run_here("no mount namespace");
