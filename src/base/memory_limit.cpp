@@ -179,9 +179,9 @@ value held_text(std::string text, text_share share) {
   if (text.size() < least_shared) return text;
   struct holder {
     holder(std::string&& whole, text_share&& taken)
-        : text(std::move(whole)), share(std::move(taken)) {}
+        : share(std::move(taken)), text(std::move(whole)) {}
+    text_share share;  // given back when the text is freed
     std::string text;
-    text_share share;
   };
   const auto kept = std::make_shared<const holder>(std::move(text), std::move(share));
   return std::shared_ptr<const std::string>(kept, &kept->text);

@@ -241,6 +241,7 @@ std::string sub(const pattern& what, std::string_view replacement, std::string_v
                 here where) {
   matcher search(what, subject, where);
   std::string result;
+  result.reserve(subject.size());  // a large one that grows would be held twice
   std::size_t done = 0;
   while (search.next()) {
     result += subject.substr(done, search.begin() - done);
@@ -307,8 +308,14 @@ std::string_view tail(std::string_view subject, std::size_t count) {
 
 std::string replace_all(std::string_view subject, std::string_view what, std::string_view by) {
   if (what.empty()) return std::string(subject);
+  std::size_t found = 0;
+  for (std::size_t at = subject.find(what); at != std::string_view::npos;
+       at = subject.find(what, at + what.size())) {
+    ++found;
+  }
   std::string result;
-  result.reserve(subject.size());
+  // Exactly, because a large one that grows would be held twice.
+  result.reserve(subject.size() + found * by.size() - found * what.size());
   std::size_t start = 0;
   for (std::size_t at = subject.find(what); at != std::string_view::npos;
        at = subject.find(what, start)) {

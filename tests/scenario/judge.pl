@@ -27,8 +27,7 @@ sub lines_of {
     my $text = join "\n", map { main::slurp("$out/logs/tessel_$log.log$_") } '.1', '';
     $text =~ s/\A.*(?=^$stamp: Started Tessel Checker$)//ms if $is_last;
     $text = main::filtered( $text, 0 );
-    my $former = main::former_text(1000);
-    return grep { $_ ne '' && index( $former, $_ ) < 0 && !/Started Tessel Checker/ } split /\n/, $text;
+    return grep { $_ ne '' && !/^(?:an entry of an earlier run ?)+$/ && !/Started Tessel Checker/ } split /\n/, $text;
 }
 
 # Makes a folder for an audit behind bad_host or watched_host, with what they need in /var/log.

@@ -465,6 +465,13 @@ TEST_F(dump_data_test, of_the_configuration_only_what_is_kept_is_held_in_the_end
   EXPECT_EQ(st().texts.held(), kept.size());
 }
 
+TEST_F(dump_data_test, a_configuration_that_is_held_twice_fits) {
+  const std::string output = "Tarmac OS Configuration\n" + std::string(1000, 'x') + "\nend\n";
+  tool_prints("cfg_render", output);
+  st().texts.set_limit({4 * output.size(), "RLIMIT_AS"});
+  EXPECT_EQ(dump_running_config(), SUCCESS);
+}
+
 TEST_F(dump_data_test, a_configuration_that_does_not_fit_a_second_time_is_a_counted_failure) {
   const std::string output = "Tarmac OS Configuration\n" + std::string(1000, 'x') + "\nend\n";
   tool_prints("cfg_render", output);

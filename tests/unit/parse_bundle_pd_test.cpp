@@ -201,23 +201,40 @@ TEST_F(bundle_pd_test, a_command_that_cannot_be_run_leaves_error_in_the_store) {
                   "a text expected, found the integer 0: dump_parse_bundle_info_PD failed"));
 }
 
+// A copy with the usual names takes the place of the table, once for each name that occurs.
 TEST_F(bundle_pd_test, a_table_that_does_not_fit_a_second_time_is_a_counted_failure) {
-  tool_prints("lagmgr_agent_show", std::string(1000, 'x'));
-  st().texts.set_limit({3998, "RLIMIT_AS"});
-  EXPECT_EQ(dump_parse_bundle_info_PD(), ERROR);
-  EXPECT_THAT(messages(LOG_FILE_EXCEPTION),
-              ElementsAre("cannot hold the agents' table with the usual names of nodes: it has "
-                          "1000 bytes, at most 999 bytes are left in the half of RLIMIT_AS that "
-                          "outputs may take; give the audit more memory: "
-                          "dump_parse_bundle_info_PD failed"));
-  EXPECT_EQ(st().exception, 1);
+  struct {
+    std::uint64_t half;
+    const char* refused;
+    const char* ends_in;
+  } const rows[] = {
+      {2027, "it has 1014 bytes, at most 1013 bytes are left", "0/RP0/0 0/RP1/0"},
+      {2030, "it has 1017 bytes, at most 1016 bytes are left", "0/RP0/CPU0 0/RP1/0"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.half);
+    SetUp();
+    st().texts.set_limit({2 * row.half, "RLIMIT_AS"});
+    EXPECT_EQ(parse(std::string(999, 'x') + "0/RP0/0 0/RP1/0"), ERROR);
+    EXPECT_THAT(
+        messages(LOG_FILE_EXCEPTION),
+        ElementsAre(testing::AllOf(
+            StartsWith("cannot hold the agents' table with the usual names of nodes: "),
+            HasSubstr(row.refused), testing::EndsWith(": dump_parse_bundle_info_PD failed"))));
+    EXPECT_EQ(st().exception, 1);
+    EXPECT_TRUE(st().bdlInfoPD.get().as_text().ends_with(row.ends_in));
+  }
 }
 
 TEST_F(bundle_pd_test, a_table_that_is_held_twice_fits) {
-  tool_prints("lagmgr_agent_show", std::string(1000, 'x'));
-  st().texts.set_limit({4000, "RLIMIT_AS"});
-  EXPECT_EQ(dump_parse_bundle_info_PD(), SUCCESS);
+  st().texts.set_limit({2 * 2031, "RLIMIT_AS"});
+  EXPECT_EQ(parse(std::string(999, 'x') + "0/RP0/0 0/RP1/0"), SUCCESS);
   EXPECT_EQ(st().texts.held(), 0U);
+}
+
+TEST_F(bundle_pd_test, a_table_without_route_processors_is_held_once) {
+  st().texts.set_limit({2 * 1000, "RLIMIT_AS"});
+  EXPECT_EQ(parse(std::string(1000, 'x')), SUCCESS);
 }
 
 TEST_F(bundle_pd_test, a_missing_tool_is_an_empty_output) {

@@ -429,7 +429,7 @@ TEST_F(running_config_test, a_configuration_that_was_not_read_leaves_the_store_e
   EXPECT_EQ(st().run_cfg.get(), value());
 }
 
-TEST_F(running_config_test, a_configuration_is_held_once_without_its_line_ends) {
+TEST_F(running_config_test, a_configuration_and_its_form_without_line_ends_are_held) {
   run_state& run = st();
   const std::string text = std::string(banner) + "!\n" + std::string(1000, 'x') + "\n!\nend";
   run.run_cfg.set(held_copy(run.texts, text, "the configuration"));
