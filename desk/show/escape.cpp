@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
@@ -36,12 +37,23 @@ bool is_no_character(std::uint32_t code) {
   return (code >= 0xfdd0 && code <= 0xfdef) || (code & 0xfffeU) == 0xfffeU;
 }
 
-// The text with each character as `shown` gives it.
+// Every format shows these characters as they are. Nearly all texts consist of them.
+bool is_plain(char byte) {
+  constexpr std::string_view special = "&<>\"'\\|";
+  return byte >= 0x20 && byte < 0x7f && special.find(byte) == std::string_view::npos;
+}
+
+// The text with each character that is not plain as `shown` gives it.
 template <typename Shown>
 std::string mapped(std::string_view raw, Shown shown) {
   std::string text;
   text.reserve(raw.size());
-  while (!raw.empty()) text += shown(take_character(raw));
+  while (!raw.empty()) {
+    const auto end = std::find_if_not(raw.begin(), raw.end(), is_plain);
+    text.append(raw.begin(), end);
+    raw.remove_prefix(static_cast<std::size_t>(end - raw.begin()));
+    if (!raw.empty()) text += shown(take_character(raw));
+  }
   return text;
 }
 
