@@ -3,14 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
-#include <chrono>
-#include <functional>
 #include <map>
 #include <set>
 #include <span>
-#include <tuple>
 
 #include "desk/model/catalogue.h"
 #include "desk/model/mentions.h"
@@ -91,104 +87,17 @@ finding finding_from(const run& of, mention_finder& names, const log_entry& entr
   return made;
 }
 
-// ---- Runs ---------------------------------------------------------------------------------------
-
-constexpr std::size_t logs_of_a_run = 5;
-
-// Milliseconds of "2026-11-22 11:01:03,219", comparable with each other.
-std::int64_t milliseconds_of(std::string_view stamp) {
-  constexpr std::array<std::pair<std::size_t, std::size_t>, 7> fields = {
-      {{0, 4}, {5, 2}, {8, 2}, {11, 2}, {14, 2}, {17, 2}, {20, 3}}};
-  std::array<int, fields.size()> number{};
-  for (std::size_t i = 0; i < fields.size(); ++i) {
-    const std::string_view digits = stamp.substr(fields[i].first, fields[i].second);
-    std::from_chars(digits.data(), digits.data() + digits.size(), number[i]);
-  }
-  const std::chrono::year_month_day date{std::chrono::year{number[0]},
-                                         std::chrono::month{static_cast<unsigned>(number[1])},
-                                         std::chrono::day{static_cast<unsigned>(number[2])}};
-  const std::int64_t days = std::chrono::sys_days{date}.time_since_epoch().count();
-  return (((days * 24 + number[3]) * 60 + number[4]) * 60 + number[5]) * 1000 + number[6];
-}
-
-// A run in all logs. Nothing where a log lost it or could not be written.
-struct run_in_logs {
-  std::string started;
-  std::array<const log_run*, logs_of_a_run> in{};
-};
-
-std::array<const channel_log*, logs_of_a_run> all_of(const log_set& logs) {
-  return {&logs.exception, &logs.inconsistent, &logs.programming, &logs.delay_delete, &logs.health};
-}
-
-struct start {
-  std::string_view time;
-  std::size_t log;
-  const log_run* of;
-  std::size_t number;  // among the starts of this log, from the oldest
-};
-
-// A run starts all its logs at about the same time; a log that has a start already begins the next.
-// So does one that comes with it: bundle health is written anew by each run, and has only the last
-// start.
-bool is_same_start(const run_in_logs& one, std::span<const start> next) {
-  constexpr std::int64_t longest = 2000;
-  const start& of = next.front();
-  const std::int64_t time = milliseconds_of(of.time);
-  const std::int64_t distance = time - milliseconds_of(one.started);
-  if (one.in[of.log] != nullptr || distance > longest) return false;
-  for (const start& other : next.subspan(1)) {
-    if (milliseconds_of(other.time) - time >= distance) return true;
-    if (one.in[other.log] != nullptr) return false;
-  }
-  return true;
-}
-
-// Where a log begins with a run whose start line was rotated away, that is the one before its
-// first.
-void add_unstarted(std::vector<run_in_logs>& runs, const log_set& logs) {
-  const auto all = all_of(logs);
-  for (std::size_t log = 0; log < all.size(); ++log) {
-    if (all[log]->runs.empty() || !all[log]->runs.front().started.empty()) continue;
-    const auto first = std::find_if(runs.begin(), runs.end(),
-                                    [&](const run_in_logs& one) { return one.in[log] != nullptr; });
-    const bool is_first = first == runs.begin();
-    run_in_logs& before = is_first ? *runs.insert(runs.begin(), run_in_logs{}) : *(first - 1);
-    before.in[log] = &all[log]->runs.front();
-  }
-}
-
-// The oldest first. Each run writes its start into each log, but a log may have overflowed, or
-// there was no room for it.
-std::vector<run_in_logs> runs_in(const log_set& logs) {
-  std::vector<start> starts;
-  const auto all = all_of(logs);
-  for (std::size_t log = 0; log < all.size(); ++log)
-    for (const log_run& one : all[log]->runs)
-      if (!one.started.empty())
-        starts.push_back(
-            {one.started, log, &one, static_cast<std::size_t>(&one - all[log]->runs.data())});
-  std::stable_sort(starts.begin(), starts.end(), [](const start& a, const start& b) {
-    return std::tie(a.time, a.number) < std::tie(b.time, b.number);
-  });
-  std::vector<run_in_logs> runs;
-  for (std::size_t i = 0; i < starts.size(); ++i) {
-    const start& one = starts[i];
-    if (runs.empty() || !is_same_start(runs.back(), std::span(starts).subspan(i)))
-      runs.push_back({std::string(one.time), {}});
-    runs.back().in[one.log] = one.of;
-  }
-  add_unstarted(runs, logs);
-  return runs;
-}
-
-// A log that is there, but without a start of the last run, could not be written by it.
+// A log that is there without a start of the last run: the run could not write it, or ended before.
+// One that it has passed by lost its start later.
 void note_unwritten(run& into, const log_set& logs, const run_in_logs& of) {
   const auto all = all_of(logs);
+  const auto last_written =
+      std::find_if(of.in.rbegin(), of.in.rend(), [](const log_run* one) { return one != nullptr; });
+  const auto written = static_cast<std::size_t>(of.in.rend() - last_written);
   for (std::size_t log = 0; log < all.size(); ++log) {
     const bool is_there = all[log]->is_read;
     if (is_there && of.in[log] == nullptr) {
-      into.unwritten.push_back(all[log]->name);
+      if (log >= written) into.unwritten.push_back(all[log]->name);
       into.marks.push_back(
           fmt::format("{}: it holds nothing of this run, not even its start", all[log]->name));
     }
@@ -376,21 +285,6 @@ finding stale_entry(const run& of, mention_finder& names, std::string_view label
 }
 
 }  // namespace
-
-log_set read_logs(const std::string& folder) {
-  return {folder,
-          read_channel_log(folder, "tessel_exception.log"),
-          read_channel_log(folder, "tessel_inconsistencies.log"),
-          read_channel_log(folder, "tessel_programming_error.log"),
-          read_channel_log(folder, "tessel_delay_delete.log"),
-          read_channel_log(folder, "tessel_bundle_health.log", false)};
-}
-
-std::vector<std::string> starts_of(const log_set& logs) {
-  std::vector<std::string> starts;
-  for (const run_in_logs& one : runs_in(logs)) starts.push_back(one.started);
-  return starts;
-}
 
 void read_findings(run& into, const log_set& logs, std::size_t back) {
   const auto runs = runs_in(logs);

@@ -3,27 +3,11 @@
 
 #include <cstddef>
 #include <string>
-#include <vector>
 
 #include "desk/model/run.h"
-#include "desk/read/channel_log.h"
+#include "desk/model/run_logs.h"
 
 namespace desk {
-
-// The logs of one folder, each with all its runs.
-struct log_set {
-  std::string folder;
-  channel_log exception;
-  channel_log inconsistent;
-  channel_log programming;
-  channel_log delay_delete;
-  channel_log health;  // of the last run only
-};
-
-[[nodiscard]] log_set read_logs(const std::string& folder);
-
-// When the runs in the logs started, the oldest first. An empty text: its start was rotated away.
-[[nodiscard]] std::vector<std::string> starts_of(const log_set& logs);
 
 // Adds the findings of one run; `back` counts from the last one, which is 0. The objects and nodes
 // of the run complete what a message names only in part, so read them before.

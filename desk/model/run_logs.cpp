@@ -1,0 +1,209 @@
+#include "desk/model/run_logs.h"
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <iterator>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+
+namespace desk {
+
+namespace {
+
+constexpr std::size_t health_log = logs_of_a_run - 1;
+
+// Milliseconds of "2026-11-22 11:01:03,219", comparable with each other.
+std::int64_t milliseconds_of(std::string_view stamp) {
+  constexpr std::array<std::pair<std::size_t, std::size_t>, 7> fields = {
+      {{0, 4}, {5, 2}, {8, 2}, {11, 2}, {14, 2}, {17, 2}, {20, 3}}};
+  std::array<int, fields.size()> number{};
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const std::string_view digits = stamp.substr(fields[i].first, fields[i].second);
+    std::from_chars(digits.data(), digits.data() + digits.size(), number[i]);
+  }
+  const std::chrono::year_month_day date{std::chrono::year{number[0]},
+                                         std::chrono::month{static_cast<unsigned>(number[1])},
+                                         std::chrono::day{static_cast<unsigned>(number[2])}};
+  const std::int64_t days = std::chrono::sys_days{date}.time_since_epoch().count();
+  return (((days * 24 + number[3]) * 60 + number[4]) * 60 + number[5]) * 1000 + number[6];
+}
+
+// A run starts all its logs at about the same time.
+constexpr std::int64_t longest = 2000;
+
+struct known_run {
+  std::int64_t time;  // of its first start
+  run_in_logs of;
+};
+
+struct start {
+  std::int64_t time;
+  const log_run* of;
+};
+
+// Finds the runs of about one time without looking at all of them.
+class runs_by_time {
+ public:
+  explicit runs_by_time(const std::vector<known_run>& runs) : runs_(runs) {
+    for (std::size_t i = 0; i < runs.size(); ++i) near_[part_of(runs[i].time)].push_back(i);
+  }
+
+  // One more than the last of the first `limit` runs that began at about this time; 0 if none did.
+  [[nodiscard]] std::size_t behind_last_at(std::int64_t time, std::size_t limit) const {
+    std::size_t found = 0;
+    for (std::int64_t part = part_of(time) - 1; part <= part_of(time) + 1; ++part) {
+      const auto at = near_.find(part);
+      if (at == near_.end()) continue;
+      const auto last = std::lower_bound(at->second.begin(), at->second.end(), limit);
+      const auto first = last - std::min(last - at->second.begin(), most_runs_at_once);
+      const auto near = std::find_if(
+          std::reverse_iterator(last), std::reverse_iterator(first),
+          [&](std::size_t run) { return std::abs(time - runs_[run].time) <= longest; });
+      if (near.base() != first) found = std::max(found, *near + 1);
+    }
+    return found;
+  }
+
+ private:
+  static constexpr std::ptrdiff_t most_runs_at_once = 100;
+  static std::int64_t part_of(std::int64_t time) { return time / (longest + 1); }
+
+  const std::vector<known_run>& runs_;
+  std::unordered_map<std::int64_t, std::vector<std::size_t>> near_;
+};
+
+// A start that stands in the log behind the run's own and before the next run's is the run's.
+bool is_of_run_before(const std::vector<known_run>& runs, std::size_t at, std::int64_t time) {
+  return at > 0 && time < runs[at].time && time >= runs[at - 1].time &&
+         time - runs[at - 1].time <= longest;
+}
+
+// For each start one more than the index of its run; 0 if it has none. From the last one on,
+// because a log loses its oldest lines.
+std::vector<std::size_t> runs_of_starts(const std::vector<known_run>& runs,
+                                        const std::vector<start>& starts) {
+  const runs_by_time by_time(runs);
+  std::vector<std::size_t> found(starts.size());
+  std::size_t limit = runs.size();
+  for (std::size_t i = starts.size(); i-- > 0;) {
+    std::size_t behind = by_time.behind_last_at(starts[i].time, limit);
+    if (behind == 0) continue;
+    if (is_of_run_before(runs, behind - 1, starts[i].time)) --behind;
+    found[i] = behind;
+    limit = behind - 1;
+  }
+  return found;
+}
+
+// A log's starts join their runs. One without a run stands between the runs of its neighbours, and
+// only there its time says where. It is not of the last run, which begins the other logs first.
+std::vector<known_run> joined(std::vector<known_run> runs, const std::vector<start>& starts,
+                              std::size_t log) {
+  const std::vector<std::size_t> found = runs_of_starts(runs, starts);
+  std::vector<known_run> made;
+  made.reserve(runs.size() + starts.size());
+  std::size_t next = 0;  // of the runs
+  const auto take_runs = [&](std::size_t limit, std::int64_t time) {
+    while (next < limit && runs[next].time <= time) made.push_back(std::move(runs[next++]));
+  };
+  constexpr std::int64_t never = INT64_MAX;
+  const std::size_t before_last = runs.empty() ? 0 : runs.size() - 1;
+  auto neighbour = found.begin();
+  for (std::size_t i = 0; i < starts.size(); ++i) {
+    if (found[i] != 0) {
+      take_runs(found[i], never);
+    } else {
+      const auto here = found.begin() + static_cast<std::ptrdiff_t>(i);
+      neighbour = std::find_if(std::max(neighbour, here), found.end(),
+                               [](std::size_t behind) { return behind != 0; });
+      take_runs(neighbour == found.end() ? before_last : *neighbour - 1, starts[i].time);
+      made.push_back({starts[i].time, {starts[i].of->started, {}}});
+    }
+    made.back().of.in[log] = starts[i].of;
+  }
+  take_runs(runs.size(), never);
+  return made;
+}
+
+std::vector<start> starts_in(const channel_log& log) {
+  std::vector<start> made;
+  for (const log_run& one : log.runs)
+    if (!one.started.empty()) made.push_back({milliseconds_of(one.started), &one});
+  return made;
+}
+
+// The last of the runs that came as far as any has before bundle health.
+known_run* last_before_health(std::vector<known_run>& runs) {
+  for (std::size_t log = health_log; log-- > 0;)
+    for (std::size_t i = runs.size(); i-- > 0;)
+      if (runs[i].of.in[log] != nullptr) return &runs[i];
+  return nullptr;
+}
+
+// Begun anew by each run, so it is of the last one that came so far, unless that one could not
+// write it.
+std::vector<known_run> with_health(std::vector<known_run> runs, const channel_log& log) {
+  std::vector<start> starts = starts_in(log);
+  if (starts.empty()) return runs;
+  known_run* last = last_before_health(runs);
+  if (last != nullptr && std::abs(last->time - starts.back().time) <= longest) {
+    last->of.in[health_log] = starts.back().of;
+    starts.pop_back();
+  }
+  if (starts.empty()) return runs;
+  return joined(std::move(runs), starts, health_log);
+}
+
+// Where a log begins with a run whose start line was rotated away, that is the one before its
+// first.
+void add_unstarted(std::vector<run_in_logs>& runs, const log_set& logs) {
+  const auto all = all_of(logs);
+  for (std::size_t log = 0; log < all.size(); ++log) {
+    if (all[log]->runs.empty() || !all[log]->runs.front().started.empty()) continue;
+    const auto first = std::find_if(runs.begin(), runs.end(),
+                                    [&](const run_in_logs& one) { return one.in[log] != nullptr; });
+    const bool is_first = first == runs.begin();
+    run_in_logs& before = is_first ? *runs.insert(runs.begin(), run_in_logs{}) : *(first - 1);
+    before.in[log] = &all[log]->runs.front();
+  }
+}
+
+}  // namespace
+
+log_set read_logs(const std::string& folder) {
+  return {folder,
+          read_channel_log(folder, "tessel_exception.log"),
+          read_channel_log(folder, "tessel_inconsistencies.log"),
+          read_channel_log(folder, "tessel_programming_error.log"),
+          read_channel_log(folder, "tessel_delay_delete.log"),
+          read_channel_log(folder, "tessel_bundle_health.log", false)};
+}
+
+std::array<const channel_log*, logs_of_a_run> all_of(const log_set& logs) {
+  return {&logs.exception, &logs.inconsistent, &logs.programming, &logs.delay_delete, &logs.health};
+}
+
+std::vector<run_in_logs> runs_in(const log_set& logs) {
+  const auto all = all_of(logs);
+  std::vector<known_run> known;
+  for (std::size_t log = 0; log < health_log; ++log)
+    known = joined(std::move(known), starts_in(*all[log]), log);
+  known = with_health(std::move(known), logs.health);
+  std::vector<run_in_logs> runs;
+  runs.reserve(known.size());
+  for (known_run& one : known) runs.push_back(std::move(one.of));
+  add_unstarted(runs, logs);
+  return runs;
+}
+
+std::vector<std::string> starts_of(const log_set& logs) {
+  std::vector<std::string> starts;
+  for (const run_in_logs& one : runs_in(logs)) starts.push_back(one.started);
+  return starts;
+}
+
+}  // namespace desk

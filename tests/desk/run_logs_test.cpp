@@ -1,0 +1,138 @@
+#include "desk/model/run_logs.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "desk/model/findings.h"
+#include "tests/desk/log_folder.h"
+
+namespace desk {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+const std::string noon = "2026-11-22 12:00:00,000";
+const std::string eleven = "2026-11-22 11:00:00,000";
+const std::string ten = "2026-11-22 10:00:00,000";
+const std::string nine = "2026-11-22 09:00:00,000";
+
+class run_logs : public log_folder {
+ protected:
+  [[nodiscard]] std::vector<std::string> starts() const { return starts_of(read_logs(folder)); }
+  [[nodiscard]] run last_run(std::size_t back = 0) const {
+    run of;
+    read_findings(of, read_logs(folder), back);
+    return of;
+  }
+  // A message of the run that began last.
+  void find(const std::string& time) const {
+    append("inconsistencies",
+           line(time, "Inconsistency 1: BME has no Bundle entry in location 0/1/CPU0"));
+  }
+};
+
+// The clock of the router was set back between two runs.
+TEST_F(run_logs, are_in_the_order_in_which_they_stand) {
+  start(noon);
+  start(ten);
+  find(ten);
+  EXPECT_THAT(starts(), ElementsAre(noon, ten));
+  EXPECT_EQ(last_run().started, ten);
+  EXPECT_THAT(last_run().findings, SizeIs(1));
+  EXPECT_THAT(last_run().lost_logs, IsEmpty());
+  EXPECT_THAT(last_run(1).findings, IsEmpty());
+}
+
+TEST_F(run_logs, of_a_clock_that_was_set_back_twice) {
+  for (const std::string& time : {eleven, noon, ten, eleven, nine}) start(time);
+  EXPECT_THAT(starts(), ElementsAre(eleven, noon, ten, eleven, nine));
+}
+
+// Each number of logs that a run can have begun when it ended.
+TEST_F(run_logs, of_a_run_that_ended_before_it_had_begun_all) {
+  for (std::size_t logs = 1; logs <= appended.size(); ++logs) {
+    for (const std::string& time : {noon, ten}) {
+      for (const char* log : appended) empty(log);
+      start(eleven);
+      find(eleven);
+      append("bundle_health", line(eleven, "Bundle-Ether7: out of step"));
+      start(time, logs);
+      EXPECT_THAT(starts(), ElementsAre(eleven, time)) << logs;
+      const run of = last_run();
+      EXPECT_THAT(of.findings, IsEmpty()) << logs;
+      ASSERT_THAT(of.unwritten, SizeIs(appended.size() + 1 - logs));
+      EXPECT_EQ(of.unwritten.front(), logs < appended.size()
+                                          ? std::string("tessel_") + appended.at(logs) + ".log"
+                                          : "tessel_bundle_health.log");
+    }
+  }
+}
+
+TEST_F(run_logs, of_early_ends_between_other_runs) {
+  start(noon);
+  start(ten, 1);
+  start(ten.substr(0, 18) + "5,000", 3);
+  start(nine);
+  EXPECT_THAT(starts(), ElementsAre(noon, ten, ten.substr(0, 18) + "5,000", nine));
+  EXPECT_THAT(last_run().unwritten, IsEmpty());
+  EXPECT_THAT(last_run(3).lost_logs, IsEmpty());
+}
+
+// Of what a log has lost, another one still has the start.
+TEST_F(run_logs, whose_oldest_starts_are_gone) {
+  start(noon);
+  empty("exception");
+  start(ten);
+  empty("programming_error");
+  start(nine);
+  EXPECT_THAT(starts(), ElementsAre(noon, ten, nine));
+}
+
+// Then the clock was set back, and the last run ended early.
+TEST_F(run_logs, end_with_the_last_one_in_the_log_that_is_begun_first) {
+  start(noon);
+  empty("exception");
+  start(ten, 1);
+  EXPECT_THAT(starts(), ElementsAre(noon, ten));
+  EXPECT_EQ(last_run().unwritten.size(), appended.size());
+}
+
+// The disk is slow, and the run ended behind its second log.
+TEST_F(run_logs, that_follow_at_once_keep_their_own_starts) {
+  append("exception", line("2026-11-22 11:00:00,000", "Started Tessel Checker"));
+  append("inconsistencies", line("2026-11-22 11:00:00,900", "Started Tessel Checker"));
+  append("exception", line("2026-11-22 11:00:01,000", "Started Tessel Checker"));
+  find("2026-11-22 11:00:01,100");
+  EXPECT_THAT(starts(), SizeIs(2));
+  EXPECT_THAT(last_run().findings, IsEmpty());
+  EXPECT_THAT(last_run(1).findings, SizeIs(1));
+}
+
+// Emptied by somebody: a run that cannot write a log begins none behind it.
+TEST_F(run_logs, that_were_emptied_could_be_written) {
+  start(noon);
+  empty("programming_error");
+  EXPECT_THAT(last_run().unwritten, IsEmpty());
+  EXPECT_THAT(last_run().lost_logs, ElementsAre("tessel_programming_error.log"));
+}
+
+// A folder of another size than any router has.
+TEST_F(run_logs, of_many_runs_are_told_apart_soon) {
+  std::string at_once;
+  std::string late;
+  for (int i = 0; i < 100'000; ++i) {
+    at_once += line(noon, "Started Tessel Checker");
+    late += line("2026-11-22 12:00:02,500", "Started Tessel Checker");
+  }
+  append("exception", at_once);
+  append("inconsistencies", late);
+  append("programming_error", at_once);
+  EXPECT_THAT(starts(), SizeIs(200'000));
+}
+
+}  // namespace
+}  // namespace desk
