@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::array forwarding_tables = {source::lagport, source::l1port, source::l2port,
                                           source::l2intf, source::l3intf};
+constexpr std::string_view store_of_nodes = "VM information";
 constexpr std::string_view list_of_units =
     "/opt/nos/bin/asic_shell_show -c \"show unit\" -u all -n A";
 
@@ -100,6 +101,37 @@ std::size_t entries_of(const run& of, source from, std::int16_t node, std::int16
 
 bool has_table(const run& of, source from, std::int16_t node, std::int16_t npu) {
   return of.tables.contains({from, node, npu});
+}
+
+std::string_view store_of(layer one) {
+  switch (one) {
+    case layer::config:
+      return "TESSELDB";
+    case layer::pi:
+      return "BM PI";
+    case layer::pd:
+      return "BM PD";
+    case layer::dpa:
+      return "DPA";
+    case layer::bcm:
+      return "BCM";
+    case layer::none:
+      break;
+  }
+  return {};
+}
+
+bool is_unread(const run& of, std::string_view store) {
+  const auto at = of.stores.find(std::string(store));
+  return at != of.stores.end() && at->second == store_unread;
+}
+
+std::string words_for_unread(std::string_view store) {
+  return fmt::format("the dump of {} in the debug log is in a form that cannot be read", store);
+}
+
+bool is_unread(const run& of, layer one) {
+  return is_unread(of, store_of(one));
 }
 
 // What ended the run before it asked the layers.
@@ -295,7 +327,10 @@ void cover_chip(covering& in, const node& at, const std::string& npu) {
     entry.state = coverage_state::never_asked;
     entry.reason = fmt::format("chips of the family {} are not supported", at.asic);
   } else if (!in.of.has_chip_tables) {
-    entry.reason = "the logs hold no chip tables: the run ended before it compared them";
+    entry.reason =
+        in.of.end == run_end::complete
+            ? "the logs hold no chip tables: the check of stale entries failed before it kept them"
+            : "the logs hold no chip tables: the run ended before it compared them";
   } else if (number == no_place) {
     entry.reason = "the list of nodes gives no number for this chip";
   } else if (entries_of(in.of, source::chip_lag, index, number) != 0) {
@@ -304,7 +339,7 @@ void cover_chip(covering& in, const node& at, const std::string& npu) {
     entry.state = coverage_state::empty;
     entry.reason = "the chip shows no LAG";
     entry.is_normal = !has_members(in, at);
-  } else {
+  } else if (!is_unread(in.of, layer::bcm)) {
     entry.state = coverage_state::failed;
     entry.reason = "the run has no tables of this chip";
   }
@@ -383,14 +418,20 @@ void cover_inventory(covering& in) {
   const bool has_node = std::any_of(in.of.nodes.begin(), in.of.nodes.end(),
                                     [](const node& at) { return !at.is_empty_slot; });
   const bool is_cut = in.of.end == run_end::cut_off;
-  if (!in.of.has_snapshot || (has_node && !is_cut)) return;
-  if (finding_with(in, {"TC-702", "TC-703", "TC-704", "TC-765", "TC-766"}) != nullptr) return;
+  const bool is_other_form = is_unread(in.of, store_of_nodes);
+  if (!in.of.has_snapshot || (has_node && !is_cut && !is_other_form)) return;
+  const bool is_explained =
+      finding_with(in, {"TC-702", "TC-703", "TC-704", "TC-765", "TC-766"}) != nullptr;
+  if (is_explained && !is_other_form) return;
   coverage entry;
   entry.state = coverage_state::empty;
   entry.reason = "plat_nodes_show lists no node";
   if (is_cut) {
     entry.state = coverage_state::unknown;
     entry.reason = "the snapshot is cut off in the list of nodes, or before it";
+  } else if (is_other_form) {
+    entry.state = coverage_state::not_understood;
+    entry.reason = words_for_unread(store_of_nodes);
   }
   entry.command = "/opt/nos/bin/plat_nodes_show -v";
   in.of.covered.push_back(std::move(entry));
@@ -563,24 +604,6 @@ void add_journal(const covering& in, coverage& entry) {
   }
 }
 
-std::string_view store_of(layer one) {
-  switch (one) {
-    case layer::config:
-      return "TESSELDB";
-    case layer::pi:
-      return "BM PI";
-    case layer::pd:
-      return "BM PD";
-    case layer::dpa:
-      return "DPA";
-    case layer::bcm:
-      return "BCM";
-    case layer::none:
-      break;
-  }
-  return {};
-}
-
 // What a dump shows before it is cut off was read, and more may have been.
 void mark_cut_off(const run& of, coverage& entry) {
   const auto store = of.stores.find(std::string(store_of(entry.of)));
@@ -588,6 +611,19 @@ void mark_cut_off(const run& of, coverage& entry) {
   if (store->second != store_cut_off) return;
   entry.state = coverage_state::partly;
   entry.reason = fmt::format("the dump of {} in the debug log is cut off", store->first);
+}
+
+// Of a dump in another form than JSON nothing is known, unless it began as one.
+void mark_unread(const run& of, coverage& entry) {
+  if (!is_unread(of, entry.of)) return;
+  const bool is_begun =
+      entry.state == coverage_state::read || entry.state == coverage_state::partly;
+  const bool is_open =
+      is_begun || entry.state == coverage_state::empty || entry.state == coverage_state::unknown;
+  if (!is_open) return;
+  entry.state = is_begun ? coverage_state::partly : coverage_state::not_understood;
+  entry.is_normal = false;
+  entry.reason = words_for_unread(store_of(entry.of));
 }
 
 // A layer that was read, in a form that is not known here.
@@ -650,6 +686,7 @@ void fill_coverage(run& of) {
     if (!of.nodes[i].is_empty_slot) cover_node(in, of.nodes[i], agents);
   for (coverage& entry : of.covered) {
     mark_cut_off(of, entry);
+    mark_unread(of, entry);
     mark_not_understood(of, entry);
     mark_chip_troubles(of, entry);
     add_journal(in, entry);

@@ -321,6 +321,7 @@ struct stale_part {
   std::map<std::string, std::size_t, std::less<>> listed;   // by layer
   std::map<std::string, std::size_t, std::less<>> counted;  // as the audit counts them
   std::size_t starts = 0;                                   // of all runs
+  std::size_t older_marks = 0;                              // of dumps of the runs before
 };
 
 // "'Number of stale entries in PI 3'".
@@ -337,14 +338,19 @@ void take_count(stale_part& into, std::string_view line) {
 
 stale_part read_stale_part(run& into, const std::string& folder) {
   stale_part made;
+  std::size_t not_whole = 0;
   mention_finder names(into);
   dump_taker taker;
+  taker.ended = [&](std::string_view, dump_end how) {
+    not_whole += how == dump_end::whole ? 0 : 1;
+  };
   taker.line = [&](std::string_view line) {
     take_count(made, line);
     if (line != "'Started Tessel Checker'") return;
     const std::size_t starts = made.starts + 1;
     made = {};
     made.starts = starts;
+    made.older_marks = not_whole;
   };
   taker.value = [&](std::string_view label, dump_path path, std::string_view value) {
     constexpr std::size_t depth_of_entry = 2;
@@ -352,8 +358,9 @@ stale_part read_stale_part(run& into, const std::string& folder) {
     made.entries.push_back(stale_entry(into, names, label, value));
     ++made.listed[std::string(label)];
   };
-  for (std::string& mark : read_dumps(fmt::format("{}/{}", folder, stale_log), taker))
-    into.marks.push_back(std::move(mark));
+  std::vector<std::string> marks = read_dumps(fmt::format("{}/{}", folder, stale_log), taker);
+  const auto first = marks.begin() + static_cast<std::ptrdiff_t>(made.older_marks);
+  std::move(first, marks.end(), std::back_inserter(into.marks));
   return made;
 }
 

@@ -760,8 +760,9 @@ void read_layers(run& into, const std::string& debug_log) {
     in.has_map = false;
     if (label == "BCM") into.has_chip_tables = true;
   };
-  taker.ended = [&](std::string_view label, bool is_whole) {
-    if (!is_whole) into.stores[std::string(label)] = std::string(store_cut_off);
+  taker.ended = [&](std::string_view label, dump_end how) {
+    if (how != dump_end::whole)
+      into.stores[std::string(label)] = how == dump_end::unread ? store_unread : store_cut_off;
   };
   taker.wants = [](std::string_view label) { return !label.starts_with("Parsed bundle config"); };
   taker.line = [&](std::string_view line) { take_line(in, line); };

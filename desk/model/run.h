@@ -176,8 +176,10 @@ struct finding {
 
 // ---- The run ------------------------------------------------------------------------------------
 
-// What run::stores says of a dump that lacks its end, or cannot be read up to there.
+// What run::stores says of a dump that lacks its end, and of one that cannot be read up to there:
+// the audit writes one in its plain form if something keeps it from writing JSON.
 inline constexpr std::string_view store_cut_off = "cut off";
+inline constexpr std::string_view store_unread = "not read";
 
 enum class run_end : std::uint8_t {
   complete,  // it came to its result table
@@ -212,7 +214,7 @@ struct run {
   std::map<std::pair<std::int16_t, std::int16_t>, std::string> chip_troubles;
   // How many entries a table holds; a table that is missing has not come to the snapshot.
   std::map<std::tuple<source, std::int16_t, std::int16_t>, std::size_t> tables;
-  // Dump to "read", "empty", "not understood" or `store_cut_off`.
+  // Dump to "read", "empty", "not understood", `store_cut_off` or `store_unread`.
   std::map<std::string, std::string> stores;
   // Layers of whose tables every entry lacks what each must have, with the words for it.
   std::map<layer, std::string> not_understood;

@@ -295,7 +295,7 @@ bool dump_parser::read_exponent() {
 // Into `text_`, with its own digits. A number that is too large for a computer is none.
 bool dump_parser::read_number(char first) {
   text_.assign(1, first);
-  int lead = first;
+  int lead = static_cast<unsigned char>(first);
   if (first == '-') {
     lead = take();
     if (!is_digit(lead)) return false;
@@ -425,6 +425,8 @@ bool dump_parser::read_start() {
 bool dump_parser::read() {
   bool is_legal = read_start();
   while (is_legal && depth_ != 0) is_legal = is_map_[depth_ - 1] ? read_entry() : read_element();
+  // The line behind a dump that was cut off begins so, and must be seen as a whole.
+  if (!is_legal && at_ != begin_ && at_[-1] == '\'') --at_;
   from_.skip(static_cast<std::size_t>(at_ - begin_));
   return is_legal;
 }

@@ -23,8 +23,9 @@ class dump_parser {
   dump_parser(byte_source& from, std::string_view label, const dump_taker& taker);
 
   // Reads one value of JSON and leaves the rest of the file where it is. False if it is none, or is
-  // nested too deep; the bytes are taken up to the one that made it none. Invalid UTF-8 in a text
-  // becomes U+FFFD: a tool may print any byte, and one must not hide the rest. Throws `read_error`.
+  // nested too deep; the bytes are taken up to the one that made it none, and that one as well
+  // unless it is a single quote. Invalid UTF-8 in a text becomes U+FFFD: a tool may print any byte,
+  // and one must not hide the rest. Throws `read_error`.
   [[nodiscard]] bool read();
 
  private:

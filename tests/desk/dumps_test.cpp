@@ -9,6 +9,7 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "desk/model/utf8.h"
@@ -137,10 +138,16 @@ std::string label_in(std::string_view line, std::string_view word) {
   return std::string(line.substr(word.size(), line.size() - word.size() - end.size()));
 }
 
+bool begins_something_else(const std::string& line) {
+  const std::size_t begin = std::min(line.rfind("'Start of "), line.size());
+  return line == "'Started Tessel Checker'" || !label_in(line.substr(begin), "'Start of ").empty();
+}
+
 void read_plainly(std::string_view bytes, const dump_taker& taker) {
   plain_file file{bytes};
   std::string line;
-  while (file.next_line(line)) {
+  bool has_line = false;
+  while (std::exchange(has_line, false) || file.next_line(line)) {
     const std::size_t begin = std::min(line.rfind("'Start of "), line.size());
     const std::string label = label_in(line.substr(begin), "'Start of ");
     if (label.empty()) {
@@ -153,9 +160,14 @@ void read_plainly(std::string_view bytes, const dump_taker& taker) {
     plain_walk walk(label, taker);
     const bool is_read = json::sax_parse(plain_iterator(file), plain_iterator(), &walk,
                                          json::input_format_t::json, false);
+    if (!is_read && file.character == "'") --file.at;
     bool has_end = false;
-    while (!has_end && file.next_line(line)) has_end = label_in(line, "'End of ") == label;
-    taker.ended(label, is_read && has_end);
+    while (!has_end && !has_line && file.next_line(line)) {
+      has_end = label_in(line, "'End of ") == label;
+      has_line = !has_end && begins_something_else(line);
+    }
+    const dump_end read = is_read ? dump_end::whole : dump_end::unread;
+    taker.ended(label, has_end ? read : dump_end::cut_off);
   }
 }
 
@@ -263,6 +275,8 @@ class dump_writer {
                                                     "\xc3",
                                                     "\x80",
                                                     "t",
+                                                    "'Started Tessel Checker'\n",
+                                                    "\n'Start of DPA entries...'\n",
                                                     "'End of DPA entries...'\n"};
     if (one_in(3)) file.resize(below(file.size() + 1));
     for (std::size_t count = below(4); count > 0 && !file.empty(); --count)
@@ -292,8 +306,12 @@ class dumps : public testing::Test {
     };
     taker.map = [&into](auto label, auto path) { into.push_back(shown("map", label, path)); };
     taker.begins = [&into](auto label) { into.push_back(shown("begins", label, {})); };
-    taker.ended = [&into](auto label, bool is_whole) {
-      into.push_back(shown(is_whole ? "whole" : "not whole", label, {}));
+    taker.ended = [&into](auto label, dump_end how) {
+      const bool has_end = how != dump_end::cut_off;
+      into.push_back(shown(how == dump_end::whole ? "whole"
+                           : has_end              ? "unread"
+                                                  : "cut off",
+                           label, {}));
     };
     taker.line = [&into](auto line) { into.push_back("line " + std::string(line)); };
     return taker;
@@ -335,7 +353,7 @@ TEST_F(dumps, are_not_followed_deeper_than_any_dump_is) {
     return std::string(depth, '[') + "1" + std::string(depth, ']');
   };
   EXPECT_EQ(events_of_dump(nested(deepest)).back(), "whole DPA");
-  EXPECT_EQ(events_of_dump(nested(deepest + 1)).back(), "not whole DPA");
+  EXPECT_EQ(events_of_dump(nested(deepest + 1)).back(), "unread DPA");
 }
 
 // As when ssh complains without a line end.
@@ -347,9 +365,37 @@ TEST_F(dumps, may_begin_behind_the_last_words_of_a_tool) {
 }
 
 TEST_F(dumps, are_whole_only_with_their_end) {
-  EXPECT_EQ(events_of("'Start of DPA entries...'\n{}\n").back(), "not whole DPA");
+  EXPECT_EQ(events_of("'Start of DPA entries...'\n{}\n").back(), "cut off DPA");
   EXPECT_EQ(events_of("'Start of DPA entries...'\n{\n'End of DPA entries...'\n").back(),
-            "not whole DPA");
+            "unread DPA");
+}
+
+// What the audit writes if something keeps it from writing JSON.
+TEST_F(dumps, in_a_plain_form_are_not_cut_off) {
+  EXPECT_EQ(events_of_dump("{'BE1': {'ifh': '0x1'}}").back(), "unread DPA");
+  EXPECT_EQ(events_of_dump("{\n   \"BE1\":{\n      \"if\n{'BE1': {'ifh': '0x1'}}").back(),
+            "unread DPA");
+}
+
+// The next run appends to the log of stale entries, behind whatever the one before has left.
+TEST_F(dumps, that_are_cut_off_do_not_swallow_what_follows) {
+  const std::string next =
+      "'Started Tessel Checker'\n'Start of PI entries...'\n[]\n"
+      "'End of PI entries...'\n";
+  for (const char* torn :
+       {"", "[\n", "[\n   {\n", "[\n   {\n      \"Node Descr\n",
+        "[\n   {\n      \"Node Description\":\n", "[\n   {\n      \"Visited\":0\n",
+        "[\n   {\n      \"Visited\":-\n", "[\n   {\n      \"a\":nu\n",
+        "[\n   {\n      \"a\":\"\\\n", "[\n   {}\n", "[]\n"}) {
+    const events found = events_of("'Start of PI entries...'\n" + std::string(torn) + next);
+    EXPECT_THAT(
+        std::vector(found.end() - std::min<std::ptrdiff_t>(4, std::ssize(found)), found.end()),
+        ElementsAre("cut off PI", "line 'Started Tessel Checker'", "begins PI", "whole PI"))
+        << torn;
+  }
+  EXPECT_THAT(events_of("'Start of PI entries...'\n{\n'Start of DPA entries...'\n{}\n"
+                        "'End of DPA entries...'\n"),
+              ElementsAre("begins PI", "cut off PI", "begins DPA", "whole DPA"));
 }
 
 // The reader looks at several bytes in one step, and its bytes come in blocks. A general parser,

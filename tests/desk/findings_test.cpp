@@ -377,6 +377,18 @@ TEST_F(stale_entries_of_a_test, of_an_older_run_are_not_those_of_one_that_could_
   EXPECT_THAT(of.unwritten, ElementsAre("tessel_stale_entries.log"));
 }
 
+// A full disk cut the dump of the first of three runs off.
+TEST_F(stale_entries_of_a_test, are_read_behind_those_of_a_run_that_was_cut_off) {
+  const std::string torn = counts("1") + "'Start of PI entries...'\n[\n   {\n      \"Node Descri\n";
+  const run of = read(torn + "'Started Tessel Checker'\n" + counts("0"), 3);
+  EXPECT_EQ(of.stale, stale_search::done);
+  EXPECT_THAT(of.findings, IsEmpty());
+  EXPECT_THAT(of.marks, IsEmpty());
+  EXPECT_THAT(of.lost_logs, IsEmpty());
+  EXPECT_THAT(read(counts("0") + torn, 2).marks,
+              ElementsAre(HasSubstr("the dump of PI is cut off"), HasSubstr("lists 0 of 1")));
+}
+
 TEST_F(stale_entries_of_a_test, are_read_from_a_log_that_was_begun_anew) {
   EXPECT_EQ(read(counts("0"), 7).stale, stale_search::done);
 }
