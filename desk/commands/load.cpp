@@ -20,13 +20,27 @@ constexpr std::string_view debug_log = "tessel_debug.log";
 // chips' tables that the snapshot lacks.
 enum class journal_from : std::uint8_t { logs, capture };
 
-// The dump of the nodes is the last thing that a run writes; the chips' tables are only there if it
-// came as far as the check of stale entries.
-run_end end_of(const run& of) {
-  if (!of.has_snapshot) return run_end::unknown;
+// The dump of the nodes is the last thing that a run writes.
+bool has_last_dump(const run& of) {
   const auto nodes = of.stores.find("VM information");
-  if (nodes == of.stores.end() || nodes->second == store_cut_off) return run_end::cut_off;
-  return of.has_chip_tables ? run_end::complete : run_end::stopped;
+  return nodes != of.stores.end() && nodes->second != store_cut_off;
+}
+
+// The chips' tables are only there if the run came as far as the check of stale entries, and that
+// may fail before it keeps them.
+run_end end_of(const run& of, const run_in_logs& logs) {
+  if (!of.has_snapshot) return run_end::unknown;
+  if (!has_last_dump(of)) return run_end::cut_off;
+  return of.has_chip_tables || has_come_to_health(logs) ? run_end::complete : run_end::stopped;
+}
+
+// A run that cannot begin the debug log ends and leaves the snapshot of the one before. So what the
+// snapshot shows of its run, the other logs must show of this one: with the chips' tables it came
+// to the check of bundle health, and what stops a run that has read its configuration is a message.
+bool may_be_of(const run& snapshot, const log_set& logs, const run_in_logs& last) {
+  if (snapshot.has_chip_tables) return may_have_come_to_health(logs, last);
+  const bool has_stopped = has_last_dump(snapshot) && !snapshot.objects.empty();
+  return !has_stopped || may_have_messages(logs, last);
 }
 
 // One beside the logs may have been left by an earlier run.
@@ -82,33 +96,54 @@ log_set load_logs(const report_options& options) {
 namespace {
 
 // `facts` are those of the capture that was audited; without one there are none.
-run load_from_logs(const report_options& options, const recorded* facts) {
-  const log_set logs = load_logs(options);
-  const std::size_t back = back_of(options, starts_of(logs).size());
+run empty_run(const report_options& options, const recorded* facts) {
   run of;
-  of.is_last = back == 0;
   of.origin = options.logs;
   of.router = options.router;
   of.keeps_questions = facts != nullptr;
   if (facts != nullptr) of.router_type = facts->type;
-  if (back == 0) {
-    try {
-      read_layers(of, fmt::format("{}/{}", options.logs, debug_log));
-      if (!of.has_snapshot)
-        of.marks.push_back(fmt::format("{} holds no snapshot: only messages are known", debug_log));
-    } catch (const read_error& error) {
-      of.marks.emplace_back(error.what());
-    }
-  } else {
-    of.marks.emplace_back("an older run: its findings only, the snapshot is that of the last run");
+  return of;
+}
+
+run run_with_snapshot(const report_options& options, const recorded* facts, const log_set& logs,
+                      const run_in_logs& last) {
+  run of = empty_run(options, facts);
+  if (!has_begun_debug_log(logs, last)) {
+    of.marks.push_back(fmt::format(
+        "{}: the run ended before it began this log, which is of an earlier run", debug_log));
+    return of;
   }
+  try {
+    read_layers(of, fmt::format("{}/{}", options.logs, debug_log));
+    if (!of.has_snapshot)
+      of.marks.push_back(fmt::format("{} holds no snapshot: only messages are known", debug_log));
+  } catch (const read_error& error) {
+    of.marks.emplace_back(error.what());
+  }
+  if (!of.has_snapshot || may_be_of(of, logs, last)) return of;
+  of = empty_run(options, facts);
+  of.marks.push_back(
+      fmt::format("{}: its snapshot is left out, because no other log shows that this run came so "
+                  "far: it is unknown of which run it is",
+                  debug_log));
+  return of;
+}
+
+run load_from_logs(const report_options& options, const recorded* facts) {
+  const log_set logs = load_logs(options);
+  const std::size_t back = back_of(options, starts_of(logs).size());
+  const run_in_logs last = last_run_in(logs);
+  run of = back == 0 ? run_with_snapshot(options, facts, logs, last) : empty_run(options, facts);
+  of.is_last = back == 0;
+  if (back != 0)
+    of.marks.emplace_back("an older run: its findings only, the snapshot is that of the last run");
   read_findings(of, logs, back);
   if (back == 0) read_debug_notes(of);
   if (back == 0) read_stale_entries(of, options.logs, starts_of(logs).size());
   if (back == 0)
     read_commands(of, options, facts == nullptr ? journal_from::logs : journal_from::capture);
   if (facts != nullptr) read_chips(of, facts->folder);
-  of.end = back == 0 ? end_of(of) : run_end::unknown;
+  of.end = back == 0 ? end_of(of, last) : run_end::unknown;
   fill_coverage(of);
   return of;
 }

@@ -376,6 +376,28 @@ void lose_stale(run& into, std::string why) {
   into.marks.push_back(std::move(why));
 }
 
+// Each run writes its start into this log, which is never rotated. One that cannot ends at once, so
+// behind one with a snapshot somebody has emptied the log.
+void lose_start_of_stale(run& into) {
+  if (!into.has_snapshot) return into.unwritten.push_back(std::string(stale_log));
+  lose_stale(into, fmt::format("{}: it holds nothing of this run, not even its start", stale_log));
+}
+
+void lose_owner_of_stale(run& into, bool lacks_starts) {
+  lose_stale(into,
+             fmt::format("{}: without a snapshot nobody knows of which run its last entries "
+                         "are{}",
+                         stale_log,
+                         lacks_starts ? "; it has fewer starts than the other logs, so it was "
+                                        "begun anew, or a run could not write it"
+                                      : ""));
+}
+
+bool has_failed_to_look(const run& of) {
+  return std::any_of(of.findings.begin(), of.findings.end(),
+                     [](const finding& one) { return one.code == "TC-762"; });
+}
+
 void check_counts(run& into, const stale_part& part) {
   for (const auto& [label, count] : part.counted) {
     const auto listed = part.listed.find(label);
@@ -395,19 +417,15 @@ void read_stale_entries(run& into, const std::string& folder, std::size_t runs) 
   } catch (const read_error& error) {
     return lose_stale(into, error.what());
   }
-  // Each run writes its start into this log, which is never rotated. One that cannot ends at once.
-  if (part.starts == 0 || (part.starts < runs && !into.has_snapshot)) {
-    into.unwritten.emplace_back(stale_log);
-    return;
-  }
+  if (part.starts == 0) return lose_start_of_stale(into);
   // They may be those of the run before: this log has no times.
-  if (!into.has_snapshot)
-    return lose_stale(into, fmt::format("{}: without a snapshot nobody knows of which run its last "
-                                        "entries are",
-                                        stale_log));
+  if (!into.has_snapshot) return lose_owner_of_stale(into, part.starts < runs);
   constexpr std::size_t layers = 4;
   if (part.counted.size() == layers)
     into.stale = stale_search::done;
+  else if (part.counted.empty() && has_failed_to_look(into))
+    lose_stale(into, fmt::format("{}: the check of stale entries failed before it could count them",
+                                 stale_log));
   else if (part.counted.empty() && part.entries.empty() && is_kept_from_stale(into))
     into.stale = stale_search::skipped;
   else

@@ -14,6 +14,7 @@ namespace desk {
 
 namespace {
 
+constexpr std::size_t exception_log = 0;
 constexpr std::size_t health_log = logs_of_a_run - 1;
 
 // Milliseconds of "2026-11-22 11:01:03,219", comparable with each other.
@@ -172,6 +173,17 @@ void add_unstarted(std::vector<run_in_logs>& runs, const log_set& logs) {
   }
 }
 
+// The log of exceptions cannot be read, or lacks what the run has written first.
+bool has_lost_failures(const log_set& logs, const run_in_logs& of) {
+  const log_run* kept = of.in[exception_log];
+  return !logs.exception.is_read || kept == nullptr || kept->started.empty();
+}
+
+// What only a run that has begun all its logs writes. The first command of a run comes before them.
+bool is_behind_opening(const log_entry& one) {
+  return one.text.find(": execution failed for rm ") == std::string::npos;
+}
+
 }  // namespace
 
 log_set read_logs(const std::string& folder) {
@@ -204,6 +216,46 @@ std::vector<std::string> starts_of(const log_set& logs) {
   std::vector<std::string> starts;
   for (const run_in_logs& one : runs_in(logs)) starts.push_back(one.started);
   return starts;
+}
+
+run_in_logs last_run_in(const log_set& logs) {
+  std::vector<run_in_logs> runs = runs_in(logs);
+  return runs.empty() ? run_in_logs{} : std::move(runs.back());
+}
+
+bool may_have_messages(const log_set& logs, const run_in_logs& of) {
+  const auto has_entries = [](const log_run* one) {
+    return one != nullptr && !one->entries.empty();
+  };
+  return has_lost_failures(logs, of) || std::any_of(of.in.begin(), of.in.end(), has_entries);
+}
+
+bool has_come_to_health(const run_in_logs& of) {
+  const log_run* report = of.in[health_log];
+  if (report != nullptr && !report->entries.empty()) return true;
+  const log_run* failures = of.in[exception_log];
+  return failures != nullptr &&
+         std::any_of(failures->entries.begin(), failures->entries.end(), [](const log_entry& one) {
+           return one.text.ends_with(": Bundle health check failed");
+         });
+}
+
+bool may_have_come_to_health(const log_set& logs, const run_in_logs& of) {
+  return has_come_to_health(of) || of.in[health_log] == nullptr || !logs.health.is_read ||
+         has_lost_failures(logs, of);
+}
+
+bool has_begun_debug_log(const log_set& logs, const run_in_logs& of) {
+  const auto all = all_of(logs);
+  for (std::size_t log = health_log + 1; log-- > 0;) {
+    if (of.in[log] == nullptr) continue;
+    const auto& entries = of.in[log]->entries;
+    if (log == health_log || std::any_of(entries.begin(), entries.end(), is_behind_opening))
+      return true;
+  }
+  for (std::size_t log = health_log + 1; log-- > 0;)
+    if (all[log]->is_read) return of.in[log] != nullptr;
+  return true;
 }
 
 }  // namespace desk

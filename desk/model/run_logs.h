@@ -44,4 +44,19 @@ struct run_in_logs {
 // When the runs in the logs started, in the same order.
 [[nodiscard]] std::vector<std::string> starts_of(const log_set& logs);
 
+// The one that began last; nothing in it if the logs have none.
+[[nodiscard]] run_in_logs last_run_in(const log_set& logs);
+
+// Whether the run has begun the debug log, as far as the other logs show it. One that ended before
+// has left there what an earlier one dumped.
+[[nodiscard]] bool has_begun_debug_log(const log_set& logs, const run_in_logs& of);
+
+// Whether a message of the run is in the logs, or may have been.
+[[nodiscard]] bool may_have_messages(const log_set& logs, const run_in_logs& of);
+
+// Whether the logs show that the run came to the check of bundle health, which is its last one and
+// always leaves a line; and whether it may have come there.
+[[nodiscard]] bool has_come_to_health(const run_in_logs& of);
+[[nodiscard]] bool may_have_come_to_health(const log_set& logs, const run_in_logs& of);
+
 }  // namespace desk

@@ -370,11 +370,35 @@ TEST_F(stale_entries_of_a_test, are_lost_if_nothing_kept_the_audit_from_counting
               ElementsAre("tessel_stale_entries.log"));
 }
 
-TEST_F(stale_entries_of_a_test, of_an_older_run_are_not_those_of_one_that_could_not_write) {
+// The last run ended early, and somebody may have deleted the log, or that run could not write it.
+TEST_F(stale_entries_of_a_test, of_an_unknown_run_blame_no_log) {
+  for (const std::string& text : {counts("0"), std::string("'Started Tessel Checker'\n")}) {
+    run of = last_run();
+    write("stale_entries", text);
+    read_stale_entries(of, folder, 2);
+    EXPECT_THAT(of.unwritten, IsEmpty());
+    EXPECT_EQ(of.stale, stale_search::unknown);
+    EXPECT_THAT(of.lost_logs, ElementsAre("tessel_stale_entries.log"));
+    EXPECT_THAT(of.marks, ElementsAre(HasSubstr("begun anew, or a run could not write it")));
+  }
+}
+
+TEST_F(stale_entries_of_a_test, could_not_be_written_if_their_log_has_no_start) {
   run of = last_run();
-  write("stale_entries", counts("0"));
-  read_stale_entries(of, folder, 2);
+  write("stale_entries", "");
+  read_stale_entries(of, folder, 1);
   EXPECT_THAT(of.unwritten, ElementsAre("tessel_stale_entries.log"));
+  const run emptied = read("");
+  EXPECT_THAT(emptied.unwritten, IsEmpty()) << "behind its start the run wrote a snapshot";
+  EXPECT_THAT(emptied.lost_logs, ElementsAre("tessel_stale_entries.log"));
+}
+
+TEST_F(stale_entries_of_a_test, are_lost_if_the_check_of_them_failed) {
+  write("exception", start() + line("no key 'x': Stale entry verification failed in 0/1/CPU0") +
+                         "Traceback (most recent call last):\nfailure: x\n");
+  const run of = read("'Started Tessel Checker'\n");
+  EXPECT_EQ(of.stale, stale_search::unknown);
+  EXPECT_THAT(of.marks, ElementsAre(HasSubstr("the check of stale entries failed")));
 }
 
 // A full disk cut the dump of the first of three runs off.

@@ -120,6 +120,21 @@ TEST_F(run_logs, that_were_emptied_could_be_written) {
   EXPECT_THAT(last_run().lost_logs, ElementsAre("tessel_programming_error.log"));
 }
 
+TEST_F(run_logs, show_whether_the_debug_log_was_begun) {
+  const auto is_begun = [&] {
+    const log_set logs = read_logs(folder);
+    return has_begun_debug_log(logs, last_run_in(logs));
+  };
+  start(noon);
+  EXPECT_TRUE(is_begun());
+  start(ten, 4);
+  EXPECT_FALSE(is_begun());
+  append("exception", line(ten, "Permission denied: execution failed for rm /tmp/tessel*"));
+  EXPECT_FALSE(is_begun()) << "the first command of a run comes before its logs";
+  find(ten);
+  EXPECT_TRUE(is_begun()) << "somebody has emptied the log of bundle health";
+}
+
 // A folder of another size than any router has.
 TEST_F(run_logs, of_many_runs_are_told_apart_soon) {
   std::string at_once;
