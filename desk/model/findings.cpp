@@ -284,6 +284,20 @@ finding stale_entry(const run& of, mention_finder& names, std::string_view label
   return one;
 }
 
+// The record of a member keeps the MTU of its port object where the interface listing has none.
+void take_mtu_of_port(run& into, const finding& unlisted) {
+  const object* member =
+      into.find(object_kind::member, unlisted.object.bundle, unlisted.object.name);
+  if (member == nullptr) return;
+  const auto index = static_cast<std::size_t>(member - into.objects.data());
+  auto& cells = into.objects[index].cells;
+  const auto mtu = std::find_if(cells.begin(), cells.end(),
+                                [](const cell& c) { return c.from == source::interfaces; });
+  if (mtu == cells.end()) return;
+  into.places[index].mtu = mtu->value;
+  std::erase_if(cells, [](const cell& c) { return c.from == source::interfaces; });
+}
+
 }  // namespace
 
 void read_findings(run& into, const log_set& logs, std::size_t back) {
@@ -299,6 +313,8 @@ void read_findings(run& into, const log_set& logs, std::size_t back) {
   read_channel(into, names, logs.programming, of.in[2], finding_kind::programming);
   read_channel(into, names, logs.delay_delete, of.in[3], finding_kind::delay_delete);
   if (back != 0) return;
+  for (const finding& one : into.findings)
+    if (one.code == "TC-743") take_mtu_of_port(into, one);
   read_health(into, of.in[4]);
   note_unwritten(into, logs, of);
 }

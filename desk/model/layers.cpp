@@ -29,11 +29,13 @@ bool is(std::string_view text, const char (&word)[Size]) {
 }
 
 // A value whose object is known only once all dumps have been read: the forwarding layer and the
-// chips know handles and LAG ids, not names.
+// chips know handles and LAG ids, not names. Each table names a member in its own way: the
+// forwarding layer by its handle, an older chip by the id in the LAG, Jericho2 by the system port.
+enum class member_name : std::uint8_t { none, handle, id, system_port };
 struct pending_cell {
   text_id key;         // handle of the bundle or sub-bundle, or the LAG id
-  text_id member = 0;  // handle, member id or system port of a member
-  bool is_member = false;
+  text_id member = 0;  // of a member: what names it
+  member_name by = member_name::none;
   cell of;
 };
 
@@ -58,17 +60,12 @@ class pending_cells {
   std::vector<std::vector<pending_cell>> blocks_;
 };
 
-// A value of Jericho2 by the two keys that lead to it: the port of a LAG on a core, the profile of
-// a port, the MTU of a profile.
-enum class chip_table : std::uint8_t { lag_port, port_profile, profile_mtu };
-struct chip_value {
-  std::int16_t node;
-  std::int16_t npu;
-  chip_table table;
-  text_id first;
-  text_id second;
-  text_id value;
-  [[nodiscard]] auto key() const { return std::tie(node, npu, table, first, second); }
+// The record of a member is a copy of its port object, until the bundle manager is asked for the
+// handle and behind that the interface listing for the MTU.
+struct member_record {
+  std::size_t member = 0;
+  bool has_handle = false;
+  std::optional<text_id> mtu{};
 };
 
 // What is looked up again and again with the same words: lines of one object follow each other.
@@ -105,9 +102,8 @@ struct intake {
   std::map<std::string, std::int16_t, std::less<>> nodes;
   pending_cells by_handle{};
   pending_cells by_lag{};
-  pending_cells by_port{};                           // MTUs of chips: key is "core port"
   std::unordered_map<text_id, text_id> port_mtus{};  // of the forwarding layer, by the port's name
-  std::vector<chip_value> chip_values{};
+  std::vector<member_record> member_records{};
   dump in_dump = dump::other;
   bool has_map = false;  // the dump, so far
   std::array<std::array<text_id, std::size_t(field::none) + 1>, std::size_t(source::none) + 1>
@@ -137,7 +133,6 @@ struct intake {
   std::string last_key{};
   text_id last_id = keep("");
   text_id present = keep("present");
-  std::string pair{};
   last_number last_node{};
   last_number last_npu{};
   last_object last_bundle{};
@@ -174,11 +169,6 @@ struct intake {
     return last.index;
   }
 
-  // "0 10": a core and a port of it.
-  text_id keep_pair(std::string_view first, std::string_view second) {
-    pair.assign(first).append(" ").append(second);
-    return keep(pair);
-  }
   void set(std::size_t object, field what, source from, std::int16_t node, std::int16_t npu,
            std::string_view value) {
     if (value == unset) return;
@@ -200,8 +190,11 @@ void take_member_record(intake& in, dump_path path, std::string_view value) {
   in.into.objects[member].is_configured = true;
   const std::string_view name = path[5];
   const std::int16_t node = in.node_of(path[3]);
+  auto& records = in.member_records;
+  if (records.empty() || records.back().member != member) records.push_back({member});
+  if (name == "ifh" && value != unset) records.back().has_handle = true;
+  if (name == "mtu" && value != unset) records.back().mtu = in.keep(value);
   if (name == "npu_id") in.set(member, field::npu, source::l1port, node, no_place, value);
-  if (name == "mtu") in.set(member, field::mtu, source::interfaces, no_place, no_place, value);
   if (name == "npu_core") in.into.places[member].core = value;
   if (name == "pp_port") in.into.places[member].port = value;
   if (name == "npu_id") in.into.places[member].npu = npu_in(value);
@@ -317,7 +310,7 @@ void take_lagport(intake& in, std::int16_t node, dump_path path, std::string_vie
     in.by_handle.add(
         {in.keep_key(path[2], source::lagport),
          0,
-         false,
+         member_name::none,
          {what, source::lagport, node, npu, in.keep_value(value, source::lagport, what)}});
   };
   if (is(path[3], "lagid")) add(field::lag_id, no_place);
@@ -329,7 +322,7 @@ void take_lagport(intake& in, std::int16_t node, dump_path path, std::string_vie
   if (is(path[3], "members") && path.size() == 7 && is(path[6], "memid"))
     in.by_handle.add({in.keep_key(path[2], source::lagport),
                       in.keep_value(path[5], source::lagport, field::handle),
-                      true,
+                      member_name::handle,
                       {field::member_id, source::lagport, node, in.npu_of(path[4]),
                        in.keep_value(value, source::lagport, field::member_id)}});
 }
@@ -350,7 +343,7 @@ void take_forwarding(intake& in, dump_path path, std::string_view value) {
   const auto add = [&](field what) {
     in.by_handle.add({in.keep_key(path[2], from),
                       0,
-                      false,
+                      member_name::none,
                       {what, from, node, no_place, in.keep_value(value, from, what)}});
   };
   if (is(path[3], "lif")) add(field::lif);
@@ -367,39 +360,21 @@ std::string_view lag_id_in(std::string_view key) {
   return key.starts_with(word) ? key.substr(word.size()) : key;
 }
 
-std::optional<chip_table> chip_table_named(std::string_view name) {
-  if (is(name, "bdl_pp_port")) return chip_table::lag_port;
-  if (is(name, "lag_mtu")) return chip_table::port_profile;
-  if (is(name, "mtu_profile")) return chip_table::profile_mtu;
-  return {};
-}
-
-void take_chip_member(intake& in, dump_path path, std::string_view named) {
+void take_chip_member(intake& in, dump_path path, member_name by, std::string_view name) {
   const cell made = {field::presence, source::chip_lag, in.node_of(path[0]), in.npu_of(path[1]),
                      in.present};
   const text_id lag = in.keep_key(lag_id_in(path[3]), source::chip_lag);
-  in.by_lag.add({lag, in.keep_value(named, source::chip_lag, field::presence), true, made});
+  in.by_lag.add({lag, in.keep_value(name, source::chip_lag, field::presence), by, made});
 }
 
+// Of the chips' tables the audit keeps only the LAGs for its snapshot.
 void take_chip(intake& in, dump_path path, std::string_view value) {
-  constexpr std::size_t depth_of_value = 5;
-  if (path.size() == depth_of_value + 1) {
-    if (is(path[5], "gport") && is(path[2], "diag_lag")) take_chip_member(in, path, path[4]);
-    if (is(path[4], "members") && is(path[2], "tm_lag")) take_chip_member(in, path, value);
-    return;
-  }
-  if (path.size() != depth_of_value) return;
-  const std::string_view table = path[2];
-  const std::int16_t node = in.node_of(path[0]);
-  const std::int16_t npu = in.npu_of(path[1]);
-  if (is(table, "member_mtu"))
-    in.by_port.add({in.keep_pair(path[3], path[4]),
-                    0,
-                    false,
-                    {field::mtu, source::chip_mtu, node, npu, in.keep(value)}});
-  if (const auto kept = chip_table_named(table))
-    in.chip_values.push_back(
-        {node, npu, *kept, in.keep(path[3]), in.keep(path[4]), in.keep(value)});
+  constexpr std::size_t depth_of_member = 6;
+  if (path.size() != depth_of_member) return;
+  if (is(path[2], "diag_lag") && is(path[5], "gport"))
+    take_chip_member(in, path, member_name::id, path[4]);
+  if (is(path[2], "tm_lag") && is(path[4], "members"))
+    take_chip_member(in, path, member_name::system_port, value);
 }
 
 void take_chip_map(intake& in, dump_path path) {
@@ -407,7 +382,8 @@ void take_chip_map(intake& in, dump_path path) {
     const std::int16_t node = in.node_of(path[0]);
     const std::int16_t npu = in.npu_of(path[1]);
     const text_id lag = in.keep_key(lag_id_in(path[3]), source::chip_lag);
-    in.by_lag.add({lag, 0, false, {field::presence, source::chip_lag, node, npu, in.present}});
+    in.by_lag.add(
+        {lag, 0, member_name::none, {field::presence, source::chip_lag, node, npu, in.present}});
     in.count(source::chip_lag, node, npu, 1);
   }
 }
@@ -482,7 +458,7 @@ void attach_by_handle(intake& in, attached& into) {
   }
   in.by_handle.for_each([&](const pending_cell& one) {
     std::size_t found = objects[one.key];
-    if (one.is_member) {
+    if (one.by == member_name::handle) {
       const auto at = members.find(joined(one.key, one.member));
       found = at == members.end() ? nowhere : at->second;
     }
@@ -490,58 +466,55 @@ void attach_by_handle(intake& in, attached& into) {
   });
 }
 
-// The members of a bundle, as its chips name them: an older chip by the id in the LAG, Jericho2 by
-// the end of the system port.
+// The members of a bundle, as its chips name them. Jericho2 shows a global port, which ends with
+// the system port.
 class members_of_chip {
  public:
-  members_of_chip(const run& of, const object& bundle) : of_(of), parts_(bundle.parts) {
-    for (std::size_t i = 0; i < parts_.size(); ++i) {
-      const object& part = of.objects[parts_[i]];
-      if (part.kind != object_kind::member) continue;
-      for (const cell& c : part.cells)
-        if (c.from == source::agent) add(c, i);
+  members_of_chip(const run& of, const object& bundle) : of_(of) {
+    for (const std::size_t part : bundle.parts) {
+      const object& one = of.objects[part];
+      if (one.kind != object_kind::member) continue;
+      for (const cell& c : one.cells)
+        if (c.from == source::agent) add(c, part);
     }
   }
 
   // In the order of the bundle's parts.
-  const std::vector<std::size_t>& named(text_id name) {
-    const auto [at, is_new] = known_.try_emplace(name);
-    if (is_new) at->second = find(name);
+  const std::vector<std::size_t>& named(member_name by, text_id name) {
+    if (by == member_name::id) return ids_[name];
+    const auto [at, is_new] = known_ports_.try_emplace(name);
+    if (is_new) at->second = ending(of_.texts.text(name));
     return at->second;
   }
 
  private:
-  void add(const cell& c, std::size_t part) {
-    const std::string_view value = of_.texts.text(c.value);
-    if (c.what == field::member_id) ids_[c.value].push_back(part);
+  void add(const cell& c, std::size_t member) {
+    if (c.what == field::member_id) add_once(ids_[c.value], member);
     if (c.what != field::system_port) return;
-    const std::string_view end = significant_end(value);
+    const std::string_view end = significant_end(of_.texts.text(c.value));
     if (end.empty()) return;
-    ends_[end].push_back(part);
+    ends_[end].push_back(member);
     lengths_.insert(end.size());
   }
-  std::vector<std::size_t> find(text_id name) {
+  // A member of several nodes follows itself.
+  static void add_once(std::vector<std::size_t>& to, std::size_t member) {
+    if (to.empty() || to.back() != member) to.push_back(member);
+  }
+  std::vector<std::size_t> ending(std::string_view port) const {
     std::set<std::size_t> found;
-    if (const auto at = ids_.find(name); at != ids_.end())
-      found.insert(at->second.begin(), at->second.end());
-    const std::string_view text = of_.texts.text(name);
     for (const std::size_t length : lengths_) {
-      if (length > text.size()) break;
-      const auto at = ends_.find(text.substr(text.size() - length));
+      if (length > port.size()) break;
+      const auto at = ends_.find(port.substr(port.size() - length));
       if (at != ends_.end()) found.insert(at->second.begin(), at->second.end());
     }
-    std::vector<std::size_t> objects;
-    objects.reserve(found.size());
-    for (const std::size_t part : found) objects.push_back(parts_[part]);
-    return objects;
+    return {found.begin(), found.end()};
   }
 
   const run& of_;
-  const std::vector<std::size_t>& parts_;
   std::unordered_map<text_id, std::vector<std::size_t>> ids_;
   std::unordered_map<std::string_view, std::vector<std::size_t>> ends_;
   std::set<std::size_t> lengths_;
-  std::unordered_map<text_id, std::vector<std::size_t>> known_;
+  std::unordered_map<text_id, std::vector<std::size_t>> known_ports_;
 };
 
 void attach_by_lag(intake& in, attached& into) {
@@ -552,25 +525,13 @@ void attach_by_lag(intake& in, attached& into) {
     if (at == in.into.lag_ids.end() || at->first != one.key) at = in.into.lag_ids.find(one.key);
     if (at == in.into.lag_ids.end()) return;
     for (const std::size_t bundle : at->second) {
-      if (!one.is_member) {
+      if (one.by == member_name::none) {
         into.add(bundle, one.of);
         continue;
       }
       auto& of_bundle = members.try_emplace(bundle, in.into, all[bundle]).first->second;
-      for (const std::size_t part : of_bundle.named(one.member)) into.add(part, one.of);
+      for (const std::size_t part : of_bundle.named(one.by, one.member)) into.add(part, one.of);
     }
-  });
-}
-
-void attach_by_port(intake& in, attached& into) {
-  using chip_port = std::tuple<std::int16_t, std::int16_t, text_id>;
-  std::map<chip_port, std::vector<std::size_t>> members;
-  for (const auto& [member, place] : in.into.places)
-    members[{place.node, place.npu, in.keep_pair(place.core, place.port)}].push_back(member);
-  in.by_port.for_each([&](const pending_cell& one) {
-    const auto at = members.find({one.of.node, one.of.npu, one.key});
-    if (at == members.end()) return;
-    for (const std::size_t member : at->second) into.add(member, one.of);
   });
 }
 
@@ -582,45 +543,23 @@ void attach(intake& in, pending_cells& pending, void (*find)(intake&, attached&)
   pending = {};
 }
 
-// Jericho2: the LAG's port on the member's core has a profile, and the profile an MTU.
-void attach_profiles(intake& in) {
-  if (in.chip_values.empty()) return;
-  std::stable_sort(in.chip_values.begin(), in.chip_values.end(),
-                   [](const chip_value& a, const chip_value& b) { return a.key() < b.key(); });
-  const text_id nothing = in.keep("");
-  // Of several the last one.
-  const auto value_at = [&](const place& at, chip_table table, text_id first, text_id second) {
-    const chip_value wanted = {at.node, at.npu, table, first, second, nothing};
-    const auto behind = std::upper_bound(
-        in.chip_values.begin(), in.chip_values.end(), wanted,
-        [](const chip_value& a, const chip_value& b) { return a.key() < b.key(); });
-    const bool is_there = behind != in.chip_values.begin() && (behind - 1)->key() == wanted.key();
-    return is_there ? (behind - 1)->value : nothing;
-  };
-  for (const auto& [lag, bundles] : in.into.lag_ids) {
-    const text_id id = in.keep(decimal_of(in.into.texts.text(lag)));
-    for (const std::size_t bundle : bundles) {
-      for (const std::size_t part : in.into.objects[bundle].parts) {
-        const auto at = in.into.places.find(part);
-        if (at == in.into.places.end()) continue;
-        const place& of = at->second;
-        const text_id core = in.keep(of.core);
-        const text_id port = value_at(of, chip_table::lag_port, id, core);
-        const text_id profile = value_at(of, chip_table::port_profile, core, port);
-        const text_id mtu = value_at(of, chip_table::profile_mtu, core, profile);
-        if (mtu != nothing)
-          in.set(part, field::mtu, source::chip_mtu, of.node, of.npu,
-                 decimal_of(in.into.texts.text(mtu)));
-      }
-    }
-  }
-}
-
 // A port object: what the forwarding layer of its node holds of it.
 void take_port(intake& in, dump_path path, std::string_view value) {
   if (path.size() != 2) return;
   if (is(path[1], "nodename")) in.count(source::l1port, in.node_of(value), no_place, 1);
   if (is(path[1], "mtu") && value != unset) in.port_mtus[in.keep(path[0])] = in.keep(value);
+}
+
+// A failure of the manager's check shows later which ports the listing lacks.
+void take_member_mtus(intake& in) {
+  for (const member_record& one : in.member_records) {
+    if (!one.mtu) continue;
+    if (one.has_handle)
+      in.set(one.member, field::mtu, source::interfaces, no_place, no_place,
+             in.into.texts.text(*one.mtu));
+    else
+      in.into.places[one.member].mtu = one.mtu;
+  }
 }
 
 void attach_port_mtus(intake& in) {
@@ -773,10 +712,9 @@ void read_layers(run& into, const std::string& debug_log) {
     into.marks.push_back(fmt::format("{}: {} notes of the audit behind the first {} are left out",
                                      debug_log, in.notes_left_out, most_notes));
   find_tables_of_other_form(in);
+  take_member_mtus(in);
   attach(in, in.by_handle, attach_by_handle);
   attach(in, in.by_lag, attach_by_lag);
-  attach(in, in.by_port, attach_by_port);
-  attach_profiles(in);
   attach_port_mtus(in);
   for (node& of : into.nodes)
     if (is_empty_slot(of)) of.is_empty_slot = true;

@@ -26,11 +26,6 @@ std::int16_t npu_in(std::string_view text) {
   return static_cast<std::int16_t>(*number);
 }
 
-std::string decimal_of(std::string_view text) {
-  const auto number = number_in(text);
-  return number ? std::to_string(*number) : std::string(text);
-}
-
 std::string_view significant_end(std::string_view system_port) {
   return system_port.substr(std::min(system_port.find_first_not_of("0x"), system_port.size()));
 }

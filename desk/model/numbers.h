@@ -16,9 +16,6 @@ namespace desk {
 // The number of a chip, from 0 to 32767; -1 for any other text.
 [[nodiscard]] std::int16_t npu_in(std::string_view text);
 
-// Its decimal digits; the text itself if it is no number.
-[[nodiscard]] std::string decimal_of(std::string_view text);
-
 // The significant digits of a system port: what follows its leading "0" and "x"; may be empty.
 [[nodiscard]] std::string_view significant_end(std::string_view system_port);
 

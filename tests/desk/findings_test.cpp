@@ -417,6 +417,24 @@ TEST_F(stale_entries_of_a_test, are_read_from_a_log_that_was_begun_anew) {
   EXPECT_EQ(read(counts("0"), 7).stale, stale_search::done);
 }
 
+// Where the interface listing lacks a port, its record keeps the MTU of the port object.
+TEST_F(logs_of_a_test, a_port_that_was_not_listed_has_the_mtu_of_its_object) {
+  write("exception", start() + line("no key '0/0/0/1': BM PI verification failed for "
+                                    "0/0/0/1,BE1(0x3), 0/0/CPU0"));
+  run of;
+  const text_id mtu = of.texts.keep("9216");
+  for (const char* name : {"0/0/0/1", "0/0/0/2"}) {
+    const auto member = of.object_at(object_kind::member, "BE1", name);
+    of.objects[member].cells = {{field::mtu, source::interfaces, no_place, no_place, mtu}};
+    of.places[member].node = 0;
+  }
+  read_findings(of, read_logs(folder), 0);
+  const auto member = [&](const char* name) { return of.find(object_kind::member, "BE1", name); };
+  EXPECT_THAT(member("0/0/0/1")->cells, IsEmpty());
+  EXPECT_EQ(member("0/0/0/2")->cells.size(), 1U);
+  EXPECT_EQ(of.places.at(static_cast<std::size_t>(member("0/0/0/1") - of.objects.data())).mtu, mtu);
+}
+
 TEST_F(logs_of_a_test, a_failure_of_a_pass_blames_no_bundle) {
   write("exception", start() +
                          line("no key 'BE2': Bundle consistency check failed for BE1, 0/0/CPU0") +

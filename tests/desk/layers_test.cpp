@@ -18,25 +18,23 @@
 namespace desk {
 namespace {
 
-// What a chip says of a member: of which node and NPU, and what.
+// What the chips say of a member: of which node, and what.
 using seen = std::vector<std::tuple<field, std::int16_t, std::string>>;
 
 struct agent_member {
-  std::string bundle, name, member_id, system_port, core, port;
+  std::string bundle, name, member_id, system_port;
 };
 struct chip_member {
   std::string lag, named;
 };
-struct chip_port {
-  std::string core, port, mtu;
-};
 
-// A router with one node and one chip, all of whose values are from a few.
+// A router with one node of each chip family, each with one chip, all of whose values are from a
+// few. Each chip lists what the other one would call a member as well.
 struct small_router {
   std::vector<std::pair<std::string, std::string>> lags;  // bundle and LAG id
   std::vector<agent_member> members;
-  std::vector<chip_member> listed;
-  std::vector<chip_port> mtus;
+  std::vector<chip_member> in_older;
+  std::vector<chip_member> in_jericho2;
 };
 
 small_router any_router(std::uint32_t seed) {
@@ -49,13 +47,12 @@ small_router any_router(std::uint32_t seed) {
     for (int m = 0; m < 4; ++m)
       made.members.push_back(
           {bundle, "0/0/0/" + std::to_string(10 * b + m), "0x" + below(4),
-           std::vector<std::string>{"0x0001", "0x11", "0x", "1001", "0x101"}[random() % 5],
-           below(2), below(3)});
+           std::vector<std::string>{"0x0001", "0x11", "0x", "1001", "0x101"}[random() % 5]});
   }
-  for (int i = 0; i < 12; ++i)
-    made.listed.push_back(
-        {"0x" + below(4), random() % 2 == 0 ? "0x" + below(4) : "0x040010" + below(20)});
-  for (int i = 0; i < 5; ++i) made.mtus.push_back({below(2), below(3), std::to_string(1500 + i)});
+  for (auto* listed : {&made.in_older, &made.in_jericho2})
+    for (int i = 0; i < 12; ++i)
+      listed->push_back(
+          {"0x" + below(4), random() % 2 == 0 ? "0x" + below(4) : "0x040010" + below(20)});
   return made;
 }
 
@@ -65,42 +62,44 @@ std::string dump(const std::string& label, const std::string& text) {
 
 // Equal keys may come twice; a reader of JSON takes each as it comes.
 std::string debug_log_of(const small_router& of) {
-  std::string bundles, agents, lags, ports;
+  std::string bundles, agents, older, jericho2;
   for (const auto& [bundle, id] : of.lags)
     bundles += ",\"" + bundle + "\":{\"Data\":{\"lagid\":\"" + id + "\"}}";
   for (const agent_member& m : of.members) {
     bundles += ",\"" + m.bundle + "\":{\"Data\":{\"members\":{\"0/0/CPU0\":{\"" + m.name +
-               "\":{\"nodename\":\"0/0/CPU0\",\"npu_id\":\"0\",\"npu_core\":\"" + m.core +
-               "\",\"pp_port\":\"" + m.port + "\"}}}}}";
+               "\":{\"nodename\":\"0/0/CPU0\",\"npu_id\":\"0\"}}}}}";
     agents += ",\"" + m.bundle + "\":{\"members\":{\"0/0/CPU0\":{\"" + m.name + "\":{\"memid\":\"" +
               m.member_id + "\",\"sysport\":\"" + m.system_port + "\"}}}}";
   }
-  for (const chip_member& m : of.listed)
-    lags += ",\"LAG " + m.lag + "\":{\"" + m.named + "\":{\"gport\":\"x\"}}";
-  for (const chip_port& p : of.mtus)
-    ports += ",\"" + p.core + "\":{\"" + p.port + "\":\"" + p.mtu + "\"}";
+  for (const chip_member& m : of.in_older)
+    older += ",\"LAG " + m.lag + "\":{\"" + m.named + "\":{\"gport\":\"x\"}}";
+  for (const chip_member& m : of.in_jericho2)
+    jericho2 += ",\"" + m.lag + "\":{\"members\":[\"" + m.named + "\"]}";
   return dump("TESSELDB", "{" + bundles.substr(1) + "}") +
-         dump("BCM", "{\"0/0/CPU0\":{\"0\":{\"diag_lag\":{" + lags.substr(1) +
-                         "},\"member_mtu\":{" + ports.substr(1) + "}}}}") +
+         dump("BCM", R"({"0/0/CPU0":{"0":{"diag_lag":{)" + older.substr(1) +
+                         R"(}}},"0/1/CPU0":{"0":{"tm_lag":{)" + jericho2.substr(1) + "}}}}") +
          dump("BM PD", "{" + agents.substr(1) + "}");
 }
 
-// Each line of the chip compared with each member.
+std::string_view significant_digits(std::string_view system_port) {
+  system_port.remove_prefix(std::min(system_port.find_first_not_of("0x"), system_port.size()));
+  return system_port;
+}
+
+// Each line of each chip compared with each member.
 seen plainly_seen(const small_router& of, const agent_member& member) {
+  const std::string_view digits = significant_digits(member.system_port);
+  const auto is_in = [&](const chip_member& line) {
+    return std::find(of.lags.begin(), of.lags.end(), std::pair(member.bundle, line.lag)) !=
+           of.lags.end();
+  };
   seen made;
-  for (const chip_member& line : of.listed) {
-    for (const auto& [bundle, id] : of.lags) {
-      if (bundle != member.bundle || id != line.lag) continue;
-      std::string_view digits = member.system_port;
-      while (!digits.empty() && (digits.front() == '0' || digits.front() == 'x'))
-        digits.remove_prefix(1);
-      if (line.named == member.member_id || (!digits.empty() && line.named.ends_with(digits)))
-        made.emplace_back(field::presence, 0, "present");
-    }
-  }
-  for (const chip_port& one : of.mtus)
-    if (one.core == member.core && one.port == member.port)
-      made.emplace_back(field::mtu, 0, one.mtu);
+  for (const chip_member& line : of.in_older)
+    if (is_in(line) && line.named == member.member_id)
+      made.emplace_back(field::presence, 0, "present");
+  for (const chip_member& line : of.in_jericho2)
+    if (is_in(line) && !digits.empty() && line.named.ends_with(digits))
+      made.emplace_back(field::presence, 1, "present");
   return made;
 }
 
@@ -119,15 +118,15 @@ class layers : public testing::Test {
   static seen seen_of(const run& of, const object& one) {
     seen made;
     for (const cell& c : one.cells)
-      if (c.from == source::chip_lag || c.from == source::chip_mtu)
-        made.emplace_back(c.what, c.npu, std::string(of.texts.text(c.value)));
+      if (layer_of(c.from) == layer::bcm)
+        made.emplace_back(c.what, c.node, std::string(of.texts.text(c.value)));
     return made;
   }
 
   std::string folder;
 };
 
-TEST_F(layers, give_a_member_what_the_chips_list_under_its_id_or_its_port) {
+TEST_F(layers, give_a_member_what_its_chip_lists_in_the_way_of_its_family) {
   std::size_t found = 0;
   for (std::uint32_t seed = 0; seed < 300; ++seed) {
     const small_router router = any_router(seed);
@@ -145,6 +144,21 @@ TEST_F(layers, give_a_member_what_the_chips_list_under_its_id_or_its_port) {
   EXPECT_GT(found, 1000U);
 }
 
+// The id of one member is the end of the system port of another one.
+TEST_F(layers, take_no_system_port_for_a_member_id) {
+  run of;
+  read(of, dump("TESSELDB", R"({"BE1":{"Data":{"lagid":"0x1"}}})") +
+               dump("BM PD", R"({"BE1":{"members":{"0/0/CPU0":{)"
+                             R"("0/0/0/1":{"memid":"0x0","sysport":"0x0001"},)"
+                             R"("0/0/0/2":{"memid":"0x1","sysport":"0x0002"}}}}})") +
+               dump("BCM", R"({"0/0/CPU0":{"0":{"diag_lag":{"LAG 0x1":{"0x1":{"gport":"x"}}}}}})"));
+  const object* listed = of.find(object_kind::member, "BE1", "0/0/0/2");
+  const object* lacking = of.find(object_kind::member, "BE1", "0/0/0/1");
+  ASSERT_TRUE(listed != nullptr && lacking != nullptr);
+  EXPECT_EQ(seen_of(of, *listed), (seen{{field::presence, 0, "present"}}));
+  EXPECT_EQ(seen_of(of, *lacking), seen{});
+}
+
 TEST_F(layers, count_the_notes_that_are_too_many) {
   std::string log;
   for (int i = 0; i < 10'002; ++i) log += "'INFO: note'\n";
@@ -156,27 +170,12 @@ TEST_F(layers, count_the_notes_that_are_too_many) {
               testing::EndsWith("/log: 2 notes of the audit behind the first 10000 are left out"));
 }
 
-TEST_F(layers, find_the_mtu_of_a_member_by_the_profile_of_its_port) {
-  run of;
-  read(
-      of,
-      dump("TESSELDB", R"({"BE1":{"Data":{"lagid":"0x10","members":{"0/0/CPU0":{"0/0/0/1":{)"
-                       R"("nodename":"0/0/CPU0","npu_id":"1","npu_core":"0","pp_port":"5"}}}}}})") +
-          dump("BCM",
-               R"({"0/0/CPU0":{"1":{"bdl_pp_port":{"16":{"0":"7","1":"8"}},)"
-               R"("lag_mtu":{"0":{"7":"2","8":"3"}},"mtu_profile":{"0":{"2":"1500","3":"9000"}},)"
-               R"("mtu_profile":{"0":{"2":"0x1000"}}}}})"));
-  const object* member = of.find(object_kind::member, "BE1", "0/0/0/1");
-  ASSERT_NE(member, nullptr);
-  EXPECT_EQ(seen_of(of, *member), (seen{{field::mtu, 1, "4096"}})) << "the last value counts";
-}
-
 TEST_F(layers, hold_the_mtu_of_a_port_beside_what_is_compared) {
   run of;
   read(of, dump("TESSELDB", R"({"BE1":{"Data":{"members":{"0/0/CPU0":{)"
-                            R"("0/0/0/1":{"mtu":"9216","nodename":"0/0/CPU0"},)"
-                            R"("0/0/0/2":{"mtu":"1514","nodename":"0/0/CPU0"},)"
-                            R"("0/0/0/3":{"mtu":"1514","nodename":"0/0/CPU0"}}}}}})") +
+                            R"("0/0/0/1":{"ifh":"0x9","mtu":"9216","nodename":"0/0/CPU0"},)"
+                            R"("0/0/0/2":{"ifh":"0xa","mtu":"1514","nodename":"0/0/CPU0"},)"
+                            R"("0/0/0/3":{"ifh":"0xb","mtu":"1514","nodename":"0/0/CPU0"}}}}}})") +
                dump("Voq usage", R"({"0/0/0/1":{"mtu":"9116","nodename":"0/0/CPU0"},)"
                                  R"("0/0/0/2":{"mtu":"Not set","nodename":"0/0/CPU0"},)"
                                  R"("0/0/0/9":{"mtu":"1","vlan_domain":{"mtu":"2"}}})"));
@@ -190,6 +189,25 @@ TEST_F(layers, hold_the_mtu_of_a_port_beside_what_is_compared) {
   EXPECT_EQ(mtu_of("0/0/0/2"), "none");
   EXPECT_EQ(mtu_of("0/0/0/3"), "none");
   EXPECT_EQ(of.find(object_kind::member, "BE1", "0/0/0/1")->cells.size(), 1U);
+}
+
+// The record of a member begins as a copy of its port object. The interface listing is asked behind
+// the bundle manager, and only then another MTU takes its place.
+TEST_F(layers, hold_an_mtu_as_that_of_the_port_until_the_manager_was_asked) {
+  run of;
+  read(of,
+       dump("TESSELDB", R"({"BE1":{"Data":{"members":{"0/0/CPU0":{)"
+                        R"("0/0/0/1":{"ifh":"0x9","mtu":"9216","nodename":"0/0/CPU0"},)"
+                        R"("0/0/0/2":{"ifh":"Not set","mtu":"1514","nodename":"0/0/CPU0"}}}}}})"));
+  const object* asked = of.find(object_kind::member, "BE1", "0/0/0/1");
+  const object* not_asked = of.find(object_kind::member, "BE1", "0/0/0/2");
+  ASSERT_TRUE(asked != nullptr && not_asked != nullptr);
+  ASSERT_EQ(asked->cells.size(), 1U);
+  EXPECT_EQ(asked->cells[0].from, source::interfaces);
+  EXPECT_EQ(not_asked->cells.size(), 0U);
+  const auto& mtu = of.places.at(static_cast<std::size_t>(not_asked - of.objects.data())).mtu;
+  ASSERT_TRUE(mtu);
+  EXPECT_EQ(of.texts.text(*mtu), "1514");
 }
 
 TEST_F(layers, hold_what_each_node_says_by_the_handle) {
