@@ -9,6 +9,7 @@
 
 #include "desk/judge/judging.h"
 #include "desk/model/coverage.h"
+#include "desk/model/finding_source.h"
 #include "desk/model/numbers.h"
 
 namespace desk {
@@ -20,19 +21,34 @@ struct table_of_code {
   std::string_view code;
   std::string_view older;
   std::string_view jericho2;
+  std::string_view second{};  // of older chips
 };
+constexpr std::string_view lif_mapping = "diag pp lif id=0x{} gl=1 type=in";
+constexpr std::string_view lif_table = "dbal table dump table=IN_AC_UNTAGGED_DB";
+constexpr std::string_view sem_table = "diag dbal dbd 3";
+constexpr std::string_view other_sem_table = "diag dbal dbd 4";
 constexpr std::array tables_of_codes = std::to_array<table_of_code>({
-    {"TC-203", "diag dbal dbd 3", "dbal table dump table=IN_AC_UNTAGGED_DB"},
-    {"TC-204", "diag pp lif id=0x{} gl=1 type=in", "dbal table dump table=IN_AC_UNTAGGED_DB"},
+    {"TC-106", lif_mapping, lif_table},
+    {"TC-203", sem_table, lif_table, other_sem_table},
+    {"TC-204", lif_mapping, lif_table},
+    {"TC-757", sem_table, lif_table, other_sem_table},
+    {"TC-759", lif_mapping, lif_table},
+    {"TC-760", lif_mapping, lif_table},
 });
 
-// "0x00014000" of "... find GLIF 0x00014000 to LLIF ...".
-std::string lif_in(std::string_view text) {
+// "0x00014000" of "... find GLIF 0x00014000 to LLIF ...", or what the forwarding layer holds.
+std::string lif_of(const run& of, const finding& one) {
   constexpr std::string_view word = "GLIF ";
-  const std::size_t at = text.find(word);
-  if (at == std::string_view::npos) return {};
-  text.remove_prefix(at + word.size());
-  return std::string(text.substr(0, text.find(' ')));
+  std::string_view text = one.text;
+  if (const std::size_t at = text.find(word); at != std::string_view::npos) {
+    text.remove_prefix(at + word.size());
+    return std::string(text.substr(0, text.find(' ')));
+  }
+  const object* about = of.find(one.object.kind, one.object.bundle, one.object.name);
+  if (about != nullptr)
+    for (const cell& c : about->cells)
+      if (c.what == field::lif) return std::string(of.texts.text(c.value));
+  return {};
 }
 
 std::string command_for_table(const run& of, const finding& one) {
@@ -40,46 +56,22 @@ std::string command_for_table(const run& of, const finding& one) {
       std::find_if(tables_of_codes.begin(), tables_of_codes.end(),
                    [&](const table_of_code& table) { return table.code == one.code; });
   const std::int16_t index = of.node_index(one.node);
-  if (known == tables_of_codes.end() || index == no_place) return {};
+  if (known == tables_of_codes.end() || index == no_place || one.of != layer::bcm) return {};
   const node& at = of.nodes[static_cast<std::size_t>(index)];
-  std::string table(at.asic == jericho2 ? known->jericho2 : known->older);
+  const auto ask = [&](std::string_view table) {
+    return fmt::format("/opt/nos/bin/asic_shell_show -c \"{}\" -u {} -n {}", table,
+                       one.npu.empty() ? "all" : one.npu, at.id);
+  };
+  if (at.asic == jericho2) return ask(known->jericho2);
+  if (!known->second.empty()) return ask(known->older) + "; " + ask(known->second);
+  std::string table(known->older);
   if (const std::size_t blank = table.find("{}"); blank != std::string::npos) {
-    const std::string lif = lif_in(one.text);
+    const std::string lif = lif_of(of, one);
+    if (lif.empty()) return {};
     constexpr std::size_t asked_digits = 4;  // the chip is asked by the end of the global LIF
     table.replace(blank, 2, lif.substr(lif.size() - std::min(lif.size(), asked_digits)));
   }
-  return fmt::format("/opt/nos/bin/asic_shell_show -c \"{}\" -u {} -n {}", table,
-                     one.npu.empty() ? "all" : one.npu, at.id);
-}
-
-source source_in_chip(field what) {
-  if (what == field::mtu) return source::chip_mtu;
-  if (what == field::vlan_domain) return source::chip_domain;
-  if (what == field::rif || what == field::mac || what == field::lif) return source::chip_entry;
-  return source::chip_lag;
-}
-
-source source_of(const finding& one) {
-  switch (one.of) {
-    case layer::config:
-      return source::running_config;
-    case layer::pi:
-      return one.code == "TC-103" || one.code == "TC-744" ? source::interface_db
-             : one.code == "TC-743"                       ? source::interfaces
-                                                          : source::bundle_manager;
-    case layer::pd:
-      return source::agent;
-    case layer::dpa:
-      return one.what == field::mtu                             ? source::l1port
-             : one.what == field::rif                           ? source::l3intf
-             : one.what == field::lif || one.what == field::mac ? source::l2port
-                                                                : source::lagport;
-    case layer::bcm:
-      return source_in_chip(one.what);
-    case layer::none:
-      break;
-  }
-  return source::none;
+  return ask(table);
 }
 
 // A layer is programmed by the values of the one above. So a LAG under another id, or a global LIF
@@ -162,7 +154,10 @@ std::string next_for(const run& of, const finding& one) {
   if (one.kind == finding_kind::health) return "lagmgr_health";
   std::string next = command_for_platform(of, one);
   if (next.empty()) next = command_for_table(of, one);
-  return next.empty() ? command_for(of, source_of(one), one.node, one.npu) : next;
+  if (!next.empty()) return next;
+  next = command_for(of, source_of(one), one.node, one.npu);
+  const std::string other = command_for(of, other_source_of(one), one.node, one.npu);
+  return next.empty() || other.empty() || other == next ? next : next + "; " + other;
 }
 
 // A message that this program does not know says nothing but its own text.
@@ -238,7 +233,7 @@ bool take_common(judging& at, const std::string& code, std::size_t configured) {
                            configured, shortened(first.text));
   made.how_sure = is_doubt(first) ? sureness::unknown : sureness::named;
   made.why = "look for one reason that they share, such as a tool that printed nothing";
-  made.next = command_for(at.of(), source_of(first), first.node, first.npu);
+  made.next = next_for(at.of(), first);
   if (made.next.empty() && first.of == layer::dpa) made.next = "/opt/nos/bin/plat_nodes_show -v";
   made.findings = same;
   for (const std::size_t i : same) at.is_explained[i] = true;
@@ -326,7 +321,7 @@ void take_compared(judging& at, std::size_t first) {
   made.first = one.of;
   made.how_sure = sureness::unknown;
   made.why = "the messages compare nodes; which one is odd only a snapshot shows";
-  made.next = command_for(at.of(), source_of(one), one.node, one.npu);
+  made.next = next_for(at.of(), one);
   if (made.next.empty()) made.next = "/opt/nos/bin/plat_nodes_show -v";
   add_cause(at, std::move(made));
 }

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "desk/model/finding_source.h"
 #include "desk/model/numbers.h"
 
 namespace desk {
@@ -249,9 +250,11 @@ void explain_forwarding(const covering& in, const node& at, coverage& entry) {
                  in, {"TC-708", "TC-713", "TC-714", "TC-715", "TC-716", "TC-717"}, at.name)) {
     entry.state = coverage_state::not_understood;
     entry.reason = failed->text;
+    entry.command = command_for(in.of, source_of(*failed), at.name, {});
   } else if (const finding* note =
                  finding_with(in, {"TC-611", "TC-612", "TC-613", "TC-614"}, at.name)) {
     entry.reason = note->text;
+    entry.command = command_for(in.of, source_of(*note), at.name, {});
   } else {
     entry.reason = "it prints no objects";
   }
@@ -365,7 +368,8 @@ coverage cover_left_out(const covering& in, const node& at) {
   const std::string complaint = complaint_with(in.of, at.address);
   entry.state = complaint.empty() ? coverage_state::empty : coverage_state::failed;
   entry.reason = complaint.empty() ? note->text : complaint;
-  if (entry.of == layer::bcm) entry.command = command_for(in.of, source::chip_lag, at.name, {});
+  if (complaint.empty() || entry.of == layer::bcm)
+    entry.command = command_for(in.of, source_of(*note), at.name, {});
   // A route processor without ports has nothing to show.
   entry.is_normal = complaint.empty() && at.type != "LC" && !has_members(in, at);
   return entry;
@@ -503,7 +507,9 @@ std::string command_for_platform(const run& of, const finding& message) {
   constexpr std::string_view list_of_nodes = "/opt/nos/bin/plat_nodes_show -v";
   if (message.code == "TC-603" || message.code == "TC-604" || message.code == "TC-703")
     return std::string(list_of_nodes);
-  if (message.code == "TC-602") return std::string(list_of_units);
+  if (message.code == "TC-601" || message.code == "TC-602") return std::string(list_of_units);
+  // A port that no node's objects have: its card may be down.
+  if (message.code == "TC-724" && message.node.empty()) return std::string(list_of_nodes);
   // Two types of router know a node's id from different tools.
   const bool is_of_board =
       message.code == "TC-605" || message.text.starts_with("no second node id");

@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "desk/model/coverage.h"
+#include "desk/model/finding_source.h"
 #include "desk/model/numbers.h"
 
 namespace desk {
@@ -307,27 +308,6 @@ class grid {
 
 // ---- Findings -----------------------------------------------------------------------------------
 
-constexpr std::array tables_of_dpa = {source::l1port, source::l2port, source::l2intf,
-                                      source::l3intf, source::lagport};
-
-source source_in_dpa(const finding& one) {
-  for (const source each : tables_of_dpa)
-    if (one.text.find(short_tool(each)) != std::string::npos) return each;
-  const bool is_sub = one.object.kind == object_kind::sub_bundle;
-  switch (one.what) {
-    case field::mtu:
-    case field::npu:
-      return source::l1port;
-    case field::rif:
-      return source::l3intf;
-    case field::lif:
-    case field::mac:
-      return is_sub ? source::l2intf : source::l2port;
-    default:
-      return source::lagport;
-  }
-}
-
 bool is_about_no_domain(const finding& one) {
   return one.of == layer::bcm && one.what == field::vlan_domain && one.reported == no_domain;
 }
@@ -335,26 +315,6 @@ bool is_about_no_domain(const finding& one) {
 // The value that the message reports; empty if it names none.
 std::string_view reported_by(const finding& one) {
   return is_about_no_domain(one) ? word_missing : std::string_view(one.reported);
-}
-
-// Where a value would stand that only the message names.
-source source_of(const finding& one) {
-  switch (one.of) {
-    case layer::config:
-      return source::running_config;
-    case layer::pi:
-      return one.object.kind == object_kind::sub_bundle ? source::interface_db
-                                                        : source::bundle_manager;
-    case layer::pd:
-      return source::agent;
-    case layer::dpa:
-      return source_in_dpa(one);
-    case layer::bcm:
-      return source::chip_lag;
-    case layer::none:
-      break;
-  }
-  return source::none;
 }
 
 bool is_about_sem(const finding& one) {

@@ -519,6 +519,53 @@ TEST_F(run_of_a_test, what_is_next_is_the_tool_that_the_message_is_about) {
             "ssh 192.0.0.0 /opt/nos/bin/board_api_probe");
 }
 
+TEST_F(run_of_a_test, what_is_next_is_the_table_of_the_object_that_a_message_compares) {
+  const auto next = [&](const char* code, field what, const char* name, layer in,
+                        const char* text = "a message") {
+    of = run();
+    SetUp();
+    add_nodes(1);
+    of.nodes[0].id = "4";
+    const bool is_sub = std::string_view(name) == "BE1.7";
+    const auto object =
+        of.object_at(is_sub ? object_kind::sub_bundle : object_kind::bundle, "BE1", name);
+    of.objects[object].cells.push_back(
+        {field::lif, source::l2intf, 0, no_place, of.texts.keep("0x00014501")});
+    find(code, what, "0/0/CPU0", in,
+         code[3] == '7' ? finding_kind::failure : finding_kind::inconsistency);
+    of.findings.back().object = {is_sub ? object_kind::sub_bundle : object_kind::bundle, "BE1",
+                                 name};
+    of.findings.back().text = text;
+    return judged().causes.at(0).next;
+  };
+  const auto ask = [](const std::string& table) {
+    return "ssh 192.0.0.0 /opt/nos/bin/fwd_object_show -t " + table + " -D";
+  };
+  constexpr layer dpa = layer::dpa;
+  EXPECT_EQ(next("TC-108", field::lif, "BE1", dpa, "... in DPA_Bundles_l2port:0x1"), ask("l2port"));
+  EXPECT_EQ(next("TC-108", field::lif, "BE1.7", dpa, "... in DPA_Sub_Bundles_l2intf:0x1"),
+            ask("l2intf"));
+  EXPECT_EQ(next("TC-106", field::rif, "BE1", dpa, "... in DPA_Bundles_l2port:0x1"),
+            ask("l2port") + "; " + ask("l3intf"));
+  EXPECT_EQ(next("TC-106", field::rif, "BE1.7", dpa, "... in DPA_Bundles_l2port:0x1"),
+            ask("l3intf"));
+  EXPECT_EQ(next("TC-112", field::vlan_domain, "BE1", dpa), ask("l2intf") + "; " + ask("lagport"));
+  EXPECT_EQ(next("TC-714", field::none, "BE1", dpa), ask("l1port"));
+  EXPECT_EQ(next("TC-715", field::none, "BE1", dpa), ask("l2port"));
+  EXPECT_EQ(next("TC-716", field::none, "BE1", dpa), ask("l2intf"));
+  EXPECT_EQ(next("TC-717", field::none, "BE1", dpa), ask("l3intf"));
+  EXPECT_EQ(next("TC-747", field::none, "BE1", dpa), ask("l2port"));
+  EXPECT_EQ(next("TC-748", field::none, "BE1", dpa), ask("lagport"));
+  EXPECT_EQ(next("TC-749", field::none, "BE1.7", dpa), ask("l2intf"));
+  const std::string mapping =
+      "/opt/nos/bin/asic_shell_show -c \"diag pp lif id=0x4501 gl=1 type=in\" -u all -n 4";
+  EXPECT_EQ(next("TC-106", field::rif, "BE1.7", layer::bcm, "... in BCM_LIF_TO_VSI_MAPPING:0x1"),
+            mapping);
+  EXPECT_EQ(next("TC-759", field::lif, "BE1.7", layer::bcm), mapping);
+  EXPECT_EQ(next("TC-760", field::lif, "BE1.7", layer::bcm), mapping);
+  EXPECT_THAT(next("TC-757", field::none, "BE1", layer::bcm), HasSubstr("diag dbal dbd 3"));
+}
+
 TEST_F(run_of_a_test, what_is_next_is_the_table_that_shows_the_finding_again) {
   const auto next = [&](const char* code, finding_kind kind, const char* asic, const char* text) {
     of = run();
@@ -533,12 +580,13 @@ TEST_F(run_of_a_test, what_is_next_is_the_table_that_shows_the_finding_again) {
   };
   constexpr auto programming = finding_kind::programming;
   EXPECT_EQ(next("TC-203", programming, "BCM8868", "SEMA/B entry is not present for glif 0x1,BE1"),
-            "/opt/nos/bin/asic_shell_show -c \"diag dbal dbd 3\" -u 2 -n 4");
+            "/opt/nos/bin/asic_shell_show -c \"diag dbal dbd 3\" -u 2 -n 4; "
+            "/opt/nos/bin/asic_shell_show -c \"diag dbal dbd 4\" -u 2 -n 4");
   EXPECT_EQ(next("TC-204", programming, "BCM8868",
                  "Programming Error 1: Not able to find GLIF 0x00014501 to LLIF mapping for BE1"),
             "/opt/nos/bin/asic_shell_show -c \"diag pp lif id=0x4501 gl=1 type=in\" -u 2 -n 4");
   EXPECT_EQ(next("TC-204", programming, "BCM8868", "cut off behind GLIF"),
-            "/opt/nos/bin/asic_shell_show -c \"diag pp lif id=0x gl=1 type=in\" -u 2 -n 4");
+            "/opt/nos/bin/asic_shell_show -c \"diag pp lif id=0x4000 gl=1 type=in\" -u 2 -n 4");
   EXPECT_THAT(next("TC-204", programming, "BCM8869", "any"), HasSubstr("table=IN_AC_UNTAGGED_DB"));
   EXPECT_EQ(next("TC-501", finding_kind::health, "BCM8868", "BE1: out of step"), "lagmgr_health");
 }
