@@ -10,6 +10,7 @@
 #include "desk/judge/judging.h"
 #include "desk/model/coverage.h"
 #include "desk/model/finding_source.h"
+#include "desk/model/findings.h"
 #include "desk/model/numbers.h"
 
 namespace desk {
@@ -138,6 +139,7 @@ bool is_normal_note(const open_places& open, const finding& one) {
   if (one.kind != finding_kind::note) return false;
   // Fewer threads, or files that stay: the audit says itself that it is complete all the same.
   if (one.code == "TC-903" || one.code == "TC-904") return true;
+  if (one.code == code_of_unmarked) return true;
   if (one.code == "TC-608" || one.code == "TC-616") return true;
   if (one.node.empty() || one.of == layer::none) return false;
   // Where nothing can be, the note is no finding.

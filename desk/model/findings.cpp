@@ -250,10 +250,9 @@ void read_health(run& into, const log_run* of) {
   for (const log_entry& entry : of->entries) read_health_entry(into, entry);
 }
 
-// The bundle that an entry belongs to, by its name or by its LAG id.
-std::string bundle_of_entry(const run& of, std::string_view description) {
-  const auto named = bundles_in(description);
-  if (!named.empty()) return named.front();
+// Those that have the LAG that an entry describes, as indexes in run::objects.
+const std::vector<std::size_t>& holders_of_lag(const run& of, std::string_view description) {
+  static const std::vector<std::size_t> none;
   // Jericho2 has the number alone: "0x55_npu0_node4096".
   for (const std::string_view word : {"Lag ", "LAG ", ""}) {
     if (!description.starts_with(word)) continue;
@@ -262,10 +261,31 @@ std::string bundle_of_entry(const run& of, std::string_view description) {
         word.size(), std::min(description.find('_'), description.size()) - word.size());
     const auto known = of.texts.find(id);
     const auto lag = known ? of.lag_ids.find(*known) : of.lag_ids.end();
-    if (lag != of.lag_ids.end() && !lag->second.empty())
-      return of.objects[of.objects[lag->second.front()].bundle].name;
+    if (lag != of.lag_ids.end()) return lag->second;
   }
-  return {};
+  return none;
+}
+
+// The bundle that an entry belongs to, by its name or by its LAG id.
+std::string bundle_of_entry(const run& of, std::string_view description) {
+  const auto named = bundles_in(description);
+  if (!named.empty()) return named.front();
+  const auto& holders = holders_of_lag(of, description);
+  return holders.empty() ? std::string() : of.objects[of.objects[holders.front()].bundle].name;
+}
+
+// With hierarchical QoS a sub-bundle has a LAG of its own in the chips. The audit looks for it and
+// does not mark it, so its search lists the LAG if that has members.
+const object* unmarked_sub_bundle(const run& of, std::string_view label,
+                                  std::string_view description) {
+  if (!of.has_hqos || label != "BCM") return nullptr;
+  const auto& holders = holders_of_lag(of, description);
+  const auto is_of_sub = [&](std::size_t holder) {
+    const object& one = of.objects[holder];
+    return one.kind == object_kind::sub_bundle && one.is_configured;
+  };
+  const bool has_sub = !holders.empty() && std::all_of(holders.begin(), holders.end(), is_of_sub);
+  return has_sub ? &of.objects[holders.front()] : nullptr;
 }
 
 finding stale_entry(const run& of, mention_finder& names, std::string_view label,
@@ -281,6 +301,14 @@ finding stale_entry(const run& of, mention_finder& names, std::string_view label
   one.what = field::presence;
   one.text = fmt::format("stale entry in {}: {}", label, description);
   one.log = stale_log;
+  if (const object* sub = unmarked_sub_bundle(of, label, description)) {
+    one.code = code_of_unmarked;
+    one.kind = finding_kind::note;
+    one.text = fmt::format(
+        "not stale, though listed so in {}: {}; it is the LAG of {}, and with hierarchical QoS the "
+        "audit marks no LAG of a sub-bundle as visited",
+        label, description, sub->name);
+  }
   return one;
 }
 
@@ -447,7 +475,8 @@ void read_stale_entries(run& into, const std::string& folder, std::size_t runs) 
   else
     lose_stale(into, fmt::format("{} lacks the counts of the run's stale entries", stale_log));
   check_counts(into, part);
-  into.counts[finding_kind::stale] += part.entries.size();
+  for (const finding& one : part.entries)
+    if (one.kind == finding_kind::stale) ++into.counts[finding_kind::stale];
   std::move(part.entries.begin(), part.entries.end(), std::back_inserter(into.findings));
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "desk/model/findings.h"
 #include "desk/show/escape.h"
 #include "desk/show/figures.h"
 #include "desk/show/phrases.h"
@@ -72,8 +73,8 @@ void show_witnesses(const view& v, const difference& of) {
   if (more != 0) v.out << fmt::format("{:{}}and {} more\n", "", margin + 2, more);
 }
 
-void show_findings(const view& v, const cause& of) {
-  for (const std::size_t index : of.findings) {
+void show_findings(const view& v, const std::vector<std::size_t>& findings) {
+  for (const std::size_t index : findings) {
     const finding& one = v.of.of.findings[index];
     const std::string line = one.line == 0 ? one.log : fmt::format("{}:{}", one.log, one.line);
     const std::string text = printable(one.text);
@@ -108,7 +109,8 @@ void show_cause(const view& v, std::size_t number, const cause& of) {
     v.out << fmt::format("{:{}}and {}; --all shows everything\n", "", margin,
                          counted(of.differences.size() - shown, "more difference of the same place",
                                  "more differences of the same place"));
-  if (v.how.shows_all || (of.differences.empty() && of.findings.size() == 1)) show_findings(v, of);
+  if (v.how.shows_all || (of.differences.empty() && of.findings.size() == 1))
+    show_findings(v, of.findings);
   if (!of.next.empty()) v.out << fmt::format("{:{}}next: {}\n", "", margin, printable(of.next));
 }
 
@@ -158,6 +160,27 @@ void show_bundles(const view& v) {
                          counted(static_cast<std::size_t>(same), "bundle was", "bundles were"));
 }
 
+// The audit's own table counts entries as stale that are not.
+void show_unmarked(const view& v) {
+  const auto& all = v.of.of.findings;
+  const auto number = static_cast<std::size_t>(std::count_if(
+      all.begin(), all.end(), [](const finding& one) { return one.code == code_of_unmarked; }));
+  if (number == 0) return;
+  const std::string text = fmt::format(
+      "{} in tessel_stale_entries.log {} not stale: with hierarchical QoS the audit marks no LAG "
+      "of "
+      "a sub-bundle in the chips ({}); --all shows {}.",
+      counted(number, "entry", "entries"), number == 1 ? "is" : "are", code_of_unmarked,
+      number == 1 ? "it" : "them");
+  v.out << '\n' << wrapped(text, v.on.width, 0) << '\n';
+}
+
+void show_unexplained(const view& v) {
+  if (v.of.unexplained.empty()) return;
+  v.out << "\nMessages without a cause, normal if they are notes:\n";
+  show_findings(v, v.of.unexplained);
+}
+
 void show_marks(const view& v) {
   const auto& marks = v.of.of.marks;
   const std::size_t shown =
@@ -176,6 +199,8 @@ void show_summary(const judged_run& of, const summary_options& how, const termin
   show_marks(v);
   show_causes(v);
   if (!how.is_short) show_bundles(v);
+  if (how.shows_all) show_unexplained(v);
+  if (!how.shows_all && !how.is_short) show_unmarked(v);
   // Where something was found, nobody takes the rest for clean.
   if (!how.is_short && of.of.stale == stale_search::skipped &&
       (how.shows_all || total(of, verdict::differs) == 0))

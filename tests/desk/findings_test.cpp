@@ -417,6 +417,68 @@ TEST_F(stale_entries_of_a_test, are_read_from_a_log_that_was_begun_anew) {
   EXPECT_EQ(read(counts("0"), 7).stale, stale_search::done);
 }
 
+// With hierarchical QoS a sub-bundle has a LAG of its own in the chips.
+class lags_in_chips : public logs_of_a_test {
+ protected:
+  [[nodiscard]] run router() const {
+    run of;
+    of.has_snapshot = true;
+    of.has_hqos = has_hqos;
+    const auto bundle = of.object_at(object_kind::bundle, "BE7", "BE7");
+    const auto sub = of.object_at(object_kind::sub_bundle, "BE7", "BE7.100");
+    of.objects[bundle].is_configured = true;
+    of.objects[sub].is_configured = is_configured;
+    of.lag_ids[of.texts.keep("0x7")].push_back(bundle);
+    of.lag_ids[of.texts.keep("0x8")].push_back(sub);
+    if (is_shared) of.lag_ids[of.texts.keep("0x8")].push_back(bundle);
+    return of;
+  }
+  [[nodiscard]] finding listed(const std::string& layer, const std::string& description) const {
+    std::string counts;
+    for (const std::string each : {"PI", "BME", "DPA", "BCM"})
+      counts += "'Number of stale entries in " + each + (layer == each ? " 1'\n" : " 0'\n");
+    write("stale_entries", "'Started Tessel Checker'\n" + counts + "'Start of " + layer +
+                               " entries...'\n[\n   {\n      \"Node Description\":\"" +
+                               description + "\",\n      \"Visited\":0\n   }\n]\n'End of " + layer +
+                               " entries...'\n");
+    run of = router();
+    read_stale_entries(of, folder, 1);
+    EXPECT_EQ(of.stale, stale_search::done);
+    const finding& one = of.findings.at(0);
+    EXPECT_EQ(of.counts[finding_kind::stale], one.kind == finding_kind::stale ? 1U : 0U);
+    return one;
+  }
+
+  bool has_hqos = true;
+  bool is_configured = true;
+  bool is_shared = false;
+};
+
+TEST_F(lags_in_chips, of_sub_bundles_are_listed_by_the_audit_without_a_fault) {
+  for (const char* description : {"LAG 0x8_npu0_node0/1/CPU0", "0x8_npu0_node0/1/CPU0"}) {
+    const finding one = listed("BCM", description);
+    EXPECT_EQ(one.code, "TC-402") << description;
+    EXPECT_EQ(one.kind, finding_kind::note) << description;
+    EXPECT_EQ(one.object, (object_ref{object_kind::entry, "BE7", description}));
+    EXPECT_EQ(one.node, "0/1/CPU0");
+    EXPECT_THAT(one.text, HasSubstr(description));
+    EXPECT_THAT(one.text, HasSubstr("BE7.100"));
+  }
+}
+
+TEST_F(lags_in_chips, that_nothing_refers_to_are_stale) {
+  EXPECT_EQ(listed("BCM", "LAG 0x9_npu0_node0/1/CPU0").code, "TC-401") << "of nobody";
+  EXPECT_EQ(listed("BCM", "LAG 0x7_npu0_node0/1/CPU0").code, "TC-401") << "of a bundle";
+  EXPECT_EQ(listed("DPA", "Lag 0x8_npu0_node0/1/CPU0").code, "TC-401") << "in another layer";
+  is_shared = true;
+  EXPECT_EQ(listed("BCM", "LAG 0x8_npu0_node0/1/CPU0").code, "TC-401") << "of a bundle as well";
+  is_shared = is_configured = false;
+  EXPECT_EQ(listed("BCM", "LAG 0x8_npu0_node0/1/CPU0").code, "TC-401") << "of none configured";
+  is_configured = true;
+  has_hqos = false;
+  EXPECT_EQ(listed("BCM", "LAG 0x8_npu0_node0/1/CPU0").code, "TC-401") << "without hqos";
+}
+
 // Where the interface listing lacks a port, its record keeps the MTU of the port object.
 TEST_F(logs_of_a_test, a_port_that_was_not_listed_has_the_mtu_of_its_object) {
   write("exception", start() + line("no key '0/0/0/1': BM PI verification failed for "

@@ -566,6 +566,17 @@ TEST_F(run_of_a_test, what_is_next_is_the_table_of_the_object_that_a_message_com
   EXPECT_THAT(next("TC-757", field::none, "BE1", layer::bcm), HasSubstr("diag dbal dbd 3"));
 }
 
+TEST_F(run_of_a_test, an_entry_that_the_audit_itself_left_without_a_mark_is_no_fault) {
+  add_nodes(2);
+  find("TC-402", field::presence, "", layer::bcm, finding_kind::note);
+  of.findings.back().object = {object_kind::entry, "BE1", "LAG 0x8_npu0_node0/0/CPU0"};
+  const judged_run is = judged();
+  EXPECT_THAT(is.causes, IsEmpty());
+  EXPECT_THAT(is.unexplained, ElementsAre(0));
+  EXPECT_EQ(is.bundles.at(0).is, verdict::agrees);
+  EXPECT_EQ(exit_status(is), 0);
+}
+
 TEST_F(run_of_a_test, what_is_next_is_the_table_that_shows_the_finding_again) {
   const auto next = [&](const char* code, finding_kind kind, const char* asic, const char* text) {
     of = run();
