@@ -115,6 +115,9 @@ std::string title_of(const finding& one) {
   if (one.kind == finding_kind::note)
     return fmt::format("{}: not checked{}{}: {}", title_subject(one.object), on, in,
                        shortened(one.text));
+  if (one.what == field::weight)
+    return fmt::format("{}: {}{}{}: {}, the limit is {}", title_subject(one.object),
+                       word_for(one.what), on, in, one.reported, one.known);
   if (!one.reported.empty() && !one.known.empty())
     return fmt::format("{}: {}{}{}: {} here, {} known before", title_subject(one.object),
                        one.what == field::none ? "value differs" : word_for(one.what), on, in,

@@ -19,6 +19,7 @@ namespace desk {
 namespace {
 
 constexpr std::string_view stale_log = "tessel_stale_entries.log";
+constexpr std::string_view debug_log = "tessel_debug.log";
 constexpr std::string_view code_of_health = "TC-501";
 constexpr std::string_view code_of_stale = "TC-401";
 constexpr std::string_view code_of_unknown = "TC-000";
@@ -46,13 +47,18 @@ void take_blanks(finding& into, const recognised& message) {
   const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), count);
   if (error == std::errc{} && end != number.data()) into.number = count;
   if (const std::string_view npu = message.at("npu"); !npu.empty()) into.npu = npu;
-  if (into.node.empty()) into.node = message.at("node");
+  // The reason of a failure may name another node.
+  if (const std::string_view node = message.at("node"); !node.empty()) {
+    into.node = node;
+    if (into.object.kind == object_kind::node) into.object.name = node;
+  }
   std::string member(message.at("member"));
   if (member.empty() || into.object.kind != object_kind::bundle) return;
   // The forwarding layer writes a port's name with underscores.
   std::replace(member.begin(), member.end(), '_', '/');
-  const std::string tail =
-      member.substr(std::min(member.find_first_of("0123456789"), member.size()));
+  // Before the numbers stands the type, in which there may be another one.
+  const std::size_t type = member.find_last_not_of("0123456789/");
+  const std::string tail = type == std::string::npos ? member : member.substr(type + 1);
   into.object = {object_kind::member, into.object.bundle, tail.empty() ? member : tail};
 }
 
@@ -111,6 +117,12 @@ bool is_mac_of_chip(const finding& one) {
   return one.code == "TC-739" && one.text.starts_with("the chip's MAC ");
 }
 
+// Notes that the audit writes without adding them to its table.
+bool is_counted(const finding& one) {
+  constexpr std::array uncounted = {"TC-603", "TC-604", "TC-765", "TC-766"};
+  return std::find(uncounted.begin(), uncounted.end(), one.code) == uncounted.end();
+}
+
 // A counter's lines carry its value, so a run whose first lines were rotated away shows it.
 void note_gap(run& into, const channel_log& log, finding_kind kind) {
   std::uint64_t first = 0;
@@ -162,8 +174,9 @@ void read_channel(run& into, mention_finder& names, const channel_log& log, cons
     if (is_mac_of_chip(one)) {
       one.kind = finding_kind::programming;
       one.what = field::mac;
+      ++into.counts[finding_kind::failure];
     }
-    ++into.counts[one.kind];
+    if (is_counted(one)) ++into.counts[one.kind];
     into.findings.push_back(std::move(one));
   }
   if (kind == finding_kind::inconsistency || kind == finding_kind::programming)
@@ -340,6 +353,9 @@ void read_findings(run& into, const log_set& logs, std::size_t back) {
   read_channel(into, names, logs.inconsistent, of.in[1], finding_kind::inconsistency);
   read_channel(into, names, logs.programming, of.in[2], finding_kind::programming);
   read_channel(into, names, logs.delay_delete, of.in[3], finding_kind::delay_delete);
+  // Nor does the table count what is leaving, unless something is inconsistent.
+  if (of.in[1] != nullptr && into.counts[finding_kind::inconsistency] == 0)
+    into.counts[finding_kind::delay_delete] = 0;
   if (back != 0) return;
   for (const finding& one : into.findings)
     if (one.code == "TC-743") take_mtu_of_port(into, one);
@@ -351,8 +367,7 @@ void read_debug_notes(run& into) {
   mention_finder names(into);
   for (const std::string& text : into.debug_notes) {
     if (!recognise(text)) continue;
-    const log_entry entry = {{}, text, "tessel_debug.log", 0, false};
-    ++into.counts[finding_kind::note];
+    const log_entry entry = {{}, text, std::string(debug_log), 0, false};
     into.findings.push_back(finding_from(into, names, entry, finding_kind::note));
   }
 }
@@ -408,10 +423,14 @@ stale_part read_stale_part(run& into, const std::string& folder) {
   return made;
 }
 
-// Any finding, failure or note before it keeps the audit from looking for stale entries.
+// Any finding, failure or note before it that is counted keeps the audit from looking for stale
+// entries. Bundle health comes behind the search, and so do these failures, or they are its own.
 bool is_kept_from_stale(const run& of) {
-  return std::any_of(of.findings.begin(), of.findings.end(), [](const finding& one) {
-    return one.kind != finding_kind::delay_delete && one.kind != finding_kind::health;
+  constexpr std::array behind = {"TC-762", "TC-763", "TC-764"};
+  return std::any_of(of.findings.begin(), of.findings.end(), [&](const finding& one) {
+    return one.kind != finding_kind::delay_delete && one.kind != finding_kind::health &&
+           one.log != debug_log && is_counted(one) &&
+           std::find(behind.begin(), behind.end(), one.code) == behind.end();
   });
 }
 

@@ -417,6 +417,35 @@ TEST_F(stale_entries_of_a_test, are_read_from_a_log_that_was_begun_anew) {
   EXPECT_EQ(read(counts("0"), 7).stale, stale_search::done);
 }
 
+// Notes that are not counted, and failures of the search itself or behind it.
+TEST_F(stale_entries_of_a_test, are_looked_for_behind_what_the_audit_does_not_count_before) {
+  constexpr const char* both_active =
+      "INFO: Both RPs are in active mode & software may be different. Performed TESSEL check on "
+      "current node, skipped 0/RP1/CPU0";
+  for (const char* text :
+       {"0/1/CPU0 is in ADMIN band, not ready yet, skipping TESSEL check on this location",
+        both_active, "json print_object failed: no text", "no key 'x': Bundle health check failed",
+        "no key 'x': Stale entry verification failed in 0/1/CPU0"}) {
+    write("exception", start() + line(text));
+    const run of = read("'Started Tessel Checker'\n");
+    ASSERT_EQ(of.findings.size(), 1U);
+    ASSERT_NE(of.findings[0].code, "TC-000") << text;
+    EXPECT_EQ(of.stale, stale_search::unknown) << text;
+    EXPECT_THAT(of.lost_logs, ElementsAre("tessel_stale_entries.log")) << text;
+  }
+}
+
+TEST_F(stale_entries_of_a_test, are_not_kept_by_a_line_of_the_debug_log) {
+  run of = last_run();
+  of.has_snapshot = true;
+  of.debug_notes = {"DEBUG: Duplicate Key, ignoring cfg x"};
+  read_debug_notes(of);
+  write("stale_entries", "'Started Tessel Checker'\n");
+  read_stale_entries(of, folder, 1);
+  EXPECT_EQ(of.stale, stale_search::unknown);
+  EXPECT_EQ(of.counts[finding_kind::note], 0U);
+}
+
 // With hierarchical QoS a sub-bundle has a LAG of its own in the chips.
 class lags_in_chips : public logs_of_a_test {
  protected:
@@ -495,6 +524,50 @@ TEST_F(logs_of_a_test, a_port_that_was_not_listed_has_the_mtu_of_its_object) {
   EXPECT_THAT(member("0/0/0/1")->cells, IsEmpty());
   EXPECT_EQ(member("0/0/0/2")->cells.size(), 1U);
   EXPECT_EQ(of.places.at(static_cast<std::size_t>(member("0/0/0/1") - of.objects.data())).mtu, mtu);
+}
+
+TEST_F(logs_of_a_test, the_node_of_a_message_is_not_that_of_its_reason) {
+  write("exception",
+        start() + line("no key '0/2/CPU0': is_node_present check failed for 0/1/CPU0 in DPA"));
+  const run of = last_run();
+  ASSERT_EQ(of.findings.size(), 1U);
+  EXPECT_EQ(of.findings[0].code, "TC-733");
+  EXPECT_EQ(of.findings[0].node, "0/1/CPU0");
+  EXPECT_EQ(of.findings[0].object, (object_ref{object_kind::node, "", "0/1/CPU0"}));
+  EXPECT_EQ(of.findings[0].of, layer::dpa);
+}
+
+TEST_F(logs_of_a_test, a_port_whose_type_has_a_digit_is_a_member) {
+  write("programming_error",
+        start() + line("Programming Error 1: BE1(0x3000120) NPU 0,0/0/CPU0 Vlan Domain 0x1 != "
+                       "Member Gig25E0_0_0_1 Vlan Domain 0x3"));
+  const run of = last_run();
+  ASSERT_EQ(of.findings.size(), 1U);
+  EXPECT_EQ(of.findings[0].code, "TC-202");
+  EXPECT_EQ(of.findings[0].object, (object_ref{object_kind::member, "BE1", "0/0/0/1"}));
+}
+
+// The audit's table has a zero for what is leaving unless something is inconsistent.
+TEST_F(logs_of_a_test, counts_are_those_of_the_table) {
+  write("delay_delete",
+        start() + line("INFO: Inconsistent object BE1(0x3), 0/0/CPU0 is marked for delay delete"));
+  EXPECT_EQ(last_run().findings.size(), 1U);
+  EXPECT_EQ(last_run().counts[finding_kind::delay_delete], 0U);
+  write("inconsistencies",
+        start() + line("Inconsistency 1: BME has no Bundle entry in location 0/1/CPU0"));
+  EXPECT_EQ(last_run().counts[finding_kind::delay_delete], 1U);
+  // A MAC of Jericho2 is a programming error, and a failure beside it.
+  write(
+      "exception",
+      start() +
+          line("the chip's MAC 5 has no first element: RIF verification failed for "
+               "BE1(0x3) NPU 0,0/0/CPU0") +
+          "Traceback (most recent call last):\nfailure: x\n" +
+          line("0/1/CPU0 is in ADMIN band, not ready yet, skipping TESSEL check on this location"));
+  EXPECT_EQ(last_run().findings.size(), 4U);
+  EXPECT_EQ(last_run().counts[finding_kind::programming], 1U);
+  EXPECT_EQ(last_run().counts[finding_kind::failure], 1U);
+  EXPECT_EQ(last_run().counts[finding_kind::note], 0U) << "not counted";
 }
 
 TEST_F(logs_of_a_test, a_failure_of_a_pass_blames_no_bundle) {

@@ -566,6 +566,14 @@ TEST_F(run_of_a_test, what_is_next_is_the_table_of_the_object_that_a_message_com
   EXPECT_THAT(next("TC-757", field::none, "BE1", layer::bcm), HasSubstr("diag dbal dbd 3"));
 }
 
+TEST_F(run_of_a_test, a_weight_stands_beside_its_limit) {
+  add_nodes(1);
+  find("TC-114", field::weight, "0/0/CPU0", layer::dpa);
+  of.findings.back().reported = "20";
+  of.findings.back().known = "16";
+  EXPECT_EQ(judged().causes.at(0).title, "BE1: weight on 0/0/CPU0 (DPA): 20, the limit is 16");
+}
+
 TEST_F(run_of_a_test, an_entry_that_the_audit_itself_left_without_a_mark_is_no_fault) {
   add_nodes(2);
   find("TC-402", field::presence, "", layer::bcm, finding_kind::note);
