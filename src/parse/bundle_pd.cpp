@@ -22,8 +22,9 @@ constexpr std::size_t first_member_row = 4;  // in a node's part, after its head
 constexpr std::size_t row_words = 4;
 
 // Only the agents name the route processors without CPU0; this adds it.
-value with_usual_name(const value& output, std::string_view printed, std::string_view usual) {
-  const std::string_view text = output.as_text();
+value with_usual_name(const value& output, std::string_view printed, std::string_view usual,
+                      here where = here::current()) {
+  const std::string_view text = output.as_text(where);
   if (text.find(printed) == std::string_view::npos) return output;
   text_share share(st().texts, text.size(), "the agents' table with the usual names of nodes");
   return held_text(replace_all(text, printed, usual), std::move(share));

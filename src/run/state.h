@@ -159,7 +159,8 @@ struct run_state {
   // Locks itself; any thread.
   text_indexes indexes;
 
-  // The outputs of commands, and the large copies that are made of them. Its limit is set before the first command; otherwise any thread.
+  // The outputs of commands, and the large copies that are made of them. Its limit is set before
+  // the first command; otherwise any thread.
   text_account texts;
 
   // Opened by the main thread before the run begins; commands use it on any thread.
