@@ -21,6 +21,10 @@ namespace {
 
 class memory_reserve_test : public router_test {
  protected:
+  void SetUp() override {
+    router_test::SetUp();
+    end_memory_reserve();  // of a run that another test has begun in this process
+  }
   void TearDown() override { end_memory_reserve(); }
 };
 
