@@ -27,7 +27,7 @@ class loaded_run : public log_folder {
                         " entries...'\n");
   }
   void dump_layers() const {
-    dump("TESSELDB", R"({"BE1":{"is_l2":1,"lagid":"0x1"},"hqos":0})");
+    dump("TESSELDB", R"({"BE1":{"Data":{"is_l2":1,"lagid":"0x1"}},"hqos":0})");
     dump("BM PI", R"({"BE1":{"ifh":"0x3","mac":"0.0.1","mtu":"9216"}})");
   }
   void dump_nodes(const std::string& nodes =
@@ -60,7 +60,9 @@ TEST_F(loaded_run, is_complete_with_its_last_dump) {
   complete(eleven);
   const run of = loaded();
   EXPECT_EQ(of.end, run_end::complete);
-  EXPECT_THAT(of.objects, Not(IsEmpty()));
+  const object* bundle = of.find(object_kind::bundle, "BE1", "BE1");
+  ASSERT_NE(bundle, nullptr);
+  EXPECT_TRUE(bundle->is_configured);
   EXPECT_EQ(of.stale, stale_search::done);
 }
 
@@ -149,7 +151,7 @@ class run_with_a_plain_dump : public loaded_run {
     const auto put = [&](const std::string& one, const std::string& json) {
       dump(one, one == label ? text : json);
     };
-    put("TESSELDB", R"({"BE1":{"is_l2":1,"lagid":"0x1"}})");
+    put("TESSELDB", R"({"BE1":{"Data":{"is_l2":1,"lagid":"0x1"}}})");
     put("BCM", "{}");
     put("DPA", R"({"0/0/CPU0":{"lagport":{"0x3":{"lagid":"0x1"}}}})");
     put("BM PI", R"({"BE1":{"ifh":"0x3","mac":"0.0.1","mtu":"9216"}})");
