@@ -184,6 +184,10 @@ bool is_behind_opening(const log_entry& one) {
   return one.text.find(": execution failed for rm ") == std::string::npos;
 }
 
+bool has_entry_behind_opening(const log_run& of) {
+  return std::any_of(of.entries.begin(), of.entries.end(), is_behind_opening);
+}
+
 }  // namespace
 
 log_set read_logs(const std::string& folder) {
@@ -224,10 +228,10 @@ run_in_logs last_run_in(const log_set& logs) {
 }
 
 bool may_have_messages(const log_set& logs, const run_in_logs& of) {
-  const auto has_entries = [](const log_run* one) {
-    return one != nullptr && !one->entries.empty();
+  const auto has_entry = [](const log_run* one) {
+    return one != nullptr && has_entry_behind_opening(*one);
   };
-  return has_lost_failures(logs, of) || std::any_of(of.in.begin(), of.in.end(), has_entries);
+  return has_lost_failures(logs, of) || std::any_of(of.in.begin(), of.in.end(), has_entry);
 }
 
 bool has_come_to_health(const run_in_logs& of) {
@@ -249,9 +253,7 @@ bool has_begun_debug_log(const log_set& logs, const run_in_logs& of) {
   const auto all = all_of(logs);
   for (std::size_t log = health_log + 1; log-- > 0;) {
     if (of.in[log] == nullptr) continue;
-    const auto& entries = of.in[log]->entries;
-    if (log == health_log || std::any_of(entries.begin(), entries.end(), is_behind_opening))
-      return true;
+    if (log == health_log || has_entry_behind_opening(*of.in[log])) return true;
   }
   for (std::size_t log = health_log + 1; log-- > 0;)
     if (all[log]->is_read) return of.in[log] != nullptr;

@@ -51,7 +51,7 @@ struct run_in_logs {
 // has left there what an earlier one dumped.
 [[nodiscard]] bool has_begun_debug_log(const log_set& logs, const run_in_logs& of);
 
-// Whether a message of the run is in the logs, or may have been.
+// Whether a message of the run from behind its start is in the logs, or may have been.
 [[nodiscard]] bool may_have_messages(const log_set& logs, const run_in_logs& of);
 
 // Whether the logs show that the run came to the check of bundle health, which is its last one and

@@ -99,6 +99,19 @@ TEST_F(loaded_run, without_a_message_has_not_stopped_behind_its_configuration) {
   EXPECT_THAT(of.objects, IsEmpty());
 }
 
+// It came to bundle health and could not begin the debug log behind it.
+TEST_F(loaded_run, has_not_stopped_because_its_first_command_failed) {
+  start_all(eleven);
+  fail(eleven, "x: Consistency check failed");
+  dump_layers();
+  dump_nodes();
+  start(noon);
+  fail(noon, "No space left on device: execution failed for rm /tmp/tessel*");
+  const run of = loaded();
+  EXPECT_EQ(of.end, run_end::unknown);
+  EXPECT_THAT(of.objects, IsEmpty());
+}
+
 // Its configuration has no banner, which only the console says.
 TEST_F(loaded_run, without_a_message_may_have_stopped_before_its_configuration) {
   start_all(eleven);
