@@ -159,8 +159,25 @@ std::vector<known_run> with_health(std::vector<known_run> runs, const channel_lo
   return joined(std::move(runs), starts, health_log);
 }
 
-// Where a log begins with a run whose start line was rotated away, that is the one before its
-// first.
+using run_place = std::vector<run_in_logs>::iterator;
+
+// The last of those without this log that has begun one behind it, or else the one that came
+// closest.
+run_place last_that_came_to(std::size_t log, run_place begin, run_place end) {
+  for (std::size_t from = log + 1; from-- > 0;) {
+    const auto has_come = [&](const run_in_logs& one) {
+      return std::any_of(one.in.begin() + static_cast<std::ptrdiff_t>(from), one.in.end(),
+                         [](const log_run* begun) { return begun != nullptr; });
+    };
+    const auto last =
+        std::find_if(std::reverse_iterator(end), std::reverse_iterator(begin), has_come);
+    if (last.base() != begin) return last.base() - 1;
+  }
+  return end - 1;
+}
+
+// Where a log begins with a run whose start line was rotated away, that is the last one before its
+// first that came so far.
 void add_unstarted(std::vector<run_in_logs>& runs, const log_set& logs) {
   const auto all = all_of(logs);
   for (std::size_t log = 0; log < all.size(); ++log) {
@@ -168,7 +185,8 @@ void add_unstarted(std::vector<run_in_logs>& runs, const log_set& logs) {
     const auto first = std::find_if(runs.begin(), runs.end(),
                                     [&](const run_in_logs& one) { return one.in[log] != nullptr; });
     const bool is_first = first == runs.begin();
-    run_in_logs& before = is_first ? *runs.insert(runs.begin(), run_in_logs{}) : *(first - 1);
+    run_in_logs& before = is_first ? *runs.insert(runs.begin(), run_in_logs{})
+                                   : *last_that_came_to(log, runs.begin(), first);
     before.in[log] = &all[log]->runs.front();
   }
 }

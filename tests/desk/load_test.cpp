@@ -138,6 +138,18 @@ TEST_F(loaded_run, came_to_its_end_if_the_check_of_bundle_health_failed) {
   EXPECT_EQ(loaded().end, run_end::complete);
 }
 
+// Of the log that it filled, it has lost its own start.
+TEST_F(loaded_run, that_ended_at_its_start_has_not_the_messages_of_the_one_before) {
+  complete(eleven);
+  write("inconsistencies",
+        line(eleven, "Inconsistency 20: BME has no Bundle entry in location 0/1/CPU0"));
+  start(noon, 1);
+  const run of = loaded();
+  EXPECT_EQ(of.end, run_end::unknown);
+  EXPECT_THAT(of.findings, IsEmpty());
+  EXPECT_THAT(of.objects, IsEmpty());
+}
+
 // It fails before it keeps the chips' tables, and the run goes on.
 TEST_F(loaded_run, comes_to_its_end_behind_a_stale_check_that_failed) {
   start_all(eleven);

@@ -112,6 +112,35 @@ TEST_F(run_logs, that_follow_at_once_keep_their_own_starts) {
   EXPECT_THAT(last_run(1).findings, SizeIs(1));
 }
 
+// A run that ended early has not filled a log that it had not begun.
+TEST_F(run_logs, without_their_start_are_of_one_that_came_so_far) {
+  for (std::size_t log = 1; log < appended.size(); ++log) {
+    for (const bool is_last : {false, true}) {
+      for (std::size_t begun = 1; begun <= (is_last ? log - 1 : log); ++begun) {
+        start(ten);
+        write(appended.at(log), line(ten, "its newest message"));
+        for (std::size_t i = log + 1; is_last && i < appended.size(); ++i) empty(appended.at(i));
+        if (is_last) empty("bundle_health");
+        start(eleven, begun);
+        EXPECT_THAT(starts(), ElementsAre(ten, eleven));
+        EXPECT_THAT(last_run().findings, IsEmpty()) << log << begun << is_last;
+        EXPECT_THAT(last_run(1).findings, SizeIs(1)) << log << begun << is_last;
+        for (const char* all : appended) empty(all);
+      }
+    }
+  }
+}
+
+TEST_F(run_logs, without_their_start_are_not_of_a_run_that_ended_early_behind_them) {
+  start(ten);
+  write("inconsistencies", line(ten, "its newest message"));
+  start(eleven, 1);
+  start(noon);
+  EXPECT_THAT(starts(), ElementsAre(ten, eleven, noon));
+  EXPECT_THAT(last_run(1).findings, IsEmpty());
+  EXPECT_THAT(last_run(2).findings, SizeIs(1));
+}
+
 // Emptied by somebody: a run that cannot write a log begins none behind it.
 TEST_F(run_logs, that_were_emptied_could_be_written) {
   start(noon);
