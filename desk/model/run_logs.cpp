@@ -35,11 +35,20 @@ std::int64_t milliseconds_of(std::string_view stamp) {
 
 // A run starts all its logs at about the same time.
 constexpr std::int64_t longest = 2000;
+// On a slow disk, or where the clock was set forward meanwhile, one start may be so far behind the
+// one before. Only for the last run: nothing else tells it from a run of its own.
+constexpr std::int64_t longest_of_last = 60'000;
 
 struct known_run {
-  std::int64_t time;  // of its first start
+  std::int64_t time;    // of its first start
+  std::int64_t latest;  // of its last one
   run_in_logs of;
 };
+
+bool may_have_begun(const known_run& one, std::int64_t time) {
+  return std::abs(time - one.time) <= longest ||
+         (time >= one.latest && time - one.latest <= longest_of_last);
+}
 
 struct start {
   std::int64_t time;
@@ -83,6 +92,14 @@ bool is_of_run_before(const std::vector<known_run>& runs, std::size_t at, std::i
          time - runs[at - 1].time <= longest;
 }
 
+// The log's last start is the last run's if that has no other one here.
+void join_last(std::vector<std::size_t>& found, const std::vector<known_run>& runs,
+               const std::vector<start>& starts) {
+  if (runs.empty() || starts.empty() || found.back() != 0) return;
+  const bool has_start = std::find(found.begin(), found.end(), runs.size()) != found.end();
+  if (!has_start && may_have_begun(runs.back(), starts.back().time)) found.back() = runs.size();
+}
+
 // For each start one more than the index of its run; 0 if it has none. From the last one on,
 // because a log loses its oldest lines.
 std::vector<std::size_t> runs_of_starts(const std::vector<known_run>& runs,
@@ -97,11 +114,13 @@ std::vector<std::size_t> runs_of_starts(const std::vector<known_run>& runs,
     found[i] = behind;
     limit = behind - 1;
   }
+  join_last(found, runs, starts);
   return found;
 }
 
 // A log's starts join their runs. One without a run stands between the runs of its neighbours, and
-// only there its time says where. It is not of the last run, which begins the other logs first.
+// only there its time says where. Behind all neighbours it is of a run that another log has lost,
+// before the last one: that has begun the other logs first, so its start there is the newest.
 std::vector<known_run> joined(std::vector<known_run> runs, const std::vector<start>& starts,
                               std::size_t log) {
   const std::vector<std::size_t> found = runs_of_starts(runs, starts);
@@ -122,8 +141,9 @@ std::vector<known_run> joined(std::vector<known_run> runs, const std::vector<sta
       neighbour = std::find_if(std::max(neighbour, here), found.end(),
                                [](std::size_t behind) { return behind != 0; });
       take_runs(neighbour == found.end() ? before_last : *neighbour - 1, starts[i].time);
-      made.push_back({starts[i].time, {starts[i].of->started, {}}});
+      made.push_back({starts[i].time, starts[i].time, {starts[i].of->started, {}}});
     }
+    made.back().latest = starts[i].time;
     made.back().of.in[log] = starts[i].of;
   }
   take_runs(runs.size(), never);
@@ -151,7 +171,7 @@ std::vector<known_run> with_health(std::vector<known_run> runs, const channel_lo
   std::vector<start> starts = starts_in(log);
   if (starts.empty()) return runs;
   known_run* last = last_before_health(runs);
-  if (last != nullptr && std::abs(last->time - starts.back().time) <= longest) {
+  if (last != nullptr && may_have_begun(*last, starts.back().time)) {
     last->of.in[health_log] = starts.back().of;
     starts.pop_back();
   }

@@ -138,6 +138,17 @@ TEST_F(loaded_run, came_to_its_end_if_the_check_of_bundle_health_failed) {
   EXPECT_EQ(loaded().end, run_end::complete);
 }
 
+// The disk is slow.
+TEST_F(loaded_run, is_complete_though_its_logs_began_one_after_the_other) {
+  complete(eleven);
+  empty("exception");
+  append("exception", line("2026-11-22 10:59:57,000", "Started Tessel Checker"));
+  const run of = loaded();
+  EXPECT_EQ(of.end, run_end::complete);
+  EXPECT_THAT(of.unwritten, IsEmpty());
+  EXPECT_THAT(of.objects, Not(IsEmpty()));
+}
+
 // Of the log that it filled, it has lost its own start.
 TEST_F(loaded_run, that_ended_at_its_start_has_not_the_messages_of_the_one_before) {
   complete(eleven);
