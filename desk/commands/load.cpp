@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <utility>
+#include <vector>
 
 #include "desk/commands/replay.h"
 #include "desk/model/chip_cells.h"
@@ -131,15 +132,16 @@ run run_with_snapshot(const report_options& options, const recorded* facts, cons
 
 run load_from_logs(const report_options& options, const recorded* facts) {
   const log_set logs = load_logs(options);
-  const std::size_t back = back_of(options, starts_of(logs).size());
-  const run_in_logs last = last_run_in(logs);
+  const std::vector<run_in_logs> runs = runs_in(logs);
+  const std::size_t back = back_of(options, runs.size());
+  const run_in_logs& last = runs.back();  // without one, the logs were not loaded
   run of = back == 0 ? run_with_snapshot(options, facts, logs, last) : empty_run(options, facts);
   of.is_last = back == 0;
   if (back != 0)
     of.marks.emplace_back("an older run: its findings only, the snapshot is that of the last run");
-  read_findings(of, logs, back);
+  read_findings(of, logs, runs, back);
   if (back == 0) read_debug_notes(of);
-  if (back == 0) read_stale_entries(of, options.logs, starts_of(logs).size());
+  if (back == 0) read_stale_entries(of, options.logs, runs.size());
   if (back == 0)
     read_commands(of, options, facts == nullptr ? journal_from::logs : journal_from::capture);
   if (facts != nullptr) read_chips(of, facts->folder);

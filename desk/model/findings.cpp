@@ -341,8 +341,8 @@ void take_mtu_of_port(run& into, const finding& unlisted) {
 
 }  // namespace
 
-void read_findings(run& into, const log_set& logs, std::size_t back) {
-  const auto runs = runs_in(logs);
+void read_findings(run& into, const log_set& logs, const std::vector<run_in_logs>& runs,
+                   std::size_t back) {
   const run_in_logs of = back < runs.size() ? runs[runs.size() - 1 - back] : run_in_logs{};
   into.started = of.started;
   if (back == 0)

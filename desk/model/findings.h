@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "desk/model/run.h"
 #include "desk/model/run_logs.h"
@@ -13,9 +14,10 @@ namespace desk {
 // An entry that the audit lists as stale, because it marks none of its kind.
 inline constexpr std::string_view code_of_unmarked = "TC-402";
 
-// Adds the findings of one run; `back` counts from the last one, which is 0. The objects and nodes
-// of the run complete what a message names only in part, so read them before.
-void read_findings(run& into, const log_set& logs, std::size_t back);
+// Adds the findings of one of the runs in the logs; `back` counts from the last one, which is 0.
+// The objects and nodes of the run complete what a message names only in part, so read them before.
+void read_findings(run& into, const log_set& logs, const std::vector<run_in_logs>& runs,
+                   std::size_t back);
 
 // What the audit noted in its debug log only, if its dumps were read before.
 void read_debug_notes(run& into);

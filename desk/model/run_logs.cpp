@@ -260,11 +260,6 @@ std::vector<std::string> starts_of(const log_set& logs) {
   return starts;
 }
 
-run_in_logs last_run_in(const log_set& logs) {
-  std::vector<run_in_logs> runs = runs_in(logs);
-  return runs.empty() ? run_in_logs{} : std::move(runs.back());
-}
-
 bool may_have_messages(const log_set& logs, const run_in_logs& of) {
   const auto has_entry = [](const log_run* one) {
     return one != nullptr && has_entry_behind_opening(*one);

@@ -44,9 +44,6 @@ struct run_in_logs {
 // When the runs in the logs started, in the same order.
 [[nodiscard]] std::vector<std::string> starts_of(const log_set& logs);
 
-// The one that began last; nothing in it if the logs have none.
-[[nodiscard]] run_in_logs last_run_in(const log_set& logs);
-
 // Whether the run has begun the debug log, as far as the other logs show it. One that ended before
 // has left there what an earlier one dumped.
 [[nodiscard]] bool has_begun_debug_log(const log_set& logs, const run_in_logs& of);

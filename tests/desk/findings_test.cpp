@@ -40,7 +40,8 @@ class logs_of_a_test : public testing::Test {
   }
   [[nodiscard]] run last_run(std::size_t back = 0) const {
     run of;
-    read_findings(of, read_logs(folder), back);
+    const log_set logs = read_logs(folder);
+    read_findings(of, logs, runs_in(logs), back);
     return of;
   }
 
@@ -519,7 +520,8 @@ TEST_F(logs_of_a_test, a_port_that_was_not_listed_has_the_mtu_of_its_object) {
     of.objects[member].cells = {{field::mtu, source::interfaces, no_place, no_place, mtu}};
     of.places[member].node = 0;
   }
-  read_findings(of, read_logs(folder), 0);
+  const log_set logs = read_logs(folder);
+  read_findings(of, logs, runs_in(logs), 0);
   const auto member = [&](const char* name) { return of.find(object_kind::member, "BE1", name); };
   EXPECT_THAT(member("0/0/0/1")->cells, IsEmpty());
   EXPECT_EQ(member("0/0/0/2")->cells.size(), 1U);

@@ -25,7 +25,8 @@ class run_logs : public log_folder {
   [[nodiscard]] std::vector<std::string> starts() const { return starts_of(read_logs(folder)); }
   [[nodiscard]] run last_run(std::size_t back = 0) const {
     run of;
-    read_findings(of, read_logs(folder), back);
+    const log_set logs = read_logs(folder);
+    read_findings(of, logs, runs_in(logs), back);
     return of;
   }
   // A message of the run that began last.
@@ -179,7 +180,7 @@ TEST_F(run_logs, that_were_emptied_could_be_written) {
 TEST_F(run_logs, show_whether_the_debug_log_was_begun) {
   const auto is_begun = [&] {
     const log_set logs = read_logs(folder);
-    return has_begun_debug_log(logs, last_run_in(logs));
+    return has_begun_debug_log(logs, runs_in(logs).back());
   };
   start(noon);
   EXPECT_TRUE(is_begun());
