@@ -12,6 +12,7 @@
 #include "desk/commands/load.h"
 #include "desk/judge/judge.h"
 #include "desk/model/findings.h"
+#include "desk/model/run_logs.h"
 #include "desk/model/layers.h"
 #include "desk/read/journal.h"
 #include "desk/read/line_reader.h"
@@ -55,10 +56,10 @@ void write(const std::string& path, std::string_view text) {
 
 void finding_logs(const std::string& folder) {
   const desk::log_set logs = desk::read_logs(folder);
-  const std::size_t runs = desk::starts_of(logs).size();
-  for (std::size_t back = 0; back < std::min<std::size_t>(runs, 2); ++back) {
+  const std::vector<desk::run_in_logs> runs = desk::runs_in(logs);
+  for (std::size_t back = 0; back < std::min<std::size_t>(runs.size(), 2); ++back) {
     desk::run of;
-    desk::read_findings(of, logs, back);
+    desk::read_findings(of, logs, runs, back);
     for (const desk::finding& one : of.findings)
       if (one.code.empty()) broken("a finding without a code");
   }

@@ -26,7 +26,8 @@ constexpr const char* exit_statuses =
   2   The audit was aborted; its traceback is on standard error.
   4   The audit had not come to its end at its --deadline and was ended, or
       --wait had waited until then for another one.
-      With --check: the audit did not complete, for whatever reason.
+      With --check: the audit did not complete, for whatever reason but a
+      signal that has stopped it, another audit, or a library that is not there.
   64  An argument was wrong.
   69  The library could not be loaded, or lacks an entry point; or there is no
       tessel-report for --report, --check or --json.
@@ -67,7 +68,8 @@ void add_watching(CLI::App& app, host_arguments& parsed) {
   command_line::add_value(app, "--deadline", "SECONDS",
                           "end the whole audit if it takes longer, with its tools, and remove its "
                           "files in /tmp. The time counts from the start of this program, so "
-                          "waiting for another audit is a part of it",
+                          "waiting for another audit is a part of it. The report behind the "
+                          "audit has no limit",
                           [&](const auto& text) { parsed.deadline = seconds_of(text); });
   command_line::add_flag(app, "--wait",
                          "if another audit is running on this machine, wait for its end, until the "

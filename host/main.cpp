@@ -57,6 +57,13 @@ int show(std::string_view text) {
 }
 
 // Names what an audit that did not come to its end has left.
+void name_captures(const std::vector<std::string>& left) {
+  if (left.empty()) return;
+  std::string files;
+  for (const std::string& file : left) files += " " + command_line::one_line(file);
+  complain("the output of its commands stays:" + files, 0);
+}
+
 void name_what_is_left(const watched_end& end) {
   std::string tools;
   for (const process& tool : end.left_processes) tools += " " + std::to_string(tool.id);
@@ -66,10 +73,7 @@ void name_what_is_left(const watched_end& end) {
         "-o pid,wchan,args -p:" +
             tools,
         0);
-  if (end.left_captures.empty()) return;
-  std::string files;
-  for (const std::string& file : end.left_captures) files += " " + command_line::one_line(file);
-  complain("the output of its commands stays:" + files, 0);
+  name_captures(end.left_captures);
 }
 
 int report(std::int32_t result, std::time_t began) {
@@ -289,7 +293,9 @@ int audit(const host_arguments& arguments) {
     offer_journal(plan.journal, std::nullopt);
   }
   const std::time_t began = std::time(nullptr);
-  return report(run_audit(plan), began);
+  const int status = report(run_audit(plan), began);
+  name_captures(captures_since(began));
+  return status;
 }
 
 int act_on(const host_arguments& arguments) {

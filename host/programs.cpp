@@ -1,13 +1,14 @@
 #include "programs.h"
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
@@ -44,19 +45,51 @@ std::vector<char*> argument_list(const std::vector<std::string>& words) {
   return arguments;
 }
 
+constexpr int nothing = -1;   // in the place of a descriptor: /dev/null
+constexpr int as_it_is = -2;  // that of this process
+
+using three_streams = std::array<int, 3>;
+
+// In the child. Nobody else would end a program whose host is gone.
+[[noreturn]] void become(const std::vector<char*>& arguments, const three_streams& streams,
+                         pid_t host, int failed) {
+  ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+  if (::getppid() != host) ::_exit(1);
+  for (int at = 0; at < 3; ++at) {
+    const int wanted = streams[static_cast<std::size_t>(at)];
+    if (wanted == as_it_is) continue;
+    const int used = wanted == nothing ? ::open("/dev/null", O_RDWR | O_CLOEXEC) : wanted;
+    if (::dup2(used, at) < 0) ::_exit(1);
+  }
+  ::execvp(arguments[0], arguments.data());
+  const char cause = 1;
+  [[maybe_unused]] const ssize_t written = ::write(failed, &cause, 1);
+  ::_exit(127);
+}
+
+// Starts a program that ends with this process. Returns -1 if it cannot be started.
+pid_t start_bound(const std::vector<std::string>& words, const three_streams& streams) {
+  const std::vector<char*> arguments = argument_list(words);
+  std::array<int, 2> failed{};  // closed by the program's start
+  if (::pipe2(failed.data(), O_CLOEXEC) != 0) return -1;
+  const pid_t host = ::getpid();
+  const pid_t child = ::fork();
+  if (child == 0) become(arguments, streams, host, failed[1]);
+  ::close(failed[1]);
+  char cause = 0;
+  ssize_t count = 0;
+  do count = ::read(failed[0], &cause, 1);
+  while (count < 0 && errno == EINTR);
+  ::close(failed[0]);
+  if (child > 0 && count != 0) ::waitpid(child, nullptr, 0);
+  return count == 0 ? child : -1;
+}
+
 running start(const std::vector<std::string>& words) {
   running started;
   started.out = ::memfd_create("output", MFD_CLOEXEC);
   started.err = ::memfd_create("complaints", MFD_CLOEXEC);
-  const std::vector<char*> arguments = argument_list(words);
-  posix_spawn_file_actions_t streams;
-  if (::posix_spawn_file_actions_init(&streams) != 0) return started;
-  ::posix_spawn_file_actions_addopen(&streams, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  ::posix_spawn_file_actions_adddup2(&streams, started.out, STDOUT_FILENO);
-  ::posix_spawn_file_actions_adddup2(&streams, started.err, STDERR_FILENO);
-  if (::posix_spawnp(&started.id, arguments[0], &streams, nullptr, arguments.data(), environ) != 0)
-    started.id = -1;
-  ::posix_spawn_file_actions_destroy(&streams);
+  started.id = start_bound(words, {nothing, started.out, started.err});
   return started;
 }
 
@@ -145,23 +178,13 @@ std::vector<program_result> run_programs(const std::vector<std::vector<std::stri
 
 bool run_in_front(const std::vector<std::string>& words, std::string& err) {
   see_how_children_end();
-  const std::vector<char*> arguments = argument_list(words);
-  posix_spawn_file_actions_t streams;
-  if (::posix_spawn_file_actions_init(&streams) != 0) return false;
   const int complaints = ::memfd_create("complaints", MFD_CLOEXEC);
-  if (complaints >= 0)
-    ::posix_spawn_file_actions_adddup2(&streams, complaints, STDERR_FILENO);
-  else
-    ::posix_spawn_file_actions_addopen(&streams, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  pid_t child = 0;
-  const bool is_started =
-      ::posix_spawnp(&child, arguments[0], &streams, nullptr, arguments.data(), environ) == 0;
-  ::posix_spawn_file_actions_destroy(&streams);
+  const pid_t child = start_bound(words, {as_it_is, as_it_is, complaints});
   int status = 0;
-  while (is_started && ::waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+  while (child > 0 && ::waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
   err = content_of(complaints);
   if (complaints >= 0) ::close(complaints);
-  return is_started && WIFEXITED(status);
+  return child > 0 && WIFEXITED(status);
 }
 
 }  // namespace tessel_host
