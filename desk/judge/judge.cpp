@@ -186,10 +186,12 @@ judged_run judge(run of) {
   made.of = std::move(of);
   judging at{made, find_differences(made.of)};
   at.is_explained.assign(made.of.findings.size(), false);
+  set_unmarked_aside(at);
   add_holes(at);
   take_differences(at);
   take_findings(at);
   add_early_end(made);
+  std::sort(made.unexplained.begin(), made.unexplained.end());
   sort_causes(made);
   judge_bundles(at);
   made.is_wholly_judged =

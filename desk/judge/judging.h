@@ -107,9 +107,10 @@ struct judging {
 };
 
 // The steps, in their order. Each adds causes and marks the findings that they explain.
-void add_holes(judging& at);         // what was not read
-void take_differences(judging& at);  // values and entries that differ
-void take_findings(judging& at);     // what is left of the messages
+void set_unmarked_aside(judging& at);  // entries that are not stale, which need no cause
+void add_holes(judging& at);           // what was not read
+void take_differences(judging& at);    // values and entries that differ
+void take_findings(judging& at);       // what is left of the messages
 
 // The cause for a place, which is made if it is new; its index in judged_run::causes.
 [[nodiscard]] std::size_t cause_at(judging& at, const place_key& key);

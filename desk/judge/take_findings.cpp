@@ -139,7 +139,6 @@ bool is_normal_note(const open_places& open, const finding& one) {
   if (one.kind != finding_kind::note) return false;
   // Fewer threads, or files that stay: the audit says itself that it is complete all the same.
   if (one.code == "TC-903" || one.code == "TC-904") return true;
-  if (one.code == code_of_unmarked) return true;
   if (one.code == "TC-608" || one.code == "TC-616") return true;
   if (one.node.empty() || one.of == layer::none) return false;
   // Where nothing can be, the note is no finding.
@@ -329,6 +328,13 @@ void take_compared(judging& at, std::size_t first) {
 }
 
 }  // namespace
+
+void set_unmarked_aside(judging& at) {
+  for (const std::size_t i : at.findings.with_code(std::string(code_of_unmarked))) {
+    at.is_explained[i] = true;
+    at.into.unexplained.push_back(i);
+  }
+}
 
 bool is_scale(const finding& one) {
   return one.code >= "TC-619" && one.code <= "TC-622";

@@ -263,9 +263,8 @@ void read_health(run& into, const log_run* of) {
   for (const log_entry& entry : of->entries) read_health_entry(into, entry);
 }
 
-// Those that have the LAG that an entry describes, as indexes in run::objects.
-const std::vector<std::size_t>& holders_of_lag(const run& of, std::string_view description) {
-  static const std::vector<std::size_t> none;
+// The id of the LAG that an entry describes, if anything has it.
+std::optional<text_id> lag_id_in(const run& of, std::string_view description) {
   // Jericho2 has the number alone: "0x55_npu0_node4096".
   for (const std::string_view word : {"Lag ", "LAG ", ""}) {
     if (!description.starts_with(word)) continue;
@@ -273,32 +272,28 @@ const std::vector<std::size_t>& holders_of_lag(const run& of, std::string_view d
     const std::string_view id = description.substr(
         word.size(), std::min(description.find('_'), description.size()) - word.size());
     const auto known = of.texts.find(id);
-    const auto lag = known ? of.lag_ids.find(*known) : of.lag_ids.end();
-    if (lag != of.lag_ids.end()) return lag->second;
+    if (known && of.lag_ids.contains(*known)) return known;
   }
-  return none;
+  return {};
 }
 
 // The bundle that an entry belongs to, by its name or by its LAG id.
 std::string bundle_of_entry(const run& of, std::string_view description) {
   const auto named = bundles_in(description);
   if (!named.empty()) return named.front();
-  const auto& holders = holders_of_lag(of, description);
-  return holders.empty() ? std::string() : of.objects[of.objects[holders.front()].bundle].name;
+  const auto lag = lag_id_in(of, description);
+  return lag ? of.objects[of.objects[of.lag_ids.at(*lag).front()].bundle].name : std::string();
 }
 
 // With hierarchical QoS a sub-bundle has a LAG of its own in the chips. The audit looks for it and
 // does not mark it, so its search lists the LAG if that has members.
 const object* unmarked_sub_bundle(const run& of, std::string_view label,
-                                  std::string_view description) {
-  if (!of.has_hqos || label != "BCM") return nullptr;
-  const auto& holders = holders_of_lag(of, description);
-  const auto is_of_sub = [&](std::size_t holder) {
-    const object& one = of.objects[holder];
-    return one.kind == object_kind::sub_bundle && one.is_configured;
-  };
-  const bool has_sub = !holders.empty() && std::all_of(holders.begin(), holders.end(), is_of_sub);
-  return has_sub ? &of.objects[holders.front()] : nullptr;
+                                  std::string_view description, const mention& place) {
+  if (label != "BCM") return nullptr;
+  const auto lag = lag_id_in(of, description);
+  if (!lag) return nullptr;
+  const auto found = of.sub_bundle_lags.find({*lag, of.node_index(place.node), npu_in(place.npu)});
+  return found == of.sub_bundle_lags.end() ? nullptr : &of.objects[found->second];
 }
 
 finding stale_entry(const run& of, mention_finder& names, std::string_view label,
@@ -314,7 +309,7 @@ finding stale_entry(const run& of, mention_finder& names, std::string_view label
   one.what = field::presence;
   one.text = fmt::format("stale entry in {}: {}", label, description);
   one.log = stale_log;
-  if (const object* sub = unmarked_sub_bundle(of, label, description)) {
+  if (const object* sub = unmarked_sub_bundle(of, label, description, named)) {
     one.code = code_of_unmarked;
     one.kind = finding_kind::note;
     one.text = fmt::format(

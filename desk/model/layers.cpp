@@ -68,6 +68,14 @@ struct member_record {
   std::optional<text_id> mtu{};
 };
 
+// A port in a chip's LAG whose id is a sub-bundle's.
+struct sub_bundle_port {
+  text_id lag = 0;
+  std::int16_t node = no_place;
+  std::int16_t npu = no_place;
+  text_id port = 0;
+};
+
 // What is looked up again and again with the same words: lines of one object follow each other.
 struct last_object {
   object_kind kind = object_kind::router;
@@ -104,6 +112,7 @@ struct intake {
   pending_cells by_lag{};
   std::unordered_map<text_id, text_id> port_mtus{};  // of the forwarding layer, by the port's name
   std::vector<member_record> member_records{};
+  std::vector<sub_bundle_port> sub_bundle_ports{};
   dump in_dump = dump::other;
   bool has_map = false;  // the dump, so far
   std::array<std::array<text_id, std::size_t(field::none) + 1>, std::size_t(source::none) + 1>
@@ -360,11 +369,23 @@ std::string_view lag_id_in(std::string_view key) {
   return key.starts_with(word) ? key.substr(word.size()) : key;
 }
 
-void take_chip_member(intake& in, dump_path path, member_name by, std::string_view name) {
+// The configuration stands before the chips.
+bool may_be_of_sub_bundle(const run& of, text_id lag) {
+  if (!of.has_hqos) return false;
+  const auto holders = of.lag_ids.find(lag);
+  return holders != of.lag_ids.end() &&
+         of.objects[holders->second.front()].kind == object_kind::sub_bundle;
+}
+
+void take_chip_member(intake& in, dump_path path, member_name by, std::string_view name,
+                      std::string_view port) {
   const cell made = {field::presence, source::chip_lag, in.node_of(path[0]), in.npu_of(path[1]),
                      in.present};
   const text_id lag = in.keep_key(lag_id_in(path[3]), source::chip_lag);
   in.by_lag.add({lag, in.keep_value(name, source::chip_lag, field::presence), by, made});
+  const bool has_place = made.node != no_place && made.npu != no_place;
+  if (has_place && may_be_of_sub_bundle(in.into, lag))
+    in.sub_bundle_ports.push_back({lag, made.node, made.npu, in.keep(port)});
 }
 
 // Of the chips' tables the audit keeps only the LAGs for its snapshot.
@@ -372,9 +393,9 @@ void take_chip(intake& in, dump_path path, std::string_view value) {
   constexpr std::size_t depth_of_member = 6;
   if (path.size() != depth_of_member) return;
   if (is(path[2], "diag_lag") && is(path[5], "gport"))
-    take_chip_member(in, path, member_name::id, path[4]);
+    take_chip_member(in, path, member_name::id, path[4], value);
   if (is(path[2], "tm_lag") && is(path[4], "members"))
-    take_chip_member(in, path, member_name::system_port, value);
+    take_chip_member(in, path, member_name::system_port, value, value);
 }
 
 void take_chip_map(intake& in, dump_path path) {
@@ -533,6 +554,57 @@ void attach_by_lag(intake& in, attached& into) {
       for (const std::size_t part : of_bundle.named(one.by, one.member)) into.add(part, one.of);
     }
   });
+}
+
+// The system port is in the lower bits of a global port. A slot of a LAG says nothing of whose port
+// it holds: every LAG has a slot 0.
+std::optional<std::uint64_t> system_port_in(std::string_view text) {
+  constexpr std::uint64_t bits_of_system_port = 0xffffff;
+  if (text.starts_with("0x")) text.remove_prefix(2);
+  const auto number = number_in(fmt::format("0x{}", text));
+  return number ? std::optional(*number & bits_of_system_port) : std::nullopt;
+}
+
+std::set<std::uint64_t> system_ports_of(const run& of, const object& bundle) {
+  std::set<std::uint64_t> ports;
+  for (const std::size_t part : bundle.parts)
+    for (const cell& c : of.objects[part].cells)
+      if (c.from == source::agent && c.what == field::system_port)
+        if (const auto port = system_port_in(of.texts.text(c.value))) ports.insert(*port);
+  return ports;
+}
+
+// Null if a bundle has the id as well, or sub-bundles of several.
+const object* owner_of_lag(const run& of, text_id lag) {
+  const object* owner = nullptr;
+  for (const std::size_t holder : of.lag_ids.at(lag)) {
+    const object& one = of.objects[holder];
+    const object* bundle = &of.objects[one.bundle];
+    if (one.kind != object_kind::sub_bundle || (owner != nullptr && owner != bundle))
+      return nullptr;
+    owner = bundle;
+  }
+  return owner;
+}
+
+// A LAG with a port of another bundle may have been that one's, and its id was given anew.
+void find_sub_bundle_lags(intake& in) {
+  run& into = in.into;
+  std::unordered_map<text_id, const object*> owners;
+  std::unordered_map<const object*, std::set<std::uint64_t>> ports;
+  std::map<std::tuple<text_id, std::int16_t, std::int16_t>, bool> is_own;
+  for (const sub_bundle_port& one : in.sub_bundle_ports) {
+    const auto [owner, is_new] = owners.try_emplace(one.lag);
+    if (is_new) owner->second = owner_of_lag(into, one.lag);
+    if (owner->second == nullptr) continue;
+    const auto [known, is_first] = ports.try_emplace(owner->second);
+    if (is_first) known->second = system_ports_of(into, *owner->second);
+    const auto port = system_port_in(into.texts.text(one.port));
+    bool& all_own = is_own.try_emplace({one.lag, one.node, one.npu}, true).first->second;
+    all_own = all_own && port && known->second.contains(*port);
+  }
+  for (const auto& [lag, all_own] : is_own)
+    if (all_own) into.sub_bundle_lags[lag] = into.lag_ids.at(std::get<0>(lag)).front();
 }
 
 void attach(intake& in, pending_cells& pending, void (*find)(intake&, attached&)) {
@@ -716,6 +788,7 @@ void read_layers(run& into, const std::string& debug_log) {
   attach(in, in.by_handle, attach_by_handle);
   attach(in, in.by_lag, attach_by_lag);
   attach_port_mtus(in);
+  find_sub_bundle_lags(in);
   for (node& of : into.nodes)
     if (is_empty_slot(of)) of.is_empty_slot = true;
 }

@@ -206,6 +206,9 @@ struct run {
   text_pool texts;
   std::map<std::size_t, place> places;                            // of members, by object
   std::unordered_map<text_id, std::vector<std::size_t>> lag_ids;  // known id to bundles
+  // By LAG id, node and NPU the sub-bundle of which a chip's LAG is: those with members, all of
+  // which are its bundle's. Only with hierarchical QoS.
+  std::map<std::tuple<text_id, std::int16_t, std::int16_t>, std::size_t> sub_bundle_lags;
   // Of a capture: by object what the chips' own tables hold of it, which the judge does not
   // compare; by node and NPU the first table that could not be read.
   bool keeps_questions = false;

@@ -453,14 +453,16 @@ class lags_in_chips : public logs_of_a_test {
   [[nodiscard]] run router() const {
     run of;
     of.has_snapshot = true;
-    of.has_hqos = has_hqos;
+    of.has_hqos = true;
+    of.nodes.emplace_back().name = "0/0/CPU0";
+    of.nodes.emplace_back().name = "0/1/CPU0";
     const auto bundle = of.object_at(object_kind::bundle, "BE7", "BE7");
     const auto sub = of.object_at(object_kind::sub_bundle, "BE7", "BE7.100");
     of.objects[bundle].is_configured = true;
-    of.objects[sub].is_configured = is_configured;
+    of.objects[sub].is_configured = true;
     of.lag_ids[of.texts.keep("0x7")].push_back(bundle);
     of.lag_ids[of.texts.keep("0x8")].push_back(sub);
-    if (is_shared) of.lag_ids[of.texts.keep("0x8")].push_back(bundle);
+    of.sub_bundle_lags[{of.texts.keep("0x8"), 1, 0}] = sub;
     return of;
   }
   [[nodiscard]] finding listed(const std::string& layer, const std::string& description) const {
@@ -478,10 +480,6 @@ class lags_in_chips : public logs_of_a_test {
     EXPECT_EQ(of.counts[finding_kind::stale], one.kind == finding_kind::stale ? 1U : 0U);
     return one;
   }
-
-  bool has_hqos = true;
-  bool is_configured = true;
-  bool is_shared = false;
 };
 
 TEST_F(lags_in_chips, of_sub_bundles_are_listed_by_the_audit_without_a_fault) {
@@ -500,13 +498,9 @@ TEST_F(lags_in_chips, that_nothing_refers_to_are_stale) {
   EXPECT_EQ(listed("BCM", "LAG 0x9_npu0_node0/1/CPU0").code, "TC-401") << "of nobody";
   EXPECT_EQ(listed("BCM", "LAG 0x7_npu0_node0/1/CPU0").code, "TC-401") << "of a bundle";
   EXPECT_EQ(listed("DPA", "Lag 0x8_npu0_node0/1/CPU0").code, "TC-401") << "in another layer";
-  is_shared = true;
-  EXPECT_EQ(listed("BCM", "LAG 0x8_npu0_node0/1/CPU0").code, "TC-401") << "of a bundle as well";
-  is_shared = is_configured = false;
-  EXPECT_EQ(listed("BCM", "LAG 0x8_npu0_node0/1/CPU0").code, "TC-401") << "of none configured";
-  is_configured = true;
-  has_hqos = false;
-  EXPECT_EQ(listed("BCM", "LAG 0x8_npu0_node0/1/CPU0").code, "TC-401") << "without hqos";
+  EXPECT_EQ(listed("BCM", "LAG 0x8_npu1_node0/1/CPU0").code, "TC-401") << "of another chip";
+  EXPECT_EQ(listed("BCM", "LAG 0x8_npu0_node0/0/CPU0").code, "TC-401") << "of another node";
+  EXPECT_EQ(listed("BCM", "LAG 0x8_npu0_node0/7/CPU0").code, "TC-401") << "of an unknown node";
 }
 
 // Where the interface listing lacks a port, its record keeps the MTU of the port object.

@@ -585,6 +585,38 @@ TEST_F(run_of_a_test, an_entry_that_the_audit_itself_left_without_a_mark_is_no_f
   EXPECT_EQ(exit_status(is), 0);
 }
 
+TEST_F(run_of_a_test, entries_without_a_mark_of_most_bundles_are_no_common_fault) {
+  add_nodes(2);
+  for (const char* name : {"BE1", "BE2", "BE3", "BE4"}) {
+    const auto made = of.object_at(object_kind::bundle, name, name);
+    of.objects[made].is_configured = true;
+    of.objects[made].cells = std::vector<cell>(of.objects[bundle].cells);
+    find("TC-402", field::presence, "0/0/CPU0", layer::bcm, finding_kind::note);
+    of.findings.back().object = {object_kind::entry, name, "LAG 0x8_npu0_node0/0/CPU0"};
+  }
+  const judged_run is = judged();
+  EXPECT_THAT(is.causes, IsEmpty());
+  EXPECT_THAT(is.unexplained, ElementsAre(0, 1, 2, 3));
+  EXPECT_EQ(is.bundles.size(), 4U);
+  for (const bundle_verdict& one : is.bundles) EXPECT_EQ(one.is, verdict::agrees) << one.bundle;
+  EXPECT_EQ(exit_status(is), 0);
+}
+
+TEST_F(run_of_a_test, an_entry_without_a_mark_is_no_message_of_what_was_not_read) {
+  add_nodes(3);
+  of.tables.erase({source::chip_lag, 2, 0});
+  find("TC-608", field::none, "", layer::pi, finding_kind::note);
+  find("TC-402", field::presence, "0/2/CPU0", layer::bcm, finding_kind::note);
+  of.findings.back().object = {object_kind::entry, "BE1", "LAG 0x8_npu0_node0/2/CPU0"};
+  find("TC-608", field::none, "", layer::pi, finding_kind::note);
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].first, layer::bcm);
+  EXPECT_THAT(is.causes[0].findings, IsEmpty());
+  EXPECT_THAT(is.unexplained, ElementsAre(0, 1, 2)) << "in their order";
+  EXPECT_EQ(exit_status(is), 3);
+}
+
 TEST_F(run_of_a_test, what_is_next_is_the_table_that_shows_the_finding_again) {
   const auto next = [&](const char* code, finding_kind kind, const char* asic, const char* text) {
     of = run();

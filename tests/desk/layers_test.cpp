@@ -159,6 +159,61 @@ TEST_F(layers, take_no_system_port_for_a_member_id) {
   EXPECT_EQ(seen_of(of, *lacking), seen{});
 }
 
+// BE1 has the ports 0x12 and 0x13, BE2 has 0x21. LAG 0x8 is that of a sub-bundle of BE1.
+class lags_of_sub_bundles : public layers {
+ protected:
+  // What is said of the LAG of this number whose chip lists these global ports, in each family.
+  [[nodiscard]] std::string owner(std::uint32_t lag, const std::vector<std::string>& ports) const {
+    const std::string id = "0x" + std::to_string(lag);
+    std::string rows;
+    std::string list;
+    for (const std::string& port : ports) {
+      rows += (rows.empty() ? "" : ",") + ("\"0x" + std::to_string(rows.size())) +
+              R"(":{"gport":")" + port + R"("})";
+      list += (list.empty() ? "\"" : ",\"") + port + '"';
+    }
+    run of;
+    read(of, dump("TESSELDB", R"({"hqos":")" + std::string(has_hqos ? "1" : "0") + R"(",)" +
+                                  R"("BE1":{"Data":{"lagid":"0x1","sub_bundles":{)"
+                                  R"("BE1.7":{"lagid":"0x8"},"BE1.8":{"lagid":"0x9"}}}},)"
+                                  R"("BE2":{"Data":{"lagid":"0x2","sub_bundles":{)"
+                                  R"("BE2.7":{"lagid":"0x9"}}}}})") +
+                 dump("BM PD", R"({"BE1":{"members":{"0/0/CPU0":{)"
+                               R"("0/0/0/1":{"memid":"0x0","sysport":"0x12"},)"
+                               R"("0/0/0/2":{"memid":"0x1","sysport":"0x13"}}}},)"
+                               R"("BE2":{"members":{"0/0/CPU0":{)"
+                               R"("0/0/0/3":{"memid":"0x0","sysport":"0x21"}}}}})") +
+                 dump("BCM", R"({"0/0/CPU0":{"0":{"diag_lag":{"LAG )" + id + "\":{" + rows +
+                                 R"(}}}},"0/1/CPU0":{"0":{"tm_lag":{")" + id + R"(":{"members":[)" +
+                                 list + "]}}}}}"));
+    EXPECT_THAT(of.marks, testing::IsEmpty());
+    const auto on = [&](std::int16_t node) -> std::string {
+      const auto known = of.texts.find(id);
+      const auto at = of.sub_bundle_lags.find({known.value_or(0), node, 0});
+      return at == of.sub_bundle_lags.end() ? "none" : of.objects[at->second].name;
+    };
+    EXPECT_EQ(on(of.node_index("0/0/CPU0")), on(of.node_index("0/1/CPU0")));
+    return on(of.node_index("0/1/CPU0"));
+  }
+  bool has_hqos = true;
+};
+
+TEST_F(lags_of_sub_bundles, have_no_port_but_those_of_their_bundle) {
+  EXPECT_EQ(owner(8, {"0x04000012"}), "BE1.7");
+  EXPECT_EQ(owner(8, {"0xc000012", "0xc000013"}), "BE1.7");
+  EXPECT_EQ(owner(8, {"0xc000021"}), "none") << "the port of another bundle, in slot 0";
+  EXPECT_EQ(owner(8, {"0xc000012", "0xc000021"}), "none") << "one of them";
+  EXPECT_EQ(owner(8, {"0xc000021", "0xc000012"}), "none") << "one of them, the other way round";
+  EXPECT_EQ(owner(8, {"0xc000112"}), "none") << "a port that ends alike";
+  EXPECT_EQ(owner(8, {"a port"}), "none");
+  EXPECT_EQ(owner(8, {}), "none") << "the audit lists none without ports";
+  EXPECT_EQ(owner(1, {"0xc000012"}), "none") << "a bundle's own";
+  EXPECT_EQ(owner(9, {"0xc000012"}), "none") << "of sub-bundles of two bundles";
+  EXPECT_EQ(owner(5, {"0xc000012"}), "none") << "of nobody";
+  has_hqos = false;
+  EXPECT_EQ(owner(8, {"0xc000012"}), "none");
+}
+
 TEST_F(layers, count_the_notes_that_are_too_many) {
   std::string log;
   for (int i = 0; i < 10'002; ++i) log += "'INFO: note'\n";
