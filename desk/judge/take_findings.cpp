@@ -151,14 +151,17 @@ std::string_view why_of(const finding& one) {
   return is_doubt(one) ? "it could not be verified, so nobody knows" : "the audit names the place";
 }
 
+std::string command_for_sources(const run& of, const finding& one, const std::string& node) {
+  const std::string next = command_for(of, source_of(one), node, one.npu);
+  const std::string other = command_for(of, other_source_of(of, one), node, one.npu);
+  return next.empty() || other.empty() || other == next ? next : next + "; " + other;
+}
+
 std::string next_for(const run& of, const finding& one) {
   if (one.kind == finding_kind::health) return "lagmgr_health";
   std::string next = command_for_platform(of, one);
   if (next.empty()) next = command_for_table(of, one);
-  if (!next.empty()) return next;
-  next = command_for(of, source_of(one), one.node, one.npu);
-  const std::string other = command_for(of, other_source_of(one), one.node, one.npu);
-  return next.empty() || other.empty() || other == next ? next : next + "; " + other;
+  return next.empty() ? command_for_sources(of, one, one.node) : next;
 }
 
 // A message that this program does not know says nothing but its own text.
@@ -278,9 +281,7 @@ void take_unset(judging& at, std::size_t first) {
   made.first = layer::dpa;
   made.how_sure = sureness::named;
   made.why = "the value is zero: none was allocated";
-  const bool is_sub = one.object.kind == object_kind::sub_bundle;
-  made.next =
-      command_for(at.of(), is_sub ? source::l2intf : source::l2port, nodes.front(), one.npu);
+  made.next = command_for_sources(at.of(), one, nodes.front());
   add_cause(at, std::move(made));
 }
 

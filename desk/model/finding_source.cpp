@@ -62,6 +62,14 @@ source source_in_chip(field what) {
   }
 }
 
+// Unknown without a snapshot; each type has interface objects of its own.
+bool may_be_of_type(const run& of, const object_ref& bundle, std::string_view type) {
+  const object* one = of.find(bundle.kind, bundle.bundle, bundle.name);
+  return one == nullptr || std::none_of(one->cells.begin(), one->cells.end(), [&](const cell& c) {
+           return c.what == field::type && of.texts.text(c.value) != type;
+         });
+}
+
 }  // namespace
 
 source source_of(const finding& one) {
@@ -86,11 +94,13 @@ source source_of(const finding& one) {
   return source::none;
 }
 
-source other_source_of(const finding& one) {
+source other_source_of(const run& of, const finding& one) {
   if (one.code == "TC-112") return source::lagport;
-  // The RIF of a bundle's l3intf object is reported as that of its l2port object.
-  const bool is_rif = one.code == "TC-106" && one.of == layer::dpa;
-  return is_rif && one.object.kind == object_kind::bundle ? source::l3intf : source::none;
+  if (one.object.kind != object_kind::bundle || one.of != layer::dpa) return source::none;
+  // What a bundle's l3intf or l2intf object has is reported as that of its l2port object.
+  if (one.code == "TC-106" && may_be_of_type(of, one.object, "layer 3")) return source::l3intf;
+  const bool is_lif = one.code == "TC-108" || one.code == "TC-109";
+  return is_lif && may_be_of_type(of, one.object, "layer 2") ? source::l2intf : source::none;
 }
 
 }  // namespace desk

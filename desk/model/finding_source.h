@@ -10,6 +10,6 @@ namespace desk {
 [[nodiscard]] source source_of(const finding& one);
 
 // The table with which the finding compares that one, of the same layer; none if there is no such.
-[[nodiscard]] source other_source_of(const finding& one);
+[[nodiscard]] source other_source_of(const run& of, const finding& one);
 
 }  // namespace desk

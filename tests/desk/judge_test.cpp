@@ -520,6 +520,7 @@ TEST_F(run_of_a_test, what_is_next_is_the_tool_that_the_message_is_about) {
 }
 
 TEST_F(run_of_a_test, what_is_next_is_the_table_of_the_object_that_a_message_compares) {
+  std::string type;
   const auto next = [&](const char* code, field what, const char* name, layer in,
                         const char* text = "a message") {
     of = run();
@@ -529,8 +530,10 @@ TEST_F(run_of_a_test, what_is_next_is_the_table_of_the_object_that_a_message_com
     const bool is_sub = std::string_view(name) == "BE1.7";
     const auto object =
         of.object_at(is_sub ? object_kind::sub_bundle : object_kind::bundle, "BE1", name);
-    of.objects[object].cells.push_back(
-        {field::lif, source::l2intf, 0, no_place, of.texts.keep("0x00014501")});
+    if (is_sub)
+      of.objects[object].cells.push_back(
+          {field::lif, source::l2intf, 0, no_place, of.texts.keep("0x00014501")});
+    if (!type.empty()) set(field::type, source::running_config, no_place, type);
     find(code, what, "0/0/CPU0", in,
          code[3] == '7' ? finding_kind::failure : finding_kind::inconsistency);
     of.findings.back().object = {is_sub ? object_kind::sub_bundle : object_kind::bundle, "BE1",
@@ -542,7 +545,18 @@ TEST_F(run_of_a_test, what_is_next_is_the_table_of_the_object_that_a_message_com
     return "ssh 192.0.0.0 /opt/nos/bin/fwd_object_show -t " + table + " -D";
   };
   constexpr layer dpa = layer::dpa;
-  EXPECT_EQ(next("TC-108", field::lif, "BE1", dpa, "... in DPA_Bundles_l2port:0x1"), ask("l2port"));
+  for (const char* code : {"TC-108", "TC-109"}) {
+    EXPECT_EQ(next(code, field::lif, "BE1", dpa, "... in DPA_Bundles_l2port:0x1"),
+              ask("l2port") + "; " + ask("l2intf"));
+    type = "layer 3";
+    EXPECT_EQ(next(code, field::lif, "BE1", dpa, "... in DPA_Bundles_l2port:0x1"), ask("l2port"));
+    type = "layer 2";
+    EXPECT_EQ(next(code, field::lif, "BE1", dpa, "... in DPA_Bundles_l2port:0x1"),
+              ask("l2port") + "; " + ask("l2intf"));
+    EXPECT_EQ(next("TC-106", field::rif, "BE1", dpa, "... in DPA_Bundles_l2port:0x1"),
+              ask("l2port"));
+    type = "";
+  }
   EXPECT_EQ(next("TC-108", field::lif, "BE1.7", dpa, "... in DPA_Sub_Bundles_l2intf:0x1"),
             ask("l2intf"));
   EXPECT_EQ(next("TC-106", field::rif, "BE1", dpa, "... in DPA_Bundles_l2port:0x1"),
