@@ -168,8 +168,7 @@ void show_unmarked(const view& v) {
   if (number == 0) return;
   const std::string text = fmt::format(
       "{} in tessel_stale_entries.log {} not stale: with hierarchical QoS the audit marks no LAG "
-      "of "
-      "a sub-bundle in the chips ({}); --all shows {}.",
+      "of a sub-bundle in the chips ({}); --all shows {}.",
       counted(number, "entry", "entries"), number == 1 ? "is" : "are", code_of_unmarked,
       number == 1 ? "it" : "them");
   v.out << '\n' << wrapped(text, v.on.width, 0) << '\n';

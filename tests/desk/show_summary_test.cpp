@@ -37,7 +37,7 @@ TEST(summary, says_that_the_audit_lists_stale_entries_that_are_none) {
   summary_options how;
   const std::string text = summary_of(run_with_unmarked_lag(), how);
   EXPECT_THAT(text, HasSubstr("1 entry in tessel_stale_entries.log is not stale"));
-  EXPECT_THAT(text, HasSubstr("0 findings"));
+  EXPECT_THAT(text, HasSubstr(" 0 findings"));
   EXPECT_THAT(text, Not(HasSubstr("LAG 0x8")));
   how.is_short = true;
   EXPECT_THAT(summary_of(run_with_unmarked_lag(), how), Not(HasSubstr("stale")));
