@@ -144,8 +144,9 @@ std::uint64_t count_chips(report& shown) {
   return chips;
 }
 
-// An upper bound, because the number of sub-bundles is not known yet. With 9216 of them a chip takes
-// 2.2 MiB of captures and of debug log (16 chips: 45 MiB, 64 chips: 143 MiB), one chip alone 8 MiB.
+// An upper bound, because the number of sub-bundles is not known yet. With 9216 of them a chip
+// takes 2.2 MiB of captures and of debug log (16 chips: 45 MiB, 64 chips: 143 MiB), one chip alone
+// 8 MiB.
 std::uint64_t bytes_needed(std::uint64_t chips) {
   return (8 + 3 * std::max<std::uint64_t>(chips, 1)) * mebibyte;
 }

@@ -306,13 +306,18 @@ std::string_view tail(std::string_view subject, std::size_t count) {
   return subject.substr(subject.size() - std::min(count, subject.size()));
 }
 
-std::string replace_all(std::string_view subject, std::string_view what, std::string_view by) {
-  if (what.empty()) return std::string(subject);
+std::size_t count_of(std::string_view subject, std::string_view what) {
   std::size_t found = 0;
   for (std::size_t at = subject.find(what); at != std::string_view::npos;
        at = subject.find(what, at + what.size())) {
     ++found;
   }
+  return found;
+}
+
+std::string replace_all(std::string_view subject, std::string_view what, std::string_view by) {
+  if (what.empty()) return std::string(subject);
+  const std::size_t found = count_of(subject, what);
   std::string result;
   // Exactly, because a large one that grows would be held twice.
   result.reserve(subject.size() + found * by.size() - found * what.size());

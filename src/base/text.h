@@ -112,6 +112,9 @@ std::string_view strip_set_left(std::string_view subject, std::string_view set);
 // The last `count` characters, or the whole text if it is shorter.
 std::string_view tail(std::string_view subject, std::size_t count);
 
+// How often `what`, which is not empty, occurs in `subject`, side by side.
+std::size_t count_of(std::string_view subject, std::string_view what);
+
 // Replaces every occurrence of `what`; an empty `what` does not occur.
 std::string replace_all(std::string_view subject, std::string_view what, std::string_view by);
 

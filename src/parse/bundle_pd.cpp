@@ -25,8 +25,10 @@ constexpr std::size_t row_words = 4;
 value with_usual_name(const value& output, std::string_view printed, std::string_view usual,
                       here where = here::current()) {
   const std::string_view text = output.as_text(where);
-  if (text.find(printed) == std::string_view::npos) return output;
-  text_share share(st().texts, text.size(), "the agents' table with the usual names of nodes");
+  const std::size_t found = count_of(text, printed);
+  if (found == 0) return output;
+  const std::size_t size = text.size() + found * (usual.size() - printed.size());
+  text_share share(st().texts, size, "the agents' table with the usual names of nodes");
   return held_text(replace_all(text, printed, usual), std::move(share));
 }
 

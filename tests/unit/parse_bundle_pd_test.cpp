@@ -208,8 +208,8 @@ TEST_F(bundle_pd_test, a_table_that_does_not_fit_a_second_time_is_a_counted_fail
     const char* refused;
     const char* ends_in;
   } const rows[] = {
-      {2027, "it has 1014 bytes, at most 1013 bytes are left", "0/RP0/0 0/RP1/0"},
-      {2030, "it has 1017 bytes, at most 1016 bytes are left", "0/RP0/CPU0 0/RP1/0"},
+      {2030, "it has 1017 bytes, at most 1016 bytes are left", "0/RP0/0 0/RP1/0"},
+      {2036, "it has 1020 bytes, at most 1019 bytes are left", "0/RP0/CPU0 0/RP1/0"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.half);
@@ -227,7 +227,7 @@ TEST_F(bundle_pd_test, a_table_that_does_not_fit_a_second_time_is_a_counted_fail
 }
 
 TEST_F(bundle_pd_test, a_table_that_is_held_twice_fits) {
-  st().texts.set_limit({2 * 2031, "RLIMIT_AS"});
+  st().texts.set_limit({2 * 2037, "RLIMIT_AS"});
   EXPECT_EQ(parse(std::string(999, 'x') + "0/RP0/0 0/RP1/0"), SUCCESS);
   EXPECT_EQ(st().texts.held(), 0U);
 }
