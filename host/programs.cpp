@@ -50,16 +50,25 @@ constexpr int as_it_is = -2;  // that of this process
 
 using three_streams = std::array<int, 3>;
 
+// Whoever starts the host may have closed its streams, and their numbers are given anew.
+int above_streams(int descriptor) {
+  return ::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+}
+
 // In the child. Nobody else would end a program whose host is gone.
 [[noreturn]] void become(const std::vector<char*>& arguments, const three_streams& streams,
                          pid_t host, int failed) {
   ::prctl(PR_SET_PDEATHSIG, SIGTERM);
   if (::getppid() != host) ::_exit(1);
+  failed = above_streams(failed);
+  three_streams used = streams;
+  for (int& each : used) {
+    if (each == nothing) each = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    if (each != as_it_is) each = above_streams(each);
+  }
   for (int at = 0; at < 3; ++at) {
-    const int wanted = streams[static_cast<std::size_t>(at)];
-    if (wanted == as_it_is) continue;
-    const int used = wanted == nothing ? ::open("/dev/null", O_RDWR | O_CLOEXEC) : wanted;
-    if (::dup2(used, at) < 0) ::_exit(1);
+    const int each = used[static_cast<std::size_t>(at)];
+    if (each != as_it_is && ::dup2(each, at) < 0) ::_exit(1);
   }
   ::execvp(arguments[0], arguments.data());
   const char cause = 1;

@@ -26,7 +26,8 @@ struct program_result {
 [[nodiscard]] std::string find_on_path(std::string_view name);
 
 // Runs the command lines at the same time, without a shell: the first word is a path, or a name on
-// the search path. Standard input is empty. Those that take longer than `limit` are ended.
+// the search path. Standard input is empty. Those that take longer than `limit` are ended; the end
+// of this process is theirs, too. Main thread.
 [[nodiscard]] std::vector<program_result> run_programs(
     const std::vector<std::vector<std::string>>& lines, std::chrono::seconds limit);
 
@@ -34,8 +35,8 @@ struct program_result {
 [[nodiscard]] std::string content_of(int descriptor);
 
 // Runs a program with this process's own streams, apart from standard error: `err` becomes what it
-// writes there, so that nobody who leaves that unread delays it. Returns false if it cannot be
-// started or is ended by a signal.
+// writes there, so that nobody who leaves that unread delays it. The end of this process is the
+// program's, too. Returns false if it cannot be started or is ended by a signal. Main thread.
 [[nodiscard]] bool run_in_front(const std::vector<std::string>& words, std::string& err);
 
 }  // namespace tessel_host

@@ -21,7 +21,8 @@ constexpr std::size_t first_node_row = 3;    // in a bundle's block, after its h
 constexpr std::size_t first_member_row = 4;  // in a node's part, after its header lines
 constexpr std::size_t row_words = 4;
 
-// Only the agents name the route processors without CPU0; this adds it.
+// Only the agents name the route processors without CPU0; this adds it. A table that is no text is
+// its caller's failure, and the traceback names that one.
 value with_usual_name(const value& output, std::string_view printed, std::string_view usual,
                       here where = here::current()) {
   const std::string_view text = output.as_text(where);

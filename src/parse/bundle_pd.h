@@ -21,8 +21,8 @@ value parse_bundle_info_PD(std::string_view text);
 
 // Runs the dump command and replaces `bdlInfoPD` with the map of bundles. Before that, and after a
 // failure, `bdlInfoPD` holds the command's text, with or without the usual names of nodes, or ERROR
-// if the command failed. Returns SUCCESS, or ERROR after counting and
-// logging a failure. Called on a worker of collection.
+// if the command failed. Returns SUCCESS, or ERROR after counting and logging a failure. Called on
+// a worker of collection.
 int dump_parse_bundle_info_PD();
 
 }  // namespace tessel

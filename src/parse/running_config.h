@@ -27,8 +27,8 @@ namespace tessel {
 // The stanzas of a configuration, each as one long line.
 class parsed_config {
  public:
-  // Throws `failure` if `run_cfg` is not a text, or if the outputs that are held leave no room
-  // for it a second time.
+  // Throws `failure` if `run_cfg` is not a text, or if the outputs that are held leave no room for
+  // it a second time.
   explicit parsed_config(const value& run_cfg);
   parsed_config(const parsed_config&) = delete;
   parsed_config& operator=(const parsed_config&) = delete;

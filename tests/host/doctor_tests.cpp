@@ -206,6 +206,22 @@ TEST(run_programs, runs_all_at_once_and_keeps_what_each_prints) {
 }
 
 // Without a router it is done at once.
+// The numbers of closed streams go to the files of the outputs.
+TEST(run_programs, gives_each_its_streams_though_those_of_the_host_are_closed) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::close(stream);
+    const auto results = run_programs({{"sh", "-c", "cat; echo out; echo err >&2"}, {"/missing"}},
+                                      std::chrono::seconds(20));
+    const bool is_right = results[0].out == "out\n" && results[0].err == "err\n" &&
+                          results[0].is_good() && !results[1].is_started;
+    ::_exit(is_right ? 7 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 7) << status;
+}
+
 TEST(doctor_beside, says_what_the_doctor_says) {
   doctor_beside doctor;
   const std::string lines = doctor.lines();
