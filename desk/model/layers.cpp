@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "desk/model/numbers.h"
+#include "desk/model/pending.h"
 #include "desk/read/snapshot.h"
 
 namespace desk {
@@ -27,38 +28,6 @@ template <std::size_t Size>
 bool is(std::string_view text, const char (&word)[Size]) {
   return text.size() == Size - 1 && std::memcmp(text.data(), word, Size - 1) == 0;
 }
-
-// A value whose object is known only once all dumps have been read: the forwarding layer and the
-// chips know handles and LAG ids, not names. Each table names a member in its own way: the
-// forwarding layer by its handle, an older chip by the id in the LAG, Jericho2 by the system port.
-enum class member_name : std::uint8_t { none, handle, id, system_port };
-struct pending_cell {
-  text_id key;         // handle of the bundle or sub-bundle, or the LAG id
-  text_id member = 0;  // of a member: what names it
-  member_name by = member_name::none;
-  cell of;
-};
-
-// Blocks, so that a million of them never move.
-class pending_cells {
- public:
-  void add(const pending_cell& one) {
-    if (blocks_.empty() || blocks_.back().size() == block) blocks_.emplace_back().reserve(block);
-    blocks_.back().push_back(one);
-  }
-  [[nodiscard]] std::size_t size() const {
-    return blocks_.empty() ? 0 : (blocks_.size() - 1) * block + blocks_.back().size();
-  }
-  template <class Take>
-  void for_each(Take take) const {
-    for (const auto& cells : blocks_)
-      for (const pending_cell& one : cells) take(one);
-  }
-
- private:
-  static constexpr std::size_t block = 4096;
-  std::vector<std::vector<pending_cell>> blocks_;
-};
 
 // The record of a member is a copy of its port object, until the bundle manager is asked for the
 // handle and behind that the interface listing for the MTU.
@@ -108,8 +77,7 @@ dump dump_named(std::string_view label) {
 struct intake {
   run& into;
   std::map<std::string, std::int16_t, std::less<>> nodes;
-  pending_cells by_handle{};
-  pending_cells by_lag{};
+  pending_values pending{};
   std::unordered_map<text_id, text_id> port_mtus{};  // of the forwarding layer, by the port's name
   std::vector<member_record> member_records{};
   std::vector<sub_bundle_port> sub_bundle_ports{};
@@ -316,11 +284,8 @@ source table_named(std::string_view name) {
 
 void take_lagport(intake& in, std::int16_t node, dump_path path, std::string_view value) {
   const auto add = [&](field what, std::int16_t npu) {
-    in.by_handle.add(
-        {in.keep_key(path[2], source::lagport),
-         0,
-         member_name::none,
-         {what, source::lagport, node, npu, in.keep_value(value, source::lagport, what)}});
+    in.pending.add(in.keep_key(path[2], source::lagport), what, source::lagport, node, npu,
+                   in.keep_value(value, source::lagport, what));
   };
   if (is(path[3], "lagid")) add(field::lag_id, no_place);
   if (is(path[3], "weight")) add(field::weight, no_place);
@@ -329,11 +294,10 @@ void take_lagport(intake& in, std::int16_t node, dump_path path, std::string_vie
   if (is(path[3], "vlan_domain") && path.size() == 5 && value != unset)
     add(field::vlan_domain, in.npu_of(path[4]));
   if (is(path[3], "members") && path.size() == 7 && is(path[6], "memid"))
-    in.by_handle.add({in.keep_key(path[2], source::lagport),
-                      in.keep_value(path[5], source::lagport, field::handle),
-                      member_name::handle,
-                      {field::member_id, source::lagport, node, in.npu_of(path[4]),
-                       in.keep_value(value, source::lagport, field::member_id)}});
+    in.pending.add_of_member(in.keep_key(path[2], source::lagport),
+                             in.keep_value(path[5], source::lagport, field::handle),
+                             field::member_id, source::lagport, node, in.npu_of(path[4]),
+                             in.keep_value(value, source::lagport, field::member_id));
 }
 
 // Half of the millions of lines hold something else.
@@ -350,10 +314,8 @@ void take_forwarding(intake& in, dump_path path, std::string_view value) {
   if (from == source::lagport) return take_lagport(in, node, path, value);
   if (from == source::none || value == unset) return;
   const auto add = [&](field what) {
-    in.by_handle.add({in.keep_key(path[2], from),
-                      0,
-                      member_name::none,
-                      {what, from, node, no_place, in.keep_value(value, from, what)}});
+    in.pending.add(in.keep_key(path[2], from), what, from, node, no_place,
+                   in.keep_value(value, from, what));
   };
   if (is(path[3], "lif")) add(field::lif);
   if (is(path[3], "rif")) add(field::rif);
@@ -379,13 +341,14 @@ bool may_be_of_sub_bundle(const run& of, text_id lag) {
 
 void take_chip_member(intake& in, dump_path path, member_name by, std::string_view name,
                       std::string_view port) {
-  const cell made = {field::presence, source::chip_lag, in.node_of(path[0]), in.npu_of(path[1]),
-                     in.present};
+  const std::int16_t node = in.node_of(path[0]);
+  const std::int16_t npu = in.npu_of(path[1]);
   const text_id lag = in.keep_key(lag_id_in(path[3]), source::chip_lag);
-  in.by_lag.add({lag, in.keep_value(name, source::chip_lag, field::presence), by, made});
-  const bool has_place = made.node != no_place && made.npu != no_place;
+  in.pending.add_lag_member(lag, node, npu, by,
+                            in.keep_value(name, source::chip_lag, field::presence));
+  const bool has_place = node != no_place && npu != no_place;
   if (has_place && may_be_of_sub_bundle(in.into, lag))
-    in.sub_bundle_ports.push_back({lag, made.node, made.npu, in.keep(port)});
+    in.sub_bundle_ports.push_back({lag, node, npu, in.keep(port)});
 }
 
 // Of the chips' tables the audit keeps only the LAGs for its snapshot.
@@ -403,8 +366,7 @@ void take_chip_map(intake& in, dump_path path) {
     const std::int16_t node = in.node_of(path[0]);
     const std::int16_t npu = in.npu_of(path[1]);
     const text_id lag = in.keep_key(lag_id_in(path[3]), source::chip_lag);
-    in.by_lag.add(
-        {lag, 0, member_name::none, {field::presence, source::chip_lag, node, npu, in.present}});
+    in.pending.add_lag(lag, node, npu);
     in.count(source::chip_lag, node, npu, 1);
   }
 }
@@ -430,131 +392,6 @@ void take_node(intake& in, dump_path path, std::string_view value) {
 }
 
 // ---- Putting together ---------------------------------------------------------------------------
-
-constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
-
-std::uint64_t joined(text_id first, text_id second) {
-  return std::uint64_t{first} << 32U | second;
-}
-
-// Cells on their way to their objects.
-struct attached {
-  struct one {
-    const cell* of;
-    std::size_t object;
-  };
-  std::vector<one> cells{};
-  std::vector<std::size_t> counts;  // by object
-  void add(std::size_t object, const cell& of) {
-    cells.push_back({&of, object});
-    ++counts[object];
-  }
-  // In order; no object's cells move more than once.
-  void move_into(std::vector<object>& objects) const {
-    for (std::size_t i = 0; i < objects.size(); ++i)
-      if (counts[i] != 0) objects[i].cells.reserve(objects[i].cells.size() + counts[i]);
-    for (const one& made : cells) objects[made.object].cells.push_back(*made.of);
-  }
-};
-
-const cell* handle_of(const object& of) {
-  for (const cell& c : of.cells)
-    if (c.what == field::handle) return &c;
-  return nullptr;
-}
-
-// Objects by handle; members by the handle of their bundle and their own.
-void attach_by_handle(intake& in, attached& into) {
-  std::vector<std::size_t> objects(in.into.texts.size(), nowhere);
-  std::unordered_map<std::uint64_t, std::size_t> members;
-  const auto& all = in.into.objects;
-  for (std::size_t i = 0; i < all.size(); ++i) {
-    const cell* handle = handle_of(all[i]);
-    if (handle == nullptr) continue;
-    if (all[i].kind != object_kind::member) {
-      if (objects[handle->value] == nowhere) objects[handle->value] = i;
-    } else if (const cell* bundle = handle_of(all[all[i].bundle])) {
-      members.try_emplace(joined(bundle->value, handle->value), i);
-    }
-  }
-  in.by_handle.for_each([&](const pending_cell& one) {
-    std::size_t found = objects[one.key];
-    if (one.by == member_name::handle) {
-      const auto at = members.find(joined(one.key, one.member));
-      found = at == members.end() ? nowhere : at->second;
-    }
-    if (found != nowhere) into.add(found, one.of);
-  });
-}
-
-// The members of a bundle, as its chips name them. Jericho2 shows a global port, which ends with
-// the system port.
-class members_of_chip {
- public:
-  members_of_chip(const run& of, const object& bundle) : of_(of) {
-    for (const std::size_t part : bundle.parts) {
-      const object& one = of.objects[part];
-      if (one.kind != object_kind::member) continue;
-      for (const cell& c : one.cells)
-        if (c.from == source::agent) add(c, part);
-    }
-  }
-
-  // In the order of the bundle's parts.
-  const std::vector<std::size_t>& named(member_name by, text_id name) {
-    if (by == member_name::id) return ids_[name];
-    const auto [at, is_new] = known_ports_.try_emplace(name);
-    if (is_new) at->second = ending(of_.texts.text(name));
-    return at->second;
-  }
-
- private:
-  void add(const cell& c, std::size_t member) {
-    if (c.what == field::member_id) add_once(ids_[c.value], member);
-    if (c.what != field::system_port) return;
-    const std::string_view end = significant_end(of_.texts.text(c.value));
-    if (end.empty()) return;
-    ends_[end].push_back(member);
-    lengths_.insert(end.size());
-  }
-  // A member of several nodes follows itself.
-  static void add_once(std::vector<std::size_t>& to, std::size_t member) {
-    if (to.empty() || to.back() != member) to.push_back(member);
-  }
-  std::vector<std::size_t> ending(std::string_view port) const {
-    std::set<std::size_t> found;
-    for (const std::size_t length : lengths_) {
-      if (length > port.size()) break;
-      const auto at = ends_.find(port.substr(port.size() - length));
-      if (at != ends_.end()) found.insert(at->second.begin(), at->second.end());
-    }
-    return {found.begin(), found.end()};
-  }
-
-  const run& of_;
-  std::unordered_map<text_id, std::vector<std::size_t>> ids_;
-  std::unordered_map<std::string_view, std::vector<std::size_t>> ends_;
-  std::set<std::size_t> lengths_;
-  std::unordered_map<text_id, std::vector<std::size_t>> known_ports_;
-};
-
-void attach_by_lag(intake& in, attached& into) {
-  const auto& all = in.into.objects;
-  std::unordered_map<std::size_t, members_of_chip> members;
-  auto at = in.into.lag_ids.end();  // a LAG's members follow each other
-  in.by_lag.for_each([&](const pending_cell& one) {
-    if (at == in.into.lag_ids.end() || at->first != one.key) at = in.into.lag_ids.find(one.key);
-    if (at == in.into.lag_ids.end()) return;
-    for (const std::size_t bundle : at->second) {
-      if (one.by == member_name::none) {
-        into.add(bundle, one.of);
-        continue;
-      }
-      auto& of_bundle = members.try_emplace(bundle, in.into, all[bundle]).first->second;
-      for (const std::size_t part : of_bundle.named(one.by, one.member)) into.add(part, one.of);
-    }
-  });
-}
 
 // The system port is in the lower bits of a global port. A slot of a LAG says nothing of whose port
 // it holds: every LAG has a slot 0.
@@ -605,14 +442,6 @@ void find_sub_bundle_lags(intake& in) {
   }
   for (const auto& [lag, all_own] : is_own)
     if (all_own) into.sub_bundle_lags[lag] = into.lag_ids.at(std::get<0>(lag)).front();
-}
-
-void attach(intake& in, pending_cells& pending, void (*find)(intake&, attached&)) {
-  attached found{{}, std::vector<std::size_t>(in.into.objects.size())};
-  found.cells.reserve(pending.size());
-  find(in, found);
-  found.move_into(in.into.objects);
-  pending = {};
 }
 
 // A port object: what the forwarding layer of its node holds of it.
@@ -785,8 +614,7 @@ void read_layers(run& into, const std::string& debug_log) {
                                      debug_log, in.notes_left_out, most_notes));
   find_tables_of_other_form(in);
   take_member_mtus(in);
-  attach(in, in.by_handle, attach_by_handle);
-  attach(in, in.by_lag, attach_by_lag);
+  in.pending.attach(into, in.present);
   attach_port_mtus(in);
   find_sub_bundle_lags(in);
   for (node& of : into.nodes)

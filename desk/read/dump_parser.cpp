@@ -381,11 +381,10 @@ inline bool dump_parser::read_value(char first) {
 }
 
 inline bool dump_parser::read_key() {
-  std::string_view key;
+  // A view of its own, copied at once, would wait until its two halves are written.
+  std::string_view& key = keys_[depth_ - 1];
   if (!read_text(key)) return false;
-  std::string_view& into = keys_[depth_ - 1];
-  into = key;
-  if (key.data() == text_.data()) into = kept_[depth_ - 1] = key;
+  if (key.data() == text_.data()) key = kept_[depth_ - 1] = key;
   const char colon = next_token();
   return colon == ':' || refuse(colon);
 }

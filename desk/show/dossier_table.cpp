@@ -5,9 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstring>
 #include <map>
+#include <numeric>
 #include <tuple>
+#include <utility>
 
 #include "desk/model/coverage.h"
 #include "desk/model/finding_source.h"
@@ -48,9 +49,18 @@ std::size_t slot_of(field what) {
 // The chips' tables of frames, of which no other layer has anything.
 constexpr std::size_t slot_of_sem = slots_of_fields[static_cast<std::size_t>(field::sem)];
 
+constexpr std::size_t sources = static_cast<std::size_t>(source::none) + 1;
+
+const std::array<bool, sources> is_of_chip = [] {
+  std::array<bool, sources> made{};
+  for (std::size_t i = 0; i < sources; ++i)
+    made[i] = layer_of(static_cast<source>(i)) == layer::bcm;
+  return made;
+}();
+
 // One tool shows all tables of a chip.
 source column_source(source from) {
-  return layer_of(from) == layer::bcm ? source::chip_lag : from;
+  return is_of_chip[static_cast<std::size_t>(from)] ? source::chip_lag : from;
 }
 
 // A node of the run by its index, or one that only a finding names behind them.
@@ -70,14 +80,23 @@ npu_set set_of(std::int16_t npu) {
   return npu >= 0 && npu < 64 ? npu_set{1} << static_cast<unsigned>(npu) : npu_set{0};
 }
 
+// Of the object at hand. A page of the largest router is made of a million.
 struct value {
-  std::size_t part = 0;
-  std::size_t column = 0;
-  std::string_view text;
   npu_set npus = 0;  // empty: the node as a whole
+  text_id text = 0;
+  std::uint32_t column = 0;
+  std::uint32_t next = 0;  // of the same slot and column; 0: none
   std::uint8_t slot = 0;
   bool is_odd = false;
   bool is_judged = false;  // the judge compared it
+};
+
+// What is shown of the values of one slot and column.
+struct made_cell {
+  std::uint32_t row = 0;  // the part's number times the slots, and the slot
+  std::uint32_t column = 0;
+  text_id text = 0;
+  bool is_odd = false;
 };
 
 // ---- What a table holds -------------------------------------------------------------------------
@@ -118,6 +137,15 @@ constexpr std::array expected_fields = std::to_array<expected_field>({
     {object_kind::sub_bundle, field::presence, source::chip_lag},
 });
 
+// By column the rows where it has a text, each with that text's number.
+struct contents_of_columns {
+  std::u32string numbers;
+  std::vector<std::size_t> first;  // where each column begins
+  [[nodiscard]] std::u32string_view of(std::size_t column) const {
+    return std::u32string_view(numbers).substr(first[column], first[column + 1] - first[column]);
+  }
+};
+
 struct remark {
   bool is_odd = false;
   bool is_judged = false;
@@ -125,15 +153,15 @@ struct remark {
 
 class grid {
  public:
-  explicit grid(const run& of)
+  grid(const run& of, shown_texts& texts)
       : of_(of),
+        texts_(texts),
         nodes_(of.nodes.size()),
-        columns_at_((static_cast<std::size_t>(source::none) + 1) * (nodes_ + 2), no_column) {}
+        columns_at_(sources * (nodes_ + 2), no_column) {}
 
   void add(const object& one, const dossier_maker::known* known,
            const std::vector<const coverage*>& holes) {
-    part_ = parts_.size();
-    first_ = values_.size();
+    values_.clear();
     const auto place = of_.places.find(static_cast<std::size_t>(&one - of_.objects.data()));
     const bool has_place = one.kind == object_kind::member && place != of_.places.end() &&
                            place->second.node != no_place;
@@ -143,11 +171,12 @@ class grid {
                       {}});
     add_cells(one, known);
     if (has_place && place->second.mtu)
-      put(field::mtu, source::l1port, own_, no_place, of_.texts.text(*place->second.mtu));
+      put(field::mtu, source::l1port, own_, no_place, *place->second.mtu);
     if (known != nullptr) add_differences(*known);
     for (const coverage* hole : holes) add_hole(one.kind, *hole);
     if (known != nullptr)
       for (const finding* each : known->findings) mark(*each);
+    make_cells();
   }
 
   // Ends the grid.
@@ -177,49 +206,53 @@ class grid {
 
   // Which member a LAG has is in the chips of all nodes, the rest of a member on its own node only.
   [[nodiscard]] node_id place_of(field what, source from, node_id node) const {
-    const bool is_everywhere = layer_of(from) == layer::bcm && what == field::presence;
+    const bool is_everywhere = column_source(from) == source::chip_lag && what == field::presence;
     return own_ != whole_router && node == own_ && !is_everywhere ? own_node : node;
   }
 
   // Of a value that many nodes hold this is asked for each of them.
-  std::size_t& index_of_column(source from, node_id node) {
+  std::uint32_t& index_of_column(source from, node_id node) {
     const auto known = static_cast<std::size_t>(node) + 2;  // below 0: the first two
     if (known >= nodes_ + 2) return others_at_.try_emplace({from, node}, no_column).first->second;
     return columns_at_[static_cast<std::size_t>(from) * (nodes_ + 2) + known];
   }
-  std::size_t column_of(source from, node_id node) {
-    std::size_t& at = index_of_column(from, node);
+  std::uint32_t column_of(source from, node_id node) {
+    std::uint32_t& at = index_of_column(from, node);
     if (at == no_column) {
-      at = columns_.size();
+      at = static_cast<std::uint32_t>(columns_.size());
       columns_.push_back({from, node});
     }
     return at;
   }
 
-  void put(field what, source from, node_id node, std::int16_t npu, std::string_view text,
+  void put(field what, source from, node_id node, std::int16_t npu, text_id text,
            remark with = {}) {
     put(slot_of(what), what, from, node, npu, text, with);
   }
-  void put(std::size_t slot, field what, source from, node_id node, std::int16_t npu,
-           std::string_view text, remark with) {
-    value made;
-    made.part = part_;
-    made.column = column_of(column_source(from), place_of(what, from, node));
+  void put(std::size_t slot, field what, source from, node_id node, std::int16_t npu, text_id text,
+           remark with) {
+    const npu_set npus = set_of(npu);
+    const std::uint32_t column = column_of(column_source(from), place_of(what, from, node));
+    if (!values_.empty()) {
+      // The NPUs of a node follow each other and mostly hold the same.
+      value& last = values_.back();
+      if (last.slot == slot && last.column == column && last.text == text && last.npus != 0 &&
+          npus != 0 && last.is_odd == with.is_odd && last.is_judged == with.is_judged) {
+        last.npus |= npus;
+        return;
+      }
+    }
+    value& made = values_.emplace_back();
+    made.npus = npus;
     made.text = text;
-    made.npus = set_of(npu);
+    made.column = column;
     made.slot = static_cast<std::uint8_t>(slot);
     made.is_odd = with.is_odd;
     made.is_judged = with.is_judged;
-    if (values_.size() > first_ && is_next_npu(values_.back(), made))
-      values_.back().npus |= made.npus;
-    else
-      values_.push_back(made);
   }
-  // The NPUs of a node follow each other and mostly hold the same.
-  static bool is_next_npu(const value& last, const value& next) {
-    return last.slot == next.slot && last.column == next.column && last.text == next.text &&
-           last.npus != 0 && next.npus != 0 && last.is_odd == next.is_odd &&
-           last.is_judged == next.is_judged;
+  static bool is_next_npu(const cell& last, const cell& next) {
+    return last.what == next.what && last.from == next.from && last.node == next.node &&
+           last.value == next.value && set_of(last.npu) != 0 && set_of(next.npu) != 0;
   }
 
   void add_cells(const object& one, const dossier_maker::known* known) {
@@ -230,11 +263,18 @@ class grid {
     static const std::vector<cell> none;
     const auto at = of_.chip_cells.find(static_cast<std::size_t>(&one - of_.objects.data()));
     const std::vector<cell>& chip_cells = at == of_.chip_cells.end() ? none : at->second;
-    for (const cell& c : one.cells)
-      if (!is_judged[static_cast<std::size_t>(c.what)] && slot_of(c.what) < slots &&
-          !has_newer(chip_cells, c))
+    const cell* last = nullptr;
+    for (const cell& c : one.cells) {
+      if (is_judged[static_cast<std::size_t>(c.what)] || slot_of(c.what) >= slots ||
+          has_newer(chip_cells, c))
+        continue;
+      if (last != nullptr && is_next_npu(*last, c))
+        values_.back().npus |= set_of(c.npu);
+      else
         put(c.what, c.from, c.node, c.npu, word_for_value(c));
-    for (const cell& c : chip_cells) put(c.what, c.from, c.node, c.npu, of_.texts.text(c.value));
+      last = &c;
+    }
+    for (const cell& c : chip_cells) put(c.what, c.from, c.node, c.npu, c.value);
   }
 
   // The snapshot's word for a VLAN domain cannot say whether the table was read at all.
@@ -244,17 +284,17 @@ class grid {
              return c.from == source::chip_domain && c.node == old.node;
            });
   }
-  [[nodiscard]] std::string_view word_for_value(const cell& c) const {
-    const std::string_view text = of_.texts.text(c.value);
-    return c.from == source::chip_domain && text == no_domain ? word_missing : text;
+  [[nodiscard]] text_id word_for_value(const cell& c) const {
+    const bool is_none = c.from == source::chip_domain && of_.texts.text(c.value) == no_domain;
+    return is_none ? missing_ : c.value;
   }
 
   void add_differences(const dossier_maker::known& known) {
     for (const difference* each : known.differences) {
       if (slot_of(each->what) >= slots) continue;
       for (const witness& one : each->witnesses) {
-        put(each->what, one.from, id_of(one.node), npu_in(one.npu), desk::words_for(one),
-            {one.is_odd, true});
+        put(each->what, one.from, id_of(one.node), npu_in(one.npu),
+            texts_.number_of(desk::words_for(one)), {one.is_odd, true});
       }
     }
   }
@@ -268,19 +308,18 @@ class grid {
       const bool is_elsewhere = own_ != whole_router && node != whole_router && at != own_node &&
                                 each.what != field::presence;
       if (is_elsewhere || has_value(each, at, hole)) continue;
-      put(each.what, each.from, node, npu_in(hole.npu), word_not_read);
+      put(each.what, each.from, node, npu_in(hole.npu), not_read_);
     }
   }
   // A dump can hold what was read before the rest was lost.
   [[nodiscard]] bool has_value(const expected_field& each, node_id at, const coverage& hole) const {
     const npu_set npus = set_of(npu_in(hole.npu));
     const std::size_t slot = slot_of(each.what);
-    return std::any_of(values_.begin() + static_cast<std::ptrdiff_t>(first_), values_.end(),
-                       [&](const value& one) {
-                         return one.slot == slot && columns_[one.column].node == at &&
-                                columns_[one.column].from == column_source(each.from) &&
-                                (npus == 0 || (one.npus & npus) != 0);
-                       });
+    return std::any_of(values_.begin(), values_.end(), [&](const value& one) {
+      return one.slot == slot && columns_[one.column].node == at &&
+             columns_[one.column].from == column_source(each.from) &&
+             (npus == 0 || (one.npus & npus) != 0);
+    });
   }
 
   // ---- Findings ----
@@ -289,21 +328,30 @@ class grid {
   [[nodiscard]] bool is_judged(std::size_t slot, const finding& one, node_id node) const;
   bool mark_same(std::size_t slot, const finding& one, node_id node, npu_set npus);
 
+  // ---- Cells ----
+
+  void make_cells();
+  void add_cell(std::uint32_t first);
+  [[nodiscard]] bool is_same(const value& a, const value& b) const;
+  [[nodiscard]] std::vector<std::size_t> sorted_columns() const;
+  [[nodiscard]] contents_of_columns contents() const;
+  void show_cells(const std::vector<std::size_t>& shown_at, std::size_t width);
+
   const run& of_;
+  shown_texts& texts_;
+  text_id missing_ = texts_.number_of(word_missing);
+  text_id not_read_ = texts_.number_of(word_not_read);
   std::size_t nodes_;
   std::vector<std::string_view> others_;
   std::vector<column_key> columns_;
-  static constexpr std::size_t no_column = static_cast<std::size_t>(-1);
-  std::vector<std::size_t> columns_at_;  // by source and node
-  std::map<std::pair<source, node_id>, std::size_t> others_at_;
-  std::vector<value> values_;
+  static constexpr std::uint32_t no_column = static_cast<std::uint32_t>(-1);
+  std::vector<std::uint32_t> columns_at_;  // by source and node
+  std::map<std::pair<source, node_id>, std::uint32_t> others_at_;
+  node_id own_ = whole_router;              // of the object at hand
+  std::vector<value> values_;               // of the object at hand
+  std::vector<std::uint32_t> first_value_;  // by column and slot: its number and 1
   std::vector<dossier_part> parts_;
-  std::size_t part_ = 0;   // of the object at hand
-  std::size_t first_ = 0;  // its first value
-  node_id own_ = whole_router;
-
-  [[nodiscard]] std::vector<std::size_t> sorted_columns() const;
-  [[nodiscard]] std::vector<std::vector<std::pair<std::size_t, dossier_cell>>> made_cells();
+  std::vector<made_cell> cells_;  // of all parts so far
 };
 
 // ---- Findings -----------------------------------------------------------------------------------
@@ -344,8 +392,7 @@ bool is_about_value(const finding& one) {
 bool grid::is_judged(std::size_t slot, const finding& one, node_id node) const {
   bool has_odd = false;
   bool has_chip = false;
-  for (std::size_t i = first_; i < values_.size(); ++i) {
-    const value& each = values_[i];
+  for (const value& each : values_) {
     if (each.slot != slot || !each.is_judged) continue;
     const column_key& at = columns_[each.column];
     has_odd = has_odd || each.is_odd;
@@ -361,13 +408,12 @@ bool grid::mark_same(std::size_t slot, const finding& one, node_id node, npu_set
   const bool has_word = !one.reported.empty() || word_in_cell(one) == word_missing;
   bool is_marked = false;
   std::vector<value> others;
-  for (std::size_t i = first_; i < values_.size(); ++i) {
-    value& each = values_[i];
+  for (value& each : values_) {
     const column_key& at = columns_[each.column];
     const bool is_there = layer_of(at.from) == one.of && (at.node == node || one.node.empty());
     const bool is_npu = (each.npus & npus) != 0 || each.npus == 0 || npus == 0;
-    if (each.slot != slot || !is_there || !is_npu || each.text == word_not_read) continue;
-    if (has_word && compared_form(one.what, each.text) != wanted) continue;
+    if (each.slot != slot || !is_there || !is_npu || each.text == not_read_) continue;
+    if (has_word && compared_form(one.what, texts_.text(each.text)) != wanted) continue;
     is_marked = true;
     if (npus != 0 && (each.npus & ~npus) != 0) {  // other NPUs hold it as well
       others.push_back(each);
@@ -392,9 +438,9 @@ void grid::mark(const finding& one) {
   if (is_judged(slot, one, node)) return;
   if (one.what == field::presence) {
     // The message names the entry itself, so what others say of the same table does not count.
-    const std::size_t column = column_of(column_source(from), node);
+    const std::uint32_t column = column_of(column_source(from), node);
     std::erase_if(values_, [&](value& each) {
-      if (each.part != part_ || each.slot != slot || each.column != column) return false;
+      if (each.slot != slot || each.column != column) return false;
       if (npus == 0) return true;
       const bool had_npus = each.npus != 0;
       each.npus &= ~npus;
@@ -405,18 +451,19 @@ void grid::mark(const finding& one) {
   }
   const std::string_view text =
       one.reported.empty() || one.what == field::presence ? word_in_cell(one) : reported_by(one);
-  put(slot, one.what, from, named, npu, text, {true, false});
+  put(slot, one.what, from, named, npu, texts_.number_of(text), {true, false});
 }
 
 // ---- Cells --------------------------------------------------------------------------------------
 
-bool is_same(const value& a, const value& b) {
+bool grid::is_same(const value& a, const value& b) const {
   if (a.is_odd != b.is_odd) return false;
-  return a.text == b.text ||
-         compared_form(shown_fields[a.slot], a.text) == compared_form(shown_fields[b.slot], b.text);
+  if (a.text == b.text) return true;
+  const field what = shown_fields[a.slot];
+  return compared_form(what, texts_.text(a.text)) == compared_form(what, texts_.text(b.text));
 }
 
-std::string words_for(npu_set npus) {
+std::string words_for_npus(npu_set npus) {
   std::string words = " (NPU ";
   for (std::int16_t i = 0; npus >> static_cast<unsigned>(i) != 0; ++i) {
     if ((npus & set_of(i)) != 0) words += fmt::format("{}, ", i);
@@ -426,47 +473,46 @@ std::string words_for(npu_set npus) {
   return words + ")";
 }
 
-// The values of one cell, each with its NPUs; of equal ones the first notation.
-dossier_cell cell_of(const value* from, const value* to) {
-  if (to == from + 1 && !from->is_odd) return {std::string(from->text), false};
+// The values of one slot and column, each with its NPUs; of equal ones the first notation.
+void grid::add_cell(std::uint32_t first) {
+  const value& alone = values_[first - 1];
+  made_cell& made = cells_.emplace_back();
+  made.row = static_cast<std::uint32_t>((parts_.size() - 1) * slots + alone.slot);
+  made.column = alone.column;
+  made.text = alone.text;
+  if (alone.next == 0 && !alone.is_odd) return;
   std::vector<value> shown;
-  for (const value* each = from; each != to; ++each) {
+  for (std::uint32_t at = first; at != 0; at = values_[at - 1].next) {
+    const value& each = values_[at - 1];
     const auto same = std::find_if(shown.begin(), shown.end(),
-                                   [&](const value& one) { return is_same(one, *each); });
+                                   [&](const value& one) { return is_same(one, each); });
     if (same == shown.end())
-      shown.push_back(*each);
+      shown.push_back(each);
     else
-      same->npus |= each->npus;
+      same->npus |= each.npus;
   }
   std::stable_partition(shown.begin(), shown.end(), [](const value& one) { return !one.is_odd; });
-  dossier_cell made;
+  std::string text;
   for (const value& one : shown) {
-    if (!made.text.empty()) made.text += " / ";
-    made.text += one.text;
-    if (one.is_odd) made.text += '*';
+    if (!text.empty()) text += " / ";
+    text += texts_.text(one.text);
+    if (one.is_odd) text += '*';
     made.is_odd = made.is_odd || one.is_odd;
-    if ((shown.size() > 1 || one.is_odd) && one.npus != 0) made.text += words_for(one.npus);
+    if ((shown.size() > 1 || one.is_odd) && one.npus != 0) text += words_for_npus(one.npus);
   }
-  return made;
+  made.text = texts_.number_of(text);
 }
 
-using sparse_row = std::vector<std::pair<std::size_t, dossier_cell>>;  // by column
-
-// By part and slot, in order.
-std::vector<sparse_row> grid::made_cells() {
-  const auto place = [](const value& one) { return std::tie(one.part, one.slot, one.column); };
-  const auto is_before = [&](const value& a, const value& b) { return place(a) < place(b); };
-  if (!std::is_sorted(values_.begin(), values_.end(), is_before))
-    std::stable_sort(values_.begin(), values_.end(), is_before);
-  std::vector<sparse_row> rows(parts_.size() * slots);
-  const value* const end = values_.data() + values_.size();
-  for (const value* from = values_.data(); from != end;) {
-    const value* to = from + 1;
-    while (to != end && place(*to) == place(*from)) ++to;
-    rows[from->part * slots + from->slot].emplace_back(from->column, cell_of(from, to));
-    from = to;
-  }
-  return rows;
+// Of the object at hand. Its values are chained by slot and column first, each chain in order.
+void grid::make_cells() {
+  first_value_.resize(columns_.size() * slots);
+  const auto first_at = [&](const value& one) -> std::uint32_t& {
+    return first_value_[one.column * slots + one.slot];
+  };
+  for (auto i = static_cast<std::uint32_t>(values_.size()); i != 0; --i)
+    values_[i - 1].next = std::exchange(first_at(values_[i - 1]), i);
+  for (const value& one : values_)
+    if (const std::uint32_t first = std::exchange(first_at(one), 0); first != 0) add_cell(first);
 }
 
 // From the top layer down, the router before its nodes, a member's own node before the others.
@@ -495,38 +541,59 @@ std::string label_of_fold(dossier_table& into, const std::vector<std::string_vie
   return label;
 }
 
-// Eight bytes, so that no text can look like the number behind it.
-void add_number(std::string& to, std::size_t number) {
-  std::array<char, sizeof number> bytes{};
-  std::memcpy(bytes.data(), &number, sizeof number);
-  to.append(bytes.data(), bytes.size());
+contents_of_columns grid::contents() const {
+  contents_of_columns made;
+  made.first.resize(columns_.size() + 1);
+  for (const made_cell& one : cells_) made.first[one.column + 1] += 2;
+  std::partial_sum(made.first.begin(), made.first.end(), made.first.begin());
+  made.numbers.resize(made.first.back());
+  std::vector<std::size_t> next = made.first;
+  for (const made_cell& one : cells_) {
+    made.numbers[next[one.column]++] = static_cast<char32_t>(one.row);
+    made.numbers[next[one.column]++] = static_cast<char32_t>(one.text);
+  }
+  return made;
+}
+
+// `shown_at` says for each column where it stands in a row of `width` cells, or behind them.
+void grid::show_cells(const std::vector<std::size_t>& shown_at, std::size_t width) {
+  std::vector<dossier_row*> rows(parts_.size() * slots);
+  std::vector<bool> has_cell(rows.size());
+  for (const made_cell& one : cells_) has_cell[one.row] = true;
+  for (std::size_t i = 0; i < parts_.size(); ++i) {
+    const auto from = has_cell.begin() + static_cast<std::ptrdiff_t>(i * slots);
+    parts_[i].rows.resize(static_cast<std::size_t>(std::count(from, from + slots, true)));
+    dossier_row* next = parts_[i].rows.data();
+    for (std::size_t slot = 0; slot < slots; ++slot) {
+      if (!has_cell[i * slots + slot]) continue;
+      next->label = word_for(shown_fields[slot]);
+      next->cells.resize(width);
+      rows[i * slots + slot] = next++;
+    }
+  }
+  for (const made_cell& one : cells_)
+    if (shown_at[one.column] < width)
+      rows[one.row]->cells[shown_at[one.column]] = {texts_.text(one.text), one.is_odd};
 }
 
 dossier_section grid::finish(std::string_view title, dossier_table& into) {
-  std::vector<sparse_row> rows = made_cells();
-  std::vector<std::string> signatures(columns_.size());
+  const contents_of_columns all = contents();
   std::vector<bool> has_odd(columns_.size());
-  std::vector<bool> is_used(columns_.size());
-  for (std::size_t row = 0; row < rows.size(); ++row)
-    for (const auto& [column, cell] : rows[row]) {
-      add_number(signatures[column], row);
-      add_number(signatures[column], cell.text.size());
-      signatures[column] += cell.text;
-      has_odd[column] = has_odd[column] || cell.is_odd;
-      is_used[column] = true;
-    }
+  for (const made_cell& one : cells_)
+    if (one.is_odd) has_odd[one.column] = true;
   dossier_section made{title, {}, {}};
-  std::vector<std::size_t> column_in(columns_.size(), columns_.size());
+  constexpr auto not_shown = static_cast<std::size_t>(-1);
+  std::vector<std::size_t> shown_at(columns_.size(), not_shown);
   std::vector<std::vector<std::string_view>> nodes;
-  std::map<std::pair<source, std::string_view>, std::size_t> known;
+  std::map<std::pair<source, std::u32string_view>, std::size_t> known;
   for (const std::size_t i : sorted_columns()) {
-    if (!is_used[i]) continue;
+    if (all.of(i).empty()) continue;
     const column_key& at = columns_[i];
     std::size_t target = made.columns.size();
     if (at.node >= 0 && !has_odd[i])
-      target = known.try_emplace({at.from, signatures[i]}, target).first->second;
-    column_in[i] = target;
+      target = known.try_emplace({at.from, all.of(i)}, target).first->second;
     if (target == made.columns.size()) {
+      shown_at[i] = target;
       made.columns.push_back({layer_of(at.from), at.from, at.node == own_node ? "its node" : ""});
       nodes.emplace_back();
     }
@@ -538,13 +605,7 @@ dossier_section grid::finish(std::string_view title, dossier_table& into) {
     if (!nodes[i].empty())
       made.columns[i].place =
           nodes[i].size() == 1 ? std::string(nodes[i].front()) : label_of_fold(into, nodes[i]);
-  for (std::size_t row = 0; row < rows.size(); ++row) {
-    if (rows[row].empty()) continue;
-    dossier_row& shown = parts_[row / slots].rows.emplace_back();
-    shown.label = word_for(shown_fields[row % slots]);
-    shown.cells.resize(made.columns.size());
-    for (auto& [column, cell] : rows[row]) shown.cells[column_in[column]] = std::move(cell);
-  }
+  show_cells(shown_at, made.columns.size());
   made.parts = std::move(parts_);
   return made;
 }
@@ -560,7 +621,8 @@ std::string_view short_tool(source from) {
   return name;
 }
 
-dossier_maker::dossier_maker(const judged_run& of) : of_(of) {
+dossier_maker::dossier_maker(const judged_run& of)
+    : of_(of), texts_(std::make_shared<shown_texts>(of.of.texts)) {
   const auto at = [&](const object_ref& one) -> known& {
     return known_[{one.kind, one.bundle, one.name}];
   };
@@ -596,12 +658,13 @@ dossier_table dossier_maker::table_of(const object& bundle) {
     return at == known_.end() ? nullptr : &at->second;
   };
   dossier_table made;
-  grid whole(of);
+  made.texts = texts_;
+  grid whole(of, *texts_);
   whole.add(bundle, known_of(bundle), holes_);
   made.sections.push_back(whole.finish("Bundle", made));
   for (const auto& [kind, title] : {std::pair(object_kind::member, "Members"),
                                     std::pair(object_kind::sub_bundle, "Sub-bundles")}) {
-    grid parts(of);
+    grid parts(of, *texts_);
     bool has_part = false;
     for (const std::size_t index : bundle.parts) {
       const object& part = of.objects[index];

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <deque>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -13,10 +15,28 @@
 
 namespace desk {
 
+// The texts of the run, and behind them those that only a table has: one number for equal ones.
+class shown_texts {
+ public:
+  explicit shown_texts(const text_pool& of) : kept_(of) {}
+  [[nodiscard]] text_id number_of(std::string_view text) {
+    const std::optional<text_id> known = kept_.find(text);
+    return known ? *known : static_cast<text_id>(kept_.size()) + made_.keep(text);
+  }
+  [[nodiscard]] std::string_view text(text_id number) const {
+    return number < kept_.size() ? kept_.text(number)
+                                 : made_.text(number - static_cast<text_id>(kept_.size()));
+  }
+
+ private:
+  const text_pool& kept_;
+  text_pool made_;
+};
+
 // Raw text: "0x1", "missing*", "present (NPU 1) / missing* (NPU 0)"; empty where the tool has no
 // such value. An asterisk stands behind what differs.
 struct dossier_cell {
-  std::string text;
+  std::string_view text;
   bool is_odd = false;
 };
 
@@ -46,8 +66,9 @@ struct dossier_section {
 };
 
 struct dossier_table {
-  std::vector<dossier_section> sections;  // the bundle, its members, its sub-bundles
-  std::vector<source> tools;              // that the columns were read from
+  std::vector<dossier_section> sections;     // the bundle, its members, its sub-bundles
+  std::vector<source> tools;                 // that the columns were read from
+  std::shared_ptr<const shown_texts> texts;  // that only a table has
   // What "3 nodes" stands for.
   std::vector<std::pair<std::string, std::vector<std::string_view>>> folds;
 };
@@ -59,7 +80,7 @@ class dossier_maker {
   explicit dossier_maker(const judged_run& of);
   dossier_maker(const dossier_maker&) = delete;
   dossier_maker& operator=(const dossier_maker&) = delete;
-  // The texts of the table last as long as the run.
+  // The texts of the table last as long as the run and the table.
   [[nodiscard]] dossier_table table_of(const object& bundle);
 
   // What is known of one object besides its cells.
@@ -75,6 +96,7 @@ class dossier_maker {
   std::unordered_map<object_key, known, object_key_hash, object_key_equal> known_;
   std::vector<const coverage*> holes_;
   std::deque<coverage> silent_chips_;
+  std::shared_ptr<shown_texts> texts_;
 };
 
 // "lagport" of "fwd_object_show -t lagport", "lagmgr_agent" of "lagmgr_agent_show".

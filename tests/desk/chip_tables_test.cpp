@@ -273,7 +273,7 @@ std::vector<std::string> chip_rows(const judged_run& of, std::size_t section) {
     std::string line = std::string(row.label) + ":";
     for (std::size_t i = 0; i < at.columns.size(); ++i)
       if (at.columns[i].of == layer::bcm && !row.cells[i].text.empty())
-        line += " " + row.cells[i].text;
+        line += " " + std::string(row.cells[i].text);
     rows.push_back(line);
   }
   return rows;

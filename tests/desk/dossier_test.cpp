@@ -94,7 +94,7 @@ string cell(const dossier_table& of, const string& part, const string& row, cons
         continue;
       for (const auto& one : section.parts)
         for (const auto& line : one.rows)
-          if (one.name == part && line.label == row) return line.cells[i].text;
+          if (one.name == part && line.label == row) return string(line.cells[i].text);
     }
   return "no such cell";
 }
@@ -117,7 +117,8 @@ string shown(const judged_run& of, const string& bundle, std::size_t width = 80)
 }
 
 TEST(dossier, folds_nodes_that_hold_the_same) {
-  const dossier_table made = example(16).table();
+  const example run(16);
+  const dossier_table made = run.table();
   EXPECT_EQ(cell(made, "", "LAG id", "PD lagmgr_agent 16 nodes"), "0x1");
   EXPECT_EQ(cell(made, "", "global LIF", "DPA l2port 16 nodes"), "0x00014000");
   EXPECT_EQ(cell(made, "", "presence", "BCM asic_shell 16 nodes"), "present");
@@ -128,7 +129,8 @@ TEST(dossier, folds_nodes_that_hold_the_same) {
 }
 
 TEST(dossier, shows_a_member_at_its_own_node) {
-  const dossier_table made = example(3).table();
+  const example run(3);
+  const dossier_table made = run.table();
   EXPECT_EQ(made.sections.at(1).parts.at(0).place, "0/0/CPU0 NPU 0 core 1");
   EXPECT_EQ(cell(made, "0/0/0/1", "NPU", "PD lagmgr_agent its node"), "0");
   EXPECT_EQ(cell(made, "0/0/0/1", "MTU", "PI iface "), "9216");

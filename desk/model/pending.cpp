@@ -1,0 +1,206 @@
+#include "desk/model/pending.h"
+
+#include <memory>
+#include <set>
+#include <span>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "desk/model/numbers.h"
+
+namespace desk {
+
+namespace {
+
+constexpr std::uint32_t nowhere = static_cast<std::uint32_t>(-1);
+
+std::uint64_t joined(text_id first, text_id second) {
+  return std::uint64_t{first} << 32U | second;
+}
+
+const cell* handle_of(const object& of) {
+  for (const cell& c : of.cells)
+    if (c.what == field::handle) return &c;
+  return nullptr;
+}
+
+// The members of a bundle, as its chips name them.
+class members_of_chip {
+ public:
+  members_of_chip(const run& of, const object& bundle) : of_(of) {
+    for (const std::size_t part : bundle.parts) {
+      const object& one = of.objects[part];
+      if (one.kind != object_kind::member) continue;
+      for (const cell& c : one.cells)
+        if (c.from == source::agent) add(c, part);
+    }
+  }
+
+  // In the order of the bundle's parts.
+  const std::vector<std::size_t>& named(member_name by, text_id name) {
+    names& known = by == member_name::id ? ids_ : ports_;
+    if (known.next >= known.all.size()) known.next = 0;
+    if (known.next == known.all.size() || known.all[known.next].first != name)
+      known.next = place_of(known, by, name);
+    return known.all[known.next++].second;
+  }
+
+ private:
+  // All chips name the members in the same order, so the next one is behind the last one.
+  struct names {
+    std::vector<std::pair<text_id, std::vector<std::size_t>>> all;
+    std::unordered_map<text_id, std::size_t> at;
+    std::size_t next = 0;
+  };
+
+  void add(const cell& c, std::size_t member) {
+    if (c.what == field::member_id) {
+      std::vector<std::size_t>& same = ids_.all[place_in(ids_, c.value)].second;
+      // A member of several nodes follows itself.
+      if (same.empty() || same.back() != member) same.push_back(member);
+    }
+    if (c.what != field::system_port) return;
+    const std::string_view end = significant_end(of_.texts.text(c.value));
+    if (end.empty()) return;
+    ends_[end].push_back(member);
+    lengths_.insert(end.size());
+  }
+  static std::size_t place_in(names& known, text_id name) {
+    const auto [at, is_new] = known.at.try_emplace(name, known.all.size());
+    if (is_new) known.all.emplace_back(name, std::vector<std::size_t>());
+    return at->second;
+  }
+  std::size_t place_of(names& known, member_name by, text_id name) const {
+    const std::size_t count = known.all.size();
+    const std::size_t place = place_in(known, name);
+    if (place == count && by == member_name::system_port)
+      known.all[place].second = ending(of_.texts.text(name));
+    return place;
+  }
+  std::vector<std::size_t> ending(std::string_view port) const {
+    std::set<std::size_t> found;
+    for (const std::size_t length : lengths_) {
+      if (length > port.size()) break;
+      const auto at = ends_.find(port.substr(port.size() - length));
+      if (at != ends_.end()) found.insert(at->second.begin(), at->second.end());
+    }
+    return {found.begin(), found.end()};
+  }
+
+  const run& of_;
+  names ids_;
+  names ports_;
+  std::unordered_map<std::string_view, std::vector<std::size_t>> ends_;
+  std::set<std::size_t> lengths_;
+};
+
+}  // namespace
+
+// What has a LAG id: a LAG of a chip is of all of them, a member only of those with members.
+class lag_holders {
+ public:
+  explicit lag_holders(const run& of) : at_(of.texts.size()) {
+    for (const auto& [lag, holders] : of.lag_ids) {
+      at_[lag] = {static_cast<std::uint32_t>(all_.size()),
+                  static_cast<std::uint32_t>(holders.size())};
+      for (const std::size_t one : holders) {
+        all_.push_back(static_cast<std::uint32_t>(one));
+        if (!of.objects[one].parts.empty())
+          with_members_[lag].push_back(std::make_unique<members_of_chip>(of, of.objects[one]));
+      }
+    }
+  }
+  [[nodiscard]] std::span<const std::uint32_t> of(text_id lag) const {
+    return std::span(all_).subspan(at_[lag].first, at_[lag].second);
+  }
+  [[nodiscard]] std::span<const std::unique_ptr<members_of_chip>> with_members(text_id lag) const {
+    const auto at = with_members_.find(lag);
+    return at == with_members_.end() ? std::span<const std::unique_ptr<members_of_chip>>()
+                                     : std::span(at->second);
+  }
+
+ private:
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> at_;  // by LAG id: where in `all_`, how many
+  std::vector<std::uint32_t> all_;
+  std::unordered_map<text_id, std::vector<std::unique_ptr<members_of_chip>>> with_members_;
+};
+
+void pending_values::add_lag_member(text_id lag, std::int16_t node, std::int16_t npu,
+                                    member_name by, text_id name) {
+  const auto is_of = [&](const chip_lag& one) {
+    return one.lag == lag && one.node == node && one.npu == npu &&
+           (one.members == 0 || one.by == by);
+  };
+  if (lags_.empty() || !is_of(lags_.back())) lags_.push_back({lag, node, npu, 0, by, false});
+  lags_.back().by = by;
+  ++lags_.back().members;
+  names_.push_back(name);
+}
+
+// From handles to the numbers of objects; members by the handle of their bundle and their own.
+void pending_values::find_objects(const run& of) {
+  std::vector<std::uint32_t> objects(of.texts.size(), nowhere);
+  std::unordered_map<std::uint64_t, std::uint32_t> members;
+  for (std::uint32_t i = 0; i < of.objects.size(); ++i) {
+    const cell* handle = handle_of(of.objects[i]);
+    if (handle == nullptr) continue;
+    if (of.objects[i].kind != object_kind::member) {
+      if (objects[handle->value] == nowhere) objects[handle->value] = i;
+    } else if (const cell* bundle = handle_of(of.objects[of.objects[i].bundle])) {
+      members.try_emplace(joined(bundle->value, handle->value), i);
+    }
+  }
+  for (value& one : by_handle_) {
+    if (one.member == no_text) {
+      one.key = objects[one.key];
+      continue;
+    }
+    const auto at = members.find(joined(one.key, one.member));
+    one.key = at == members.end() ? nowhere : at->second;
+  }
+}
+
+template <class Take>
+void pending_values::for_each_in_chips(const lag_holders& holders, text_id present,
+                                       Take take) const {
+  auto name = names_.begin();
+  cell made = {field::presence, source::chip_lag, no_place, no_place, present};
+  for (const chip_lag& lag : lags_) {
+    const auto end = name + lag.members;
+    if (made.node != lag.node) made.node = lag.node;  // most are of the chip of the last one
+    if (made.npu != lag.npu) made.npu = lag.npu;
+    if (lag.is_entry)
+      for (const std::uint32_t holder : holders.of(lag.lag)) take(holder, made);
+    if (lag.members == 0) continue;
+    const auto bundles = holders.with_members(lag.lag);
+    if (bundles.empty()) name = end;
+    for (; name != end; ++name)
+      for (const auto& bundle : bundles)
+        for (const std::size_t member : bundle->named(lag.by, *name)) take(member, made);
+  }
+}
+
+// Values of one object are far from each other, and each of its own value's place is found once.
+void pending_values::attach(run& into, text_id present) {
+  find_objects(into);
+  const lag_holders holders(into);
+  const auto for_each = [&](auto take) {
+    for (const value& one : by_handle_)
+      if (one.key != nowhere) take(one.key, one.of);
+    for_each_in_chips(holders, present, take);
+  };
+  std::vector<std::uint32_t> counts(into.objects.size());
+  for_each([&](std::size_t object, const cell&) { ++counts[object]; });
+  std::vector<cell*> next(into.objects.size());
+  for (std::size_t i = 0; i < counts.size(); ++i) {
+    std::vector<cell>& cells = into.objects[i].cells;
+    const std::size_t had = cells.size();
+    cells.resize(had + counts[i]);
+    next[i] = cells.data() + had;
+  }
+  for_each([&](std::size_t object, const cell& of) { *next[object]++ = of; });
+}
+
+}  // namespace desk

@@ -1,0 +1,75 @@
+// What the snapshot says of objects that are known only once all of it has been read: the
+// forwarding layer knows handles, the chips LAG ids, neither knows names.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+
+#include "desk/model/run.h"
+
+namespace desk {
+
+// How a chip names a member of a LAG: an older one by its id in the LAG, Jericho2 by the global
+// port, which ends with the system port.
+enum class member_name : std::uint8_t { id, system_port };
+
+class lag_holders;
+
+// The largest router gives one and a half million, so each takes few bytes. Not for two threads.
+class pending_values {
+ public:
+  // Of the bundle or sub-bundle with this handle.
+  void add(text_id handle, field what, source from, std::int16_t node, std::int16_t npu,
+           text_id text) {
+    add_of_member(handle, no_text, what, from, node, npu, text);
+  }
+  // Of the member with its own handle, in the bundle with this one.
+  void add_of_member(text_id handle, text_id member, field what, source from, std::int16_t node,
+                     std::int16_t npu, text_id text) {
+    value& made = by_handle_.emplace_back();
+    made.key = handle;
+    made.member = member;
+    made.of = {what, from, node, npu, text};
+  }
+  // A chip has this LAG.
+  void add_lag(text_id lag, std::int16_t node, std::int16_t npu) {
+    lags_.push_back({lag, node, npu, 0, member_name::id, true});
+  }
+  // This LAG of a chip has a member of that name.
+  void add_lag_member(text_id lag, std::int16_t node, std::int16_t npu, member_name by,
+                      text_id name);
+
+  // Gives each value to all objects that it is of, in the order in which they came, those with a
+  // handle first; what is of none is dropped. A LAG or a member in a chip becomes the value
+  // `present`.
+  void attach(run& into, text_id present);
+
+ private:
+  static constexpr text_id no_text = static_cast<text_id>(-1);
+
+  struct value {
+    text_id key = 0;           // a handle; the number of the object once that is found
+    text_id member = no_text;  // its handle; `no_text`: the value is not of a member
+    cell of;
+  };
+  struct chip_lag {
+    text_id lag;
+    std::int16_t node;
+    std::int16_t npu;
+    std::uint32_t members;  // so many of the next names are of its members
+    member_name by;
+    bool is_entry;  // the LAG itself, not only members of it
+  };
+
+  void find_objects(const run& of);
+  template <class Take>
+  void for_each_in_chips(const lag_holders& holders, text_id present, Take take) const;
+
+  // Neither moves when it grows.
+  std::deque<value> by_handle_;
+  std::deque<chip_lag> lags_;
+  std::deque<text_id> names_;
+};
+
+}  // namespace desk
