@@ -25,8 +25,8 @@ constexpr std::size_t most_notes = 10'000;
 
 // Compares with a literal as with one number; a million keys are compared with a few words each.
 template <std::size_t Size>
-bool is(std::string_view text, const char (&word)[Size]) {
-  return text.size() == Size - 1 && std::memcmp(text.data(), word, Size - 1) == 0;
+[[gnu::always_inline]] inline bool is(std::string_view text, const char (&word)[Size]) {
+  return same_text(text, std::string_view(word, Size - 1));
 }
 
 // The record of a member is a copy of its port object, until the bundle manager is asked for the
@@ -51,10 +51,6 @@ struct last_object {
   std::string bundle;
   std::string name;
   std::size_t index = 0;
-};
-struct last_number {
-  std::string text;
-  std::int16_t number = no_place;
 };
 struct last_table {
   std::tuple<source, std::int16_t, std::int16_t> key{};
@@ -99,28 +95,23 @@ struct intake {
 
   // The same for the key of an entry, which comes again with each of its fields.
   text_id keep_key(std::string_view text, source from) {
-    if (!same_text(text, last_key)) {
-      last_key = text;
-      last_id = keep_value(text, from, field::none);
-    }
+    if (!same_text(text, into.texts.text(last_id))) last_id = keep_value(text, from, field::none);
     return last_id;
   }
   bool has_too_many_nodes = false;
   std::size_t notes_left_out = 0;
-  std::string last_key{};
   text_id last_id = keep("");
   text_id present = keep("present");
-  last_number last_node{};
-  last_number last_npu{};
+  std::int16_t last_node = no_place;
   last_object last_bundle{};
   last_object last_part{};
   last_table last_count{};
 
   std::int16_t node_of(std::string_view name) {
-    if (last_node.number != no_place && same_text(name, last_node.text)) return last_node.number;
-    const std::int16_t index = new_node_of(name);
-    last_node = {std::string(name), index};
-    return index;
+    if (last_node == no_place ||
+        !same_text(name, into.nodes[static_cast<std::size_t>(last_node)].name))
+      last_node = new_node_of(name);
+    return last_node;
   }
   std::int16_t new_node_of(std::string_view name) {
     const auto at = nodes.find(name);
@@ -136,8 +127,8 @@ struct intake {
     return index;
   }
   std::int16_t npu_of(std::string_view text) {
-    if (!same_text(text, last_npu.text)) last_npu = {std::string(text), npu_in(text)};
-    return last_npu.number;
+    const bool is_digit = text.size() == 1 && text.front() >= '0' && text.front() <= '9';
+    return is_digit ? static_cast<std::int16_t>(text.front() - '0') : npu_in(text);
   }
   std::size_t object_at(object_kind kind, std::string_view bundle, std::string_view name) {
     last_object& last = kind == object_kind::bundle ? last_bundle : last_part;

@@ -1,6 +1,7 @@
 // Texts that are kept once, however often they come.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -13,25 +14,27 @@ namespace desk {
 
 using text_id = std::uint32_t;
 
+// Whether the first and the last `Word` of two texts of this size are equal.
+template <class Word>
+[[nodiscard, gnu::always_inline]] inline bool same_ends(const char* a, const char* b,
+                                                        std::size_t size) {
+  std::array<Word, 4> ends{};
+  std::memcpy(&ends[0], a, sizeof(Word));
+  std::memcpy(&ends[1], b, sizeof(Word));
+  std::memcpy(&ends[2], a + size - sizeof(Word), sizeof(Word));
+  std::memcpy(&ends[3], b + size - sizeof(Word), sizeof(Word));
+  return ((ends[0] ^ ends[1]) | (ends[2] ^ ends[3])) == 0;
+}
+
 // Whether two texts are equal; for those of up to 16 bytes without a call.
-[[nodiscard]] inline bool same_text(std::string_view a, std::string_view b) {
+[[nodiscard, gnu::always_inline]] inline bool same_text(std::string_view a, std::string_view b) {
   const std::size_t size = a.size();
   if (size != b.size()) return false;
-  const auto differ = [&]<class Word>(Word first, Word last) {
-    Word other_first = 0;
-    Word other_last = 0;
-    std::memcpy(&first, a.data(), sizeof first);
-    std::memcpy(&last, a.data() + size - sizeof last, sizeof last);
-    std::memcpy(&other_first, b.data(), sizeof first);
-    std::memcpy(&other_last, b.data() + size - sizeof last, sizeof last);
-    return ((first ^ other_first) | (last ^ other_last)) != 0;
-  };
   if (size > 2 * sizeof(std::uint64_t)) return a == b;
-  if (size >= sizeof(std::uint64_t)) return !differ(std::uint64_t{}, std::uint64_t{});
-  if (size >= sizeof(std::uint32_t)) return !differ(std::uint32_t{}, std::uint32_t{});
-  for (std::size_t i = 0; i < size; ++i)
-    if (a[i] != b[i]) return false;
-  return true;
+  if (size >= sizeof(std::uint64_t)) return same_ends<std::uint64_t>(a.data(), b.data(), size);
+  if (size >= sizeof(std::uint32_t)) return same_ends<std::uint32_t>(a.data(), b.data(), size);
+  if (size >= sizeof(std::uint16_t)) return same_ends<std::uint16_t>(a.data(), b.data(), size);
+  return size == 0 || a.front() == b.front();
 }
 
 // Numbers the texts from 0, in the order in which each came first. Not for two threads.

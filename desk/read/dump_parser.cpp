@@ -16,26 +16,32 @@ namespace {
 // A tool's whole output may be one text. What is longer comes from nothing that the audit reads.
 constexpr std::size_t longest_value = std::size_t{32} << 20U;
 
-constexpr std::uint64_t ones = 0x0101010101010101U;
-constexpr std::uint64_t high = 0x80 * ones;
+// Sixteen bytes that are looked at in one step; each machine that this runs on can. They are read
+// where fewer may be left: a buffer has some behind its end.
+using some_bytes = signed char __attribute__((vector_size(16)));
 
-std::uint64_t eight_bytes(const char* from) {
-  std::uint64_t bytes = 0;
+some_bytes bytes_at(const char* from) {
+  some_bytes bytes{};
   std::memcpy(&bytes, from, sizeof bytes);
   return bytes;
 }
 
-// Not 0 if a byte is a quote, a backslash, a control character or no ASCII; then the lowest bit is
-// in the first such byte.
-std::uint64_t odd_bytes_in(std::uint64_t bytes) {
-  const std::uint64_t quote = bytes ^ ones * '"';
-  const std::uint64_t backslash = bytes ^ ones * '\\';
-  const std::uint64_t control = bytes - 0x20 * ones;
-  return ((quote - ones) | (backslash - ones) | control | bytes) & high;
+constexpr some_bytes each_is(signed char c) {
+  return some_bytes{c, c, c, c, c, c, c, c, c, c, c, c, c, c, c, c};
 }
 
-std::size_t first_marked(std::uint64_t bits) {
-  return static_cast<std::size_t>(std::countr_zero(bits)) / 8;
+// How many stand before the first byte that is marked with ones.
+std::size_t before_marked(some_bytes marks) {
+  std::array<std::uint64_t, 2> halves{};
+  std::memcpy(halves.data(), &marks, sizeof marks);
+  if (halves[0] != 0) return static_cast<std::size_t>(std::countr_zero(halves[0])) / 8;
+  if (halves[1] != 0) return 8 + static_cast<std::size_t>(std::countr_zero(halves[1])) / 8;
+  return sizeof marks;
+}
+
+// Marks quotes, backslashes, control characters and what is no ASCII, which is below zero.
+some_bytes odd_of(some_bytes bytes) {
+  return (bytes == each_is('"')) | (bytes == each_is('\\')) | (bytes < each_is(' '));
 }
 
 bool is_blank(char c) {
@@ -129,31 +135,24 @@ inline int dump_parser::take() {
 
 // Over the blanks that indent a line.
 inline void dump_parser::skip_blanks() {
-  constexpr std::uint64_t blanks = ones * ' ';
-  while (at_ < end_) {
-    const std::uint64_t other = eight_bytes(at_) ^ blanks;
-    if (other == 0) {
-      at_ += sizeof other;
-      continue;
-    }
-    at_ += first_marked(other);
-    break;
+  const char* at = at_;
+  std::size_t blanks = sizeof(some_bytes);
+  while (at < end_ && blanks == sizeof(some_bytes)) {
+    blanks = before_marked(bytes_at(at) != each_is(' '));
+    at += blanks;
   }
-  at_ = std::min(at_, end_);
+  at_ = std::min(at, end_);
 }
 
 // Over the bytes of a text that stand for themselves.
 inline void dump_parser::skip_plain() {
-  while (at_ < end_) {
-    const std::uint64_t odd = odd_bytes_in(eight_bytes(at_));
-    if (odd == 0) {
-      at_ += sizeof odd;
-      continue;
-    }
-    at_ += first_marked(odd);
-    break;
+  const char* at = at_;
+  std::size_t plain = sizeof(some_bytes);
+  while (at < end_ && plain == sizeof(some_bytes)) {
+    plain = before_marked(odd_of(bytes_at(at)));
+    at += plain;
   }
-  at_ = std::min(at_, end_);
+  at_ = std::min(at, end_);
 }
 
 // Takes the first byte behind the white space; 0 at the end of the file.
@@ -161,8 +160,11 @@ inline char dump_parser::next_token() {
   do {
     while (at_ != end_) {
       const char byte = *at_++;
-      if (byte > ' ' || !is_blank(byte)) return byte;
-      if (byte == '\n') skip_blanks();
+      if (byte > ' ') return byte;
+      if (byte == '\n')
+        skip_blanks();
+      else if (!is_blank(byte))
+        return byte;
     }
   } while (fill());
   return 0;
@@ -313,6 +315,18 @@ bool dump_parser::read_number(char first) {
   return false;
 }
 
+// Most numbers are a few digits. False, and nothing is read, if more belongs to this one or could.
+inline bool dump_parser::read_digits_at_hand(char first, std::string_view& text) {
+  if (first == '-') return false;
+  const char* const end = std::find_if_not(at_, end_, is_digit);
+  constexpr std::ptrdiff_t surely_finite = 300;
+  const bool is_whole = end != end_ && *end != '.' && *end != 'e' && *end != 'E';
+  if (!is_whole || (first == '0' && end != at_) || end - at_ > surely_finite) return false;
+  text = {at_ - 1, static_cast<std::size_t>(end - at_) + 1};
+  at_ = end;
+  return true;
+}
+
 bool dump_parser::read_literal(std::string_view rest) {
   return std::all_of(rest.begin(), rest.end(), [this](char c) { return take() == c; });
 }
@@ -377,7 +391,7 @@ inline bool dump_parser::read_value(char first) {
       break;
   }
   if (first != '-' && !is_digit(first)) return refuse(first);
-  return read_number(first) && give(text_);
+  return read_digits_at_hand(first, text) ? give(text) : read_number(first) && give(text_);
 }
 
 inline bool dump_parser::read_key() {

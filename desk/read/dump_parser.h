@@ -1,7 +1,7 @@
 // Follows one dump and hands on each value with the keys that lead to it.
 //
 // A dump is JSON and mostly plain: the largest has five million short texts, and the report reads
-// all of them each time. So a text without escapes is never copied, keys neither, and eight bytes
+// all of them each time. So a text without escapes is never copied, keys neither, and sixteen bytes
 // are looked at in one step.
 #pragma once
 
@@ -51,6 +51,7 @@ class dump_parser {
   int take_hex();
   std::string_view take_character();
   bool read_number(char first);
+  bool read_digits_at_hand(char first, std::string_view& text);
   bool read_digits();
   bool read_fraction();
   bool read_exponent();

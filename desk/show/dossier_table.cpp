@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <bitset>
 #include <cstdint>
 #include <map>
 #include <numeric>
+#include <optional>
 #include <tuple>
 #include <utility>
 
@@ -80,7 +82,7 @@ npu_set set_of(std::int16_t npu) {
   return npu >= 0 && npu < 64 ? npu_set{1} << static_cast<unsigned>(npu) : npu_set{0};
 }
 
-// Of the object at hand. A page of the largest router is made of a million.
+// Of the object at hand.
 struct value {
   npu_set npus = 0;  // empty: the node as a whole
   text_id text = 0;
@@ -91,11 +93,19 @@ struct value {
   bool is_judged = false;  // the judge compared it
 };
 
-// What is shown of the values of one slot and column.
+// Nodes that follow each other in the run; one of them for the router or a member's own node.
+struct nodes_of_source {
+  source from = source::none;
+  node_id first = whole_router;
+  node_id last = whole_router;
+  bool operator==(const nodes_of_source&) const = default;
+};
+
+// What is shown of a slot where all these nodes hold the same.
 struct made_cell {
   std::uint32_t row = 0;  // the part's number times the slots, and the slot
-  std::uint32_t column = 0;
   text_id text = 0;
+  nodes_of_source at;
   bool is_odd = false;
 };
 
@@ -137,19 +147,12 @@ constexpr std::array expected_fields = std::to_array<expected_field>({
     {object_kind::sub_bundle, field::presence, source::chip_lag},
 });
 
-// By column the rows where it has a text, each with that text's number.
-struct contents_of_columns {
-  std::u32string numbers;
-  std::vector<std::size_t> first;  // where each column begins
-  [[nodiscard]] std::u32string_view of(std::size_t column) const {
-    return std::u32string_view(numbers).substr(first[column], first[column + 1] - first[column]);
-  }
-};
-
 struct remark {
   bool is_odd = false;
   bool is_judged = false;
 };
+
+class column_set;
 
 class grid {
  public:
@@ -161,7 +164,7 @@ class grid {
 
   void add(const object& one, const dossier_maker::known* known,
            const std::vector<const coverage*>& holes) {
-    values_.clear();
+    const std::size_t first_cell = cells_.size();
     const auto place = of_.places.find(static_cast<std::size_t>(&one - of_.objects.data()));
     const bool has_place = one.kind == object_kind::member && place != of_.places.end() &&
                            place->second.node != no_place;
@@ -169,14 +172,25 @@ class grid {
     parts_.push_back({one.kind == object_kind::bundle ? std::string() : one.name,
                       has_place ? words_for(place->second) : std::string(),
                       {}});
-    add_cells(one, known);
-    if (has_place && place->second.mtu)
-      put(field::mtu, source::l1port, own_, no_place, *place->second.mtu);
-    if (known != nullptr) add_differences(*known);
-    for (const coverage* hole : holes) add_hole(one.kind, *hole);
-    if (known != nullptr)
-      for (const finding* each : known->findings) mark(*each);
+    const std::optional<text_id> mtu = has_place ? place->second.mtu : std::nullopt;
+    values_.clear();
+    if (known == nullptr && holes.empty() && chip_cells_of(one).empty()) {
+      add_runs(one, mtu);
+    } else {
+      add_cells(one, known);
+      if (mtu) put(field::mtu, source::l1port, own_, no_place, *mtu);
+      if (known != nullptr) add_differences(*known);
+      for (const coverage* hole : holes) add_hole(one.kind, *hole);
+      if (known != nullptr)
+        for (const finding* each : known->findings) mark(*each);
+    }
     make_cells();
+    // So that columns which hold the same have it in the same order.
+    std::sort(cells_.begin() + static_cast<std::ptrdiff_t>(first_cell), cells_.end(),
+              [](const made_cell& a, const made_cell& b) {
+                return std::tie(a.row, a.at.from, a.at.first) <
+                       std::tie(b.row, b.at.from, b.at.first);
+              });
   }
 
   // Ends the grid.
@@ -250,9 +264,68 @@ class grid {
     made.is_odd = with.is_odd;
     made.is_judged = with.is_judged;
   }
-  static bool is_next_npu(const cell& last, const cell& next) {
-    return last.what == next.what && last.from == next.from && last.node == next.node &&
-           last.value == next.value && set_of(last.npu) != 0 && set_of(next.npu) != 0;
+
+  [[nodiscard]] const std::vector<cell>& chip_cells_of(const object& one) const {
+    static const std::vector<cell> none;
+    const auto at = of_.chip_cells.find(static_cast<std::size_t>(&one - of_.objects.data()));
+    return at == of_.chip_cells.end() ? none : at->second;
+  }
+
+  // Of an object of which nothing but its cells is known. On the largest router these are a
+  // million, most of them the same on all nodes, one after the other. Fields of which a node holds
+  // two values, or the nodes are in another order, become values one by one.
+  void add_runs(const object& one, std::optional<text_id> mtu) {
+    const std::size_t first_cell = cells_.size();
+    open_runs_.fill(0);
+    std::bitset<slots> odd;
+    const auto for_each = [&](auto take) {
+      for (const cell& c : one.cells)
+        if (slot_of(c.what) < slots) take(c);
+      if (mtu) take({field::mtu, source::l1port, static_cast<std::int16_t>(own_), no_place, *mtu});
+    };
+    const cell* last = nullptr;
+    for_each([&](const cell& c) {
+      const bool is_next_npu = last != nullptr && last->what == c.what && last->from == c.from &&
+                               last->node == c.node && last->value == c.value;
+      if (!is_next_npu && !add_to_run(c.what, c.from, c.node, word_for_value(c)))
+        odd.set(slot_of(c.what));
+      last = &c;
+    });
+    if (odd.none()) return;
+    const auto from = cells_.begin() + static_cast<std::ptrdiff_t>(first_cell);
+    cells_.erase(
+        std::remove_if(from, cells_.end(), [&](const made_cell& c) { return odd[c.row % slots]; }),
+        cells_.end());
+    for_each([&](const cell& c) {
+      if (odd[slot_of(c.what)]) put(c.what, c.from, c.node, c.npu, word_for_value(c));
+    });
+  }
+  // False if that does not continue or begin a run.
+  bool add_to_run(field what, source from, node_id node, text_id text) {
+    const source column = column_source(from);
+    const node_id place = place_of(what, from, node);
+    const std::size_t own = place == own_node ? 1 : 0;
+    std::uint32_t& open =
+        open_runs_[(slot_of(what) * sources + static_cast<std::size_t>(column)) * 2 + own];
+    if (open != 0) {
+      nodes_of_source& at = cells_[open - 1].at;
+      const bool is_next = place == at.last || (at.last >= 0 && place == at.last + 1);
+      if (is_next && cells_[open - 1].text == text) {
+        at.last = place;
+        return true;
+      }
+      if (place <= at.last) return false;
+    }
+    made_cell& made = cells_.emplace_back();
+    made.row = row_of(slot_of(what));
+    made.text = text;
+    made.at = {column, place, place};
+    open = static_cast<std::uint32_t>(cells_.size());
+    return true;
+  }
+  // Of the part at hand.
+  [[nodiscard]] std::uint32_t row_of(std::size_t slot) const {
+    return static_cast<std::uint32_t>((parts_.size() - 1) * slots + slot);
   }
 
   void add_cells(const object& one, const dossier_maker::known* known) {
@@ -260,20 +333,11 @@ class grid {
     if (known != nullptr)
       for (const difference* each : known->differences)
         is_judged[static_cast<std::size_t>(each->what)] = each->what != field::presence;
-    static const std::vector<cell> none;
-    const auto at = of_.chip_cells.find(static_cast<std::size_t>(&one - of_.objects.data()));
-    const std::vector<cell>& chip_cells = at == of_.chip_cells.end() ? none : at->second;
-    const cell* last = nullptr;
-    for (const cell& c : one.cells) {
-      if (is_judged[static_cast<std::size_t>(c.what)] || slot_of(c.what) >= slots ||
-          has_newer(chip_cells, c))
-        continue;
-      if (last != nullptr && is_next_npu(*last, c))
-        values_.back().npus |= set_of(c.npu);
-      else
+    const std::vector<cell>& chip_cells = chip_cells_of(one);
+    for (const cell& c : one.cells)
+      if (!is_judged[static_cast<std::size_t>(c.what)] && slot_of(c.what) < slots &&
+          !has_newer(chip_cells, c))
         put(c.what, c.from, c.node, c.npu, word_for_value(c));
-      last = &c;
-    }
     for (const cell& c : chip_cells) put(c.what, c.from, c.node, c.npu, c.value);
   }
 
@@ -333,10 +397,8 @@ class grid {
   void make_cells();
   void add_cell(std::uint32_t first);
   [[nodiscard]] bool is_same(const value& a, const value& b) const;
-  [[nodiscard]] std::vector<std::size_t> sorted_columns() const;
-  [[nodiscard]] contents_of_columns contents() const;
-  void show_cells(const std::vector<std::size_t>& shown_at, std::size_t width);
-
+  void show_cells(const column_set& columns, const std::vector<std::size_t>& shown_at,
+                  std::size_t width);
   const run& of_;
   shown_texts& texts_;
   text_id missing_ = texts_.number_of(word_missing);
@@ -351,7 +413,8 @@ class grid {
   std::vector<value> values_;               // of the object at hand
   std::vector<std::uint32_t> first_value_;  // by column and slot: its number and 1
   std::vector<dossier_part> parts_;
-  std::vector<made_cell> cells_;  // of all parts so far
+  std::vector<made_cell> cells_;                                // of all parts so far
+  std::array<std::uint32_t, slots * sources * 2> open_runs_{};  // the number of a cell and 1
 };
 
 // ---- Findings -----------------------------------------------------------------------------------
@@ -477,9 +540,10 @@ std::string words_for_npus(npu_set npus) {
 void grid::add_cell(std::uint32_t first) {
   const value& alone = values_[first - 1];
   made_cell& made = cells_.emplace_back();
-  made.row = static_cast<std::uint32_t>((parts_.size() - 1) * slots + alone.slot);
-  made.column = alone.column;
+  const column_key& column = columns_[alone.column];
+  made.row = row_of(alone.slot);
   made.text = alone.text;
+  made.at = {column.from, column.node, column.node};
   if (alone.next == 0 && !alone.is_odd) return;
   std::vector<value> shown;
   for (std::uint32_t at = first; at != 0; at = values_[at - 1].next) {
@@ -515,18 +579,85 @@ void grid::make_cells() {
     if (const std::uint32_t first = std::exchange(first_at(one), 0); first != 0) add_cell(first);
 }
 
-// From the top layer down, the router before its nodes, a member's own node before the others.
-std::vector<std::size_t> grid::sorted_columns() const {
-  std::vector<std::size_t> order(columns_.size());
-  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
-  const auto key = [&](std::size_t i) {
-    const column_key& at = columns_[i];
-    return std::tuple(layer_of(at.from), at.from, at.node);
-  };
-  std::sort(order.begin(), order.end(),
-            [&](std::size_t a, std::size_t b) { return key(a) < key(b); });
-  return order;
-}
+// ---- Columns ------------------------------------------------------------------------------------
+
+// The nodes of each source, parted where a cell of any row begins or ends.
+class column_set {
+ public:
+  explicit column_set(const std::vector<made_cell>& cells) {
+    std::array<std::vector<node_id>, sources> bounds;
+    for (const made_cell& one : cells) {
+      std::vector<node_id>& of_source = bounds[static_cast<std::size_t>(one.at.from)];
+      if (of_source.size() > 1 && of_source.back() == one.at.last + 1 &&
+          of_source[of_source.size() - 2] == one.at.first)
+        continue;
+      of_source.push_back(one.at.first);
+      of_source.push_back(one.at.last + 1);
+    }
+    for (std::size_t i = 0; i < sources; ++i) {
+      std::vector<node_id>& of_source = bounds[i];
+      std::sort(of_source.begin(), of_source.end());
+      of_source.erase(std::unique(of_source.begin(), of_source.end()), of_source.end());
+      first_[i] = columns_.size();
+      for (std::size_t k = 0; k + 1 < of_source.size(); ++k)
+        columns_.push_back({static_cast<source>(i), of_source[k], of_source[k + 1] - 1});
+    }
+  }
+
+  [[nodiscard]] std::size_t size() const { return columns_.size(); }
+  [[nodiscard]] const nodes_of_source& operator[](std::size_t column) const {
+    return columns_[column];
+  }
+  // Calls `take` with each column that the cell is of.
+  template <class Take>
+  void for_each_of(const made_cell& one, Take take) const {
+    std::size_t column = first_[static_cast<std::size_t>(one.at.from)];
+    while (columns_[column].last < one.at.first) ++column;
+    for (; column != columns_.size() && columns_[column].from == one.at.from &&
+           columns_[column].last <= one.at.last;
+         ++column)
+      take(column);
+  }
+  // From the top layer down, the router before its nodes, a member's own node before the others.
+  [[nodiscard]] std::vector<std::size_t> sorted() const {
+    std::vector<std::size_t> order(columns_.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+      return layer_of(columns_[a].from) < layer_of(columns_[b].from);
+    });
+    return order;
+  }
+
+ private:
+  std::vector<nodes_of_source> columns_;      // by source and node
+  std::array<std::size_t, sources> first_{};  // of each source
+};
+
+// By column the rows where it has a text, each with that text's number.
+class contents_of_columns {
+ public:
+  contents_of_columns(const std::vector<made_cell>& cells, const column_set& columns)
+      : first_(columns.size() + 1) {
+    for (const made_cell& one : cells)
+      columns.for_each_of(one, [&](std::size_t column) { first_[column + 1] += 2; });
+    std::partial_sum(first_.begin(), first_.end(), first_.begin());
+    numbers_.resize(first_.back());
+    std::vector<std::size_t> next = first_;
+    for (const made_cell& one : cells)
+      columns.for_each_of(one, [&](std::size_t column) {
+        numbers_[next[column]++] = static_cast<char32_t>(one.row);
+        numbers_[next[column]++] = static_cast<char32_t>(one.text);
+      });
+  }
+  [[nodiscard]] std::u32string_view operator[](std::size_t column) const {
+    return std::u32string_view(numbers_).substr(first_[column],
+                                                first_[column + 1] - first_[column]);
+  }
+
+ private:
+  std::u32string numbers_;
+  std::vector<std::size_t> first_;  // where each column begins
+};
 
 // "3 nodes"; other three nodes are "3 nodes (2)".
 std::string label_of_fold(dossier_table& into, const std::vector<std::string_view>& nodes) {
@@ -541,22 +672,9 @@ std::string label_of_fold(dossier_table& into, const std::vector<std::string_vie
   return label;
 }
 
-contents_of_columns grid::contents() const {
-  contents_of_columns made;
-  made.first.resize(columns_.size() + 1);
-  for (const made_cell& one : cells_) made.first[one.column + 1] += 2;
-  std::partial_sum(made.first.begin(), made.first.end(), made.first.begin());
-  made.numbers.resize(made.first.back());
-  std::vector<std::size_t> next = made.first;
-  for (const made_cell& one : cells_) {
-    made.numbers[next[one.column]++] = static_cast<char32_t>(one.row);
-    made.numbers[next[one.column]++] = static_cast<char32_t>(one.text);
-  }
-  return made;
-}
-
 // `shown_at` says for each column where it stands in a row of `width` cells, or behind them.
-void grid::show_cells(const std::vector<std::size_t>& shown_at, std::size_t width) {
+void grid::show_cells(const column_set& columns, const std::vector<std::size_t>& shown_at,
+                      std::size_t width) {
   std::vector<dossier_row*> rows(parts_.size() * slots);
   std::vector<bool> has_cell(rows.size());
   for (const made_cell& one : cells_) has_cell[one.row] = true;
@@ -572,32 +690,36 @@ void grid::show_cells(const std::vector<std::size_t>& shown_at, std::size_t widt
     }
   }
   for (const made_cell& one : cells_)
-    if (shown_at[one.column] < width)
-      rows[one.row]->cells[shown_at[one.column]] = {texts_.text(one.text), one.is_odd};
+    columns.for_each_of(one, [&](std::size_t column) {
+      if (shown_at[column] < width)
+        rows[one.row]->cells[shown_at[column]] = {texts_.text(one.text), one.is_odd};
+    });
 }
 
 dossier_section grid::finish(std::string_view title, dossier_table& into) {
-  const contents_of_columns all = contents();
-  std::vector<bool> has_odd(columns_.size());
+  const column_set columns(cells_);
+  const contents_of_columns contents(cells_, columns);
+  std::vector<bool> has_odd(columns.size());
   for (const made_cell& one : cells_)
-    if (one.is_odd) has_odd[one.column] = true;
+    if (one.is_odd) columns.for_each_of(one, [&](std::size_t column) { has_odd[column] = true; });
   dossier_section made{title, {}, {}};
   constexpr auto not_shown = static_cast<std::size_t>(-1);
-  std::vector<std::size_t> shown_at(columns_.size(), not_shown);
+  std::vector<std::size_t> shown_at(columns.size(), not_shown);
   std::vector<std::vector<std::string_view>> nodes;
   std::map<std::pair<source, std::u32string_view>, std::size_t> known;
-  for (const std::size_t i : sorted_columns()) {
-    if (all.of(i).empty()) continue;
-    const column_key& at = columns_[i];
+  for (const std::size_t i : columns.sorted()) {
+    if (contents[i].empty()) continue;
+    const nodes_of_source& at = columns[i];
     std::size_t target = made.columns.size();
-    if (at.node >= 0 && !has_odd[i])
-      target = known.try_emplace({at.from, all.of(i)}, target).first->second;
+    if (at.first >= 0 && !has_odd[i])
+      target = known.try_emplace({at.from, contents[i]}, target).first->second;
     if (target == made.columns.size()) {
       shown_at[i] = target;
-      made.columns.push_back({layer_of(at.from), at.from, at.node == own_node ? "its node" : ""});
+      made.columns.push_back({layer_of(at.from), at.from, at.first == own_node ? "its node" : ""});
       nodes.emplace_back();
     }
-    if (at.node >= 0) nodes[target].push_back(name_of(at.node));
+    for (node_id node = std::max(at.first, 0); node <= at.last; ++node)
+      nodes[target].push_back(name_of(node));
     if (std::find(into.tools.begin(), into.tools.end(), at.from) == into.tools.end())
       into.tools.push_back(at.from);
   }
@@ -605,7 +727,7 @@ dossier_section grid::finish(std::string_view title, dossier_table& into) {
     if (!nodes[i].empty())
       made.columns[i].place =
           nodes[i].size() == 1 ? std::string(nodes[i].front()) : label_of_fold(into, nodes[i]);
-  show_cells(shown_at, made.columns.size());
+  show_cells(columns, shown_at, made.columns.size());
   made.parts = std::move(parts_);
   return made;
 }

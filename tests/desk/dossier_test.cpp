@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
+#include <numeric>
 #include <random>
 #include <sstream>
 #include <tuple>
@@ -295,29 +297,51 @@ std::map<place_of_value, string> unfolded(const dossier_table& of) {
   return values;
 }
 
+// The nodes in any order, some with two NPUs; the router as a whole before them.
 TEST(dossier, loses_no_value_by_folding) {
   std::mt19937 random(7);
   const auto below = [&](std::size_t end) { return random() % end; };
   const auto& hostile = hostile_texts();
   for (int round = 0; round < 200; ++round) {
     example run(1 + below(9));
-    run.of.of.places.clear();
+    const bool has_place = round % 2 == 0;
+    if (!has_place) run.of.of.places.clear();
     for (auto& one : run.of.of.objects) one.cells.clear();
+    std::vector<std::int16_t> nodes(run.of.of.nodes.size() + 1);
+    std::iota(nodes.begin(), nodes.end(), no_place);
+    if (round % 4 == 3) std::shuffle(nodes.begin(), nodes.end(), random);
     std::map<place_of_value, string> plain;
     for (std::size_t part : {run.bundle, run.member, run.sub})
       for (const field what : {field::mac, field::lag_id, field::rif, field::weight})
         for (const source from : {source::agent, source::lagport, source::l3intf})
-          for (std::size_t node = 0; node < run.of.of.nodes.size(); ++node) {
+          for (const std::int16_t node : nodes) {
             const std::size_t kind = below(8);
             if (kind < 3) continue;
             const string value = kind == 3 ? hostile[below(hostile.size())] : "0x11";
             if (value.empty()) continue;
-            run.set(part, what, from, static_cast<std::int16_t>(node), no_place, value);
+            run.set(part, what, from, node, kind == 4 ? std::int16_t{0} : no_place, value);
+            if (kind == 4) run.set(part, what, from, node, 1, value);
+            const bool is_own = has_place && part == run.member && node == 0;
             plain[{part == run.bundle ? "" : run.of.of.objects[part].name, string(word_for(what)),
-                   from, run.of.of.nodes[node].name}] = value;
+                   from,
+                   node == no_place ? ""
+                   : is_own         ? "its node"
+                            : run.of.of.nodes[static_cast<std::size_t>(node)].name}] = value;
           }
     ASSERT_EQ(unfolded(run.table()), plain) << round;
   }
+}
+
+TEST(dossier, shows_all_values_of_a_place_that_has_several) {
+  example run(3);
+  run.of.of.objects[run.sub].cells.clear();
+  run.set(run.sub, field::encapsulation, source::running_config, no_place, no_place, "5");
+  run.set(run.sub, field::encapsulation, source::running_config, no_place, no_place, "6");
+  for (const std::int16_t node : {std::int16_t{0}, std::int16_t{1}, std::int16_t{2}})
+    run.set(run.sub, field::lif, source::l2intf, node, no_place, "0x14001");
+  const dossier_table made = run.table();
+  EXPECT_EQ(cell(made, "BE1.100", "encapsulation", "config cfg_render "), "5 / 6");
+  EXPECT_EQ(cell(made, "BE1.100", "global LIF", "DPA l2intf 3 nodes"), "0x14001");
 }
 
 // ---- On a terminal ------------------------------------------------------------------------------
