@@ -34,7 +34,8 @@ struct covering {
   using list = std::vector<const finding*>;
   std::map<std::string_view, list> by_code{};
   std::map<std::pair<std::string_view, std::string_view>, list> by_code_and_node{};
-  std::vector<bool> has_members;  // by index in run::nodes: an agent there knows one
+  // By index in run::nodes: one is configured there, or an agent there knows one.
+  std::vector<bool> has_members;
   std::set<std::pair<std::int16_t, std::int16_t>> chips_with_members{};
   using commands = std::vector<const journal_command*>;
   std::map<layer, commands> by_layer{};
@@ -224,8 +225,10 @@ void cover_agent(covering& in, const node& at, const coverage& whole) {
     entry.reason = whole.state == coverage_state::read
                        ? "the agents' table has no bundle for this node"
                        : whole.reason;
-    // The agents do not report a live standby route processor.
-    entry.is_normal = entry.state == coverage_state::empty && at.role == "Standby";
+    // Of a node without members nobody asks its agent, and the agents do not report a live standby
+    // route processor.
+    entry.is_normal =
+        entry.state == coverage_state::empty && (at.role == "Standby" || !has_members(in, at));
   }
   in.of.covered.push_back(std::move(entry));
 }
@@ -375,16 +378,43 @@ coverage cover_left_out(const covering& in, const node& at) {
   return entry;
 }
 
-// A card with members has chips, whether the platform lists them or not.
-void cover_chips_unlisted(covering& in, const node& at) {
-  if (at.type != "LC" && !has_members(in, at)) return;
+void add_unasked(covering& in, const node& at, std::string npu, std::string reason,
+                 std::string command) {
   coverage entry;
   entry.of = layer::bcm;
   entry.node = at.name;
+  entry.npu = std::move(npu);
   entry.state = coverage_state::never_asked;
-  entry.reason = "the platform's list of chip units does not have it";
-  entry.command = list_of_units;
+  entry.reason = std::move(reason);
+  entry.command = std::move(command);
   in.of.covered.push_back(std::move(entry));
+}
+
+// Without a place in the platform's list of units the audit asks no chip of the node, or NPU 0
+// only.
+void cover_unlisted_chips(covering& in, const node& at) {
+  if (!at.npus.empty() && !at.asic.empty()) return;
+  if (at.type != "LC" && !(at.npus.empty() && has_members(in, at))) return;
+  add_unasked(in, at, {},
+              fmt::format("the platform's list of chip units {}",
+                          at.asic.empty() ? "does not have it" : "gives no chip of it a place"),
+              std::string(list_of_units));
+  if (!at.npus.empty()) in.of.covered.back().state = coverage_state::partly;
+}
+
+// Of most types of router the audit asks NPU 0 of each node only, but members may sit on another.
+void cover_unasked_chips(covering& in, const node& at) {
+  const std::int16_t index = in.of.node_index(at.name);
+  std::set<std::int16_t> asked;
+  for (const std::string& npu : at.npus) asked.insert(npu_in(npu));
+  for (const auto& [node, npu] : in.chips_with_members) {
+    if (at.npus.empty() || node != index || npu == no_place || asked.contains(npu)) continue;
+    const std::string name = std::to_string(npu);
+    add_unasked(in, at, name,
+                fmt::format("members sit on it, and of this node the audit asks NPU {} only",
+                            fmt::join(at.npus, ", ")),
+                command_for(in.of, source::chip_lag, at.name, name));
+  }
 }
 
 void cover_node(covering& in, const node& at, const coverage& agents) {
@@ -394,11 +424,9 @@ void cover_node(covering& in, const node& at, const coverage& agents) {
   }
   cover_agent(in, at, agents);
   cover_forwarding(in, at);
-  if (at.asic.empty()) {
-    cover_chips_unlisted(in, at);
-    return;
-  }
   for (const std::string& npu : at.npus) cover_chip(in, at, npu);
+  cover_unasked_chips(in, at);
+  cover_unlisted_chips(in, at);
 }
 
 // What the chips' shell is asked for one of its tables.
@@ -649,6 +677,19 @@ void mark_chip_troubles(const run& of, coverage& entry) {
   entry.reason = why->second;
 }
 
+// A live standby route processor has the members of the active one. Any other one is not asked.
+void share_with_standby(covering& in) {
+  const auto& nodes = in.of.nodes;
+  const std::set<std::pair<std::int16_t, std::int16_t>> own = in.chips_with_members;
+  for (const auto& [index, npu] : own) {
+    const node& active = nodes[static_cast<std::size_t>(index)];
+    if (active.type != "RP" || active.role != "Active") continue;
+    for (const node& other : nodes)
+      if (other.role == "Standby")
+        in.chips_with_members.emplace(static_cast<std::int16_t>(&other - nodes.data()), npu);
+  }
+}
+
 covering::covering(run& of_run) : of(of_run), has_members(of_run.nodes.size()) {
   for (const finding& one : of.findings) {
     by_code[one.code].push_back(&one);
@@ -660,7 +701,11 @@ covering::covering(run& of_run) : of(of_run), has_members(of_run.nodes.size()) {
       if (c.from == source::agent && c.node != no_place)
         has_members[static_cast<std::size_t>(c.node)] = true;
   }
-  for (const auto& [member, at] : of.places) chips_with_members.emplace(at.node, at.npu);
+  for (const auto& [member, at] : of.places)
+    if (at.node != no_place) chips_with_members.emplace(at.node, at.npu);
+  share_with_standby(*this);
+  for (const auto& [node, npu] : chips_with_members)
+    has_members[static_cast<std::size_t>(node)] = true;
   if (!of.log_of_commands) return;
   for (const journal_command& one : of.log_of_commands->commands) {
     const layer asked = layer_of_command(one.command);

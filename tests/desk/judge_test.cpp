@@ -247,6 +247,123 @@ TEST_F(run_of_a_test, a_run_that_left_nothing_says_where_to_look) {
   EXPECT_EQ(exit_status(is), 3);
 }
 
+// A route processor with ports: one on each of two chips, of which the agents list the bundle only.
+class run_with_ports : public run_of_a_test {
+ protected:
+  void add_members(std::int16_t node, std::vector<std::int16_t> npus) {
+    for (const std::int16_t npu : npus)
+      of.places[of.object_at(object_kind::member, "BE1", "0/0/0/" + std::to_string(npu))] = {
+          node, npu, "0", "1"};
+  }
+  void make_route_processor(std::size_t index, const std::string& role) {
+    of.nodes[index].type = "RP";
+    of.nodes[index].role = role;
+  }
+  // As the audit leaves a node out whose table prints no object.
+  void leave_out(std::int16_t index) {
+    node& out = of.nodes[static_cast<std::size_t>(index)];
+    out.takes_part = false;
+    of.tables.erase({source::lagport, index, no_place});
+    std::erase_if(of.objects[bundle].cells,
+                  [&](const cell& c) { return c.node == index && layer_of(c.from) == layer::dpa; });
+    find("TC-611", field::none, out.name, layer::dpa, finding_kind::note);
+    of.findings.back().object = {object_kind::node, "", out.name};
+  }
+  const coverage& covered(layer in, const std::string& on, const std::string& npu = {}) {
+    fill_coverage(of);
+    const coverage* found = coverage_of(of, in, on, npu);
+    return found == nullptr ? of.covered.emplace_back() : *found;
+  }
+};
+
+TEST_F(run_with_ports, that_was_left_out_is_not_judged) {
+  add_nodes(2);
+  make_route_processor(0, "Active");
+  add_members(0, {0});
+  leave_out(0);
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].node, "0/0/CPU0");
+  EXPECT_EQ(is.bundles.at(0).is, verdict::not_judged);
+  EXPECT_EQ(exit_status(is), 3);
+}
+
+// It has the members of the active one, though its agent lists none of them.
+TEST_F(run_with_ports, whose_live_standby_was_left_out_is_not_judged) {
+  add_nodes(3);
+  make_route_processor(0, "Active");
+  make_route_processor(1, "Standby");
+  add_members(0, {0});
+  leave_out(1);
+  of.tables.erase({source::agent, 1, no_place});
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].node, "0/1/CPU0");
+  EXPECT_EQ(exit_status(is), 3);
+}
+
+TEST_F(run_with_ports, whose_live_standby_shows_no_lag_is_not_judged) {
+  add_nodes(2);
+  make_route_processor(0, "Active");
+  make_route_processor(1, "Standby");
+  add_members(0, {0});
+  of.tables.erase({source::agent, 1, no_place});
+  EXPECT_EQ(covered(layer::bcm, "0/1/CPU0", "0").state, coverage_state::read);
+  of.covered.clear();
+  find("TC-615", field::none, "0/1/CPU0", layer::bcm, finding_kind::note);
+  EXPECT_TRUE(is_hole(covered(layer::bcm, "0/1/CPU0", "0")));
+  EXPECT_FALSE(is_hole(*coverage_of(of, layer::pd, "0/1/CPU0", "")));
+}
+
+TEST_F(run_with_ports, on_a_chip_that_the_audit_does_not_ask_is_not_judged) {
+  add_nodes(2);
+  add_members(1, {0, 1});
+  EXPECT_FALSE(is_hole(covered(layer::bcm, "0/1/CPU0", "0")));
+  const coverage* second = coverage_of(of, layer::bcm, "0/1/CPU0", "1");
+  ASSERT_NE(second, nullptr);
+  EXPECT_EQ(second->state, coverage_state::never_asked);
+  EXPECT_EQ(second->reason, "members sit on it, and of this node the audit asks NPU 0 only");
+  EXPECT_EQ(second->command, "/opt/nos/bin/asic_shell_show -c \"diag lag\" -u 1 -n ");
+  EXPECT_EQ(coverage_of(of, layer::bcm, "0/0/CPU0", "1"), nullptr);
+  of.covered.clear();
+  EXPECT_EQ(judged().bundles.at(0).is, verdict::not_judged);
+}
+
+TEST_F(run_with_ports, on_chips_without_a_place_in_the_list_of_units_is_not_judged) {
+  add_nodes(2);
+  add_members(1, {0, 1});
+  of.nodes[1].npus.clear();
+  const coverage& none = covered(layer::bcm, "0/1/CPU0");
+  EXPECT_EQ(none.state, coverage_state::never_asked);
+  EXPECT_THAT(none.reason, HasSubstr("gives no chip of it a place"));
+  EXPECT_THAT(none.command, HasSubstr("show unit"));
+}
+
+// The audit takes it for a node of the older chips and asks NPU 0.
+TEST_F(run_with_ports, that_the_list_of_units_lacks_is_judged_by_what_was_asked) {
+  add_nodes(2);
+  for (node& each : of.nodes) each.asic.clear();
+  make_route_processor(0, "Active");
+  add_members(0, {0});
+  EXPECT_EQ(covered(layer::bcm, "0/0/CPU0", "0").state, coverage_state::read);
+  EXPECT_EQ(coverage_of(of, layer::bcm, "0/0/CPU0", ""), nullptr);
+  const coverage* card = coverage_of(of, layer::bcm, "0/1/CPU0", "");
+  ASSERT_NE(card, nullptr) << "how many chips the card has, nobody knows";
+  EXPECT_EQ(card->state, coverage_state::partly);
+}
+
+TEST_F(run_with_ports, needs_no_agent_where_it_has_none) {
+  add_nodes(3);
+  add_members(0, {0});
+  std::erase_if(of.objects[bundle].cells,
+                [](const cell& c) { return c.from == source::agent && c.node == 2; });
+  of.tables.erase({source::agent, 2, no_place});
+  EXPECT_FALSE(is_hole(covered(layer::pd, "0/2/CPU0")));
+  of.tables.erase({source::agent, 0, no_place});
+  of.covered.clear();
+  EXPECT_TRUE(is_hole(covered(layer::pd, "0/0/CPU0")));
+}
+
 TEST_F(run_of_a_test, the_journal_names_the_chip_that_printed_nothing) {
   add_nodes(1);
   of.nodes[0].npus = {"0", "1"};
