@@ -30,7 +30,11 @@ bool has_last_dump(const run& of) {
 // The chips' tables are only there if the run came as far as the check of stale entries, and that
 // may fail before it keeps them.
 run_end end_of(const run& of, const run_in_logs& logs) {
-  if (!of.has_snapshot) return run_end::unknown;
+  if (!of.has_snapshot) {
+    // Killed behind its configuration; one that came to bundle health could not keep a snapshot.
+    const bool is_cut = of.has_parsed_configuration && !has_come_to_health(logs);
+    return is_cut ? run_end::cut_off : run_end::unknown;
+  }
   if (!has_last_dump(of)) return run_end::cut_off;
   return of.has_chip_tables || has_come_to_health(logs) ? run_end::complete : run_end::stopped;
 }

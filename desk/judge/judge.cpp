@@ -19,7 +19,8 @@ namespace {
 
 // A run that left nothing but its start lines shows on the console why.
 void add_early_end(judged_run& into) {
-  if (!into.causes.empty() || into.of.has_snapshot || into.of.end == run_end::complete) return;
+  if (!into.causes.empty() || into.of.has_begun_all_logs() || into.of.end == run_end::complete)
+    return;
   if (!into.of.is_last) return;
   cause made;
   if (!into.of.unwritten.empty()) {

@@ -437,7 +437,7 @@ void lose_stale(run& into, std::string why) {
 // Each run writes its start into this log, which is never rotated. One that cannot ends at once, so
 // behind one with a snapshot somebody has emptied the log.
 void lose_start_of_stale(run& into) {
-  if (!into.has_snapshot) return into.unwritten.push_back(std::string(stale_log));
+  if (!into.has_begun_all_logs()) return into.unwritten.push_back(std::string(stale_log));
   lose_stale(into, fmt::format("{}: it holds nothing of this run, not even its start", stale_log));
 }
 
@@ -477,7 +477,7 @@ void read_stale_entries(run& into, const std::string& folder, std::size_t runs) 
   }
   if (part.starts == 0) return lose_start_of_stale(into);
   // They may be those of the run before: this log has no times.
-  if (!into.has_snapshot) return lose_owner_of_stale(into, part.starts < runs);
+  if (!into.has_begun_all_logs()) return lose_owner_of_stale(into, part.starts < runs);
   constexpr std::size_t layers = 4;
   if (part.counted.size() == layers)
     into.stale = stale_search::done;

@@ -576,6 +576,11 @@ bool is_empty_slot(const node& of) {
   return !of.takes_part && of.address.empty() && of.band.empty() && of.role.empty();
 }
 
+// A run writes it before its checks, and the snapshot when it ends.
+bool is_parsed_configuration(std::string_view label) {
+  return label.starts_with("Parsed bundle config");
+}
+
 }  // namespace
 
 void read_layers(run& into, const std::string& debug_log) {
@@ -586,7 +591,9 @@ void read_layers(run& into, const std::string& debug_log) {
   };
   taker.map = [&](std::string_view label, dump_path path) { take_map(in, label, path); };
   taker.begins = [&](std::string_view label) {
-    into.has_snapshot = true;
+    const bool is_snapshot = !is_parsed_configuration(label);
+    into.has_snapshot = into.has_snapshot || is_snapshot;
+    into.has_parsed_configuration = into.has_parsed_configuration || !is_snapshot;
     in.in_dump = dump_named(label);
     in.has_map = false;
     if (label == "BCM") into.has_chip_tables = true;
@@ -595,7 +602,7 @@ void read_layers(run& into, const std::string& debug_log) {
     if (how != dump_end::whole)
       into.stores[std::string(label)] = how == dump_end::unread ? store_unread : store_cut_off;
   };
-  taker.wants = [](std::string_view label) { return !label.starts_with("Parsed bundle config"); };
+  taker.wants = [](std::string_view label) { return !is_parsed_configuration(label); };
   taker.line = [&](std::string_view line) { take_line(in, line); };
   for (std::string& mark : read_dumps(debug_log, taker)) into.marks.push_back(std::move(mark));
   if (in.has_too_many_nodes)

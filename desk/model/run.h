@@ -228,6 +228,7 @@ struct run {
   std::vector<std::string> unwritten;    // logs that are there, without a start of this run
   bool is_last = true;  // of the runs in its logs: only the last one has a snapshot
   bool has_snapshot = false;
+  bool has_parsed_configuration = false;  // its dump stands before the checks
   bool has_journal = false;
   std::optional<journal> log_of_commands;
   bool has_chip_tables = false;
@@ -240,6 +241,8 @@ struct run {
   // The index of the object, which is made if it is missing; its bundle as well.
   std::size_t object_at(object_kind kind, std::string_view bundle, std::string_view name);
   [[nodiscard]] std::int16_t node_index(std::string_view name) const;  // no_place if it is unknown
+  // What it wrote into the debug log, the last one, it wrote behind the starts of all others.
+  [[nodiscard]] bool has_begun_all_logs() const { return has_snapshot || has_parsed_configuration; }
 
   std::unordered_map<object_key, std::size_t, object_key_hash, object_key_equal> index;
 };

@@ -30,6 +30,9 @@ class loaded_run : public log_folder {
     dump("TESSELDB", R"({"BE1":{"Data":{"is_l2":1,"lagid":"0x1"}},"hqos":0})");
     dump("BM PI", R"({"BE1":{"ifh":"0x3","mac":"0.0.1","mtu":"9216"}})");
   }
+  void dump_parsed_configuration() const {
+    dump("Parsed bundle config dump from running config", R"({"BE1":"interface Bundle-Ether1"})");
+  }
   void dump_nodes(const std::string& nodes =
                       R"({"0/0/CPU0":{"nodeip":"192.0.0.1","asic":"BCM8868","asic_supported":1,)"
                       R"("dump":1,"nodeid":"0","nodetype":"LC","npu_list":["0"]}})") const {
@@ -159,6 +162,28 @@ TEST_F(loaded_run, that_ended_at_its_start_has_not_the_messages_of_the_one_befor
   EXPECT_EQ(of.end, run_end::unknown);
   EXPECT_THAT(of.findings, IsEmpty());
   EXPECT_THAT(of.objects, IsEmpty());
+}
+
+// Its preview failed behind the table, so it ended without its last words.
+TEST_F(loaded_run, that_came_to_bundle_health_without_a_snapshot_is_not_cut_off) {
+  start_all(eleven);
+  note_health(eleven);
+  dump_parsed_configuration();
+  const run of = loaded();
+  EXPECT_FALSE(of.has_snapshot);
+  EXPECT_EQ(of.end, run_end::unknown);
+  EXPECT_THAT(of.marks, Contains(HasSubstr("tessel_debug.log holds no snapshot")));
+  EXPECT_THAT(of.covered, Not(Contains(testing::Field(&coverage::reason, HasSubstr("cut off")))));
+  const judged_run is = judge(loaded());
+  EXPECT_THAT(is.causes, IsEmpty()) << is.causes[0].title;
+  EXPECT_EQ(exit_status(is), 3);
+}
+
+TEST_F(loaded_run, that_was_killed_during_its_checks_is_cut_off) {
+  start_all(eleven);
+  dump_parsed_configuration();
+  EXPECT_EQ(loaded().end, run_end::cut_off);
+  EXPECT_EQ(exit_status(judge(loaded())), 3);
 }
 
 // It fails before it keeps the chips' tables, and the run goes on.
