@@ -124,6 +124,9 @@ std::string title_of(const finding& one) {
                        one.reported, one.known);
   if (one.what == field::presence)
     return fmt::format("{}: missing{}{}", title_subject(one.object), on, in);
+  if (!one.known.empty())
+    return fmt::format("{}: {} {} missing{}{}", title_subject(one.object), word_for(one.what),
+                       one.known, on, in);
   return fmt::format("{}: {} differs{}{}", title_subject(one.object), word_for(one.what), on, in);
 }
 

@@ -37,7 +37,11 @@ void take_blanks(finding& into, const recognised& message) {
   into.code = message.entry->code;
   into.what = message.entry->what;
   into.reported = message.at("reported");
-  into.known = message.at("known");
+  // Chips of the older families show a LAG's id behind this word.
+  constexpr std::string_view lag = "LAG ";
+  std::string_view known = message.at("known");
+  if (known.starts_with(lag)) known.remove_prefix(lag.size());
+  into.known = known;
   const std::string_view named = message.at("layer");
   into.of = named.empty() ? message.entry->of : layer_named(named);
   // The layers and the chips share this message; only the chips have NPUs.

@@ -66,6 +66,35 @@ TEST_F(logs_of_a_test, a_finding_has_its_place_and_its_values) {
   EXPECT_EQ(one.number, 1U);
 }
 
+// What was looked for, and not found.
+TEST_F(logs_of_a_test, a_finding_about_something_missing_has_the_value_that_was_looked_for) {
+  const auto known = [&](const std::string& log, const std::string& text) {
+    write(log, start() + line(text));
+    const run of = last_run();
+    std::filesystem::remove(folder + "/tessel_" + log + ".log");
+    EXPECT_EQ(of.findings.size(), 1U);
+    EXPECT_EQ(of.findings.front().reported, "");
+    return of.findings.front().known;
+  };
+  EXPECT_EQ(
+      known("inconsistencies", "Inconsistency 1: LAG 0x1 not found in BCM for BE1(0x3000004)"),
+      "0x1");
+  EXPECT_EQ(known("inconsistencies", "Inconsistency 1: 0x2 not found in BCM for BE1(0x3000004)"),
+            "0x2");
+  EXPECT_EQ(known("inconsistencies",
+                  "Inconsistency 1: LAG 0x3 not found in BCM for BE1.1(0x3000014),NPU: 0"),
+            "0x3");
+  EXPECT_EQ(known("programming_error",
+                  "Programming Error 1: SEMA/B entry is not present for glif 0x00014000,BE1(0x30)"),
+            "0x00014000");
+  EXPECT_EQ(known("programming_error",
+                  "Programming Error 1: Not able to find GLIF 0x00014000 to LLIF mapping for BE1"),
+            "0x00014000");
+  EXPECT_EQ(
+      known("programming_error", "Programming Error 1: DPA RIF 0x11 not found in BCM for BE1"),
+      "0x11");
+}
+
 TEST_F(logs_of_a_test, a_failure_has_a_traceback_and_a_note_has_none) {
   write("exception",
         start() + line("no key '0/1/0/0': get_member_pp_port failed for HundredGigE0/1/0/0") +

@@ -793,6 +793,21 @@ TEST_F(run_of_a_test, messages_that_compare_nodes_name_no_odd_one) {
   EXPECT_EQ(exit_status(is), 1);
 }
 
+TEST_F(run_of_a_test, what_was_looked_for_in_vain_is_missing_and_does_not_differ) {
+  for (const char* code : {"TC-204", "TC-205"}) {
+    of = run();
+    SetUp();
+    add_nodes(2);
+    find(code, std::string(code) == "TC-204" ? field::lif : field::rif, "0/1/CPU0", layer::bcm,
+         finding_kind::programming);
+    of.findings.back().npu = "0";
+    of.findings.back().known = "0x11";
+    const std::string what = std::string(code) == "TC-204" ? "global LIF" : "RIF";
+    EXPECT_EQ(judged().causes.at(0).title,
+              "BE1: " + what + " 0x11 missing on 0/1/CPU0 NPU 0 (BCM)");
+  }
+}
+
 TEST_F(run_of_a_test, a_message_of_another_version_is_not_understood) {
   add_nodes(2);
   find("TC-000", field::none, "", layer::none);
