@@ -8,6 +8,7 @@
 #include "desk/commands/load.h"
 #include "desk/model/catalogue.h"
 #include "desk/read/channel_log.h"
+#include "desk/read/snapshot.h"
 #include "desk/show/terminal.h"
 
 namespace desk {
@@ -20,7 +21,7 @@ int explain_command(const report_options& options, std::ostream& out) {
   if (entry == nullptr) {
     std::string_view line = options.word;
     line.remove_prefix(length_of_stamp(line));
-    if (const auto found = recognise(line)) entry = found->entry;
+    if (const auto found = recognise(without_quotes(line))) entry = found->entry;
   }
   if (entry == nullptr)
     throw no_run(

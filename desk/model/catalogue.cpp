@@ -115,7 +115,7 @@ constexpr std::array roles_table = std::to_array<roles_of_code>({
     {"TC-761", "cause object", field::lif, layer::bcm},
     {"TC-762", "reason place", field::none, layer::none},
     {"TC-763", "reason layer", field::none, layer::none},
-    {"TC-901", "object", field::none, layer::config},
+    {"TC-901", "stanza", field::none, layer::config},
     {"TC-905", "node npu", field::none, layer::bcm},
 });
 

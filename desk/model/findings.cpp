@@ -74,6 +74,13 @@ void find_weight(finding& into, const run& of, mention_finder& names) {
   if (found->node != no_place) into.node = of.nodes[static_cast<std::size_t>(found->node)].name;
 }
 
+// "interface Bundle-Ether1.200": the lines behind it may name anything.
+std::string_view head_of(std::string_view stanza) {
+  constexpr std::string_view word = "interface Bundle-Ether";
+  const std::size_t at = std::min(stanza.find(word), stanza.size());
+  return stanza.substr(at, std::min(stanza.find(' ', at + word.size()), stanza.size()) - at);
+}
+
 finding finding_from(const run& of, mention_finder& names, const log_entry& entry,
                      finding_kind kind) {
   finding made;
@@ -85,7 +92,8 @@ finding finding_from(const run& of, mention_finder& names, const log_entry& entr
   made.code = code_of_unknown;
   const auto message = recognise(entry.text);
   // The cause of a failure may name another object than the one that could not be verified.
-  const std::string_view object = message ? message->at("object") : std::string_view{};
+  std::string_view object = message ? message->at("object") : std::string_view{};
+  if (message && object.empty()) object = head_of(message->at("stanza"));
   // A whole pass has ended, whatever it stumbled over.
   const bool is_of_all = message && !message->at("reason").empty();
   mention named = is_of_all ? mention{} : object.empty() ? names.in(entry.text) : names.in(object);
@@ -365,7 +373,6 @@ void read_findings(run& into, const log_set& logs, const std::vector<run_in_logs
 void read_debug_notes(run& into) {
   mention_finder names(into);
   for (const std::string& text : into.debug_notes) {
-    if (!recognise(text)) continue;
     const log_entry entry = {{}, text, std::string(debug_log), 0, false};
     into.findings.push_back(finding_from(into, names, entry, finding_kind::note));
   }

@@ -520,11 +520,9 @@ void take_map(intake& in, std::string_view label, dump_path path) {
 void take_line(intake& in, std::string_view line) {
   run& into = in.into;
   if (line.empty()) return;
-  // A note of the audit itself stands in quotes.
-  const bool is_quoted = line.front() == '\'' || line.front() == '"';
-  if (is_quoted && line.size() > 1 && line.back() == line.front()) {
+  if (const std::string_view note = without_quotes(line); note.size() != line.size()) {
     if (into.debug_notes.size() < most_notes)
-      into.debug_notes.emplace_back(line.substr(1, line.size() - 2));
+      into.debug_notes.emplace_back(note);
     else
       ++in.notes_left_out;
     return;

@@ -52,6 +52,12 @@ bool read_dump(byte_source& bytes, std::string_view label, const dump_taker& tak
 
 }  // namespace
 
+std::string_view without_quotes(std::string_view line) {
+  const bool begins = line.starts_with('\'') || line.starts_with('"');
+  if (!begins || line.size() == 1 || line.back() != line.front()) return line;
+  return line.substr(1, line.size() - 2);
+}
+
 std::vector<std::string> read_dumps(const std::string& path, const dump_taker& taker) {
   std::vector<std::string> marks;
   byte_source bytes(path);

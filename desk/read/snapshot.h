@@ -41,6 +41,9 @@ struct dump_taker {
   std::function<bool(std::string_view label)> wants;
 };
 
+// What stands between the quotes of a line: a note of the audit itself. The line, if it has none.
+[[nodiscard]] std::string_view without_quotes(std::string_view line);
+
 // Reads all dumps of a file. Returns what is missing or not understood, a sentence each: first of
 // the dumps that are not whole, in their order. Throws `read_error` if the file cannot be read.
 [[nodiscard]] std::vector<std::string> read_dumps(const std::string& path, const dump_taker& taker);

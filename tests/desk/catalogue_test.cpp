@@ -5,7 +5,10 @@
 
 #include <algorithm>
 #include <set>
+#include <sstream>
 #include <string>
+
+#include "desk/commands/commands.h"
 
 namespace desk {
 namespace {
@@ -58,6 +61,26 @@ TEST(catalogue, captures_the_blanks_by_role) {
   EXPECT_EQ(found->at("known"), "0x1");
   EXPECT_EQ(found->at("reported"), "0x401");
   EXPECT_EQ(found->at("npu"), "");
+}
+
+// The debug log and the log of stale entries have no times, and quotes around each line.
+TEST(catalogue, explains_a_line_of_any_log) {
+  const auto explained = [](const char* line) {
+    report_options options;
+    options.word = line;
+    std::ostringstream out;
+    EXPECT_EQ(explain_command(options, out), 0) << line;
+    return out.str().substr(0, 6);
+  };
+  EXPECT_EQ(explained("2026-11-22 11:01:03,219: Inconsistency 1: BME has no Bundle entry in "
+                      "location 0/1/CPU0"),
+            "TC-101");
+  EXPECT_EQ(explained("'Number of stale entries in BCM 2'"), "TC-401");
+  EXPECT_EQ(explained("'DEBUG: Duplicate Key, ignoring cfg  \"interface Bundle-Ether1 mtu 9\"'"),
+            "TC-901");
+  EXPECT_EQ(explained("\"Programming Error 0: LIF/RIF verification failed for BE1.7(0x3000024) NPU "
+                      "0,0/RP0/CPU0: GLIF Not set is not valid\""),
+            "TC-207");
 }
 
 TEST(catalogue, takes_the_closest_wording) {

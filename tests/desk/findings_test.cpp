@@ -95,6 +95,22 @@ TEST_F(logs_of_a_test, a_finding_about_something_missing_has_the_value_that_was_
       "0x11");
 }
 
+TEST_F(logs_of_a_test, a_note_of_the_debug_log_is_a_finding_whatever_its_wording) {
+  run of;
+  of.debug_notes = {
+      "DEBUG: Duplicate Key, ignoring cfg  \"interface Bundle-Ether1.200 description it\\'s to "
+      "0/1/0/7 encapsulation dot1q 300\"",
+      "Data Not Found: Not able to read the RIF of BE1 from diag_lag output"};
+  of.object_at(object_kind::member, "BE1", "0/1/0/7");
+  read_debug_notes(of);
+  ASSERT_EQ(of.findings.size(), 2U);
+  EXPECT_EQ(of.findings[0].code, "TC-901");
+  EXPECT_EQ(of.findings[0].object, (object_ref{object_kind::sub_bundle, "BE1", "BE1.200"}));
+  EXPECT_EQ(of.findings[1].code, "TC-000");
+  EXPECT_EQ(of.findings[1].kind, finding_kind::note);
+  EXPECT_EQ(of.findings[1].object.bundle, "BE1");
+}
+
 TEST_F(logs_of_a_test, a_failure_has_a_traceback_and_a_note_has_none) {
   write("exception",
         start() + line("no key '0/1/0/0': get_member_pp_port failed for HundredGigE0/1/0/0") +
