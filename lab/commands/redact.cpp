@@ -31,6 +31,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr int status_in_part = 2;  // not all that the audits found could be compared
+
 name_kinds kinds_named(const std::vector<std::string>& names) {
   const auto has = [&](const char* name) {
     return std::find(names.begin(), names.end(), name) != names.end() ||
@@ -77,25 +79,50 @@ struct audits {
     if (complaint.starts_with(own_message))
       throw lab_error(fmt::format("the audit of the {} capture failed: {}", name,
                                   complaint.substr(own_message.size())));
-    return read_findings(logs, read_whole(console), status, edited);
+    run_findings found = read_findings(logs, read_whole(console), status, edited);
+    fs::remove_all(logs);
+    return found;
   }
 };
 
-// Audits both captures. Throws if the findings differ, else returns how many log lines are the
-// same.
-std::size_t verify(const redact_options& o, const fs::path& out, const fs::path& built,
-                   redaction& replaced) {
+// What competes for room in /tmp, or for a tool that answers once, may end otherwise in the next
+// audit of the same capture. So a difference counts only if it shows in every round. What moves
+// by even chances looks like a difference for that long once in thirty thousand times.
+constexpr std::size_t rounds_if_nothing_moves = 4;
+constexpr std::size_t most_rounds = 8;
+
+// Audits both captures, and again as long as they differ. Throws if they keep doing so.
+comparison verify(const redact_options& o, const fs::path& out, const fs::path& built,
+                  redaction& replaced) {
   const folder_beside work(out);
   const audits both{work.path(), host_of(o.programs), library_of(o.programs)};
-  const run_findings expected =
-      both.of(fs::absolute(o.from), "original",
-              [&](const std::string& text) { return replaced.redacted(text); });
-  const run_findings actual =
-      both.of(built, "redacted", [](const std::string& text) { return text; });
-  if (const std::string difference = first_difference(expected, actual); !difference.empty())
-    throw lab_error(
-        fmt::format("{}: not made, it gives other findings: {}", out.string(), difference));
-  return actual.entries();
+  std::vector<run_findings> expected;
+  std::vector<run_findings> actual;
+  for (;;) {
+    expected.push_back(both.of(fs::absolute(o.from), "original",
+                               [&](const std::string& text) { return replaced.redacted(text); }));
+    actual.push_back(both.of(built, "redacted", [](const std::string& text) { return text; }));
+    comparison found = compared(expected, actual);
+    if (found.difference.empty()) return found;
+    if (expected.size() == (found.anything_moves() ? most_rounds : rounds_if_nothing_moves))
+      throw lab_error(
+          fmt::format("{}: not made, it gives other findings: {}", out.string(), found.difference));
+  }
+}
+
+void print_verified(const comparison& found) {
+  if (!found.anything_moves()) {
+    fmt::print("Verified: both audits log the same {} lines.\n", found.entries);
+    return;
+  }
+  std::vector<std::string> moving;
+  if (found.status_moves) moving.emplace_back("the audit's exit status");
+  for (const auto& [name, lines] : found.moving)
+    moving.push_back(fmt::format("{} line{} of {}", lines, lines == 1 ? "" : "s", name));
+  fmt::print(
+      "Verified in part: all audits log the same {} lines. Two audits of the same capture already "
+      "differ in {}.\n",
+      found.entries, fmt::join(moving, ", "));
 }
 
 // The private files
@@ -132,19 +159,20 @@ int redact_command(const redact_options& o) {
   c.calls = calls_with_sizes(c);
   const redaction_counts n = all.counts();
   const std::vector<replaced_value> rows = all.all();
+  comparison verified;
   const private_files of_the_capture;
   // With the list of calls, which holds nothing confidential.
   write_folder(c, out, [&](const fs::path& built) {
-    const std::size_t lines = o.verify ? verify(o, out, built, all) : 0;
+    if (o.verify) verified = verify(o, out, built, all);
     fmt::print(
         "Replaced: {} IP and {} MAC addresses, {} texts, {} names, {} secrets, {} serial "
         "numbers.\n",
         n.addresses, n.macs, n.texts, n.names, n.secrets, n.serials);
-    if (o.verify) fmt::print("Verified: both audits log the same {} lines.\n", lines);
+    if (o.verify) print_verified(verified);
     flush_output();
     if (o.mapping) write_mapping(mapping, rows);
   });
-  return EXIT_SUCCESS;
+  return verified.anything_moves() ? status_in_part : EXIT_SUCCESS;
 }
 
 }  // namespace lab

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
-#include <iterator>
+#include <functional>
 #include <set>
 #include <string_view>
 
@@ -97,22 +97,65 @@ std::vector<std::string> console_lines(std::string_view text) {
   return lines;
 }
 
-// The lines that `of` has more often, each in its turn.
-std::vector<std::string> surplus(const std::vector<std::string>& of,
-                                 const std::vector<std::string>& other) {
-  std::vector<std::string> more;
-  std::set_difference(of.begin(), of.end(), other.begin(), other.end(), std::back_inserter(more));
-  return more;
+// How often each audit of a capture has a line.
+using counts = std::map<std::string, std::vector<std::size_t>>;
+
+counts counts_of(const std::vector<run_findings>& audits, const std::string& name) {
+  counts all;
+  for (std::size_t i = 0; i < audits.size(); ++i) {
+    const auto found = audits[i].lines.find(name);
+    if (found == audits[i].lines.end()) continue;
+    for (const std::string& line : found->second) {
+      auto& row = all[line];
+      row.resize(audits.size());
+      ++row[i];
+    }
+  }
+  return all;
+}
+
+bool all_alike(const std::vector<std::size_t>& values) {
+  return std::adjacent_find(values.begin(), values.end(), std::not_equal_to{}) == values.end();
+}
+
+void compare_statuses(const std::vector<run_findings>& of_one,
+                      const std::vector<run_findings>& of_other, comparison& result) {
+  const auto moves = [](const std::vector<run_findings>& audits) {
+    return std::any_of(audits.begin(), audits.end(), [&](const run_findings& audit) {
+      return audit.status != audits.front().status;
+    });
+  };
+  result.status_moves = moves(of_one) || moves(of_other);
+  if (!result.status_moves && of_one.front().status != of_other.front().status)
+    result.difference = fmt::format("its audit ends with status {}, not {}",
+                                    of_other.front().status, of_one.front().status);
+}
+
+void compare_log(const std::string& name, const counts& one, const counts& other,
+                 comparison& result) {
+  std::set<std::string> lines;
+  for (const counts* all : {&one, &other})
+    for (const auto& [line, row] : *all) lines.insert(line);
+  std::string lacks;
+  std::string has_more;
+  for (const std::string& line : lines) {
+    const auto in_one = one.find(line);
+    const auto in_other = other.find(line);
+    if ((in_one != one.end() && !all_alike(in_one->second)) ||
+        (in_other != other.end() && !all_alike(in_other->second))) {
+      ++result.moving[name];
+      continue;
+    }
+    const std::size_t wanted = in_one == one.end() ? 0 : in_one->second.front();
+    const std::size_t got = in_other == other.end() ? 0 : in_other->second.front();
+    if (got < wanted && lacks.empty()) lacks = fmt::format("{} lacks \"{}\"", name, line);
+    if (got > wanted && has_more.empty()) has_more = fmt::format("{} also has \"{}\"", name, line);
+    if (name != console_name) result.entries += std::min(got, wanted);
+  }
+  if (result.difference.empty()) result.difference = lacks.empty() ? has_more : lacks;
 }
 
 }  // namespace
-
-std::size_t run_findings::entries() const {
-  std::size_t count = 0;
-  for (const auto& [name, all] : lines)
-    if (name != console_name) count += all.size();
-  return count;
-}
 
 run_findings read_findings(const fs::path& logs, const std::string& console, int status,
                            const std::function<std::string(const std::string&)>& edited) {
@@ -133,28 +176,20 @@ run_findings read_findings(const fs::path& logs, const std::string& console, int
               [&](std::string_view line) { lines.push_back(comparable(line)); });
   }
   for (const std::string& name : rotated) found.lines[name] = {"(rotated)"};
-  for (auto& [name, lines] : found.lines) std::sort(lines.begin(), lines.end());
   return found;
 }
 
-std::string first_difference(const run_findings& expected, const run_findings& actual) {
-  if (expected.status != actual.status)
-    return fmt::format("its audit ends with status {}, not {}", actual.status, expected.status);
+comparison compared(const std::vector<run_findings>& of_one,
+                    const std::vector<run_findings>& of_other) {
+  comparison result;
+  compare_statuses(of_one, of_other, result);
   std::set<std::string> names;
-  for (const run_findings* run : {&expected, &actual})
-    for (const auto& [name, lines] : run->lines) names.insert(name);
-  static const std::vector<std::string> none;
-  for (const std::string& name : names) {
-    const auto in_expected = expected.lines.find(name);
-    const auto in_actual = actual.lines.find(name);
-    const auto& wanted = in_expected == expected.lines.end() ? none : in_expected->second;
-    const auto& got = in_actual == actual.lines.end() ? none : in_actual->second;
-    if (const auto lost = surplus(wanted, got); !lost.empty())
-      return fmt::format("{} lacks \"{}\"", name, lost.front());
-    if (const auto more = surplus(got, wanted); !more.empty())
-      return fmt::format("{} also has \"{}\"", name, more.front());
-  }
-  return {};
+  for (const auto* audits : {&of_one, &of_other})
+    for (const run_findings& audit : *audits)
+      for (const auto& [name, lines] : audit.lines) names.insert(name);
+  for (const std::string& name : names)
+    compare_log(name, counts_of(of_one, name), counts_of(of_other, name), result);
+  return result;
 }
 
 }  // namespace lab

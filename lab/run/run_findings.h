@@ -13,11 +13,9 @@ namespace lab {
 
 struct run_findings {
   int status = 0;
-  // "console", "tessel_inconsistencies.log" and so on, to their lines in order. A log that was
-  // rotated may have lost lines: it has none here, and the console has the counts.
+  // "console", "tessel_inconsistencies.log" and so on, to their lines. A log that was rotated may
+  // have lost lines: it has none here, and the console has the counts.
   std::map<std::string, std::vector<std::string>> lines;
-
-  std::size_t entries() const;  // lines of all logs
 };
 
 // Reads the logs in a folder, the console's text and the exit status. `edited` changes each text
@@ -26,8 +24,21 @@ run_findings read_findings(const std::filesystem::path& logs, const std::string&
                            int status,
                            const std::function<std::string(const std::string&)>& edited);
 
-// Empty if they are the same, else the first thing that differs:
-// "tessel_inconsistencies.log lacks \"Inconsistency #: ...\"".
-std::string first_difference(const run_findings& expected, const run_findings& actual);
+struct comparison {
+  // The first thing that is the same in all audits of each capture, and not the same in both:
+  // "tessel_inconsistencies.log lacks \"Inconsistency #: ...\"". Empty if there is none.
+  std::string difference;
+  // What two audits of the same capture gave differently, so that it says nothing of the other
+  // capture: a log to the count of such lines.
+  std::map<std::string, std::size_t> moving;
+  bool status_moves = false;
+  std::size_t entries = 0;  // lines of logs that all audits share
+
+  bool anything_moves() const { return status_moves || !moving.empty(); }
+};
+
+// Each is a capture's audits, at least one.
+comparison compared(const std::vector<run_findings>& of_one,
+                    const std::vector<run_findings>& of_other);
 
 }  // namespace lab

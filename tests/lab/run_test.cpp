@@ -696,6 +696,55 @@ TEST_F(namespace_test, redact_verifies_that_the_findings_stay) {
   EXPECT_FALSE(fs::exists(scratch_.path() / "other"));
 }
 
+// The script says what the host logs; it can tell the two captures, and how many audits there were.
+TEST_F(namespace_test, redact_leaves_out_what_changes_between_audits_of_the_same_capture) {
+  const std::string folder = scratch_.path().string();
+  ASSERT_EQ(lab_program("render birch-small " + folder + "/cap").status, 0);
+  const fs::path file = scratch_.path() / "host.sh";
+  const auto verified = [&](const std::string& script) {
+    fs::remove_all(scratch_.path() / "harmless");
+    fs::remove(scratch_.path() / "audits");
+    write_text(file,
+               "#!/bin/sh\necho >>audits; n=$(wc -l <audits)\n"
+               "is_original=$(cfg_render -c -l 1 -t 1 -o 1 | grep -c lab.example)\n"
+               "exec >>/var/log/tessel_exception.log\n" +
+                   script);
+    fs::permissions(file, fs::perms::owner_all);
+    // Each audit has a /tmp of its own, but its working folder stays.
+    const fs::path before = fs::current_path();
+    fs::current_path(folder);
+    outcome result = lab_program("redact --verify --host " + file.string() + " --library " +
+                                 folder + "/library " + folder + "/cap " + folder + "/harmless");
+    fs::current_path(before);
+    return result;
+  };
+  const std::string moved = "Two audits of the same capture already differ in ";
+  const outcome in_part = verified("echo steady; echo audit $n; exit $((n % 3))");
+  EXPECT_EQ(in_part.status, 2) << in_part.err;
+  EXPECT_NE(in_part.out.find("\nVerified in part: all audits log the same 1 lines. " + moved +
+                             "the audit's exit status, 4 lines of tessel_exception.log.\n"),
+            std::string::npos)
+      << in_part.out;
+  EXPECT_TRUE(fs::exists(scratch_.path() / "harmless"));
+  EXPECT_EQ(read_text(scratch_.path() / "audits"), "\n\n\n\n");
+
+  // What redaction changed is told from what moves, however long it moves.
+  const outcome changed = verified("echo audit $n; [ $is_original = 0 ] || echo lost");
+  EXPECT_EQ(changed.status, 1);
+  EXPECT_EQ(changed.err, "tessel-lab: " + folder +
+                             "/harmless: not made, it gives other findings: "
+                             "tessel_exception.log lacks \"lost\"\n");
+  EXPECT_FALSE(fs::exists(scratch_.path() / "harmless"));
+  EXPECT_EQ(read_text(scratch_.path() / "audits").size(), 16U);
+  // Where nothing moves, it takes fewer audits to be sure.
+  EXPECT_EQ(verified("echo steady; exit $is_original").status, 1);
+  EXPECT_EQ(read_text(scratch_.path() / "audits").size(), 8U);
+  // A finding that comes by chance in one of the captures first.
+  const outcome late = verified("[ $n = 2 ] || echo late");
+  EXPECT_EQ(late.status, 2) << late.err;
+  EXPECT_NE(late.out.find(moved + "1 line of tessel_exception.log.\n"), std::string::npos);
+}
+
 TEST_F(namespace_test, redact_does_not_verify_an_audit_that_cannot_run) {
   const std::string folder = scratch_.path().string();
   ASSERT_EQ(lab_program("render birch-small " + folder + "/cap").status, 0);
