@@ -72,6 +72,10 @@ constexpr std::array<std::string_view, 35> kind_words{
     "RW",        "SystemOwner", "LROwner", "traps",     "informs",  "2c",         "version",
     "noauth",    "auth",        "priv",    "udp-port",  "accept",   "send-only",  "level"};
 
+// Behind a secret they name no other one.
+constexpr std::array<std::string_view, 5> words_behind_secret{"ipv4", "ipv6", "IPv4", "IPv6",
+                                                              "SDROwner"};
+
 // "password", "lsp-password", "server-key", "hmac-md5", "community-map": many commands take a
 // secret, but the last word of each, or nearly the last, says so.
 bool announces_secret(std::string_view word) {
@@ -317,15 +321,29 @@ class text_redactor {
       const bool is_last = i + 1 == words.size();
       const bool is_repeated = word == line.substr(words[i - 1].begin, words[i - 1].size);
       const bool is_kind = among(kind_words, word) && !is_repeated && (is_found || !is_last);
-      if (is_short_number(word) || is_kind) continue;
+      const bool is_behind = is_found && !is_last && among(words_behind_secret, word);
+      if (is_short_number(word) || is_kind || is_behind) continue;
       add_kept(line.substr(copied, words[i].begin - copied), out);
       const std::size_t begin = words[i].begin;
+      if (replacements* const kind = is_found ? kind_of_name(word) : nullptr) {
+        out += kind->of(word);
+        copied = begin + word.size();
+        continue;
+      }
       i = last_word_of_secret(line, words, i);
       copied = words[i].begin + words[i].size;
       out += secret_for(line.substr(begin, copied - begin));
       is_found = true;
     }
     add_kept(line.substr(copied), out);
+  }
+
+  // Of a known name, else none.
+  replacements* kind_of_name(std::string_view word) const {
+    const std::string name{word};
+    if (const auto known = words_.find(name); known != words_.end()) return known->second;
+    const auto known = others_.find(name);
+    return known == others_.end() ? nullptr : known->second;
   }
 
   // The audit cuts the configuration at each "!". So one follows what stands for a secret with any,

@@ -22,7 +22,21 @@ constexpr std::array keywords{keyword{"vrf", "vrf", &name_kinds::vrf},
                               keyword{"trustpoint", "trustpoint", &name_kinds::trustpoint}};
 
 // Words that stand where a name may stand.
-constexpr std::array<std::string_view, 5> no_names{"default", "all", "common", "ipv4", "ipv6"};
+constexpr std::array<std::string_view, 4> no_names{"default", "all", "log-update", "maximum"};
+
+// Words between the keyword of an access list and its name.
+constexpr std::array<std::string_view, 13> words_before_list{
+    "ipv4",     "ipv6",     "IPv4", "IPv6",       "common", "ingress",   "egress",
+    "extended", "standard", "peer", "query-only", "serve",  "serve-only"};
+
+constexpr std::array<std::string_view, 4> ip_words{"ipv4", "ipv6", "IPv4", "IPv6"};
+constexpr std::array<std::string_view, 7> rights{"RO",          "RW",      "ro",      "rw",
+                                                 "SystemOwner", "LROwner", "SDROwner"};
+
+template <std::size_t Size>
+bool among(const std::array<std::string_view, Size>& list, std::string_view word) {
+  return std::find(list.begin(), list.end(), word) != list.end();
+}
 
 std::vector<std::string_view> words_in(std::string_view line) {
   constexpr std::string_view blanks = " \t\r";
@@ -36,9 +50,9 @@ std::vector<std::string_view> words_in(std::string_view line) {
 }
 
 bool is_name(std::string_view word) {
-  return std::find(no_names.begin(), no_names.end(), word) == no_names.end() &&
-         std::any_of(word.begin(), word.end(),
-                     [](char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; });
+  return !among(no_names, word) && std::any_of(word.begin(), word.end(), [](char c) {
+    return std::isalpha(static_cast<unsigned char>(c)) != 0;
+  });
 }
 
 // Texts of users are no commands.
@@ -46,17 +60,48 @@ bool is_free_text(std::string_view word) {
   return word == "description" || word == "remark" || word == "alias";
 }
 
-void add_names(std::string_view line, const name_kinds& kinds,
-               std::map<std::string, std::string>& names) {
-  const std::vector<std::string_view> words = words_in(line);
+using word_list = std::vector<std::string_view>;
+using name_map = std::map<std::string, std::string>;
+
+void add_name(const word_list& words, std::size_t at, const char* kind, name_map& names) {
+  if (at < words.size() && is_name(words[at])) names.try_emplace(std::string{words[at]}, kind);
+}
+
+// "access-group NAME ingress", "access-class ingress NAME", "access-group common NAME NAME
+// ingress", "access-group vrf VRF ipv4 peer NAME".
+void add_list(const word_list& words, std::size_t at, const char* kind, name_map& names) {
+  if (words[at] == "vrf") at += 2;
+  bool is_common = false;
+  for (; at < words.size() && among(words_before_list, words[at]); ++at)
+    is_common = is_common || words[at] == "common";
+  add_name(words, at, kind, names);
+  if (is_common && at + 1 < words.size() && !among(words_before_list, words[at + 1]))
+    add_name(words, at + 1, kind, names);
+}
+
+// "snmp-server community SECRET RO SystemOwner NAME", "snmp-server group ... ipv4 NAME".
+void add_lists_of_snmp(const word_list& words, name_map& names) {
+  constexpr std::size_t behind_secret = 3;
+  if (words.size() <= behind_secret || words[0] != "snmp-server") return;
+  const bool has_rights = words[1] == "community";
+  if (!has_rights && words[1] != "user" && words[1] != "group") return;
+  const auto announces = [&](std::string_view word) {
+    return among(ip_words, word) || (has_rights && among(rights, word));
+  };
+  for (std::size_t i = behind_secret; i + 1 < words.size(); ++i)
+    if (announces(words[i]) && !announces(words[i + 1])) add_name(words, i + 1, "acl", names);
+}
+
+void add_names(std::string_view line, const name_kinds& kinds, name_map& names) {
+  const word_list words = words_in(line);
+  if (kinds.acl) add_lists_of_snmp(words, names);
   for (std::size_t i = 0; i + 1 < words.size() && !is_free_text(words[i]); ++i)
     for (const keyword& one : keywords) {
       if (!(kinds.*one.wanted) || words[i] != one.word) continue;
-      const bool is_behind_common = words[i + 1] == "common" && i + 2 < words.size();
-      for (std::size_t at = i + 1; at <= i + (is_behind_common ? 3U : 1U) && at < words.size();
-           ++at)
-        if (is_name(words[at]) && words[at] != "ingress" && words[at] != "egress")
-          names.try_emplace(std::string{words[at]}, one.kind);
+      if (one.wanted == &name_kinds::acl)
+        add_list(words, i + 1, one.kind, names);
+      else
+        add_name(words, i + 1, one.kind, names);
     }
 }
 

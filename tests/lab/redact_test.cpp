@@ -482,6 +482,51 @@ TEST(redacted, covers_the_names_that_are_asked_for) {
   EXPECT_THAT(redacted_with({}), HasSubstr("VRF gold golden gold-2 cust:1 Ann-CA from-gold\n"));
 }
 
+// The list itself may be defined elsewhere, or nowhere.
+TEST(redacted, covers_the_names_of_lists_that_are_only_used) {
+  struct row {
+    const char* line;
+    const char* redacted;
+  };
+  const row rows[] = {
+      {"access-class ingress a-list", "access-class ingress acl-1"},
+      {"access-class egress a-list", "access-class egress acl-1"},
+      {"access-class a-list ingress", "access-class acl-1 ingress"},
+      {"access-class common a-list b-list ingress", "access-class common acl-1 acl-2 ingress"},
+      {"match access-group ipv4 a-list", "match access-group ipv4 acl-1"},
+      {"match access-group ipv6 a-list", "match access-group ipv6 acl-1"},
+      {"match access-group a-list", "match access-group acl-1"},
+      {"ipv4 access-group common a-list ingress", "ipv4 access-group common acl-1 ingress"},
+      {"ntp access-group vrf X ipv4 peer a-list", "ntp access-group vrf X ipv4 peer acl-1"},
+      {"ntp access-group serve-only a-list", "ntp access-group serve-only acl-1"},
+      {"ip access-list extended a-list", "ip access-list extended acl-1"},
+      {"ipv4 access-list log-update rate 10", "ipv4 access-list log-update rate 10"},
+      {"ssh server ipv4 access-list a-list ipv6 access-list b-list",
+       "ssh server ipv4 access-list acl-1 ipv6 access-list acl-2"},
+      {"snmp-server community c0 RO a-list", "snmp-server community secret-1 RO acl-1"},
+      {"snmp-server community c0 RW a-list", "snmp-server community secret-1 RW acl-1"},
+      {"snmp-server community c0 ro a-list", "snmp-server community secret-1 ro acl-1"},
+      {"snmp-server community clear RO RO a-list", "snmp-server community clear RO secret-1 acl-1"},
+      {"snmp-server community c0 RO SystemOwner a-list",
+       "snmp-server community secret-1 RO SystemOwner acl-1"},
+      {"snmp-server community c0 SystemOwner RO a-list",
+       "snmp-server community secret-1 SystemOwner RO acl-1"},
+      {"snmp-server community c0 RO ipv4 a-list", "snmp-server community secret-1 RO ipv4 acl-1"},
+      {"snmp-server community c0 RW IPv4 a-list IPv6 b.list",
+       "snmp-server community secret-1 RW IPv4 acl-1 IPv6 acl-2"},
+      {"snmp-server group readers v3 priv read all ipv4 a-list",
+       "snmp-server group readers v3 priv read all ipv4 acl-1"},
+      {"snmp-server trap-source ipv4 a-list", "snmp-server trap-source ipv4 a-list"},
+      {"description RO a-list access-class ingress a-list", "description text-1"},
+  };
+  for (const row& one : rows) {
+    capture c;
+    answer(c, "local", "cfg_render -c", std::string{one.line} + "\n");
+    redact(c, {.acl = true});
+    EXPECT_EQ(answer_to(c, "local", "cfg_render -c"), std::string{one.redacted} + "\n");
+  }
+}
+
 TEST(redacted, can_list_what_became_what) {
   capture c = sample();
   redaction all(c, {});
