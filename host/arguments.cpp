@@ -90,9 +90,10 @@ void add_reports(CLI::App& app, host_arguments& parsed) {
                           [&](const auto& text) { parsed.report.json = file_named(text); });
   command_line::add_value(
       app, "--support-file", "FILE",
-      "pack the logs, the journal and what else shows how the audit went into this file, however "
-      "the audit ends but by a signal to this program. It holds the router's configuration and "
-      "addresses; only its owner may read it",
+      "pack the logs, the journal and what doctor says into this file, and what the commands have "
+      "printed if the audit does not complete; one that does removes that, and tessel-lab record "
+      "keeps it. It is made however the audit ends but by a signal to this program. It holds the "
+      "router's configuration and addresses; only its owner may read it",
       [&](const auto& text) { parsed.support_file = file_named(text); });
 }
 
