@@ -141,10 +141,10 @@ host_arguments parse_arguments(std::span<const char* const> arguments) {
       "only its owner may read it",
       [&](const auto& text) { parsed.journal = file_named(text); });
   command_line::add_flag(app, "--progress",
-                         "show on standard error how many commands run and are done and which is "
-                         "the slowest: on a terminal in one line that is redrawn, else in a line "
-                         "every ten seconds. Default on a terminal, unless standard output is the "
-                         "same one",
+                         "show on standard error how many commands run and are done, in all and on "
+                         "each node and chip, and which is the slowest: on a terminal in one line "
+                         "that is redrawn, else in a line every ten seconds. Default on a "
+                         "terminal, unless standard output is the same one",
                          progress);
   command_line::add_flag(app, "--no-progress", "show none", no_progress);
   add_watching(app, parsed);

@@ -93,7 +93,8 @@ void progress_display::look(clock::time_point now) {
   }
   next_ = now + pause_between_lines;
   const std::string places = seen_.places();
-  write_line(seen_.present(seconds_until(now)) + (places.empty() ? "" : "; running: " + places));
+  write_line(seen_.present(seconds_until(now)) +
+             (places.empty() ? "" : "; done by node and chip: " + places));
 }
 
 std::optional<progress_display::clock::duration> progress_display::pause(
@@ -108,8 +109,7 @@ std::optional<progress_display::clock::duration> progress_display::pause(
 // The cursor goes back to the start of the line, so that whatever the audit says covers it.
 void progress_display::draw(clock::time_point now) {
   if (!is_in_foreground()) return;
-  const std::string text = "tessel-host: " + seen_.present(seconds_until(now));
-  write_at_once("\r" + text.substr(0, width() - 1) + "\x1b[K\r");
+  write_at_once("\r" + seen_.drawn(seconds_until(now), width() - 1) + "\x1b[K\r");
   is_drawn_ = true;
 }
 

@@ -350,8 +350,9 @@ TEST(progress, counts_commands_and_names_the_one_that_runs_longest) {
   EXPECT_EQ(seen.present(13.9),
             "3 commands running on 2 nodes, 1 of 4 done, 13 s; slowest: 0/3/CPU0 NPU 2 tool of 2, "
             "12 s");
-  EXPECT_EQ(seen.places(), "0/3/CPU0: 1, 0/3/CPU0 NPU 2: 1, 0/RP0/CPU0: 1");
+  EXPECT_EQ(seen.places(), "0/3/CPU0 NPU 2: 0/1, 0/3/CPU0: 0/1, 0/RP0/CPU0: 0/1");
   seen.take(command(end, 7, 3, 3, "0/3/CPU0"));
+  EXPECT_EQ(seen.places(), "0/3/CPU0 NPU 2: 0/1, 0/RP0/CPU0: 0/1");
   EXPECT_EQ(seen.summary(14), "2 commands done, 14 s, 2 running; slowest: 0/3/CPU0 tool of 3, 3 s");
   journal_event finished;
   finished.kind = journal_event_kind::finished;
@@ -387,7 +388,57 @@ TEST(progress, names_only_so_many_places) {
   progress seen;
   for (std::uint64_t id = 1; id <= 10; ++id)
     seen.take(command(journal_event_kind::start, id + 1, id, 0, std::to_string(id % 10)));
-  EXPECT_EQ(seen.places(), "0: 1, 1: 1, 2: 1, 3: 1, 4: 1, 5: 1, 6: 1, 7: 1 and 2 more places");
+  EXPECT_EQ(seen.places(), "1: 0/1, 2: 0/1, 3: 0/1, 4: 0/1, 5: 0/1, 6: 0/1, 7: 0/1, 8: 0/1 +2");
+}
+
+TEST(progress, counts_what_is_done_on_each_node_and_chip) {
+  constexpr auto begins = journal_event_kind::start;
+  constexpr auto ends = journal_event_kind::end;
+  progress seen;
+  EXPECT_EQ(seen.drawn(0, 79), "0 running, 0/0 done, 0 s");
+  for (std::uint64_t id = 1; id <= 3; ++id) {
+    seen.take(command(begins, 2 * id, id, 1, "0/3/CPU0", "2"));
+    seen.take(command(ends, 2 * id + 1, id, 1, "0/3/CPU0", "2"));
+  }
+  seen.take(command(begins, 8, 4, 5));
+  EXPECT_EQ(seen.drawn(6, 79), "1 running, 3/4 done, 6 s; slowest 1 s: tool of 4");
+  EXPECT_EQ(seen.places(), "") << "it asks no node";
+  seen.take(command(ends, 9, 4, 1));
+  seen.take(command(begins, 10, 5, 3.5, "0/0/CPU0"));
+  seen.take(command(begins, 11, 6, 2.5, "0/3/CPU0", "2"));
+  seen.take(command(begins, 12, 7, 3, "0/3/CPU0", "2"));
+  EXPECT_EQ(seen.places(), "0/3/CPU0 NPU 2: 3/5, 0/0/CPU0: 0/1");
+  // A line of which the end is lost: what has ended meanwhile counts as done.
+  auto gone = command(begins, 13, 8, 4, "0/0/CPU0");
+  gone.shell = start([] {});
+  end(gone.shell);
+  seen.take(gone);
+  seen.take(command(begins, 15, 9, 4, "0/0/CPU0"));
+  EXPECT_EQ(seen.places(), "0/3/CPU0 NPU 2: 3/5, 0/0/CPU0: 1/3");
+}
+
+// A terminal may be wide or narrow.
+TEST(progress, fits_one_line_of_a_terminal) {
+  progress seen;
+  for (std::uint64_t id = 1; id <= 12; ++id) {
+    auto event = command(journal_event_kind::start, id + 1, id, static_cast<double>(id) / 100,
+                         "0/" + std::to_string(id) + "/CPU0", "0");
+    event.command = "/opt/nos/bin/asic_shell_show -u 2 -c lag";
+    seen.take(event);
+  }
+  const std::string head = "12 running, 0/12 done, 20 s";
+  const std::string slowest = "; slowest 19 s: 0/1/CPU0 NPU 0 asic_shell_show";
+  EXPECT_EQ(seen.drawn(20, 132),
+            head + slowest + " -u 2 -c lag; 0/1/CPU0 NPU 0: 0/1, 0/2/CPU0 NPU 0: 0/1 +10");
+  EXPECT_EQ(seen.drawn(20, 99), head + slowest + "; 0/1/CPU0 NPU 0: 0/1 +11");
+  // Where both have no room they take turns.
+  EXPECT_EQ(seen.drawn(20, 79), head + slowest + " -u 2 ");
+  EXPECT_EQ(seen.drawn(21, 79),
+            "12 running, 0/12 done, 21 s; 0/1/CPU0 NPU 0: 0/1, 0/2/CPU0 NPU 0: 0/1 +10");
+  EXPECT_EQ(seen.drawn(23, 79).find("slowest"), std::string::npos);
+  EXPECT_NE(seen.drawn(24, 79).find("slowest"), std::string::npos);
+  for (std::size_t width = 1; width < 300; ++width)
+    for (const double now : {20.0, 21.0}) EXPECT_LE(seen.drawn(now, width).size(), width);
 }
 
 // What the functions of a test write to standard error.
@@ -434,13 +485,13 @@ TEST_F(folder_test, progress_has_a_line_every_ten_seconds) {
   EXPECT_EQ(display.pause(began + 9999ms), 1ms);
   EXPECT_EQ(shown_by(10000ms),
             "tessel-host: 1 command running on 1 node, 0 of 1 done, 10 s; slowest: 0/1/CPU0 x, "
-            "9 s; running: 0/1/CPU0: 1\n");
+            "9 s; done by node and chip: 0/1/CPU0: 0/1\n");
   std::ofstream(at("journal"), std::ios::app)
       << line_of_start(3, 2, "0/1/CPU0") << line_of_start(4, 3, "0/2/CPU0");
   EXPECT_EQ(shown_by(19999ms), "");
   EXPECT_EQ(shown_by(20500ms),
             "tessel-host: 3 commands running on 2 nodes, 0 of 3 done, 20 s; slowest: 0/1/CPU0 x, "
-            "19 s; running: 0/1/CPU0: 2, 0/2/CPU0: 1\n");
+            "19 s; done by node and chip: 0/1/CPU0: 0/2, 0/2/CPU0: 0/1\n");
   EXPECT_EQ(shown_by(30499ms), "") << "ten seconds after the last one";
 }
 
@@ -722,8 +773,8 @@ TEST_F(progress_test, is_one_redrawn_line_of_a_terminal) {
   for (const char* const option : {"", "--progress", "--journal journal"}) {
     const shown result = run(">out", option);
     EXPECT_EQ(result.out, audit_output) << option;
-    EXPECT_NE(result.terminal.find("\rtessel-host: 1 command running on 1 node, 1 of 2 done, 0 s; "
-                                   "slowest: 0/3/CPU0 NPU 2 asic_shell_show -u 2, 0 s\x1b[K\r"),
+    EXPECT_NE(result.terminal.find("\r1 running, 1/2 done, 0 s; slowest 0 s: 0/3/CPU0 NPU 2 "
+                                   "asic_shell_show -u 2; 0/3/CPU0 NPU 2: 0/1\x1b[K\r"),
               std::string::npos)
         << option << result.terminal;
     EXPECT_TRUE(result.terminal.ends_with("\r\x1b[K")) << "nothing of it stays";
@@ -757,7 +808,7 @@ TEST_F(progress_test, is_off_where_nobody_asks_or_it_would_garble_the_titles) {
 TEST_F(progress_test, comes_with_every_journal_that_somebody_else_wants) {
   ::setenv("TESSEL_JOURNAL", "9", 1);
   write(at("journal"), "former\n");
-  EXPECT_NE(run(">out 9>>journal").terminal.find("1 of 2 done"), std::string::npos);
+  EXPECT_NE(run(">out 9>>journal").terminal.find("1 running, 1/2 done"), std::string::npos);
   EXPECT_TRUE(content_of(at("journal")).starts_with("former\n{\"n\":1,"));
   const std::string written = content_of(at("journal")).substr(7);
   EXPECT_EQ(run("9>&1 >out 2>err | cat >piped", "--progress").err,
