@@ -655,6 +655,18 @@ TEST_F(one_audit, keeps_the_lock_no_longer_than_its_host_lives) {
   EXPECT_EQ(result.out, "Dumping Data.... Done\n0\n");
 }
 
+TEST_F(one_audit, leaves_the_lock_to_no_tool_that_lives_on) {
+  const std::string tool = testing::TempDir() + "/host_tool_" + std::to_string(getpid());
+  ::setenv("LEFT_TOOL", tool.c_str(), 1);
+  const auto result = run_together(
+      "touch $WORK_UNTIL; " + host + " --library " + stand_ins + "/libleaving.so; " +
+      "kill -0 $(cat $LEFT_TOOL) && echo lives; " + working + "; echo $?; kill $(cat $LEFT_TOOL)");
+  ::unsetenv("LEFT_TOOL");
+  std::filesystem::remove(tool);
+  EXPECT_EQ(result.out, "Dumping Data.... Done\nlives\nDumping Data.... Done\n0\n");
+  EXPECT_EQ(result.err, "");
+}
+
 TEST_F(one_audit, runs_beside_another_in_process) {
   const auto result = run_together(beside + "( unset WORK_UNTIL; " + working +
                                    "--in-process ); echo $?" + other_ends);
