@@ -214,9 +214,24 @@ bool is_address(const std::string& text) {
   return !text.empty() && text.find_first_not_of("0123456789abcdefABCDEF.:") == text.npos;
 }
 
-void examine_login(report& shown, const listed_node& node, const program_result& login) {
+// A shell's start-up file may print other lines.
+std::string missing_in(const std::string& printed, const std::vector<std::string>& tools) {
+  const auto lines = lines_with(printed, tool_folder);
+  std::string missing;
+  for (const std::string& tool : tools)
+    if (std::find(lines.begin(), lines.end(), tool) != lines.end()) missing += " " + tool;
+  return missing;
+}
+
+void examine_login(report& shown, const listed_node& node, const program_result& login,
+                   const std::vector<std::string>& tools) {
   const std::string head = "node " + node.name + " (" + node.address + "): ";
-  if (login.is_good()) return shown.add(level::ok, head + seconds_shown(login.seconds));
+  if (login.is_good()) {
+    const std::string missing = missing_in(login.out, tools);
+    if (missing.empty()) return shown.add(level::ok, head + seconds_shown(login.seconds));
+    return shown.add(level::fail, head + "missing or not executable:" + missing,
+                     "check the platform's tools on the node");
+  }
   constexpr int failed_to_connect = 255;
   const bool is_tool = WIFEXITED(login.wait_status) && !login.is_timed_out &&
                        WEXITSTATUS(login.wait_status) != failed_to_connect;
@@ -227,9 +242,14 @@ void examine_login(report& shown, const listed_node& node, const program_result&
 
 // The login itself, and the tools that the audit calls there.
 void examine_logins(report& shown, const std::vector<listed_node>& nodes) {
-  std::string tests = "true";
-  for (const platform_tool& tool : platform_tools)
-    if (tool.place == tool_place::nodes) tests += " && test -x " + in_tool_folder(tool.name);
+  std::vector<std::string> tools;
+  std::string test = "for f in";
+  for (const platform_tool& tool : platform_tools) {
+    if (tool.place != tool_place::nodes) continue;
+    tools.push_back(in_tool_folder(tool.name));
+    test += " " + tools.back();
+  }
+  test += "; do test -x $f || echo $f; done";
   std::vector<std::vector<std::string>> lines;
   std::vector<listed_node> asked;
   for (const listed_node& node : nodes) {
@@ -240,10 +260,11 @@ void examine_logins(report& shown, const std::vector<listed_node>& nodes) {
     }
     asked.push_back(node);
     lines.push_back({"ssh", "-o", "BatchMode=yes", "-o", "StrictHostKeyChecking=no", "-o",
-                     "LogLevel=ERROR", node.address, tests});
+                     "LogLevel=ERROR", node.address, test});
   }
   const auto logins = run_programs(lines, shown.how.for_node);
-  for (std::size_t at = 0; at < logins.size(); ++at) examine_login(shown, asked[at], logins[at]);
+  for (std::size_t at = 0; at < logins.size(); ++at)
+    examine_login(shown, asked[at], logins[at], tools);
 }
 
 void examine_lock(report& shown) {

@@ -136,7 +136,8 @@ std::string program_result::complaint() const {
   if (!is_started) return "it cannot be started";
   if (is_timed_out) return "no answer after " + std::to_string(static_cast<int>(seconds)) + " s";
   const std::size_t begin = std::min(err.find_first_not_of(" \t\r\n"), err.size());
-  const std::string line = err.substr(begin, std::min(err.find('\n', begin) - begin, longest));
+  const std::string line =
+      err.substr(begin, std::min(err.find_first_of("\r\n", begin) - begin, longest));
   const std::string end = WIFSIGNALED(wait_status)
                               ? "signal " + std::to_string(WTERMSIG(wait_status))
                               : "status " + std::to_string(WEXITSTATUS(wait_status));

@@ -1,6 +1,7 @@
 // Tools that are missing, print nothing, stop early or print garbage.
 #include <fmt/format.h>
 
+#include "lab/capture/answer_list.h"
 #include "lab/faults/sites.h"
 #include "lab/render/render.h"
 
@@ -28,12 +29,27 @@ bool edit_tool_empty(capture& c, const router& r, planted_fault& p) {
   return !keys.empty() && is_asked(r, tool);
 }
 
+// What a node's shell says instead.
+void answer_as_missing(capture& c, const std::pair<std::string, std::string>& key,
+                       const std::string& tool) {
+  const auto& [place, file] = key;
+  const std::string answer = numbered_file(file, 1);
+  c.answers[{place, answer}].clear();
+  c.answers[{place, answer + std::string{complaint_suffix}}] =
+      fmt::format("sh: 1: /opt/nos/bin/{}: not found\n", tool);
+  c.answers[{place, file + std::string{list_suffix}}] =
+      answer_list_text({{.status = 127, .number = 1, .complains = true}});
+}
+
 bool edit_tool_missing(capture& c, const router& r, planted_fault& p) {
   const std::string tool = p.argument.empty() ? "lagmgr_agent_show" : p.argument;
   p.harmed = tool;
   c.missing_tools.push_back(tool);
   const auto keys = answers_of(c, tool);
-  for (const auto& key : keys) c.answers.erase(key);
+  for (const auto& key : keys) {
+    if (key.first != local_place) answer_as_missing(c, key, tool);
+    c.answers.erase(key);
+  }
   return !keys.empty() && is_asked(r, tool);
 }
 

@@ -51,20 +51,22 @@ bool is_address(const std::string& text) {
   return plain && !text.empty() && text.front() != '.';
 }
 
-// The files of "true && test -x FILE && test -x FILE", or of "true" alone; nothing for any other
-// line.
+// The files of "for f in FILE FILE; do test -x $f || echo $f; done", none of "true"; nothing for
+// any other line.
 std::optional<std::vector<std::string>> tested_files(std::string_view line) {
-  constexpr std::string_view begin = "true";
-  constexpr std::string_view more = " && test -x ";
-  if (!line.starts_with(begin)) return std::nullopt;
-  line.remove_prefix(begin.size());
+  constexpr std::string_view begin = "for f in ";
+  constexpr std::string_view end = "; do test -x $f || echo $f; done";
+  if (line == "true") return std::vector<std::string>{};
+  if (!line.starts_with(begin) || !line.ends_with(end) || line.size() < begin.size() + end.size())
+    return std::nullopt;
+  line = line.substr(begin.size(), line.size() - begin.size() - end.size());
+  if (line.find_first_of(";&|<>$`'\"\\*?()") != std::string_view::npos) return std::nullopt;
   std::vector<std::string> files;
-  while (line.starts_with(more)) {
-    line.remove_prefix(more.size());
-    files.emplace_back(line.substr(0, line.find(' ')));
-    line.remove_prefix(files.back().size());
+  while (!line.empty()) {
+    const std::size_t blank = std::min(line.find(' '), line.size());
+    files.emplace_back(line.substr(0, blank));
+    line.remove_prefix(std::min(blank + 1, line.size()));
   }
-  if (!line.empty()) return std::nullopt;
   return files;
 }
 
@@ -199,14 +201,16 @@ bool was_reached(const std::filesystem::path& folder) {
   return false;
 }
 
-// The tools of all nodes are those of the run: what is missing is missing everywhere.
+// Prints what is missing. The tools of all nodes are those of the run: what is missing is missing
+// everywhere.
 int answer_test(const call& wanted) {
   const std::string folder = capture_folder() + "/" + wanted.place;
   const bool is_known = access(folder.c_str(), F_OK) == 0;
   if (!is_known || !was_reached(folder)) return no_route(wanted.place);
+  std::string missing;
   for (const std::string& file : *wanted.tested)
-    if (access(file.c_str(), X_OK) != 0) return EXIT_FAILURE;
-  return EXIT_SUCCESS;
+    if (access(file.c_str(), X_OK) != 0) missing += file + "\n";
+  return write_all(STDOUT_FILENO, missing) == missing.size() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 //
 // A login that only tests, as `tessel-host doctor` does, is answered as the node would:
 //
-//     ssh -o BatchMode=yes 192.0.0.6 true && test -x /opt/nos/bin/fwd_object_show
+//     ssh -o BatchMode=yes 192.0.0.6 "for f in /opt/nos/bin/fwd_object_show; do test -x ..."
 //
 // Some tools must be called by their full path, /opt/nos/bin/..., and all others by their name
 // alone. A wrong call fails here as it would on a router.

@@ -185,7 +185,7 @@ TEST(run_programs, runs_all_at_once_and_keeps_what_each_prints) {
   const auto began = std::chrono::steady_clock::now();
   const auto results =
       run_programs({{"sh", "-c", "echo out; echo err >&2; sleep 0.2"},
-                    {"/bin/sh", "-c", "sleep 0.2; printf '\\n\\033x\\ny\\n' >&2; exit 3"},
+                    {"/bin/sh", "-c", "sleep 0.2; printf '\\n\\033x\\r\\ny\\n' >&2; exit 3"},
                     {"no-such-program"},
                     {"sh", "-c", "sleep 60"},
                     {"sh", "-c", "kill -TERM $$"},
