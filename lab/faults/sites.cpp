@@ -95,7 +95,9 @@ std::vector<std::pair<std::string, std::string>> answers_of(const capture& c,
                                                             const std::string& tool) {
   std::vector<std::pair<std::string, std::string>> found;
   for (const auto& [key, text] : c.answers)
-    if (key.second == tool || key.second.starts_with(tool + ",")) found.push_back(key);
+    if ((key.second == tool || key.second.starts_with(tool + ",")) &&
+        key.second.find(';') == std::string::npos)
+      found.push_back(key);
   return found;
 }
 

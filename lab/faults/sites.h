@@ -112,7 +112,7 @@ bool describe_port(capture& c, const std::string& description);
 std::string& forwarding_objects(capture& c, const node& n, std::string_view type);
 
 // The file names of all answers of a tool at all places: "asic_shell_show", or with the beginning
-// of its arguments, "asic_shell_show,-c,diag+lag".
+// of its arguments, "asic_shell_show,-c,diag+lag". Not what a node says of a missing tool.
 std::vector<std::pair<std::string, std::string>> answers_of(const capture& c,
                                                             const std::string& tool);
 

@@ -209,6 +209,20 @@ TEST(fault, whose_answer_is_gone_does_not_apply) {
   }
 }
 
+// What a node's shell says of a missing tool is no answer of the tool.
+TEST(fault, leaves_a_node_whose_tool_is_missing_its_shell) {
+  router r = plain("birch-small");
+  r.faults = {parse_fault("tool-missing=fwd_object_show")};
+  const capture c = render(r);
+  const std::pair<std::string, std::string> place{"192.0.0.6", "fwd_object_show,-t,lagport,-D"};
+  EXPECT_FALSE(c.answers.contains(place));
+  EXPECT_EQ(c.answers.at({place.first, place.second + ";answers"}), "127 1 complains\n");
+  EXPECT_EQ(c.answers.at({place.first, place.second + ";1;complaint"}),
+            "sh: 1: /opt/nos/bin/fwd_object_show: not found\n");
+  r.faults.push_back(parse_fault("tool-empty=fwd_object_show"));
+  EXPECT_THROW(render(r), lab_error);
+}
+
 TEST(fault, name_and_argument_are_checked) {
   EXPECT_EQ(parse_fault("tool-empty=lagmgr_health").argument, "lagmgr_health");
   EXPECT_THROW(parse_fault("tool-emptied"), lab_error);
