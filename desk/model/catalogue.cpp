@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 namespace desk {
 
@@ -136,6 +137,27 @@ struct cut_wording {
   std::size_t length = 0;  // of all pieces
 };
 
+// Whether the ends of a text are those of a wording, by one character each: that most texts and
+// wordings do not fit shows at once.
+bool may_fit(std::string_view text, const cut_wording& wording) {
+  const std::string_view first = wording.pieces.front();
+  const std::string_view last = wording.pieces.back();
+  if (text.empty()) return first.empty() && last.empty();
+  return (first.empty() || first.front() == text.front()) &&
+         (last.empty() || last.back() == text.back());
+}
+
+// Where a piece stands last; only where its first character is, all of it is compared.
+std::size_t last_place_of(std::string_view piece, std::string_view text) {
+  if (piece.empty() || piece.size() > text.size()) return text.rfind(piece);
+  std::size_t rest = text.size() - piece.size() + 1;
+  while (const void* found = ::memrchr(text.data(), piece.front(), rest)) {
+    rest = static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+    if (text.substr(rest).starts_with(piece)) return rest;
+  }
+  return std::string_view::npos;
+}
+
 // The blanks of a text, each as short as possible but the first of a failure, whose cause may hold
 // anything; nothing if the text does not read so.
 std::optional<std::vector<std::string_view>> blanks_of(std::string_view text,
@@ -149,7 +171,7 @@ std::optional<std::vector<std::string_view>> blanks_of(std::string_view text,
   text.remove_suffix(pieces.back().size());
   for (std::size_t i = 1; i + 1 < pieces.size(); ++i) {
     const bool is_cause = i == 1 && pieces.front().empty();
-    const std::size_t at = is_cause ? text.rfind(pieces[i]) : text.find(pieces[i]);
+    const std::size_t at = is_cause ? last_place_of(pieces[i], text) : text.find(pieces[i]);
     if (at == std::string_view::npos) return {};
     blanks.push_back(text.substr(0, at));
     text.remove_prefix(at + pieces[i].size());
@@ -292,8 +314,10 @@ std::string_view recognised::at(std::string_view role) const {
 
 std::optional<recognised> recognise(std::string_view text) {
   static const std::vector<cut_wording> wordings = cut_wordings();
-  for (const cut_wording& one : wordings)
+  for (const cut_wording& one : wordings) {
+    if (!may_fit(text, one)) continue;
     if (auto blanks = blanks_of(text, one)) return recognised{one.entry, std::move(*blanks)};
+  }
   return {};
 }
 

@@ -13,7 +13,8 @@ namespace desk {
 
 namespace {
 
-constexpr std::size_t buffer_size = std::size_t{256} << 10U;
+constexpr std::size_t largest_buffer = std::size_t{256} << 10U;
+constexpr std::size_t smallest_buffer = std::size_t{4} << 10U;
 
 [[noreturn]] void cannot_read(const std::string& path, std::string_view why) {
   throw read_error(fmt::format("cannot read {}: {}", path, why));
@@ -29,10 +30,18 @@ int opened(const std::string& path) {
   cannot_read(path, "it is no regular file");
 }
 
+// Most logs are small, and a run has many.
+std::size_t buffer_for(int descriptor) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) return largest_buffer;
+  const auto size = static_cast<std::size_t>(std::max<off_t>(status.st_size, 0));
+  return std::clamp(size, smallest_buffer, largest_buffer);
+}
+
 }  // namespace
 
 byte_source::byte_source(const std::string& path)
-    : path_(path), descriptor_(opened(path)), buffer_(buffer_size + slack) {}
+    : path_(path), descriptor_(opened(path)), buffer_(buffer_for(descriptor_) + slack) {}
 
 byte_source::~byte_source() {
   ::close(descriptor_);

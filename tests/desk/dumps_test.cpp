@@ -418,6 +418,24 @@ TEST_F(dumps, are_read_as_a_general_parser_reads_them) {
   EXPECT_GT(whole, 400U) << "most of them must not be broken at once";
 }
 
+// The audit may still be writing it.
+TEST_F(dumps, are_read_to_the_end_of_a_file_that_grows) {
+  const std::string path = folder + "/grows.log";
+  std::ofstream file(path, std::ios::binary);
+  file << "x" << std::flush;
+  byte_source bytes(path);
+  std::string read(bytes.at_hand());
+  bytes.skip(read.size());
+  const std::string more(1'000'000, 'y');
+  file << more << std::flush;
+  EXPECT_EQ(bytes.more_at_hand().front(), 'y');
+  for (std::string_view part = bytes.at_hand(); !part.empty(); part = bytes.at_hand()) {
+    read.append(part);
+    bytes.skip(part.size());
+  }
+  EXPECT_EQ(read, "x" + more);
+}
+
 // A text over several blocks, and the keys that lead to it.
 TEST_F(dumps, may_hold_a_text_of_several_blocks) {
   const std::string text(3'000'000, 'y');
