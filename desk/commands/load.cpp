@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -57,9 +58,13 @@ bool is_of_run(const journal& found, const std::string& path, run& of, bool is_n
   return is_named;
 }
 
+std::string usual_journal(const report_options& options) {
+  return options.logs + "/tessel_journal.jsonl";
+}
+
 // A journal that was named must be there.
 void read_commands(run& of, const report_options& options, journal_from where) {
-  const std::string usual = options.logs + "/tessel_journal.jsonl";
+  const std::string usual = usual_journal(options);
   if (options.journal.empty() && !file_exists(usual)) return;
   const std::string& path = options.journal.empty() ? usual : options.journal;
   try {
@@ -72,6 +77,25 @@ void read_commands(run& of, const report_options& options, journal_from where) {
   } catch (const read_error& error) {
     if (!options.journal.empty()) throw no_run(error.what());
     of.marks.emplace_back(error.what());
+  }
+}
+
+// Which starts in the logs are of the last run.
+bool is_doubtful(const log_set& logs) {
+  const auto runs = runs_in(logs);
+  return !doubt_about(runs, runs.size() - 1).empty();
+}
+
+// Commands that come behind the start of all logs. A run that ended before has removed files only.
+bool has_gone_on_by_journal(const report_options& options, const log_set& logs) {
+  const auto path = options.journal.empty() ? usual_journal(options) : options.journal;
+  try {
+    const journal found = read_journal(path);
+    return may_be_of(found, runs_in(logs).back().started) &&
+           std::any_of(found.commands.begin(), found.commands.end(),
+                       [](const journal_command& one) { return !one.command.starts_with("rm "); });
+  } catch (const read_error&) {
+    return false;  // which a later reader says
   }
 }
 
@@ -91,7 +115,10 @@ int status_of(const judged_run& of, const report_options& options) {
 
 log_set load_logs(const report_options& options) {
   log_set logs = read_logs(options.logs);
-  if (!logs.exception.runs.empty() || !logs.inconsistent.runs.empty()) return logs;
+  if (!logs.exception.runs.empty() || !logs.inconsistent.runs.empty()) {
+    logs.has_gone_on = is_doubtful(logs) && has_gone_on_by_journal(options, logs);
+    return logs;
+  }
   const std::string& why = logs.exception.marks.empty() ? std::string("it has no run in it")
                                                         : logs.exception.marks.front();
   throw no_run(fmt::format("no run of the audit in {}: {}; name the folder of its logs with --logs",

@@ -8,11 +8,16 @@ namespace desk {
 int runs_command(const report_options& options, std::ostream& out) {
   if (!options.capture.empty())
     throw no_run("a capture is one run; --logs names a folder with the logs of several");
-  const auto starts = starts_of(load_logs(options));
-  for (std::size_t i = 0; i < starts.size(); ++i)
+  const log_set logs = load_logs(options);
+  const auto runs = runs_in(logs);
+  for (std::size_t i = 0; i < runs.size(); ++i) {
+    const std::string& started = runs[i].started;
     out << fmt::format("{:4}  {}{}\n", i + 1,
-                       starts[i].empty() ? "its start was rotated away" : starts[i],
-                       i + 1 == starts.size() ? "  the last one" : "");
+                       started.empty() ? "its start was rotated away" : started,
+                       i + 1 == runs.size() ? "  the last one" : "");
+    for (const std::string& note : {doubt_about(runs, i), span_of(runs[i])})
+      if (!note.empty()) out << fmt::format("      {}\n", note);
+  }
   return status_nothing_found;
 }
 

@@ -123,6 +123,12 @@ void note_unwritten(run& into, const log_set& logs, const run_in_logs& of) {
   }
 }
 
+void note_doubt(run& into, const std::vector<run_in_logs>& runs, std::size_t at) {
+  const std::string doubt = doubt_about(runs, at);
+  if (!doubt.empty())
+    into.marks.push_back(fmt::format("of which run a start in the logs is, is unknown: {}", doubt));
+}
+
 // A MAC of Jericho2 that differs: the audit counts it as a programming error, but writes only that
 // it could not go on.
 bool is_mac_of_chip(const finding& one) {
@@ -363,6 +369,7 @@ void read_findings(run& into, const log_set& logs, const std::vector<run_in_logs
   // Nor does the table count what is leaving, unless something is inconsistent.
   if (of.in[1] != nullptr && into.counts[finding_kind::inconsistency] == 0)
     into.counts[finding_kind::delay_delete] = 0;
+  if (back < runs.size()) note_doubt(into, runs, runs.size() - 1 - back);
   if (back != 0) return;
   for (const finding& one : into.findings)
     if (one.code == "TC-743") take_mtu_of_port(into, one);

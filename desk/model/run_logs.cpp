@@ -1,5 +1,7 @@
 #include "desk/model/run_logs.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <charconv>
 #include <chrono>
@@ -16,6 +18,11 @@ namespace {
 
 constexpr std::size_t exception_log = 0;
 constexpr std::size_t health_log = logs_of_a_run - 1;
+
+// In the order in which a run begins them.
+constexpr std::array<std::string_view, logs_of_a_run> names_of_logs = {
+    "tessel_exception.log", "tessel_inconsistencies.log", "tessel_programming_error.log",
+    "tessel_delay_delete.log", "tessel_bundle_health.log"};
 
 // Milliseconds of "2026-11-22 11:01:03,219", comparable with each other.
 std::int64_t milliseconds_of(std::string_view stamp) {
@@ -36,18 +43,35 @@ std::int64_t milliseconds_of(std::string_view stamp) {
 // A run starts all its logs at about the same time.
 constexpr std::int64_t longest = 2000;
 // On a slow disk, or where the clock was set forward meanwhile, one start may be so far behind the
-// one before. Only for the last run: nothing else tells it from a run of its own.
-constexpr std::int64_t longest_of_last = 60'000;
+// one before.
+constexpr std::int64_t longest_if_slow = 60'000;
 
 struct known_run {
   std::int64_t time;    // of its first start
   std::int64_t latest;  // of its last one
   run_in_logs of;
+  bool has_gone_on = false;  // behind all starts, by its journal
 };
 
 bool may_have_begun(const known_run& one, std::int64_t time) {
   return std::abs(time - one.time) <= longest ||
-         (time >= one.latest && time - one.latest <= longest_of_last);
+         (time >= one.latest && time - one.latest <= longest_if_slow);
+}
+
+// What only a run that has begun all its logs writes. The first command of a run comes before them.
+bool is_behind_opening(const log_entry& one) {
+  return one.text.find(": execution failed for rm ") == std::string::npos;
+}
+
+bool has_entry_behind_opening(const log_run& of) {
+  return std::any_of(of.entries.begin(), of.entries.end(), is_behind_opening);
+}
+
+bool has_begun_all(const known_run& one) {
+  const auto& in = one.of.in;
+  return one.has_gone_on || std::any_of(in.begin(), in.end(), [](const log_run* begun) {
+           return begun != nullptr && has_entry_behind_opening(*begun);
+         });
 }
 
 struct start {
@@ -86,35 +110,92 @@ class runs_by_time {
   std::unordered_map<std::int64_t, std::vector<std::size_t>> near_;
 };
 
-// A start that stands in the log behind the run's own and before the next run's is the run's.
-bool is_of_run_before(const std::vector<known_run>& runs, std::size_t at, std::int64_t time) {
-  return at > 0 && time < runs[at].time && time >= runs[at - 1].time &&
-         time - runs[at - 1].time <= longest;
+// A start before that of a run, though of about the same time, is of the run before it if that has
+// no start of its own here.
+bool is_of_run_before(const std::vector<known_run>& runs, std::size_t at,
+                      const std::vector<start>& starts, std::size_t one) {
+  if (at == 0 || starts[one].time >= runs[at].time) return false;
+  const auto is_near = [&](std::size_t other) {
+    const std::int64_t later = starts[other].time - runs[at - 1].time;
+    return later >= 0 && later <= longest_if_slow;
+  };
+  return is_near(one) && (one == 0 || !is_near(one - 1));
 }
 
-// The log's last start is the last run's if that has no other one here.
-void join_last(std::vector<std::size_t>& found, const std::vector<known_run>& runs,
-               const std::vector<start>& starts) {
-  if (runs.empty() || starts.empty() || found.back() != 0) return;
-  const bool has_start = std::find(found.begin(), found.end(), runs.size()) != found.end();
-  if (!has_start && may_have_begun(runs.back(), starts.back().time)) found.back() = runs.size();
+// Starts that stand together, without a run of about their time, and the runs among which theirs
+// are: those behind the run of the start before them and before that of the one behind them.
+struct unknown_starts {
+  std::size_t first;
+  std::size_t limit;
+  std::size_t first_run;
+  std::size_t run_limit;
+  // An earlier log still has the run before them, so it has lost none of theirs.
+  bool has_all_runs = false;
+};
+
+bool has_begun_before(const known_run& one, std::size_t log) {
+  return std::any_of(one.of.in.begin(), one.of.in.begin() + static_cast<std::ptrdiff_t>(log),
+                     [](const log_run* begun) { return begun != nullptr; });
+}
+
+// The last run of these that has certainly begun this log, or may have by the time; `limit` if none
+// has.
+std::size_t last_that_may_have(const std::vector<known_run>& runs, std::size_t first,
+                               std::size_t limit, std::int64_t time) {
+  constexpr std::size_t most_runs_between = 100;
+  const std::size_t end = std::max(first, limit - std::min(limit, most_runs_between));
+  for (std::size_t run = limit; run-- > end;)
+    if (has_begun_all(runs[run]) || may_have_begun(runs[run], time)) return run;
+  return limit;
+}
+
+// From the last one on. Where each start must have one of the runs, a run is left for each of those
+// before; if there are more runs, and neither a time nor a message decides, it is the last one.
+void join_by_order(std::vector<std::size_t>& found, std::vector<known_run>& runs,
+                   const std::vector<start>& starts, std::size_t log, const unknown_starts& of) {
+  std::size_t limit = of.run_limit;
+  for (std::size_t i = of.limit; i-- > of.first && limit > of.first_run;) {
+    const std::size_t first = of.first_run + (of.has_all_runs ? i - of.first : 0);
+    std::size_t run = last_that_may_have(runs, first, limit, starts[i].time);
+    if (run == limit) {
+      if (!of.has_all_runs) continue;
+      run = limit - 1;
+      runs[run].of.is_guessed[log] = run != first;
+    }
+    found[i] = run + 1;
+    limit = run;
+  }
+}
+
+void join_all_by_order(std::vector<std::size_t>& found, std::vector<known_run>& runs,
+                       const std::vector<start>& starts, std::size_t log) {
+  for (std::size_t i = 0; i < found.size(); ++i) {
+    if (found[i] != 0) continue;
+    unknown_starts of{i, i, i == 0 ? 0 : found[i - 1], runs.size()};
+    while (of.limit < found.size() && found[of.limit] == 0) ++of.limit;
+    if (of.limit < found.size()) of.run_limit = found[of.limit] - 1;
+    of.has_all_runs = of.first_run != 0 && has_begun_before(runs[of.first_run - 1], log) &&
+                      of.limit - of.first <= of.run_limit - of.first_run;
+    join_by_order(found, runs, starts, log, of);
+    i = of.limit - 1;
+  }
 }
 
 // For each start one more than the index of its run; 0 if it has none. From the last one on,
 // because a log loses its oldest lines.
-std::vector<std::size_t> runs_of_starts(const std::vector<known_run>& runs,
-                                        const std::vector<start>& starts) {
+std::vector<std::size_t> runs_of_starts(std::vector<known_run>& runs,
+                                        const std::vector<start>& starts, std::size_t log) {
   const runs_by_time by_time(runs);
   std::vector<std::size_t> found(starts.size());
   std::size_t limit = runs.size();
   for (std::size_t i = starts.size(); i-- > 0;) {
     std::size_t behind = by_time.behind_last_at(starts[i].time, limit);
     if (behind == 0) continue;
-    if (is_of_run_before(runs, behind - 1, starts[i].time)) --behind;
+    if (is_of_run_before(runs, behind - 1, starts, i)) --behind;
     found[i] = behind;
     limit = behind - 1;
   }
-  join_last(found, runs, starts);
+  join_all_by_order(found, runs, starts, log);
   return found;
 }
 
@@ -123,7 +204,7 @@ std::vector<std::size_t> runs_of_starts(const std::vector<known_run>& runs,
 // before the last one: that has begun the other logs first, so its start there is the newest.
 std::vector<known_run> joined(std::vector<known_run> runs, const std::vector<start>& starts,
                               std::size_t log) {
-  const std::vector<std::size_t> found = runs_of_starts(runs, starts);
+  const std::vector<std::size_t> found = runs_of_starts(runs, starts, log);
   std::vector<known_run> made;
   made.reserve(runs.size() + starts.size());
   std::size_t next = 0;  // of the runs
@@ -166,14 +247,24 @@ known_run* last_before_health(std::vector<known_run>& runs) {
 }
 
 // Begun anew by each run, so it is of the last one that came so far, unless that one could not
-// write it.
+// write it. Then it has the time of an earlier one; with that of none it is most likely the last
+// one's, whose clock was set meanwhile.
 std::vector<known_run> with_health(std::vector<known_run> runs, const channel_log& log) {
   std::vector<start> starts = starts_in(log);
   if (starts.empty()) return runs;
+  const auto may_be_of = [&](const known_run& one) {
+    return may_have_begun(one, starts.back().time);
+  };
   known_run* last = last_before_health(runs);
-  if (last != nullptr && may_have_begun(*last, starts.back().time)) {
-    last->of.in[health_log] = starts.back().of;
-    starts.pop_back();
+  if (last != nullptr) {
+    const bool is_sure = has_begun_all(*last) || may_be_of(*last);
+    const bool is_guessed = !is_sure && last->of.in[health_log - 1] != nullptr &&
+                            std::none_of(runs.begin(), runs.end(), may_be_of);
+    if (is_sure || is_guessed) {
+      last->of.in[health_log] = starts.back().of;
+      last->of.is_guessed[health_log] = is_guessed;
+      starts.pop_back();
+    }
   }
   if (starts.empty()) return runs;
   return joined(std::move(runs), starts, health_log);
@@ -211,30 +302,31 @@ void add_unstarted(std::vector<run_in_logs>& runs, const log_set& logs) {
   }
 }
 
+// It has begun its first logs, and the other one only those behind them.
+bool ends_where_begins(const run_in_logs& one, const run_in_logs& other) {
+  const auto has_not = [](const log_run* begun) { return begun == nullptr; };
+  const auto end = std::find_if(one.in.begin(), one.in.end(), has_not);
+  const auto begin = std::find_if_not(other.in.begin(), other.in.end(), has_not);
+  return end != one.in.end() && end - one.in.begin() == begin - other.in.begin() &&
+         std::all_of(end, one.in.end(), has_not);
+}
+
 // The log of exceptions cannot be read, or lacks what the run has written first.
 bool has_lost_failures(const log_set& logs, const run_in_logs& of) {
   const log_run* kept = of.in[exception_log];
   return !logs.exception.is_read || kept == nullptr || kept->started.empty();
 }
 
-// What only a run that has begun all its logs writes. The first command of a run comes before them.
-bool is_behind_opening(const log_entry& one) {
-  return one.text.find(": execution failed for rm ") == std::string::npos;
-}
-
-bool has_entry_behind_opening(const log_run& of) {
-  return std::any_of(of.entries.begin(), of.entries.end(), is_behind_opening);
-}
-
 }  // namespace
 
 log_set read_logs(const std::string& folder) {
+  const auto& name = names_of_logs;
   return {folder,
-          read_channel_log(folder, "tessel_exception.log"),
-          read_channel_log(folder, "tessel_inconsistencies.log"),
-          read_channel_log(folder, "tessel_programming_error.log"),
-          read_channel_log(folder, "tessel_delay_delete.log"),
-          read_channel_log(folder, "tessel_bundle_health.log", false)};
+          read_channel_log(folder, name[0]),
+          read_channel_log(folder, name[1]),
+          read_channel_log(folder, name[2]),
+          read_channel_log(folder, name[3]),
+          read_channel_log(folder, name[4], false)};
 }
 
 std::array<const channel_log*, logs_of_a_run> all_of(const log_set& logs) {
@@ -244,8 +336,10 @@ std::array<const channel_log*, logs_of_a_run> all_of(const log_set& logs) {
 std::vector<run_in_logs> runs_in(const log_set& logs) {
   const auto all = all_of(logs);
   std::vector<known_run> known;
-  for (std::size_t log = 0; log < health_log; ++log)
+  for (std::size_t log = 0; log < health_log; ++log) {
     known = joined(std::move(known), starts_in(*all[log]), log);
+    if (!known.empty()) known.back().has_gone_on = logs.has_gone_on;
+  }
   known = with_health(std::move(known), logs.health);
   std::vector<run_in_logs> runs;
   runs.reserve(known.size());
@@ -258,6 +352,35 @@ std::vector<std::string> starts_of(const log_set& logs) {
   std::vector<std::string> starts;
   for (const run_in_logs& one : runs_in(logs)) starts.push_back(one.started);
   return starts;
+}
+
+bool may_be_one_with_before(const std::vector<run_in_logs>& runs, std::size_t at) {
+  return at != 0 &&
+         (ends_where_begins(runs[at - 1], runs[at]) || ends_where_begins(runs[at], runs[at - 1]));
+}
+
+std::string doubt_about(const std::vector<run_in_logs>& runs, std::size_t at) {
+  if (may_be_one_with_before(runs, at))
+    return "it may be one run with the one before it: no log has a start of both";
+  const auto& guessed = runs[at].is_guessed;
+  const auto first = std::find(guessed.begin(), guessed.end(), true);
+  if (first == guessed.end()) return {};
+  const auto log = static_cast<std::size_t>(first - guessed.begin());
+  return fmt::format("its start in {} may be that of an earlier run", names_of_logs[log]);
+}
+
+std::string span_of(const run_in_logs& of) {
+  const std::string* first = nullptr;
+  const std::string* last = nullptr;
+  for (const log_run* one : of.in) {
+    if (one == nullptr || one->started.empty()) continue;
+    if (first == nullptr || one->started < *first) first = &one->started;
+    if (last == nullptr || one->started > *last) last = &one->started;
+  }
+  if (first == nullptr || milliseconds_of(*last) - milliseconds_of(*first) <= longest) return {};
+  return fmt::format(
+      "its logs began between {} and {}: the clock was set meanwhile, or the disk is slow", *first,
+      *last);
 }
 
 bool may_have_messages(const log_set& logs, const run_in_logs& of) {

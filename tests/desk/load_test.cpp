@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <sstream>
 #include <string>
 
+#include "desk/commands/commands.h"
 #include "desk/judge/judge.h"
 #include "desk/model/coverage.h"
 #include "tests/desk/log_folder.h"
@@ -87,6 +90,57 @@ TEST_F(loaded_run, that_ended_while_it_began_its_logs_has_no_snapshot) {
     EXPECT_THAT(judged.causes[0].title, HasSubstr("the run ended at its start"));
     EXPECT_EQ(exit_status(judged), 3);
   }
+}
+
+// The clock was set back behind the start of the first log, and nothing was found.
+class run_of_two_times : public loaded_run {
+ protected:
+  void SetUp() override {
+    loaded_run::SetUp();
+    complete(eleven);
+    write("exception", line(noon, "Started Tessel Checker"));
+  }
+  // With the command that the run begins with, and perhaps one behind the start of its logs.
+  void write_journal(const std::string& began, const std::string& command) const {
+    std::ofstream file(folder + "/tessel_journal.jsonl");
+    file << R"({"n":1,"event":"run","format":1,"version":"1","time":")" << began << R"(","pid":3}
+{"n":2,"event":"start","id":1,"at":0.01,"pid":4,"node":null,"command":"rm /tmp/tessel*"}
+)";
+    if (!command.empty())
+      file << R"({"n":3,"event":"start","id":2,"at":0.02,"pid":5,"node":null,"command":")"
+           << command << "\"}\n";
+  }
+  [[nodiscard]] std::string shown_runs() const {
+    report_options options;
+    options.logs = folder;
+    std::ostringstream out;
+    EXPECT_EQ(runs_command(options, out), 0);
+    return out.str();
+  }
+};
+
+TEST_F(run_of_two_times, is_one_if_its_journal_shows_that_it_has_gone_on) {
+  const std::string began = "2026-11-22T11:59:59.900Z";
+  write_journal(began, "/opt/nos/bin/sw_version_show");
+  const run of = loaded();
+  EXPECT_EQ(of.started, noon);
+  EXPECT_EQ(of.end, run_end::complete);
+  EXPECT_THAT(of.marks, Not(Contains(HasSubstr("of which run"))));
+  EXPECT_EQ(shown_runs(), "   1  " + noon + "  the last one\n      its logs began between " +
+                              eleven + " and " + noon +
+                              ": the clock was set meanwhile, or the disk is slow\n");
+  write_journal(began, "rm /tmp/tessel_*");
+  EXPECT_EQ(loaded().end, run_end::unknown) << "at its start";
+  write_journal("2026-11-22T11:44:00.000Z", "/opt/nos/bin/sw_version_show");
+  EXPECT_EQ(loaded().end, run_end::unknown) << "the journal of another run";
+}
+
+TEST_F(run_of_two_times, may_be_two_where_nothing_shows_that_it_is_one) {
+  EXPECT_EQ(loaded().end, run_end::unknown);
+  EXPECT_THAT(loaded().marks, Contains(HasSubstr("it may be one run with the one before it")));
+  EXPECT_EQ(shown_runs(), "   1  " + eleven + "\n   2  " + noon +
+                              "  the last one\n      it may be one run with the one before it: no "
+                              "log has a start of both\n");
 }
 
 // The run before stopped behind a note; this one cannot have.

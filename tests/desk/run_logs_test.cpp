@@ -1,9 +1,13 @@
 #include "desk/model/run_logs.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
 #include <string>
+#include <vector>
 
 #include "desk/model/findings.h"
 #include "tests/desk/log_folder.h"
@@ -11,7 +15,9 @@
 namespace desk {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -51,6 +57,156 @@ TEST_F(run_logs, are_in_the_order_in_which_they_stand) {
 TEST_F(run_logs, of_a_clock_that_was_set_back_twice) {
   for (const std::string& time : {eleven, noon, ten, eleven, nine}) start(time);
   EXPECT_THAT(starts(), ElementsAre(eleven, noon, ten, eleven, nine));
+}
+
+// A run of which each log has its start at another time.
+class run_logs_of_other_times : public run_logs {
+ protected:
+  void start_at(const std::vector<std::string>& times) const {
+    for (std::size_t log = 0; log < times.size(); ++log) {
+      const std::string text = line(times[log], "Started Tessel Checker");
+      if (log < appended.size()) append(appended.at(log), text);
+      if (log >= appended.size()) write("bundle_health", text);
+    }
+  }
+  [[nodiscard]] std::vector<std::string> doubts() const {
+    const log_set logs = read_logs(folder);
+    const auto runs = runs_in(logs);
+    std::vector<std::string> made;
+    for (std::size_t i = 0; i < runs.size(); ++i) made.push_back(doubt_about(runs, i));
+    return made;
+  }
+};
+
+// The logs have all starts behind that of the run before, so these cannot be of two runs.
+TEST_F(run_logs_of_other_times, are_one_run_where_an_older_one_is_in_all_logs) {
+  for (std::size_t set_before = 1; set_before <= appended.size(); ++set_before) {
+    for (const char* log : appended) empty(log);
+    start(eleven);
+    std::vector<std::string> times(set_before, noon);
+    times.resize(appended.size() + 1, ten);
+    start_at(times);
+    find(ten);
+    EXPECT_THAT(starts(), ElementsAre(eleven, noon)) << set_before;
+    EXPECT_THAT(last_run().findings, SizeIs(1));
+    EXPECT_THAT(last_run().marks, IsEmpty());
+    EXPECT_THAT(last_run().unwritten, IsEmpty());
+    EXPECT_THAT(last_run(1).findings, IsEmpty());
+    EXPECT_THAT(doubts(), ElementsAre("", ""));
+    start(nine);
+    EXPECT_THAT(starts(), ElementsAre(eleven, noon, nine)) << "nor if it is an older one by now";
+  }
+}
+
+// The first log has lost nothing, but no other run shows that.
+TEST_F(run_logs_of_other_times, are_one_run_where_a_message_shows_that_it_has_begun_all) {
+  start_at({noon, ten, ten, ten, ten});
+  EXPECT_THAT(starts(), ElementsAre(ten, noon));
+  EXPECT_THAT(doubts(), ElementsAre("", HasSubstr("may be one run with the one before it")));
+  EXPECT_THAT(last_run().marks, Contains(HasSubstr("may be one run")));
+  append("exception", line(ten, "no key '0/1/0/0': get_member_pp_port failed for x"));
+  EXPECT_THAT(starts(), ElementsAre(noon));
+  EXPECT_THAT(last_run().marks, IsEmpty());
+  EXPECT_THAT(last_run().unwritten, IsEmpty());
+}
+
+TEST_F(run_logs_of_other_times, have_the_report_of_bundle_health_that_was_begun_last) {
+  start_at({noon, noon, noon, noon, ten});
+  EXPECT_THAT(starts(), ElementsAre(noon));
+  EXPECT_THAT(last_run().unwritten, IsEmpty());
+  EXPECT_THAT(doubts(),
+              ElementsAre("its start in tessel_bundle_health.log may be that of an earlier run"));
+  find(ten);
+  EXPECT_THAT(starts(), ElementsAre(noon));
+  EXPECT_THAT(last_run().unwritten, IsEmpty());
+  EXPECT_THAT(doubts(), ElementsAre(""));
+}
+
+// One of two has begun the second log, and nothing says which.
+TEST_F(run_logs_of_other_times, are_guessed_where_one_of_several_ended_early) {
+  start(noon);
+  start_at({eleven});
+  start_at({ten, nine});
+  EXPECT_THAT(starts(), ElementsAre(noon, eleven, ten));
+  EXPECT_THAT(doubts(), ElementsAre("", "",
+                                    "its start in tessel_inconsistencies.log may be that of an "
+                                    "earlier run"));
+  EXPECT_THAT(last_run().unwritten, SizeIs(3));
+}
+
+// Behind it another one ended early.
+TEST_F(run_logs_of_other_times, are_not_guessed_where_a_message_or_the_time_tells) {
+  start(noon);
+  start_at({eleven});
+  append("exception", line(eleven, "no key '0/1/0/0': get_member_pp_port failed for x"));
+  start_at({ten});
+  append("inconsistencies", line(nine, "Started Tessel Checker"));
+  find(nine);
+  EXPECT_THAT(last_run().findings, IsEmpty());
+  EXPECT_THAT(last_run(1).findings, SizeIs(2));
+  EXPECT_THAT(doubts(), ElementsAre("", "", ""));
+}
+
+// On a slow disk.
+TEST_F(run_logs_of_other_times, are_one_run_though_it_is_an_older_one) {
+  const auto slow = [](const std::string& hour) {
+    return std::vector<std::string>{hour + ":00:00,000", hour + ":00:20,000", hour + ":00:45,000",
+                                    hour + ":01:10,000", hour + ":01:30,000"};
+  };
+  start_at(slow("2026-11-22 09"));
+  start_at(slow("2026-11-22 10"));
+  start_at(slow("2026-11-22 11"));
+  EXPECT_THAT(starts(), ElementsAre(nine, ten, eleven));
+  const log_set logs = read_logs(folder);
+  EXPECT_EQ(span_of(runs_in(logs).back()),
+            "its logs began between 2026-11-22 11:00:00,000 and 2026-11-22 11:01:30,000: the clock "
+            "was set meanwhile, or the disk is slow");
+}
+
+// The first ended behind its second log, and the next one began at once.
+TEST_F(run_logs_of_other_times, keep_their_starts_though_another_run_follows) {
+  start_at({"2026-11-22 10:00:00,000", "2026-11-22 10:00:05,000"});
+  find("2026-11-22 10:00:05,100");
+  start_at({"2026-11-22 10:00:06,000", "2026-11-22 10:00:11,000", "2026-11-22 10:00:16,000"});
+  EXPECT_THAT(starts(), ElementsAre("2026-11-22 10:00:00,000", "2026-11-22 10:00:06,000"));
+  EXPECT_THAT(last_run().findings, IsEmpty());
+  EXPECT_THAT(last_run(1).findings, SizeIs(1));
+}
+
+// A clock that was set back by less than a run takes to begin its logs.
+TEST_F(run_logs_of_other_times, are_those_of_the_run_behind_if_the_one_before_has_its_own) {
+  start_at({"2026-11-22 10:00:00,000", "2026-11-22 10:00:00,100"});
+  start_at({"2026-11-22 10:00:01,000", "2026-11-22 10:00:00,900"});
+  find("2026-11-22 10:00:01,000");
+  EXPECT_THAT(starts(), SizeIs(2));
+  EXPECT_THAT(last_run().findings, SizeIs(1));
+}
+
+// Whatever the clock was, where no run ended early.
+TEST_F(run_logs_of_other_times, are_told_apart_by_their_order) {
+  std::mt19937 random(7);
+  const auto below = [&](std::size_t limit) { return random() % limit; };
+  const auto any_time = [&] {
+    return fmt::format("2026-{:02}-{:02} {:02}:{:02}:{:02},{:03}", 1 + below(12), 1 + below(28),
+                       below(24), below(60), below(60), below(1000));
+  };
+  for (int round = 0; round < 50; ++round) {
+    for (const char* log : appended) empty(log);
+    start("2025-11-22 11:00:00,000");
+    std::vector<std::string> first = {"2025-11-22 11:00:00,000"};
+    for (std::size_t runs = below(20); runs > 0; --runs) {
+      std::vector<std::string> times(appended.size() + 1);
+      std::generate(times.begin(), times.end(), any_time);
+      first.push_back(times.front());
+      start_at(times);
+    }
+    const log_set logs = read_logs(folder);
+    const auto runs = runs_in(logs);
+    ASSERT_EQ(starts_of(logs), first);
+    for (std::size_t i = 0; i < runs.size(); ++i)
+      for (std::size_t log = 0; log < appended.size(); ++log)
+        ASSERT_EQ(runs[i].in.at(log), &all_of(logs).at(log)->runs[i]);
+  }
 }
 
 // Each number of logs that a run can have begun when it ended.
@@ -194,16 +350,23 @@ TEST_F(run_logs, show_whether_the_debug_log_was_begun) {
 
 // A folder of another size than any router has.
 TEST_F(run_logs, of_many_runs_are_told_apart_soon) {
-  std::string at_once;
-  std::string late;
-  for (int i = 0; i < 100'000; ++i) {
-    at_once += line(noon, "Started Tessel Checker");
-    late += line("2026-11-22 12:00:02,500", "Started Tessel Checker");
-  }
-  append("exception", at_once);
-  append("inconsistencies", late);
-  append("programming_error", at_once);
-  EXPECT_THAT(starts(), SizeIs(199'999)) << "the last one may have begun its second log late";
+  constexpr std::size_t many = 100'000;
+  const auto starts_at = [](const std::string& time) {
+    std::string text;
+    for (std::size_t i = 0; i < many; ++i) text += line(time, "Started Tessel Checker");
+    return text;
+  };
+  append("exception", starts_at(noon));
+  append("inconsistencies", starts_at("2026-11-22 12:00:02,500"));
+  append("programming_error", starts_at(noon));
+  EXPECT_THAT(starts(), SizeIs(many)) << "they may have begun their second log late";
+  write("inconsistencies", starts_at(ten));
+  EXPECT_THAT(starts(), SizeIs(2 * many)) << "the first log may have lost older ones";
+  write("exception", line(eleven, "Started Tessel Checker") + starts_at(noon));
+  write("inconsistencies", line(eleven, "Started Tessel Checker") + starts_at(ten));
+  EXPECT_THAT(starts(), SizeIs(many + 1));
+  append("inconsistencies", line(nine, "Started Tessel Checker"));
+  EXPECT_THAT(starts(), SizeIs(2 * many + 2)) << "more than the first log has";
 }
 
 }  // namespace
