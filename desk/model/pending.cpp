@@ -1,8 +1,11 @@
 #include "desk/model/pending.h"
 
+#include <fmt/format.h>
+
 #include <memory>
 #include <set>
 #include <span>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -26,16 +29,31 @@ const cell* handle_of(const object& of) {
   return nullptr;
 }
 
+// What so many have does not tell them apart: nothing is of any of them by it. A dump in which all
+// have the same would become as many values as its lines times its objects.
+constexpr std::size_t most_of_one_name = 16;
+
+// Names that too many have.
+struct vague_names {
+  std::size_t count = 0;
+  std::string first;
+  void add(std::string_view name) {
+    if (count++ == 0 || name < first) first = name;
+  }
+};
+
 // The members of a bundle, as its chips name them.
 class members_of_chip {
  public:
-  members_of_chip(const run& of, const object& bundle) : of_(of) {
+  members_of_chip(const run& of, const object& bundle, vague_names& vague) : of_(of) {
     for (const std::size_t part : bundle.parts) {
       const object& one = of.objects[part];
       if (one.kind != object_kind::member) continue;
       for (const cell& c : one.cells)
         if (c.from == source::agent) add(c, part);
     }
+    for (auto& [id, members] : ids_.all) leave_out_if_vague(of.texts.text(id), members, vague);
+    for (auto& [end, members] : ends_) leave_out_if_vague(end, members, vague);
   }
 
   // In the order of the bundle's parts.
@@ -56,16 +74,22 @@ class members_of_chip {
   };
 
   void add(const cell& c, std::size_t member) {
-    if (c.what == field::member_id) {
-      std::vector<std::size_t>& same = ids_.all[place_in(ids_, c.value)].second;
-      // A member of several nodes follows itself.
-      if (same.empty() || same.back() != member) same.push_back(member);
-    }
+    if (c.what == field::member_id) add_once(ids_.all[place_in(ids_, c.value)].second, member);
     if (c.what != field::system_port) return;
     const std::string_view end = significant_end(of_.texts.text(c.value));
     if (end.empty()) return;
-    ends_[end].push_back(member);
+    add_once(ends_[end], member);
     lengths_.insert(end.size());
+  }
+  // A member of several nodes follows itself.
+  static void add_once(std::vector<std::size_t>& to, std::size_t member) {
+    if (to.empty() || to.back() != member) to.push_back(member);
+  }
+  static void leave_out_if_vague(std::string_view name, std::vector<std::size_t>& members,
+                                 vague_names& vague) {
+    if (members.size() <= most_of_one_name) return;
+    vague.add(name);
+    members.clear();
   }
   static std::size_t place_in(names& known, text_id name) {
     const auto [at, is_new] = known.at.try_emplace(name, known.all.size());
@@ -103,12 +127,17 @@ class lag_holders {
  public:
   explicit lag_holders(const run& of) : at_(of.texts.size()) {
     for (const auto& [lag, holders] : of.lag_ids) {
+      if (holders.size() > most_of_one_name) {
+        vague_.add(of.texts.text(lag));
+        continue;
+      }
       at_[lag] = {static_cast<std::uint32_t>(all_.size()),
                   static_cast<std::uint32_t>(holders.size())};
       for (const std::size_t one : holders) {
         all_.push_back(static_cast<std::uint32_t>(one));
         if (!of.objects[one].parts.empty())
-          with_members_[lag].push_back(std::make_unique<members_of_chip>(of, of.objects[one]));
+          with_members_[lag].push_back(
+              std::make_unique<members_of_chip>(of, of.objects[one], vague_));
       }
     }
   }
@@ -120,10 +149,12 @@ class lag_holders {
     return at == with_members_.end() ? std::span<const std::unique_ptr<members_of_chip>>()
                                      : std::span(at->second);
   }
+  [[nodiscard]] const vague_names& vague() const { return vague_; }
 
  private:
   std::vector<std::pair<std::uint32_t, std::uint32_t>> at_;  // by LAG id: where in `all_`, how many
   std::vector<std::uint32_t> all_;
+  vague_names vague_;
   std::unordered_map<text_id, std::vector<std::unique_ptr<members_of_chip>>> with_members_;
 };
 
@@ -182,6 +213,19 @@ void pending_values::for_each_in_chips(const lag_holders& holders, text_id prese
   }
 }
 
+namespace {
+
+void note(const vague_names& vague, run& into) {
+  if (vague.count == 0 || !into.has_chip_tables) return;
+  into.marks.push_back(fmt::format(
+      "LAGs and members of the chips are left out: more than {} objects have the LAG id or "
+      "member's name {}{}",
+      most_of_one_name, vague.first,
+      vague.count == 1 ? "" : fmt::format(", and so it is with {} more", vague.count - 1)));
+}
+
+}  // namespace
+
 // Values of one object are far from each other, and each of its own value's place is found once.
 void pending_values::attach(run& into, text_id present) {
   find_objects(into);
@@ -201,6 +245,7 @@ void pending_values::attach(run& into, text_id present) {
     next[i] = cells.data() + had;
   }
   for_each([&](std::size_t object, const cell& of) { *next[object]++ = of; });
+  note(holders.vague(), into);
 }
 
 }  // namespace desk

@@ -42,7 +42,7 @@ class pending_values {
 
   // Gives each value to all objects that it is of, in the order in which they came, those with a
   // handle first; what is of none is dropped. A LAG or a member in a chip becomes the value
-  // `present`.
+  // `present`; where many objects have the same LAG id or name, it is of none, with a mark.
   void attach(run& into, text_id present);
 
  private:

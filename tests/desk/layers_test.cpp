@@ -64,7 +64,7 @@ std::string dump(const std::string& label, const std::string& text) {
 std::string debug_log_of(const small_router& of) {
   std::string bundles, agents, older, jericho2;
   for (const auto& [bundle, id] : of.lags)
-    bundles += ",\"" + bundle + "\":{\"Data\":{\"lagid\":\"" + id + "\"}}";
+    bundles.append(",\"").append(bundle).append(R"(":{"Data":{"lagid":")").append(id) += "\"}}";
   for (const agent_member& m : of.members) {
     bundles += ",\"" + m.bundle + "\":{\"Data\":{\"members\":{\"0/0/CPU0\":{\"" + m.name +
                "\":{\"nodename\":\"0/0/CPU0\",\"npu_id\":\"0\"}}}}}";
@@ -145,6 +145,48 @@ TEST_F(layers, give_a_member_what_its_chip_lists_in_the_way_of_its_family) {
 }
 
 // The id of one member is the end of the system port of another one.
+// So many bundles have LAG 0x1 and a member each, and the chips have so many lines of it.
+small_router router_of_one_lag(int bundles, int lines) {
+  small_router made;
+  for (int i = 1; i <= bundles; ++i) {
+    const std::string bundle = "BE" + std::to_string(i);
+    made.lags.emplace_back(bundle, "0x1");
+    made.members.push_back({bundle, "0/0/0/" + std::to_string(i), "0x0", "0x11"});
+  }
+  made.in_older.assign(static_cast<std::size_t>(lines), {"0x1", "0x0"});
+  made.in_jericho2.assign(static_cast<std::size_t>(lines), {"0x1", "0x04001011"});
+  return made;
+}
+
+small_router router_of_one_name(int members, int lines) {
+  small_router made = router_of_one_lag(members, lines);
+  made.lags.resize(1);
+  for (agent_member& one : made.members) one.bundle = made.lags.front().first;
+  return made;
+}
+
+TEST_F(layers, give_what_a_chip_lists_to_few_of_one_name) {
+  for (const auto& router_of : {router_of_one_lag, router_of_one_name}) {
+    const auto cells_and_marks = [&](int objects, int lines) {
+      run of;
+      read(of, debug_log_of(router_of(objects, lines)));
+      std::size_t cells = 0;
+      for (const object& one : of.objects) cells += seen_of(of, one).size();
+      return std::pair(cells, of.marks);
+    };
+    EXPECT_THAT(cells_and_marks(16, 3).second, testing::IsEmpty());
+    const auto [few, no_marks] = cells_and_marks(16, 500);
+    EXPECT_GE(few, 16U * 2U * 500U);
+    const auto [many, marks] = cells_and_marks(1000, 500);
+    const auto [twice, same_marks] = cells_and_marks(2000, 1000);
+    EXPECT_LE(many, few);
+    EXPECT_LE(twice, 2 * many);
+    EXPECT_THAT(marks, testing::ElementsAre(testing::StartsWith(
+                           "LAGs and members of the chips are left out: more than 16 objects")));
+    EXPECT_EQ(marks, same_marks);
+  }
+}
+
 TEST_F(layers, take_no_system_port_for_a_member_id) {
   run of;
   read(of, dump("TESSELDB", R"({"BE1":{"Data":{"lagid":"0x1"}}})") +
