@@ -62,6 +62,7 @@ TEST(platform, has_the_models_of_the_library_in_their_order) {
   const std::size_t begin = source.find("models = {{");
   const std::string table = source.substr(begin, source.find("}};", begin) - begin);
   std::vector<std::string> names;
+  names.reserve(std::size(router_models));
   for (const router_model& model : router_models) names.emplace_back(model.name);
   EXPECT_EQ(found_in(table, R"rx(\{"([^"]+)", \w+\})rx"), names);
   const std::string inventory = content_of(PROJECT_SOURCES "/src/platform/node_inventory.cpp");
@@ -96,6 +97,7 @@ TEST(platform, has_the_tools_of_the_library_and_no_others) {
   const auto simulated =
       found_in(content_of(PROJECT_SOURCES "/lab/tool/tool_names.cpp"), R"rx("([a-z_]+)"[,}])rx");
   std::vector<std::string> names;
+  names.reserve(std::size(platform_tools));
   for (const platform_tool& tool : platform_tools) names.emplace_back(tool.name);
   EXPECT_EQ(simulated, names);
 }
