@@ -50,7 +50,7 @@ struct known_run {
   std::int64_t time;    // of its first start
   std::int64_t latest;  // of its last one
   run_in_logs of;
-  bool has_gone_on = false;  // behind all starts, by its journal
+  bool has_gone_on = false;  // behind the starts of all logs, by a message or its journal
 };
 
 bool may_have_begun(const known_run& one, std::int64_t time) {
@@ -65,13 +65,6 @@ bool is_behind_opening(const log_entry& one) {
 
 bool has_entry_behind_opening(const log_run& of) {
   return std::any_of(of.entries.begin(), of.entries.end(), is_behind_opening);
-}
-
-bool has_begun_all(const known_run& one) {
-  const auto& in = one.of.in;
-  return one.has_gone_on || std::any_of(in.begin(), in.end(), [](const log_run* begun) {
-           return begun != nullptr && has_entry_behind_opening(*begun);
-         });
 }
 
 struct start {
@@ -145,7 +138,7 @@ std::size_t last_that_may_have(const std::vector<known_run>& runs, std::size_t f
   constexpr std::size_t most_runs_between = 100;
   const std::size_t end = std::max(first, limit - std::min(limit, most_runs_between));
   for (std::size_t run = limit; run-- > end;)
-    if (has_begun_all(runs[run]) || may_have_begun(runs[run], time)) return run;
+    if (runs[run].has_gone_on || may_have_begun(runs[run], time)) return run;
   return limit;
 }
 
@@ -224,8 +217,10 @@ std::vector<known_run> joined(std::vector<known_run> runs, const std::vector<sta
       take_runs(neighbour == found.end() ? before_last : *neighbour - 1, starts[i].time);
       made.push_back({starts[i].time, starts[i].time, {starts[i].of->started, {}}});
     }
-    made.back().latest = starts[i].time;
-    made.back().of.in[log] = starts[i].of;
+    known_run& one = made.back();
+    one.latest = starts[i].time;
+    one.of.in[log] = starts[i].of;
+    one.has_gone_on = one.has_gone_on || has_entry_behind_opening(*starts[i].of);
   }
   take_runs(runs.size(), never);
   return made;
@@ -257,7 +252,7 @@ std::vector<known_run> with_health(std::vector<known_run> runs, const channel_lo
   };
   known_run* last = last_before_health(runs);
   if (last != nullptr) {
-    const bool is_sure = has_begun_all(*last) || may_be_of(*last);
+    const bool is_sure = last->has_gone_on || may_be_of(*last);
     const bool is_guessed = !is_sure && last->of.in[health_log - 1] != nullptr &&
                             std::none_of(runs.begin(), runs.end(), may_be_of);
     if (is_sure || is_guessed) {
@@ -338,7 +333,7 @@ std::vector<run_in_logs> runs_in(const log_set& logs) {
   std::vector<known_run> known;
   for (std::size_t log = 0; log < health_log; ++log) {
     known = joined(std::move(known), starts_in(*all[log]), log);
-    if (!known.empty()) known.back().has_gone_on = logs.has_gone_on;
+    if (!known.empty() && logs.has_gone_on) known.back().has_gone_on = true;
   }
   known = with_health(std::move(known), logs.health);
   std::vector<run_in_logs> runs;
