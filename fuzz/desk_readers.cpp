@@ -54,9 +54,23 @@ void write(const std::string& path, std::string_view text) {
   if (!file) broken("cannot write a log");
 }
 
+// What a run wrote into a log to which all append is of one run, and the runs keep the log's order.
+void check_order(const desk::log_set& logs, const std::vector<desk::run_in_logs>& runs) {
+  const auto all = desk::all_of(logs);
+  for (std::size_t log = 0; log + 1 < all.size(); ++log) {
+    auto next = all.at(log)->runs.begin();
+    const auto end = all.at(log)->runs.end();
+    for (const desk::run_in_logs& one : runs)
+      if (one.in.at(log) != nullptr && (next == end || one.in.at(log) != &*next++))
+        broken("runs that are not in the order of a log");
+    if (next != end) broken("a part of a log that is of no run");
+  }
+}
+
 void finding_logs(const std::string& folder) {
   const desk::log_set logs = desk::read_logs(folder);
   const std::vector<desk::run_in_logs> runs = desk::runs_in(logs);
+  check_order(logs, runs);
   for (std::size_t back = 0; back < std::min<std::size_t>(runs.size(), 2); ++back) {
     desk::run of;
     desk::read_findings(of, logs, runs, back);

@@ -190,7 +190,7 @@ TEST_F(run_logs_of_other_times, are_told_apart_by_their_order) {
     return fmt::format("2026-{:02}-{:02} {:02}:{:02}:{:02},{:03}", 1 + below(12), 1 + below(28),
                        below(24), below(60), below(60), below(1000));
   };
-  for (int round = 0; round < 50; ++round) {
+  for (int round = 0; round < 20; ++round) {
     for (const char* log : appended) empty(log);
     start("2025-11-22 11:00:00,000");
     std::vector<std::string> first = {"2025-11-22 11:00:00,000"};
@@ -206,6 +206,34 @@ TEST_F(run_logs_of_other_times, are_told_apart_by_their_order) {
     for (std::size_t i = 0; i < runs.size(); ++i)
       for (std::size_t log = 0; log < appended.size(); ++log)
         ASSERT_EQ(runs[i].in.at(log), &all_of(logs).at(log)->runs[i]);
+  }
+}
+
+// Whatever the logs hold: each part of a log is of one run, and the runs keep the log's order.
+TEST_F(run_logs_of_other_times, keep_the_order_of_each_log) {
+  std::mt19937 random(5);
+  const auto below = [&](std::size_t limit) { return random() % limit; };
+  for (int round = 0; round < 200; ++round) {
+    for (const char* log : appended) {
+      std::string text = below(4) == 0 ? line(nine, "a message without its start") : "";
+      for (std::size_t starts = below(7); starts > 0; --starts) {
+        text += line(
+            fmt::format("2026-11-22 1{}:{:02}:0{},{}00", below(2), below(2), below(4), below(10)),
+            "Started Tessel Checker");
+        if (below(3) == 0) text += line(nine, "Inconsistency 1: BME has no Bundle entry");
+      }
+      write(log, text);
+    }
+    const log_set logs = read_logs(folder);
+    const auto runs = runs_in(logs);
+    for (std::size_t log = 0; log < appended.size(); ++log) {
+      std::vector<const log_run*> in_log;
+      std::vector<const log_run*> in_runs;
+      for (const log_run& one : all_of(logs).at(log)->runs) in_log.push_back(&one);
+      for (const run_in_logs& one : runs)
+        if (one.in.at(log) != nullptr) in_runs.push_back(one.in.at(log));
+      ASSERT_EQ(in_runs, in_log) << "round " << round << ", log " << log;
+    }
   }
 }
 
