@@ -7,7 +7,6 @@
 #include <bitset>
 #include <cstdint>
 #include <map>
-#include <numeric>
 #include <optional>
 #include <tuple>
 #include <utility>
@@ -15,6 +14,7 @@
 #include "desk/model/coverage.h"
 #include "desk/model/finding_source.h"
 #include "desk/model/numbers.h"
+#include "desk/show/dossier_columns.h"
 
 namespace desk {
 
@@ -51,8 +51,6 @@ std::size_t slot_of(field what) {
 // The chips' tables of frames, of which no other layer has anything.
 constexpr std::size_t slot_of_sem = slots_of_fields[static_cast<std::size_t>(field::sem)];
 
-constexpr std::size_t sources = static_cast<std::size_t>(source::none) + 1;
-
 const std::array<bool, sources> is_of_chip = [] {
   std::array<bool, sources> made{};
   for (std::size_t i = 0; i < sources; ++i)
@@ -64,11 +62,6 @@ const std::array<bool, sources> is_of_chip = [] {
 source column_source(source from) {
   return is_of_chip[static_cast<std::size_t>(from)] ? source::chip_lag : from;
 }
-
-// A node of the run by its index, or one that only a finding names behind them.
-using node_id = std::int32_t;
-constexpr node_id whole_router = -1;
-constexpr node_id own_node = -2;  // of a member: the one that it sits on
 
 struct column_key {
   source from = source::none;
@@ -91,22 +84,6 @@ struct value {
   std::uint8_t slot = 0;
   bool is_odd = false;
   bool is_judged = false;  // the judge compared it
-};
-
-// Nodes that follow each other in the run; one of them for the router or a member's own node.
-struct nodes_of_source {
-  source from = source::none;
-  node_id first = whole_router;
-  node_id last = whole_router;
-  bool operator==(const nodes_of_source&) const = default;
-};
-
-// What is shown of a slot where all these nodes hold the same.
-struct made_cell {
-  std::uint32_t row = 0;  // the part's number times the slots, and the slot
-  text_id text = 0;
-  nodes_of_source at;
-  bool is_odd = false;
 };
 
 // ---- What a table holds -------------------------------------------------------------------------
@@ -151,8 +128,6 @@ struct remark {
   bool is_odd = false;
   bool is_judged = false;
 };
-
-class column_set;
 
 class grid {
  public:
@@ -578,86 +553,6 @@ void grid::make_cells() {
   for (const value& one : values_)
     if (const std::uint32_t first = std::exchange(first_at(one), 0); first != 0) add_cell(first);
 }
-
-// ---- Columns ------------------------------------------------------------------------------------
-
-// The nodes of each source, parted where a cell of any row begins or ends.
-class column_set {
- public:
-  explicit column_set(const std::vector<made_cell>& cells) {
-    std::array<std::vector<node_id>, sources> bounds;
-    for (const made_cell& one : cells) {
-      std::vector<node_id>& of_source = bounds[static_cast<std::size_t>(one.at.from)];
-      if (of_source.size() > 1 && of_source.back() == one.at.last + 1 &&
-          of_source[of_source.size() - 2] == one.at.first)
-        continue;
-      of_source.push_back(one.at.first);
-      of_source.push_back(one.at.last + 1);
-    }
-    for (std::size_t i = 0; i < sources; ++i) {
-      std::vector<node_id>& of_source = bounds[i];
-      std::sort(of_source.begin(), of_source.end());
-      of_source.erase(std::unique(of_source.begin(), of_source.end()), of_source.end());
-      first_[i] = columns_.size();
-      for (std::size_t k = 0; k + 1 < of_source.size(); ++k)
-        columns_.push_back({static_cast<source>(i), of_source[k], of_source[k + 1] - 1});
-    }
-  }
-
-  [[nodiscard]] std::size_t size() const { return columns_.size(); }
-  [[nodiscard]] const nodes_of_source& operator[](std::size_t column) const {
-    return columns_[column];
-  }
-  // Calls `take` with each column that the cell is of.
-  template <class Take>
-  void for_each_of(const made_cell& one, Take take) const {
-    std::size_t column = first_[static_cast<std::size_t>(one.at.from)];
-    while (columns_[column].last < one.at.first) ++column;
-    for (; column != columns_.size() && columns_[column].from == one.at.from &&
-           columns_[column].last <= one.at.last;
-         ++column)
-      take(column);
-  }
-  // From the top layer down, the router before its nodes, a member's own node before the others.
-  [[nodiscard]] std::vector<std::size_t> sorted() const {
-    std::vector<std::size_t> order(columns_.size());
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-      return layer_of(columns_[a].from) < layer_of(columns_[b].from);
-    });
-    return order;
-  }
-
- private:
-  std::vector<nodes_of_source> columns_;      // by source and node
-  std::array<std::size_t, sources> first_{};  // of each source
-};
-
-// By column the rows where it has a text, each with that text's number.
-class contents_of_columns {
- public:
-  contents_of_columns(const std::vector<made_cell>& cells, const column_set& columns)
-      : first_(columns.size() + 1) {
-    for (const made_cell& one : cells)
-      columns.for_each_of(one, [&](std::size_t column) { first_[column + 1] += 2; });
-    std::partial_sum(first_.begin(), first_.end(), first_.begin());
-    numbers_.resize(first_.back());
-    std::vector<std::size_t> next = first_;
-    for (const made_cell& one : cells)
-      columns.for_each_of(one, [&](std::size_t column) {
-        numbers_[next[column]++] = static_cast<char32_t>(one.row);
-        numbers_[next[column]++] = static_cast<char32_t>(one.text);
-      });
-  }
-  [[nodiscard]] std::u32string_view operator[](std::size_t column) const {
-    return std::u32string_view(numbers_).substr(first_[column],
-                                                first_[column + 1] - first_[column]);
-  }
-
- private:
-  std::u32string numbers_;
-  std::vector<std::size_t> first_;  // where each column begins
-};
 
 // "3 nodes"; other three nodes are "3 nodes (2)".
 std::string label_of_fold(dossier_table& into, const std::vector<std::string_view>& nodes) {
