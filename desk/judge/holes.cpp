@@ -37,8 +37,9 @@ std::string without(std::string text, std::string_view part) {
   return text;
 }
 
-// What went missing on a node can raise findings about everything that it holds, in its layer and
-// in those below. A failure of the whole router explains every failure.
+// What went missing on a node lacks entries in its own layer, and in any other what cannot be
+// verified without it: where a layer misses an object, the audit does not compare the layers below,
+// so what these lack has a reason of its own. A failure of the whole router explains every failure.
 bool explains(const coverage& hole, const finding& one) {
   const bool is_open = is_doubt(one);
   // A part of a layer explains what is said of that layer, not what happened below it.
@@ -47,8 +48,8 @@ bool explains(const coverage& hole, const finding& one) {
   if (hole.node.empty()) return is_open && (one.of == layer::none || one.of >= hole.of);
   if (one.node != hole.node) return false;
   if (!hole.npu.empty() && !one.npu.empty() && one.npu != hole.npu) return false;
-  const bool is_missing = one.what == field::presence || is_open;
-  return is_missing && (one.of == layer::none || one.of >= hole.of || is_open);
+  const bool is_in_its_layer = one.of == layer::none || one.of == hole.of;
+  return is_open || (one.what == field::presence && is_in_its_layer);
 }
 
 // Holes of which the same is to be said are one cause: the chips of a card, or all cards.

@@ -186,6 +186,23 @@ TEST_F(run_of_a_test, a_node_that_was_not_read_is_one_cause_and_never_agreement)
   EXPECT_FALSE(is.is_wholly_judged);
 }
 
+// The audit reaches the chips of a node only where the layers above hold the object.
+TEST_F(run_of_a_test, what_a_chip_lacks_is_not_explained_by_a_layer_above_that_was_not_read) {
+  add_nodes(3);
+  of.places[of.object_at(object_kind::member, "BE1", "0/0/0/0")].node = 0;
+  of.places[of.object_at(object_kind::member, "BE2", "0/2/0/0")].node = 2;
+  auto& cells = of.objects[bundle].cells;
+  std::erase_if(cells, [](const cell& c) { return c.from == source::agent && c.node == 2; });
+  of.tables.erase({source::agent, 2, no_place});
+  find("TC-115", field::presence, "0/2/CPU0", layer::bcm);
+  of.findings.back().npu = "0";
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 2U);
+  EXPECT_EQ(is.causes[0].title, "BE1: missing on 0/2/CPU0 NPU 0 (BCM)");
+  EXPECT_EQ(is.bundles.at(0).first, layer::bcm);
+  EXPECT_THAT(is.causes[1].findings, IsEmpty());
+}
+
 TEST_F(run_of_a_test, a_layer_that_was_not_read_shows_beside_one_that_was) {
   add_nodes(4);
   set(field::lag_id, source::agent, 0, "0x401");
