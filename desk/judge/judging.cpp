@@ -131,6 +131,7 @@ finding_index::finding_index(const std::vector<finding>& all) {
     objects_[key_of(one.object)].push_back(i);
     nodes_[one.node].push_back(i);
     codes_[one.code].push_back(i);
+    if (one.of == layer::bcm) in_chips_[one.object.bundle].push_back(i);
     if (one.code == "TC-101") without_entry_[{one.node, one.of}].push_back(i);
   }
 }
@@ -141,6 +142,10 @@ const finding_index::list& finding_index::about(const object_ref& object) const 
 
 const finding_index::list& finding_index::on_node(const std::string& node) const {
   return list_at(nodes_, node);
+}
+
+const finding_index::list& finding_index::in_chips(const std::string& bundle) const {
+  return list_at(in_chips_, bundle);
 }
 
 const finding_index::list& finding_index::with_code(const std::string& code) const {

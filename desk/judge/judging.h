@@ -82,6 +82,8 @@ class finding_index {
 
   [[nodiscard]] const list& about(const object_ref& object) const;
   [[nodiscard]] const list& on_node(const std::string& node) const;
+  // Of a bundle and all its parts, in the chips.
+  [[nodiscard]] const list& in_chips(const std::string& bundle) const;
   [[nodiscard]] const list& with_code(const std::string& code) const;
   // "has no Bundle entry in location", which names the node and the layer only. Each is handed out
   // once: all of a place have the same reason.
@@ -91,6 +93,7 @@ class finding_index {
  private:
   std::unordered_map<object_key, list, object_key_hash, object_key_equal> objects_;
   std::unordered_map<std::string, list> nodes_;
+  std::unordered_map<std::string, list> in_chips_;  // by bundle
   std::map<std::string, list> codes_;
   std::map<std::pair<std::string, layer>, list> without_entry_;
 };

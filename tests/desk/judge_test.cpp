@@ -107,6 +107,100 @@ TEST_F(run_of_a_test, the_odd_one_is_the_minority_whichever_node_a_message_blame
   EXPECT_EQ(exit_status(is), 1);
 }
 
+// The MAC of one node's forwarding object is wrong, and so is the one in the chip of another node.
+TEST_F(run_of_a_test, a_chip_that_is_wrong_elsewhere_is_a_cause_of_its_own) {
+  add_nodes(3);
+  set(field::mac, source::bundle_manager, no_place, "0026.5e00.0a02");
+  for (const std::int16_t node : {std::int16_t{0}, std::int16_t{1}, std::int16_t{2}})
+    set(field::mac, source::l2port, node, node == 0 ? "00:26:5e:00:0b:77" : "00:26:5e:00:0a:02");
+  find("TC-110", field::mac, "0/0/CPU0", layer::dpa);
+  find("TC-206", field::mac, "0/2/CPU0", layer::bcm, finding_kind::programming);
+  of.findings.back().known = "0026.5e00.0a02";
+  of.findings.back().reported = "155";
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 2U);
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0));
+  EXPECT_EQ(is.causes[1].node, "0/2/CPU0");
+  EXPECT_EQ(is.causes[1].first, layer::bcm);
+  EXPECT_THAT(is.causes[1].findings, ElementsAre(1));
+}
+
+TEST_F(run_of_a_test, a_chip_that_is_compared_with_the_odd_value_is_right) {
+  add_nodes(3);
+  set(field::mac, source::bundle_manager, no_place, "0026.5e00.0b77");
+  for (const std::int16_t node : {std::int16_t{0}, std::int16_t{1}, std::int16_t{2}})
+    set(field::mac, source::l2port, node, "00:26:5e:00:0a:02");
+  find("TC-206", field::mac, "0/2/CPU0", layer::bcm, finding_kind::programming);
+  of.findings.back().known = "0026.5e00.0b77";
+  of.findings.back().reported = "155";
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0));
+}
+
+// The first node sets the LAG id for which the audit asks the chips of all nodes.
+TEST_F(run_of_a_test, a_chip_that_lacks_the_odd_lag_id_is_right) {
+  add_nodes(3);
+  set(field::lag_id, source::lagport, 0, "0x401");
+  const auto ask = [&](const char* code, const char* on, const char* name, finding_kind kind) {
+    find(code, field::presence, on, layer::bcm, kind);
+    const bool is_bundle = std::string_view(name) == "BE1";
+    of.findings.back().object = {is_bundle ? object_kind::bundle : object_kind::member, "BE1",
+                                 name};
+  };
+  ask("TC-115", "0/2/CPU0", "BE1", finding_kind::inconsistency);
+  of.findings.back().known = "0x401";
+  ask("TC-751", "0/1/CPU0", "0/1/0/0", finding_kind::failure);
+  of.findings.back().text = "no key 'LAG 0x401': BCM member verification failed for 0/1/0/0";
+  ask("TC-751", "0/2/CPU0", "0/2/0/0", finding_kind::failure);
+  of.findings.back().text = "no key '0x401': BCM member verification failed for 0/2/0/0";
+  ask("TC-115", "0/1/CPU0", "BE1", finding_kind::inconsistency);
+  of.findings.back().known = "0x1";
+  ask("TC-117", "0/2/CPU0", "0/2/0/0", finding_kind::inconsistency);
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 3U);
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0, 1, 2));
+  EXPECT_THAT(is.causes[1].findings, ElementsAre(3));
+  EXPECT_THAT(is.causes[2].findings, ElementsAre(4));
+}
+
+TEST_F(run_of_a_test, a_chip_that_lacks_the_odd_global_lif_is_right) {
+  add_nodes(4);
+  set(field::lif, source::l2port, 0, "0x00014500");
+  find("TC-204", field::lif, "0/2/CPU0", layer::bcm, finding_kind::programming);
+  of.findings.back().known = "0x14500";
+  find("TC-204", field::lif, "0/3/CPU0", layer::bcm, finding_kind::programming);
+  of.findings.back().known = "0x14000";
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 2U);
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0));
+  EXPECT_THAT(is.causes[1].findings, ElementsAre(1));
+}
+
+TEST_F(run_of_a_test, a_note_about_an_object_that_differs_is_normal_all_the_same) {
+  add_nodes(3);
+  set(field::lif, source::l2port, 0, "0x00014500");
+  find("TC-616", field::none, "", layer::config, finding_kind::note);
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].findings, IsEmpty());
+  EXPECT_THAT(is.unexplained, ElementsAre(0));
+}
+
+TEST_F(run_of_a_test, what_is_missing_on_one_node_does_not_explain_another) {
+  add_nodes(3);
+  auto& cells = of.objects[bundle].cells;
+  std::erase_if(cells, [](const cell& c) { return c.from == source::lagport && c.node == 0; });
+  find("TC-102", field::presence, "0/0/CPU0", layer::dpa);
+  find("TC-115", field::presence, "0/2/CPU0", layer::bcm);
+  find("TC-748", field::none, "0/1/CPU0", layer::dpa, finding_kind::failure);
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 3U);
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0));
+  EXPECT_THAT(is.causes[1].findings, ElementsAre(1));
+  EXPECT_THAT(is.causes[2].findings, ElementsAre(2));
+}
+
 TEST_F(run_of_a_test, several_odd_values_stand_with_their_own_nodes) {
   add_nodes(5);
   set(field::lag_id, source::lagport, 0, "0x501");
