@@ -50,13 +50,23 @@ class compared_places {
       on_[static_cast<std::size_t>(place->second.node)] = true;
       is_known_ = true;
     }
+    share_with_standby(of);
   }
   // Also if nothing says where the members are.
   [[nodiscard]] bool may_have_members(std::int16_t node) const {
-    return !is_known_ || on_[static_cast<std::size_t>(node)];
+    return node == no_place || !is_known_ || on_[static_cast<std::size_t>(node)];
   }
 
  private:
+  // A live standby route processor has the members of the active one.
+  void share_with_standby(const run& of) {
+    bool is_on_active = false;
+    for (std::size_t i = 0; i < on_.size(); ++i)
+      is_on_active = is_on_active || (on_[i] && of.nodes[i].role == "Active");
+    for (std::size_t i = 0; i < on_.size(); ++i)
+      if (of.nodes[i].takes_part && of.nodes[i].role == "Standby") on_[i] = on_[i] || is_on_active;
+  }
+
   std::vector<bool> on_;
   bool is_known_ = false;
 };
@@ -73,6 +83,7 @@ bool is_compared(const run& of, const object& one, const compared_places& places
   if (one.kind == object_kind::member || node == no_place) return true;
   const bool is_sub = one.kind == object_kind::sub_bundle;
   if (is_sub && layer_of(from) == layer::dpa && !of.has_hqos) return false;
+  if (is_sub && from == source::l2port) return false;
   if (from == source::agent && of.nodes[static_cast<std::size_t>(node)].role == "Standby")
     return false;
   if (from == source::l2intf && !is_sub && !is_of_layer_2(one, of)) return false;
@@ -142,11 +153,14 @@ void mark_minority(difference& of, const std::map<std::string, vote>& votes,
 
 // A bundle that layer 2 forwards has an l2intf object on its nodes, one of layer 3 an l3intf
 // object.
-void find_type(const run& of, const object& one, std::vector<difference>& into) {
+void find_type(const run& of, const object& one, const compared_places& places,
+               std::vector<difference>& into) {
   difference made;
   made.object = name_of(of, one);
   made.what = field::type;
   std::map<std::string, vote> votes;
+  std::vector<bool> counts;
+  std::set<std::string> compared;  // the values that count
   std::set<std::pair<source, std::int16_t>> seen;
   // Where the object that the configuration asks for is there, another one beside it does no harm.
   const source wanted = is_of_layer_2(one, of) ? source::l2intf : source::l3intf;
@@ -160,13 +174,15 @@ void find_type(const run& of, const object& one, std::vector<difference>& into) 
     if (!is_configured && (!is_interface || !seen.emplace(c.from, c.node).second)) continue;
     witness at = witness_of(of, c);
     if (is_interface) at.value = c.from == source::l2intf ? "layer 2" : "layer 3";
+    counts.push_back(places.may_have_members(c.node));
+    if (counts.back()) compared.insert(at.value);
     vote& of_value = votes[at.value];
     ++of_value.count;
     of_value.nodes.insert(at.node);
     made.witnesses.push_back(std::move(at));
   }
-  if (votes.size() < 2) return;
-  mark_minority(made, votes, std::vector<bool>(made.witnesses.size(), true));
+  if (compared.size() < 2) return;
+  mark_minority(made, votes, counts);
   into.push_back(std::move(made));
 }
 
@@ -498,7 +514,7 @@ std::vector<difference> find_differences(const run& of) {
       find_absent_member(at, one);
       continue;
     }
-    if (one.kind == object_kind::bundle) find_type(of, one, at.found);
+    if (one.kind == object_kind::bundle) find_type(of, one, places_of(at, one), at.found);
     find_absent_in_manager(at, one);
     for (std::size_t table = 0; table < tables_of_nodes.size(); ++table)
       find_absent(at, one, table);

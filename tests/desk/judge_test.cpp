@@ -951,6 +951,70 @@ TEST_F(run_of_a_test, a_node_without_members_must_have_the_lag_all_the_same) {
   EXPECT_EQ(judge(std::move(of)).bundles.at(0).is, verdict::differs);
 }
 
+// Its members are those of the active one, which its agent does not list.
+TEST_F(run_of_a_test, a_live_standby_has_the_members_of_the_active_route_processor) {
+  const auto add_route_processors = [&] {
+    of = run();
+    SetUp();
+    add_nodes(2);
+    of.nodes[0].role = "Active";
+    of.nodes[1].role = "Standby";
+    std::erase_if(of.objects[bundle].cells,
+                  [](const cell& c) { return c.from == source::agent && c.node == 1; });
+    of.places[of.object_at(object_kind::member, "BE1", "0/0/0/0")].node = 0;
+  };
+  add_route_processors();
+  set(field::lif, source::l2port, 0, "0x00014500");
+  find("TC-108", field::lif, "0/1/CPU0", layer::dpa);
+  const judged_run two = judge(std::move(of));
+  ASSERT_EQ(two.causes.size(), 1U);
+  EXPECT_EQ(two.causes[0].how_sure, sureness::two_nodes);
+  EXPECT_EQ(two.causes[0].node, "");
+
+  add_route_processors();
+  std::erase_if(of.objects[bundle].cells,
+                [](const cell& c) { return c.from == source::l2port && c.node == 1; });
+  const judged_run one = judge(std::move(of));
+  ASSERT_EQ(one.causes.size(), 1U);
+  EXPECT_EQ(one.causes[0].title, "BE1: missing on 0/1/CPU0 (DPA, fwd_object_show -t l2port)");
+}
+
+TEST_F(run_of_a_test, the_type_counts_where_the_bundle_has_members) {
+  for (const bool has_members : {false, true}) {
+    of = run();
+    SetUp();
+    add_nodes(3);
+    of.places[of.object_at(object_kind::member, "BE1", "0/0/0/0")].node = 0;
+    if (has_members) of.places[of.object_at(object_kind::member, "BE1", "0/2/0/0")].node = 2;
+    set(field::type, source::running_config, no_place, "layer 3");
+    set(field::rif, source::l3intf, 0, "0x11");
+    set(field::rif, source::l3intf, 1, "0x11");
+    set(field::lif, source::l2intf, 2, "0x00014000");
+    const judged_run is = judge(std::move(of));
+    const auto type = std::find_if(is.causes.begin(), is.causes.end(), [](const cause& one) {
+      return one.title.starts_with("BE1: type is");
+    });
+    EXPECT_EQ(type != is.causes.end(), has_members);
+  }
+}
+
+// The audit reads the LIF of a sub-bundle in its l2intf object, and the RIF in its l3intf object.
+TEST_F(run_of_a_test, a_sub_bundle_has_no_l2port_object_to_compare) {
+  add_nodes(3);
+  of.has_hqos = true;
+  const auto sub = of.object_at(object_kind::sub_bundle, "BE1", "BE1.7");
+  of.objects[sub].is_configured = true;
+  const auto add = [&](field what, source from, std::int16_t node, const char* value) {
+    of.objects[sub].cells.push_back({what, from, node, no_place, of.texts.keep(value)});
+  };
+  for (const std::int16_t node : {std::int16_t{0}, std::int16_t{1}, std::int16_t{2}})
+    add(field::rif, source::l3intf, node, "0x14");
+  add(field::rif, source::l2port, 0, "0x0011");
+  const judged_run is = judged();
+  EXPECT_THAT(is.causes, IsEmpty());
+  EXPECT_EQ(is.bundles.at(0).is, verdict::agrees);
+}
+
 TEST_F(run_of_a_test, a_log_that_has_lost_messages_leaves_every_bundle_open) {
   add_nodes(2);
   of.cut_logs.emplace_back("tessel_inconsistencies.log");
