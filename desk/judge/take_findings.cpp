@@ -216,37 +216,85 @@ void take_finding(judging& at, const open_places& open, std::size_t index) {
   at.causes.add_cause(made, into);
 }
 
-// One message about most of the bundles has one reason, and it is not in the bundles.
-bool take_common(judging& at, const std::string& code, std::size_t configured) {
-  constexpr std::size_t fewest_bundles = 4;
+void add_once(std::vector<std::string>& names, const std::string& name) {
+  if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+}
+
+// "0/0/CPU0, 0/1/CPU0", or how many if they are more than a person reads.
+std::string words_for_nodes(const std::vector<std::string>& nodes) {
+  constexpr std::size_t most = 4;
+  return nodes.size() > most ? fmt::format("{} nodes", nodes.size())
+                             : fmt::format("{}", fmt::join(nodes, ", "));
+}
+
+// Messages of one code and layer.
+struct same_messages {
   std::set<std::string> bundles;
-  std::vector<std::size_t> same;
-  for (const std::size_t i : at.findings.with_code(code)) {
-    const finding& one = at.of().findings[i];
-    if (at.is_explained[i]) continue;
-    const object* bundle = at.of().find(object_kind::bundle, one.object.bundle, one.object.bundle);
-    if (bundle == nullptr || !bundle->is_configured) continue;
+  std::vector<std::string> nodes;
+  std::vector<std::size_t> findings;
+
+  void add(const finding& one, std::size_t index) {
     bundles.insert(one.object.bundle);
-    same.push_back(i);
+    if (!one.node.empty() && (nodes.empty() || nodes.back() != one.node)) add_once(nodes, one.node);
+    findings.push_back(index);
   }
-  if (bundles.size() < fewest_bundles || bundles.size() * 4 < configured * 3) return false;
-  const finding& first = at.of().findings[same.front()];
+  [[nodiscard]] bool are_of_most(std::size_t configured) const {
+    constexpr std::size_t fewest_bundles = 4;
+    return bundles.size() >= fewest_bundles && bundles.size() * 4 >= configured * 3;
+  }
+};
+
+// A node's forwarding layer and chips answer for that node. So the nodes on which most bundles have
+// the message share its reason, and another node has its own; if there is no such node, all of them
+// share it.
+same_messages common_of(const judging& at, const same_messages& all, std::size_t configured) {
+  const layer of = at.of().findings[all.findings.front()].of;
+  if (of != layer::dpa && of != layer::bcm) return all;
+  std::map<std::string, same_messages> by_node;
+  for (const std::size_t i : all.findings) {
+    const finding& one = at.of().findings[i];
+    by_node[one.node].add(one, i);
+  }
+  same_messages made;
+  for (const std::size_t i : all.findings) {
+    const finding& one = at.of().findings[i];
+    if (by_node[one.node].are_of_most(configured)) made.add(one, i);
+  }
+  return made.findings.empty() ? all : made;
+}
+
+void add_common(judging& at, const same_messages& common, std::size_t configured) {
+  const finding& first = at.of().findings[common.findings.front()];
   cause made;
   made.first = first.of;
-  made.title = fmt::format("{} of {} bundles: the same message of each: {}", bundles.size(),
-                           configured, shortened(first.text));
+  if (common.nodes.size() == 1) {
+    made.node = common.nodes.front();
+    made.object = {object_kind::node, {}, made.node};
+  }
+  made.title = fmt::format(
+      "{} of {} bundles{}: the same message of each: {}", common.bundles.size(), configured,
+      common.nodes.empty() ? "" : fmt::format(" on {}", words_for_nodes(common.nodes)),
+      shortened(first.text));
   made.how_sure = is_doubt(first) ? sureness::unknown : sureness::named;
   made.why = "look for one reason that they share, such as a tool that printed nothing";
   made.next = next_for(at.of(), first);
   if (made.next.empty() && first.of == layer::dpa) made.next = "/opt/nos/bin/plat_nodes_show -v";
-  made.findings = same;
-  for (const std::size_t i : same) at.is_explained[i] = true;
+  made.findings = common.findings;
+  for (const std::size_t i : common.findings) at.is_explained[i] = true;
   add_cause(at, std::move(made));
-  return true;
 }
 
-void add_once(std::vector<std::string>& names, const std::string& name) {
-  if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+// One message about most of the bundles has one reason, and it is not in the bundles.
+void take_common(judging& at, const std::string& code, std::size_t configured) {
+  std::map<layer, same_messages> by_layer;
+  for (const std::size_t i : at.findings.with_code(code)) {
+    const finding& one = at.of().findings[i];
+    if (at.is_explained[i]) continue;
+    const object* bundle = at.of().find(object_kind::bundle, one.object.bundle, one.object.bundle);
+    if (bundle != nullptr && bundle->is_configured) by_layer[one.of].add(one, i);
+  }
+  for (const auto& [of, all] : by_layer)
+    if (all.are_of_most(configured)) add_common(at, common_of(at, all, configured), configured);
 }
 
 // The nodes whose object has no global LIF: the audit asks only those with members.
@@ -272,10 +320,8 @@ void take_unset(judging& at, std::size_t first) {
     made.findings.push_back(i);
     add_once(nodes, other.node);
   }
-  constexpr std::size_t most = 4;
-  made.title = fmt::format("{}: no global LIF on {} (DPA)", one.object.name,
-                           nodes.size() > most ? fmt::format("{} nodes", nodes.size())
-                                               : fmt::format("{}", fmt::join(nodes, ", ")));
+  made.title =
+      fmt::format("{}: no global LIF on {} (DPA)", one.object.name, words_for_nodes(nodes));
   made.object = one.object;
   made.node = nodes.size() == 1 ? nodes.front() : "";
   made.first = layer::dpa;

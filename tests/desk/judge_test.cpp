@@ -61,6 +61,12 @@ class run_of_a_test : public testing::Test {
       }
     cells.push_back({what, from, node, no_place, of.texts.keep(value)});
   }
+  // A bundle that all layers hold as they hold the first one.
+  void add_bundle(const char* name) {
+    const auto made = of.object_at(object_kind::bundle, name, name);
+    of.objects[made].is_configured = true;
+    of.objects[made].cells = std::vector<cell>(of.objects[bundle].cells);
+  }
   void find(const std::string& code, field what, const std::string& on, layer in,
             finding_kind kind = finding_kind::inconsistency) {
     finding& one = of.findings.emplace_back();
@@ -347,6 +353,52 @@ TEST_F(run_of_a_test, a_message_about_all_bundles_has_one_cause) {
   const judged_run is = judged();
   ASSERT_EQ(is.causes.size(), 1U);
   EXPECT_THAT(is.causes[0].title, HasSubstr("4 of 4 bundles"));
+}
+
+// Every bundle has a wrong MTU in the chips of one node, and one of them in that of another.
+TEST_F(run_of_a_test, a_message_about_all_bundles_of_a_node_names_the_node) {
+  for (const bool is_elsewhere : {false, true}) {
+    of = run();
+    SetUp();
+    add_nodes(3);
+    for (const char* name : {"BE1", "BE2", "BE3", "BE4"}) {
+      add_bundle(name);
+      find("TC-118", field::mtu, "0/0/CPU0", layer::bcm);
+      of.findings.back().object = {object_kind::member, name, "0/0/0/1"};
+    }
+    if (is_elsewhere) {
+      find("TC-118", field::mtu, "0/1/CPU0", layer::bcm);
+      of.findings.back().object = {object_kind::member, "BE4", "0/1/0/1"};
+    }
+    const judged_run is = judge(std::move(of));
+    const auto common = std::find_if(is.causes.begin(), is.causes.end(),
+                                     [](const cause& one) { return one.findings.size() == 4; });
+    ASSERT_NE(common, is.causes.end());
+    EXPECT_EQ(common->node, "0/0/CPU0");
+    EXPECT_EQ(common->title, "4 of 4 bundles on 0/0/CPU0: the same message of each: a message");
+    const auto other = std::find_if(is.causes.begin(), is.causes.end(),
+                                    [](const cause& one) { return one.node == "0/1/CPU0"; });
+    ASSERT_EQ(other != is.causes.end(), is_elsewhere);
+    if (is_elsewhere) {
+      EXPECT_THAT(other->findings, ElementsAre(4));
+    }
+  }
+}
+
+TEST_F(run_of_a_test, a_message_about_all_bundles_names_the_nodes_that_share_it) {
+  add_nodes(3);
+  for (const char* name : {"BE1", "BE2", "BE3", "BE4"}) {
+    add_bundle(name);
+    const bool is_first = std::string_view(name) < "BE3";
+    find("TC-118", field::mtu, is_first ? "0/0/CPU0" : "0/2/CPU0", layer::bcm);
+    of.findings.back().object = {object_kind::member, name, is_first ? "0/0/0/1" : "0/2/0/1"};
+  }
+  const judged_run is = judge(std::move(of));
+  const auto common = std::find_if(is.causes.begin(), is.causes.end(),
+                                   [](const cause& one) { return one.findings.size() == 4; });
+  ASSERT_NE(common, is.causes.end());
+  EXPECT_EQ(common->node, "");
+  EXPECT_THAT(common->title, testing::StartsWith("4 of 4 bundles on 0/0/CPU0, 0/2/CPU0: "));
 }
 
 TEST_F(run_of_a_test, a_run_that_left_nothing_says_where_to_look) {
@@ -830,9 +882,7 @@ TEST_F(run_of_a_test, an_entry_that_the_audit_itself_left_without_a_mark_is_no_f
 TEST_F(run_of_a_test, entries_without_a_mark_of_most_bundles_are_no_common_fault) {
   add_nodes(2);
   for (const char* name : {"BE1", "BE2", "BE3", "BE4"}) {
-    const auto made = of.object_at(object_kind::bundle, name, name);
-    of.objects[made].is_configured = true;
-    of.objects[made].cells = std::vector<cell>(of.objects[bundle].cells);
+    add_bundle(name);
     find("TC-402", field::presence, "0/0/CPU0", layer::bcm, finding_kind::note);
     of.findings.back().object = {object_kind::entry, name, "LAG 0x8_npu0_node0/0/CPU0"};
   }
