@@ -132,7 +132,7 @@ finding_index::finding_index(const std::vector<finding>& all) {
     nodes_[one.node].push_back(i);
     codes_[one.code].push_back(i);
     if (one.of == layer::bcm) in_chips_[one.object.bundle].push_back(i);
-    if (one.code == "TC-101") without_entry_[{one.node, one.of}].push_back(i);
+    if (one.code == "TC-101") without_entry_[{one.node, one.of}].findings.push_back(i);
   }
 }
 
@@ -152,9 +152,19 @@ const finding_index::list& finding_index::with_code(const std::string& code) con
   return list_at(codes_, code);
 }
 
+void finding_index::expect_without_entry(const std::string& node, layer in) {
+  const auto at = without_entry_.find({node, in});
+  if (at != without_entry_.end()) ++at->second.bundles;
+}
+
 finding_index::list finding_index::take_without_entry(const std::string& node, layer in) {
-  const auto taken = without_entry_.extract({node, in});
-  return taken.empty() ? list() : std::move(taken.mapped());
+  const auto at = without_entry_.find({node, in});
+  if (at == without_entry_.end()) return {};
+  shared_messages& of = at->second;
+  if (of.taken == of.findings.size()) return {};
+  if (of.bundles == of.findings.size()) return {of.findings[of.taken++]};
+  of.taken = of.findings.size();
+  return of.findings;
 }
 
 }  // namespace desk

@@ -86,7 +86,9 @@ class finding_index {
   [[nodiscard]] const list& in_chips(const std::string& bundle) const;
   [[nodiscard]] const list& with_code(const std::string& code) const;
   // "has no Bundle entry in location", which names the node and the layer only. Each is handed out
-  // once: all of a place have the same reason.
+  // once: as many bundles as messages have one each, otherwise the first bundle has all of a place,
+  // which have the same reason.
+  void expect_without_entry(const std::string& node, layer in);
   [[nodiscard]] list take_without_entry(const std::string& node, layer in);
   [[nodiscard]] const std::map<std::string, list>& codes() const { return codes_; }
 
@@ -95,7 +97,12 @@ class finding_index {
   std::unordered_map<std::string, list> nodes_;
   std::unordered_map<std::string, list> in_chips_;  // by bundle
   std::map<std::string, list> codes_;
-  std::map<std::pair<std::string, layer>, list> without_entry_;
+  struct shared_messages {
+    list findings;
+    std::size_t bundles = 0;  // that the place lacks
+    std::size_t taken = 0;
+  };
+  std::map<std::pair<std::string, layer>, shared_messages> without_entry_;
 };
 
 struct judging {
@@ -125,6 +132,8 @@ void give_finding(judging& at, std::size_t cause, std::size_t finding);
 // Of the odd witnesses the one of the uppermost layer; null if none is odd.
 [[nodiscard]] const witness* first_odd(const difference& of);
 
+// The audit compares texts: these are one value in two notations, which is no fault.
+[[nodiscard]] bool is_of_notation(const finding& one);
 // It could not be verified, as opposed to being wrong.
 [[nodiscard]] bool is_doubt(const finding& one);
 // More is configured than the router allows: a note, but about something that is wrong.

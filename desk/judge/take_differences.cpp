@@ -138,6 +138,10 @@ void take_difference(judging& at, difference of) {
 }  // namespace
 
 void take_differences(judging& at) {
+  for (const difference& one : at.differences)
+    for (const witness& w : one.witnesses)
+      if (one.what == field::presence && w.is_odd)
+        at.findings.expect_without_entry(w.node, layer_of(w.from));
   for (difference& one : at.differences) take_difference(at, std::move(one));
 }
 

@@ -148,6 +148,7 @@ bool is_normal_note(const open_places& open, const finding& one) {
 // Why the judge is as sure as it is of what a message says.
 std::string_view why_of(const finding& one) {
   if (is_scale(one)) return "the audit counted what is configured";
+  if (is_of_notation(one)) return "both mean the same, and the audit may have compared no further";
   return is_doubt(one) ? "it could not be verified, so nobody knows" : "the audit names the place";
 }
 
@@ -179,13 +180,22 @@ void take_unknown(judging& at, std::size_t index) {
   add_cause(at, std::move(made));
 }
 
+// Of two messages that say the same, each has a count of its own.
+std::string without_number(std::string text) {
+  constexpr std::string_view digits = "0123456789";
+  const std::size_t begin = std::min(text.find_first_of(digits), text.size());
+  const std::size_t end = std::min(text.find_first_not_of(digits, begin), text.size());
+  return text.erase(begin, end - begin);
+}
+
 // Findings with the same key, node and layer are one cause.
 std::string subject_key(const finding& one) {
   // Whatever the command was, the reason why it could not run is the same.
   if (one.code == "TC-701") return one.text.substr(0, one.text.find(": execution failed"));
   // The bundle manager names many bundles in one line.
   if (one.kind == finding_kind::health) return fmt::format("{} {}", one.log, one.line);
-  return one.object.bundle.empty() ? one.text : one.object.bundle;
+  if (!one.object.bundle.empty()) return one.object.bundle;
+  return one.number ? without_number(one.text) : one.text;
 }
 
 void take_finding(judging& at, const open_places& open, std::size_t index) {
@@ -297,13 +307,19 @@ void take_common(judging& at, const std::string& code, std::size_t configured) {
     if (all.are_of_most(configured)) add_common(at, common_of(at, all, configured), configured);
 }
 
+// The audit takes no number of fewer than three digits for a global LIF, and mostly it is zero.
+bool is_global_lif(std::string_view value) {
+  constexpr std::uint64_t smallest = 0x100;
+  return number_in(value).value_or(0) >= smallest;
+}
+
 // The nodes whose object has no global LIF: the audit asks only those with members.
 std::vector<std::string> nodes_without_lif(const run& of, const object_ref& named) {
   std::vector<std::string> nodes;
   const object* one = of.find(named.kind, named.bundle, named.name);
   if (one == nullptr) return nodes;
   for (const cell& c : one->cells)
-    if (c.what == field::lif && c.node != no_place && number_in(of.texts.text(c.value)) == 0U)
+    if (c.what == field::lif && c.node != no_place && !is_global_lif(of.texts.text(c.value)))
       add_once(nodes, of.nodes[static_cast<std::size_t>(c.node)].name);
   return nodes;
 }
@@ -326,16 +342,21 @@ void take_unset(judging& at, std::size_t first) {
   made.node = nodes.size() == 1 ? nodes.front() : "";
   made.first = layer::dpa;
   made.how_sure = sureness::named;
-  made.why = "the value is zero: none was allocated";
+  const bool is_zero = number_in(one.reported).value_or(0) == 0;
+  made.why = is_zero ? "the value is zero: none was allocated"
+                     : fmt::format("{} is too short for one", shortened(one.reported));
   made.next = command_for_sources(at.of(), one, nodes.front());
   add_cause(at, std::move(made));
 }
 
-// The audit compares these with what the first node said, and names the node that it asked later.
-bool compares_nodes(const finding& one) {
-  const bool is_of_nodes = one.of == layer::dpa ? one.what == field::lif || one.what == field::rif
-                                                : one.of == layer::pd && one.what == field::lag_id;
-  return is_of_nodes && !one.reported.empty() && !one.known.empty() && !one.node.empty();
+// The audit compares these with what it was told first: by another node, or a LAG id by the agent
+// of the same node. A message names the place that it asked later.
+bool compares_places(const finding& one) {
+  const bool is_lag = one.what == field::lag_id && (one.of == layer::pd || one.of == layer::dpa);
+  const bool is_interface =
+      one.of == layer::dpa && (one.what == field::lif || one.what == field::rif);
+  const bool has_both = !one.reported.empty() && !one.known.empty() && !one.node.empty();
+  return (is_lag || is_interface) && has_both && !is_of_notation(one);
 }
 
 bool has_values(const run& of, const finding& one) {
@@ -349,26 +370,28 @@ bool has_values(const run& of, const finding& one) {
 void take_compared(judging& at, std::size_t first) {
   const finding& one = at.of().findings[first];
   cause made;
-  std::map<std::string, std::vector<std::string>> nodes;  // by the value that they have
+  using value_in_layer = std::pair<std::string, layer>;
+  std::map<value_in_layer, std::vector<std::string>> nodes;
   for (const std::size_t i : at.findings.about(one.object)) {
     const finding& other = at.of().findings[i];
     const bool is_same = other.code == one.code && other.known == one.known;
-    if (i < first || at.is_explained[i] || !is_same) continue;
+    if (i < first || at.is_explained[i] || !is_same || !compares_places(other)) continue;
     at.is_explained[i] = true;
     made.findings.push_back(i);
-    add_once(nodes[other.reported], other.node);
+    add_once(nodes[{other.reported, other.of}], other.node);
   }
   std::vector<std::string> values;
   values.reserve(nodes.size());
   for (const auto& [value, holders] : nodes)
-    values.push_back(fmt::format("{} on {}", value, fmt::join(holders, ", ")));
-  made.title = fmt::format("{}: {} is {} ({}), and {} on a node that no message names",
+    values.push_back(fmt::format("{} on {} ({})", value.first, fmt::join(holders, ", "),
+                                 word_for(value.second)));
+  made.title = fmt::format("{}: {} is {}, and {} in a place that no message names",
                            title_subject(one.object), word_for(one.what), fmt::join(values, ", "),
-                           word_for(one.of), one.known);
+                           one.known);
   made.object = one.object;
-  made.first = one.of;
+  made.first = one.what == field::lag_id ? layer::pd : one.of;
   made.how_sure = sureness::unknown;
-  made.why = "the messages compare nodes; which one is odd only a snapshot shows";
+  made.why = "the messages compare places; which one is odd only a snapshot shows";
   made.next = next_for(at.of(), one);
   if (made.next.empty()) made.next = "/opt/nos/bin/plat_nodes_show -v";
   add_cause(at, std::move(made));
@@ -387,8 +410,13 @@ bool is_scale(const finding& one) {
   return one.code >= "TC-619" && one.code <= "TC-622";
 }
 
+bool is_of_notation(const finding& one) {
+  return !one.reported.empty() && !one.known.empty() && one.what != field::none &&
+         compared_form(one.what, one.reported) == compared_form(one.what, one.known);
+}
+
 bool is_doubt(const finding& one) {
-  return one.kind == finding_kind::failure || one.kind == finding_kind::note;
+  return one.kind == finding_kind::failure || one.kind == finding_kind::note || is_of_notation(one);
 }
 
 bool is_difference(const run& of, const cause& one) {
@@ -412,11 +440,11 @@ void take_findings(judging& at) {
   for (const auto& [code, same] : at.findings.codes())
     if (std::any_of(same.begin(), same.end(), is_of_objects)) take_common(at, code, configured);
   for (const std::size_t i : at.findings.with_code("TC-109"))
-    if (!at.is_explained[i] && number_in(all[i].reported).value_or(0) == 0) take_unset(at, i);
+    if (!at.is_explained[i]) take_unset(at, i);
   for (std::size_t i = 0; i < all.size(); ++i) {
     if (at.is_explained[i]) continue;
     if (all[i].code == "TC-000" && !is_doubt(all[i])) take_unknown(at, i);
-    if (compares_nodes(all[i]) && !has_values(at.of(), all[i])) take_compared(at, i);
+    if (compares_places(all[i]) && !has_values(at.of(), all[i])) take_compared(at, i);
   }
   const open_places open = open_places_of(at.of());
   for (const bool doubts : {false, true})

@@ -118,6 +118,10 @@ std::string title_of(const finding& one) {
   if (one.what == field::weight)
     return fmt::format("{}: {}{}{}: {}, the limit is {}", title_subject(one.object),
                        word_for(one.what), on, in, one.reported, one.known);
+  if (is_of_notation(one))
+    return fmt::format("{}: {}{}{}: {} and {} are one value in two notations",
+                       title_subject(one.object), word_for(one.what), on, in, one.reported,
+                       one.known);
   if (!one.reported.empty() && !one.known.empty())
     return fmt::format("{}: {}{}{}: {} here, {} known before", title_subject(one.object),
                        one.what == field::none ? "value differs" : word_for(one.what), on, in,

@@ -692,6 +692,20 @@ TEST_F(run_of_a_test, a_global_lif_that_is_too_short_is_not_called_zero) {
   EXPECT_EQ(is.causes[0].node, "0/1/CPU0");
 }
 
+TEST_F(run_of_a_test, a_global_lif_that_is_too_short_on_all_nodes_is_of_none_in_particular) {
+  add_nodes(2);
+  for (const std::int16_t node : {std::int16_t{0}, std::int16_t{1}}) {
+    set(field::lif, source::l2port, node, "0x00000012");
+    find("TC-109", field::lif, node == 0 ? "0/0/CPU0" : "0/1/CPU0", layer::dpa);
+    of.findings.back().reported = "0x12";
+  }
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].title, "BE1: no global LIF on 0/0/CPU0, 0/1/CPU0 (DPA)");
+  EXPECT_EQ(is.causes[0].why, "0x12 is too short for one");
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0, 1));
+}
+
 TEST_F(run_of_a_test, the_type_is_that_of_the_forwarding_interface) {
   add_nodes(3);
   set(field::type, source::running_config, no_place, "layer 3");
@@ -945,8 +959,8 @@ TEST_F(run_of_a_test, messages_that_compare_nodes_name_no_odd_one) {
   const judged_run is = judge(std::move(of));
   ASSERT_EQ(is.causes.size(), 1U);
   EXPECT_EQ(is.causes[0].title,
-            "BE1: global LIF is 0x14000 on 0/2/CPU0, 0/5/CPU0, 0/11/CPU0 (DPA), and 0x14500 on a "
-            "node that no message names");
+            "BE1: global LIF is 0x14000 on 0/2/CPU0, 0/5/CPU0, 0/11/CPU0 (DPA), and 0x14500 in a "
+            "place that no message names");
   EXPECT_EQ(is.causes[0].how_sure, sureness::unknown);
   EXPECT_EQ(is.causes[0].node, "");
   EXPECT_EQ(is.causes[0].findings.size(), 3U);
@@ -966,6 +980,90 @@ TEST_F(run_of_a_test, what_was_looked_for_in_vain_is_missing_and_does_not_differ
     const std::string what = std::string(code) == "TC-204" ? "global LIF" : "RIF";
     EXPECT_EQ(judged().causes.at(0).title,
               "BE1: " + what + " 0x11 missing on 0/1/CPU0 NPU 0 (BCM)");
+  }
+}
+
+// The agent and the forwarding layer of one node hold two values.
+TEST_F(run_of_a_test, messages_that_compare_layers_name_no_odd_one) {
+  of.has_snapshot = false;
+  find("TC-104", field::lag_id, "0/RP0/CPU0", layer::dpa);
+  of.findings.back().reported = "0x401";
+  of.findings.back().known = "0x1";
+  find("TC-104", field::lag_id, "0/0/CPU0", layer::pd);
+  of.findings.back().reported = "0x401";
+  of.findings.back().known = "0x1";
+  const judged_run is = judge(std::move(of));
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].title,
+            "BE1: LAG id is 0x401 on 0/0/CPU0 (PD), 0x401 on 0/RP0/CPU0 (DPA), and 0x1 in a place "
+            "that no message names");
+  EXPECT_EQ(is.causes[0].how_sure, sureness::unknown);
+  EXPECT_EQ(is.causes[0].node, "");
+  EXPECT_EQ(is.causes[0].first, layer::pd);
+}
+
+// The audit compares a RIF and a MAC as texts, and behind that nothing more of the bundle there.
+TEST_F(run_of_a_test, two_notations_of_one_value_are_no_difference) {
+  struct pair {
+    const char* code;
+    field what;
+    const char* reported;
+    const char* known;
+    const char* title;
+  };
+  for (const pair& one :
+       {pair{"TC-106", field::rif, "0x00000011", "0x11",
+             "BE1: RIF on 0/0/CPU0 (DPA): 0x00000011 and 0x11 are one value in two notations"},
+        pair{"TC-110", field::mac, "00265E000a02", "0026.5e00.0a02",
+             "BE1: MAC on 0/0/CPU0 (DPA): 00265E000a02 and 0026.5e00.0a02 are one value in two "
+             "notations"}}) {
+    of = run();
+    SetUp();
+    add_nodes(2);
+    find(one.code, one.what, "0/0/CPU0", layer::dpa);
+    of.findings.back().reported = one.reported;
+    of.findings.back().known = one.known;
+    const judged_run is = judged();
+    ASSERT_EQ(is.causes.size(), 1U);
+    EXPECT_EQ(is.causes[0].title, one.title);
+    EXPECT_EQ(is.causes[0].how_sure, sureness::unknown);
+    EXPECT_EQ(is.bundles.at(0).is, verdict::not_judged);
+    EXPECT_EQ(exit_status(is), 3);
+  }
+}
+
+TEST_F(run_of_a_test, messages_that_say_the_same_of_a_node_are_one_cause) {
+  add_nodes(2);
+  for (const char* text : {"Inconsistency 1: BME has no Bundle entry in location 0/1/CPU0",
+                           "Inconsistency 12: BME has no Bundle entry in location 0/1/CPU0"}) {
+    find("TC-101", field::presence, "0/1/CPU0", layer::pd);
+    of.findings.back().object = {object_kind::node, "", "0/1/CPU0"};
+    of.findings.back().text = text;
+    of.findings.back().number = of.findings.size();
+  }
+  const judged_run is = judge(std::move(of));
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0, 1));
+}
+
+// One message for each bundle, which none of them names.
+TEST_F(run_of_a_test, each_bundle_that_a_node_lacks_has_one_of_the_messages) {
+  for (const std::size_t messages : {std::size_t{2}, std::size_t{3}}) {
+    of = run();
+    SetUp();
+    add_nodes(3);
+    add_bundle("BE2");
+    for (const char* name : {"BE1", "BE2"})
+      std::erase_if(of.objects[of.object_at(object_kind::bundle, name, name)].cells,
+                    [](const cell& c) { return c.from == source::agent && c.node == 1; });
+    for (std::size_t i = 0; i < messages; ++i) {
+      find("TC-101", field::presence, "0/1/CPU0", layer::pd);
+      of.findings.back().object = {object_kind::node, "", "0/1/CPU0"};
+    }
+    const judged_run is = judge(std::move(of));
+    ASSERT_EQ(is.causes.size(), 2U);
+    EXPECT_EQ(is.causes[0].findings.size(), messages == 2 ? 1 : 3);
+    EXPECT_EQ(is.causes[1].findings.size(), messages == 2 ? 1 : 0);
   }
 }
 
