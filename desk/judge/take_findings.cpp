@@ -145,9 +145,17 @@ bool is_normal_note(const open_places& open, const finding& one) {
   return !open.contains({one.node, one.of});
 }
 
+// A message about too much weight names no place, and its numbers are those of none or of several.
+bool has_unknown_place(const finding& one) {
+  return one.what == field::weight && one.node.empty();
+}
+
 // Why the judge is as sure as it is of what a message says.
 std::string_view why_of(const finding& one) {
   if (is_scale(one)) return "the audit counted what is configured";
+  if (has_unknown_place(one)) return "the message shows the numbers only, and they name no place";
+  if (one.what == field::weight)
+    return "the message shows the numbers only, which are this place's";
   if (is_of_notation(one)) return "both mean the same, and the audit may have compared no further";
   return is_doubt(one) ? "it could not be verified, so nobody knows" : "the audit names the place";
 }
@@ -220,7 +228,8 @@ void take_finding(judging& at, const open_places& open, std::size_t index) {
   into.title = title_of(one);
   into.object = one.object;
   into.npu = one.npu;
-  into.how_sure = is_doubt(one) && !is_scale(one) ? sureness::unknown : sureness::named;
+  const bool is_unknown = (is_doubt(one) && !is_scale(one)) || has_unknown_place(one);
+  into.how_sure = is_unknown ? sureness::unknown : sureness::named;
   into.why = why_of(one);
   into.next = next_for(at.of(), one);
   at.causes.add_cause(made, into);

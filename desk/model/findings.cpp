@@ -66,12 +66,30 @@ void take_blanks(finding& into, const recognised& message) {
   into.object = {object_kind::member, into.object.bundle, tail.empty() ? member : tail};
 }
 
-// The message about too much weight names the numbers only: the bundle is the one with them.
-void find_weight(finding& into, const run& of, mention_finder& names) {
-  const auto found = names.weighing(into.reported, into.known);
-  if (!found) return;
-  into.object = {found->one->kind, of.objects[found->one->bundle].name, found->one->name};
-  if (found->node != no_place) into.node = of.nodes[static_cast<std::size_t>(found->node)].name;
+// The messages about too much weight name the numbers only. As many of them as there are places
+// with these numbers have one each. Otherwise the check of some places ended before, or messages
+// are lost, and they have what all of the places share.
+void place_weights(const run& of, mention_finder& names, std::span<finding> findings) {
+  std::map<std::pair<std::string, std::string>, std::vector<finding*>> messages;
+  for (finding& one : findings)
+    if (one.what == field::weight) messages[{one.reported, one.known}].push_back(&one);
+  for (const auto& [numbers, same] : messages) {
+    const auto& places = names.weighing(numbers.first, numbers.second);
+    if (places.empty()) continue;
+    const auto& first = places.front();
+    const bool is_one_each = places.size() == same.size();
+    const bool is_one_bundle = std::all_of(
+        places.begin(), places.end(), [&](const auto& place) { return place.one == first.one; });
+    const bool is_one_node = std::all_of(
+        places.begin(), places.end(), [&](const auto& place) { return place.node == first.node; });
+    for (std::size_t i = 0; i < same.size(); ++i) {
+      const auto& place = is_one_each ? places[i] : first;
+      if (is_one_each || is_one_bundle)
+        same[i]->object = {place.one->kind, of.objects[place.one->bundle].name, place.one->name};
+      if (place.node != no_place && (is_one_each || is_one_node))
+        same[i]->node = of.nodes[static_cast<std::size_t>(place.node)].name;
+    }
+  }
 }
 
 // "interface Bundle-Ether1.200": the lines behind it may name anything.
@@ -81,8 +99,7 @@ std::string_view head_of(std::string_view stanza) {
   return stanza.substr(at, std::min(stanza.find(' ', at + word.size()), stanza.size()) - at);
 }
 
-finding finding_from(const run& of, mention_finder& names, const log_entry& entry,
-                     finding_kind kind) {
+finding finding_from(mention_finder& names, const log_entry& entry, finding_kind kind) {
   finding made;
   made.kind = kind;
   made.text = entry.text;
@@ -101,7 +118,6 @@ finding finding_from(const run& of, mention_finder& names, const log_entry& entr
   made.node = std::move(named.node);
   made.npu = std::move(named.npu);
   if (message) take_blanks(made, *message);
-  if (made.what == field::weight) find_weight(made, of, names);
   return made;
 }
 
@@ -187,7 +203,7 @@ void read_channel(run& into, mention_finder& names, const channel_log& log, cons
                   finding_kind kind) {
   if (of == nullptr) return;
   for (const log_entry& entry : of->entries) {
-    finding one = finding_from(into, names, entry, kind);
+    finding one = finding_from(names, entry, kind);
     if (kind == finding_kind::failure && !entry.has_trace) one.kind = finding_kind::note;
     if (is_mac_of_chip(one)) {
       one.kind = finding_kind::programming;
@@ -364,6 +380,7 @@ void read_findings(run& into, const log_set& logs, const std::vector<run_in_logs
   mention_finder names(into);
   read_channel(into, names, logs.exception, of.in[0], finding_kind::failure);
   read_channel(into, names, logs.inconsistent, of.in[1], finding_kind::inconsistency);
+  place_weights(into, names, into.findings);
   read_channel(into, names, logs.programming, of.in[2], finding_kind::programming);
   read_channel(into, names, logs.delay_delete, of.in[3], finding_kind::delay_delete);
   // Nor does the table count what is leaving, unless something is inconsistent.
@@ -381,7 +398,7 @@ void read_debug_notes(run& into) {
   mention_finder names(into);
   for (const std::string& text : into.debug_notes) {
     const log_entry entry = {{}, text, std::string(debug_log), 0, false};
-    into.findings.push_back(finding_from(into, names, entry, finding_kind::note));
+    into.findings.push_back(finding_from(names, entry, finding_kind::note));
   }
 }
 

@@ -115,8 +115,12 @@ void mention_finder::note_handles() {
       if (c.what == field::handle) handles_.try_emplace(of_.texts.text(c.value), &one);
 }
 
+// Of a node that takes no part nobody asks the weight.
 void mention_finder::note_weights() {
   if (std::exchange(knows_weights_, true)) return;
+  const auto takes_part = [&](std::int16_t node) {
+    return node == no_place || of_.nodes[static_cast<std::size_t>(node)].takes_part;
+  };
   for (const object& one : of_.objects) {
     if (one.kind != object_kind::bundle) continue;  // the audit weighs no sub-bundle
     std::unordered_map<std::int16_t, text_id> limits;
@@ -124,11 +128,10 @@ void mention_finder::note_weights() {
       if (c.what == field::weight_limit) limits.try_emplace(c.node, c.value);
     for (const cell& c : one.cells) {
       const auto limit = limits.find(c.node);
-      if (c.what != field::weight || limit == limits.end()) continue;
+      if (c.what != field::weight || limit == limits.end() || !takes_part(c.node)) continue;
       weights_[{of_.texts.text(c.value), of_.texts.text(limit->second)}].push_back({&one, c.node});
     }
   }
-  for (auto& [numbers, places] : weights_) std::reverse(places.begin(), places.end());
 }
 
 void mention_finder::complete_member(mention& found) {
@@ -183,14 +186,12 @@ mention mention_finder::in(std::string_view text) {
   return found;
 }
 
-std::optional<mention_finder::weighed> mention_finder::weighing(std::string_view weight,
-                                                                std::string_view limit) {
+const std::vector<mention_finder::weighed>& mention_finder::weighing(std::string_view weight,
+                                                                     std::string_view limit) {
+  static const std::vector<weighed> none;
   note_weights();
   const auto at = weights_.find({weight, limit});
-  if (at == weights_.end()) return std::nullopt;
-  const weighed next = at->second.back();
-  if (at->second.size() > 1) at->second.pop_back();
-  return next;
+  return at == weights_.end() ? none : at->second;
 }
 
 mention mentioned_in(const run& of, std::string_view text) {

@@ -30,14 +30,14 @@ class mention_finder {
   // stays empty. The run's nodes and objects complete it: the bundle of a member, or of a handle.
   [[nodiscard]] mention in(std::string_view text);
 
-  // The bundle and the node that weigh this much where only that much is allowed. The audit writes
-  // a message for each of them, with nothing but these numbers: each call gives the next one, and
-  // the last one again.
+  // A bundle on a node that weighs this much where only that much is allowed, and all of them: the
+  // audit writes a message for each, with nothing but these numbers.
   struct weighed {
     const object* one;
     std::int16_t node;
   };
-  [[nodiscard]] std::optional<weighed> weighing(std::string_view weight, std::string_view limit);
+  [[nodiscard]] const std::vector<weighed>& weighing(std::string_view weight,
+                                                     std::string_view limit);
 
  private:
   void complete_member(mention& found);
@@ -53,8 +53,7 @@ class mention_finder {
   bool knows_weights_ = false;
   std::unordered_map<std::string_view, const object*> members_;  // the first of this name
   std::unordered_map<std::string_view, const object*> handles_;
-  std::map<std::pair<std::string_view, std::string_view>, std::vector<weighed>>
-      weights_;  // those that were not yet given, the next one at the end
+  std::map<std::pair<std::string_view, std::string_view>, std::vector<weighed>> weights_;
 };
 
 // The same for a single text.

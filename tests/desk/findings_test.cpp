@@ -548,6 +548,35 @@ TEST_F(lags_in_chips, that_nothing_refers_to_are_stale) {
   EXPECT_EQ(listed("BCM", "LAG 0x8_npu0_node0/7/CPU0").code, "TC-401") << "of an unknown node";
 }
 
+// The audit weighs no bundle on a node that it left out, nor where its check ended before.
+TEST_F(logs_of_a_test, a_weight_is_that_of_the_only_place_with_its_numbers) {
+  const std::string text =
+      "member scale limit exceeded due to weights of members (2) being more than allowed (1)";
+  const auto place_of = [&](std::size_t nodes, std::size_t left_out, std::size_t messages) {
+    std::string lines = start();
+    for (std::size_t i = 1; i <= messages; ++i)
+      lines += line("Inconsistency " + std::to_string(i) + ": " + text);
+    write("inconsistencies", lines);
+    run of;
+    const auto bundle = of.object_at(object_kind::bundle, "BE7", "BE7");
+    for (std::size_t i = 0; i < nodes; ++i) {
+      of.nodes.emplace_back().name = "0/" + std::to_string(i) + "/CPU0";
+      of.nodes.back().takes_part = i >= left_out;
+      const auto node = static_cast<std::int16_t>(i);
+      auto& cells = of.objects[bundle].cells;
+      cells.push_back({field::weight, source::lagport, node, no_place, of.texts.keep("2")});
+      cells.push_back({field::weight_limit, source::lagport, node, no_place, of.texts.keep("1")});
+    }
+    const log_set logs = read_logs(folder);
+    read_findings(of, logs, runs_in(logs), 0);
+    EXPECT_EQ(of.findings.back().object, (object_ref{object_kind::bundle, "BE7", "BE7"}));
+    return of.findings.back().node;
+  };
+  EXPECT_EQ(place_of(2, 1, 1), "0/1/CPU0");
+  EXPECT_EQ(place_of(2, 0, 2), "0/1/CPU0");
+  EXPECT_EQ(place_of(2, 0, 1), "");
+}
+
 // Where the interface listing lacks a port, its record keeps the MTU of the port object.
 TEST_F(logs_of_a_test, a_port_that_was_not_listed_has_the_mtu_of_its_object) {
   write("exception", start() + line("no key '0/0/0/1': BM PI verification failed for "

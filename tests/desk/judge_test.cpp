@@ -879,7 +879,19 @@ TEST_F(run_of_a_test, a_weight_stands_beside_its_limit) {
   find("TC-114", field::weight, "0/0/CPU0", layer::dpa);
   of.findings.back().reported = "20";
   of.findings.back().known = "16";
-  EXPECT_EQ(judged().causes.at(0).title, "BE1: weight on 0/0/CPU0 (DPA): 20, the limit is 16");
+  const judged_run is = judged();
+  EXPECT_EQ(is.causes.at(0).title, "BE1: weight on 0/0/CPU0 (DPA): 20, the limit is 16");
+  EXPECT_EQ(is.causes.at(0).how_sure, sureness::named);
+}
+
+TEST_F(run_of_a_test, a_weight_of_several_places_is_of_none_for_sure) {
+  add_nodes(1);
+  find("TC-114", field::weight, "", layer::dpa);
+  of.findings.back().reported = "20";
+  of.findings.back().known = "16";
+  const judged_run is = judged();
+  EXPECT_EQ(is.causes.at(0).title, "BE1: weight (DPA): 20, the limit is 16");
+  EXPECT_EQ(is.causes.at(0).how_sure, sureness::unknown);
 }
 
 TEST_F(run_of_a_test, an_entry_that_the_audit_itself_left_without_a_mark_is_no_fault) {
