@@ -1,11 +1,16 @@
 #include "desk/read/dump_parser.h"
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 #include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "desk/model/utf8.h"
 
@@ -31,17 +36,43 @@ constexpr some_bytes each_is(signed char c) {
 }
 
 // How many stand before the first byte that is marked with ones.
-std::size_t before_marked(some_bytes marks) {
+[[gnu::always_inline]] inline std::size_t before_marked(some_bytes marks) {
+#ifdef __SSE2__
+  // One instruction takes a bit of each byte.
+  const auto bits = static_cast<unsigned>(_mm_movemask_epi8(std::bit_cast<__m128i>(marks)));
+  return static_cast<std::size_t>(std::countr_zero(bits | 0x10000U));
+#else
   std::array<std::uint64_t, 2> halves{};
   std::memcpy(halves.data(), &marks, sizeof marks);
   if (halves[0] != 0) return static_cast<std::size_t>(std::countr_zero(halves[0])) / 8;
   if (halves[1] != 0) return 8 + static_cast<std::size_t>(std::countr_zero(halves[1])) / 8;
   return sizeof marks;
+#endif
 }
 
 // Marks quotes, backslashes, control characters and what is no ASCII, which is below zero.
 some_bytes odd_of(some_bytes bytes) {
   return (bytes == each_is('"')) | (bytes == each_is('\\')) | (bytes < each_is(' '));
+}
+
+// Behind the blanks that begin here, or behind `end`.
+[[gnu::always_inline]] inline const char* behind_blanks(const char* at, const char* end) {
+  while (at < end) {
+    const std::size_t blanks = before_marked(bytes_at(at) != each_is(' '));
+    at += blanks;
+    if (blanks != sizeof(some_bytes)) break;
+  }
+  return at;
+}
+
+// The same for the bytes of a text that stand for themselves.
+[[gnu::always_inline]] inline const char* behind_plain(const char* at, const char* end) {
+  while (at < end) {
+    const std::size_t plain = before_marked(odd_of(bytes_at(at)));
+    at += plain;
+    if (plain != sizeof(some_bytes)) break;
+  }
+  return at;
 }
 
 bool is_blank(char c) {
@@ -133,28 +164,6 @@ inline int dump_parser::take() {
   return byte;
 }
 
-// Over the blanks that indent a line.
-inline void dump_parser::skip_blanks() {
-  const char* at = at_;
-  std::size_t blanks = sizeof(some_bytes);
-  while (at < end_ && blanks == sizeof(some_bytes)) {
-    blanks = before_marked(bytes_at(at) != each_is(' '));
-    at += blanks;
-  }
-  at_ = std::min(at, end_);
-}
-
-// Over the bytes of a text that stand for themselves.
-inline void dump_parser::skip_plain() {
-  const char* at = at_;
-  std::size_t plain = sizeof(some_bytes);
-  while (at < end_ && plain == sizeof(some_bytes)) {
-    plain = before_marked(odd_of(bytes_at(at)));
-    at += plain;
-  }
-  at_ = std::min(at, end_);
-}
-
 // Takes the first byte behind the white space; 0 at the end of the file.
 inline char dump_parser::next_token() {
   do {
@@ -162,7 +171,7 @@ inline char dump_parser::next_token() {
       const char byte = *at_++;
       if (byte > ' ') return byte;
       if (byte == '\n')
-        skip_blanks();
+        at_ = std::min(behind_blanks(at_, end_), end_);
       else if (!is_blank(byte))
         return byte;
     }
@@ -172,11 +181,20 @@ inline char dump_parser::next_token() {
 
 // ---- Texts --------------------------------------------------------------------------------------
 
-// What is between the quotes, of which the first one is taken. The view lasts until the next bytes.
-inline bool dump_parser::read_text(std::string_view& text) {
+// What is between the quotes, of which the first one is taken, if it is at hand and stands for
+// itself, as nearly all texts are; otherwise nothing is taken. The view lasts until the next bytes.
+inline std::optional<std::string_view> dump_parser::plain_text() {
+  const char* const end = behind_plain(at_, end_);
+  if (end >= end_ || *end != '"') return {};
+  const char* const begin = std::exchange(at_, end + 1);
+  return std::string_view(begin, static_cast<std::size_t>(end - begin));
+}
+
+// The same for any text.
+bool dump_parser::read_text(std::string_view& text) {
   const char* token = at_;
   for (;;) {
-    skip_plain();
+    at_ = std::min(behind_plain(at_, end_), end_);
     if (at_ != end_) break;
     const bool is_too_long = static_cast<std::size_t>(end_ - token) > longest_value;
     if (is_too_long || !fill_behind(token)) return false;
@@ -211,7 +229,7 @@ bool dump_parser::read_odd_text(const char* token, std::string_view& text) {
       return false;
     }
     const char* const plain = at_;
-    skip_plain();
+    at_ = std::min(behind_plain(at_, end_), end_);
     text_.append(plain, at_);
   }
   return false;
@@ -315,16 +333,15 @@ bool dump_parser::read_number(char first) {
   return false;
 }
 
-// Most numbers are a few digits. False, and nothing is read, if more belongs to this one or could.
-inline bool dump_parser::read_digits_at_hand(char first, std::string_view& text) {
-  if (first == '-') return false;
+// Most numbers are a few digits. Takes nothing if more belongs to this one, or could.
+inline std::optional<std::string_view> dump_parser::digits_at_hand(char first) {
+  if (first == '-') return {};
   const char* const end = std::find_if_not(at_, end_, is_digit);
   constexpr std::ptrdiff_t surely_finite = 300;
   const bool is_whole = end != end_ && *end != '.' && *end != 'e' && *end != 'E';
-  if (!is_whole || (first == '0' && end != at_) || end - at_ > surely_finite) return false;
-  text = {at_ - 1, static_cast<std::size_t>(end - at_) + 1};
-  at_ = end;
-  return true;
+  if (!is_whole || (first == '0' && end != at_) || end - at_ > surely_finite) return {};
+  const char* const begin = std::exchange(at_, end) - 1;
+  return std::string_view(begin, static_cast<std::size_t>(end - begin));
 }
 
 bool dump_parser::read_literal(std::string_view rest) {
@@ -371,12 +388,18 @@ bool dump_parser::refuse(char first) {
   return false;
 }
 
+bool dump_parser::read_any_text_value() {
+  std::string_view text;
+  return read_text(text) && give(text);
+}
+
 inline bool dump_parser::read_value(char first) {
   is_empty_ = false;
-  std::string_view text;
   switch (first) {
-    case '"':
-      return read_text(text) && give(text);
+    case '"': {
+      const auto text = plain_text();
+      return text ? give(*text) : read_any_text_value();
+    }
     case '{':
       return open(true);
     case '[':
@@ -391,19 +414,37 @@ inline bool dump_parser::read_value(char first) {
       break;
   }
   if (first != '-' && !is_digit(first)) return refuse(first);
-  return read_digits_at_hand(first, text) ? give(text) : read_number(first) && give(text_);
+  const auto digits = digits_at_hand(first);
+  return digits ? give(*digits) : read_number(first) && give(text_);
+}
+
+// A comma, a new line, blanks, a plain key and a colon: so nearly all entries begin. Takes nothing
+// if anything else is there or the bytes at hand end.
+inline bool dump_parser::take_usual_key() {
+  if (end_ - at_ < 2 || at_[0] != ',' || at_[1] != '\n') return false;
+  const char* const quote = behind_blanks(at_ + 2, end_);
+  if (quote >= end_ || *quote != '"') return false;
+  const char* const end = behind_plain(quote + 1, end_);
+  if (end_ - end < 2 || end[0] != '"' || end[1] != ':') return false;
+  keys_[depth_ - 1] = {quote + 1, static_cast<std::size_t>(end - quote - 1)};
+  at_ = end + 2;
+  return true;
 }
 
 inline bool dump_parser::read_key() {
-  // A view of its own, copied at once, would wait until its two halves are written.
   std::string_view& key = keys_[depth_ - 1];
-  if (!read_text(key)) return false;
-  if (key.data() == text_.data()) key = kept_[depth_ - 1] = key;
+  if (const auto text = plain_text())
+    key = *text;
+  else if (!read_text(key))
+    return false;
+  else if (key.data() == text_.data())
+    key = kept_[depth_ - 1] = key;
   const char colon = next_token();
   return colon == ':' || refuse(colon);
 }
 
 inline bool dump_parser::read_entry() {
+  if (!is_empty_ && take_usual_key()) return read_value(next_token());
   char token = next_token();
   if (token == '}') return close();
   if (!is_empty_) {

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -36,14 +37,15 @@ class dump_parser {
   [[nodiscard]] int peek();
   [[nodiscard]] int take();
   [[nodiscard]] char next_token();
-  void skip_blanks();
-  void skip_plain();
 
   bool read_start();
   bool read_value(char first);
   bool read_entry();
   bool read_element();
+  bool take_usual_key();
   bool read_key();
+  bool read_any_text_value();
+  [[nodiscard]] std::optional<std::string_view> plain_text();
   bool read_text(std::string_view& text);
   bool read_odd_text(const char* token, std::string_view& text);
   bool read_escape();
@@ -51,7 +53,7 @@ class dump_parser {
   int take_hex();
   std::string_view take_character();
   bool read_number(char first);
-  bool read_digits_at_hand(char first, std::string_view& text);
+  [[nodiscard]] std::optional<std::string_view> digits_at_hand(char first);
   bool read_digits();
   bool read_fraction();
   bool read_exponent();
