@@ -7,6 +7,7 @@
 #include <bitset>
 #include <cstdint>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <tuple>
 #include <utility>
@@ -373,7 +374,7 @@ class grid {
   void add_cell(std::uint32_t first);
   [[nodiscard]] bool is_same(const value& a, const value& b) const;
   void show_cells(const column_set& columns, const std::vector<std::size_t>& shown_at,
-                  std::size_t width);
+                  dossier_section& into);
   const run& of_;
   shown_texts& texts_;
   text_id missing_ = texts_.number_of(word_missing);
@@ -567,28 +568,30 @@ std::string label_of_fold(dossier_table& into, const std::vector<std::string_vie
   return label;
 }
 
-// `shown_at` says for each column where it stands in a row of `width` cells, or behind them.
+// The rows, whose cells are in order. `shown_at` says for each column where it stands in a row, or
+// behind them.
 void grid::show_cells(const column_set& columns, const std::vector<std::size_t>& shown_at,
-                      std::size_t width) {
-  std::vector<dossier_row*> rows(parts_.size() * slots);
-  std::vector<bool> has_cell(rows.size());
-  for (const made_cell& one : cells_) has_cell[one.row] = true;
-  for (std::size_t i = 0; i < parts_.size(); ++i) {
-    const auto from = has_cell.begin() + static_cast<std::ptrdiff_t>(i * slots);
-    parts_[i].rows.resize(static_cast<std::size_t>(std::count(from, from + slots, true)));
-    dossier_row* next = parts_[i].rows.data();
-    for (std::size_t slot = 0; slot < slots; ++slot) {
-      if (!has_cell[i * slots + slot]) continue;
-      next->label = word_for(shown_fields[slot]);
-      next->cells.resize(width);
-      rows[i * slots + slot] = next++;
+                      dossier_section& into) {
+  const auto begins_row = [&](std::size_t i) {
+    return i == 0 || cells_[i].row != cells_[i - 1].row;
+  };
+  std::vector<std::size_t> rows_of(parts_.size());
+  for (std::size_t i = 0; i < cells_.size(); ++i)
+    if (begins_row(i)) ++rows_of[cells_[i].row / slots];
+  for (std::size_t i = 0; i < parts_.size(); ++i) parts_[i].rows.reserve(rows_of[i]);
+  const std::size_t width = into.columns.size();
+  into.cells.resize(std::accumulate(rows_of.begin(), rows_of.end(), std::size_t{0}) * width);
+  std::span<dossier_cell> row;
+  for (std::size_t i = 0; i < cells_.size(); ++i) {
+    const made_cell& one = cells_[i];
+    if (begins_row(i)) {
+      row = {i == 0 ? into.cells.data() : row.data() + width, width};
+      parts_[one.row / slots].rows.push_back({word_for(shown_fields[one.row % slots]), row});
     }
-  }
-  for (const made_cell& one : cells_)
     columns.for_each_of(one, [&](std::size_t column) {
-      if (shown_at[column] < width)
-        rows[one.row]->cells[shown_at[column]] = {texts_.text(one.text), one.is_odd};
+      if (shown_at[column] < width) row[shown_at[column]] = {texts_.text(one.text), one.is_odd};
     });
+  }
 }
 
 dossier_section grid::finish(std::string_view title, dossier_table& into) {
@@ -597,7 +600,8 @@ dossier_section grid::finish(std::string_view title, dossier_table& into) {
   std::vector<bool> has_odd(columns.size());
   for (const made_cell& one : cells_)
     if (one.is_odd) columns.for_each_of(one, [&](std::size_t column) { has_odd[column] = true; });
-  dossier_section made{title, {}, {}};
+  dossier_section made;
+  made.title = title;
   constexpr auto not_shown = static_cast<std::size_t>(-1);
   std::vector<std::size_t> shown_at(columns.size(), not_shown);
   std::vector<std::vector<std::string_view>> nodes;
@@ -622,7 +626,7 @@ dossier_section grid::finish(std::string_view title, dossier_table& into) {
     if (!nodes[i].empty())
       made.columns[i].place =
           nodes[i].size() == 1 ? std::string(nodes[i].front()) : label_of_fold(into, nodes[i]);
-  show_cells(columns, shown_at, made.columns.size());
+  show_cells(columns, shown_at, made);
   made.parts = std::move(parts_);
   return made;
 }

@@ -5,6 +5,7 @@
 #include <deque>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -49,7 +50,7 @@ struct dossier_column {
 
 struct dossier_row {
   std::string_view label;
-  std::vector<dossier_cell> cells;  // a cell for each column
+  std::span<const dossier_cell> cells;  // a cell for each column
 };
 
 // The rows of one object. A bundle needs no name above its rows.
@@ -60,9 +61,14 @@ struct dossier_part {
 };
 
 struct dossier_section {
+  dossier_section() = default;
+  // A copy's rows would be of the cells of another one.
+  dossier_section(dossier_section&&) = default;
+  dossier_section& operator=(dossier_section&&) = default;
   std::string_view title;
   std::vector<dossier_column> columns;
   std::vector<dossier_part> parts;
+  std::vector<dossier_cell> cells;  // of all rows
 };
 
 struct dossier_table {

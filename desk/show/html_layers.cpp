@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -24,11 +25,17 @@ void show_head(const dossier_section& of, std::ostream& out) {
   out << "</tr></thead>\n";
 }
 
+constexpr auto plain_bytes = [] {
+  std::array<bool, 256> made{};
+  for (const char c : std::string_view("0123456789abcdefghijklmnopqrstuvwxyz:. "))
+    made[static_cast<unsigned char>(c)] = true;
+  return made;
+}();
+
 // Most of a page of the largest router are these, and most of their texts are plain.
 bool is_plain(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), [](char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || c == ':' || c == '.' || c == ' ';
-  });
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return plain_bytes[static_cast<unsigned char>(c)]; });
 }
 
 void show_row(const dossier_row& of, std::string& line, std::ostream& out) {
