@@ -207,7 +207,14 @@ std::string subject_key(const finding& one) {
 }
 
 void take_finding(judging& at, const open_places& open, std::size_t index) {
-  const finding& one = at.of().findings[index];
+  const finding& named = at.of().findings[index];
+  const std::string_view node = node_of_value(at.of(), named);
+  std::optional<finding> placed;
+  if (node != named.node) {
+    placed = named;
+    placed->node = node;
+  }
+  const finding& one = placed ? *placed : named;
   const bool is_line = one.code == "TC-905";
   const bool is_normal = is_line || is_normal_note(open, one);
   std::optional<std::size_t> above;

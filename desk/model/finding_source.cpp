@@ -94,6 +94,16 @@ source source_of(const finding& one) {
   return source::none;
 }
 
+std::string_view node_of_value(const run& of, const finding& one) {
+  if (one.node.empty() || source_of(one) != source::l1port) return one.node;
+  const object* member = of.find(object_kind::member, one.object.bundle, one.object.name);
+  if (member == nullptr) return one.node;
+  const auto at = of.places.find(static_cast<std::size_t>(member - of.objects.data()));
+  const bool is_known = at != of.places.end() && at->second.node != no_place;
+  return is_known ? std::string_view(of.nodes[static_cast<std::size_t>(at->second.node)].name)
+                  : std::string_view(one.node);
+}
+
 source other_source_of(const run& of, const finding& one) {
   if (one.code == "TC-112") return source::lagport;
   if (one.object.kind != object_kind::bundle || one.of != layer::dpa) return source::none;

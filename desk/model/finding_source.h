@@ -12,4 +12,9 @@ namespace desk {
 // The table with which the finding compares that one, of the same layer; none if there is no such.
 [[nodiscard]] source other_source_of(const run& of, const finding& one);
 
+// The node on which that table stands; empty: none is known. A message names the node whose members
+// the audit went through, and a live standby has those of the active one, whose ports it is not
+// asked for.
+[[nodiscard]] std::string_view node_of_value(const run& of, const finding& one);
+
 }  // namespace desk

@@ -469,7 +469,7 @@ void grid::mark(const finding& one) {
   if (!is_about_value(one)) return;
   const std::size_t slot = is_about_sem(one) ? slot_of_sem : slot_of(one.what);
   const bool is_of_router = one.of == layer::config || one.of == layer::pi;
-  const node_id named = is_of_router ? whole_router : id_of(one.node);
+  const node_id named = is_of_router ? whole_router : id_of(node_of_value(of_, one));
   const source from = source_of(one);
   const node_id node = place_of(one.what, from, named);
   const std::int16_t npu = npu_in(one.npu);

@@ -1204,5 +1204,24 @@ TEST_F(run_of_a_test, a_command_that_was_ended_leaves_its_layer_open) {
   EXPECT_EQ(judged.bundles.at(0).is, verdict::not_judged);
 }
 
+// Both route processors have the member, but only the active one is asked for its port.
+TEST_F(run_of_a_test, places_the_mtu_of_a_port_on_the_node_that_has_it) {
+  add_nodes(2);
+  const std::size_t member = of.object_at(object_kind::member, "BE1", "0/0/0/1");
+  of.places[member].node = 1;
+  for (const char* node : {"0/0/CPU0", "0/1/CPU0"}) {
+    find("TC-105", field::mtu, node, layer::dpa);
+    of.findings.back().object = {object_kind::member, "BE1", "0/0/0/1"};
+    of.findings.back().known = "9216";
+    of.findings.back().reported = "9116";
+  }
+  const judged_run judged = judge(std::move(of));
+  ASSERT_EQ(judged.causes.size(), 1U);
+  EXPECT_EQ(judged.causes[0].node, "0/1/CPU0");
+  EXPECT_EQ(judged.causes[0].title,
+            "BE1 member 0/0/0/1: MTU on 0/1/CPU0 (DPA): 9116 here, 9216 known before");
+  EXPECT_EQ(judged.causes[0].findings.size(), 2U);
+}
+
 }  // namespace
 }  // namespace desk
