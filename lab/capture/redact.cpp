@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "lab/capture/answer_list.h"
+#include "lab/capture/configuration_words.h"
 #include "lab/capture/redact_addresses.h"
 #include "lab/capture/redact_journal.h"
 #include "lab/capture/redact_words.h"
@@ -41,40 +42,13 @@ class replacements {
   std::map<std::string, std::string, std::less<>> known_;
 };
 
-struct word_place {
-  std::size_t begin = 0;
-  std::size_t size = 0;
-};
-
-std::vector<word_place> words_in(std::string_view line) {
-  std::vector<word_place> words;
-  std::size_t at = 0;
-  while ((at = line.find_first_not_of(" \t\r", at)) != std::string_view::npos) {
-    const std::size_t end = std::min(line.find_first_of(" \t\r", at), line.size());
-    words.push_back({at, end - at});
-    at = end;
-  }
-  return words;
-}
-
-template <std::size_t Size>
-bool among(const std::array<std::string_view, Size>& list, std::string_view word) {
-  return std::find(list.begin(), list.end(), word) != list.end();
-}
-
-constexpr std::array<std::string_view, 3> text_words{"description", "remark", "alias"};
-
 // Words between the keyword and the secret: its kind, and who may use it.
-constexpr std::array<std::string_view, 35> kind_words{
-    "password",  "passphrase",  "secret",  "community", "key",      "key-string", "auth-key",
-    "md5",       "hmac-md5",    "sha",     "chain",     "keychain", "key-chain",  "pre-shared-key",
-    "encrypted", "clear",       "text",    "string",    "ro",       "rw",         "RO",
-    "RW",        "SystemOwner", "LROwner", "traps",     "informs",  "2c",         "version",
-    "noauth",    "auth",        "priv",    "udp-port",  "accept",   "send-only",  "level"};
-
-// Behind a secret they name no other one.
-constexpr std::array<std::string_view, 5> words_behind_secret{"ipv4", "ipv6", "IPv4", "IPv6",
-                                                              "SDROwner"};
+constexpr std::array<std::string_view, 29> kind_words{
+    "password",  "passphrase", "secret", "community", "key",      "key-string", "auth-key",
+    "md5",       "hmac-md5",   "sha",    "chain",     "keychain", "key-chain",  "pre-shared-key",
+    "encrypted", "clear",      "text",   "string",    "traps",    "informs",    "2c",
+    "version",   "noauth",     "auth",   "priv",      "udp-port", "accept",     "send-only",
+    "level"};
 
 // "password", "lsp-password", "server-key", "hmac-md5", "community-map": many commands take a
 // secret, but the last word of each, or nearly the last, says so.
@@ -95,23 +69,6 @@ bool is_short_number(std::string_view word) {
 bool is_name_part(char c) {
   return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
          c == '-';
-}
-
-// True if the word begins a quoted text that it does not end.
-bool opens_quotes(std::string_view word) {
-  const char quote = word.front();
-  return (quote == '"' || quote == '\'') && (word.size() == 1 || word.back() != quote);
-}
-
-// Where the secret that begins with this word ends: behind it, or behind the word that closes its
-// quotes. What no word closes ends with the line.
-std::size_t last_word_of_secret(std::string_view line, const std::vector<word_place>& words,
-                                std::size_t first) {
-  const char quote = line[words[first].begin];
-  if (!opens_quotes(line.substr(words[first].begin, words[first].size))) return first;
-  for (std::size_t i = first + 1; i < words.size(); ++i)
-    if (line[words[i].begin + words[i].size - 1] == quote) return i;
-  return words.size() - 1;
 }
 
 constexpr std::string_view configuration_tool = "cfg_render";
@@ -320,8 +277,10 @@ class text_redactor {
       const std::string_view word = line.substr(words[i].begin, words[i].size);
       const bool is_last = i + 1 == words.size();
       const bool is_repeated = word == line.substr(words[i - 1].begin, words[i - 1].size);
-      const bool is_kind = among(kind_words, word) && !is_repeated && (is_found || !is_last);
-      const bool is_behind = is_found && !is_last && among(words_behind_secret, word);
+      const bool is_kind = (among(kind_words, word) || among(rights, word)) && !is_repeated &&
+                           (is_found || !is_last);
+      // Behind a secret these name no other one.
+      const bool is_behind = is_found && !is_last && among(ip_words, word);
       if (is_short_number(word) || is_kind || is_behind) continue;
       add_kept(line.substr(copied, words[i].begin - copied), out);
       const std::size_t begin = words[i].begin;
@@ -330,7 +289,7 @@ class text_redactor {
         copied = begin + word.size();
         continue;
       }
-      i = last_word_of_secret(line, words, i);
+      i = last_word_of_text(line, words, i);
       copied = words[i].begin + words[i].size;
       out += secret_for(line.substr(begin, copied - begin));
       is_found = true;
@@ -456,7 +415,9 @@ class text_redactor {
 
 struct redaction::state {
   state(const capture& c, const name_kinds& kinds)
-      : addresses(addresses_of(c)), texts(addresses, router_names(c), configured_names(c, kinds)) {}
+      : names(configured_names(c, kinds)),
+        addresses(addresses_of(c)),
+        texts(addresses, router_names(c), names.replaced) {}
 
   // Addresses that stay.
   static std::set<std::string, std::less<>> addresses_of(const capture& c) {
@@ -466,6 +427,7 @@ struct redaction::state {
     return kept;
   }
 
+  named_things names;
   address_redactor addresses;
   text_redactor texts;
 };
@@ -488,6 +450,10 @@ std::string redaction::redacted(const std::string& text) {
 
 std::string redaction::name_for(const std::string& name) {
   return state_->texts.name_for(name);
+}
+
+const std::map<std::string, std::string>& redaction::kept_names() const {
+  return state_->names.kept;
 }
 
 redaction_counts redaction::counts() const {

@@ -22,6 +22,7 @@
 
 #include <compare>
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -66,6 +67,9 @@ class redaction {
 
   // What stands in the place of the machine's name.
   std::string name_for(const std::string& name);
+
+  // The names that stay because the audit reads them as words of its own, with their kinds.
+  const std::map<std::string, std::string>& kept_names() const;
 
   redaction_counts counts() const;
   // What was replaced up to now, by kind. A MAC stands for all that differ in the low ten bits.

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "lab/capture/configuration_words.h"
+
 namespace lab {
 namespace {
 
@@ -16,38 +18,43 @@ struct keyword {
 };
 
 constexpr std::array keywords{keyword{"vrf", "vrf", &name_kinds::vrf},
+                              keyword{"fvrf", "vrf", &name_kinds::vrf},
+                              keyword{"es-acl", "acl", &name_kinds::acl},
                               keyword{"access-list", "acl", &name_kinds::acl},
                               keyword{"access-group", "acl", &name_kinds::acl},
                               keyword{"access-class", "acl", &name_kinds::acl},
-                              keyword{"trustpoint", "trustpoint", &name_kinds::trustpoint}};
+                              keyword{"trustpoint", "trustpoint", &name_kinds::trustpoint},
+                              keyword{"tls-trustpoint", "trustpoint", &name_kinds::trustpoint},
+                              keyword{"sign-trustpoint", "trustpoint", &name_kinds::trustpoint}};
 
 // Words that stand where a name may stand.
-constexpr std::array<std::string_view, 4> no_names{"default", "all", "log-update", "maximum"};
+constexpr std::array<std::string_view, 10> no_names{"default", "all",       "any",  "log-update",
+                                                    "maximum", "ipv4",      "ipv6", "override",
+                                                    "bidir",   "group-list"};
+
+// "vrf definition NAME".
+constexpr std::array<std::string_view, 4> words_before_vrf{"definition", "forwarding", "context",
+                                                           "member"};
 
 // Words between the keyword of an access list and its name.
 constexpr std::array<std::string_view, 13> words_before_list{
     "ipv4",     "ipv6",     "IPv4", "IPv6",       "common", "ingress",   "egress",
     "extended", "standard", "peer", "query-only", "serve",  "serve-only"};
 
-constexpr std::array<std::string_view, 4> ip_words{"ipv4", "ipv6", "IPv4", "IPv6"};
-constexpr std::array<std::string_view, 7> rights{"RO",          "RW",      "ro",      "rw",
-                                                 "SystemOwner", "LROwner", "SDROwner"};
+// A name like one of these would be replaced where the audit reads the word itself.
+constexpr std::array<std::string_view, 28> words_of_audit{
+    "interface",   "preconfigure", "mtu",         "MTU",       "encapsulation",
+    "dot1q",       "second-dot1q", "dot1ad",      "untagged",  "bundle",
+    "id",          "mode",         "active",      "passive",   "on",
+    "line",        "protocol",     "is",          "up",        "down",
+    "l2transport", "hostname",     "end",         "hw-module", "profile",
+    "qos",         "hqos-enable",  "Bundle-Ether"};
 
-template <std::size_t Size>
-bool among(const std::array<std::string_view, Size>& list, std::string_view word) {
-  return std::find(list.begin(), list.end(), word) != list.end();
-}
-
-std::vector<std::string_view> words_in(std::string_view line) {
-  constexpr std::string_view blanks = " \t\r";
-  std::vector<std::string_view> words;
-  for (std::size_t at = 0; (at = line.find_first_not_of(blanks, at)) != std::string_view::npos;) {
-    const std::size_t end = std::min(line.find_first_of(blanks, at), line.size());
-    words.push_back(line.substr(at, end - at));
-    at = end;
-  }
-  return words;
-}
+// In front of a number they name an interface.
+constexpr std::array<std::string_view, 21> interface_types{
+    "Bundle-Ether", "BE",          "Loopback", "MgmtEth",        "Null", "GigabitEthernet", "Gi",
+    "GigE",         "TenGigE",     "Te",       "TwentyFiveGigE", "TF",   "FortyGigE",       "Fo",
+    "FiftyGigE",    "HundredGigE", "Hu",       "TwoHundredGigE", "TH",   "FourHundredGigE", "FH"};
 
 bool is_name(std::string_view word) {
   return !among(no_names, word) && std::any_of(word.begin(), word.end(), [](char c) {
@@ -55,21 +62,47 @@ bool is_name(std::string_view word) {
   });
 }
 
-// Texts of users are no commands.
-bool is_free_text(std::string_view word) {
-  return word == "description" || word == "remark" || word == "alias";
+// "Bundle-Ether1", "Hu0": also the part of "Hu0/0/0/1" that is a word.
+bool names_interface(std::string_view word) {
+  return std::any_of(interface_types.begin(), interface_types.end(), [&](std::string_view type) {
+    return word.starts_with(type) && word.size() > type.size() &&
+           word.find_first_not_of("0123456789./", type.size()) == std::string_view::npos;
+  });
+}
+
+bool is_read_by_audit(std::string_view name) {
+  const std::vector<std::string_view> words = texts_in(name);
+  return std::any_of(words.begin(), words.end(), [](std::string_view word) {
+    return among(words_of_audit, word) || names_interface(word);
+  });
+}
+
+std::string_view without_quotes(std::string_view text) {
+  const bool is_quoted = text.size() > 1 && (text.front() == '"' || text.front() == '\'') &&
+                         text.back() == text.front();
+  return is_quoted ? text.substr(1, text.size() - 2) : text;
 }
 
 using word_list = std::vector<std::string_view>;
-using name_map = std::map<std::string, std::string>;
 
-void add_name(const word_list& words, std::size_t at, const char* kind, name_map& names) {
-  if (at < words.size() && is_name(words[at])) names.try_emplace(std::string{words[at]}, kind);
+void add_name(const word_list& words, std::size_t at, const char* kind, named_things& names) {
+  if (at >= words.size()) return;
+  const std::string_view name = without_quotes(words[at]);
+  if (!is_name(name)) return;
+  auto& those = is_read_by_audit(name) ? names.kept : names.replaced;
+  those.try_emplace(std::string{name}, kind);
+}
+
+// "vrf NAME", "vrf definition NAME", "ip vrf forwarding NAME"; a VRF may be named like the word.
+void add_vrf(const word_list& words, std::size_t at, named_things& names) {
+  const bool has_word_before =
+      at <= 2 && at + 1 < words.size() && among(words_before_vrf, words[at]);
+  add_name(words, has_word_before ? at + 1 : at, "vrf", names);
 }
 
 // "access-group NAME ingress", "access-class ingress NAME", "access-group common NAME NAME
 // ingress", "access-group vrf VRF ipv4 peer NAME".
-void add_list(const word_list& words, std::size_t at, const char* kind, name_map& names) {
+void add_list(const word_list& words, std::size_t at, const char* kind, named_things& names) {
   if (words[at] == "vrf") at += 2;
   bool is_common = false;
   for (; at < words.size() && among(words_before_list, words[at]); ++at)
@@ -80,7 +113,7 @@ void add_list(const word_list& words, std::size_t at, const char* kind, name_map
 }
 
 // "snmp-server community SECRET RO SystemOwner NAME", "snmp-server group ... ipv4 NAME".
-void add_lists_of_snmp(const word_list& words, name_map& names) {
+void add_lists_of_snmp(const word_list& words, named_things& names) {
   constexpr std::size_t behind_secret = 3;
   if (words.size() <= behind_secret || words[0] != "snmp-server") return;
   const bool has_rights = words[1] == "community";
@@ -92,23 +125,32 @@ void add_lists_of_snmp(const word_list& words, name_map& names) {
     if (announces(words[i]) && !announces(words[i + 1])) add_name(words, i + 1, "acl", names);
 }
 
-void add_names(std::string_view line, const name_kinds& kinds, name_map& names) {
-  const word_list words = words_in(line);
+// "rp-address ADDRESS NAME".
+void add_list_of_meeting_point(const word_list& words, std::size_t at, named_things& names) {
+  if (words[at] == "rp-address") add_name(words, at + 2, "acl", names);
+}
+
+void add_names(std::string_view line, const name_kinds& kinds, named_things& names) {
+  const word_list words = texts_in(line);
   if (kinds.acl) add_lists_of_snmp(words, names);
-  for (std::size_t i = 0; i + 1 < words.size() && !is_free_text(words[i]); ++i)
+  for (std::size_t i = 0; i + 1 < words.size() && !among(text_words, words[i]); ++i) {
+    if (kinds.acl) add_list_of_meeting_point(words, i, names);
     for (const keyword& one : keywords) {
       if (!(kinds.*one.wanted) || words[i] != one.word) continue;
       if (one.wanted == &name_kinds::acl)
         add_list(words, i + 1, one.kind, names);
+      else if (one.wanted == &name_kinds::vrf)
+        add_vrf(words, i + 1, names);
       else
         add_name(words, i + 1, one.kind, names);
     }
+  }
 }
 
 }  // namespace
 
-std::map<std::string, std::string> configured_names(const capture& c, const name_kinds& kinds) {
-  std::map<std::string, std::string> names;
+named_things configured_names(const capture& c, const name_kinds& kinds) {
+  named_things names;
   for (const auto& [key, text] : c.answers) {
     if (!key.second.starts_with("cfg_render")) continue;
     std::string_view rest = text;

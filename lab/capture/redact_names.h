@@ -15,8 +15,14 @@ struct name_kinds {
   bool trustpoint = false;
 };
 
-// Every name of these kinds in the capture's configurations, with its kind: "vrf", "acl" or
-// "trustpoint". Leaves out the VRF "default", and names without a letter.
-std::map<std::string, std::string> configured_names(const capture& c, const name_kinds& kinds);
+// Names with their kinds: "vrf", "acl" or "trustpoint".
+struct named_things {
+  std::map<std::string, std::string> replaced;
+  std::map<std::string, std::string> kept;  // the audit reads them as words of its own
+};
+
+// Every name of these kinds in the capture's configurations. Leaves out the VRF "default", and
+// names without a letter.
+named_things configured_names(const capture& c, const name_kinds& kinds);
 
 }  // namespace lab

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -128,6 +129,15 @@ void print_verified(const comparison& found) {
 // The private files
 // ---------------------------------------------------------------------------------
 
+// Else their user would take them for replaced.
+void print_kept(const std::map<std::string, std::string>& names) {
+  if (names.empty()) return;
+  std::vector<std::string> shown;
+  for (const auto& [name, kind] : names) shown.push_back(fmt::format("{} {}", kind, name));
+  fmt::print("Not replaced, for the audit reads the same words elsewhere: {}.\n",
+             fmt::join(shown, ", "));
+}
+
 void write_mapping(const fs::path& file, const std::vector<replaced_value>& rows) {
   std::string text = "# kind, original, replacement; keep it private\n";
   for (const replaced_value& row : rows)
@@ -168,6 +178,7 @@ int redact_command(const redact_options& o) {
         "Replaced: {} IP and {} MAC addresses, {} texts, {} names, {} secrets, {} serial "
         "numbers.\n",
         n.addresses, n.macs, n.texts, n.names, n.secrets, n.serials);
+    print_kept(all.kept_names());
     if (o.verify) print_verified(verified);
     flush_output();
     if (o.mapping) write_mapping(mapping, rows);

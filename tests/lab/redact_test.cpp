@@ -517,6 +517,15 @@ TEST(redacted, covers_the_names_of_lists_that_are_only_used) {
       {"snmp-server group readers v3 priv read all ipv4 a-list",
        "snmp-server group readers v3 priv read all ipv4 acl-1"},
       {"snmp-server trap-source ipv4 a-list", "snmp-server trap-source ipv4 a-list"},
+      {"snmp-server community \"x RO interface y\" RO", "snmp-server community secret-1 RO"},
+      {"snmp-server community 'x RO b-list y' RO a-list b-list",
+       "snmp-server community secret-1 RO acl-1 secret-2"},
+      {"snmp-server community c0 SDROwner a-list", "snmp-server community secret-1 SDROwner acl-1"},
+      {" key-string \"x access-list y\"", " key-string secret-1"},
+      {"ipv4 access-list \"a-list\"", "ipv4 access-list \"acl-1\""},
+      {"rp-address 10.1.1.1 a-list override", "rp-address 240.0.0.1 acl-1 override"},
+      {"rp-address 10.1.1.1 override", "rp-address 240.0.0.1 override"},
+      {" es-acl a-list", " es-acl acl-1"},
       {"description RO a-list access-class ingress a-list", "description text-1"},
   };
   for (const row& one : rows) {
@@ -525,6 +534,57 @@ TEST(redacted, covers_the_names_of_lists_that_are_only_used) {
     redact(c, {.acl = true});
     EXPECT_EQ(answer_to(c, "local", "cfg_render -c"), std::string{one.redacted} + "\n");
   }
+}
+
+TEST(redacted, covers_the_names_of_VRFs_and_trustpoints_wherever_they_stand) {
+  struct row {
+    const char* line;
+    const char* redacted;
+  };
+  const row rows[] = {
+      {"vrf definition gold", "vrf definition vrf-1"},
+      {"vrf context gold", "vrf context vrf-1"},
+      {"vrf definition", "vrf vrf-1"},
+      {" vrf forwarding gold", " vrf forwarding vrf-1"},
+      {" ip vrf forwarding gold", " ip vrf forwarding vrf-1"},
+      {" vrf member gold", " vrf member vrf-1"},
+      {" match fvrf gold", " match fvrf vrf-1"},
+      {" match fvrf any", " match fvrf any"},
+      {"vrf \"gold and silver\"", "vrf \"vrf-1\""},
+      {" password \"x vrf interface y\"", " password secret-1"},
+      {" tls-trustpoint Ann-CA", " tls-trustpoint trustpoint-1"},
+      {" sign-trustpoint Ann-CA", " sign-trustpoint trustpoint-1"},
+  };
+  for (const row& one : rows) {
+    capture c;
+    answer(c, "local", "cfg_render -c", std::string{one.line} + "\n");
+    redact(c, {.vrf = true, .trustpoint = true});
+    EXPECT_EQ(answer_to(c, "local", "cfg_render -c"), std::string{one.redacted} + "\n");
+  }
+}
+
+// Or the audit would miss its own word wherever it stands.
+TEST(redacted, keeps_a_name_that_the_audit_reads_as_a_word_of_its_own) {
+  const char* names[] = {"interface", "mtu",          "encapsulation", "dot1q",
+                         "bundle",    "id",           "l2transport",   "line",
+                         "is",        "up",           "Bundle-Ether1", "Bundle-Ether1.100",
+                         "Hu0",       "HundredGigE0", "BE1",           "\"interface of\""};
+  for (const std::string name : names) {
+    const std::string configuration = "vrf " + name + "\nipv4 access-list " + name +
+                                      "\ninterface Bundle-Ether1\n mtu 9216\n"
+                                      "interface HundredGigE0/0/0/1\n bundle id 1 mode on\n";
+    capture c;
+    answer(c, "local", "cfg_render -c", configuration);
+    redaction all(c, {.vrf = true, .acl = true});
+    all.apply(c);
+    EXPECT_EQ(answer_to(c, "local", "cfg_render -c"), configuration);
+    ASSERT_EQ(all.kept_names().size(), 1U) << name;
+    EXPECT_EQ(name.find('"') == std::string::npos ? name : "interface of",
+              all.kept_names().begin()->first);
+  }
+  capture c;
+  answer(c, "local", "cfg_render -c", "vrf cust1\nvrf BEta\nvrf upper\n");
+  EXPECT_TRUE(redaction(c, {.vrf = true}).kept_names().empty());
 }
 
 TEST(redacted, can_list_what_became_what) {
