@@ -268,7 +268,8 @@ void add_redact(CLI::App& app, lab_options& all, actions& commands) {
       "  0   OUT is made; with --verify, all findings are the same.\n"
       "  1   OUT is not made.\n"
       "  2   OUT is made, and no difference found, but some findings could not be\n"
-      "      compared: they change between two audits of the same capture.");
+      "      compared: they change between two audits of the same capture, or were\n"
+      "      rotated away with the oldest lines of a log.");
   commands[&redact] = [&o] { return redact_command(o); };
 }
 

@@ -89,7 +89,6 @@ struct audits {
 // What competes for room in /tmp, or for a tool that answers once, may end otherwise in the next
 // audit of the same capture. So a difference counts only if it shows in every round. What moves
 // by even chances looks like a difference for that long once in thirty thousand times.
-constexpr std::size_t rounds_if_nothing_moves = 4;
 constexpr std::size_t most_rounds = 8;
 
 // Audits both captures, and again as long as they differ. Throws if they keep doing so.
@@ -97,33 +96,40 @@ comparison verify(const redact_options& o, const fs::path& out, const fs::path& 
                   redaction& replaced) {
   const folder_beside work(out);
   const audits both{work.path(), host_of(o.programs), library_of(o.programs)};
-  std::vector<run_findings> expected;
-  std::vector<run_findings> actual;
+  const auto fail_because = [&](const std::string& reason) {
+    throw lab_error(fmt::format("{}: not made, {}", out.string(), reason));
+  };
+  capture_findings expected;
+  capture_findings actual;
   for (;;) {
-    expected.push_back(both.of(fs::absolute(o.from), "original",
-                               [&](const std::string& text) { return replaced.redacted(text); }));
-    actual.push_back(both.of(built, "redacted", [](const std::string& text) { return text; }));
+    expected.add(both.of(fs::absolute(o.from), "original",
+                         [&](const std::string& text) { return replaced.redacted(text); }));
+    actual.add(both.of(built, "redacted", [](const std::string& text) { return text; }));
+    // An audit that runs logs how it starts.
+    if (expected.logs_nothing() && actual.logs_nothing())
+      fail_because("for the audits of both captures log nothing");
     comparison found = compared(expected, actual);
     if (found.difference.empty()) return found;
-    if (expected.size() == (found.anything_moves() ? most_rounds : rounds_if_nothing_moves))
-      throw lab_error(
-          fmt::format("{}: not made, it gives other findings: {}", out.string(), found.difference));
+    if (expected.audits() == most_rounds)
+      fail_because("it gives other findings: " + found.difference);
   }
 }
 
 void print_verified(const comparison& found) {
-  if (!found.anything_moves()) {
+  if (found.is_complete()) {
     fmt::print("Verified: both audits log the same {} lines.\n", found.entries);
     return;
   }
+  fmt::print("Verified in part: all audits log the same {} lines.", found.entries);
+  if (!found.rotated.empty())
+    fmt::print(" The oldest lines of {} were rotated away.", fmt::join(found.rotated, ", "));
   std::vector<std::string> moving;
   if (found.status_moves) moving.emplace_back("the audit's exit status");
   for (const auto& [name, lines] : found.moving)
     moving.push_back(fmt::format("{} line{} of {}", lines, lines == 1 ? "" : "s", name));
-  fmt::print(
-      "Verified in part: all audits log the same {} lines. Two audits of the same capture already "
-      "differ in {}.\n",
-      found.entries, fmt::join(moving, ", "));
+  if (!moving.empty())
+    fmt::print(" Two audits of the same capture already differ in {}.", fmt::join(moving, ", "));
+  fmt::print("\n");
 }
 
 // The private files
@@ -133,6 +139,7 @@ void print_verified(const comparison& found) {
 void print_kept(const std::map<std::string, std::string>& names) {
   if (names.empty()) return;
   std::vector<std::string> shown;
+  shown.reserve(names.size());
   for (const auto& [name, kind] : names) shown.push_back(fmt::format("{} {}", kind, name));
   fmt::print("Not replaced, for the audit reads the same words elsewhere: {}.\n",
              fmt::join(shown, ", "));
@@ -183,7 +190,7 @@ int redact_command(const redact_options& o) {
     flush_output();
     if (o.mapping) write_mapping(mapping, rows);
   });
-  return verified.anything_moves() ? status_in_part : EXIT_SUCCESS;
+  return !verified.is_complete() ? status_in_part : EXIT_SUCCESS;
 }
 
 }  // namespace lab

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <cctype>
-#include <functional>
 #include <set>
 #include <string_view>
+#include <vector>
 
 #include "lab/base/files.h"
 
@@ -16,6 +16,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* console_name = "console";
+constexpr std::string_view backup_suffix = ".1";
 
 bool is_digit(char c) {
   return c >= '0' && c <= '9';
@@ -97,62 +98,82 @@ std::vector<std::string> console_lines(std::string_view text) {
   return lines;
 }
 
-// How often each audit of a capture has a line.
-using counts = std::map<std::string, std::vector<std::size_t>>;
-
-counts counts_of(const std::vector<run_findings>& audits, const std::string& name) {
-  counts all;
-  for (std::size_t i = 0; i < audits.size(); ++i) {
-    const auto found = audits[i].lines.find(name);
-    if (found == audits[i].lines.end()) continue;
-    for (const std::string& line : found->second) {
-      auto& row = all[line];
-      row.resize(audits.size());
-      ++row[i];
-    }
-  }
-  return all;
+// The lines of a log in their order.
+found_lines counted(const std::vector<std::string>& lines) {
+  found_lines found;
+  for (const std::string& line : lines) ++found.counts[line];
+  const auto half = static_cast<std::ptrdiff_t>(lines.size() / 2);
+  found.newest.insert(lines.begin() + half, lines.end());
+  return found;
 }
 
-bool all_alike(const std::vector<std::size_t>& values) {
-  return std::adjacent_find(values.begin(), values.end(), std::not_equal_to{}) == values.end();
+void compare_statuses(const capture_findings& one, const capture_findings& other,
+                      comparison& result) {
+  result.status_moves = one.status_moves() || other.status_moves();
+  if (!result.status_moves && one.status() != other.status())
+    result.difference =
+        fmt::format("its audit ends with status {}, not {}", other.status(), one.status());
 }
 
-void compare_statuses(const std::vector<run_findings>& of_one,
-                      const std::vector<run_findings>& of_other, comparison& result) {
-  const auto moves = [](const std::vector<run_findings>& audits) {
-    return std::any_of(audits.begin(), audits.end(), [&](const run_findings& audit) {
-      return audit.status != audits.front().status;
-    });
-  };
-  result.status_moves = moves(of_one) || moves(of_other);
-  if (!result.status_moves && of_one.front().status != of_other.front().status)
-    result.difference = fmt::format("its audit ends with status {}, not {}",
-                                    of_other.front().status, of_one.front().status);
+// The two captures' lines of one log, side by side.
+struct line_pair {
+  capture_findings::line one;
+  capture_findings::line other;
+
+  bool moves() const { return one.least != one.most || other.least != other.most; }
+  bool differs() const { return moves() || one.most != other.most; }
+};
+
+std::map<std::string, line_pair> side_by_side(const capture_findings::log& one,
+                                              const capture_findings::log& other) {
+  std::map<std::string, line_pair> lines;
+  for (const auto& [text, found] : one) lines[text].one = found;
+  for (const auto& [text, found] : other) lines[text].other = found;
+  return lines;
 }
 
-void compare_log(const std::string& name, const counts& one, const counts& other,
-                 comparison& result) {
-  std::set<std::string> lines;
-  for (const counts* all : {&one, &other})
-    for (const auto& [line, row] : *all) lines.insert(line);
+struct differences {
   std::string lacks;
   std::string has_more;
-  for (const std::string& line : lines) {
-    const auto in_one = one.find(line);
-    const auto in_other = other.find(line);
-    if ((in_one != one.end() && !all_alike(in_one->second)) ||
-        (in_other != other.end() && !all_alike(in_other->second))) {
-      ++result.moving[name];
-      continue;
-    }
-    const std::size_t wanted = in_one == one.end() ? 0 : in_one->second.front();
-    const std::size_t got = in_other == other.end() ? 0 : in_other->second.front();
-    if (got < wanted && lacks.empty()) lacks = fmt::format("{} lacks \"{}\"", name, line);
-    if (got > wanted && has_more.empty()) has_more = fmt::format("{} also has \"{}\"", name, line);
-    if (name != console_name) result.entries += std::min(got, wanted);
+
+  void add(const std::string& log, const std::string& line, bool is_lacking) {
+    if (is_lacking && lacks.empty()) lacks = fmt::format("{} lacks \"{}\"", log, line);
+    if (!is_lacking && has_more.empty()) has_more = fmt::format("{} also has \"{}\"", log, line);
   }
-  if (result.difference.empty()) result.difference = lacks.empty() ? has_more : lacks;
+};
+
+// The oldest lines of a rotated log are lost, and threads decide which these are. So what one of
+// its audits lacks is a difference only if the others always have it among the newest.
+void compare_rotated(const std::string& name, const line_pair& pair, const std::string& line,
+                     const capture_findings& one, const capture_findings& other,
+                     differences& found) {
+  if (one.is_always_new(pair.one) && pair.other.most == 0) found.add(name, line, true);
+  if (other.is_always_new(pair.other) && pair.one.most == 0) found.add(name, line, false);
+}
+
+void compare_log(const std::string& name, const capture_findings& one,
+                 const capture_findings& other, comparison& result) {
+  const auto lines = side_by_side(one.log_named(name), other.log_named(name));
+  const bool is_any_rotated = one.is_rotated(name) || other.is_rotated(name);
+  const bool is_every_rotated = one.is_rotated(name) && other.is_rotated(name);
+  const bool is_cut =
+      is_any_rotated &&
+      (is_every_rotated || std::any_of(lines.begin(), lines.end(),
+                                       [](const auto& row) { return row.second.differs(); }));
+  if (is_cut) result.rotated.insert(name);
+  differences found;
+  for (const auto& [line, pair] : lines) {
+    if (name != console_name) result.entries += std::min(pair.one.least, pair.other.least);
+    if (is_cut) {
+      compare_rotated(name, pair, line, one, other, found);
+    } else if (pair.moves()) {
+      ++result.moving[name];
+    } else if (pair.one.most != pair.other.most) {
+      found.add(name, line, pair.other.most < pair.one.most);
+    }
+  }
+  if (result.difference.empty())
+    result.difference = found.lacks.empty() ? found.has_more : found.lacks;
 }
 
 }  // namespace
@@ -161,34 +182,63 @@ run_findings read_findings(const fs::path& logs, const std::string& console, int
                            const std::function<std::string(const std::string&)>& edited) {
   run_findings found;
   found.status = status;
-  found.lines[console_name] = console_lines(edited(console));
-  std::set<std::string> rotated;
+  found.logs[console_name] = counted(console_lines(edited(console)));
   for (const auto& entry : fs::directory_iterator(logs)) {
     const std::string name = entry.path().filename().string();
     // It quotes the tools' texts.
     if (!entry.is_regular_file() || name.starts_with("tessel_debug")) continue;
-    if (name.ends_with(".1")) {
-      rotated.insert(name.substr(0, name.size() - 2));
-      continue;
-    }
-    std::vector<std::string>& lines = found.lines[name];
-    each_line(edited(read_whole(entry.path())),
+    if (name.ends_with(backup_suffix)) continue;
+    const fs::path backup = entry.path().string() + std::string{backup_suffix};
+    const bool is_rotated = fs::exists(backup);
+    std::vector<std::string> lines;
+    each_line(edited((is_rotated ? read_whole(backup) : "") + read_whole(entry.path())),
               [&](std::string_view line) { lines.push_back(comparable(line)); });
+    found.logs[name] = counted(lines);
+    found.logs[name].is_rotated = is_rotated;
   }
-  for (const std::string& name : rotated) found.lines[name] = {"(rotated)"};
   return found;
 }
 
-comparison compared(const std::vector<run_findings>& of_one,
-                    const std::vector<run_findings>& of_other) {
+void capture_findings::add(const run_findings& found) {
+  statuses_.insert(found.status);
+  for (const auto& [name, of_audit] : found.logs) {
+    log& all = logs_[name];
+    if (of_audit.is_rotated) rotated_.insert(name);
+    for (const auto& [text, count] : of_audit.counts) {
+      const auto [row, is_new] = all.try_emplace(text);
+      line& one = row->second;
+      one.least = is_new ? (audits_ == 0 ? count : 0) : std::min(one.least, count);
+      one.most = std::max(one.most, count);
+      if (of_audit.newest.contains(text)) ++one.newest;
+    }
+  }
+  for (auto& [name, all] : logs_) {
+    const auto of_audit = found.logs.find(name);
+    for (auto& [text, one] : all)
+      if (of_audit == found.logs.end() || !of_audit->second.counts.contains(text)) one.least = 0;
+  }
+  ++audits_;
+}
+
+const capture_findings::log& capture_findings::log_named(const std::string& name) const {
+  static const log none;
+  const auto found = logs_.find(name);
+  return found == logs_.end() ? none : found->second;
+}
+
+bool capture_findings::logs_nothing() const {
+  return std::all_of(logs_.begin(), logs_.end(), [](const auto& row) {
+    return row.first == console_name || row.second.empty();
+  });
+}
+
+comparison compared(const capture_findings& one, const capture_findings& other) {
   comparison result;
-  compare_statuses(of_one, of_other, result);
+  compare_statuses(one, other, result);
   std::set<std::string> names;
-  for (const auto* audits : {&of_one, &of_other})
-    for (const run_findings& audit : *audits)
-      for (const auto& [name, lines] : audit.lines) names.insert(name);
-  for (const std::string& name : names)
-    compare_log(name, counts_of(of_one, name), counts_of(of_other, name), result);
+  for (const capture_findings* findings : {&one, &other})
+    for (const auto& [name, lines] : findings->logs()) names.insert(name);
+  for (const std::string& name : names) compare_log(name, one, other, result);
   return result;
 }
 

@@ -736,21 +736,78 @@ TEST_F(namespace_test, redact_leaves_out_what_changes_between_audits_of_the_same
                              "tessel_exception.log lacks \"lost\"\n");
   EXPECT_FALSE(fs::exists(scratch_.path() / "harmless"));
   EXPECT_EQ(read_text(scratch_.path() / "audits").size(), 16U);
-  // Where nothing moves, it takes fewer audits to be sure.
+  // One line that comes by even chances must not pass for a difference.
   EXPECT_EQ(verified("echo steady; exit $is_original").status, 1);
-  EXPECT_EQ(read_text(scratch_.path() / "audits").size(), 8U);
+  EXPECT_EQ(read_text(scratch_.path() / "audits").size(), 16U);
   // A finding that comes by chance in one of the captures first.
   const outcome late = verified("[ $n = 2 ] || echo late");
   EXPECT_EQ(late.status, 2) << late.err;
   EXPECT_NE(late.out.find(moved + "1 line of tessel_exception.log.\n"), std::string::npos);
 }
 
+// The audit keeps one backup of each log, so that of many findings the oldest are lost.
+TEST_F(namespace_test, redact_compares_what_rotation_has_left_of_a_log) {
+  const std::string folder = scratch_.path().string();
+  ASSERT_EQ(lab_program("render birch-small " + folder + "/cap").status, 0);
+  const auto verified = [&](const std::string& script) {
+    fs::remove_all(scratch_.path() / "harmless");
+    const fs::path file = scratch_.path() / "host.sh";
+    write_text(file,
+               "#!/bin/sh\n"
+               "is_original=$(cfg_render -c -l 1 -t 1 -o 1 | grep -c lab.example)\n"
+               "cd /var/log\nlog() { seq -f \"$1 %.0f\" $2 $3; }\n" +
+                   script);
+    fs::permissions(file, fs::perms::owner_all);
+    return lab_program("redact --verify --host " + file.string() + " --library " + folder +
+                       "/library " + folder + "/cap " + folder + "/harmless");
+  };
+  const std::string name = "tessel_exception.log";
+  const std::string rotated = " The oldest lines of " + name + " were rotated away.\n";
+
+  const outcome same = verified("log a 1 6 >" + name + ".1; log a 7 10 >" + name);
+  EXPECT_EQ(same.status, 2) << same.err;
+  EXPECT_NE(same.out.find("\nVerified in part: all audits log the same 10 lines." + rotated),
+            std::string::npos)
+      << same.out;
+
+  // Other words in the newer half.
+  const outcome other = verified("log a 1 6 >" + name + ".1; log pear$is_original 1 6 >" + name);
+  EXPECT_EQ(other.status, 1);
+  EXPECT_NE(other.err.find(name + " lacks \"pear1 1\""), std::string::npos) << other.err;
+  EXPECT_FALSE(fs::exists(scratch_.path() / "harmless"));
+
+  // One of the two has lost more of its oldest lines.
+  const outcome shorter =
+      verified("log a $((1 + 2 * is_original)) 6 >" + name + ".1; log a 7 10 >" + name);
+  EXPECT_EQ(shorter.status, 2) << shorter.err;
+  EXPECT_NE(shorter.out.find("the same 8 lines." + rotated), std::string::npos) << shorter.out;
+
+  // Only one of them was rotated, and nothing is lost.
+  const outcome in_one = verified("[ $is_original = 1 ] || { log a 1 6 >" + name +
+                                  ".1; log a 7 10 >" + name + "; exit; }; log a 1 10 >" + name);
+  EXPECT_EQ(in_one.status, 0) << in_one.err;
+  EXPECT_NE(in_one.out.find("\nVerified: both audits log the same 10 lines.\n"), std::string::npos)
+      << in_one.out;
+
+  // The console's counts cover what is lost.
+  const outcome counted = verified("log a 1 6 >" + name + ".1; log a 7 10 >" + name +
+                                   "; echo \"Exceptions : $is_original\"");
+  EXPECT_EQ(counted.status, 1);
+  EXPECT_NE(counted.err.find("console lacks \"Exceptions : 1\""), std::string::npos) << counted.err;
+}
+
 TEST_F(namespace_test, redact_does_not_verify_an_audit_that_cannot_run) {
   const std::string folder = scratch_.path().string();
   ASSERT_EQ(lab_program("render birch-small " + folder + "/cap").status, 0);
-  const outcome failed = lab_program("redact --verify --host /bin/true --library /nowhere " +
-                                     folder + "/cap " + folder + "/harmless");
-  EXPECT_EQ(failed.status, 1);
+  const auto verified_with = [&](const std::string& programs) {
+    return lab_program("redact --verify " + programs + " " + folder + "/cap " + folder +
+                       "/harmless");
+  };
+  EXPECT_EQ(verified_with("--host /bin/true --library /nowhere").status, 1);
+  const outcome nothing = verified_with("--host /bin/false --library " + folder + "/library");
+  EXPECT_EQ(nothing.status, 1);
+  EXPECT_EQ(nothing.err, "tessel-lab: " + folder +
+                             "/harmless: not made, for the audits of both captures log nothing\n");
   EXPECT_FALSE(fs::exists(scratch_.path() / "harmless"));
 }
 
