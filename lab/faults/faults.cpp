@@ -77,11 +77,14 @@ void insist_on_place(const router& r, const planted_fault& planted) {
 // The second one would change nothing more.
 void insist_on_different(const std::vector<planted_fault>& faults) {
   std::set<std::string> seen;
-  for (const planted_fault& one : faults)
-    if (!seen.insert(text_of(one)).second)
-      throw lab_error(
-          fmt::format("fault {} is given twice; {}@{} plants it in another place, if there is one",
-                      text_of(one), one.name, one.place + 1));
+  for (const planted_fault& one : faults) {
+    if (seen.insert(text_of(one)).second) continue;
+    const std::string other = one.argument.empty()
+                                  ? fmt::format("{}@{} plants it in another place, if there is one",
+                                                one.name, one.place + 1)
+                                  : "each argument once is enough";
+    throw lab_error(fmt::format("fault {} is given twice; {}", text_of(one), other));
+  }
 }
 
 // Splits "NAME@3" into both.

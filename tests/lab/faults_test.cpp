@@ -303,6 +303,8 @@ TEST(fault, given_twice_is_refused) {
       "fault chip-mtu is given twice; chip-mtu@1 plants it in another place, if there is one");
   EXPECT_EQ(refusal_of(r, {"chip-mtu", "chip-mtu@1"}), "planted");
   EXPECT_EQ(refusal_of(r, {"tool-empty=cfg_render", "tool-empty=ifmgr_show"}), "planted");
+  EXPECT_EQ(refusal_of(r, {"tool-missing=cfg_render", "tool-missing=cfg_render"}),
+            "fault tool-missing=cfg_render is given twice; each argument once is enough");
 }
 
 // Every fault that plants at all has a place 0, and refuses a place that no router has.
