@@ -1,9 +1,11 @@
 #include "after_audit.h"
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +13,8 @@
 #include <system_error>
 #include <vector>
 
+#include "audit_files.h"
+#include "command_line/one_line.h"
 #include "programs.h"
 #include "standard_error.h"
 
@@ -60,7 +64,42 @@ bool show_summary(const std::string& program, const std::string& journal) {
   return is_shown;
 }
 
+[[noreturn]] void refuse(const std::string& path, const std::string& cause) {
+  throw report_file_error("cannot write the report in JSON '" + command_line::one_line(path) +
+                          "': " + cause + "; name another file with --json FILE");
+}
+
 }  // namespace
+
+debug_log_state::debug_log_state()
+    : is_file_(::stat(debug_log, &found_) == 0 && S_ISREG(found_.st_mode)) {}
+
+bool debug_log_state::is_still_so() const {
+  const debug_log_state now;
+  const auto same_time = [](const timespec& a, const timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+  };
+  return is_file_ && now.is_file_ && found_.st_dev == now.found_.st_dev &&
+         found_.st_ino == now.found_.st_ino && found_.st_size == now.found_.st_size &&
+         same_time(found_.st_mtim, now.found_.st_mtim) &&
+         same_time(found_.st_ctim, now.found_.st_ctim);
+}
+
+void check_report_target(const std::string& path) {
+  struct stat state {};
+  const bool is_there = ::stat(path.c_str(), &state) == 0;
+  if (!is_there && errno != ENOENT) refuse(path, cause_of(errno));
+  if (is_there && S_ISDIR(state.st_mode)) refuse(path, cause_of(EISDIR));
+  if (is_there && !S_ISREG(state.st_mode)) return;  // a pipe or a device
+  if (const std::string cause = why_not_ours(path); !cause.empty()) refuse(path, cause);
+  if (!is_there && ::lstat(path.c_str(), &state) == 0)
+    refuse(path, "it is a link to a file that does not exist");
+  // A link's file is replaced where that is.
+  std::error_code error;
+  const fs::path place = is_there ? fs::canonical(path, error) : fs::path(path);
+  const fs::path folder = place.has_parent_path() ? place.parent_path() : fs::path(".");
+  if (::access(folder.c_str(), W_OK | X_OK) != 0) refuse(path, cause_of(errno));
+}
 
 std::string find_report_program() {
   constexpr const char* name = "tessel-report";

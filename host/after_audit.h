@@ -1,6 +1,8 @@
 // The report of an audit, made as soon as it has ended, by tessel-report.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <optional>
 #include <stdexcept>
@@ -21,12 +23,34 @@ class report_error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// One line: the file for the report in JSON, what is wrong with it, what to do.
+class report_file_error : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Sees before an audit whether the report in JSON can be written there. Throws
+// `report_file_error`.
+void check_report_target(const std::string& path);
+
 // The report program: beside this program, else on the search path. Throws `report_error` before an
 // audit rather than after it.
 [[nodiscard]] std::string find_report_program();
 
 inline constexpr int status_not_judged = 3;
 inline constexpr int status_not_complete = 4;
+
+// What changes whenever an audit writes its debug log, of which the bundles of a report are read.
+// Nothing if that is no file.
+class debug_log_state {
+ public:
+  debug_log_state();
+  // True if the log is there and was not written since: it is of an earlier audit.
+  [[nodiscard]] bool is_still_so() const;
+
+ private:
+  struct stat found_ {};
+  bool is_file_ = false;
+};
 
 // Makes what is wished for, of the run whose logs are in /var/log. `journal` may be empty. Returns
 // the exit status of a check: 0, 1 or 3 as tessel-report ends, at least 3 if commands were ended by

@@ -31,7 +31,8 @@ constexpr const char* exit_statuses =
   64  An argument was wrong.
   69  The library could not be loaded, or lacks an entry point; or there is no
       tessel-report for --report, --check or --json.
-  73  The file for the journal or the support file could not be made.
+  73  The file for the journal or the support file could not be made, or the one
+      for the report in JSON cannot be.
   74  --help or --version could not write to standard output.
   75  Another audit is running on this machine, or a process that may be none
       holds its lock; the message names the process.
@@ -86,8 +87,10 @@ void add_reports(CLI::App& app, host_arguments& parsed) {
                          "was judged, 1 something was found, 3 something was not judged, 4 the "
                          "audit did not complete",
                          parsed.report.checks);
-  command_line::add_value(app, "--json", "FILE", "write the report in JSON to this file",
-                          [&](const auto& text) { parsed.report.json = file_named(text); });
+  command_line::add_value(
+      app, "--json", "FILE",
+      "write the report in JSON to this file; a message says so if the audit leaves no report",
+      [&](const auto& text) { parsed.report.json = file_named(text); });
   command_line::add_value(
       app, "--support-file", "FILE",
       "pack the logs, the journal and what doctor says into this file, and what the commands have "

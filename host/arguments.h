@@ -22,7 +22,8 @@ using command_line::usage_error;
 
 inline constexpr int status_usage = command_line::usage_status;
 inline constexpr int status_library_unavailable = 69;
-inline constexpr int status_file_refused = 73;  // the journal, or the support file
+// The journal, the report in JSON or the support file.
+inline constexpr int status_file_refused = 73;
 inline constexpr int status_output_failed = 74;
 inline constexpr int status_audit_running = 75;
 inline constexpr std::uint32_t default_node_id = 4096;

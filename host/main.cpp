@@ -27,12 +27,14 @@
 #include <cstdio>
 #include <ctime>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <new>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -178,16 +180,33 @@ void complain_of_report(const std::string& line) {
   complain(line, 0);
 }
 
+// Nobody is to take an earlier report for that of this audit.
+void complain_of_no_report(const report_wishes& wishes, const std::string& cause) {
+  std::string line = "no report was made, because " + cause;
+  std::error_code error;
+  if (wishes.json && std::filesystem::is_regular_file(*wishes.json, error))
+    line += "; '" + command_line::one_line(*wishes.json) + "' is of an earlier one";
+  complain(line, 0);
+}
+
 // Behind an audit that has ended by itself. Ends the process if a check decides how.
 void report_and_check(const host_arguments& arguments, const watched_end& end,
-                      const std::string& program, const std::string& journal,
-                      std::size_t timed_out) {
-  if (!arguments.report.any() || end.stopped_by != 0) return;
+                      const debug_log_state& before, const std::string& program,
+                      const std::string& journal, std::size_t timed_out) {
+  const report_wishes& wishes = arguments.report;
+  if (!wishes.any()) return;
   const bool has_ended =
       !end.is_overdue && WIFEXITED(end.wait_status) && WEXITSTATUS(end.wait_status) == 0;
   int status = status_not_complete;
-  if (has_ended)
-    status = report_audit(program, arguments.report, journal, timed_out, complain_of_report);
+  if (end.stopped_by != 0 || !has_ended) {
+    if (wishes.json) complain_of_no_report(wishes, "the audit did not complete");
+  } else if (before.is_still_so()) {
+    complain_of_no_report(wishes, std::string("the audit has not written ") + debug_log +
+                                      ", which is of an earlier one");
+  } else {
+    status = report_audit(program, wishes, journal, timed_out, complain_of_report);
+  }
+  if (end.stopped_by != 0) return;
   if (arguments.report.checks) ::_exit(status);
 }
 
@@ -252,6 +271,7 @@ void remove_what_was_kept(const host_arguments& arguments, watched_end& end) {
 
 // Before an audit, so that a wrong path does not cost one.
 void check_files(const host_arguments& arguments) {
+  if (arguments.report.json) check_report_target(*arguments.report.json);
   if (!arguments.support_file) return;
   std::vector<std::string> others;
   for (const auto& other : {arguments.journal, arguments.report.json})
@@ -267,6 +287,7 @@ int run_and_watch(const host_arguments& arguments, audit_plan& plan) {
   check_files(arguments);
   // Before a file is emptied that another audit may be writing.
   take_audit_lock(arguments.wait, deadline);
+  const debug_log_state log_before;
   auto journal = prepare_journal(arguments, plan);
   const progress_way way = progress_of(arguments, journal.tail != nullptr);
   progress_display display(way, std::move(journal.tail), std::move(journal.relay), clock::now());
@@ -278,7 +299,7 @@ int run_and_watch(const host_arguments& arguments, audit_plan& plan) {
   pack_for_support(arguments, end, display, plan, journal.name);
   remove_what_was_kept(arguments, end);
   name_what_is_left(end);
-  report_and_check(arguments, end, program, journal.name, display.timed_out());
+  report_and_check(arguments, end, log_before, program, journal.name, display.timed_out());
   end_alike(end);
 }
 
@@ -328,6 +349,8 @@ int main(int argc, char** argv) {
   } catch (const journal_error& error) {
     return complain(error.what(), status_file_refused);
   } catch (const support_error& error) {
+    return complain(error.what(), status_file_refused);
+  } catch (const report_file_error& error) {
     return complain(error.what(), status_file_refused);
   } catch (const report_error& error) {
     return complain(error.what(), status_library_unavailable);
