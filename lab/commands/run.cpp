@@ -176,6 +176,15 @@ void refuse_what_would_vanish(const std::vector<std::string>& files) {
   }
 }
 
+// A name in /var/log leads to the folder of the logs, where only the run can make anything.
+void make_folders_of(const std::vector<std::string>& files) {
+  for (const fs::path file : files) {
+    const fs::path place = fs::absolute(file);
+    if (!file.empty() && (is_below_caller(file) || !lies_under(place, "/var/log")))
+      make_folders_above(place);
+  }
+}
+
 // The folders of these files below /tmp, which the run covers, an outer one before an inner one.
 std::vector<fs::path> folders_in_tmp(const std::vector<std::string>& files) {
   std::vector<fs::path> folders;
@@ -213,6 +222,7 @@ void set_outputs(const run_options& o, run_request& request) {
   const std::vector<std::string> files = written_files(o.host_arguments);
   refuse_what_would_vanish(files);
   request.logs = logs_folder(o.logs.value_or(""));
+  make_folders_of(files);
   request.outputs = folders_in_tmp(files);
   if (keeps_calls) make_calls_file(request.calls);
   request.host_arguments = o.host_arguments;

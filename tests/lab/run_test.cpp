@@ -593,7 +593,8 @@ TEST_F(namespace_test, the_hosts_files_are_the_callers) {
       "/work; TESSEL_LAB_ROUTERS=" LAB_ROUTERS " timeout 60 " LAB_PROGRAM
       " run birch-small --host ../host.sh --library ../library --logs ../logs -- ";
   for (const std::string named :
-       {"--json relative", "--json inner/file", "--json=../above", "--support-file support"}) {
+       {"--json relative", "--json inner/file", "--json=../above", "--support-file support",
+        "--json new/inner/file", "--support-file ../other/new/support"}) {
     const fs::path file = scratch_.path() / "work" / named.substr(named.find_first_of(" =") + 1);
     const outcome made = run_shell(run + named);
     EXPECT_EQ(made.status, 0) << made.err;
@@ -609,7 +610,9 @@ TEST_F(namespace_test, the_hosts_files_are_the_callers) {
     EXPECT_EQ(read_text(below + "/file"), "line\n") << named;
     fs::remove(below + "/file");
   }
-  fs::remove(below);
+  EXPECT_EQ(host(writing, "birch-small -- --json " + below + "/new/inner/file").status, 0);
+  EXPECT_EQ(read_text(below + "/new/inner/file"), "line\n");
+  fs::remove_all(below);
   // The folder of the logs may have to be made first.
   fs::remove_all(logs());
   const outcome made = host(writing, "birch-small -- --json " + (logs() / "file").string());
