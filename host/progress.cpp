@@ -62,8 +62,12 @@ void progress::take(const journal_event& event) {
 }
 
 void progress::take_end(const journal_event& event) {
-  if (running_.erase(event.id) > 0) ++places_[place_of(event)].done;
-  ++done_;
+  if (dropped_.erase(event.id) == 0) {
+    counts& here = places_[place_of(event)];
+    if (running_.erase(event.id) == 0) ++here.begun;  // the line of its start was lost
+    ++here.done;
+    ++done_;
+  }
   if (event.timed_out) ++timed_out_;
   if (event.seconds > slowest_.seconds)
     slowest_ = {place_of(event), event.node, event.command, event.shell, 0, event.seconds};
@@ -73,6 +77,7 @@ void progress::drop_ended() {
   done_ += std::erase_if(running_, [this](const auto& each) {
     const bool has_ended = !process_of(each.second.shell).has_value();
     if (has_ended) ++places_[each.second.place].done;
+    if (has_ended) dropped_.insert(each.first);
     return has_ended;
   });
 }

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,7 @@ class progress {
   static std::string shown(const command& one, double seconds);
 
   std::map<std::uint64_t, command> running_;
+  std::set<std::uint64_t> dropped_;  // counted as done before the line of their end
   std::map<std::string, counts> places_;
   command slowest_;  // of those that have ended
   std::uint64_t last_line_ = 0;

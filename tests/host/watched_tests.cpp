@@ -373,6 +373,24 @@ TEST(progress, does_not_wait_for_an_end_that_was_lost) {
   EXPECT_EQ(seen.running(), 2U) << "the shell that has ended is gone";
 }
 
+TEST(progress, counts_a_command_once_of_which_a_line_was_lost) {
+  constexpr auto begins = journal_event_kind::start;
+  constexpr auto ends = journal_event_kind::end;
+  progress seen;
+  seen.take(command(begins, 2, 1, 0, "0/3/CPU0", "2"));
+  seen.take(command(ends, 4, 2, 1, "0/3/CPU0", "2"));
+  EXPECT_EQ(seen.places(), "0/3/CPU0 NPU 2: 1/2") << "its start was lost";
+  EXPECT_EQ(seen.drawn(0, 24), "1 running, 1/2 done, 0 s");
+  auto gone = command(begins, 5, 3, 0, "0/3/CPU0", "2");
+  gone.shell = start([] {});
+  end(gone.shell);
+  seen.take(gone);
+  seen.take(command(begins, 7, 4, 0, "0/3/CPU0", "2"));
+  seen.take(command(ends, 8, 3, 1, "0/3/CPU0", "2"));
+  EXPECT_EQ(seen.places(), "0/3/CPU0 NPU 2: 2/4") << "its end comes after that of its shell";
+  EXPECT_EQ(seen.drawn(0, 24), "2 running, 2/4 done, 0 s");
+}
+
 TEST(progress, shortens_and_escapes_what_it_shows) {
   progress seen;
   auto event = command(journal_event_kind::start, 2, 1, 0, "a\x1b");
