@@ -33,7 +33,7 @@ constexpr const char* exit_statuses =
       tessel-report for --report, --check or --json.
   73  The file for the journal or the support file could not be made, or the one
       for the report in JSON cannot be.
-  74  --help or --version could not write to standard output.
+  74  --help, --version or doctor could not write to standard output.
   75  Another audit is running on this machine, or a process that may be none
       holds its lock; the message names the process.
 If a signal ends the audit or the host, the host ends by this signal, and a

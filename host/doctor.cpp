@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -37,7 +38,7 @@ struct report {
     worst = std::max(worst, found);
     std::fprintf(how.to, "%s %s%s%s\n", words[static_cast<int>(found)],
                  command_line::one_line(what).c_str(), remedy.empty() ? "" : "; ", remedy.c_str());
-    std::fflush(how.to);
+    if (std::fflush(how.to) != 0 || std::ferror(how.to) != 0) throw doctor_unheard(errno);
   }
 };
 
@@ -144,11 +145,11 @@ std::uint64_t count_chips(report& shown) {
   return chips;
 }
 
-// An upper bound, because the number of sub-bundles is not known yet. With 9216 of them a chip
-// takes 2.2 MiB of captures and of debug log (16 chips: 45 MiB, 64 chips: 143 MiB), one chip alone
-// 8 MiB.
+// An estimate, because the number of bundles and sub-bundles is not known yet. With 9216
+// sub-bundles a chip takes 2.2 to 3 MiB of captures and as much of debug log (16 chips: 45 MiB, 47
+// chips: 151 MiB), and 256 bundles of 32 members on one chip take 21 MiB of logs.
 std::uint64_t bytes_needed(std::uint64_t chips) {
-  return (8 + 3 * std::max<std::uint64_t>(chips, 1)) * mebibyte;
+  return (24 + 3 * std::max<std::uint64_t>(chips, 1)) * mebibyte;
 }
 
 void examine_space(report& shown, const char* folder, const char* of, std::uint64_t needed) {
@@ -161,8 +162,9 @@ void examine_space(report& shown, const char* folder, const char* of, std::uint6
       std::string("space: ") + folder + " has " + std::to_string(free / mebibyte) + " MiB; " + of +
       " of a router of this size may take " + std::to_string(needed / mebibyte) + " MiB";
   if (::access(folder, W_OK) != 0)
-    return shown.add(level::fail, std::string("space: ") + folder + " cannot be written",
-                     "run the audit as root");
+    return shown.add(level::fail,
+                     std::string("space: ") + folder + " cannot be written: " + cause_of(errno),
+                     "run the audit as root, where that may write");
   if (state.f_blocks == 0 || free >= needed) return shown.add(level::ok, what);
   shown.add(free >= needed / 8 ? level::warn : level::fail, what,
             "remove what is not needed there");

@@ -3,8 +3,11 @@
 
 #include <chrono>
 #include <cstdio>
+#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "audit_files.h"
 
 namespace tessel_host {
 
@@ -15,9 +18,16 @@ struct examination {
   bool sees_other_audits = true;
 };
 
+// A line could not be printed. It has the cause.
+class doctor_unheard : public std::runtime_error {
+ public:
+  explicit doctor_unheard(int error) : std::runtime_error(cause_of(error)) {}
+};
+
 // Prints a line for each thing that was looked at, as soon as it is known: "ok   ", "warn " or
 // "fail ", what, and what to do. Runs the platform's tools for it, and a login on each node; writes
-// nothing. Returns the exit status: 0 all is well, 1 there is a warning, 2 something fails.
+// nothing. Returns the exit status: 0 all is well, 1 there is a warning, 2 something fails. Throws
+// `doctor_unheard`.
 [[nodiscard]] int examine_machine(const examination& how = {});
 
 // The parts of it that need no router:

@@ -50,12 +50,15 @@ int complain(std::string_view message, int status) {
   return status;
 }
 
+int complain_of_output(const std::string& cause) {
+  return complain("cannot write to standard output: " + cause + "; send it where there is room",
+                  status_output_failed);
+}
+
 int show(std::string_view text) {
   const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
   if (written && std::fflush(stdout) == 0) return 0;
-  return complain(std::string("cannot write to standard output: ") + cause_of(errno) +
-                      "; send it where there is room",
-                  status_output_failed);
+  return complain_of_output(cause_of(errno));
 }
 
 // Names what an audit that did not come to its end has left.
@@ -350,6 +353,8 @@ int main(int argc, char** argv) {
     return complain(error.what(), status_file_refused);
   } catch (const support_error& error) {
     return complain(error.what(), status_file_refused);
+  } catch (const doctor_unheard& error) {
+    return complain_of_output(error.what());
   } catch (const report_file_error& error) {
     return complain(error.what(), status_file_refused);
   } catch (const report_error& error) {

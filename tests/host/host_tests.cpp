@@ -6,6 +6,7 @@
 
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -588,6 +589,16 @@ TEST_F(one_audit, may_wait_for_the_other) {
       << result.err;
 }
 
+TEST_F(one_audit, is_seen_by_the_doctor) {
+  const auto result = run_together(beside + host + " doctor; echo $other" + other_ends);
+  const std::size_t last = result.out.rfind('\n', result.out.size() - 2) + 1;
+  const std::string other = result.out.substr(last, result.out.size() - 1 - last);
+  EXPECT_NE(result.out.find("\nwarn audits: one is running (process " + other +
+                            "); run the next one with --wait\n"),
+            std::string::npos)
+      << result.out << result.err;
+}
+
 // Holds the lock as another user's program may; it is ended as $other.
 const std::string stranger = "flock -o /var/log sleep 20 >/dev/null 2>&1 & " + locked;
 
@@ -658,10 +669,12 @@ TEST_F(one_audit, keeps_the_lock_no_longer_than_its_host_lives) {
 TEST_F(one_audit, leaves_the_lock_to_no_tool_that_lives_on) {
   const std::string tool = testing::TempDir() + "/host_tool_" + std::to_string(getpid());
   ::setenv("LEFT_TOOL", tool.c_str(), 1);
-  const auto result = run_together(
-      "touch $WORK_UNTIL; " + host + " --library " + stand_ins + "/libleaving.so; " +
-      "kill -0 $(cat $LEFT_TOOL) && echo lives; " + working + "; echo $?; kill $(cat $LEFT_TOOL)");
+  const auto result =
+      run_together("touch $WORK_UNTIL; " + host + " --library " + stand_ins + "/libleaving.so; " +
+                   "kill -0 $(cat $LEFT_TOOL) && echo lives; " + working + "; echo $?");
   ::unsetenv("LEFT_TOOL");
+  pid_t left = 0;
+  if (std::ifstream(tool) >> left) ::kill(left, SIGKILL);
   std::filesystem::remove(tool);
   EXPECT_EQ(result.out, "Dumping Data.... Done\nlives\nDumping Data.... Done\n0\n");
   EXPECT_EQ(result.err, "");
@@ -703,9 +716,14 @@ TEST(host, shows_help_and_version_on_standard_output) {
 }
 
 TEST(host, says_that_standard_output_cannot_be_written) {
-  const auto result = run_shell("exec >/dev/full; " + host + " --help");
-  EXPECT_EQ(result.status, status_output_failed);
-  expect_one_line(result.err);
+  for (const std::string stream : {">/dev/full; ", ">&-; "})
+    for (const std::string call : {" --help", " doctor"}) {
+      const auto result = run_shell("exec " + stream + host + call);
+      EXPECT_EQ(result.status, status_output_failed) << call << stream;
+      expect_one_line(result.err);
+      EXPECT_TRUE(result.err.starts_with("tessel-host: cannot write to standard output: "))
+          << result.err;
+    }
 }
 
 const std::string main_program = TESSEL_MAIN;
