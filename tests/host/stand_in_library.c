@@ -4,7 +4,7 @@
  * Built without tessel_run if LACKS_RUN is set. If WORKS is set, it works for a while, or until
  * the file $WORK_UNTIL is there (30 s at most), and completes: its journal has two commands, of
  * which one is slow, and it leaves a title open meanwhile. The first line of the journal has the
- * limit of commands as the version. If LEAVES is set too, a tool of it lives on for 20 s, with all
+ * limit of commands as the version. If LEAVES is set too, a tool of it lives on for 600 s, with all
  * descriptors that are not closed on exec.
  */
 #define _DEFAULT_SOURCE
@@ -62,7 +62,7 @@ static void work(void) {
   say("{\"n\":6,\"event\":\"finished\",\"at\":1.1}");
   puts(" Done");
 #ifdef LEAVES
-  if (system("sleep 20 >/dev/null 2>&1 & echo $! >$LEFT_TOOL") != 0) perror("a tool");
+  if (system("sleep 600 >/dev/null 2>&1 & echo $! >$LEFT_TOOL") != 0) perror("a tool");
 #endif
   exit(0);
 }
