@@ -64,7 +64,8 @@ void add_watching(CLI::App& app, host_arguments& parsed) {
       app, "--command-timeout", "SECONDS",
       "end each command that takes longer, with what it has started; the audit goes on with what "
       "it has printed until then. The commands have no terminal then, so ssh cannot ask for a "
-      "password. Default: a command may take as long as it likes",
+      "password. If one was ended, --check ends with 3 at least. Default: a command may take as "
+      "long as it likes",
       [&](const auto& text) { parsed.command_timeout = seconds_of(text); });
   command_line::add_value(app, "--deadline", "SECONDS",
                           "end the whole audit if it takes longer, with its tools, and remove its "
@@ -94,8 +95,9 @@ void add_reports(CLI::App& app, host_arguments& parsed) {
   command_line::add_value(
       app, "--support-file", "FILE",
       "pack the logs, the journal and what doctor says into this file, and what the commands have "
-      "printed if the audit does not complete; one that does removes that, and tessel-lab record "
-      "keeps it. It is made however the audit ends but by a signal to this program. It holds the "
+      "printed if the audit crashes, is aborted or ended; one that ends by itself removes that, "
+      "and tessel-lab record keeps it. It is made however the audit ends but by a signal to this "
+      "program. It holds the "
       "router's configuration and addresses; only its owner may read it",
       [&](const auto& text) { parsed.support_file = file_named(text); });
 }

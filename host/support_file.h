@@ -3,7 +3,7 @@
 //     tessel-support/logs/tessel_debug.log      the logs and their backups
 //     tessel-support/journal.jsonl              the journal of the run
 //     tessel-support/captures/tessel_12.log     the output of commands, if the audit did not
-//                                               complete, and so has not removed it
+//                                               end by itself, and so has not removed it
 //     tessel-support/doctor.txt                 what the doctor says of the machine afterwards
 //     tessel-support/about                      program, library, machine, how the run has ended
 //     tessel-support/manifest                   SHA-256, size and name of each of them
