@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -33,36 +34,30 @@ const cell* handle_of(const object& of) {
 // have the same would become as many values as its lines times its objects.
 constexpr std::size_t most_of_one_name = 16;
 
-// Names that too many have.
-struct vague_names {
-  std::size_t count = 0;
-  std::string first;
-  void add(std::string_view name) {
-    if (count++ == 0 || name < first) first = name;
-  }
-};
+// Names of a chip's lines that too many objects have. A name that no line has takes nothing away.
+using vague_names = std::set<std::string_view>;
 
 // The members of a bundle, as its chips name them.
 class members_of_chip {
  public:
-  members_of_chip(const run& of, const object& bundle, vague_names& vague) : of_(of) {
+  members_of_chip(const run& of, const object& bundle, vague_names& vague)
+      : of_(of), vague_(vague) {
     for (const std::size_t part : bundle.parts) {
       const object& one = of.objects[part];
       if (one.kind != object_kind::member) continue;
       for (const cell& c : one.cells)
         if (c.from == source::agent) add(c, part);
     }
-    for (auto& [id, members] : ids_.all) leave_out_if_vague(of.texts.text(id), members, vague);
-    for (auto& [end, members] : ends_) leave_out_if_vague(end, members, vague);
   }
 
-  // In the order of the bundle's parts.
+  // In the order of the bundle's parts; none where too many have the name.
   const std::vector<std::size_t>& named(member_name by, text_id name) {
     names& known = by == member_name::id ? ids_ : ports_;
     if (known.next >= known.all.size()) known.next = 0;
     if (known.next == known.all.size() || known.all[known.next].first != name)
       known.next = place_of(known, by, name);
-    return known.all[known.next++].second;
+    const std::vector<std::size_t>& members = known.all[known.next++].second;
+    return by == member_name::id && is_vague(of_.texts.text(name), members) ? none_ : members;
   }
 
  private:
@@ -85,11 +80,10 @@ class members_of_chip {
   static void add_once(std::vector<std::size_t>& to, std::size_t member) {
     if (to.empty() || to.back() != member) to.push_back(member);
   }
-  static void leave_out_if_vague(std::string_view name, std::vector<std::size_t>& members,
-                                 vague_names& vague) {
-    if (members.size() <= most_of_one_name) return;
-    vague.add(name);
-    members.clear();
+  bool is_vague(std::string_view name, const std::vector<std::size_t>& members) const {
+    if (members.size() <= most_of_one_name) return false;
+    vague_.insert(name);
+    return true;
   }
   static std::size_t place_in(names& known, text_id name) {
     const auto [at, is_new] = known.at.try_emplace(name, known.all.size());
@@ -108,12 +102,15 @@ class members_of_chip {
     for (const std::size_t length : lengths_) {
       if (length > port.size()) break;
       const auto at = ends_.find(port.substr(port.size() - length));
-      if (at != ends_.end()) found.insert(at->second.begin(), at->second.end());
+      if (at != ends_.end() && !is_vague(at->first, at->second))
+        found.insert(at->second.begin(), at->second.end());
     }
     return {found.begin(), found.end()};
   }
 
   const run& of_;
+  vague_names& vague_;
+  const std::vector<std::size_t> none_;
   names ids_;
   names ports_;
   std::unordered_map<std::string_view, std::vector<std::size_t>> ends_;
@@ -125,10 +122,10 @@ class members_of_chip {
 // What has a LAG id: a LAG of a chip is of all of them, a member only of those with members.
 class lag_holders {
  public:
-  explicit lag_holders(const run& of) : at_(of.texts.size()) {
+  explicit lag_holders(const run& of) : of_(of), at_(of.texts.size()) {
     for (const auto& [lag, holders] : of.lag_ids) {
       if (holders.size() > most_of_one_name) {
-        vague_.add(of.texts.text(lag));
+        vague_lags_.insert(lag);
         continue;
       }
       at_[lag] = {static_cast<std::uint32_t>(all_.size()),
@@ -141,19 +138,28 @@ class lag_holders {
       }
     }
   }
-  [[nodiscard]] std::span<const std::uint32_t> of(text_id lag) const {
+  [[nodiscard]] std::span<const std::uint32_t> of(text_id lag) {
+    note_if_vague(lag);
     return std::span(all_).subspan(at_[lag].first, at_[lag].second);
   }
-  [[nodiscard]] std::span<const std::unique_ptr<members_of_chip>> with_members(text_id lag) const {
+  [[nodiscard]] std::span<const std::unique_ptr<members_of_chip>> with_members(text_id lag) {
+    note_if_vague(lag);
     const auto at = with_members_.find(lag);
     return at == with_members_.end() ? std::span<const std::unique_ptr<members_of_chip>>()
                                      : std::span(at->second);
   }
+  // Of what was looked up.
   [[nodiscard]] const vague_names& vague() const { return vague_; }
 
  private:
+  void note_if_vague(text_id lag) {
+    if (vague_lags_.contains(lag)) vague_.insert(of_.texts.text(lag));
+  }
+
+  const run& of_;
   std::vector<std::pair<std::uint32_t, std::uint32_t>> at_;  // by LAG id: where in `all_`, how many
   std::vector<std::uint32_t> all_;
+  std::unordered_set<text_id> vague_lags_;
   vague_names vague_;
   std::unordered_map<text_id, std::vector<std::unique_ptr<members_of_chip>>> with_members_;
 };
@@ -194,8 +200,7 @@ void pending_values::find_objects(const run& of) {
 }
 
 template <class Take>
-void pending_values::for_each_in_chips(const lag_holders& holders, text_id present,
-                                       Take take) const {
+void pending_values::for_each_in_chips(lag_holders& holders, text_id present, Take take) const {
   auto name = names_.begin();
   cell made = {field::presence, source::chip_lag, no_place, no_place, present};
   for (const chip_lag& lag : lags_) {
@@ -216,12 +221,12 @@ void pending_values::for_each_in_chips(const lag_holders& holders, text_id prese
 namespace {
 
 void note(const vague_names& vague, run& into) {
-  if (vague.count == 0 || !into.has_chip_tables) return;
+  if (vague.empty()) return;
   into.marks.push_back(fmt::format(
       "LAGs and members of the chips are left out: more than {} objects have the LAG id or "
       "member's name {}{}",
-      most_of_one_name, vague.first,
-      vague.count == 1 ? "" : fmt::format(", and so it is with {} more", vague.count - 1)));
+      most_of_one_name, *vague.begin(),
+      vague.size() == 1 ? "" : fmt::format(", and so it is with {} more", vague.size() - 1)));
 }
 
 }  // namespace
@@ -229,7 +234,7 @@ void note(const vague_names& vague, run& into) {
 // Values of one object are far from each other, and each of its own value's place is found once.
 void pending_values::attach(run& into, text_id present) {
   find_objects(into);
-  const lag_holders holders(into);
+  lag_holders holders(into);
   const auto for_each = [&](auto take) {
     for (const value& one : by_handle_)
       if (one.key != nowhere) take(one.key, one.of);

@@ -64,7 +64,7 @@ class pending_values {
 
   void find_objects(const run& of);
   template <class Take>
-  void for_each_in_chips(const lag_holders& holders, text_id present, Take take) const;
+  void for_each_in_chips(lag_holders& holders, text_id present, Take take) const;
 
   // Neither moves when it grows.
   std::deque<value> by_handle_;

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "desk/model/numbers.h"
@@ -144,7 +145,6 @@ TEST_F(layers, give_a_member_what_its_chip_lists_in_the_way_of_its_family) {
   EXPECT_GT(found, 1000U);
 }
 
-// The id of one member is the end of the system port of another one.
 // So many bundles have LAG 0x1 and a member each, and the chips have so many lines of it.
 small_router router_of_one_lag(int bundles, int lines) {
   small_router made;
@@ -187,6 +187,73 @@ TEST_F(layers, give_what_a_chip_lists_to_few_of_one_name) {
   }
 }
 
+// Three bundles of so many members each, all with member id 0x0 and a system port of its own; each
+// chip lists them as its family names them.
+small_router router_of_unset_ids(int members) {
+  small_router made;
+  for (int b = 1; b <= 3; ++b) {
+    const std::string bundle = "BE" + std::to_string(b);
+    const std::string lag = "0x" + std::to_string(b);
+    made.lags.emplace_back(bundle, lag);
+    for (int m = 0; m < members; ++m) {
+      const std::string port = std::to_string(1000 * b + m);
+      made.members.push_back({bundle, "0/0/0/" + port, "0x0", "0x" + port});
+      made.in_older.push_back({lag, "0x0"});
+      made.in_jericho2.push_back({lag, "0x0400" + port});
+    }
+  }
+  return made;
+}
+
+TEST_F(layers, mark_only_the_names_that_a_chip_has) {
+  small_router router = router_of_unset_ids(17);
+  const std::vector<chip_member> older = std::exchange(router.in_older, {{"0x9", "0x0"}});
+  run by_port;
+  read(by_port, debug_log_of(router));
+  EXPECT_THAT(by_port.marks, testing::IsEmpty());
+  for (const object& one : by_port.objects) {
+    if (one.kind != object_kind::member) continue;
+    EXPECT_EQ(seen_of(by_port, one), (seen{{field::presence, 1, "present"}})) << one.name;
+  }
+
+  router.in_older = older;
+  run by_both;
+  read(by_both, debug_log_of(router));
+  EXPECT_THAT(by_both.marks, testing::ElementsAre(testing::EndsWith("member's name 0x0")))
+      << "one name of three bundles";
+  EXPECT_EQ(seen_of(by_both, *by_both.find(object_kind::member, "BE3", "0/0/0/3016")),
+            (seen{{field::presence, 1, "present"}}));
+
+  run of_few;
+  read(of_few, debug_log_of(router_of_unset_ids(16)));
+  EXPECT_THAT(of_few.marks, testing::IsEmpty());
+  const seen of_first = seen_of(of_few, *of_few.find(object_kind::member, "BE1", "0/0/0/1000"));
+  EXPECT_EQ(of_first.size(), 16U + 1U);
+}
+
+TEST_F(layers, count_the_sub_bundles_of_a_lag_as_well) {
+  for (const int subs : {15, 16}) {
+    std::string text;
+    for (int i = 1; i <= subs; ++i)
+      text.append(i == 1 ? "" : ",").append("\"BE1.") += std::to_string(i) + R"(":{"lagid":"0x1"})";
+    const std::string bundles =
+        dump("TESSELDB", R"({"BE1":{"Data":{"lagid":"0x1","sub_bundles":{)" + text + "}}}}");
+    const auto marks = [&](const std::string& lag) {
+      run of;
+      read(of, bundles + dump("BCM", R"({"0/0/CPU0":{"0":{"tm_lag":{")" + lag +
+                                         R"(":{"members":["0x04000012"]}}}}})"));
+      return of.marks;
+    };
+    EXPECT_THAT(marks("0x2"), testing::IsEmpty());
+    if (subs == 15) {
+      EXPECT_THAT(marks("0x1"), testing::IsEmpty());
+    } else {
+      EXPECT_THAT(marks("0x1"), testing::ElementsAre(testing::EndsWith("member's name 0x1")));
+    }
+  }
+}
+
+// The id of one member is the end of the system port of another one.
 TEST_F(layers, take_no_system_port_for_a_member_id) {
   run of;
   read(of, dump("TESSELDB", R"({"BE1":{"Data":{"lagid":"0x1"}}})") +
