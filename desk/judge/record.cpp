@@ -16,6 +16,7 @@ namespace {
 // tools, or of unknown wording, say something in their text that the code does not.
 std::string values_of(const finding& one) {
   if (one.reported.empty() && !one.known.empty()) return one.known;
+  if (!one.reported.empty() && one.known.empty()) return one.reported;
   if (!one.reported.empty()) return fmt::format("{}, known {}", one.reported, one.known);
   const bool is_foreign = one.kind == finding_kind::health || one.code == "TC-000";
   return is_foreign ? one.text : std::string();

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "desk/commands/series.h"
+#include "desk/judge/judge.h"
 #include "desk/judge/record.h"
 #include "desk/show/series.h"
 #include "example_runs.h"
@@ -140,6 +141,14 @@ TEST(record, messages_of_one_fingerprint_are_one_finding) {
       EXPECT_THAT(each.values, HasSubstr("another value"));
     }
   EXPECT_TRUE(is_found);
+}
+
+TEST(record, a_value_without_one_that_was_known_stands_alone) {
+  run of;
+  finding& short_lif = of.findings.emplace_back();
+  short_lif.code = "TC-109";
+  short_lif.reported = "0x1";
+  EXPECT_EQ(record_of(judge(std::move(of))).findings.front().values, "0x1");
 }
 
 TEST(record, the_order_of_messages_does_not_count) {
