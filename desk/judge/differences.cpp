@@ -58,13 +58,10 @@ class compared_places {
   }
 
  private:
-  // A live standby route processor has the members of the active one.
+  // What a standby that is left out would hold is not compared.
   void share_with_standby(const run& of) {
-    bool is_on_active = false;
-    for (std::size_t i = 0; i < on_.size(); ++i)
-      is_on_active = is_on_active || (on_[i] && of.nodes[i].role == "Active");
-    for (std::size_t i = 0; i < on_.size(); ++i)
-      if (of.nodes[i].takes_part && of.nodes[i].role == "Standby") on_[i] = on_[i] || is_on_active;
+    for (const auto& [active, standby] : pairs_of_route_processors(of))
+      if (of.nodes[standby].takes_part && on_[active]) on_[standby] = true;
   }
 
   std::vector<bool> on_;

@@ -677,17 +677,13 @@ void mark_chip_troubles(const run& of, coverage& entry) {
   entry.reason = why->second;
 }
 
-// A live standby route processor has the members of the active one. Any other one is not asked.
+// Also with one that is left out: what a standby lacks that was asked is a hole.
 void share_with_standby(covering& in) {
-  const auto& nodes = in.of.nodes;
   const std::set<std::pair<std::int16_t, std::int16_t>> own = in.chips_with_members;
-  for (const auto& [index, npu] : own) {
-    const node& active = nodes[static_cast<std::size_t>(index)];
-    if (active.type != "RP" || active.role != "Active") continue;
-    for (const node& other : nodes)
-      if (other.role == "Standby")
-        in.chips_with_members.emplace(static_cast<std::int16_t>(&other - nodes.data()), npu);
-  }
+  for (const auto& [active, standby] : pairs_of_route_processors(in.of))
+    for (const auto& [node, npu] : own)
+      if (static_cast<std::size_t>(node) == active)
+        in.chips_with_members.emplace(static_cast<std::int16_t>(standby), npu);
 }
 
 covering::covering(run& of_run) : of(of_run), has_members(of_run.nodes.size()) {

@@ -1117,6 +1117,7 @@ TEST_F(run_of_a_test, a_live_standby_has_the_members_of_the_active_route_process
     of = run();
     SetUp();
     add_nodes(2);
+    of.nodes[0].type = of.nodes[1].type = "RP";
     of.nodes[0].role = "Active";
     of.nodes[1].role = "Standby";
     std::erase_if(of.objects[bundle].cells,
@@ -1137,6 +1138,19 @@ TEST_F(run_of_a_test, a_live_standby_has_the_members_of_the_active_route_process
   const judged_run one = judge(std::move(of));
   ASSERT_EQ(one.causes.size(), 1U);
   EXPECT_EQ(one.causes[0].title, "BE1: missing on 0/1/CPU0 (DPA, fwd_object_show -t l2port)");
+}
+
+// A line card is active, too.
+TEST_F(run_of_a_test, a_live_standby_does_not_have_the_members_of_a_line_card) {
+  add_nodes(2);
+  of.nodes[0].role = "Active";
+  of.nodes[1].role = "Standby";
+  of.nodes[1].type = "RP";
+  of.places[of.object_at(object_kind::member, "BE1", "0/0/0/0")].node = 0;
+  std::erase_if(of.objects[bundle].cells, [](const cell& c) {
+    return c.node == 1 && (c.from == source::agent || c.from == source::l2port);
+  });
+  EXPECT_THAT(judge(std::move(of)).causes, testing::IsEmpty());
 }
 
 TEST_F(run_of_a_test, the_type_counts_where_the_bundle_has_members) {
