@@ -242,9 +242,18 @@ void take_finding(judging& at, const open_places& open, std::size_t index) {
   at.causes.add_cause(made, into);
 }
 
-void add_once(std::vector<std::string>& names, const std::string& name) {
-  if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
-}
+// Each once, in the order in which they came: a damaged log can name as many nodes as it has lines.
+class node_names {
+ public:
+  void add(const std::string& name) {
+    if (known_.insert(name).second) names_.push_back(name);
+  }
+  [[nodiscard]] const std::vector<std::string>& all() const { return names_; }
+
+ private:
+  std::set<std::string> known_;
+  std::vector<std::string> names_;
+};
 
 // "0/0/CPU0, 0/1/CPU0", or how many if they are more than a person reads.
 std::string words_for_nodes(const std::vector<std::string>& nodes) {
@@ -256,12 +265,12 @@ std::string words_for_nodes(const std::vector<std::string>& nodes) {
 // Messages of one code and layer.
 struct same_messages {
   std::set<std::string> bundles;
-  std::vector<std::string> nodes;
+  node_names nodes;
   std::vector<std::size_t> findings;
 
   void add(const finding& one, std::size_t index) {
     bundles.insert(one.object.bundle);
-    if (!one.node.empty() && (nodes.empty() || nodes.back() != one.node)) add_once(nodes, one.node);
+    if (!one.node.empty()) nodes.add(one.node);
     findings.push_back(index);
   }
   [[nodiscard]] bool are_of_most(std::size_t configured) const {
@@ -293,14 +302,14 @@ void add_common(judging& at, const same_messages& common, std::size_t configured
   const finding& first = at.of().findings[common.findings.front()];
   cause made;
   made.first = first.of;
-  if (common.nodes.size() == 1) {
-    made.node = common.nodes.front();
+  const std::vector<std::string>& nodes = common.nodes.all();
+  if (nodes.size() == 1) {
+    made.node = nodes.front();
     made.object = {object_kind::node, {}, made.node};
   }
   made.title = fmt::format(
       "{} of {} bundles{}: the same message of each: {}", common.bundles.size(), configured,
-      common.nodes.empty() ? "" : fmt::format(" on {}", words_for_nodes(common.nodes)),
-      shortened(first.text));
+      nodes.empty() ? "" : fmt::format(" on {}", words_for_nodes(nodes)), shortened(first.text));
   made.how_sure = is_doubt(first) ? sureness::unknown : sureness::named;
   made.why = "look for one reason that they share, such as a tool that printed nothing";
   made.next = next_for(at.of(), first);
@@ -330,28 +339,29 @@ bool is_global_lif(std::string_view value) {
 }
 
 // The nodes whose object has no global LIF: the audit asks only those with members.
-std::vector<std::string> nodes_without_lif(const run& of, const object_ref& named) {
-  std::vector<std::string> nodes;
+node_names nodes_without_lif(const run& of, const object_ref& named) {
+  node_names nodes;
   const object* one = of.find(named.kind, named.bundle, named.name);
   if (one == nullptr) return nodes;
   for (const cell& c : one->cells)
     if (c.what == field::lif && c.node != no_place && !is_global_lif(of.texts.text(c.value)))
-      add_once(nodes, of.nodes[static_cast<std::size_t>(c.node)].name);
+      nodes.add(of.nodes[static_cast<std::size_t>(c.node)].name);
   return nodes;
 }
 
 // A bundle or sub-bundle to which no node gave a global LIF: none of them is the odd one.
 void take_unset(judging& at, std::size_t first) {
   const finding& one = at.of().findings[first];
-  std::vector<std::string> nodes = nodes_without_lif(at.of(), one.object);
+  node_names found = nodes_without_lif(at.of(), one.object);
   cause made;
   for (const std::size_t i : at.findings.about(one.object)) {
     const finding& other = at.of().findings[i];
     if (i < first || at.is_explained[i] || other.code != one.code) continue;
     at.is_explained[i] = true;
     made.findings.push_back(i);
-    add_once(nodes, other.node);
+    found.add(other.node);
   }
+  const std::vector<std::string>& nodes = found.all();
   made.title =
       fmt::format("{}: no global LIF on {} (DPA)", one.object.name, words_for_nodes(nodes));
   made.object = one.object;
@@ -387,19 +397,19 @@ void take_compared(judging& at, std::size_t first) {
   const finding& one = at.of().findings[first];
   cause made;
   using value_in_layer = std::pair<std::string, layer>;
-  std::map<value_in_layer, std::vector<std::string>> nodes;
+  std::map<value_in_layer, node_names> nodes;
   for (const std::size_t i : at.findings.about(one.object)) {
     const finding& other = at.of().findings[i];
     const bool is_same = other.code == one.code && other.known == one.known;
     if (i < first || at.is_explained[i] || !is_same || !compares_places(other)) continue;
     at.is_explained[i] = true;
     made.findings.push_back(i);
-    add_once(nodes[{other.reported, other.of}], other.node);
+    nodes[{other.reported, other.of}].add(other.node);
   }
   std::vector<std::string> values;
   values.reserve(nodes.size());
   for (const auto& [value, holders] : nodes)
-    values.push_back(fmt::format("{} on {} ({})", value.first, fmt::join(holders, ", "),
+    values.push_back(fmt::format("{} on {} ({})", value.first, fmt::join(holders.all(), ", "),
                                  word_for(value.second)));
   made.title = fmt::format("{}: {} is {}, and {} in a place that no message names",
                            title_subject(one.object), word_for(one.what), fmt::join(values, ", "),

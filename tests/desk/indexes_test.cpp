@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ctime>
 #include <optional>
 #include <random>
 #include <set>
@@ -310,6 +311,36 @@ TEST(indexes, a_bundle_lists_all_doubts_unless_they_are_too_many_for_all_bundles
   for (const bundle_verdict& made : many.bundles) {
     ASSERT_EQ(made.not_judged.size(), 101U);
     ASSERT_EQ(made.not_judged.back(), "400 more causes that name no bundle");
+  }
+}
+
+// Messages of one bundle about a value, each of a node of its own, and no snapshot.
+run run_of_many_nodes(int nodes, const char* code, field what) {
+  run of;
+  for (int i = 0; i < nodes; ++i) {
+    finding& one = of.findings.emplace_back();
+    one.code = code;
+    one.object = {object_kind::bundle, "BE1", "BE1"};
+    one.node = "0/" + std::to_string(i) + "/CPU0";
+    one.of = layer::dpa;
+    one.what = what;
+    one.reported = "0x1";
+    if (one.code != "TC-109") one.known = "0x2";
+  }
+  return of;
+}
+
+TEST(indexes, messages_of_eight_times_the_nodes_take_about_eight_times_as_long) {
+  for (const char* code : {"TC-108", "TC-109"}) {
+    const auto time_of = [&](int nodes) {
+      run of = run_of_many_nodes(nodes, code, field::lif);
+      const std::clock_t begin = std::clock();
+      const judged_run made = judge(std::move(of));
+      EXPECT_EQ(made.causes.size(), 1U);
+      return std::clock() - begin;
+    };
+    const auto few = std::max<std::clock_t>(time_of(4000), CLOCKS_PER_SEC / 100);
+    EXPECT_LT(time_of(32000), 24 * few) << code << ": eight times the nodes";
   }
 }
 
