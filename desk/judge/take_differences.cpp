@@ -32,9 +32,7 @@ std::string_view asked_value(const finding& one) {
   constexpr std::string_view no_key = "no key '";
   if (!one.text.starts_with(no_key)) return {};
   std::string_view key = std::string_view(one.text).substr(no_key.size());
-  key = key.substr(0, key.find('\''));
-  constexpr std::string_view lag = "LAG ";
-  if (key.starts_with(lag)) key.remove_prefix(lag.size());
+  key = lag_id_in(key.substr(0, key.find('\'')));
   return key.starts_with("0x") ? key : std::string_view();
 }
 

@@ -37,11 +37,7 @@ void take_blanks(finding& into, const recognised& message) {
   into.code = message.entry->code;
   into.what = message.entry->what;
   into.reported = message.at("reported");
-  // Chips of the older families show a LAG's id behind this word.
-  constexpr std::string_view lag = "LAG ";
-  std::string_view known = message.at("known");
-  if (known.starts_with(lag)) known.remove_prefix(lag.size());
-  into.known = known;
+  into.known = lag_id_in(message.at("known"));
   const std::string_view named = message.at("layer");
   into.of = named.empty() ? message.entry->of : layer_named(named);
   // The layers and the chips share this message; only the chips have NPUs.
@@ -298,7 +294,7 @@ void read_health(run& into, const log_run* of) {
 }
 
 // The id of the LAG that an entry describes, if anything has it.
-std::optional<text_id> lag_id_in(const run& of, std::string_view description) {
+std::optional<text_id> lag_of_entry(const run& of, std::string_view description) {
   // Jericho2 has the number alone: "0x55_npu0_node4096".
   for (const std::string_view word : {"Lag ", "LAG ", ""}) {
     if (!description.starts_with(word)) continue;
@@ -315,7 +311,7 @@ std::optional<text_id> lag_id_in(const run& of, std::string_view description) {
 std::string bundle_of_entry(const run& of, std::string_view description) {
   const auto named = bundles_in(description);
   if (!named.empty()) return named.front();
-  const auto lag = lag_id_in(of, description);
+  const auto lag = lag_of_entry(of, description);
   return lag ? of.objects[of.objects[of.lag_ids.at(*lag).front()].bundle].name : std::string();
 }
 
@@ -324,7 +320,7 @@ std::string bundle_of_entry(const run& of, std::string_view description) {
 const object* unmarked_sub_bundle(const run& of, std::string_view label,
                                   std::string_view description, const mention& place) {
   if (label != "BCM") return nullptr;
-  const auto lag = lag_id_in(of, description);
+  const auto lag = lag_of_entry(of, description);
   if (!lag) return nullptr;
   const auto found = of.sub_bundle_lags.find({*lag, of.node_index(place.node), npu_in(place.npu)});
   return found == of.sub_bundle_lags.end() ? nullptr : &of.objects[found->second];

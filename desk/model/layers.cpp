@@ -316,12 +316,6 @@ void take_forwarding(intake& in, dump_path path, std::string_view value) {
 
 // ---- The chips ----------------------------------------------------------------------------------
 
-// "0x1" of "LAG 0x1", the older chips' form.
-std::string_view lag_id_in(std::string_view key) {
-  constexpr std::string_view word = "LAG ";
-  return key.starts_with(word) ? key.substr(word.size()) : key;
-}
-
 // The configuration stands before the chips.
 bool may_be_of_sub_bundle(const run& of, text_id lag) {
   if (!of.has_hqos) return false;

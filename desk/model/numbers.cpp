@@ -30,6 +30,11 @@ std::string_view significant_end(std::string_view system_port) {
   return system_port.substr(std::min(system_port.find_first_not_of("0x"), system_port.size()));
 }
 
+std::string_view lag_id_in(std::string_view key) {
+  constexpr std::string_view word = "LAG ";
+  return key.starts_with(word) ? key.substr(word.size()) : key;
+}
+
 std::string compared_form(field what, std::string_view value) {
   constexpr std::uint64_t low_bits = 0xffff;  // a layer may print more, none compares them
   if (what == field::mac) {

@@ -19,6 +19,9 @@ namespace desk {
 // The significant digits of a system port: what follows its leading "0" and "x"; may be empty.
 [[nodiscard]] std::string_view significant_end(std::string_view system_port);
 
+// "0x1" of "LAG 0x1", as the chips of the older families show it, and of "0x1".
+[[nodiscard]] std::string_view lag_id_in(std::string_view key);
+
 // The form in which two values of a field are compared: a number without leading zeros, the low 16
 // bits of a global LIF, a MAC in lower case without separators.
 [[nodiscard]] std::string compared_form(field what, std::string_view value);
