@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -62,13 +63,14 @@ std::string usual_journal(const report_options& options) {
   return options.logs + "/tessel_journal.jsonl";
 }
 
-// A journal that was named must be there.
-void read_commands(run& of, const report_options& options, journal_from where) {
+// A journal that was named must be there. `known` is it, if it was read before.
+void read_commands(run& of, const report_options& options, journal_from where,
+                   std::optional<journal> known) {
   const std::string usual = usual_journal(options);
   if (options.journal.empty() && !file_exists(usual)) return;
   const std::string& path = options.journal.empty() ? usual : options.journal;
   try {
-    journal found = read_journal(path);
+    journal found = known ? std::move(*known) : read_journal(path);
     const bool is_named = !options.journal.empty();
     if (where == journal_from::logs && !is_of_run(found, path, of, is_named)) return;
     of.marks.insert(of.marks.end(), found.marks.begin(), found.marks.end());
@@ -80,23 +82,37 @@ void read_commands(run& of, const report_options& options, journal_from where) {
   }
 }
 
-// Which starts in the logs are of the last run.
-bool is_doubtful(const log_set& logs) {
-  const auto runs = runs_in(logs);
-  return !doubt_about(runs, runs.size() - 1).empty();
+std::optional<journal> journal_of(const report_options& options) {
+  try {
+    return read_journal(options.journal.empty() ? usual_journal(options) : options.journal);
+  } catch (const read_error&) {
+    return {};  // which a later reader says
+  }
 }
 
 // Commands that come behind the start of all logs. A run that ended before has removed files only.
-bool has_gone_on_by_journal(const report_options& options, const log_set& logs) {
-  const auto path = options.journal.empty() ? usual_journal(options) : options.journal;
-  try {
-    const journal found = read_journal(path);
-    return may_be_of(found, runs_in(logs).back().started) &&
-           std::any_of(found.commands.begin(), found.commands.end(),
-                       [](const journal_command& one) { return !one.command.starts_with("rm "); });
-  } catch (const read_error&) {
-    return false;  // which a later reader says
+bool has_gone_on(const journal& found, const run_in_logs& last) {
+  return may_be_of(found, last.started) &&
+         std::any_of(found.commands.begin(), found.commands.end(),
+                     [](const journal_command& one) { return !one.command.starts_with("rm "); });
+}
+
+// The journal tells where it is in doubt which starts in the logs are of the last run; only then it
+// is read.
+log_set load_logs_and(std::optional<journal>& of_commands, const report_options& options) {
+  log_set logs = read_logs(options.logs);
+  if (logs.exception.runs.empty() && logs.inconsistent.runs.empty()) {
+    const std::string& why = logs.exception.marks.empty() ? std::string("it has no run in it")
+                                                          : logs.exception.marks.front();
+    throw no_run(
+        fmt::format("no run of the audit in {}: {}; name the folder of its logs with --logs",
+                    options.logs, why));
   }
+  const std::vector<run_in_logs> runs = runs_in(logs);
+  if (doubt_about(runs, runs.size() - 1).empty()) return logs;
+  of_commands = journal_of(options);
+  logs.has_gone_on = of_commands && has_gone_on(*of_commands, runs.back());
+  return logs;
 }
 
 std::size_t back_of(const report_options& options, std::size_t runs) {
@@ -114,15 +130,8 @@ int status_of(const judged_run& of, const report_options& options) {
 }
 
 log_set load_logs(const report_options& options) {
-  log_set logs = read_logs(options.logs);
-  if (!logs.exception.runs.empty() || !logs.inconsistent.runs.empty()) {
-    logs.has_gone_on = is_doubtful(logs) && has_gone_on_by_journal(options, logs);
-    return logs;
-  }
-  const std::string& why = logs.exception.marks.empty() ? std::string("it has no run in it")
-                                                        : logs.exception.marks.front();
-  throw no_run(fmt::format("no run of the audit in {}: {}; name the folder of its logs with --logs",
-                           options.logs, why));
+  std::optional<journal> of_commands;
+  return load_logs_and(of_commands, options);
 }
 
 namespace {
@@ -162,7 +171,8 @@ run run_with_snapshot(const report_options& options, const recorded* facts, cons
 }
 
 run load_from_logs(const report_options& options, const recorded* facts) {
-  const log_set logs = load_logs(options);
+  std::optional<journal> of_commands;
+  const log_set logs = load_logs_and(of_commands, options);
   const std::vector<run_in_logs> runs = runs_in(logs);
   const std::size_t back = back_of(options, runs.size());
   const run_in_logs& last = runs.back();  // without one, the logs were not loaded
@@ -174,7 +184,8 @@ run load_from_logs(const report_options& options, const recorded* facts) {
   if (back == 0) read_debug_notes(of);
   if (back == 0) read_stale_entries(of, options.logs, runs.size());
   if (back == 0)
-    read_commands(of, options, facts == nullptr ? journal_from::logs : journal_from::capture);
+    read_commands(of, options, facts == nullptr ? journal_from::logs : journal_from::capture,
+                  std::move(of_commands));
   if (facts != nullptr) read_chips(of, facts->folder);
   of.end = back == 0 ? end_of(of, last) : run_end::unknown;
   fill_coverage(of);

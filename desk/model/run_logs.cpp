@@ -343,12 +343,6 @@ std::vector<run_in_logs> runs_in(const log_set& logs) {
   return runs;
 }
 
-std::vector<std::string> starts_of(const log_set& logs) {
-  std::vector<std::string> starts;
-  for (const run_in_logs& one : runs_in(logs)) starts.push_back(one.started);
-  return starts;
-}
-
 bool may_be_one_with_before(const std::vector<run_in_logs>& runs, std::size_t at) {
   return at != 0 &&
          (ends_where_begins(runs[at - 1], runs[at]) || ends_where_begins(runs[at], runs[at - 1]));

@@ -47,9 +47,6 @@ struct run_in_logs {
 // The one that began first is the first.
 [[nodiscard]] std::vector<run_in_logs> runs_in(const log_set& logs);
 
-// When the runs in the logs started, in the same order.
-[[nodiscard]] std::vector<std::string> starts_of(const log_set& logs);
-
 // Whether the run may be one with that before it, because neither has begun a log that the other
 // has.
 [[nodiscard]] bool may_be_one_with_before(const std::vector<run_in_logs>& runs, std::size_t at);

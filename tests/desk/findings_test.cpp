@@ -8,6 +8,7 @@
 #include <string>
 
 #include "desk/model/mentions.h"
+#include "tests/desk/log_folder.h"
 
 namespace desk {
 namespace {

@@ -7,8 +7,18 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
+
+#include "desk/model/run_logs.h"
 
 namespace desk {
+
+// When the runs in the logs started.
+inline std::vector<std::string> starts_of(const log_set& logs) {
+  std::vector<std::string> starts;
+  for (const run_in_logs& one : runs_in(logs)) starts.push_back(one.started);
+  return starts;
+}
 
 class log_folder : public testing::Test {
  protected:
