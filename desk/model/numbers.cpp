@@ -36,7 +36,6 @@ std::string_view lag_id_in(std::string_view key) {
 }
 
 std::string compared_form(field what, std::string_view value) {
-  constexpr std::uint64_t low_bits = 0xffff;  // a layer may print more, none compares them
   if (what == field::mac) {
     std::string digits;
     for (const char c : value)
@@ -46,7 +45,11 @@ std::string compared_form(field what, std::string_view value) {
   }
   const auto number = number_in(value);
   if (!number) return std::string(value);
-  return fmt::format("{:#x}", what == field::lif ? *number & low_bits : *number);
+  std::string digits = fmt::format("{:#x}", *number);
+  constexpr std::size_t compared_digits = 4;  // of a global LIF; a shorter one keeps its "x"
+  if (what == field::lif && digits.size() > compared_digits)
+    digits.erase(0, digits.size() - compared_digits);
+  return digits;
 }
 
 }  // namespace desk

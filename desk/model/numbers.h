@@ -22,8 +22,8 @@ namespace desk {
 // "0x1" of "LAG 0x1", as the chips of the older families show it, and of "0x1".
 [[nodiscard]] std::string_view lag_id_in(std::string_view key);
 
-// The form in which two values of a field are compared: a number without leading zeros, the low 16
-// bits of a global LIF, a MAC in lower case without separators.
+// The form in which two values of a field are compared: a number without leading zeros, the last
+// four characters of a global LIF, a MAC in lower case without separators.
 [[nodiscard]] std::string compared_form(field what, std::string_view value);
 
 }  // namespace desk

@@ -253,8 +253,25 @@ TEST_F(run_of_a_test, four_nodes_can_tie) {
 TEST_F(run_of_a_test, values_are_compared_as_the_layers_mean_them) {
   add_nodes(3);
   set(field::lag_id, source::lagport, 1, "0x0001");
-  set(field::lif, source::l2port, 2, "0x4000");  // the low 16 bits count
+  set(field::lif, source::l2port, 2, "0x4000");  // the last four digits count
   EXPECT_THAT(judged().causes, IsEmpty());
+}
+
+// The last four characters count, so one of three digits and a longer one differ.
+TEST_F(run_of_a_test, a_short_global_lif_is_no_end_of_a_long_one) {
+  add_nodes(2);
+  set(field::lif, source::l2port, 0, "0x00010123");
+  set(field::lif, source::l2port, 1, "0x00000123");
+  find("TC-108", field::lif, "0/1/CPU0", layer::dpa);
+  of.findings.back().reported = "0x123";
+  of.findings.back().known = "0x10123";
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].title,
+            "BE1: global LIF is 0x00010123 on 0/0/CPU0 (DPA), 0x00000123 on 0/1/CPU0 (DPA)");
+  EXPECT_EQ(is.causes[0].how_sure, sureness::two_nodes);
+  EXPECT_EQ(is.bundles.at(0).is, verdict::differs);
+  EXPECT_EQ(exit_status(is), 1);
 }
 
 TEST_F(run_of_a_test, what_is_not_there_is_missing_only_where_the_table_was_read) {
