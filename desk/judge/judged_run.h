@@ -75,6 +75,12 @@ struct judged_run {
 // 0 nothing found, 1 findings, 3 nothing found but something was not judged. A wrong call is 2.
 [[nodiscard]] int exit_status(const judged_run& of);
 
+// The audit compares texts: these are one value in two notations, which is no fault. Any thread.
+[[nodiscard]] bool is_of_notation(const finding& one);
+
+// Nothing but such findings. Any thread.
+[[nodiscard]] bool is_of_notation(const run& of, const cause& one);
+
 // The value, "missing" or "not read".
 [[nodiscard]] std::string_view words_for(const witness& one);
 [[nodiscard]] std::string_view word_for(verdict is);

@@ -132,8 +132,6 @@ void give_finding(judging& at, std::size_t cause, std::size_t finding);
 // Of the odd witnesses the one of the uppermost layer; null if none is odd.
 [[nodiscard]] const witness* first_odd(const difference& of);
 
-// The audit compares texts: these are one value in two notations, which is no fault.
-[[nodiscard]] bool is_of_notation(const finding& one);
 // It could not be verified, as opposed to being wrong.
 [[nodiscard]] bool is_doubt(const finding& one);
 // More is configured than the router allows: a note, but about something that is wrong.

@@ -441,6 +441,12 @@ bool is_of_notation(const finding& one) {
          compared_form(one.what, one.reported) == compared_form(one.what, one.known);
 }
 
+bool is_of_notation(const run& of, const cause& one) {
+  return one.differences.empty() && !one.findings.empty() &&
+         std::all_of(one.findings.begin(), one.findings.end(),
+                     [&](std::size_t i) { return is_of_notation(of.findings[i]); });
+}
+
 bool is_doubt(const finding& one) {
   return one.kind == finding_kind::failure || one.kind == finding_kind::note || is_of_notation(one);
 }

@@ -37,6 +37,13 @@ std::size_t total(const run& of, finding_kind kind) {
   return counted == of.counts.end() ? read : std::max(read, counted->second);
 }
 
+std::size_t total_of_faults(const run& of, finding_kind kind) {
+  const auto notations = static_cast<std::size_t>(std::count_if(
+      of.findings.begin(), of.findings.end(),
+      [&](const finding& each) { return each.kind == kind && is_of_notation(each); }));
+  return total(of, kind) - notations;
+}
+
 std::size_t total(const judged_run& of, verdict is) {
   return static_cast<std::size_t>(
       std::count_if(of.bundles.begin(), of.bundles.end(),

@@ -14,6 +14,9 @@ namespace desk {
 // them are lost. Any thread.
 [[nodiscard]] std::size_t total(const run& of, finding_kind kind);
 
+// How many of them are faults: two notations of one value are none. Any thread.
+[[nodiscard]] std::size_t total_of_faults(const run& of, finding_kind kind);
+
 // How many bundles have a verdict. Any thread.
 [[nodiscard]] std::size_t total(const judged_run& of, verdict is);
 

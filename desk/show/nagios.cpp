@@ -35,7 +35,9 @@ bool is_grave(const run& of, const cause& why) {
 
 bool is_grave(const judged_run& of) {
   return std::any_of(all_finding_kinds.begin(), all_finding_kinds.end(),
-                     [&](finding_kind kind) { return is_grave(kind) && total(of.of, kind) > 0; }) ||
+                     [&](finding_kind kind) {
+                       return is_grave(kind) && total_of_faults(of.of, kind) > 0;
+                     }) ||
          std::any_of(of.causes.begin(), of.causes.end(),
                      [&](const cause& each) { return is_grave(of.of, each); });
 }
@@ -52,7 +54,7 @@ service_state state_of(const judged_run& of) {
   if (is_grave(of)) return service_state::critical;
   if (of.of.end != run_end::complete) return service_state::unknown;
   for (const auto kind : {stale, health, delay_delete})
-    if (total(of.of, kind) > 0) return service_state::warning;
+    if (total_of_faults(of.of, kind) > 0) return service_state::warning;
   if (has_doubts(of)) return service_state::unknown;
   return of.causes.empty() ? service_state::ok : service_state::warning;
 }
@@ -84,7 +86,8 @@ std::string details_of(const judged_run& of) {
   return of.of.marks.empty() ? "" : ": " + nagios_text(of.of.marks.front());
 }
 
-// Value, warning and critical threshold, minimum. A threshold of 0 is passed by the first finding.
+// Value, warning and critical threshold, minimum. A threshold of 0 is passed by the first finding,
+// so what is no fault counts among all findings only.
 std::string performance_of(const judged_run& of) {
   std::size_t findings = 0;
   for (const auto kind : all_finding_kinds) findings += total(of.of, kind);
@@ -92,7 +95,7 @@ std::string performance_of(const judged_run& of) {
   for (const auto kind : all_finding_kinds) {
     const bool is_for_people = kind == finding_kind::note || kind == finding_kind::failure;
     const std::string_view thresholds = is_grave(kind) ? ";0" : is_for_people ? ";" : "0;";
-    data += fmt::format(" {}={};{};0", key_for(kind), total(of.of, kind), thresholds);
+    data += fmt::format(" {}={};{};0", key_for(kind), total_of_faults(of.of, kind), thresholds);
   }
   for (const auto is : all_verdicts)
     data += fmt::format(" bundles_{}={};;;0", key_for(is), total(of, is));

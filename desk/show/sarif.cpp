@@ -158,7 +158,9 @@ json result(const rule_list& rules, std::string_view rule, std::string_view kind
 }
 
 json result_of(const run& of, const rule_list& rules, const finding& found) {
-  json made = result(rules, found.code, "fail", level_of(found.kind), found.text);
+  const bool is_open = is_of_notation(found);
+  json made = result(rules, found.code, is_open ? "open" : "fail",
+                     is_open ? "none" : level_of(found.kind), found.text);
   json location;
   if (!found.log.empty()) location["physicalLocation"] = log_place(found);
   location["logicalLocations"] = places(of, found.object, found.node, found.npu);

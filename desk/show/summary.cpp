@@ -42,7 +42,8 @@ void show_head(const view& v) {
   const std::size_t open = total(v.of, verdict::not_judged);
   std::size_t findings = 0;
   for (const finding& one : of.findings)
-    if (one.kind != finding_kind::note && one.kind != finding_kind::failure) ++findings;
+    if (one.kind != finding_kind::note && one.kind != finding_kind::failure && !is_of_notation(one))
+      ++findings;
   v.out << fmt::format(
       "{}: {}, {}, {}. {}.\n", counted(v.of.bundles.size(), "bundle", "bundles"),
       toned(v.on, tone::good, agree == 1 ? "1 agrees" : fmt::format("{} agree", agree)),

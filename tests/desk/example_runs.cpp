@@ -259,6 +259,26 @@ judged_run run_not_judged() {
   return made;
 }
 
+judged_run run_with_two_notations() {
+  judged_run made = run_with_nodes(2);
+  add_bundle(made, "BE1", verdict::not_judged);
+  finding& one = made.of.findings.emplace_back();
+  one.code = "TC-106";
+  one.kind = finding_kind::inconsistency;
+  one.object = {object_kind::bundle, "BE1", "BE1"};
+  one.what = field::rif;
+  one.reported = "0x00000011";
+  one.known = "0x11";
+  made.of.counts = {{finding_kind::inconsistency, 1}};
+  cause& why = made.causes.emplace_back();
+  why.title = "BE1: RIF: 0x00000011 and 0x11 are one value in two notations";
+  why.object = one.object;
+  why.findings = {made.of.findings.size() - 1};
+  made.bundles[0].not_judged = {why.title};
+  made.is_wholly_judged = false;
+  return made;
+}
+
 judged_run run_that_stopped() {
   judged_run made;
   made.of.origin = "tessel.packed";

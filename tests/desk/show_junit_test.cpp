@@ -109,6 +109,14 @@ TEST(junit, skips_each_bundle_that_was_not_judged) {
                               "out; BCM on 0/1/CPU0: never asked\"/>\n"));
 }
 
+TEST(junit, skips_two_notations_of_one_value) {
+  const auto text = shown(run_with_two_notations());
+  expect_true_figures(text);
+  EXPECT_EQ(count(text, "<failure "), 0U);
+  EXPECT_THAT(text, HasSubstr("name=\"BE1: RIF: 0x00000011 and 0x11 are one value in two "
+                              "notations\">\n      <skipped "));
+}
+
 TEST(junit, fails_if_the_audit_did_not_come_to_its_end) {
   const auto text = shown(run_that_stopped());
   expect_true_figures(text);

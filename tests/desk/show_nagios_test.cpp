@@ -100,6 +100,13 @@ TEST(nagios, is_unknown_if_something_was_not_judged) {
   EXPECT_EQ(shown(run).state, service_state::unknown) << "a cause without findings: not read";
 }
 
+TEST(nagios, is_unknown_for_two_notations_of_one_value) {
+  const auto [state, line] = shown(run_with_two_notations());
+  EXPECT_EQ(state, service_state::unknown);
+  EXPECT_THAT(line, StartsWith("TESSEL UNKNOWN - 1 of 1 bundle not judged: BE1: RIF: "));
+  EXPECT_THAT(line, HasSubstr(" findings=1;;;0 inconsistency=0;;0;0 "));
+}
+
 TEST(nagios, is_unknown_if_the_run_did_not_come_to_its_end) {
   const auto [state, line] = shown(run_that_stopped());
   EXPECT_EQ(state, service_state::unknown);

@@ -41,6 +41,13 @@ TEST(sarif, has_a_result_for_each_finding_with_its_level) {
   EXPECT_THAT(all_of(run["results"], "kind"), testing::Each("fail"));
 }
 
+TEST(sarif, leaves_two_notations_of_one_value_open) {
+  const auto run = shown(run_with_two_notations());
+  EXPECT_THAT(all_of(run["results"], "ruleId"), ElementsAre("TC-106", "not-judged"));
+  EXPECT_THAT(all_of(run["results"], "kind"), testing::Each("open"));
+  EXPECT_THAT(all_of(run["results"], "level"), testing::Each("none"));
+}
+
 TEST(sarif, says_where_a_finding_is) {
   const auto run = shown(run_with_faults());
   const auto& found = run["results"][1];

@@ -44,6 +44,11 @@ TEST(summary, says_that_the_audit_lists_stale_entries_that_are_none) {
   EXPECT_THAT(summary_of(healthy_run(), {}), Not(HasSubstr("stale")));
 }
 
+TEST(summary, counts_two_notations_of_one_value_as_no_finding) {
+  EXPECT_THAT(summary_of(run_with_two_notations(), {}),
+              HasSubstr("1 bundle: 0 agree, 0 differ, 1 not judged. 0 findings.\n"));
+}
+
 TEST(summary, shows_all_messages_that_are_normal_if_all_is_asked_for) {
   summary_options how;
   how.shows_all = true;
