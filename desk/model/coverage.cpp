@@ -379,12 +379,12 @@ coverage cover_left_out(const covering& in, const node& at) {
 }
 
 void add_unasked(covering& in, const node& at, std::string npu, std::string reason,
-                 std::string command) {
+                 std::string command, coverage_state state = coverage_state::never_asked) {
   coverage entry;
   entry.of = layer::bcm;
   entry.node = at.name;
   entry.npu = std::move(npu);
-  entry.state = coverage_state::never_asked;
+  entry.state = state;
   entry.reason = std::move(reason);
   entry.command = std::move(command);
   in.of.covered.push_back(std::move(entry));
@@ -398,8 +398,8 @@ void cover_unlisted_chips(covering& in, const node& at) {
   add_unasked(in, at, {},
               fmt::format("the platform's list of chip units {}",
                           at.asic.empty() ? "does not have it" : "gives no chip of it a place"),
-              std::string(list_of_units));
-  if (!at.npus.empty()) in.of.covered.back().state = coverage_state::partly;
+              std::string(list_of_units),
+              at.npus.empty() ? coverage_state::never_asked : coverage_state::partly);
 }
 
 // Of most types of router the audit asks NPU 0 of each node only, but members may sit on another.

@@ -231,7 +231,9 @@ void note(const vague_names& vague, run& into) {
 
 }  // namespace
 
-// Values of one object are far from each other, and each of its own value's place is found once.
+// Goes through all values twice, the look-ups in the chips included: first to count those of each
+// object, so that its cells get their room in one step, then to put each into its place. To keep
+// what was found would take several times the memory of the names that the chips list.
 void pending_values::attach(run& into, text_id present) {
   find_objects(into);
   lag_holders holders(into);

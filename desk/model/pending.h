@@ -49,7 +49,9 @@ class pending_values {
   static constexpr text_id no_text = static_cast<text_id>(-1);
 
   struct value {
-    text_id key = 0;           // a handle; the number of the object once that is found
+    // The text of a handle while the dumps are read; from find_objects on, in its place, the number
+    // of the object, or one that none has: there are too many values for both.
+    std::uint32_t key = 0;
     text_id member = no_text;  // its handle; `no_text`: the value is not of a member
     cell of;
   };
@@ -66,7 +68,7 @@ class pending_values {
   template <class Take>
   void for_each_in_chips(lag_holders& holders, text_id present, Take take) const;
 
-  // Neither moves when it grows.
+  // None of them moves when it grows.
   std::deque<value> by_handle_;
   std::deque<chip_lag> lags_;
   std::deque<text_id> names_;
