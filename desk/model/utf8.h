@@ -31,4 +31,10 @@ struct utf8_character {
   return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80;
 }
 
+// A mark or control of writing direction, which lets a name reorder the line around it. Any thread.
+[[nodiscard]] constexpr bool turns_text(std::uint32_t code) {
+  return code == 0x61c || code == 0x200e || code == 0x200f || (code >= 0x202a && code <= 0x202e) ||
+         (code >= 0x2066 && code <= 0x2069);
+}
+
 }  // namespace desk

@@ -29,7 +29,7 @@ character take_character(std::string_view& rest) {
 }
 
 bool is_control(std::uint32_t code) {
-  return code < 0x20 || (code >= 0x7f && code <= 0x9f);
+  return code < 0x20 || (code >= 0x7f && code <= 0x9f) || turns_text(code);
 }
 
 // Unicode reserves these for ever; the formats of pages refuse them.
@@ -78,7 +78,7 @@ std::string_view entity(std::uint32_t code) {
 std::string xml_character(const character& c) {
   if (const auto known = entity(c.code); !known.empty()) return std::string(known);
   if (c.code == '\t' || c.code == '\n') return std::string(c.bytes);
-  if (c.code == '\r' || (c.code >= 0x7f && is_control(c.code))) return fmt::format("&#{};", c.code);
+  if (c.code == '\r' || (c.code >= 0x7f && c.code <= 0x9f)) return fmt::format("&#{};", c.code);
   return std::string(is_control(c.code) || is_no_character(c.code) ? replacement : c.bytes);
 }
 

@@ -56,7 +56,7 @@ std::string printable(std::string_view text) {
   while (!text.empty()) {
     const utf8_character one = first_character(text);
     // The control characters of the second block can steer a terminal, too.
-    const bool is_control = one.code >= 0x80 && one.code < 0xA0;
+    const bool is_control = (one.code >= 0x80 && one.code < 0xA0) || turns_text(one.code);
     const std::size_t length = one.is_valid ? one.length : 1;
     clean.append(is_control || !one.is_valid ? replacement_character : text.substr(0, length));
     text.remove_prefix(length);

@@ -56,6 +56,18 @@ TEST(escape, xml_has_no_character_that_it_forbids) {
   EXPECT_EQ(xml("\xef\xbf\xbe"), broken);
 }
 
+TEST(escape, lets_no_text_turn_the_line_around_it) {
+  for (const char* turn : {"\xd8\x9c", "\xe2\x80\x8e", "\xe2\x80\x8f", "\xe2\x80\xaa",
+                           "\xe2\x80\xae", "\xe2\x81\xa6", "\xe2\x81\xa9"}) {
+    const std::string text = "a"s + turn;
+    EXPECT_EQ(printable(text), "a" + broken);
+    EXPECT_EQ(xml(text), "a" + broken);
+    EXPECT_EQ(html(text), "a" + broken);
+    EXPECT_EQ(prometheus_label(text), "a" + broken);
+    EXPECT_EQ(nagios_text(text), "a ");
+  }
+}
+
 TEST(escape, html_has_no_tag_and_no_control_character) {
   EXPECT_EQ(html("<script>\"'&"), "&lt;script&gt;&quot;&#39;&amp;");
   EXPECT_EQ(html("\x1b\0\r\x7f\xc2\x9b\xef\xb7\x90"s),
