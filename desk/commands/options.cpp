@@ -21,7 +21,8 @@ constexpr const char* footer =
 audit, where DIR@N means the run with that number in `tessel-report runs`; a
 recorded router; or a report in JSON.
 
-Exit status of every command that reads a run:
+Exit status of every command that reads a run, except nagios, and runs, which
+only lists them and ends with 0:
   0  Nothing was found, and everything was judged.
   1  Something was found: any finding, or what --fail-on names.
   2  The call was wrong, or there is no run to read.
@@ -119,8 +120,9 @@ void add_input_options(CLI::App& app, report_options& parsed) {
                           });
   command_line::add_value(
       app, "--fail-on", "FINDINGS",
-      "the findings that make a command end with 1: any, new, confirmed (in all runs that are "
-      "compared), or never. Default: any",
+      "the findings that make a command end with 1: any, new (diff, confirm, history and merge "
+      "only), confirmed (in all runs that diff, confirm or history compares), or never. Not for "
+      "nagios. Default: any",
       [&parsed](const auto& word) { parsed.when = fail_on_named(word); });
   command_line::add_flag(app, "--short", "a line for each cause", parsed.is_short);
   command_line::add_flag(app, "--all", "every cause, bundle and message", parsed.shows_all);
