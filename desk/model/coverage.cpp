@@ -271,6 +271,19 @@ bool may_be_empty(const covering& in, const node& at, source table) {
   return true;
 }
 
+// Whether any table of the node's forwarding layer has an entry: then its chips and its other
+// tables have the bundles too.
+bool holds_bundles(const covering& in, const node& at) {
+  const std::int16_t index = in.of.node_index(at.name);
+  return std::any_of(forwarding_tables.begin(), forwarding_tables.end(),
+                     [&](source table) { return entries_of(in.of, table, index, no_place) != 0; });
+}
+
+// A route processor without ports has nothing to show, unless another of its tables does.
+bool may_be_bare(const covering& in, const node& at) {
+  return at.type != "LC" && !has_members(in, at) && !holds_bundles(in, at);
+}
+
 void cover_forwarding(covering& in, const node& at) {
   coverage entry;
   entry.of = layer::dpa;
@@ -328,7 +341,7 @@ void cover_chip(covering& in, const node& at, const std::string& npu) {
   } else if (const finding* note = finding_with(in, {"TC-615"}, at.name)) {
     entry.state = coverage_state::empty;
     entry.reason = note->text;
-    entry.is_normal = at.type != "LC" && !has_members(in, at);
+    entry.is_normal = may_be_bare(in, at);
   } else if (!at.has_supported_asic) {
     entry.state = coverage_state::never_asked;
     entry.reason = fmt::format("chips of the family {} are not supported", at.asic);
@@ -373,8 +386,7 @@ coverage cover_left_out(const covering& in, const node& at) {
   entry.reason = complaint.empty() ? note->text : complaint;
   if (complaint.empty() || entry.of == layer::bcm)
     entry.command = command_for(in.of, source_of(*note), at.name, {});
-  // A route processor without ports has nothing to show.
-  entry.is_normal = complaint.empty() && at.type != "LC" && !has_members(in, at);
+  entry.is_normal = complaint.empty() && may_be_bare(in, at);
   return entry;
 }
 

@@ -495,6 +495,20 @@ TEST_F(run_with_ports, whose_live_standby_shows_no_lag_is_not_judged) {
   EXPECT_FALSE(is_hole(*coverage_of(of, layer::pd, "0/1/CPU0", "")));
 }
 
+// Of a route processor without ports the other tables say whether it has the bundles.
+TEST_F(run_with_ports, may_be_none_only_where_no_other_table_has_a_bundle) {
+  add_nodes(2);
+  make_route_processor(1, "Active");
+  of.tables.erase({source::agent, 1, no_place});
+  find("TC-615", field::none, "0/1/CPU0", layer::bcm, finding_kind::note);
+  EXPECT_TRUE(is_hole(covered(layer::bcm, "0/1/CPU0", "0")));
+  of.covered.clear();
+  for (const source table :
+       {source::lagport, source::l1port, source::l2port, source::l2intf, source::l3intf})
+    of.tables.erase({table, 1, no_place});
+  EXPECT_FALSE(is_hole(covered(layer::bcm, "0/1/CPU0", "0")));
+}
+
 TEST_F(run_with_ports, on_a_chip_that_the_audit_does_not_ask_is_not_judged) {
   add_nodes(2);
   add_members(1, {0, 1});
