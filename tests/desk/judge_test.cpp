@@ -925,6 +925,29 @@ TEST_F(run_of_a_test, a_weight_of_several_places_is_of_none_for_sure) {
   EXPECT_EQ(is.causes.at(0).how_sure, sureness::unknown);
 }
 
+TEST_F(run_of_a_test, a_weight_of_several_bundles_leaves_each_of_them_in_doubt) {
+  add_nodes(2);
+  add_bundle("BE2");
+  add_bundle("BE3");
+  for (const char* name : {"BE1", "BE2", "BE3"}) {
+    auto& cells = of.objects[of.object_at(object_kind::bundle, name, name)].cells;
+    const bool is_heavy = std::string(name) != "BE3";
+    cells.push_back(
+        {field::weight, source::lagport, 0, no_place, of.texts.keep(is_heavy ? "20" : "2")});
+    cells.push_back({field::weight_limit, source::lagport, 0, no_place, of.texts.keep("16")});
+  }
+  find("TC-114", field::weight, "0/0/CPU0", layer::dpa);
+  of.findings.back().object = {};
+  of.findings.back().reported = "20";
+  of.findings.back().known = "16";
+  const judged_run is = judge(std::move(of));
+  ASSERT_EQ(is.bundles.size(), 3U);
+  EXPECT_EQ(is.bundles[0].is, verdict::not_judged);
+  EXPECT_EQ(is.bundles[1].is, verdict::not_judged);
+  EXPECT_EQ(is.bundles[2].is, verdict::agrees);
+  EXPECT_EQ(exit_status(is), 1);
+}
+
 TEST_F(run_of_a_test, an_entry_that_the_audit_itself_left_without_a_mark_is_no_fault) {
   add_nodes(2);
   find("TC-402", field::presence, "", layer::bcm, finding_kind::note);
