@@ -21,8 +21,7 @@ constexpr const char* footer =
 audit, where DIR@N means the run with that number in `tessel-report runs`; a
 recorded router; or a report in JSON.
 
-Exit status of every command that reads a run, except nagios, and runs, which
-only lists them and ends with 0:
+Exit status of a command that reads a run (not of nagios; of runs always 0):
   0  Nothing was found, and everything was judged.
   1  Something was found: any finding, or what --fail-on names.
   2  The call was wrong, or there is no run to read.
