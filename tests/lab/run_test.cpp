@@ -587,7 +587,7 @@ constexpr const char* writing = "for word; do :; done; file=${word#--json=}; ech
 TEST_F(namespace_test, the_hosts_files_are_the_callers) {
   const std::string folder = scratch_.path().string();
   fs::create_directories(scratch_.path() / "work" / "inner");
-  host(writing, "birch-small");
+  host(writing, "birch-small -- --json " + folder + "/first");
   const std::string run =
       "cd " + folder +
       "/work; TESSEL_LAB_ROUTERS=" LAB_ROUTERS " timeout 60 " LAB_PROGRAM
