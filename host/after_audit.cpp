@@ -71,18 +71,17 @@ bool show_summary(const std::string& program, const std::string& journal) {
 
 }  // namespace
 
-debug_log_state::debug_log_state()
-    : is_file_(::stat(debug_log, &found_) == 0 && S_ISREG(found_.st_mode)) {}
+debug_log_state::debug_log_state() : is_there_(::stat(debug_log, &found_) == 0) {}
 
-bool debug_log_state::is_still_so() const {
-  const debug_log_state now;
+bool debug_log_state::was_written_until(const debug_log_state& now) const {
+  if (!now.is_there_) return false;
   const auto same_time = [](const timespec& a, const timespec& b) {
     return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
   };
-  return is_file_ && now.is_file_ && found_.st_dev == now.found_.st_dev &&
-         found_.st_ino == now.found_.st_ino && found_.st_size == now.found_.st_size &&
-         same_time(found_.st_mtim, now.found_.st_mtim) &&
-         same_time(found_.st_ctim, now.found_.st_ctim);
+  return !is_there_ || !now.is_file() || found_.st_dev != now.found_.st_dev ||
+         found_.st_ino != now.found_.st_ino || found_.st_size != now.found_.st_size ||
+         !same_time(found_.st_mtim, now.found_.st_mtim) ||
+         !same_time(found_.st_ctim, now.found_.st_ctim);
 }
 
 void check_report_target(const std::string& path) {

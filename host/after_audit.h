@@ -40,16 +40,18 @@ inline constexpr int status_not_judged = 3;
 inline constexpr int status_not_complete = 4;
 
 // What changes whenever an audit writes its debug log, of which the bundles of a report are read.
-// Nothing if that is no file.
 class debug_log_state {
  public:
+  // As it is now.
   debug_log_state();
-  // True if the log is there and was not written since: it is of an earlier audit.
-  [[nodiscard]] bool is_still_so() const;
+  [[nodiscard]] bool is_file() const { return is_there_ && S_ISREG(found_.st_mode); }
+  // False if no audit has begun the log between this state and a later one: it is of an earlier
+  // audit, or is not there. A device shows no change and counts as written.
+  [[nodiscard]] bool was_written_until(const debug_log_state& now) const;
 
  private:
   struct stat found_ {};
-  bool is_file_ = false;
+  bool is_there_ = false;
 };
 
 // Makes what is wished for, of the run whose logs are in /var/log. `journal` may be empty. Returns

@@ -201,11 +201,12 @@ void report_and_check(const host_arguments& arguments, const watched_end& end,
   const bool has_ended =
       !end.is_overdue && WIFEXITED(end.wait_status) && WEXITSTATUS(end.wait_status) == 0;
   int status = status_not_complete;
+  const debug_log_state now;
   if (end.stopped_by != 0 || !has_ended) {
     if (wishes.json) complain_of_no_report(wishes, "the audit did not complete");
-  } else if (before.is_still_so()) {
+  } else if (!before.was_written_until(now)) {
     complain_of_no_report(wishes, std::string("the audit has not written ") + debug_log +
-                                      ", which is of an earlier one");
+                                      (now.is_file() ? ", which is of an earlier one" : ""));
   } else {
     status = report_audit(program, wishes, journal, timed_out, complain_of_report);
   }
