@@ -134,7 +134,8 @@ fs::path take_journal(std::vector<std::string>& host_arguments) {
   return named;
 }
 
-// The values of the host's options that name a file that it writes when the audit has ended.
+// The values of the host's options that name a file that it writes when the audit has ended. The
+// host refuses an empty one.
 std::vector<std::string> written_files(const std::vector<std::string>& host_arguments) {
   std::vector<std::string> files;
   for (std::size_t at = 0; at < host_arguments.size(); ++at)
@@ -144,6 +145,7 @@ std::vector<std::string> written_files(const std::vector<std::string>& host_argu
       else if (host_arguments[at].starts_with(option + "="))
         files.push_back(host_arguments[at].substr(option.size() + 1));
     }
+  std::erase(files, "");
   return files;
 }
 
@@ -180,8 +182,7 @@ void refuse_what_would_vanish(const std::vector<std::string>& files) {
 void make_folders_of(const std::vector<std::string>& files) {
   for (const fs::path file : files) {
     const fs::path place = fs::absolute(file);
-    if (!file.empty() && (is_below_caller(file) || !lies_under(place, "/var/log")))
-      make_folders_above(place);
+    if (is_below_caller(file) || !lies_under(place, "/var/log")) make_folders_above(place);
   }
 }
 

@@ -656,6 +656,14 @@ TEST_F(namespace_test,
   fs::remove(below);
 }
 
+TEST_F(namespace_test, the_host_refuses_a_file_without_a_name) {
+  for (const std::string option : {"--json ''", "--json=", "--support-file ''"}) {
+    const outcome made = host("echo ran", "birch-small -- " + option);
+    EXPECT_EQ(made.status, 0) << made.err;
+    EXPECT_EQ(made.out, "ran\n");
+  }
+}
+
 // The host's finding is what the script prints about the capture.
 TEST_F(namespace_test, redact_verifies_that_the_findings_stay) {
   const std::string folder = scratch_.path().string();
