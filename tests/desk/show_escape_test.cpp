@@ -5,6 +5,7 @@
 
 #include <random>
 
+#include "command_line/one_line.h"
 #include "desk/show/terminal.h"
 #include "tests/desk/example_runs.h"
 
@@ -95,6 +96,14 @@ TEST(escape, a_start_ends_between_characters) {
   EXPECT_EQ(start_of("a\xe2\x82\xac", 3), "a");
   EXPECT_EQ(start_of("\xe2\x82\xac", 1), "");
   EXPECT_EQ(start_of("abc", 2), "ab");
+}
+
+TEST(one_line, shows_what_would_control_a_terminal_or_turn_the_line) {
+  using command_line::one_line;
+  EXPECT_EQ(one_line("a\n\x1b\x7f"), "a\\x0a\\x1b\\x7f");
+  EXPECT_EQ(one_line("x\u202ey\u061c"), "x\\xe2\\x80\\xaey\\xd8\\x9c");
+  EXPECT_EQ(one_line("\u2068\xc2\x9b"), "\\xe2\\x81\\xa8\\xc2\\x9b");
+  EXPECT_EQ(one_line("B\u00fcndel \u20ac \xc2"), "B\u00fcndel \u20ac \xc2");
 }
 
 // Whatever goes in, what comes out is a text that every format accepts.
