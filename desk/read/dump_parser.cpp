@@ -1,18 +1,13 @@
 #include "desk/read/dump_parser.h"
 
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
-
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <utility>
 
 #include "desk/model/utf8.h"
+#include "desk/read/byte_steps.h"
 
 namespace desk {
 
@@ -21,59 +16,8 @@ namespace {
 // A tool's whole output may be one text. What is longer comes from nothing that the audit reads.
 constexpr std::size_t longest_value = std::size_t{32} << 20U;
 
-// Sixteen bytes that are looked at in one step; each machine that this runs on can. They are read
-// where fewer may be left: a buffer has some behind its end.
-using some_bytes = signed char __attribute__((vector_size(16)));
-
-some_bytes bytes_at(const char* from) {
-  some_bytes bytes{};
-  std::memcpy(&bytes, from, sizeof bytes);
-  return bytes;
-}
-
-constexpr some_bytes each_is(signed char c) {
-  return some_bytes{c, c, c, c, c, c, c, c, c, c, c, c, c, c, c, c};
-}
-
-// How many stand before the first byte that is marked with ones.
-[[gnu::always_inline]] inline std::size_t before_marked(some_bytes marks) {
-#ifdef __SSE2__
-  // One instruction takes a bit of each byte.
-  const auto bits = static_cast<unsigned>(_mm_movemask_epi8(std::bit_cast<__m128i>(marks)));
-  return static_cast<std::size_t>(std::countr_zero(bits | 0x10000U));
-#else
-  std::array<std::uint64_t, 2> halves{};
-  std::memcpy(halves.data(), &marks, sizeof marks);
-  if (halves[0] != 0) return static_cast<std::size_t>(std::countr_zero(halves[0])) / 8;
-  if (halves[1] != 0) return 8 + static_cast<std::size_t>(std::countr_zero(halves[1])) / 8;
-  return sizeof marks;
-#endif
-}
-
-// Marks quotes, backslashes, control characters and what is no ASCII, which is below zero.
-some_bytes odd_of(some_bytes bytes) {
-  return (bytes == each_is('"')) | (bytes == each_is('\\')) | (bytes < each_is(' '));
-}
-
-// Behind the blanks that begin here, or behind `end`.
-[[gnu::always_inline]] inline const char* behind_blanks(const char* at, const char* end) {
-  while (at < end) {
-    const std::size_t blanks = before_marked(bytes_at(at) != each_is(' '));
-    at += blanks;
-    if (blanks != sizeof(some_bytes)) break;
-  }
-  return at;
-}
-
-// The same for the bytes of a text that stand for themselves.
-[[gnu::always_inline]] inline const char* behind_plain(const char* at, const char* end) {
-  while (at < end) {
-    const std::size_t plain = before_marked(odd_of(bytes_at(at)));
-    at += plain;
-    if (plain != sizeof(some_bytes)) break;
-  }
-  return at;
-}
+static_assert(byte_source::slack >= sizeof(some_bytes),
+              "the last step may begin at the last byte at hand");
 
 bool is_blank(char c) {
   return c == ' ' || c == '\n' || c == '\t' || c == '\r';
