@@ -338,7 +338,7 @@ TEST_F(print_test, a_closed_standard_error_ends_no_host_either) {
 class unread {
  public:
   explicit unread(bool is_socket) {
-    ::alarm(20);
+    ::alarm(60);
     const int made = is_socket ? ::socketpair(AF_UNIX, SOCK_STREAM, 0, ends_.data())
                                : ::pipe2(ends_.data(), O_CLOEXEC);
     if (made != 0 || ::dup2(ends_[1], STDERR_FILENO) < 0) throw failure("no standard error");

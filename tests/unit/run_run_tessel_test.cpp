@@ -264,7 +264,10 @@ TEST_F(run_tessel_test, an_atexit_handler_that_calls_in_again_comes_back_at_once
 }
 
 TEST_F(run_tessel_test, a_worker_whose_disk_hangs_does_not_hold_the_process) {
-  tool("lagmgr_health", "sleep 0.3");
+  // The run goes on when the disk hangs.
+  tool("lagmgr_health",
+       "tries=0\nuntil [ -e /tmp/hangs ] || [ $tries -gt 3000 ]; do\n"
+       "  tries=$((tries + 1))\n  sleep 0.02\ndone");
   const std::string output = output_of([] {
     EXPECT_EQ(status_in_child([] {
                 tessel_init();
@@ -272,7 +275,11 @@ TEST_F(run_tessel_test, a_worker_whose_disk_hangs_does_not_hold_the_process) {
                   while (!st().stale_fd.opened_once()) {
                     std::this_thread::sleep_for(std::chrono::milliseconds(1));
                   }
-                  static const hung_disk disk(LOG_FILE_INCONSISTENT);
+                  static hung_disk disk(LOG_FILE_INCONSISTENT);
+                  std::thread([] {
+                    disk.wait_for_a_writer();
+                    write_file("/tmp/hangs", "");
+                  }).detach();
                   inconsistency("Inconsistency {}: found late");
                 });
                 tessel_run(4096);

@@ -335,7 +335,7 @@ std::string page_long_name() {
 
 bool comes_true(const std::function<bool()>& condition) {
   using clock = std::chrono::steady_clock;
-  const auto deadline = clock::now() + std::chrono::seconds(20);
+  const auto deadline = clock::now() + std::chrono::seconds(60);
   while (!condition() && clock::now() < deadline) std::this_thread::yield();
   return condition();
 }

@@ -166,7 +166,7 @@ inline bool counts_while_log_is_held(const std::function<void()>& failing,
 // Show which step a handler takes first. The long limit of the first is never used up if the
 // handler behaves; the second always waits for its whole limit.
 inline bool counts_before_logging(const std::function<void()>& failing) {
-  return counts_while_log_is_held(failing, std::chrono::seconds(20));
+  return counts_while_log_is_held(failing, std::chrono::seconds(60));
 }
 inline bool logs_before_counting(const std::function<void()>& failing) {
   return !counts_while_log_is_held(failing, std::chrono::milliseconds(200));
