@@ -12,7 +12,7 @@ function(tessel_add_gtest program label parts)
     add_test(NAME ${name} COMMAND ${program})
     # The long ones first, so that none runs alone at the end.
     set_tests_properties(${name} PROPERTIES
-      LABELS ${label} SKIP_RETURN_CODE 77 TIMEOUT 600 COST 1000
+      LABELS ${label} SKIP_RETURN_CODE 77 COST 1000
       ENVIRONMENT "GTEST_TOTAL_SHARDS=${parts};GTEST_SHARD_INDEX=${part};GTEST_OUTPUT=xml:${CMAKE_BINARY_DIR}/gtest/${name}.xml${filter}")
   endforeach()
 endfunction()

@@ -5,6 +5,7 @@ use warnings;
 use Cwd            qw(abs_path);
 use File::Basename qw(dirname);
 use File::Path     qw(make_path remove_tree);
+use File::Temp     qw(tempdir);
 
 my $here = dirname( abs_path(__FILE__) );
 require "$here/../scenario/processes.pl";
@@ -36,8 +37,7 @@ my ( $scratch, $owner );
 sub scratch_folder {
     my ($keep) = @_;
     if ($keep) { main::make_path($keep); return main::abs_path($keep) }
-    $scratch = ( $ENV{TMPDIR} // '/tmp' ) . "/desk-tests.$$";
-    mkdir $scratch, 0700 or die "cannot make $scratch: $!\n";
+    $scratch = main::tempdir( 'desk-tests.XXXXXX', TMPDIR => 1 );
     $owner = $$;
     return $scratch;
 }
@@ -98,8 +98,8 @@ sub counts {
 # Status and output of a command of tessel-report.
 sub report {
     my ( $programs, $logs, @words ) = @_;
-    my ( $status, $text ) = main::output_of( 20, "$programs->{build}/tessel-report", '--logs', $logs, @words );
-    die "tessel-report --logs $logs @words: ", main::failure_shown( $status, 20 ), "\n$text"
+    my ( $status, $text ) = main::output_of( 300, "$programs->{build}/tessel-report", '--logs', $logs, @words );
+    die "tessel-report --logs $logs @words: ", main::failure_shown( $status, 300 ), "\n$text"
       if !defined $status || main::is_of_signal($status);
     return ( $status, $text );
 }
