@@ -243,7 +243,7 @@ TEST(doctor_beside, ends_the_doctor) {
     const doctor_beside doctor;
     EXPECT_NE(children(), before);
   }
-  for (int tries = 0; tries < 1000 && children() != before; ++tries) ::usleep(10'000);
+  for (int tries = 0; tries < 6000 && children() != before; ++tries) ::usleep(10'000);
   EXPECT_EQ(children(), before);
 }
 

@@ -54,7 +54,7 @@ static void work(void) {
       "\"command\":\"/opt/nos/bin/asic_shell_show -u 2\"}");
   const char* until = getenv("WORK_UNTIL");
   if (until == NULL) usleep(700000);
-  for (int i = 0; i < 3000 && until != NULL && access(until, F_OK) != 0; ++i) usleep(10000);
+  for (int i = 0; i < 6000 && until != NULL && access(until, F_OK) != 0; ++i) usleep(10000);
   say("{\"n\":5,\"event\":\"end\",\"id\":2,\"at\":1.0,\"pid\":3,\"node\":\"0/3/"
       "CPU0\",\"npu\":\"2\","
       "\"command\":\"/opt/nos/bin/asic_shell_show -u "

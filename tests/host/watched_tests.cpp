@@ -111,7 +111,7 @@ void end(pid_t child) {
 }
 
 bool comes_true(const std::function<bool()>& condition) {
-  for (int tries = 0; tries < 2000; ++tries) {
+  for (int tries = 0; tries < 12000; ++tries) {
     if (condition()) return true;
     ::usleep(5000);
   }

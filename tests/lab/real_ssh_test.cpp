@@ -172,7 +172,7 @@ std::set<std::string> left_of(const links& made, const std::string& folder) {
 }
 
 bool comes_true(const std::function<bool()>& condition) {
-  const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   while (!condition()) {
     if (std::chrono::steady_clock::now() > patience) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -349,7 +349,7 @@ TEST_F(real_ssh_test, node_that_refuses) {
 
 TEST_F(real_ssh_test, node_that_is_down_costs_no_time) {
   const outcome result = host(
-      "timeout 10 ssh -o StrictHostKeyChecking=no 192.0.0.7 true; echo $?\n"
+      "timeout 60 ssh -o StrictHostKeyChecking=no 192.0.0.7 true; echo $?\n"
       "fetch 192.0.0.6 echo well",
       "birch-small --fault node-down=192.0.0.7");
   EXPECT_EQ(result.out, "255\nwell\n");

@@ -249,7 +249,7 @@ class recording_test : public testing::Test {
     return in_lab(
         "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
         " --library /var/log/library & n=0\n"
-        "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n" +
+        "until [ -s /var/log/ready ] || [ $n -gt 3000 ]; do sleep 0.02; n=$((n+1)); done\n" +
             then,
         "");
   }
@@ -375,8 +375,8 @@ TEST_F(recording_test, of_a_host_without_a_journal_has_none) {
 TEST_F(recording_test, streams_large_outputs) {
   // Four times the size of a pipe; the reader gets the first byte while the tool still writes.
   const std::string tools =
-      "tool iface_show 'echo first; i=0; while [ ! -e /tmp/seen ] && [ $i -lt 500 ]; do i=$((i+1));"
-      " sleep 0.02; done; ls /tmp; head -c 4000000 /dev/zero'\n";
+      "tool iface_show 'echo first; i=0; while [ ! -e /tmp/seen ] && [ $i -lt 3000 ]; do "
+      "i=$((i+1)); sleep 0.02; done; ls /tmp; head -c 4000000 /dev/zero'\n";
   const outcome recorded = record(
       tools, "iface_show | { read line; touch /tmp/seen; echo got $line; tr '\\0' x | wc -c; }");
   EXPECT_EQ(recorded.out, "got first\n4000005\n");
@@ -428,7 +428,7 @@ TEST_F(recording_test, notes_the_calls_in_order) {
 TEST_F(recording_test, keeps_the_beginning_of_a_call_that_the_end_cut_off) {
   const outcome recorded = record("tool iface_show 'echo begun; sleep 600'\n",
                                   "iface_show >/tmp/out & n=0\n"
-                                  "until [ -s /tmp/out ] || [ $n -gt 500 ]; do sleep 0.02;"
+                                  "until [ -s /tmp/out ] || [ $n -gt 3000 ]; do sleep 0.02;"
                                   " n=$((n+1)); done; echo over");
   EXPECT_EQ(recorded.out, "over\n");
   EXPECT_THAT(recorded.err, HasSubstr("1 of 1 calls had not ended when the audit did"));
@@ -598,7 +598,7 @@ TEST_F(recording_test, of_a_terminal_that_is_gone_ends_as_an_interrupted_one) {
   const outcome recorded = in_lab(
       "/opt/nos/libexec/tessel-lab record /var/log/cap --host /var/log/inner"
       " --library /var/log/library 2>/dev/full & n=0\n"
-      "until [ -s /var/log/ready ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n"
+      "until [ -s /var/log/ready ] || [ $n -gt 3000 ]; do sleep 0.02; n=$((n+1)); done\n"
       "kill -HUP $!; wait $!; echo status $?",
       "");
   EXPECT_THAT(recorded.out, HasSubstr("status 129\n"));
@@ -625,7 +625,7 @@ TEST_F(recording_test, of_a_host_that_ignores_signals_makes_no_capture) {
 TEST_F(recording_test, that_is_interrupted_does_not_succeed_if_the_host_does) {
   const outcome recorded = record_and(
       "iface_show >/dev/null; echo ready >/var/log/ready; n=0\n"
-      "until [ -e /var/log/signalled ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done; exit 0",
+      "until [ -e /var/log/signalled ] || [ $n -gt 3000 ]; do sleep 0.02; n=$((n+1)); done; exit 0",
       "kill -INT $!; sleep 0.2; echo x >/var/log/signalled; wait $!; echo status $?");
   EXPECT_EQ(recorded.out, "status 130\n");
   expect_interrupted(recorded);
@@ -636,7 +636,7 @@ TEST_F(recording_test, leaves_nothing_if_it_is_killed) {
       record_and("iface_show >/dev/null; echo ready >/var/log/ready; exec sleep 600",
                  "ls -d /var/log/.cap.*\n"
                  "kill -KILL $!; wait $! 2>/dev/null; n=0\n"
-                 "while ls -d /var/log/.cap.* >/dev/null 2>&1 && [ $n -le 1000 ]; do sleep 0.02;"
+                 "while ls -d /var/log/.cap.* >/dev/null 2>&1 && [ $n -le 3000 ]; do sleep 0.02;"
                  " n=$((n+1)); done");
   EXPECT_THAT(recorded.out, HasSubstr("/var/log/.cap."));
   expect_no_capture();

@@ -868,12 +868,12 @@ TEST_F(namespace_test, signal_ends_the_host_and_its_tools) {
       " &\nlab=$!\n"
       "n=0; until [ -s " +
       log +
-      "/tool ] || [ $n -gt 500 ]; do sleep 0.02; n=$((n+1)); done\n"
+      "/tool ] || [ $n -gt 3000 ]; do sleep 0.02; n=$((n+1)); done\n"
       "kill -TERM $lab; wait $lab; echo status $?\n"
       "for f in host tool; do\n"
       "  n=0; while kill -0 $(cat " +
       log +
-      "/$f) 2>/dev/null && [ $n -lt 1000 ]; do\n"
+      "/$f) 2>/dev/null && [ $n -lt 3000 ]; do\n"
       "    sleep 0.02; n=$((n+1)); done\n"
       "  kill -0 $(cat " +
       log +

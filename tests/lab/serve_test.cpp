@@ -114,7 +114,7 @@ TEST_F(tools_test, answer_late_if_asked) {
   const char* remote = "ssh 192.0.0.4 /opt/nos/bin/fwd_object_show -t lagport -D";
   EXPECT_GE(seconds("lagmgr_health=0.3s", "lagmgr_health"), 0.3);
   EXPECT_GE(seconds("ssh=150ms,fwd_object_show=150ms", remote), 0.3);
-  EXPECT_LT(seconds("lagmgr_health=20s,chip=20s", remote), 15);
+  EXPECT_LT(seconds("lagmgr_health=600s,chip=600s", remote), 60);
   EXPECT_EQ(shell("export TESSEL_LAB_LATENCY=soon\nlagmgr_health").err,
             "lagmgr_health: latency \"soon\": not CLASS=TIME such as ssh=150ms\n");
 }
