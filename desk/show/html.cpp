@@ -87,7 +87,7 @@ void show_header(const judged_run& of, std::ostream& out) {
 void show_findings(const run& of, const std::vector<std::size_t>& findings, std::ostream& out) {
   if (findings.empty()) return;
   out << fmt::format("<details><summary>{} {}</summary>\n", findings.size(),
-                     findings.size() == 1 ? "finding" : "findings");
+                     findings.size() == 1 ? "message" : "messages");
   for (const std::size_t each : findings) show_finding(of.findings[each], out);
   out << "</details>\n";
 }

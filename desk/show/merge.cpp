@@ -16,7 +16,8 @@ namespace desk {
 namespace {
 
 bool counts(const finding& one) {
-  return one.kind != finding_kind::note && one.kind != finding_kind::failure;
+  return one.kind != finding_kind::note && one.kind != finding_kind::failure &&
+         !is_of_notation(one);
 }
 
 std::size_t number_of(const std::vector<merged_router>& routers, standing is) {

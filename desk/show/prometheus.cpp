@@ -35,7 +35,8 @@ std::string seconds(std::int64_t milliseconds) {
 void show_findings(const run& of, std::ostream& out) {
   head(out, "tessel_findings", "Findings of the audit by kind.");
   for (const auto kind : all_finding_kinds)
-    out << fmt::format("tessel_findings{{kind=\"{}\"}} {}\n", key_for(kind), total(of, kind));
+    out << fmt::format("tessel_findings{{kind=\"{}\"}} {}\n", key_for(kind),
+                       total_of_faults(of, kind));
 }
 
 void show_bundles(const judged_run& of, std::ostream& out) {

@@ -93,6 +93,15 @@ TEST(merged_text, is_a_table_and_the_first_causes_of_each) {
       "  partial: The audit stopped: the bundle manager shows no bundle.\n");
 }
 
+TEST(merged_text, counts_two_notations_of_one_value_as_no_finding) {
+  std::vector<merged_router> routers(1);
+  routers[0].name = "edge-1";
+  routers[0].of = run_with_two_notations();
+  routers[0].earlier = {{"before.json", ""}};
+  routers[0].new_findings = {true};
+  EXPECT_EQ(sentence_for(routers), "1 router: 0 agree, 0 differ, 1 not judged. 0 findings, 0 new.");
+}
+
 TEST(merged_text, has_less_or_more) {
   const auto routers = routers_of_a_network();
   EXPECT_THAT(text_of(routers, {true, false}), testing::EndsWith("agrees\n"));

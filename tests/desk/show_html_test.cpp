@@ -62,7 +62,7 @@ TEST(html_view, shows_each_cause_before_the_bundles) {
   EXPECT_THAT(why, HasSubstr("majority</span> 3 of 4 nodes hold the other value"));
   EXPECT_THAT(why, HasSubstr("Next: <code class=\"command\">Run fwd_object_show -t l2port"));
   EXPECT_THAT(why, HasSubstr("<a href=\"#b0\">"));
-  EXPECT_THAT(why, HasSubstr("<details><summary>1 finding</summary>"));
+  EXPECT_THAT(why, HasSubstr("<details><summary>1 message</summary>"));
   EXPECT_THAT(why, HasSubstr("<code>TC-108</code>"));
   EXPECT_LT(page.find("id=\"causes\""), page.find("id=\"bundles\""));
 }

@@ -60,6 +60,11 @@ TEST(prometheus, counts_findings_whose_text_is_lost) {
   EXPECT_THAT(shown(run), HasSubstr("tessel_findings{kind=\"inconsistency\"} 17\n"));
 }
 
+TEST(prometheus, counts_two_notations_of_one_value_as_no_finding) {
+  EXPECT_THAT(shown(run_with_two_notations()),
+              HasSubstr("tessel_findings{kind=\"inconsistency\"} 0\n"));
+}
+
 TEST(prometheus, gives_times_only_if_they_are_known) {
   auto run = healthy_run();
   EXPECT_THAT(shown(run), HasSubstr("\ntessel_run_start_time_seconds 1795345263.219\n"));
