@@ -60,8 +60,11 @@ class compared_places {
  private:
   // What a standby that is left out would hold is not compared.
   void share_with_standby(const run& of) {
-    for (const auto& [active, standby] : pairs_of_route_processors(of))
-      if (of.nodes[standby].takes_part && on_[active]) on_[standby] = true;
+    const route_processors all = route_processors_of(of);
+    if (std::none_of(all.active.begin(), all.active.end(), [&](auto at) { return on_[at]; }))
+      return;
+    for (const std::size_t at : all.standby)
+      if (of.nodes[at].takes_part) on_[at] = true;
   }
 
   std::vector<bool> on_;

@@ -692,10 +692,13 @@ void mark_chip_troubles(const run& of, coverage& entry) {
 // Also with one that is left out: what a standby lacks that was asked is a hole.
 void share_with_standby(covering& in) {
   const std::set<std::pair<std::int16_t, std::int16_t>> own = in.chips_with_members;
-  for (const auto& [active, standby] : pairs_of_route_processors(in.of))
-    for (const auto& [node, npu] : own)
-      if (static_cast<std::size_t>(node) == active)
-        in.chips_with_members.emplace(static_cast<std::int16_t>(standby), npu);
+  const route_processors all = route_processors_of(in.of);
+  for (const auto& [node, npu] : own) {
+    if (!std::binary_search(all.active.begin(), all.active.end(), static_cast<std::size_t>(node)))
+      continue;
+    for (const std::size_t at : all.standby)
+      in.chips_with_members.emplace(static_cast<std::int16_t>(at), npu);
+  }
 }
 
 covering::covering(run& of_run) : of(of_run), has_members(of_run.nodes.size()) {

@@ -68,14 +68,13 @@ std::int16_t run::node_index(std::string_view name) const {
   return no_place;
 }
 
-std::vector<std::pair<std::size_t, std::size_t>> pairs_of_route_processors(const run& of) {
-  const auto is = [&](std::size_t at, std::string_view role) {
-    return of.nodes[at].type == "RP" && of.nodes[at].role == role;
-  };
-  std::vector<std::pair<std::size_t, std::size_t>> made;
-  for (std::size_t active = 0; active < of.nodes.size(); ++active)
-    for (std::size_t standby = 0; is(active, "Active") && standby < of.nodes.size(); ++standby)
-      if (is(standby, "Standby")) made.emplace_back(active, standby);
+route_processors route_processors_of(const run& of) {
+  route_processors made;
+  for (std::size_t at = 0; at < of.nodes.size(); ++at) {
+    if (of.nodes[at].type != "RP") continue;
+    if (of.nodes[at].role == "Active") made.active.push_back(at);
+    if (of.nodes[at].role == "Standby") made.standby.push_back(at);
+  }
   return made;
 }
 

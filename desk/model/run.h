@@ -247,9 +247,13 @@ struct run {
   std::unordered_map<object_key, std::size_t, object_key_hash, object_key_equal> index;
 };
 
-// Each active route processor with each standby, by their places in run::nodes. A standby that is
-// live has the members of the active one; one that is not is never asked.
-[[nodiscard]] std::vector<std::pair<std::size_t, std::size_t>> pairs_of_route_processors(
-    const run& of);
+// By their places in run::nodes. A standby that is live has the members of the active one; one that
+// is not is never asked.
+struct route_processors {
+  std::vector<std::size_t> active;
+  std::vector<std::size_t> standby;
+};
+
+[[nodiscard]] route_processors route_processors_of(const run& of);
 
 }  // namespace desk
