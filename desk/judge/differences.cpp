@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <optional>
 #include <set>
 #include <tuple>
 #include <unordered_map>
@@ -240,6 +241,8 @@ std::size_t number_of(source table) {
                                   tables_of_nodes.begin());
 }
 
+using chip = std::pair<std::int16_t, std::int16_t>;  // node and NPU
+
 // What was read as a whole, looked up once for all objects. Where a layer was read in part only,
 // what it lacks may have been in the rest.
 struct whole_layers {
@@ -247,6 +250,7 @@ struct whole_layers {
   bool has_agents = true;
   bool manager_has_entries = false;
   std::vector<bool> is_torn;  // the forwarding layer, by index in run::nodes
+  std::set<chip> chips;
   // By table and node: the node takes part, and its table has entries.
   std::array<std::vector<bool>, tables_of_nodes.size()> is_filled;
 };
@@ -265,6 +269,8 @@ whole_layers whole_layers_of(const run& of) {
     const std::int16_t index = of.node_index(one.node);
     if (one.of == layer::dpa && index != no_place && is_hole(one))
       made.is_torn[static_cast<std::size_t>(index)] = true;
+    if (one.of == layer::bcm && index != no_place && one.state == coverage_state::read)
+      made.chips.emplace(index, npu_in(one.npu));
   }
   for (std::size_t table = 0; table < tables_of_nodes.size(); ++table)
     for (std::size_t i = 0; i < of.nodes.size(); ++i)
@@ -333,6 +339,7 @@ struct comparison {
   std::unordered_map<std::size_t, holders> of_bundle{};       // by index in run::objects
   std::unordered_map<std::size_t, compared_places> places{};  // the same
   value_forms forms{};
+  std::map<chip, std::set<text_id>> lags{};  // compared forms, of each chip that was read
   std::vector<difference> found{};
 };
 
@@ -494,11 +501,84 @@ std::array<bool, compared_fields.size()> fields_that_differ(comparison& at, cons
   return differs;
 }
 
+// The ids under which a chip may have the LAG of an object.
+struct lag_ids {
+  std::map<std::int16_t, std::set<text_id>> of_node;  // that its forwarding layer or agent holds
+  std::optional<text_id> of_most;
+  std::set<std::string> words;
+};
+
+lag_ids lag_ids_of(comparison& at, const object& one) {
+  lag_ids made;
+  std::map<text_id, std::size_t> votes;
+  for (const cell& c : one.cells) {
+    if (c.what != field::lag_id || c.node == no_place) continue;
+    const text_id form = at.forms.of(at.of, c.what, c.value);
+    made.of_node[c.node].insert(form);
+    made.words.emplace(at.of.texts.text(c.value));
+    ++votes[form];
+  }
+  const auto more = [](const auto& a, const auto& b) { return a.second < b.second; };
+  const auto top = std::max_element(votes.begin(), votes.end(), more);
+  if (std::count_if(votes.begin(), votes.end(),
+                    [&](const auto& vote) { return vote.second == top->second; }) == 1)
+    made.of_most = top->first;
+  return made;
+}
+
+const std::map<chip, std::set<text_id>>& lags_of_chips(comparison& at) {
+  if (!at.lags.empty()) return at.lags;
+  for (const auto& [place, ids] : at.of.chip_lags)
+    if (at.whole.chips.contains(place))
+      for (const text_id id : ids) at.lags[place].insert(at.forms.of(at.of, field::lag_id, id));
+  return at.lags;
+}
+
+// Of sub-bundles the audit asks the older chips only.
+bool is_asked_for_lag(const comparison& at, const object& one, std::int16_t node) {
+  const auto index = static_cast<std::size_t>(node);
+  constexpr std::size_t lagport = 1;
+  static_assert(tables_of_nodes[lagport] == source::lagport);
+  if (!at.held.on(lagport, index)) return false;
+  return one.kind == object_kind::bundle || (at.of.has_hqos && at.of.nodes[index].asic != jericho2);
+}
+
+// Where the LAG id differs, the audit asks all chips for the one that it saw first. Whether a chip
+// has the LAG under the id of its own node, or under that of most, only its table shows.
+void find_absent_lag(comparison& at, const object& one) {
+  const lag_ids ids = lag_ids_of(at, one);
+  difference made;
+  std::size_t holding = 0;
+  for (const auto& [place, lags] : lags_of_chips(at)) {
+    const auto own = ids.of_node.find(place.first);
+    if (own == ids.of_node.end() || !is_asked_for_lag(at, one, place.first)) continue;
+    const bool holds = (ids.of_most && lags.contains(*ids.of_most)) ||
+                       std::any_of(own->second.begin(), own->second.end(),
+                                   [&](text_id id) { return lags.contains(id); });
+    holding += holds ? 1 : 0;
+    witness& seen = made.witnesses.emplace_back();
+    seen.from = source::chip_lag;
+    seen.node = name_of_node(at.of, place.first);
+    seen.npu = std::to_string(place.second);
+    seen.is_odd = !holds;
+    seen.is = holds ? witness::state::holds : witness::state::absent;
+    seen.value = holds ? "present" : "";
+  }
+  if (holding == made.witnesses.size()) return;
+  made.object = name_of(at.of, one);
+  made.what = field::presence;
+  made.how_sure = sureness::named;
+  made.why = fmt::format("{} of {} chips have its LAG under any of the ids {}", holding,
+                         made.witnesses.size(), fmt::join(ids.words, ", "));
+  at.found.push_back(std::move(made));
+}
+
 void find_values(comparison& at, const object& one) {
   const auto differs = fields_that_differ(at, one);
   for (std::size_t i = 0; i < compared_fields.size(); ++i) {
     if (!differs[i]) continue;
     at.found.push_back(compare_field(at.of, one, compared_fields[i]));
+    if (compared_fields[i] == field::lag_id) find_absent_lag(at, one);
   }
 }
 

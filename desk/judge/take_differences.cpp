@@ -98,6 +98,11 @@ std::vector<std::size_t> candidates_for(judging& at, const difference& of) {
   return found;
 }
 
+bool is_of_one_chip(const difference& of, const witness& odd) {
+  return std::all_of(of.witnesses.begin(), of.witnesses.end(),
+                     [&](const witness& w) { return !w.is_odd || w.npu == odd.npu; });
+}
+
 void take_difference(judging& at, difference of) {
   const witness* odd = first_odd(of);
   // Of several odd nodes none is the place.
@@ -120,8 +125,8 @@ void take_difference(judging& at, difference of) {
     into.object = of.object;
     into.how_sure = of.how_sure;
     into.why = of.why;
-    into.npu = odd->npu;
-    into.next = command_for(at.of(), odd->from, odd->node, odd->npu);
+    if (is_of_one_chip(of, *odd)) into.npu = odd->npu;
+    into.next = command_for(at.of(), odd->from, odd->node, into.npu);
     at.causes.add_cause(index, into);
   }
   // What is missing on several nodes is so on each: what could not be verified there follows from

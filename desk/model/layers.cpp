@@ -353,6 +353,7 @@ void take_chip_map(intake& in, dump_path path) {
     const text_id lag = in.keep_key(lag_id_in(path[3]), source::chip_lag);
     in.pending.add_lag(lag, node, npu);
     in.count(source::chip_lag, node, npu, 1);
+    if (node != no_place && npu != no_place) in.into.chip_lags[{node, npu}].push_back(lag);
   }
 }
 

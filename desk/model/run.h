@@ -209,6 +209,8 @@ struct run {
   // By LAG id, node and NPU the sub-bundle of which a chip's LAG is: those with members, all of
   // which are its bundle's. Only with hierarchical QoS.
   std::map<std::tuple<text_id, std::int16_t, std::int16_t>, std::size_t> sub_bundle_lags;
+  // By node and NPU the ids of all LAGs that the chip has, also of those that no bundle has.
+  std::map<std::pair<std::int16_t, std::int16_t>, std::vector<text_id>> chip_lags;
   // Of a capture: by object what the chips' own tables hold of it, which the judge does not
   // compare; by node and NPU the first table that could not be read.
   bool keeps_questions = false;

@@ -170,6 +170,40 @@ TEST_F(run_of_a_test, a_chip_that_lacks_the_odd_lag_id_is_right) {
   EXPECT_THAT(is.causes[2].findings, ElementsAre(4));
 }
 
+// The audit asks every chip for 0x401, and hears of none which of them have the right LAG.
+TEST_F(run_of_a_test, a_chip_without_the_lag_is_found_behind_a_lag_id_that_differs) {
+  add_nodes(4);
+  set(field::lag_id, source::lagport, 0, "0x401");
+  const auto has = [&](std::int16_t node, std::vector<const char*> lags) {
+    for (const char* lag : lags) of.chip_lags[{node, 0}].push_back(of.texts.keep(lag));
+  };
+  has(0, {"0x9"});
+  has(1, {"0x1", "0x9"});
+  has(2, {"0x9", "0x401"});
+  has(3, {"0x01"});
+  find("TC-115", field::presence, "0/0/CPU0", layer::bcm);
+  of.findings.back().known = "0x401";
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 2U);
+  EXPECT_THAT(is.causes[0].title, HasSubstr("BE1: LAG id is 0x401 on 0/0/CPU0 (DPA)"));
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0));
+  EXPECT_EQ(is.causes[1].title,
+            "BE1: missing on 0/0/CPU0 NPU 0, 0/2/CPU0 NPU 0 (BCM, asic_shell_show)");
+  EXPECT_EQ(is.causes[1].why, "2 of 4 chips have its LAG under any of the ids 0x1, 0x401");
+}
+
+// It was programmed from the odd id, or the odd id is only in the layer above.
+TEST_F(run_of_a_test, a_chip_with_the_lag_under_an_id_of_its_node_lacks_nothing) {
+  add_nodes(4);
+  set(field::lag_id, source::lagport, 0, "0x401");
+  of.chip_lags[{0, 0}].push_back(of.texts.keep("0x401"));
+  for (const std::int16_t node : {std::int16_t{1}, std::int16_t{2}})
+    of.chip_lags[{node, 0}].push_back(of.texts.keep("0x1"));
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U) << "the LAGs of the last chip are not in the logs";
+  EXPECT_EQ(is.causes[0].differences.size(), 1U);
+}
+
 TEST_F(run_of_a_test, a_chip_that_lacks_the_odd_global_lif_is_right) {
   add_nodes(4);
   set(field::lif, source::l2port, 0, "0x00014500");

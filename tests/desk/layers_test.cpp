@@ -253,6 +253,15 @@ TEST_F(layers, count_the_sub_bundles_of_a_lag_as_well) {
   }
 }
 
+TEST_F(layers, keep_the_ids_of_all_lags_of_a_chip) {
+  run of;
+  read(of, dump("BCM", R"({"0/0/CPU0":{"0":{"diag_lag":{"LAG 0x1":{},"LAG 0x401":{}}},)"
+                       R"("1":{"tm_lag":{"0x2":{"members":[]}}}}})"));
+  const auto id = [&](const char* text) { return of.texts.find(text).value(); };
+  EXPECT_THAT(of.chip_lags.at({0, 0}), testing::ElementsAre(id("0x1"), id("0x401")));
+  EXPECT_THAT(of.chip_lags.at({0, 1}), testing::ElementsAre(id("0x2")));
+}
+
 // The id of one member is the end of the system port of another one.
 TEST_F(layers, take_no_system_port_for_a_member_id) {
   run of;
