@@ -53,6 +53,7 @@ class compared_places {
     }
     share_with_standby(of);
   }
+  [[nodiscard]] bool has_members(std::size_t node) const { return on_[node]; }
   // Also if nothing says where the members are.
   [[nodiscard]] bool may_have_members(std::int16_t node) const {
     return node == no_place || !is_known_ || on_[static_cast<std::size_t>(node)];
@@ -251,6 +252,7 @@ struct whole_layers {
   bool manager_has_entries = false;
   std::vector<bool> is_torn;  // the forwarding layer, by index in run::nodes
   std::set<chip> chips;
+  std::vector<bool> has_no_row;  // of any bundle in the agents' table; the same index
   // By table and node: the node takes part, and its table has entries.
   std::array<std::vector<bool>, tables_of_nodes.size()> is_filled;
 };
@@ -265,10 +267,13 @@ whole_layers whole_layers_of(const run& of) {
   made.has_agents = is_whole(layer::pd);
   made.manager_has_entries = has_entries(of, source::bundle_manager, no_place, no_place);
   made.is_torn.assign(of.nodes.size(), false);
+  made.has_no_row.assign(of.nodes.size(), false);
   for (const coverage& one : of.covered) {
     const std::int16_t index = of.node_index(one.node);
     if (one.of == layer::dpa && index != no_place && is_hole(one))
       made.is_torn[static_cast<std::size_t>(index)] = true;
+    if (one.of == layer::pd && index != no_place && one.state == coverage_state::empty)
+      made.has_no_row[static_cast<std::size_t>(index)] = true;
     if (one.of == layer::bcm && index != no_place && one.state == coverage_state::read)
       made.chips.emplace(index, npu_in(one.npu));
   }
@@ -351,7 +356,12 @@ const compared_places& places_of(comparison& at, const object& one) {
 // Whether a node is asked for an object in this table. What a torn table lacks is not known.
 bool is_asked(const comparison& at, const object& one, const compared_places& places,
               std::size_t table, std::size_t node) {
-  if (!at.whole.is_filled[table][node]) return false;
+  // The agents' table is one for all nodes. A node of which it has no row lacks those that its
+  // members must have, unless the node answers nothing at all.
+  const bool lacks_rows = tables_of_nodes[table] == source::agent && at.whole.has_no_row[node] &&
+                          at.of.nodes[node].takes_part && !at.whole.is_torn[node] &&
+                          places.has_members(node);
+  if (!at.whole.is_filled[table][node] && !lacks_rows) return false;
   if (!is_compared(at.of, one, places, tables_of_nodes[table], static_cast<std::int16_t>(node)))
     return false;
   const bool may_be_torn = tables_of_nodes[table] != source::agent && at.whole.is_torn[node];

@@ -162,6 +162,9 @@ void add_hole(judging& at, const hole_group& group, const by_likeness<const cove
                                                   : "nothing of it could be compared";
   made.next = hole.command;
   for (const coverage* one : holes.alike(hole)) take_explained(at, *one, made);
+  if (hole.of == layer::pd && hole.state == coverage_state::empty && !hole.node.empty())
+    for (const std::string& node : group.nodes)
+      at.empty_agents.try_emplace(node, at.into.causes.size());
   add_cause(at, std::move(made));
 }
 

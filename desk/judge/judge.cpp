@@ -101,7 +101,8 @@ shares shares_of(const judging& at) {
   const auto& causes = at.into.causes;
   for (std::size_t i = 0; i < causes.size(); ++i) {
     const cause& one = causes[i];
-    if (!one.differences.empty()) share_at(made, one.object.bundle, i).differs = true;
+    for (const difference& each : one.differences)
+      share_at(made, each.object.bundle, i).differs = true;
     for (const std::size_t f : one.findings) {
       const finding& explained = at.of().findings[f];
       if (explained.what == field::weight && explained.object.bundle.empty()) {

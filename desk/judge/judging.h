@@ -108,8 +108,9 @@ class finding_index {
 struct judging {
   judged_run& into;
   std::vector<difference> differences{};
-  std::vector<bool> is_explained{};                 // by finding
-  std::map<place_key, std::size_t> known_causes{};  // indexes in judged_run::causes
+  std::vector<bool> is_explained{};                   // by finding
+  std::map<place_key, std::size_t> known_causes{};    // indexes in judged_run::causes
+  std::map<std::string, std::size_t> empty_agents{};  // by node, the cause that says so
   finding_index findings{into.of.findings};
   cause_index causes{};
 

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
 #include <set>
 
 #include "desk/judge/differences.h"
@@ -103,7 +104,28 @@ bool is_of_one_chip(const difference& of, const witness& odd) {
                      [&](const witness& w) { return !w.is_odd || w.npu == odd.npu; });
 }
 
+// The cause that says of each node on which it is missing that its agent shows no bundle at all.
+std::optional<std::size_t> cause_of_empty_agents(const judging& at, const difference& of) {
+  std::optional<std::size_t> found;
+  if (of.what != field::presence) return found;
+  for (const witness& w : of.witnesses) {
+    if (!w.is_odd) continue;
+    const auto known = at.empty_agents.find(w.node);
+    if (w.from != source::agent || known == at.empty_agents.end()) return {};
+    if (found && *found != known->second) return {};
+    found = known->second;
+  }
+  return found;
+}
+
 void take_difference(judging& at, difference of) {
+  if (const auto empty = cause_of_empty_agents(at, of)) {
+    cause& into = at.into.causes[*empty];
+    into.why = "the agents' table was read to its end; what has members there is missing in it";
+    at.causes.add_difference(*empty, of.object, of.what);
+    into.differences.push_back(std::move(of));
+    return;
+  }
   const witness* odd = first_odd(of);
   // Of several odd nodes none is the place.
   const bool has_one_node =

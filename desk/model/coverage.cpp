@@ -229,6 +229,11 @@ void cover_agent(covering& in, const node& at, const coverage& whole) {
     // route processor.
     entry.is_normal =
         entry.state == coverage_state::empty && (at.role == "Standby" || !has_members(in, at));
+    const std::string complaint = complaint_with(in.of, tool_of(source::agent));
+    if (entry.state == coverage_state::empty && !entry.is_normal && !complaint.empty()) {
+      entry.state = coverage_state::failed;
+      entry.reason = complaint;
+    }
   }
   in.of.covered.push_back(std::move(entry));
 }

@@ -98,6 +98,7 @@ struct intake {
     if (!same_text(text, into.texts.text(last_id))) last_id = keep_value(text, from, field::none);
     return last_id;
   }
+  bool agents_have_rows = false;  // in any bundle, of whatever form
   bool has_too_many_nodes = false;
   std::size_t notes_left_out = 0;
   text_id last_id = keep("");
@@ -247,7 +248,13 @@ void take_manager(intake& in, dump_path path, std::string_view value) {
     set(in.object_at(object_kind::member, path[0], path[2]), field::handle);
 }
 
+// Marks of the audit's own, which stand in an entry without a row as well.
+bool is_mark(std::string_view key) {
+  return key == "Visited" || key == "Node Description";
+}
+
 void take_agent(intake& in, dump_path path, std::string_view value) {
+  if (!in.agents_have_rows) in.agents_have_rows = path.size() > 1 && !is_mark(path[1]);
   if (path.size() == 3 && path[2] == "lagid") {
     const std::size_t bundle = in.object_at(object_kind::bundle, path[0], path[0]);
     const std::int16_t node = in.node_of(path[1]);
@@ -501,6 +508,8 @@ void take_map(intake& in, std::string_view label, dump_path path) {
     case dump::manager:
       return count_entry(source::bundle_manager);
     case dump::agents:
+      in.agents_have_rows =
+          in.agents_have_rows || path.size() > 2 || (path.size() == 2 && path[1] != "members");
       return count_entry(source::agent);
     case dump::forwarding:
       return take_forwarding_map(in, path);
@@ -554,6 +563,8 @@ void find_tables_of_other_form(const intake& in) {
   for (const auto& [place, count] : in.into.tables) entries[std::get<0>(place)] += count;
   for (const needed_field& one : needed_fields) {
     if (entries[one.from] < fewest_entries) continue;
+    // The agents lost all bundles: there is no row that could be of another form.
+    if (one.from == source::agent && !in.agents_have_rows) continue;
     if (in.is_seen[std::size_t(one.from)][std::size_t(one.what)]) continue;
     in.into.not_understood.try_emplace(
         layer_of(one.from),

@@ -234,7 +234,9 @@ bundle_verdict plain_verdict(const judged_run& is, const std::string& name) {
   made.bundle = name;
   for (std::size_t i = 0; i < is.causes.size(); ++i) {
     const cause& one = is.causes[i];
-    const bool is_its_own = one.object.bundle == name && !one.differences.empty();
+    const bool is_its_own =
+        std::any_of(one.differences.begin(), one.differences.end(),
+                    [&](const difference& each) { return each.object.bundle == name; });
     std::size_t count = 0;
     bool is_wrong = false;
     for (const std::size_t f : one.findings) {

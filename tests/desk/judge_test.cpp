@@ -337,6 +337,41 @@ TEST_F(run_of_a_test, a_node_that_was_not_read_is_one_cause_and_never_agreement)
   EXPECT_FALSE(is.is_wholly_judged);
 }
 
+// The agents' table was read. That it has no row of a node is one reason for all bundles there.
+TEST_F(run_of_a_test, what_an_agent_shows_of_no_bundle_is_missing_there) {
+  for (const bool has_complained : {false, true}) {
+    of = run();
+    SetUp();
+    add_nodes(3);
+    add_bundle("BE2");
+    add_bundle("BE3");
+    for (const char* name : {"BE1", "BE2"})
+      of.places[of.object_at(object_kind::member, name, "0/2/0/0")].node = 2;
+    of.places[of.object_at(object_kind::member, "BE3", "0/0/0/0")].node = 0;
+    for (object& one : of.objects)
+      std::erase_if(one.cells,
+                    [](const cell& c) { return c.from == source::agent && c.node == 2; });
+    of.tables.erase({source::agent, 2, no_place});
+    if (has_complained) of.complaints.emplace_back("lagmgr_agent_show: no answer from an agent");
+    for (int i = 0; i < 2; ++i) {
+      find("TC-101", field::presence, "0/2/CPU0", layer::pd);
+      of.findings.back().object = {object_kind::node, "", "0/2/CPU0"};
+    }
+    const judged_run is = judged();
+    ASSERT_EQ(is.causes.size(), 1U);
+    EXPECT_THAT(is.causes[0].findings, ElementsAre(0, 1));
+    const auto expected = has_complained ? verdict::not_judged : verdict::differs;
+    for (const std::size_t i : {std::size_t{0}, std::size_t{1}})
+      EXPECT_EQ(is.bundles.at(i).is, expected);
+    EXPECT_EQ(is.bundles.at(2).is, verdict::not_judged);
+    if (has_complained) continue;
+    EXPECT_THAT(is.causes[0].title,
+                HasSubstr("0/2/CPU0: the agents (PD) empty: the agents' table"));
+    EXPECT_EQ(is.causes[0].differences.size(), 2U);
+    EXPECT_EQ(is.bundles[0].first, layer::pd);
+  }
+}
+
 // The audit reaches the chips of a node only where the layers above hold the object.
 TEST_F(run_of_a_test, what_a_chip_lacks_is_not_explained_by_a_layer_above_that_was_not_read) {
   add_nodes(3);

@@ -262,6 +262,24 @@ TEST_F(layers, keep_the_ids_of_all_lags_of_a_chip) {
   EXPECT_THAT(of.chip_lags.at({0, 1}), testing::ElementsAre(id("0x2")));
 }
 
+// Agents that lost every bundle list the bundles only. A row that is not known is another matter.
+TEST_F(layers, take_bundles_without_a_row_for_understood) {
+  const auto misunderstood = [&](const std::string& entry) {
+    std::string text;
+    for (const char* name : {"BE1", "BE2", "BE3"})
+      text.append(text.empty() ? "\"" : ",\"").append(name).append("\":{") += entry + "}";
+    run of;
+    read(of, dump("BM PD", "{" + text + "}"));
+    return of.not_understood.size();
+  };
+  EXPECT_EQ(misunderstood(R"("Visited":1,"members":{})"), 0U);
+  EXPECT_EQ(misunderstood(R"("Node Description":"x")"), 0U);
+  EXPECT_EQ(misunderstood(R"("Visited":1,"members":{"0/0/CPU0":{}})"), 1U);
+  EXPECT_EQ(misunderstood(R"("rows":{})"), 1U);
+  EXPECT_EQ(misunderstood(R"("rows":["0/0/CPU0 1"])"), 1U);
+  EXPECT_EQ(misunderstood(R"("0/0/CPU0":{"lag":"0x1"},"members":{})"), 1U);
+}
+
 // The id of one member is the end of the system port of another one.
 TEST_F(layers, take_no_system_port_for_a_member_id) {
   run of;
