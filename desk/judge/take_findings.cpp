@@ -75,10 +75,30 @@ std::string command_for_table(const run& of, const finding& one) {
   return ask(table);
 }
 
+// Nothing is looked up by a MAC, an MTU or a weight; by the ids of a LAG and its members and by the
+// NPU, no LIF, no router interface and no MAC.
+bool can_be_unverified_after(field from, field what) {
+  switch (from) {
+    case field::mac:
+    case field::mtu:
+    case field::weight:
+    case field::weight_limit:
+      return false;
+    case field::lag_id:
+    case field::member_id:
+    case field::npu:
+      return what == field::none || what == field::presence || what == field::lag_id ||
+             what == field::member_id || what == field::npu;
+    default:
+      return true;
+  }
+}
+
 // A layer is programmed by the values of the one above. So a LAG under another id, or a global LIF
 // or router interface of another number, is missing further down; an MTU is not.
 bool can_follow(field from, const finding& one) {
-  if (from == field::presence || from == one.what || is_doubt(one)) return true;
+  if (from == field::presence || from == one.what) return true;
+  if (is_doubt(one)) return can_be_unverified_after(from, one.what);
   if (one.of != layer::bcm) return false;
   switch (from) {
     case field::lag_id:
@@ -228,7 +248,10 @@ void take_finding(judging& at, const open_places& open, std::size_t index) {
     at.into.unexplained.push_back(index);
     return;
   }
-  const std::size_t made = cause_at(at, {subject_key(one), one.node, one.of});
+  // What does not follow from the cause of this place is no part of it.
+  const bool is_apart = is_doubt(one) && !one.object.bundle.empty() && !one.node.empty();
+  const std::string subject = subject_key(one) + (is_apart ? " not verified" : "");
+  const std::size_t made = cause_at(at, {subject, one.node, one.of});
   give_finding(at, made, index);
   cause& into = at.into.causes[made];
   if (!into.title.empty()) return;

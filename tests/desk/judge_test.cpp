@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -827,6 +828,40 @@ TEST_F(run_of_a_test, a_lag_id_explains_what_the_chip_lacks_and_no_mtu) {
   ASSERT_EQ(is.causes.size(), 2U);
   EXPECT_THAT(is.causes[0].findings, ElementsAre(0, 1));
   EXPECT_THAT(is.causes[1].findings, ElementsAre(2));
+}
+
+// A LIF that could not be looked up has nothing to do with a MAC.
+TEST_F(run_of_a_test, what_could_not_be_verified_follows_only_from_what_it_is_looked_up_by) {
+  for (const auto& [what, causes] :
+       std::map<field, std::size_t>{{field::mac, 2}, {field::lag_id, 2}, {field::lif, 1}}) {
+    of = run();
+    SetUp();
+    add_nodes(3);
+    const bool is_lag = what == field::lag_id;
+    const source from = is_lag ? source::lagport : source::l2port;
+    for (const std::int16_t node : {std::int16_t{0}, std::int16_t{1}, std::int16_t{2}})
+      set(what, from, node, node == 2 ? "0x00014500" : is_lag ? "0x1" : "0x00014000");
+    find("TC-760", field::lif, "0/2/CPU0", layer::bcm, finding_kind::failure);
+    of.findings.back().object = {object_kind::sub_bundle, "BE1", "BE1.1"};
+    const judged_run is = judged();
+    ASSERT_EQ(is.causes.size(), causes) << word_for(what);
+    EXPECT_THAT(is.causes.back().findings, ElementsAre(0));
+  }
+}
+
+TEST_F(run_of_a_test, what_could_not_be_verified_is_no_part_of_another_message_of_its_place) {
+  add_nodes(2);
+  find("TC-206", field::mac, "0/1/CPU0", layer::bcm, finding_kind::programming);
+  for (const field what : {field::lif, field::none}) {
+    find("TC-760", what, "0/1/CPU0", layer::bcm, finding_kind::failure);
+    of.findings.back().object = {object_kind::sub_bundle, "BE1", "BE1.1"};
+  }
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 2U);
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0));
+  EXPECT_THAT(is.causes[1].findings, ElementsAre(1, 2));
+  EXPECT_EQ(is.bundles[0].is, verdict::differs);
+  EXPECT_THAT(is.bundles[0].not_judged, testing::Contains(is.causes[1].title));
 }
 
 TEST_F(run_of_a_test, a_delayed_delete_belongs_to_its_object_whichever_node_is_the_odd_one) {
