@@ -95,6 +95,23 @@ void share_weight(shares& made, mention_finder& names, const run& of, std::size_
   for (const std::string& bundle : bundles) ++share_at(made, bundle, cause).findings;
 }
 
+// Messages that name no bundle, as many at a place as bundles that it lacks: each bundle has one.
+void share_without_entry(shares& made, const judging& at, std::size_t cause) {
+  const desk::cause& of = at.into.causes[cause];
+  std::set<std::pair<std::string, layer>> places;
+  for (const std::size_t f : of.findings) {
+    const finding& one = at.of().findings[f];
+    if (one.code == "TC-101" && one.object.bundle.empty() &&
+        at.findings.is_one_each(one.node, one.of))
+      places.emplace(one.node, one.of);
+  }
+  if (places.empty()) return;
+  for (const difference& each : of.differences)
+    for (const witness& w : each.witnesses)
+      if (each.what == field::presence && w.is_odd && places.contains({w.node, layer_of(w.from)}))
+        ++share_at(made, each.object.bundle, cause).findings;
+}
+
 shares shares_of(const judging& at) {
   shares made;
   mention_finder names(at.of());
@@ -113,6 +130,7 @@ shares shares_of(const judging& at) {
       ++of.findings;
       of.differs = of.differs || !is_doubt(explained);
     }
+    share_without_entry(made, at, i);
     if (is_doubt_of_all(at.of(), one)) made.doubts.push_back(i);
   }
   for (const std::string& log : at.of().lost_logs)

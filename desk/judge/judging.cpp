@@ -157,6 +157,11 @@ void finding_index::expect_without_entry(const std::string& node, layer in) {
   if (at != without_entry_.end()) ++at->second.bundles;
 }
 
+bool finding_index::is_one_each(const std::string& node, layer in) const {
+  const auto at = without_entry_.find({node, in});
+  return at != without_entry_.end() && at->second.bundles == at->second.findings.size();
+}
+
 finding_index::list finding_index::take_without_entry(const std::string& node, layer in) {
   const auto at = without_entry_.find({node, in});
   if (at == without_entry_.end()) return {};

@@ -90,6 +90,8 @@ class finding_index {
   // which have the same reason.
   void expect_without_entry(const std::string& node, layer in);
   [[nodiscard]] list take_without_entry(const std::string& node, layer in);
+  // Each bundle that the place lacks has one.
+  [[nodiscard]] bool is_one_each(const std::string& node, layer in) const;
   [[nodiscard]] const std::map<std::string, list>& codes() const { return codes_; }
 
  private:

@@ -118,6 +118,15 @@ std::optional<std::size_t> cause_of_empty_agents(const judging& at, const differ
   return found;
 }
 
+// Of several bundles that the place lacks, or of one that no table shows.
+bool has_message_of_any_bundle(const judging& at, const cause& of) {
+  return std::any_of(of.findings.begin(), of.findings.end(), [&](std::size_t i) {
+    const finding& one = at.of().findings[i];
+    return one.code == "TC-101" && one.object.bundle.empty() &&
+           !at.findings.is_one_each(one.node, one.of);
+  });
+}
+
 void take_difference(judging& at, difference of) {
   if (const auto empty = cause_of_empty_agents(at, of)) {
     cause& into = at.into.causes[*empty];
@@ -168,6 +177,9 @@ void take_differences(judging& at) {
       if (one.what == field::presence && w.is_odd)
         at.findings.expect_without_entry(w.node, layer_of(w.from));
   for (difference& one : at.differences) take_difference(at, std::move(one));
+  for (cause& one : at.into.causes)
+    if (!one.differences.empty() && has_message_of_any_bundle(at, one))
+      one.why += "; TC-101 names no bundle, and may be of another";
 }
 
 }  // namespace desk

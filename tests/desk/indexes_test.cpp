@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "desk/judge/differences.h"
@@ -228,6 +229,36 @@ bool leaves_all_in_doubt(const judged_run& is, const cause& one) {
                      [&](std::size_t f) { return is_of(is, f, ""); });
 }
 
+// The messages of a cause that name no bundle, and of which the bundle has one all the same: there
+// are as many as their place lacks bundles.
+std::size_t plain_without_entry(const judged_run& is, const cause& of, const std::string& name) {
+  const auto lacking = [](const cause& in, const finding& at, const std::string* bundle) {
+    std::size_t count = 0;
+    for (const difference& each : in.differences)
+      for (const witness& w : each.witnesses)
+        if (each.what == field::presence && w.is_odd && w.node == at.node &&
+            layer_of(w.from) == at.of && (bundle == nullptr || each.object.bundle == *bundle))
+          ++count;
+    return count;
+  };
+  const auto is_alike = [](const finding& a, const finding& b) {
+    return a.code == "TC-101" && b.code == "TC-101" && a.node == b.node && a.of == b.of;
+  };
+  std::size_t count = 0;
+  std::set<std::pair<std::string, layer>> places;
+  for (const std::size_t f : of.findings) {
+    const finding& one = is.of.findings[f];
+    if (one.code != "TC-101" || !one.object.bundle.empty()) continue;
+    if (!places.emplace(one.node, one.of).second) continue;
+    std::size_t bundles = 0;
+    for (const cause& each : is.causes) bundles += lacking(each, one, nullptr);
+    const auto messages = std::count_if(is.of.findings.begin(), is.of.findings.end(),
+                                        [&](const finding& each) { return is_alike(each, one); });
+    if (bundles == static_cast<std::size_t>(messages)) count += lacking(of, one, &name);
+  }
+  return count;
+}
+
 // From all causes and all their findings.
 bundle_verdict plain_verdict(const judged_run& is, const std::string& name) {
   bundle_verdict made;
@@ -249,7 +280,7 @@ bundle_verdict plain_verdict(const judged_run& is, const std::string& name) {
       continue;
     }
     made.causes.push_back(i);
-    made.findings += count;
+    made.findings += count + plain_without_entry(is, one, name);
     if (is_its_own || is_wrong) {
       made.is = verdict::differs;
       made.first = std::min(made.first, one.first);

@@ -386,6 +386,8 @@ TEST_F(run_of_a_test, what_an_agent_shows_of_no_bundle_is_missing_there) {
     EXPECT_THAT(is.causes[0].title,
                 HasSubstr("0/2/CPU0: the agents (PD) empty: the agents' table"));
     EXPECT_EQ(is.causes[0].differences.size(), 2U);
+    EXPECT_EQ(is.bundles[0].findings, 1U);
+    EXPECT_EQ(is.bundles[1].findings, 1U);
     EXPECT_EQ(is.bundles[0].first, layer::pd);
   }
 }
@@ -1251,6 +1253,12 @@ TEST_F(run_of_a_test, each_bundle_that_a_node_lacks_has_one_of_the_messages) {
     ASSERT_EQ(is.causes.size(), 2U);
     EXPECT_EQ(is.causes[0].findings.size(), messages == 2 ? 1 : 3);
     EXPECT_EQ(is.causes[1].findings.size(), messages == 2 ? 1 : 0);
+    for (const bundle_verdict& one : is.bundles)
+      EXPECT_EQ(one.findings, messages == 2 ? 1U : 0U) << "of which bundle they are, nobody knows";
+    EXPECT_EQ(is.causes[0].why,
+              messages == 2
+                  ? "2 of 3 nodes hold it"
+                  : "2 of 3 nodes hold it; TC-101 names no bundle, and may be of another");
   }
 }
 
