@@ -161,6 +161,10 @@ void add_hole(judging& at, const hole_group& group, const by_likeness<const cove
   made.why = hole.state == coverage_state::partly ? "a part of it could not be compared"
                                                   : "nothing of it could be compared";
   made.next = hole.command;
+  std::vector<chip_name> chips;
+  for (const coverage* one : holes.alike(hole)) chips.push_back({one->node, one->npu});
+  if (hole.of == layer::bcm && !hole.npu.empty() && chips.size() > 1)
+    made.next = command_for_chips(at.of(), chips);
   for (const coverage* one : holes.alike(hole)) take_explained(at, *one, made);
   if (hole.of == layer::pd && hole.state == coverage_state::empty && !hole.node.empty())
     for (const std::string& node : group.nodes)

@@ -1,6 +1,10 @@
 #include "desk/judge/judging.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+
+#include "desk/model/coverage.h"
 
 namespace desk {
 
@@ -121,6 +125,23 @@ void add_cause(judging& at, cause made) {
 void give_finding(judging& at, std::size_t cause, std::size_t finding) {
   at.into.causes[cause].findings.push_back(finding);
   at.causes.add_finding(cause, at.of().findings[finding].object, at.of().findings[finding].what);
+}
+
+std::string command_for_chips(const run& of, const std::vector<chip_name>& chips) {
+  std::vector<chip_name> asked;
+  std::map<std::string_view, std::size_t> by_node;
+  for (const chip_name& one : chips) {
+    const auto [known, is_new] = by_node.try_emplace(one.node, asked.size());
+    if (is_new)
+      asked.push_back(one);
+    else if (asked[known->second].npu != one.npu)
+      asked[known->second].npu = {};
+  }
+  std::vector<std::string> commands;
+  commands.reserve(asked.size());
+  for (const chip_name& one : asked)
+    commands.push_back(command_for(of, source::chip_lag, one.node, one.npu));
+  return fmt::format("{}", fmt::join(commands, "; "));
 }
 
 // ---- Findings -----------------------------------------------------------------------------------

@@ -132,6 +132,14 @@ void add_cause(judging& at, cause made);
 // From now on the cause explains it.
 void give_finding(judging& at, std::size_t cause, std::size_t finding);
 
+struct chip_name {
+  std::string_view node;
+  std::string_view npu;
+};
+// What shows the LAGs of these chips: a command for each node, for all of its chips if several of
+// them are named.
+[[nodiscard]] std::string command_for_chips(const run& of, const std::vector<chip_name>& chips);
+
 // Of the odd witnesses the one of the uppermost layer; null if none is odd.
 [[nodiscard]] const witness* first_odd(const difference& of);
 

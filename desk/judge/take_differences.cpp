@@ -127,6 +127,14 @@ bool has_message_of_any_bundle(const judging& at, const cause& of) {
   });
 }
 
+std::string next_of(const run& of, const difference& made, const witness& odd) {
+  if (odd.from != source::chip_lag) return command_for(of, odd.from, odd.node, odd.npu);
+  std::vector<chip_name> chips;
+  for (const witness& w : made.witnesses)
+    if (w.is_odd && w.from == source::chip_lag) chips.push_back({w.node, w.npu});
+  return command_for_chips(of, chips);
+}
+
 void take_difference(judging& at, difference of) {
   if (const auto empty = cause_of_empty_agents(at, of)) {
     cause& into = at.into.causes[*empty];
@@ -157,7 +165,7 @@ void take_difference(judging& at, difference of) {
     into.how_sure = of.how_sure;
     into.why = of.why;
     if (is_of_one_chip(of, *odd)) into.npu = odd->npu;
-    into.next = command_for(at.of(), odd->from, odd->node, into.npu);
+    into.next = next_of(at.of(), of, *odd);
     at.causes.add_cause(index, into);
   }
   // What is missing on several nodes is so on each: what could not be verified there follows from

@@ -323,6 +323,28 @@ same_messages common_of(const judging& at, const same_messages& all, std::size_t
   return made.findings.empty() ? all : made;
 }
 
+// A command for each node, for all of its chips where the messages are about several.
+std::string next_of_all(const run& of, const std::vector<std::size_t>& findings) {
+  std::vector<finding> shown;  // the first one of each node
+  std::map<std::string, std::size_t> by_node;
+  for (const std::size_t i : findings) {
+    const finding& one = of.findings[i];
+    const auto [known, is_new] = by_node.try_emplace(one.node, shown.size());
+    if (is_new)
+      shown.push_back(one);
+    else if (shown[known->second].npu != one.npu)
+      shown[known->second].npu.clear();
+  }
+  std::vector<std::string> commands;
+  for (const finding& one : shown) {
+    std::string next = next_for(of, one);
+    if (next.empty() || std::find(commands.begin(), commands.end(), next) != commands.end())
+      continue;
+    commands.push_back(std::move(next));
+  }
+  return fmt::format("{}", fmt::join(commands, "; "));
+}
+
 void add_common(judging& at, const same_messages& common, std::size_t configured) {
   const finding& first = at.of().findings[common.findings.front()];
   cause made;
@@ -337,7 +359,7 @@ void add_common(judging& at, const same_messages& common, std::size_t configured
       nodes.empty() ? "" : fmt::format(" on {}", words_for_nodes(nodes)), shortened(first.text));
   made.how_sure = is_doubt(first) ? sureness::unknown : sureness::named;
   made.why = "look for one reason that they share, such as a tool that printed nothing";
-  made.next = next_for(at.of(), first);
+  made.next = next_of_all(at.of(), common.findings);
   if (made.next.empty() && first.of == layer::dpa) made.next = "/opt/nos/bin/plat_nodes_show -v";
   made.findings = common.findings;
   for (const std::size_t i : common.findings) at.is_explained[i] = true;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "desk/model/coverage.h"
@@ -174,6 +175,7 @@ TEST_F(run_of_a_test, a_chip_that_lacks_the_odd_lag_id_is_right) {
 // The audit asks every chip for 0x401, and hears of none which of them have the right LAG.
 TEST_F(run_of_a_test, a_chip_without_the_lag_is_found_behind_a_lag_id_that_differs) {
   add_nodes(4);
+  for (std::size_t i = 0; i < of.nodes.size(); ++i) of.nodes[i].id = std::to_string(4 + i);
   set(field::lag_id, source::lagport, 0, "0x401");
   const auto has = [&](std::int16_t node, std::vector<const char*> lags) {
     for (const char* lag : lags) of.chip_lags[{node, 0}].push_back(of.texts.keep(lag));
@@ -191,6 +193,8 @@ TEST_F(run_of_a_test, a_chip_without_the_lag_is_found_behind_a_lag_id_that_diffe
   EXPECT_EQ(is.causes[1].title,
             "BE1: missing on 0/0/CPU0 NPU 0, 0/2/CPU0 NPU 0 (BCM, asic_shell_show)");
   EXPECT_EQ(is.causes[1].why, "2 of 4 chips have its LAG under any of the ids 0x1, 0x401");
+  const std::string lags = "/opt/nos/bin/asic_shell_show -c \"diag lag\" -u 0 -n ";
+  EXPECT_EQ(is.causes[1].next, lags + "4; " + lags + "6");
 }
 
 // It was programmed from the odd id, or the odd id is only in the layer above.
@@ -505,6 +509,38 @@ TEST_F(run_of_a_test, a_message_about_all_bundles_names_the_nodes_that_share_it)
   ASSERT_NE(common, is.causes.end());
   EXPECT_EQ(common->node, "");
   EXPECT_THAT(common->title, testing::StartsWith("4 of 4 bundles on 0/0/CPU0, 0/2/CPU0: "));
+}
+
+// The same message of two chips of a card, and of one chip of another card.
+TEST_F(run_of_a_test, what_is_next_after_a_message_about_all_bundles_asks_each_of_its_chips) {
+  add_nodes(2);
+  of.nodes[0].id = "4";
+  of.nodes[1].id = "5";
+  for (const char* name : {"BE2", "BE3", "BE4"}) add_bundle(name);
+  for (const auto& [node, npu] : std::vector<std::pair<const char*, const char*>>{
+           {"0/0/CPU0", "0"}, {"0/0/CPU0", "1"}, {"0/1/CPU0", "1"}})
+    for (const char* name : {"BE1", "BE2", "BE3", "BE4"}) {
+      find("TC-118", field::mtu, node, layer::bcm);
+      of.findings.back().object = {object_kind::bundle, name, name};
+      of.findings.back().npu = npu;
+    }
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  const std::string table =
+      "/opt/nos/bin/asic_shell_show -c \"dump EPNI_PACKETPROCESSING_PORT_CONFIGURATION_TABLE\" ";
+  EXPECT_EQ(is.causes[0].next, table + "-u all -n 4; " + table + "-u 1 -n 5");
+}
+
+TEST_F(run_of_a_test, what_is_next_after_chips_that_were_not_read_asks_all_of_them) {
+  add_nodes(2);
+  of.nodes[0].id = "4";
+  of.nodes[0].npus = {"0", "1"};
+  of.nodes[1].id = "5";
+  for (node& each : of.nodes) each.has_supported_asic = false;
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  const std::string table = "/opt/nos/bin/asic_shell_show -c \"diag lag\" ";
+  EXPECT_EQ(is.causes[0].next, table + "-u all -n 4; " + table + "-u 0 -n 5");
 }
 
 TEST_F(run_of_a_test, a_run_that_left_nothing_says_where_to_look) {
