@@ -12,7 +12,6 @@
 #include "desk/judge/differences.h"
 #include "desk/judge/judging.h"
 #include "desk/model/coverage.h"
-#include "desk/model/mentions.h"
 
 namespace desk {
 
@@ -84,17 +83,6 @@ share& share_at(shares& of, const std::string& bundle, std::size_t cause) {
                                                   : all.back();
 }
 
-// A message about too much weight may be that of any bundle with its numbers.
-void share_weight(shares& made, mention_finder& names, const run& of, std::size_t cause,
-                  const finding& one) {
-  std::set<std::string> bundles;
-  for (const auto& place : names.weighing(one.reported, one.known))
-    if (one.node.empty() ||
-        (place.node != no_place && of.nodes[static_cast<std::size_t>(place.node)].name == one.node))
-      bundles.insert(of.objects[place.one->bundle].name);
-  for (const std::string& bundle : bundles) ++share_at(made, bundle, cause).findings;
-}
-
 // Messages that name no bundle, as many at a place as bundles that it lacks: each bundle has one.
 void share_without_entry(shares& made, const judging& at, std::size_t cause) {
   const desk::cause& of = at.into.causes[cause];
@@ -112,9 +100,8 @@ void share_without_entry(shares& made, const judging& at, std::size_t cause) {
         ++share_at(made, each.object.bundle, cause).findings;
 }
 
-shares shares_of(const judging& at) {
+shares shares_of(judging& at) {
   shares made;
-  mention_finder names(at.of());
   const auto& causes = at.into.causes;
   for (std::size_t i = 0; i < causes.size(); ++i) {
     const cause& one = causes[i];
@@ -122,8 +109,9 @@ shares shares_of(const judging& at) {
       share_at(made, each.object.bundle, i).differs = true;
     for (const std::size_t f : one.findings) {
       const finding& explained = at.of().findings[f];
-      if (explained.what == field::weight && explained.object.bundle.empty()) {
-        share_weight(made, names, at.of(), i, explained);
+      if (is_of_unknown_weight(explained)) {
+        for (const std::string& bundle : bundles_of_weight(at, explained))
+          ++share_at(made, bundle, i).findings;
         continue;
       }
       share& of = share_at(made, explained.object.bundle, i);

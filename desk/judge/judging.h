@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "desk/judge/judged_run.h"
+#include "desk/model/mentions.h"
 
 namespace desk {
 
@@ -115,6 +116,7 @@ struct judging {
   std::map<std::string, std::size_t> empty_agents{};  // by node, the cause that says so
   finding_index findings{into.of.findings};
   cause_index causes{};
+  mention_finder names{into.of};
 
   [[nodiscard]] const run& of() const { return into.of; }
 };
@@ -142,6 +144,11 @@ struct chip_name {
 
 // Of the odd witnesses the one of the uppermost layer; null if none is odd.
 [[nodiscard]] const witness* first_odd(const difference& of);
+
+// A message about too much weight names no bundle: all those with its numbers, on its node if that
+// is known, in the order in which they were read.
+[[nodiscard]] std::vector<std::string> bundles_of_weight(judging& at, const finding& one);
+[[nodiscard]] bool is_of_unknown_weight(const finding& one);
 
 // It could not be verified, as opposed to being wrong.
 [[nodiscard]] bool is_doubt(const finding& one);

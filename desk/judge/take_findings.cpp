@@ -176,6 +176,8 @@ bool has_unknown_place(const finding& one) {
 std::string_view why_of(const finding& one) {
   if (is_scale(one)) return "the audit counted what is configured";
   if (has_unknown_place(one)) return "the message shows the numbers only, and they name no place";
+  if (is_of_unknown_weight(one))
+    return "the message shows the numbers only, and more than one bundle or none has these";
   if (one.what == field::weight)
     return "the message shows the numbers only, which are this place's";
   if (is_of_notation(one)) return "both mean the same, and the audit may have compared no further";
@@ -228,6 +230,17 @@ std::string subject_key(const finding& one) {
   return one.number ? without_number(one.text) : one.text;
 }
 
+// "BE1 or BE12: weight on 0/0/CPU0 (DPA): 2, the limit is 1".
+std::string title_of_weight(judging& at, const finding& one) {
+  constexpr std::size_t most = 4;
+  const std::vector<std::string> bundles = bundles_of_weight(at, one);
+  std::string title = title_of(one);
+  if (bundles.empty()) return title;
+  return (bundles.size() > most ? fmt::format("one of {} bundles", bundles.size())
+                                : fmt::format("{}", fmt::join(bundles, " or "))) +
+         title.substr(title.find(':'));
+}
+
 void take_finding(judging& at, const open_places& open, std::size_t index) {
   const finding& named = at.of().findings[index];
   const std::string_view node = node_of_value(at.of(), named);
@@ -257,10 +270,11 @@ void take_finding(judging& at, const open_places& open, std::size_t index) {
   give_finding(at, made, index);
   cause& into = at.into.causes[made];
   if (!into.title.empty()) return;
-  into.title = title_of(one);
+  into.title = is_of_unknown_weight(one) ? title_of_weight(at, one) : title_of(one);
   into.object = one.object;
   into.npu = one.npu;
-  const bool is_unknown = (is_doubt(one) && !is_scale(one)) || has_unknown_place(one);
+  const bool is_unknown =
+      (is_doubt(one) && !is_scale(one)) || has_unknown_place(one) || is_of_unknown_weight(one);
   into.how_sure = is_unknown ? sureness::unknown : sureness::named;
   into.why = why_of(one);
   into.next = next_for(at.of(), one);
@@ -477,6 +491,23 @@ void set_unmarked_aside(judging& at) {
     at.is_explained[i] = true;
     at.into.unexplained.push_back(i);
   }
+}
+
+std::vector<std::string> bundles_of_weight(judging& at, const finding& one) {
+  std::vector<std::string> made;
+  std::set<std::string> known;
+  for (const auto& place : at.names.weighing(one.reported, one.known)) {
+    const bool is_there =
+        one.node.empty() || (place.node != no_place &&
+                             at.of().nodes[static_cast<std::size_t>(place.node)].name == one.node);
+    const std::string& bundle = at.of().objects[place.one->bundle].name;
+    if (is_there && known.insert(bundle).second) made.push_back(bundle);
+  }
+  return made;
+}
+
+bool is_of_unknown_weight(const finding& one) {
+  return one.what == field::weight && one.object.bundle.empty();
 }
 
 bool is_scale(const finding& one) {

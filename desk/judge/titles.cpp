@@ -116,8 +116,10 @@ std::string title_of(const finding& one) {
     return fmt::format("{}: not checked{}{}: {}", title_subject(one.object), on, in,
                        shortened(one.text));
   if (one.what == field::weight)
-    return fmt::format("{}: {}{}{}: {}, the limit is {}", title_subject(one.object),
-                       word_for(one.what), on, in, one.reported, one.known);
+    return fmt::format(
+        "{}: {}{}{}: {}, the limit is {}",
+        is_of_unknown_weight(one) ? "a bundle that no message names" : title_subject(one.object),
+        word_for(one.what), on, in, one.reported, one.known);
   if (is_of_notation(one))
     return fmt::format("{}: {}{}{}: {} and {} are one value in two notations",
                        title_subject(one.object), word_for(one.what), on, in, one.reported,

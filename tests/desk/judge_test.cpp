@@ -1104,7 +1104,20 @@ TEST_F(run_of_a_test, a_weight_of_several_bundles_leaves_each_of_them_in_doubt) 
   EXPECT_EQ(is.bundles[0].is, verdict::not_judged);
   EXPECT_EQ(is.bundles[1].is, verdict::not_judged);
   EXPECT_EQ(is.bundles[2].is, verdict::agrees);
+  EXPECT_EQ(is.causes.at(0).title, "BE1 or BE2: weight on 0/0/CPU0 (DPA): 20, the limit is 16");
+  EXPECT_EQ(is.causes.at(0).how_sure, sureness::unknown);
   EXPECT_EQ(exit_status(is), 1);
+}
+
+TEST_F(run_of_a_test, a_weight_that_no_bundle_has_is_of_a_bundle_all_the_same) {
+  add_nodes(1);
+  find("TC-114", field::weight, "", layer::dpa);
+  of.findings.back().object = {};
+  of.findings.back().reported = "20";
+  of.findings.back().known = "16";
+  const judged_run is = judged();
+  EXPECT_EQ(is.causes.at(0).title,
+            "a bundle that no message names: weight (DPA): 20, the limit is 16");
 }
 
 TEST_F(run_of_a_test, an_entry_that_the_audit_itself_left_without_a_mark_is_no_fault) {
