@@ -144,6 +144,14 @@ void take_explained(judging& at, const coverage& hole, cause& into) {
   for (std::size_t i = 0; i < at.of().findings.size(); ++i) take(i);
 }
 
+// A node of which a chip was asked, and perhaps not all.
+bool is_of_other_chips(const run& of, const coverage& hole) {
+  return hole.of == layer::bcm && hole.npu.empty() && hole.state == coverage_state::never_asked &&
+         std::any_of(of.covered.begin(), of.covered.end(), [&](const coverage& one) {
+           return one.of == layer::bcm && one.node == hole.node && !one.npu.empty();
+         });
+}
+
 void add_hole(judging& at, const hole_group& group, const by_likeness<const coverage*>& holes) {
   const coverage& hole = *group.first;
   cause made;
@@ -156,9 +164,12 @@ void add_hole(judging& at, const hole_group& group, const by_likeness<const cove
   made.npu = is_one && group.npus.size() == 1 ? hole.npu : "";
   made.first = hole.of;
   made.how_sure = sureness::named;
-  made.title = fmt::format("{}: {} {}: {}", words_for(group), layer_words(hole.of),
+  const bool is_of_others = is_of_other_chips(at.of(), hole);
+  made.title = fmt::format("{}: {} {}: {}", words_for(group),
+                           is_of_others ? "other chips (BCM)" : layer_words(hole.of),
                            word_for(hole.state), shortened(hole.reason));
   made.why = hole.state == coverage_state::partly ? "a part of it could not be compared"
+             : is_of_others                       ? "what they hold could not be compared"
                                                   : "nothing of it could be compared";
   made.next = hole.command;
   std::vector<chip_name> chips;

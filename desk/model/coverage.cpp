@@ -396,12 +396,12 @@ coverage cover_left_out(const covering& in, const node& at) {
 }
 
 void add_unasked(covering& in, const node& at, std::string npu, std::string reason,
-                 std::string command, coverage_state state = coverage_state::never_asked) {
+                 std::string command) {
   coverage entry;
   entry.of = layer::bcm;
   entry.node = at.name;
   entry.npu = std::move(npu);
-  entry.state = state;
+  entry.state = coverage_state::never_asked;
   entry.reason = std::move(reason);
   entry.command = std::move(command);
   in.of.covered.push_back(std::move(entry));
@@ -412,11 +412,15 @@ void add_unasked(covering& in, const node& at, std::string npu, std::string reas
 void cover_unlisted_chips(covering& in, const node& at) {
   if (!at.npus.empty() && !at.asic.empty()) return;
   if (at.type != "LC" && !(at.npus.empty() && has_members(in, at))) return;
+  const std::string_view lacks =
+      at.asic.empty() ? "does not have it" : "gives no chip of it a place";
   add_unasked(in, at, {},
-              fmt::format("the platform's list of chip units {}",
-                          at.asic.empty() ? "does not have it" : "gives no chip of it a place"),
-              std::string(list_of_units),
-              at.npus.empty() ? coverage_state::never_asked : coverage_state::partly);
+              at.npus.empty()
+                  ? fmt::format("the platform's list of chip units {}", lacks)
+                  : fmt::format("the platform's list of chip units {}, so NPU {} was asked, and "
+                                "which others it has is unknown",
+                                lacks, fmt::join(at.npus, ", ")),
+              std::string(list_of_units));
 }
 
 // Of most types of router the audit asks NPU 0 of each node only, but members may sit on another.

@@ -668,7 +668,13 @@ TEST_F(run_with_ports, that_the_list_of_units_lacks_is_judged_by_what_was_asked)
   EXPECT_EQ(coverage_of(of, layer::bcm, "0/0/CPU0", ""), nullptr);
   const coverage* card = coverage_of(of, layer::bcm, "0/1/CPU0", "");
   ASSERT_NE(card, nullptr) << "how many chips the card has, nobody knows";
-  EXPECT_EQ(card->state, coverage_state::partly);
+  EXPECT_EQ(card->state, coverage_state::never_asked);
+  EXPECT_THAT(card->reason, HasSubstr("does not have it, so NPU 0 was asked, and which others it"));
+  of.covered.clear();
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].title,
+              testing::StartsWith("0/1/CPU0: other chips (BCM) never asked: the platform's list"));
 }
 
 TEST_F(run_with_ports, needs_no_agent_where_it_has_none) {
