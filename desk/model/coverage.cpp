@@ -284,7 +284,8 @@ bool holds_bundles(const covering& in, const node& at) {
                      [&](source table) { return entries_of(in.of, table, index, no_place) != 0; });
 }
 
-// A route processor without ports has nothing to show, unless another of its tables does.
+// A route processor without ports has nothing to show, unless another of its tables does. The chips
+// of a line card have the LAGs of all bundles, also of those without a member there.
 bool may_be_bare(const covering& in, const node& at) {
   return at.type != "LC" && !has_members(in, at) && !holds_bundles(in, at);
 }
@@ -362,7 +363,7 @@ void cover_chip(covering& in, const node& at, const std::string& npu) {
   } else if (has_table(in.of, source::chip_lag, index, number)) {
     entry.state = coverage_state::empty;
     entry.reason = "the chip shows no LAG";
-    entry.is_normal = !has_members(in, at);
+    entry.is_normal = may_be_bare(in, at);
   } else if (!is_unread(in.of, layer::bcm)) {
     entry.state = coverage_state::failed;
     entry.reason = "the run has no tables of this chip";

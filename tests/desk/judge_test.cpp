@@ -634,6 +634,24 @@ TEST_F(run_with_ports, may_be_none_only_where_no_other_table_has_a_bundle) {
   EXPECT_FALSE(is_hole(covered(layer::bcm, "0/1/CPU0", "0")));
 }
 
+// Also where the log that would say so is lost.
+TEST_F(run_with_ports, are_no_reason_for_a_chip_to_have_no_lag) {
+  add_nodes(2);
+  add_members(0, {0});
+  for (object& one : of.objects)
+    std::erase_if(one.cells, [](const cell& c) { return c.from == source::agent && c.node == 1; });
+  of.tables[{source::chip_lag, 1, 0}] = 0;
+  EXPECT_TRUE(is_hole(covered(layer::bcm, "0/1/CPU0", "0"))) << "a line card";
+  of.covered.clear();
+  make_route_processor(1, "Active");
+  EXPECT_TRUE(is_hole(covered(layer::bcm, "0/1/CPU0", "0"))) << "its tables have the bundle";
+  of.covered.clear();
+  for (const source table :
+       {source::lagport, source::l1port, source::l2port, source::l2intf, source::l3intf})
+    of.tables.erase({table, 1, no_place});
+  EXPECT_FALSE(is_hole(covered(layer::bcm, "0/1/CPU0", "0")));
+}
+
 TEST_F(run_with_ports, on_a_chip_that_the_audit_does_not_ask_is_not_judged) {
   add_nodes(2);
   add_members(1, {0, 1});
