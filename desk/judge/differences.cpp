@@ -559,7 +559,9 @@ void find_absent_lag(comparison& at, const object& one) {
   const lag_ids ids = lag_ids_of(at, one);
   difference made;
   std::size_t holding = 0;
-  for (const auto& [place, lags] : lags_of_chips(at)) {
+  for (const auto& known : lags_of_chips(at)) {
+    const chip& place = known.first;
+    const std::set<text_id>& lags = known.second;
     const auto own = ids.of_node.find(place.first);
     if (own == ids.of_node.end() || !is_asked_for_lag(at, one, place.first)) continue;
     const bool holds = (ids.of_most && lags.contains(*ids.of_most)) ||
