@@ -2,13 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <limits>
 #include <memory>
 #include <set>
 #include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -122,53 +122,70 @@ class members_of_chip {
 // What has a LAG id: a LAG of a chip is of all of them, a member only of those with members.
 class lag_holders {
  public:
-  explicit lag_holders(const run& of) : of_(of), at_(of.texts.size()) {
+  using members = std::unique_ptr<members_of_chip>;
+
+  explicit lag_holders(const run& of) : of_(of), known_(of.texts.size()) {
     for (const auto& [lag, holders] : of.lag_ids) {
+      holders_of_lag& made = known_[lag];
       if (holders.size() > most_of_one_name) {
-        vague_lags_.insert(lag);
+        made.first = nowhere;
         continue;
       }
-      at_[lag] = {static_cast<std::uint32_t>(all_.size()),
-                  static_cast<std::uint32_t>(holders.size())};
+      made.first = static_cast<std::uint32_t>(all_.size());
+      made.first_with_members = static_cast<std::uint32_t>(with_members_.size());
       for (const std::size_t one : holders) {
         all_.push_back(static_cast<std::uint32_t>(one));
-        if (!of.objects[one].parts.empty())
-          with_members_[lag].push_back(
-              std::make_unique<members_of_chip>(of, of.objects[one], vague_));
+        ++made.count;
+        if (of.objects[one].parts.empty()) continue;
+        with_members_.push_back(std::make_unique<members_of_chip>(of, of.objects[one], vague_));
+        ++made.count_with_members;
       }
     }
   }
   [[nodiscard]] std::span<const std::uint32_t> of(text_id lag) {
-    note_if_vague(lag);
-    return std::span(all_).subspan(at_[lag].first, at_[lag].second);
+    const holders_of_lag& known = looked_up(lag);
+    return part_of(all_, known.first, known.count);
   }
-  [[nodiscard]] std::span<const std::unique_ptr<members_of_chip>> with_members(text_id lag) {
-    note_if_vague(lag);
-    const auto at = with_members_.find(lag);
-    return at == with_members_.end() ? std::span<const std::unique_ptr<members_of_chip>>()
-                                     : std::span(at->second);
+  [[nodiscard]] std::span<const members> with_members(text_id lag) {
+    const holders_of_lag& known = looked_up(lag);
+    return part_of(with_members_, known.first_with_members, known.count_with_members);
   }
   // Of what was looked up.
   [[nodiscard]] const vague_names& vague() const { return vague_; }
 
  private:
-  void note_if_vague(text_id lag) {
-    if (vague_lags_.contains(lag)) vague_.insert(of_.texts.text(lag));
+  struct holders_of_lag {
+    std::uint32_t first = 0;  // `nowhere`: too many have the id
+    std::uint32_t count = 0;
+    std::uint32_t first_with_members = 0;
+    std::uint32_t count_with_members = 0;
+  };
+
+  const holders_of_lag& looked_up(text_id lag) {
+    const holders_of_lag& known = known_[lag];
+    if (known.first == nowhere) vague_.insert(of_.texts.text(lag));
+    return known;
+  }
+  template <class Value>
+  static std::span<const Value> part_of(const std::vector<Value>& all, std::uint32_t first,
+                                        std::uint32_t count) {
+    if (count == 0) return {};
+    return std::span(all).subspan(first, count);
   }
 
   const run& of_;
-  std::vector<std::pair<std::uint32_t, std::uint32_t>> at_;  // by LAG id: where in `all_`, how many
-  std::vector<std::uint32_t> all_;
-  std::unordered_set<text_id> vague_lags_;
   vague_names vague_;
-  std::unordered_map<text_id, std::vector<std::unique_ptr<members_of_chip>>> with_members_;
+  std::vector<holders_of_lag> known_;  // by LAG id
+  std::vector<std::uint32_t> all_;
+  std::vector<members> with_members_;
 };
 
 void pending_values::add_lag_member(text_id lag, std::int16_t node, std::int16_t npu,
                                     member_name by, text_id name) {
+  constexpr auto most = std::numeric_limits<decltype(chip_lag::members)>::max();
   const auto is_of = [&](const chip_lag& one) {
     return one.lag == lag && one.node == node && one.npu == npu &&
-           (one.members == 0 || one.by == by);
+           (one.members == 0 || one.by == by) && one.members != most;
   };
   if (lags_.empty() || !is_of(lags_.back())) lags_.push_back({lag, node, npu, 0, by, false});
   lags_.back().by = by;
@@ -189,11 +206,8 @@ void pending_values::find_objects(const run& of) {
       members.try_emplace(joined(bundle->value, handle->value), i);
     }
   }
-  for (value& one : by_handle_) {
-    if (one.member == no_text) {
-      one.key = objects[one.key];
-      continue;
-    }
+  for (value& one : by_handle_) one.key = objects[one.key];
+  for (value_of_member& one : of_members_) {
     const auto at = members.find(joined(one.key, one.member));
     one.key = at == members.end() ? nowhere : at->second;
   }
@@ -202,19 +216,21 @@ void pending_values::find_objects(const run& of) {
 template <class Take>
 void pending_values::for_each_in_chips(lag_holders& holders, text_id present, Take take) const {
   auto name = names_.begin();
-  cell made = {field::presence, source::chip_lag, no_place, no_place, present};
   for (const chip_lag& lag : lags_) {
     const auto end = name + lag.members;
-    if (made.node != lag.node) made.node = lag.node;  // most are of the chip of the last one
-    if (made.npu != lag.npu) made.npu = lag.npu;
+    // Made for each: one that is kept would be read from memory as a whole right after it was put
+    // there in parts, for which the processor waits.
+    const auto made = [&] {
+      return cell{field::presence, source::chip_lag, lag.node, lag.npu, present};
+    };
     if (lag.is_entry)
-      for (const std::uint32_t holder : holders.of(lag.lag)) take(holder, made);
+      for (const std::uint32_t holder : holders.of(lag.lag)) take(holder, made());
     if (lag.members == 0) continue;
     const auto bundles = holders.with_members(lag.lag);
     if (bundles.empty()) name = end;
     for (; name != end; ++name)
       for (const auto& bundle : bundles)
-        for (const std::size_t member : bundle->named(lag.by, *name)) take(member, made);
+        for (const std::size_t member : bundle->named(lag.by, *name)) take(member, made());
   }
 }
 
@@ -239,6 +255,8 @@ void pending_values::attach(run& into, text_id present) {
   lag_holders holders(into);
   const auto for_each = [&](auto take) {
     for (const value& one : by_handle_)
+      if (one.key != nowhere) take(one.key, one.of);
+    for (const value_of_member& one : of_members_)
       if (one.key != nowhere) take(one.key, one.of);
     for_each_in_chips(holders, present, take);
   };

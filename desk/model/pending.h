@@ -22,12 +22,14 @@ class pending_values {
   // Of the bundle or sub-bundle with this handle.
   void add(text_id handle, field what, source from, std::int16_t node, std::int16_t npu,
            text_id text) {
-    add_of_member(handle, no_text, what, from, node, npu, text);
+    value& made = by_handle_.emplace_back();
+    made.key = handle;
+    made.of = {what, from, node, npu, text};
   }
   // Of the member with its own handle, in the bundle with this one.
   void add_of_member(text_id handle, text_id member, field what, source from, std::int16_t node,
                      std::int16_t npu, text_id text) {
-    value& made = by_handle_.emplace_back();
+    value_of_member& made = of_members_.emplace_back();
     made.key = handle;
     made.member = member;
     made.of = {what, from, node, npu, text};
@@ -46,20 +48,20 @@ class pending_values {
   void attach(run& into, text_id present);
 
  private:
-  static constexpr text_id no_text = static_cast<text_id>(-1);
-
   struct value {
     // The text of a handle while the dumps are read; from find_objects on, in its place, the number
     // of the object, or one that none has: there are too many values for both.
     std::uint32_t key = 0;
-    text_id member = no_text;  // its handle; `no_text`: the value is not of a member
     cell of;
+  };
+  struct value_of_member : value {
+    text_id member = 0;  // its handle; the key begins as that of the bundle
   };
   struct chip_lag {
     text_id lag;
     std::int16_t node;
     std::int16_t npu;
-    std::uint32_t members;  // so many of the next names are of its members
+    std::uint16_t members;  // so many of the next names are of its members
     member_name by;
     bool is_entry;  // the LAG itself, not only members of it
   };
@@ -70,6 +72,7 @@ class pending_values {
 
   // None of them moves when it grows.
   std::deque<value> by_handle_;
+  std::deque<value_of_member> of_members_;
   std::deque<chip_lag> lags_;
   std::deque<text_id> names_;
 };

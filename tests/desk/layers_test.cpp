@@ -280,6 +280,24 @@ TEST_F(layers, take_bundles_without_a_row_for_understood) {
   EXPECT_EQ(misunderstood(R"("0/0/CPU0":{"lag":"0x1"},"members":{})"), 1U);
 }
 
+TEST_F(layers, hold_every_line_of_the_longest_lag) {
+  constexpr std::size_t lines = 140000;
+  std::string ports = "\"0x04000011\"";
+  for (std::size_t i = 1; i < lines; ++i) ports += ",\"0x04000011\"";
+  run of;
+  read(of,
+       dump("TESSELDB", R"({"BE1":{"Data":{"lagid":"0x1"}},"BE2":{"Data":{"lagid":"0x2"}}})") +
+           dump("BM PD", R"({"BE1":{"members":{"0/0/CPU0":{"0/0/0/1":{"sysport":"0x0011"}}}},)"
+                         R"("BE2":{"members":{"0/0/CPU0":{"0/0/0/2":{"sysport":"0x0012"}}}}})") +
+           dump("BCM", R"({"0/0/CPU0":{"0":{"tm_lag":{"0x1":{"members":[)" + ports +
+                           R"(]},"0x2":{"members":["0x04000012"]}}}}})"));
+  const object* of_long = of.find(object_kind::member, "BE1", "0/0/0/1");
+  const object* of_next = of.find(object_kind::member, "BE2", "0/0/0/2");
+  ASSERT_TRUE(of_long != nullptr && of_next != nullptr);
+  EXPECT_EQ(seen_of(of, *of_long).size(), lines);
+  EXPECT_EQ(seen_of(of, *of_next), (seen{{field::presence, 0, "present"}}));
+}
+
 // The id of one member is the end of the system port of another one.
 TEST_F(layers, take_no_system_port_for_a_member_id) {
   run of;
