@@ -2,7 +2,6 @@
 
 #include "desk/commands/commands.h"
 #include "desk/commands/load.h"
-#include "desk/judge/judge.h"
 #include "desk/show/coverage_view.h"
 #include "desk/show/dossier.h"
 #include "desk/show/escape.h"
@@ -10,7 +9,7 @@
 namespace desk {
 
 int bundle_command(const report_options& options, std::ostream& out) {
-  const judged_run judged = judge(load_run(options));
+  const judged_run& judged = load_and_judge(options);
   const auto bundle = bundle_meant(judged, options.word);
   if (!bundle)
     throw no_run(

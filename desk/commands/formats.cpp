@@ -2,7 +2,6 @@
 
 #include "desk/commands/commands.h"
 #include "desk/commands/load.h"
-#include "desk/judge/judge.h"
 #include "desk/show/escape.h"
 #include "desk/show/html.h"
 #include "desk/show/json.h"
@@ -20,7 +19,7 @@ namespace {
 int nagios_command(const report_options& options) {
   service_state state = service_state::unknown;
   try {
-    const judged_run judged = judge(load_run(options));
+    const judged_run& judged = load_and_judge(options);
     write_output(options.output, [&](std::ostream& out) { state = show_nagios(judged, out); });
   } catch (const no_run& error) {
     write_output(options.output, [&](std::ostream& out) {
@@ -34,7 +33,7 @@ int nagios_command(const report_options& options) {
 
 int format_command(const report_options& options) {
   if (options.of == command::nagios) return nagios_command(options);
-  const judged_run judged = judge(load_run(options));
+  const judged_run& judged = load_and_judge(options);
   write_output(options.output, [&](std::ostream& out) {
     if (options.of == command::json) show_json(judged, out);
     if (options.of == command::junit) show_junit(judged, out);

@@ -3,11 +3,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <deque>
 #include <optional>
 #include <utility>
 #include <vector>
 
 #include "desk/commands/replay.h"
+#include "desk/judge/judge.h"
 #include "desk/model/chip_cells.h"
 #include "desk/model/coverage.h"
 #include "desk/model/layers.h"
@@ -124,6 +126,11 @@ std::size_t back_of(const report_options& options, std::size_t runs) {
 }
 
 }  // namespace
+
+const judged_run& load_and_judge(const report_options& options) {
+  static auto* const kept = new std::deque<judged_run>;  // never destroyed
+  return kept->emplace_back(judge(load_run(options)));
+}
 
 int status_of(const judged_run& of, const report_options& options) {
   return options.when == fail_on::never ? status_nothing_found : exit_status(of);

@@ -19,6 +19,11 @@ class no_run : public std::runtime_error {
 // Throws `no_run`. Anything less is a mark in the run.
 [[nodiscard]] run load_run(const report_options& options);
 
+// The run that a command shows, judged. It lasts as long as the process: to take a million cells
+// apart, only for the kernel to take back the memory next, would be a thirtieth of all the work.
+// Throws `no_run`.
+[[nodiscard]] const judged_run& load_and_judge(const report_options& options);
+
 // The exit status of a command that reads one run, by --fail-on.
 [[nodiscard]] int status_of(const judged_run& of, const report_options& options);
 

@@ -2,12 +2,11 @@
 
 #include "desk/commands/commands.h"
 #include "desk/commands/load.h"
-#include "desk/judge/judge.h"
 
 namespace desk {
 
 int summary_command(const report_options& options, std::ostream& out) {
-  const judged_run judged = judge(load_run(options));
+  const judged_run& judged = load_and_judge(options);
   show_summary(judged, {options.is_short, options.shows_all}, standard_output(), out);
   return status_of(judged, options);
 }
