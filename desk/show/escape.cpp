@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
@@ -38,22 +39,35 @@ bool is_no_character(std::uint32_t code) {
 }
 
 // Every format shows these characters as they are. Nearly all texts consist of them.
+constexpr auto plain_bytes = [] {
+  std::array<bool, 256> made{};
+  for (std::size_t byte = 0x20; byte < 0x7f; ++byte) made[byte] = true;
+  for (const char special : std::string_view("&<>\"'\\|"))
+    made[static_cast<unsigned char>(special)] = false;
+  return made;
+}();
+
 bool is_plain(char byte) {
-  constexpr std::string_view special = "&<>\"'\\|";
-  return byte >= 0x20 && byte < 0x7f && special.find(byte) == std::string_view::npos;
+  return plain_bytes[static_cast<unsigned char>(byte)];
 }
 
-// The text with each character that is not plain as `shown` gives it.
+// Appends the text with each character that is not plain as `shown` gives it.
+template <typename Shown>
+void append_mapped(std::string& to, std::string_view raw, Shown shown) {
+  while (!raw.empty()) {
+    const auto end = std::find_if_not(raw.begin(), raw.end(), is_plain);
+    const auto length = static_cast<std::size_t>(end - raw.begin());
+    to += raw.substr(0, length);
+    raw.remove_prefix(length);
+    if (!raw.empty()) to += shown(take_character(raw));
+  }
+}
+
 template <typename Shown>
 std::string mapped(std::string_view raw, Shown shown) {
   std::string text;
   text.reserve(raw.size());
-  while (!raw.empty()) {
-    const auto end = std::find_if_not(raw.begin(), raw.end(), is_plain);
-    text.append(raw.begin(), end);
-    raw.remove_prefix(static_cast<std::size_t>(end - raw.begin()));
-    if (!raw.empty()) text += shown(take_character(raw));
-  }
+  append_mapped(text, raw, shown);
   return text;
 }
 
@@ -99,12 +113,19 @@ std::string xml_text(std::string_view raw) {
   return mapped(raw, xml_character);
 }
 
-std::string html(std::string_view raw) {
-  return mapped(raw, [](const character& c) {
+void append_html(std::string& to, std::string_view raw) {
+  append_mapped(to, raw, [](const character& c) {
     if (const auto known = entity(c.code); !known.empty()) return known;
     if (c.code == '\t' || c.code == '\n') return c.bytes;
     return is_control(c.code) || is_no_character(c.code) ? replacement : c.bytes;
   });
+}
+
+std::string html(std::string_view raw) {
+  std::string text;
+  text.reserve(raw.size());
+  append_html(text, raw);
+  return text;
 }
 
 std::string prometheus_label(std::string_view raw) {

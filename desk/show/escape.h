@@ -22,6 +22,8 @@ namespace desk {
 
 // For text and for quoted attributes of HTML.
 [[nodiscard]] std::string html(std::string_view raw);
+// The same behind another text.
+void append_html(std::string& to, std::string_view raw);
 
 // For a quoted label of Prometheus' text format.
 [[nodiscard]] std::string prometheus_label(std::string_view raw);

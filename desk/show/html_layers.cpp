@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <array>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -25,43 +23,33 @@ void show_head(const dossier_section& of, std::ostream& out) {
   out << "</tr></thead>\n";
 }
 
-constexpr auto plain_bytes = [] {
-  std::array<bool, 256> made{};
-  for (const char c : std::string_view("0123456789abcdefghijklmnopqrstuvwxyz:. "))
-    made[static_cast<unsigned char>(c)] = true;
-  return made;
-}();
-
-// Most of a page of the largest router are these, and most of their texts are plain.
-bool is_plain(std::string_view text) {
-  return std::all_of(text.begin(), text.end(),
-                     [](char c) { return plain_bytes[static_cast<unsigned char>(c)]; });
-}
-
-void show_row(const dossier_row& of, std::string& line, std::ostream& out) {
-  line.assign("<tr><th scope=\"row\">").append(of.label).append("</th>");
+// Most of a page of the largest router are rows, and most of their cells are empty.
+void append_row(std::string& to, const dossier_row& of) {
+  to.append("<tr><th scope=\"row\">").append(of.label).append("</th>");
   for (const dossier_cell& each : of.cells) {
-    line += each.is_odd ? "<td class=\"e\">" : "<td>";
-    if (is_plain(each.text))
-      line += each.text;
-    else
-      line += html(each.text);
-    line += "</td>";
+    if (each.text.empty() && !each.is_odd) {
+      to += "<td></td>";
+      continue;
+    }
+    to += each.is_odd ? "<td class=\"e\">" : "<td>";
+    append_html(to, each.text);
+    to += "</td>";
   }
-  out << line.append("</tr>\n");
+  to += "</tr>\n";
 }
 
-void show_part(const dossier_part& of, std::size_t columns, std::ostream& out) {
+void append_part(std::string& to, const dossier_part& of, std::string_view width) {
   if (of.rows.empty()) return;
-  out << "<tbody>\n";
-  if (!of.name.empty())
-    out << fmt::format(
-        "<tr><th scope=\"rowgroup\" colspan=\"{}\"><bdi>{}</bdi> <span class=\"soft\">{}</span>"
-        "</th></tr>\n",
-        columns + 1, html(of.name), html(of.place));
-  std::string line;
-  for (const dossier_row& row : of.rows) show_row(row, line, out);
-  out << "</tbody>\n";
+  to += "<tbody>\n";
+  if (!of.name.empty()) {
+    to.append("<tr><th scope=\"rowgroup\" colspan=\"").append(width).append("\"><bdi>");
+    append_html(to, of.name);
+    to += "</bdi> <span class=\"soft\">";
+    append_html(to, of.place);
+    to += "</span></th></tr>\n";
+  }
+  for (const dossier_row& row : of.rows) append_row(to, row);
+  to += "</tbody>\n";
 }
 
 void show_legend(const dossier_table& of, std::ostream& out) {
@@ -82,10 +70,16 @@ void show_legend(const dossier_table& of, std::ostream& out) {
 
 void show_layers(const dossier_table& of, std::ostream& out) {
   if (of.tools.empty()) return;
+  std::string text;
   for (const dossier_section& each : of.sections) {
     if (each.columns.empty()) continue;
     show_head(each, out);
-    for (const dossier_part& part : each.parts) show_part(part, each.columns.size(), out);
+    const std::string width = fmt::format("{}", each.columns.size() + 1);
+    for (const dossier_part& part : each.parts) {
+      text.clear();
+      append_part(text, part, width);
+      out << text;
+    }
     out << "</table></div>\n";
   }
   show_legend(of, out);
