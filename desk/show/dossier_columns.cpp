@@ -6,17 +6,17 @@
 namespace desk {
 
 column_set::column_set(const std::vector<made_cell>& cells) {
-  std::array<std::vector<node_id>, sources> bounds;
+  std::array<std::vector<node_place>, source_count> bounds;
   for (const made_cell& one : cells) {
-    std::vector<node_id>& of_source = bounds[static_cast<std::size_t>(one.at.from)];
+    std::vector<node_place>& of_source = bounds[static_cast<std::size_t>(one.at.from)];
     if (of_source.size() > 1 && of_source.back() == one.at.last + 1 &&
         of_source[of_source.size() - 2] == one.at.first)
       continue;
     of_source.push_back(one.at.first);
     of_source.push_back(one.at.last + 1);
   }
-  for (std::size_t i = 0; i < sources; ++i) {
-    std::vector<node_id>& of_source = bounds[i];
+  for (std::size_t i = 0; i < source_count; ++i) {
+    std::vector<node_place>& of_source = bounds[i];
     std::sort(of_source.begin(), of_source.end());
     of_source.erase(std::unique(of_source.begin(), of_source.end()), of_source.end());
     first_[i] = columns_.size();

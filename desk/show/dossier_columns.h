@@ -15,18 +15,18 @@
 
 namespace desk {
 
-inline constexpr std::size_t sources = static_cast<std::size_t>(source::none) + 1;
+inline constexpr std::size_t source_count = static_cast<std::size_t>(source::none) + 1;
 
 // A node of the run by its index, or one that only a finding names behind them.
-using node_id = std::int32_t;
-inline constexpr node_id whole_router = -1;
-inline constexpr node_id own_node = -2;  // of a member: the one that it sits on
+using node_place = std::int32_t;
+inline constexpr node_place whole_router = -1;
+inline constexpr node_place own_node = -2;  // of a member: the one that it sits on
 
 // Nodes that follow each other in the run; one of them for the router or a member's own node.
 struct nodes_of_source {
   source from = source::none;
-  node_id first = whole_router;
-  node_id last = whole_router;
+  node_place first = whole_router;
+  node_place last = whole_router;
   bool operator==(const nodes_of_source&) const = default;
 };
 
@@ -63,11 +63,12 @@ class column_set {
   [[nodiscard]] std::vector<std::size_t> sorted() const;
 
  private:
-  std::vector<nodes_of_source> columns_;      // by source and node
-  std::array<std::size_t, sources> first_{};  // of each source
+  std::vector<nodes_of_source> columns_;           // by source and node
+  std::array<std::size_t, source_count> first_{};  // of each source
 };
 
-// By column the rows where it has a text, each with that text's number.
+// By column the rows where it has a text, each with that text's number. As text of wide characters:
+// columns are compared and looked up by it as a whole, and a view of a string has the means.
 class contents_of_columns {
  public:
   contents_of_columns(const std::vector<made_cell>& cells, const column_set& columns);

@@ -52,21 +52,43 @@ std::size_t slot_of(field what) {
 // The chips' tables of frames, of which no other layer has anything.
 constexpr std::size_t slot_of_sem = slots_of_fields[static_cast<std::size_t>(field::sem)];
 
-const std::array<bool, sources> is_of_chip = [] {
-  std::array<bool, sources> made{};
-  for (std::size_t i = 0; i < sources; ++i)
-    made[i] = layer_of(static_cast<source>(i)) == layer::bcm;
+// Where a value of a field stands that this source says.
+struct cell_kind {
+  std::uint16_t run = 0;      // of this slot and column, behind it that of a member's own node
+  std::uint8_t slot = slots;  // `slots`: it is not shown
+  source column = source::none;
+  // Which member a LAG has is in the chips of all nodes, the rest of a member on its own node only.
+  bool is_everywhere = false;
+};
+
+// By field and source. One tool shows all tables of a chip.
+const auto cell_kinds = [] {
+  std::array<cell_kind, slots_of_fields.size() * source_count> made{};
+  for (std::size_t i = 0; i < made.size(); ++i) {
+    const std::size_t what = i / source_count;
+    const auto from = static_cast<source>(i % source_count);
+    const bool is_of_chip = layer_of(from) == layer::bcm;
+    cell_kind& one = made[i];
+    one.slot = static_cast<std::uint8_t>(slots_of_fields[what]);
+    one.column = is_of_chip ? source::chip_lag : from;
+    one.is_everywhere = is_of_chip && static_cast<field>(what) == field::presence;
+    const auto column = static_cast<std::size_t>(one.column);
+    one.run = static_cast<std::uint16_t>((one.slot * source_count + column) * 2);
+  }
   return made;
 }();
 
-// One tool shows all tables of a chip.
+const cell_kind& kind_of(field what, source from) {
+  return cell_kinds[static_cast<std::size_t>(what) * source_count + static_cast<std::size_t>(from)];
+}
+
 source column_source(source from) {
-  return is_of_chip[static_cast<std::size_t>(from)] ? source::chip_lag : from;
+  return kind_of(field::none, from).column;
 }
 
 struct column_key {
   source from = source::none;
-  node_id node = whole_router;
+  node_place node = whole_router;
 };
 
 // A set of NPUs. No node has more; a greater number is none.
@@ -130,13 +152,98 @@ struct remark {
   bool is_judged = false;
 };
 
+// The nodes of the run, and behind them those that only a finding names.
+class known_nodes {
+ public:
+  explicit known_nodes(const run& of) : of_(of) {}
+  [[nodiscard]] node_place place_for(std::string_view name) {
+    if (name.empty()) return whole_router;
+    const std::int16_t known = of_.node_index(name);
+    if (known != no_place) return known;
+    const auto at = std::find(others_.begin(), others_.end(), name);
+    const auto index = static_cast<std::size_t>(at - others_.begin());
+    if (at == others_.end()) others_.push_back(name);
+    return static_cast<node_place>(of_.nodes.size() + index);
+  }
+  [[nodiscard]] std::string_view name_of(node_place at) const {
+    const auto index = static_cast<std::size_t>(at);
+    const std::size_t nodes = of_.nodes.size();
+    return index < nodes ? std::string_view(of_.nodes[index].name) : others_[index - nodes];
+  }
+
+ private:
+  const run& of_;
+  std::vector<std::string_view> others_;
+};
+
+// The columns that have a value, numbered from 0 in the order in which each came first.
+class value_columns {
+ public:
+  explicit value_columns(std::size_t nodes) : known_(source_count * (nodes + 2), no_column) {}
+  [[nodiscard]] std::size_t size() const { return columns_.size(); }
+  [[nodiscard]] const column_key& operator[](std::size_t column) const { return columns_[column]; }
+  std::uint32_t column_of(source from, node_place node) {
+    std::uint32_t& at = index_of(from, node);
+    if (at == no_column) {
+      at = static_cast<std::uint32_t>(columns_.size());
+      columns_.push_back({from, node});
+    }
+    return at;
+  }
+
+ private:
+  static constexpr std::uint32_t no_column = static_cast<std::uint32_t>(-1);
+
+  // Of a value that many nodes hold this is asked for each of them.
+  std::uint32_t& index_of(source from, node_place node) {
+    const std::size_t width = known_.size() / source_count;
+    const auto at = static_cast<std::size_t>(node) + 2;  // below 0: the first two
+    if (at >= width) return others_.try_emplace({from, node}, no_column).first->second;
+    return known_[static_cast<std::size_t>(from) * width + at];
+  }
+
+  std::vector<column_key> columns_;
+  std::vector<std::uint32_t> known_;  // by source and node of the run
+  std::map<std::pair<source, node_place>, std::uint32_t> others_;
+};
+
+// Makes one cell of what nodes that follow each other hold the same, of one object after the other.
+class cell_runs {
+ public:
+  void begin_object(std::uint32_t first_row) {
+    first_row_ = first_row;
+    open_.fill(0);
+  }
+  // False if that does not continue or begin a run.
+  bool add(const cell_kind& kind, node_place place, text_id text, std::vector<made_cell>& cells) {
+    std::uint32_t& open = open_[kind.run + (place == own_node ? 1U : 0U)];
+    if (open != 0) {
+      made_cell& last = cells[open - 1];
+      const bool is_next =
+          place == last.at.last || (last.at.last >= 0 && place == last.at.last + 1);
+      if (is_next && last.text == text) {
+        last.at.last = place;
+        return true;
+      }
+      if (place <= last.at.last) return false;
+    }
+    made_cell& made = cells.emplace_back();
+    made.row = first_row_ + kind.slot;
+    made.text = text;
+    made.at = {kind.column, place, place};
+    open = static_cast<std::uint32_t>(cells.size());
+    return true;
+  }
+
+ private:
+  std::uint32_t first_row_ = 0;
+  std::array<std::uint32_t, slots * source_count * 2> open_{};  // the number of a cell and 1
+};
+
 class grid {
  public:
   grid(const run& of, shown_texts& texts)
-      : of_(of),
-        texts_(texts),
-        nodes_(of.nodes.size()),
-        columns_at_(sources * (nodes_ + 2), no_column) {}
+      : of_(of), texts_(texts), nodes_(of), columns_(of.nodes.size()) {}
 
   void add(const object& one, const dossier_maker::known* known,
            const std::vector<const coverage*>& holes) {
@@ -180,49 +287,22 @@ class grid {
     return words;
   }
 
-  [[nodiscard]] node_id id_of(std::string_view name) {
-    if (name.empty()) return whole_router;
-    const std::int16_t known = of_.node_index(name);
-    if (known != no_place) return known;
-    const auto at = std::find(others_.begin(), others_.end(), name);
-    const auto index = static_cast<std::size_t>(at - others_.begin());
-    if (at == others_.end()) others_.push_back(name);
-    return static_cast<node_id>(nodes_ + index);
+  [[nodiscard]] node_place place_of(const cell_kind& kind, node_place node) const {
+    return own_ != whole_router && node == own_ && !kind.is_everywhere ? own_node : node;
   }
-  [[nodiscard]] std::string_view name_of(node_id id) const {
-    const auto index = static_cast<std::size_t>(id);
-    return index < nodes_ ? std::string_view(of_.nodes[index].name) : others_[index - nodes_];
+  [[nodiscard]] node_place place_of(field what, source from, node_place node) const {
+    return place_of(kind_of(what, from), node);
   }
 
-  // Which member a LAG has is in the chips of all nodes, the rest of a member on its own node only.
-  [[nodiscard]] node_id place_of(field what, source from, node_id node) const {
-    const bool is_everywhere = column_source(from) == source::chip_lag && what == field::presence;
-    return own_ != whole_router && node == own_ && !is_everywhere ? own_node : node;
-  }
-
-  // Of a value that many nodes hold this is asked for each of them.
-  std::uint32_t& index_of_column(source from, node_id node) {
-    const auto known = static_cast<std::size_t>(node) + 2;  // below 0: the first two
-    if (known >= nodes_ + 2) return others_at_.try_emplace({from, node}, no_column).first->second;
-    return columns_at_[static_cast<std::size_t>(from) * (nodes_ + 2) + known];
-  }
-  std::uint32_t column_of(source from, node_id node) {
-    std::uint32_t& at = index_of_column(from, node);
-    if (at == no_column) {
-      at = static_cast<std::uint32_t>(columns_.size());
-      columns_.push_back({from, node});
-    }
-    return at;
-  }
-
-  void put(field what, source from, node_id node, std::int16_t npu, text_id text,
+  void put(field what, source from, node_place node, std::int16_t npu, text_id text,
            remark with = {}) {
     put(slot_of(what), what, from, node, npu, text, with);
   }
-  void put(std::size_t slot, field what, source from, node_id node, std::int16_t npu, text_id text,
-           remark with) {
+  void put(std::size_t slot, field what, source from, node_place node, std::int16_t npu,
+           text_id text, remark with) {
     const npu_set npus = set_of(npu);
-    const std::uint32_t column = column_of(column_source(from), place_of(what, from, node));
+    const std::uint32_t column =
+        columns_.column_of(column_source(from), place_of(what, from, node));
     if (!values_.empty()) {
       // The NPUs of a node follow each other and mostly hold the same.
       value& last = values_.back();
@@ -252,52 +332,35 @@ class grid {
   // two values, or the nodes are in another order, become values one by one.
   void add_runs(const object& one, std::optional<text_id> mtu) {
     const std::size_t first_cell = cells_.size();
-    open_runs_.fill(0);
+    runs_.begin_object(row_of(0));
     std::bitset<slots> odd;
-    const auto for_each = [&](auto take) {
-      for (const cell& c : one.cells)
-        if (slot_of(c.what) < slots) take(c);
-      if (mtu) take({field::mtu, source::l1port, static_cast<std::int16_t>(own_), no_place, *mtu});
+    const auto add = [&](const cell& c) {
+      const cell_kind& kind = kind_of(c.what, c.from);
+      if (kind.slot < slots && !runs_.add(kind, place_of(kind, c.node), word_for_value(c), cells_))
+        odd.set(kind.slot);
     };
     const cell* last = nullptr;
-    for_each([&](const cell& c) {
+    for (const cell& c : one.cells) {
       const bool is_next_npu = last != nullptr && last->what == c.what && last->from == c.from &&
                                last->node == c.node && last->value == c.value;
-      if (!is_next_npu && !add_to_run(c.what, c.from, c.node, word_for_value(c)))
-        odd.set(slot_of(c.what));
+      if (!is_next_npu) add(c);
       last = &c;
-    });
+    }
+    if (mtu) add(cell_of_mtu(*mtu));
     if (odd.none()) return;
     const auto from = cells_.begin() + static_cast<std::ptrdiff_t>(first_cell);
     cells_.erase(
         std::remove_if(from, cells_.end(), [&](const made_cell& c) { return odd[c.row % slots]; }),
         cells_.end());
-    for_each([&](const cell& c) {
-      if (odd[slot_of(c.what)]) put(c.what, c.from, c.node, c.npu, word_for_value(c));
-    });
+    const auto put_odd = [&](const cell& c) {
+      if (slot_of(c.what) < slots && odd[slot_of(c.what)])
+        put(c.what, c.from, c.node, c.npu, word_for_value(c));
+    };
+    for (const cell& c : one.cells) put_odd(c);
+    if (mtu) put_odd(cell_of_mtu(*mtu));
   }
-  // False if that does not continue or begin a run.
-  bool add_to_run(field what, source from, node_id node, text_id text) {
-    const source column = column_source(from);
-    const node_id place = place_of(what, from, node);
-    const std::size_t own = place == own_node ? 1 : 0;
-    std::uint32_t& open =
-        open_runs_[(slot_of(what) * sources + static_cast<std::size_t>(column)) * 2 + own];
-    if (open != 0) {
-      nodes_of_source& at = cells_[open - 1].at;
-      const bool is_next = place == at.last || (at.last >= 0 && place == at.last + 1);
-      if (is_next && cells_[open - 1].text == text) {
-        at.last = place;
-        return true;
-      }
-      if (place <= at.last) return false;
-    }
-    made_cell& made = cells_.emplace_back();
-    made.row = row_of(slot_of(what));
-    made.text = text;
-    made.at = {column, place, place};
-    open = static_cast<std::uint32_t>(cells_.size());
-    return true;
+  [[nodiscard]] cell cell_of_mtu(text_id mtu) const {
+    return {field::mtu, source::l1port, static_cast<std::int16_t>(own_), no_place, mtu};
   }
   // Of the part at hand.
   [[nodiscard]] std::uint32_t row_of(std::size_t slot) const {
@@ -333,17 +396,17 @@ class grid {
     for (const difference* each : known.differences) {
       if (slot_of(each->what) >= slots) continue;
       for (const witness& one : each->witnesses) {
-        put(each->what, one.from, id_of(one.node), npu_in(one.npu),
+        put(each->what, one.from, nodes_.place_for(one.node), npu_in(one.npu),
             texts_.number_of(desk::words_for(one)), {one.is_odd, true});
       }
     }
   }
 
   void add_hole(object_kind kind, const coverage& hole) {
-    const node_id node = id_of(hole.node);
+    const node_place node = nodes_.place_for(hole.node);
     for (const expected_field& each : expected_fields) {
       if (each.of != kind || layer_of(each.from) != hole.of) continue;
-      const node_id at = place_of(each.what, each.from, node);
+      const node_place at = place_of(each.what, each.from, node);
       // What one node did not answer about a member of another one does not matter.
       const bool is_elsewhere = own_ != whole_router && node != whole_router && at != own_node &&
                                 each.what != field::presence;
@@ -352,7 +415,8 @@ class grid {
     }
   }
   // A dump can hold what was read before the rest was lost.
-  [[nodiscard]] bool has_value(const expected_field& each, node_id at, const coverage& hole) const {
+  [[nodiscard]] bool has_value(const expected_field& each, node_place at,
+                               const coverage& hole) const {
     const npu_set npus = set_of(npu_in(hole.npu));
     const std::size_t slot = slot_of(each.what);
     return std::any_of(values_.begin(), values_.end(), [&](const value& one) {
@@ -365,8 +429,8 @@ class grid {
   // ---- Findings ----
 
   void mark(const finding& one);
-  [[nodiscard]] bool is_judged(std::size_t slot, const finding& one, node_id node) const;
-  bool mark_same(std::size_t slot, const finding& one, node_id node, npu_set npus);
+  [[nodiscard]] bool is_judged(std::size_t slot, const finding& one, node_place node) const;
+  bool mark_same(std::size_t slot, const finding& one, node_place node, npu_set npus);
 
   // ---- Cells ----
 
@@ -379,18 +443,14 @@ class grid {
   shown_texts& texts_;
   text_id missing_ = texts_.number_of(word_missing);
   text_id not_read_ = texts_.number_of(word_not_read);
-  std::size_t nodes_;
-  std::vector<std::string_view> others_;
-  std::vector<column_key> columns_;
-  static constexpr std::uint32_t no_column = static_cast<std::uint32_t>(-1);
-  std::vector<std::uint32_t> columns_at_;  // by source and node
-  std::map<std::pair<source, node_id>, std::uint32_t> others_at_;
-  node_id own_ = whole_router;              // of the object at hand
+  known_nodes nodes_;
+  value_columns columns_;
+  cell_runs runs_;
+  node_place own_ = whole_router;           // of the object at hand
   std::vector<value> values_;               // of the object at hand
   std::vector<std::uint32_t> first_value_;  // by column and slot: its number and 1
   std::vector<dossier_part> parts_;
-  std::vector<made_cell> cells_;                                // of all parts so far
-  std::array<std::uint32_t, slots * sources * 2> open_runs_{};  // the number of a cell and 1
+  std::vector<made_cell> cells_;  // of all parts so far
 };
 
 // ---- Findings -----------------------------------------------------------------------------------
@@ -412,7 +472,6 @@ bool is_about_sem(const finding& one) {
 std::string_view word_in_cell(const finding& one) {
   if (one.what == field::presence) return word_missing;
   if (one.code == "TC-201" || one.code == "TC-204" || one.code == "TC-205") return word_missing;
-  if (one.code == "TC-207") return "not valid";
   return one.what == field::deletion ? std::string_view("pending") : "differs";
 }
 
@@ -428,7 +487,7 @@ bool is_about_value(const finding& one) {
 }
 
 // A message can blame the nodes that are right. Where the judge compared the values, they count.
-bool grid::is_judged(std::size_t slot, const finding& one, node_id node) const {
+bool grid::is_judged(std::size_t slot, const finding& one, node_place node) const {
   bool has_odd = false;
   bool has_chip = false;
   for (const value& each : values_) {
@@ -441,7 +500,7 @@ bool grid::is_judged(std::size_t slot, const finding& one, node_id node) const {
 }
 
 // Marks what the message reports among the values of its layer and place; false without such one.
-bool grid::mark_same(std::size_t slot, const finding& one, node_id node, npu_set npus) {
+bool grid::mark_same(std::size_t slot, const finding& one, node_place node, npu_set npus) {
   const std::string wanted =
       compared_form(one.what, one.reported.empty() ? word_in_cell(one) : reported_by(one));
   const bool has_word = !one.reported.empty() || word_in_cell(one) == word_missing;
@@ -469,15 +528,15 @@ void grid::mark(const finding& one) {
   if (!is_about_value(one)) return;
   const std::size_t slot = is_about_sem(one) ? slot_of_sem : slot_of(one.what);
   const bool is_of_router = one.of == layer::config || one.of == layer::pi;
-  const node_id named = is_of_router ? whole_router : id_of(node_of_value(of_, one));
+  const node_place named = is_of_router ? whole_router : nodes_.place_for(node_of_value(of_, one));
   const source from = source_of(one);
-  const node_id node = place_of(one.what, from, named);
+  const node_place node = place_of(one.what, from, named);
   const std::int16_t npu = npu_in(one.npu);
   const npu_set npus = set_of(npu);
   if (is_judged(slot, one, node)) return;
   if (one.what == field::presence) {
     // The message names the entry itself, so what others say of the same table does not count.
-    const std::uint32_t column = column_of(column_source(from), node);
+    const std::uint32_t column = columns_.column_of(column_source(from), node);
     std::erase_if(values_, [&](value& each) {
       if (each.slot != slot || each.column != column) return false;
       if (npus == 0) return true;
@@ -617,8 +676,8 @@ dossier_section grid::finish(std::string_view title, dossier_table& into) {
       made.columns.push_back({layer_of(at.from), at.from, at.first == own_node ? "its node" : ""});
       nodes.emplace_back();
     }
-    for (node_id node = std::max(at.first, 0); node <= at.last; ++node)
-      nodes[target].push_back(name_of(node));
+    for (node_place node = std::max(at.first, 0); node <= at.last; ++node)
+      nodes[target].push_back(nodes_.name_of(node));
     if (std::find(into.tools.begin(), into.tools.end(), at.from) == into.tools.end())
       into.tools.push_back(at.from);
   }
