@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <limits>
+#include <algorithm>
 #include <memory>
 #include <set>
 #include <span>
@@ -182,15 +182,53 @@ class lag_holders {
 
 void pending_values::add_lag_member(text_id lag, std::int16_t node, std::int16_t npu,
                                     member_name by, text_id name) {
-  constexpr auto most = std::numeric_limits<decltype(chip_lag::members)>::max();
+  open_chip({node, npu});
   const auto is_of = [&](const chip_lag& one) {
-    return one.lag == lag && one.node == node && one.npu == npu &&
-           (one.members == 0 || one.by == by) && one.members != most;
+    return one.lag == lag && (one.members == 0 || one.by == by);
   };
-  if (lags_.empty() || !is_of(lags_.back())) lags_.push_back({lag, node, npu, 0, by, false});
+  if (open_.lags == 0 || !is_of(lags_.back())) {
+    lags_.push_back({lag, 0, by, false});
+    ++open_.lags;
+  }
   lags_.back().by = by;
   ++lags_.back().members;
   names_.push_back(name);
+  ++open_.names;
+}
+
+namespace {
+
+// Whether so many values at the end are the same as those before them.
+template <class Values>
+bool ends_alike(const Values& of, std::size_t count) {
+  const auto last = of.end() - static_cast<std::ptrdiff_t>(count);
+  return std::equal(last, of.end(), last - static_cast<std::ptrdiff_t>(count));
+}
+
+template <class Values>
+void drop_last(Values& of, std::size_t count) {
+  of.erase(of.end() - static_cast<std::ptrdiff_t>(count), of.end());
+}
+
+}  // namespace
+
+bool pending_values::is_like_last() const {
+  return !alike_.empty() && alike_.back().lags == open_.lags &&
+         alike_.back().names == open_.names && ends_alike(lags_, open_.lags) &&
+         ends_alike(names_, open_.names);
+}
+
+void pending_values::close_chip() {
+  if (open_.lags == 0) return;
+  if (is_like_last()) {
+    drop_last(lags_, open_.lags);
+    drop_last(names_, open_.names);
+  } else {
+    alike_.push_back(open_);
+  }
+  ++alike_.back().chips;
+  chips_.push_back(chip_);
+  open_ = {};
 }
 
 // From handles to the numbers of objects; members by the handle of their bundle and their own.
@@ -214,23 +252,24 @@ void pending_values::find_objects(const run& of) {
 }
 
 template <class Take>
-void pending_values::for_each_in_chips(lag_holders& holders, text_id present, Take take) const {
+void pending_values::for_each_in_chips(lag_holders& holders, Take take) const {
+  auto lag = lags_.begin();
   auto name = names_.begin();
-  for (const chip_lag& lag : lags_) {
-    const auto end = name + lag.members;
-    // Made for each: one that is kept would be read from memory as a whole right after it was put
-    // there in parts, for which the processor waits.
-    const auto made = [&] {
-      return cell{field::presence, source::chip_lag, lag.node, lag.npu, present};
-    };
-    if (lag.is_entry)
-      for (const std::uint32_t holder : holders.of(lag.lag)) take(holder, made());
-    if (lag.members == 0) continue;
-    const auto bundles = holders.with_members(lag.lag);
-    if (bundles.empty()) name = end;
-    for (; name != end; ++name)
-      for (const auto& bundle : bundles)
-        for (const std::size_t member : bundle->named(lag.by, *name)) take(member, made());
+  const chip* first = chips_.data();
+  for (const chips_alike& alike : alike_) {
+    const std::span chips(first, alike.chips);
+    first += alike.chips;
+    for (std::size_t i = 0; i < alike.lags; ++i, ++lag) {
+      const auto end = name + lag->members;
+      if (lag->is_entry)
+        for (const std::uint32_t holder : holders.of(lag->lag)) take(holder, chips);
+      if (lag->members == 0) continue;
+      const auto bundles = holders.with_members(lag->lag);
+      if (bundles.empty()) name = end;
+      for (; name != end; ++name)
+        for (const auto& bundle : bundles)
+          for (const std::size_t member : bundle->named(lag->by, *name)) take(member, chips);
+    }
   }
 }
 
@@ -249,19 +288,24 @@ void note(const vague_names& vague, run& into) {
 
 // Goes through all values twice, the look-ups in the chips included: first to count those of each
 // object, so that its cells get their room in one step, then to put each into its place. To keep
-// what was found would take several times the memory of the names that the chips list.
+// what was found would take several times the memory of the names that the chips list. An object
+// gets its values of all chips alike at once: to go from object to object with each chip would be
+// as many waits for the memory.
 void pending_values::attach(run& into, text_id present) {
+  close_chip();
   find_objects(into);
   lag_holders holders(into);
-  const auto for_each = [&](auto take) {
+  const auto for_each_by_handle = [&](auto take) {
     for (const value& one : by_handle_)
       if (one.key != nowhere) take(one.key, one.of);
     for (const value_of_member& one : of_members_)
       if (one.key != nowhere) take(one.key, one.of);
-    for_each_in_chips(holders, present, take);
   };
   std::vector<std::uint32_t> counts(into.objects.size());
-  for_each([&](std::size_t object, const cell&) { ++counts[object]; });
+  for_each_by_handle([&](std::size_t object, const cell&) { ++counts[object]; });
+  for_each_in_chips(holders, [&](std::size_t object, std::span<const chip> chips) {
+    counts[object] += static_cast<std::uint32_t>(chips.size());
+  });
   std::vector<cell*> next(into.objects.size());
   for (std::size_t i = 0; i < counts.size(); ++i) {
     std::vector<cell>& cells = into.objects[i].cells;
@@ -269,7 +313,13 @@ void pending_values::attach(run& into, text_id present) {
     cells.resize(had + counts[i]);
     next[i] = cells.data() + had;
   }
-  for_each([&](std::size_t object, const cell& of) { *next[object]++ = of; });
+  for_each_by_handle([&](std::size_t object, const cell& of) { *next[object]++ = of; });
+  for_each_in_chips(holders, [&](std::size_t object, std::span<const chip> chips) {
+    cell* to = next[object];
+    for (const chip& at : chips)
+      *to++ = {field::presence, source::chip_lag, at.node, at.npu, present};
+    next[object] = to;
+  });
   note(holders.vague(), into);
 }
 

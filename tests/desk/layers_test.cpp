@@ -280,6 +280,32 @@ TEST_F(layers, take_bundles_without_a_row_for_understood) {
   EXPECT_EQ(misunderstood(R"("0/0/CPU0":{"lag":"0x1"},"members":{})"), 1U);
 }
 
+TEST_F(layers, hold_of_each_chip_what_it_lists_like_the_one_before_or_not) {
+  const std::string both = R"({"tm_lag":{"0x1":{"members":["0x04000011","0x04000012"]}}})";
+  const std::string second = R"({"tm_lag":{"0x1":{"members":["0x04000012"]}}})";
+  const std::string other = R"({"tm_lag":{"0x2":{"members":["0x04000011","0x04000012"]}}})";
+  run of;
+  read(of, dump("TESSELDB", R"({"BE1":{"Data":{"lagid":"0x1"}}})") +
+               dump("BM PD", R"({"BE1":{"members":{"0/0/CPU0":{"0/0/0/1":{"sysport":"0x0011"},)"
+                             R"("0/0/0/2":{"sysport":"0x0012"}}}}})") +
+               dump("BCM", R"({"0/0/CPU0":{"0":)" + both + R"(,"1":)" + both +
+                               R"(},"0/1/CPU0":{"0":)" + second + R"(},"0/2/CPU0":{"0":)" + other +
+                               R"(},"0/3/CPU0":{"0":)" + both + R"(,"1":)" + second + "}}"));
+  const auto places = [&](object_kind kind, const std::string& name) {
+    std::vector<std::pair<int, int>> made;
+    for (const cell& c : of.find(kind, "BE1", name)->cells)
+      if (layer_of(c.from) == layer::bcm) made.emplace_back(c.node, c.npu);
+    return made;
+  };
+  using testing::ElementsAre;
+  using testing::Pair;
+  EXPECT_THAT(places(object_kind::member, "0/0/0/1"),
+              ElementsAre(Pair(0, 0), Pair(0, 1), Pair(3, 0)));
+  const auto has_second = ElementsAre(Pair(0, 0), Pair(0, 1), Pair(1, 0), Pair(3, 0), Pair(3, 1));
+  EXPECT_THAT(places(object_kind::member, "0/0/0/2"), has_second);
+  EXPECT_THAT(places(object_kind::bundle, "BE1"), has_second);
+}
+
 TEST_F(layers, hold_every_line_of_the_longest_lag) {
   constexpr std::size_t lines = 140000;
   std::string ports = "\"0x04000011\"";
