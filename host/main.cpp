@@ -74,8 +74,8 @@ void name_what_is_left(const watched_end& end) {
   for (const process& tool : end.left_processes) tools += " " + std::to_string(tool.id);
   if (!tools.empty())
     complain(
-        "these processes of the audit cannot be ended, because they wait for a device; see ps "
-        "-o pid,wchan,args -p:" +
+        "these processes of the audit cannot be ended, because they wait for a device or belong to "
+        "another user; see ps -o pid,user,wchan,args -p" +
             tools,
         0);
   name_captures(end.left_captures);

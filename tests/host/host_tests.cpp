@@ -1,10 +1,16 @@
 // Tests of the host's command line, its error messages and its exit statuses.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
@@ -678,6 +684,64 @@ TEST_F(one_audit, leaves_the_lock_to_no_tool_that_lives_on) {
   std::filesystem::remove(tool);
   EXPECT_EQ(result.out, "Dumping Data.... Done\nlives\nDumping Data.... Done\n0\n");
   EXPECT_EQ(result.err, "");
+}
+
+// The host sends its signals to tools in this way only.
+void protect_tools() {
+  std::array<sock_filter, 4> rules = {{
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_pidfd_send_signal, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  }};
+  const sock_fprog program{static_cast<unsigned short>(rules.size()), rules.data()};
+  if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
+      ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
+    ::_exit(126);
+}
+
+// Runs a shell line where the host's signals do not reach a tool. Returns no standard output.
+ended run_with_protected_tools(const std::string& line) {
+  std::array<int, 2> ends{};
+  EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    protect_tools();
+    const ended result = run_shell(line);
+    const ssize_t written = ::write(ends[1], result.err.data(), result.err.size());
+    ::_exit(written < 0 ? 126 : result.status);
+  }
+  ::close(ends[1]);
+  ended result;
+  std::array<char, 4096> block{};
+  for (ssize_t count = 0; (count = ::read(ends[0], block.data(), block.size())) > 0;)
+    result.err.append(block.data(), static_cast<std::size_t>(count));
+  ::close(ends[0]);
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return result;
+}
+
+TEST_F(one_audit, names_the_tools_that_it_cannot_end) {
+  const std::string tool = testing::TempDir() + "/host_tool_" + std::to_string(getpid());
+  ::setenv("LEFT_TOOL", tool.c_str(), 1);
+  const auto result =
+      run_with_protected_tools(host + " --library " + stand_ins + "/libleaving.so --deadline 1");
+  ::unsetenv("LEFT_TOOL");
+  pid_t left = 0;
+  std::ifstream(tool) >> left;
+  std::filesystem::remove(tool);
+  ASSERT_GT(left, 0);
+  EXPECT_EQ(result.status, status_not_complete);
+  const std::string look = "ps -o pid,user,wchan,args -p " + std::to_string(left);
+  EXPECT_TRUE(result.err.ends_with(
+      "\ntessel-host: these processes of the audit cannot be ended, because they wait for a device "
+      "or belong to another user; see " +
+      look + "\n"))
+      << result.err;
+  EXPECT_NE(run_shell(look).out.find("sleep 600"), std::string::npos);
+  ::kill(left, SIGKILL);
 }
 
 TEST_F(one_audit, runs_beside_another_in_process) {

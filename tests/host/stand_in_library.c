@@ -4,8 +4,8 @@
  * Built without tessel_run if LACKS_RUN is set. If WORKS is set, it works for a while, or until
  * the file $WORK_UNTIL is there (30 s at most), and completes: its journal has two commands, of
  * which one is slow, and it leaves a title open meanwhile. The first line of the journal has the
- * limit of commands as the version. If LEAVES is set too, a tool of it lives on for 600 s, with all
- * descriptors that are not closed on exec.
+ * limit of commands as the version. If LEAVES is set too, it starts a tool that lives on for 600 s,
+ * with all descriptors that are not closed on exec.
  */
 #define _DEFAULT_SOURCE
 #include <inttypes.h>
@@ -41,6 +41,9 @@ static void say(const char* line) {
 static void work(void) {
   printf("Dumping Data....");
   fflush(stdout);
+#ifdef LEAVES
+  if (system("sleep 600 >/dev/null 2>&1 & echo $! >$LEFT_TOOL") != 0) perror("a tool");
+#endif
   if (journal_descriptor >= 0)
     dprintf(journal_descriptor,
             "{\"n\":1,\"event\":\"run\",\"format\":1,\"version\":\"%s\",\"time\":\"x\"}\n",
@@ -61,9 +64,6 @@ static void work(void) {
       "2\",\"seconds\":12.5,\"status\":0,\"bytes\":7}");
   say("{\"n\":6,\"event\":\"finished\",\"at\":1.1}");
   puts(" Done");
-#ifdef LEAVES
-  if (system("sleep 600 >/dev/null 2>&1 & echo $! >$LEFT_TOOL") != 0) perror("a tool");
-#endif
   exit(0);
 }
 #endif
