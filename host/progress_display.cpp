@@ -5,6 +5,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <string_view>
 #include <utility>
 
 #include "standard_error.h"
@@ -36,9 +39,20 @@ std::size_t width() {
   return is_known ? size.ws_col : usual_width;
 }
 
-// A host in the background would draw into what somebody types.
+// Who gives the host a group of its own and waits for it names the group that the terminal knows.
+pid_t group_of_caller() {
+  const char* const named = std::getenv("TESSEL_FOREGROUND");
+  const std::string_view text = named == nullptr ? "" : named;
+  pid_t group = 0;
+  std::from_chars(text.data(), text.data() + text.size(), group);
+  return group;
+}
+
+// A host in the background would draw into what somebody types. A terminal that is not the
+// session's own, as behind su -c, has no background.
 bool is_in_foreground() {
-  return ::tcgetpgrp(STDERR_FILENO) == ::getpgrp();
+  const pid_t shown = ::tcgetpgrp(STDERR_FILENO);
+  return shown < 0 || shown == ::getpgrp() || (shown > 0 && shown == group_of_caller());
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <ctime>
 
 #include "lab/base/error.h"
@@ -52,6 +53,15 @@ std::vector<char*> argument_list(std::vector<std::string>& words) {
 void execute_program(std::vector<std::string> words) {
   execv(words.front().c_str(), argument_list(words).data());
   fail(words.front());
+}
+
+void lead_group() {
+  setpgid(0, 0);
+  signal(SIGTTOU, SIG_IGN);
+  const pid_t parent = getppid();
+  if (parent == 0) return;  // in another process namespace, as the terminal's groups are
+  // Where the lab runs a recorder, the variable has the lab's group already.
+  setenv("TESSEL_FOREGROUND", std::to_string(getpgid(parent)).c_str(), 0);
 }
 
 sigset_t awaited_signals() {

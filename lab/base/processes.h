@@ -38,6 +38,11 @@ std::vector<char*> argument_list(std::vector<std::string>& words);
 // Becomes the program that the first word names. Throws `lab_error` if it cannot be started.
 [[noreturn]] void execute_program(std::vector<std::string> words);
 
+// In a child: makes it the head of a group of its own, so that one signal reaches it and all that
+// it starts. To the terminal that group stays a part of the caller's: it may write there, and
+// tessel-host draws its progress.
+void lead_group();
+
 // The signals that wait_for_group awaits: SIGINT, SIGTERM, SIGHUP and SIGCHLD.
 sigset_t awaited_signals();
 

@@ -171,7 +171,7 @@ void offer_journal(const fs::path& file) {
 // Becomes the host. Returns the exit status if it cannot.
 int be_child(const record_request& request, const fs::path& work, const held_back_signals& signals,
              pid_t recorder) {
-  setpgid(0, 0);
+  lead_group();
   signals.let_through();
   try {
     prepare(request, work, recorder);

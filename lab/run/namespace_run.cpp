@@ -185,8 +185,7 @@ bool is_cut(const descriptor& lifeline) {
 // Becomes the host. Returns the exit status if it cannot.
 int be_child(const run_request& request, const fs::path& record_work,
              const held_back_signals& signals, const descriptor& lifeline) {
-  // A group of its own, so that one signal reaches the host and every tool that it started.
-  setpgid(0, 0);
+  lead_group();
   if (!request.real_ssh) signals.let_through();
   try {
     prepare(request, record_work);

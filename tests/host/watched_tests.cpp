@@ -751,15 +751,15 @@ struct shown {
 };
 
 // Runs the stand-in that works for 0.7 s with a terminal of its own, which `streams`, a redirection
-// of the shell, may leave.
+// of the shell, may leave. `starter` is a program that starts it.
 shown run_on_terminal(const std::string& folder, const std::string& streams,
-                      const std::string& options) {
+                      const std::string& options, const std::string& starter) {
   int terminal = -1;
   const winsize size{24, 200, 0, 0};
   const pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
   if (child == 0) {
-    const std::string line = std::string("exec ") + TESSEL_HOST + " --library " + STAND_IN_FOLDER +
-                             "/libworking.so " + options + " " + streams;
+    const std::string line = "exec " + starter + " " + TESSEL_HOST + " --library " +
+                             STAND_IN_FOLDER + "/libworking.so " + options + " " + streams;
     ::chdir(folder.c_str()) == 0 && ::execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
     ::_exit(126);
   }
@@ -776,8 +776,9 @@ shown run_on_terminal(const std::string& folder, const std::string& streams,
 
 class progress_test : public folder_test {
  protected:
-  shown run(const std::string& streams, const std::string& options = "") const {
-    shown result = run_on_terminal(folder_, streams, options);
+  shown run(const std::string& streams, const std::string& options = "",
+            const std::string& starter = "") const {
+    shown result = run_on_terminal(folder_, streams, options, starter);
     EXPECT_EQ(result.status, 0);
     if (fs::exists(at("out"))) result.out = content_of(at("out"));
     if (fs::exists(at("err"))) result.err = content_of(at("err"));
@@ -820,6 +821,27 @@ TEST_F(progress_test, is_off_where_nobody_asks_or_it_would_garble_the_titles) {
       "tessel-host: no progress is shown, because the audit prints to the same terminal; send "
       "its output to a file\r\n" +
           garbled);
+}
+
+// The group that the terminal shows is that of perl.
+TEST_F(progress_test, is_drawn_only_in_the_foreground) {
+  const auto in_other_group = [](const std::string& variable) {
+    return "perl -e '" + variable +
+           " unless (fork) { setpgrp 0, 0; exec @ARGV; } wait; exit $?' --";
+  };
+  EXPECT_EQ(run(">out", "--progress", in_other_group("")).terminal, "");
+  for (const char* const other : {"0", "1"})
+    EXPECT_EQ(run(">out", "--progress",
+                  in_other_group("$ENV{TESSEL_FOREGROUND} = \"" + std::string(other) + "\";"))
+                  .terminal,
+              "")
+        << other;
+  const std::string drawn = "\r1 running, 1/2 done, ";
+  EXPECT_NE(run(">out", "", in_other_group("$ENV{TESSEL_FOREGROUND} = $$;")).terminal.find(drawn),
+            std::string::npos)
+      << "whoever waits for it is in the foreground";
+  EXPECT_NE(run(">out", "", "setsid --wait").terminal.find(drawn), std::string::npos)
+      << "a terminal without jobs";
 }
 
 // The journal that the environment asks for is complete all the same.
