@@ -6,6 +6,7 @@
 #include <cctype>
 #include <set>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "lab/base/files.h"
@@ -176,6 +177,24 @@ void compare_log(const std::string& name, const capture_findings& one,
     result.difference = found.lacks.empty() ? found.has_more : found.lacks;
 }
 
+// The names of the logs of which a folder has at least the backup: an audit that ends between two
+// lines may leave no more.
+std::set<std::string> logs_in(const fs::path& folder) {
+  std::set<std::string> names;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    std::string name = entry.path().filename().string();
+    // The debug log quotes the tools' texts.
+    if (!entry.is_regular_file() || name.starts_with("tessel_debug")) continue;
+    if (name.ends_with(backup_suffix)) name.resize(name.size() - backup_suffix.size());
+    names.insert(std::move(name));
+  }
+  return names;
+}
+
+std::string text_of(const fs::path& file) {
+  return fs::is_regular_file(file) ? read_whole(file) : "";
+}
+
 }  // namespace
 
 run_findings read_findings(const fs::path& logs, const std::string& console, int status,
@@ -183,18 +202,13 @@ run_findings read_findings(const fs::path& logs, const std::string& console, int
   run_findings found;
   found.status = status;
   found.logs[console_name] = counted(console_lines(edited(console)));
-  for (const auto& entry : fs::directory_iterator(logs)) {
-    const std::string name = entry.path().filename().string();
-    // It quotes the tools' texts.
-    if (!entry.is_regular_file() || name.starts_with("tessel_debug")) continue;
-    if (name.ends_with(backup_suffix)) continue;
-    const fs::path backup = entry.path().string() + std::string{backup_suffix};
-    const bool is_rotated = fs::exists(backup);
+  for (const std::string& name : logs_in(logs)) {
+    const fs::path backup = logs / (name + std::string{backup_suffix});
     std::vector<std::string> lines;
-    each_line(edited((is_rotated ? read_whole(backup) : "") + read_whole(entry.path())),
+    each_line(edited(text_of(backup) + text_of(logs / name)),
               [&](std::string_view line) { lines.push_back(comparable(line)); });
     found.logs[name] = counted(lines);
-    found.logs[name].is_rotated = is_rotated;
+    found.logs[name].is_rotated = fs::exists(backup);
   }
   return found;
 }

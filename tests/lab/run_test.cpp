@@ -781,6 +781,16 @@ TEST_F(namespace_test, redact_compares_what_rotation_has_left_of_a_log) {
             std::string::npos)
       << same.out;
 
+  // The log itself is gone.
+  const outcome only_backup = verified("log a 1 10 >" + name + ".1");
+  EXPECT_EQ(only_backup.status, 2) << only_backup.err;
+  EXPECT_NE(only_backup.out.find("the same 10 lines." + rotated), std::string::npos)
+      << only_backup.out;
+  const outcome other_backup = verified("log a 1 6 >" + name + ".1; log b$is_original 1 6 >>" +
+                                        name + ".1; log a 1 2 >tessel_stale_entries.log");
+  EXPECT_EQ(other_backup.status, 1);
+  EXPECT_NE(other_backup.err.find(name + " lacks \"b1 1\""), std::string::npos) << other_backup.err;
+
   // Other words in the newer half.
   const outcome other = verified("log a 1 6 >" + name + ".1; log pear$is_original 1 6 >" + name);
   EXPECT_EQ(other.status, 1);
