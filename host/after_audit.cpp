@@ -64,6 +64,29 @@ bool show_summary(const std::string& program, const std::string& journal) {
   return is_shown;
 }
 
+// True for the own streams by any name, such as /dev/stdout. The report program has others.
+bool is_standard_stream(fs::path path) {
+  if (path == "-") return true;
+  const fs::path own = "/proc/" + std::to_string(::getpid()) + "/fd";
+  std::error_code error;
+  for (int links = 0; links < 8 && !error; ++links) {
+    const fs::path folder = fs::weakly_canonical(fs::absolute(path).parent_path(), error);
+    const fs::path name = path.filename();
+    if (folder == own) return name == "0" || name == "1" || name == "2";
+    path = fs::read_symlink(path, error);
+    if (path.is_relative()) path = folder / path;
+  }
+  return false;
+}
+
+// A pipe, or a device, does not give back what was written.
+std::string written_report(const std::string& program, const std::string& journal,
+                           const std::string& file) {
+  std::error_code error;
+  if (fs::is_regular_file(file, error)) return head_of(file);
+  return run_programs({command(program, "json", journal)}, patience).front().out;
+}
+
 [[noreturn]] void refuse(const std::string& path, const std::string& cause) {
   throw report_file_error("cannot write the report in JSON '" + command_line::one_line(path) +
                           "': " + cause + "; name another file with --json FILE");
@@ -84,7 +107,9 @@ bool debug_log_state::was_written_until(const debug_log_state& now) const {
          !same_time(found_.st_ctim, now.found_.st_ctim);
 }
 
-void check_report_target(const std::string& path) {
+void check_report_target(const std::string& path, const std::optional<std::string>& journal) {
+  if (is_standard_stream(path)) refuse(path, "the standard streams are for what the audit prints");
+  if (journal && is_same_file(path, *journal)) refuse(path, "--journal names the same file");
   struct stat state {};
   const bool is_there = ::stat(path.c_str(), &state) == 0;
   if (!is_there && errno != ENOENT) refuse(path, cause_of(errno));
@@ -132,7 +157,8 @@ int report_audit(const std::string& program, const report_wishes& wishes,
   if (!has_report(made))
     complain("the report in JSON cannot be made: " + made.complaint() +
              "; look at what it says of the run: tessel-report json");
-  if (wishes.json && wishes.checks) made.out = head_of(*wishes.json);
+  if (has_report(made) && wishes.json && wishes.checks)
+    made.out = written_report(program, journal, *wishes.json);
   return check(made, timed_out);
 }
 

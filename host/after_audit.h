@@ -28,9 +28,9 @@ class report_file_error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Sees before an audit whether the report in JSON can be written there. Throws
-// `report_file_error`.
-void check_report_target(const std::string& path);
+// Sees before an audit whether the report in JSON can be written there, and would not replace the
+// journal. Throws `report_file_error`.
+void check_report_target(const std::string& path, const std::optional<std::string>& journal);
 
 // The report program: beside this program, else on the search path. Throws `report_error` before an
 // audit rather than after it.

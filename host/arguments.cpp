@@ -102,21 +102,33 @@ void add_reports(CLI::App& app, host_arguments& parsed) {
       [&](const auto& text) { parsed.support_file = file_named(text); });
 }
 
-// Only who watches an audit can do these.
+// One of the given options that only who watches an audit can heed; empty if there is none.
+std::string option_of_who_watches(const host_arguments& parsed) {
+  if (parsed.progress == true) return "--progress";
+  if (parsed.command_timeout) return "--command-timeout";
+  if (parsed.deadline) return "--deadline";
+  if (parsed.wait) return "--wait";
+  if (parsed.report.shows_summary) return "--report";
+  if (parsed.report.checks) return "--check";
+  if (parsed.report.json) return "--json";
+  if (parsed.support_file) return "--support-file";
+  return {};
+}
+
 void refuse_for_in_process(const CLI::App& app, const host_arguments& parsed) {
-  if (!parsed.in_process) return;
-  const auto refuse = [&](const std::string& option) {
+  const std::string option = option_of_who_watches(parsed);
+  if (parsed.in_process && !option.empty())
     throw command_line::complaint(app,
                                   option + " needs a host that watches; leave out --in-process");
-  };
-  if (parsed.progress == true) refuse("--progress");
-  if (parsed.command_timeout) refuse("--command-timeout");
-  if (parsed.deadline) refuse("--deadline");
-  if (parsed.wait) refuse("--wait");
-  if (parsed.report.shows_summary) refuse("--report");
-  if (parsed.report.checks) refuse("--check");
-  if (parsed.report.json) refuse("--json");
-  if (parsed.support_file) refuse("--support-file");
+}
+
+// Nobody is to wait for a file that doctor does not write. A library and a node id change nothing
+// of what it looks at.
+void refuse_for_doctor(const CLI::App& app, const host_arguments& parsed) {
+  std::string option = option_of_who_watches(parsed);
+  if (parsed.journal) option = "--journal";
+  if (parsed.in_process) option = "--in-process";
+  if (!option.empty()) throw command_line::complaint(app, option + " is for an audit");
 }
 
 }  // namespace
@@ -173,6 +185,7 @@ host_arguments parse_arguments(std::span<const char* const> arguments) {
   } else if (version) {
     parsed.action = host_action::version;
   } else if (doctor.parsed()) {
+    refuse_for_doctor(app, parsed);
     parsed.action = host_action::doctor;
   } else {
     refuse_for_in_process(app, parsed);

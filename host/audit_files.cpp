@@ -26,6 +26,17 @@ std::string why_not_ours(const std::string& path) {
   return {};
 }
 
+bool is_same_file(const std::string& one, const std::string& other) {
+  std::error_code error;
+  if (std::filesystem::equivalent(one, other, error)) return true;
+  const auto place_of = [](const std::string& path) {
+    std::error_code unseen;
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(path, unseen), unseen);
+  };
+  const auto place = place_of(one);
+  return !place.empty() && place == place_of(other);
+}
+
 std::string cause_of(int error) {
   if (error == ELOOP) return "it is a link";
   if (error == ENXIO) return "it is not a file";

@@ -25,6 +25,9 @@ inline constexpr std::array<std::string_view, 7> log_names = {
 // it may.
 [[nodiscard]] std::string why_not_ours(const std::string& path);
 
+// True if both paths lead to one file, or would, if it is not there yet.
+[[nodiscard]] bool is_same_file(const std::string& one, const std::string& other);
+
 // Of what the system says when a file cannot be opened, two causes are not plain.
 [[nodiscard]] std::string cause_of(int error);
 

@@ -275,7 +275,7 @@ void remove_what_was_kept(const host_arguments& arguments, watched_end& end) {
 
 // Before an audit, so that a wrong path does not cost one.
 void check_files(const host_arguments& arguments) {
-  if (arguments.report.json) check_report_target(*arguments.report.json);
+  if (arguments.report.json) check_report_target(*arguments.report.json, arguments.journal);
   if (!arguments.support_file) return;
   std::vector<std::string> others;
   for (const auto& other : {arguments.journal, arguments.report.json})

@@ -42,14 +42,6 @@ constexpr int compression_level = 3;  // the logs of a large router are packed i
                       "': " + cause + "; " + remedy);
 }
 
-fs::path place_of(const std::string& path) {
-  std::error_code error;
-  const fs::path absolute = fs::absolute(path, error);
-  fs::path place = error ? absolute : fs::weakly_canonical(absolute, error);
-  if (error) refuse(path, error.message());
-  return place;
-}
-
 // What is replaced must be a file of this user and of this name alone.
 void refuse_what_is_there(const std::string& path) {
   struct stat state {};
@@ -361,7 +353,7 @@ void check_support_target(const std::string& path, const std::vector<std::string
     refuse(path, cause_of(ENAMETOOLONG));
   if (const std::string cause = why_not_ours(path); !cause.empty()) refuse(path, cause);
   for (const std::string& other : others)
-    if (place_of(path) == place_of(other)) refuse(path, "another option names the same file");
+    if (is_same_file(path, other)) refuse(path, "another option names the same file");
   refuse_what_is_there(path);
   const file_beside tried(path);
 }

@@ -138,12 +138,19 @@ fs::path take_journal(std::vector<std::string>& host_arguments) {
 // host refuses an empty one.
 std::vector<std::string> written_files(const std::vector<std::string>& host_arguments) {
   std::vector<std::string> files;
+  // What has no name the host refuses. A device is the same in the run, and so is a pipe of the
+  // caller's, such as /dev/fd/63.
+  const auto take = [&](const std::string& file) {
+    if (file.empty()) return;
+    const std::string place = fs::absolute(file).lexically_normal();
+    if (!place.starts_with("/dev/") && !place.starts_with("/proc/")) files.push_back(file);
+  };
   for (std::size_t at = 0; at < host_arguments.size(); ++at)
     for (const std::string option : {"--json", "--support-file"}) {
       if (host_arguments[at] == option && at + 1 < host_arguments.size())
-        files.push_back(host_arguments[at + 1]);
+        take(host_arguments[at + 1]);
       else if (host_arguments[at].starts_with(option + "="))
-        files.push_back(host_arguments[at].substr(option.size() + 1));
+        take(host_arguments[at].substr(option.size() + 1));
     }
   std::erase(files, "");
   return files;

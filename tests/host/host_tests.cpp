@@ -165,6 +165,17 @@ TEST(parse_arguments, takes_the_command_doctor) {
   EXPECT_EQ(parse({"doctor", "--help"}).action, host_action::help);
   EXPECT_EQ(complaint_about({"doctor", "x"}),
             "doctor: unexpected argument \"x\"; see tessel-host doctor --help");
+  const std::vector<std::vector<const char*>> rows = {
+      {"--progress"},  {"--deadline", "1"}, {"--command-timeout", "1"},
+      {"--wait"},      {"--report"},        {"--check"},
+      {"--json", "x"}, {"--journal", "x"},  {"--support-file", "x"},
+      {"--in-process"}};
+  for (std::vector<const char*> row : rows) {
+    const std::string option = row[0];
+    row.push_back("doctor");
+    EXPECT_EQ(complaint_about(row),
+              "doctor: " + option + " is for an audit; see tessel-host doctor --help");
+  }
 }
 
 TEST(parse_arguments, refuses_what_needs_a_host_that_watches) {

@@ -613,6 +613,13 @@ TEST_F(namespace_test, the_hosts_files_are_the_callers) {
   EXPECT_EQ(host(writing, "birch-small -- --json " + below + "/new/inner/file").status, 0);
   EXPECT_EQ(read_text(below + "/new/inner/file"), "line\n");
   fs::remove_all(below);
+  // A pipe of the caller's.
+  const outcome piped =
+      run_shell("{ " + run + "--json /dev/fd/8 8>&1 >/dev/null | cat; } 2>/dev/null");
+  EXPECT_EQ(piped.out, "line\n");
+  // The host refuses it.
+  EXPECT_EQ(host("printf '<%s>' \"$@\"", "birch-small -- --node-id 7 --library= --json ''").out,
+            "<--node-id><7><--library=><--json><>");
   // The folder of the logs may have to be made first.
   fs::remove_all(logs());
   const outcome made = host(writing, "birch-small -- --json " + (logs() / "file").string());
