@@ -51,15 +51,20 @@ std::optional<process> process_at(const std::string& file, pid_t id) {
   found.id = id;
   if (name_end == text.npos ||
       std::sscanf(text.data() + name_end + 1,
-                  " %c %d %*d %*d %*d %*d %*u %*u %*u %*u %*u %*u %*u %*d %*d %*d %*d %*d %*d %llu",
-                  &found.state, &found.parent, &found.began) != 3) {
+                  " %c %d %*d %*d %*d %*d %*u %*u %*u %*u %*u %*u %*u %*d %*d %*d %*d %d %*d %llu",
+                  &found.state, &found.parent, &found.threads, &found.began) != 4) {
     return std::nullopt;
   }
   return found;
 }
 
-bool has_ended(const process& one) {
+bool has_thread_ended(const process& one) {
   return one.state == 'Z' || one.state == 'X';
+}
+
+// The first thread of a process may end before the others.
+bool has_ended(const process& one) {
+  return has_thread_ended(one) && one.threads <= 1;
 }
 
 bool is_among(const process& one, const std::vector<process>& some) {
@@ -111,7 +116,7 @@ bool is_halted(pid_t id) {
   const std::vector<pid_t> threads = numbers_in(tasks);
   return std::all_of(threads.begin(), threads.end(), [&](pid_t thread) {
     const auto state = process_at(tasks + "/" + std::to_string(thread) + "/stat", thread);
-    return !state || has_ended(*state) || state->state == 'T' || state->state == 't';
+    return !state || has_thread_ended(*state) || state->state == 'T' || state->state == 't';
   });
 }
 

@@ -12,7 +12,8 @@ namespace tessel_host {
 struct process {
   pid_t id = 0;
   pid_t parent = 0;
-  char state = 0;  // as in proc(5)
+  char state = 0;   // as in proc(5)
+  int threads = 0;  // of the whole process, also where this is one of them
   unsigned long long began = 0;
 };
 

@@ -6,6 +6,7 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,6 +25,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -142,6 +144,21 @@ TEST(running_below, finds_children_of_children_and_orphans_until_they_end) {
   while (::waitpid(-1, nullptr, 0) > 0) continue;
   ::prctl(PR_SET_CHILD_SUBREAPER, 0);
   EXPECT_FALSE(process_of(child));
+}
+
+TEST(running_below, finds_a_process_of_which_only_the_first_thread_has_ended) {
+  const pid_t child = start([] {
+    std::thread([] {
+      for (;;) ::pause();
+    }).detach();
+    ::syscall(SYS_exit, 0);
+  });
+  EXPECT_TRUE(comes_true([&] { return process_of(child)->state == 'Z'; }));
+  const auto found = running_below(::getpid());
+  ASSERT_EQ(found.size(), 1U);
+  send_signal(found[0], SIGKILL);
+  EXPECT_TRUE(comes_true([] { return running_below(::getpid()).empty(); }));
+  end(child);
 }
 
 TEST(running_below, leaves_out_what_is_spared_with_all_below) {
