@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "lab/base/beside.h"
@@ -152,12 +153,16 @@ void write_mapping(const fs::path& file, const std::vector<replaced_value>& rows
   build_beside(file, [&](const fs::path& building) { write_whole(building, text); });
 }
 
-void check_mapping(const fs::path& file, const fs::path& out) {
+// Whoever packs a capture packs all of its folder.
+void check_mapping(const fs::path& file, const fs::path& from, const fs::path& out) {
   check_target(file);
-  if (lies_under(file, out))
-    throw lab_error(fmt::format(
-        "{}: lies in the capture that is to be given away; name another place with --mapping",
-        file.string()));
+  for (const auto& [capture, what] :
+       {std::pair{out, "is to be given away"}, std::pair{from, "is redacted"}})
+    if (lies_under(file, capture))
+      throw lab_error(
+          fmt::format("{}: lies in the capture that {}; name another place with "
+                      "--mapping",
+                      file.string(), what));
 }
 
 }  // namespace
@@ -165,7 +170,7 @@ void check_mapping(const fs::path& file, const fs::path& out) {
 int redact_command(const redact_options& o) {
   const fs::path out = target_named(o.out);
   const fs::path mapping = o.mapping ? target_named(*o.mapping) : fs::path{};
-  if (o.mapping) check_mapping(mapping, out);
+  if (o.mapping) check_mapping(mapping, o.from, out);
   if (o.verify) insist_on_namespace();
   capture c = read_capture(o.from);
   c.router = out.filename().string();

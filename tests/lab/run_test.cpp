@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <utility>
 #include <vector>
 
 #include "lab/base/namespaces.h"
@@ -706,12 +707,16 @@ TEST_F(namespace_test, redact_verifies_that_the_findings_stay) {
             fs::perms::owner_read | fs::perms::owner_write);
   EXPECT_NE(read_text(scratch_.path() / "private/names").find("name\tbirch-small\tname-2\n"),
             std::string::npos);
-  // A file that would be given away with the capture.
-  EXPECT_EQ(lab_program("redact " + folder + "/cap " + folder + "/other --mapping " + folder +
-                        "/other/names")
-                .status,
-            1);
-  EXPECT_FALSE(fs::exists(scratch_.path() / "other"));
+  // A file that would be given away with one of the captures, or packed with it.
+  for (const auto& [file, what] :
+       {std::pair{"/other/names", "is to be given away"}, std::pair{"/cap/names", "is redacted"}}) {
+    const outcome refused =
+        lab_program("redact " + folder + "/cap " + folder + "/other --mapping " + folder + file);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.err, "tessel-lab: " + folder + file + ": lies in the capture that " + what +
+                               "; name another place with --mapping\n");
+    EXPECT_FALSE(fs::exists(scratch_.path() / "other"));
+  }
 }
 
 // The script says what the host logs; it can tell the two captures, and how many audits there were.
