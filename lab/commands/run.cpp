@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 
 #include "lab/base/beside.h"
 #include "lab/base/complain.h"
@@ -206,6 +207,28 @@ std::vector<fs::path> folders_in_tmp(const std::vector<std::string>& files) {
   return folders;
 }
 
+// True for a log, or its backup, in the folder.
+bool is_log_in(const fs::path& file, const fs::path& folder) {
+  std::error_code unseen;
+  const fs::path place = fs::weakly_canonical(fs::absolute(file), unseen);
+  const std::string name = place.filename();
+  return !folder.empty() && place.parent_path() == fs::weakly_canonical(folder) &&
+         name.starts_with("tessel_") && (name.ends_with(".log") || name.ends_with(".log.1"));
+}
+
+// Throws `lab_error` for what the host would refuse, if it saw where it leads.
+void refuse_logs(const std::vector<std::string>& files, const fs::path& journal,
+                 const fs::path& logs) {
+  std::vector<fs::path> refused;
+  for (const fs::path file : files)
+    if (is_log_in(file, logs)) refused.push_back(file);
+  if (!journal.empty() && (is_log_in(journal, logs) || is_log_in(journal, "/var/log")))
+    refused.push_back(journal);
+  if (!refused.empty())
+    throw lab_error(
+        fmt::format("{}: is a log of the audit; name another file", refused.front().string()));
+}
+
 // The host does the rest, as everywhere.
 void make_journal_file(const fs::path& file) {
   const auto type = fs::symlink_status(file).type();
@@ -229,12 +252,13 @@ void set_outputs(const run_options& o, run_request& request) {
   if (!request.record.empty()) check_record_target(request.record, logs, request.calls);
   const std::vector<std::string> files = written_files(o.host_arguments);
   refuse_what_would_vanish(files);
+  request.host_arguments = o.host_arguments;
+  request.journal = take_journal(request.host_arguments);
+  refuse_logs(files, request.journal, logs);
   request.logs = logs_folder(o.logs.value_or(""));
   make_folders_of(files);
   request.outputs = folders_in_tmp(files);
   if (keeps_calls) make_calls_file(request.calls);
-  request.host_arguments = o.host_arguments;
-  request.journal = take_journal(request.host_arguments);
   if (!request.journal.empty()) make_journal_file(request.journal);
 }
 

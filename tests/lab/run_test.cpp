@@ -644,6 +644,28 @@ TEST_F(namespace_test, a_file_that_would_vanish_with_the_run_is_refused_before_t
     }
 }
 
+// Who writes there would do it together with the audit.
+TEST_F(namespace_test, a_log_of_the_audit_is_refused_before_the_audit) {
+  fs::remove_all(logs());
+  const std::string log = "/tessel_debug.log";
+  for (const std::string option : {"--json ", "--support-file=", "--journal "})
+    for (const std::string& name : {log, log + ".1"}) {
+      const std::string file = logs().string() + name;
+      const outcome refused = host("echo ran", "birch-small -- " + option + file);
+      EXPECT_EQ(refused.status, 1);
+      EXPECT_EQ(refused.out, "");
+      EXPECT_EQ(refused.err,
+                "tessel-lab: " + file + ": is a log of the audit; name another file\n");
+      EXPECT_FALSE(fs::exists(logs()));
+    }
+  // The machine's own.
+  EXPECT_EQ(host("echo ran", "birch-small -- --journal /var/log/tessel_lab_test.log").status, 1);
+  EXPECT_EQ(
+      host("echo ran", "birch-small -- --journal " + logs().string() + "/tessel_journal.jsonl")
+          .status,
+      0);
+}
+
 TEST_F(namespace_test,
        a_relative_name_that_leads_out_of_the_callers_folder_is_like_an_absolute_one) {
   const lab_test::scratch_folder of_tmp;
