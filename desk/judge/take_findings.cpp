@@ -160,8 +160,6 @@ bool is_normal_note(const open_places& open, const finding& one) {
   // Fewer threads, or files that stay: the audit says itself that it is complete all the same.
   if (one.code == "TC-903" || one.code == "TC-904") return true;
   if (one.code == "TC-608" || one.code == "TC-616") return true;
-  // Nothing of the sub-bundle was verified in a chip that was read.
-  if (one.code == "TC-207") return false;
   if (one.node.empty() || one.of == layer::none) return false;
   // Where nothing can be, the note is no finding.
   return !open.contains({one.node, one.of});

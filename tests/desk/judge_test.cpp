@@ -232,21 +232,26 @@ TEST_F(run_of_a_test, a_note_about_an_object_that_differs_is_normal_all_the_same
   EXPECT_THAT(is.unexplained, ElementsAre(0));
 }
 
-// Whether the chip knows no LIF or the layers gave none, its entries were not verified.
-TEST_F(run_of_a_test, a_sub_bundle_that_was_not_verified_in_a_chip_leaves_its_bundle_unjudged) {
-  for (const char* code : {"TC-207", "TC-760"}) {
-    of = run();
-    SetUp();
-    add_nodes(2);
-    find(code, field::lif, "0/0/CPU0", layer::bcm,
-         code == std::string("TC-207") ? finding_kind::note : finding_kind::failure);
-    of.findings.back().object = {object_kind::sub_bundle, "BE1", "BE1.1"};
-    const judged_run is = judged();
-    EXPECT_EQ(is.bundles.at(0).is, verdict::not_judged) << code;
-    ASSERT_EQ(is.causes.size(), 1U) << code;
-    EXPECT_EQ(is.causes[0].how_sure, sureness::unknown);
-    EXPECT_EQ(exit_status(is), 3);
-  }
+TEST_F(run_of_a_test, a_sub_bundle_whose_lif_was_not_verified_leaves_its_bundle_unjudged) {
+  add_nodes(2);
+  find("TC-760", field::lif, "0/0/CPU0", layer::bcm, finding_kind::failure);
+  of.findings.back().object = {object_kind::sub_bundle, "BE1", "BE1.1"};
+  const judged_run is = judged();
+  EXPECT_EQ(is.bundles.at(0).is, verdict::not_judged);
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].how_sure, sureness::unknown);
+  EXPECT_EQ(exit_status(is), 3);
+}
+
+TEST_F(run_of_a_test, a_sub_bundle_without_any_lif_to_verify_is_normal) {
+  add_nodes(2);
+  find("TC-207", field::lif, "0/0/CPU0", layer::bcm, finding_kind::note);
+  of.findings.back().object = {object_kind::sub_bundle, "BE1", "BE1.1"};
+  const judged_run is = judged();
+  EXPECT_EQ(is.bundles.at(0).is, verdict::agrees);
+  EXPECT_TRUE(is.causes.empty());
+  EXPECT_THAT(is.unexplained, ElementsAre(0));
+  EXPECT_EQ(exit_status(is), 0);
 }
 
 TEST_F(run_of_a_test, what_is_missing_on_one_node_does_not_explain_another) {
