@@ -651,7 +651,8 @@ TEST_F(namespace_test, a_log_of_the_audit_is_refused_before_the_audit) {
   for (const std::string option : {"--json ", "--support-file=", "--journal "})
     for (const std::string& name : {log, log + ".1"}) {
       const std::string file = logs().string() + name;
-      const outcome refused = host("echo ran", "birch-small -- " + option + file);
+      const outcome refused =
+          host("echo ran", std::string("birch-small -- ").append(option).append(file));
       EXPECT_EQ(refused.status, 1);
       EXPECT_EQ(refused.out, "");
       EXPECT_EQ(refused.err,
@@ -730,10 +731,10 @@ TEST_F(namespace_test, redact_verifies_that_the_findings_stay) {
   EXPECT_NE(read_text(scratch_.path() / "private/names").find("name\tbirch-small\tname-2\n"),
             std::string::npos);
   // A file that would be given away with one of the captures, or packed with it.
+  const std::string redact = "redact " + folder + "/cap " + folder + "/other --mapping " + folder;
   for (const auto& [file, what] :
        {std::pair{"/other/names", "is to be given away"}, std::pair{"/cap/names", "is redacted"}}) {
-    const outcome refused =
-        lab_program("redact " + folder + "/cap " + folder + "/other --mapping " + folder + file);
+    const outcome refused = lab_program(std::string(redact).append(file));
     EXPECT_EQ(refused.status, 1);
     EXPECT_EQ(refused.err, "tessel-lab: " + folder + file + ": lies in the capture that " + what +
                                "; name another place with --mapping\n");
