@@ -239,15 +239,14 @@ std::string title_of_weight(judging& at, const finding& one) {
          title.substr(title.find(':'));
 }
 
+// With the node that has the value, where the message names another one.
+finding placed(const run& of, finding one) {
+  one.node = node_of_value(of, one);
+  return one;
+}
+
 void take_finding(judging& at, const open_places& open, std::size_t index) {
-  const finding& named = at.of().findings[index];
-  const std::string_view node = node_of_value(at.of(), named);
-  std::optional<finding> placed;
-  if (node != named.node) {
-    placed = named;
-    placed->node = node;
-  }
-  const finding& one = placed ? *placed : named;
+  const finding one = placed(at.of(), at.of().findings[index]);
   const bool is_line = one.code == "TC-905";
   const bool is_normal = is_line || is_normal_note(open, one);
   std::optional<std::size_t> above;
@@ -305,9 +304,10 @@ struct same_messages {
   node_names nodes;
   std::vector<std::size_t> findings;
 
-  void add(const finding& one, std::size_t index) {
+  void add(const run& of, std::size_t index) {
+    const finding& one = of.findings[index];
     bundles.insert(one.object.bundle);
-    if (!one.node.empty()) nodes.add(one.node);
+    if (!one.node.empty()) nodes.add(std::string(node_of_value(of, one)));
     findings.push_back(index);
   }
   [[nodiscard]] bool are_of_most(std::size_t configured) const {
@@ -322,28 +322,24 @@ struct same_messages {
 same_messages common_of(const judging& at, const same_messages& all, std::size_t configured) {
   const layer of = at.of().findings[all.findings.front()].of;
   if (of != layer::dpa && of != layer::bcm) return all;
-  std::map<std::string, same_messages> by_node;
-  for (const std::size_t i : all.findings) {
-    const finding& one = at.of().findings[i];
-    by_node[one.node].add(one, i);
-  }
+  std::map<std::string_view, same_messages> by_node;
+  const auto node_of = [&](std::size_t i) { return node_of_value(at.of(), at.of().findings[i]); };
+  for (const std::size_t i : all.findings) by_node[node_of(i)].add(at.of(), i);
   same_messages made;
-  for (const std::size_t i : all.findings) {
-    const finding& one = at.of().findings[i];
-    if (by_node[one.node].are_of_most(configured)) made.add(one, i);
-  }
+  for (const std::size_t i : all.findings)
+    if (by_node[node_of(i)].are_of_most(configured)) made.add(at.of(), i);
   return made.findings.empty() ? all : made;
 }
 
 // A command for each node, for all of its chips where the messages are about several.
 std::string next_of_all(const run& of, const std::vector<std::size_t>& findings) {
   std::vector<finding> shown;  // the first one of each node
-  std::map<std::string, std::size_t> by_node;
+  std::map<std::string_view, std::size_t> by_node;
   for (const std::size_t i : findings) {
     const finding& one = of.findings[i];
-    const auto [known, is_new] = by_node.try_emplace(one.node, shown.size());
+    const auto [known, is_new] = by_node.try_emplace(node_of_value(of, one), shown.size());
     if (is_new)
-      shown.push_back(one);
+      shown.push_back(placed(of, one));
     else if (shown[known->second].npu != one.npu)
       shown[known->second].npu.clear();
   }
@@ -385,7 +381,7 @@ void take_common(judging& at, const std::string& code, std::size_t configured) {
     const finding& one = at.of().findings[i];
     if (at.is_explained[i]) continue;
     const object* bundle = at.of().find(object_kind::bundle, one.object.bundle, one.object.bundle);
-    if (bundle != nullptr && bundle->is_configured) by_layer[one.of].add(one, i);
+    if (bundle != nullptr && bundle->is_configured) by_layer[one.of].add(at.of(), i);
   }
   for (const auto& [of, all] : by_layer)
     if (all.are_of_most(configured)) add_common(at, common_of(at, all, configured), configured);

@@ -1498,5 +1498,32 @@ TEST_F(run_of_a_test, places_the_mtu_of_a_port_on_the_node_that_has_it) {
   EXPECT_EQ(judged.causes[0].findings.size(), 2U);
 }
 
+// As above, of so many bundles that the message is of them all; rotation may have left the
+// standby's messages only.
+TEST_F(run_of_a_test, a_message_about_the_ports_of_all_bundles_names_the_node_that_has_them) {
+  for (const bool has_all : {true, false}) {
+    of = run();
+    SetUp();
+    add_nodes(2);
+    for (const char* name : {"BE1", "BE2", "BE3", "BE4"}) {
+      add_bundle(name);
+      const std::string port = std::string("0/0/0/") + name[2];
+      of.places[of.object_at(object_kind::member, name, port)].node = 0;
+      for (const char* node : {"0/0/CPU0", "0/1/CPU0"}) {
+        if (!has_all && std::string_view(node) == "0/0/CPU0") continue;
+        find("TC-105", field::mtu, node, layer::dpa);
+        of.findings.back().object = {object_kind::member, name, port};
+      }
+    }
+    const judged_run judged = judge(std::move(of));
+    ASSERT_EQ(judged.causes.size(), 1U);
+    EXPECT_EQ(judged.causes[0].node, "0/0/CPU0");
+    EXPECT_EQ(judged.causes[0].title,
+              "4 of 4 bundles on 0/0/CPU0: the same message of each: a message");
+    EXPECT_EQ(judged.causes[0].next, "ssh 192.0.0.0 /opt/nos/bin/fwd_object_show -t l1port -D");
+    EXPECT_EQ(judged.causes[0].findings.size(), has_all ? 8U : 4U);
+  }
+}
+
 }  // namespace
 }  // namespace desk
