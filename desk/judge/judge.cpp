@@ -100,6 +100,21 @@ void share_without_entry(shares& made, const judging& at, std::size_t cause) {
         ++share_at(made, each.object.bundle, cause).findings;
 }
 
+// Messages about too much weight that name no bundle. Those with the same numbers can be of the
+// same bundles, so they count as one. Where no bundle has the numbers, none can be ruled out.
+void share_weights(shares& made, judging& at, std::size_t cause) {
+  std::set<std::tuple<std::string_view, std::string_view, std::string_view>> known;
+  for (const std::size_t f : at.into.causes[cause].findings) {
+    const finding& one = at.of().findings[f];
+    if (!is_of_unknown_weight(one)) continue;
+    if (!known.emplace(one.reported, one.known, one.node).second) continue;
+    const std::vector<std::string> bundles = bundles_of_weight(at, one);
+    for (const std::string& bundle : bundles) ++share_at(made, bundle, cause).findings;
+    const bool is_listed = !made.doubts.empty() && made.doubts.back() == cause;
+    if (bundles.empty() && !is_listed) made.doubts.push_back(cause);
+  }
+}
+
 shares shares_of(judging& at) {
   shares made;
   const auto& causes = at.into.causes;
@@ -109,15 +124,12 @@ shares shares_of(judging& at) {
       share_at(made, each.object.bundle, i).differs = true;
     for (const std::size_t f : one.findings) {
       const finding& explained = at.of().findings[f];
-      if (is_of_unknown_weight(explained)) {
-        for (const std::string& bundle : bundles_of_weight(at, explained))
-          ++share_at(made, bundle, i).findings;
-        continue;
-      }
+      if (is_of_unknown_weight(explained)) continue;
       share& of = share_at(made, explained.object.bundle, i);
       ++of.findings;
       of.differs = of.differs || !is_doubt(explained);
     }
+    share_weights(made, at, i);
     share_without_entry(made, at, i);
     if (is_doubt_of_all(at.of(), one)) made.doubts.push_back(i);
   }

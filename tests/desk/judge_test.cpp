@@ -1147,6 +1147,32 @@ TEST_F(run_of_a_test, a_weight_that_no_bundle_has_is_of_a_bundle_all_the_same) {
   const judged_run is = judged();
   EXPECT_EQ(is.causes.at(0).title,
             "a bundle that no message names: weight (DPA): 20, the limit is 16");
+  EXPECT_EQ(is.bundles.at(0).is, verdict::not_judged) << "it may be of this one";
+  EXPECT_THAT(is.bundles.at(0).not_judged, ElementsAre(is.causes.at(0).title));
+  EXPECT_EQ(exit_status(is), 1);
+}
+
+// A message less than places with its numbers: no bundle has all of them.
+TEST_F(run_of_a_test, a_weight_of_several_bundles_counts_once_for_each) {
+  add_nodes(2);
+  for (std::int16_t node = 0; node < 2; ++node) {
+    set(field::weight, source::lagport, node, "20");
+    set(field::weight_limit, source::lagport, node, "16");
+  }
+  for (const char* name : {"BE2", "BE3", "BE4"}) add_bundle(name);
+  for (int i = 0; i < 7; ++i) {
+    find("TC-114", field::weight, "", layer::dpa);
+    of.findings.back().object = {};
+    of.findings.back().reported = "20";
+    of.findings.back().known = "16";
+  }
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].findings.size(), 7U);
+  for (const bundle_verdict& each : is.bundles) {
+    EXPECT_EQ(each.is, verdict::not_judged);
+    EXPECT_EQ(each.findings, 1U) << each.bundle;
+  }
 }
 
 TEST_F(run_of_a_test, an_entry_that_the_audit_itself_left_without_a_mark_is_no_fault) {
