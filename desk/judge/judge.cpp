@@ -126,7 +126,7 @@ shares shares_of(judging& at) {
       const finding& explained = at.of().findings[f];
       if (is_of_unknown_weight(explained)) continue;
       share& of = share_at(made, explained.object.bundle, i);
-      ++of.findings;
+      if (!is_of_notation(explained)) ++of.findings;
       of.differs = of.differs || !is_doubt(explained);
     }
     share_weights(made, at, i);

@@ -1321,6 +1321,7 @@ TEST_F(run_of_a_test, two_notations_of_one_value_are_no_difference) {
     EXPECT_EQ(is.causes[0].title, one.title);
     EXPECT_EQ(is.causes[0].how_sure, sureness::unknown);
     EXPECT_EQ(is.bundles.at(0).is, verdict::not_judged);
+    EXPECT_EQ(is.bundles.at(0).findings, 0U) << "it is no fault";
     EXPECT_EQ(exit_status(is), 3);
   }
 }
