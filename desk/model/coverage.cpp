@@ -284,10 +284,14 @@ bool holds_bundles(const covering& in, const node& at) {
                      [&](source table) { return entries_of(in.of, table, index, no_place) != 0; });
 }
 
+bool is_processor_without_members(const covering& in, const node& at) {
+  return at.type != "LC" && !has_members(in, at);
+}
+
 // A route processor without ports has nothing to show, unless another of its tables does. The chips
 // of a line card have the LAGs of all bundles, also of those without a member there.
 bool may_be_bare(const covering& in, const node& at) {
-  return at.type != "LC" && !has_members(in, at) && !holds_bundles(in, at);
+  return is_processor_without_members(in, at) && !holds_bundles(in, at);
 }
 
 void cover_forwarding(covering& in, const node& at) {
@@ -371,6 +375,22 @@ void cover_chip(covering& in, const node& at, const std::string& npu) {
   in.of.covered.push_back(std::move(entry));
 }
 
+struct empty_table {
+  const finding* note;
+  bool is_normal;
+};
+
+// A route processor without ports may have neither l1port nor l3intf objects (TC-612, TC-614), also
+// where its other tables have the bundles.
+empty_table empty_table_of(const covering& in, const node& at) {
+  const finding* first =
+      finding_with(in, {"TC-611", "TC-612", "TC-613", "TC-614", "TC-615"}, at.name);
+  if (may_be_bare(in, at)) return {first, true};
+  if (!is_processor_without_members(in, at)) return {first, false};
+  const finding* lost = finding_with(in, {"TC-611", "TC-613", "TC-615"}, at.name);
+  return lost == nullptr ? empty_table{first, true} : empty_table{lost, false};
+}
+
 // The audit leaves a node out of the rest of the run when a layer of it turns out to be empty.
 coverage cover_left_out(const covering& in, const node& at) {
   coverage entry;
@@ -378,8 +398,7 @@ coverage cover_left_out(const covering& in, const node& at) {
   entry.of = layer::dpa;
   entry.state = coverage_state::never_asked;
   entry.command = command_for(in.of, source::lagport, at.name, {});
-  const finding* note =
-      finding_with(in, {"TC-611", "TC-612", "TC-613", "TC-614", "TC-615"}, at.name);
+  const auto [note, is_normal] = empty_table_of(in, at);
   if (note == nullptr) {
     entry.reason = why_left_out(in, at);
     if (const finding* why = note_of_platform(in, at))
@@ -392,7 +411,7 @@ coverage cover_left_out(const covering& in, const node& at) {
   entry.reason = complaint.empty() ? note->text : complaint;
   if (complaint.empty() || entry.of == layer::bcm)
     entry.command = command_for(in.of, source_of(*note), at.name, {});
-  entry.is_normal = complaint.empty() && may_be_bare(in, at);
+  entry.is_normal = complaint.empty() && is_normal;
   return entry;
 }
 

@@ -639,6 +639,50 @@ TEST_F(run_with_ports, may_be_none_only_where_no_other_table_has_a_bundle) {
   EXPECT_FALSE(is_hole(covered(layer::bcm, "0/1/CPU0", "0")));
 }
 
+// Without ports it has no l1port objects, and l3intf objects only of what is routed.
+TEST_F(run_with_ports, may_be_none_and_nothing_routed_beside_the_bundles) {
+  struct left_out {
+    const char* description;
+    std::vector<std::string> notes;
+    bool is_card;
+    bool has_members;
+    bool is_open;
+  };
+  for (const left_out& one : std::vector<left_out>{
+           {"no ports", {"TC-612"}, false, false, false},
+           {"nothing routed", {"TC-614"}, false, false, false},
+           {"neither", {"TC-612", "TC-614"}, false, false, false},
+           {"no ports and no bundles", {"TC-612", "TC-613"}, false, false, true},
+           {"no bundles and nothing routed", {"TC-611", "TC-614"}, false, false, true},
+           {"the members of the active one", {"TC-612"}, false, true, true},
+           {"the members of the active one routed", {"TC-614"}, false, true, true},
+           {"a line card without ports", {"TC-612"}, true, false, true},
+           {"a line card with nothing routed", {"TC-614"}, true, false, true}}) {
+    of = run();
+    SetUp();
+    add_nodes(2);
+    make_route_processor(0, "Active");
+    if (one.has_members) add_members(0, {0});
+    if (!one.is_card) make_route_processor(1, "Standby");
+    for (object& each : of.objects)
+      std::erase_if(each.cells,
+                    [](const cell& c) { return c.from == source::agent && c.node == 1; });
+    of.nodes[1].takes_part = false;
+    for (const std::string& code : one.notes) {
+      find(code, field::none, "0/1/CPU0", layer::dpa, finding_kind::note);
+      of.findings.back().object = {object_kind::node, "", "0/1/CPU0"};
+      of.findings.back().text = code;
+    }
+    const judged_run is = judged();
+    const coverage* entry = coverage_of(is.of, layer::dpa, "0/1/CPU0", "");
+    ASSERT_NE(entry, nullptr) << one.description;
+    EXPECT_EQ(is_hole(*entry), one.is_open) << one.description;
+    EXPECT_EQ(is.bundles.at(0).is, one.is_open ? verdict::not_judged : verdict::agrees)
+        << one.description;
+    EXPECT_EQ(exit_status(is), one.is_open ? 3 : 0) << one.description;
+  }
+}
+
 // Also where the log that would say so is lost.
 TEST_F(run_with_ports, are_no_reason_for_a_chip_to_have_no_lag) {
   add_nodes(2);
