@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -23,6 +24,7 @@ constexpr std::array keywords{keyword{"vrf", "vrf", &name_kinds::vrf},
                               keyword{"access-list", "acl", &name_kinds::acl},
                               keyword{"access-group", "acl", &name_kinds::acl},
                               keyword{"access-class", "acl", &name_kinds::acl},
+                              keyword{"group-list", "acl", &name_kinds::acl},
                               keyword{"trustpoint", "trustpoint", &name_kinds::trustpoint},
                               keyword{"tls-trustpoint", "trustpoint", &name_kinds::trustpoint},
                               keyword{"sign-trustpoint", "trustpoint", &name_kinds::trustpoint}};
@@ -50,6 +52,18 @@ constexpr std::array<std::string_view, 28> words_of_audit{
     "l2transport", "hostname",     "end",         "hw-module", "profile",
     "qos",         "hqos-enable",  "Bundle-Ether"};
 
+// The same in the answers of other tools, and in what the audit says itself, each between blanks. A
+// # stands for digits.
+constexpr std::string_view words_of_tools =
+    " ACTIVE Active BCM# BCM#_A# BCM#_B# Bundle CB# CPU# D# EPNI# FINAL I ID Id IHP IHP# IN_LIF"
+    " In_LIF KIND LAG Lag LDP Local MAC Member MTU_PROFILE MY_MAC N Node Operational OS Payload"
+    " PORT_PROFILE Process R Result RP# S STANDBY Standby TAGS Tarmac Unit VLAN_DOMAIN Y address"
+    " bia_mac chip core device distributing dpa_intf_t element gport_id_lif handle hash intf"
+    " intf_name l#_intf_type l#a_intf_id l#intf l#port lag_id lagmgr_distrib lagport lif mac"
+    " max_member_count mbr_npu_id mifh name node npu port_class_id pp_port_id processor rif"
+    " uint#_t vlan_domain vsid weight TR-ASPEN TR-BIRCH TR-BIRCH# TR-CEDAR TR-DOGWOOD-R# TR-ELM#"
+    " TRCEDAR TRCEDARX Checking Entry OK Overall checking entries in not of result set ";
+
 // In front of a number they name an interface.
 constexpr std::array<std::string_view, 21> interface_types{
     "Bundle-Ether", "BE",          "Loopback", "MgmtEth",        "Null", "GigabitEthernet", "Gi",
@@ -62,18 +76,32 @@ bool is_name(std::string_view word) {
   });
 }
 
-// "Bundle-Ether1", "Hu0": also the part of "Hu0/0/0/1" that is a word.
+// The word with each row of digits as one #.
+std::string shape_of(std::string_view word) {
+  std::string shape;
+  for (const char c : word) {
+    if (std::isdigit(static_cast<unsigned char>(c)) == 0)
+      shape += c;
+    else if (!shape.ends_with('#'))
+      shape += '#';
+  }
+  return shape;
+}
+
+// "Bundle-Ether1", "Hu0", "HundredGigE0_0_0_1": also the part of "Hu0/0/0/1" that is a word.
 bool names_interface(std::string_view word) {
   return std::any_of(interface_types.begin(), interface_types.end(), [&](std::string_view type) {
     return word.starts_with(type) && word.size() > type.size() &&
-           word.find_first_not_of("0123456789./", type.size()) == std::string_view::npos;
+           word.find_first_not_of("0123456789./_", type.size()) == std::string_view::npos;
   });
 }
 
 bool is_read_by_audit(std::string_view name) {
   const std::vector<std::string_view> words = texts_in(name);
   return std::any_of(words.begin(), words.end(), [](std::string_view word) {
-    return among(words_of_audit, word) || names_interface(word);
+    return among(words_of_audit, word) ||
+           words_of_tools.find(" " + shape_of(word) + " ") != words_of_tools.npos ||
+           names_interface(word);
   });
 }
 

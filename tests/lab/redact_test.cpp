@@ -525,6 +525,7 @@ TEST(redacted, covers_the_names_of_lists_that_are_only_used) {
       {"ipv4 access-list \"a-list\"", "ipv4 access-list \"acl-1\""},
       {"rp-address 10.1.1.1 a-list override", "rp-address 240.0.0.1 acl-1 override"},
       {"rp-address 10.1.1.1 override", "rp-address 240.0.0.1 override"},
+      {"rp-address 10.1.1.1 group-list a-list", "rp-address 240.0.0.1 group-list acl-1"},
       {" es-acl a-list", " es-acl acl-1"},
       {"description RO a-list access-class ingress a-list", "description text-1"},
   };
@@ -568,7 +569,9 @@ TEST(redacted, keeps_a_name_that_the_audit_reads_as_a_word_of_its_own) {
   const char* names[] = {"interface", "mtu",          "encapsulation", "dot1q",
                          "bundle",    "id",           "l2transport",   "line",
                          "is",        "up",           "Bundle-Ether1", "Bundle-Ether1.100",
-                         "Hu0",       "HundredGigE0", "BE1",           "\"interface of\""};
+                         "Hu0",       "HundredGigE0", "BE1",           "\"interface of\"",
+                         "ACTIVE",    "RP1",          "l2port",        "BCM88690_A0",
+                         "lif",       "FINAL",        "Hu0_0_0_1",     "processor"};
   for (const std::string name : names) {
     const std::string configuration = "vrf " + name + "\nipv4 access-list " + name +
                                       "\ninterface Bundle-Ether1\n mtu 9216\n"
@@ -583,7 +586,7 @@ TEST(redacted, keeps_a_name_that_the_audit_reads_as_a_word_of_its_own) {
               all.kept_names().begin()->first);
   }
   capture c;
-  answer(c, "local", "cfg_render -c", "vrf cust1\nvrf BEta\nvrf upper\n");
+  answer(c, "local", "cfg_render -c", "vrf cust1\nvrf BEta\nvrf upper\nvrf active1\nvrf CPU\n");
   EXPECT_TRUE(redaction(c, {.vrf = true}).kept_names().empty());
 }
 
