@@ -336,6 +336,13 @@ bool is_known_to(const run& of, const object& one, source from) {
   return from == source::lagport && has_field(one, field::handle);
 }
 
+// Which chips have which LAGs, by the compared form of the id.
+struct lags_of_chips {
+  std::vector<chip> chips;  // those that were read, by node and NPU
+  std::unordered_map<text_id, std::vector<std::size_t>> chips_with;  // places in `chips`
+  std::unordered_map<text_id, std::set<std::size_t>> objects_with;   // places in run::objects
+};
+
 // All objects are compared with the same layers.
 struct comparison {
   const run& of;
@@ -344,7 +351,7 @@ struct comparison {
   std::unordered_map<std::size_t, holders> of_bundle{};       // by index in run::objects
   std::unordered_map<std::size_t, compared_places> places{};  // the same
   value_forms forms{};
-  std::map<chip, std::set<text_id>> lags{};  // compared forms, of each chip that was read
+  std::optional<lags_of_chips> lags{};  // once a LAG id differs
   std::vector<difference> found{};
 };
 
@@ -511,11 +518,25 @@ std::array<bool, compared_fields.size()> fields_that_differ(comparison& at, cons
   return differs;
 }
 
-// The ids under which a chip may have the LAG of an object.
+// ---- LAGs in chips ------------------------------------------------------------------------------
+
+void index_lags(comparison& at) {
+  if (at.lags) return;
+  lags_of_chips& made = at.lags.emplace();
+  for (const auto& [place, ids] : at.of.chip_lags) {
+    if (!at.whole.chips.contains(place)) continue;
+    for (const text_id id : ids)
+      made.chips_with[at.forms.of(at.of, field::lag_id, id)].push_back(made.chips.size());
+    made.chips.push_back(place);
+  }
+  for (const auto& [id, objects] : at.of.lag_ids)
+    made.objects_with[at.forms.of(at.of, field::lag_id, id)].insert(objects.begin(), objects.end());
+}
+
+// The ids under which a chip may have the LAG of an object, as compared forms.
 struct lag_ids {
   std::map<std::int16_t, std::set<text_id>> of_node;  // that its forwarding layer or agent holds
-  std::optional<text_id> of_most;
-  std::set<std::string> words;
+  std::set<text_id> of_most;                          // several if there is a tie
 };
 
 lag_ids lag_ids_of(comparison& at, const object& one) {
@@ -525,23 +546,29 @@ lag_ids lag_ids_of(comparison& at, const object& one) {
     if (c.what != field::lag_id || c.node == no_place) continue;
     const text_id form = at.forms.of(at.of, c.what, c.value);
     made.of_node[c.node].insert(form);
-    made.words.emplace(at.of.texts.text(c.value));
     ++votes[form];
   }
   const auto more = [](const auto& a, const auto& b) { return a.second < b.second; };
   const auto top = std::max_element(votes.begin(), votes.end(), more);
-  if (std::count_if(votes.begin(), votes.end(),
-                    [&](const auto& vote) { return vote.second == top->second; }) == 1)
-    made.of_most = top->first;
+  for (const auto& [form, count] : votes)
+    if (count == top->second) made.of_most.insert(form);
   return made;
 }
 
-const std::map<chip, std::set<text_id>>& lags_of_chips(comparison& at) {
-  if (!at.lags.empty()) return at.lags;
-  for (const auto& [place, ids] : at.of.chip_lags)
-    if (at.whole.chips.contains(place))
-      for (const text_id id : ids) at.lags[place].insert(at.forms.of(at.of, field::lag_id, id));
-  return at.lags;
+// What shows that a chip of a node has the LAG: the id that its own node holds, or that of most.
+// A LAG of an id that another object has is that one's, unless most hold it of this one.
+std::set<text_id> proofs_of(const comparison& at, const object& one, const lag_ids& ids,
+                            const std::set<text_id>& own) {
+  std::set<text_id> made = own;
+  made.insert(ids.of_most.begin(), ids.of_most.end());
+  const std::size_t self = static_cast<std::size_t>(&one - at.of.objects.data());
+  std::erase_if(made, [&](text_id id) {
+    const auto others = at.lags->objects_with.find(id);
+    const bool is_anothers = others != at.lags->objects_with.end() &&
+                             (others->second.size() > 1 || !others->second.contains(self));
+    return is_anothers && (ids.of_most.size() > 1 || !ids.of_most.contains(id));
+  });
+  return made;
 }
 
 // Of sub-bundles the audit asks the older chips only.
@@ -553,35 +580,63 @@ bool is_asked_for_lag(const comparison& at, const object& one, std::int16_t node
   return one.kind == object_kind::bundle || (at.of.has_hqos && at.of.nodes[index].asic != jericho2);
 }
 
+// The chips of the nodes that hold a LAG, by their place in the index, and whether each has it.
+std::vector<std::pair<std::size_t, bool>> chips_asked_for(comparison& at, const object& one) {
+  const lag_ids ids = lag_ids_of(at, one);
+  const std::vector<chip>& chips = at.lags->chips;
+  std::vector<std::pair<std::size_t, bool>> made;
+  for (const auto& [node, own] : ids.of_node) {
+    if (!is_asked_for_lag(at, one, node)) continue;
+    const std::set<text_id> proofs = proofs_of(at, one, ids, own);
+    if (proofs.empty()) continue;
+    const auto first = std::lower_bound(chips.begin(), chips.end(), chip{node, no_place});
+    for (auto i = first; i != chips.end() && i->first == node; ++i) {
+      const auto place = static_cast<std::size_t>(i - chips.begin());
+      const bool has_it = std::any_of(proofs.begin(), proofs.end(), [&](text_id id) {
+        const auto with = at.lags->chips_with.find(id);
+        return with != at.lags->chips_with.end() &&
+               std::binary_search(with->second.begin(), with->second.end(), place);
+      });
+      made.emplace_back(place, has_it);
+    }
+  }
+  return made;
+}
+
+witness witness_of_lag(const comparison& at, const chip& place, bool has_it) {
+  witness seen;
+  seen.from = source::chip_lag;
+  seen.node = name_of_node(at.of, place.first);
+  seen.npu = std::to_string(place.second);
+  seen.is_odd = !has_it;
+  seen.is = has_it ? witness::state::holds : witness::state::absent;
+  seen.value = has_it ? "present" : "";
+  return seen;
+}
+
 // Where the LAG id differs, the audit asks all chips for the one that it saw first. Whether a chip
 // has the LAG under the id of its own node, or under that of most, only its table shows.
 void find_absent_lag(comparison& at, const object& one) {
-  const lag_ids ids = lag_ids_of(at, one);
+  constexpr std::size_t most_chips_listed = 300;  // no router has more
+  index_lags(at);
+  const auto chips = chips_asked_for(at, one);
+  const auto holding = static_cast<std::size_t>(
+      std::count_if(chips.begin(), chips.end(), [](const auto& each) { return each.second; }));
+  const std::size_t absent = chips.size() - holding;
+  if (absent == 0) return;
   difference made;
-  std::size_t holding = 0;
-  for (const auto& known : lags_of_chips(at)) {
-    const chip& place = known.first;
-    const std::set<text_id>& lags = known.second;
-    const auto own = ids.of_node.find(place.first);
-    if (own == ids.of_node.end() || !is_asked_for_lag(at, one, place.first)) continue;
-    const bool holds = (ids.of_most && lags.contains(*ids.of_most)) ||
-                       std::any_of(own->second.begin(), own->second.end(),
-                                   [&](text_id id) { return lags.contains(id); });
-    holding += holds ? 1 : 0;
-    witness& seen = made.witnesses.emplace_back();
-    seen.from = source::chip_lag;
-    seen.node = name_of_node(at.of, place.first);
-    seen.npu = std::to_string(place.second);
-    seen.is_odd = !holds;
-    seen.is = holds ? witness::state::holds : witness::state::absent;
-    seen.value = holds ? "present" : "";
+  std::size_t left = most_chips_listed - std::min(most_chips_listed, absent);
+  for (const auto& [place, has_it] : chips) {
+    if (made.witnesses.size() == most_chips_listed) break;
+    if (has_it && left == 0) continue;
+    if (has_it) --left;
+    made.witnesses.push_back(witness_of_lag(at, at.lags->chips[place], has_it));
   }
-  if (holding == made.witnesses.size()) return;
   made.object = name_of(at.of, one);
   made.what = field::presence;
   made.how_sure = sureness::named;
-  made.why = fmt::format("{} of {} chips have its LAG under any of the ids {}", holding,
-                         made.witnesses.size(), fmt::join(ids.words, ", "));
+  made.why = fmt::format("{} of {} chips have its LAG, by the id of their node or of most", holding,
+                         chips.size());
   at.found.push_back(std::move(made));
 }
 

@@ -77,6 +77,9 @@ struct intake {
   std::unordered_map<text_id, text_id> port_mtus{};  // of the forwarding layer, by the port's name
   std::vector<member_record> member_records{};
   std::vector<sub_bundle_port> sub_bundle_ports{};
+  // Of the chip whose table is being read: all of its lines follow each other.
+  std::pair<std::int16_t, std::int16_t> chip_of_lags{no_place, no_place};
+  std::vector<text_id>* lags_of_chip = nullptr;
   dump in_dump = dump::other;
   bool has_map = false;  // the dump, so far
   std::array<std::array<text_id, std::size_t(field::none) + 1>, std::size_t(source::none) + 1>
@@ -360,7 +363,12 @@ void take_chip_map(intake& in, dump_path path) {
     const text_id lag = in.keep_key(lag_id_in(path[3]), source::chip_lag);
     in.pending.add_lag(lag, node, npu);
     in.count(source::chip_lag, node, npu, 1);
-    if (node != no_place && npu != no_place) in.into.chip_lags[{node, npu}].push_back(lag);
+    if (node == no_place || npu == no_place) return;
+    if (in.lags_of_chip == nullptr || in.chip_of_lags != std::pair(node, npu)) {
+      in.chip_of_lags = {node, npu};
+      in.lags_of_chip = &in.into.chip_lags[in.chip_of_lags];
+    }
+    in.lags_of_chip->push_back(lag);
   }
 }
 

@@ -192,7 +192,7 @@ TEST_F(run_of_a_test, a_chip_without_the_lag_is_found_behind_a_lag_id_that_diffe
   EXPECT_THAT(is.causes[0].findings, ElementsAre(0));
   EXPECT_EQ(is.causes[1].title,
             "BE1: missing on 0/0/CPU0 NPU 0, 0/2/CPU0 NPU 0 (BCM, asic_shell_show)");
-  EXPECT_EQ(is.causes[1].why, "2 of 4 chips have its LAG under any of the ids 0x1, 0x401");
+  EXPECT_EQ(is.causes[1].why, "2 of 4 chips have its LAG, by the id of their node or of most");
   const std::string lags = "/opt/nos/bin/asic_shell_show -c \"diag lag\" -u 0 -n ";
   EXPECT_EQ(is.causes[1].next, lags + "4; " + lags + "6");
 }
@@ -207,6 +207,50 @@ TEST_F(run_of_a_test, a_chip_with_the_lag_under_an_id_of_its_node_lacks_nothing)
   const judged_run is = judged();
   ASSERT_EQ(is.causes.size(), 1U) << "the LAGs of the last chip are not in the logs";
   EXPECT_EQ(is.causes[0].differences.size(), 1U);
+}
+
+TEST_F(run_of_a_test, a_chip_may_have_the_lag_under_any_of_the_ids_of_a_tie) {
+  add_nodes(2);
+  set(field::lag_id, source::agent, 0, "0x401");
+  set(field::lag_id, source::lagport, 0, "0x401");
+  for (const std::int16_t node : {std::int16_t{0}, std::int16_t{1}})
+    of.chip_lags[{node, 0}].push_back(of.texts.keep("0x1"));
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].differences.size(), 1U);
+  EXPECT_EQ(is.causes[0].differences[0].what, field::lag_id);
+}
+
+TEST_F(run_of_a_test, a_lag_of_another_bundle_is_none_of_this_one) {
+  add_nodes(4);
+  const std::size_t other = of.object_at(object_kind::bundle, "BE2", "BE2");
+  of.lag_ids[of.texts.keep("0x2")].push_back(other);
+  set(field::lag_id, source::lagport, 0, "0x2");
+  of.chip_lags[{0, 0}].push_back(of.texts.keep("0x02"));
+  for (const std::int16_t node : {std::int16_t{1}, std::int16_t{2}, std::int16_t{3}})
+    of.chip_lags[{node, 0}].push_back(of.texts.keep("0x1"));
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 2U);
+  EXPECT_EQ(is.causes[1].title, "BE1: missing on 0/0/CPU0 NPU 0 (BCM, asic_shell_show)");
+}
+
+TEST_F(run_of_a_test, as_many_chips_without_the_lag_are_listed_as_a_router_can_have) {
+  constexpr std::int16_t chips = 1000;
+  add_nodes(2);
+  set(field::lag_id, source::lagport, 0, "0x401");
+  for (std::int16_t npu = 0; npu < chips; ++npu) {
+    of.chip_lags[{1, npu}].push_back(of.texts.keep(npu < 2 ? "0x1" : "0x9"));
+    coverage& read = of.covered.emplace_back();
+    read.of = layer::bcm;
+    read.node = of.nodes[1].name;
+    read.npu = std::to_string(npu);
+    read.state = coverage_state::read;
+  }
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 2U);
+  ASSERT_EQ(is.causes[1].differences.size(), 1U);
+  EXPECT_EQ(is.causes[1].differences[0].witnesses.size(), 300U);
+  EXPECT_THAT(is.causes[1].why, HasSubstr("2 of 1000 chips have its LAG"));
 }
 
 TEST_F(run_of_a_test, a_chip_that_lacks_the_odd_global_lif_is_right) {
@@ -1409,6 +1453,27 @@ TEST_F(run_of_a_test, each_bundle_that_a_node_lacks_has_one_of_the_messages) {
                   ? "2 of 3 nodes hold it"
                   : "2 of 3 nodes hold it; TC-101 names no bundle, and may be of another");
   }
+}
+
+// Only bundles have a message that names nothing but the place.
+TEST_F(run_of_a_test, a_member_that_a_node_lacks_has_none_of_the_bundles_messages) {
+  add_nodes(3);
+  add_bundle("BE2");
+  std::erase_if(of.objects[bundle].cells,
+                [](const cell& c) { return c.from == source::agent && c.node == 1; });
+  const std::size_t member = of.object_at(object_kind::member, "BE2", "0/1/0/7");
+  of.places[member].node = 1;
+  of.objects[member].is_configured = true;
+  of.objects[member].cells.push_back(
+      {field::npu, source::bundle_manager, no_place, no_place, of.texts.keep("0")});
+  find("TC-101", field::presence, "0/1/CPU0", layer::pd);
+  of.findings.back().object = {object_kind::node, "", "0/1/CPU0"};
+  const judged_run is = judge(std::move(of));
+  ASSERT_FALSE(is.causes.empty());
+  EXPECT_EQ(is.causes[0].object.bundle, "BE1");
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0));
+  EXPECT_THAT(is.causes[0].why, Not(HasSubstr("may be of another")));
+  EXPECT_EQ(is.bundles.at(0).findings, 1U);
 }
 
 TEST_F(run_of_a_test, a_message_of_another_version_is_not_understood) {
