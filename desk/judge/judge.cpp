@@ -96,7 +96,7 @@ void share_without_entry(shares& made, const judging& at, std::size_t cause) {
   if (places.empty()) return;
   for (const difference& each : of.differences)
     for (const witness& w : each.witnesses)
-      if (each.what == field::presence && w.is_odd && places.contains({w.node, layer_of(w.from)}))
+      if (is_bundle_without_entry(each, w) && places.contains({w.node, layer_of(w.from)}))
         ++share_at(made, each.object.bundle, cause).findings;
 }
 
@@ -131,7 +131,8 @@ shares shares_of(judging& at) {
     }
     share_weights(made, at, i);
     share_without_entry(made, at, i);
-    if (is_doubt_of_all(at.of(), one)) made.doubts.push_back(i);
+    const bool is_listed = !made.doubts.empty() && made.doubts.back() == i;
+    if (!is_listed && is_doubt_of_all(at.of(), one)) made.doubts.push_back(i);
   }
   for (const std::string& log : at.of().lost_logs)
     made.not_read.push_back(fmt::format("the messages in {}", log));

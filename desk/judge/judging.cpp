@@ -193,4 +193,8 @@ finding_index::list finding_index::take_without_entry(const std::string& node, l
   return of.findings;
 }
 
+bool is_bundle_without_entry(const difference& of, const witness& at) {
+  return of.what == field::presence && of.object.kind == object_kind::bundle && at.is_odd;
+}
+
 }  // namespace desk

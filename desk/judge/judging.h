@@ -86,7 +86,8 @@ class finding_index {
   // Of a bundle and all its parts, in the chips.
   [[nodiscard]] const list& in_chips(const std::string& bundle) const;
   [[nodiscard]] const list& with_code(const std::string& code) const;
-  // "has no Bundle entry in location", which names the node and the layer only. Each is handed out
+  // "has no Bundle entry in location", which names the node and the layer only; no other kind of
+  // object has such a message. Each is handed out
   // once: as many bundles as messages have one each, otherwise the first bundle has all of a place,
   // which have the same reason.
   void expect_without_entry(const std::string& node, layer in);
@@ -144,6 +145,9 @@ struct chip_name {
 
 // Of the odd witnesses the one of the uppermost layer; null if none is odd.
 [[nodiscard]] const witness* first_odd(const difference& of);
+
+// Whether the audit would have said of this place that it has no entry, without naming the bundle.
+[[nodiscard]] bool is_bundle_without_entry(const difference& of, const witness& at);
 
 // A message about too much weight names no bundle: all those with its numbers, on its node if that
 // is known, in the order in which they were read.

@@ -91,9 +91,9 @@ std::vector<std::size_t> candidates_for(judging& at, const difference& of) {
   };
   if (of.what == field::lag_id && of.object.kind == object_kind::bundle)
     add(at.findings.in_chips(of.object.bundle));
-  if (of.what == field::presence)
-    for (const witness& w : of.witnesses)
-      if (w.is_odd) add(at.findings.take_without_entry(w.node, layer_of(w.from)));
+  for (const witness& w : of.witnesses)
+    if (is_bundle_without_entry(of, w))
+      add(at.findings.take_without_entry(w.node, layer_of(w.from)));
   std::sort(found.begin(), found.end());
   found.erase(std::unique(found.begin(), found.end()), found.end());
   return found;
@@ -182,7 +182,7 @@ void take_difference(judging& at, difference of) {
 void take_differences(judging& at) {
   for (const difference& one : at.differences)
     for (const witness& w : one.witnesses)
-      if (one.what == field::presence && w.is_odd)
+      if (is_bundle_without_entry(one, w))
         at.findings.expect_without_entry(w.node, layer_of(w.from));
   for (difference& one : at.differences) take_difference(at, std::move(one));
   for (cause& one : at.into.causes)

@@ -236,8 +236,9 @@ std::size_t plain_without_entry(const judged_run& is, const cause& of, const std
     std::size_t count = 0;
     for (const difference& each : in.differences)
       for (const witness& w : each.witnesses)
-        if (each.what == field::presence && w.is_odd && w.node == at.node &&
-            layer_of(w.from) == at.of && (bundle == nullptr || each.object.bundle == *bundle))
+        if (each.what == field::presence && each.object.kind == object_kind::bundle && w.is_odd &&
+            w.node == at.node && layer_of(w.from) == at.of &&
+            (bundle == nullptr || each.object.bundle == *bundle))
           ++count;
     return count;
   };
