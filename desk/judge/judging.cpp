@@ -141,7 +141,16 @@ std::string command_for_chips(const run& of, const std::vector<chip_name>& chips
   commands.reserve(asked.size());
   for (const chip_name& one : asked)
     commands.push_back(command_for(of, source::chip_lag, one.node, one.npu));
-  return fmt::format("{}", fmt::join(commands, "; "));
+  return one_line_of(commands);
+}
+
+std::string one_line_of(std::vector<std::string> commands) {
+  constexpr std::size_t most = 4;
+  const std::size_t more = commands.size() > most ? commands.size() - most : 0;
+  commands.resize(commands.size() - more);
+  std::string line = fmt::format("{}", fmt::join(commands, "; "));
+  if (more > 0) line += fmt::format("  # and so on: {} more", more);
+  return line;
 }
 
 // ---- Findings -----------------------------------------------------------------------------------

@@ -139,6 +139,10 @@ struct chip_name {
   std::string_view node;
   std::string_view npu;
 };
+// The first few, and in a comment of the shell how many are left: a large router has dozens of
+// nodes.
+[[nodiscard]] std::string one_line_of(std::vector<std::string> commands);
+
 // What shows the LAGs of these chips: a command for each node, for all of its chips if several of
 // them are named.
 [[nodiscard]] std::string command_for_chips(const run& of, const std::vector<chip_name>& chips);

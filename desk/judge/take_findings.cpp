@@ -350,7 +350,7 @@ std::string next_of_all(const run& of, const std::vector<std::size_t>& findings)
       continue;
     commands.push_back(std::move(next));
   }
-  return fmt::format("{}", fmt::join(commands, "; "));
+  return one_line_of(std::move(commands));
 }
 
 void add_common(judging& at, const same_messages& common, std::size_t configured) {

@@ -592,6 +592,18 @@ TEST_F(run_of_a_test, what_is_next_after_chips_that_were_not_read_asks_all_of_th
   EXPECT_EQ(is.causes[0].next, table + "-u all -n 4; " + table + "-u 0 -n 5");
 }
 
+TEST_F(run_of_a_test, what_is_next_after_dozens_of_nodes_names_the_first_and_how_many_are_left) {
+  add_nodes(12);
+  for (std::size_t i = 0; i < of.nodes.size(); ++i) {
+    of.nodes[i].id = std::to_string(i);
+    of.nodes[i].has_supported_asic = false;
+  }
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_THAT(is.causes[0].next, testing::EndsWith(" -n 2; /opt/nos/bin/asic_shell_show -c \"diag "
+                                                   "lag\" -u 0 -n 3  # and so on: 8 more"));
+}
+
 TEST_F(run_of_a_test, a_run_that_left_nothing_says_where_to_look) {
   of = run();
   of.marks = {"cannot read tessel_debug.log: No such file or directory"};
