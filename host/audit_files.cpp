@@ -1,17 +1,11 @@
 #include "audit_files.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
 
 namespace tessel_host {
-
-bool is_name_of_log(std::string_view name) {
-  return std::any_of(log_names.begin(), log_names.end(),
-                     [name](std::string_view log) { return name.starts_with(log); });
-}
 
 std::string why_not_ours(const std::string& path) {
   std::error_code error;

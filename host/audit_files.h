@@ -2,6 +2,7 @@
 // sources.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <string_view>
@@ -18,8 +19,11 @@ inline constexpr std::array<std::string_view, 7> log_names = {
     "tessel_delay_delete.log", "tessel_bundle_health.log",   "tessel_stale_entries.log",
     "tessel_debug.log"};
 
-// True for a log and for its backup.
-[[nodiscard]] bool is_name_of_log(std::string_view name);
+// True for a log, and for whatever begins with its name, as its backup does.
+[[nodiscard]] constexpr bool is_name_of_log(std::string_view name) {
+  return std::any_of(log_names.begin(), log_names.end(),
+                     [name](std::string_view log) { return name.starts_with(log); });
+}
 
 // Why a file of the host may not have this path: the audit would write to it or remove it. Empty if
 // it may.

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "host/audit_files.h"
 #include "lab/base/beside.h"
 #include "lab/base/complain.h"
 #include "lab/base/descriptors.h"
@@ -129,22 +130,30 @@ fs::path take_journal(std::vector<std::string>& host_arguments) {
     std::string& value = is_apart ? host_arguments[++at] : word;
     const std::string file = is_apart ? value : word.substr(option.size() + 1);
     if (file.empty()) continue;  // the host refuses it
-    named = fs::absolute(target_named(file));
+    named = target_named(file);
     value = is_apart ? journal_in_namespace : option + "=" + journal_in_namespace;
   }
   return named;
 }
 
-// The values of the host's options that name a file that it writes when the audit has ended. The
-// host refuses an empty one.
+// A device is the same in the run, and so is a pipe of the caller's, such as /dev/fd/63. There may
+// be folders and files beside them, as in /dev/shm.
+bool is_device(const std::string& file) {
+  const std::string place = fs::absolute(file).lexically_normal();
+  for (const char* const own : {"/dev/fd/", "/dev/std", "/proc/self/fd/"})
+    if (place.starts_with(own)) return true;
+  if (!place.starts_with("/dev/") && !place.starts_with("/proc/")) return false;
+  std::error_code unseen;
+  const fs::file_status found = fs::status(place, unseen);
+  return fs::exists(found) && !fs::is_regular_file(found) && !fs::is_directory(found);
+}
+
+// The values of the host's options that name a file that it writes when the audit has ended. What
+// has no name the host refuses.
 std::vector<std::string> written_files(const std::vector<std::string>& host_arguments) {
   std::vector<std::string> files;
-  // What has no name the host refuses. A device is the same in the run, and so is a pipe of the
-  // caller's, such as /dev/fd/63.
   const auto take = [&](const std::string& file) {
-    if (file.empty()) return;
-    const std::string place = fs::absolute(file).lexically_normal();
-    if (!place.starts_with("/dev/") && !place.starts_with("/proc/")) files.push_back(file);
+    if (!file.empty() && !is_device(file)) files.push_back(file);
   };
   for (std::size_t at = 0; at < host_arguments.size(); ++at)
     for (const std::string option : {"--json", "--support-file"}) {
@@ -153,7 +162,6 @@ std::vector<std::string> written_files(const std::vector<std::string>& host_argu
       else if (host_arguments[at].starts_with(option + "="))
         take(host_arguments[at].substr(option.size() + 1));
     }
-  std::erase(files, "");
   return files;
 }
 
@@ -207,13 +215,12 @@ std::vector<fs::path> folders_in_tmp(const std::vector<std::string>& files) {
   return folders;
 }
 
-// True for a log, or its backup, in the folder.
+// True for what the host takes for a log, in the folder.
 bool is_log_in(const fs::path& file, const fs::path& folder) {
   std::error_code unseen;
   const fs::path place = fs::weakly_canonical(fs::absolute(file), unseen);
-  const std::string name = place.filename();
   return !folder.empty() && place.parent_path() == fs::weakly_canonical(folder) &&
-         name.starts_with("tessel_") && (name.ends_with(".log") || name.ends_with(".log.1"));
+         tessel_host::is_name_of_log(place.filename().string());
 }
 
 // Throws `lab_error` for what the host would refuse, if it saw where it leads.
@@ -227,6 +234,18 @@ void refuse_logs(const std::vector<std::string>& files, const fs::path& journal,
   if (!refused.empty())
     throw lab_error(
         fmt::format("{}: is a log of the audit; name another file", refused.front().string()));
+}
+
+// Where the journal is written: one in /var/log lies in the folder of the logs, as the logs do. The
+// machine's own /var/log is not touched.
+fs::path place_of_journal(const fs::path& journal, const fs::path& logs) {
+  const fs::path place = fs::absolute(journal);
+  const fs::path folder = place.parent_path();
+  if (is_below_caller(journal) || !lies_under(folder, "/var/log") || lies_under(folder, logs))
+    return place;
+  const fs::path below =
+      fs::weakly_canonical(folder).lexically_relative(fs::weakly_canonical("/var/log"));
+  return (logs / below).lexically_normal() / place.filename();
 }
 
 // The host does the rest, as everywhere.
@@ -253,9 +272,10 @@ void set_outputs(const run_options& o, run_request& request) {
   const std::vector<std::string> files = written_files(o.host_arguments);
   refuse_what_would_vanish(files);
   request.host_arguments = o.host_arguments;
-  request.journal = take_journal(request.host_arguments);
-  refuse_logs(files, request.journal, logs);
+  const fs::path journal = take_journal(request.host_arguments);
+  refuse_logs(files, journal, logs);
   request.logs = logs_folder(o.logs.value_or(""));
+  if (!journal.empty()) request.journal = place_of_journal(journal, request.logs);
   make_folders_of(files);
   request.outputs = folders_in_tmp(files);
   if (keeps_calls) make_calls_file(request.calls);

@@ -568,6 +568,12 @@ TEST_F(namespace_test, the_hosts_journal_is_the_callers_file) {
   EXPECT_EQ(read_text(scratch_.path() / "last"), "line\n");
   run_shell(run + "--journal logs/journal");
   EXPECT_EQ(read_text(logs() / "journal"), "line\n");
+  // The machine's own /var/log is not touched.
+  const fs::path machines = fs::path{"/var/log"} / scratch_.path().filename();
+  const outcome made = run_shell(run + "--journal " + machines.string() + "/journal");
+  EXPECT_EQ(made.status, 0) << made.err;
+  EXPECT_EQ(read_text(logs() / machines.filename() / "journal"), "line\n");
+  EXPECT_FALSE(fs::exists(machines));
 }
 
 TEST_F(namespace_test, a_journal_that_cannot_become_a_file_is_refused_before_the_audit) {
@@ -618,6 +624,7 @@ TEST_F(namespace_test, the_hosts_files_are_the_callers) {
   const outcome piped =
       run_shell("{ " + run + "--json /dev/fd/8 8>&1 >/dev/null | cat; } 2>/dev/null");
   EXPECT_EQ(piped.out, "line\n");
+  EXPECT_EQ(host(writing, "birch-small -- --json /dev/null").status, 0);
   // The host refuses it.
   EXPECT_EQ(host("printf '<%s>' \"$@\"", "birch-small -- --node-id 7 --library= --json ''").out,
             "<--node-id><7><--library=><--json><>");
@@ -659,12 +666,34 @@ TEST_F(namespace_test, a_log_of_the_audit_is_refused_before_the_audit) {
                 "tessel-lab: " + file + ": is a log of the audit; name another file\n");
       EXPECT_FALSE(fs::exists(logs()));
     }
-  // The machine's own.
-  EXPECT_EQ(host("echo ran", "birch-small -- --journal /var/log/tessel_lab_test.log").status, 1);
-  EXPECT_EQ(
-      host("echo ran", "birch-small -- --journal " + logs().string() + "/tessel_journal.jsonl")
-          .status,
-      0);
+  EXPECT_EQ(host("echo ran", "birch-small -- --journal /var/log/tessel_debug.log").status, 1);
+  for (const char* const other : {"/tessel_journal.jsonl", "/tessel_mine.log"})
+    EXPECT_EQ(host("echo ran", "birch-small -- --journal " + logs().string().append(other)).status,
+              0)
+        << other;
+  EXPECT_EQ(host("echo ran", "birch-small -- --json " + logs().string() + log + ".old").status, 1);
+}
+
+// There are folders and files among the devices.
+TEST_F(namespace_test, a_file_among_the_devices_is_like_any_other) {
+  const fs::path folder = fs::path{"/dev/shm"} / scratch_.path().filename();
+  std::error_code failure;
+  if (!fs::create_directories(folder / "logs", failure))
+    GTEST_SKIP() << folder << ": " << failure.message();
+  const std::string log = (folder / "logs/tessel_debug.log").string();
+  write_text(log, "log\n");
+  for (const std::string option : {"--json ", "--support-file="}) {
+    const outcome refused =
+        host(writing, "birch-small --logs " + (folder / "logs").string() + " -- " + option + log);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.err, "tessel-lab: " + log + ": is a log of the audit; name another file\n");
+  }
+  EXPECT_EQ(read_text(log), "log\n");
+  const fs::path file = folder / "new/inner/file";
+  const outcome made = host(writing, "birch-small -- --json " + file.string());
+  EXPECT_EQ(made.status, 0) << made.err;
+  EXPECT_EQ(read_text(file), "line\n");
+  fs::remove_all(folder);
 }
 
 TEST_F(namespace_test,
