@@ -1,5 +1,6 @@
 #include "after_audit.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -64,7 +65,8 @@ bool show_summary(const std::string& program, const std::string& journal) {
   return is_shown;
 }
 
-// True for the own streams by any name, such as /dev/stdout. The report program has others.
+// True for the own streams by the name of a descriptor, such as /dev/stdout. The report program has
+// others.
 bool is_standard_stream(fs::path path) {
   if (path == "-") return true;
   const fs::path own = "/proc/" + std::to_string(::getpid()) + "/fd";
@@ -79,6 +81,25 @@ bool is_standard_stream(fs::path path) {
   return false;
 }
 
+// What the shell has opened for the output would lose its name to the report.
+bool is_file_of_standard_stream(const struct stat& file) {
+  for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+    struct stat open {};
+    if (::fstat(stream, &open) == 0 && open.st_dev == file.st_dev && open.st_ino == file.st_ino)
+      return true;
+  }
+  return false;
+}
+
+bool is_pipe_without_reader(const std::string& path) {
+  struct stat state {};
+  if (::stat(path.c_str(), &state) != 0 || !S_ISFIFO(state.st_mode)) return false;
+  const int opened = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  const bool is_unread = opened < 0 && errno == ENXIO;
+  if (opened >= 0) ::close(opened);
+  return is_unread;
+}
+
 // A pipe, or a device, does not give back what was written.
 std::string written_report(const std::string& program, const std::string& journal,
                            const std::string& file) {
@@ -90,6 +111,19 @@ std::string written_report(const std::string& program, const std::string& journa
 [[noreturn]] void refuse(const std::string& path, const std::string& cause) {
   throw report_file_error("cannot write the report in JSON '" + command_line::one_line(path) +
                           "': " + cause + "; name another file with --json FILE");
+}
+
+// Whoever opens a pipe without a reader waits for one. The reader waits for the report as long as
+// somebody has the pipe open: to be closed again, it would be at its end.
+void keep_open_for_reader(const std::string& path) {
+  const int opened = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+  if (opened < 0) refuse(path, errno == ENXIO ? "nobody reads it" : cause_of(errno));
+  if (opened > STDERR_FILENO) return;
+  // The library takes no standard stream, not even where the host was started without them.
+  const int kept = ::fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int error = errno;
+  ::close(opened);
+  if (kept < 0) refuse(path, cause_of(error));
 }
 
 }  // namespace
@@ -108,13 +142,16 @@ bool debug_log_state::was_written_until(const debug_log_state& now) const {
 }
 
 void check_report_target(const std::string& path, const std::optional<std::string>& journal) {
-  if (is_standard_stream(path)) refuse(path, "the standard streams are for what the audit prints");
+  constexpr const char* for_what_is_printed = "the standard streams are for what the audit prints";
+  if (is_standard_stream(path)) refuse(path, for_what_is_printed);
   if (journal && is_same_file(path, *journal)) refuse(path, "--journal names the same file");
   struct stat state {};
   const bool is_there = ::stat(path.c_str(), &state) == 0;
   if (!is_there && errno != ENOENT) refuse(path, cause_of(errno));
   if (is_there && S_ISDIR(state.st_mode)) refuse(path, cause_of(EISDIR));
+  if (is_there && S_ISFIFO(state.st_mode)) keep_open_for_reader(path);
   if (is_there && !S_ISREG(state.st_mode)) return;  // a pipe or a device
+  if (is_there && is_file_of_standard_stream(state)) refuse(path, for_what_is_printed);
   if (const std::string cause = why_not_ours(path); !cause.empty()) refuse(path, cause);
   if (!is_there && ::lstat(path.c_str(), &state) == 0)
     refuse(path, "it is a link to a file that does not exist");
@@ -150,15 +187,20 @@ int report_audit(const std::string& program, const report_wishes& wishes,
   if (wishes.shows_summary && !show_summary(program, journal))
     complain("the summary cannot be shown, because " + program +
              " does not start or did not end by itself; call it: tessel-report summary");
+  std::optional<std::string> file = wishes.json;
+  if (file && is_pipe_without_reader(*file)) {
+    complain("the report in JSON was not written, because nobody reads '" +
+             command_line::one_line(*file) + "' any more; make it again: tessel-report json");
+    file.reset();
+  }
   std::vector<std::string> words = command(program, "json", journal);
-  if (wishes.json) words.insert(words.end(), {"--output", *wishes.json});
-  if (!wishes.json && !wishes.checks) return 0;
+  if (file) words.insert(words.end(), {"--output", *file});
+  if (!file && !wishes.checks) return 0;
   program_result made = run_programs({words}, patience).front();
   if (!has_report(made))
     complain("the report in JSON cannot be made: " + made.complaint() +
              "; look at what it says of the run: tessel-report json");
-  if (has_report(made) && wishes.json && wishes.checks)
-    made.out = written_report(program, journal, *wishes.json);
+  if (has_report(made) && file && wishes.checks) made.out = written_report(program, journal, *file);
   return check(made, timed_out);
 }
 

@@ -29,7 +29,8 @@ class report_file_error : public std::runtime_error {
 };
 
 // Sees before an audit whether the report in JSON can be written there, and would not replace the
-// journal. Throws `report_file_error`.
+// journal or what the audit prints. A pipe stays open as long as this process lives, so that its
+// reader waits for the report. Throws `report_file_error`.
 void check_report_target(const std::string& path, const std::optional<std::string>& journal);
 
 // The report program: beside this program, else on the search path. Throws `report_error` before an

@@ -71,7 +71,7 @@ void add_watching(CLI::App& app, host_arguments& parsed) {
                           "end the whole audit if it takes longer, with its tools, and remove its "
                           "files in /tmp. The time counts from the start of this program, so "
                           "waiting for another audit is a part of it. The report behind the "
-                          "audit has no limit",
+                          "audit is not",
                           [&](const auto& text) { parsed.deadline = seconds_of(text); });
   command_line::add_flag(app, "--wait",
                          "if another audit is running on this machine, wait for its end, until the "

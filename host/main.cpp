@@ -206,7 +206,8 @@ void report_and_check(const host_arguments& arguments, const watched_end& end,
     if (wishes.json) complain_of_no_report(wishes, "the audit did not complete");
   } else if (!before.was_written_until(now)) {
     complain_of_no_report(wishes, std::string("the audit has not written ") + debug_log +
-                                      (now.is_file() ? ", which is of an earlier one" : ""));
+                                      (now.is_file() ? ", which is of an earlier one" : "") +
+                                      "; what it printed above says why");
   } else {
     status = report_audit(program, wishes, journal, timed_out, complain_of_report);
   }
