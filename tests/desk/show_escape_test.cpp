@@ -104,6 +104,14 @@ TEST(one_line, shows_what_would_control_a_terminal_or_turn_the_line) {
   EXPECT_EQ(one_line("x\u202ey\u061c"), "x\\xe2\\x80\\xaey\\xd8\\x9c");
   EXPECT_EQ(one_line("\u2068\xc2\x9b"), "\\xe2\\x81\\xa8\\xc2\\x9b");
   EXPECT_EQ(one_line("B\u00fcndel \u20ac \xc2"), "B\u00fcndel \u20ac \xc2");
+  EXPECT_EQ(one_line("\x9b[31m"), "\\x9b[31m") << "the beginning of a sequence in one byte";
+  EXPECT_EQ(one_line("\u20ac\x9b\xe2\x9b|"), "\u20ac\\x9b\xe2\\x9b|") << "cut off";
+  EXPECT_EQ(one_line("\xe0\x9b\x9b\xed\xa0\x80"), "\xe0\\x9b\\x9b\xed\xa0\\x80") << "no characters";
+  EXPECT_EQ(one_line("\xf0\x9f\x94\x97 \u011b"), "\xf0\x9f\x94\x97 \u011b") << "their bytes are";
+  EXPECT_EQ(one_line("\xc2[\xc2"
+                     "A"),
+            "\xc2[\xc2"
+            "A");
 }
 
 // Whatever goes in, what comes out is a text that every format accepts.
