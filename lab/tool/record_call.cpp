@@ -62,6 +62,7 @@ bool go_back_to(const std::string& pid) {
   std::vector<std::string> words = command;
   const std::vector<char*> arguments = argument_list(words);
 
+  signal(SIGTTOU, SIG_DFL);  // lead_group() ignores it
   setenv("PATH", setting(record_path_variable).c_str(), 1);
   if (!pid.empty()) {
     if (!go_back_to(pid)) {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -307,6 +308,15 @@ TEST_F(recording_test, changes_nothing_of_a_call) {
   EXPECT_THAT(plain.out, HasSubstr("status 137\n"));
   EXPECT_EQ(recorded.out, plain.out) << recorded.err;
   EXPECT_EQ(recorded.status, plain.status);
+}
+
+TEST_F(recording_test, gives_a_tool_back_the_signal_of_the_terminal) {
+  const outcome recorded = record(
+      "tool iface_show 'while read -r what mask; do [ $what != SigIgn: ] || echo $mask; done "
+      "</proc/self/status'\n",
+      "iface_show");
+  ASSERT_EQ(recorded.status, 0) << recorded.err;
+  EXPECT_EQ(std::stoull(recorded.out, nullptr, 16) & (1ULL << (SIGTTOU - 1)), 0U) << recorded.out;
 }
 
 TEST_F(recording_test, keeps_status_and_error_output_for_the_replay) {
@@ -697,7 +707,7 @@ TEST_F(recording_test, without_a_pipe_harms_no_call) {
   // One descriptor, 3, is enough for the output's file or for the tool, not for a pipe.
   const outcome recorded = record(
       "cp /bin/cat iface_show\n",
-      "grep SigIgn /proc/self/status\n"
+      "env --default-signal=TTOU grep SigIgn /proc/self/status\n"
       "(exec 3>&-; ulimit -n 4; exec iface_show /proc/self/status) | grep -e SigIgn -e Name\n"
       "ls /var/log/.cap.*/capture/local");
   const std::string ignored = recorded.out.substr(0, recorded.out.find('\n') + 1);
