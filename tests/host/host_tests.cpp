@@ -738,7 +738,7 @@ TEST_F(one_audit, names_the_tools_that_it_cannot_end) {
   const std::string tool = testing::TempDir() + "/host_tool_" + std::to_string(getpid());
   ::setenv("LEFT_TOOL", tool.c_str(), 1);
   const auto result =
-      run_with_protected_tools(host + " --library " + stand_ins + "/libleaving.so --deadline 1");
+      run_with_protected_tools(host + " --library " + stand_ins + "/libleaving.so --deadline 5");
   ::unsetenv("LEFT_TOOL");
   pid_t left = 0;
   std::ifstream(tool) >> left;

@@ -2,7 +2,7 @@
  * A library with the audit's entry points that only prints how it was called and returns RESULT. In
  * a journal that it is offered it leaves one line.
  * Built without tessel_run if LACKS_RUN is set. If WORKS is set, it works for a while, or until
- * the file $WORK_UNTIL is there (30 s at most), and completes: its journal has two commands, of
+ * the file $WORK_UNTIL is there (60 s at most), and completes: its journal has two commands, of
  * which one is slow, and it leaves a title open meanwhile. The first line of the journal has the
  * limit of commands as the version. If LEAVES is set too, it starts a tool that lives on for 600 s,
  * with all descriptors that are not closed on exec.
