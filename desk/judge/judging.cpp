@@ -139,9 +139,12 @@ std::string command_for_chips(const run& of, const std::vector<chip_name>& chips
   }
   std::vector<std::string> commands;
   commands.reserve(asked.size());
-  for (const chip_name& one : asked)
-    commands.push_back(command_for(of, source::chip_lag, one.node, one.npu));
-  return one_line_of(commands);
+  for (const chip_name& one : asked) {
+    std::string command = command_for(of, source::chip_lag, one.node, one.npu);
+    if (std::find(commands.begin(), commands.end(), command) == commands.end())
+      commands.push_back(std::move(command));
+  }
+  return one_line_of(std::move(commands));
 }
 
 std::string one_line_of(std::vector<std::string> commands) {

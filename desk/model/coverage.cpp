@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "desk/model/command_lines.h"
 #include "desk/model/finding_source.h"
 #include "desk/model/numbers.h"
 
@@ -506,7 +507,7 @@ void cover_inventory(covering& in) {
     entry.state = coverage_state::not_understood;
     entry.reason = words_for_unread(store_of_nodes);
   }
-  entry.command = "/opt/nos/bin/plat_nodes_show -v";
+  entry.command = list_of_nodes;
   in.of.covered.push_back(std::move(entry));
 }
 
@@ -549,12 +550,9 @@ std::string command_for(const run& of, source from, std::string_view node, std::
       break;
   }
   if (at == nullptr) return {};
-  if (layer_of(from) == layer::dpa) {
-    if (at->address.empty()) return "/opt/nos/bin/plat_nodes_show -v";
-    return fmt::format("ssh {} /opt/nos/bin/{} -D", at->address, tool_of(from));
-  }
-  return fmt::format("/opt/nos/bin/asic_shell_show -c \"{}\" -u {} -n {}",
-                     chip_command(from, at->asic == jericho2), npu.empty() ? "all" : npu, at->id);
+  if (layer_of(from) == layer::dpa)
+    return command_on_node(*at, fmt::format("{} -D", tool_of(from)));
+  return command_on_chips(*at, npu, chip_command(from, at->asic == jericho2));
 }
 
 namespace {
@@ -573,7 +571,6 @@ std::string_view command_for_machine(std::string_view message) {
 std::string command_for_platform(const run& of, const finding& message) {
   if (const std::string_view command = command_for_machine(message.text); !command.empty())
     return std::string(command);
-  constexpr std::string_view list_of_nodes = "/opt/nos/bin/plat_nodes_show -v";
   if (message.code == "TC-603" || message.code == "TC-604" || message.code == "TC-703")
     return std::string(list_of_nodes);
   if (message.code == "TC-601" || message.code == "TC-602") return std::string(list_of_units);
@@ -584,14 +581,13 @@ std::string command_for_platform(const run& of, const finding& message) {
       message.code == "TC-605" || message.text.starts_with("no second node id");
   if (is_of_board) {
     const node* at = node_named(of, message.node);
-    return at == nullptr || at->address.empty()
-               ? std::string("/opt/nos/bin/board_api_probe")
-               : fmt::format("ssh {} /opt/nos/bin/board_api_probe", at->address);
+    return at == nullptr || at->address.empty() ? std::string("/opt/nos/bin/board_api_probe")
+                                                : command_on_node(*at, "board_api_probe");
   }
   if (message.code != "TC-704") return {};
   const auto has_id = [](const node& one) { return one.is_empty_slot || !one.id.empty(); };
   const auto lost = std::find_if_not(of.nodes.begin(), of.nodes.end(), has_id);
-  return fmt::format("node_id_convert -I {}", lost == of.nodes.end() ? "NODE" : lost->name);
+  return command_for_id(lost == of.nodes.end() ? "NODE" : lost->name);
 }
 
 namespace {

@@ -38,6 +38,7 @@ class run_of_a_test : public testing::Test {
       const auto index = static_cast<std::int16_t>(of.nodes.size());
       node& made = of.nodes.emplace_back();
       made.name = "0/" + std::to_string(i) + "/CPU0";
+      made.id = std::to_string(i);
       made.address = "192.0.0." + std::to_string(i);
       made.type = "LC";
       made.band = "FINAL";
@@ -765,7 +766,7 @@ TEST_F(run_with_ports, on_a_chip_that_the_audit_does_not_ask_is_not_judged) {
   ASSERT_NE(second, nullptr);
   EXPECT_EQ(second->state, coverage_state::never_asked);
   EXPECT_EQ(second->reason, "members sit on it, and of this node the audit asks NPU 0 only");
-  EXPECT_EQ(second->command, "/opt/nos/bin/asic_shell_show -c \"diag lag\" -u 1 -n ");
+  EXPECT_EQ(second->command, "/opt/nos/bin/asic_shell_show -c \"diag lag\" -u 1 -n 1");
   EXPECT_EQ(coverage_of(of, layer::bcm, "0/0/CPU0", "1"), nullptr);
   of.covered.clear();
   EXPECT_EQ(judged().bundles.at(0).is, verdict::not_judged);
@@ -1113,6 +1114,7 @@ TEST_F(run_of_a_test, what_is_next_is_the_tool_that_the_message_is_about) {
     of = run();
     SetUp();
     add_nodes(1);
+    of.nodes[0].id.clear();
     find(code, field::none, "0/0/CPU0", in, finding_kind::failure);
     of.findings.back().text = text;
     return judged().causes.at(0).next;
@@ -1130,6 +1132,57 @@ TEST_F(run_of_a_test, what_is_next_is_the_tool_that_the_message_is_about) {
   EXPECT_EQ(next("TC-704", layer::none), "node_id_convert -I 0/0/CPU0");
   EXPECT_EQ(next("TC-704", layer::none, "no second node id for 0/0/CPU0 among 1: dump data failed"),
             "ssh 192.0.0.0 /opt/nos/bin/board_api_probe");
+}
+
+// What a shell, or ssh, would take for more than a name.
+TEST_F(run_of_a_test, what_is_next_takes_no_value_that_the_audit_refuses) {
+  const std::string list = "/opt/nos/bin/plat_nodes_show -v";
+  const auto commands = [&](const auto& change) {
+    of = run();
+    SetUp();
+    add_nodes(1);
+    change(of.nodes[0]);
+    const std::string name = of.nodes[0].name;
+    finding about;
+    about.code = "TC-605";
+    about.node = name;
+    finding no_id;
+    no_id.code = "TC-704";
+    return std::vector<std::string>{command_for(of, source::l2port, name, {}),
+                                    command_for(of, source::chip_lag, name, of.nodes[0].npus[0]),
+                                    command_for_platform(of, about),
+                                    command_for_platform(of, no_id)};
+  };
+  const std::string l2port = "ssh 192.0.0.0 /opt/nos/bin/fwd_object_show -t l2port -D";
+  const std::string lag = "/opt/nos/bin/asic_shell_show -c \"diag lag\" -u 0 -n 0";
+  const std::string probe = "ssh 192.0.0.0 /opt/nos/bin/board_api_probe";
+  EXPECT_THAT(commands([](const node&) {}),
+              ElementsAre(l2port, lag, probe, "node_id_convert -I NODE"));
+  for (const char* bad : {"$(reboot)", "N/A", "-oProxyCommand=x", "192.0.0.6;reboot", "a b", "`x`",
+                          "192.0.0.6\nreboot"})
+    EXPECT_THAT(commands([&](node& at) { at.address = bad; }),
+                ElementsAre(list, lag, list, "node_id_convert -I NODE"))
+        << bad;
+  for (const char* bad : {"$(reboot)", "4;reboot", "0x4", "-1", ""})
+    EXPECT_EQ(commands([&](node& at) { at.id = bad; })[1], list) << bad;
+  for (const char* bad : {"$(reboot)", "0;reboot", "0 -c x"})
+    EXPECT_EQ(commands([&](node& at) { at.npus[0] = bad; })[1], list) << bad;
+  for (const char* bad : {"$(reboot)", "0/0/CPU0;reboot", "-h"})
+    EXPECT_EQ(commands([&](node& at) {
+                at.name = bad;
+                at.id.clear();
+              })[3],
+              list)
+        << bad;
+}
+
+TEST_F(run_of_a_test, what_is_next_is_said_once_of_several_values_that_the_audit_refuses) {
+  add_nodes(3);
+  of.nodes[0].id = of.nodes[1].id = "$(reboot)";
+  for (node& each : of.nodes) each.has_supported_asic = false;
+  EXPECT_EQ(judged().causes.at(0).next,
+            "/opt/nos/bin/plat_nodes_show -v; "
+            "/opt/nos/bin/asic_shell_show -c \"diag lag\" -u 0 -n 2");
 }
 
 TEST_F(run_of_a_test, what_is_next_is_the_table_of_the_object_that_a_message_compares) {
