@@ -20,6 +20,7 @@ namespace {
 constexpr std::array forwarding_tables = {source::lagport, source::l1port, source::l2port,
                                           source::l2intf, source::l3intf};
 constexpr std::string_view store_of_nodes = "VM information";
+constexpr std::string_view words_for_no_address = "the list of nodes has no address for it";
 constexpr std::string_view list_of_units =
     "/opt/nos/bin/asic_shell_show -c \"show unit\" -u all -n A";
 
@@ -206,7 +207,7 @@ std::string why_left_out(const covering& in, const node& at) {
   if (at.role == "Standby") return "standby route processor";
   if (!at.band.empty() && at.band != "FINAL")
     return fmt::format("its software is in band {}", at.band);
-  if (at.address.empty()) return "the list of nodes has no address for it";
+  if (at.address.empty()) return std::string(words_for_no_address);
   return "left out by the platform's list of nodes";
 }
 
@@ -243,7 +244,7 @@ void cover_agent(covering& in, const node& at, const coverage& whole) {
 void explain_forwarding(const covering& in, const node& at, coverage& entry) {
   if (at.address.empty()) {
     entry.state = coverage_state::never_asked;
-    entry.reason = "the list of nodes has no address for it";
+    entry.reason = words_for_no_address;
     return;
   }
   const std::string complaint = complaint_with(in.of, at.address);
@@ -285,14 +286,11 @@ bool holds_bundles(const covering& in, const node& at) {
                      [&](source table) { return entries_of(in.of, table, index, no_place) != 0; });
 }
 
-bool is_processor_without_members(const covering& in, const node& at) {
-  return at.type != "LC" && !has_members(in, at);
-}
-
-// A route processor without ports has nothing to show, unless another of its tables does. The chips
-// of a line card have the LAGs of all bundles, also of those without a member there.
+// A route processor without ports has nothing to show, unless another of its tables does: what that
+// holds nobody compares once the audit has left the node out. The chips of a line card have the
+// LAGs of all bundles, also of those without a member there.
 bool may_be_bare(const covering& in, const node& at) {
-  return is_processor_without_members(in, at) && !holds_bundles(in, at);
+  return at.type != "LC" && !has_members(in, at) && !holds_bundles(in, at);
 }
 
 void cover_forwarding(covering& in, const node& at) {
@@ -376,22 +374,6 @@ void cover_chip(covering& in, const node& at, const std::string& npu) {
   in.of.covered.push_back(std::move(entry));
 }
 
-struct empty_table {
-  const finding* note;
-  bool is_normal;
-};
-
-// A route processor without ports may have neither l1port nor l3intf objects (TC-612, TC-614), also
-// where its other tables have the bundles.
-empty_table empty_table_of(const covering& in, const node& at) {
-  const finding* first =
-      finding_with(in, {"TC-611", "TC-612", "TC-613", "TC-614", "TC-615"}, at.name);
-  if (may_be_bare(in, at)) return {first, true};
-  if (!is_processor_without_members(in, at)) return {first, false};
-  const finding* lost = finding_with(in, {"TC-611", "TC-613", "TC-615"}, at.name);
-  return lost == nullptr ? empty_table{first, true} : empty_table{lost, false};
-}
-
 // The audit leaves a node out of the rest of the run when a layer of it turns out to be empty.
 coverage cover_left_out(const covering& in, const node& at) {
   coverage entry;
@@ -399,7 +381,8 @@ coverage cover_left_out(const covering& in, const node& at) {
   entry.of = layer::dpa;
   entry.state = coverage_state::never_asked;
   entry.command = command_for(in.of, source::lagport, at.name, {});
-  const auto [note, is_normal] = empty_table_of(in, at);
+  const finding* note =
+      finding_with(in, {"TC-611", "TC-612", "TC-613", "TC-614", "TC-615"}, at.name);
   if (note == nullptr) {
     entry.reason = why_left_out(in, at);
     if (const finding* why = note_of_platform(in, at))
@@ -412,7 +395,7 @@ coverage cover_left_out(const covering& in, const node& at) {
   entry.reason = complaint.empty() ? note->text : complaint;
   if (complaint.empty() || entry.of == layer::bcm)
     entry.command = command_for(in.of, source_of(*note), at.name, {});
-  entry.is_normal = complaint.empty() && is_normal;
+  entry.is_normal = complaint.empty() && may_be_bare(in, at);
   return entry;
 }
 

@@ -696,25 +696,25 @@ TEST_F(run_with_ports, may_be_none_only_where_no_other_table_has_a_bundle) {
   EXPECT_FALSE(is_hole(covered(layer::bcm, "0/1/CPU0", "0")));
 }
 
-// Without ports it has no l1port objects, and l3intf objects only of what is routed.
-TEST_F(run_with_ports, may_be_none_and_nothing_routed_beside_the_bundles) {
+// The audit then leaves the whole node out, so nobody compares what its other tables hold.
+TEST_F(run_with_ports, left_out_beside_bundles_of_its_own_is_not_judged) {
   struct left_out {
     const char* description;
     std::vector<std::string> notes;
     bool is_card;
     bool has_members;
+    bool has_bundles;
     bool is_open;
   };
   for (const left_out& one : std::vector<left_out>{
-           {"no ports", {"TC-612"}, false, false, false},
-           {"nothing routed", {"TC-614"}, false, false, false},
-           {"neither", {"TC-612", "TC-614"}, false, false, false},
-           {"no ports and no bundles", {"TC-612", "TC-613"}, false, false, true},
-           {"no bundles and nothing routed", {"TC-611", "TC-614"}, false, false, true},
-           {"the members of the active one", {"TC-612"}, false, true, true},
-           {"the members of the active one routed", {"TC-614"}, false, true, true},
-           {"a line card without ports", {"TC-612"}, true, false, true},
-           {"a line card with nothing routed", {"TC-614"}, true, false, true}}) {
+           {"no ports", {"TC-612"}, false, false, true, true},
+           {"nothing routed", {"TC-614"}, false, false, true, true},
+           {"neither", {"TC-612", "TC-614"}, false, false, true, true},
+           {"no bundles", {"TC-611"}, false, false, true, true},
+           {"no LAG", {"TC-615"}, false, false, true, true},
+           {"nothing at all", {"TC-611", "TC-612", "TC-614"}, false, false, false, false},
+           {"the members of the active one", {"TC-612"}, false, true, false, true},
+           {"a line card with nothing at all", {"TC-611", "TC-614"}, true, false, false, true}}) {
     of = run();
     SetUp();
     add_nodes(2);
@@ -722,16 +722,21 @@ TEST_F(run_with_ports, may_be_none_and_nothing_routed_beside_the_bundles) {
     if (one.has_members) add_members(0, {0});
     if (!one.is_card) make_route_processor(1, "Standby");
     for (object& each : of.objects)
-      std::erase_if(each.cells,
-                    [](const cell& c) { return c.from == source::agent && c.node == 1; });
+      std::erase_if(each.cells, [&](const cell& c) {
+        return c.node == 1 && (c.from == source::agent || !one.has_bundles);
+      });
+    if (!one.has_bundles)
+      std::erase_if(of.tables, [](const auto& table) { return std::get<1>(table.first) == 1; });
     of.nodes[1].takes_part = false;
     for (const std::string& code : one.notes) {
-      find(code, field::none, "0/1/CPU0", layer::dpa, finding_kind::note);
+      find(code, field::none, "0/1/CPU0", code == "TC-615" ? layer::bcm : layer::dpa,
+           finding_kind::note);
       of.findings.back().object = {object_kind::node, "", "0/1/CPU0"};
       of.findings.back().text = code;
     }
     const judged_run is = judged();
-    const coverage* entry = coverage_of(is.of, layer::dpa, "0/1/CPU0", "");
+    const coverage* entry =
+        coverage_of(is.of, one.notes[0] == "TC-615" ? layer::bcm : layer::dpa, "0/1/CPU0", "");
     ASSERT_NE(entry, nullptr) << one.description;
     EXPECT_EQ(is_hole(*entry), one.is_open) << one.description;
     EXPECT_EQ(is.bundles.at(0).is, one.is_open ? verdict::not_judged : verdict::agrees)
