@@ -354,6 +354,9 @@ void cover_chip(covering& in, const node& at, const std::string& npu) {
   } else if (!at.has_supported_asic) {
     entry.state = coverage_state::never_asked;
     entry.reason = fmt::format("chips of the family {} are not supported", at.asic);
+  } else if (at.address.empty() && !has_table(in.of, source::chip_lag, index, number)) {
+    entry.state = coverage_state::never_asked;
+    entry.reason = words_for_no_address;
   } else if (!in.of.has_chip_tables) {
     entry.reason =
         in.of.end == run_end::complete

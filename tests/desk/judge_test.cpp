@@ -763,6 +763,22 @@ TEST_F(run_with_ports, are_no_reason_for_a_chip_to_have_no_lag) {
   EXPECT_FALSE(is_hole(covered(layer::bcm, "0/1/CPU0", "0")));
 }
 
+TEST_F(run_with_ports, whose_node_has_no_address_asks_no_chip) {
+  add_nodes(2);
+  of.nodes[1].address.clear();
+  EXPECT_EQ(covered(layer::bcm, "0/1/CPU0", "0").state, coverage_state::read) << "it has the table";
+  of.covered.clear();
+  of.tables.erase({source::chip_lag, 1, 0});
+  for (const bool has_chip_tables : {true, false}) {
+    of.has_chip_tables = has_chip_tables;
+    of.covered.clear();
+    const coverage& none = covered(layer::bcm, "0/1/CPU0", "0");
+    EXPECT_EQ(none.state, coverage_state::never_asked);
+    EXPECT_EQ(none.reason, "the list of nodes has no address for it");
+    EXPECT_TRUE(is_hole(none));
+  }
+}
+
 TEST_F(run_with_ports, on_a_chip_that_the_audit_does_not_ask_is_not_judged) {
   add_nodes(2);
   add_members(1, {0, 1});
