@@ -7,6 +7,7 @@
 
 #include "desk/judge/judging.h"
 #include "desk/model/coverage.h"
+#include "desk/model/finding_source.h"
 
 namespace desk {
 
@@ -40,8 +41,14 @@ std::string without(std::string text, std::string_view part) {
 // What went missing on a node lacks entries in its own layer, and in any other what cannot be
 // verified without it: where a layer misses an object, the audit does not compare the layers below,
 // so what these lack has a reason of its own. A failure of the whole router explains every failure.
-bool explains(const coverage& hole, const finding& one) {
+bool explains(const run& of, const coverage& hole, const finding& one) {
   const bool is_open = is_doubt(one);
+  // No sub-bundle is there if the tool that lists their interfaces failed.
+  const bool is_of_interface_db =
+      one.what == field::presence && source_of(one) == source::interface_db;
+  if (is_of_interface_db && hole.of == layer::pi &&
+      hole.command == command_for(of, source::interface_db, {}, {}))
+    return true;
   // A part of a layer explains what is said of that layer, not what happened below it.
   if (hole.node.empty() && hole.state == coverage_state::partly)
     return is_open && one.of == hole.of;
@@ -133,7 +140,7 @@ std::string words_for(const hole_group& of) {
 
 void take_explained(judging& at, const coverage& hole, cause& into) {
   const auto take = [&](std::size_t i) {
-    if (at.is_explained[i] || !explains(hole, at.of().findings[i])) return;
+    if (at.is_explained[i] || !explains(at.of(), hole, at.of().findings[i])) return;
     at.is_explained[i] = true;
     into.findings.push_back(i);
   };

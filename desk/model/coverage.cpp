@@ -20,6 +20,8 @@ namespace {
 constexpr std::array forwarding_tables = {source::lagport, source::l1port, source::l2port,
                                           source::l2intf, source::l3intf};
 constexpr std::string_view store_of_nodes = "VM information";
+constexpr std::string_view command_for_interfaces = "iface_show -i '.*'";
+constexpr std::string_view command_for_interface_db = "ifmgr_show database -l 0x1 -a";
 constexpr std::string_view words_for_no_address = "the list of nodes has no address for it";
 constexpr std::string_view list_of_units =
     "/opt/nos/bin/asic_shell_show -c \"show unit\" -u all -n A";
@@ -525,9 +527,9 @@ std::string command_for(const run& of, source from, std::string_view node, std::
     case source::bundle_manager:
       return "lagmgr_table_show -d -P 0x0 -N all -L 0x3 -O all";
     case source::interfaces:
-      return "iface_show -i '.*'";
+      return std::string(command_for_interfaces);
     case source::interface_db:
-      return "ifmgr_show database -l 0x1 -a";
+      return std::string(command_for_interface_db);
     case source::agent:
       return "lagmgr_agent_show -m -a all";
     case source::none:
@@ -580,13 +582,23 @@ namespace {
 
 // ---- By the journal -----------------------------------------------------------------------------
 
+// Belongs to PI, and the snapshot has no table of what it prints.
+struct side_tool {
+  std::string_view name;
+  std::string_view command;
+};
+constexpr std::array side_tools =
+    std::to_array<side_tool>({{"iface_show", command_for_interfaces},
+                              {"ifmgr_show", command_for_interface_db},
+                              {"lagmgr_health", "lagmgr_health"}});
+
 layer layer_of_command(std::string_view command) {
   if (command.find("fwd_object_show") != std::string_view::npos) return layer::dpa;
   if (command.find("lagmgr_agent_show") != std::string_view::npos) return layer::pd;
   if (command.find("lagmgr_table_show") != std::string_view::npos) return layer::pi;
   if (command.find("cfg_render") != std::string_view::npos) return layer::config;
-  for (const std::string_view tool : {"iface_show", "ifmgr_show", "lagmgr_health"})
-    if (command.find(tool) != std::string_view::npos) return layer::pi;
+  for (const side_tool& one : side_tools)
+    if (command.find(one.name) != std::string_view::npos) return layer::pi;
   if (command.find("asic_shell_show") != std::string_view::npos &&
       command.find("show unit") == std::string_view::npos)
     return layer::bcm;
@@ -615,6 +627,28 @@ bool lacks_a_table(const covering& in, const coverage& entry, const journal_comm
          in.chips_with_members.contains({node, npu_in(entry.npu)});
 }
 
+// The audit looks up only sub-bundles in the interface database, and the report of health may be
+// about the route processors' agreement only.
+bool may_print_nothing(const covering& in, const side_tool& tool) {
+  if (tool.name == "ifmgr_show")
+    return std::none_of(in.of.objects.begin(), in.of.objects.end(),
+                        [](const object& one) { return one.kind == object_kind::sub_bundle; });
+  if (tool.name != "lagmgr_health") return false;
+  const route_processors all = route_processors_of(in.of);
+  return all.active.size() + all.standby.size() < 2;
+}
+
+// The tool of PI that failed or was silent by this command, or nothing.
+const side_tool* silent_tool(const covering& in, const journal_command& command) {
+  const auto tool = std::find_if(side_tools.begin(), side_tools.end(), [&](const side_tool& one) {
+    return command.command.find(one.name) != std::string::npos;
+  });
+  if (tool == side_tools.end()) return nullptr;
+  if (!command.failed.empty() || command.status.value_or(0) > 1) return tool;
+  const bool is_silent = command.bytes == 0U && !may_print_nothing(in, *tool);
+  return is_silent ? tool : nullptr;
+}
+
 // In a journal that lacks lines a command may have ended all the same.
 bool is_cut_short(const covering& in, const journal_command& command) {
   const bool is_open = !command.has_ended && !in.of.log_of_commands->lacks_lines;
@@ -641,9 +675,11 @@ void add_journal(const covering& in, coverage& entry) {
     entry.bytes += one.bytes.value_or(0);
     const std::string trouble = trouble_of(in, one);
     // What a command has printed before it was ended is in the tables, and the rest is not.
+    const side_tool* silent = entry.of == layer::pi ? silent_tool(in, one) : nullptr;
     if (entry.state == coverage_state::read &&
-        (is_cut_short(in, one) || lacks_a_table(in, entry, one))) {
+        (is_cut_short(in, one) || lacks_a_table(in, entry, one) || silent != nullptr)) {
       entry.state = coverage_state::partly;
+      if (silent != nullptr) entry.command = silent->command;
       entry.has_trouble = true;
       entry.reason = fmt::format("`{}`: {}", shown_call(one), trouble);
     }
@@ -681,6 +717,20 @@ void mark_unread(const run& of, coverage& entry) {
   entry.state = is_begun ? coverage_state::partly : coverage_state::not_understood;
   entry.is_normal = false;
   entry.reason = words_for_unread(store_of(entry.of));
+}
+
+// A tool beside the bundle manager's table that could not be asked, or complained.
+void mark_side_tools(const covering& in, coverage& entry) {
+  if (entry.of != layer::pi || entry.state != coverage_state::read) return;
+  for (const side_tool& one : side_tools) {
+    const finding* refused = refused_command(in, one.name);
+    const std::string why = refused != nullptr ? refused->text : complaint_with(in.of, one.name);
+    if (why.empty()) continue;
+    entry.state = coverage_state::partly;
+    entry.reason = why;
+    entry.command = one.command;
+    return;
+  }
 }
 
 // A layer that was read, in a form that is not known here.
@@ -762,6 +812,7 @@ void fill_coverage(run& of) {
     mark_unread(of, entry);
     mark_not_understood(of, entry);
     mark_chip_troubles(of, entry);
+    mark_side_tools(in, entry);
     add_journal(in, entry);
   }
 }

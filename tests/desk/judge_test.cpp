@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -936,6 +937,109 @@ TEST_F(run_of_a_test, a_tool_of_the_router_that_was_ended_leaves_every_bundle_op
     EXPECT_EQ(is.bundles.at(0).is, verdict::not_judged) << tool;
     EXPECT_EQ(exit_status(is), 3) << tool;
   }
+}
+
+// They are silent, or not there: the journal or the debug log says so.
+TEST_F(run_of_a_test, a_tool_of_the_router_that_said_nothing_leaves_every_bundle_open) {
+  struct silence {
+    const char* description;
+    std::string tool;
+    std::string complaint;
+    std::string refusal;
+    std::optional<int> status;
+    bool is_in_journal;
+    bool is_open;
+  };
+  for (const silence& one : std::vector<silence>{
+           {"silent", "iface_show -i", "", "", 1, true, true},
+           {"silent", "ifmgr_show database", "", "", 0, true, true},
+           {"silent", "lagmgr_health", "", "", 1, true, true},
+           {"not asked for more", "sw_version_show", "", "", 0, true, false},
+           {"not there", "iface_show -i", "sh: 1: iface_show: not found", "", {}, false, true},
+           {"not there",
+            "ifmgr_show database",
+            "sh: 1: ifmgr_show: not found",
+            "",
+            {},
+            false,
+            true},
+           {"not there", "lagmgr_health", "sh: 1: lagmgr_health: not found", "", {}, false, true},
+           {"refused",
+            "iface_show -i",
+            "",
+            "cannot start /bin/sh: execution failed for iface_show -i",
+            {},
+            false,
+            true}}) {
+    of = run();
+    SetUp();
+    add_nodes(3);
+    of.object_at(object_kind::sub_bundle, "BE1", "BE1.1");
+    of.nodes[0].type = of.nodes[1].type = "RP";
+    of.nodes[0].role = "Active";
+    of.nodes[1].role = "Standby";
+    if (!one.complaint.empty()) of.complaints.push_back(one.complaint);
+    if (!one.refusal.empty()) {
+      find("TC-701", field::none, "", layer::none, finding_kind::failure);
+      of.findings.back().object = {};
+      of.findings.back().text = one.refusal;
+    }
+    if (one.is_in_journal) {
+      journal_command ended;
+      ended.command = one.tool + " | grep x";
+      ended.has_ended = true;
+      ended.status = one.status;
+      ended.bytes = 0;
+      of.log_of_commands.emplace().commands.push_back(ended);
+    }
+    const judged_run is = judged();
+    const std::string what = one.description + (" " + one.tool);
+    const coverage* entry = coverage_of(is.of, layer::pi, {}, {});
+    EXPECT_EQ(entry->state, one.is_open ? coverage_state::partly : coverage_state::read) << what;
+    if (one.is_open) {
+      EXPECT_THAT(one.tool, testing::StartsWith(entry->command.substr(0, 10))) << what;
+    }
+    EXPECT_EQ(is.bundles.at(0).is, one.is_open ? verdict::not_judged : verdict::agrees) << what;
+  }
+}
+
+// Without a second route processor health has nothing to report, and without sub-bundles none has
+// an interface.
+TEST_F(run_of_a_test, a_tool_of_the_router_may_have_nothing_to_say) {
+  for (const char* tool : {"ifmgr_show database", "lagmgr_health"})
+    for (const int status : {1, 127}) {
+      of = run();
+      SetUp();
+      add_nodes(2);
+      of.nodes[0].type = "RP";
+      of.nodes[0].role = "Active";
+      journal_command ended;
+      ended.command = tool;
+      ended.has_ended = true;
+      ended.status = status;
+      ended.bytes = 0;
+      of.log_of_commands.emplace().commands.push_back(ended);
+      fill_coverage(of);
+      EXPECT_EQ(coverage_of(of, layer::pi, {}, {})->state,
+                status == 1 ? coverage_state::read : coverage_state::partly)
+          << tool;
+    }
+}
+
+TEST_F(run_of_a_test, sub_bundles_that_a_missing_tool_does_not_list_are_one_cause) {
+  add_nodes(2);
+  for (const char* name : {"BE1.1", "BE1.2"}) {
+    of.object_at(object_kind::sub_bundle, "BE1", name);
+    find("TC-103", field::presence, "", layer::pi);
+    of.findings.back().object = {object_kind::sub_bundle, "BE1", name};
+  }
+  of.complaints.emplace_back("sh: 1: ifmgr_show: not found");
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].title,
+            "the router: the bundle manager (PI) partly read: sh: 1: ifmgr_show: not found");
+  EXPECT_EQ(is.causes[0].next, "ifmgr_show database -l 0x1 -a");
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0, 1));
 }
 
 TEST_F(run_of_a_test, nothing_is_missing_from_a_table_that_was_cut) {
