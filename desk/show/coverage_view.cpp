@@ -55,6 +55,18 @@ void show_commands(const journal& of, const terminal& on, std::ostream& out) {
   }
 }
 
+constexpr std::string_view sentence_for_chips =
+    "Of each chip the logs show the table of LAGs only; with a journal or a capture the report "
+    "knows "
+    "of the others, too.";
+
+bool has_lags_only(const run& of) {
+  if (of.log_of_commands || of.keeps_questions) return false;
+  return std::any_of(of.covered.begin(), of.covered.end(), [](const coverage& one) {
+    return one.of == layer::bcm && one.state == coverage_state::read;
+  });
+}
+
 }  // namespace
 
 void show_marks(const run& of, const terminal& on, std::ostream& out) {
@@ -92,6 +104,7 @@ void show_coverage(const judged_run& of, const terminal& on, std::ostream& out) 
           : fmt::format("{} of {} places were not wholly read; what they hold is not judged.",
                         holes, of.of.covered.size());
   out << '\n' << wrapped(words, on.width, 0) << '\n';
+  if (holes == 0 && has_lags_only(of.of)) out << wrapped(sentence_for_chips, on.width, 0) << '\n';
 }
 
 }  // namespace desk

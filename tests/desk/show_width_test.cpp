@@ -2,7 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "desk/judge/record.h"
 #include "desk/model/catalogue.h"
@@ -67,6 +70,28 @@ TEST(coverage_view, says_how_each_command_ended_by_what_the_journal_knows) {
   EXPECT_THAT(shown(), testing::Not(testing::HasSubstr("tool-5:")));
   run.of.log_of_commands->lacks_lines = true;
   EXPECT_THAT(shown(), testing::HasSubstr("  tool-0: the journal has lost how it ended\n"));
+}
+
+TEST(coverage_view, says_of_which_chip_tables_the_logs_alone_know) {
+  const std::string words = "Of each chip the logs show the table of LAGs only";
+  judged_run run = healthy_run();
+  const auto shown = [&] {
+    std::ostringstream out;
+    show_coverage(run, terminal_of(80), out);
+    expect_width(out.str(), 80);
+    EXPECT_THAT(out.str(), testing::HasSubstr("\nEverything that was asked was read.\n"));
+    return out.str();
+  };
+  run.of.log_of_commands.reset();
+  EXPECT_THAT(shown(), testing::HasSubstr(words));
+  run.of.keeps_questions = true;
+  EXPECT_THAT(shown(), testing::Not(testing::HasSubstr(words))) << "a capture";
+  run.of.keeps_questions = false;
+  run.of.log_of_commands.emplace();
+  EXPECT_THAT(shown(), testing::Not(testing::HasSubstr(words))) << "a journal";
+  run.of.log_of_commands.reset();
+  std::erase_if(run.of.covered, [](const coverage& one) { return one.of == layer::bcm; });
+  EXPECT_THAT(shown(), testing::Not(testing::HasSubstr(words))) << "no chip";
 }
 
 TEST(width, is_kept_by_a_comparison) {
