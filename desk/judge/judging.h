@@ -158,6 +158,10 @@ struct chip_name {
 [[nodiscard]] std::vector<std::string> bundles_of_weight(judging& at, const finding& one);
 [[nodiscard]] bool is_of_unknown_weight(const finding& one);
 
+// The finding is about a chip's LAG or its members, which the audit looks up by their ids alone: no
+// LIF and no RIF is its reason.
+[[nodiscard]] bool leaves_lag_of_chip(field from, const finding& one);
+
 // It could not be verified, as opposed to being wrong.
 [[nodiscard]] bool is_doubt(const finding& one);
 // More is configured than the router allows: a note, but about something that is wrong.

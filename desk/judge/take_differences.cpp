@@ -77,7 +77,7 @@ bool belongs(const difference& of, const odd_forms& odd, const finding& one) {
   if (one.kind == finding_kind::stale || one.kind == finding_kind::health) return false;
   if (is_without_entry(of, one) || asks_for_odd_value(of, odd, one)) return true;
   if (one.object != of.object) return false;
-  if (one.what == field::none) return is_at_odd_place(of, one);
+  if (one.what == field::none) return is_at_odd_place(of, one) && !leaves_lag_of_chip(of.what, one);
   if (one.what != of.what) return false;
   const bool is_compared = of.what != field::presence && is_of_compared_layer(of, one);
   return is_compared || is_at_odd_place(of, one);

@@ -98,6 +98,7 @@ bool can_be_unverified_after(field from, field what) {
 // or router interface of another number, is missing further down; an MTU is not.
 bool can_follow(field from, const finding& one) {
   if (from == field::presence || from == one.what) return true;
+  if (leaves_lag_of_chip(from, one)) return false;
   if (is_doubt(one)) return can_be_unverified_after(from, one.what);
   if (one.of != layer::bcm) return false;
   switch (from) {
@@ -485,6 +486,13 @@ void set_unmarked_aside(judging& at) {
     at.is_explained[i] = true;
     at.into.unexplained.push_back(i);
   }
+}
+
+bool leaves_lag_of_chip(field from, const finding& one) {
+  if (from != field::lif && from != field::rif) return false;
+  constexpr std::array codes =
+      std::to_array<std::string_view>({"TC-115", "TC-116", "TC-117", "TC-750", "TC-751", "TC-752"});
+  return std::find(codes.begin(), codes.end(), one.code) != codes.end();
 }
 
 std::vector<std::string> bundles_of_weight(judging& at, const finding& one) {

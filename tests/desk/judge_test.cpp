@@ -268,6 +268,28 @@ TEST_F(run_of_a_test, a_chip_that_lacks_the_odd_global_lif_is_right) {
   EXPECT_THAT(is.causes[1].findings, ElementsAre(1));
 }
 
+// The audit looks a LAG and its members up by their ids, never by what is programmed with them.
+TEST_F(run_of_a_test, a_lag_that_a_chip_lost_is_no_part_of_another_lif_or_rif) {
+  for (const field what : {field::lif, field::rif}) {
+    of = run();
+    SetUp();
+    add_nodes(4);
+    if (what == field::rif)
+      for (const std::int16_t node : {std::int16_t{0}, std::int16_t{1}, std::int16_t{2}})
+        set(what, source::l2port, node, "0x11");
+    set(what, source::l2port, 3, "0x00014500");
+    find("TC-115", field::presence, "0/3/CPU0", layer::bcm);
+    find("TC-203", field::presence, "0/3/CPU0", layer::bcm, finding_kind::programming);
+    find("TC-750", field::none, "0/3/CPU0", layer::bcm, finding_kind::failure);
+    const judged_run is = judged();
+    ASSERT_EQ(is.causes.size(), 2U);
+    EXPECT_THAT(is.causes[0].findings, ElementsAre(1));
+    EXPECT_EQ(is.causes[1].title, "BE1: missing on 0/3/CPU0 (BCM)");
+    EXPECT_THAT(is.causes[1].findings, ElementsAre(0, 2));
+    EXPECT_THAT(is.causes[1].next, HasSubstr("diag lag"));
+  }
+}
+
 TEST_F(run_of_a_test, a_note_about_an_object_that_differs_is_normal_all_the_same) {
   add_nodes(3);
   set(field::lif, source::l2port, 0, "0x00014500");
