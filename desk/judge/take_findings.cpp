@@ -517,6 +517,8 @@ bool is_scale(const finding& one) {
 }
 
 bool is_of_notation(const finding& one) {
+  // Its chip has no row with a domain for the port; a domain is written as "0x0".
+  if (one.code == "TC-202" && one.reported == "0") return false;
   return !one.reported.empty() && !one.known.empty() && one.what != field::none &&
          compared_form(one.what, one.reported) == compared_form(one.what, one.known);
 }

@@ -1626,6 +1626,19 @@ TEST_F(run_of_a_test, two_notations_of_one_value_are_no_difference) {
   }
 }
 
+// Without a row for the port there is no domain to compare.
+TEST_F(run_of_a_test, a_port_without_a_vlan_domain_is_no_notation_of_domain_zero) {
+  add_nodes(2);
+  find("TC-202", field::vlan_domain, "0/0/CPU0", layer::bcm, finding_kind::programming);
+  of.findings.back().known = "0x0";
+  of.findings.back().reported = "0";
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].how_sure, sureness::named);
+  EXPECT_EQ(is.bundles.at(0).is, verdict::differs);
+  EXPECT_EQ(exit_status(is), 1);
+}
+
 TEST_F(run_of_a_test, messages_that_say_the_same_of_a_node_are_one_cause) {
   add_nodes(2);
   for (const char* text : {"Inconsistency 1: BME has no Bundle entry in location 0/1/CPU0",
