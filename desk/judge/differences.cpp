@@ -571,13 +571,13 @@ std::set<text_id> proofs_of(const comparison& at, const object& one, const lag_i
   return made;
 }
 
-// Of sub-bundles the audit asks the older chips only.
+// Of sub-bundles the audit asks with hierarchical QoS only.
 bool is_asked_for_lag(const comparison& at, const object& one, std::int16_t node) {
   const auto index = static_cast<std::size_t>(node);
   constexpr std::size_t lagport = 1;
   static_assert(tables_of_nodes[lagport] == source::lagport);
   if (!at.held.on(lagport, index)) return false;
-  return one.kind == object_kind::bundle || (at.of.has_hqos && at.of.nodes[index].asic != jericho2);
+  return one.kind == object_kind::bundle || at.of.has_hqos;
 }
 
 // The chips of the nodes that hold a LAG, by their place in the index, and whether each has it.

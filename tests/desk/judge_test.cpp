@@ -199,6 +199,24 @@ TEST_F(run_of_a_test, a_chip_without_the_lag_is_found_behind_a_lag_id_that_diffe
   EXPECT_EQ(is.causes[1].next, lags + "4; " + lags + "6");
 }
 
+// Jericho2 is asked for the LAGs of sub-bundles as the older chips are.
+TEST_F(run_of_a_test, a_chip_of_each_family_without_the_lag_of_a_sub_bundle_is_found) {
+  add_nodes(4);
+  of.has_hqos = true;
+  for (node& one : of.nodes) one.asic = jericho2;
+  const auto lag_cells = of.objects[bundle].cells;
+  bundle = of.object_at(object_kind::sub_bundle, "BE1", "BE1.1");
+  of.objects[bundle].is_configured = true;
+  of.objects[bundle].cells = lag_cells;
+  set(field::lag_id, source::lagport, 0, "0x401");
+  for (const std::int16_t node : {std::int16_t{0}, std::int16_t{1}, std::int16_t{2}})
+    of.chip_lags[{node, 0}].push_back(of.texts.keep("0x1"));
+  of.chip_lags[{3, 0}].push_back(of.texts.keep("0x9"));
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 2U);
+  EXPECT_EQ(is.causes[1].title, "BE1.1: missing on 0/3/CPU0 NPU 0 (BCM, asic_shell_show)");
+}
+
 // It was programmed from the odd id, or the odd id is only in the layer above.
 TEST_F(run_of_a_test, a_chip_with_the_lag_under_an_id_of_its_node_lacks_nothing) {
   add_nodes(4);
