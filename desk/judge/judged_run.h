@@ -75,6 +75,9 @@ struct judged_run {
 // 0 nothing found, 1 findings, 3 nothing found but something was not judged. A wrong call is 2.
 [[nodiscard]] int exit_status(const judged_run& of);
 
+// More is configured than the router allows: a note, but about something that is wrong. Any thread.
+[[nodiscard]] bool is_scale(const finding& one);
+
 // The audit compares texts: these are one value in two notations, which is no fault. Any thread.
 [[nodiscard]] bool is_of_notation(const finding& one);
 

@@ -164,8 +164,6 @@ struct chip_name {
 
 // It could not be verified, as opposed to being wrong.
 [[nodiscard]] bool is_doubt(const finding& one);
-// More is configured than the router allows: a note, but about something that is wrong.
-[[nodiscard]] bool is_scale(const finding& one);
 // The cause reports something that is wrong, not only what could not be judged.
 [[nodiscard]] bool is_difference(const run& of, const cause& one);
 

@@ -147,12 +147,6 @@ bool is_mac_of_chip(const finding& one) {
   return one.code == "TC-739" && one.text.starts_with("the chip's MAC ");
 }
 
-// Notes that the audit writes without adding them to its table.
-bool is_counted(const finding& one) {
-  constexpr std::array uncounted = {"TC-603", "TC-604", "TC-765", "TC-766"};
-  return std::find(uncounted.begin(), uncounted.end(), one.code) == uncounted.end();
-}
-
 // A counter's lines carry its value, so a run whose first lines were rotated away shows it.
 void note_gap(run& into, const channel_log& log, finding_kind kind) {
   std::uint64_t first = 0;
@@ -206,7 +200,7 @@ void read_channel(run& into, mention_finder& names, const channel_log& log, cons
       one.what = field::mac;
       ++into.counts[finding_kind::failure];
     }
-    if (is_counted(one)) ++into.counts[one.kind];
+    if (is_counted_by_audit(one)) ++into.counts[one.kind];
     into.findings.push_back(std::move(one));
   }
   if (kind == finding_kind::inconsistency || kind == finding_kind::programming)
@@ -366,6 +360,12 @@ void take_mtu_of_port(run& into, const finding& unlisted) {
 
 }  // namespace
 
+bool is_counted_by_audit(const finding& one) {
+  constexpr std::array uncounted = {"TC-603", "TC-604", "TC-765", "TC-766"};
+  return one.log != debug_log &&
+         std::find(uncounted.begin(), uncounted.end(), one.code) == uncounted.end();
+}
+
 void read_findings(run& into, const log_set& logs, const std::vector<run_in_logs>& runs,
                    std::size_t back) {
   const run_in_logs of = back < runs.size() ? runs[runs.size() - 1 - back] : run_in_logs{};
@@ -455,7 +455,7 @@ bool is_kept_from_stale(const run& of) {
   constexpr std::array behind = {"TC-762", "TC-763", "TC-764"};
   return std::any_of(of.findings.begin(), of.findings.end(), [&](const finding& one) {
     return one.kind != finding_kind::delay_delete && one.kind != finding_kind::health &&
-           one.log != debug_log && is_counted(one) &&
+           is_counted_by_audit(one) &&
            std::find(behind.begin(), behind.end(), one.code) == behind.end();
   });
 }

@@ -14,6 +14,10 @@ namespace desk {
 // An entry that the audit lists as stale, because it marks none of its kind.
 inline constexpr std::string_view code_of_unmarked = "TC-402";
 
+// The audit adds it to its table. Some notes it only writes, and what stands in its debug log
+// alone.
+[[nodiscard]] bool is_counted_by_audit(const finding& one);
+
 // Adds the findings of one of the runs in the logs; `back` counts from the last one, which is 0.
 // The objects and nodes of the run complete what a message names only in part, so read them before.
 void read_findings(run& into, const log_set& logs, const std::vector<run_in_logs>& runs,

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <system_error>
 
+#include "desk/model/findings.h"
+
 namespace desk {
 
 namespace {
@@ -29,10 +31,17 @@ std::optional<unsigned> milliseconds(std::string_view rest) {
 
 }  // namespace
 
+bool counts_as_finding(const finding& one) {
+  if (is_scale(one)) return true;
+  return one.kind != finding_kind::note && one.kind != finding_kind::failure &&
+         !is_of_notation(one);
+}
+
 std::size_t total(const run& of, finding_kind kind) {
   const auto read = static_cast<std::size_t>(
-      std::count_if(of.findings.begin(), of.findings.end(),
-                    [&](const finding& each) { return each.kind == kind; }));
+      std::count_if(of.findings.begin(), of.findings.end(), [&](const finding& each) {
+        return each.kind == kind && (kind != finding_kind::note || is_counted_by_audit(each));
+      }));
   const auto counted = of.counts.find(kind);
   return counted == of.counts.end() ? read : std::max(read, counted->second);
 }

@@ -10,8 +10,11 @@
 
 namespace desk {
 
+// A finding of a summary: something is wrong, and not only noted or not verified. Any thread.
+[[nodiscard]] bool counts_as_finding(const finding& one);
+
 // How many findings of a kind there are: those that were read, or the audit's own count if some of
-// them are lost. Any thread.
+// them are lost. Notes that the audit does not count are none. Any thread.
 [[nodiscard]] std::size_t total(const run& of, finding_kind kind);
 
 // How many of them are faults: two notations of one value are none. Any thread.

@@ -15,11 +15,6 @@ namespace desk {
 
 namespace {
 
-bool counts(const finding& one) {
-  return one.kind != finding_kind::note && one.kind != finding_kind::failure &&
-         !is_of_notation(one);
-}
-
 std::size_t number_of(const std::vector<merged_router>& routers, standing is) {
   return static_cast<std::size_t>(
       std::count_if(routers.begin(), routers.end(),
@@ -67,14 +62,14 @@ std::string_view word_for(standing is) {
 
 std::size_t findings_of(const merged_router& of) {
   const auto& all = of.of.of.findings;
-  return static_cast<std::size_t>(std::count_if(all.begin(), all.end(), counts));
+  return static_cast<std::size_t>(std::count_if(all.begin(), all.end(), counts_as_finding));
 }
 
 std::optional<std::size_t> new_findings_of(const merged_router& of) {
   if (of.earlier.empty()) return std::nullopt;
   std::size_t number = 0;
   for (std::size_t i = 0; i < of.new_findings.size(); ++i)
-    if (of.new_findings[i] && counts(of.of.of.findings[i])) ++number;
+    if (of.new_findings[i] && counts_as_finding(of.of.of.findings[i])) ++number;
   return number;
 }
 

@@ -55,6 +55,8 @@ service_state state_of(const judged_run& of) {
   if (of.of.end != run_end::complete) return service_state::unknown;
   for (const auto kind : {stale, health, delay_delete})
     if (total_of_faults(of.of, kind) > 0) return service_state::warning;
+  const auto& all = of.of.findings;
+  if (std::any_of(all.begin(), all.end(), is_scale)) return service_state::warning;
   if (has_doubts(of)) return service_state::unknown;
   return of.causes.empty() ? service_state::ok : service_state::warning;
 }

@@ -40,10 +40,8 @@ void show_head(const view& v) {
   const std::size_t agree = total(v.of, verdict::agrees);
   const std::size_t differ = total(v.of, verdict::differs);
   const std::size_t open = total(v.of, verdict::not_judged);
-  std::size_t findings = 0;
-  for (const finding& one : of.findings)
-    if (one.kind != finding_kind::note && one.kind != finding_kind::failure && !is_of_notation(one))
-      ++findings;
+  const auto findings = static_cast<std::size_t>(
+      std::count_if(of.findings.begin(), of.findings.end(), counts_as_finding));
   v.out << fmt::format(
       "{}: {}, {}, {}. {}.\n", counted(v.of.bundles.size(), "bundle", "bundles"),
       toned(v.on, tone::good, agree == 1 ? "1 agrees" : fmt::format("{} agree", agree)),

@@ -215,6 +215,15 @@ judged_run healthy_run() {
   return made;
 }
 
+judged_run run_over_its_limit() {
+  judged_run made = healthy_run();
+  const auto note =
+      add_finding(made.of, "TC-620", finding_kind::note, ref(object_kind::router, "", ""), "",
+                  layer::config, "INFO: Allowed main bundles: 2, configured more: 3");
+  add_cause(made, note, "the router: over its limit (config)", sureness::named);
+  return made;
+}
+
 judged_run run_with_faults() {
   judged_run made = run_with_nodes(4);
   made.of.router = "core-7";

@@ -20,6 +20,9 @@ namespace desk {
 // lacks, a stale entry, a delayed delete, a report of bundle health, a failure without a cause.
 [[nodiscard]] judged_run run_with_faults();
 
+// A note of too many bundles is the only cause.
+[[nodiscard]] judged_run run_over_its_limit();
+
 // One inconsistency, of which both values are the same RIF.
 [[nodiscard]] judged_run run_with_two_notations();
 

@@ -93,6 +93,12 @@ TEST(merged_text, is_a_table_and_the_first_causes_of_each) {
       "  partial: The audit stopped: the bundle manager shows no bundle.\n");
 }
 
+TEST(merged_text, counts_a_router_over_its_limit_as_a_finding) {
+  std::vector<merged_router> routers(1);
+  routers[0].of = run_over_its_limit();
+  EXPECT_THAT(sentence_for(routers), HasSubstr(" 1 finding."));
+}
+
 TEST(merged_text, counts_two_notations_of_one_value_as_no_finding) {
   std::vector<merged_router> routers(1);
   routers[0].name = "edge-1";

@@ -107,6 +107,14 @@ TEST(nagios, is_unknown_for_two_notations_of_one_value) {
   EXPECT_THAT(line, HasSubstr(" findings=1;;;0 inconsistency=0;;0;0 "));
 }
 
+TEST(nagios, is_a_warning_for_a_router_over_its_limit_also_where_nothing_was_looked_for_after_it) {
+  auto run = run_over_its_limit();
+  run.is_wholly_judged = false;
+  EXPECT_EQ(shown(run).state, service_state::warning);
+  run.of.end = run_end::cut_off;
+  EXPECT_EQ(shown(run).state, service_state::unknown);
+}
+
 TEST(nagios, is_unknown_if_the_run_did_not_come_to_its_end) {
   const auto [state, line] = shown(run_that_stopped());
   EXPECT_EQ(state, service_state::unknown);

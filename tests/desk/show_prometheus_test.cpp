@@ -54,6 +54,18 @@ TEST(prometheus, names_bundles_with_findings) {
   EXPECT_THAT(text, Not(HasSubstr("bundle=\"BE20\"")));
 }
 
+TEST(prometheus, counts_no_note_that_the_audit_did_not_count) {
+  auto run = healthy_run();
+  finding one = run.of.findings.front();
+  one.code = "TC-207";
+  one.log = "tessel_debug.log";
+  run.of.findings.push_back(one);
+  one.code = "TC-603";
+  one.log = "tessel_exception.log";
+  run.of.findings.push_back(one);
+  EXPECT_THAT(shown(run), HasSubstr("tessel_findings{kind=\"note\"} 1\n"));
+}
+
 TEST(prometheus, counts_findings_whose_text_is_lost) {
   auto run = healthy_run();
   run.of.counts[finding_kind::inconsistency] = 17;

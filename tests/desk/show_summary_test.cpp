@@ -49,6 +49,11 @@ TEST(summary, counts_two_notations_of_one_value_as_no_finding) {
               HasSubstr("1 bundle: 0 agree, 0 differ, 1 not judged. 0 findings.\n"));
 }
 
+TEST(summary, counts_a_router_over_its_limit_as_a_finding) {
+  EXPECT_THAT(summary_of(run_over_its_limit(), {}),
+              HasSubstr("3 bundles: 3 agree, 0 differ, 0 not judged. 1 finding.\n"));
+}
+
 TEST(summary, shows_all_messages_that_are_normal_if_all_is_asked_for) {
   summary_options how;
   how.shows_all = true;
