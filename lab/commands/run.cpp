@@ -239,7 +239,7 @@ void refuse_logs(const std::vector<std::string>& files, const fs::path& journal,
 // Where the journal is written: one in /var/log lies in the folder of the logs, as the logs do. The
 // machine's own /var/log is not touched.
 fs::path place_of_journal(const fs::path& journal, const fs::path& logs) {
-  const fs::path place = fs::absolute(journal);
+  fs::path place = fs::absolute(journal);
   const fs::path folder = place.parent_path();
   if (is_below_caller(journal) || !lies_under(folder, "/var/log") || lies_under(folder, logs))
     return place;
