@@ -122,7 +122,8 @@ void mention_finder::note_weights() {
     return node == no_place || of_.nodes[static_cast<std::size_t>(node)].takes_part;
   };
   for (const object& one : of_.objects) {
-    if (one.kind != object_kind::bundle) continue;  // the audit weighs no sub-bundle
+    // The audit weighs no sub-bundle, and nothing that its configuration lacks.
+    if (one.kind != object_kind::bundle || !one.is_configured) continue;
     std::unordered_map<std::int16_t, text_id> limits;
     for (const cell& c : one.cells)
       if (c.what == field::weight_limit) limits.try_emplace(c.node, c.value);

@@ -550,7 +550,8 @@ TEST_F(lags_in_chips, that_nothing_refers_to_are_stale) {
   EXPECT_EQ(listed("BCM", "LAG 0x8_npu0_node0/7/CPU0").code, "TC-401") << "of an unknown node";
 }
 
-// The audit weighs no bundle on a node that it left out, nor where its check ended before.
+// The audit weighs no bundle on a node that it left out, nor where its check ended before, nor one
+// that is not configured.
 TEST_F(logs_of_a_test, a_weight_is_that_of_the_only_place_with_its_numbers) {
   const std::string text =
       "member scale limit exceeded due to weights of members (2) being more than allowed (1)";
@@ -561,6 +562,7 @@ TEST_F(logs_of_a_test, a_weight_is_that_of_the_only_place_with_its_numbers) {
     write("inconsistencies", lines);
     run of;
     const auto bundle = of.object_at(object_kind::bundle, "BE7", "BE7");
+    of.objects[bundle].is_configured = true;
     for (std::size_t i = 0; i < nodes; ++i) {
       of.nodes.emplace_back().name = "0/" + std::to_string(i) + "/CPU0";
       of.nodes.back().takes_part = i >= left_out;
@@ -569,6 +571,8 @@ TEST_F(logs_of_a_test, a_weight_is_that_of_the_only_place_with_its_numbers) {
       cells.push_back({field::weight, source::lagport, node, no_place, of.texts.keep("2")});
       cells.push_back({field::weight_limit, source::lagport, node, no_place, of.texts.keep("1")});
     }
+    const auto unconfigured = of.object_at(object_kind::bundle, "BE6", "BE6");
+    of.objects[unconfigured].cells = std::vector<cell>(of.objects[bundle].cells);
     const log_set logs = read_logs(folder);
     read_findings(of, logs, runs_in(logs), 0);
     EXPECT_EQ(of.findings.back().object, (object_ref{object_kind::bundle, "BE7", "BE7"}));

@@ -438,7 +438,7 @@ std::vector<std::pair<std::string, std::int16_t>> plain_weights(const run& of,
                                                                 const std::string& limit) {
   std::vector<std::pair<std::string, std::int16_t>> found;
   for (const object& one : of.objects) {
-    if (one.kind != object_kind::bundle) continue;
+    if (one.kind != object_kind::bundle || !one.is_configured) continue;
     for (const cell& c : one.cells) {
       if (c.what != field::weight || of.texts.text(c.value) != weight) continue;
       if (c.node != no_place && !of.nodes[static_cast<std::size_t>(c.node)].takes_part) continue;
