@@ -99,7 +99,8 @@ void show_cause(const view& v, std::size_t number, const cause& of) {
         << '\n';
   const std::size_t shown = v.how.shows_all ? of.differences.size() : 1;
   for (std::size_t i = 0; i < of.differences.size() && i < shown; ++i) {
-    if (i != 0)
+    // The title names the first one, unless it is about the node.
+    if (i != 0 || of.object != of.differences[i].object)
       v.out << fmt::format("{:{}}{} {}:\n", "", margin, printable(of.differences[i].object.name),
                            word_for(of.differences[i].what));
     show_witnesses(v, of.differences[i]);

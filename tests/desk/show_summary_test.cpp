@@ -54,6 +54,13 @@ TEST(summary, counts_a_router_over_its_limit_as_a_finding) {
               HasSubstr("3 bundles: 3 agree, 0 differ, 0 not judged. 1 finding.\n"));
 }
 
+TEST(summary, names_the_first_difference_where_the_title_names_its_node) {
+  judged_run made = run_with_faults();
+  EXPECT_THAT(summary_of(made, {}), Not(HasSubstr("   BE1 global LIF:\n")));
+  made.causes[0].object = {object_kind::node, "", "0/2/CPU0"};
+  EXPECT_THAT(summary_of(made, {}), HasSubstr("   BE1 global LIF:\n"));
+}
+
 TEST(summary, shows_all_messages_that_are_normal_if_all_is_asked_for) {
   summary_options how;
   how.shows_all = true;
