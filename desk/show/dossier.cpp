@@ -177,6 +177,29 @@ void show_legend(const dossier_table& of, const terminal& on, std::ostream& out)
 
 // ---- What stands above them ---------------------------------------------------------------------
 
+// A cause that bundles share can have hundreds of messages: those of this bundle, and the first
+// ones of none.
+void show_messages(const run& of, const cause& one, std::string_view bundle, const terminal& on,
+                   std::ostream& out) {
+  constexpr std::size_t most_of_none = 8;
+  std::size_t of_none = 0;
+  std::size_t left_out = 0;
+  for (const std::size_t index : one.findings) {
+    const finding& each = of.findings[index];
+    const bool is_shown =
+        each.object.bundle.empty() ? of_none++ < most_of_none : each.object.bundle == bundle;
+    if (is_shown)
+      out << fmt::format("    {} {}\n", printable(each.code),
+                         wrapped(printable(each.text), on.width, 11));
+    else
+      ++left_out;
+  }
+  if (left_out != 0)
+    out << fmt::format(
+        "    and {} of this cause; summary --all shows everything\n",
+        left_out == 1 ? "1 more message" : fmt::format("{} more messages", left_out));
+}
+
 void show_causes(const judged_run& of, const bundle_verdict& is, const terminal& on,
                  std::ostream& out) {
   for (const std::size_t index : is.causes) {
@@ -185,9 +208,7 @@ void show_causes(const judged_run& of, const bundle_verdict& is, const terminal&
     out << "  "
         << wrapped(fmt::format("{}: {}", word_for(one.how_sure), printable(one.why)), on.width, 4)
         << '\n';
-    for (const std::size_t f : one.findings)
-      out << fmt::format("    {} {}\n", printable(of.of.findings[f].code),
-                         wrapped(printable(of.of.findings[f].text), on.width, 11));
+    show_messages(of.of, one, is.bundle, on, out);
     if (!one.next.empty()) out << fmt::format("  next: {}\n", printable(one.next));
   }
 }

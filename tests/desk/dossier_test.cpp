@@ -375,6 +375,27 @@ TEST(dossier, shows_the_tables_with_their_tools) {
   EXPECT_THAT(text, HasSubstr("\n  3 nodes: 0/0/CPU0, 0/1/CPU0, 0/2/CPU0\n"));
 }
 
+TEST(dossier, lists_of_a_shared_cause_what_concerns_the_bundle) {
+  example run(2);
+  cause& shared = run.of.causes.emplace_back();
+  shared.title = "the same message of each";
+  for (int i = 0; i < 30; ++i) {
+    finding& one = run.of.of.findings.emplace_back();
+    const int number = i % 3;  // of none, of BE1, of BE2
+    if (number != 0) one.object.bundle = fmt::format("BE{}", number);
+    one.text = fmt::format("message {} of {}", i, number);
+    shared.findings.push_back(static_cast<std::size_t>(i));
+  }
+  run.of.bundles[0].causes = {0};
+  const string text = shown(run.of, "BE1", 100);
+  for (const int i : {0, 21, 1, 28}) EXPECT_THAT(text, HasSubstr(fmt::format(" message {} of", i)));
+  for (const int i : {24, 27, 2, 29})
+    EXPECT_THAT(text, Not(HasSubstr(fmt::format(" message {} of", i))));
+  EXPECT_THAT(
+      text,
+      HasSubstr("\n    and 12 more messages of this cause; summary --all shows everything\n"));
+}
+
 TEST(dossier, keeps_hostile_texts_on_their_lines) {
   const judged_run run = hostile_run();
   for (const auto& each : run.bundles) {
