@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "desk/judge/judging.h"
+#include "desk/model/command_lines.h"
 #include "desk/model/coverage.h"
 #include "desk/model/finding_source.h"
 #include "desk/model/findings.h"
@@ -59,12 +60,13 @@ std::string command_for_table(const run& of, const finding& one) {
   const std::int16_t index = of.node_index(one.node);
   if (known == tables_of_codes.end() || index == no_place || one.of != layer::bcm) return {};
   const node& at = of.nodes[static_cast<std::size_t>(index)];
-  const auto ask = [&](std::string_view table) {
-    return fmt::format("/opt/nos/bin/asic_shell_show -c \"{}\" -u {} -n {}", table,
-                       one.npu.empty() ? "all" : one.npu, at.id);
-  };
+  const auto ask = [&](std::string_view table) { return command_on_chips(at, one.npu, table); };
   if (at.asic == jericho2) return ask(known->jericho2);
-  if (!known->second.empty()) return ask(known->older) + "; " + ask(known->second);
+  if (!known->second.empty()) {
+    const std::string first = ask(known->older);
+    const std::string second = ask(known->second);
+    return first == second ? first : first + "; " + second;
+  }
   std::string table(known->older);
   if (const std::size_t blank = table.find("{}"); blank != std::string::npos) {
     const std::string lif = lif_of(of, one);

@@ -1535,12 +1535,13 @@ TEST_F(run_of_a_test, an_entry_without_a_mark_is_no_message_of_what_was_not_read
 }
 
 TEST_F(run_of_a_test, what_is_next_is_the_table_that_shows_the_finding_again) {
+  std::string id = "4";
   const auto next = [&](const char* code, finding_kind kind, const char* asic, const char* text) {
     of = run();
     SetUp();
     add_nodes(1);
     of.nodes[0].asic = asic;
-    of.nodes[0].id = "4";
+    of.nodes[0].id = id;
     find(code, field::none, "0/0/CPU0", layer::bcm, kind);
     of.findings.back().npu = "2";
     of.findings.back().text = text;
@@ -1557,6 +1558,11 @@ TEST_F(run_of_a_test, what_is_next_is_the_table_that_shows_the_finding_again) {
             "/opt/nos/bin/asic_shell_show -c \"diag pp lif id=0x4000 gl=1 type=in\" -u 2 -n 4");
   EXPECT_THAT(next("TC-204", programming, "BCM8869", "any"), HasSubstr("table=IN_AC_UNTAGGED_DB"));
   EXPECT_EQ(next("TC-501", finding_kind::health, "BCM8868", "BE1: out of step"), "lagmgr_health");
+  const std::string list = "/opt/nos/bin/plat_nodes_show -v";
+  EXPECT_EQ(next("TC-204", programming, "BCM8868", "cannot find GLIF $(w) to LLIF"), list);
+  id = "$(reboot)";
+  EXPECT_EQ(next("TC-203", programming, "BCM8868", "any"), list);
+  EXPECT_EQ(next("TC-203", programming, "BCM8869", "any"), list);
 }
 
 // Of a run whose snapshot is lost: three healthy nodes are named, and the odd one is not.
