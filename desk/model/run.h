@@ -205,7 +205,7 @@ struct run {
   std::map<finding_kind, std::size_t> counts;  // of findings that were counted, also of lost ones
   text_pool texts;
   std::map<std::size_t, place> places;                            // of members, by object
-  std::unordered_map<text_id, std::vector<std::size_t>> lag_ids;  // known id to bundles
+  std::unordered_map<text_id, std::vector<std::size_t>> lag_ids;  // known id to (sub-)bundles
   // By LAG id, node and NPU the sub-bundle of which a chip's LAG is: those with members, all of
   // which are its bundle's. Only with hierarchical QoS.
   std::map<std::tuple<text_id, std::int16_t, std::int16_t>, std::size_t> sub_bundle_lags;

@@ -161,7 +161,8 @@ void show_causes(const merged_router& of, std::ostream& out) {
 void show_loose(const merged_router& of, std::ostream& out) {
   std::vector<std::size_t> loose;
   for (const std::size_t each : of.of.unexplained)
-    if (of.of.of.findings[each].kind != finding_kind::note) loose.push_back(each);
+    if (of.of.of.findings[each].kind != finding_kind::note || is_scale(of.of.of.findings[each]))
+      loose.push_back(each);
   if (loose.empty()) return;
   out << "<h4>Findings without a cause</h4>\n";
   show_findings(of, loose, false, out);
@@ -247,7 +248,7 @@ void show_messages(const routers& all, std::ostream& out) {
   for (std::size_t i = 0; i < all.size(); ++i) {
     if (!has_fold(all[i])) continue;
     for (const finding& one : all[i].of.of.findings) {
-      if (one.kind == finding_kind::note) continue;
+      if (one.kind == finding_kind::note && !is_scale(one)) continue;
       message_use& use = uses[{one.code, one.kind}];
       ++use.findings;
       if (use.on.empty() || use.on.back() != i) use.on.push_back(i);

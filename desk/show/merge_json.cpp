@@ -103,7 +103,7 @@ std::vector<shared_finding> shared_by(const std::vector<merged_router>& routers)
   std::map<key, shared_finding> groups;
   for (std::size_t i = 0; i < routers.size(); ++i)
     for (const finding& one : routers[i].of.of.findings) {
-      if (one.kind == finding_kind::note) continue;
+      if (one.kind == finding_kind::note && !is_scale(one)) continue;
       auto& group = groups[{one.code, one.object.kind, one.object.bundle, one.object.name}];
       if (group.first == nullptr) group.first = &one;
       if (group.routers.empty() || group.routers.back() != i) group.routers.push_back(i);

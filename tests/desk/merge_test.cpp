@@ -108,6 +108,19 @@ TEST(merged_text, counts_two_notations_of_one_value_as_no_finding) {
   EXPECT_EQ(sentence_for(routers), "1 router: 0 agree, 0 differ, 1 not judged. 0 findings, 0 new.");
 }
 
+TEST(merged_text, lists_a_router_over_its_limit_as_it_counts_it) {
+  std::vector<merged_router> routers(1);
+  routers[0].name = "edge-1";
+  routers[0].of = run_with_two_notations();
+  finding& one = routers[0].of.of.findings.back();
+  one.kind = finding_kind::note;
+  one.code = "TC-619";
+  one.what = field::none;
+  EXPECT_THAT(sentence_for(routers), testing::EndsWith("1 finding."));
+  EXPECT_THAT(json_of_merge(routers).dump(), HasSubstr("TC-619"));
+  EXPECT_THAT(page_of(routers), HasSubstr("TC-619"));
+}
+
 TEST(merged_text, has_less_or_more) {
   const auto routers = routers_of_a_network();
   EXPECT_THAT(text_of(routers, {true, false}), testing::EndsWith("agrees\n"));
