@@ -149,9 +149,11 @@ void check_report_target(const std::string& path, const std::optional<std::strin
   const bool is_there = ::stat(path.c_str(), &state) == 0;
   if (!is_there && errno != ENOENT) refuse(path, cause_of(errno));
   if (is_there && S_ISDIR(state.st_mode)) refuse(path, cause_of(EISDIR));
-  if (is_there && S_ISFIFO(state.st_mode)) keep_open_for_reader(path);
+  const bool is_pipe = is_there && S_ISFIFO(state.st_mode);
+  const bool can_be_mixed = is_pipe || (is_there && S_ISREG(state.st_mode));
+  if (can_be_mixed && is_file_of_standard_stream(state)) refuse(path, for_what_is_printed);
+  if (is_pipe) keep_open_for_reader(path);
   if (is_there && !S_ISREG(state.st_mode)) return;  // a pipe or a device
-  if (is_there && is_file_of_standard_stream(state)) refuse(path, for_what_is_printed);
   if (const std::string cause = why_not_ours(path); !cause.empty()) refuse(path, cause);
   if (!is_there && ::lstat(path.c_str(), &state) == 0)
     refuse(path, "it is a link to a file that does not exist");

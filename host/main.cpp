@@ -207,7 +207,7 @@ void report_and_check(const host_arguments& arguments, const watched_end& end,
   } else if (!before.was_written_until(now)) {
     complain_of_no_report(wishes, std::string("the audit has not written ") + debug_log +
                                       (now.is_file() ? ", which is of an earlier one" : "") +
-                                      "; what it printed above says why");
+                                      "; what it printed says why");
   } else {
     status = report_audit(program, wishes, journal, timed_out, complain_of_report);
   }

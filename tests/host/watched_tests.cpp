@@ -829,7 +829,8 @@ TEST_F(progress_test, is_one_redrawn_line_of_a_terminal) {
                                     "asic_shell_show -u 2; 0/3/CPU0 NPU 2: 0/1\x1b\\[K\r")))
         << option << result.terminal;
     EXPECT_TRUE(result.terminal.ends_with("\r\x1b[K")) << "nothing of it stays";
-    EXPECT_LE(std::count(result.terminal.begin(), result.terminal.end(), 'K'), 5) << option;
+    EXPECT_LE(std::count(result.terminal.begin(), result.terminal.end(), 'K'), 4 * 60)
+        << option << ": four times a second, for as long as a slow machine takes";
   }
   EXPECT_NE(content_of(at("journal")).find("\"finished\""), std::string::npos);
 }
