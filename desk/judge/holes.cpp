@@ -38,17 +38,45 @@ std::string without(std::string text, std::string_view part) {
   return text;
 }
 
+// The audit asks for each sub-bundle, and keeps the handle of each that is listed. Of a handle that
+// cannot be read it says TC-744.
+bool lists_sub_bundles(const judging& at) {
+  const auto has_handle = [](const object& one) {
+    return one.kind == object_kind::sub_bundle &&
+           std::any_of(one.cells.begin(), one.cells.end(),
+                       [](const cell& c) { return c.from == source::interface_db; });
+  };
+  const auto& all = at.of().objects;
+  return std::any_of(all.begin(), all.end(), has_handle) ||
+         !at.findings.with_code("TC-744").empty();
+}
+
+// Where only some sub-bundles are listed, a complaint is no reason for the others.
+bool lacks_interface_db(const judging& at, const coverage& hole) {
+  return hole.interface_db == interface_db_state::lost ||
+         (hole.interface_db == interface_db_state::complained && !lists_sub_bundles(at));
+}
+
+bool is_of_interface_db(const finding& one) {
+  return one.what == field::presence && source_of(one) == source::interface_db;
+}
+
+// The message takes what nobody listed for missing, and nobody knows whether it is.
+void leave_open(run& of, finding& one) {
+  if (one.kind == finding_kind::failure) return;
+  const auto counted = of.counts.find(one.kind);
+  if (counted != of.counts.end() && counted->second != 0) {
+    --counted->second;
+    ++of.counts[finding_kind::failure];
+  }
+  one.kind = finding_kind::failure;
+}
+
 // What went missing on a node lacks entries in its own layer, and in any other what cannot be
 // verified without it: where a layer misses an object, the audit does not compare the layers below,
 // so what these lack has a reason of its own. A failure of the whole router explains every failure.
-bool explains(const run& of, const coverage& hole, const finding& one) {
+bool explains(const coverage& hole, const finding& one) {
   const bool is_open = is_doubt(one);
-  // No sub-bundle is there if the tool that lists their interfaces failed.
-  const bool is_of_interface_db =
-      one.what == field::presence && source_of(one) == source::interface_db;
-  if (is_of_interface_db && hole.of == layer::pi &&
-      hole.command == command_for(of, source::interface_db, {}, {}))
-    return true;
   // A part of a layer explains what is said of that layer, not what happened below it.
   if (hole.node.empty() && hole.state == coverage_state::partly)
     return is_open && one.of == hole.of;
@@ -139,8 +167,14 @@ std::string words_for(const hole_group& of) {
 }
 
 void take_explained(judging& at, const coverage& hole, cause& into) {
+  const bool has_no_interface_db = lacks_interface_db(at, hole);
   const auto take = [&](std::size_t i) {
-    if (at.is_explained[i] || !explains(at.of(), hole, at.of().findings[i])) return;
+    if (at.is_explained[i]) return;
+    finding& one = at.into.of.findings[i];
+    if (has_no_interface_db && is_of_interface_db(one))
+      leave_open(at.into.of, one);
+    else if (!explains(hole, one))
+      return;
     at.is_explained[i] = true;
     into.findings.push_back(i);
   };

@@ -587,9 +587,10 @@ struct side_tool {
   std::string_view name;
   std::string_view command;
 };
+constexpr std::string_view tool_of_interface_db = "ifmgr_show";
 constexpr std::array side_tools =
     std::to_array<side_tool>({{"iface_show", command_for_interfaces},
-                              {"ifmgr_show", command_for_interface_db},
+                              {tool_of_interface_db, command_for_interface_db},
                               {"lagmgr_health", "lagmgr_health"}});
 
 layer layer_of_command(std::string_view command) {
@@ -630,7 +631,7 @@ bool lacks_a_table(const covering& in, const coverage& entry, const journal_comm
 // The audit looks up only sub-bundles in the interface database, and the report of health may be
 // about the route processors' agreement only.
 bool may_print_nothing(const covering& in, const side_tool& tool) {
-  if (tool.name == "ifmgr_show")
+  if (tool.name == tool_of_interface_db)
     return std::none_of(in.of.objects.begin(), in.of.objects.end(),
                         [](const object& one) { return one.kind == object_kind::sub_bundle; });
   if (tool.name != "lagmgr_health") return false;
@@ -638,21 +639,22 @@ bool may_print_nothing(const covering& in, const side_tool& tool) {
   return all.active.size() + all.standby.size() < 2;
 }
 
-// The tool of PI that failed or was silent by this command, or nothing.
-const side_tool* silent_tool(const covering& in, const journal_command& command) {
+// In a journal that lacks lines a command may have ended all the same.
+bool is_cut_short(const covering& in, const journal_command& command) {
+  const bool is_open = !command.has_ended && !in.of.log_of_commands->lacks_lines;
+  return is_open || command.is_timed_out || command.signal;
+}
+
+// The tool of PI of which this command has not all that it should, or nothing.
+const side_tool* troubled_tool(const covering& in, const journal_command& command) {
   const auto tool = std::find_if(side_tools.begin(), side_tools.end(), [&](const side_tool& one) {
     return command.command.find(one.name) != std::string::npos;
   });
   if (tool == side_tools.end()) return nullptr;
   if (!command.failed.empty() || command.status.value_or(0) > 1) return tool;
+  if (is_cut_short(in, command)) return tool;
   const bool is_silent = command.bytes == 0U && !may_print_nothing(in, *tool);
   return is_silent ? tool : nullptr;
-}
-
-// In a journal that lacks lines a command may have ended all the same.
-bool is_cut_short(const covering& in, const journal_command& command) {
-  const bool is_open = !command.has_ended && !in.of.log_of_commands->lacks_lines;
-  return is_open || command.is_timed_out || command.signal;
 }
 
 const covering::commands& commands_about(const covering& in, const coverage& entry) {
@@ -665,6 +667,14 @@ const covering::commands& commands_about(const covering& in, const coverage& ent
   return at == in.by_layer_and_node.end() ? none : at->second;
 }
 
+// What the reader of a hole has to ask: not the layer's table, if that was read.
+void ask_tool(coverage& entry, const side_tool& tool) {
+  if (entry.state == coverage_state::read)
+    entry.command = tool.command;
+  else if (entry.command.find(tool.command) == std::string::npos)
+    entry.command += fmt::format("; {}", tool.command);
+}
+
 void add_journal(const covering& in, coverage& entry) {
   if (!in.of.log_of_commands) return;
   for (const journal_command* about : commands_about(in, entry)) {
@@ -675,11 +685,13 @@ void add_journal(const covering& in, coverage& entry) {
     entry.bytes += one.bytes.value_or(0);
     const std::string trouble = trouble_of(in, one);
     // What a command has printed before it was ended is in the tables, and the rest is not.
-    const side_tool* silent = entry.of == layer::pi ? silent_tool(in, one) : nullptr;
+    const side_tool* troubled = entry.of == layer::pi ? troubled_tool(in, one) : nullptr;
+    if (troubled != nullptr) ask_tool(entry, *troubled);
+    if (troubled != nullptr && troubled->name == tool_of_interface_db)
+      entry.interface_db = interface_db_state::lost;
     if (entry.state == coverage_state::read &&
-        (is_cut_short(in, one) || lacks_a_table(in, entry, one) || silent != nullptr)) {
+        (is_cut_short(in, one) || lacks_a_table(in, entry, one) || troubled != nullptr)) {
       entry.state = coverage_state::partly;
-      if (silent != nullptr) entry.command = silent->command;
       entry.has_trouble = true;
       entry.reason = fmt::format("`{}`: {}", shown_call(one), trouble);
     }
@@ -719,17 +731,24 @@ void mark_unread(const run& of, coverage& entry) {
   entry.reason = words_for_unread(store_of(entry.of));
 }
 
-// A tool beside the bundle manager's table that could not be asked, or complained.
+// Tools beside the bundle manager's table that could not be asked, or complained.
 void mark_side_tools(const covering& in, coverage& entry) {
-  if (entry.of != layer::pi || entry.state != coverage_state::read) return;
+  if (entry.of != layer::pi) return;
+  const bool was_read = entry.state == coverage_state::read;
   for (const side_tool& one : side_tools) {
     const finding* refused = refused_command(in, one.name);
     const std::string why = refused != nullptr ? refused->text : complaint_with(in.of, one.name);
     if (why.empty()) continue;
+    if (one.name == tool_of_interface_db)
+      entry.interface_db =
+          refused != nullptr ? interface_db_state::lost : interface_db_state::complained;
+    if (!was_read) continue;
+    ask_tool(entry, one);
+    if (entry.state == coverage_state::read)
+      entry.reason = why;
+    else if (entry.reason.find(why) == std::string::npos)
+      entry.reason += fmt::format("; {}", why);
     entry.state = coverage_state::partly;
-    entry.reason = why;
-    entry.command = one.command;
-    return;
   }
 }
 

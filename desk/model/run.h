@@ -105,6 +105,13 @@ enum class coverage_state : std::uint8_t {
 };
 
 // What came of asking one layer on one node, or one chip.
+// Where sub-bundles have their handles.
+enum class interface_db_state : std::uint8_t {
+  read,        // nothing says otherwise
+  complained,  // its tool, which may have listed everything all the same
+  lost         // its tool was refused, failed, was cut short or printed nothing
+};
+
 struct coverage {
   layer of = layer::none;
   std::string node;  // empty: the router as a whole
@@ -117,6 +124,7 @@ struct coverage {
   std::uint64_t bytes = 0;
   bool has_trouble = false;  // a command of it ended badly, by the journal
   bool is_normal = false;    // nothing can be there: a route processor without ports
+  interface_db_state interface_db = interface_db_state::read;  // of PI
 };
 
 // Where a member sits, as its port object says.

@@ -82,6 +82,13 @@ class run_of_a_test : public testing::Test {
     one.what = what;
     one.text = "a message";
   }
+  // From the interface database.
+  void add_missing_sub_bundle(const char* name) {
+    const auto made = of.object_at(object_kind::sub_bundle, "BE1", name);
+    of.objects[made].is_configured = true;
+    find("TC-103", field::presence, "", layer::pi);
+    of.findings.back().object = {object_kind::sub_bundle, "BE1", name};
+  }
   judged_run judged() {
     fill_coverage(of);
     return judge(std::move(of));
@@ -974,6 +981,9 @@ TEST_F(run_of_a_test, a_tool_of_the_router_that_was_ended_leaves_every_bundle_op
     ended.bytes = 10;
     of.log_of_commands.emplace().commands.push_back(ended);
     const judged_run is = judged();
+    const std::string next = coverage_of(is.of, layer::pi, {}, {})->command;
+    const bool is_of_pi = std::string_view(tool) != "cfg_render";
+    EXPECT_EQ(testing::Value(next, testing::StartsWith(tool)), is_of_pi) << next;
     EXPECT_EQ(is.bundles.at(0).is, verdict::not_judged) << tool;
     EXPECT_EQ(exit_status(is), 3) << tool;
   }
@@ -1068,11 +1078,8 @@ TEST_F(run_of_a_test, a_tool_of_the_router_may_have_nothing_to_say) {
 
 TEST_F(run_of_a_test, sub_bundles_that_a_missing_tool_does_not_list_are_one_cause) {
   add_nodes(2);
-  for (const char* name : {"BE1.1", "BE1.2"}) {
-    of.object_at(object_kind::sub_bundle, "BE1", name);
-    find("TC-103", field::presence, "", layer::pi);
-    of.findings.back().object = {object_kind::sub_bundle, "BE1", name};
-  }
+  for (const char* name : {"BE1.1", "BE1.2"}) add_missing_sub_bundle(name);
+  of.counts[finding_kind::inconsistency] = 2;
   of.complaints.emplace_back("sh: 1: ifmgr_show: not found");
   const judged_run is = judged();
   ASSERT_EQ(is.causes.size(), 1U);
@@ -1080,6 +1087,117 @@ TEST_F(run_of_a_test, sub_bundles_that_a_missing_tool_does_not_list_are_one_caus
             "the router: the bundle manager (PI) partly read: sh: 1: ifmgr_show: not found");
   EXPECT_EQ(is.causes[0].next, "ifmgr_show database -l 0x1 -a");
   EXPECT_THAT(is.causes[0].findings, ElementsAre(0, 1));
+  EXPECT_EQ(is.bundles.at(0).is, verdict::not_judged);
+  EXPECT_EQ(is.of.counts.at(finding_kind::inconsistency), 0U);
+  EXPECT_EQ(is.of.counts.at(finding_kind::failure), 2U);
+  EXPECT_EQ(exit_status(is), 3);
+}
+
+// The tool complained, and listed another sub-bundle, with a handle that may be readable or not.
+TEST_F(run_of_a_test, a_sub_bundle_that_a_complaining_tool_does_not_list_is_missing) {
+  for (const bool is_readable : {true, false}) {
+    of = run();
+    SetUp();
+    add_nodes(2);
+    add_missing_sub_bundle("BE1.1");
+    const auto listed = of.object_at(object_kind::sub_bundle, "BE1", "BE1.2");
+    if (is_readable)
+      of.objects[listed].cells.push_back(
+          {field::handle, source::interface_db, no_place, no_place, of.texts.keep("0x3000a60")});
+    else
+      find("TC-744", field::none, "", layer::pi, finding_kind::failure);
+    of.complaints.emplace_back("ifmgr_show: the database is being rebuilt");
+    const judged_run is = judged();
+    ASSERT_EQ(is.causes.size(), 2U);
+    EXPECT_EQ(is.causes[0].object.name, "BE1.1");
+    EXPECT_THAT(is.causes[0].findings, ElementsAre(0));
+    EXPECT_THAT(is.causes[1].title, HasSubstr("the database is being rebuilt"));
+    EXPECT_EQ(is.bundles.at(0).is, verdict::differs);
+    EXPECT_EQ(exit_status(is), 1);
+  }
+}
+
+// Of the other sub-bundle it printed the handle before something ended it.
+TEST_F(run_of_a_test, nothing_is_missing_from_a_list_of_sub_bundles_that_was_cut) {
+  struct ending {
+    const char* description;
+    bool has_ended;
+    bool is_timed_out;
+    std::optional<int> signal;
+    std::optional<int> status;
+    const char* failed;
+  };
+  for (const ending& by : std::vector<ending>{{"open", false, false, {}, {}, ""},
+                                              {"time", true, true, {}, {}, ""},
+                                              {"signal", true, false, 9, {}, ""},
+                                              {"status", true, false, {}, 2, ""},
+                                              {"failed", true, false, {}, 0, "no memory"}}) {
+    of = run();
+    SetUp();
+    add_nodes(2);
+    add_missing_sub_bundle("BE1.1");
+    const auto listed = of.object_at(object_kind::sub_bundle, "BE1", "BE1.2");
+    of.objects[listed].cells.push_back(
+        {field::handle, source::interface_db, no_place, no_place, of.texts.keep("0x3000a60")});
+    journal_command& cut = of.log_of_commands.emplace().commands.emplace_back();
+    cut.command = "ifmgr_show database -l 0x1 -a | grep -E BE";
+    cut.has_ended = by.has_ended;
+    cut.is_timed_out = by.is_timed_out;
+    cut.signal = by.signal;
+    cut.status = by.status;
+    cut.failed = by.failed;
+    cut.bytes = 60;
+    const judged_run is = judged();
+    ASSERT_EQ(is.causes.size(), 1U) << by.description;
+    EXPECT_EQ(is.causes[0].next, "ifmgr_show database -l 0x1 -a") << by.description;
+    EXPECT_EQ(is.bundles.at(0).is, verdict::not_judged) << by.description;
+    EXPECT_EQ(exit_status(is), 3) << by.description;
+  }
+}
+
+TEST_F(run_of_a_test, each_tool_of_the_router_that_is_missing_is_told) {
+  for (const bool is_refused : {false, true}) {
+    of = run();
+    SetUp();
+    add_nodes(2);
+    add_missing_sub_bundle("BE1.1");
+    for (const std::string tool : {"iface_show", "ifmgr_show"}) {
+      if (!is_refused) of.complaints.push_back("sh: 1: " + tool + ": not found");
+      if (!is_refused) continue;
+      find("TC-701", field::none, "", layer::none, finding_kind::failure);
+      of.findings.back().object = {};
+      of.findings.back().text = "cannot start /bin/sh: execution failed for " + tool;
+    }
+    const judged_run is = judged();
+    const auto hole = std::find_if(is.causes.begin(), is.causes.end(), [](const cause& one) {
+      return one.title.find("(PI) partly read") != std::string::npos;
+    });
+    ASSERT_NE(hole, is.causes.end());
+    EXPECT_THAT(hole->title, HasSubstr("iface_show"));
+    EXPECT_THAT(hole->title, HasSubstr("ifmgr_show"));
+    EXPECT_EQ(hole->next, "iface_show -i '.*'; ifmgr_show database -l 0x1 -a");
+    EXPECT_THAT(hole->findings, testing::Contains(0U));
+    EXPECT_EQ(exit_status(is), 3);
+  }
+}
+
+// By the journal, one after the other.
+TEST_F(run_of_a_test, a_second_silent_tool_of_the_router_explains_its_messages_too) {
+  add_nodes(2);
+  add_missing_sub_bundle("BE1.1");
+  of.log_of_commands.emplace();
+  for (const char* tool : {"iface_show -i '.*'", "ifmgr_show database -l 0x1 -a"}) {
+    journal_command& silent = of.log_of_commands->commands.emplace_back();
+    silent.command = tool;
+    silent.has_ended = true;
+    silent.status = 0;
+    silent.bytes = 0;
+  }
+  const judged_run is = judged();
+  ASSERT_EQ(is.causes.size(), 1U);
+  EXPECT_EQ(is.causes[0].next, "iface_show -i '.*'; ifmgr_show database -l 0x1 -a");
+  EXPECT_THAT(is.causes[0].findings, ElementsAre(0));
+  EXPECT_EQ(exit_status(is), 3);
 }
 
 TEST_F(run_of_a_test, nothing_is_missing_from_a_table_that_was_cut) {
