@@ -104,7 +104,6 @@ enum class coverage_state : std::uint8_t {
   unknown
 };
 
-// What came of asking one layer on one node, or one chip.
 // Where sub-bundles have their handles.
 enum class interface_db_state : std::uint8_t {
   read,        // nothing says otherwise
@@ -112,6 +111,7 @@ enum class interface_db_state : std::uint8_t {
   lost         // its tool was refused, failed, was cut short or printed nothing
 };
 
+// What came of asking one layer on one node, or one chip.
 struct coverage {
   layer of = layer::none;
   std::string node;  // empty: the router as a whole
