@@ -989,38 +989,20 @@ TEST_F(run_of_a_test, a_tool_of_the_router_that_was_ended_leaves_every_bundle_op
   }
 }
 
-// They are silent, or not there: the journal or the debug log says so.
-TEST_F(run_of_a_test, a_tool_of_the_router_that_said_nothing_leaves_every_bundle_open) {
-  struct silence {
-    const char* description;
-    std::string tool;
-    std::string complaint;
-    std::string refusal;
-    std::optional<int> status;
-    bool is_in_journal;
-    bool is_open;
-  };
-  for (const silence& one : std::vector<silence>{
-           {"silent", "iface_show -i", "", "", 1, true, true},
-           {"silent", "ifmgr_show database", "", "", 0, true, true},
-           {"silent", "lagmgr_health", "", "", 1, true, true},
-           {"not asked for more", "sw_version_show", "", "", 0, true, false},
-           {"not there", "iface_show -i", "sh: 1: iface_show: not found", "", {}, false, true},
-           {"not there",
-            "ifmgr_show database",
-            "sh: 1: ifmgr_show: not found",
-            "",
-            {},
-            false,
-            true},
-           {"not there", "lagmgr_health", "sh: 1: lagmgr_health: not found", "", {}, false, true},
-           {"refused",
-            "iface_show -i",
-            "",
-            "cannot start /bin/sh: execution failed for iface_show -i",
-            {},
-            false,
-            true}}) {
+// Tools that are silent, or not there, as the journal or the debug log says.
+struct silence {
+  const char* description;
+  std::string tool;
+  std::string complaint;
+  std::string refusal;
+  std::optional<int> status;
+  bool is_in_journal;
+  bool is_open;
+};
+
+class run_with_a_silent_tool : public run_of_a_test {
+ protected:
+  void prepare(const silence& one) {
     of = run();
     SetUp();
     add_nodes(3);
@@ -1042,6 +1024,27 @@ TEST_F(run_of_a_test, a_tool_of_the_router_that_said_nothing_leaves_every_bundle
       ended.bytes = 0;
       of.log_of_commands.emplace().commands.push_back(ended);
     }
+  }
+};
+
+TEST_F(run_with_a_silent_tool, leaves_every_bundle_open) {
+  const silence silences[] = {
+      {"silent", "iface_show -i", "", "", 1, true, true},
+      {"silent", "ifmgr_show database", "", "", 0, true, true},
+      {"silent", "lagmgr_health", "", "", 1, true, true},
+      {"not asked for more", "sw_version_show", "", "", 0, true, false},
+      {"not there", "iface_show -i", "sh: 1: iface_show: not found", "", {}, false, true},
+      {"not there", "ifmgr_show database", "sh: 1: ifmgr_show: not found", "", {}, false, true},
+      {"not there", "lagmgr_health", "sh: 1: lagmgr_health: not found", "", {}, false, true},
+      {"refused",
+       "iface_show -i",
+       "",
+       "cannot start /bin/sh: execution failed for iface_show -i",
+       {},
+       false,
+       true}};
+  for (const silence& one : silences) {
+    prepare(one);
     const judged_run is = judged();
     const std::string what = one.description + (" " + one.tool);
     const coverage* entry = coverage_of(is.of, layer::pi, {}, {});
