@@ -30,7 +30,7 @@ void complain(std::string_view message) {
   std::fprintf(stderr, "tessel-report: %s\n", line.c_str());
 }
 
-// A run of the largest router takes 45 MiB, which grow and end together. Pages that the heap gives
+// A run of the largest router takes 50 MiB, which grow and end together. Pages that the heap gives
 // back on the way would only be taken, and cleared, again; and in large pages the kernel hands them
 // out with a fifth of the work. Where it refuses, all is as without.
 void prepare_heap() {
